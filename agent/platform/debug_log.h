@@ -1,0 +1,22 @@
+// The debug log: the file "vlkagent.log" in the temporary folder. Each line opens the file, appends and closes it,
+// so that a crash loses none. A file that cannot be opened drops the line without a word.
+#pragma once
+
+namespace vlk {
+
+#if defined(__MINGW32__)
+#define VLK_PRINTF_LIKE __attribute__((format(gnu_printf, 1, 2)))
+#elif defined(__GNUC__)
+#define VLK_PRINTF_LIKE __attribute__((format(printf, 1, 2)))
+#else
+#define VLK_PRINTF_LIKE
+#endif
+
+// Writes one line by a printf-style format, which brings its own line feed. Callable from any thread.
+void append_debug_log(const char* format, ...) VLK_PRINTF_LIKE;
+
+// True if the environment variable "VLK_DEBUG_INPUT" exists, whatever its value. Looked up at each call; callers
+// that are asked to remember the answer do so themselves.
+bool debug_input_requested();
+
+}  // namespace vlk
