@@ -6,16 +6,16 @@
 
 namespace vlk::agent {
 
-// Strings are UTF-8. An empty `server_host` means the default server host and a `server_port` of 0 means 443; the
-// rule is applied where they are used, and the record itself stays empty and 0.
+// Strings are UTF-8. An empty `server_host` means the default server host and a `server_port` of 0 means 443;
+// the rule is applied where they are used, and the record itself stays empty and 0.
 struct AgentConfig {
-  std::string display_name;      // name under which the representative sees this machine
-  bool unattended = false;       // sessions start without asking the local user
-  std::string agent_id;          // identity issued at enrolment, empty before
-  std::string agent_secret;      // credential issued at enrolment, kept in clear text
-  std::string server_host;       // of the command line only: never stored
-  std::uint32_t server_port = 0; // of the command line only: never stored
-  std::string skipped_version;   // the update that the user chose not to have
+  std::string display_name;       // name under which the representative sees this machine
+  bool unattended = false;        // sessions start without asking the local user
+  std::string agent_id;           // identity issued at enrolment, empty before
+  std::string agent_secret;       // credential issued at enrolment, kept in clear text
+  std::string server_host;        // of the command line only: never stored
+  std::uint32_t server_port = 0;  // of the command line only: never stored
+  std::string skipped_version;    // the update that the user chose not to have
 };
 
 inline constexpr std::uint32_t kDefaultServerPort = 443;

@@ -1,5 +1,5 @@
-// The centre of the agent: the one outbound connection to the relay server, the thread that keeps it, and the road
-// by which every other part reaches the server.
+// The centre of the agent: the one outbound connection to the relay server, the thread that keeps it, and the
+// road by which every other part reaches the server.
 #pragma once
 
 #include <atomic>
@@ -27,12 +27,13 @@ enum class Status : std::int32_t {
   InSession = 3,   // at least one session has a stream
 };
 
-// How the client tells the outside. All are called on the connection thread and must only hand over and return; an
-// empty one is skipped.
+// How the client tells the outside. All are called on the connection thread and must only hand over and
+// return; an empty one is skipped.
 struct AgentCallbacks {
   std::function<void(Status, int)> on_status;  // with the count of representatives
   std::function<void(std::string)> on_notice;  // UTF-8 text for the status line
-  std::function<void(std::uint32_t, std::string)> on_session_request;  // session, representative's name in UTF-8
+  std::function<void(std::uint32_t, std::string)>
+      on_session_request;  // session, representative's name in UTF-8
   std::function<void(std::vector<std::uint8_t>)> on_clipboard;
   std::function<void(std::uint32_t)> on_session_ended;
 };
@@ -55,7 +56,8 @@ class AgentClient {
 
   // Writes one message, blocking; false with no connection, when the message is lost: nothing is ever queued.
   // Callable from any thread.
-  bool send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length, std::uint8_t flags);
+  bool send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length,
+            std::uint8_t flags);
   bool send_text(Msg type, std::uint32_t session_id, std::string_view text);
 
   // Clipboard content to the session that streams; lost when none does.
@@ -70,12 +72,13 @@ class AgentClient {
   void set_unattended(bool unattended);
 
  private:
-  void run();                 // the connection thread
-  bool run_connection();      // one attempt; true if the upgrade succeeded
+  void run();             // the connection thread
+  bool run_connection();  // one attempt; true if the upgrade succeeded
   bool read_upgrade_response();
   void authenticate();
   void read_frames();
-  bool handle_frame(std::uint8_t opcode, const std::vector<std::uint8_t>& payload);  // false ends the connection
+  bool handle_frame(std::uint8_t opcode,
+                    const std::vector<std::uint8_t>& payload);  // false ends the connection
   void end_connection();
   bool write_locked(const std::vector<std::uint8_t>& frame);
 

@@ -1,6 +1,6 @@
-// Small flat JSON objects: a writer that appends fields, and a reader that searches the raw text for one field.
-// There is no tree, no validation and no error report; what the reader misreads is fixed behaviour that the server
-// relies on, so it is not to be made stricter or more capable.
+// Small flat JSON objects: a writer that appends fields, and a reader that searches the raw text for one
+// field. There is no tree, no validation and no error report; what the reader misreads is fixed behaviour
+// that the server relies on, so it is not to be made stricter or more capable.
 #pragma once
 
 #include <cstdint>
@@ -35,8 +35,8 @@ struct JsonValue {
   bool found = false;
 };
 
-// Position of a field's value in `text`, or std::string_view::npos. The first occurrence of the quoted key decides,
-// at any depth and even where it stands as a value. The position may be the text's end.
+// Position of a field's value in `text`, or std::string_view::npos. The first occurrence of the quoted key
+// decides, at any depth and even where it stands as a value. The position may be the text's end.
 std::size_t find_value(std::string_view text, std::string_view key);
 
 // A string value, unescaped but for Unicode escapes, which stay as their letters.

@@ -10,38 +10,38 @@ namespace vlk {
 
 // Wire message types. "S" is sent by the server, "A" by the agent.
 enum class Msg : std::uint8_t {
-  Hello = 1,               // A
-  Error = 3,               // S
-  Heartbeat = 4,           // S, echoed by A
-  Enroll = 16,             // A
-  EnrollResult = 17,       // S
-  Login = 18,              // A
-  LoginResult = 19,        // S
-  NameUpdate = 20,         // A
-  SessionRequest = 65,     // S
-  SessionAccept = 67,      // A
-  SessionReject = 68,      // A
-  SessionEnd = 70,         // S
-  StreamStart = 80,        // S
-  StreamStop = 81,         // S
-  StreamConfig = 82,       // A
-  StreamFrame = 83,        // A
-  KeyframeRequest = 84,    // S
-  MonitorSelect = 85,      // S
-  InputEvent = 86,         // S
-  ClipboardData = 87,      // S and A
-  CodecSelect = 88,        // S
-  CursorVisibility = 89,   // S
-  ThumbnailRequest = 90,   // S
-  Thumbnail = 91,          // A
-  DirListRequest = 96,     // S
-  DirListResult = 97,      // A
-  DownloadRequest = 98,    // S
-  UploadBegin = 99,        // S
-  FileChunk = 100,         // S and A
-  FileTransferEnd = 101,   // S and A
-  Reboot = 112,            // S
-  SecureAttention = 114,   // S
+  Hello = 1,              // A
+  Error = 3,              // S
+  Heartbeat = 4,          // S, echoed by A
+  Enroll = 16,            // A
+  EnrollResult = 17,      // S
+  Login = 18,             // A
+  LoginResult = 19,       // S
+  NameUpdate = 20,        // A
+  SessionRequest = 65,    // S
+  SessionAccept = 67,     // A
+  SessionReject = 68,     // A
+  SessionEnd = 70,        // S
+  StreamStart = 80,       // S
+  StreamStop = 81,        // S
+  StreamConfig = 82,      // A
+  StreamFrame = 83,       // A
+  KeyframeRequest = 84,   // S
+  MonitorSelect = 85,     // S
+  InputEvent = 86,        // S
+  ClipboardData = 87,     // S and A
+  CodecSelect = 88,       // S
+  CursorVisibility = 89,  // S
+  ThumbnailRequest = 90,  // S
+  Thumbnail = 91,         // A
+  DirListRequest = 96,    // S
+  DirListResult = 97,     // A
+  DownloadRequest = 98,   // S
+  UploadBegin = 99,       // S
+  FileChunk = 100,        // S and A
+  FileTransferEnd = 101,  // S and A
+  Reboot = 112,           // S
+  SecureAttention = 114,  // S
 };
 
 // Values of the envelope's flags byte. No decoder branches on it.
@@ -64,20 +64,21 @@ struct Envelope {
   std::vector<std::uint8_t> payload;
 };
 
-// How a feature sends one message to the server: type, session, payload, payload bytes, flags. Blocks until the
-// message is written; true if the write reported success. Callable from any thread.
+// How a feature sends one message to the server: type, session, payload, payload bytes, flags. Blocks until
+// the message is written; true if the write reported success. Callable from any thread.
 using SendCallable = std::function<bool(Msg, unsigned int, const unsigned char*, std::size_t, unsigned char)>;
 
 // Writes the header for a payload of `length` bytes to the kEnvelopeHeaderSize bytes at `out`.
-void write_envelope_header(unsigned char* out, std::uint8_t type, std::uint8_t flags, std::uint32_t session_id,
-                           std::uint32_t length);
+void write_envelope_header(unsigned char* out, std::uint8_t type, std::uint8_t flags,
+                           std::uint32_t session_id, std::uint32_t length);
 
 // Header and payload in one array, with a single allocation.
 std::vector<std::uint8_t> encode_envelope(Msg type, std::uint32_t session_id, const unsigned char* data,
                                           std::size_t length, std::uint8_t flags);
 
-// Fills `envelope` from the bytes of one WebSocket message; bytes behind the declared payload are ignored. False,
-// with `envelope` untouched, when the header is incomplete, the payload is cut short or exceeds kMaxDecodedPayload.
+// Fills `envelope` from the bytes of one WebSocket message; bytes behind the declared payload are ignored.
+// False, with `envelope` untouched, when the header is incomplete, the payload is cut short or exceeds
+// kMaxDecodedPayload.
 bool decode_envelope(const unsigned char* data, std::size_t length, Envelope& envelope);
 
 }  // namespace vlk

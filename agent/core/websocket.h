@@ -1,5 +1,6 @@
-// The client side of the WebSocket protocol (RFC 6455): the upgrade request, frames out, frames in. It knows neither
-// sockets nor TLS. It checks less than the RFC asks, on purpose: servers in the field rely on what is let through.
+// The client side of the WebSocket protocol (RFC 6455): the upgrade request, frames out, frames in. It knows
+// neither sockets nor TLS. It checks less than the RFC asks, on purpose: servers in the field rely on what is
+// let through.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +27,8 @@ inline constexpr std::size_t kMaxFrameHeader = 14;            // bytes: two, eig
 // RFC 4648 standard alphabet with padding, no line breaks.
 std::string base64_encode(const unsigned char* data, std::size_t length);
 
-// The upgrade request for `path` on `host`, without a port in its Host line; `key` receives the random key sent.
+// The upgrade request for `path` on `host`, without a port in its Host line; `key` receives the random key
+// sent.
 std::string build_upgrade_request(std::string_view host, std::string_view path, std::string& key);
 
 // True when the gathered response text counts as a successful upgrade: the digits 101 occur anywhere in it.
@@ -36,14 +38,15 @@ bool upgrade_accepted(std::string_view response);
 std::vector<std::uint8_t> encode_frame(std::uint8_t opcode, const unsigned char* data, std::size_t length,
                                        bool masked);
 
-// Writes a final frame's header to `out`, which has room for kMaxFrameHeader bytes, without the mask key itself;
-// returns the bytes written.
+// Writes a final frame's header to `out`, which has room for kMaxFrameHeader bytes, without the mask key
+// itself; returns the bytes written.
 std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uint64_t length, bool masked);
 
 // Writes `length` bytes of `source` to `target`, exclusive-or'ed with the four bytes of `key`. `phase` is the
-// position of the first byte within the masked payload. The ranges may be the same, but not otherwise overlap.
-void apply_mask(unsigned char* target, const unsigned char* source, std::size_t length, const unsigned char key[4],
-                std::size_t phase);
+// position of the first byte within the masked payload. The ranges may be the same, but not otherwise
+// overlap.
+void apply_mask(unsigned char* target, const unsigned char* source, std::size_t length,
+                const unsigned char key[4], std::size_t phase);
 
 struct WsFrame {
   std::uint8_t opcode = 0;

@@ -1,5 +1,5 @@
-// Remote mouse and keyboard: batches from the wire become the system's own input events. Nothing is ever answered;
-// the only trace is the debug log.
+// Remote mouse and keyboard: batches from the wire become the system's own input events. Nothing is ever
+// answered; the only trace is the debug log.
 #pragma once
 
 #include <cstddef>
@@ -16,9 +16,9 @@ void SendSecureAttention();
 // While false, batches are lost. Callable from any thread.
 void SetInputSessionActive(bool active);
 
-// Rectangle, in virtual-desktop pixels, that pointer positions refer to; a width or height of 0 or less means the
-// whole virtual desktop. Survives the end of a session. Callable from any thread; a reader may see a mix of an old
-// and a new rectangle for a moment.
+// Rectangle, in virtual-desktop pixels, that pointer positions refer to; a width or height of 0 or less means
+// the whole virtual desktop. Survives the end of a session. Callable from any thread; a reader may see a mix
+// of an old and a new rectangle for a moment.
 void SetActiveMonitorRect(std::int32_t left, std::int32_t top, std::int32_t width, std::int32_t height);
 
 }  // namespace vlk::agent

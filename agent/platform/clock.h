@@ -1,4 +1,5 @@
-// The steady clock and its sleep as values, so that logic which paces itself can be run on a clock of a test's own.
+// The steady clock and its sleep as values, so that logic which paces itself can be run on a clock of a
+// test's own.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +8,8 @@
 namespace vlk {
 
 struct Clock {
-  std::function<std::int64_t()> now;               // nanoseconds from an arbitrary, fixed point; never goes back
-  std::function<void(std::int64_t)> sleep_until;   // blocks until now() has reached the argument, never less
+  std::function<std::int64_t()> now;  // nanoseconds from an arbitrary, fixed point; never goes back
+  std::function<void(std::int64_t)> sleep_until;  // blocks until now() has reached the argument, never less
 };
 
 // The system's steady clock. Both members may be called from any thread.

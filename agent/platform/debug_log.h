@@ -1,5 +1,5 @@
-// The debug log: the file "vlkagent.log" in the temporary folder. Each line opens the file, appends and closes it,
-// so that a crash loses none. A file that cannot be opened drops the line without a word.
+// The debug log: the file "vlkagent.log" in the temporary folder. Each line opens the file, appends and
+// closes it, so that a crash loses none. A file that cannot be opened drops the line without a word.
 #pragma once
 
 namespace vlk {
@@ -15,8 +15,8 @@ namespace vlk {
 // Writes one line by a printf-style format, which brings its own line feed. Callable from any thread.
 void append_debug_log(const char* format, ...) VLK_PRINTF_LIKE;
 
-// True if the environment variable "VLK_DEBUG_INPUT" exists, whatever its value. Looked up at each call; callers
-// that are asked to remember the answer do so themselves.
+// True if the environment variable "VLK_DEBUG_INPUT" exists, whatever its value. Looked up at each call;
+// callers that are asked to remember the answer do so themselves.
 bool debug_input_requested();
 
 }  // namespace vlk

@@ -15,17 +15,17 @@ inline constexpr SocketHandle kInvalidSocket = ~SocketHandle{0};
 void start_sockets();
 void end_sockets();
 
-// Resolves `host` and connects to the first of its addresses that accepts, in the resolver's order, blocking for as
-// long as the system does; then switches Nagle's delay off. kInvalidSocket when none could be had.
+// Resolves `host` and connects to the first of its addresses that accepts, in the resolver's order, blocking
+// for as long as the system does; then switches Nagle's delay off. kInvalidSocket when none could be had.
 SocketHandle connect_socket(const std::string& host, std::uint32_t port);
 
-// Blocking transfer. Receive: bytes read, 0 at the end of the stream, below 0 on failure. Send: whether every byte
-// was handed to the system.
+// Blocking transfer. Receive: bytes read, 0 at the end of the stream, below 0 on failure. Send: whether every
+// byte was handed to the system.
 std::ptrdiff_t receive_some(SocketHandle socket, unsigned char* buffer, std::size_t size);
 bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length);
 
-// Called by a thread other than the socket's own: makes its blocked and later transfers return at once. On Windows
-// this closes the handle, and the owner's close_socket then fails harmlessly.
+// Called by a thread other than the socket's own: makes its blocked and later transfers return at once. On
+// Windows this closes the handle, and the owner's close_socket then fails harmlessly.
 void interrupt_socket(SocketHandle socket);
 
 // Called by the owning thread, once. The result is not looked at.

@@ -1,5 +1,6 @@
-// One screen image at a time, from desktop duplication (a frame only when the desktop changes) or from a plain GDI
-// copy (a frame whenever asked). Choosing between the two, and all retrying, is the caller's business.
+// One screen image at a time, from desktop duplication (a frame only when the desktop changes) or from a
+// plain GDI copy (a frame whenever asked). Choosing between the two, and all retrying, is the caller's
+// business.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +26,9 @@ class ScreenCapturer {
   ScreenCapturer(const ScreenCapturer&) = delete;
   ScreenCapturer& operator=(const ScreenCapturer&) = delete;
 
-  // Sets up duplication of the monitor with that index in EnumerateMonitors' walk; true means that it runs. Starts
-  // with Close and may be called repeatedly. A failure is logged and leaves an earlier rectangle in place.
+  // Sets up duplication of the monitor with that index in EnumerateMonitors' walk; true means that it runs.
+  // Starts with Close and may be called repeatedly. A failure is logged and leaves an earlier rectangle in
+  // place.
   bool Open(std::int32_t monitor_index);
 
   // Releases everything of the duplication; the rectangle stays.
@@ -36,7 +38,8 @@ class ScreenCapturer {
   // silently and only Open brings it back.
   bool AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms);
 
-  // Copies the monitor's rectangle, or the primary screen when none is known. Always true, also for a failed copy.
+  // Copies the monitor's rectangle, or the primary screen when none is known. Always true, also for a failed
+  // copy.
   bool CaptureGdi(CapturedFrame& frame);
 
   // The last monitor that Open found, in virtual-desktop pixels; all 0 before.

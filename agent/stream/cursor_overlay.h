@@ -16,8 +16,8 @@ class CursorOverlay {
   CursorOverlay(const CursorOverlay&) = delete;
   CursorOverlay& operator=(const CursorOverlay&) = delete;
 
-  // Changes `frame.pixels` in place. `left` and `top` are the monitor's origin in virtual-desktop pixels. A pointer
-  // that is hidden, elsewhere or cannot be had leaves the frame as it was.
+  // Changes `frame.pixels` in place. `left` and `top` are the monitor's origin in virtual-desktop pixels. A
+  // pointer that is hidden, elsewhere or cannot be had leaves the frame as it was.
   void Draw(CapturedFrame& frame, std::int32_t left, std::int32_t top);
 
  private:

@@ -20,7 +20,8 @@ class H264Encoder {
   // Opens a session; call only when none is open. Pixels, frames a second, bits a second. False: no encoder.
   bool Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate);
 
-  // Appends what the encoder put out to `out`. True with nothing appended: the frame was taken, output comes later.
+  // Appends what the encoder put out to `out`. True with nothing appended: the frame was taken, output comes
+  // later.
   bool Encode(const CapturedFrame& frame, std::vector<std::uint8_t>& out, bool force_keyframe);
 
   // Ends the session. Init may follow.

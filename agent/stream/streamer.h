@@ -13,8 +13,8 @@ namespace vlk::agent {
 
 enum class StreamCodec : std::int32_t { Mjpeg = 0, H264 = 1 };
 
-// Made, started, stopped and destroyed by the connection thread, each once; a new stream is a new object. The worker
-// owns all capture, drawing and encoding state; the two meet in the atomics below and in `send`.
+// Made, started, stopped and destroyed by the connection thread, each once; a new stream is a new object. The
+// worker owns all capture, drawing and encoding state; the two meet in the atomics below and in `send`.
 class ScreenStreamer {
  public:
   // `session_id` goes out with every message of this stream. `clock` is the steady clock but in tests.
@@ -23,8 +23,8 @@ class ScreenStreamer {
   ScreenStreamer(const ScreenStreamer&) = delete;
   ScreenStreamer& operator=(const ScreenStreamer&) = delete;
 
-  // Index of EnumerateMonitors, frames a second, JPEG quality, bits a second; no value is checked. Does nothing when
-  // started already. Throws std::system_error when no thread can be had.
+  // Index of EnumerateMonitors, frames a second, JPEG quality, bits a second; no value is checked. Does
+  // nothing when started already. Throws std::system_error when no thread can be had.
   void Start(std::int32_t monitor_id, std::int32_t max_fps, std::int32_t quality, std::int32_t bitrate);
 
   // Blocks, without a limit, until the worker has ended its iteration and torn down.

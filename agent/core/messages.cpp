@@ -1,0 +1,52 @@
+// Encoding and decoding of the envelope's ten-byte big-endian header.
+#include "core/messages.h"
+
+namespace vlk {
+namespace {
+
+void put_u32_be(unsigned char* out, std::uint32_t value) {
+  out[0] = static_cast<unsigned char>(value >> 24);
+  out[1] = static_cast<unsigned char>(value >> 16);
+  out[2] = static_cast<unsigned char>(value >> 8);
+  out[3] = static_cast<unsigned char>(value);
+}
+
+std::uint32_t get_u32_be(const unsigned char* in) {
+  return std::uint32_t{in[0]} << 24 | std::uint32_t{in[1]} << 16 | std::uint32_t{in[2]} << 8 |
+         std::uint32_t{in[3]};
+}
+
+}  // namespace
+
+void write_envelope_header(unsigned char* out, std::uint8_t type, std::uint8_t flags,
+                           std::uint32_t session_id, std::uint32_t length) {
+  out[0] = type;
+  out[1] = flags;
+  put_u32_be(out + 2, session_id);
+  put_u32_be(out + 6, length);
+}
+
+std::vector<std::uint8_t> encode_envelope(Msg type, std::uint32_t session_id, const unsigned char* data,
+                                          std::size_t length, std::uint8_t flags) {
+  unsigned char header[kEnvelopeHeaderSize];
+  write_envelope_header(header, static_cast<std::uint8_t>(type), flags, session_id,
+                        static_cast<std::uint32_t>(length));
+  std::vector<std::uint8_t> message;
+  message.reserve(length + kEnvelopeHeaderSize);
+  message.insert(message.end(), header, header + kEnvelopeHeaderSize);
+  message.insert(message.end(), data, data + length);
+  return message;
+}
+
+bool decode_envelope(const unsigned char* data, std::size_t length, Envelope& envelope) {
+  if (length < kEnvelopeHeaderSize) return false;
+  const std::uint32_t declared = get_u32_be(data + 6);
+  if (declared > kMaxDecodedPayload || length < declared + kEnvelopeHeaderSize) return false;
+  envelope.type = data[0];
+  envelope.flags = data[1];
+  envelope.session_id = get_u32_be(data + 2);
+  envelope.payload.assign(data + kEnvelopeHeaderSize, data + kEnvelopeHeaderSize + declared);
+  return true;
+}
+
+}  // namespace vlk
