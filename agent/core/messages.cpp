@@ -1,6 +1,8 @@
 // Encoding and decoding of the envelope's ten-byte big-endian header.
 #include "core/messages.h"
 
+#include <algorithm>
+
 namespace vlk {
 namespace {
 
@@ -28,13 +30,10 @@ void write_envelope_header(unsigned char* out, std::uint8_t type, std::uint8_t f
 
 std::vector<std::uint8_t> encode_envelope(Msg type, std::uint32_t session_id, const unsigned char* data,
                                           std::size_t length, std::uint8_t flags) {
-  unsigned char header[kEnvelopeHeaderSize];
-  write_envelope_header(header, static_cast<std::uint8_t>(type), flags, session_id,
+  std::vector<std::uint8_t> message(length + kEnvelopeHeaderSize);
+  write_envelope_header(message.data(), static_cast<std::uint8_t>(type), flags, session_id,
                         static_cast<std::uint32_t>(length));
-  std::vector<std::uint8_t> message;
-  message.reserve(length + kEnvelopeHeaderSize);
-  message.insert(message.end(), header, header + kEnvelopeHeaderSize);
-  message.insert(message.end(), data, data + length);
+  std::copy_n(data, length, message.begin() + kEnvelopeHeaderSize);
   return message;
 }
 

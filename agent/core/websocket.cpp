@@ -3,6 +3,7 @@
 
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -117,11 +118,13 @@ std::vector<std::uint8_t> encode_frame(std::uint8_t opcode, const unsigned char*
     RAND_bytes(key, kMaskBytes);
     header_size += kMaskBytes;
   }
-  std::vector<std::uint8_t> frame;
-  frame.reserve(header_size + length);
-  frame.insert(frame.end(), header, header + header_size);
-  frame.insert(frame.end(), data, data + length);
-  if (masked) apply_mask(frame.data() + header_size, frame.data() + header_size, length, key, 0);
+  std::vector<std::uint8_t> frame(header_size + length);
+  std::copy_n(header, header_size, frame.begin());
+  if (masked) {
+    apply_mask(frame.data() + header_size, data, length, key, 0);
+  } else {
+    std::copy_n(data, length, frame.begin() + static_cast<std::ptrdiff_t>(header_size));
+  }
   return frame;
 }
 
