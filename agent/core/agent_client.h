@@ -38,6 +38,7 @@ struct AgentCallbacks {
   std::function<void(std::uint32_t)> on_session_ended;
 };
 
+class TlsConnection;
 struct LinkState;  // everything at the level of socket, TLS and stream
 
 class AgentClient {
@@ -72,15 +73,17 @@ class AgentClient {
   void set_unattended(bool unattended);
 
  private:
-  void run();             // the connection thread
-  bool run_connection();  // one attempt; true if the upgrade succeeded
-  bool read_upgrade_response();
+  void run();                             // the connection thread
+  bool run_connection();                  // one attempt; true if the upgrade succeeded
+  bool upgrade(const std::string& host);  // from TLS to WebSocket
   void authenticate();
   void read_frames();
   bool handle_frame(std::uint8_t opcode,
                     const std::vector<std::uint8_t>& payload);  // false ends the connection
   void end_connection();
-  bool write_locked(const std::vector<std::uint8_t>& frame);
+  std::unique_ptr<TlsConnection> drop_tls();  // from here on, sends are lost
+  bool write_locked(const unsigned char* data, std::size_t length);
+  void report_status(Status status, int count);
 
   // In dispatch.cpp; false ends the connection.
   bool dispatch(const Envelope& envelope);
@@ -90,7 +93,7 @@ class AgentClient {
   void start_stream(std::uint32_t session, std::string_view text);
   void end_session(std::uint32_t session);
   void send_thumbnails(std::uint32_t session);
-  void report_status(Status status, int count);
+  void adjust_stream(Msg type, std::string_view text);
 
   AgentConfig config_;
   std::mutex config_lock_;  // guards config_

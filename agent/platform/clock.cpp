@@ -10,7 +10,10 @@ Clock steady_clock() {
   using std::chrono::nanoseconds;
   using Steady = std::chrono::steady_clock;
   return {
-      [] { return std::int64_t{std::chrono::duration_cast<nanoseconds>(Steady::now().time_since_epoch()).count()}; },
+      [] {
+        return std::int64_t{
+            std::chrono::duration_cast<nanoseconds>(Steady::now().time_since_epoch()).count()};
+      },
       [](std::int64_t deadline) { std::this_thread::sleep_until(Steady::time_point(nanoseconds(deadline))); },
   };
 }

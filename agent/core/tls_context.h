@@ -1,0 +1,23 @@
+// The TLS client context of the server link: OpenSSL's defaults, TLS 1.2 or later, certificates verified
+// against the operating system's roots and OpenSSL's own.
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <memory>
+
+namespace vlk::agent {
+
+struct SslContextDeleter {
+  void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+};
+using SslContext = std::unique_ptr<SSL_CTX, SslContextDeleter>;
+
+// Reads the system's roots once, so certificates added later are not seen. Nothing is checked: a context that
+// could not be built shows as every handshake failing.
+SslContext build_tls_context();
+
+// Adds the operating system's roots to the context's store. One that does not parse or is refused is skipped.
+void import_system_roots(SSL_CTX* context);
+
+}  // namespace vlk::agent

@@ -1,0 +1,13 @@
+// The operating system's trusted root certificates.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+namespace vlk::agent {
+
+// Calls `visit` with the DER bytes of each root, in the system's order; the bytes are valid during the call
+// only. A store that cannot be opened has none.
+void for_each_system_root(const std::function<void(const unsigned char* der, std::size_t size)>& visit);
+
+}  // namespace vlk::agent
