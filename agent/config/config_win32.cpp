@@ -1,0 +1,82 @@
+// The settings' store: five values of one registry key of the current user.
+#include "config/config.h"
+
+#include "config/registry_win32.h"
+#include "platform/text.h"
+#include "platform/win32_handles.h"
+
+namespace vlk::agent {
+namespace {
+
+constexpr wchar_t kSettingsKey[] = L"Software\\Maravek\\Vantelink";
+constexpr DWORD kComputerNameSize = 16;  // characters, the closing zero included: the system's own limit
+
+std::string computer_name() {
+  wchar_t name[kComputerNameSize] = {};
+  DWORD length = kComputerNameSize;
+  if (!GetComputerNameW(name, &length)) return "PC";
+  return WideToUtf8({name, length});
+}
+
+}  // namespace
+
+std::string read_registry_string(HKEY key, const wchar_t* name) {
+  DWORD type = 0;
+  DWORD bytes = 0;
+  if (RegQueryValueExW(key, name, nullptr, &type, nullptr, &bytes) != ERROR_SUCCESS) return {};
+  if (type != REG_SZ) return {};
+  std::wstring text(bytes / sizeof(wchar_t), L'\0');
+  bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+  RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text.data()), &bytes);
+  // One closing zero belongs to the store; any more belong to the value.
+  if (!text.empty() && text.back() == L'\0') text.pop_back();
+  return WideToUtf8(text);
+}
+
+void write_registry_string(HKEY key, const wchar_t* name, const std::string& text) {
+  const std::wstring wide = Utf8ToWide(text);
+  const auto bytes = static_cast<DWORD>((wide.size() + 1) * sizeof(wchar_t));
+  RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()), bytes);
+}
+
+AgentConfig load_config() {
+  AgentConfig config;
+  config.display_name = computer_name();
+  HKEY opened = nullptr;
+  if (RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS)
+    return config;
+  const UniqueRegistryKey key(opened);
+
+  std::string display_name = read_registry_string(key.get(), L"DisplayName");
+  if (!display_name.empty()) config.display_name = std::move(display_name);
+  config.agent_id = read_registry_string(key.get(), L"AgentId");
+  config.agent_secret = read_registry_string(key.get(), L"AgentSecret");
+  config.skipped_version = read_registry_string(key.get(), L"SkippedVersion");
+
+  // Any type will do, as long as it fits: the flag counts, not who wrote it.
+  DWORD unattended = 0;
+  DWORD bytes = sizeof(unattended);
+  if (RegQueryValueExW(key.get(), L"Unattended", nullptr, nullptr, reinterpret_cast<BYTE*>(&unattended),
+                       &bytes) == ERROR_SUCCESS) {
+    config.unattended = unattended != 0;
+  }
+  return config;
+}
+
+void save_config(const AgentConfig& config) {
+  HKEY opened = nullptr;
+  if (RegCreateKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &opened,
+                      nullptr) != ERROR_SUCCESS) {
+    return;
+  }
+  const UniqueRegistryKey key(opened);
+  write_registry_string(key.get(), L"DisplayName", config.display_name);
+  write_registry_string(key.get(), L"AgentId", config.agent_id);
+  write_registry_string(key.get(), L"AgentSecret", config.agent_secret);
+  write_registry_string(key.get(), L"SkippedVersion", config.skipped_version);
+  const DWORD unattended = config.unattended ? 1 : 0;
+  RegSetValueExW(key.get(), L"Unattended", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&unattended),
+                 sizeof(unattended));
+}
+
+}  // namespace vlk::agent

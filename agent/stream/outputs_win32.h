@@ -1,0 +1,35 @@
+// The walk that numbers monitors: all outputs of all adapters, those counted that belong to the desktop. The
+// monitor list and the capture each walk afresh, so that a number means the same in both. Included by
+// _win32.cpp files alone.
+#pragma once
+
+#include <dxgi1_2.h>
+#include <windows.h>
+#include <wrl/client.h>
+
+#include <cstdint>
+
+namespace vlk::agent {
+
+using Microsoft::WRL::ComPtr;
+
+// Calls visit(number, adapter, output, description) for each attached output, numbers from 0 on across
+// adapters, until it returns true. Whether one did.
+template <typename Visit>
+bool WalkAttachedOutputs(IDXGIFactory1* factory, Visit visit) {
+  std::int32_t number = 0;
+  ComPtr<IDXGIAdapter1> adapter;
+  for (UINT a = 0; SUCCEEDED(factory->EnumAdapters1(a, adapter.ReleaseAndGetAddressOf())); ++a) {
+    ComPtr<IDXGIOutput> output;
+    for (UINT o = 0; SUCCEEDED(adapter->EnumOutputs(o, output.ReleaseAndGetAddressOf())); ++o) {
+      DXGI_OUTPUT_DESC description = {};
+      output->GetDesc(&description);
+      if (!description.AttachedToDesktop) continue;
+      if (visit(number, adapter, output, description)) return true;
+      ++number;
+    }
+  }
+  return false;
+}
+
+}  // namespace vlk::agent
