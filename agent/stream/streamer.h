@@ -8,13 +8,13 @@
 
 #include "core/messages.h"
 #include "platform/clock.h"
+#include "stream/stream_worker.h"
 
 namespace vlk::agent {
 
-enum class StreamCodec : std::int32_t { Mjpeg = 0, H264 = 1 };
-
 // Made, started, stopped and destroyed by the connection thread, each once; a new stream is a new object. The
-// worker owns all capture, drawing and encoding state; the two meet in the atomics below and in `send`.
+// worker owns all capture, drawing and encoding state; the two meet in the settings, which are atomic, and in
+// `send`.
 class ScreenStreamer {
  public:
   // `session_id` goes out with every message of this stream. `clock` is the steady clock but in tests.
@@ -44,13 +44,7 @@ class ScreenStreamer {
   const Clock clock_;
   std::thread worker_;
   std::atomic<bool> running_{false};
-  std::atomic<std::int32_t> monitor_id_{0};
-  std::atomic<std::int32_t> max_fps_{15};
-  std::atomic<std::int32_t> quality_{70};
-  std::atomic<std::int32_t> bitrate_{6000000};
-  std::atomic<StreamCodec> codec_{StreamCodec::H264};
-  std::atomic<bool> keyframe_requested_{false};
-  std::atomic<bool> show_cursor_{true};
+  StreamSettings settings_;
 };
 
 }  // namespace vlk::agent

@@ -1,0 +1,27 @@
+// The debug log of a native build, in the folder that TMPDIR names.
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "platform/debug_log.h"
+
+namespace vlk {
+
+void append_debug_log(const char* format, ...) {
+  const char* const folder = std::getenv("TMPDIR");
+  const std::string path = std::string(folder != nullptr ? folder : "/tmp") + "/vlkagent.log";
+  const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "a"), &std::fclose);
+  if (!file) return;
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vfprintf(file.get(), format, arguments);
+  va_end(arguments);
+}
+
+bool debug_input_requested() {
+  return std::getenv("VLK_DEBUG_INPUT") != nullptr;
+}
+
+}  // namespace vlk
