@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <limits>
+#include <memory>
 #include <random>
 
 namespace vlk::agent {
@@ -43,7 +46,7 @@ TEST(InputBatch, MoveIsAbsoluteOverTheVirtualDesktop) {
 TEST(InputBatch, ButtonsPressAndReleaseWithoutAPosition) {
   const std::uint32_t flags[3][2] = {{0x0004, 0x0002}, {0x0010, 0x0008}, {0x0040, 0x0020}};
   for (unsigned char button = 1; button <= 3; ++button) {
-    for (const unsigned char pressed : {0, 1, 255}) {
+    for (const unsigned char pressed : Bytes{0, 1, 255}) {
       const auto records = parse(batch(1, {{2, button, pressed}}));
       ASSERT_TRUE(records);
       EXPECT_EQ(*records, (Records{{.flags = flags[button - 1][pressed != 0]}}));
@@ -83,7 +86,7 @@ TEST(InputBatch, CountOfZeroIgnoresTheRest) {
 }
 
 TEST(InputBatch, UnknownTypeDiscardsEverything) {
-  for (const unsigned char type : {0, 5, 9, 255}) {
+  for (const unsigned char type : Bytes{0, 5, 9, 255}) {
     EXPECT_FALSE(parse(batch(2, {kMoveToEnd, {type, 0, 0, 0, 0, 0, 0, 0, 0}}))) << int{type};
   }
 }
@@ -103,7 +106,7 @@ TEST(InputBatch, CountLimitsWhatIsTaken) {
 
 TEST(InputBatch, UnknownButtonIsSkippedButCounts) {
   const Bytes key = {4, 1, 65, 0, 0, 0, 0};
-  for (const unsigned char button : {0, 4, 255}) {
+  for (const unsigned char button : Bytes{0, 4, 255}) {
     EXPECT_EQ(*parse(batch(2, {{2, button, 1}, key})), (Records{{.kind = InputKind::Keyboard, .vk = 65}}));
     EXPECT_TRUE(parse(batch(1, {{2, button, 1}, key}))->empty());
   }
@@ -116,7 +119,9 @@ TEST(InputBatch, EveryTruncationGivesWholeEventsOrNothing) {
     const auto records = parse(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
     const auto* const end = std::find(std::begin(ends), std::end(ends), length);
     ASSERT_EQ(records.has_value(), end != std::end(ends)) << length;
-    if (records) EXPECT_EQ(records->size(), static_cast<std::size_t>(end - std::begin(ends)));
+    if (records) {
+      EXPECT_EQ(records->size(), static_cast<std::size_t>(end - std::begin(ends)));
+    }
   }
 }
 
@@ -127,7 +132,9 @@ TEST(InputBatch, SurvivesRandomBytes) {
     for (unsigned char& byte : payload)
       byte = static_cast<unsigned char>(random() % 6);
     const auto records = parse(payload);
-    if (records) EXPECT_LE(records->size(), payload[0]);
+    if (records) {
+      EXPECT_LE(records->size(), payload[0]);
+    }
   }
 }
 
