@@ -7,6 +7,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <string>
 
 namespace vlk::agent {
 namespace {
@@ -123,6 +124,30 @@ TEST(InputBatch, EveryTruncationGivesWholeEventsOrNothing) {
       EXPECT_EQ(records->size(), static_cast<std::size_t>(end - std::begin(ends)));
     }
   }
+}
+
+TEST(InputBatch, MeasuresAreReadAfreshForEachMoveAndForNothingElse) {
+  const Bytes payload = batch(5, {kMoveToEnd, {2, 1, 1}, {3, 1, 0}, {4, 1, 65, 0, 0, 0, 0}, kMoveToEnd});
+  std::string asked;
+  ParseInputBatch(payload.data(), payload.size(),
+                  {[&] {
+                     asked += "desktop ";
+                     return kDesktop;
+                   },
+                   [&] {
+                     asked += "monitor ";
+                     return kMonitor;
+                   },
+                   [&](const KeyEvent&) { asked += "key "; }});
+  EXPECT_EQ(asked, "desktop monitor key desktop monitor ");
+}
+
+TEST(InputBatch, KeysAreToldBeforeALaterEventDiscardsTheBatchButNotWhenCutOffThemselves) {
+  std::vector<KeyEvent> keys;
+  EXPECT_FALSE(parse(batch(3, {{4, 1, 65, 0, 0, 0, 0}, {9}, {4, 1, 66, 0, 0, 0, 0}}), &keys));
+  EXPECT_EQ(keys.size(), 1u);
+  EXPECT_FALSE(parse(batch(2, {{4, 0, 65, 0, 0, 0, 0}, {4, 1, 66, 0, 0, 0}}), &keys));
+  EXPECT_EQ(keys.size(), 2u);
 }
 
 TEST(InputBatch, SurvivesRandomBytes) {
