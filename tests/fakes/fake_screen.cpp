@@ -1,0 +1,117 @@
+// Capture, pointer, encoders and monitors without a screen.
+#include "fakes/fakes.h"
+#include "stream/cursor_overlay.h"
+#include "stream/h264_encoder.h"
+#include "stream/jpeg_encoder.h"
+
+namespace vlk::agent {
+
+using vantelink_fakes::note;
+using vantelink_fakes::script;
+
+struct ScreenCapturer::State {
+  std::int32_t left = 0, top = 0, width = 0, height = 0;
+};
+
+ScreenCapturer::ScreenCapturer() : state_(std::make_unique<State>()) {}
+
+ScreenCapturer::~ScreenCapturer() {
+  note("~ScreenCapturer");
+}
+
+bool ScreenCapturer::Open(std::int32_t monitor_index) {
+  note("Open " + std::to_string(monitor_index));
+  if (!script().open || !script().open(monitor_index)) return false;
+  *state_ = {script().left, script().top, script().width, script().height};
+  return true;
+}
+
+void ScreenCapturer::Close() {}
+
+bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms) {
+  note("AcquireFrame " + std::to_string(timeout_ms));
+  return !script().acquire || script().acquire(frame);
+}
+
+bool ScreenCapturer::CaptureGdi(CapturedFrame& frame) {
+  note("CaptureGdi");
+  if (script().capture_gdi) return script().capture_gdi(frame);
+  frame.width = script().gdi_width;
+  frame.height = script().gdi_height;
+  frame.stride = static_cast<std::int32_t>(frame.width * 4);
+  frame.pixels.resize(std::size_t{frame.height} * frame.width * 4);
+  return true;
+}
+
+std::int32_t ScreenCapturer::width() const {
+  return state_->width;
+}
+
+std::int32_t ScreenCapturer::height() const {
+  return state_->height;
+}
+
+std::int32_t ScreenCapturer::left() const {
+  return state_->left;
+}
+
+std::int32_t ScreenCapturer::top() const {
+  return state_->top;
+}
+
+struct CursorOverlay::State {};
+
+CursorOverlay::CursorOverlay() = default;
+
+CursorOverlay::~CursorOverlay() {
+  note("~CursorOverlay");
+}
+
+void CursorOverlay::Draw(CapturedFrame&, std::int32_t left, std::int32_t top) {
+  note("Draw " + std::to_string(left) + ' ' + std::to_string(top));
+}
+
+struct H264Encoder::State {};
+
+H264Encoder::H264Encoder() = default;
+
+H264Encoder::~H264Encoder() {
+  note("~H264Encoder");
+}
+
+bool H264Encoder::Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate) {
+  note("Init " + std::to_string(width) + ' ' + std::to_string(height) + ' ' + std::to_string(fps) + ' ' +
+       std::to_string(bitrate));
+  return script().init && script().init();
+}
+
+bool H264Encoder::Encode(const CapturedFrame&, std::vector<std::uint8_t>& out, bool force_keyframe) {
+  note(force_keyframe ? "Encode key" : "Encode");
+  if (script().encode) return script().encode(out, force_keyframe);
+  out.insert(out.end(), {'h', '2', '6', '4'});
+  return true;
+}
+
+void H264Encoder::Shutdown() {
+  note("Shutdown");
+}
+
+std::vector<std::uint8_t> EncodeJpeg(const std::uint8_t*, std::uint32_t width, std::uint32_t height,
+                                     std::uint32_t stride, std::uint32_t quality) {
+  note("EncodeJpeg " + std::to_string(width) + ' ' + std::to_string(height) + ' ' + std::to_string(stride) +
+       ' ' + std::to_string(quality));
+  if (script().jpeg) return script().jpeg();
+  return {'j', 'p', 'e', 'g'};
+}
+
+std::vector<MonitorInfo> EnumerateMonitors() {
+  note("EnumerateMonitors");
+  return script().monitors;
+}
+
+std::vector<MonitorThumbnail> CaptureThumbnails(std::int32_t max_dimension) {
+  note("CaptureThumbnails " + std::to_string(max_dimension));
+  return script().thumbnails;
+}
+
+}  // namespace vlk::agent

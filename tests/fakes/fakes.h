@@ -1,0 +1,50 @@
+// Native stand-ins for the Windows modules: what they are asked goes into one journal, in order and across
+// modules; what they answer is scripted. A test calls reset() first and sets the script before the threads
+// start.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "config/config.h"
+#include "stream/capture.h"
+#include "stream/monitors.h"
+
+namespace vantelink_fakes {
+
+// The answers. Unset callables stand for the plain case, told beside each.
+struct Script {
+  std::function<bool(std::int32_t)> open;                   // false: no duplication
+  std::function<bool(vlk::agent::CapturedFrame&)> acquire;  // true with an empty frame
+  std::function<bool(vlk::agent::CapturedFrame&)>
+      capture_gdi;  // true with a frame of `gdi_width` by `gdi_height`
+  std::uint32_t gdi_width = 8, gdi_height = 4;
+  std::int32_t left = 0, top = 0, width = 0, height = 0;         // the rectangle after a good open
+  std::function<bool()> init;                                    // false: no encoder
+  std::function<bool(std::vector<std::uint8_t>&, bool)> encode;  // true, appends "h264"
+  std::function<std::vector<std::uint8_t>()> jpeg;               // "jpeg"
+  std::vector<vlk::agent::MonitorInfo> monitors = {{0, 0, 0, 1280, 720, "Display 1"}};
+  std::vector<vlk::agent::MonitorThumbnail> thumbnails;
+  std::vector<std::vector<unsigned char>> roots;  // DER
+  std::string machine_guid = "guid";
+};
+
+void reset();
+Script& script();
+
+// One line a call, for instance "Open 1" or "Encode key".
+void note(const std::string& line);
+std::vector<std::string> journal();
+std::size_t count(std::string_view line);
+// Waits until a line was noted `times` times in all; false when that takes too long.
+bool wait_for(std::string_view line, std::size_t times = 1,
+              std::chrono::milliseconds patience = std::chrono::milliseconds(20000));
+
+// The settings saved last, as the next start would find them.
+vlk::agent::AgentConfig saved_config();
+
+}  // namespace vantelink_fakes
