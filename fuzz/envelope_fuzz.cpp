@@ -1,0 +1,19 @@
+// Any bytes as an envelope: what is decoded must encode to the bytes that it came from.
+#include <algorithm>
+
+#include "core/messages.h"
+#include "require.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  vlk::Envelope envelope;
+  envelope.session_id = 0xFEEDBEEF;
+  if (!vlk::decode_envelope(data, size, envelope)) {
+    REQUIRE(envelope.session_id == 0xFEEDBEEF && envelope.payload.empty());
+    return 0;
+  }
+  REQUIRE(envelope.payload.size() <= vlk::kMaxDecodedPayload);
+  const auto bytes = vlk::encode_envelope(static_cast<vlk::Msg>(envelope.type), envelope.session_id,
+                                          envelope.payload.data(), envelope.payload.size(), envelope.flags);
+  REQUIRE(bytes.size() <= size && std::equal(bytes.begin(), bytes.end(), data));
+  return 0;
+}

@@ -1,0 +1,53 @@
+// Any bytes as the stream behind the upgrade: the same frames must come out however it is cut into reads.
+#include <algorithm>
+#include <string_view>
+
+#include "core/websocket.h"
+#include "require.h"
+
+namespace {
+
+struct Outcome {
+  std::vector<vlk::WsFrame> frames;
+  bool failed = false;
+};
+
+// `step` is the size of a read in bytes.
+Outcome ParseInSteps(const std::uint8_t* data, std::size_t size, std::size_t step) {
+  Outcome outcome;
+  vlk::WsParser parser;
+  for (std::size_t at = 0; at < size && !parser.failed; at += step) {
+    parser.feed(data + at, std::min(step, size - at));
+    while (auto frame = parser.next())
+      outcome.frames.push_back(std::move(*frame));
+  }
+  outcome.failed = parser.failed;
+  return outcome;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::size_t step = data[0] % 16 + 1u;
+  const Outcome whole = ParseInSteps(data + 1, size - 1, size);
+  const Outcome cut = ParseInSteps(data + 1, size - 1, step);
+  REQUIRE(whole.failed == cut.failed);
+  REQUIRE(whole.frames.size() == cut.frames.size());
+  for (std::size_t i = 0; i < whole.frames.size(); ++i) {
+    REQUIRE(whole.frames[i].opcode == cut.frames[i].opcode);
+    REQUIRE(whole.frames[i].fin == cut.frames[i].fin);
+    REQUIRE(whole.frames[i].payload == cut.frames[i].payload);
+  }
+
+  vlk::upgrade_accepted(std::string_view(reinterpret_cast<const char*>(data), size));
+
+  // What is sent must be read back, masked or not.
+  for (const bool masked : {false, true}) {
+    const auto frame = vlk::encode_frame(vlk::kWsBinary, data, size, masked);
+    const Outcome own = ParseInSteps(frame.data(), frame.size(), step);
+    REQUIRE(!own.failed && own.frames.size() == 1 && own.frames[0].fin);
+    REQUIRE(std::equal(own.frames[0].payload.begin(), own.frames[0].payload.end(), data, data + size));
+  }
+  return 0;
+}
