@@ -178,6 +178,19 @@ TEST_F(StreamFaultsTest, AFrameThatIsOneNanosecondShortOfASecondOldIsNotRefreshe
   EXPECT_EQ(JournalOf(1)[1], "CaptureGdi");
 }
 
+TEST_F(StreamFaultsTest, RefreshCountsFromTheIterationThatSentNotFromTheSendsEnd) {
+  Run(1);
+  settings_.max_fps = 1;
+  script().encode = [this](std::vector<std::uint8_t>& out, bool) {
+    time_ += 900 * kMillisecond;
+    out.push_back('x');
+    return true;
+  };
+  Run(1);
+  script().acquire = [](CapturedFrame&) { return false; };
+  EXPECT_EQ(JournalOf(1)[1], "CaptureGdi") << "one second after the start of the iteration that sent";
+}
+
 TEST_F(StreamFaultsTest, KeyFrameIsDueAtTwoSecondsToTheNanosecond) {
   Run(1);
   const std::int64_t keyed_at = time_ - 66 * kMillisecond;
