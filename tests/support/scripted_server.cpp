@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <stdexcept>
 
 namespace vantelink_test {
@@ -215,6 +217,8 @@ ScriptedServer::ScriptedServer(const TestAuthority& authority) : ScriptedServer(
 
 ScriptedServer::ScriptedServer(const TestAuthority& authority, const Options& options)
     : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free) {
+  // A client that goes away while it is written to must not end the test.
+  std::signal(SIGPIPE, SIG_IGN);
   const TestAuthority::Identity identity = authority.issue(options.names);
   SSL_CTX_use_certificate(context_.get(), identity.certificate.get());
   SSL_CTX_use_PrivateKey(context_.get(), identity.key.get());
