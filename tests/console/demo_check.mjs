@@ -1,0 +1,160 @@
+// Plays a representative's whole session in a headless browser against a running demo: log in, open the machine, see
+// its desktop, type into Notepad, click in WineMine. Every step is judged from outside: what was typed by the file
+// that Notepad saves, what is seen by comparing the console's canvas with a picture of the machine's display.
+import assert from 'node:assert/strict';
+import { execFile } from 'node:child_process';
+import { readFile, writeFile } from 'node:fs/promises';
+import { dirname, join } from 'node:path';
+import { fileURLToPath } from 'node:url';
+import { parseArgs, promisify } from 'node:util';
+import { chromium } from 'playwright-core';
+
+const run = promisify(execFile);
+const DESK_TOOL = join(dirname(fileURLToPath(import.meta.url)), '../../tools/desk');
+const DEADLINE_MS = 30_000;
+const TYPED = 'Typed in the browser, read in Windows: 6 * 7 = 42 (Yes!)';
+// Where tools/demo places the windows, in pixels of the desktop.
+const NOTEPAD_TEXT = { x: 700, y: 250 };
+const NOTEPAD_LINE = { x: 426, y: 86, width: 530, height: 14 };
+const MINE_FIELD = { x: 1024, y: 92, width: 145, height: 145 };
+const NOWHERE = { x: 700, y: 600 };
+const WHOLE = { x: 0, y: 0, width: 1280, height: 720 };
+// JPEG, the painted pointer and a blinking caret stay far below these shares of wrong pixels. A missing window is far
+// above the first, missing text above the second, an unopened cell of the mine field above the third.
+const WRONG_PIXEL = '25%';
+const MAX_WRONG = new Map([[WHOLE, 0.004], [NOTEPAD_LINE, 0.02], [MINE_FIELD, 0.004]]);
+
+const { values: options } = parseArgs({
+  options: Object.fromEntries(
+    ['url', 'user', 'machine', 'desk', 'note', 'out'].map((name) => [name, { type: 'string' }])),
+});
+
+async function until(what, condition) {
+  const deadline = Date.now() + DEADLINE_MS;
+  for (let last; ; ) {
+    try {
+      last = await condition();
+      if (last === true) return;
+    } catch (error) {
+      last = error.message;
+    }
+    if (Date.now() > deadline) throw new Error(`${what}: not within ${DEADLINE_MS / 1000} s (last: ${last})`);
+    await new Promise((done) => setTimeout(done, 200));
+  }
+}
+
+// The share of an area's pixels that are not the same in two pictures.
+async function wrongPixels(first, second, area) {
+  const crop = ['-crop', `${area.width}x${area.height}+${area.x}+${area.y}`, '+repage'];
+  const { stdout } = await run('convert', [first, second, ...crop, '-alpha', 'off', '-compose', 'difference', '-composite',
+    '-colorspace', 'gray', '-threshold', WRONG_PIXEL, '-format', '%[fx:mean]', 'info:']);
+  return Number(stdout);
+}
+
+async function colours(picture) {
+  const { stdout } = await run('identify', ['-format', '%k', picture]);
+  return Number(stdout);
+}
+
+const file = (name) => join(options.out, name);
+const shot = (name) => run(DESK_TOOL, ['shot', options.desk, file(name)]);
+
+async function saveCanvas(canvas, name) {
+  const url = await canvas.evaluate((element) => element.toDataURL('image/png'));
+  await writeFile(file(name), Buffer.from(url.slice(url.indexOf(',') + 1), 'base64'));
+}
+
+// The point of the page under which the console shows a point of the desktop.
+async function onPage(canvas, { x, y }) {
+  const box = await canvas.boundingBox();
+  const size = await canvas.evaluate((element) => ({ width: element.width, height: element.height }));
+  const scale = Math.min(box.width / size.width, box.height / size.height);
+  return {
+    x: box.x + (box.width - size.width * scale) / 2 + x * scale,
+    y: box.y + (box.height - size.height * scale) / 2 + y * scale,
+  };
+}
+
+async function click(page, canvas, point) {
+  const { x, y } = await onPage(canvas, point);
+  await page.mouse.move(x, y);
+  await page.mouse.click(x, y, { delay: 60 });
+}
+
+async function sameAsDesktop(canvas, name, ...areas) {
+  await until(`the picture "${name}" is the desktop's`, async () => {
+    await shot(`${name}-desktop.png`);
+    await saveCanvas(canvas, `${name}-canvas.png`);
+    for (const area of [WHOLE, ...areas]) {
+      const wrong = await wrongPixels(file(`${name}-canvas.png`), file(`${name}-desktop.png`), area);
+      if (wrong > MAX_WRONG.get(area)) return `${(wrong * 100).toFixed(2)} % of ${JSON.stringify(area)} is wrong`;
+    }
+    return true;
+  });
+  assert.ok((await colours(file(`${name}-desktop.png`))) > 8, 'the desktop is not blank');
+  console.log(`ok  ${name}: the console shows the desktop`);
+}
+
+async function session(page) {
+  await page.goto(options.url);
+  await page.locator('input[type=password]').waitFor();
+  await page.locator('input:not([type=password]):visible').first().fill(options.user);
+  await page.locator('input[type=password]').fill(process.env.PASSWORD);
+  await page.keyboard.press('Enter');
+  console.log('ok  logged in');
+
+  await page.getByText(options.machine).first().waitFor({ timeout: DEADLINE_MS });
+  await page.screenshot({ path: file('console-machines.png') });
+  await openMachine(page);
+  const canvas = page.locator('canvas[data-frames]');
+  await until('frames arrive', async () => Number(await canvas.getAttribute('data-frames')) > 0);
+  console.log('ok  frames arrive');
+  await sameAsDesktop(canvas, 'opened');
+
+  await click(page, canvas, NOTEPAD_TEXT);
+  await page.keyboard.type(TYPED, { delay: 20 });
+  await page.keyboard.press('Control+s');
+  await until('Notepad has the text', async () => {
+    const text = (await readFile(options.note, 'utf8')).replace(/^\ufeff/, '');
+    return text === TYPED || JSON.stringify(text);
+  });
+  console.log('ok  Notepad saved exactly what was typed');
+  await sameAsDesktop(canvas, 'typed', NOTEPAD_LINE);
+
+  await click(page, canvas, { x: MINE_FIELD.x + 72, y: MINE_FIELD.y + 72 });
+  // Off the field, for the pointer is part of the picture.
+  const aside = await onPage(canvas, NOWHERE);
+  await page.mouse.move(aside.x, aside.y);
+  await until('the mine field changed', async () => {
+    await shot('clicked-desktop.png');
+    return (await wrongPixels(file('typed-desktop.png'), file('clicked-desktop.png'), MINE_FIELD)) > 0.002;
+  });
+  await sameAsDesktop(canvas, 'clicked', MINE_FIELD);
+  await page.screenshot({ path: file('console-session.png') });
+}
+
+async function openMachine(page) {
+  const name = page.getByText(options.machine).first();
+  await name.click();
+}
+
+const browser = await chromium.launch({
+  executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
+  args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
+    '--disable-component-update', '--disable-sync'],
+});
+const page = await browser.newPage({ ignoreHTTPSErrors: true, viewport: { width: 1440, height: 900 } });
+page.on('console', (message) => { if (message.type() === 'error') console.error(`browser: ${message.text()}`); });
+page.on('pageerror', (error) => console.error(`browser: ${error.message}`));
+let failed = false;
+try {
+  await session(page);
+} catch (error) {
+  failed = true;
+  console.error(`FAILED  ${error.message}`);
+  await page.screenshot({ path: file('console-failed.png') }).catch(() => {});
+  await shot('failed-desktop.png').catch(() => {});
+} finally {
+  await browser.close();
+}
+process.exit(failed ? 1 : 0);
