@@ -25,6 +25,11 @@ void reset() {
   current = Script();
 }
 
+void clear_journal() {
+  const std::lock_guard<std::mutex> guard(lock);
+  lines.clear();
+}
+
 Script& script() {
   return current;
 }

@@ -33,7 +33,8 @@ struct Script {
   std::string machine_guid = "guid";
 };
 
-void reset();
+void reset();          // only while no other thread uses the fakes
+void clear_journal();  // at any time
 Script& script();
 
 // One line a call, for instance "Open 1" or "Encode key".

@@ -81,7 +81,7 @@ TEST_F(DispatchTest, StreamStartHasDefaultsAndSeventyForQuality) {
 
 TEST_F(DispatchTest, UnknownMonitorStartsTheStreamAndLeavesTheRectangle) {
   for (const char* text : {R"({"monitor_id":99})", R"({"monitor_id":1})", R"({"monitor_id":-1})"}) {
-    vantelink_fakes::reset();
+    vantelink_fakes::clear_journal();
     peer_->send_envelope(Msg::StreamStart, 5, text);
     settle();
     EXPECT_EQ(count("SetActiveMonitorRect 0 0 1280 720"), 0u) << text;
