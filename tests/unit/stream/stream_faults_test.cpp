@@ -175,7 +175,7 @@ TEST_F(StreamFaultsTest, AFrameThatIsOneNanosecondShortOfASecondOldIsNotRefreshe
   time_ = sent_at + 1000 * kMillisecond - 1;
   EXPECT_EQ(JournalOf(1), (Lines{"AcquireFrame 66"}));
   time_ = sent_at + 1000 * kMillisecond;
-  EXPECT_EQ(JournalOf(1)[1], "CaptureGdi");
+  EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi");
 }
 
 TEST_F(StreamFaultsTest, RefreshCountsFromTheIterationThatSentNotFromTheSendsEnd) {
@@ -188,16 +188,16 @@ TEST_F(StreamFaultsTest, RefreshCountsFromTheIterationThatSentNotFromTheSendsEnd
   };
   Run(1);
   script().acquire = [](CapturedFrame&) { return false; };
-  EXPECT_EQ(JournalOf(1)[1], "CaptureGdi") << "one second after the start of the iteration that sent";
+  EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi") << "one second after the start of the iteration that sent";
 }
 
 TEST_F(StreamFaultsTest, KeyFrameIsDueAtTwoSecondsToTheNanosecond) {
   Run(1);
   const std::int64_t keyed_at = time_ - 66 * kMillisecond;
   time_ = keyed_at + 2000 * kMillisecond - 1;
-  EXPECT_EQ(JournalOf(1)[2], "Encode");
+  EXPECT_EQ(JournalOf(1).at(2), "Encode");
   time_ = keyed_at + 2000 * kMillisecond;
-  EXPECT_EQ(JournalOf(1)[2], "Encode key");
+  EXPECT_EQ(JournalOf(1).at(2), "Encode key");
 }
 
 TEST_F(StreamFaultsTest, StampIsTruncatedToMicrosecondsAndLittleEndian) {

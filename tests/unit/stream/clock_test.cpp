@@ -1,0 +1,30 @@
+// The steady clock: pacing relies on a sleep that never ends early.
+#include "platform/clock.h"
+
+#include <gtest/gtest.h>
+
+namespace vlk {
+namespace {
+
+TEST(SteadyClock, SleepNeverEndsEarly) {
+  const Clock clock = steady_clock();
+  for (int i = 0; i < 50; ++i) {
+    const std::int64_t deadline = clock.now() + i * 20000;
+    clock.sleep_until(deadline);
+    EXPECT_GE(clock.now(), deadline);
+  }
+}
+
+TEST(SteadyClock, PastDeadlineReturnsAndTimeNeverGoesBack) {
+  const Clock clock = steady_clock();
+  std::int64_t last = clock.now();
+  for (int i = 0; i < 1000; ++i) {
+    clock.sleep_until(last - 1000000000);
+    const std::int64_t now = clock.now();
+    ASSERT_GE(now, last);
+    last = now;
+  }
+}
+
+}  // namespace
+}  // namespace vlk
