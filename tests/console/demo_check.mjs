@@ -151,7 +151,7 @@ try {
   await session(page);
 } catch (error) {
   failed = true;
-  console.error(`FAILED  ${error.message}`);
+  console.error(`FAILED  ${error.message.split('\n', 3).join('\n')}`);
   await page.screenshot({ path: file('console-failed.png') }).catch(() => {});
   await shot('failed-desktop.png').catch(() => {});
 } finally {
