@@ -1,0 +1,109 @@
+// The relay's program: options, first start, and the work of the server until a signal ends it.
+#include <boost/asio/signal_set.hpp>
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "relay/options.h"
+#include "relay/secrets.h"
+#include "relay/server.h"
+
+namespace {
+
+using namespace vlk::relay;
+
+constexpr int kUsage = 2;
+
+// The data folder with its database; the folder is the owner's alone.
+std::string database_file(const std::string& data) {
+  std::error_code error;
+  const bool made = std::filesystem::create_directories(data, error);
+  if (error) throw std::runtime_error("cannot make the data folder " + data + ": " + error.message());
+  if (made) std::filesystem::permissions(data, std::filesystem::perms::owner_all);
+  return data + "/relay.db";
+}
+
+// A line of standard input, or a password of our own, which is then shown.
+std::string take_password(const std::string& user) {
+  std::string password;
+  std::getline(std::cin, password);
+  if (!password.empty()) return password;
+  password = random_password();
+  std::cout << "The password of \"" << user << "\" is " << password << "\n";
+  return password;
+}
+
+int change_user(const Options& options, Store& store) {
+  bool done = false;
+  switch (options.action) {
+    case Action::AddUser:
+      done = store.add_user(options.user, hash_password(take_password(options.user)));
+      break;
+    case Action::SetPassword:
+      done = store.set_password(options.user, hash_password(take_password(options.user)), {});
+      break;
+    default:
+      done = store.remove_user(options.user);
+  }
+  if (done) return 0;
+  std::cerr << "vantelink-relay: "
+            << (options.action == Action::AddUser
+                    ? "there is a representative of that name already; --set-password "
+                      "changes the password\n"
+                    : "there is no representative of that name\n");
+  return 1;
+}
+
+void greet_first_start(Store& store) {
+  if (store.has_users()) return;
+  const std::string password = random_password();
+  store.add_user("admin", hash_password(password));
+  std::cout << "First start. Log in to the console as \"admin\" with the password " << password
+            << "\nIt is shown this once; --set-password admin makes another." << std::endl;
+}
+
+int serve(const Options& options, Store& store) {
+  const Log log(standard_error_sink());
+  Server::Settings settings{
+      options.address, options.port, options.console, {options.certificate, options.key}};
+  if (settings.console.empty()) settings.console = VANTELINK_CONSOLE_DIR;
+  if (options.certificate.empty()) {
+    std::string remark;
+    settings.certificate = self_made_certificate(options.data, options.hosts, remark);
+    if (!remark.empty()) log.write("", "", remark);
+  }
+  greet_first_start(store);
+  const Limits limits;
+  Server server(settings, store, log, limits);
+  boost::asio::signal_set signals(server.context(), SIGINT, SIGTERM);
+  signals.async_wait([&](const boost::system::error_code& error, int) {
+    if (!error) server.stop();
+  });
+  std::cout << "vantelink-relay: listening on https://" << options.hosts.front() << ':' << server.port()
+            << '/' << std::endl;
+  server.run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  std::string problem;
+  if (!parse_options({argv + 1, argv + argc}, options, problem)) {
+    std::cerr << "vantelink-relay: " << problem << "\n";
+    return kUsage;
+  }
+  if (options.action == Action::Help) {
+    std::cout << help_text();
+    return 0;
+  }
+  try {
+    start_sodium();
+    Store store(database_file(options.data));
+    return options.action == Action::Serve ? serve(options, store) : change_user(options, store);
+  } catch (const std::exception& failure) {
+    std::cerr << "vantelink-relay: " << failure.what() << "\n";
+    return 1;
+  }
+}

@@ -1,0 +1,239 @@
+// Accepting connections and finding out what each is for.
+#include "relay/server.h"
+
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+#include <stdexcept>
+
+#include "relay/static_files.h"
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace websocket = beast::websocket;
+using tcp = asio::ip::tcp;
+
+namespace vlk::relay {
+namespace {
+
+constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
+constexpr std::size_t kFragment = 64 * 1024;  // bytes
+constexpr std::chrono::milliseconds kFarewell{300};
+constexpr std::chrono::milliseconds kAcceptPause{
+    200};  // after a failure, of descriptors running out for instance
+constexpr char kAgentProtocol[] = "vantelink.v1";
+constexpr char kConsoleProtocol[] = "vantelink.console.v1";
+
+asio::ssl::context make_tls(const CertificateFiles& files) {
+  asio::ssl::context tls(asio::ssl::context::tls_server);
+  SSL_CTX_set_min_proto_version(tls.native_handle(), TLS1_2_VERSION);
+  beast::error_code error;
+  tls.use_certificate_chain_file(files.certificate, error);
+  if (error)
+    throw std::runtime_error("cannot use the certificate " + files.certificate + ": " + error.message());
+  tls.use_private_key_file(files.key, asio::ssl::context::pem, error);
+  if (error) throw std::runtime_error("cannot use the private key " + files.key + ": " + error.message());
+  return tls;
+}
+
+tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned short port) {
+  beast::error_code error;
+  const auto parsed = asio::ip::make_address(address, error);
+  if (error) throw std::runtime_error("\"" + address + "\" is no address to listen on");
+  try {
+    return tcp::acceptor(io, tcp::endpoint(parsed, port));
+  } catch (const boost::system::system_error& failure) {
+    throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
+                             failure.code().message() + "; choose another with --port");
+  }
+}
+
+std::string_view path_of(const Request& request) {
+  const std::string_view target(request.target());
+  return target.substr(0, target.find('?'));
+}
+
+}  // namespace
+
+Server::Server(const Settings& settings, Store& store, const Log& log, const Limits& limits)
+    : console_(settings.console),
+      store_(store),
+      log_(log),
+      limits_(limits),
+      tls_(make_tls(settings.certificate)),
+      acceptor_(listen(io_, settings.address, settings.port)),
+      hub_(store, log, limits),
+      api_(hub_, store, log, limits),
+      enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
+      agents_{hub_, store, log, limits, enrolments_} {
+  asio::co_spawn(io_, accept(), asio::detached);
+  asio::co_spawn(io_, tick(), asio::detached);
+}
+
+unsigned short Server::port() const {
+  return acceptor_.local_endpoint().port();
+}
+
+void Server::run() {
+  io_.run();
+}
+
+void Server::stop() {
+  asio::post(io_, [this] {
+    if (stopping_) return;
+    stopping_ = true;
+    acceptor_.close();
+    hub_.cut_all();
+    // Browsers get a moment to hear that the relay goes.
+    auto farewell = std::make_shared<asio::steady_timer>(io_, kFarewell);
+    farewell->async_wait([this, farewell](beast::error_code) { io_.stop(); });
+  });
+}
+
+asio::awaitable<void> Server::accept() {
+  for (;;) {
+    auto [error, socket] = co_await acceptor_.async_accept(kAsTuple);
+    if (stopping_) co_return;
+    if (error) {
+      log_.write("", "", "cannot accept a connection: " + error.message());
+      asio::steady_timer pause(io_, kAcceptPause);
+      co_await pause.async_wait(kAsTuple);
+      continue;
+    }
+    if (connections_ >= limits_.connections) {
+      log_.write("", "", "too many connections; one was refused");
+      continue;
+    }
+    asio::co_spawn(io_, serve(std::move(socket)), asio::detached);
+  }
+}
+
+asio::awaitable<void> Server::tick() {
+  asio::steady_timer timer(io_);
+  while (!stopping_) {
+    timer.expires_after(limits_.tick);
+    co_await timer.async_wait(kAsTuple);
+    hub_.tick();
+  }
+}
+
+asio::awaitable<void> Server::serve(tcp::socket socket) {
+  ++connections_;
+  beast::error_code error;
+  const tcp::endpoint endpoint = socket.remote_endpoint(error);
+  const std::string source = endpoint.address().to_string();
+  const std::string peer = source + ':' + std::to_string(endpoint.port());
+  socket.set_option(tcp::no_delay(true), error);
+  try {
+    co_await serve_requests(TlsStream(beast::tcp_stream(std::move(socket)), tls_), peer, source);
+  } catch (const std::exception& failure) {
+    log_.write(peer, "", failure.what());
+  }
+  --connections_;
+}
+
+asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer, std::string source) {
+  auto& lowest = beast::get_lowest_layer(stream);
+  lowest.expires_after(limits_.handshake);
+  const auto [tls_error] = co_await stream.async_handshake(asio::ssl::stream_base::server, kAsTuple);
+  if (tls_error) {
+    log_.write(peer, "", "TLS handshake failed: " + tls_error.message());
+    co_return;
+  }
+  beast::flat_buffer buffer;
+  auto patience = limits_.handshake;
+  for (;;) {
+    http::request_parser<http::string_body> parser;
+    parser.header_limit(static_cast<std::uint32_t>(limits_.http_header));
+    parser.body_limit(limits_.http_body);
+    lowest.expires_after(patience);
+    patience = limits_.keep_alive;
+    const auto [error, size] = co_await http::async_read(stream, buffer, parser, kAsTuple);
+    if (error) {
+      if (size > 0 && error != http::error::end_of_stream)
+        log_.write(peer, "", "bad request: " + error.message());
+      co_return;
+    }
+    const Request request = parser.release();
+    Reply reply;
+    if (websocket::is_upgrade(request)) {
+      if (co_await upgrade(stream, request, peer, source, reply)) co_return;
+    } else {
+      reply = co_await answer(request, peer, source);
+    }
+    if (request.method() == http::verb::head) reply.body().clear();
+    lowest.expires_after(limits_.handshake);
+    const auto [write_error, written] = co_await http::async_write(stream, reply, kAsTuple);
+    if (write_error || !reply.keep_alive()) co_return;
+  }
+}
+
+asio::awaitable<Reply> Server::answer(const Request& request, const std::string& peer,
+                                      const std::string& source) {
+  const std::string_view path = path_of(request);
+  if (path.starts_with("/api/")) co_return co_await api_.answer(request, peer, source);
+  if (path == "/link" || path == "/console") {
+    co_return error_reply(request, HttpStatus::upgrade_required, "This path is for WebSockets.");
+  }
+  co_return serve_file(console_, request);
+}
+
+asio::awaitable<bool> Server::upgrade(TlsStream& stream, const Request& request, const std::string& peer,
+                                      const std::string& source, Reply& refusal) {
+  const std::string_view path = path_of(request);
+  const bool agent = path == "/link";
+  std::optional<HttpApi::Login> login;
+  if (!agent && path != "/console") {
+    refusal = error_reply(request, HttpStatus::not_found, "There is no WebSocket on this path.");
+    co_return false;
+  }
+  if (!agent) {
+    if (!same_origin(request)) {
+      log_.write(peer, "", "a console's upgrade from another origin was refused");
+      refusal = error_reply(request, HttpStatus::forbidden, "That request came from another site.");
+      co_return false;
+    }
+    login = api_.login_of(request);
+    if (!login) {
+      log_.write(peer, "", "a console's upgrade without a login was refused");
+      refusal = error_reply(request, HttpStatus::unauthorized, "Please log in.");
+      co_return false;
+    }
+  }
+  beast::get_lowest_layer(stream).expires_never();
+  SocketLink::Stream socket(std::move(stream));
+  socket.set_option(
+      websocket::stream_base::timeout{limits_.handshake, websocket::stream_base::none(), false});
+  socket.set_option(websocket::stream_base::decorator([agent](websocket::response_type& response) {
+    response.set(http::field::sec_websocket_protocol, agent ? kAgentProtocol : kConsoleProtocol);
+  }));
+  const auto [error] = co_await socket.async_accept(request, kAsTuple);
+  if (error) {
+    log_.write(peer, "", "WebSocket upgrade failed: " + error.message());
+    co_return true;
+  }
+  const auto link = std::make_shared<SocketLink>(std::move(socket), kFragment, limits_.queue_bytes);
+  if (agent) {
+    const auto one = std::make_shared<AgentPeer>();
+    one->socket = link;
+    one->address = peer;
+    co_await serve_agent(agents_, one, source);
+  } else {
+    const auto one = std::make_shared<ConsolePeer>();
+    one->socket = link;
+    one->address = peer;
+    one->representative = login->user;
+    one->login = login->token_hash;
+    co_await serve_console(hub_, limits_, one);
+  }
+  co_return true;
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,69 @@
+// Serving the console's files.
+#include "relay/static_files.h"
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+namespace http = boost::beast::http;
+
+namespace vlk::relay {
+namespace {
+
+constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kContentTypes = {{
+    {".html", "text/html; charset=utf-8"},
+    {".js", "text/javascript; charset=utf-8"},
+    {".mjs", "text/javascript; charset=utf-8"},
+    {".css", "text/css; charset=utf-8"},
+    {".svg", "image/svg+xml"},
+    {".png", "image/png"},
+    {".ico", "image/x-icon"},
+    {".webmanifest", "application/manifest+json"},
+}};
+
+// Empty for anything that is no kind of file the console has.
+std::string_view content_type(const std::filesystem::path& path) {
+  for (const auto& [ending, type] : kContentTypes) {
+    if (path.extension() == ending) return type;
+  }
+  return {};
+}
+
+// Letters, digits and a few marks, no part of the path beginning with a dot. That leaves neither "..", nor
+// escapes, nor hidden files, so nothing outside the folder can be named.
+bool plain_path(std::string_view path) {
+  if (path.empty() || path.front() != '/') return false;
+  char before = 0;
+  for (const char c : path) {
+    const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    if (!letter && c != '/' && c != '.' && c != '-' && c != '_') return false;
+    if ((c == '.' || c == '/') && before == '/') return false;
+    before = c;
+  }
+  return true;
+}
+
+}  // namespace
+
+Reply serve_file(const std::string& folder, const Request& request) {
+  if (request.method() != http::verb::get && request.method() != http::verb::head) {
+    Reply reply = error_reply(request, HttpStatus::method_not_allowed, "Files can only be read.");
+    reply.set(http::field::allow, "GET, HEAD");
+    return reply;
+  }
+  const std::string_view target(request.target());
+  const std::string_view path = target.substr(0, target.find('?'));
+  const std::filesystem::path file =
+      plain_path(path) ? std::filesystem::path(folder) / (path == "/" ? "index.html" : path.substr(1)) : "";
+  const std::string_view type = content_type(file);
+  std::error_code error;
+  std::ifstream stream;
+  if (!type.empty() && std::filesystem::is_regular_file(file, error)) stream.open(file, std::ios::binary);
+  if (!stream.is_open()) return error_reply(request, HttpStatus::not_found, "There is no such page.");
+  return make_reply(request, HttpStatus::ok, type,
+                    std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()));
+}
+
+}  // namespace vlk::relay
