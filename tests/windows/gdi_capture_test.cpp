@@ -67,6 +67,14 @@ TEST(GdiCapture, AFrameUsedAgainIsFilledAnew) {
   EXPECT_EQ(frame.pixels.size(), static_cast<std::size_t>(screen_width() * screen_height() * 4));
 }
 
+TEST(GdiCapture, AForgottenBitmapWouldBeSeen) {
+  const DWORD before = test::gdi_objects();
+  const HBITMAP forgotten = CreateBitmap(3, 3, 1, 32, nullptr);
+  EXPECT_EQ(test::gdi_objects(), before + 1);
+  DeleteObject(forgotten);
+  EXPECT_EQ(test::gdi_objects(), before);
+}
+
 TEST(GdiCapture, CapturesLeaveNothingBehind) {
   ScreenCapturer capturer;
   CapturedFrame frame;

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 namespace vlk::test {
@@ -145,6 +146,26 @@ inline bool shows_pattern(const std::vector<std::uint8_t>& pixels, int image_wid
   return true;
 }
 
+// GDI objects of this process. Wine's GetGuiResources always says 0, so there the table of handles is
+// counted, which the process's environment block points at: entries of 24 bytes whose type is 0 when unused.
+inline DWORD gdi_objects() {
+  if (const DWORD count = GetGuiResources(GetCurrentProcess(), GR_GDIOBJECTS)) return count;
+  constexpr std::size_t kEntries = 0x4000, kEntrySize = 24, kTypeOffset = 14, kTableOffset = 0xF8;
+  const HMODULE library = GetModuleHandleW(L"ntdll.dll");
+  const auto get_block = reinterpret_cast<const std::uint8_t*(WINAPI*)()>(
+      reinterpret_cast<void*>(GetProcAddress(library, "RtlGetCurrentPeb")));
+  const std::uint8_t* const block = get_block();
+  const std::uint8_t* table = nullptr;
+  std::memcpy(&table, block + kTableOffset, sizeof(table));
+  DWORD count = 0;
+  for (std::size_t i = 0; i < kEntries; ++i) {
+    std::uint16_t type = 0;
+    std::memcpy(&type, table + i * kEntrySize + kTypeOffset, sizeof(type));
+    count += type != 0;
+  }
+  return count;
+}
+
 // GDI objects and kernel handles that this process holds.
 struct Holdings {
   DWORD gdi = 0, handles = 0;
@@ -153,7 +174,7 @@ struct Holdings {
 
 inline Holdings holdings() {
   Holdings held;
-  held.gdi = GetGuiResources(GetCurrentProcess(), GR_GDIOBJECTS);
+  held.gdi = gdi_objects();
   GetProcessHandleCount(GetCurrentProcess(), &held.handles);
   return held;
 }
