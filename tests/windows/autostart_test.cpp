@@ -6,6 +6,7 @@
 
 #include "platform/win32_handles.h"
 #include "system/autostart.h"
+#include "tests/windows/painted_window.h"
 #include "tests/windows/seam.h"
 
 namespace {
@@ -142,15 +143,13 @@ TEST_F(Autostart, FailedWriteIsReported) {
 }
 
 TEST_F(Autostart, NothingIsLeftOpen) {
-  DWORD before = 0;
-  DWORD after = 0;
+  const auto all = [] { add_autostart(), autostart_exists(), remove_autostart(); };
   for (int i = 0; i < 3; ++i)
-    add_autostart(), autostart_exists(), remove_autostart();
-  GetProcessHandleCount(GetCurrentProcess(), &before);
+    all();
+  const DWORD before = test::kernel_handles();
   for (int i = 0; i < 200; ++i)
-    add_autostart(), autostart_exists(), remove_autostart();
-  GetProcessHandleCount(GetCurrentProcess(), &after);
-  EXPECT_EQ(after, before);
+    all();
+  EXPECT_EQ(test::kernel_handles(), before);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "config/registry_win32.h"
 #include "platform/text.h"
 #include "platform/win32_handles.h"
+#include "tests/windows/painted_window.h"
 #include "tests/windows/seam.h"
 
 namespace {
@@ -261,6 +262,16 @@ TEST_F(Config, MissingValueReadsAsEmpty) {
   EXPECT_EQ(read_registry_string(Key().get(), L"NoSuchValue"), "");
   write_registry_string(Key().get(), L"Other", "x");
   EXPECT_EQ(read_registry_string(Key().get(), L"Other"), "x");
+}
+
+TEST_F(Config, NothingIsLeftOpen) {
+  const auto both = [] { save_config(load_config()); };
+  for (int i = 0; i < 3; ++i)
+    both();
+  const DWORD before = test::kernel_handles();
+  for (int i = 0; i < 200; ++i)
+    both();
+  EXPECT_EQ(test::kernel_handles(), before);
 }
 
 TEST(Text, EmptyStaysEmptyAndBadBytesAreReplaced) {

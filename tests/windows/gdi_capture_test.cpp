@@ -67,12 +67,15 @@ TEST(GdiCapture, AFrameUsedAgainIsFilledAnew) {
   EXPECT_EQ(frame.pixels.size(), static_cast<std::size_t>(screen_width() * screen_height() * 4));
 }
 
-TEST(GdiCapture, AForgottenBitmapWouldBeSeen) {
-  const DWORD before = test::gdi_objects();
+TEST(GdiCapture, AForgottenObjectWouldBeSeen) {
+  const test::Holdings before = test::holdings();
   const HBITMAP forgotten = CreateBitmap(3, 3, 1, 32, nullptr);
-  EXPECT_EQ(test::gdi_objects(), before + 1);
+  const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  EXPECT_EQ(test::holdings().gdi, before.gdi + 1);
+  EXPECT_EQ(test::holdings().handles, before.handles + 1);
   DeleteObject(forgotten);
-  EXPECT_EQ(test::gdi_objects(), before);
+  CloseHandle(event);
+  EXPECT_EQ(test::holdings(), before);
 }
 
 TEST(GdiCapture, CapturesLeaveNothingBehind) {

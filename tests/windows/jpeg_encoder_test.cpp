@@ -26,6 +26,8 @@ struct Script {
   UINT count = 0;
   GUID parameter = {};
   ULONG values = 0, type = 0, quality = 0;
+  INT width = 0, height = 0, stride = 0, format = 0;
+  const BYTE* pixels = nullptr;
 };
 Script script;
 std::mutex script_lock;  // for the test with two threads
@@ -61,6 +63,23 @@ extern "C" GpStatus WINGDIPAPI GdipGetImageEncoders(UINT count, UINT size, Image
     if (std::wcscmp(encoders[i].MimeType, L"image/jpeg") == 0) encoders[i].MimeType = longer_name;
   }
   return status;
+}
+
+extern "C" GpStatus WINGDIPAPI GdipCreateBitmapFromScan0(INT width, INT height, INT stride,
+                                                         PixelFormat format, BYTE* pixels,
+                                                         GpBitmap** bitmap) {
+  static auto* const system =
+      vlk::test::real<GpStatus WINGDIPAPI(INT, INT, INT, PixelFormat, BYTE*, GpBitmap**)>(
+          "gdiplus.dll", "GdipCreateBitmapFromScan0");
+  {
+    const std::lock_guard lock(script_lock);
+    script.width = width;
+    script.height = height;
+    script.stride = stride;
+    script.format = format;
+    script.pixels = pixels;
+  }
+  return system(width, height, stride, format, pixels, bitmap);
 }
 
 extern "C" GpStatus WINGDIPAPI GdipSaveImageToStream(GpImage* image, IStream* stream,
@@ -187,6 +206,17 @@ TEST_F(Jpeg, FileDecodesToTheImage) {
 TEST_F(Jpeg, RowsMayBeFurtherApartThanTheyAreLong) {
   expect_fields(
       decode(EncodeJpeg(make_image(kWidth * 4 + 28, 0).data(), kWidth, kHeight, kWidth * 4 + 28, 70)));
+}
+
+// Wine's encoder would pass over the fourth byte in a format with alpha too: hence the format itself.
+TEST_F(Jpeg, BitmapLiesOverTheCallersMemoryInAFormatWithoutAlpha) {
+  const Bytes image = make_image(kWidth * 4 + 28, 0);
+  EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4 + 28, 70);
+  EXPECT_EQ(script.width, static_cast<INT>(kWidth));
+  EXPECT_EQ(script.height, static_cast<INT>(kHeight));
+  EXPECT_EQ(script.stride, static_cast<INT>(kWidth * 4 + 28));
+  EXPECT_EQ(script.format, 0x22009);
+  EXPECT_EQ(script.pixels, image.data());
 }
 
 TEST_F(Jpeg, FourthByteHasNoEffect) {

@@ -166,6 +166,28 @@ inline DWORD gdi_objects() {
   return count;
 }
 
+// Kernel handles of this process. Wine's GetProcessHandleCount always says 0, so there the system's list of
+// all handles is counted: a number, then from byte 8 on entries of 24 bytes that begin with their owner.
+inline DWORD kernel_handles() {
+  DWORD count = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &count);
+  if (count != 0) return count;
+  constexpr ULONG kAllHandles = 16;
+  constexpr std::size_t kHeaderSize = 8, kEntrySize = 24;
+  const auto query = reinterpret_cast<LONG(WINAPI*)(ULONG, void*, ULONG, ULONG*)>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  std::vector<std::uint8_t> list(1 << 20);
+  if (query(kAllHandles, list.data(), static_cast<ULONG>(list.size()), nullptr) < 0) return 0;
+  std::uint32_t all = 0;
+  std::memcpy(&all, list.data(), sizeof(all));
+  for (std::size_t i = 0; i < all; ++i) {
+    std::uint32_t owner = 0;
+    std::memcpy(&owner, list.data() + kHeaderSize + i * kEntrySize, sizeof(owner));
+    count += owner == GetCurrentProcessId();
+  }
+  return count;
+}
+
 // GDI objects and kernel handles that this process holds.
 struct Holdings {
   DWORD gdi = 0, handles = 0;
@@ -175,7 +197,7 @@ struct Holdings {
 inline Holdings holdings() {
   Holdings held;
   held.gdi = gdi_objects();
-  GetProcessHandleCount(GetCurrentProcess(), &held.handles);
+  held.handles = kernel_handles();
   return held;
 }
 
