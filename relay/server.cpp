@@ -157,8 +157,10 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
     patience = limits_.keep_alive;
     const auto [error, size] = co_await http::async_read(stream, buffer, parser, kAsTuple);
     if (error) {
-      if (size > 0 && error != http::error::end_of_stream)
+      if (size > 0 && error != http::error::end_of_stream) {
         log_.write(peer, "", "bad request: " + error.message());
+        co_await refuse(stream, error);
+      }
       co_return;
     }
     const Request request = parser.release();
@@ -173,6 +175,20 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
     const auto [write_error, written] = co_await http::async_write(stream, reply, kAsTuple);
     if (write_error || !reply.keep_alive()) co_return;
   }
+}
+
+// A last word to a peer whose request could not be read.
+asio::awaitable<void> Server::refuse(TlsStream& stream, beast::error_code error) {
+  Request request;
+  request.version(11);
+  request.keep_alive(false);
+  HttpStatus status = HttpStatus::bad_request;
+  if (error == http::error::body_limit) status = HttpStatus::payload_too_large;
+  if (error == http::error::header_limit) status = HttpStatus::request_header_fields_too_large;
+  Reply reply = error_reply(request, status, "The relay cannot read that request: " + error.message() + '.');
+  beast::get_lowest_layer(stream).expires_after(limits_.handshake);
+  co_await http::async_write(stream, reply, kAsTuple);
+  co_await stream.async_shutdown(kAsTuple);
 }
 
 asio::awaitable<Reply> Server::answer(const Request& request, const std::string& peer,

@@ -39,6 +39,7 @@ class Server {
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);
   boost::asio::awaitable<void> serve_requests(TlsStream stream, std::string peer, std::string source);
+  boost::asio::awaitable<void> refuse(TlsStream& stream, boost::beast::error_code error);
   boost::asio::awaitable<Reply> answer(const Request& request, const std::string& peer,
                                        const std::string& source);
   // Takes over the connection of an upgrade that was let in; otherwise says in `refusal` why not.

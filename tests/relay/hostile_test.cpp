@@ -1,0 +1,213 @@
+// Bad input on every endpoint: refused with a word or a closed connection, and nothing else disturbed.
+#include <fstream>
+
+#include "relay/relay_fixture.h"
+#include "support/raw_agent.h"
+
+namespace vlk::relay {
+namespace {
+
+class HostileTest : public RelayTest {
+ protected:
+  void TearDown() override {
+    // Whatever was tried, the relay still answers.
+    EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, log_in()).status, 200u);
+    RelayTest::TearDown();
+  }
+};
+
+TEST_F(HostileTest, ApiAsksForALogin) {
+  for (const char* target : {"/api/me", "/api/agents", "/api/nothing"}) {
+    const auto answer = Browser(port_).request("GET", target);
+    EXPECT_EQ(answer.status, 401u) << target;
+    EXPECT_EQ(answer.body["error"], "Please log in.");
+  }
+  EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, "made-up").status, 401u);
+  EXPECT_EQ(Browser(port_).request("GET", "/api/nothing", {}, log_in()).status, 404u);
+}
+
+TEST_F(HostileTest, LoginRefusesWrongAndSenselessBodies) {
+  for (const char* body : {"", "{", "[]", "null", "{\"name\":5,\"password\":7}", "{\"name\":\"admin\"}"}) {
+    EXPECT_EQ(Browser(port_).request("POST", "/api/login", body).status, 400u) << body;
+  }
+  const Json wrong = {{"name", "admin"}, {"password", "wrong"}};
+  EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 401u);
+  const Json unknown = {{"name", "nobody"}, {"password", "wrong"}};
+  EXPECT_EQ(Browser(port_).request("POST", "/api/login", unknown.dump()).status, 401u);
+  const std::string head = "POST /api/login HTTP/1.1\r\nHost: x\r\nContent-Length: ";
+  EXPECT_EQ(Browser(port_).raw(head + "100000\r\n\r\n").rfind("HTTP/1.1 413", 0), 0u);
+  EXPECT_EQ(Browser(port_).raw(head + "nonsense\r\n\r\n").rfind("HTTP/1.1 400", 0), 0u);
+}
+
+TEST_F(HostileTest, TenWrongPasswordsLockTheNameOut) {
+  const Json wrong = {{"name", "guessed"}, {"password", "wrong"}};
+  for (int i = 0; i < 10; ++i)
+    EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 401u);
+  EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 429u);
+}
+
+TEST_F(HostileTest, OtherSitesAreRefused) {
+  const std::string cookie = log_in();
+  EXPECT_EQ(Browser(port_).request("POST", "/api/logout", {}, cookie, "https://evil.example").status, 403u);
+  unsigned status = 0;
+  Browser browser(port_);
+  EXPECT_FALSE(browser.open_console(cookie, status, "https://evil.example"));
+  EXPECT_EQ(status, 403u);
+  EXPECT_FALSE(browser.open_console("", status));
+  EXPECT_EQ(status, 401u);
+  EXPECT_TRUE(logged("another origin"));
+}
+
+TEST_F(HostileTest, LogoutEndsTheLoginAndItsConsole) {
+  const std::string cookie = log_in();
+  Browser browser(port_);
+  unsigned status = 0;
+  ASSERT_TRUE(browser.open_console(cookie, status));
+  EXPECT_EQ(Browser(port_).request("POST", "/api/logout", {}, cookie).status, 200u);
+  browser.wait_closed();
+  EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, cookie).status, 401u);
+}
+
+TEST_F(HostileTest, PasswordChangeEndsOtherLogins) {
+  const std::string mine = log_in(), other = log_in();
+  const auto change = [&](const char* from, const char* to) {
+    return Browser(port_)
+        .request("POST", "/api/password", Json{{"old", from}, {"new", to}}.dump(), mine)
+        .status;
+  };
+  EXPECT_EQ(change(kPassword, "short"), 400u);
+  EXPECT_EQ(change("wrong", "long enough now"), 401u);
+  EXPECT_EQ(change(kPassword, "long enough now"), 200u);
+  EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, mine).status, 200u);
+  EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, other).status, 401u);
+  EXPECT_EQ(change("long enough now", kPassword), 200u);
+}
+
+TEST_F(HostileTest, NoFileOutsideTheFolderIsServed) {
+  std::ofstream(folder_ / "secret.html") << "secret";
+  for (const char* target :
+       {"/../secret.html", "/..%2fsecret.html", "/%2e%2e/secret.html", "/./relay_fixture.h", "//etc/passwd",
+        "/relay_fixture.h", "/.hidden.html", "/a\\..\\b.html", "/", "/session_test.cpp%00.html"}) {
+    const auto answer = Browser(port_).request("GET", target);
+    EXPECT_EQ(answer.status, 404u) << target;
+    EXPECT_EQ(answer.text.find("secret"), std::string::npos);
+  }
+  EXPECT_EQ(Browser(port_).request("POST", "/index.html").status, 405u);
+}
+
+TEST_F(HostileTest, BrokenHttpIsDropped) {
+  for (const std::string& bytes : {std::string("nonsense\r\n\r\n"), std::string(5000, '\0'),
+                                   "GET / HTTP/1.1\r\nX: " + std::string(20'000, 'x') + "\r\n\r\n"}) {
+    const std::string answer = Browser(port_).raw(bytes);
+    EXPECT_EQ(answer.find("200 OK"), std::string::npos);
+  }
+}
+
+TEST_F(HostileTest, SlowRequestIsCutOff) {
+  stop();
+  limits_.handshake = std::chrono::milliseconds(100);
+  start();
+  EXPECT_EQ(Browser(port_).raw("GET / HTTP/1.1\r\n"), "");
+}
+
+TEST_F(HostileTest, ConsoleAnswersSenselessMessagesAndStays) {
+  auto browser = console();
+  for (const Json& message :
+       {Json(5), Json::array(), Json{{"type", 7}}, Json{{"type", "unheard"}}, Json{{"type", "open"}},
+        Json{{"type", "open"}, {"agent", "nobody"}}, Json{{"type", "close"}},
+        Json{{"type", "close"}, {"session", -1}}, Json{{"type", "close"}, {"session", 1e30}},
+        Json{{"type", "ping"}}, Json{{"type", std::string(5000, 'x')}}}) {
+    browser->send(message);
+    EXPECT_FALSE(browser->read_text("error")["message"].get<std::string>().empty()) << message;
+  }
+  browser->send_envelope(Msg::InputEvent, 99, "x");
+  EXPECT_EQ(browser->read_text("error")["message"], "There is no such session.");
+}
+
+TEST_F(HostileTest, ConsoleClosesOnWhatIsNoEnvelope) {
+  auto browser = console();
+  browser->send_bytes("short");
+  EXPECT_EQ(browser->wait_closed(), 1003u);
+  auto second = console();
+  second->send_bytes(std::string(9 << 20, 'x'));
+  EXPECT_EQ(second->wait_closed(), 1009u);
+}
+
+TEST_F(HostileTest, AgentsThatBreakTheOrderAreClosed) {
+  using vantelink_test::RawAgent;
+  const std::string hello = R"({"role":"agent"})";
+  {
+    RawAgent agent(port_);
+    agent.send(Msg::Login, R"({"agent_id":"x","secret":"y"})");
+    EXPECT_TRUE(agent.closed()) << "no hello";
+  }
+  {
+    RawAgent agent(port_);
+    agent.send(Msg::Hello, R"({"role":"console"})");
+    EXPECT_TRUE(agent.closed());
+  }
+  {
+    RawAgent agent(port_);
+    agent.send(Msg::Hello, hello);
+    agent.send(Msg::StreamFrame, "picture");
+    EXPECT_TRUE(agent.closed()) << "before the log-in";
+  }
+  {
+    RawAgent agent(port_);
+    agent.send_bytes("no envelope");
+    EXPECT_TRUE(agent.closed());
+  }
+  {
+    RawAgent agent(port_);
+    agent.send(Msg::Hello, std::string(10'000, ' '));
+    EXPECT_TRUE(agent.closed()) << "too large before the log-in";
+  }
+  {
+    RawAgent agent(port_);
+    agent.send(Msg::Hello, hello);
+    agent.send(Msg::Login, R"({"agent_id":"unknown","secret":"y"})");
+    const Envelope error = agent.read();
+    EXPECT_EQ(error.type, 3);
+    EXPECT_NE(std::string(error.payload.begin(), error.payload.end()).find("AUTH_FAILED"), std::string::npos);
+    EXPECT_TRUE(agent.closed());
+  }
+}
+
+TEST_F(HostileTest, SilentAgentsAreDropped) {
+  stop();
+  limits_.handshake = std::chrono::milliseconds(100);
+  start();
+  vantelink_test::RawAgent agent(port_);
+  EXPECT_TRUE(agent.closed());
+  EXPECT_TRUE(logged("no log-in in time"));
+}
+
+TEST_F(HostileTest, EnrolmentsFromOneAddressAreLimited) {
+  stop();
+  limits_.enrolments_per_address = 1;
+  start();
+  const auto agent = connect_agent("first");
+  vantelink_test::RawAgent second(port_);
+  second.send(Msg::Hello, R"({"role":"agent"})");
+  second.send(Msg::Enroll, R"({"name":"second"})");
+  EXPECT_EQ(second.read().type, 3);
+  EXPECT_EQ(store_->agents().size(), 1u);
+}
+
+TEST_F(HostileTest, DatabaseHoldsNoSecretInClear) {
+  const auto agent = connect_agent("Sæfari");
+  const std::string cookie = log_in();
+  stop();
+  std::string all;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    all.append(std::istreambuf_iterator<char>(file), {});
+  }
+  EXPECT_EQ(all.find(kPassword), std::string::npos);
+  EXPECT_EQ(all.find(cookie), std::string::npos);
+  EXPECT_NE(all.find("argon2id"), std::string::npos);
+  start();
+}
+
+}  // namespace
+}  // namespace vlk::relay

@@ -1,0 +1,192 @@
+// Agents and representatives through the relay, with the agent's own client at the far end.
+#include "fakes/fakes.h"
+#include "relay/relay_fixture.h"
+
+namespace vlk::relay {
+namespace {
+
+class SessionTest : public RelayTest {
+ protected:
+  // Opens the machine and returns the accepted session's number.
+  static std::uint32_t open(Browser& browser, const std::string& id) {
+    browser.send({{"type", "open"}, {"agent", id}});
+    const Json waiting = browser.read_text("session");
+    EXPECT_EQ(waiting["state"], "waiting");
+    const Json accepted = browser.read_text("session");
+    EXPECT_EQ(accepted["state"], "accepted");
+    EXPECT_EQ(accepted["session"], waiting["session"]);
+    return accepted["session"];
+  }
+};
+
+TEST_F(SessionTest, AgentEnrolsAndIsListed) {
+  const auto agent = connect_agent("Sæfari");
+  const Json machine = wait_for_machine("Sæfari", "online");
+  EXPECT_EQ(machine["machine"], "Sæfari");
+  EXPECT_EQ(machine["os"], "windows");
+  EXPECT_EQ(vantelink_fakes::saved_config().agent_id, machine["id"]);
+  EXPECT_FALSE(vantelink_fakes::saved_config().agent_secret.empty());
+}
+
+TEST_F(SessionTest, IdentityServesAgainAfterARestartAndAWrongSecretEnrolsAnew) {
+  connect_agent("Sæfari")->stop();
+  agent::AgentConfig config = vantelink_fakes::saved_config();
+  stop();
+  start();
+  config.server_port = port_;
+  {
+    agent::AgentClient client(config, {});
+    client.start();
+    EXPECT_EQ(wait_for_machine("Sæfari", "online")["id"], config.agent_id);
+  }
+  config.agent_secret = "wrong";
+  config.display_name = "Impostor";
+  agent::AgentClient client(config, {});
+  client.start();
+  EXPECT_NE(wait_for_machine("Impostor", "online")["id"], config.agent_id);
+  EXPECT_TRUE(logged("wrong secret"));
+}
+
+TEST_F(SessionTest, NewestLoginOfAnAgentWins) {
+  const auto first = connect_agent("Sæfari");
+  agent::AgentConfig config = vantelink_fakes::saved_config();
+  auto browser = console();
+  open(*browser, config.agent_id);
+  first->set_display_name("Sæfari");
+  agent::AgentClient second(config, {});
+  second.start();
+  const Json ended = browser->read_text("session");
+  EXPECT_EQ(ended["state"], "ended");
+  EXPECT_EQ(ended["reason"], "replaced");
+}
+
+TEST_F(SessionTest, RenamedAgentShowsItsNewName) {
+  const auto agent = connect_agent("before");
+  agent->set_display_name("Ægir \"quoted\"");
+  EXPECT_EQ(wait_for_machine("Ægir \"quoted\"", "online")["machine"], "before");
+}
+
+TEST_F(SessionTest, SessionCarriesEnvelopesBothWaysAndEnds) {
+  const auto agent = connect_agent("Sæfari");
+  const std::string id = vantelink_fakes::saved_config().agent_id;
+  auto browser = console();
+  const std::uint32_t session = open(*browser, id);
+  EXPECT_NE(session, 0u);
+  browser->send_envelope(Msg::StreamStart, session, R"({"max_fps":30})");
+  const Envelope config = browser->read_envelope(Msg::StreamConfig);
+  EXPECT_EQ(config.session_id, session);
+  const Envelope frame = browser->read_envelope(Msg::StreamFrame);
+  EXPECT_EQ(std::string(frame.payload.begin() + 8, frame.payload.end()), "jpeg");
+  browser->send_envelope(Msg::InputEvent, session, "abc");
+  EXPECT_TRUE(vantelink_fakes::wait_for("InjectInputBatch 3"));
+  browser->send({{"type", "close"}, {"session", session}});
+  const Json ended = browser->read_text("session");
+  EXPECT_EQ(ended["state"], "ended");
+  EXPECT_EQ(ended["reason"], "closed");
+  EXPECT_TRUE(vantelink_fakes::wait_for("SetInputSessionActive false"));
+  EXPECT_NE(open(*browser, id), session) << "numbers are not used again";
+}
+
+TEST_F(SessionTest, NothingFlowsBeforeTheUserAccepts) {
+  const auto agent = connect_agent("Sæfari", false);
+  auto browser = console();
+  browser->send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
+  const std::uint32_t session = browser->read_text("session")["session"];
+  browser->send_envelope(Msg::StreamStart, session, "");
+  EXPECT_EQ(browser->read_text("error")["message"], "The session has not been accepted.");
+  agent->reject_session(session, "declined");
+  const Json ended = browser->read_text("session");
+  EXPECT_EQ(ended["reason"], "declined");
+  EXPECT_EQ(vantelink_fakes::count("SetInputSessionActive true"), 0u);
+}
+
+TEST_F(SessionTest, UnansweredRequestEndsByItself) {
+  stop();
+  limits_.consent = std::chrono::milliseconds(50);
+  start();
+  const auto agent = connect_agent("Sæfari", false);
+  auto browser = console();
+  browser->send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
+  browser->read_text("session");
+  EXPECT_EQ(browser->read_text("session")["reason"], "no-answer");
+}
+
+TEST_F(SessionTest, SecondRepresentativeIsToldWhoIsThere) {
+  const auto agent = connect_agent("Sæfari");
+  const std::string id = vantelink_fakes::saved_config().agent_id;
+  auto first = console();
+  open(*first, id);
+  auto second = console();
+  second->send({{"type", "open"}, {"agent", id}});
+  EXPECT_NE(second->read_text("error")["message"].get<std::string>().find("admin"), std::string::npos);
+}
+
+TEST_F(SessionTest, BrowserThatGoesEndsItsSession) {
+  const auto agent = connect_agent("Sæfari");
+  {
+    auto browser = console();
+    const std::uint32_t session = open(*browser, vantelink_fakes::saved_config().agent_id);
+    browser->send_envelope(Msg::StreamStart, session, "");
+    browser->read_envelope(Msg::StreamFrame);
+  }
+  EXPECT_TRUE(vantelink_fakes::wait_for("SetInputSessionActive false"));
+  wait_for_machine("Sæfari", "online");
+}
+
+TEST_F(SessionTest, AgentThatGoesEndsTheSession) {
+  auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  open(*browser, vantelink_fakes::saved_config().agent_id);
+  agent->stop();
+  EXPECT_EQ(browser->read_text("session")["reason"], "agent-gone");
+  wait_for_machine("Sæfari", "offline");
+}
+
+TEST_F(SessionTest, ForeignSessionsAndTypesAreRefused) {
+  const auto agent = connect_agent("Sæfari");
+  auto owner = console();
+  const std::uint32_t session = open(*owner, vantelink_fakes::saved_config().agent_id);
+  auto other = console();
+  other->send_envelope(Msg::InputEvent, session, "x");
+  EXPECT_EQ(other->read_text("error")["message"], "There is no such session.");
+  other->send({{"type", "close"}, {"session", session}});
+  owner->send_envelope(Msg::SessionEnd, session, "");
+  EXPECT_NE(owner->read_text("error")["message"], "");
+  owner->send_envelope(Msg::Error, session, R"({"code":"AUTH_FAILED"})");
+  EXPECT_NE(owner->read_text("error")["message"], "");
+  owner->send_envelope(Msg::InputEvent, session, "still open");
+  EXPECT_TRUE(vantelink_fakes::wait_for("InjectInputBatch 10"));
+  EXPECT_EQ(vantelink_fakes::count("InjectInputBatch 1"), 0u);
+}
+
+TEST_F(SessionTest, HeartbeatsMeasureTheWayToTheAgent) {
+  stop();
+  limits_.heartbeat = std::chrono::milliseconds(20);
+  start();
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  for (;;) {
+    const Json machines = browser->read_text("agents")["agents"];
+    if (!machines.empty() && machines[0]["round_trip_ms"].is_number()) break;
+    browser->send({{"type", "ping"}, {"id", 5}});
+    EXPECT_EQ(browser->read_text("pong")["id"], 5);
+    agent->set_display_name("Sæfari");  // makes the list go out again
+  }
+}
+
+TEST_F(SessionTest, LargeMessageToABrowserThatReadsSlowlyArrivesWhole) {
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser, vantelink_fakes::saved_config().agent_id);
+  const std::string large(6 << 20, 'x');
+  std::thread sender([&] {
+    for (int i = 0; i < 8; ++i)
+      agent->send_text(Msg::FileChunk, session, large);
+  });
+  for (int i = 0; i < 8; ++i)
+    EXPECT_EQ(browser->read_envelope(Msg::FileChunk).payload.size(), large.size());
+  sender.join();
+}
+
+}  // namespace
+}  // namespace vlk::relay
