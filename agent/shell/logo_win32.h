@@ -1,0 +1,22 @@
+// The logo from the executable's resources.
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+
+namespace vlk::agent {
+
+struct LogoDeleter {
+  void operator()(void* image) const;
+};
+
+// A GDI+ image. Empty when the resource is missing or cannot be decoded.
+using Logo = std::unique_ptr<void, LogoDeleter>;
+
+Logo load_logo();
+
+// Draws it in the given rectangle, whose shape is kept to whatever the picture's own is.
+void draw_logo(HDC dc, const Logo& logo, int x, int y, int width, int height);
+
+}  // namespace vlk::agent

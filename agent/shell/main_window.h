@@ -1,0 +1,62 @@
+// The one top-level window: the centre of the process on the UI thread. Other threads reach it by posting the
+// private messages below and in no other way. For Windows files only.
+#pragma once
+
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "config/config.h"
+#include "core/agent_client.h"
+#include "shell/logo_win32.h"
+
+namespace vlk::agent {
+
+inline constexpr wchar_t kWindowClass[] = L"VantelinkAgent";
+
+// Private messages. A heap payload in wParam belongs to the window procedure from the moment of posting; a
+// null one is ignored.
+enum : UINT {
+  WM_AGENT_STATUS = WM_APP + 1,  // wParam: Status, lParam: count of representatives
+  WM_CONSENT_REQUEST,            // the pending request waits for the local user
+  WM_TRAY_NOTIFY,                // of the notification area
+  WM_STATUS_TEXT,                // wParam: heap std::wstring
+  WM_CLIPBOARD_INBOUND,          // wParam: heap std::vector<std::uint8_t>
+  WM_UPDATE_OFFER,               // wParam: heap offer
+  WM_EXIT_FOR_UPDATE,
+  WM_SHOW_MAIN,       // posted by a second copy of the program
+  WM_CONSENT_CANCEL,  // wParam: session
+};
+
+// Ids of the notification area's menu.
+inline constexpr WORD kMenuOpen = 40001;
+inline constexpr WORD kMenuExit = 40003;
+
+// Static storage, UI thread only but for what pending_lock guards. Its settings are the UI's own live copy:
+// the client holds another, and each saves itself whole.
+struct MainWindow : AgentConfig {
+  std::unique_ptr<AgentClient> client;  // from WM_CREATE to the end of the process
+  Logo logo;                            // may be empty: then nothing is painted
+  HWND window = nullptr;
+  HWND name_edit = nullptr;
+  HWND unattended_check = nullptr;
+  HWND apply_button = nullptr;
+  HWND status_label = nullptr;
+  std::int32_t status = 0;  // as last received
+  std::int32_t rep_count = 0;
+  bool exiting = false;  // closing the window ends the process instead of hiding it
+  std::mutex pending_lock;
+  std::uint32_t pending_session = 0;
+  std::string pending_rep_name;  // UTF-8
+  NOTIFYICONDATAW notify_data = {};
+};
+
+// The window's procedure. The creation parameter is the MainWindow.
+LRESULT CALLBACK main_window_procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
+
+}  // namespace vlk::agent

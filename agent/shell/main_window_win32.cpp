@@ -1,0 +1,152 @@
+// The window's procedure, the wiring of the agent to it, and its painting.
+#include "shell/main_window.h"
+
+#include <utility>
+
+#include "platform/text.h"
+
+namespace vlk::agent {
+namespace {
+
+// The logo's rectangle, in client pixels; always this size, whatever the picture's own.
+constexpr int kLogoTop = 20;
+constexpr int kLogoWidth = 260;
+constexpr int kLogoHeight = 95;
+
+void show_and_raise(HWND window) {
+  ShowWindow(window, SW_SHOW);
+  ShowWindow(window, SW_RESTORE);
+  SetForegroundWindow(window);
+}
+
+AgentCallbacks make_callbacks(MainWindow& main) {
+  const HWND window = main.window;
+  AgentCallbacks callbacks;
+  callbacks.on_status = [window](Status status, int count) {
+    PostMessageW(window, WM_AGENT_STATUS, static_cast<WPARAM>(status), count);
+  };
+  callbacks.on_notice = [window](std::string text) {
+    PostMessageW(window, WM_STATUS_TEXT, reinterpret_cast<WPARAM>(new std::wstring(Utf8ToWide(text))), 0);
+  };
+  callbacks.on_session_request = [window, &main](std::uint32_t session, std::string representative) {
+    {
+      const std::lock_guard<std::mutex> guard(main.pending_lock);
+      main.pending_session = session;
+      main.pending_rep_name = std::move(representative);
+    }
+    PostMessageW(window, WM_CONSENT_REQUEST, 0, 0);
+  };
+  callbacks.on_session_ended = [window](std::uint32_t session) {
+    PostMessageW(window, WM_CONSENT_CANCEL, session, 0);
+  };
+  return callbacks;
+}
+
+void wire_agent(MainWindow& main) {
+  main.client = std::make_unique<AgentClient>(static_cast<const AgentConfig&>(main), make_callbacks(main));
+  main.client->start();
+}
+
+LRESULT on_create(HWND window, LPARAM lparam) {
+  auto* const main = static_cast<MainWindow*>(reinterpret_cast<CREATESTRUCTW*>(lparam)->lpCreateParams);
+  SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(main));
+  main->window = window;
+  main->logo = load_logo();
+  wire_agent(*main);
+  return 0;
+}
+
+LRESULT on_destroy(MainWindow* main) {
+  // Blocks until the connection thread has ended, through the rest of a reconnect delay too. The client
+  // itself stays until the process ends.
+  if (main != nullptr && main->client) main->client->stop();
+  PostQuitMessage(0);
+  return 0;
+}
+
+LRESULT on_paint(HWND window, const MainWindow* main) {
+  PAINTSTRUCT paint;
+  const HDC dc = BeginPaint(window, &paint);
+  RECT client;
+  GetClientRect(window, &client);
+  FillRect(dc, &client, reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1));
+  if (main != nullptr && main->logo) {
+    draw_logo(dc, main->logo, (client.right - client.left - kLogoWidth) / 2, kLogoTop, kLogoWidth,
+              kLogoHeight);
+  }
+  EndPaint(window, &paint);
+  return 0;
+}
+
+// Ends the process: closing hides no more.
+void exit_agent(MainWindow& main) {
+  main.exiting = true;
+  DestroyWindow(main.window);
+}
+
+// Whether the id was one of ours.
+bool on_command(MainWindow& main, WORD id) {
+  switch (id) {
+    case kMenuOpen:
+      show_and_raise(main.window);
+      return true;
+    case kMenuExit:
+      exit_agent(main);
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Whether the message was one of the private ones that are handled.
+bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lparam) {
+  switch (message) {
+    case WM_AGENT_STATUS:
+      main.status = static_cast<std::int32_t>(wparam);
+      main.rep_count = static_cast<std::int32_t>(lparam);
+      return true;
+    case WM_STATUS_TEXT: {
+      const std::unique_ptr<std::wstring> text(reinterpret_cast<std::wstring*>(wparam));
+      if (text && main.status_label != nullptr) SetWindowTextW(main.status_label, text->c_str());
+      return true;
+    }
+    case WM_EXIT_FOR_UPDATE:
+      exit_agent(main);
+      return true;
+    case WM_SHOW_MAIN:
+      show_and_raise(main.window);
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+LRESULT CALLBACK main_window_procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  auto* const main = reinterpret_cast<MainWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+  switch (message) {
+    case WM_CREATE:
+      return on_create(window, lparam);
+    case WM_DESTROY:
+      return on_destroy(main);
+    case WM_PAINT:
+      return on_paint(window, main);
+    case WM_SIZE:
+      if (wparam != SIZE_MINIMIZED) break;
+      ShowWindow(window, SW_HIDE);
+      return 0;
+    case WM_CLOSE:
+      if (main == nullptr || main->exiting) break;
+      ShowWindow(window, SW_HIDE);
+      return 0;
+    case WM_COMMAND:
+      if (main != nullptr && on_command(*main, LOWORD(wparam))) return 0;
+      break;
+    default:
+      if (main != nullptr && on_private_message(*main, message, wparam, lparam)) return 0;
+  }
+  return DefWindowProcW(window, message, wparam, lparam);
+}
+
+}  // namespace vlk::agent
