@@ -1,0 +1,80 @@
+// The console's start: log-in, the link to the relay, and which of the three views is shown.
+import * as api from './api.js';
+import { byId, showView } from './dom.js';
+import { Link } from './link.js';
+import { MachineList } from './machines.js';
+import { SessionView } from './session.js';
+import { texts } from './texts.js';
+
+const link = new Link(`wss://${location.host}/console`);
+const session = new SessionView(link, () => showView('machines'));
+const machines = new MachineList({ open: openMachine, forget: forgetMachine });
+
+function openMachine(/** @type {import('./machines.js').Machine} */ machine) {
+  if (!link.sendControl({ type: 'open', agent: machine.id })) return;
+  session.begin(machine.id, machine.name || machine.id);
+  showView('session');
+}
+
+async function forgetMachine(/** @type {import('./machines.js').Machine} */ machine) {
+  if (!confirm(texts.forgetQuestion(machine.name || machine.id))) return;
+  await api.forget(machine.id).catch((error) => notice(error.message || texts.noRelay));
+}
+
+function notice(/** @type {string} */ text) {
+  byId('link-notice').hidden = text === '';
+  byId('link-notice').textContent = text;
+}
+
+function enter(/** @type {string} */ name) {
+  byId('user-name').textContent = name;
+  notice(texts.connecting);
+  showView('machines');
+  link.start();
+}
+
+function askForLogin(/** @type {string} */ message) {
+  link.stop();
+  byId('login-error').textContent = message;
+  byId('login-password').value = '';
+  showView('login');
+  byId('login-name').focus();
+}
+
+link.addEventListener('up', () => notice(''));
+link.addEventListener('down', async () => {
+  session.linkLost();
+  if (!link.wanted) return;
+  notice(texts.reconnecting);
+  // A refused upgrade and a relay that is away look alike to a page; the difference is asked for.
+  await api.me().catch((error) => error.status === 401 && askForLogin(texts.loginEnded));
+});
+link.addEventListener('control', (/** @type {any} */ { detail }) => {
+  if (detail.type === 'agents') machines.update(detail.agents);
+  if (detail.type === 'session') session.changed(detail);
+  if (detail.type === 'error') session.refused(String(detail.message ?? ''));
+});
+link.addEventListener('envelope', (/** @type {any} */ { detail }) => session.receive(detail));
+addEventListener('online', () => link.hurry());
+
+byId('login-form').addEventListener('submit', async (/** @type {SubmitEvent} */ event) => {
+  event.preventDefault();
+  byId('login-submit').disabled = true;
+  try {
+    const { name } = await api.login(byId('login-name').value, byId('login-password').value);
+    byId('login-error').textContent = '';
+    byId('login-password').value = '';
+    enter(name);
+  } catch (/** @type {any} */ error) {
+    const known = /** @type {Record<number, string>} */ ({ 401: texts.wrongLogin, 429: texts.tooManyLogins, 0: texts.noRelay });
+    byId('login-error').textContent = known[error.status] ?? error.message;
+    byId('login-password').select();
+  }
+  byId('login-submit').disabled = false;
+});
+byId('logout').addEventListener('click', async () => {
+  await api.logout().catch(() => {});
+  askForLogin('');
+});
+
+api.me().then(({ name }) => enter(name)).catch(() => askForLogin(''));

@@ -1,0 +1,85 @@
+// The envelope of the machine's link: a 10-byte big-endian header (type, flags, session, length) and a payload.
+// The relay carries the same envelopes to and from the browser, one in each binary WebSocket message.
+
+/** Message codes that a console sends or understands. */
+export const Msg = Object.freeze({
+  StreamStart: 80,
+  StreamStop: 81,
+  StreamConfig: 82,
+  StreamFrame: 83,
+  KeyframeRequest: 84,
+  MonitorSelect: 85,
+  InputEvent: 86,
+  CodecSelect: 88,
+  CursorVisibility: 89,
+  ThumbnailRequest: 90,
+  Thumbnail: 91,
+  SecureAttention: 114,
+});
+
+export const HEADER_BYTES = 10;
+/** Largest payload that the machine accepts in one envelope. */
+export const MAX_SENT_PAYLOAD = 0x800000;
+const FLAG_JSON = 1;
+
+const utf8 = new TextEncoder();
+const utf8Reader = new TextDecoder();
+
+/**
+ * @param {number} type one of Msg
+ * @param {number} session u32
+ * @param {Uint8Array} [payload]
+ * @param {number} [flags] 1 for JSON text, 0 for raw bytes
+ * @returns {Uint8Array}
+ */
+export function encodeEnvelope(type, session, payload = new Uint8Array(0), flags = 0) {
+  if (payload.length > MAX_SENT_PAYLOAD) throw new RangeError('payload over 8 MiB');
+  const out = new Uint8Array(HEADER_BYTES + payload.length);
+  const view = new DataView(out.buffer);
+  view.setUint8(0, type);
+  view.setUint8(1, flags);
+  view.setUint32(2, session);
+  view.setUint32(6, payload.length);
+  out.set(payload, HEADER_BYTES);
+  return out;
+}
+
+/**
+ * @param {number} type
+ * @param {number} session
+ * @param {object} value numbers and strings only: the machine's integer reader takes no booleans
+ */
+export function encodeJson(type, session, value) {
+  return encodeEnvelope(type, session, utf8.encode(JSON.stringify(value)), FLAG_JSON);
+}
+
+/**
+ * The payload is a view of the given bytes, not a copy. Bytes behind the declared payload are ignored.
+ * @param {ArrayBuffer} buffer
+ * @returns {{type: number, flags: number, session: number, payload: Uint8Array} | null} null when cut short
+ */
+export function decodeEnvelope(buffer) {
+  if (buffer.byteLength < HEADER_BYTES) return null;
+  const view = new DataView(buffer);
+  const length = view.getUint32(6);
+  if (buffer.byteLength < HEADER_BYTES + length) return null;
+  return {
+    type: view.getUint8(0),
+    flags: view.getUint8(1),
+    session: view.getUint32(2),
+    payload: new Uint8Array(buffer, HEADER_BYTES, length),
+  };
+}
+
+/**
+ * @param {Uint8Array} payload
+ * @returns {Record<string, unknown> | null} null when the payload is no JSON object
+ */
+export function readJson(payload) {
+  try {
+    const value = JSON.parse(utf8Reader.decode(payload));
+    return value !== null && typeof value === 'object' && !Array.isArray(value) ? value : null;
+  } catch {
+    return null;
+  }
+}
