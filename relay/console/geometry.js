@@ -12,9 +12,12 @@ export function fit(picture, stage) {
 }
 
 /**
- * A point of the page to the wire's 0..32767, which the machine spreads over its first to last pixel. It aims at
- * the middle of a pixel, because the machine truncates twice on the way back. Points outside the picture are
- * held at its edge.
+ * A point of the page to the wire's 0..32767, which the machine spreads over its first to last pixel. Points outside
+ * the picture are held at its edge.
+ *
+ * The machine truncates twice on the way back, and Windows spreads 0..65535 over one pixel more than the agent does,
+ * so a position drifts by up to a pixel towards the far edge of the whole desktop. Aiming a quarter of a pixel in at
+ * the near edge and not at all at the far one lands on the pixel meant, whichever monitor of the desktop this is.
  * @param {{x: number, y: number}} point
  * @param {{left: number, top: number, width: number, height: number}} rect where the picture is drawn
  * @param {{width: number, height: number}} picture its size in the machine's pixels
@@ -23,7 +26,8 @@ export function toWire(point, rect, picture) {
   const axis = (/** @type {number} */ offset, /** @type {number} */ drawn, /** @type {number} */ pixels) => {
     const pixel = Math.min(Math.max(Math.floor((offset / drawn) * pixels), 0), pixels - 1);
     if (!(pixels > 1) || !Number.isFinite(pixel)) return 0;
-    return Math.min(POINTER_MAX, Math.round(((pixel + 0.5) * POINTER_MAX) / (pixels - 1)));
+    const aim = pixel + 0.25 * (1 - pixel / (pixels - 1));
+    return Math.min(POINTER_MAX, Math.round((aim * POINTER_MAX) / (pixels - 1)));
   };
   return {
     x: axis(point.x - rect.left, rect.width, picture.width),
@@ -47,7 +51,8 @@ export class WheelMeter {
     const perUnit = deltaMode === 2 ? WHEEL_NOTCH * 3 : WHEEL_NOTCH / (deltaMode === 1 ? LINES_PER_NOTCH : PIXELS_PER_NOTCH);
     if (!Number.isFinite(deltaY)) return 0;
     if (Math.sign(deltaY) === Math.sign(this.rest)) this.rest = 0;
-    this.rest -= deltaY * perUnit;
+    // Rounded, so that a hundred small steps add up to a whole notch.
+    this.rest = Math.round((this.rest - deltaY * perUnit) * 1e6) / 1e6;
     const whole = Math.min(Math.max(Math.trunc(this.rest), -32768), 32767);
     this.rest = Math.min(Math.max(this.rest - whole, -1), 1);
     return whole === 0 ? 0 : whole;

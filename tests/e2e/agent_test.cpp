@@ -1,0 +1,203 @@
+// The unmodified executable on a desk, against a server that does what the test says.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+#include "support/desk.h"
+#include "support/scripted_server.h"
+
+namespace {
+
+using namespace vantelink_test;
+using vlk::Envelope;
+using vlk::Msg;
+
+constexpr char kAgent[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
+
+std::string text_of(const Envelope& envelope) {
+  return {envelope.payload.begin(), envelope.payload.end()};
+}
+
+template <typename Condition>
+bool eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
+class AgentTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ::unsetenv("SSL_CERT_FILE");
+    ::unsetenv("SSL_CERT_DIR");
+    authority = new TestAuthority;
+    desk = new Desk;
+    std::ofstream(desk->folder() + "/ca.pem") << authority->pem();
+  }
+  static void TearDownTestSuite() {
+    delete desk;
+    delete authority;
+  }
+  void SetUp() override { server_ = std::make_unique<ScriptedServer>(*authority); }
+  void TearDown() override { end_agent(); }
+
+  // Starts the agent with the server's address and returns it upgraded.
+  std::unique_ptr<ServerConnection> start(std::vector<std::string> switches = {}) {
+    std::vector<std::string> program = {kAgent, "--host", "localhost", "--port",
+                                        std::to_string(server_->port())};
+    program.insert(program.end(), switches.begin(), switches.end());
+    pid_ = desk->spawn(program, {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem", "VLK_DEBUG_INPUT=1"});
+    return server_->accept_upgraded();
+  }
+  bool running() const { return pid_ != 0 && ::kill(pid_, 0) == 0; }
+  void end_agent() {
+    if (running()) ::kill(pid_, SIGKILL);
+    EXPECT_TRUE(eventually([&] { return !running(); }));
+    pid_ = 0;
+  }
+
+  inline static TestAuthority* authority;
+  inline static Desk* desk;
+  std::unique_ptr<ScriptedServer> server_;
+  int pid_ = 0;
+};
+
+TEST_F(AgentTest, EnrolsKeepsItsIdentityAndForgetsItWhenRefused) {
+  desk->exec({"reg", "delete", "HKCU\\Software\\Maravek\\Vantelink", "/f"});
+  auto peer = start();
+  EXPECT_EQ(text_of(peer->read_until(Msg::Hello)),
+            R"({"role":"agent","client_version":"0.1.0-scaffold","os":"windows"})");
+  const std::string enroll = text_of(peer->read_envelope());
+  EXPECT_NE(enroll.find(R"("os":"windows","hw_id":")"), std::string::npos) << enroll;
+  EXPECT_EQ(enroll.find(R"("hw_id":"")"), std::string::npos) << "the machine's identity was not read";
+  peer->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-7","agent_secret":"s-7"})");
+  peer->send_envelope(Msg::Heartbeat, 0, "stored?");
+  peer->read_until(Msg::Heartbeat);
+  end_agent();
+
+  auto again = start();
+  EXPECT_NE(text_of(again->read_until(Msg::Login)).find(R"({"agent_id":"id-7","secret":"s-7","name":")"),
+            std::string::npos);
+  again->send_envelope(Msg::Error, 0, R"({"code":"AUTH_FAILED","message":"unknown"})");
+  EXPECT_TRUE(again->wait_closed());
+  server_->accept_upgraded()->read_until(Msg::Enroll);
+  EXPECT_EQ(desk->settings().find("id-7"), std::string::npos);
+}
+
+TEST_F(AgentTest, StreamsTheDesktopAsJpegAndAnswersThumbnails) {
+  desk->set("Unattended", "REG_DWORD", "1");
+  auto peer = start();
+  peer->read_until(Msg::Hello);
+  peer->send_envelope(Msg::SessionRequest, 5, R"({"rep_name":"Jón"})");
+  EXPECT_EQ(text_of(peer->read_until(Msg::SessionAccept)), R"({"session":5})");
+  peer->send_envelope(Msg::ThumbnailRequest, 5, "");
+  const Envelope thumbnail = peer->read_until(Msg::Thumbnail);
+  EXPECT_EQ(text_of(thumbnail).substr(0, 8), std::string("\0\1\x40\x01\xB4\0\xFF\xD8", 8));
+  peer->send_envelope(Msg::StreamStart, 5, R"({"monitor_id":0,"max_fps":10})");
+  EXPECT_EQ(text_of(peer->read_until(Msg::StreamConfig)),
+            R"({"codec":"mjpeg","w":1280,"h":720,"monitor_id":0})");
+  for (int i = 0; i < 10; ++i) {
+    const std::string frame = text_of(peer->read_until(Msg::StreamFrame));
+    ASSERT_GT(frame.size(), 1000u);
+    EXPECT_EQ(frame.substr(8, 2), "\xFF\xD8");
+    EXPECT_EQ(frame.substr(frame.size() - 2), "\xFF\xD9");
+  }
+  peer->send_envelope(Msg::MonitorSelect, 5, R"({"monitor_id":99})");
+  EXPECT_EQ(text_of(peer->read_until(Msg::StreamConfig)),
+            R"({"codec":"mjpeg","w":1280,"h":720,"monitor_id":99})");
+  EXPECT_NE(desk->debug_log().find("capture: no attached output for monitor hr=0x00000063\n"),
+            std::string::npos);
+  peer->send_envelope(Msg::StreamStop, 5, "");
+  peer->send_envelope(Msg::Heartbeat, 0, "settle");
+  peer->read_until(Msg::Heartbeat);
+  EXPECT_THROW(peer->read_until(Msg::StreamFrame, Milliseconds(500)), std::runtime_error)
+      << "the stream has ended";
+}
+
+TEST_F(AgentTest, InjectsInputOnlyWhileAStreamRuns) {
+  desk->set("Unattended", "REG_DWORD", "1");
+  auto peer = start();
+  peer->read_until(Msg::Hello);
+  const std::string key("\x01\x04\x01\x41\x00\x00\x00\x00", 8);
+  peer->send_envelope(Msg::InputEvent, 5, key, 0);
+  EXPECT_TRUE(eventually(
+      [&] { return desk->debug_log().find("[inject] DROP: session not active\n") != std::string::npos; }));
+  peer->send_envelope(Msg::StreamStart, 5, R"({"max_fps":5})");
+  peer->read_until(Msg::StreamFrame);
+  peer->send_envelope(Msg::InputEvent, 5, key, 0);
+  EXPECT_TRUE(
+      eventually([&] { return desk->debug_log().find("[inject] SendInput n=1 OK\n") != std::string::npos; }));
+  EXPECT_NE(desk->debug_log().find("[inject] key down=1 vk=0x41 scan=0x0 ext=0\n"), std::string::npos);
+}
+
+TEST_F(AgentTest, GoesOnThroughGarbageAndDrops) {
+  auto peer = start();
+  for (unsigned seed = 1; seed <= 5; ++seed) {
+    peer->read_until(Msg::Hello);
+    std::string bytes(1 << 20, '\0');
+    std::uint32_t state = seed;
+    for (char& byte : bytes)
+      byte = static_cast<char>((state = state * 1664525u + 1013904223u) >> 24);
+    peer->send(bytes);
+    peer->abort();
+    peer = server_->accept_upgraded();
+  }
+  peer->read_until(Msg::Hello);
+  EXPECT_TRUE(running());
+}
+
+TEST_F(AgentTest, RefusesACertificateThatDoesNotVerify) {
+  const TestAuthority stranger;
+  server_ = std::make_unique<ScriptedServer>(stranger);
+  pid_ = desk->spawn({kAgent, "--host=localhost", "--port=" + std::to_string(server_->port())},
+                     {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem"});
+  EXPECT_FALSE(server_->accept()->handshake());
+}
+
+TEST_F(AgentTest, SecondCopyEndsAtOnceAndTheFirstGoesOn) {
+  auto peer = start();
+  peer->read_until(Msg::Hello);
+  EXPECT_EQ(desk->exec({kAgent, "--unattended"}), 0);
+  peer->send_envelope(Msg::Heartbeat, 0, "still there");
+  peer->read_until(Msg::Heartbeat);
+}
+
+TEST_F(AgentTest, StartsQuicklyAndHoldsLittleMemoryWhenIdle) {
+  // The best of three, as other tests share the machine.
+  std::unique_ptr<ServerConnection> peer;
+  auto best = std::chrono::milliseconds::max();
+  for (int i = 0; i < 3; ++i) {
+    end_agent();
+    const auto begin = std::chrono::steady_clock::now();
+    peer = start({"--unattended"});
+    peer->read_until(Msg::Hello);
+    best = std::min(best,
+                    std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin));
+  }
+  std::printf("start: %d ms until the hello\n", static_cast<int>(best.count()));
+  EXPECT_LT(best, std::chrono::seconds(2));
+  peer->send_envelope(Msg::LoginResult, 0, "{}");
+  peer->send_envelope(Msg::Heartbeat, 0, "idle");
+  peer->read_until(Msg::Heartbeat);
+  // Private memory: what Wine maps of its own libraries is shared and none of the agent's.
+  std::ifstream map("/proc/" + std::to_string(pid_) + "/smaps_rollup");
+  long kilobytes = 0;
+  for (std::string word; map >> word;) {
+    long value = 0;
+    if (word == "Private_Dirty:" || word == "Private_Clean:") map >> value;
+    kilobytes += value;
+  }
+  RecordProperty("private_kilobytes", static_cast<int>(kilobytes));
+  std::printf("idle: %ld KiB of private memory\n", kilobytes);
+  EXPECT_GT(kilobytes, 0);
+  EXPECT_LT(kilobytes, 60 * 1024);
+}
+
+}  // namespace
