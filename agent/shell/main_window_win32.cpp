@@ -1,6 +1,7 @@
 // The window's procedure, the wiring of the agent to it, and its painting.
 #include "shell/main_window.h"
 
+#include <new>
 #include <utility>
 
 #include "platform/text.h"
@@ -26,7 +27,8 @@ AgentCallbacks make_callbacks(MainWindow& main) {
     PostMessageW(window, WM_AGENT_STATUS, static_cast<WPARAM>(status), count);
   };
   callbacks.on_notice = [window](std::string text) {
-    PostMessageW(window, WM_STATUS_TEXT, reinterpret_cast<WPARAM>(new std::wstring(Utf8ToWide(text))), 0);
+    PostMessageW(window, WM_STATUS_TEXT,
+                 reinterpret_cast<WPARAM>(new (std::nothrow) std::wstring(Utf8ToWide(text))), 0);
   };
   callbacks.on_session_request = [window, &main](std::uint32_t session, std::string representative) {
     {
