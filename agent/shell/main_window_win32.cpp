@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/text.h"
+#include "shell/texts.h"
 
 namespace vlk::agent {
 namespace {
@@ -106,6 +107,7 @@ bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lp
     case WM_AGENT_STATUS:
       main.status = static_cast<std::int32_t>(wparam);
       main.rep_count = static_cast<std::int32_t>(lparam);
+      if (main.status_label != nullptr) SetWindowTextW(main.status_label, status_text(main.status));
       return true;
     case WM_STATUS_TEXT: {
       const std::unique_ptr<std::wstring> text(reinterpret_cast<std::wstring*>(wparam));

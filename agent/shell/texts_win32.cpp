@@ -1,20 +1,16 @@
-// The two languages, and which of them is the user's.
-#include "shell/texts.h"
-
+// Asks Windows for the user's language.
 #include <windows.h>
 
+#include "shell/texts.h"
+
 namespace vlk::agent {
-namespace {
-
-constexpr LANGID kPrimaryLanguage = 0x3FF;  // mask of the primary language in a language identifier
-
-constexpr UiTexts kEnglish = {L"Maravek Remote Support"};
-constexpr UiTexts kIcelandic = {L"Maravek Fjaraðstoð"};
-
-}  // namespace
 
 const UiTexts& ui_texts() {
-  return (GetUserDefaultUILanguage() & kPrimaryLanguage) == LANG_ICELANDIC ? kIcelandic : kEnglish;
+  return texts_for_language(GetUserDefaultUILanguage());
+}
+
+const wchar_t* status_text(std::int32_t status) {
+  return status_text(ui_texts(), status);
 }
 
 }  // namespace vlk::agent
