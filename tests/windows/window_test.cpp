@@ -2,9 +2,24 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <objidl.h>
+
+#include <algorithm>
+#include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
+namespace Gdiplus {
+using std::max;  // its headers ask for these by name
+using std::min;
+}  // namespace Gdiplus
+
+#include <gdiplus.h>
+
+#include "agent_file.h"
+#include "painted_window.h"
+#include "platform/win32_handles.h"
 #include "shell/main_window.h"
 #include "stream/capture.h"
 
@@ -22,20 +37,11 @@ bool eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-std::wstring agent_path() {
-  wchar_t path[MAX_PATH];
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder = path;
-  folder.resize(folder.find_last_of(L'\\'));
-  folder.resize(folder.find_last_of(L'\\'));
-  return folder + L"\\VantelinkAgent.exe";
-}
-
 // A copy of the agent that talks to nobody.
 class AgentProcess {
  public:
   explicit AgentProcess(const std::wstring& switches, WORD show = SW_SHOWNORMAL) {
-    std::wstring line = L"\"" + agent_path() + L"\" --host 127.0.0.1 --port 9 " + switches;
+    std::wstring line = L"\"" + test::agent_file() + L"\" --host 127.0.0.1 --port 9 " + switches;
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESHOWWINDOW;
@@ -91,30 +97,77 @@ TEST_F(WindowTest, HasTheSizeStyleAndTitleOfItsDesign) {
   EXPECT_EQ(client.bottom, 440);
   EXPECT_EQ(static_cast<DWORD>(GetWindowLongPtrW(window, GWL_STYLE)) & ~DWORD{WS_VISIBLE | WS_CLIPSIBLINGS},
             0x00CA0000u);
+  EXPECT_EQ(static_cast<DWORD>(GetWindowLongPtrW(window, GWL_EXSTYLE)) & ~DWORD{WS_EX_WINDOWEDGE}, 0u);
+  EXPECT_EQ(GetClassLongPtrW(window, GCL_STYLE), 0u);
+  EXPECT_EQ(GetMenu(window), nullptr);
   wchar_t title[64] = {};
   GetWindowTextW(window, title, 64);
   EXPECT_STREQ(title, L"Maravek Remote Support");
 }
 
-TEST_F(WindowTest, PaintsTheLogoInItsPlaceOnTheWindowsColour) {
+// Top-down rows of the client area, as it ought to look: the executable's own picture, drawn by GDI+ at its
+// place.
+std::vector<std::uint32_t> expected_client(int width, int height) {
+  ULONG_PTR token = 0;
+  const Gdiplus::GdiplusStartupInput input;
+  Gdiplus::GdiplusStartup(&token, &input, nullptr);
+  const UniqueLibrary file(LoadLibraryExW(test::agent_file().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
+  const HRSRC found = FindResourceW(file.get(), MAKEINTRESOURCEW(101), MAKEINTRESOURCEW(10));
+  const DWORD size = SizeofResource(file.get(), found);
+  const HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, size);
+  std::memcpy(GlobalLock(memory), LockResource(LoadResource(file.get(), found)), size);
+  GlobalUnlock(memory);
+  IStream* stream = nullptr;
+  CreateStreamOnHGlobal(memory, TRUE, &stream);
+
+  const BITMAPINFO info = top_down_bitmap(width, height);
+  const UniqueMemoryDc dc(CreateCompatibleDC(nullptr));
+  void* bits = nullptr;
+  const UniqueBitmap bitmap(CreateDIBSection(dc.get(), &info, DIB_RGB_COLORS, &bits, nullptr, 0));
+  const Selection selection(dc.get(), bitmap.get());
+  const RECT all = {0, 0, width, height};
+  FillRect(dc.get(), &all, GetSysColorBrush(COLOR_WINDOW));
+  {
+    Gdiplus::Image logo(stream);
+    EXPECT_EQ(logo.GetWidth(), 2058u);
+    Gdiplus::Graphics graphics(dc.get());
+    graphics.SetInterpolationMode(Gdiplus::InterpolationModeHighQualityBicubic);
+    graphics.DrawImage(&logo, 50, 20, 260, 95);
+  }
+  stream->Release();
+  Gdiplus::GdiplusShutdown(token);
+  GdiFlush();
+  const auto* const pixels = static_cast<const std::uint32_t*>(bits);
+  return {pixels, pixels + width * height};
+}
+
+TEST_F(WindowTest, PaintsTheLogoInItsPlaceOnTheWindowsColourAndNothingElse) {
+  constexpr int kWidth = 360;
+  constexpr int kHeight = 440;
+  const std::vector<std::uint32_t> expected = expected_client(kWidth, kHeight);
   const AgentProcess agent(L"");
   const HWND window = find_window();
   POINT origin = {0, 0};
   ClientToScreen(window, &origin);
   // By a copy of the screen, as a single pixel's reading does not see other processes' windows here.
-  const auto pixel = [&](int x, int y) {
+  int wrong = 0;
+  int first = -1;
+  EXPECT_TRUE(eventually([&] {
     CapturedFrame frame;
     ScreenCapturer().CaptureGdi(frame);
-    const std::uint8_t* const bytes =
-        &frame.pixels[static_cast<std::size_t>(origin.y + y) * static_cast<std::size_t>(frame.stride) +
-                      static_cast<std::size_t>(origin.x + x) * 4];
-    return RGB(bytes[2], bytes[1], bytes[0]);
-  };
-  const COLORREF ground = GetSysColor(COLOR_WINDOW);
-  // The mark's tile is dark and begins a little inside the picture's left edge at x = 50.
-  EXPECT_TRUE(eventually([&] { return pixel(40, 60) == ground && pixel(62, 80) != ground; }));
-  EXPECT_EQ(pixel(180, 10), ground);
-  EXPECT_EQ(pixel(180, 300), ground);
+    wrong = 0;
+    for (int i = 0; i < kWidth * kHeight; ++i) {
+      std::uint32_t seen;
+      std::memcpy(&seen,
+                  &frame.pixels[static_cast<std::size_t>(origin.y + i / kWidth) *
+                                    static_cast<std::size_t>(frame.stride) +
+                                static_cast<std::size_t>(origin.x + i % kWidth) * 4],
+                  sizeof seen);
+      if (((seen ^ expected[static_cast<std::size_t>(i)]) & 0xFFFFFF) != 0 && wrong++ == 0) first = i;
+    }
+    return wrong == 0;
+  })) << wrong
+      << " pixels differ, the first at " << first % kWidth << ", " << first / kWidth;
 }
 
 TEST_F(WindowTest, CloseAndMinimiseHideAndShowingBringsItBack) {
@@ -150,6 +203,36 @@ TEST_F(WindowTest, SecondCopyShowsTheFirstAndEndsWithZero) {
   EXPECT_EQ(second.exit_code(), 0u);
   EXPECT_TRUE(eventually([&] { return shown(window); })) << "also when the second copy was to be hidden";
   EXPECT_TRUE(first.running());
+}
+
+TEST_F(WindowTest, SecondCopyBringsACoveredWindowToTheFront) {
+  const AgentProcess first(L"");
+  const HWND window = find_window();
+  ASSERT_TRUE(eventually([&] { return shown(window); }));
+  const HWND cover = CreateWindowExW(0, L"STATIC", L"", WS_POPUP | WS_VISIBLE, 0, 0, 800, 600, nullptr,
+                                     nullptr, GetModuleHandleW(nullptr), nullptr);
+  SetForegroundWindow(cover);
+  ASSERT_TRUE(eventually([&] {
+    test::pump_messages();
+    return GetForegroundWindow() == cover;
+  }));
+  const AgentProcess second(L"");
+  EXPECT_EQ(second.exit_code(), 0u);
+  EXPECT_TRUE(eventually([&] {
+    test::pump_messages();
+    return GetForegroundWindow() == window;
+  }));
+  DestroyWindow(cover);
+}
+
+TEST_F(WindowTest, SecondCopyEndsWithZeroWhenTheFirstHasNoWindowYet) {
+  // Held here, the mutex stands for a first copy that has come no further.
+  const vlk::UniqueHandle<HANDLE, CloseHandle> mutex(
+      CreateMutexW(nullptr, TRUE, L"Local\\VantelinkAgentSingleton"));
+  ASSERT_NE(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+  const AgentProcess second(L"");
+  EXPECT_EQ(second.exit_code(), 0u);
+  EXPECT_EQ(FindWindowW(kWindowClass, nullptr), nullptr);
 }
 
 TEST_F(WindowTest, MenuExitAndUpdateExitEndTheProcessWithZero) {
