@@ -33,10 +33,6 @@ enum : UINT {
   WM_CONSENT_CANCEL,  // wParam: session
 };
 
-// Ids of the notification area's menu.
-inline constexpr WORD kMenuOpen = 40001;
-inline constexpr WORD kMenuExit = 40003;
-
 // Static storage, UI thread only but for what pending_lock guards. Its settings are the UI's own live copy:
 // the client holds another, and each saves itself whole.
 struct MainWindow : AgentConfig {

@@ -5,7 +5,10 @@
 #include <utility>
 
 #include "platform/text.h"
+#include "shell/consent_prompt.h"
+#include "shell/settings_panel.h"
 #include "shell/texts.h"
+#include "shell/tray.h"
 
 namespace vlk::agent {
 namespace {
@@ -55,14 +58,19 @@ LRESULT on_create(HWND window, LPARAM lparam) {
   SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(main));
   main->window = window;
   main->logo = load_logo();
+  create_controls(*main, window);
   wire_agent(*main);
+  add_tray_icon(*main);
   return 0;
 }
 
 LRESULT on_destroy(MainWindow* main) {
-  // Blocks until the connection thread has ended, through the rest of a reconnect delay too. The client
-  // itself stays until the process ends.
-  if (main != nullptr && main->client) main->client->stop();
+  if (main != nullptr) {
+    remove_tray_icon(*main);
+    // Blocks until the connection thread has ended, through the rest of a reconnect delay too. The client
+    // itself stays until the process ends.
+    if (main->client) main->client->stop();
+  }
   PostQuitMessage(0);
   return 0;
 }
@@ -88,10 +96,16 @@ void exit_agent(MainWindow& main) {
 }
 
 // Whether the id was one of ours.
-bool on_command(MainWindow& main, WORD id) {
+bool on_command(MainWindow& main, WORD id, WORD notification) {
   switch (id) {
+    case kApplyButton:
+      if (notification == BN_CLICKED) apply_settings(main);
+      return true;
     case kMenuOpen:
       show_and_raise(main.window);
+      return true;
+    case kMenuUnattended:
+      set_unattended(main, !main.unattended);
       return true;
     case kMenuExit:
       exit_agent(main);
@@ -101,17 +115,37 @@ bool on_command(MainWindow& main, WORD id) {
   }
 }
 
-// Whether the message was one of the private ones that are handled.
+void on_tray_notify(MainWindow& main, LPARAM mouse_message) {
+  switch (mouse_message) {
+    case WM_LBUTTONDBLCLK:
+      show_and_raise(main.window);
+      return;
+    case WM_RBUTTONUP:
+      show_tray_menu(main);
+      return;
+    default:
+      return;
+  }
+}
+
+// Whether the message was one of the private ones that need the record.
 bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lparam) {
   switch (message) {
     case WM_AGENT_STATUS:
       main.status = static_cast<std::int32_t>(wparam);
       main.rep_count = static_cast<std::int32_t>(lparam);
-      if (main.status_label != nullptr) SetWindowTextW(main.status_label, status_text(main.status));
+      SetWindowTextW(main.status_label, status_text(main.status));
+      refresh_tooltip(main);
+      return true;
+    case WM_CONSENT_REQUEST:
+      run_consent_prompt(main);
+      return true;
+    case WM_TRAY_NOTIFY:
+      on_tray_notify(main, lparam);
       return true;
     case WM_STATUS_TEXT: {
       const std::unique_ptr<std::wstring> text(reinterpret_cast<std::wstring*>(wparam));
-      if (text && main.status_label != nullptr) SetWindowTextW(main.status_label, text->c_str());
+      if (text) SetWindowTextW(main.status_label, text->c_str());
       return true;
     }
     case WM_EXIT_FOR_UPDATE:
@@ -145,8 +179,11 @@ LRESULT CALLBACK main_window_procedure(HWND window, UINT message, WPARAM wparam,
       ShowWindow(window, SW_HIDE);
       return 0;
     case WM_COMMAND:
-      if (main != nullptr && on_command(*main, LOWORD(wparam))) return 0;
+      if (main != nullptr && on_command(*main, LOWORD(wparam), HIWORD(wparam))) return 0;
       break;
+    case WM_CONSENT_CANCEL:
+      cancel_consent_prompt(static_cast<std::uint32_t>(wparam));
+      return 0;
     default:
       if (main != nullptr && on_private_message(*main, message, wparam, lparam)) return 0;
   }
