@@ -9,6 +9,7 @@
 #include "input/injector.h"
 #include "stream/jpeg_encoder.h"
 #include "stream/monitors.h"
+#include "system/reboot.h"
 
 namespace vlk::agent {
 namespace {
@@ -64,6 +65,11 @@ bool AgentClient::dispatch(const Envelope& envelope) {
     case Msg::ThumbnailRequest:
       send_thumbnails(session);
       return true;
+    case Msg::Reboot:
+      if (!reboot_machine()) return true;
+      // Simulated: the server is to see the machine go away.
+      interrupt_socket(link_->socket);
+      return false;
     case Msg::SecureAttention:
       SendSecureAttention();
       return true;

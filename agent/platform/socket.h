@@ -24,7 +24,7 @@ SocketHandle connect_socket(const std::string& host, std::uint32_t port);
 std::ptrdiff_t receive_some(SocketHandle socket, unsigned char* buffer, std::size_t size);
 bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length);
 
-// Called by a thread other than the socket's own: makes its blocked and later transfers return at once. On
+// Callable by any thread while the owner has not closed it: blocked and later transfers return at once. On
 // Windows this closes the handle, and the owner's close_socket then fails harmlessly.
 void interrupt_socket(SocketHandle socket);
 

@@ -21,6 +21,8 @@ struct HandleDeleter {
 template <typename Handle, auto Release>
 using UniqueHandle = std::unique_ptr<std::remove_pointer_t<Handle>, HandleDeleter<Release>>;
 
+using UniqueKernelHandle = UniqueHandle<HANDLE, CloseHandle>;  // where none is null, not INVALID_HANDLE_VALUE
+using UniqueServiceHandle = UniqueHandle<SC_HANDLE, CloseServiceHandle>;
 using UniqueRegistryKey = UniqueHandle<HKEY, RegCloseKey>;
 using UniqueLibrary = UniqueHandle<HMODULE, FreeLibrary>;
 using UniqueMemoryDc = UniqueHandle<HDC, DeleteDC>;

@@ -1,4 +1,4 @@
-// The program's entry: it decides whether this is the first copy, loads the settings, makes the window and
+// The program's entry: it decides what this run is. The agent itself loads the settings, makes the window and
 // runs the message loop.
 #include <windows.h>
 
@@ -20,17 +20,42 @@ using std::min;
 #include "shell/command_line.h"
 #include "shell/main_window.h"
 #include "shell/texts.h"
+#include "system/service.h"
 
 namespace {
 
 using namespace vlk::agent;
 
 constexpr DWORD kWindowStyle = WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;  // no sizing border, no maximise box
-constexpr RECT kClientArea = {0, 0, 360, 440};                            // pixels
+constexpr wchar_t kMessageTitle[] = L"Maravek";
+constexpr RECT kClientArea = {0, 0, 360, 440};  // pixels
 
 MainWindow& main_window() {
   static MainWindow record;
   return record;
+}
+
+// A failure has the icon of a success: deliberate.
+void show_result(bool good, const wchar_t* success, const wchar_t* failure) {
+  MessageBoxW(nullptr, good ? success : failure, kMessageTitle, MB_OK | MB_ICONINFORMATION);
+}
+
+void run_install_service() {
+  if (!is_administrator()) {
+    MessageBoxW(nullptr, L"Please run as Administrator to install the service.", kMessageTitle,
+                MB_OK | MB_ICONWARNING);
+    return;
+  }
+  show_result(install_service(), L"Service installed and started.", L"Service install failed.");
+}
+
+void run_uninstall_service() {
+  if (!is_administrator()) {
+    MessageBoxW(nullptr, L"Please run as Administrator to remove the service.", kMessageTitle,
+                MB_OK | MB_ICONWARNING);
+    return;
+  }
+  show_result(uninstall_service(), L"Service removed.", L"Service removal failed.");
 }
 
 // True for the first copy in this logon session. The mutex stays open and owned until the process ends; one
@@ -89,14 +114,8 @@ void run_message_loop() {
   }
 }
 
-}  // namespace
-
-int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR raw_command_line, int show_command) {
-  const std::wstring command_line = raw_command_line != nullptr ? raw_command_line : L"";
-  if (!take_singleton()) {
-    wake_first_copy();
-    return 0;
-  }
+// The interactive agent, from the settings to the end of the message loop.
+void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_command) {
   set_dpi_awareness();
   ULONG_PTR gdiplus = 0;
   const Gdiplus::GdiplusStartupInput gdiplus_input;
@@ -111,5 +130,29 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR raw_command_line, int s
   run_message_loop();
 
   Gdiplus::GdiplusShutdown(gdiplus);
+}
+
+}  // namespace
+
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR raw_command_line, int show_command) {
+  const std::wstring command_line = raw_command_line != nullptr ? raw_command_line : L"";
+  switch (find_run_mode(command_line)) {
+    case RunMode::Service:
+      run_service_dispatcher();
+      return 0;
+    case RunMode::InstallService:
+      run_install_service();
+      return 0;
+    case RunMode::UninstallService:
+      run_uninstall_service();
+      return 0;
+    case RunMode::Agent:
+      break;
+  }
+  if (take_singleton()) {
+    run_agent(instance, command_line, show_command);
+  } else {
+    wake_first_copy();
+  }
   return 0;
 }

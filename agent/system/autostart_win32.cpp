@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "platform/own_path.h"
 #include "platform/win32_handles.h"
 
 namespace vlk::agent {
@@ -10,7 +11,6 @@ namespace {
 
 constexpr wchar_t kRunKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Run";
 constexpr wchar_t kValueName[] = L"VantelinkAgent";
-constexpr DWORD kPathSize = 260;  // characters; a longer path is cut off
 
 UniqueRegistryKey open_run_key(REGSAM access) {
   HKEY key = nullptr;
@@ -33,9 +33,7 @@ bool add_autostart() {
     return false;
   }
   const UniqueRegistryKey key(opened);
-  wchar_t path[kPathSize] = {};
-  GetModuleFileNameW(nullptr, path, kPathSize);
-  const std::wstring command = L'"' + std::wstring(path) + L"\" --unattended";
+  const std::wstring command = quoted_own_path() + L" --unattended";
   const auto bytes = static_cast<DWORD>((command.size() + 1) * sizeof(wchar_t));
   return RegSetValueExW(key.get(), kValueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(command.c_str()),
                         bytes) == ERROR_SUCCESS;

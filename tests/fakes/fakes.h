@@ -13,6 +13,7 @@
 #include "config/config.h"
 #include "stream/capture.h"
 #include "stream/monitors.h"
+#include "system/session_launcher.h"
 
 namespace vantelink_fakes {
 
@@ -31,6 +32,10 @@ struct Script {
   std::vector<vlk::agent::MonitorThumbnail> thumbnails;
   std::vector<std::vector<unsigned char>> roots;  // DER
   std::string machine_guid = "guid";
+  bool simulate_reboot = true;
+  std::function<std::uint32_t()> console_session;  // 1
+  std::function<std::string()> launch;             // "child"; an empty name means that nothing was started
+  std::function<vlk::agent::Wake()> wait;          // Stop
 };
 
 void reset();          // only while no other thread uses the fakes

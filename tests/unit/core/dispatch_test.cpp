@@ -178,6 +178,35 @@ TEST_F(DispatchTest, InputAndAttentionGoStraightThrough) {
             (Lines{"InjectInputBatch 4", "InjectInputBatch 0", "SendSecureAttention"}));
 }
 
+TEST_F(DispatchTest, SimulatedRestartDropsTheConnectionAndComesBack) {
+  peer_->send_envelope(Msg::Reboot, 0, "");
+  EXPECT_TRUE(peer_->wait_closed());
+  EXPECT_EQ(count("reboot_machine"), 1u);
+  server_.accept_upgraded()->read_until(Msg::Login);
+  EXPECT_TRUE(log_.wait_for("status 0 0"));
+}
+
+TEST_F(DispatchTest, MessagesBehindASimulatedRestartAreLost) {
+  const auto envelope = [](Msg type) {
+    return encode_frame(kWsBinary, encode_envelope(type, 0, nullptr, 0, kBinaryPayload).data(),
+                        kEnvelopeHeaderSize, false);
+  };
+  std::vector<std::uint8_t> both = envelope(Msg::Reboot);
+  const std::vector<std::uint8_t> second = envelope(Msg::SecureAttention);
+  both.insert(both.end(), second.begin(), second.end());
+  peer_->send(both);
+  EXPECT_TRUE(peer_->wait_closed());
+  server_.accept_upgraded()->read_until(Msg::Login);
+  EXPECT_EQ(count("SendSecureAttention"), 0u);
+}
+
+TEST_F(DispatchTest, RealRestartLeavesTheConnectionToTheSystem) {
+  script().simulate_reboot = false;
+  peer_->send_envelope(Msg::Reboot, 77, R"({"ignored":1})");
+  settle();
+  EXPECT_EQ(vantelink_fakes::journal(), (Lines{"reboot_machine"}));
+}
+
 TEST_F(DispatchTest, ClipboardIsHandedOver) {
   peer_->send_envelope(Msg::ClipboardData, 3, std::string(5000, 'c'), 0);
   EXPECT_TRUE(log_.wait_for("clipboard 5000"));

@@ -1,0 +1,19 @@
+// The executable's path from the system's list of modules.
+#include "platform/own_path.h"
+
+#include <windows.h>
+
+namespace vlk {
+namespace {
+
+constexpr DWORD kPathSize = 260;  // characters, the closing zero included
+
+}  // namespace
+
+std::wstring quoted_own_path() {
+  wchar_t path[kPathSize] = {};
+  GetModuleFileNameW(nullptr, path, kPathSize);
+  return L'"' + std::wstring(path) + L'"';
+}
+
+}  // namespace vlk

@@ -1,0 +1,79 @@
+// The console session's agent by way of its user's token.
+#include "system/session_launcher.h"
+
+#include <windows.h>
+
+#include <userenv.h>
+#include <wtsapi32.h>
+
+#include <string>
+
+#include "platform/own_path.h"
+#include "platform/win32_handles.h"
+
+namespace vlk::agent {
+namespace {
+
+using UniqueEnvironment = UniqueHandle<LPVOID, DestroyEnvironmentBlock>;
+
+UniqueKernelHandle primary_token_of(DWORD session) {
+  HANDLE queried = nullptr;
+  if (!WTSQueryUserToken(session, &queried)) return nullptr;
+  const UniqueKernelHandle token(queried);
+  HANDLE primary = nullptr;
+  DuplicateTokenEx(token.get(), MAXIMUM_ALLOWED, nullptr, SecurityIdentification, TokenPrimary, &primary);
+  return UniqueKernelHandle(primary);
+}
+
+bool start_copy(HANDLE token, PROCESS_INFORMATION& process) {
+  LPVOID made = nullptr;
+  CreateEnvironmentBlock(&made, token, FALSE);
+  const UniqueEnvironment environment(made);  // null is no hindrance
+  wchar_t desktop[] = L"winsta0\\default";
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof(startup);
+  startup.lpDesktop = desktop;
+  std::wstring command = quoted_own_path() + L" --unattended --from-service";
+  return CreateProcessAsUserW(token, nullptr, command.data(), nullptr, nullptr, FALSE,
+                              NORMAL_PRIORITY_CLASS | CREATE_UNICODE_ENVIRONMENT, environment.get(), nullptr,
+                              &startup, &process) != FALSE;
+}
+
+// With the token given back in any case.
+bool start_copy_in(DWORD session, PROCESS_INFORMATION& process) {
+  const UniqueKernelHandle token = primary_token_of(session);
+  return token && start_copy(token.get(), process);
+}
+
+}  // namespace
+
+void ProcessCloser::operator()(void* process) const {
+  CloseHandle(process);
+}
+
+std::uint32_t active_console_session() {
+  return WTSGetActiveConsoleSessionId();
+}
+
+UniqueProcess launch_in_console_session() {
+  const DWORD session = WTSGetActiveConsoleSessionId();
+  if (session == kNoSession) return nullptr;
+  PROCESS_INFORMATION process = {};
+  if (!start_copy_in(session, process)) return nullptr;
+  const UniqueKernelHandle thread(process.hThread);
+  return UniqueProcess(process.hProcess);
+}
+
+void terminate_process(void* process) {
+  TerminateProcess(process, 0);
+}
+
+Wake wait_for_stop_or_child(void* stop_event, void* child, std::uint32_t timeout_ms) {
+  const HANDLE handles[] = {stop_event, child};
+  const DWORD result = WaitForMultipleObjects(child != nullptr ? 2 : 1, handles, FALSE, timeout_ms);
+  if (result == WAIT_OBJECT_0) return Wake::Stop;
+  if (child != nullptr && result == WAIT_OBJECT_0 + 1) return Wake::ChildEnded;
+  return Wake::Neither;
+}
+
+}  // namespace vlk::agent

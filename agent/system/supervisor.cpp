@@ -1,0 +1,44 @@
+// The supervising loop.
+#include "system/supervisor.h"
+
+#include <utility>
+
+#include "system/session_launcher.h"
+
+namespace vlk::agent {
+namespace {
+
+constexpr std::uint32_t kPollInterval = 5000;  // milliseconds
+
+void end_child(UniqueProcess child) {
+  if (child) terminate_process(child.get());
+}
+
+}  // namespace
+
+// A change of the console session is found by polling alone. A child that has ended is replaced at once and
+// without any limit, also one that ends at once because another agent runs in its session: deliberate.
+void supervise(void* stop_event) {
+  UniqueProcess child;
+  std::uint32_t session = kNoSession;
+  for (;;) {
+    const std::uint32_t current = active_console_session();
+    if (!child || current != session) {
+      end_child(std::move(child));
+      child = launch_in_console_session();
+      session = current;  // whether or not the launch worked
+    }
+    switch (wait_for_stop_or_child(stop_event, child.get(), kPollInterval)) {
+      case Wake::Stop:
+        end_child(std::move(child));
+        return;
+      case Wake::ChildEnded:
+        child.reset();
+        break;
+      case Wake::Neither:
+        break;
+    }
+  }
+}
+
+}  // namespace vlk::agent
