@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "clipboard/watch.h"
 #include "core/json.h"
 #include "core/link_state.h"
 #include "core/machine_guid.h"
@@ -230,6 +231,7 @@ void AgentClient::end_connection() {
     link_->streamer.reset();
   }
   SetInputSessionActive(false);
+  SetClipboardSessionActive(false);
   streaming_session_ = 0;
   {
     const std::lock_guard<std::mutex> guard(sessions_lock_);

@@ -3,6 +3,7 @@
 // an error.
 #include <utility>
 
+#include "clipboard/watch.h"
 #include "core/agent_client.h"
 #include "core/json.h"
 #include "core/link_state.h"
@@ -155,6 +156,7 @@ void AgentClient::start_stream(std::uint32_t session, std::string_view text) {
       clock_);
   SetInputSessionActive(true);
   streaming_session_ = session;
+  SetClipboardSessionActive(true);
   link_->streamer->Start(monitor_id, max_fps, kStreamQuality, bitrate);
   int count = 0;
   {
@@ -168,6 +170,7 @@ void AgentClient::start_stream(std::uint32_t session, std::string_view text) {
 void AgentClient::end_session(std::uint32_t session) {
   // There is one stream for all representatives: the end of any session stops it, and input, for all of them.
   SetInputSessionActive(false);
+  SetClipboardSessionActive(false);
   streaming_session_ = 0;
   if (link_->streamer) {
     link_->streamer->Stop();

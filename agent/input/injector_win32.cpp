@@ -20,13 +20,11 @@ struct {
   std::atomic<std::int32_t> left{0}, top{0}, width{0}, height{0};
 } ActiveMonitorRect;
 
-// Gate of the debug log: -1 not yet looked up, then 0 or 1 for the life of the process.
-std::atomic<std::int32_t> InputDebugEnabled{-1};
+DebugLogGate InputDebugEnabled;
 
 template <typename... Arguments>
 void InputDebugLog(const char* format, Arguments... arguments) {
-  if (InputDebugEnabled < 0) InputDebugEnabled = debug_input_requested() ? 1 : 0;
-  if (InputDebugEnabled != 0) append_debug_log(format, arguments...);
+  if (InputDebugEnabled.open()) append_debug_log(format, arguments...);
 }
 
 DesktopRect virtual_desktop() {

@@ -25,8 +25,26 @@ using UniqueKernelHandle = UniqueHandle<HANDLE, CloseHandle>;  // where none is 
 using UniqueServiceHandle = UniqueHandle<SC_HANDLE, CloseServiceHandle>;
 using UniqueRegistryKey = UniqueHandle<HKEY, RegCloseKey>;
 using UniqueLibrary = UniqueHandle<HMODULE, FreeLibrary>;
+using UniqueFile = UniqueHandle<HANDLE, CloseHandle>;  // not for INVALID_HANDLE_VALUE
+using UniqueGlobal = UniqueHandle<HGLOBAL, GlobalFree>;
 using UniqueMemoryDc = UniqueHandle<HDC, DeleteDC>;
 using UniqueBitmap = UniqueHandle<HBITMAP, DeleteObject>;
+
+// Movable global memory in its place for as long as the object lives. Null when there is none to be had.
+class LockedGlobal {
+ public:
+  explicit LockedGlobal(HGLOBAL memory) : memory_(memory), bytes_(GlobalLock(memory)) {}
+  ~LockedGlobal() {
+    if (bytes_ != nullptr) GlobalUnlock(memory_);
+  }
+  LockedGlobal(const LockedGlobal&) = delete;
+  LockedGlobal& operator=(const LockedGlobal&) = delete;
+  void* get() const { return bytes_; }
+
+ private:
+  const HGLOBAL memory_;
+  void* const bytes_;
+};
 
 // The whole screen's device context.
 class ScreenDc {

@@ -3,18 +3,9 @@
 #include <windows.h>
 
 #include <commctrl.h>
-#include <objidl.h>
-
-#include <algorithm>
 #include <string>
 
-namespace Gdiplus {
-using std::max;  // its headers ask for these by name
-using std::min;
-}  // namespace Gdiplus
-
-#include <gdiplus.h>
-
+#include "platform/gdiplus_win32.h"
 #include "platform/text.h"
 #include "resources/resource.h"
 #include "shell/command_line.h"

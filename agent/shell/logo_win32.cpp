@@ -1,19 +1,7 @@
 // Decoding and drawing the logo by GDI+.
 #include "shell/logo_win32.h"
 
-#include <objidl.h>
-
-#include <algorithm>
-#include <cstring>
-
-namespace Gdiplus {
-using std::max;  // its headers ask for these by name
-using std::min;
-}  // namespace Gdiplus
-
-#include <gdiplus.h>
-#include <wrl/client.h>
-
+#include "platform/gdiplus_win32.h"
 #include "resources/resource.h"
 
 namespace vlk::agent {
@@ -28,22 +16,13 @@ using Gdiplus::DllExports::GdipSetInterpolationMode;
 
 // A stream over a copy of the resource; null on any miss.
 Microsoft::WRL::ComPtr<IStream> open_resource() {
-  Microsoft::WRL::ComPtr<IStream> stream;
   const HMODULE module = GetModuleHandleW(nullptr);
   const HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(IDR_LOGO), RT_RCDATA);
-  if (found == nullptr) return stream;
+  if (found == nullptr) return nullptr;
   const DWORD size = SizeofResource(module, found);
   const HGLOBAL loaded = LoadResource(module, found);
-  if (size == 0 || loaded == nullptr) return stream;
-  const HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, size);
-  if (memory == nullptr) return stream;
-  if (void* const bytes = GlobalLock(memory)) {
-    std::memcpy(bytes, LockResource(loaded), size);
-    GlobalUnlock(memory);
-  }
-  // The stream owns the memory from here on.
-  if (FAILED(CreateStreamOnHGlobal(memory, TRUE, &stream))) GlobalFree(memory);
-  return stream;
+  if (size == 0 || loaded == nullptr) return nullptr;
+  return stream_over_copy(LockResource(loaded), size);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "clipboard/sync_win32.h"
 #include "platform/text.h"
 #include "shell/consent_prompt.h"
 #include "shell/settings_panel.h"
@@ -42,6 +43,11 @@ AgentCallbacks make_callbacks(MainWindow& main) {
     }
     PostMessageW(window, WM_CONSENT_REQUEST, 0, 0);
   };
+  callbacks.on_clipboard = [window](std::vector<std::uint8_t> payload) {
+    PostMessageW(window, WM_CLIPBOARD_INBOUND,
+                 reinterpret_cast<WPARAM>(new (std::nothrow) std::vector<std::uint8_t>(std::move(payload))),
+                 0);
+  };
   callbacks.on_session_ended = [window](std::uint32_t session) {
     PostMessageW(window, WM_CONSENT_CANCEL, session, 0);
   };
@@ -51,6 +57,9 @@ AgentCallbacks make_callbacks(MainWindow& main) {
 void wire_agent(MainWindow& main) {
   main.client = std::make_unique<AgentClient>(static_cast<const AgentConfig&>(main), make_callbacks(main));
   main.client->start();
+  StartClipboardWatch(main.window, [&main](const unsigned char* data, std::size_t size) {
+    if (main.client) main.client->send_clipboard(data, size);
+  });
 }
 
 LRESULT on_create(HWND window, LPARAM lparam) {
@@ -87,6 +96,12 @@ LRESULT on_paint(HWND window, const MainWindow* main) {
   }
   EndPaint(window, &paint);
   return 0;
+}
+
+void on_clipboard_inbound(WPARAM wparam) {
+  const std::unique_ptr<std::vector<std::uint8_t>> payload(
+      reinterpret_cast<std::vector<std::uint8_t>*>(wparam));
+  if (payload) ApplyClipboard(*payload);
 }
 
 // Ends the process: closing hides no more.
@@ -183,6 +198,12 @@ LRESULT CALLBACK main_window_procedure(HWND window, UINT message, WPARAM wparam,
       break;
     case WM_CONSENT_CANCEL:
       cancel_consent_prompt(static_cast<std::uint32_t>(wparam));
+      return 0;
+    case WM_CLIPBOARDUPDATE:
+      OnClipboardUpdate();
+      return 0;
+    case WM_CLIPBOARD_INBOUND:
+      on_clipboard_inbound(wparam);
       return 0;
     default:
       if (main != nullptr && on_private_message(*main, message, wparam, lparam)) return 0;

@@ -1,15 +1,10 @@
 // JPEG by GDI+, which the process has started.
 #include "stream/jpeg_encoder.h"
 
-#include <objidl.h>
-#include <windows.h>
-#include <wrl/client.h>
-
-#include <gdiplus.h>
-
-#include <cwchar>
 #include <memory>
 #include <optional>
+
+#include "platform/gdiplus_win32.h"
 
 namespace vlk::agent {
 namespace {
@@ -17,42 +12,11 @@ namespace {
 using Microsoft::WRL::ComPtr;
 namespace gdip = Gdiplus::DllExports;
 
-struct ImageDisposer {
-  void operator()(Gdiplus::GpImage* image) const { gdip::GdipDisposeImage(image); }
-};
-
-// The first encoder that makes JPEG files.
-std::optional<CLSID> find_jpeg_encoder() {
-  UINT count = 0;
-  UINT size = 0;
-  gdip::GdipGetImageEncodersSize(&count, &size);
-  if (size == 0) return std::nullopt;
-  // The records come first, and the texts that they point at follow in the same block.
-  const auto block = std::make_unique<BYTE[]>(size);
-  const auto* encoders = reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get());
-  gdip::GdipGetImageEncoders(count, size, reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get()));
-  for (UINT i = 0; i < count; ++i) {
-    if (std::wcscmp(encoders[i].MimeType, L"image/jpeg") == 0) return encoders[i].Clsid;
-  }
-  return std::nullopt;
-}
-
-std::vector<std::uint8_t> read_stream(IStream* stream) {
-  STATSTG status = {};
-  stream->Stat(&status, STATFLAG_NONAME);
-  std::vector<std::uint8_t> bytes(status.cbSize.LowPart);
-  stream->Seek({}, STREAM_SEEK_SET, nullptr);
-  ULONG read = 0;
-  stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &read);
-  bytes.resize(read);
-  return bytes;
-}
-
 }  // namespace
 
 std::vector<std::uint8_t> EncodeJpeg(const std::uint8_t* pixels, std::uint32_t width, std::uint32_t height,
                                      std::uint32_t stride, std::uint32_t quality) {
-  const std::optional<CLSID> encoder = find_jpeg_encoder();
+  const std::optional<CLSID> encoder = find_image_encoder(L"image/jpeg");
   if (!encoder) return {};
 
   // The bitmap lies over the caller's memory, which GDI+ takes as writable and only reads here. One that
@@ -60,7 +24,7 @@ std::vector<std::uint8_t> EncodeJpeg(const std::uint8_t* pixels, std::uint32_t w
   Gdiplus::GpBitmap* made = nullptr;
   gdip::GdipCreateBitmapFromScan0(static_cast<INT>(width), static_cast<INT>(height), static_cast<INT>(stride),
                                   PixelFormat32bppRGB, const_cast<BYTE*>(pixels), &made);
-  const std::unique_ptr<Gdiplus::GpImage, ImageDisposer> bitmap(made);
+  const UniqueImage bitmap(made);
 
   ULONG quality_value = quality;
   Gdiplus::EncoderParameters parameters = {};

@@ -1,6 +1,7 @@
-// Input, settings, trust roots and the machine's identity without a system behind them.
+// Input, the clipboard, settings, trust roots and the machine's identity without a system behind them.
 #include <mutex>
 
+#include "clipboard/watch.h"
 #include "core/machine_guid.h"
 #include "core/trust_roots.h"
 #include "fakes/fakes.h"
@@ -36,6 +37,10 @@ void SendSecureAttention() {
 
 void SetInputSessionActive(bool active) {
   note(active ? "SetInputSessionActive true" : "SetInputSessionActive false");
+}
+
+void SetClipboardSessionActive(bool active) {
+  note(active ? "SetClipboardSessionActive true" : "SetClipboardSessionActive false");
 }
 
 void SetActiveMonitorRect(std::int32_t left, std::int32_t top, std::int32_t width, std::int32_t height) {

@@ -68,8 +68,9 @@ TEST_F(DispatchTest, StreamStartRunsItsStepsInOrder) {
   const auto at = [&](const char* line) { return std::find(lines.begin(), lines.end(), line); };
   EXPECT_LT(at("EnumerateMonitors"), at("SetActiveMonitorRect 0 0 1280 720"));
   EXPECT_LT(at("SetActiveMonitorRect 0 0 1280 720"), at("SetInputSessionActive true"));
+  EXPECT_LT(at("SetInputSessionActive true"), at("SetClipboardSessionActive true"));
+  EXPECT_LT(at("SetClipboardSessionActive true"), lines.end());
   ASSERT_TRUE(vantelink_fakes::wait_for("AcquireFrame 40"));
-  EXPECT_LT(at("SetInputSessionActive true"), lines.end());
 }
 
 TEST_F(DispatchTest, StreamStartHasDefaultsAndSeventyForQuality) {
@@ -99,6 +100,7 @@ TEST_F(DispatchTest, SecondStreamReplacesTheFirstAndBothCount) {
   ASSERT_TRUE(log_.wait_for("status 3 1", 2));
   EXPECT_EQ(count("~ScreenCapturer"), 2u) << "the end of either ends the stream";
   EXPECT_EQ(count("SetInputSessionActive false"), 1u);
+  EXPECT_EQ(count("SetClipboardSessionActive false"), 1u);
   peer_->send_envelope(Msg::StreamStop, 2, "");
   ASSERT_TRUE(log_.wait_for("status 2 0"));
   for (const std::string& line : log_.lines())
@@ -117,6 +119,7 @@ TEST_F(DispatchTest, EndOfAnUnknownSessionStopsTheStreamAndIsTold) {
   ASSERT_TRUE(log_.wait_for("status 3 1", 2));
   const Lines lines = log_.lines();
   EXPECT_EQ(Lines(lines.end() - 2, lines.end()), (Lines{"ended 77", "status 3 1"}));
+  EXPECT_EQ(count("SetClipboardSessionActive false"), 1u);
   EXPECT_EQ(count("~ScreenCapturer"), 1u);
   client_->send_clipboard(reinterpret_cast<const unsigned char*>("lost"), 4);
   settle();
@@ -131,6 +134,7 @@ TEST_F(DispatchTest, EndOfTheConnectionStopsEverything) {
   ASSERT_TRUE(log_.wait_for("status 0 0"));
   EXPECT_EQ(count("~ScreenCapturer"), 1u);
   EXPECT_EQ(count("SetInputSessionActive false"), 1u);
+  EXPECT_EQ(count("SetClipboardSessionActive false"), 1u);
   auto again = server_.accept_upgraded();
   again->read_until(Msg::Login);
   again->send_envelope(Msg::StreamStart, 2, "");
@@ -209,7 +213,7 @@ TEST_F(DispatchTest, RealRestartLeavesTheConnectionToTheSystem) {
 
 TEST_F(DispatchTest, ClipboardIsHandedOver) {
   peer_->send_envelope(Msg::ClipboardData, 3, std::string(5000, 'c'), 0);
-  EXPECT_TRUE(log_.wait_for("clipboard 5000"));
+  EXPECT_TRUE(log_.wait_for("clipboard 5000")) << "with no session at all";
 }
 
 TEST_F(DispatchTest, ThumbnailsComeOneByOneWithTheirCount) {

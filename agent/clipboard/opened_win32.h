@@ -1,0 +1,36 @@
+// What the two directions share: the window that opens the clipboard, and the guard. UI thread only.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <utility>
+
+#include "platform/win32_handles.h"
+
+namespace vlk::agent {
+
+inline HWND ClipboardWindow = nullptr;             // set when the watch starts
+inline std::uint32_t ClipboardEchoGuardUntil = 0;  // tick count; changes before it are not sent
+
+// The clipboard, open for this window until the end of the object's life; nobody else can use it meanwhile.
+class OpenedClipboard {
+ public:
+  OpenedClipboard() : opened_(OpenClipboard(ClipboardWindow) != FALSE) {}
+  ~OpenedClipboard() {
+    if (opened_) CloseClipboard();
+  }
+  OpenedClipboard(const OpenedClipboard&) = delete;
+  OpenedClipboard& operator=(const OpenedClipboard&) = delete;
+  explicit operator bool() const { return opened_; }
+
+ private:
+  const bool opened_;
+};
+
+// Hands memory to the open clipboard, which owns it from then on; freed when the clipboard does not take it.
+inline void publish(UINT format, UniqueGlobal memory) {
+  if (SetClipboardData(format, memory.get()) != nullptr) (void)memory.release();
+}
+
+}  // namespace vlk::agent
