@@ -7,7 +7,6 @@ import { texts } from './texts.js';
 /** @typedef {{id: string, name: string, machine: string, state: string, last_seen: number,
  *   representative: string | null}} Machine */
 
-const relative = new Intl.RelativeTimeFormat(texts.language, { numeric: 'auto' });
 const STATES = ['session', 'online', 'offline'];
 
 /** Online ones first, then by name. */
@@ -67,9 +66,8 @@ export class MachineList {
   /** @private What stands under the name, each part a line run of its own. */
   details(/** @type {Machine} */ machine, /** @type {string} */ state) {
     const { unit, count } = age(machine.last_seen, Date.now() / 1000);
-    const seen = unit === 'now' ? relative.format(0, 'second') : relative.format(-count, /** @type {any} */ (unit));
     const parts = [tidy(machine.machine) === nameOf(machine) ? '' : tidy(machine.machine),
-      state === 'offline' ? texts.lastSeen(seen) : '',
+      state === 'offline' ? texts.lastSeen(unit, count) : '',
       machine.representative ? texts.with(tidy(machine.representative)) : ''].filter(Boolean);
     return parts.flatMap((part, i) => [...(i ? [' · '] : []), make('bdi', {}, part)]);
   }

@@ -27,7 +27,8 @@ export const english = {
   forgetQuestion: (/** @type {string} */ machine) => `Forget ${machine}? It will have to enrol again.`,
   state: { online: 'Online', offline: 'Offline', session: 'In session' },
   with: (/** @type {string} */ who) => `with ${who}`,
-  lastSeen: (/** @type {string} */ when) => `last seen ${when}`,
+  lastSeen: (/** @type {'now' | 'minute' | 'hour' | 'day'} */ unit, /** @type {number} */ count) =>
+    `last seen ${unit === 'now' ? 'just now' : `${count} ${unit}${count === 1 ? '' : 's'} ago`}`,
   connecting: 'Connecting to the relay …',
   reconnecting: 'The link to the relay is down. Connecting again …',
 

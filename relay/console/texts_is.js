@@ -5,6 +5,9 @@ const ms = (/** @type {number | null} */ trip) => (trip === null ? '–' : `${tr
 /** Whether a count takes the singular: 1, 21, 31 and so on, but not 11. */
 const singular = (/** @type {number} */ count) => count % 10 === 1 && count % 100 !== 11;
 
+/** In the dative, one and many. Browsers are often built without the language's own forms. */
+const AGES = { minute: ['mínútu', 'mínútum'], hour: ['klukkustund', 'klukkustundum'], day: ['degi', 'dögum'] };
+
 export const icelandic = {
   language: 'is',
   slogan: 'Fjaraðstoð fyrir skip og land',
@@ -30,7 +33,8 @@ export const icelandic = {
   forgetQuestion: (/** @type {string} */ machine) => `Gleyma tölvunni ${machine}? Þá þarf að skrá hana upp á nýtt.`,
   state: { online: 'Nettengd', offline: 'Ótengd', session: 'Fjaraðstoð í gangi' },
   with: (/** @type {string} */ who) => `með ${who}`,
-  lastSeen: (/** @type {string} */ when) => `síðast tengd ${when}`,
+  lastSeen: (/** @type {'now' | 'minute' | 'hour' | 'day'} */ unit, /** @type {number} */ count) =>
+    `síðast tengd ${unit === 'now' ? 'rétt í þessu' : `fyrir ${count} ${AGES[unit][singular(count) ? 0 : 1]}`}`,
   connecting: 'Tengist miðlara …',
   reconnecting: 'Sambandið við miðlarann rofnaði. Tengist aftur …',
 

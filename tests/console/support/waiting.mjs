@@ -1,6 +1,6 @@
 // Waiting for conditions with a deadline, the only way in which the console's tests wait.
 
-export const DEADLINE_MS = 20_000;
+export const DEADLINE_MS = 40_000;
 
 /**
  * Asks again until the condition gives something true, and gives that back. A condition that throws is asked again.
