@@ -10,11 +10,12 @@
 #include <dxgi1_2.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "tests/doubles/method_table.h"
 
 namespace vlk::test::dxgi {
 
@@ -73,14 +74,6 @@ struct Object {
   UINT adapter, output;
 };
 
-inline constexpr std::size_t kMostMethods = 200;
-
-#define VLK_SLOT(Interface, Method) (offsetof(Interface##Vtbl, Method) / sizeof(void*))
-
-inline void unexpected_call() {
-  std::abort();
-}
-
 inline HRESULT WINAPI query_interface(Object* self, REFIID iid, void** result);
 
 inline ULONG WINAPI add_ref(Object* self) {
@@ -94,26 +87,11 @@ inline ULONG WINAPI release(Object* self) {
   return 0;
 }
 
-// A table in which every method but the three of IUnknown ends the program.
-class Methods {
- public:
-  Methods() {
-    for (void*& method : table_)
-      method = reinterpret_cast<void*>(unexpected_call);
-    table_[0] = reinterpret_cast<void*>(query_interface);
-    table_[1] = reinterpret_cast<void*>(add_ref);
-    table_[2] = reinterpret_cast<void*>(release);
-  }
-  template <typename Function>
-  Methods& Set(std::size_t slot, Function* function) {
-    table_[slot] = reinterpret_cast<void*>(function);
-    return *this;
-  }
-  void** get() { return table_; }
+using Methods = vantelink_doubles::MethodTable;
 
- private:
-  void* table_[kMostMethods];
-};
+inline Methods object_methods() {
+  return {query_interface, add_ref, release};
+}
 
 inline Object* make(Methods& methods, UINT adapter = 0, UINT output = 0) {
   ++machine.live;
@@ -121,7 +99,7 @@ inline Object* make(Methods& methods, UINT adapter = 0, UINT output = 0) {
 }
 
 inline Methods& texture_methods() {
-  static Methods methods = Methods().Set(
+  static Methods methods = object_methods().Set(
       VLK_SLOT(ID3D11Texture2D, GetDesc), +[](Object*, D3D11_TEXTURE2D_DESC* desc) {
         *desc = {};
         desc->Width = machine.width;
@@ -135,12 +113,12 @@ inline Methods& texture_methods() {
 }
 
 inline Methods& resource_methods() {
-  static Methods methods;
+  static Methods methods = object_methods();
   return methods;
 }
 
 inline Methods& duplication_methods() {
-  static Methods methods = Methods()
+  static Methods methods = object_methods()
                                .Set(
                                    VLK_SLOT(IDXGIOutputDuplication, AcquireNextFrame),
                                    +[](Object*, UINT timeout, DXGI_OUTDUPL_FRAME_INFO*, void** resource) {
@@ -158,7 +136,7 @@ inline Methods& duplication_methods() {
 
 inline Methods& output_methods() {
   static Methods methods =
-      Methods()
+      object_methods()
           .Set(
               VLK_SLOT(IDXGIOutput1, GetDesc),
               +[](Object* self, DXGI_OUTPUT_DESC* desc) -> HRESULT {
@@ -177,7 +155,7 @@ inline Methods& output_methods() {
 }
 
 inline Methods& adapter_methods() {
-  static Methods methods = Methods().Set(
+  static Methods methods = object_methods().Set(
       VLK_SLOT(IDXGIAdapter1, EnumOutputs), +[](Object* self, UINT index, void** output) -> HRESULT {
         *output = nullptr;
         if (index >= machine.adapters[self->adapter].size()) return DXGI_ERROR_NOT_FOUND;
@@ -188,7 +166,7 @@ inline Methods& adapter_methods() {
 }
 
 inline Methods& factory_methods() {
-  static Methods methods = Methods().Set(
+  static Methods methods = object_methods().Set(
       VLK_SLOT(IDXGIFactory1, EnumAdapters1), +[](Object*, UINT index, void** adapter) -> HRESULT {
         *adapter = nullptr;
         if (index >= machine.adapters.size()) return DXGI_ERROR_NOT_FOUND;
@@ -199,7 +177,7 @@ inline Methods& factory_methods() {
 }
 
 inline Methods& device_methods() {
-  static Methods methods = Methods().Set(
+  static Methods methods = object_methods().Set(
       VLK_SLOT(ID3D11Device, CreateTexture2D),
       +[](Object*, const D3D11_TEXTURE2D_DESC* desc, const void* initial, void** texture) {
         const HRESULT result =
@@ -213,7 +191,7 @@ inline Methods& device_methods() {
 
 inline Methods& context_methods() {
   static Methods methods =
-      Methods()
+      object_methods()
           .Set(
               VLK_SLOT(ID3D11DeviceContext, CopyResource),
               +[](Object*, void*, void*) { machine.Note("CopyResource"); })

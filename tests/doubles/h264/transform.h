@@ -1,0 +1,19 @@
+// The two H.264 encoder transforms, which differ in how they are driven: one answers within the calls, the
+// other works on a thread of its own and tells by events.
+#pragma once
+
+#include <windows.h>
+
+#include "tests/doubles/boards.h"
+
+namespace vantelink_doubles {
+
+CodecBoard& codec_board();
+
+// Class identifiers under which the transforms are registered, by Transform.
+extern const GUID kTransformClasses[kTransforms];
+
+// A new transform, as the interface asked for.
+HRESULT make_transform(Transform kind, REFIID iid, void** result);
+
+}  // namespace vantelink_doubles
