@@ -95,6 +95,11 @@ bool ScreenCapturer::State::CopyTexture(ID3D11Texture2D* texture, CapturedFrame&
   context->CopyResource(staging.Get(), texture);
   D3D11_MAPPED_SUBRESOURCE mapped = {};
   if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &mapped))) return false;
+  // A driver that answers nonsense must cost a frame and not the process.
+  if (mapped.pData == nullptr || mapped.RowPitch / kBytesPerPixel < description.Width) {
+    context->Unmap(staging.Get(), 0);
+    return false;
+  }
   resize_frame(frame, description.Width, description.Height);
   const auto* source = static_cast<const std::uint8_t*>(mapped.pData);
   const auto stride = static_cast<std::size_t>(frame.stride);
@@ -176,6 +181,7 @@ bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms
     return false;
   }
   state_->frame_held = true;
+  if (!resource) return false;
   ComPtr<ID3D11Texture2D> texture;
   if (FAILED(resource->QueryInterface(IID_PPV_ARGS(texture.ReleaseAndGetAddressOf())))) return false;
   return state_->CopyTexture(texture.Get(), frame);

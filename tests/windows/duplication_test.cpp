@@ -319,6 +319,51 @@ TEST_F(Duplication, FailureAfterAcquiringLeavesTheFrameHeldForTheNextCall) {
   }
 }
 
+TEST_F(Duplication, AbsurdAnswersCostTheFrameAndNothingElse) {
+  const auto good = machine;
+  const struct {
+    const char* what;
+    void (*spoil)();
+    const char* last_call;
+  } rows[] = {
+      {"no resource", [] { machine.null_resource = true; }, "AcquireNextFrame"},
+      {"no memory", [] { machine.memory = std::vector<std::uint8_t>(); }, "Unmap"},
+      {"rows that overlap", [] { machine.pitch = machine.width * 4 - 1; }, "Unmap"},
+      {"rows without length", [] { machine.pitch = 0; }, "Unmap"},
+      // Four times this width is 16 in 32 bits.
+      {"a width whose bytes outgrow the pitch's type", [] { machine.width = 0x40000004; }, "Unmap"},
+  };
+  for (const auto& row : rows) {
+    ScreenCapturer capturer;
+    ASSERT_TRUE(capturer.Open(0));
+    row.spoil();
+    CapturedFrame frame;
+    EXPECT_FALSE(capturer.AcquireFrame(frame, 0)) << row.what;
+    EXPECT_TRUE(frame.pixels.empty()) << row.what;
+    EXPECT_EQ(machine.Names().back(), row.last_call) << row.what;
+    machine.null_resource = false;
+    machine.memory = good.memory;
+    machine.pitch = good.pitch;
+    machine.width = good.width;
+    EXPECT_TRUE(capturer.AcquireFrame(frame, 0)) << row.what;
+    EXPECT_EQ(frame.pixels, ExpectedPixels()) << row.what;
+  }
+}
+
+TEST_F(Duplication, DesktopWithoutAreaGivesAFrameWithoutPixels) {
+  for (const auto& [width, height] : {std::pair{0u, 4u}, {8u, 0u}, {0u, 0u}}) {
+    machine.width = width;
+    machine.height = height;
+    ScreenCapturer capturer;
+    ASSERT_TRUE(capturer.Open(0));
+    CapturedFrame frame;
+    EXPECT_TRUE(capturer.AcquireFrame(frame, 0));
+    EXPECT_EQ(frame.width, width);
+    EXPECT_EQ(frame.height, height);
+    EXPECT_TRUE(frame.pixels.empty());
+  }
+}
+
 // Walks a whole life and fails its Nth call, for every N until none is left to fail.
 TEST_F(Duplication, WhateverFailsNothingIsLeftOpen) {
   int failing = 1;

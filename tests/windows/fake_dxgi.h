@@ -38,7 +38,8 @@ struct Machine {
   std::map<std::string, HRESULT> failures;  // by call
   int fail_at = 0;  // the call with that number, from 1 on, fails with E_FAIL; 0: none
   int fallible_calls = 0;
-  int live = 0;  // objects not yet released for good
+  bool null_resource = false;  // frames are acquired that have no resource
+  int live = 0;                // objects not yet released for good
   std::vector<Call> calls;
   D3D11_TEXTURE2D_DESC staging = {};
 
@@ -123,7 +124,8 @@ inline Methods& duplication_methods() {
                                    VLK_SLOT(IDXGIOutputDuplication, AcquireNextFrame),
                                    +[](Object*, UINT timeout, DXGI_OUTDUPL_FRAME_INFO*, void** resource) {
                                      const HRESULT result = machine.Step("AcquireNextFrame", {timeout});
-                                     if (SUCCEEDED(result)) *resource = make(resource_methods());
+                                     if (SUCCEEDED(result) && !machine.null_resource)
+                                       *resource = make(resource_methods());
                                      return result;
                                    })
                                .Set(

@@ -15,6 +15,7 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "tests/doubles/board_win32.h"
 #include "tests/doubles/h264/engine.h"
