@@ -3,71 +3,15 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <fstream>
-#include <thread>
 
-#include "support/desk.h"
-#include "support/scripted_server.h"
+#include "e2e/agent_fixture.h"
 
 namespace {
 
 using namespace vantelink_test;
 using vlk::Envelope;
 using vlk::Msg;
-
-constexpr char kAgent[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
-
-std::string text_of(const Envelope& envelope) {
-  return {envelope.payload.begin(), envelope.payload.end()};
-}
-
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
-}
-
-class AgentTest : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    ::unsetenv("SSL_CERT_FILE");
-    ::unsetenv("SSL_CERT_DIR");
-    authority = new TestAuthority;
-    desk = new Desk;
-    std::ofstream(desk->folder() + "/ca.pem") << authority->pem();
-  }
-  static void TearDownTestSuite() {
-    delete desk;
-    delete authority;
-  }
-  void SetUp() override { server_ = std::make_unique<ScriptedServer>(*authority); }
-  void TearDown() override { end_agent(); }
-
-  // Starts the agent with the server's address and returns it upgraded.
-  std::unique_ptr<ServerConnection> start(std::vector<std::string> switches = {}) {
-    std::vector<std::string> program = {kAgent, "--host", "localhost", "--port",
-                                        std::to_string(server_->port())};
-    program.insert(program.end(), switches.begin(), switches.end());
-    pid_ = desk->spawn(program, {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem", "VLK_DEBUG_INPUT=1"});
-    return server_->accept_upgraded();
-  }
-  bool running() const { return pid_ != 0 && ::kill(pid_, 0) == 0; }
-  void end_agent() {
-    if (running()) ::kill(pid_, SIGKILL);
-    EXPECT_TRUE(eventually([&] { return !running(); }));
-    pid_ = 0;
-  }
-
-  inline static TestAuthority* authority;
-  inline static Desk* desk;
-  std::unique_ptr<ScriptedServer> server_;
-  int pid_ = 0;
-};
 
 TEST_F(AgentTest, EnrolsKeepsItsIdentityAndForgetsItWhenRefused) {
   desk->exec({"reg", "delete", "HKCU\\Software\\Maravek\\Vantelink", "/f"});

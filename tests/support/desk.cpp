@@ -65,6 +65,14 @@ int Desk::spawn(const std::vector<std::string>& program, const std::vector<std::
       run(tool("spawn") + joined(environment, "--env ") + quoted(folder_) + ' ' + joined(program)).c_str());
 }
 
+std::string Desk::output(const std::vector<std::string>& program) const {
+  return run(tool("exec") + quoted(folder_) + ' ' + joined(program));
+}
+
+std::string Desk::host(const std::string& command) const {
+  return run(". " + quoted(folder_ + "/env") + "; " + command);
+}
+
 void Desk::shot(const std::string& file) const {
   run(tool("shot") + quoted(folder_) + ' ' + quoted(file));
 }

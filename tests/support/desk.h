@@ -18,6 +18,10 @@ class Desk {
   int exec(const std::vector<std::string>& program, const std::vector<std::string>& environment = {}) const;
   // Starts one; its process id on this host.
   int spawn(const std::vector<std::string>& program, const std::vector<std::string>& environment = {}) const;
+  // Runs one that must succeed; what it printed.
+  std::string output(const std::vector<std::string>& program) const;
+  // Runs a command of the host, xdotool for instance, on the desk's display; what it printed.
+  std::string host(const std::string& command) const;
   void shot(const std::string& file) const;  // a picture of the whole desktop, PNG
 
   // Sets a registry value of the agent's key.

@@ -1,0 +1,75 @@
+// The unmodified executable on a desk of the program's own, and the scripted server that it talks to.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/desk.h"
+#include "support/scripted_server.h"
+
+namespace vantelink_test {
+
+inline constexpr char kAgent[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
+
+inline std::string text_of(const vlk::Envelope& envelope) {
+  return {envelope.payload.begin(), envelope.payload.end()};
+}
+
+template <typename Condition>
+bool eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
+class AgentTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ::unsetenv("SSL_CERT_FILE");
+    ::unsetenv("SSL_CERT_DIR");
+    authority = new TestAuthority;
+    desk = new Desk;
+    std::ofstream(desk->folder() + "/ca.pem") << authority->pem();
+  }
+  static void TearDownTestSuite() {
+    delete desk;
+    delete authority;
+  }
+  void SetUp() override { server_ = std::make_unique<ScriptedServer>(*authority); }
+  void TearDown() override { end_agent(); }
+
+  // Starts the agent with the server's address and returns it upgraded. `environment` holds NAME=VALUE texts.
+  std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
+                                          std::vector<std::string> environment = {}) {
+    std::vector<std::string> program = {kAgent, "--host", "localhost", "--port",
+                                        std::to_string(server_->port())};
+    program.insert(program.end(), switches.begin(), switches.end());
+    environment.insert(environment.end(),
+                       {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem", "VLK_DEBUG_INPUT=1"});
+    pid_ = desk->spawn(program, environment);
+    return server_->accept_upgraded();
+  }
+  bool running() const { return pid_ != 0 && ::kill(pid_, 0) == 0; }
+  void end_agent() {
+    if (running()) ::kill(pid_, SIGKILL);
+    EXPECT_TRUE(eventually([&] { return !running(); }));
+    pid_ = 0;
+  }
+
+  inline static TestAuthority* authority;
+  inline static Desk* desk;
+  std::unique_ptr<ScriptedServer> server_;
+  int pid_ = 0;
+};
+
+}  // namespace vantelink_test

@@ -1,0 +1,168 @@
+// Looks at a desk's windows and registry from a process of its own, and works controls, for tests that run on
+// the host. Prints UTF-8, a window or value a line, fields separated by tabs.
+#include <windows.h>
+
+#include <cstdio>
+#include <cwchar>
+#include <string>
+#include <vector>
+
+#include "platform/text.h"
+#include "platform/win32_handles.h"
+
+namespace {
+
+constexpr UINT kAnswerTime = 5000;  // milliseconds that another process may take over a message
+constexpr wchar_t kAgentClass[] = L"VantelinkAgent";
+constexpr wchar_t kSettingsKey[] = L"Software\\Maravek\\Vantelink";
+constexpr wchar_t kRunKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Run";
+
+LRESULT ask(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  DWORD_PTR answer = 0;
+  SendMessageTimeoutW(window, message, wparam, lparam, SMTO_ABORTIFHUNG, kAnswerTime, &answer);
+  return static_cast<LRESULT>(answer);
+}
+
+// With tabs and line ends as escapes.
+std::string printable(std::wstring_view text) {
+  std::string result;
+  for (const char c : vlk::WideToUtf8(text)) {
+    switch (c) {
+      case '\t':
+        result += "\\t";
+        break;
+      case '\r':
+        result += "\\r";
+        break;
+      case '\n':
+        result += "\\n";
+        break;
+      default:
+        result += c;
+    }
+  }
+  return result;
+}
+
+std::wstring class_of(HWND window) {
+  wchar_t name[256] = {};
+  GetClassNameW(window, name, 256);
+  return name;
+}
+
+// By message, as a control of another process gives its text in no other way.
+std::wstring text_of(HWND window) {
+  std::vector<wchar_t> text(100000);
+  ask(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
+  return text.data();
+}
+
+const char* font_of(HWND window) {
+  const auto font = reinterpret_cast<HGDIOBJ>(ask(window, WM_GETFONT, 0, 0));
+  if (font == nullptr) return "system";
+  return font == GetStockObject(DEFAULT_GUI_FONT) ? "gui" : "other";
+}
+
+// A child's place is in its parent's client pixels, a top-level window's in the screen's, which come last in
+// any case.
+void print_window(HWND window, HWND parent) {
+  RECT screen = {};
+  GetWindowRect(window, &screen);
+  POINT place = {screen.left, screen.top};
+  if (parent != nullptr) ScreenToClient(parent, &place);
+  const bool button = class_of(window) == L"Button";
+  std::printf("%d\t%s\t%d\t0x%08X\t0x%08X\t%d\t%d\t%s\t%d\t%ld\t%ld\t%ld\t%ld\t%ld\t%ld\t%s\n",
+              parent != nullptr, printable(class_of(window)).c_str(),
+              parent != nullptr ? static_cast<int>(GetWindowLongPtrW(window, GWLP_ID)) : 0,
+              static_cast<unsigned>(GetWindowLongPtrW(window, GWL_STYLE)),
+              static_cast<unsigned>(GetWindowLongPtrW(window, GWL_EXSTYLE)), IsWindowVisible(window) != FALSE,
+              GetForegroundWindow() == window, font_of(window),
+              button ? static_cast<int>(ask(window, BM_GETCHECK, 0, 0)) : 0, place.x, place.y,
+              screen.right - screen.left, screen.bottom - screen.top, screen.left, screen.top,
+              printable(text_of(window)).c_str());
+}
+
+// Every top-level window of the classes, from the highest down, each followed by its children.
+int print_windows(const std::vector<std::wstring>& classes) {
+  for (HWND window = GetTopWindow(nullptr); window != nullptr; window = GetWindow(window, GW_HWNDNEXT)) {
+    const std::wstring type = class_of(window);
+    bool wanted = false;
+    for (const std::wstring& name : classes)
+      wanted = wanted || type == name;
+    if (!wanted) continue;
+    print_window(window, nullptr);
+    for (HWND child = nullptr; (child = FindWindowExW(window, child, nullptr, nullptr)) != nullptr;)
+      print_window(child, window);
+  }
+  return 0;
+}
+
+int print_value(HKEY root, const wchar_t* path, const wchar_t* name) {
+  HKEY opened = nullptr;
+  if (RegOpenKeyExW(root, path, 0, KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) return 0;
+  const vlk::UniqueRegistryKey key(opened);
+  DWORD type = 0;
+  DWORD size = 0;
+  if (RegQueryValueExW(key.get(), name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) return 0;
+  std::vector<BYTE> data(size + sizeof(wchar_t));
+  RegQueryValueExW(key.get(), name, nullptr, &type, data.data(), &size);
+  std::string text;
+  if (type == REG_SZ) {
+    // Without the one closing zero that the store keeps; any other shows.
+    std::wstring_view wide(reinterpret_cast<const wchar_t*>(data.data()), size / sizeof(wchar_t));
+    if (!wide.empty() && wide.back() == L'\0') wide.remove_suffix(1);
+    text = printable(wide);
+  } else {
+    for (DWORD i = 0; i < size; ++i) {
+      char digits[3];
+      std::snprintf(digits, sizeof digits, "%02x", data[i]);
+      text += digits;
+    }
+  }
+  std::printf("%s\t%lu\t%s\n", vlk::WideToUtf8(name).c_str(), type, text.c_str());
+  return 0;
+}
+
+int print_registry() {
+  for (const wchar_t* name : {L"DisplayName", L"Unattended", L"AgentId", L"AgentSecret", L"SkippedVersion"})
+    print_value(HKEY_CURRENT_USER, kSettingsKey, name);
+  return print_value(HKEY_CURRENT_USER, kRunKey, L"VantelinkAgent");
+}
+
+int print_class_at(const wchar_t* x, const wchar_t* y) {
+  const HWND window = WindowFromPoint({std::wcstol(x, nullptr, 10), std::wcstol(y, nullptr, 10)});
+  std::printf("%s\n", printable(class_of(GetAncestor(window, GA_ROOT))).c_str());
+  return 0;
+}
+
+int usage() {
+  std::fputs(
+      "Usage: probe windows CLASS...   the top-level windows of these classes and their children\n"
+      "       probe at X Y             the class of the top-level window at a pixel of the screen\n"
+      "       probe type ID TEXT       sets the text of one of the agent's controls\n"
+      "       probe post MESSAGE WPARAM LPARAM   posts a message to the agent's window\n"
+      "       probe registry           the agent's settings and its autostart entry\n",
+      stderr);
+  return 2;
+}
+
+}  // namespace
+
+int wmain(int count, wchar_t** words) {
+  const std::wstring verb = count > 1 ? words[1] : L"";
+  const HWND agent = FindWindowW(kAgentClass, nullptr);
+  if (verb == L"windows" && count > 2) return print_windows({words + 2, words + count});
+  if (verb == L"at" && count == 4) return print_class_at(words[2], words[3]);
+  if (verb == L"registry" && count == 2) return print_registry();
+  if (verb == L"type" && count == 4) {
+    const HWND control = GetDlgItem(agent, static_cast<int>(std::wcstol(words[2], nullptr, 10)));
+    return ask(control, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(words[3])) == TRUE ? 0 : 1;
+  }
+  if (verb == L"post" && count == 5) {
+    return PostMessageW(agent, static_cast<UINT>(std::wcstoul(words[2], nullptr, 0)),
+                        std::wcstoull(words[3], nullptr, 0), std::wcstoll(words[4], nullptr, 0))
+               ? 0
+               : 1;
+  }
+  return usage();
+}
