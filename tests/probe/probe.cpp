@@ -57,12 +57,6 @@ std::wstring text_of(HWND window) {
   return text.data();
 }
 
-const char* font_of(HWND window) {
-  const auto font = reinterpret_cast<HGDIOBJ>(ask(window, WM_GETFONT, 0, 0));
-  if (font == nullptr) return "system";
-  return font == GetStockObject(DEFAULT_GUI_FONT) ? "gui" : "other";
-}
-
 // A child's place is in its parent's client pixels, a top-level window's in the screen's, which come last in
 // any case.
 void print_window(HWND window, HWND parent) {
@@ -71,15 +65,14 @@ void print_window(HWND window, HWND parent) {
   POINT place = {screen.left, screen.top};
   if (parent != nullptr) ScreenToClient(parent, &place);
   const bool button = class_of(window) == L"Button";
-  std::printf("%d\t%s\t%d\t0x%08X\t0x%08X\t%d\t%d\t%s\t%d\t%ld\t%ld\t%ld\t%ld\t%ld\t%ld\t%s\n",
-              parent != nullptr, printable(class_of(window)).c_str(),
+  std::printf("%d\t%s\t%d\t0x%08X\t0x%08X\t%d\t%d\t%d\t%ld\t%ld\t%ld\t%ld\t%ld\t%ld\t%s\n", parent != nullptr,
+              printable(class_of(window)).c_str(),
               parent != nullptr ? static_cast<int>(GetWindowLongPtrW(window, GWLP_ID)) : 0,
               static_cast<unsigned>(GetWindowLongPtrW(window, GWL_STYLE)),
               static_cast<unsigned>(GetWindowLongPtrW(window, GWL_EXSTYLE)), IsWindowVisible(window) != FALSE,
-              GetForegroundWindow() == window, font_of(window),
-              button ? static_cast<int>(ask(window, BM_GETCHECK, 0, 0)) : 0, place.x, place.y,
-              screen.right - screen.left, screen.bottom - screen.top, screen.left, screen.top,
-              printable(text_of(window)).c_str());
+              GetForegroundWindow() == window, button ? static_cast<int>(ask(window, BM_GETCHECK, 0, 0)) : 0,
+              place.x, place.y, screen.right - screen.left, screen.bottom - screen.top, screen.left,
+              screen.top, printable(text_of(window)).c_str());
 }
 
 // Every top-level window of the classes, from the highest down, each followed by its children.
@@ -129,6 +122,13 @@ int print_registry() {
   return print_value(HKEY_CURRENT_USER, kRunKey, L"VantelinkAgent");
 }
 
+// Deletes the agent's settings and its autostart entry.
+int forget() {
+  RegDeleteKeyW(HKEY_CURRENT_USER, kSettingsKey);
+  RegDeleteKeyValueW(HKEY_CURRENT_USER, kRunKey, L"VantelinkAgent");
+  return 0;
+}
+
 int print_class_at(const wchar_t* x, const wchar_t* y) {
   const HWND window = WindowFromPoint({std::wcstol(x, nullptr, 10), std::wcstol(y, nullptr, 10)});
   std::printf("%s\n", printable(class_of(GetAncestor(window, GA_ROOT))).c_str());
@@ -141,7 +141,8 @@ int usage() {
       "       probe at X Y             the class of the top-level window at a pixel of the screen\n"
       "       probe type ID TEXT       sets the text of one of the agent's controls\n"
       "       probe post MESSAGE WPARAM LPARAM   posts a message to the agent's window\n"
-      "       probe registry           the agent's settings and its autostart entry\n",
+      "       probe registry           the agent's settings and its autostart entry\n"
+      "       probe forget             deletes both\n",
       stderr);
   return 2;
 }
@@ -154,6 +155,7 @@ int wmain(int count, wchar_t** words) {
   if (verb == L"windows" && count > 2) return print_windows({words + 2, words + count});
   if (verb == L"at" && count == 4) return print_class_at(words[2], words[3]);
   if (verb == L"registry" && count == 2) return print_registry();
+  if (verb == L"forget" && count == 2) return forget();
   if (verb == L"type" && count == 4) {
     const HWND control = GetDlgItem(agent, static_cast<int>(std::wcstol(words[2], nullptr, 10)));
     return ask(control, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(words[3])) == TRUE ? 0 : 1;

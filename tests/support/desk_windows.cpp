@@ -29,7 +29,7 @@ std::vector<std::vector<std::string>> probe_lines(const Desk& desk, std::vector<
 }
 
 SeenWindow seen_window(const std::vector<std::string>& fields) {
-  if (fields.size() != 16) throw std::runtime_error("the probe printed a line of another shape");
+  if (fields.size() != 15) throw std::runtime_error("the probe printed a line of another shape");
   const auto number = [&](std::size_t i) { return std::stoi(fields[i]); };
   const auto bits = [&](std::size_t i) { return static_cast<unsigned>(std::stoul(fields[i], nullptr, 16)); };
   SeenWindow window;
@@ -40,15 +40,14 @@ SeenWindow seen_window(const std::vector<std::string>& fields) {
   window.extended_style = bits(4);
   window.visible = number(5) != 0;
   window.foreground = number(6) != 0;
-  window.font = fields[7];
-  window.checked = number(8);
-  window.left = number(9);
-  window.top = number(10);
-  window.width = number(11);
-  window.height = number(12);
-  window.screen_left = number(13);
-  window.screen_top = number(14);
-  window.text = fields[15];
+  window.checked = number(7);
+  window.left = number(8);
+  window.top = number(9);
+  window.width = number(10);
+  window.height = number(11);
+  window.screen_left = number(12);
+  window.screen_top = number(13);
+  window.text = fields[14];
   return window;
 }
 
@@ -68,6 +67,10 @@ std::map<std::string, std::string> registry_of(const Desk& desk) {
   for (const auto& fields : probe_lines(desk, {"registry"}))
     values[fields.at(0)] = fields.at(2);
   return values;
+}
+
+void forget_settings(const Desk& desk) {
+  probe_lines(desk, {"forget"});
 }
 
 std::string window_at(const Desk& desk, int x, int y) {

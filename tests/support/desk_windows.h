@@ -17,7 +17,6 @@ struct SeenWindow {
   unsigned extended_style = 0;
   bool visible = false;
   bool foreground = false;
-  std::string font;  // "system", "gui" or "other"
   int checked = 0;
   int left = 0, top = 0, width = 0, height = 0;  // pixels; of a child in its parent's client area
   int screen_left = 0, screen_top = 0;           // pixels of the screen
@@ -29,6 +28,9 @@ std::vector<SeenWindow> windows_on(const Desk& desk, const std::vector<std::stri
 
 // The values of the agent's key and its autostart entry that exist: REG_SZ as text, others as bytes in hex.
 std::map<std::string, std::string> registry_of(const Desk& desk);
+
+// Deletes both, as on a machine where the agent never ran.
+void forget_settings(const Desk& desk);
 
 // The class of the top-level window at a pixel of the screen.
 std::string window_at(const Desk& desk, int x, int y);

@@ -1,0 +1,82 @@
+// The agent's window as a person meets it, for tests of the shell.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "e2e/agent_fixture.h"
+#include "support/desk_windows.h"
+
+namespace vantelink_test {
+
+inline constexpr char kAgentWindow[] = "VantelinkAgent";
+inline constexpr char kDialog[] = "#32770";
+
+inline constexpr int kNameEdit = 1001;
+inline constexpr int kUnattendedCheck = 1002;
+inline constexpr int kApplyButton = 1003;
+inline constexpr int kStatusLabel = 1004;
+
+inline constexpr unsigned kCommand = 0x0111;      // WM_COMMAND
+inline constexpr unsigned kAgentStatus = 0x8001;  // WM_AGENT_STATUS
+
+// A message in one line: type, flags, session and payload.
+inline std::string line(const vlk::Envelope& envelope) {
+  return std::to_string(envelope.type) + ' ' + std::to_string(envelope.flags) + ' ' +
+         std::to_string(envelope.session_id) + ' ' + text_of(envelope);
+}
+
+class ShellTest : public AgentTest {
+ protected:
+  void SetUp() override {
+    AgentTest::SetUp();
+    forget_settings(*desk);
+  }
+
+  // The variables that make a program Icelandic.
+  static std::vector<std::string> icelandic() {
+    const std::string folder = desk->folder() + "/locale";
+    desk->host("[ -d '" + folder + "' ] || { mkdir '" + folder + "' && localedef -i is_IS -f UTF-8 '" +
+               folder + "/is_IS.UTF-8'; }");
+    return {"LOCPATH=" + folder, "LC_ALL=is_IS.UTF-8"};
+  }
+
+  static void shot(const std::string& name) {
+    desk->host("mkdir -p '" VANTELINK_SOURCE_DIR "/build/shots'");
+    desk->shot(VANTELINK_SOURCE_DIR "/build/shots/" + name + ".png");
+  }
+
+  // The agent's window and, behind it, its controls.
+  static std::vector<SeenWindow> panel() {
+    std::vector<SeenWindow> windows;
+    if (!eventually([&] { return !(windows = windows_on(*desk, {kAgentWindow})).empty(); }))
+      throw std::runtime_error("the agent shows no window");
+    return windows;
+  }
+  static SeenWindow control(int id) {
+    for (const SeenWindow& window : panel())
+      if (window.child && window.id == id) return window;
+    throw std::runtime_error("the agent's window has no control " + std::to_string(id));
+  }
+  static bool reads(int id, const std::string& text) {
+    return eventually([&] { return control(id).text == text; });
+  }
+  static bool becomes_visible(bool visible) {
+    return eventually([&] { return panel().front().visible == visible; });
+  }
+
+  // Returns when the window has handled all that was posted to it before. Leaves the status line empty.
+  static void settle() {
+    post(*desk, kAgentStatus, 9999, 0);
+    EXPECT_TRUE(reads(kStatusLabel, ""));
+  }
+
+  // Fails if the agent said anything that the test has not read yet.
+  static void expect_quiet(ServerConnection& peer) {
+    settle();
+    peer.send_envelope(vlk::Msg::Heartbeat, 0, "quiet?");
+    EXPECT_EQ(line(peer.read_envelope()), "4 1 0 quiet?");
+  }
+};
+
+}  // namespace vantelink_test
