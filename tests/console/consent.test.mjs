@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, machineAndPage } from './support/fixture.mjs';
-import { USER } from './support/relay.mjs';
+import { Relay, USER } from './support/relay.mjs';
 import { AgentMsg } from './support/scripted_agent.mjs';
 import { until } from './support/waiting.mjs';
 
@@ -90,4 +90,15 @@ test('an offline machine cannot be asked', async (t) => {
   agent.drop();
   await page.page.locator(`.machine[data-agent="${agent.id}"][data-state=offline]`).waitFor();
   assert.ok(await page.row(agent).locator('.machine-open').isDisabled());
+});
+
+test('a request that nobody answers is withdrawn from the machine, and the console says so', async (t) => {
+  const relay = await Relay.started(['--consent', '1']);
+  t.after(() => relay.remove());
+  const { agent, page } = await machineAndPage(t, { ...shared, relay }, { agent: { consent: 'none' } });
+  await page.ask(agent);
+  const request = await agent.next(AgentMsg.SessionRequest);
+  assert.equal((await agent.next(AgentMsg.SessionEnd)).session, request.session);
+  await page.waitForNote(/Nobody answered/);
+  await page.shot('consent-withdrawn');
 });

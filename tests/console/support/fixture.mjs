@@ -5,12 +5,15 @@ import { plain } from './pictures.mjs';
 import { Relay } from './relay.mjs';
 import { ScriptedAgent } from './scripted_agent.mjs';
 
-/** Call once in a test file. What it gives is filled in before the first test. */
-export function fixture() {
+/**
+ * Call once in a test file. What it gives is filled in before the first test.
+ * @param {string[]} [relayOptions]
+ */
+export function fixture(relayOptions) {
   /** @type {{relay: Relay, browser: import('playwright-core').Browser}} */
   const shared = /** @type {any} */ ({});
   before(async () => {
-    shared.relay = await Relay.started();
+    shared.relay = await Relay.started(relayOptions);
     shared.browser = await launch();
   });
   after(async () => {

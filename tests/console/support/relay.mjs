@@ -13,7 +13,9 @@ export const USER = 'Sigga';
 export const PASSWORD = 'correct horse battery';
 
 export class Relay {
-  constructor() {
+  /** @param {string[]} [options] further ones of its command line */
+  constructor(options = []) {
+    this.options = options;
     this.data = mkdtempSync(join(tmpdir(), 'vantelink-console-'));
     execFileSync(PROGRAM, ['--data', this.data, '--add-user', USER], { input: `${PASSWORD}\n` });
     this.log = '';
@@ -22,8 +24,8 @@ export class Relay {
     this.process = null;
   }
 
-  static async started() {
-    const relay = new Relay();
+  static async started(options) {
+    const relay = new Relay(options);
     await relay.start();
     return relay;
   }
@@ -35,7 +37,7 @@ export class Relay {
   /** Listens on the port that it had before, so that browsers and agents find it again. */
   async start() {
     const child = spawn(PROGRAM, ['--address', '127.0.0.1', '--port', String(this.port), '--data', this.data,
-      '--console', join(ROOT, 'relay/console')]);
+      '--console', join(ROOT, 'relay/console'), ...this.options]);
     this.process = child;
     child.stdout.on('data', (text) => { this.log += text; });
     child.stderr.on('data', (text) => { this.log += text; });
