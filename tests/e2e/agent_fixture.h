@@ -34,11 +34,12 @@ bool eventually(Condition condition) {
 
 class AgentTest : public testing::Test {
  protected:
-  static void SetUpTestSuite() {
+  static void SetUpTestSuite() { open_desk(Desk::Kind::VirtualDesktop); }
+  static void open_desk(Desk::Kind kind) {
     ::unsetenv("SSL_CERT_FILE");
     ::unsetenv("SSL_CERT_DIR");
     authority = new TestAuthority;
-    desk = new Desk;
+    desk = new Desk(kind);
     std::ofstream(desk->folder() + "/ca.pem") << authority->pem();
   }
   static void TearDownTestSuite() {
