@@ -73,8 +73,7 @@ int serve(const Options& options, Store& store) {
     if (!remark.empty()) log.write("", "", remark);
   }
   greet_first_start(store);
-  Limits limits;
-  limits.consent = std::chrono::seconds(options.consent_s);
+  const Limits limits;
   Server server(settings, store, log, limits);
   boost::asio::signal_set signals(server.context(), SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code& error, int) {

@@ -34,12 +34,11 @@ bool eventually(Condition condition) {
 
 class AgentTest : public testing::Test {
  protected:
-  static void SetUpTestSuite() { open_desk(Desk::Kind::VirtualDesktop); }
-  static void open_desk(Desk::Kind kind) {
+  static void SetUpTestSuite() {
     ::unsetenv("SSL_CERT_FILE");
     ::unsetenv("SSL_CERT_DIR");
     authority = new TestAuthority;
-    desk = new Desk(kind);
+    desk = new Desk;
     std::ofstream(desk->folder() + "/ca.pem") << authority->pem();
   }
   static void TearDownTestSuite() {
@@ -52,7 +51,7 @@ class AgentTest : public testing::Test {
   // Starts the agent with the server's address and returns it upgraded. `environment` holds NAME=VALUE texts.
   std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
                                           std::vector<std::string> environment = {}) {
-    std::vector<std::string> program = {agent_, "--host", "localhost", "--port",
+    std::vector<std::string> program = {kAgent, "--host", "localhost", "--port",
                                         std::to_string(server_->port())};
     program.insert(program.end(), switches.begin(), switches.end());
     environment.insert(environment.end(),
@@ -69,7 +68,6 @@ class AgentTest : public testing::Test {
 
   inline static TestAuthority* authority;
   inline static Desk* desk;
-  std::string agent_ = kAgent;
   std::unique_ptr<ScriptedServer> server_;
   int pid_ = 0;
 };

@@ -413,7 +413,8 @@ CodecBoard& codec_board() {
 
 HRESULT make_transform(Transform kind, REFIID iid, void** result) {
   ComPtr<IMFTransform> transform;
-  transform.Attach(new EncoderTransform(kind));
+  // Attach of the toolchain's ComPtr wrongly adds a reference.
+  *transform.ReleaseAndGetAddressOf() = new EncoderTransform(kind);
   return transform.CopyTo(iid, result);
 }
 
