@@ -8,7 +8,6 @@
 #include "core/json.h"
 #include "core/link_state.h"
 #include "core/machine_guid.h"
-#include "core/message_frame.h"
 #include "input/injector.h"
 
 namespace vlk::agent {
@@ -27,7 +26,7 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1000000;
 AgentClient::AgentClient(AgentConfig config, AgentCallbacks callbacks, Clock clock)
     : config_(std::move(config)),
       callbacks_(std::move(callbacks)),
-      link_(std::make_unique<LinkState>()),
+      link_(std::make_shared<LinkState>()),
       clock_(std::move(clock)) {
   start_sockets();
   link_->ssl_ctx = build_tls_context();
@@ -53,8 +52,7 @@ void AgentClient::stop() {
 
 bool AgentClient::send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length,
                        std::uint8_t flags) {
-  const WireBytes frame = encode_message_frame(type, session_id, data, length, flags);
-  return write_locked(frame.data.get(), frame.size);
+  return link_->send(type, session_id, data, length, flags);
 }
 
 bool AgentClient::send_text(Msg type, std::uint32_t session_id, std::string_view text) {
@@ -213,7 +211,7 @@ bool AgentClient::handle_frame(std::uint8_t opcode, const std::vector<std::uint8
       return false;
     case kWsPing: {
       const std::vector<std::uint8_t> pong = encode_frame(kWsPong, payload.data(), payload.size(), true);
-      write_locked(pong.data(), pong.size());
+      link_->write_locked(pong.data(), pong.size());
       return true;
     }
     case kWsBinary: {
@@ -247,11 +245,6 @@ void AgentClient::end_connection() {
 std::unique_ptr<TlsConnection> AgentClient::drop_tls() {
   const std::lock_guard<std::mutex> guard(link_->write_lock);
   return std::move(link_->ssl);
-}
-
-bool AgentClient::write_locked(const unsigned char* data, std::size_t length) {
-  const std::lock_guard<std::mutex> guard(link_->write_lock);
-  return link_->ssl && link_->ssl->write(data, length);
 }
 
 void AgentClient::report_status(Status status, int count) {

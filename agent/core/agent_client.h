@@ -82,7 +82,6 @@ class AgentClient {
                     const std::vector<std::uint8_t>& payload);  // false ends the connection
   void end_connection();
   std::unique_ptr<TlsConnection> drop_tls();  // from here on, sends are lost
-  bool write_locked(const unsigned char* data, std::size_t length);
   void report_status(Status status, int count);
 
   // In dispatch.cpp; false ends the connection.
@@ -94,6 +93,7 @@ class AgentClient {
   void end_session(std::uint32_t session);
   void send_thumbnails(std::uint32_t session);
   void adjust_stream(Msg type, std::string_view text);
+  void serve_files(const Envelope& envelope, std::string_view text);
 
   AgentConfig config_;
   std::mutex config_lock_;  // guards config_
@@ -103,7 +103,8 @@ class AgentClient {
   std::mutex sessions_lock_;  // guards active_sessions_
   std::thread run_thread_;
   std::atomic<bool> running_{false};
-  std::unique_ptr<LinkState> link_;
+  // Shared with the downloads, whose threads end on their own: a send of theirs may come after this object.
+  std::shared_ptr<LinkState> link_;
   const Clock clock_;
 };
 

@@ -5,12 +5,15 @@
 
 #include "clipboard/watch.h"
 #include "core/agent_client.h"
+#include "core/big_endian.h"
 #include "core/json.h"
 #include "core/link_state.h"
 #include "input/injector.h"
 #include "stream/jpeg_encoder.h"
 #include "stream/monitors.h"
 #include "system/reboot.h"
+#include "transfer/directory.h"
+#include "transfer/file_transfer.h"
 
 namespace vlk::agent {
 namespace {
@@ -23,6 +26,14 @@ constexpr std::int32_t kDefaultBitrate = 6000000;
 
 std::int32_t int_field(std::string_view text, std::string_view key, std::int32_t fallback) {
   return static_cast<std::int32_t>(value_or(read_int(text, key), fallback));
+}
+
+std::uint32_t transfer_id_field(std::string_view text) {
+  return static_cast<std::uint32_t>(value_or(read_int(text, "transfer_id"), 0));
+}
+
+std::string path_field(std::string_view text) {
+  return value_or(read_string(text, "path"), "");
 }
 
 }  // namespace
@@ -71,6 +82,13 @@ bool AgentClient::dispatch(const Envelope& envelope) {
       // Simulated: the server is to see the machine go away.
       interrupt_socket(link_->socket);
       return false;
+    case Msg::DirListRequest:
+    case Msg::DownloadRequest:
+    case Msg::UploadBegin:
+    case Msg::FileChunk:
+    case Msg::FileTransferEnd:
+      serve_files(envelope, text);
+      return true;
     case Msg::SecureAttention:
       SendSecureAttention();
       return true;
@@ -196,6 +214,35 @@ void AgentClient::send_thumbnails(std::uint32_t session) {
     if (jpeg.empty()) continue;
     const std::vector<std::uint8_t> payload = PackThumbnail(thumbnail, thumbnails.size(), jpeg);
     send(Msg::Thumbnail, session, payload.data(), payload.size(), kBinaryPayload);
+  }
+}
+
+void AgentClient::serve_files(const Envelope& envelope, std::string_view text) {
+  const std::uint32_t session = envelope.session_id;
+  switch (static_cast<Msg>(envelope.type)) {
+    case Msg::DirListRequest:
+      send_text(Msg::DirListResult, session, ListDirectory(path_field(text)));
+      return;
+    case Msg::DownloadRequest:
+      StartDownload(
+          session, transfer_id_field(text), path_field(text),
+          [link = link_](Msg type, unsigned int id, const unsigned char* data, std::size_t length,
+                         unsigned char flags) { return link->send(type, id, data, length, flags); });
+      return;
+    case Msg::UploadBegin:
+      BeginUpload(transfer_id_field(text), path_field(text), value_or(read_int(text, "size"), 0));
+      return;
+    case Msg::FileChunk:
+      // Chunks are appended as they come: their index is not looked at.
+      if (envelope.payload.size() < kChunkHeaderSize) return;
+      WriteUploadChunk(get_u32_be(envelope.payload.data()), envelope.payload.data() + kChunkHeaderSize,
+                       envelope.payload.size() - kChunkHeaderSize);
+      return;
+    case Msg::FileTransferEnd:
+      EndUpload(transfer_id_field(text));
+      return;
+    default:
+      return;
   }
 }
 

@@ -23,6 +23,11 @@ struct LinkState {
   WsParser parser;        // connection thread only; a fresh one after each upgrade
   std::mutex write_lock;  // orders all writers; guards `ssl` against being cleared under one
   std::unique_ptr<ScreenStreamer> streamer;  // connection thread only; at most one
+
+  // Both are callable from any thread and false with no connection.
+  bool write_locked(const unsigned char* data, std::size_t length);
+  bool send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length,
+            std::uint8_t flags);
 };
 
 }  // namespace vlk::agent

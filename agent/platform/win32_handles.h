@@ -24,6 +24,7 @@ using UniqueHandle = std::unique_ptr<std::remove_pointer_t<Handle>, HandleDelete
 using UniqueKernelHandle = UniqueHandle<HANDLE, CloseHandle>;  // where none is null, not INVALID_HANDLE_VALUE
 using UniqueServiceHandle = UniqueHandle<SC_HANDLE, CloseServiceHandle>;
 using UniqueRegistryKey = UniqueHandle<HKEY, RegCloseKey>;
+using UniqueFind = UniqueHandle<HANDLE, FindClose>;  // not for INVALID_HANDLE_VALUE
 using UniqueLibrary = UniqueHandle<HMODULE, FreeLibrary>;
 using UniqueFile = UniqueHandle<HANDLE, CloseHandle>;  // not for INVALID_HANDLE_VALUE
 using UniqueGlobal = UniqueHandle<HGLOBAL, GlobalFree>;

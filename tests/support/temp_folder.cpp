@@ -1,0 +1,38 @@
+// The folder's bodies.
+#include "support/temp_folder.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace vantelink_test {
+
+TempFolder::TempFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "vlk-test-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder");
+  path_ = pattern;
+}
+
+TempFolder::~TempFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TempFolder::windows_path(const std::string& below) const {
+  std::string path = "C:" + path_.string();
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return below.empty() ? path : path + '\\' + below;
+}
+
+void TempFolder::write(const std::string& name, const std::string& bytes) const {
+  std::ofstream(path_ / name, std::ios::binary) << bytes;
+}
+
+std::string TempFolder::read(const std::string& name) const {
+  std::ifstream file(path_ / name, std::ios::binary);
+  if (!file) throw std::runtime_error("there is no file " + name);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace vantelink_test

@@ -1,0 +1,35 @@
+// Conversion of text on hosts with whole code points: every length of sequence, and every way to spoil one.
+#include "platform/text.h"
+
+#include <gtest/gtest.h>
+
+namespace vlk {
+namespace {
+
+TEST(Text, EveryLengthOfSequenceGoesThereAndBack) {
+  const std::string text("a\0þ€😀", 11);
+  EXPECT_EQ(Utf8ToWide(text), std::wstring(L"a\0þ€😀", 5));
+  EXPECT_EQ(WideToUtf8(Utf8ToWide(text)), text);
+  EXPECT_EQ(Utf8ToWide(""), L"");
+  EXPECT_EQ(WideToUtf8(L""), "");
+  for (const char32_t point : {0x7F, 0x80, 0x7FF, 0x800, 0xD7FF, 0xE000, 0xFFFF, 0x10000, 0x10FFFF}) {
+    const std::wstring wide(1, static_cast<wchar_t>(point));
+    EXPECT_EQ(Utf8ToWide(WideToUtf8(wide)), wide) << static_cast<std::uint32_t>(point);
+  }
+}
+
+TEST(Text, MalformedInputIsReplacedAndReadingGoesOn) {
+  for (const char* bytes : {"\x80", "\xFF", "\xC3", "\xC0\x80", "\xE2\x82", "\xE0\x80\x80", "\xED\xA0\x80",
+                            "\xF5\x80", "\xF4\x90\x80\x80", "\xF0\x80\x80\x80"}) {
+    const std::wstring wide = Utf8ToWide(std::string(bytes) + "x");
+    EXPECT_EQ(wide.front(), L'\xFFFD') << bytes;
+    EXPECT_EQ(wide.back(), L'x') << bytes;
+    EXPECT_EQ(Utf8ToWide(bytes).back(), L'\xFFFD') << "at the end";
+  }
+  const std::wstring surrogate(1, static_cast<wchar_t>(0xD800));
+  EXPECT_EQ(WideToUtf8(surrogate), "\xEF\xBF\xBD");
+  EXPECT_EQ(WideToUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))), "\xEF\xBF\xBD");
+}
+
+}  // namespace
+}  // namespace vlk
