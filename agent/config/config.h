@@ -23,6 +23,14 @@ inline constexpr std::uint32_t kDefaultServerPort = 443;
 // Host name that an empty `server_host` stands for, fixed when the agent is built.
 const char* default_server_host();
 
+struct ServerAddress {
+  std::string host;
+  std::uint32_t port;
+};
+
+// Where the record's server is, the defaults filled in.
+ServerAddress server_address(const AgentConfig& config);
+
 // The stored settings, with defaults for what is missing. Cannot fail.
 AgentConfig load_config();
 

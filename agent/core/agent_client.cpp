@@ -104,15 +104,13 @@ void AgentClient::run() {
 }
 
 bool AgentClient::run_connection() {
-  std::string host;
-  std::uint32_t port = 0;
-  {
+  const auto [host, port] = [this] {
     const std::lock_guard<std::mutex> guard(config_lock_);
-    host = config_.server_host.empty() ? default_server_host() : config_.server_host;
-    port = config_.server_port == 0 ? kDefaultServerPort : config_.server_port;
-  }
+    return server_address(config_);
+  }();
   const SocketHandle socket = connect_socket(host, port);
   if (socket == kInvalidSocket) return false;
+  send_at_once(socket);
   link_->socket = socket;
 
   auto connection = std::make_unique<TlsConnection>(link_->ssl_ctx.get(), socket, host);

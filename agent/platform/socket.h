@@ -16,8 +16,11 @@ void start_sockets();
 void end_sockets();
 
 // Resolves `host` and connects to the first of its addresses that accepts, in the resolver's order, blocking
-// for as long as the system does; then switches Nagle's delay off. kInvalidSocket when none could be had.
+// for as long as the system does. kInvalidSocket when none could be had.
 SocketHandle connect_socket(const std::string& host, std::uint32_t port);
+
+// Switches Nagle's delay off, so that small messages do not wait. The result is not looked at.
+void send_at_once(SocketHandle socket);
 
 // Blocking transfer. Receive: bytes read, 0 at the end of the stream, below 0 on failure. Send: whether every
 // byte was handed to the system.

@@ -41,11 +41,12 @@ SocketHandle connect_socket(const std::string& host, std::uint32_t port) {
   addrinfo* found = nullptr;
   if (::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) return kInvalidSocket;
   const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, &::freeaddrinfo);
-  const SocketHandle socket = connect_first(addresses.get());
-  if (socket == kInvalidSocket) return socket;
+  return connect_first(addresses.get());
+}
+
+void send_at_once(SocketHandle socket) {
   const int on = 1;
   ::setsockopt(descriptor(socket), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  return socket;
 }
 
 std::ptrdiff_t receive_some(SocketHandle socket, unsigned char* buffer, std::size_t size) {

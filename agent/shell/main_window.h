@@ -1,5 +1,5 @@
 // The one top-level window: the centre of the process on the UI thread. Other threads reach it by posting the
-// private messages below and in no other way. For Windows files only.
+// private messages and in no other way. For Windows files only.
 #pragma once
 
 #include <windows.h>
@@ -13,25 +13,12 @@
 
 #include "config/config.h"
 #include "core/agent_client.h"
+#include "platform/window_messages_win32.h"
 #include "shell/logo_win32.h"
 
 namespace vlk::agent {
 
 inline constexpr wchar_t kWindowClass[] = L"VantelinkAgent";
-
-// Private messages. A heap payload in wParam belongs to the window procedure from the moment of posting; a
-// null one is ignored.
-enum : UINT {
-  WM_AGENT_STATUS = WM_APP + 1,  // wParam: Status, lParam: count of representatives
-  WM_CONSENT_REQUEST,            // the pending request waits for the local user
-  WM_TRAY_NOTIFY,                // of the notification area
-  WM_STATUS_TEXT,                // wParam: heap std::wstring
-  WM_CLIPBOARD_INBOUND,          // wParam: heap std::vector<std::uint8_t>
-  WM_UPDATE_OFFER,               // wParam: heap offer
-  WM_EXIT_FOR_UPDATE,
-  WM_SHOW_MAIN,       // posted by a second copy of the program
-  WM_CONSENT_CANCEL,  // wParam: session
-};
 
 // Static storage, UI thread only but for what pending_lock guards. Its settings are the UI's own live copy:
 // the client holds another, and each saves itself whole.

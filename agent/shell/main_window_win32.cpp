@@ -10,6 +10,8 @@
 #include "shell/settings_panel.h"
 #include "shell/texts.h"
 #include "shell/tray.h"
+#include "shell/update_prompt.h"
+#include "update/update_threads_win32.h"
 
 namespace vlk::agent {
 namespace {
@@ -70,6 +72,8 @@ LRESULT on_create(HWND window, LPARAM lparam) {
   create_controls(*main, window);
   wire_agent(*main);
   add_tray_icon(*main);
+  const ServerAddress server = server_address(*main);
+  start_update_check(window, server.host, server.port);
   return 0;
 }
 
@@ -161,6 +165,11 @@ bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lp
     case WM_STATUS_TEXT: {
       const std::unique_ptr<std::wstring> text(reinterpret_cast<std::wstring*>(wparam));
       if (text) SetWindowTextW(main.status_label, text->c_str());
+      return true;
+    }
+    case WM_UPDATE_OFFER: {
+      const std::unique_ptr<const UpdateOffer> offer(reinterpret_cast<UpdateOffer*>(wparam));
+      if (offer) run_update_prompt(main, *offer);
       return true;
     }
     case WM_EXIT_FOR_UPDATE:

@@ -129,11 +129,15 @@ void ServerConnection::send(const std::vector<std::uint8_t>& bytes) {
 
 std::string ServerConnection::upgrade(std::string_view behind) {
   std::string request = read_request();
+  accept_upgrade(behind);
+  return request;
+}
+
+void ServerConnection::accept_upgrade(std::string_view behind) {
   upgraded_ = true;
   send(std::string("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n\r\n")
            .append(behind));
   parser_.feed(reinterpret_cast<const unsigned char*>(text_.data()), text_.size());
-  return request;
 }
 
 void ServerConnection::send_frame(std::uint8_t opcode, std::string_view payload) {
@@ -255,10 +259,16 @@ std::unique_ptr<ServerConnection> ScriptedServer::accept(Milliseconds patience) 
 }
 
 std::unique_ptr<ServerConnection> ScriptedServer::accept_upgraded(Milliseconds patience) {
-  std::unique_ptr<ServerConnection> connection = accept(patience);
-  if (!connection->handshake()) throw std::runtime_error("the client's TLS handshake failed");
-  connection->upgrade();
-  return connection;
+  for (;;) {
+    std::unique_ptr<ServerConnection> connection = accept(patience);
+    if (!connection->handshake()) throw std::runtime_error("the client's TLS handshake failed");
+    if (!connection->read_request().starts_with("GET /version.json ")) {
+      connection->accept_upgrade();
+      return connection;
+    }
+    connection->send("HTTP/1.1 404 Not Found\r\n\r\n");
+    connection->close();
+  }
 }
 
 }  // namespace vantelink_test

@@ -41,6 +41,8 @@ class ServerConnection {
   void send(const std::vector<std::uint8_t>& bytes);
   // Reads the request and accepts it; `behind` goes out in the same write as the response.
   std::string upgrade(std::string_view behind = {});
+  // Accepts a request that was read before.
+  void accept_upgrade(std::string_view behind = {});
 
   void send_frame(std::uint8_t opcode, std::string_view payload);
   void send_envelope(vlk::Msg type, std::uint32_t session, std::string_view payload, std::uint8_t flags = 1);
@@ -92,7 +94,8 @@ class ScriptedServer {
 
   // The next client, before its handshake; throws when none comes in time.
   std::unique_ptr<ServerConnection> accept(Milliseconds patience = kPatience);
-  // The next client, after handshake and upgrade.
+  // The next client that asks for the link, after handshake and upgrade. Those who ask for an update before
+  // it hear that there is none.
   std::unique_ptr<ServerConnection> accept_upgraded(Milliseconds patience = kPatience);
   // Whether a client comes within the time.
   bool has_client(Milliseconds patience);

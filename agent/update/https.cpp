@@ -1,0 +1,87 @@
+// The GET: a socket, a TLS connection and a request of their own for each call.
+#include "update/https.h"
+
+#include <openssl/ssl.h>
+
+#include <memory>
+
+#include "core/tls_context.h"
+#include "platform/socket.h"
+#include "update/response.h"
+
+namespace vlk::agent {
+namespace {
+
+constexpr std::size_t kReadSize = 8192;  // bytes a read
+
+struct SslDeleter {
+  void operator()(SSL* ssl) const {
+    SSL_shutdown(ssl);
+    SSL_free(ssl);
+  }
+};
+
+// The sockets' library for as long as one call needs it.
+struct SocketLibrary {
+  SocketLibrary() { start_sockets(); }
+  ~SocketLibrary() { end_sockets(); }
+  SocketLibrary(const SocketLibrary&) = delete;
+  SocketLibrary& operator=(const SocketLibrary&) = delete;
+};
+
+class Socket {
+ public:
+  Socket(const std::string& host, std::uint32_t port) : handle_(connect_socket(host, port)) {}
+  ~Socket() {
+    if (handle_ != kInvalidSocket) close_socket(handle_);
+  }
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+  SocketHandle get() const { return handle_; }
+
+ private:
+  const SocketHandle handle_;
+};
+
+// The host stands without its port, also for a port other than 443, and the path is not encoded.
+std::string request_text(const std::string& host, const std::string& path) {
+  return "GET " + path + " HTTP/1.1\r\nHost: " + host +
+         "\r\nUser-Agent: Vantelink\r\nConnection: close\r\n\r\n";
+}
+
+// All that the server sends until it closes, in whatever way it does.
+std::string read_to_end(SSL* ssl) {
+  std::string response;
+  char buffer[kReadSize];
+  for (;;) {
+    const int count = SSL_read(ssl, buffer, sizeof buffer);
+    if (count <= 0) return response;
+    response.append(buffer, static_cast<std::size_t>(count));
+  }
+}
+
+}  // namespace
+
+bool https_get(const std::string& host, std::uint32_t port, const std::string& path, std::string& body) {
+  const SocketLibrary library;
+  const Socket socket(host, port);
+  if (socket.get() == kInvalidSocket) return false;
+  // Without a trust store and without verification: an update server of any certificate will do.
+  const SslContext context(SSL_CTX_new(TLS_client_method()));
+  if (!context) return false;
+  const std::unique_ptr<SSL, SslDeleter> ssl(SSL_new(context.get()));
+  SSL_set_fd(ssl.get(), static_cast<int>(socket.get()));
+  SSL_set_tlsext_host_name(ssl.get(), host.c_str());
+  if (SSL_connect(ssl.get()) != 1) return false;
+
+  const std::string request = request_text(host, path);
+  SSL_write(ssl.get(), request.data(), static_cast<int>(request.size()));
+  std::string response = read_to_end(ssl.get());
+  const auto begin = find_body(response);
+  if (!begin) return false;
+  response.erase(0, *begin);
+  body = std::move(response);
+  return true;
+}
+
+}  // namespace vlk::agent

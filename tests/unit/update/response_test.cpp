@@ -1,0 +1,39 @@
+// Which responses have a body, and where it begins.
+#include "update/response.h"
+
+#include <gtest/gtest.h>
+
+namespace vlk::agent {
+namespace {
+
+TEST(ResponseTest, StatusIsTheFirstTwelveBytesAndNoMore) {
+  for (const char* head : {"HTTP/1.1 200 OK", "HTTP/1.1 200", "HTTP/1.1 200 ", "HTTP/1.1 2000",
+                           "HTTP/1.1 200 Anything at all", "HTTP/1.1 200\r\nTransfer-Encoding: chunked"}) {
+    const std::string response = std::string(head) + "\r\n\r\nbody";
+    EXPECT_EQ(find_body(response), response.size() - 4) << head;
+  }
+  for (const char* head :
+       {"HTTP/1.0 200 OK", "HTTP/1.1 204", "HTTP/2 200", "http/1.1 200 OK", "HTTP/1.1 20", " HTTP/1.1 200",
+        "HTTP/1.1  200", "HTTP/1.1 302 Found\r\nLocation: /elsewhere", "", "\r\nHTTP/1.1 200"}) {
+    EXPECT_FALSE(find_body(std::string(head) + "\r\n\r\nbody")) << head;
+  }
+}
+
+TEST(ResponseTest, BlankLineIsNeeded) {
+  for (const char* response :
+       {"", "\r", "\r\n\r", "HTTP/1.1 200", "HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\n\r",
+        "HTTP/1.1 200 OK\n\nbody", "HTTP/1.1 200 OK\r\nA: b\r\n \r\nbody"}) {
+    EXPECT_FALSE(find_body(response)) << response;
+  }
+  EXPECT_FALSE(find_body(std::string("HTTP/1.1 200 OK\r\n") + std::string(10 << 20, 'x')));
+}
+
+TEST(ResponseTest, BodyBeginsBehindTheFirstBlankLineAndMayBeEmpty) {
+  EXPECT_EQ(find_body("HTTP/1.1 200\r\n\r\n"), 16u);
+  EXPECT_EQ(find_body("HTTP/1.1 200\r\n\r\n\r\n\r\n"), 16u);
+  EXPECT_FALSE(find_body("\r\n\r\n")) << "shorter than a status";
+  EXPECT_FALSE(find_body("\r\n\r\nHTTP/1.1 200")) << "a status in the body is none";
+}
+
+}  // namespace
+}  // namespace vlk::agent
