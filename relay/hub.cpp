@@ -123,18 +123,22 @@ std::uint32_t Hub::new_number() {
 
 void Hub::open_session(const std::shared_ptr<ConsolePeer>& console, const std::string& agent_id) {
   const auto record = records_.find(agent_id);
-  if (record == records_.end()) return error(*console, "There is no such machine.", agent_id);
+  if (record == records_.end())
+    return error(*console, "There is no such machine.", agent_id, {{"code", "unknown"}});
   const std::string& name = record->second.name;
   const auto online = online_.find(agent_id);
-  if (online == online_.end()) return error(*console, "\"" + name + "\" is offline.", agent_id);
+  if (online == online_.end())
+    return error(*console, "\"" + name + "\" is offline.", agent_id, {{"code", "offline"}});
   if (const Session* other = session_of(agent_id)) {
-    return error(*console, "\"" + name + "\" is in use by " + other->console->representative + ".", agent_id);
+    const std::string& who = other->console->representative;
+    return error(*console, "\"" + name + "\" is in use by " + who + ".", agent_id,
+                 {{"code", "in-use"}, {"representative", who}});
   }
   std::size_t own = 0;
   for (const auto& entry : sessions_)
     own += entry.second.console == console;
   if (own >= limits_.sessions_per_browser)
-    return error(*console, "Too many sessions in one browser.", agent_id);
+    return error(*console, "Too many sessions in one browser.", agent_id, {{"code", "too-many"}});
 
   const Session session{new_number(), online->second, console};
   sessions_[session.number] = session;
@@ -232,9 +236,15 @@ void Hub::tell_session(const Session& session, const std::string& state, const s
 }
 
 void Hub::error(ConsolePeer& console, const std::string& message, const std::string& agent) {
+  error(console, message, agent, nlohmann::json::object());
+}
+
+void Hub::error(ConsolePeer& console, const std::string& message, const std::string& agent,
+                const nlohmann::json& fields) {
   log_.write(console.address, agent, "refused to " + console.representative + ": " + message);
   nlohmann::json reply = {{"type", "error"}, {"message", message}};
   if (!agent.empty()) reply["agent"] = agent;
+  reply.update(fields);
   console.socket->send_text(dump(reply));
 }
 

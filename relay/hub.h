@@ -91,6 +91,9 @@ class Hub {
   // Cuts every connection.
   void cut_all();
 
+  // `fields` are further ones of the message, for programs to read.
+  void error(ConsolePeer& console, const std::string& message, const std::string& agent,
+             const nlohmann::json& fields);
   void error(ConsolePeer& console, const std::string& message, const std::string& agent = {});
   // Writes to the audit trail; a failure is logged and otherwise without effect.
   void audit(const AuditRecord& record);

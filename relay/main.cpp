@@ -73,7 +73,8 @@ int serve(const Options& options, Store& store) {
     if (!remark.empty()) log.write("", "", remark);
   }
   greet_first_start(store);
-  const Limits limits;
+  Limits limits;
+  limits.consent = std::chrono::seconds(options.consent_s);
   Server server(settings, store, log, limits);
   boost::asio::signal_set signals(server.context(), SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code& error, int) {

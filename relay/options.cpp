@@ -8,9 +8,9 @@
 namespace vlk::relay {
 namespace {
 
-bool parse_port(const std::string& text, unsigned short& port) {
+bool parse_number(const std::string& text, unsigned short& number) {
   const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, port);
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
   return error == std::errc() && stop == end;
 }
 
@@ -60,8 +60,14 @@ const std::map<std::string, Taker>& takers() {
        }},
       {"--port",
        [](Options& options, const std::string& value, std::string& problem) {
-         if (parse_port(value, options.port)) return true;
+         if (parse_number(value, options.port)) return true;
          problem = "--port needs a number from 0 to 65535, not \"" + value + "\".";
+         return false;
+       }},
+      {"--consent",
+       [](Options& options, const std::string& value, std::string& problem) {
+         if (parse_number(value, options.consent_s) && options.consent_s > 0) return true;
+         problem = "--consent needs a number of seconds from 1 to 65535, not \"" + value + "\".";
          return false;
        }},
   };
@@ -81,6 +87,8 @@ Serving
   --data DIR           folder of the database and the self-made certificate, ./vantelink-data if not given;
                        made on the first start
   --console DIR        folder of the console's files, if not the built-in one
+  --consent SECONDS    how long a machine's user has to answer a request before it is withdrawn, 120 if not
+                       given
 
 Certificate
   --cert FILE          certificate chain and private key, PEM; without them the relay makes a self-signed

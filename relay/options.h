@@ -14,6 +14,7 @@ struct Options {
   std::string address = "0.0.0.0";  // to listen on
   unsigned short port = 8443;       // 0 picks a free one
   std::string data = "vantelink-data";
+  unsigned short consent_s = 120;  // seconds that a local user has to answer a request
   std::string console;             // folder of the console's files
   std::vector<std::string> hosts;  // names for the self-made certificate; "localhost" when none is given
   std::string certificate;         // PEM files; both or neither

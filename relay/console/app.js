@@ -3,22 +3,28 @@ import * as api from './api.js';
 import { byId, showView } from './dom.js';
 import { Link } from './link.js';
 import { MachineList } from './machines.js';
+import { inSentence, nameOf, tidy } from './names.js';
 import { SessionView } from './session.js';
-import { texts } from './texts.js';
+import { fillIn, texts } from './texts.js';
 
+fillIn(document);
 const link = new Link(`wss://${location.host}/console`);
-const session = new SessionView(link, () => showView('machines'));
+const session = new SessionView(link, (remark) => {
+  notice(link.up ? remark : texts.reconnecting);
+  showView('machines');
+});
 const machines = new MachineList({ open: openMachine, forget: forgetMachine });
 
 function openMachine(/** @type {import('./machines.js').Machine} */ machine) {
-  if (!link.sendControl({ type: 'open', agent: machine.id })) return;
-  session.begin(machine.id, machine.name || machine.id);
+  if (!link.up) return;
+  notice('');
   showView('session');
+  session.begin(machine);
 }
 
 async function forgetMachine(/** @type {import('./machines.js').Machine} */ machine) {
-  if (!confirm(texts.forgetQuestion(machine.name || machine.id))) return;
-  await api.forget(machine.id).catch((error) => notice(error.message || texts.noRelay));
+  if (!confirm(texts.forgetQuestion(inSentence(nameOf(machine))))) return;
+  await api.forget(machine.id).catch((error) => notice(error.status ? texts.failed : texts.noRelay));
 }
 
 function notice(/** @type {string} */ text) {
@@ -27,13 +33,14 @@ function notice(/** @type {string} */ text) {
 }
 
 function enter(/** @type {string} */ name) {
-  byId('user-name').textContent = name;
+  byId('user-name').textContent = tidy(name);
   notice(texts.connecting);
   showView('machines');
   link.start();
 }
 
 function askForLogin(/** @type {string} */ message) {
+  session.leave();
   link.stop();
   byId('login-error').textContent = message;
   byId('login-password').value = '';
@@ -50,9 +57,12 @@ link.addEventListener('down', async () => {
   await api.me().catch((error) => error.status === 401 && askForLogin(texts.loginEnded));
 });
 link.addEventListener('control', (/** @type {any} */ { detail }) => {
-  if (detail.type === 'agents') machines.update(detail.agents);
+  if (detail.type === 'agents') {
+    machines.update(detail.agents);
+    session.machinesChanged(machines.machines);
+  }
   if (detail.type === 'session') session.changed(detail);
-  if (detail.type === 'error') session.refused(String(detail.message ?? ''));
+  if (detail.type === 'error') session.refused(detail);
 });
 link.addEventListener('envelope', (/** @type {any} */ { detail }) => session.receive(detail));
 addEventListener('online', () => link.hurry());
@@ -67,7 +77,7 @@ byId('login-form').addEventListener('submit', async (/** @type {SubmitEvent} */ 
     enter(name);
   } catch (/** @type {any} */ error) {
     const known = /** @type {Record<number, string>} */ ({ 401: texts.wrongLogin, 429: texts.tooManyLogins, 0: texts.noRelay });
-    byId('login-error').textContent = known[error.status] ?? error.message;
+    byId('login-error').textContent = known[error.status] ?? texts.failed;
     byId('login-password').select();
   }
   byId('login-submit').disabled = false;

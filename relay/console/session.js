@@ -1,284 +1,210 @@
-// One session with one machine: the picture, the hands, the tools around them, and its end.
-import { byId, make } from './dom.js';
+// One session with one machine: asking for it, its stream, and its end. A session that broke with the link or the
+// machine is asked for again when both are back.
+import { Displays } from './displays.js';
+import { byId } from './dom.js';
 import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from './envelope.js';
-import { fit } from './geometry.js';
-import { Keyboard } from './keyboard.js';
-import { attachPointer } from './pointer.js';
-import { InputSender } from './sender.js';
-import { RateMeter, wholeRoundTrip } from './status.js';
+import { Hands } from './hands.js';
+import { JpegPlayer } from './jpeg_player.js';
+import { inSentence, nameOf } from './names.js';
+import { Overlay } from './overlay.js';
+import { Screen } from './screen.js';
+import { RateMeter } from './status.js';
 import { texts } from './texts.js';
-import { MonitorList, parseThumbnail } from './thumbnails.js';
-import { typeText } from './typing.js';
-import { Viewer } from './viewer.js';
+import { attachTools, layOut, showStatus } from './tools.js';
 
 const BITRATE = 6_000_000;
 const STATUS_EVERY_MS = 500;
-/** Keys that a browser or its system keeps for itself. */
-const COMBINATIONS = { 'alt-tab': ['AltLeft', 'Tab'], 'alt-f4': ['AltLeft', 'F4'], windows: ['MetaLeft'],
-  'task-manager': ['ControlLeft', 'ShiftLeft', 'Escape'], lock: ['MetaLeft', 'KeyL'], print: ['PrintScreen'] };
+const STAMP_BYTES = 8;
+/** Ends after which the machine is expected to come back by itself. */
+const COMES_BACK = ['agent-gone', 'replaced'];
 
-export class SessionView {
-  /** @param {import('./link.js').Link} link @param {() => void} onLeave back to the list */
+/** Events: 'accepted' when envelopes may flow, 'over' when they no longer do. */
+export class SessionView extends EventTarget {
+  /**
+   * @param {import('./link.js').Link} link
+   * @param {(remark: string) => void} onLeave back to the list, with something to say there or ''
+   */
   constructor(link, onLeave) {
+    super();
     this.link = link;
     this.onLeave = onLeave;
-    /** @type {number | null} */
+    /** 'none', 'asking' until the relay knows, 'waiting' for consent, 'accepted', 'away' until it can go on, 'over' */
+    this.state = 'none';
+    /** @type {number | null} the relay's number of the session */
     this.number = null;
-    this.accepted = false;
+    this.agent = '';
+    this.name = '';
     this.monitor = 0;
-    this.monitors = new MonitorList();
     this.meter = new RateMeter();
-    /** @type {AbortController | null} */
-    this.typing = null;
-    this.canvas = byId('screen');
-    this.viewer = new Viewer(this.canvas, { onFrame: () => this.drawn(), onSize: () => this.layOut() });
-    this.sender = new InputSender({ send: (payload) => this.sendBytes(Msg.InputEvent, payload), backlog: () => link.backlog });
-    this.keyboard = new Keyboard((events) => this.sender.send(events));
-    this.keys = byId('key-catcher');
-    this.pointer = attachPointer(this.canvas, this.sender, () => this.keys.focus({ preventScroll: true }));
-    this.attachKeys();
-    this.attachTools();
-    new ResizeObserver(() => this.layOut()).observe(byId('stage'));
-    setInterval(() => this.showStatus(), STATUS_EVERY_MS);
+    this.screen = new Screen(byId('screen'), { onFrame: () => this.drawn(), onSize: () => layOut(this) });
+    this.jpeg = new JpegPlayer(this.screen);
+    this.overlay = new Overlay({ again: () => this.ask(), giveUp: () => this.leave(), back: () => this.leave() });
+    this.displays = new Displays(byId('monitor-picker'), (monitor) => this.selectMonitor(monitor));
+    this.hands = new Hands({ canvas: this.screen.canvas, catcher: byId('key-catcher'),
+      send: (payload) => this.sendBytes(Msg.InputEvent, payload), backlog: () => link.backlog });
+    /** @type {Map<number, (payload: Uint8Array, envelope: object) => void>} what to do with the machine's messages */
+    this.handlers = new Map([
+      [Msg.StreamFrame, (payload) => this.showFrame(payload)],
+      [Msg.StreamConfig, (payload) => this.configured(readJson(payload))],
+      [Msg.Thumbnail, (payload) => this.displays.add(payload)],
+    ]);
+    attachTools(this);
+    setInterval(() => showStatus(this), STATUS_EVERY_MS);
   }
 
-  /** The request for a machine has gone out. */
-  begin(/** @type {string} */ agent, /** @type {string} */ name) {
-    this.agent = agent;
-    this.number = null;
-    this.accepted = false;
-    this.over = false;
+  get accepted() {
+    return this.state === 'accepted';
+  }
+
+  /** @param {import('./machines.js').Machine} machine */
+  begin(machine) {
+    this.agent = machine.id;
+    this.name = inSentence(nameOf(machine));
     this.monitor = 0;
-    this.monitors = new MonitorList();
-    this.viewer.reset();
-    this.drawMonitors();
-    byId('session-name').textContent = name;
-    this.say(texts.waiting(name), true);
+    this.screen.reset();
+    this.displays.reset();
+    byId('session-name').textContent = nameOf(machine);
+    byId('session-name').title = nameOf(machine);
+    this.ask();
   }
 
-  /** @param {{session: number, agent: string, state: string, reason?: string}} message */
-  changed({ session, agent, state, reason }) {
-    if (agent !== this.agent || this.over) return;
-    if (state === 'waiting') this.number = session;
-    if (session !== this.number) return;
+  /** Asks the machine, for the first time or again. */
+  ask() {
+    this.number = null;
+    this.state = 'asking';
+    this.overlay.say(texts.waiting(this.name), { busy: true, giveUp: true });
+    if (!this.link.sendControl({ type: 'open', agent: this.agent })) this.stayAway(texts.linkDown);
+  }
+
+  /** @param {{session: number, agent: string, state: string, reason?: string}} message what became of a session */
+  changed({ session, agent, state, reason = 'other' }) {
+    if (agent === this.agent && state === 'waiting' && this.state === 'asking') {
+      this.number = session;
+      this.state = 'waiting';
+    }
+    // A session that was given up before its number was known.
+    else if (state === 'waiting') this.link.sendControl({ type: 'close', session });
+    if (session !== this.number || !['waiting', 'accepted'].includes(this.state)) return;
     if (state === 'accepted') this.start();
-    if (state === 'ended') this.finish(texts.ended[/** @type {'other'} */ (reason)] ?? texts.ended.other);
+    if (state !== 'ended') return;
+    if (COMES_BACK.includes(reason)) this.stayAway(texts.machineAway(this.name));
+    else this.finish((texts.ended[/** @type {'other'} */ (reason)] ?? texts.ended.other)(this.name));
   }
 
-  /** A refusal of the relay before there was a session. */
-  refused(/** @type {string} */ message) {
-    if (!this.accepted && !this.over) this.finish(message);
+  /** @param {{message?: unknown, code?: unknown, agent?: unknown, representative?: unknown}} error of the relay */
+  refused({ message, code, agent, representative }) {
+    if (this.state !== 'asking' || agent !== this.agent) return;
+    const known = texts.refused[/** @type {'in-use'} */ (code)];
+    this.finish(known ? known(this.name, inSentence(String(representative ?? ''))) : String(message ?? texts.failed));
+  }
+
+  /** @param {import('./machines.js').Machine[]} list all machines as they are now */
+  machinesChanged(list) {
+    if (this.state !== 'away') return;
+    const machine = list.find(({ id }) => id === this.agent);
+    if (machine?.state === 'online') this.ask();
+    else this.overlay.say(texts.machineAway(this.name), { busy: true, back: true });
   }
 
   linkLost() {
-    if (this.agent && !this.over) this.finish(texts.ended.other);
+    if (['asking', 'waiting', 'accepted', 'away'].includes(this.state)) this.stayAway(texts.linkDown);
   }
 
-  /** @private */
-  start() {
-    this.accepted = true;
-    this.say(texts.starting);
-    this.startStream();
-    this.sendBytes(Msg.ThumbnailRequest, new Uint8Array(0));
-    this.setHands();
-    this.keys.focus({ preventScroll: true });
+  /** Ends the session, or gives up waiting for it. */
+  leave() {
+    if (this.state === 'none') return;
+    const asked = this.state === 'asking' || this.state === 'waiting';
+    this.stop('none');
+    if (this.number !== null) this.link.sendControl({ type: 'close', session: this.number });
+    this.number = null;
+    if (document.fullscreenElement) document.exitFullscreen();
+    this.onLeave(asked ? texts.withdrawn(this.name) : '');
   }
 
-  /** @private Every stream begins with the pointer shown, so its choice is sent behind each start. */
+  /** An envelope of the machine. */
+  receive(/** @type {ArrayBuffer} */ buffer) {
+    const envelope = decodeEnvelope(buffer);
+    if (!envelope || !this.accepted || envelope.session !== this.number) return;
+    this.handlers.get(envelope.type)?.(envelope.payload, envelope);
+  }
+
+  sendBytes(/** @type {number} */ type, /** @type {Uint8Array} */ payload = new Uint8Array(0)) {
+    if (this.accepted && this.number !== null) this.link.sendEnvelope(encodeEnvelope(type, this.number, payload));
+  }
+
+  sendJson(/** @type {number} */ type, /** @type {object} */ value) {
+    if (this.accepted && this.number !== null) this.link.sendEnvelope(encodeJson(type, this.number, value));
+  }
+
+  /** Starts the stream, or starts it anew: each stream begins with the pointer shown. */
   startStream() {
     this.meter.restart();
     this.sendJson(Msg.StreamStart, { monitor_id: this.monitor, max_fps: Number(byId('max-fps').value), bitrate: BITRATE });
     this.sendPointer();
   }
 
-  /** @private */
   sendPointer() {
     this.sendJson(Msg.CursorVisibility, { show: byId('show-pointer').checked ? 1 : 0 });
   }
 
-  /** Ends the session, or gives up waiting for it. */
-  leave() {
-    this.release();
-    if (this.number !== null && !this.over) this.link.sendControl({ type: 'close', session: this.number });
-    this.agent = undefined;
-    this.over = true;
-    this.accepted = false;
+  setHands() {
+    this.hands.enabled = this.accepted && !byId('view-only').checked;
+  }
+
+  /** @private */
+  start() {
+    this.state = 'accepted';
+    this.overlay.say(texts.starting, { busy: true });
+    this.startStream();
+    this.sendBytes(Msg.ThumbnailRequest);
     this.setHands();
-    this.onLeave();
+    this.hands.focus();
+    this.dispatchEvent(new Event('accepted'));
+  }
+
+  /** @private The keys that are down are let go while the machine still hears it. */
+  stop(/** @type {string} */ state) {
+    const was = this.accepted;
+    this.hands.enabled = false;
+    this.state = state;
+    this.jpeg.drop();
+    if (was) this.dispatchEvent(new Event('over'));
   }
 
   /** @private The last picture stays, greyed, with the reason over it. */
   finish(/** @type {string} */ reason) {
-    this.release();
-    this.over = true;
-    this.accepted = false;
-    this.setHands();
-    this.say(reason);
+    this.stop('over');
+    this.number = null;
+    this.overlay.say(reason, { again: true, back: true });
   }
 
-  /** An envelope of the machine. */
-  receive(/** @type {ArrayBuffer} */ buffer) {
-    const envelope = decodeEnvelope(buffer);
-    if (!envelope || envelope.session !== this.number || !this.accepted) return;
-    if (envelope.type === Msg.StreamFrame) {
-      this.meter.add(buffer.byteLength);
-      this.viewer.show(envelope.payload);
-    } else if (envelope.type === Msg.StreamConfig) {
-      this.configured(readJson(envelope.payload));
-    } else if (envelope.type === Msg.Thumbnail) {
-      const thumbnail = parseThumbnail(envelope.payload);
-      if (thumbnail) this.monitors.add(thumbnail);
-      this.drawMonitors();
-    }
+  /** @private */
+  stayAway(/** @type {string} */ reason) {
+    this.stop('away');
+    this.number = null;
+    this.overlay.say(reason, { busy: true, back: true });
+  }
+
+  /** @private */
+  showFrame(/** @type {Uint8Array} */ payload) {
+    this.meter.add(payload.length);
+    this.jpeg.show(payload.subarray(STAMP_BYTES));
   }
 
   /** @private This console shows JPEG; another codec is answered by asking for that. */
   configured(/** @type {Record<string, unknown> | null} */ config) {
-    this.viewer.drop();
+    this.jpeg.drop();
     if (config?.codec === 'h264') this.sendJson(Msg.CodecSelect, { codec: 'mjpeg' });
   }
 
   /** @private */
   drawn() {
-    if (this.accepted) this.say('');
-  }
-
-  /** @private */
-  say(/** @type {string} */ text, waiting = false) {
-    const note = byId('session-note');
-    note.hidden = text === '';
-    if (text) byId('session-note-text').textContent = text;
-    byId('session-give-up').hidden = !waiting;
-    byId('stage').classList.toggle('covered', text !== '');
-  }
-
-  /** @private */
-  sendBytes(/** @type {number} */ type, /** @type {Uint8Array} */ payload) {
-    if (this.accepted && this.number !== null) this.link.sendEnvelope(encodeEnvelope(type, this.number, payload));
-  }
-
-  /** @private */
-  sendJson(/** @type {number} */ type, /** @type {object} */ value) {
-    if (this.accepted && this.number !== null) this.link.sendEnvelope(encodeJson(type, this.number, value));
-  }
-
-  /** @private */
-  release() {
-    this.typing?.abort();
-    this.keyboard.releaseAll();
-    this.pointer.releaseAll();
-  }
-
-  /** @private */
-  setHands() {
-    this.sender.enabled = this.accepted && !byId('view-only').checked;
-  }
-
-  /** @private */
-  attachKeys() {
-    const deal = (/** @type {(event: any) => boolean} */ handle) => (/** @type {KeyboardEvent} */ event) => {
-      if (this.sender.enabled && handle(event)) event.preventDefault();
-    };
-    this.keys.addEventListener('keydown', deal((event) => this.keyboard.keyDown(event)));
-    this.keys.addEventListener('keyup', deal((event) => this.keyboard.keyUp(event)));
-    this.keys.addEventListener('blur', () => this.keyboard.releaseAll());
-    const take = (/** @type {string} */ text) => {
-      this.keyboard.text(text);
-      this.keys.value = '';
-    };
-    this.keys.addEventListener('compositionend', (/** @type {CompositionEvent} */ event) => take(event.data));
-    this.keys.addEventListener('input', (/** @type {InputEvent} */ event) => {
-      if (!event.isComposing && event.inputType !== 'insertCompositionText') take(event.data ?? '');
-    });
-  }
-
-  /** @private */
-  attachTools() {
-    const on = (/** @type {string} */ id, /** @type {string} */ name, /** @type {() => void} */ act) =>
-      byId(id).addEventListener(name, act);
-    on('session-end', 'click', () => this.leave());
-    on('session-give-up', 'click', () => this.leave());
-    on('max-fps', 'change', () => this.startStream());
-    on('show-pointer', 'change', () => this.sendPointer());
-    on('view-only', 'change', () => {
-      this.release();
-      this.setHands();
-    });
-    on('key-mode', 'change', () => {
-      this.keyboard.releaseAll();
-      this.keyboard.mode = byId('key-mode').value;
-    });
-    on('actual-size', 'change', () => this.layOut());
-    on('full-screen', 'click', () => {
-      if (document.fullscreenElement) document.exitFullscreen();
-      else byId('view-session').requestFullscreen().catch(() => {});
-    });
-    on('key-combination', 'change', () => this.combination());
-    on('monitor-refresh', 'click', () => this.sendBytes(Msg.ThumbnailRequest, new Uint8Array(0)));
-    on('type-text', 'click', () => byId('type-dialog').showModal());
-    on('type-dialog', 'close', () => this.typeBox());
-  }
-
-  /** @private */
-  combination() {
-    const select = byId('key-combination');
-    const chosen = select.value;
-    select.value = '';
-    if (chosen === 'attention') this.sendBytes(Msg.SecureAttention, new Uint8Array(0));
-    const codes = COMBINATIONS[/** @type {'lock'} */ (chosen)];
-    if (codes) this.keyboard.tap(codes);
-    this.keys.focus({ preventScroll: true });
-  }
-
-  /** @private */
-  async typeBox() {
-    const box = byId('type-box');
-    if (byId('type-dialog').returnValue !== 'type') return;
-    this.typing = new AbortController();
-    await typeText(box.value, { send: (events) => this.sender.send(events), signal: this.typing.signal,
-      pause: (ms) => new Promise((done) => setTimeout(done, ms)) });
-    box.value = '';
-  }
-
-  /** @private */
-  drawMonitors() {
-    const places = this.monitors.entries().map(({ monitor, thumbnail }) => {
-      const name = texts.monitor(monitor + 1);
-      const button = make('button', { type: 'button', className: 'monitor', title: name, ariaPressed: String(monitor === this.monitor),
-        dataset: { monitor: String(monitor) }, onclick: () => this.selectMonitor(monitor) });
-      if (thumbnail) {
-        const url = URL.createObjectURL(new Blob([thumbnail.jpeg], { type: 'image/jpeg' }));
-        const forget = () => URL.revokeObjectURL(url);
-        button.append(make('img', { src: url, alt: '', onload: forget, onerror: forget }));
-      }
-      button.append(make('span', {}, name));
-      return button;
-    });
-    byId('monitor-picker').replaceChildren(...places);
+    if (this.accepted) this.overlay.clear();
   }
 
   /** @private */
   selectMonitor(/** @type {number} */ monitor) {
     this.monitor = monitor;
     this.sendJson(Msg.MonitorSelect, { monitor_id: monitor });
-    this.drawMonitors();
-  }
-
-  /** @private */
-  layOut() {
-    const stage = byId('stage');
-    const actual = byId('actual-size').checked;
-    stage.classList.toggle('actual', actual);
-    const size = actual ? this.canvas : fit(this.canvas, { width: stage.clientWidth, height: stage.clientHeight });
-    this.canvas.style.width = `${size.width}px`;
-    this.canvas.style.height = `${size.height}px`;
-  }
-
-  /** @private */
-  showStatus() {
-    const { framesPerSecond, kilobytesPerSecond } = this.meter.read();
-    const trip = wholeRoundTrip(this.link.browserTrip, this.link.machineTrip);
-    byId('status-line').textContent = this.accepted
-      ? texts.status(framesPerSecond, kilobytesPerSecond, trip) + (this.link.unstable ? texts.unstable : '') : '';
   }
 }

@@ -1,32 +1,33 @@
-// Every text that the representative reads.
+// Every text that the representative reads, in the first of the browser's languages that there is a table for.
+import { english } from './texts_en.js';
+import { icelandic } from './texts_is.js';
 
-export const texts = Object.freeze({
-  wrongLogin: 'That name and password do not belong together.',
-  tooManyLogins: 'Too many failed log-ins. Wait ten minutes and try again.',
-  noRelay: 'The relay does not answer. Check the connection and try again.',
-  loginEnded: 'Your login has ended. Please log in again.',
-  noMachines: 'No machine has enrolled yet. Start the agent on one, and it appears here.',
-  noMatch: 'No machine has that in its name.',
-  forgetQuestion: (/** @type {string} */ name) => `Forget ${name}? It will have to enrol again.`,
-  forget: 'Forget',
-  state: { online: 'Online', offline: 'Offline', session: 'In session' },
-  with: (/** @type {string} */ who) => `with ${who}`,
-  lastSeen: (/** @type {string} */ when) => `last seen ${when}`,
-  connecting: 'Connecting to the relay …',
-  reconnecting: 'The link to the relay is down. Connecting again …',
-  waiting: (/** @type {string} */ name) => `Waiting for somebody at ${name} to allow the session …`,
-  starting: 'Waiting for the first picture …',
-  ended: {
-    declined: 'The session was declined at the machine.',
-    closed: 'The session has ended.',
-    'agent-gone': 'The machine has gone offline.',
-    replaced: 'The machine connected anew, which ended the session.',
-    slow: 'This browser could not keep up, which ended the session.',
-    'no-answer': 'Nobody answered at the machine.',
-    other: 'The session has ended.',
-  },
-  status: (/** @type {number} */ fps, /** @type {number} */ kilobytes, /** @type {number | null} */ trip) =>
-    `${fps.toFixed(0)} frames/s · ${kilobytes.toFixed(0)} kB/s · ${trip === null ? '–' : `${trip} ms`} round trip`,
-  unstable: ' · unstable',
-  monitor: (/** @type {number} */ number) => `Display ${number}`,
-});
+const TABLES = [english, icelandic];
+
+/** @param {readonly string[]} languages as in navigator.languages, the preferred one first */
+export function textsFor(languages) {
+  for (const wanted of languages) {
+    const found = TABLES.find(({ language }) => wanted.toLowerCase().split('-')[0] === language);
+    if (found) return found;
+  }
+  return english;
+}
+
+export const texts = textsFor(globalThis.navigator?.languages ?? []);
+
+/** Puts the words into a page that names them; index.html says how. */
+export function fillIn(/** @type {Document} */ page) {
+  const each = (/** @type {string} */ key, /** @type {(element: any, text: string) => void} */ put) => {
+    for (const element of page.querySelectorAll(`[data-${key}]`)) {
+      const name = /** @type {HTMLElement} */ (element).dataset[key] ?? '';
+      const text = /** @type {any} */ (texts)[name];
+      if (typeof text !== 'string') throw new Error(`there is no text "${name}"`);
+      put(element, text);
+    }
+  };
+  page.documentElement.lang = texts.language;
+  each('text', (element, text) => { element.textContent = text; });
+  each('label', (element, text) => { element.ariaLabel = text; });
+  each('hint', (element, text) => { element.title = text; });
+  each('placeholder', (element, text) => { element.placeholder = text; });
+}

@@ -60,6 +60,7 @@ struct DesktopBoard {
   Cell device_adapter;  // of the last device
   Cell frames;          // frames served; the number in the last one's picture
   Cell time_outs;
+  Cell losses;   // AcquireNextFrame calls that failed otherwise
   Cell misuses;  // frames acquired while one was held, and releases of none
   // Taken inside the agent's process.
   Cell census_handles, census_gdi_objects;

@@ -34,11 +34,12 @@ bool eventually(Condition condition) {
 
 class AgentTest : public testing::Test {
  protected:
-  static void SetUpTestSuite() {
+  static void SetUpTestSuite() { open_desk(Desk::Kind::VirtualDesktop); }
+  static void open_desk(Desk::Kind kind) {
     ::unsetenv("SSL_CERT_FILE");
     ::unsetenv("SSL_CERT_DIR");
     authority = new TestAuthority;
-    desk = new Desk;
+    desk = new Desk(kind);
     std::ofstream(desk->folder() + "/ca.pem") << authority->pem();
   }
   static void TearDownTestSuite() {
@@ -51,7 +52,7 @@ class AgentTest : public testing::Test {
   // Starts the agent with the server's address and returns it upgraded. `environment` holds NAME=VALUE texts.
   std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
                                           std::vector<std::string> environment = {}) {
-    std::vector<std::string> program = {kAgent, "--host", "localhost", "--port",
+    std::vector<std::string> program = {agent_, "--host", "localhost", "--port",
                                         std::to_string(server_->port())};
     program.insert(program.end(), switches.begin(), switches.end());
     environment.insert(environment.end(),
@@ -68,6 +69,7 @@ class AgentTest : public testing::Test {
 
   inline static TestAuthority* authority;
   inline static Desk* desk;
+  std::string agent_ = kAgent;
   std::unique_ptr<ScriptedServer> server_;
   int pid_ = 0;
 };

@@ -72,6 +72,11 @@ expect 'a shot is a picture of the display' [ "$(identify -format '%wx%h' "$TMPD
 expect 'stopping ends all, the display and spawned programs too' none_left "$display" "$program"
 expect 'stopping twice is no error' status 0 "$desk" stop "$folder"
 
+folder=$("$desk" start --owner $$ --tray)
+expect 'a desk can have a notification area' grep -q trayer <<< "$(. "$folder/env" && xwininfo -root -tree)"
+"$desk" stop "$folder"
+expect 'window manager and notification area end with the desk' none_left
+
 sleep 300 & owner=$!
 folder=$("$desk" start --owner "$owner")
 display=$(< "$folder/xvfb.pid")

@@ -47,7 +47,9 @@ std::string run(const std::string& command) {
   return output;
 }
 
-Desk::Desk() : folder_(run(tool("start --owner " + std::to_string(::getpid())))) {}
+Desk::Desk(Kind kind)
+    : folder_(run(tool("start --owner " + std::to_string(::getpid())) +
+                  (kind == Kind::NotificationArea ? " --tray" : ""))) {}
 
 Desk::~Desk() {
   (void)std::system((tool("stop") + quoted(folder_)).c_str());

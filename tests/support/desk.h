@@ -9,7 +9,12 @@ namespace vantelink_test {
 
 class Desk {
  public:
-  Desk();  // throws std::runtime_error when there is none to be had
+  enum class Kind {
+    VirtualDesktop,    // Wine's own, with its taskbar
+    NotificationArea,  // windows of X under a window manager, beside a notification area
+  };
+  // Throws std::runtime_error when there is none to be had.
+  explicit Desk(Kind kind = Kind::VirtualDesktop);
   ~Desk();
   Desk(const Desk&) = delete;
   Desk& operator=(const Desk&) = delete;

@@ -124,7 +124,10 @@ HRESULT WINAPI acquire_next_frame(Object* self, UINT timeout_ms, DXGI_OUTDUPL_FR
     ++board().time_outs;
     return DXGI_ERROR_WAIT_TIMEOUT;
   }
-  if (board().acquire_result != 0) return board().acquire_result;
+  if (const HRESULT result = board().acquire_result; result != 0) {
+    ++board().losses;
+    return result;
+  }
   self->frame_held = true;
   if (!is(DesktopAbsurdity::NullResource)) *resource = make_desktop_texture(self->place);
   return S_OK;

@@ -1,0 +1,163 @@
+// A session that runs: its picture, its displays, its settings, what holds it up, and its end.
+import assert from 'node:assert/strict';
+import test from 'node:test';
+import { fixture, session } from './support/fixture.mjs';
+import { desktop, plain } from './support/pictures.mjs';
+import { AgentMsg } from './support/scripted_agent.mjs';
+import { until } from './support/waiting.mjs';
+
+const shared = fixture();
+const START = { monitor_id: 0, max_fps: 15, bitrate: 6_000_000 };
+
+const near = (seen, wanted, levels = 6) => seen.every((value, i) => Math.abs(value - wanted[i]) <= levels);
+
+test('a session starts a stream, asks for the displays and shows the picture at its own size', async (t) => {
+  const { agent, page } = await session(t, shared, { width: 800, height: 450 });
+  assert.deepEqual((await agent.next(AgentMsg.StreamStart)).json, START);
+  assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 1 });
+  await agent.next(AgentMsg.ThumbnailRequest);
+  assert.deepEqual(await page.canvas.evaluate((canvas) => [canvas.width, canvas.height]), [800, 450]);
+  const [pixel] = await page.pixels([{ x: 400, y: 200 }]);
+  assert.ok(near(pixel, [0x40, 0x60, 0x80]), `${pixel}`);
+  assert.equal(await page.note(), '');
+});
+
+test('the picture keeps its shape in the window, and can be shown at its own size', async (t) => {
+  const { page } = await session(t, shared, { width: 400, height: 400 });
+  const drawn = () => page.canvas.evaluate((canvas) => [canvas.clientWidth, canvas.clientHeight]);
+  const [width, height] = await drawn();
+  assert.equal(width, height);
+  assert.ok(width > 600, `it fills the stage: ${width}`);
+  await page.page.click('#picture-menu summary');
+  await page.page.check('#actual-size');
+  assert.deepEqual(await drawn(), [400, 400]);
+  await page.page.uncheck('#actual-size');
+  await page.page.setViewportSize({ width: 500, height: 900 });
+  await until('it fits the narrow window', async () => (await drawn())[0] <= 500);
+});
+
+test('broken and absurd pictures are passed over, and the last good one stays', async (t) => {
+  const { agent, page } = await session(t, shared);
+  const whole = plain(320, 200, '#ff0000');
+  agent.frame(new Uint8Array(0));
+  agent.frame(Uint8Array.of(0xff, 0xd8, 0xff));
+  agent.frame(whole.subarray(0, 40));
+  agent.frame(Uint8Array.of(0xff, 0xd8, 0xff, 0xc0, 0, 17, 8, 0xff, 0xff, 0xff, 0xff, 3, 1, 1, 1));
+  agent.send(AgentMsg.StreamFrame, agent.session, new Uint8Array(3));
+  agent.send(AgentMsg.StreamConfig, agent.session, new TextEncoder().encode('{"codec":'));
+  agent.frame(plain(320, 200, '#00ff00'));
+  await page.frames(2);
+  const [pixel] = await page.pixels([{ x: 10, y: 10 }]);
+  assert.ok(near(pixel, [0, 255, 0]), `${pixel}`);
+});
+
+test('the picker shows each display with its picture, and switches', async (t) => {
+  const { agent, page } = await session(t, shared);
+  const buttons = page.page.locator('#monitor-picker .monitor');
+  agent.thumbnail({ monitor: 0, count: 3, width: 64, height: 36, jpeg: desktop(64, 36) });
+  agent.thumbnail({ monitor: 2, count: 3, width: 64, height: 36, jpeg: plain(64, 36, '#804000') });
+  await until('three displays are offered', async () => (await buttons.count()) === 3);
+  const sizes = () => page.page.$$eval('#monitor-picker img', (images) => images.map((image) => image.naturalWidth));
+  await until('two pictures', async () => JSON.stringify(await sizes()) === '[64,64]');
+  assert.equal(await buttons.nth(0).getAttribute('aria-pressed'), 'true');
+  await page.shot('displays');
+  await buttons.nth(2).click();
+  assert.deepEqual((await agent.next(AgentMsg.MonitorSelect)).json, { monitor_id: 2 });
+  assert.equal(await buttons.nth(2).getAttribute('aria-pressed'), 'true');
+  // A stream that is started anew stays on the display that was chosen.
+  await page.page.click('#picture-menu summary');
+  await page.page.click('#picture-restart');
+  await agent.next(AgentMsg.StreamStart);
+  assert.equal((await agent.next(AgentMsg.StreamStart)).json.monitor_id, 2);
+});
+
+test('thumbnails that make no sense change nothing', async (t) => {
+  const { agent, page } = await session(t, shared);
+  for (let length = 0; length <= 6; length++) agent.send(AgentMsg.Thumbnail, agent.session, new Uint8Array(length));
+  agent.thumbnail({ monitor: 0, count: 1, width: 64, height: 36, jpeg: Uint8Array.of(1, 2, 3) });
+  agent.thumbnail({ monitor: 1, count: 2, width: 64, height: 36, jpeg: desktop(64, 36) });
+  await until('two displays', async () => (await page.page.locator('#monitor-picker .monitor').count()) === 2);
+});
+
+test('the pointer of the machine is switched off and on, and stays off in a new stream', async (t) => {
+  const { agent, page } = await session(t, shared);
+  await agent.next(AgentMsg.CursorVisibility);
+  await agent.next(AgentMsg.StreamStart);
+  await page.page.click('#picture-menu summary');
+  await page.page.uncheck('#show-pointer');
+  assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 0 });
+  await page.page.selectOption('#max-fps', '30');
+  assert.equal((await agent.next(AgentMsg.StreamStart)).json.max_fps, 30);
+  assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 0 });
+  await page.page.check('#show-pointer');
+  assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 1 });
+});
+
+test('the status line tells size, pictures and bytes a second, and the round trip', async (t) => {
+  const { agent, page } = await session(t, shared, { width: 640, height: 360 });
+  const jpeg = plain(640, 360, '#406080');
+  const stop = setInterval(() => agent.frame(jpeg), 50);
+  t.after(() => clearInterval(stop));
+  const line = page.page.locator('#status-line');
+  await until('all of it is there', async () => {
+    const found = /^640 × 360 · (\d+) frames\/s · (\d+) kB\/s · (\d+) ms round trip$/.exec(await line.innerText());
+    return found && Number(found[1]) >= 4 && Number(found[2]) >= 1 && Number(found[3]) < 5000;
+  });
+  clearInterval(stop);
+  await until('a still screen shows as none', async () => / · 0 frames\/s · 0 kB\/s/.test(await line.innerText()));
+});
+
+test('ending a session tells the machine, and a new one starts clean', async (t) => {
+  const { agent, page } = await session(t, shared);
+  const { session: number } = await agent.next(AgentMsg.StreamStart);
+  await page.page.click('#session-end');
+  assert.equal((await agent.next(AgentMsg.SessionEnd)).session, number);
+  await page.page.locator('#view-machines').waitFor();
+  agent.onStream = () => {};
+  agent.frame(plain(640, 360, '#ff0000'));  // still on its way when the session ended
+  await page.row(agent).locator('.badge[data-state=online]').waitFor();
+  await page.ask(agent);
+  await page.waitForNote(/first picture/);
+  assert.equal(await page.canvas.getAttribute('data-frames'), '0');
+  assert.ok(await page.canvas.isHidden());
+  await page.shot('session-starting');
+});
+
+test('a relay that dies and returns leaves the last picture greyed with words, then the session goes on', async (t) => {
+  const { agent, page } = await session(t, shared);
+  const first = (await agent.next(AgentMsg.StreamStart)).session;
+  await shared.relay.kill();
+  await page.waitForNote(/link to the relay is down/);
+  assert.match(await page.page.evaluate(() => getComputedStyle(document.getElementById('screen')).filter), /grayscale/);
+  assert.ok(await page.canvas.isVisible());
+  await page.shot('link-down');
+  await shared.relay.start();
+  await until('the machine is back', () => agent.connect().then(() => true));
+  const { session: second } = await agent.next(AgentMsg.StreamStart);
+  assert.notEqual(second, first);
+  await until('the words are gone', async () => (await page.note()) === '');
+});
+
+test('a machine that drops out and returns is shown again without a click', async (t) => {
+  const { agent, page } = await session(t, shared);
+  await agent.next(AgentMsg.StreamStart);
+  agent.drop();
+  await page.waitForNote(/has gone offline/);
+  await page.shot('machine-away');
+  await agent.connect();
+  await agent.next(AgentMsg.StreamStart);
+  await until('the words are gone', async () => (await page.note()) === '');
+});
+
+test('messages of another session are ignored', async (t) => {
+  const { agent, page } = await session(t, shared);
+  const own = agent.session;
+  agent.session = own + 1;
+  agent.frame(plain(100, 100, '#ff0000'));
+  agent.session = own;
+  agent.frame(plain(640, 360, '#0000ff'));
+  await page.frames(2);
+  const [pixel] = await page.pixels([{ x: 50, y: 50 }]);
+  assert.ok(near(pixel, [0, 0, 255]), `${pixel}`);
+  assert.equal(await page.canvas.getAttribute('data-frames'), '2');
+});

@@ -1,0 +1,19 @@
+// JPEG pictures of known content for the scripted machine.
+import { execFileSync } from 'node:child_process';
+
+export const CARD_COLOURS = ['#000000', '#ffffff', '#ff0000', '#00ff00', '#0000ff', '#ffff00', '#00ffff', '#ff00ff',
+  '#808080', '#c08040', '#4080c0', '#203040', '#f0e0d0', '#10a070', '#a01050', '#60c020'];
+
+const jpeg = (args) => execFileSync('convert', [...args, '-sampling-factor', '1x1', '-quality', '95', 'jpg:-'],
+  { maxBuffer: 1 << 26 });
+
+/** One colour all over. */
+export const plain = (width, height, colour) => jpeg(['-size', `${width}x${height}`, `xc:${colour}`]);
+
+/** Something like a desktop, for the looks. */
+export function desktop(width, height) {
+  return jpeg(['-size', `${width}x${height}`, 'gradient:#205080-#0a2038', '-fill', '#f4f6f8', '-draw',
+    `rectangle ${width * 0.1},${height * 0.12} ${width * 0.62},${height * 0.7}`, '-fill', '#2a6f97', '-draw',
+    `rectangle ${width * 0.1},${height * 0.12} ${width * 0.62},${height * 0.17}`, '-fill', '#d0d8e0', '-draw',
+    `rectangle 0,${height * 0.95} ${width},${height}`]);
+}

@@ -1,0 +1,50 @@
+// The tables of texts: every language says everything, and the page asks for nothing that is not there.
+import assert from 'node:assert/strict';
+import { readFileSync, readdirSync } from 'node:fs';
+import test from 'node:test';
+import { textsFor } from '../../relay/console/texts.js';
+import { english } from '../../relay/console/texts_en.js';
+import { icelandic } from '../../relay/console/texts_is.js';
+
+const CONSOLE = new URL('../../relay/console/', import.meta.url);
+
+function shape(table, path = '') {
+  return Object.entries(table).flatMap(([key, value]) =>
+    (value && typeof value === 'object' ? shape(value, `${path}${key}.`)
+      : [`${path}${key}: ${typeof value === 'function' ? `text of ${value.length}` : typeof value}`])).sort();
+}
+
+test('both languages have the same texts', () => {
+  assert.deepEqual(shape(icelandic), shape(english));
+});
+
+test('a text of one language is not left standing in the other', () => {
+  const same = Object.keys(english).filter((key) => typeof english[key] === 'string' && english[key] === icelandic[key]);
+  assert.deepEqual(same, []);
+});
+
+test('the page names only texts that exist, and no text is without use', () => {
+  const page = readFileSync(new URL('index.html', CONSOLE), 'utf8');
+  const named = [...page.matchAll(/data-(?:text|label|hint|placeholder)="(\w+)"/g)].map((found) => found[1]);
+  for (const name of named) assert.equal(typeof english[name], 'string', name);
+  const scripts = readdirSync(CONSOLE).filter((name) => name.endsWith('.js') && !name.startsWith('texts'))
+    .map((name) => readFileSync(new URL(name, CONSOLE), 'utf8')).join('\n');
+  const idle = Object.keys(english).filter((key) => key !== 'language' && !named.includes(key) && !scripts.includes(`texts.${key}`));
+  assert.deepEqual(idle, []);
+});
+
+test('the first of the browser’s languages that there is a table for wins', () => {
+  assert.equal(textsFor(['de', 'is-IS', 'en']).language, 'is');
+  assert.equal(textsFor(['EN-us', 'is']).language, 'en');
+  assert.equal(textsFor(['isx']).language, 'en');
+  assert.equal(textsFor([]).language, 'en');
+});
+
+test('an Icelandic count takes the singular after 1, 21 and 101, but not after 11', () => {
+  assert.equal(icelandic.machineCount(1, 1), '1 tölva, 1 nettengd');
+  assert.equal(icelandic.machineCount(11, 21), '11 tölvur, 21 nettengd');
+  assert.equal(icelandic.lastSeen('minute', 1), 'síðast tengd fyrir 1 mínútu');
+  assert.equal(icelandic.lastSeen('hour', 11), 'síðast tengd fyrir 11 klukkustundum');
+  assert.equal(icelandic.lastSeen('now', 0), 'síðast tengd rétt í þessu');
+  assert.equal(english.lastSeen('day', 2), 'last seen 2 days ago');
+});

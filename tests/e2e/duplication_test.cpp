@@ -1,0 +1,208 @@
+// The stream from a duplicated desktop, on a machine without an encoder: which picture is sent when, and what
+// follows when duplication fails or answers nonsense.
+#include "e2e/stream_fixture.h"
+
+namespace {
+
+using namespace vantelink_test;
+using vantelink_doubles::DesktopAbsurdity;
+using vlk::Msg;
+
+constexpr std::int32_t kAccessLost = static_cast<std::int32_t>(0x887A0026);
+constexpr std::int32_t kUnsupported = static_cast<std::int32_t>(0x887A0004);
+constexpr std::int64_t kSecond = 1000000;  // microseconds
+
+class DuplicationStream : public StreamTest {
+ protected:
+  void SetUp() override {
+    StreamTest::SetUp();
+    register_encoders("");
+  }
+
+  // Reads on until a frame that was captured after this call is the next: the agent has answered, and the
+  // iteration that was at work then has ended.
+  void pass_over_earlier_frames() {
+    ASSERT_TRUE(answers());
+    next_frame();
+    next_frame();
+  }
+};
+
+TEST_F(DuplicationStream, ShowsTheDesktopInOrderThroughPaddedRows) {
+  (*desktop)->pitch = 640 * 4 + 52;
+  start_stream();
+  std::uint32_t last = 0;
+  for (int i = 0; i < 10; ++i) {
+    const StreamedFrame frame = next_frame();
+    EXPECT_EQ(frame.configs,
+              i == 0 ? std::vector{config_text("mjpeg", 640, 360)} : std::vector<std::string>());
+    const auto shown = numbers(frame);
+    EXPECT_GT(shown.at(0), last);
+    last = shown.at(0);
+  }
+  EXPECT_NE(desk->debug_log().find("capture: DXGI duplication started hr=0x00000000\n"), std::string::npos);
+  EXPECT_EQ((*desktop)->misuses, 0);
+}
+
+TEST_F(DuplicationStream, FollowsTheChosenMonitorOntoTheSecondAdapter) {
+  set_outputs({{0, 0, 640, 360}, {640, 0, 800, 600}});
+  start_stream();
+  numbers(next_frame());
+  EXPECT_EQ((*desktop)->device_adapter, 0);
+  say(Msg::MonitorSelect, R"({"monitor_id":1})");
+  const StreamedFrame second = next_announced();
+  EXPECT_EQ(second.configs, std::vector{config_text("mjpeg", 800, 600, 1)});
+  numbers(second, 1);
+  EXPECT_EQ((*desktop)->device_adapter, 1);
+  // The same monitor again is no change: the next announcement is that of the first.
+  say(Msg::MonitorSelect, R"({"monitor_id":1})");
+  say(Msg::Heartbeat, "chosen");
+  peer_->read_until(Msg::Heartbeat);
+  for (int i = 0; i < 5; ++i)
+    EXPECT_TRUE(next_frame().configs.empty());
+  say(Msg::MonitorSelect, R"({"monitor_id":0})");
+  const StreamedFrame first = next_announced();
+  EXPECT_EQ(first.configs, std::vector{config_text("mjpeg", 640, 360)});
+  numbers(first);
+}
+
+TEST_F(DuplicationStream, OutputThatIsNotAttachedHasNoNumber) {
+  set_outputs({{0, 0, 1024, 768}, {0, 0, 640, 360}});
+  (*desktop)->outputs[0].unattached = 1;
+  start_stream();
+  const StreamedFrame frame = next_frame();
+  EXPECT_EQ(frame.configs, std::vector{config_text("mjpeg", 640, 360)});
+  numbers(frame, 1);
+}
+
+TEST_F(DuplicationStream, DesktopChangesItsSizeInMidStream) {
+  start_stream();
+  numbers(next_frame());
+  (*desktop)->width = 480;
+  (*desktop)->height = 270;
+  const StreamedFrame smaller = next_announced();
+  EXPECT_EQ(smaller.configs, std::vector{config_text("mjpeg", 480, 270)});
+  numbers(smaller);
+  EXPECT_EQ((*desktop)->duplications, 1);
+}
+
+TEST_F(DuplicationStream, StillScreenIsSentOnceASecond) {
+  (*desktop)->still = 1;
+  start_stream();
+  // The first goes out at once, though nothing changed.
+  std::int64_t last = next_frame().time;
+  EXPECT_LT(last, kSecond);
+  for (int i = 0; i < 3; ++i) {
+    const std::int64_t time = next_frame().time;
+    EXPECT_GE(time - last, kSecond - 1);
+    EXPECT_LT(time - last, 3 * kSecond);
+    last = time;
+  }
+  EXPECT_EQ((*desktop)->frames, 0);
+  (*desktop)->still = 0;
+  ASSERT_TRUE(eventually([&] { return (*desktop)->frames > 0; }));
+  pass_over_earlier_frames();
+  numbers(next_frame());
+}
+
+TEST_F(DuplicationStream, LostDuplicationLeavesOneFrameASecondAndIsNotOpenedAgain) {
+  start_stream();
+  numbers(next_frame());
+  const int factories = (*desktop)->factories;
+  (*desktop)->acquire_result = kAccessLost;
+  ASSERT_TRUE(eventually([&] { return (*desktop)->losses > 0; }));
+  (*desktop)->acquire_result = 0;
+  const int frames = (*desktop)->frames;
+  // Passes over the frames that were on their way.
+  StreamedFrame frame = next_frame();
+  std::int64_t last = frame.time;
+  for (int i = 0; i < frames && frame.time - last < kSecond - 1; ++i) {
+    last = frame.time;
+    frame = next_frame();
+  }
+  for (int i = 0; i < 3; ++i) {
+    last = frame.time;
+    frame = next_frame();
+    EXPECT_GE(frame.time - last, kSecond - 1);
+    EXPECT_LT(frame.time - last, 3 * kSecond);
+    EXPECT_TRUE(frame.configs.empty());
+  }
+  EXPECT_EQ((*desktop)->frames, frames);
+  EXPECT_EQ((*desktop)->losses, 1);
+  EXPECT_EQ((*desktop)->factories, factories);
+  EXPECT_EQ((*desktop)->duplications, 1);
+  // Another monitor opens it.
+  set_outputs({{0, 0, 640, 360}, {640, 0, 640, 360}});
+  say(Msg::MonitorSelect, R"({"monitor_id":1})");
+  numbers(next_announced(), 1);
+}
+
+TEST_F(DuplicationStream, WithoutADeviceItCopiesTheScreenAndTriesAgainAtEveryFrame) {
+  (*desktop)->device_result = kUnsupported;
+  start_stream();
+  const StreamedFrame first = next_frame();
+  EXPECT_EQ(first.configs, std::vector{config_text("mjpeg", 640, 360)});
+  const int before = (*desktop)->factories;
+  for (int i = 0; i < 5; ++i)
+    EXPECT_TRUE(next_frame().configs.empty());
+  EXPECT_GE((*desktop)->factories, before + 4);
+  EXPECT_NE(desk->debug_log().find("capture: D3D11CreateDevice failed hr=0x887a0004\n"), std::string::npos);
+  (*desktop)->device_result = 0;
+  ASSERT_TRUE(eventually([&] { return (*desktop)->frames > 0; }));
+  pass_over_earlier_frames();
+  numbers(next_frame());
+}
+
+TEST_F(DuplicationStream, EveryRefusalEndsInAStreamFromTheScreen) {
+  using Board = vantelink_doubles::DesktopBoard;
+  for (const auto cell : {&Board::factory_result, &Board::output1_result, &Board::duplicate_result}) {
+    SCOPED_TRACE("");
+    (desktop->operator->()->*cell) = kUnsupported;
+    start_stream();
+    next_frame();
+    next_frame();
+    EXPECT_EQ((*desktop)->frames, 0);
+    say(Msg::StreamStop);
+    ASSERT_TRUE(answers());
+    (desktop->operator->()->*cell) = 0;
+  }
+  // A failure that leaves the duplication alive gives no frame but that of the still screen.
+  for (const auto cell : {&Board::texture_result, &Board::staging_result, &Board::map_result}) {
+    (desktop->operator->()->*cell) = kUnsupported;
+    start_stream();
+    const std::int64_t first = next_frame().time;
+    EXPECT_GE(next_frame().time - first, kSecond - 1);
+    (desktop->operator->()->*cell) = 0;
+    pass_over_earlier_frames();
+    numbers(next_frame());
+    say(Msg::StreamStop);
+    ASSERT_TRUE(answers());
+  }
+  EXPECT_EQ((*desktop)->misuses, 0);
+}
+
+TEST_F(DuplicationStream, AbsurdAnswersNeverEndTheAgent) {
+  start_stream();
+  numbers(next_frame());
+  for (const auto absurdity :
+       {DesktopAbsurdity::ZeroWidth, DesktopAbsurdity::ZeroHeight, DesktopAbsurdity::ShortPitch,
+        DesktopAbsurdity::NullMemory, DesktopAbsurdity::NullResource}) {
+    SCOPED_TRACE(static_cast<int>(absurdity));
+    (*desktop)->absurdity = static_cast<std::int32_t>(absurdity);
+    // A staging texture of another size, so that a new pitch counts.
+    (*desktop)->width = absurdity == DesktopAbsurdity::ShortPitch ? 1280 : 640;
+    const int frames = (*desktop)->frames;
+    ASSERT_TRUE(eventually(
+        [&] { return (*desktop)->frames >= frames + 5 || absurdity == DesktopAbsurdity::NullResource; }));
+    (*desktop)->absurdity = 0;
+    (*desktop)->width = 0;
+    pass_over_earlier_frames();
+    numbers(next_frame());
+  }
+  say(Msg::StreamStop);
+  ASSERT_TRUE(answers());
+  EXPECT_EQ((*desktop)->live, 0);
+  EXPECT_TRUE(running());
+}
+
+}  // namespace

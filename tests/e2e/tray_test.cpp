@@ -1,0 +1,157 @@
+// The icon in a notification area of X: its tooltip, its menu and its clicks, by real events of the mouse.
+#include "e2e/shell_fixture.h"
+
+namespace vantelink_test {
+namespace {
+
+using vlk::Msg;
+
+// The only icon stands at the right end of the area.
+constexpr int kIconX = 1269;
+constexpr int kIconY = 708;
+
+constexpr int kRightButton = 3;
+
+// Middle of a menu's item in pixels from the menu's upper edge, with Wine's own font and frame.
+constexpr int kOpenItem = 11;
+constexpr int kUnattendedItem = 27;
+constexpr int kExitItem = 52;
+
+class TrayTest : public ShellTest {
+ protected:
+  static void SetUpTestSuite() { open_desk(Desk::Kind::NotificationArea); }
+
+  // Leaves by the proper way, so that the icon is not left to the shell's own housekeeping.
+  void TearDown() override {
+    if (running()) post(*desk, kCommand, 40003, 0);
+    EXPECT_TRUE(eventually([&] { return !running(); }));
+    expect_icons(0);
+    ShellTest::TearDown();
+  }
+
+  void begin(const std::vector<std::string>& switches = {},
+             const std::vector<std::string>& environment = {}) {
+    peer_ = start(switches, environment);
+    peer_->read_until(Msg::Enroll);
+    expect_icons(1);
+  }
+  static void expect_icons(int count) {
+    EXPECT_TRUE(eventually([&] {
+      return desk->host("xwininfo -root -tree | grep -c 'explorer.exe.* 20x22+0+0 ' || true") ==
+             std::to_string(count);
+    }));
+  }
+
+  static bool tooltip_reads(const std::string& text) {
+    return eventually([&] {
+      point(*desk, 640, 300);
+      point(*desk, kIconX - 3, kIconY - 3);
+      point(*desk, kIconX, kIconY);
+      for (int i = 0; i < 4; ++i)
+        for (const SeenWindow& window : windows_on(*desk, {"tooltips_class32"}))
+          if (window.visible && window.text == text) return true;
+      return false;
+    });
+  }
+
+  static std::vector<SeenWindow> visible_menus() {
+    std::vector<SeenWindow> menus;
+    for (const SeenWindow& window : windows_on(*desk, {"#32768"}))
+      if (window.visible) menus.push_back(window);
+    return menus;
+  }
+  static SeenWindow open_menu() {
+    click(*desk, kIconX, kIconY, kRightButton);
+    EXPECT_TRUE(eventually([] { return visible_menus().size() == 1; }));
+    return visible_menus().at(0);
+  }
+  static void choose(int item) {
+    const SeenWindow menu = open_menu();
+    click(*desk, menu.screen_left + menu.width / 2, menu.screen_top + item);
+    EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
+  }
+  // Whether there is a mark in front of an item: anything but the menu's white ground.
+  static bool is_marked(const SeenWindow& menu, int item) {
+    const std::string place =
+        "14x12+" + std::to_string(menu.screen_left + 3) + "+" + std::to_string(menu.screen_top + item - 6);
+    return desk->host("import -window root -crop " + place + " -format '%[fx:minima < 0.5]' info:") == "1";
+  }
+
+  std::unique_ptr<ServerConnection> peer_;
+};
+
+TEST_F(TrayTest, TooltipTellsTheStatusInEnglishWhateverTheLanguage) {
+  begin({}, icelandic());
+  EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Connecting…"));
+  peer_->send_envelope(Msg::LoginResult, 0, "{}");
+  EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Online"));
+  shot("tray-tooltip");
+  for (const unsigned session : {1u, 2u, 3u})
+    peer_->send_envelope(Msg::StreamStart, session, R"({"max_fps":1})");
+  EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Reps connected: 3"));
+  post(*desk, kAgentStatus, 3, 0);
+  EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Reps connected: 1"));
+  post(*desk, kAgentStatus, 77, 5);
+  EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Offline"));
+  EXPECT_EQ(control(kStatusLabel).text, "") << "the window has no word for such a status";
+}
+
+TEST_F(TrayTest, DoubleClickShowsTheWindowAndASingleOneDoesNothing) {
+  begin({"--unattended"});
+  click(*desk, kIconX, kIconY);
+  expect_quiet(*peer_);
+  EXPECT_FALSE(panel().front().visible);
+  click(*desk, kIconX, kIconY, 1, 2);
+  EXPECT_TRUE(becomes_visible(true));
+  EXPECT_TRUE(eventually([] { return panel().front().foreground; }));
+}
+
+TEST_F(TrayTest, MenuOpensTheWindowAndEndsTheProgram) {
+  begin({"--unattended"});
+  open_menu();
+  shot("tray-menu-english");
+  click(*desk, 640, 300);
+  EXPECT_TRUE(eventually([] { return visible_menus().empty(); })) << "a click elsewhere turns it away";
+  EXPECT_FALSE(panel().front().visible);
+  choose(kOpenItem);
+  EXPECT_TRUE(becomes_visible(true));
+  choose(kExitItem);
+  EXPECT_TRUE(peer_->wait_closed());
+  EXPECT_TRUE(eventually([&] { return !running(); }));
+  expect_icons(0);
+}
+
+TEST_F(TrayTest, CheckMarkAndBoxFollowEachOther) {
+  begin({}, icelandic());
+  EXPECT_FALSE(is_marked(open_menu(), kUnattendedItem));
+  click(*desk, 640, 300);
+  EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
+
+  choose(kUnattendedItem);
+  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
+  EXPECT_EQ(registry_of(*desk)["Unattended"], "01000000");
+  EXPECT_EQ(registry_of(*desk).count("VantelinkAgent"), 1u);
+  EXPECT_TRUE(is_marked(open_menu(), kUnattendedItem));
+  shot("tray-menu-icelandic");
+  click(*desk, 640, 300);
+  EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
+
+  choose(kUnattendedItem);
+  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 0; }));
+  EXPECT_EQ(registry_of(*desk)["Unattended"], "00000000");
+  EXPECT_EQ(registry_of(*desk).count("VantelinkAgent"), 0u);
+
+  // The box reaches the mark by Apply alone.
+  click(*desk, control(kUnattendedCheck));
+  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
+  EXPECT_FALSE(is_marked(open_menu(), kUnattendedItem));
+  click(*desk, 640, 300);
+  EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
+  click(*desk, control(kApplyButton));
+  peer_->read_until(Msg::NameUpdate);
+  EXPECT_TRUE(is_marked(open_menu(), kUnattendedItem));
+  click(*desk, 640, 300);
+}
+
+}  // namespace
+}  // namespace vantelink_test
