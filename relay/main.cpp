@@ -65,7 +65,7 @@ void greet_first_start(Store& store) {
 int serve(const Options& options, Store& store) {
   const Log log(standard_error_sink());
   Server::Settings settings{
-      options.address, options.port, options.console, {options.certificate, options.key}};
+      options.address, options.port, options.console, options.updates, {options.certificate, options.key}};
   if (settings.console.empty()) settings.console = VANTELINK_CONSOLE_DIR;
   if (options.certificate.empty()) {
     std::string remark;

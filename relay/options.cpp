@@ -48,6 +48,7 @@ const std::map<std::string, Taker>& takers() {
       {"--address", text_option(&Options::address)},
       {"--data", text_option(&Options::data)},
       {"--console", text_option(&Options::console)},
+      {"--updates", text_option(&Options::updates)},
       {"--cert", text_option(&Options::certificate)},
       {"--key", text_option(&Options::key)},
       {"--set-password", user_option(Action::SetPassword)},
@@ -87,6 +88,8 @@ Serving
   --data DIR           folder of the database and the self-made certificate, ./vantelink-data if not given;
                        made on the first start
   --console DIR        folder of the console's files, if not the built-in one
+  --updates DIR        folder of version.json and the installers that agents are offered; updates in the data
+                       folder if not given
   --consent SECONDS    how long a machine's user has to answer a request before it is withdrawn, 120 if not
                        given
 
@@ -138,6 +141,7 @@ bool parse_options(const std::vector<std::string>& arguments, Options& options, 
     problem = "--cert and --key belong together.";
     return false;
   }
+  if (options.updates.empty()) options.updates = options.data + "/updates";
   if (options.hosts.empty()) options.hosts.push_back("localhost");
   return true;
 }

@@ -16,6 +16,7 @@ struct Options {
   std::string data = "vantelink-data";
   unsigned short consent_s = 120;  // seconds that a local user has to answer a request
   std::string console;             // folder of the console's files
+  std::string updates;             // folder of the agents' updates; "updates" in `data` when none is given
   std::vector<std::string> hosts;  // names for the self-made certificate; "localhost" when none is given
   std::string certificate;         // PEM files; both or neither
   std::string key;

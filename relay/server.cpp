@@ -9,6 +9,7 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
+#include <boost/beast/http/serializer.hpp>
 #include <boost/beast/http/write.hpp>
 #include <stdexcept>
 
@@ -64,6 +65,7 @@ std::string_view path_of(const Request& request) {
 
 Server::Server(const Settings& settings, Store& store, const Log& log, const Limits& limits)
     : console_(settings.console),
+      updates_(settings.updates),
       store_(store),
       log_(log),
       limits_(limits),
@@ -171,10 +173,19 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
       reply = co_await answer(request, peer, source);
     }
     if (request.method() == http::verb::head) reply.body().clear();
-    lowest.expires_after(limits_.handshake);
-    const auto [write_error, written] = co_await http::async_write(stream, reply, kAsTuple);
-    if (write_error || !reply.keep_alive()) co_return;
+    if (!co_await write(stream, reply) || !reply.keep_alive()) co_return;
   }
+}
+
+// In pieces with a time each, as an installer may take minutes on a ship's line.
+asio::awaitable<bool> Server::write(TlsStream& stream, Reply& reply) {
+  http::response_serializer<http::string_body> rest(reply);
+  while (!rest.is_done()) {
+    beast::get_lowest_layer(stream).expires_after(limits_.handshake);
+    const auto [error, size] = co_await http::async_write_some(stream, rest, kAsTuple);
+    if (error) co_return false;
+  }
+  co_return true;
 }
 
 // A last word to a peer whose request could not be read.
@@ -198,6 +209,7 @@ asio::awaitable<Reply> Server::answer(const Request& request, const std::string&
   if (path == "/link" || path == "/console") {
     co_return error_reply(request, HttpStatus::upgrade_required, "This path is for WebSockets.");
   }
+  if (names_update(path)) co_return serve_update(updates_, request);
   co_return serve_file(console_, request);
 }
 

@@ -22,6 +22,7 @@ class Server {
     std::string address = "127.0.0.1";
     unsigned short port = 0;  // 0 picks a free one
     std::string console;      // folder of the console's files
+    std::string updates;      // folder of the agents' updates; need not exist
     CertificateFiles certificate;
   };
   // Listens at once. Throws std::runtime_error with one sentence when it cannot.
@@ -39,6 +40,8 @@ class Server {
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);
   boost::asio::awaitable<void> serve_requests(TlsStream stream, std::string peer, std::string source);
+  // False when the peer took nothing for too long, or is gone.
+  boost::asio::awaitable<bool> write(TlsStream& stream, Reply& reply);
   boost::asio::awaitable<void> refuse(TlsStream& stream, boost::beast::error_code error);
   boost::asio::awaitable<Reply> answer(const Request& request, const std::string& peer,
                                        const std::string& source);
@@ -47,6 +50,7 @@ class Server {
                                        const std::string& source, Reply& refusal);
 
   const std::string console_;
+  const std::string updates_;
   Store& store_;
   const Log& log_;
   const Limits& limits_;

@@ -1,4 +1,4 @@
-// Serving the console's files.
+// Serving files.
 #include "relay/static_files.h"
 
 #include <array>
@@ -11,6 +11,10 @@ namespace http = boost::beast::http;
 
 namespace vlk::relay {
 namespace {
+
+// The two places where agents look.
+constexpr char kManifest[] = "/version.json";
+constexpr std::string_view kDownloads = "/download/";
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kContentTypes = {{
     {".html", "text/html; charset=utf-8"},
@@ -45,25 +49,45 @@ bool plain_path(std::string_view path) {
   return true;
 }
 
-}  // namespace
+std::string_view path_of(const Request& request) {
+  const std::string_view target(request.target());
+  return target.substr(0, target.find('?'));
+}
 
-Reply serve_file(const std::string& folder, const Request& request) {
+// The file, or that there is none; a path or a type that is empty stands for none.
+Reply reply_with(const std::filesystem::path& file, std::string_view type, const Request& request) {
   if (request.method() != http::verb::get && request.method() != http::verb::head) {
     Reply reply = error_reply(request, HttpStatus::method_not_allowed, "Files can only be read.");
     reply.set(http::field::allow, "GET, HEAD");
     return reply;
   }
-  const std::string_view target(request.target());
-  const std::string_view path = target.substr(0, target.find('?'));
-  const std::filesystem::path file =
-      plain_path(path) ? std::filesystem::path(folder) / (path == "/" ? "index.html" : path.substr(1)) : "";
-  const std::string_view type = content_type(file);
   std::error_code error;
   std::ifstream stream;
   if (!type.empty() && std::filesystem::is_regular_file(file, error)) stream.open(file, std::ios::binary);
   if (!stream.is_open()) return error_reply(request, HttpStatus::not_found, "There is no such page.");
   return make_reply(request, HttpStatus::ok, type,
                     std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()));
+}
+
+}  // namespace
+
+Reply serve_file(const std::string& folder, const Request& request) {
+  const std::string_view path = path_of(request);
+  const std::filesystem::path file =
+      plain_path(path) ? std::filesystem::path(folder) / (path == "/" ? "index.html" : path.substr(1)) : "";
+  return reply_with(file, content_type(file), request);
+}
+
+bool names_update(std::string_view path) {
+  return path == kManifest || path.starts_with(kDownloads);
+}
+
+Reply serve_update(const std::string& folder, const Request& request) {
+  const std::string_view path = path_of(request);
+  if (path == kManifest) return reply_with(folder + kManifest, "application/json", request);
+  const std::string name(path.substr(kDownloads.size()));
+  const bool plain = !name.empty() && name.find('/') == std::string::npos && plain_path('/' + name);
+  return reply_with(plain ? folder + '/' + name : "", "application/octet-stream", request);
 }
 
 }  // namespace vlk::relay

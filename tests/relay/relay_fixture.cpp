@@ -179,6 +179,7 @@ void RelayTest::TearDown() {
 void RelayTest::start() {
   Server::Settings settings;
   settings.console = VANTELINK_SOURCE_DIR "/tests/relay";
+  settings.updates = folder_ / "updates";
   settings.certificate = certificate_;
   server_ = std::make_unique<Server>(settings, *store_, *log_, limits_);
   port_ = server_->port();
