@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "relay/h264_stream.h"
 #include "relay/secrets.h"
 #include "relay/wire.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::size_t kIdBytes = 16;
 constexpr std::size_t kSecretBytes = 32;
+constexpr std::size_t kStampSize = 8;  // bytes in front of a frame's picture
 // A refused log-in is closed quickly: the agent forgets its identity and dials again, to enrol.
 constexpr std::chrono::milliseconds kRefusalDeadline{1000};
 
@@ -178,6 +180,8 @@ class AgentSession {
       }
       co_return;
     }
+    if (header.type == Msg::StreamConfig) stream_ = {};
+    if (header.type == Msg::StreamFrame) complete_frame(header.session, message);
     const auto browser = session->console->socket;
     browser->send_binary(std::make_shared<const Bytes>(std::move(message)), header.session);
     if (!browser->full()) co_return;
@@ -187,9 +191,20 @@ class AgentSession {
     peer_->socket->count_as_heard();
   }
 
+  // Only the parameter sets of an H.264 stream change on their way.
+  void complete_frame(std::uint32_t session, Bytes& message) {
+    const std::size_t size = message.size();
+    if (!stream_.pass(message, kEnvelopeHeaderSize + kStampSize)) {
+      log("the pictures of its H.264 stream come out of order");
+      peer_->socket->send_binary(json_envelope(Msg::KeyframeRequest, session, "{}"));
+    }
+    if (message.size() != size) set_payload_length(message);
+  }
+
   AgentContext& context_;
   const std::shared_ptr<AgentPeer> peer_;
   const std::string source_;
+  H264Stream stream_;
   bool greeted_ = false;
   bool strange_logged_ = false;
 };

@@ -21,6 +21,12 @@ std::optional<EnvelopeHeader> read_header(const Bytes& message) {
   return EnvelopeHeader{static_cast<Msg>(message[0]), big_endian(&message[2])};
 }
 
+void set_payload_length(Bytes& message) {
+  const auto length = static_cast<std::uint32_t>(message.size() - kEnvelopeHeaderSize);
+  for (std::size_t i = 0; i < 4; ++i)
+    message[6 + i] = static_cast<std::uint8_t>(length >> (24 - 8 * i));
+}
+
 std::shared_ptr<const Bytes> json_envelope(Msg type, std::uint32_t session, std::string_view json) {
   return std::make_shared<const Bytes>(encode_envelope(
       type, session, reinterpret_cast<const unsigned char*>(json.data()), json.size(), kJsonPayload));

@@ -1,4 +1,4 @@
-// Envelopes as the relay handles them: it looks at the header and passes the payload on as it came.
+// Envelopes as the relay handles them: it looks at the header and hardly ever at the payload.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +25,9 @@ struct EnvelopeHeader {
 // agent's own decoding it knows no largest payload: an agent's clipboard may come in one envelope of tens of
 // megabytes.
 std::optional<EnvelopeHeader> read_header(const Bytes& message);
+
+// Makes the header of a whole envelope fit the bytes behind it.
+void set_payload_length(Bytes& message);
 
 // An envelope with a JSON payload. The agent's reader is primitive: `json` is to be flat, without Unicode
 // escapes.
