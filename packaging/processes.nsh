@@ -1,0 +1,105 @@
+; Running agents: ending those that run from the installation folder, in whichever session, and starting one for the
+; user at the screen.
+
+!define PROCESS_ENTRY_SIZE 568 ; a PROCESSENTRY32W of 64-bit Windows
+!define END_PATIENCE 10000 ; milliseconds
+
+!macro PROCESS_FUNCTIONS UN
+
+; $0: the id of a process, which is ended if it is an agent of $INSTDIR.
+Function ${UN}EndIfAgent
+  Push $1
+  Push $2
+  System::Call 'kernel32::OpenProcess(i 0x101001, i 0, i r0) p .r1' ; terminate, wait, and ask for the name
+  ${If} $1 != 0
+    StrCpy $2 ""
+    System::Call 'kernel32::QueryFullProcessImageNameW(p r1, i 0, w .r2, *i ${NSIS_MAX_STRLEN}) i'
+    ${If} $2 == "$INSTDIR\${AGENT_FILE}"
+      System::Call 'kernel32::TerminateProcess(p r1, i 0) i'
+      System::Call 'kernel32::WaitForSingleObject(p r1, i ${END_PATIENCE}) i'
+    ${EndIf}
+    System::Call 'kernel32::CloseHandle(p r1)'
+  ${EndIf}
+  Pop $2
+  Pop $1
+FunctionEnd
+
+Function ${UN}EndAgents
+  Push $0
+  Push $1
+  Push $2
+  Push $3
+  System::Call 'kernel32::CreateToolhelp32Snapshot(i 2, i 0) p .r1'
+  System::Alloc ${PROCESS_ENTRY_SIZE}
+  Pop $2
+  System::Call '*$2(i ${PROCESS_ENTRY_SIZE})'
+  System::Call 'kernel32::Process32FirstW(p r1, p r2) i .r3'
+  ${While} $3 != 0
+    System::Call '*$2(i, i, i .r0)'
+    Call ${UN}EndIfAgent
+    System::Call 'kernel32::Process32NextW(p r1, p r2) i .r3'
+  ${EndWhile}
+  System::Free $2
+  System::Call 'kernel32::CloseHandle(p r1)'
+  Pop $3
+  Pop $2
+  Pop $1
+  Pop $0
+FunctionEnd
+
+!macroend
+
+!macro PROCESS_START_FUNCTIONS
+
+; Starts $0 with the rights of the desktop's shell, so that the agent does not inherit the installer's; $0 becomes 1
+; if that worked, otherwise 0.
+Function StartAsShell
+  Push $1
+  Push $2
+  Push $3
+  Push $4
+  Push $5
+  StrCpy $4 0
+  System::Call 'user32::GetShellWindow() p .r1'
+  System::Call 'user32::GetWindowThreadProcessId(p r1, *i 0 .r2) i'
+  System::Call 'kernel32::OpenProcess(i 0x400, i 0, i r2) p .r1'
+  ${If} $1 != 0
+    System::Call 'advapi32::OpenProcessToken(p r1, i 2, *p 0 .r2) i'
+    System::Call 'advapi32::DuplicateTokenEx(p r2, i 0x2000000, p 0, i 2, i 1, *p 0 .r3) i'
+    System::Alloc 128 ; a STARTUPINFOW of 104 bytes and a PROCESS_INFORMATION of 24
+    Pop $5
+    System::Call '*$5(i 104)'
+    IntPtrOp $1 $5 + 104
+    System::Call 'advapi32::CreateProcessWithTokenW(p r3, i 0, p 0, w r0, i 0, p 0, p 0, p r5, p r1) i .r4'
+    System::Free $5
+  ${EndIf}
+  StrCpy $0 $4
+  Pop $5
+  Pop $4
+  Pop $3
+  Pop $2
+  Pop $1
+FunctionEnd
+
+; A deployment tool in the services' session has no screen to start an agent on.
+Function StartAgent
+  Push $0
+  Push $1
+  System::Call 'kernel32::GetCurrentProcessId() i .r0'
+  System::Call 'kernel32::ProcessIdToSessionId(i r0, *i 0 .r1) i'
+  ${If} $1 != 0
+    StrCpy $1 '"$INSTDIR\${AGENT_FILE}"'
+    ${If} ${Silent}
+      StrCpy $1 '$1 --unattended'
+    ${EndIf}
+    StrCpy $0 $1
+    Call StartAsShell
+    ${If} $0 == 0
+      Exec $1
+    ${EndIf}
+  ${EndIf}
+  Pop $1
+  Pop $0
+FunctionEnd
+
+!macroend

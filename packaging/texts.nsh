@@ -1,0 +1,31 @@
+; What the installer says beyond NSIS's own pages.
+
+!macro TEXT NAME ENGLISH ICELANDIC
+  LangString ${NAME} ${LANG_ENGLISH} "${ENGLISH}"
+  LangString ${NAME} ${LANG_ICELANDIC} "${ICELANDIC}"
+!macroend
+
+!insertmacro TEXT TextProduct "Maravek Remote Support" "Maravek Fjaraðstoð"
+!insertmacro TEXT TextAgent "Agent" "Forrit"
+!insertmacro TEXT TextAgentHelp "The program that connects this machine." "Forritið sem tengir þessa tölvu."
+!insertmacro TEXT TextService "Service" "Þjónusta"
+!insertmacro TEXT TextServiceHelp \
+  "Keeps the program running for whoever is logged on, also after a restart." \
+  "Heldur forritinu gangandi fyrir þann sem er skráður inn, líka eftir endurræsingu."
+!insertmacro TEXT TextStartMenu "Start menu entry" "Færsla í upphafsvalmynd"
+!insertmacro TEXT TextStartMenuHelp "An entry for all users." "Færsla fyrir alla notendur."
+!insertmacro TEXT TextNoSpace \
+  "The files could not be written. Nothing was changed." \
+  "Ekki tókst að skrifa skrárnar. Engu var breytt."
+!insertmacro TEXT TextInUse \
+  "The program is in use and could not be replaced. The installed version stays as it was." \
+  "Forritið er í notkun og ekki var hægt að skipta því út. Uppsetta útgáfan er óbreytt."
+!insertmacro TEXT TextStillInUse \
+  "The program is in use and could not be removed." \
+  "Forritið er í notkun og ekki var hægt að fjarlægja það."
+!insertmacro TEXT TextServiceFailed \
+  "The service could not be set up." \
+  "Ekki tókst að setja upp þjónustuna."
+!insertmacro TEXT TextAlreadyRunning \
+  "The installation is running already." \
+  "Uppsetningin er þegar í gangi."
