@@ -1,0 +1,154 @@
+// The unmodified executable as a service of Wine's own service manager: installed, supervised, stopped,
+// removed.
+#include "e2e/redirect_fixture.h"
+
+namespace vantelink_test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr char kChild[] = "--from-service";
+constexpr char kHost[] = "VantelinkAgent.exe --service";
+constexpr int kMenuExit = 40003;
+constexpr milliseconds kPollInterval{5000};  // anything faster was not found by polling
+
+class ServiceTest : public RedirectTest {
+ protected:
+  // Runs one of the two switches and presses the box away; its title and text.
+  std::string switch_says(const std::string& name, const std::string& program = kAgent) const {
+    const int pid = desk->spawn({program, name});
+    std::vector<SeenWindow> box;
+    EXPECT_TRUE(eventually([&] {
+      box = windows_on(*desk, {kDialog});
+      return box.size() >= 3 && box.front().visible;
+    })) << "no box";
+    std::string text;
+    for (const SeenWindow& window : box)
+      if (!window.child || window.id == 65535) text += window.text + '|';
+    for (const SeenWindow& window : box)
+      if (window.type == "Button") click(*desk, window);
+    EXPECT_TRUE(eventually([&] { return ::kill(pid, 0) != 0; })) << "the box stays";
+    return text;
+  }
+  std::string install() const { return switch_says("--install-service"); }
+  std::string uninstall() const { return switch_says("--uninstall-service"); }
+
+  std::string query() const { return desk->output({"sc", "query", "VantelinkAgent"}); }
+  std::string image_path() const {
+    return desk->output(
+        {"reg", "query", "HKLM\\System\\CurrentControlSet\\Services\\VantelinkAgent", "/v", "ImagePath"});
+  }
+
+  int child() const {
+    std::vector<int> found;
+    EXPECT_TRUE(eventually([&] { return !(found = processes(kChild)).empty(); })) << "there is no child";
+    return found.empty() ? 0 : found.front();
+  }
+};
+
+constexpr char kInstalled[] = "Maravek|Service installed and started.|";
+
+TEST_F(ServiceTest, InstallsStartsAndBringsAHiddenAgentToTheDesktop) {
+  EXPECT_EQ(install(), kInstalled);
+  const auto peer = greeted();
+  const std::string state = query();
+  EXPECT_NE(state.find("TYPE               : 10  WIN32_OWN_PROCESS"), std::string::npos) << state;
+  EXPECT_NE(state.find("STATE              : 4  RUNNING"), std::string::npos) << state;
+  EXPECT_NE(image_path().find("VantelinkAgent.exe\" --service"), std::string::npos) << image_path();
+  EXPECT_EQ(processes(kHost).size(), 1u);
+  EXPECT_EQ(processes("VantelinkAgent.exe --unattended --from-service").size(), 1u);
+  const auto windows = windows_on(*desk, {kAgentWindow});
+  ASSERT_FALSE(windows.empty());
+  EXPECT_FALSE(windows.front().visible);
+}
+
+TEST_F(ServiceTest, KilledAgentComesBackAtOnce) {
+  install();
+  auto peer = greeted();
+  for (int i = 0; i < 3; ++i) {
+    const int killed = child();
+    const auto begin = Clock::now();
+    ::kill(killed, SIGKILL);
+    EXPECT_TRUE(eventually([&] {
+      const auto now = processes(kChild);
+      return !now.empty() && now.front() != killed;
+    }));
+    EXPECT_LT(Clock::now() - begin, kPollInterval - milliseconds(500)) << "found by polling";
+    peer = greeted();
+  }
+}
+
+TEST_F(ServiceTest, ExitInTheTrayOnlyBringsANewAgent) {
+  install();
+  const auto peer = greeted();
+  const int first = child();
+  post(*desk, kCommand, kMenuExit, 0);
+  EXPECT_TRUE(peer->wait_closed());
+  greeted();
+  EXPECT_NE(child(), first);
+}
+
+TEST_F(ServiceTest, StopEndsTheAgentWithinAMomentAndStartBringsItBack) {
+  install();
+  const auto peer = greeted();
+  desk->output({"sc", "stop", "VantelinkAgent"});
+  const auto begin = Clock::now();
+  EXPECT_TRUE(gone(kChild));
+  EXPECT_LT(Clock::now() - begin, milliseconds(1000));
+  EXPECT_TRUE(gone(kHost));
+  EXPECT_NE(query().find("STATE              : 1  STOPPED"), std::string::npos) << query();
+  EXPECT_FALSE(server_->has_client(milliseconds(300)));
+  desk->output({"sc", "start", "VantelinkAgent"});
+  greeted();
+}
+
+TEST_F(ServiceTest, SecondInstallationKeepsTheFirstPath) {
+  install();
+  greeted();
+  const std::string path = image_path();
+  const std::string copy = desk->folder() + "/VantelinkAgent.exe";
+  std::filesystem::copy_file(kAgent, copy);
+  EXPECT_EQ(switch_says("--install-service", copy), kInstalled);
+  EXPECT_EQ(image_path(), path);
+  EXPECT_EQ(processes(kHost).size(), 1u);
+}
+
+TEST_F(ServiceTest, RemovalEndsItAllAndFailsWhereNothingIsInstalled) {
+  EXPECT_EQ(uninstall(), "Maravek|Service removal failed.|");
+  install();
+  const auto peer = greeted();
+  EXPECT_EQ(uninstall(), "Maravek|Service removed.|");
+  EXPECT_TRUE(gone(kChild));
+  EXPECT_TRUE(gone(kHost));
+  EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
+  EXPECT_EQ(uninstall(), "Maravek|Service removal failed.|");
+}
+
+// A service that finds an agent in the session starts one copy after the other, and each raises the first
+// one's window: no delay, no end.
+TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
+  desk->spawn({kAgent, "--unattended"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
+  const auto peer = greeted();
+  ASSERT_FALSE(windows_on(*desk, {kAgentWindow}).front().visible);
+  install();
+  EXPECT_TRUE(eventually([&] { return windows_on(*desk, {kAgentWindow}).front().visible; }));
+  std::vector<int> seen;
+  const auto begin = Clock::now();
+  EXPECT_TRUE(eventually([&] {
+    for (const int pid : processes(kChild))
+      if (std::find(seen.begin(), seen.end(), pid) == seen.end()) seen.push_back(pid);
+    return seen.size() >= 3;
+  }));
+  EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "one copy a poll";
+  EXPECT_FALSE(server_->has_client(milliseconds(100))) << "a copy connected";
+}
+
+// Wine may take ten seconds over it.
+TEST_F(ServiceTest, StartedByHandItEndsWithoutAWord) {
+  EXPECT_EQ(desk->exec({kAgent, "--host=x--service"}), 0) << "found inside another word too";
+  EXPECT_TRUE(windows_on(*desk, {kAgentWindow, kDialog}).empty());
+}
+
+}  // namespace
+}  // namespace vantelink_test
