@@ -186,7 +186,10 @@ class AgentSession {
     browser->send_binary(std::make_shared<const Bytes>(std::move(message)), header.session);
     if (!browser->full()) co_return;
     peer_->paused = true;
-    co_await browser->room();
+    // Only as long as the session lasts: one that ended as too slow must not keep the machine from others.
+    while (browser->full() && !browser->closing() && context_.hub.find(header.session)) {
+      co_await browser->change();
+    }
     peer_->paused = false;
     peer_->socket->count_as_heard();
   }

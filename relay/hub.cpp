@@ -117,7 +117,10 @@ void Hub::end_other_logins(const std::string& representative, const std::vector<
 }
 
 std::uint32_t Hub::new_number() {
-  if (++last_number_ == 0) ++last_number_;
+  // A session's number is also its messages' tag, so the list's tag is left out.
+  do {
+    ++last_number_;
+  } while (last_number_ == 0 || last_number_ == kListTag);
   return last_number_;
 }
 

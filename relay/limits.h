@@ -17,6 +17,7 @@ struct Limits {
   std::chrono::milliseconds agent_silence{45'000};
   std::chrono::milliseconds consent{120'000};      // for the local user's answer
   std::chrono::milliseconds slow_browser{15'000};  // a browser that reads nothing loses its sessions
+  std::chrono::milliseconds idle_browser{60'000};  // pinged after half of it, gone when nothing comes back
   std::chrono::milliseconds dead_browser{30'000};  // and then its connection
   // How long a refused agent is kept waiting before its connection is closed. It dials again 500 ms after
   // each close, so that this pause is all that paces it.

@@ -13,6 +13,7 @@ namespace {
 using namespace vlk::relay;
 
 constexpr int kUsage = 2;
+constexpr std::size_t kShortestPassword = 10;  // bytes
 
 // The data folder with its database; the folder is the owner's alone.
 std::string database_file(const std::string& data) {
@@ -27,6 +28,9 @@ std::string database_file(const std::string& data) {
 std::string take_password(const std::string& user) {
   std::string password;
   std::getline(std::cin, password);
+  if (!password.empty() && password.size() < kShortestPassword) {
+    throw std::runtime_error("a password needs at least 10 characters; nothing was changed");
+  }
   if (!password.empty()) return password;
   password = random_password();
   std::cout << "The password of \"" << user << "\" is " << password << "\n";

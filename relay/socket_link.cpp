@@ -69,7 +69,7 @@ void SocketLink::discard(std::uint32_t tag) {
     queued_bytes_ -= message.bytes->size();
     return true;
   });
-  if (!full()) room_.cancel();
+  room_.cancel();
 }
 
 void SocketLink::start_writer() {
@@ -143,6 +143,11 @@ void SocketLink::end(const std::string& reason) {
   if (!closing_) end_reason_ = reason;
   closing_ = true;
   room_.cancel();
+}
+
+asio::awaitable<void> SocketLink::change() {
+  const auto self = shared_from_this();
+  co_await room_.async_wait(kAsTuple);
 }
 
 asio::awaitable<void> SocketLink::room() {

@@ -57,6 +57,8 @@ class SocketLink : public std::enable_shared_from_this<SocketLink> {
   bool full() const { return queued_bytes_ > queue_bytes_; }
   // Returns when the queue is no longer full or the link is closing.
   boost::asio::awaitable<void> room();
+  // Returns when one of the two may have become true, or when messages were discarded.
+  boost::asio::awaitable<void> change();
 
   // How long no byte of what waits could be sent; zero when nothing waits.
   Clock::duration write_stall(Clock::time_point now) const;

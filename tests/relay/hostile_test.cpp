@@ -1,6 +1,7 @@
 // Bad input on every endpoint: refused with a word or a closed connection, and nothing else disturbed.
 #include <fstream>
 
+#include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
 #include "support/raw_agent.h"
 
@@ -197,6 +198,8 @@ TEST_F(HostileTest, EnrolmentsFromOneAddressAreLimited) {
 TEST_F(HostileTest, DatabaseHoldsNoSecretInClear) {
   const auto agent = connect_agent("Sæfari");
   const std::string cookie = log_in();
+  const std::string secret = vantelink_fakes::saved_config().agent_secret;
+  ASSERT_EQ(secret.size(), 43u);
   stop();
   std::string all;
   for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
@@ -205,6 +208,7 @@ TEST_F(HostileTest, DatabaseHoldsNoSecretInClear) {
   }
   EXPECT_EQ(all.find(kPassword), std::string::npos);
   EXPECT_EQ(all.find(cookie), std::string::npos);
+  EXPECT_EQ(all.find(secret), std::string::npos);
   EXPECT_NE(all.find("argon2id"), std::string::npos);
   start();
 }
