@@ -3,19 +3,12 @@
 
 #include <openssl/pem.h>
 
-#include <boost/asio/read.hpp>
-#include <boost/asio/write.hpp>
-#include <boost/beast/core/buffers_to_string.hpp>
 #include <chrono>
 #include <fstream>
 
 #include "fakes/fakes.h"
 #include "relay/secrets.h"
-
-namespace asio = boost::asio;
-namespace beast = boost::beast;
-namespace http = beast::http;
-namespace websocket = beast::websocket;
+#include "relay/server.h"
 
 namespace vlk::relay {
 namespace {
@@ -46,111 +39,8 @@ std::vector<unsigned char> der_of(const std::string& file) {
 
 }  // namespace
 
-Browser::Browser(unsigned short port) : port_(port) {}
-
-std::unique_ptr<Browser::Tls> Browser::connect() {
-  auto stream = std::make_unique<Tls>(io_, tls_);
-  beast::get_lowest_layer(*stream).expires_never();
-  beast::get_lowest_layer(*stream).connect({asio::ip::address_v4::loopback(), port_});
-  stream->handshake(asio::ssl::stream_base::client);
-  return stream;
-}
-
-Browser::Answer Browser::request(const std::string& method, const std::string& target,
-                                 const std::string& body, const std::string& cookie,
-                                 const std::string& origin) {
-  const auto stream = connect();
-  http::request<http::string_body> request;
-  request.method_string(method);
-  request.target(target);
-  request.version(11);
-  request.set(http::field::host, "localhost:" + std::to_string(port_));
-  if (!cookie.empty()) request.set(http::field::cookie, "other=1; vantelink_session=" + cookie);
-  if (!origin.empty()) request.set(http::field::origin, origin);
-  request.body() = body;
-  request.prepare_payload();
-  http::write(*stream, request);
-  beast::flat_buffer buffer;
-  http::response<http::string_body> response;
-  http::read(*stream, buffer, response);
-  Answer answer{response.result_int(), Json::parse(response.body(), nullptr, false), {}, response.body()};
-  const std::string set(response[http::field::set_cookie]);
-  const std::string prefix = "vantelink_session=";
-  if (set.starts_with(prefix)) answer.cookie = set.substr(prefix.size(), set.find(';') - prefix.size());
-  return answer;
-}
-
-std::string Browser::raw(const std::string& bytes) {
-  const auto stream = connect();
-  beast::error_code error;
-  asio::write(*stream, asio::buffer(bytes), error);
-  std::string answer;
-  asio::read(*stream, asio::dynamic_buffer(answer), error);
-  return answer;
-}
-
-bool Browser::open_console(const std::string& cookie, unsigned& status, const std::string& origin) {
-  socket_ = std::make_unique<websocket::stream<Tls>>(std::move(*connect()));
-  socket_->set_option(websocket::stream_base::decorator([&](websocket::request_type& request) {
-    if (!cookie.empty()) request.set(http::field::cookie, "vantelink_session=" + cookie);
-    if (!origin.empty()) request.set(http::field::origin, origin);
-    request.set(http::field::sec_websocket_protocol, "vantelink.console.v1");
-  }));
-  websocket::response_type response;
-  beast::error_code error;
-  socket_->handshake(response, "localhost:" + std::to_string(port_), "/console", error);
-  status = response.result_int();
-  socket_->read_message_max(0);
-  return !error;
-}
-
-void Browser::send(const Json& message) {
-  socket_->text(true);
-  socket_->write(asio::buffer(message.dump()));
-}
-
-void Browser::send_envelope(Msg type, std::uint32_t session, const std::string& payload) {
-  const auto bytes = encode_envelope(type, session, reinterpret_cast<const unsigned char*>(payload.data()),
-                                     payload.size(), 1);
-  send_bytes({bytes.begin(), bytes.end()});
-}
-
-void Browser::send_bytes(const std::string& bytes) {
-  socket_->binary(true);
-  socket_->write(asio::buffer(bytes));
-}
-
-Json Browser::read_text(const std::string& type) {
-  for (;;) {
-    beast::flat_buffer buffer;
-    socket_->read(buffer);
-    if (!socket_->got_text()) continue;
-    Json message = Json::parse(beast::buffers_to_string(buffer.data()));
-    if (message["type"] == type) return message;
-  }
-}
-
-Envelope Browser::read_envelope(Msg type) {
-  for (;;) {
-    beast::flat_buffer buffer;
-    socket_->read(buffer);
-    if (socket_->got_text()) continue;
-    Envelope envelope;
-    if (!decode_envelope(static_cast<const unsigned char*>(buffer.data().data()), buffer.size(), envelope)) {
-      throw std::runtime_error("the relay sent a binary message that is no envelope");
-    }
-    if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
-  }
-}
-
-unsigned Browser::wait_closed() {
-  beast::error_code error;
-  while (!error) {
-    beast::flat_buffer buffer;
-    socket_->read(buffer, error);
-  }
-  return socket_->reason().code;
-}
+RelayTest::RelayTest() = default;
+RelayTest::~RelayTest() = default;
 
 void RelayTest::SetUp() {
   start_sodium();
