@@ -60,7 +60,14 @@ class AgentTest : public testing::Test {
     pid_ = desk->spawn(program, environment);
     return server_->accept_upgraded();
   }
-  bool running() const { return pid_ != 0 && ::kill(pid_, 0) == 0; }
+  // Not so for a process that has ended and waits to be collected.
+  bool running() const {
+    std::ifstream status("/proc/" + std::to_string(pid_) + "/stat");
+    std::string text;
+    std::getline(status, text);
+    const std::size_t name_end = text.rfind(')');
+    return name_end != std::string::npos && text.find_first_of("ZX", name_end) != name_end + 2;
+  }
   void end_agent() {
     if (running()) ::kill(pid_, SIGKILL);
     EXPECT_TRUE(eventually([&] { return !running(); }));

@@ -40,7 +40,9 @@ TEST_F(DuplicationStream, ShowsTheDesktopInOrderThroughPaddedRows) {
     EXPECT_GT(shown.at(0), last);
     last = shown.at(0);
   }
-  EXPECT_NE(desk->debug_log().find("capture: DXGI duplication started hr=0x00000000\n"), std::string::npos);
+  const std::string log = desk->debug_log();
+  EXPECT_NE(log.find("capture: DXGI duplication started hr=0x00000000\n"), std::string::npos);
+  EXPECT_NE(log.find("encoder: no H.264 encoder MFT found hr=0x00000000\n"), std::string::npos);
   EXPECT_EQ((*desktop)->misuses, 0);
 }
 

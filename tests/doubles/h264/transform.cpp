@@ -288,7 +288,10 @@ HRESULT EncoderTransform::Take(IMFSample* sample, Input& input) const {
 
 HRESULT EncoderTransform::ProcessInput(DWORD, IMFSample* sample, DWORD) {
   if (locked()) return MF_E_TRANSFORM_ASYNC_LOCKED;
-  if (codec_board().process_input_result != 0) return codec_board().process_input_result;
+  if (const HRESULT result = codec_board().process_input_result; result != 0) {
+    if (async()) Tell(METransformNeedInput);  // it still wants one
+    return result;
+  }
   if (!engine_) return MF_E_TRANSFORM_TYPE_NOT_SET;
   Input input;
   if (const HRESULT result = Take(sample, input); FAILED(result)) return result;
