@@ -135,6 +135,17 @@ int print_class_at(const wchar_t* x, const wchar_t* y) {
   return 0;
 }
 
+// Opens the file so that nobody can replace or delete it, and stays; `marker` appears when that is done.
+int hold(const wchar_t* path, const wchar_t* marker) {
+  const vlk::UniqueKernelHandle file(
+      CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+  if (file.get() == INVALID_HANDLE_VALUE) return 1;
+  const vlk::UniqueKernelHandle done(
+      CreateFileW(marker, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  Sleep(INFINITE);
+  return 0;
+}
+
 int usage() {
   std::fputs(
       "Usage: probe windows CLASS...   the top-level windows of these classes and their children\n"
@@ -142,7 +153,8 @@ int usage() {
       "       probe type ID TEXT       sets the text of one of the agent's controls\n"
       "       probe post MESSAGE WPARAM LPARAM   posts a message to the agent's window\n"
       "       probe registry           the agent's settings and its autostart entry\n"
-      "       probe forget             deletes both\n",
+      "       probe forget             deletes both\n"
+      "       probe hold FILE MARKER   keeps a file in use until it is killed; makes MARKER once it is\n",
       stderr);
   return 2;
 }
@@ -156,6 +168,7 @@ int wmain(int count, wchar_t** words) {
   if (verb == L"at" && count == 4) return print_class_at(words[2], words[3]);
   if (verb == L"registry" && count == 2) return print_registry();
   if (verb == L"forget" && count == 2) return forget();
+  if (verb == L"hold" && count == 4) return hold(words[2], words[3]);
   if (verb == L"type" && count == 4) {
     const HWND control = GetDlgItem(agent, static_cast<int>(std::wcstol(words[2], nullptr, 10)));
     return ask(control, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(words[3])) == TRUE ? 0 : 1;

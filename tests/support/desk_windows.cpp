@@ -81,6 +81,13 @@ void type_into(const Desk& desk, int id, const std::string& text) {
   probe_lines(desk, {"type", std::to_string(id), text});
 }
 
+int hold_file(const Desk& desk, const std::string& path) {
+  const std::string marker = desk.folder() + "/held";
+  const int pid = desk.spawn({kProbe, "hold", path, marker});
+  desk.host("timeout 60 bash -c \"until [ -e '" + marker + "' ]; do sleep 0.05; done\"; rm '" + marker + "'");
+  return pid;
+}
+
 void post(const Desk& desk, unsigned message, unsigned wparam, int lparam) {
   probe_lines(desk, {"post", std::to_string(message), std::to_string(wparam), std::to_string(lparam)});
 }

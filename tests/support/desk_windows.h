@@ -38,6 +38,10 @@ std::string window_at(const Desk& desk, int x, int y);
 // Sets the text of one of the agent's controls.
 void type_into(const Desk& desk, int id, const std::string& text);
 
+// Keeps a file, named as Windows names it, in use until the process whose id on this host is the result is
+// killed.
+int hold_file(const Desk& desk, const std::string& path);
+
 // Posts a message to the agent's window.
 void post(const Desk& desk, unsigned message, unsigned wparam, int lparam);
 
