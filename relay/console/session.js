@@ -4,17 +4,16 @@ import { Displays } from './displays.js';
 import { byId } from './dom.js';
 import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from './envelope.js';
 import { Hands } from './hands.js';
-import { JpegPlayer } from './jpeg_player.js';
 import { inSentence, nameOf } from './names.js';
 import { Overlay } from './overlay.js';
+import { Picture } from './picture.js';
 import { Screen } from './screen.js';
 import { RateMeter } from './status.js';
 import { texts } from './texts.js';
-import { attachTools, layOut, showStatus } from './tools.js';
+import { attachTools, layOut, showCodec, showStatus } from './tools.js';
 
 const BITRATE = 6_000_000;
 const STATUS_EVERY_MS = 500;
-const STAMP_BYTES = 8;
 /** Ends after which the machine is expected to come back by itself. */
 const COMES_BACK = ['agent-gone', 'replaced'];
 
@@ -37,7 +36,7 @@ export class SessionView extends EventTarget {
     this.monitor = 0;
     this.meter = new RateMeter();
     this.screen = new Screen(byId('screen'), { onFrame: () => this.drawn(), onSize: () => layOut(this) });
-    this.jpeg = new JpegPlayer(this.screen);
+    this.picture = new Picture(this.screen, { send: (type, value) => this.sendJson(type, value), onChange: () => showCodec(this) });
     this.overlay = new Overlay({ again: () => this.ask(), giveUp: () => this.leave(), back: () => this.leave() });
     this.displays = new Displays(byId('monitor-picker'), (monitor) => this.selectMonitor(monitor));
     this.hands = new Hands({ canvas: this.screen.canvas, catcher: byId('key-catcher'),
@@ -45,7 +44,7 @@ export class SessionView extends EventTarget {
     /** @type {Map<number, (payload: Uint8Array, envelope: object) => void>} what to do with the machine's messages */
     this.handlers = new Map([
       [Msg.StreamFrame, (payload) => this.showFrame(payload)],
-      [Msg.StreamConfig, (payload) => this.configured(readJson(payload))],
+      [Msg.StreamConfig, (payload) => this.picture.configured(readJson(payload))],
       [Msg.Thumbnail, (payload) => this.displays.add(payload)],
     ]);
     attachTools(this);
@@ -141,6 +140,7 @@ export class SessionView extends EventTarget {
     this.meter.restart();
     this.sendJson(Msg.StreamStart, { monitor_id: this.monitor, max_fps: Number(byId('max-fps').value), bitrate: BITRATE });
     this.sendPointer();
+    this.picture.started();
   }
 
   sendPointer() {
@@ -167,7 +167,7 @@ export class SessionView extends EventTarget {
     const was = this.accepted;
     this.hands.enabled = false;
     this.state = state;
-    this.jpeg.drop();
+    this.picture.drop();
     if (was) this.dispatchEvent(new Event('over'));
   }
 
@@ -188,13 +188,7 @@ export class SessionView extends EventTarget {
   /** @private */
   showFrame(/** @type {Uint8Array} */ payload) {
     this.meter.add(payload.length);
-    this.jpeg.show(payload.subarray(STAMP_BYTES));
-  }
-
-  /** @private This console shows JPEG; another codec is answered by asking for that. */
-  configured(/** @type {Record<string, unknown> | null} */ config) {
-    this.jpeg.drop();
-    if (config?.codec === 'h264') this.sendJson(Msg.CodecSelect, { codec: 'mjpeg' });
+    this.picture.frame(payload);
   }
 
   /** @private */

@@ -37,6 +37,7 @@ export const english = {
   picture: 'Picture',
   rate: 'Pictures a second',
   codec: 'Encoding',
+  notInThisBrowser: 'not in this browser',
   showPointer: 'Show the machine’s pointer',
   actualSize: 'Actual size',
   restartPicture: 'Restart the picture',

@@ -43,6 +43,7 @@ export const icelandic = {
   picture: 'Mynd',
   rate: 'Myndir á sekúndu',
   codec: 'Kóðun',
+  notInThisBrowser: 'ekki í þessum vafra',
   showPointer: 'Sýna bendil tölvunnar',
   actualSize: 'Raunstærð',
   restartPicture: 'Endurræsa myndina',

@@ -18,6 +18,7 @@ export function attachTools(/** @type {SessionView} */ session) {
   on('session-end', 'click', () => session.leave());
   on('max-fps', 'change', () => session.startStream());
   on('picture-restart', 'click', () => session.startStream());
+  on('codec', 'change', () => session.picture.choose(byId('codec').value));
   on('show-pointer', 'change', () => session.sendPointer());
   on('view-only', 'change', () => session.setHands());
   on('key-mode', 'change', () => hands.setMode(byId('key-mode').value));
@@ -55,10 +56,19 @@ export function layOut(/** @type {SessionView} */ { screen }) {
   canvas.style.height = `${size.height}px`;
 }
 
-export function showStatus(/** @type {SessionView} */ { accepted, meter, link, screen }) {
+/** What is asked for; what the browser cannot play cannot be chosen. */
+export function showCodec(/** @type {SessionView} */ { picture }) {
+  const h264 = byId('codec').querySelector('[value=h264]');
+  h264.disabled = !picture.hasH264;
+  h264.textContent = picture.hasH264 ? 'H.264' : `H.264 (${texts.notInThisBrowser})`;
+  byId('codec').value = picture.wanted;
+}
+
+export function showStatus(/** @type {SessionView} */ { accepted, meter, link, screen, picture }) {
   const { framesPerSecond, kilobytesPerSecond } = meter.read();
   const { width, height } = screen.canvas;
   const parts = [texts.status(framesPerSecond, kilobytesPerSecond, wholeRoundTrip(link.browserTrip, link.machineTrip))];
+  if (picture.codec) parts.unshift(picture.codec === 'h264' ? 'H.264' : 'JPEG');
   if (screen.drawn) parts.unshift(`${width} × ${height}`);
   if (link.unstable) parts.push(texts.unstable);
   byId('status-line').textContent = accepted ? parts.join(' · ') : '';

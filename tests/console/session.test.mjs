@@ -100,7 +100,7 @@ test('the status line tells size, pictures and bytes a second, and the round tri
   t.after(() => clearInterval(stop));
   const line = page.page.locator('#status-line');
   await until('all of it is there', async () => {
-    const found = /^640 × 360 · (\d+) frames\/s · (\d+) kB\/s · (\d+) ms round trip$/.exec(await line.innerText());
+    const found = /^640 × 360 · JPEG · (\d+) frames\/s · (\d+) kB\/s · (\d+) ms round trip$/.exec(await line.innerText());
     return found && Number(found[1]) >= 4 && Number(found[2]) >= 1 && Number(found[3]) < 5000;
   });
   clearInterval(stop);

@@ -17,10 +17,11 @@ export function launch() {
 }
 
 export class ConsolePage {
-  /** @param {import('playwright-core').BrowserContextOptions} [options] */
-  static async opened(browser, relay, options = {}) {
+  /** @param {import('playwright-core').BrowserContextOptions & {script?: string}} [options] script: run before the page's */
+  static async opened(browser, relay, { script = '', ...options } = {}) {
     const context = await browser.newContext({ ignoreHTTPSErrors: true, viewport: { width: 1440, height: 900 },
       locale: 'en-GB', ...options });
+    if (script) await context.addInitScript(script);
     const page = await context.newPage();
     page.setDefaultTimeout(DEADLINE_MS);
     const self = new ConsolePage(page, relay);

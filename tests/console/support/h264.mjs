@@ -1,0 +1,77 @@
+// H.264 streams for the scripted machine, of known pictures, made with ffmpeg's x264.
+import { spawnSync } from 'node:child_process';
+
+export const CARD = ['#000000', '#ffffff', '#ff0000', '#00ff00', '#0000ff', '#ffff00', '#00ffff', '#ff00ff',
+  '#808080', '#c08040', '#4080c0', '#203040', '#f0e0d0', '#10a070', '#a01050', '#60c020'];
+
+export const rgb = (colour) => [1, 3, 5].map((at) => parseInt(colour.slice(at, at + 2), 16));
+
+/** Four by four fields of those colours, as rows of red, green, blue; one colour fills all of it. */
+export function card(width, height, colours = CARD) {
+  const pixels = Buffer.alloc(width * height * 3);
+  for (let y = 0; y < height; y++) {
+    for (let x = 0; x < width; x++) {
+      const field = Math.floor((y * 4) / height) * 4 + Math.floor((x * 4) / width);
+      pixels.set(rgb(colours[field % colours.length]), (y * width + x) * 3);
+    }
+  }
+  return pixels;
+}
+
+/** The middle of each field. */
+export const middles = (width, height) => CARD.map((_, field) => ({
+  x: Math.floor(((field % 4) + 0.5) * (width / 4)), y: Math.floor((Math.floor(field / 4) + 0.5) * (height / 4)) }));
+
+const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
+
+/**
+ * As the machine's encoders do it: BT.601 in limited range, no B frames, a key frame first and wherever `keys` says. The
+ * parameter sets end with the size, as those of a system's encoders do.
+ * @param {Buffer[]} pictures of card()
+ * @param {{width: number, height: number, keys?: number[]}} how
+ * @returns {Buffer[]} one access unit a picture
+ */
+export function encode(pictures, { width, height, keys = [] }) {
+  const { status, stdout, stderr } = spawnSync('ffmpeg', ['-loglevel', 'error', '-f', 'rawvideo', '-pix_fmt', 'rgb24',
+    '-s', `${width}x${height}`, '-r', '15', '-i', '-', '-vf', 'scale=out_color_matrix=bt601:out_range=tv,format=yuv420p',
+    '-c:v', 'libx264', '-profile:v', 'main', '-qp', '12', '-force_key_frames', `expr:${keys.map((n) => `eq(n,${n})`).join('+') || 0}`,
+    '-x264-params', 'aud=1:bframes=0:sync-lookahead=0:rc-lookahead=0:scenecut=0:keyint=infinite:repeat-headers=1',
+    '-bsf:v', 'filter_units=remove_types=6', '-f', 'h264', '-'], { input: Buffer.concat(pictures), maxBuffer: 1 << 27 });
+  if (status !== 0) throw new Error(`ffmpeg: ${stderr}`);
+  const units = [];
+  for (let at = stdout.indexOf(DELIMITER); at >= 0;) {
+    const next = stdout.indexOf(DELIMITER, at + 1);
+    const unit = stdout.subarray(at, next < 0 ? stdout.length : next);
+    units.push(withoutUsability(unit));
+    at = next;
+  }
+  return units;
+}
+
+/** The access unit with its parameter set cut off where the usability information would begin (main profile only). */
+function withoutUsability(unit) {
+  const at = unit.indexOf(Buffer.from([0, 0, 1, 0x67]));
+  if (at < 0) return unit;
+  const from = at + 3;
+  const to = unit.indexOf(Buffer.from([0, 0, 1]), from);
+  const end = unit[to - 1] === 0 ? to - 1 : to;
+  const bits = [...unit.subarray(from, end)].map((byte) => byte.toString(2).padStart(8, '0')).join('');
+  let place = 32;
+  const golomb = () => {
+    const zeros = bits.indexOf('1', place) - place;
+    place += 2 * zeros + 1;
+    return parseInt(bits.slice(place - zeros - 1, place), 2) - 1;
+  };
+  golomb();
+  golomb();
+  if (golomb() === 0) golomb();
+  golomb();
+  place += 1;
+  golomb();
+  golomb();
+  place += bits[place] === '1' ? 2 : 3;
+  if (bits[place++] === '1') for (let i = 0; i < 4; i++) golomb();
+  const cut = `${bits.slice(0, place)}01`;
+  const bytes = cut.padEnd(Math.ceil(cut.length / 8) * 8, '0').match(/.{8}/g).map((byte) => parseInt(byte, 2));
+  return Buffer.concat([unit.subarray(0, from), Buffer.from(bytes), unit.subarray(end)]);
+}
