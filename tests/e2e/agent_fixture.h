@@ -49,15 +49,19 @@ class AgentTest : public testing::Test {
   void SetUp() override { server_ = std::make_unique<ScriptedServer>(*authority); }
   void TearDown() override { end_agent(); }
 
-  // Starts the agent with the server's address and returns it upgraded. `environment` holds NAME=VALUE texts.
-  std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
-                                          std::vector<std::string> environment = {}) {
+  // Starts the agent with the server's address. `environment` holds NAME=VALUE texts.
+  void launch(const std::vector<std::string>& switches = {}, std::vector<std::string> environment = {}) {
     std::vector<std::string> program = {agent_, "--host", "localhost", "--port",
                                         std::to_string(server_->port())};
     program.insert(program.end(), switches.begin(), switches.end());
     environment.insert(environment.end(),
                        {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem", "VLK_DEBUG_INPUT=1"});
     pid_ = desk->spawn(program, environment);
+  }
+  // The same, and returns its link upgraded; its look for an update finds none.
+  std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
+                                          const std::vector<std::string>& environment = {}) {
+    launch(switches, environment);
     return server_->accept_upgraded();
   }
   // Not so for a process that has ended and waits to be collected.

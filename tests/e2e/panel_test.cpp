@@ -10,11 +10,6 @@ constexpr int kMenuOpen = 40001;
 constexpr int kMenuUnattended = 40002;
 constexpr int kMenuExit = 40003;
 
-// From the window's right upper corner to the middle of a caption button, in pixels of Wine's own frame.
-constexpr int kCloseButton = 13;
-constexpr int kMinimiseButton = 47;
-constexpr int kCaptionMiddle = 11;
-
 const char kOwnPath[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
 
 // What the autostart entry holds for this executable.

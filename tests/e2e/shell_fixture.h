@@ -17,6 +17,11 @@ inline constexpr int kUnattendedCheck = 1002;
 inline constexpr int kApplyButton = 1003;
 inline constexpr int kStatusLabel = 1004;
 
+// From the window's right upper corner to the middle of a caption button, in pixels of Wine's own frame.
+inline constexpr int kCloseButton = 13;
+inline constexpr int kMinimiseButton = 47;
+inline constexpr int kCaptionMiddle = 11;
+
 inline constexpr unsigned kCommand = 0x0111;      // WM_COMMAND
 inline constexpr unsigned kAgentStatus = 0x8001;  // WM_AGENT_STATUS
 

@@ -22,7 +22,7 @@ namespace vantelink_test {
 using Milliseconds = std::chrono::milliseconds;
 
 // Every wait of a test ends here at the latest, with a failure that says what was waited for.
-inline constexpr Milliseconds kPatience{20000};
+inline constexpr Milliseconds kPatience{40000};
 
 // What the server speaks with one client. All waits have a deadline and throw std::runtime_error at its end.
 class ServerConnection {

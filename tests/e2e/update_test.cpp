@@ -1,0 +1,279 @@
+// Updates from the server's manifest to the started installer, on the unmodified executable.
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include "e2e/shell_fixture.h"
+
+namespace vantelink_test {
+namespace {
+
+using vlk::Msg;
+
+constexpr int kInstall = 101;
+constexpr int kLater = 102;
+constexpr int kSkip = 103;
+
+constexpr char kFailed[] = "Uppfærsla mistókst / Update download failed";
+
+std::string ok(const std::string& body) {
+  return "HTTP/1.1 200 OK\r\n\r\n" + body;
+}
+
+std::string offer_of(const std::string& version, const std::string& file = "Setup.exe") {
+  return ok("{\"agent_version\":\"" + version + "\",\"agent_file\":\"" + file + "\"}");
+}
+
+std::string file_text(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+class UpdateTest : public ShellTest {
+ protected:
+  void SetUp() override {
+    ShellTest::SetUp();
+    peer_ = nullptr;
+    desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/* \"$WINEPREFIX\"/drive_c/users/*/*.exe");
+  }
+
+  // Starts the agent and serves its link and its look for an update, whichever comes first.
+  void begin(const std::string& response, const std::vector<std::string>& environment = {}) {
+    launch({}, environment);
+    peer_ = nullptr;
+    check_.clear();
+    while (!peer_ || check_.empty()) {
+      auto connection = accept_request();
+      if (request_.starts_with("GET /version.json ")) {
+        check_ = request_;
+        connection->send(response);
+        connection->close();
+      } else {
+        connection->accept_upgrade();
+        peer_ = std::move(connection);
+      }
+    }
+    peer_->read_until(Msg::Enroll);
+  }
+  std::unique_ptr<ServerConnection> accept_request() {
+    auto connection = server_->accept();
+    if (!connection->handshake()) throw std::runtime_error("the TLS handshake failed");
+    request_ = connection->read_request();
+    return connection;
+  }
+
+  // The dialog and, behind it, what it holds; nothing when none stands.
+  static std::vector<SeenWindow> dialog() { return windows_on(*desk, {kDialog}); }
+  static std::vector<SeenWindow> wait_for_dialog() {
+    std::vector<SeenWindow> all;
+    EXPECT_TRUE(eventually([&] {
+      all = dialog();
+      return !all.empty() && all[0].visible;
+    }));
+    return all;
+  }
+  static bool dialog_goes() {
+    return eventually([] { return dialog().empty(); });
+  }
+  static void choose(int button) {
+    for (const SeenWindow& window : wait_for_dialog())
+      if (window.child && window.id == button) click(*desk, window);
+    EXPECT_TRUE(dialog_goes());
+  }
+  static std::vector<std::string> texts(const std::vector<SeenWindow>& windows) {
+    std::vector<std::string> all;
+    for (const SeenWindow& window : windows)
+      if (!window.text.empty()) all.push_back(window.text);
+    return all;
+  }
+  // Returns once the agent has read the manifest and handled whatever came of it.
+  static void expect_no_offer() {
+    EXPECT_TRUE(eventually([] { return desk->debug_log().find("update: manifest") != std::string::npos; }));
+    settle();
+    EXPECT_TRUE(dialog().empty());
+  }
+
+  static std::string temp() { return desk->host("echo \"$WINEPREFIX\"/drive_c/users/*/Temp") + '/'; }
+  static std::string installer() { return file_text(VANTELINK_SOURCE_DIR "/build/windows/tests/mark.exe"); }
+
+  std::unique_ptr<ServerConnection> peer_;
+  std::string check_;    // the request for the manifest
+  std::string request_;  // the last request
+};
+
+TEST_F(UpdateTest, OfferIsMadeAndPuttingItOffLeavesNothingBehind) {
+  begin(offer_of("0.1.7"));
+  const auto seen = wait_for_dialog();
+  EXPECT_EQ(texts(seen),
+            (std::vector<std::string>{"Maravek Remote Support", "Update available",
+                                      "A newer version of Maravek Remote Support is available.  (0.1.7)",
+                                      "Install", "Not right now", "Skip update"}));
+  shot("update-english");
+  EXPECT_EQ(check_,
+            "GET /version.json HTTP/1.1\r\nHost: localhost\r\nUser-Agent: Vantelink\r\nConnection: "
+            "close\r\n\r\n");
+  EXPECT_NE(
+      desk->debug_log().find("update: manifest agent_version=0.1.7 current=0.1.6 newer=1 file=Setup.exe\n"),
+      std::string::npos);
+  expect_quiet(*peer_);  // the window works on under the dialog
+  choose(kLater);
+  settle();
+  EXPECT_TRUE(registry_of(*desk).empty());
+  EXPECT_FALSE(server_->has_client(Milliseconds(0)));
+  end_agent();
+
+  begin(offer_of("0.1.7"));
+  const SeenWindow again = wait_for_dialog().at(0);
+  click(*desk, again.screen_left + again.width - kCloseButton, again.screen_top + kCaptionMiddle);
+  EXPECT_TRUE(dialog_goes());
+  settle();
+  EXPECT_TRUE(registry_of(*desk).empty()) << "closing is no answer either";
+  EXPECT_FALSE(server_->has_client(Milliseconds(0)));
+}
+
+TEST_F(UpdateTest, OfferIsIcelandicForAnIcelandicUser) {
+  begin(offer_of("1"), icelandic());
+  EXPECT_EQ(texts(wait_for_dialog()),
+            (std::vector<std::string>{"Maravek Fjaraðstoð", "Uppfærsla í boði",
+                                      "Nýrri útgáfa af Maravek fjaraðstoð er í boði.  (1)", "Setja upp",
+                                      "Ekki núna", "Sleppa uppfærslu"}));
+  shot("update-icelandic");
+}
+
+TEST_F(UpdateTest, SkippedVersionIsRememberedAndOnlyThatOne) {
+  begin(offer_of("0.3"));
+  choose(kSkip);
+  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.3"; }));
+  EXPECT_EQ(registry_of(*desk)["Unattended"], "00000000");
+  end_agent();
+
+  desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/vlkagent.log");
+  begin(offer_of("0.3"));
+  expect_no_offer();
+  end_agent();
+
+  begin(offer_of("0.2"));  // older than the skipped one, and newer than the agent
+  choose(kSkip);
+  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.2"; }));
+}
+
+TEST_F(UpdateTest, IdentityAndSkippedVersionOverwriteEachOther) {
+  begin(offer_of("0.3"));
+  choose(kSkip);
+  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.3"; }));
+  // The client's copy of the settings is older than the skip.
+  peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-1","agent_secret":"s-1"})");
+  EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));
+  EXPECT_EQ(registry_of(*desk)["AgentId"], "id-1");
+  EXPECT_EQ(registry_of(*desk)["SkippedVersion"], "");
+  end_agent();
+
+  forget_settings(*desk);
+  begin(offer_of("0.3"));
+  peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-2","agent_secret":"s-2"})");
+  EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));
+  EXPECT_EQ(registry_of(*desk)["AgentId"], "id-2");
+  // And the window's copy is older than the identity.
+  choose(kSkip);
+  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.3"; }));
+  EXPECT_EQ(registry_of(*desk)["AgentId"], "");
+  EXPECT_EQ(registry_of(*desk)["AgentSecret"], "");
+}
+
+TEST_F(UpdateTest, InstallFetchesTheFileStartsItAndEndsTheAgent) {
+  const std::string path = temp() + "Ný uppsetning.exe";
+  std::ofstream(path) << std::string(1'000'000, 'x');  // an older one, which is replaced whole
+  begin(offer_of("0.2", "Ný uppsetning.exe"));
+  choose(kInstall);
+  const auto download = accept_request();
+  EXPECT_EQ(request_,
+            "GET /download/Ný uppsetning.exe HTTP/1.1\r\nHost: localhost\r\nUser-Agent: Vantelink\r\n"
+            "Connection: close\r\n\r\n");
+  EXPECT_TRUE(reads(kStatusLabel, "Sæki uppfærslu… / Downloading update…"));
+  shot("update-downloading");
+  expect_quiet(*peer_);  // for as long as the server takes
+  download->send(ok(installer()));
+  download->close();
+  EXPECT_TRUE(peer_->wait_closed());
+  EXPECT_TRUE(eventually([&] { return !running(); }));
+  EXPECT_TRUE(file_text(path) == installer());
+  EXPECT_TRUE(eventually([&] { return std::ifstream(path + ".mark").is_open(); })) << "it was not started";
+  EXPECT_EQ(file_text(path + ".mark"), "") << "it is told nothing";
+}
+
+TEST_F(UpdateTest, FailedAndEmptyDownloadsAreToldAndTheAgentGoesOn) {
+  for (const std::string& response : {std::string("HTTP/1.1 404 Not Found\r\n\r\nno such file"), ok(""),
+                                      std::string("HTTP/1.1 200 OK\r\n"), std::string()}) {
+    begin(offer_of("0.2"));
+    choose(kInstall);
+    const auto download = accept_request();
+    download->send(response);
+    download->close();
+    EXPECT_TRUE(reads(kStatusLabel, kFailed)) << response;
+    EXPECT_FALSE(std::ifstream(temp() + "Setup.exe").is_open());
+    peer_->send_envelope(Msg::LoginResult, 0, "{}");
+    EXPECT_TRUE(reads(kStatusLabel, "Connected to Maravek")) << "it stands until the next news";
+    end_agent();
+  }
+}
+
+TEST_F(UpdateTest, FileThatCannotBeMadeIsTold) {
+  begin(offer_of("0.2", "no such folder/Setup.exe"));
+  choose(kInstall);
+  const auto download = accept_request();
+  EXPECT_TRUE(request_.starts_with("GET /download/no such folder/Setup.exe HTTP/1.1\r\n"));
+  download->send(ok("MZ"));
+  download->close();
+  EXPECT_TRUE(reads(kStatusLabel, "Uppfærsla mistókst / Update save failed"));
+  expect_quiet(*peer_);
+  EXPECT_TRUE(running());
+}
+
+TEST_F(UpdateTest, SeparatorsInTheNameTakeEffectAndAFileThatCannotBeStartedEndsTheAgentToo) {
+  begin(offer_of("0.2", R"(..\\Beside.exe)"));
+  choose(kInstall);
+  const auto download = accept_request();
+  EXPECT_TRUE(request_.starts_with("GET /download/..\\Beside.exe HTTP/1.1\r\n"));
+  download->send(ok("this is no program"));
+  download->close();
+  EXPECT_TRUE(eventually([&] { return !running(); }));
+  EXPECT_EQ(file_text(temp() + "../Beside.exe"), "this is no program");
+}
+
+TEST_F(UpdateTest, SenselessManifestsAreNoOffer) {
+  std::mt19937 random(11);
+  std::string noise(100'000, '\0');
+  for (char& byte : noise)
+    byte = static_cast<char>(random());
+  begin(ok(noise));
+  expect_no_offer();
+  end_agent();
+
+  std::string headers = "HTTP/1.1 200 OK\r\n";
+  while (headers.size() < (10u << 20))
+    headers += "X-Filler: " + std::string(1000, 'x') + "\r\n";
+  begin(headers);
+  settle();
+  EXPECT_TRUE(dialog().empty());
+}
+
+TEST_F(UpdateTest, WindowNeverWaitsForASilentServer) {
+  launch();
+  std::vector<std::unique_ptr<ServerConnection>> silent;
+  while (!peer_) {
+    auto connection = accept_request();
+    if (request_.starts_with("GET /version.json ")) {
+      silent.push_back(std::move(connection));
+    } else {
+      connection->accept_upgrade();
+      peer_ = std::move(connection);
+    }
+  }
+  peer_->read_until(Msg::Enroll);
+  expect_quiet(*peer_);
+  post(*desk, kCommand, 40003, 0);
+  EXPECT_TRUE(eventually([&] { return !running(); })) << "the check dies with the process";
+}
+
+}  // namespace
+}  // namespace vantelink_test
