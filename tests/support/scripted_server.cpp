@@ -259,9 +259,12 @@ std::unique_ptr<ServerConnection> ScriptedServer::accept(Milliseconds patience) 
 }
 
 std::unique_ptr<ServerConnection> ScriptedServer::accept_upgraded(Milliseconds patience) {
+  const Deadline deadline = Clock::now() + patience;
   for (;;) {
-    std::unique_ptr<ServerConnection> connection = accept(patience);
-    if (!connection->handshake()) continue;  // of an agent that was ended meanwhile, say
+    const auto left = std::chrono::ceil<Milliseconds>(deadline - Clock::now());
+    std::unique_ptr<ServerConnection> connection = accept(std::max(left, Milliseconds(0)));
+    // An agent that was ended may have left its look for an update in the queue.
+    if (!connection->handshake()) continue;
     if (!connection->read_request().starts_with("GET /version.json ")) {
       connection->accept_upgrade();
       return connection;
