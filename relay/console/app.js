@@ -48,6 +48,7 @@ function askForLogin(/** @type {string} */ message) {
   byId('login-name').focus();
 }
 
+session.addEventListener('restarting', (/** @type {any} */ { detail }) => machines.expectBack(detail.agent, detail.on));
 link.addEventListener('up', () => notice(''));
 link.addEventListener('down', async () => {
   session.linkLost();

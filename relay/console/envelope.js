@@ -14,6 +14,7 @@ export const Msg = Object.freeze({
   CursorVisibility: 89,
   ThumbnailRequest: 90,
   Thumbnail: 91,
+  Reboot: 112,
   SecureAttention: 114,
 });
 

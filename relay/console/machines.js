@@ -26,12 +26,25 @@ export class MachineList {
     this.actions = actions;
     /** @type {Machine[]} */
     this.machines = [];
+    /** Machines that are told to restart, and whether they have been away since. @type {Map<string, boolean>} */
+    this.restarting = new Map();
     byId('machine-search').addEventListener('input', () => this.draw());
   }
 
   update(/** @type {unknown} */ list) {
     this.machines = Array.isArray(list) ? list.filter((one) => typeof one?.id === 'string') : [];
+    for (const { id, state } of this.machines) {
+      if (!this.restarting.has(id)) continue;
+      if (state === 'offline') this.restarting.set(id, true);
+      else if (state === 'online' || this.restarting.get(id)) this.restarting.delete(id);
+    }
     this.draw();
+  }
+
+  /** Shows a machine that goes away as restarting, until it is back. */
+  expectBack(/** @type {string} */ id, /** @type {boolean} */ on) {
+    if (on) this.restarting.set(id, false);
+    else this.restarting.delete(id);
   }
 
   draw() {
@@ -52,9 +65,10 @@ export class MachineList {
       onclick: () => this.actions.open(machine) },
     make('bdi', { className: 'machine-name' }, name),
     make('span', { className: 'machine-details' }, ...this.details(machine, state)));
-    const badge = make('span', { className: 'badge', dataset: { state } }, texts.state[/** @type {'online'} */ (state)]);
+    const shown = state === 'offline' && this.restarting.has(machine.id) ? 'restarting' : state;
+    const badge = make('span', { className: 'badge', dataset: { state: shown } }, texts.state[/** @type {'online'} */ (shown)]);
     const item = make('li', { className: 'machine', dataset: { agent: machine.id, state } }, open, badge);
-    if (state === 'offline') {
+    if (shown === 'offline') {
       item.append(make('button', { type: 'button', className: 'quiet machine-forget',
         onclick: () => this.actions.forget(machine) }, texts.forget));
     } else if (state === 'online') {

@@ -6,7 +6,9 @@ import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from './env
 import { Hands } from './hands.js';
 import { inSentence, nameOf } from './names.js';
 import { Overlay } from './overlay.js';
+import { Panels } from './panels.js';
 import { Picture } from './picture.js';
+import { Restart } from './restart.js';
 import { Screen } from './screen.js';
 import { RateMeter } from './status.js';
 import { texts } from './texts.js';
@@ -17,7 +19,10 @@ const STATUS_EVERY_MS = 500;
 /** Ends after which the machine is expected to come back by itself. */
 const COMES_BACK = ['agent-gone', 'replaced'];
 
-/** Events: 'accepted' when envelopes may flow, 'over' when they no longer do. */
+/**
+ * Events: 'accepted' when envelopes may flow, 'over' when they no longer do, 'restarting'. A panel adds itself to `panels`,
+ * what it wants to hear of the machine to `handlers`, and sends by sendBytes and sendJson.
+ */
 export class SessionView extends EventTarget {
   /**
    * @param {import('./link.js').Link} link
@@ -37,7 +42,8 @@ export class SessionView extends EventTarget {
     this.meter = new RateMeter();
     this.screen = new Screen(byId('screen'), { onFrame: () => this.drawn(), onSize: () => layOut(this) });
     this.picture = new Picture(this.screen, { send: (type, value) => this.sendJson(type, value), onChange: () => showCodec(this) });
-    this.overlay = new Overlay({ again: () => this.ask(), giveUp: () => this.leave(), back: () => this.leave() });
+    this.overlay = new Overlay({ again: () => this.ask(), goOn: () => this.overlay.clear(), giveUp: () => this.leave(),
+      back: () => this.leave() });
     this.displays = new Displays(byId('monitor-picker'), (monitor) => this.selectMonitor(monitor));
     this.hands = new Hands({ canvas: this.screen.canvas, catcher: byId('key-catcher'),
       send: (payload) => this.sendBytes(Msg.InputEvent, payload), backlog: () => link.backlog });
@@ -47,8 +53,19 @@ export class SessionView extends EventTarget {
       [Msg.StreamConfig, (payload) => this.picture.configured(readJson(payload))],
       [Msg.Thumbnail, (payload) => this.displays.add(payload)],
     ]);
+    this.panels = new Panels(byId('panels'), byId('panel-buttons'));
+    this.restart = new Restart(this);
     attachTools(this);
     setInterval(() => showStatus(this), STATUS_EVERY_MS);
+  }
+
+  get state() {
+    return /** @type {string} */ (byId('view-session').dataset.state);
+  }
+
+  /** On the page, where the style sheet sees it too. */
+  set state(state) {
+    byId('view-session').dataset.state = state;
   }
 
   get accepted() {
@@ -72,7 +89,7 @@ export class SessionView extends EventTarget {
     this.number = null;
     this.state = 'asking';
     this.overlay.say(texts.waiting(this.name), { busy: true, giveUp: true });
-    if (!this.link.sendControl({ type: 'open', agent: this.agent })) this.stayAway(texts.linkDown);
+    if (!this.link.sendControl({ type: 'open', agent: this.agent })) this.stayAway();
   }
 
   /** @param {{session: number, agent: string, state: string, reason?: string}} message what became of a session */
@@ -86,7 +103,7 @@ export class SessionView extends EventTarget {
     if (session !== this.number || !['waiting', 'accepted'].includes(this.state)) return;
     if (state === 'accepted') this.start();
     if (state !== 'ended') return;
-    if (COMES_BACK.includes(reason)) this.stayAway(texts.machineAway(this.name));
+    if (COMES_BACK.includes(reason)) this.stayAway();
     else this.finish((texts.ended[/** @type {'other'} */ (reason)] ?? texts.ended.other)(this.name));
   }
 
@@ -102,17 +119,18 @@ export class SessionView extends EventTarget {
     if (this.state !== 'away') return;
     const machine = list.find(({ id }) => id === this.agent);
     if (machine?.state === 'online') this.ask();
-    else this.overlay.say(texts.machineAway(this.name), { busy: true, back: true });
+    else this.sayAway();
   }
 
   linkLost() {
-    if (['asking', 'waiting', 'accepted', 'away'].includes(this.state)) this.stayAway(texts.linkDown);
+    if (['asking', 'waiting', 'accepted', 'away'].includes(this.state)) this.stayAway();
   }
 
   /** Ends the session, or gives up waiting for it. */
   leave() {
     if (this.state === 'none') return;
     const asked = this.state === 'asking' || this.state === 'waiting';
+    this.restart.over();
     this.stop('none');
     if (this.number !== null) this.link.sendControl({ type: 'close', session: this.number });
     this.number = null;
@@ -148,12 +166,13 @@ export class SessionView extends EventTarget {
   }
 
   setHands() {
-    this.hands.enabled = this.accepted && !byId('view-only').checked;
+    this.hands.enabled = this.accepted && !this.restart.underWay && !byId('view-only').checked;
   }
 
   /** @private */
   start() {
     this.state = 'accepted';
+    this.restart.over();
     this.overlay.say(texts.starting, { busy: true });
     this.startStream();
     this.sendBytes(Msg.ThumbnailRequest);
@@ -174,15 +193,23 @@ export class SessionView extends EventTarget {
   /** @private The last picture stays, greyed, with the reason over it. */
   finish(/** @type {string} */ reason) {
     this.stop('over');
+    this.restart.over();
     this.number = null;
     this.overlay.say(reason, { again: true, back: true });
   }
 
   /** @private */
-  stayAway(/** @type {string} */ reason) {
+  stayAway() {
     this.stop('away');
     this.number = null;
-    this.overlay.say(reason, { busy: true, back: true });
+    this.sayAway();
+  }
+
+  /** @private */
+  sayAway() {
+    if (!this.link.up) this.overlay.say(texts.linkDown, { busy: true, back: true });
+    else if (this.restart.underWay) this.restart.show();
+    else this.overlay.say(texts.machineAway(this.name), { busy: true, back: true });
   }
 
   /** @private */
@@ -193,7 +220,7 @@ export class SessionView extends EventTarget {
 
   /** @private */
   drawn() {
-    if (this.accepted) this.overlay.clear();
+    if (this.accepted && !this.restart.underWay && !this.overlay.asks) this.overlay.clear();
   }
 
   /** @private */

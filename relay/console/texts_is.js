@@ -31,7 +31,7 @@ export const icelandic = {
   connect: 'Tengjast',
   forget: 'Gleyma',
   forgetQuestion: (/** @type {string} */ machine) => `Gleyma tölvunni ${machine}? Þá þarf að skrá hana upp á nýtt.`,
-  state: { online: 'Nettengd', offline: 'Ótengd', session: 'Fjaraðstoð í gangi' },
+  state: { online: 'Nettengd', offline: 'Ótengd', session: 'Fjaraðstoð í gangi', restarting: 'Endurræsir' },
   with: (/** @type {string} */ who) => `með ${who}`,
   lastSeen: (/** @type {'now' | 'minute' | 'hour' | 'day'} */ unit, /** @type {number} */ count) =>
     `síðast tengd ${unit === 'now' ? 'rétt í þessu' : `fyrir ${count} ${AGES[unit][singular(count) ? 0 : 1]}`}`,
@@ -56,6 +56,15 @@ export const icelandic = {
   typeQuestion: 'Texti til að slá inn á tölvunni',
   type: 'Slá inn',
   cancel: 'Hætta við',
+  machine: 'Tölva',
+  restart: 'Endurræsa …',
+  restartQuestion: (/** @type {string} */ machine) => `Endurræsa tölvuna ${machine}? Forritum þar verður lokað og það sem ekki ` +
+    'hefur verið vistað getur glatast. Fjaraðstoðin heldur áfram þegar tölvan er komin aftur.',
+  restartNow: 'Endurræsa',
+  restarting: (/** @type {string} */ machine) =>
+    `Tölvan ${machine} er að endurræsa sig. Fjaraðstoðin heldur áfram þegar hún er komin aftur …`,
+  notRestarted: (/** @type {string} */ machine) => `Tölvan ${machine} endurræsti sig ekki. Verið getur að kerfið hafi neitað því.`,
+  closePanel: 'Loka',
   viewOnly: 'Aðeins horfa',
   fullScreen: 'Fylla skjáinn',
   end: 'Ljúka',
@@ -65,6 +74,7 @@ export const icelandic = {
   waiting: (/** @type {string} */ machine) => `Beðið eftir að einhver við tölvuna ${machine} leyfi fjaraðstoðina …`,
   starting: 'Leyft. Beðið eftir fyrstu myndinni …',
   stopWaiting: 'Hætta að bíða',
+  goOn: 'Halda áfram',
   askAgain: 'Biðja aftur',
   backToMachines: 'Aftur í tölvulistann',
   withdrawn: (/** @type {string} */ machine) => `Beiðnin til tölvunnar ${machine} var afturkölluð.`,

@@ -28,8 +28,11 @@ export function attachTools(/** @type {SessionView} */ session) {
   on('keys-menu', 'click', ({ target }) => {
     const { combination } = target.dataset;
     if (!combination) return;
-    if (combination === 'attention') session.sendBytes(Msg.SecureAttention);
-    else hands.tap(combination);
+    hands.tap(combination);
+    hands.focus();
+  });
+  on('attention', 'click', () => {
+    session.sendBytes(Msg.SecureAttention);
     hands.focus();
   });
   on('type-text', 'click', () => byId('type-dialog').showModal());
@@ -87,7 +90,7 @@ function toggleFullScreen() {
 
 /** A menu closes by a click elsewhere, by Escape in it, and by its own buttons. */
 function closeMenusOutside() {
-  const menus = /** @type {HTMLDetailsElement[]} */ ([byId('picture-menu'), byId('keys-menu')]);
+  const menus = /** @type {HTMLDetailsElement[]} */ ([...document.querySelectorAll('.menu')]);
   addEventListener('pointerdown', ({ target }) => {
     for (const menu of menus) if (!menu.contains(/** @type {Node} */ (target))) menu.open = false;
   });

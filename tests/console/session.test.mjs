@@ -7,6 +7,7 @@ import { AgentMsg } from './support/scripted_agent.mjs';
 import { until } from './support/waiting.mjs';
 
 const shared = fixture();
+const RESTART_PATIENCE_MS = 90_000;
 const START = { monitor_id: 0, max_fps: 15, bitrate: 6_000_000 };
 
 const near = (seen, wanted, levels = 6) => seen.every((value, i) => Math.abs(value - wanted[i]) <= levels);
@@ -160,4 +161,95 @@ test('messages of another session are ignored', async (t) => {
   const [pixel] = await page.pixels([{ x: 50, y: 50 }]);
   assert.ok(near(pixel, [0, 0, 255]), `${pixel}`);
   assert.equal(await page.canvas.getAttribute('data-frames'), '2');
+});
+
+/** A session whose representative has said yes to a restart. */
+async function restarted(t, options = {}) {
+  const { agent, page } = await session(t, shared, options);
+  await agent.next(AgentMsg.StreamStart);
+  await page.page.click('#machine-menu summary');
+  await page.page.click('#restart');
+  assert.match(await page.page.locator('#restart-question').innerText(), /^Restart .*Ship/);
+  return { agent, page };
+}
+
+test('a restart is asked about first, and shown until the machine is back', async (t) => {
+  const { agent, page } = await restarted(t);
+  await page.shot('restart-question');
+  await page.page.click('#restart-dialog button[value=restart]');
+  assert.equal((await agent.next(AgentMsg.Reboot)).session, agent.session);
+  await page.waitForNote(/is restarting/);
+  // The picture goes on while the machine shuts down.
+  agent.frame(plain(640, 360, '#203040'));
+  await page.frames(2);
+  assert.match(await page.note(), /is restarting/);
+  await page.canvas.click({ force: true, position: { x: 5, y: 5 } });
+  agent.drop();
+  await page.page.locator(`.machine[data-agent="${agent.id}"] .badge[data-state=restarting]`).waitFor({ state: 'attached' });
+  assert.match(await page.note(), /is restarting/);
+  await page.shot('restarting');
+  assert.deepEqual(agent.inputs, []);
+  await agent.connect();
+  await agent.next(AgentMsg.StreamStart);
+  await until('the words are gone', async () => (await page.note()) === '');
+  assert.equal(await page.row(agent).locator('.badge').getAttribute('data-state'), 'session');
+});
+
+test('the machine list shows a restart to a representative who does not wait for it', async (t) => {
+  const { agent, page } = await restarted(t);
+  await page.page.click('#restart-dialog button[value=restart]');
+  await agent.next(AgentMsg.Reboot);
+  await page.page.click('#session-back');
+  agent.drop();
+  await until('it is shown', async () => /Restarting/.test(await page.row(agent).innerText()));
+  await page.shot('machines-restarting');
+  await agent.connect();
+  await page.row(agent).locator('.badge[data-state=online]').waitFor();
+});
+
+test('a restart that is not confirmed changes nothing', async (t) => {
+  const { agent, page } = await restarted(t);
+  await page.page.click('#restart-dialog button[value=cancel]');
+  await page.page.click('#machine-menu summary');
+  await page.page.click('#restart');
+  await page.page.keyboard.press('Escape');
+  await page.page.click('#machine-menu summary');
+  await page.page.click('#attention');
+  await agent.next(AgentMsg.SecureAttention);
+  assert.ok(!agent.inbox.some(({ type }) => type === AgentMsg.Reboot));
+  assert.equal(await page.note(), '');
+});
+
+test('a machine that does not restart is told of, and the session goes on', async (t) => {
+  const script = `const wait = setTimeout; window.setTimeout = (act, ms) => wait(act, ms === ${RESTART_PATIENCE_MS} ? 300 : ms);`;
+  const { agent, page } = await restarted(t, { page: { script } });
+  await page.page.click('#restart-dialog button[value=restart]');
+  await agent.next(AgentMsg.Reboot);
+  await page.waitForNote(/has not restarted/);
+  agent.frame(plain(640, 360, '#203040'));
+  await page.frames(2);
+  await page.page.click('#session-go-on');
+  assert.equal(await page.note(), '');
+  await page.canvas.click();
+  await agent.events(4);
+});
+
+test('panels have a place beside the picture, one at a time', async (t) => {
+  const { page } = await session(t, shared);
+  await page.page.evaluate(async () => {
+    const { Panels } = await import('/panels.js');
+    const panels = new Panels(document.getElementById('panels'), document.getElementById('panel-buttons'));
+    for (const name of ['one', 'two']) panels.add({ name, title: `Panel ${name}` }).textContent = `This is ${name}.`;
+  });
+  const width = () => page.canvas.evaluate((canvas) => canvas.clientWidth);
+  const before = await width();
+  await page.page.click('#panel-one-button');
+  await page.page.getByText('This is one.').waitFor();
+  await until('the picture makes room', async () => (await width()) < before);
+  await page.shot('panel');
+  await page.page.click('#panel-two-button');
+  assert.ok(await page.page.getByText('This is one.').isHidden());
+  await page.page.click('#panel-two header button');
+  assert.ok(await page.page.locator('#panels').isHidden());
+  await until('the picture has its room back', async () => (await width()) === before);
 });
