@@ -31,6 +31,20 @@ inline std::string line(const vlk::Envelope& envelope) {
          std::to_string(envelope.session_id) + ' ' + text_of(envelope);
 }
 
+// The variables that make a program of that desk Icelandic.
+inline std::vector<std::string> icelandic_on(const Desk& desk) {
+  const std::string folder = desk.folder() + "/locale";
+  desk.host("[ -d '" + folder + "' ] || { mkdir '" + folder + "' && localedef -i is_IS -f UTF-8 '" + folder +
+            "/is_IS.UTF-8'; }");
+  return {"LOCPATH=" + folder, "LC_ALL=is_IS.UTF-8"};
+}
+
+// A picture for people to look at, in build/shots.
+inline void keep_shot(const Desk& desk, const std::string& name) {
+  desk.host("mkdir -p '" VANTELINK_SOURCE_DIR "/build/shots'");
+  desk.shot(VANTELINK_SOURCE_DIR "/build/shots/" + name + ".png");
+}
+
 class ShellTest : public AgentTest {
  protected:
   void SetUp() override {
@@ -38,18 +52,9 @@ class ShellTest : public AgentTest {
     forget_settings(*desk);
   }
 
-  // The variables that make a program Icelandic.
-  static std::vector<std::string> icelandic() {
-    const std::string folder = desk->folder() + "/locale";
-    desk->host("[ -d '" + folder + "' ] || { mkdir '" + folder + "' && localedef -i is_IS -f UTF-8 '" +
-               folder + "/is_IS.UTF-8'; }");
-    return {"LOCPATH=" + folder, "LC_ALL=is_IS.UTF-8"};
-  }
+  static std::vector<std::string> icelandic() { return icelandic_on(*desk); }
 
-  static void shot(const std::string& name) {
-    desk->host("mkdir -p '" VANTELINK_SOURCE_DIR "/build/shots'");
-    desk->shot(VANTELINK_SOURCE_DIR "/build/shots/" + name + ".png");
-  }
+  static void shot(const std::string& name) { keep_shot(*desk, name); }
 
   // The agent's window and, behind it, its controls.
   static std::vector<SeenWindow> panel() {

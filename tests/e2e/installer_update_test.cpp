@@ -1,0 +1,122 @@
+// The installer as people meet it: through an agent's offer, from the relay to the newer agent's log-in, and
+// as a wizard in both languages.
+#include "e2e/installer_fixture.h"
+#include "support/relay_process.h"
+
+namespace vantelink_test {
+namespace {
+
+constexpr int kUpdateButton = 101;        // of the agent's question
+constexpr int kNextButton = 1;            // of the wizard, whatever it reads
+constexpr char kOnline[] = "online as ";  // in the relay's log
+constexpr char kOver[] = "agent's connection over";
+
+class InstallerUpdateTest : public InstallerTest {
+ protected:
+  // A relay that offers the newer version and that agents trust, in the place of the scripted server.
+  void offer_from_relay() {
+    const std::string data = folder + "/relay";
+    std::filesystem::remove_all(data);
+    relay_ = std::make_unique<RelayProcess>(
+        data,
+        std::vector<std::string>{"--updates", folder + "/new", "--host", vlk::agent::default_server_host()});
+    std::ofstream(folder + "/ca.pem") << bytes_of(data + "/relay-cert.pem");
+    lead_to(relay_->port());
+  }
+  void TearDown() override {
+    InstallerTest::TearDown();
+    relay_.reset();
+    std::ofstream(folder + "/ca.pem") << authority->pem();
+    remove_installer_of_agent();
+  }
+  // What the agent downloaded stays in the user's folder.
+  static void remove_installer_of_agent() {
+    desk->host(
+        "rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/VantelinkSetup-*.exe "
+        "\"$WINEPREFIX\"/drive_c/users/*/Temp/vlkagent.log");
+  }
+
+  // A button of a dialog on the screen, by its id; clicked once it is there.
+  static void press(int id) {
+    SeenWindow found;
+    ASSERT_TRUE(eventually([&] {
+      for (const SeenWindow& window : windows_on(*desk, {kDialog})) {
+        if (!window.child || window.id != id || window.type != "Button" || !window.visible) continue;
+        found = window;
+        return true;
+      }
+      return false;
+    })) << "no button "
+        << id;
+    click(*desk, found);
+  }
+  void expect_update(bool service) {
+    ASSERT_TRUE(eventually([&] { return relay_->logged(kOnline) == 1; })) << relay_->log();
+    const std::string identity = desk->settings();
+    press(kUpdateButton);
+    // Without a further question the newer agent takes the older one's place, and is the same machine. A
+    // service starts the older one once more while the installer begins.
+    EXPECT_TRUE(eventually([&] {
+      return desk->debug_log().find("update: manifest agent_version=0.1.7 current=0.1.7 newer=0") !=
+             std::string::npos;
+    })) << desk->debug_log();
+    EXPECT_TRUE(gone("VantelinkSetup"));
+    EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+    EXPECT_EQ(installed_version(), kNewVersion);
+    EXPECT_TRUE(eventually([&] {
+      const int log_ins = relay_->logged(kOnline);
+      return log_ins >= 2 && log_ins - relay_->logged(kOver) == 1;
+    })) << relay_->log();
+    EXPECT_EQ(desk->settings(), identity);
+    EXPECT_EQ(processes(kChild).size(), service ? 1u : 0u);
+  }
+
+  std::unique_ptr<RelayProcess> relay_;
+};
+
+TEST_F(InstallerUpdateTest, OfferTakenFromTheRelayBringsTheNewerAgentUnderTheService) {
+  offer_from_relay();
+  ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
+  expect_update(true);
+}
+
+TEST_F(InstallerUpdateTest, OfferTakenFromTheRelayBringsTheNewerAgentToTheUser) {
+  offer_from_relay();
+  ASSERT_EQ(setup(old_setup, {"/S"}), 0);
+  expect_update(false);
+}
+
+TEST_F(InstallerUpdateTest, WizardLeadsThroughInEnglishAndIcelandic) {
+  for (const bool icelandic : {false, true}) {
+    std::vector<std::string> variables = {"SSL_CERT_FILE=" + folder + "/ca.pem"};
+    if (icelandic) {
+      for (const std::string& one : icelandic_on(*desk))
+        variables.push_back(one);
+    }
+    desk->spawn({old_setup}, variables);
+    std::string texts;
+    const auto shown = [&](const std::string& text) {
+      return eventually([&] {
+        texts.clear();
+        for (const SeenWindow& window : windows_on(*desk, {kDialog}))
+          texts += window.text + '\n';
+        return texts.find(text) != std::string::npos;
+      });
+    };
+    EXPECT_TRUE(shown(icelandic ? "Maravek Fjaraðstoð" : "Maravek Remote Support Setup")) << texts;
+    press(kNextButton);
+    EXPECT_TRUE(shown(icelandic ? "Þjónusta" : "Service")) << texts;
+    keep_shot(*desk, icelandic ? "installer-icelandic" : "installer-english");
+    press(kNextButton);
+    press(kNextButton);
+    greeted();
+    press(kNextButton);
+    EXPECT_TRUE(gone("VantelinkSetup"));
+    EXPECT_TRUE(windows_on(*desk, {kAgentWindow}).front().visible);
+    uninstall();
+    EXPECT_TRUE(gone("VantelinkAgent.exe"));
+  }
+}
+
+}  // namespace
+}  // namespace vantelink_test
