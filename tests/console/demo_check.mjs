@@ -19,7 +19,7 @@ const NOTEPAD_LINE = { x: 426, y: 86, width: 530, height: 14 };
 const MINE_CELL = { x: 1090, y: 158, width: 12, height: 12 };  // the inside of the middle one
 const NOWHERE = { x: 700, y: 600 };
 const WHOLE = { x: 0, y: 0, width: 1280, height: 720 };
-// JPEG (whose colours are coarse at edges), the painted pointer and a blinking caret stay far below these shares of
+// Either codec (whose colours are coarse at edges), the painted pointer and a blinking caret stay far below these shares of
 // wrong pixels. A missing window is far above the first, missing text above the second, a cell that is open on one
 // side only above the third.
 const WRONG_PIXEL = '25%';
@@ -27,7 +27,7 @@ const MAX_WRONG = new Map([[WHOLE, 0.004], [NOTEPAD_LINE, 0.045], [MINE_CELL, 0.
 
 const { values: options } = parseArgs({
   options: Object.fromEntries(
-    ['url', 'user', 'machine', 'desk', 'note', 'out'].map((name) => [name, { type: 'string' }])),
+    ['url', 'user', 'machine', 'desk', 'note', 'codec', 'out'].map((name) => [name, { type: 'string' }])),
 });
 
 async function until(what, condition) {
@@ -110,6 +110,7 @@ async function session(page) {
   const canvas = page.locator('canvas[data-frames]');
   await until('frames arrive', async () => Number(await canvas.getAttribute('data-frames')) > 0);
   console.log('ok  frames arrive');
+  await usesCodec(page, options.codec);
   await sameAsDesktop(canvas, 'opened');
 
   await click(page, canvas, NOTEPAD_TEXT);
@@ -132,6 +133,20 @@ async function session(page) {
   });
   await sameAsDesktop(canvas, 'clicked', MINE_CELL);
   await page.screenshot({ path: file('console-session.png') });
+
+  if (options.codec === 'JPEG') return;
+  await page.click('#picture-menu summary');
+  await page.selectOption('#codec', 'mjpeg');
+  await usesCodec(page, 'JPEG');
+  await page.click('#picture-menu summary');
+  await sameAsDesktop(canvas, 'jpeg');
+}
+
+// The machine's encoder and the browser's decoder are what the status line names.
+async function usesCodec(page, codec) {
+  await until(`the pictures are ${codec}`, async () =>
+    (await page.locator('#status-line').innerText()).includes(` · ${codec} · `) || page.locator('#status-line').innerText());
+  console.log(`ok  the pictures are ${codec}`);
 }
 
 async function openMachine(page) {
