@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# A package holds what its manifest and checksums say, is made of the same bytes each time, and bears signatures that
+# an unrelated verifier accepts, down to the uninstaller. A wrong call makes nothing.
+set -euo pipefail
+source_tree=$(cd "$(dirname "$0")/../.." && pwd)
+make=$source_tree/packaging/make-package
+agent=$source_tree/build/windows/VantelinkAgent.exe
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+failures=0
+expect() {  # NAME COMMAND...
+  if "${@:2}" > "$work/said" 2>&1; then printf 'ok      %s\n' "$1"; else
+    printf 'FAILED  %s\n' "$1"; tail -n 20 "$work/said"; failures=$((failures + 1))
+  fi
+}
+
+# With other times, from another folder and with another name for the executable.
+made_again() {
+  cp "$agent" "$work/copy.exe"
+  touch -d '2001-02-03' "$work/copy.exe"
+  (cd / && TZ=Atlantic/Reykjavik LC_ALL=C "$make" --agent "$work/copy.exe" --version 1.2.3 --out "$work/again/deeper")
+  diff -r "$work/first" "$work/again/deeper"
+}
+checksums_hold() {
+  [ "$(wc -l < "$work/first/SHA256SUMS")" = 3 ] && (cd "$work/first" && sha256sum -c SHA256SUMS)
+}
+manifest_names_the_installer() {
+  [ "$(< "$work/first/version.json")" = '{"agent_version":"1.2.3","agent_file":"VantelinkSetup-1.2.3.exe"}' ] \
+    && [ -f "$work/first/VantelinkSetup-1.2.3.exe" ]
+}
+
+make_certificate() {
+  openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj '/CN=Test' -addext extendedKeyUsage=codeSigning \
+    -keyout "$work/key.pem" -out "$work/certificate.pem"
+  cat "$work/certificate.pem" "$work/key.pem" > "$work/both.pem"
+  openssl pkcs12 -export -passout pass:'a b"c' -inkey "$work/key.pem" -in "$work/certificate.pem" -out "$work/both.p12"
+}
+verifies() { osslsigncode verify -CAfile "$work/certificate.pem" -in "$1"; }
+both_verify() { verifies "$1/VantelinkAgent.exe" && verifies "$1/VantelinkSetup-1.2.3.exe"; }
+changed_fails() {
+  cp "$work/pem/VantelinkAgent.exe" "$work/changed.exe"
+  printf 'x' | dd of="$work/changed.exe" bs=1 seek=5000 conv=notrunc
+  ! verifies "$work/changed.exe"
+}
+# The installer brings the signed files with it.
+installed_files_verify() {
+  local desk folder
+  desk=$("$source_tree/tools/desk" start --owner $$)
+  folder="$desk/prefix/drive_c/Program Files/Maravek/Vantelink"
+  timeout 60 "$source_tree/tools/desk" exec "$desk" "$work/pem/VantelinkSetup-1.2.3.exe" /S
+  cp "$folder/VantelinkAgent.exe" "$folder/Uninstall.exe" "$work"
+  "$source_tree/tools/desk" stop "$desk"
+  cmp "$work/VantelinkAgent.exe" "$work/pem/VantelinkAgent.exe" && verifies "$work/Uninstall.exe"
+}
+
+refuses() {
+  ! "$make" --out "$work/refused" "$@" && [ ! -e "$work/refused" ]
+}
+
+expect 'a package is made' "$make" --agent "$agent" --version 1.2.3 --out "$work/first"
+expect 'the manifest names the installer' manifest_names_the_installer
+expect 'the checksums hold' checksums_hold
+expect 'a second package has the same bytes' made_again
+
+expect 'a certificate for the test is made' make_certificate
+expect 'a PEM file signs' "$make" --agent "$agent" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
+expect 'the signatures verify' both_verify "$work/pem"
+expect 'a changed file does not verify' changed_fails
+expect 'what is installed is signed too' installed_files_verify
+expect 'a PKCS#12 file with a password signs' env VANTELINK_SIGN_PASSWORD='a b"c' \
+  "$make" --agent "$agent" --version 1.2.3 --out "$work/p12" --sign-with "$work/both.p12"
+expect 'its signatures verify' both_verify "$work/p12"
+
+expect 'a wrong password makes nothing' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/both.p12"
+expect 'a version must be numbers' refuses --agent "$agent" --version 1.x
+expect 'the executable must exist' refuses --agent "$work/none.exe" --version 1.2.3
+expect 'the certificate must exist' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/none.pem"
+expect 'no version is no call' refuses --agent "$agent"
+
+[ $failures = 0 ] || { echo "$failures failed"; exit 1; }
