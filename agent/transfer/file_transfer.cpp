@@ -85,7 +85,7 @@ void WriteUploadChunk(std::uint32_t transfer_id, const unsigned char* data, std:
   const std::lock_guard<std::mutex> guard(UploadTableMutex);
   const auto found = UploadTable.find(transfer_id);
   if (found == UploadTable.end()) return;
-  // A full disk goes unnoticed on purpose: the representative compares sizes afterwards.
+  // A full disk goes unnoticed on purpose: the transfer carries on.
   (void)std::fwrite(data, 1, size, found->second.get());
 }
 

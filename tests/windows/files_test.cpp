@@ -199,13 +199,19 @@ TEST_F(Files, FoldersAreTriedWithThesePaths) {
 
 TEST_F(Files, UploadThatCannotBeOpenedIsSilent) {
   std::filesystem::create_directory(below(L"folder"));
-  for (const std::string& path :
-       {utf8(L"folder"), utf8(L"a<b"), std::string("Q:\\x"), std::string(), std::string("\xFF")}) {
+  for (const std::string& path : {utf8(L"folder"), utf8(L"a<b"), std::string("Q:\\x"), std::string()}) {
     BeginUpload(2, path, 1);
     put(2, "x");
     EndUpload(2);
   }
-  EXPECT_EQ(opened.size(), 5u);
+  EXPECT_EQ(opened.size(), 4u);
+}
+
+TEST_F(Files, PathThatIsNotUtf8IsReplacedAndNotRefused) {
+  BeginUpload(2, WideToUtf8(root_) + "\\sub\xC3\\\xFFz", 1);
+  put(2, "x");
+  EndUpload(2);
+  EXPECT_EQ(read(L"sub\uFFFD\\\uFFFDz"), "x");
 }
 
 TEST_F(Files, SecondBeginOfAnIdLeavesTheFirstOpen) {
