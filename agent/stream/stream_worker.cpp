@@ -49,6 +49,13 @@ void StreamWorker::Deliver(std::int64_t interval_ms) {
   const StreamCodec requested = settings_.codec;
   FollowMonitor();
   CapturedFrame frame;
+  frame.pixels.swap(pixel_memory_);
+  frame.pixels.clear();
+  DeliverFrame(frame, requested, interval_ms);
+  frame.pixels.swap(pixel_memory_);
+}
+
+void StreamWorker::DeliverFrame(CapturedFrame& frame, StreamCodec requested, std::int64_t interval_ms) {
   if (!Capture(frame, interval_ms) || frame.pixels.empty()) return;
   if (settings_.show_cursor) overlay_.Draw(frame, capturer_.left(), capturer_.top());
 

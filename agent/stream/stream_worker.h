@@ -39,6 +39,7 @@ class StreamWorker {
 
  private:
   void FollowMonitor();
+  void DeliverFrame(CapturedFrame& frame, StreamCodec requested, std::int64_t interval_ms);
   bool Capture(CapturedFrame& frame, std::int64_t interval_ms);
   StreamCodec AnnounceChanges(const CapturedFrame& frame, StreamCodec requested);
   void Encode(const CapturedFrame& frame, StreamCodec effective, std::vector<std::uint8_t>& output);
@@ -54,6 +55,9 @@ class StreamWorker {
   ScreenCapturer capturer_;
   CursorOverlay overlay_;
   H264Encoder encoder_;
+
+  // The last frame's, used again: fresh memory of that size costs several times what the copy does.
+  std::vector<std::uint8_t> pixel_memory_;
 
   bool dxgi_ok_ = false;     // the last Open's result: no report of whether the duplication still works
   bool encoder_ok_ = false;  // an H.264 session is open

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <thread>
@@ -16,16 +15,17 @@
 #include "platform/com_apartment.h"
 #include "stream/colour.h"
 #include "stream/h264_encoder.h"
-#include "tests/doubles/board_win32.h"
 #include "tests/doubles/boards.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/windows/h264_decoder.h"
+#include "tests/windows/h264_double.h"
 #include "tests/windows/holdings.h"
 #include "tests/windows/seam.h"
 
 namespace vlk::agent {
 namespace {
 
+using test::the_double;
 using vantelink_doubles::CodecBoard;
 using vantelink_doubles::Transform;
 using Bytes = std::vector<std::uint8_t>;
@@ -36,42 +36,6 @@ constexpr double kLikeEnough = 30;  // decibels
 
 const Types kKeyFrame = {test::kSequenceSet, test::kPictureSet, test::kKeySlice};
 const Types kOtherFrame = {test::kSlice};
-
-// The double's library, for as long as the program runs, and the board that it shares with this test.
-class Double {
- public:
-  Double() {
-    char folder[MAX_PATH] = {};
-    GetTempPathA(MAX_PATH, folder);
-    const std::string path = std::string(folder) + "codec.board";
-    std::ofstream(path, std::ios::binary)
-        .write(std::string(sizeof(CodecBoard), '\0').data(), sizeof(CodecBoard));
-    SetEnvironmentVariableA(vantelink_doubles::kCodecBoardVariable, path.c_str());
-    board_ = &vantelink_doubles::map_board(vantelink_doubles::kCodecBoardVariable, fallback_);
-
-    wchar_t library[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, library, MAX_PATH);
-    std::wstring name(library);
-    name.resize(name.find_last_of(L"\\/") + 1);
-    install_ = reinterpret_cast<Install*>(reinterpret_cast<void*>(
-        GetProcAddress(LoadLibraryW((name + L"doubles\\h264.dll").c_str()), "DllInstall")));
-  }
-  // Words out of "sync" and "async".
-  bool Register(const wchar_t* kinds) { return install_ != nullptr && SUCCEEDED(install_(TRUE, kinds)); }
-  CodecBoard& board() { return *board_; }
-  bool shared() const { return board_ != &fallback_; }
-
- private:
-  using Install = HRESULT WINAPI(BOOL, const wchar_t*);
-  CodecBoard fallback_ = {};
-  CodecBoard* board_ = nullptr;
-  Install* install_ = nullptr;
-};
-
-Double& the_double() {
-  static Double instance;
-  return instance;
-}
 
 CapturedFrame Picture(std::uint32_t number, std::int32_t width = kWidth, std::int32_t height = kHeight) {
   CapturedFrame frame;

@@ -153,6 +153,22 @@ TEST_F(StreamFaultsTest, PointerQualityAndKeyFrameRequestAreReadAfterTheCapture)
   EXPECT_EQ(count("EncodeJpeg 64 48 256 31"), 1u);
 }
 
+TEST_F(StreamFaultsTest, EachIterationStartsWithAnEmptyFrameInTheLastOnesMemory) {
+  const std::uint8_t* memory = nullptr;
+  script().acquire = [&](CapturedFrame& frame) {
+    EXPECT_TRUE(frame.pixels.empty());
+    EXPECT_EQ(frame.width, 0u);
+    if (memory != nullptr) {
+      EXPECT_EQ(frame.pixels.data(), memory);
+    }
+    Fill(frame, 64, 48);
+    memory = frame.pixels.data();
+    return true;
+  };
+  Run(3);
+  EXPECT_EQ(count("send frame"), 3u);
+}
+
 TEST_F(StreamFaultsTest, TimeSpentWaitingForAFrameIsNotPausedAgain) {
   in_acquire_ = [this] { time_ += 66 * kMillisecond; };
   Run(3);

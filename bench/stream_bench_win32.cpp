@@ -1,0 +1,261 @@
+// What a frame of the stream costs, step by step and as a whole, on a desktop of 1920x1080 that changes all
+// the time: the duplication and the encoder are the doubles of the tests, the network is the loopback under
+// TLS. `./dev bench stream` runs it on a desk. Each step's time is the wall's and the thread's own.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+// The include above must come before windows.h.
+#include <windows.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/message_frame.h"
+#include "core/tls_connection.h"
+#include "core/tls_context.h"
+#include "platform/com_apartment.h"
+#include "platform/socket.h"
+#include "stream/colour.h"
+#include "stream/streamer.h"
+#include "tests/doubles/board_win32.h"
+#include "tests/doubles/boards.h"
+#include "tests/doubles/scripted_picture.h"
+#include "tests/support/certificates.h"
+#include "tests/windows/h264_double.h"
+#include "tests/windows/painted_window.h"
+
+namespace {
+
+using namespace vlk;
+using namespace vlk::agent;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr int kWidth = 1920, kHeight = 1080;
+constexpr int kRounds = 150;         // of each step
+constexpr std::int32_t kFps = 2000;  // more than can be had, so that nothing waits
+constexpr std::int32_t kBitrate = 6000000;
+constexpr double kMillisecond = 10000;  // of the thread clock's 100 ns
+constexpr std::size_t kReadSize = 262144;
+
+double thread_milliseconds(HANDLE thread) {
+  FILETIME created, ended, kernel, user;
+  GetThreadTimes(thread, &created, &ended, &kernel, &user);
+  const auto count = [](const FILETIME& time) {
+    return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+  };
+  return (count(kernel) + count(user)) / kMillisecond;
+}
+
+double process_milliseconds() {
+  FILETIME created, ended, kernel, user;
+  GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user);
+  const auto count = [](const FILETIME& time) {
+    return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+  };
+  return (count(kernel) + count(user)) / kMillisecond;
+}
+
+double wall_milliseconds() {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+template <typename Step>
+void report(const char* name, Step step) {
+  const double wall = wall_milliseconds(), own = thread_milliseconds(GetCurrentThread());
+  for (int round = 0; round < kRounds; ++round)
+    step();
+  std::printf("%-38s %8.2f %8.2f\n", name, (wall_milliseconds() - wall) / kRounds,
+              (thread_milliseconds(GetCurrentThread()) - own) / kRounds);
+}
+
+// A TLS server on the loopback that reads and forgets, and the agent's own end of the line.
+class Line {
+ public:
+  Line() : server_(SSL_CTX_new(TLS_server_method())), client_(SSL_CTX_new(TLS_client_method())) {
+    start_sockets();
+    const vantelink_test::TestAuthority authority;
+    const auto identity = authority.issue({"localhost"});
+    SSL_CTX_use_certificate(server_.get(), identity.certificate.get());
+    SSL_CTX_use_PrivateKey(server_.get(), identity.key.get());
+    const SOCKET listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    ::listen(listener, 1);
+    int size = sizeof(address);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    socket_ = connect_socket("127.0.0.1", ntohs(address.sin_port));
+    send_at_once(socket_);
+    peer_ = ::accept(listener, nullptr, nullptr);
+    ::closesocket(listener);
+    reader_ = std::thread([this] { Read(); });
+    connection_ = std::make_unique<TlsConnection>(client_.get(), socket_, "localhost");
+    connected_ = connection_->connect();
+  }
+  ~Line() {
+    interrupt_socket(socket_);
+    reader_.join();
+    ::closesocket(peer_);
+    end_sockets();
+  }
+  Line(const Line&) = delete;
+  Line& operator=(const Line&) = delete;
+
+  bool connected() const { return connected_; }
+  bool Send(Msg type, const unsigned char* data, std::size_t length, std::uint8_t flags) {
+    const WireBytes frame = encode_message_frame(type, 1, data, length, flags);
+    return connection_->write(frame.data.get(), frame.size);
+  }
+  double reader_milliseconds() { return thread_milliseconds(reader_handle_); }
+
+ private:
+  void Read() {
+    DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &reader_handle_, 0, FALSE,
+                    DUPLICATE_SAME_ACCESS);
+    const std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(server_.get()), &SSL_free);
+    SSL_set_fd(ssl.get(), static_cast<int>(peer_));
+    if (SSL_accept(ssl.get()) != 1) return;
+    Bytes buffer(kReadSize);
+    while (SSL_read(ssl.get(), buffer.data(), static_cast<int>(buffer.size())) > 0) {
+    }
+  }
+
+  SslContext server_, client_;
+  SocketHandle socket_ = kInvalidSocket;
+  SOCKET peer_ = INVALID_SOCKET;
+  HANDLE reader_handle_ = nullptr;
+  std::thread reader_;
+  std::unique_ptr<TlsConnection> connection_;
+  bool connected_ = false;
+};
+
+// A board of this process's own for the desktop: one output, always changing.
+void set_desktop() {
+  char folder[MAX_PATH] = {};
+  GetTempPathA(MAX_PATH, folder);
+  const std::string path = std::string(folder) + "desktop.board";
+  using vantelink_doubles::DesktopBoard;
+  std::ofstream(path, std::ios::binary)
+      .write(std::string(sizeof(DesktopBoard), '\0').data(), sizeof(DesktopBoard));
+  SetEnvironmentVariableA(vantelink_doubles::kDesktopBoardVariable, path.c_str());
+  static DesktopBoard unused = {};
+  DesktopBoard& board = vantelink_doubles::map_board(vantelink_doubles::kDesktopBoardVariable, unused);
+  board.output_count = 1;
+  board.outputs[0].width = kWidth;
+  board.outputs[0].height = kHeight;
+}
+
+int count_changes(const Bytes& before, const Bytes& after) {
+  int changes = 0;
+  for (std::size_t i = 0; i < before.size(); ++i)
+    changes += before[i] != after[i] ? 1 : 0;
+  return changes;
+}
+
+bool report_steps(Line& line) {
+  const ComApartment apartment;
+  ScreenCapturer capturer;
+  CursorOverlay overlay;
+  H264Encoder encoder;
+  if (!capturer.Open(0) || !encoder.Init(kWidth, kHeight, 30, kBitrate)) return false;
+  std::printf("%-38s %8s %8s\n", "1920x1080, one frame", "wall ms", "CPU ms");
+  Bytes painted(std::size_t{kWidth} * kHeight * 4);
+  std::uint32_t number = 0;
+  report("(painting by the double, in capture)",
+         [&] { vantelink_doubles::paint_picture(painted.data(), kWidth, kHeight, kWidth * 4, ++number, 0); });
+  CapturedFrame frame;
+  report("capture, painting included", [&] {
+    frame.pixels.clear();  // and its memory used again, as the worker does
+    capturer.AcquireFrame(frame, 0);
+  });
+  if (frame.width != kWidth) return false;
+  const Bytes bare = frame.pixels;
+  report("pointer", [&] { overlay.Draw(frame, 0, 0); });
+  std::printf("  (it changed %d bytes)\n", count_changes(bare, frame.pixels));
+  Bytes nv12(std::size_t{kWidth} * kHeight + ChromaRoom(kWidth, kHeight));
+  report("conversion", [&] {
+    ConvertBgraToNv12(frame.pixels.data(), kWidth, kHeight, frame.stride, nv12.data(),
+                      nv12.data() + std::size_t{kWidth} * kHeight);
+  });
+  Bytes out;
+  std::size_t produced = 0;
+  report("capture and encoding, conversion included", [&] {
+    frame.pixels.clear();
+    capturer.AcquireFrame(frame, 0);
+    out.clear();
+    encoder.Encode(frame, out, false);
+    produced += out.size();
+  });
+  const Bytes message(produced / kRounds);
+  std::printf("  (%zu bytes a frame)\n", message.size());
+  report("sending", [&] { line.Send(Msg::StreamFrame, message.data(), message.size(), kBinaryPayload); });
+  return true;
+}
+
+void report_whole(Line& line) {
+  constexpr int kFrames = 300;
+  std::mutex lock;
+  std::condition_variable changed;
+  int frames = 0;
+  std::string announced;
+  ScreenStreamer streamer(
+      1, [&](Msg type, unsigned, const unsigned char* data, std::size_t length, unsigned char flags) {
+        const bool sent = line.Send(type, data, length, flags);
+        const std::lock_guard guard(lock);
+        if (type == Msg::StreamConfig) announced.assign(reinterpret_cast<const char*>(data), length);
+        if (type == Msg::StreamFrame) ++frames;
+        changed.notify_all();
+        return sent;
+      });
+  const auto wait_for = [&](int wanted) {
+    std::unique_lock guard(lock);
+    changed.wait(guard, [&] { return frames >= wanted; });
+  };
+  streamer.Start(0, kFps, 70, kBitrate);
+  wait_for(1);
+  const double wall = wall_milliseconds(), all = process_milliseconds(), reader = line.reader_milliseconds();
+  wait_for(kFrames + 1);
+  const double taken = wall_milliseconds() - wall;
+  const double own = process_milliseconds() - all - (line.reader_milliseconds() - reader);
+  streamer.Stop();
+  std::printf("the whole worker: %.1f frames a second, %.2f ms wall and %.2f ms CPU a frame, %s\n",
+              kFrames * 1000 / taken, taken / kFrames, own / kFrames, announced.c_str());
+}
+
+}  // namespace
+
+int main() {
+  set_desktop();
+  test::Double& transforms = test::the_double();
+  const test::PaintedWindow window(0, 0, 300, 300, test::pattern, LoadCursorW(nullptr, IDC_ARROW));
+  SetCursorPos(100, 100);
+  test::pump_messages();
+  Line line;
+  if (!line.connected()) {
+    std::puts("no TLS connection");
+    return 1;
+  }
+  for (const wchar_t* const kind : {L"sync", L"async"}) {
+    if (!transforms.Register(kind)) {
+      std::puts("no H.264 double");
+      return 1;
+    }
+    std::printf("\nH.264 double: %ls\n", kind);
+    bool opened = false;
+    std::thread([&] { opened = report_steps(line); }).join();
+    if (!opened) {
+      std::puts("the doubles do not work");
+      return 1;
+    }
+    report_whole(line);
+  }
+  return 0;
+}
