@@ -33,10 +33,7 @@ AgentCallbacks make_callbacks(MainWindow& main) {
   callbacks.on_status = [window](Status status, int count) {
     PostMessageW(window, WM_AGENT_STATUS, static_cast<WPARAM>(status), count);
   };
-  callbacks.on_notice = [window](std::string text) {
-    PostMessageW(window, WM_STATUS_TEXT,
-                 reinterpret_cast<WPARAM>(new (std::nothrow) std::wstring(Utf8ToWide(text))), 0);
-  };
+  callbacks.on_notice = [window](std::string text) { post_status_text(window, Utf8ToWide(text)); };
   callbacks.on_session_request = [window, &main](std::uint32_t session, std::string representative) {
     {
       const std::lock_guard<std::mutex> guard(main.pending_lock);

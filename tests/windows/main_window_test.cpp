@@ -13,6 +13,7 @@
 #include "painted_window.h"
 #include "shell/texts.h"
 #include "shell/tray.h"
+#include "update/update.h"
 
 namespace {
 
@@ -147,6 +148,18 @@ TEST_F(MainWindowTest, ANoticeStandsUntilTheNextStatusAndIsFreed) {
   EXPECT_EQ(text_of(main_.status_label), L"Tengd við þjón") << "an empty payload is ignored";
   SendMessageW(window_, WM_AGENT_STATUS, static_cast<WPARAM>(Status::Online), 0);
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_online);
+}
+
+TEST_F(MainWindowTest, AnOfferOfTheSkippedVersionShowsNothingAndIsFreed) {
+  main_.client->stop();
+  test::pump_messages();
+  main_.skipped_version = "0.9";
+  auto* const offer = new UpdateOffer{"0.9", "Setup.exe"};
+  watched = offer;
+  watched_frees = 0;
+  EXPECT_EQ(SendMessageW(window_, WM_UPDATE_OFFER, reinterpret_cast<WPARAM>(offer), 0), 0);
+  watched = nullptr;
+  EXPECT_EQ(watched_frees, 1);
 }
 
 TEST_F(MainWindowTest, ClosingHidesBeforeTheEndAndDestroysAfterIt) {
