@@ -24,11 +24,29 @@ Function ${UN}EndIfAgent
   Pop $1
 FunctionEnd
 
+; Without it an administrator cannot end another user's process.
+Function ${UN}EnableDebugPrivilege
+  Push $0
+  Push $1
+  Push $2
+  System::Call 'advapi32::OpenProcessToken(p -1, i 0x28, *p 0 .r0) i' ; query and adjust
+  System::Call '*(i 1, i 0, i 0, i 2) p .r1' ; TOKEN_PRIVILEGES of one, enabled
+  IntPtrOp $2 $1 + 4
+  System::Call 'advapi32::LookupPrivilegeValueW(p 0, w "SeDebugPrivilege", p r2) i'
+  System::Call 'advapi32::AdjustTokenPrivileges(p r0, i 0, p r1, i 0, p 0, p 0) i'
+  System::Free $1
+  System::Call 'kernel32::CloseHandle(p r0)'
+  Pop $2
+  Pop $1
+  Pop $0
+FunctionEnd
+
 Function ${UN}EndAgents
   Push $0
   Push $1
   Push $2
   Push $3
+  Call ${UN}EnableDebugPrivilege
   System::Call 'kernel32::CreateToolhelp32Snapshot(i 2, i 0) p .r1'
   System::Alloc ${PROCESS_ENTRY_SIZE}
   Pop $2

@@ -73,6 +73,19 @@ class RedirectTest : public testing::Test {
     }
   }
 
+  // Whether an agent connects within the time. Their questions for updates do not count, nor do broken
+  // connections.
+  bool agent_connects(Milliseconds patience) const {
+    while (server_->has_client(patience)) {
+      try {
+        auto peer = server_->accept();
+        if (peer->handshake() && !peer->read_request().starts_with("GET /version.json ")) return true;
+      } catch (const std::runtime_error&) {
+      }
+    }
+    return false;
+  }
+
   // The processes of the desk whose command line holds the text, by their ids on this host.
   static std::vector<int> processes(const std::string& text) {
     std::vector<int> found;

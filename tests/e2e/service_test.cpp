@@ -16,8 +16,14 @@ constexpr milliseconds kPollInterval{5000};  // anything faster was not found by
 class ServiceTest : public RedirectTest {
  protected:
   // Runs one of the two switches and presses the box away; its title and text.
-  std::string switch_says(const std::string& name, const std::string& program = kAgent) const {
-    const int pid = desk->spawn({program, name});
+  static std::string switch_says(const std::string& name, const std::string& program = kAgent) {
+    return box_of(desk->spawn({program, name}));
+  }
+  static std::string install() { return switch_says("--install-service"); }
+  static std::string uninstall() { return switch_says("--uninstall-service"); }
+
+  // What the box that this process shows says; it is pressed away, and the process ends.
+  static std::string box_of(int pid) {
     std::vector<SeenWindow> box;
     EXPECT_TRUE(eventually([&] {
       box = windows_on(*desk, {kDialog});
@@ -31,8 +37,6 @@ class ServiceTest : public RedirectTest {
     EXPECT_TRUE(eventually([&] { return ::kill(pid, 0) != 0; })) << "the box stays";
     return text;
   }
-  std::string install() const { return switch_says("--install-service"); }
-  std::string uninstall() const { return switch_says("--uninstall-service"); }
 
   std::string query() const { return desk->output({"sc", "query", "VantelinkAgent"}); }
   std::string image_path() const {
@@ -98,7 +102,7 @@ TEST_F(ServiceTest, StopEndsTheAgentWithinAMomentAndStartBringsItBack) {
   EXPECT_LT(Clock::now() - begin, milliseconds(1000));
   EXPECT_TRUE(gone(kHost));
   EXPECT_NE(query().find("STATE              : 1  STOPPED"), std::string::npos) << query();
-  EXPECT_FALSE(server_->has_client(milliseconds(300)));
+  EXPECT_FALSE(agent_connects(milliseconds(300)));
   desk->output({"sc", "start", "VantelinkAgent"});
   greeted();
 }
@@ -125,6 +129,18 @@ TEST_F(ServiceTest, RemovalEndsItAllAndFailsWhereNothingIsInstalled) {
   EXPECT_EQ(uninstall(), "Maravek|Service removal failed.|");
 }
 
+TEST_F(ServiceTest, OnlyAnAdministratorInstallsAndRemovesIt) {
+  const std::string program = std::string("\"Z:") + kAgent + "\" ";
+  EXPECT_EQ(box_of(spawn_without_elevation(*desk, program + "--install-service")),
+            "Maravek|Please run as Administrator to install the service.|");
+  EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
+  install();
+  const auto peer = greeted();
+  EXPECT_EQ(box_of(spawn_without_elevation(*desk, program + "--uninstall-service")),
+            "Maravek|Please run as Administrator to remove the service.|");
+  EXPECT_NE(query().find("STATE              : 4  RUNNING"), std::string::npos) << query();
+}
+
 // A service that finds an agent in the session starts one copy after the other, and each raises the first
 // one's window: no delay, no end.
 TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
@@ -141,7 +157,7 @@ TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
     return seen.size() >= 3;
   }));
   EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "one copy a poll";
-  EXPECT_FALSE(server_->has_client(milliseconds(100))) << "a copy connected";
+  EXPECT_FALSE(agent_connects(milliseconds(100))) << "a copy connected";
 }
 
 // Wine may take ten seconds over it.

@@ -146,6 +146,34 @@ int hold(const wchar_t* path, const wchar_t* marker) {
   return 0;
 }
 
+// Runs a program as somebody whose membership of Administrators does not count, as Windows does for a user
+// who has not confirmed an elevation; its exit status.
+int run_without_elevation(std::wstring command_line) {
+  BYTE sid[SECURITY_MAX_SID_SIZE];
+  DWORD size = sizeof sid;
+  CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, sid, &size);
+  HANDLE opened = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &opened)) return 1;
+  const vlk::UniqueKernelHandle token(opened);
+  SID_AND_ATTRIBUTES deny_only = {sid, 0};
+  HANDLE made = nullptr;
+  if (!CreateRestrictedToken(token.get(), 0, 1, &deny_only, 0, nullptr, 0, nullptr, &made)) return 1;
+  const vlk::UniqueKernelHandle restricted(made);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION started = {};
+  if (!CreateProcessAsUserW(restricted.get(), nullptr, command_line.data(), nullptr, nullptr, FALSE, 0,
+                            nullptr, nullptr, &startup, &started)) {
+    return 1;
+  }
+  const vlk::UniqueKernelHandle process(started.hProcess);
+  const vlk::UniqueKernelHandle thread(started.hThread);
+  WaitForSingleObject(process.get(), INFINITE);
+  DWORD status = 1;
+  GetExitCodeProcess(process.get(), &status);
+  return static_cast<int>(status);
+}
+
 int usage() {
   std::fputs(
       "Usage: probe windows CLASS...   the top-level windows of these classes and their children\n"
@@ -154,6 +182,7 @@ int usage() {
       "       probe post MESSAGE WPARAM LPARAM   posts a message to the agent's window\n"
       "       probe registry           the agent's settings and its autostart entry\n"
       "       probe forget             deletes both\n"
+      "       probe lower COMMANDLINE  runs a program without an administrator's rights; its exit status\n"
       "       probe hold FILE MARKER   keeps a file in use until it is killed; makes MARKER once it is\n",
       stderr);
   return 2;
@@ -168,6 +197,7 @@ int wmain(int count, wchar_t** words) {
   if (verb == L"at" && count == 4) return print_class_at(words[2], words[3]);
   if (verb == L"registry" && count == 2) return print_registry();
   if (verb == L"forget" && count == 2) return forget();
+  if (verb == L"lower" && count == 3) return run_without_elevation(words[2]);
   if (verb == L"hold" && count == 4) return hold(words[2], words[3]);
   if (verb == L"type" && count == 4) {
     const HWND control = GetDlgItem(agent, static_cast<int>(std::wcstol(words[2], nullptr, 10)));

@@ -88,6 +88,10 @@ int hold_file(const Desk& desk, const std::string& path) {
   return pid;
 }
 
+int spawn_without_elevation(const Desk& desk, const std::string& command_line) {
+  return desk.spawn({kProbe, "lower", command_line});
+}
+
 void post(const Desk& desk, unsigned message, unsigned wparam, int lparam) {
   probe_lines(desk, {"post", std::to_string(message), std::to_string(wparam), std::to_string(lparam)});
 }

@@ -42,6 +42,10 @@ void type_into(const Desk& desk, int id, const std::string& text);
 // killed.
 int hold_file(const Desk& desk, const std::string& path);
 
+// Starts a program as a user who has not confirmed an elevation; the process id, on this host, of what waits
+// for it.
+int spawn_without_elevation(const Desk& desk, const std::string& command_line);
+
 // Posts a message to the agent's window.
 void post(const Desk& desk, unsigned message, unsigned wparam, int lparam);
 
