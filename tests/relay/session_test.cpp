@@ -1,6 +1,7 @@
 // Agents and representatives through the relay, with the agent's own client at the far end.
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
+#include "support/raw_agent.h"
 
 namespace vlk::relay {
 namespace {
@@ -186,6 +187,66 @@ TEST_F(SessionTest, LargeMessageToABrowserThatReadsSlowlyArrivesWhole) {
   for (int i = 0; i < 8; ++i)
     EXPECT_EQ(browser->read_envelope(Msg::FileChunk).payload.size(), large.size());
   sender.join();
+}
+
+// An agent that sends what a test says, in an accepted session with a browser.
+class RawSession {
+ public:
+  RawSession(unsigned short port, Browser& browser) : agent_(port) {
+    agent_.send(Msg::Hello, R"({"role":"agent"})");
+    agent_.send(Msg::Enroll, R"({"name":"Raw","machine_name":"Raw","os":"windows","hw_id":"x"})");
+    const Envelope enrolled = read(Msg::EnrollResult);
+    browser.send({{"type", "open"}, {"agent", Json::parse(enrolled.payload)["agent_id"]}});
+    number_ = read(Msg::SessionRequest).session_id;
+    send(Msg::SessionAccept, "{}");
+    browser.read_text("session");
+    EXPECT_EQ(browser.read_text("session")["state"], "accepted");
+  }
+
+  void send(Msg type, const std::string& payload) {
+    const auto bytes = encode_envelope(type, number_, reinterpret_cast<const unsigned char*>(payload.data()),
+                                       payload.size(), 0);
+    agent_.send_bytes({bytes.begin(), bytes.end()});
+  }
+
+  Envelope read(Msg type) {
+    for (;;) {
+      Envelope envelope = agent_.read();
+      if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
+    }
+  }
+
+ private:
+  vantelink_test::RawAgent agent_;
+  std::uint32_t number_ = 0;
+};
+
+TEST_F(SessionTest, H264StreamIsCompletedOnItsWayAndJpegIsNot) {
+  using namespace std::string_literals;
+  auto browser = console();
+  RawSession session(port_, *browser);
+  const std::string stamp(8, 't');
+  const std::string start = "\0\0\0\1"s;
+  const std::string set = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xce\x80"s;
+  const std::string in_order = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xcf\x35\x01\x0d\x06\x07\x84\x02\x15"s;
+  const std::string as_said = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xcf\x35\x01\x0d\x06\x02"s;
+  const std::string key_slice = start + "\x65\x88\x80"s;
+  const std::string b_slice = start + "\x41\x9c\x80"s;  // first_mb_in_slice 0, slice_type 6
+  const auto passed = [&](const std::string& picture) {
+    session.send(Msg::StreamFrame, stamp + picture);
+    const Envelope frame = browser->read_envelope(Msg::StreamFrame);
+    return std::string(frame.payload.begin(), frame.payload.end());
+  };
+
+  EXPECT_EQ(passed("\xff\xd8" + start + set), stamp + "\xff\xd8" + start + set);
+  EXPECT_EQ(passed(""), stamp);
+  EXPECT_EQ(passed(start + set + key_slice), stamp + start + in_order + key_slice);
+  EXPECT_EQ(passed(b_slice), stamp + b_slice);
+  session.read(Msg::KeyframeRequest);
+  EXPECT_EQ(passed(start + set + key_slice), stamp + start + as_said + key_slice);
+  // A new stream may be another encoder's.
+  session.send(Msg::StreamConfig, R"({"codec":"h264","w":320,"h":180,"monitor_id":0})");
+  EXPECT_EQ(passed(start + set + key_slice), stamp + start + in_order + key_slice);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 import { after, before } from 'node:test';
 import { ConsolePage, launch } from './console_page.mjs';
 import { plain } from './pictures.mjs';
-import { Relay } from './relay.mjs';
+import { PASSWORD, Relay, USER } from './relay.mjs';
 import { ScriptedAgent } from './scripted_agent.mjs';
 
 /**
@@ -23,6 +23,18 @@ export function fixture(relayOptions) {
   return shared;
 }
 
+/** What a browser keeps of a log-in at that relay, made once: the page of log-in has tests of its own. */
+function login(/** @type {Relay} */ relay, browser) {
+  relay.login ??= (async () => {
+    const context = await browser.newContext({ ignoreHTTPSErrors: true });
+    await context.request.post(`${relay.url}api/login`, { data: { name: USER, password: PASSWORD } });
+    const state = await context.storageState();
+    await context.close();
+    return state;
+  })();
+  return relay.login;
+}
+
 let machines = 0;
 
 /**
@@ -33,9 +45,8 @@ let machines = 0;
 export async function machineAndPage(t, { relay, browser }, options = {}) {
   const agent = await ScriptedAgent.online(relay, { name: `Ship ${++machines}`, ...options.agent });
   t.after(() => agent.drop());
-  const page = await ConsolePage.opened(browser, relay, options.page);
+  const page = await ConsolePage.opened(browser, relay, { storageState: await login(relay, browser), ...options.page });
   t.after(() => page.close());
-  await page.logIn();
   return { agent, page };
 }
 
