@@ -17,12 +17,24 @@ export class Picture {
     this.onChange = onChange;
     this.jpeg = new JpegPlayer(screen);
     this.h264 = new H264Player(screen, { askForKey: () => send(Msg.KeyframeRequest, {}), giveUp: () => this.withoutH264() });
-    /** 'h264' or 'mjpeg': what the representative chose. */
+    /** 'h264' or 'mjpeg': what the representative chose, and what is asked for. */
+    this.chosen = 'h264';
     this.wanted = 'h264';
     /** What the machine sends, '' until it has said. */
     this.codec = '';
     this.hasH264 = true;
-    playsH264().then((plays) => plays || this.withoutH264());
+    this.plays = true;
+    playsH264().then((plays) => {
+      this.plays = plays;
+      if (!plays) this.withoutH264();
+    });
+  }
+
+  /** For another session: one machine's stream that could not be played says nothing of another's. */
+  begin() {
+    this.hasH264 = this.plays;
+    this.wanted = this.hasH264 ? this.chosen : 'mjpeg';
+    this.onChange();
   }
 
   /** To be called after each start of a stream: it begins with H.264 and knows nothing of the choice. */
@@ -33,9 +45,8 @@ export class Picture {
   }
 
   choose(/** @type {string} */ codec) {
-    this.wanted = codec === 'h264' && this.hasH264 ? 'h264' : 'mjpeg';
-    this.select();
-    this.onChange();
+    this.chosen = codec;
+    this.want(codec);
   }
 
   /** @param {Record<string, unknown> | null} config what the machine says of the frames to come */
@@ -59,6 +70,13 @@ export class Picture {
   }
 
   /** @private */
+  want(/** @type {string} */ codec) {
+    this.wanted = codec === 'h264' && this.hasH264 ? 'h264' : 'mjpeg';
+    this.select();
+    this.onChange();
+  }
+
+  /** @private */
   select() {
     this.send(Msg.CodecSelect, { codec: this.wanted });
   }
@@ -68,7 +86,7 @@ export class Picture {
     if (!this.hasH264) return;
     this.hasH264 = false;
     this.h264.drop();
-    this.choose('mjpeg');
+    this.want('mjpeg');
   }
 }
 

@@ -78,6 +78,7 @@ export class SessionView extends EventTarget {
     this.name = inSentence(nameOf(machine));
     this.monitor = 0;
     this.screen.reset();
+    this.picture.begin();
     this.displays.reset();
     byId('session-name').textContent = nameOf(machine);
     byId('session-name').title = nameOf(machine);

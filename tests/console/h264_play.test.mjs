@@ -129,7 +129,7 @@ test('a broken frame makes the console ask for a key frame and go on with it', a
   await shows(page, COLOURS[3]);
 });
 
-test('a stream that never decodes is given up for JPEG', async (t) => {
+test('a stream that never decodes is given up for JPEG, until the next session', async (t) => {
   const { agent, page } = await watching(t);
   const [unit] = plainStream();
   const parameters = unit.indexOf(Buffer.from([0, 0, 1, 0x65]));
@@ -141,6 +141,14 @@ test('a stream that never decodes is given up for JPEG', async (t) => {
   agent.config({ codec: 'mjpeg', ...SIZE });
   agent.frame(plain(WIDTH, HEIGHT, '#336699'));
   await shows(page, '#336699');
+  await page.page.click('#session-end');
+  agent.inbox.length = 0;
+  await page.row(agent).locator('.badge[data-state=online]').waitFor();
+  await page.ask(agent);
+  await agent.next(AgentMsg.ThumbnailRequest);
+  assert.ok(!agent.inbox.some(({ type }) => type === AgentMsg.CodecSelect));
+  agent.frame(unit);
+  await shows(page, COLOURS[0]);
 });
 
 test('the representative chooses the encoding, and a new stream keeps the choice', async (t) => {
