@@ -182,6 +182,7 @@ class AgentSession {
     }
     if (header.type == Msg::StreamConfig) stream_ = {};
     if (header.type == Msg::StreamFrame) complete_frame(header.session, message);
+    if (!context_.hub.wanted(*session, header.type, message)) co_return;
     const auto browser = session->console->socket;
     browser->send_binary(std::make_shared<const Bytes>(std::move(message)), header.session);
     if (!browser->full()) co_return;

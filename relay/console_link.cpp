@@ -39,6 +39,7 @@ class ConsoleSession {
     if (type == "open") return open(message);
     if (type == "close") return close(message);
     if (type == "ping") return ping(message);
+    if (type == "transfer") return transfer(message);
     hub_.error(*peer_, "That message has no known type.");
   }
 
@@ -49,12 +50,25 @@ class ConsoleSession {
   }
 
   void close(const nlohmann::json& message) {
+    const auto number = session_number(message);
+    if (!number) return hub_.error(*peer_, "The session's number is missing.");
+    hub_.close_session(*peer_, *number);
+  }
+
+  void transfer(const nlohmann::json& message) {
+    const auto number = session_number(message);
+    const auto request = message.find("request");
+    if (!number || request == message.end() || !request->is_number_integer())
+      return hub_.error(*peer_, "The session's or the request's number is missing.");
+    hub_.give_transfer(*peer_, *number, request->get<std::int64_t>());
+  }
+
+  static std::optional<std::uint32_t> session_number(const nlohmann::json& message) {
     const auto number = message.find("session");
-    if (number == message.end() || !number->is_number_unsigned() ||
-        number->get<std::uint64_t>() > UINT32_MAX) {
-      return hub_.error(*peer_, "The session's number is missing.");
-    }
-    hub_.close_session(*peer_, number->get<std::uint32_t>());
+    if (number == message.end() || !number->is_number_unsigned()) return std::nullopt;
+    const auto value = number->get<std::uint64_t>();
+    if (value > UINT32_MAX) return std::nullopt;
+    return static_cast<std::uint32_t>(value);
   }
 
   void ping(const nlohmann::json& message) {
@@ -85,6 +99,7 @@ class ConsoleSession {
       hub_.error(*peer_, "A message of that type is not for the machine.", session->agent->id);
       co_return;
     }
+    if (!hub_.admit(*session, header->type, message)) co_return;
     const auto agent = session->agent->socket;
     agent->send_binary(std::make_shared<const Bytes>(std::move(message)));
     co_await agent->room();

@@ -17,7 +17,7 @@ constexpr std::uint32_t kListTag = 0xFFFFFFFF;  // the one message of which only
 // Numbers start anywhere, so that one from before a restart of the relay hardly ever means another session
 // now.
 Hub::Hub(Store& store, const Log& log, const Limits& limits)
-    : store_(store), log_(log), limits_(limits), last_number_(random_number()) {
+    : store_(store), log_(log), limits_(limits), last_number_(random_number()), transfers_(random_number()) {
   for (AgentRecord& record : store_.agents())
     records_[record.id] = std::move(record);
 }
@@ -48,6 +48,8 @@ void Hub::online(const std::shared_ptr<AgentPeer>& peer, const AgentRecord& reco
   records_[record.id] = record;
   online_[record.id] = peer;
   list_changed_ = true;
+  for (const std::uint32_t upload : transfers_.owed(record.id))
+    peer->socket->send_binary(upload_end(0, upload));
   log_.write(peer->address, peer->id, "online as \"" + record.name + "\"");
   audit({"agent-login", "", peer->id, peer->address, record.name});
 }
@@ -215,6 +217,7 @@ void Hub::end_session(std::uint32_t number, const std::string& reason, bool tell
   // Pictures of a session that is over are of no use to a browser that is behind.
   session.console->socket->discard(number);
   tell_session(session, "ended", reason);
+  end_transfers(session, tell_agent);
   if (tell_agent) session.agent->socket->send_binary(json_envelope(Msg::SessionEnd, number, "{}"));
   log_.write(session.console->address, session.agent->id,
              "session " + std::to_string(number) + " ended: " + reason);
@@ -288,6 +291,7 @@ Hub::Forgotten Hub::forget_agent(const std::string& id) {
   if (online_.contains(id)) return Forgotten::Connected;
   store_.remove_agent(id);
   records_.erase(id);
+  transfers_.owed(id);
   list_changed_ = true;
   return Forgotten::Done;
 }

@@ -19,6 +19,7 @@
 #include "relay/log.h"
 #include "relay/socket_link.h"
 #include "relay/store.h"
+#include "relay/transfers.h"
 
 namespace vlk::relay {
 
@@ -77,6 +78,12 @@ class Hub {
   void close_session(ConsolePeer& console, std::uint32_t number);
   void accepted(AgentPeer& peer, std::uint32_t number);
   void rejected(AgentPeer& peer, std::uint32_t number);
+  // A number for a file transfer of the browser's session; `request` is the browser's own, which comes back.
+  void give_transfer(ConsolePeer& console, std::uint32_t number, std::int64_t request);
+  // Whether a message of an accepted session's browser may pass on to the machine; a refusal is told.
+  bool admit(const Session& session, Msg type, Bytes& message);
+  // Whether a machine's message is wanted by its session's browser.
+  bool wanted(const Session& session, Msg type, const Bytes& message);
   // Null unless the session exists.
   Session* find(std::uint32_t number);
   // The relay's last measurement of the way to the agent of this browser's session, if it has one.
@@ -101,6 +108,9 @@ class Hub {
  private:
   void end_session(std::uint32_t number, const std::string& reason, bool tell_agent);
   void end_sessions_of(const AgentPeer& peer, const std::string& reason);
+  void end_transfers(const Session& session, bool tell_agent);
+  void note_clip(const Session& session, const char* event, const Bytes& message);
+  void note_transfer(const Session& session, const TransferNote& note);
   void tell_session(const Session& session, const std::string& state, const std::string& reason = {});
   const Session* session_of(const std::string& agent_id) const;
   std::uint32_t new_number();
@@ -121,6 +131,7 @@ class Hub {
   std::set<std::shared_ptr<ConsolePeer>> consoles_;
   std::map<std::uint32_t, Session> sessions_;
   std::uint32_t last_number_;
+  Transfers transfers_;
   bool list_changed_ = false;
   Clock::time_point last_seen_recorded_ = Clock::now();
 };

@@ -1,0 +1,59 @@
+// The hub's part in file transfers: telling browsers and machines, and the audit trail.
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "relay/clip_note.h"
+#include "relay/hub.h"
+#include "relay/wire.h"
+
+namespace vlk::relay {
+
+void Hub::give_transfer(ConsolePeer& console, std::uint32_t number, std::int64_t request) {
+  const nlohmann::json fields = {{"request", request}};
+  const Session* session = find(number);
+  if (!session || session->console.get() != &console || !session->accepted)
+    return error(console, "There is no such session.", "", fields);
+  const std::uint32_t transfer = transfers_.give(number);
+  if (transfer == 0) return error(console, "Too many transfers are open.", session->agent->id, fields);
+  console.socket->send_text(
+      dump(nlohmann::json{{"type", "transfer"}, {"request", request}, {"transfer", transfer}}));
+}
+
+bool Hub::admit(const Session& session, Msg type, Bytes& message) {
+  if (type == Msg::ClipboardData) note_clip(session, "clipboard-up", message);
+  if (!is_transfer(type)) return true;
+  const TransferRuling ruling = transfers_.from_browser(session.number, type, message);
+  if (ruling.note) note_transfer(session, *ruling.note);
+  if (ruling.kind == TransferRuling::Kind::Refuse)
+    error(*session.console, ruling.refusal, session.agent->id, {{"transfer", ruling.transfer}});
+  return ruling.kind == TransferRuling::Kind::Pass;
+}
+
+bool Hub::wanted(const Session& session, Msg type, const Bytes& message) {
+  if (type == Msg::ClipboardData) note_clip(session, "clipboard-down", message);
+  if (!is_transfer(type)) return true;
+  const Transfers::Delivery delivery = transfers_.from_agent(session.number, type, message);
+  if (delivery.note) note_transfer(session, *delivery.note);
+  return delivery.wanted;
+}
+
+// A machine keeps the file of an upload open until it hears of its end, whatever becomes of the session.
+void Hub::end_transfers(const Session& session, bool tell_agent) {
+  const Transfers::Leftovers left = transfers_.end_session(session.number);
+  for (const TransferNote& note : left.notes)
+    note_transfer(session, note);
+  if (!tell_agent) return transfers_.owe(session.agent->id, left.uploads);
+  for (const std::uint32_t upload : left.uploads)
+    session.agent->socket->send_binary(upload_end(session.number, upload));
+}
+
+void Hub::note_clip(const Session& session, const char* event, const Bytes& message) {
+  if (auto files = clip_note(message)) note_transfer(session, {event, std::move(*files)});
+}
+
+void Hub::note_transfer(const Session& session, const TransferNote& note) {
+  audit({note.event, session.console->representative, session.agent->id, session.console->address,
+         note.detail});
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,401 @@
+// File transfers through the relay: numbers, what a browser may send for them, the ends that machines are
+// told of, the audit trail, and the relay's memory while a browser does not read.
+#include "relay/transfers.h"
+
+#include <fstream>
+#include <set>
+
+#include "fakes/fakes.h"
+#include "relay/clip_note.h"
+#include "relay/database.h"
+#include "relay/relay_fixture.h"
+
+namespace vlk::relay {
+namespace {
+
+std::string big_endian(std::uint32_t number) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8)
+    bytes += static_cast<char>(number >> shift);
+  return bytes;
+}
+
+std::string chunk(std::uint32_t transfer, const std::string& content, std::uint32_t index = 0) {
+  return big_endian(transfer) + big_endian(index) + content;
+}
+
+Bytes envelope(Msg type, std::uint32_t session, const std::string& payload) {
+  return encode_envelope(type, session, reinterpret_cast<const unsigned char*>(payload.data()),
+                         payload.size(), 0);
+}
+
+std::string payload_of(const Bytes& message) {
+  return {message.begin() + kEnvelopeHeaderSize, message.end()};
+}
+
+using Kind = TransferRuling::Kind;
+
+class Rulings : public testing::Test {
+ protected:
+  TransferRuling send(Msg type, const std::string& payload, std::uint32_t session = 7) {
+    message_ = envelope(type, session, payload);
+    return transfers_.from_browser(session, type, message_);
+  }
+  TransferRuling request(Msg type, std::uint32_t transfer, const std::string& path = "C:\\\\a.txt") {
+    return send(type, R"({"transfer_id":)" + std::to_string(transfer) + R"(,"path":")" + path + R"("})");
+  }
+
+  Transfers transfers_{0xFFFFFFFE};
+  Bytes message_;
+};
+
+TEST_F(Rulings, NumbersAreNeverZeroAndNeverGivenTwice) {
+  EXPECT_EQ(transfers_.give(7), 0xFFFFFFFF);
+  EXPECT_EQ(transfers_.give(7), 1u);
+  EXPECT_EQ(transfers_.give(8), 2u);
+  transfers_.end_session(7);
+  EXPECT_EQ(transfers_.give(7), 3u);
+}
+
+TEST_F(Rulings, SessionHoldsABoundedNumberOfOpenOnes) {
+  std::uint32_t first = 0;
+  for (std::size_t i = 0; i < Transfers::kOpenPerSession; ++i)
+    first = first ? (transfers_.give(7), first) : transfers_.give(7);
+  EXPECT_EQ(transfers_.give(7), 0u);
+  EXPECT_NE(transfers_.give(8), 0u);
+  EXPECT_EQ(request(Msg::UploadBegin, first).kind, Kind::Pass);
+  EXPECT_EQ(send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(first) + "}").kind, Kind::Pass);
+  EXPECT_NE(transfers_.give(7), 0u);
+}
+
+TEST_F(Rulings, NothingPassesWithoutANumberOfTheSession) {
+  const std::uint32_t other = transfers_.give(8);
+  const std::uint32_t own = transfers_.give(7);
+  for (const std::uint32_t number : {0u, other, own + 1}) {
+    EXPECT_EQ(request(Msg::DownloadRequest, number).kind, Kind::Refuse);
+    EXPECT_EQ(request(Msg::UploadBegin, number).kind, Kind::Refuse);
+    EXPECT_EQ(send(Msg::FileChunk, chunk(number, "x")).kind, Kind::Refuse);
+    EXPECT_EQ(send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(number) + "}").kind,
+              Kind::Refuse);
+  }
+  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "given, but not begun";
+  EXPECT_EQ(request(Msg::DownloadRequest, own).kind, Kind::Pass);
+  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "a download";
+  EXPECT_EQ(request(Msg::UploadBegin, own).kind, Kind::Refuse) << "used already";
+}
+
+TEST_F(Rulings, SenselessRequestsAreRefused) {
+  const std::string own = std::to_string(transfers_.give(7));
+  for (const std::string& payload : std::vector<std::string>{
+           "", "{", "5", "[]", R"({"path":"C:\\a"})", R"({"transfer_id":)" + own + "}",
+           R"({"transfer_id":)" + own + R"(,"path":""})", R"({"transfer_id":)" + own + R"(,"path":5})",
+           R"({"transfer_id":-1,"path":"a"})", R"({"transfer_id":1e30,"path":"a"})",
+           R"({"transfer_id":")" + own + R"(","path":"a"})",
+           R"({"transfer_id":)" + own + R"(,"path":"a\nb"})",
+           R"({"transfer_id":)" + own + R"(,"path":"a\u0000b"})"}) {
+    EXPECT_EQ(send(Msg::DownloadRequest, payload).kind, Kind::Refuse) << payload;
+    EXPECT_EQ(send(Msg::UploadBegin, payload).kind, Kind::Refuse) << payload;
+  }
+  for (std::size_t size = 0; size < 8; ++size)
+    EXPECT_EQ(send(Msg::FileChunk, std::string(size, '\0')).kind, Kind::Refuse);
+}
+
+// The agent searches the text for a key, so what it finds must be what was judged here.
+TEST_F(Rulings, RequestsReachTheMachineInAFormThatCannotBeMisread) {
+  const std::string own = std::to_string(transfers_.give(7));
+  const std::string hidden =
+      R"({"x":"\u0022transfer_id\u0022:99","a":{"transfer_id":98},"path":"C:\\þ \"transfer_id\":97",)"
+      R"("transfer_id":)" +
+      own + R"(,"size":12,"more":1})";
+  EXPECT_EQ(send(Msg::UploadBegin, hidden).kind, Kind::Pass);
+  EXPECT_EQ(payload_of(message_),
+            R"({"transfer_id":)" + own + R"(,"path":"C:\\þ \"transfer_id\":97","size":12})");
+  EXPECT_EQ(read_header(message_)->session, 7u);
+  EXPECT_EQ(send(Msg::FileTransferEnd, R"({"a":{"transfer_id":99},"transfer_id":)" + own + "}").kind,
+            Kind::Pass);
+  EXPECT_EQ(payload_of(message_), R"({"transfer_id":)" + own + "}");
+}
+
+TEST_F(Rulings, CancelledDownloadIsSwallowedAndItsChunksDropped) {
+  const std::uint32_t own = transfers_.give(7);
+  request(Msg::DownloadRequest, own);
+  EXPECT_TRUE(transfers_.from_agent(7, Msg::FileChunk, envelope(Msg::FileChunk, 7, chunk(own, "ab"))).wanted);
+  const std::string end = R"({"transfer_id":)" + std::to_string(own);
+  EXPECT_EQ(send(Msg::FileTransferEnd, end + "}").kind, Kind::Swallow);
+  EXPECT_FALSE(transfers_.from_agent(7, Msg::FileChunk, envelope(Msg::FileChunk, 7, chunk(own, "c"))).wanted);
+  const auto last = transfers_.from_agent(7, Msg::FileTransferEnd,
+                                          envelope(Msg::FileTransferEnd, 7, end + R"(,"ok":true})"));
+  EXPECT_TRUE(last.wanted);
+  ASSERT_TRUE(last.note);
+  EXPECT_EQ(last.note->detail, std::to_string(own) + " cancelled 3");
+}
+
+TEST_F(Rulings, AuditTrailTellsBeginAndEnd) {
+  const std::uint32_t own = transfers_.give(7);
+  const auto begin = request(Msg::UploadBegin, own);
+  ASSERT_TRUE(begin.note);
+  EXPECT_EQ(begin.note->event, "upload");
+  EXPECT_EQ(begin.note->detail, std::to_string(own) + " C:\\a.txt");
+  send(Msg::FileChunk, chunk(own, "12345"));
+  const auto end = send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(own) + "}");
+  ASSERT_TRUE(end.note);
+  EXPECT_EQ(end.note->event, "upload-end");
+  EXPECT_EQ(end.note->detail, std::to_string(own) + " ended 5");
+  const auto longest = request(Msg::UploadBegin, transfers_.give(7), std::string(100'000, 'x'));
+  EXPECT_LT(longest.note->detail.size(), 5000u);
+}
+
+TEST_F(Rulings, EndOfASessionNamesTheUploadsThatAreOpen) {
+  const std::uint32_t open = transfers_.give(7), unused = transfers_.give(7), down = transfers_.give(7);
+  request(Msg::UploadBegin, open);
+  request(Msg::DownloadRequest, down);
+  const auto left = transfers_.end_session(7);
+  EXPECT_EQ(left.uploads, std::vector<std::uint32_t>{open});
+  EXPECT_EQ(left.notes.size(), 2u);
+  EXPECT_TRUE(transfers_.end_session(7).uploads.empty());
+  EXPECT_EQ(request(Msg::UploadBegin, unused).kind, Kind::Refuse);
+}
+
+TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndToldOnce) {
+  transfers_.owe("a", {1, 2});
+  transfers_.owe("a", {3});
+  EXPECT_TRUE(transfers_.owed("b").empty());
+  EXPECT_EQ(transfers_.owed("a"), (std::vector<std::uint32_t>{1, 2, 3}));
+  EXPECT_TRUE(transfers_.owed("a").empty());
+  for (std::uint32_t i = 0; i < Transfers::kOwedPerAgent; ++i)
+    transfers_.owe("a", {i, i});
+  EXPECT_EQ(transfers_.owed("a").size(), Transfers::kOwedPerAgent);
+}
+
+std::string clip_record(const std::string& name, const std::string& content) {
+  return big_endian(static_cast<std::uint32_t>(name.size())) + name + big_endian(0) +
+         big_endian(static_cast<std::uint32_t>(content.size())) + content;
+}
+
+std::optional<std::string> note_of(const std::string& payload) {
+  return clip_note(envelope(Msg::ClipboardData, 7, payload));
+}
+
+TEST(ClipNote, NamesTheFilesAndNothingElse) {
+  EXPECT_EQ(note_of(""), std::nullopt);
+  EXPECT_EQ(note_of("\1secret"), std::nullopt);
+  EXPECT_EQ(note_of("\2png"), std::nullopt);
+  EXPECT_EQ(note_of("\3"), "0");
+  const std::string two = "\3" + big_endian(2) + clip_record("þ.txt", "content") + clip_record("b\nc", "");
+  EXPECT_EQ(note_of(two), "2 þ.txt, b c");
+}
+
+TEST(ClipNote, SurvivesTruncationsAndAbsurdSizes) {
+  const std::string one = "\3" + big_endian(1) + clip_record("a", "xyz");
+  for (std::size_t size = 1; size < one.size(); ++size)
+    EXPECT_EQ(note_of(one.substr(0, size)), "0") << size;
+  EXPECT_EQ(note_of("\3" + big_endian(0xFFFFFFFF) + clip_record("a", "x")), "1 a");
+  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(0xFFFFFFFF) + "a"), "0");
+  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(1) + "a" + std::string(8, '\xff') + "x"), "0");
+  std::string many = "\3" + big_endian(1000);
+  for (int i = 0; i < 1000; ++i)
+    many += clip_record(std::string(100, 'n'), "");
+  EXPECT_EQ(note_of(many)->substr(0, 5), "1000 ");
+  EXPECT_LT(note_of(many)->size(), 2 * kLongestClipNote);
+}
+
+class TransferTest : public RelayTest {
+ protected:
+  std::uint32_t open(Browser& browser) {
+    browser.send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
+    for (;;) {
+      const Json session = browser.read_text("session");
+      if (session["state"] == "accepted") return session["session"];
+    }
+  }
+  static std::uint32_t number(Browser& browser, std::uint32_t session) {
+    browser.send({{"type", "transfer"}, {"session", session}, {"request", 5}});
+    const Json answer = browser.read_text("transfer");
+    EXPECT_EQ(answer["request"], 5);
+    return answer["transfer"];
+  }
+  static void send_json(Browser& browser, Msg type, std::uint32_t session, const Json& fields) {
+    browser.send_envelope(type, session, fields.dump());
+  }
+  std::filesystem::path file(const char* name) const { return folder_ / name; }
+  // Whether this process, which is the agent too, has the file open.
+  static bool is_open(const std::filesystem::path& path) {
+    std::error_code gone;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", gone)) {
+      if (std::filesystem::read_symlink(entry.path(), gone) == path) return true;
+    }
+    return false;
+  }
+  template <typename Condition>
+  static bool eventually(Condition condition) {
+    const auto deadline = Clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+      if (Clock::now() > deadline) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+  }
+  void upload_part(Browser& browser, std::uint32_t session, const std::filesystem::path& path) {
+    const std::uint32_t transfer = number(browser, session);
+    send_json(browser, Msg::UploadBegin, session, {{"transfer_id", transfer}, {"path", path}, {"size", 9}});
+    browser.send_envelope(Msg::FileChunk, session, chunk(transfer, "part"));
+    EXPECT_TRUE(eventually([&] { return is_open(path); }));
+  }
+  std::multiset<std::string> audited() {
+    Database database(folder_ / "relay.db");
+    Statement query(database, "SELECT event, detail FROM audit WHERE event GLOB '*load*'");
+    std::multiset<std::string> rows;
+    while (query.step())
+      rows.insert(query.text(0) + ": " + query.text(1));
+    return rows;
+  }
+};
+
+TEST_F(TransferTest, FileGoesUpAndComesDownAgain) {
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser);
+  std::string content;
+  for (int i = 0; i < 600'000; ++i)
+    content += static_cast<char>(i * 7 + i / 256);
+  const std::string path = file("ný skrá.bin");
+
+  const std::uint32_t up = number(*browser, session);
+  send_json(*browser, Msg::UploadBegin, session, {{"transfer_id", up}, {"path", path}, {"size", 600'000}});
+  for (std::size_t at = 0; at < content.size(); at += 100'000)
+    browser->send_envelope(Msg::FileChunk, session, chunk(up, content.substr(at, 100'000)));
+  send_json(*browser, Msg::FileTransferEnd, session, {{"transfer_id", up}});
+
+  const std::uint32_t down = number(*browser, session);
+  EXPECT_NE(down, up);
+  send_json(*browser, Msg::DownloadRequest, session, {{"transfer_id", down}, {"path", path}});
+  std::string received;
+  while (received.size() < content.size()) {
+    const auto payload = browser->read_envelope(Msg::FileChunk).payload;
+    received.append(payload.begin() + 8, payload.end());
+  }
+  EXPECT_TRUE(received == content);
+  const auto end = browser->read_envelope(Msg::FileTransferEnd).payload;
+  EXPECT_EQ(Json::parse(end)["ok"], true);
+  EXPECT_EQ(audited(), (std::multiset<std::string>{
+                           "upload: " + std::to_string(up) + " " + path,
+                           "upload-end: " + std::to_string(up) + " ended 600000",
+                           "download: " + std::to_string(down) + " " + path,
+                           "download-end: " + std::to_string(down) + " ended 600000",
+                       }));
+}
+
+TEST_F(TransferTest, WhatIsNotAllowedIsToldAndReachesNoMachine) {
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser);
+  const std::uint32_t transfer = number(*browser, session);
+  send_json(*browser, Msg::UploadBegin, session, {{"transfer_id", transfer + 1}, {"path", file("never")}});
+  EXPECT_EQ(browser->read_text("error")["transfer"], transfer + 1);
+  browser->send_envelope(Msg::FileChunk, session, chunk(transfer, "x"));
+  EXPECT_EQ(browser->read_text("error")["transfer"], transfer);
+  for (const Json& fields :
+       {Json{{"session", session}}, Json{{"request", 1}}, Json{{"session", session + 1}, {"request", 1}},
+        Json{{"session", -1}, {"request", "x"}}}) {
+    Json message = fields;
+    message["type"] = "transfer";
+    browser->send(message);
+    EXPECT_NE(browser->read_text("error")["message"], "");
+  }
+  // What follows on the same connection was heard, so the rest was not.
+  upload_part(*browser, session, file("allowed"));
+  EXPECT_FALSE(std::filesystem::exists(file("never")));
+}
+
+TEST_F(TransferTest, FilesOfClipboardsAreAudited) {
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser);
+  const std::string files = "\3" + big_endian(1) + clip_record("a.txt", "x");
+  browser->send_envelope(Msg::ClipboardData, session, files);
+  agent->send_text(Msg::ClipboardData, session, "\1text");
+  agent->send_text(Msg::ClipboardData, session, files);
+  browser->read_envelope(Msg::ClipboardData);
+  EXPECT_EQ(browser->read_envelope(Msg::ClipboardData).payload.size(), files.size());
+  Database database(folder_ / "relay.db");
+  Statement query(database, "SELECT event, detail FROM audit WHERE event GLOB 'clip*'");
+  std::set<std::string> rows;
+  while (query.step())
+    rows.insert(query.text(0) + ": " + query.text(1));
+  EXPECT_EQ(rows, (std::set<std::string>{"clipboard-up: 1 a.txt", "clipboard-down: 1 a.txt"}));
+}
+
+TEST_F(TransferTest, EndOfTheSessionClosesTheFilesOfOpenUploads) {
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser);
+  upload_part(*browser, session, file("a"));
+  upload_part(*browser, session, file("b"));
+  browser->send({{"type", "close"}, {"session", session}});
+  EXPECT_TRUE(eventually([&] { return !is_open(file("a")) && !is_open(file("b")); }));
+  EXPECT_EQ(std::filesystem::file_size(file("a")), 4u);
+}
+
+TEST_F(TransferTest, BrowserThatGoesClosesTheFilesOfItsUploads) {
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  upload_part(*browser, open(*browser), file("a"));
+  browser.reset();
+  EXPECT_TRUE(eventually([&] { return !is_open(file("a")); }));
+}
+
+TEST_F(TransferTest, UploadsOfALostMachineAreEndedWhenItReturns) {
+  auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser);
+  upload_part(*browser, session, file("a"));
+  const agent::AgentConfig config = vantelink_fakes::saved_config();
+  agent->stop();
+  EXPECT_TRUE(logged("ended: agent-gone"));
+  EXPECT_TRUE(is_open(file("a"))) << "the agent keeps it beyond its connection";
+  agent::AgentClient again(config, {});
+  again.start();
+  EXPECT_TRUE(eventually([&] { return !is_open(file("a")); }));
+}
+
+std::size_t resident_bytes() {
+  std::ifstream status("/proc/self/statm");
+  std::size_t pages = 0;
+  status >> pages >> pages;
+  return pages * 4096;
+}
+
+TEST_F(TransferTest, DownloadWaitsInTheMachineWhileTheBrowserDoesNotRead) {
+  constexpr std::uintmax_t kFile = 192u << 20;
+  std::ofstream(file("large")).close();
+  std::filesystem::resize_file(file("large"), kFile);
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser);
+  const std::uint32_t transfer = number(*browser, session);
+  const std::size_t before = resident_bytes();
+  send_json(*browser, Msg::DownloadRequest, session, {{"transfer_id", transfer}, {"path", file("large")}});
+
+  // Until nothing has moved for half a second: then everything waits for the browser.
+  std::size_t last = 0;
+  auto since = Clock::now();
+  EXPECT_TRUE(eventually([&] {
+    const std::size_t now = resident_bytes();
+    if (now != last) since = Clock::now();
+    last = now;
+    return is_open(file("large")) && Clock::now() - since > std::chrono::milliseconds(500);
+  }));
+  EXPECT_LT(resident_bytes() - std::min(before, resident_bytes()), 32u << 20);
+
+  std::uintmax_t received = 0;
+  for (std::uint32_t index = 0; received < kFile; ++index) {
+    const auto payload = browser->read_envelope(Msg::FileChunk).payload;
+    ASSERT_EQ(std::string(payload.begin(), payload.begin() + 8), big_endian(transfer) + big_endian(index));
+    received += payload.size() - 8;
+  }
+  EXPECT_EQ(received, kFile);
+  EXPECT_EQ(Json::parse(browser->read_envelope(Msg::FileTransferEnd).payload)["ok"], true);
+}
+
+}  // namespace
+}  // namespace vlk::relay
