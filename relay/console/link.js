@@ -124,7 +124,7 @@ export class Link extends EventTarget {
       return;
     }
     const message = typeof data === 'string' ? parseControl(data) : null;
-    if (message?.type === 'pong') this.receivePong(message);
+    if (message?.type === 'pong' && message.id === this.ping?.id) this.receivePong(message);
     else if (message) this.emit('control', message);
   }
 

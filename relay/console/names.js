@@ -20,3 +20,8 @@ export function nameOf(machine) {
 export function inSentence(/** @type {string} */ name) {
   return `\u2068${tidy(name)}\u2069`;
 }
+
+/** The name of a file: nothing is taken away, but what would steer the text around it becomes a visible sign. */
+export function visible(/** @type {string} */ name) {
+  return name.replace(STEERING, '\ufffd');
+}

@@ -1,8 +1,10 @@
 // One session with one machine: asking for it, its stream, and its end. A session that broke with the link or the
 // machine is asked for again when both are back.
+import { attachClipboard } from './clipboard.js';
 import { Displays } from './displays.js';
 import { byId } from './dom.js';
 import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from './envelope.js';
+import { attachFiles } from './files.js';
 import { Hands } from './hands.js';
 import { inSentence, nameOf } from './names.js';
 import { Overlay } from './overlay.js';
@@ -56,6 +58,7 @@ export class SessionView extends EventTarget {
     this.panels = new Panels(byId('panels'), byId('panel-buttons'));
     this.restart = new Restart(this);
     attachTools(this);
+    attachClipboard(this, attachFiles(this));
     setInterval(() => showStatus(this), STATUS_EVERY_MS);
   }
 
