@@ -253,3 +253,13 @@ test('panels have a place beside the picture, one at a time', async (t) => {
   assert.ok(await page.page.locator('#panels').isHidden());
   await until('the picture has its room back', async () => (await width()) === before);
 });
+
+test('on a narrow screen the menus stay on it', async (t) => {
+  const { page } = await session(t, shared, { page: { viewport: { width: 380, height: 700 } } });
+  for (const menu of ['picture', 'keys', 'machine']) {
+    await page.page.click(`#${menu}-menu summary`);
+    const { x, width } = await page.page.locator(`#${menu}-menu .panel`).boundingBox();
+    assert.ok(x >= 0 && x + width <= 380, `${menu}: ${x}, ${width}`);
+    await page.page.click(`#${menu}-menu summary`);
+  }
+});
