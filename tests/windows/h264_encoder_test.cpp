@@ -141,8 +141,9 @@ TEST_F(H264EncoderTest, SuccessWithoutASampleEndsTheEmptyingWithoutALine) {
   machine.stream_flags = MFT_OUTPUT_STREAM_PROVIDES_SAMPLES;
   machine.null_sample = true;
   EXPECT_TRUE(Init());
-  AnswerEachInput("x");
+  machine.on_input = [](Machine& m) { m.outputs = {plain("x"), plain("y")}; };
   EXPECT_EQ(LogOf([&] { EXPECT_EQ(Encode(), ""); }), "");
+  EXPECT_EQ(machine.outputs.size(), 1u) << "an encoder that goes on so would never let go";
 }
 
 TEST_F(H264EncoderTest, RefusedInputIsAFailureWithItsCode) {
