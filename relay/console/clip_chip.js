@@ -5,6 +5,9 @@ import { save } from './save.js';
 import { texts } from './texts.js';
 
 const SHORT_MS = 4000;
+/** About what went, or did not go, to the machine. */
+const OURS = ['sent', 'filesSent', 'filesTooLarge', 'tooLarge', 'unreadable', 'nothing'];
+const BRIEF = ['copied', 'sent', 'filesSent', 'nothing'];
 
 /** @typedef {import('./clip_share.js').News} News */
 
@@ -21,21 +24,20 @@ export class ClipChip {
     this.numbers = numbers;
   }
 
-  /** The newest replaces what was there. */
+  /** The machine's newest replaces what was there; words about this computer's clipboard stand beside it for a while. */
   show(/** @type {News} */ news) {
-    this.clear();
-    const parts = this.parts(news);
-    const close = make('button', { type: 'button', className: 'quiet chip-close', textContent: '×', ariaLabel: texts.closePanel,
-      onclick: () => this.clear() });
-    this.place.replaceChildren(make('div', { className: 'chip', dataset: { kind: news.kind } }, ...parts, close));
-    const brief = ['copied', 'sent', 'filesSent', 'nothing'].includes(news.kind);
-    if (brief) this.timer = setTimeout(() => this.clear(), SHORT_MS);
+    const ours = OURS.includes(news.kind);
+    if (!ours) this.clear();
+    const card = make('div', { className: 'chip', dataset: { kind: news.kind } }, ...this.parts(news),
+      make('button', { type: 'button', className: 'quiet chip-close', textContent: '×', ariaLabel: texts.closePanel,
+        onclick: () => remove(card) }));
+    for (const before of this.place.querySelectorAll('.chip')) if (OURS.includes(before.dataset.kind)) remove(before);
+    this.place.append(card);
+    if (BRIEF.includes(news.kind)) setTimeout(() => remove(card), SHORT_MS);
   }
 
   clear() {
-    clearTimeout(this.timer);
-    for (const { src } of this.place.querySelectorAll('img')) URL.revokeObjectURL(src);
-    this.place.replaceChildren();
+    for (const card of [...this.place.children]) remove(card);
   }
 
   /** @private @returns {Node[]} */
@@ -71,6 +73,11 @@ export class ClipChip {
         ...(files.length > 1 ? [button(texts.saveAll, () => files.forEach(fetch), 'primary')] : [])),
       make('ul', {}, ...rows));
   }
+}
+
+function remove(/** @type {Element} */ card) {
+  for (const { src } of card.querySelectorAll('img')) URL.revokeObjectURL(src);
+  card.remove();
 }
 
 function button(/** @type {string} */ text, /** @type {() => void} */ act, className = '') {

@@ -28,11 +28,13 @@ export class ClipboardShare {
     this.shared = '';
     /** @type {{text: string} | {png: Blob} | null} of the machine, not yet in this clipboard */
     this.waiting = null;
+    this.received = 0;
   }
 
   /** A clipboard message of the machine. */
   async receive(/** @type {Uint8Array} */ payload) {
     const clip = parseClip(payload);
+    const turn = ++this.received;
     if (clip?.kind === 'files') {
       if (clip.files.length) this.tell(clip);
       return;
@@ -44,6 +46,8 @@ export class ClipboardShare {
       const picture = await createImageBitmap(png).catch(() => null);
       if (!picture) return;
       picture.close();
+      // Something newer came while it was looked at.
+      if (turn !== this.received) return;
       this.waiting = { png };
     } else return;
     await this.take();

@@ -3,7 +3,7 @@
 /** @typedef {{file: File, path: string}} Dropped path: of the folders above it, '' or 'sub/sub/' */
 
 /**
- * Must be called while the event is being handled; what it names is read later.
+ * What cannot be read is left out. Must be called while the event is being handled; what it names is read later.
  * @param {DataTransfer} data
  * @returns {Promise<Dropped[]>}
  */
@@ -13,7 +13,7 @@ export async function droppedFiles(data) {
   /** @type {Dropped[]} */
   const found = [];
   for (const { entry, file } of entries) {
-    if (entry?.isDirectory) await walk(/** @type {any} */ (entry), '', found);
+    if (entry?.isDirectory) await walk(/** @type {any} */ (entry), '', found).catch(() => {});
     else if (file) found.push({ file, path: '' });
   }
   return found;
@@ -33,8 +33,11 @@ async function walk(/** @type {any} */ folder, /** @type {string} */ path, /** @
     const entries = await new Promise((resolve, reject) => { reader.readEntries(resolve, reject); });
     if (!entries.length) return;
     for (const entry of entries) {
-      if (entry.isDirectory) await walk(entry, below, found);
-      else found.push({ file: await new Promise((resolve, reject) => { entry.file(resolve, reject); }), path: below });
+      if (entry.isDirectory) await walk(entry, below, found).catch(() => {});
+      else {
+        const file = await new Promise((resolve) => { entry.file(resolve, () => resolve(null)); });
+        if (file) found.push({ file, path: below });
+      }
     }
   }
 }

@@ -6,6 +6,7 @@ import { save } from './save.js';
 import { texts } from './texts.js';
 
 const DRAW_EVERY_MS = 200;
+const RATE_EVERY_MS = 1000;
 
 /** @typedef {import('./transfer.js').Transfer} Transfer */
 
@@ -29,20 +30,20 @@ export class TransferRows {
     clear.addEventListener('click', () => this.forgetEnded());
   }
 
-  /** @private Ends are shown at once, progress now and then. */
+  /** @private However many change at once, the page is drawn now and then. */
   note(/** @type {Transfer} */ transfer) {
     this.stale.add(transfer);
-    if (!this.rows.has(transfer) || !transfer.active) this.draw();
     this.timer ??= setTimeout(() => this.draw(), DRAW_EVERY_MS);
   }
 
   /** @private Running rates fall also while nothing arrives. */
   draw() {
     clearTimeout(this.timer);
+    clearTimeout(this.later);
     this.timer = undefined;
     for (const transfer of this.stale) this.drawRow(transfer);
     this.stale = new Set([...this.rows.keys()].filter(({ state }) => state === 'running'));
-    if (this.stale.size) this.timer = setTimeout(() => this.draw(), 5 * DRAW_EVERY_MS);
+    if (this.stale.size) this.later = setTimeout(() => this.draw(), RATE_EVERY_MS);
     this.section.hidden = !this.rows.size;
     this.clear.hidden = ![...this.rows.keys()].some(({ active }) => !active);
   }
@@ -73,7 +74,10 @@ export class TransferRows {
       make('button', { type: 'button', className: 'quiet transfer-save', textContent: texts.saveAgain, ariaLabel: `${texts.saveAgain} ${name}`,
         onclick: () => transfer.blob && save(transfer.blob, name) }),
       make('button', { type: 'button', className: 'quiet transfer-cancel', textContent: texts.cancel, ariaLabel: `${texts.cancel} ${name}`,
-        onclick: () => this.courier.cancel(transfer) }),
+        onclick: () => {
+          this.courier.cancel(transfer);
+          this.draw();
+        } }),
       make('progress', { ariaLabel: name }),
       make('span', { className: 'transfer-words muted' }));
   }

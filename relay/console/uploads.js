@@ -33,7 +33,10 @@ export class Uploads {
       const target = path.split('/').filter(Boolean).reduce((at, part) => join(at, windowsName(part)), folder);
       groups.set(target, [...(groups.get(target) ?? []), { file, folder: target, name: windowsName(file.name) }]);
     }
-    const wanted = await this.settle([...groups.values()]);
+    const wanted = await this.settle([...groups.values()]).catch(() => {
+      for (const wish of [...groups.values()].flat()) this.refuse(wish, 'sessionOver');
+      return [];
+    });
     await Promise.all(wanted.map((group) => this.carry(group)));
   }
 
@@ -53,7 +56,7 @@ export class Uploads {
     }
     if (!taken.size) return groups;
     const files = [...taken].filter(([, dir]) => !dir).map(([wish]) => wish);
-    for (const [wish, dir] of taken) if (dir) this.refuse(wish);
+    for (const [wish, dir] of taken) if (dir) this.refuse(wish, 'isFolder');
     const answer = files.length ? await this.ask(files.map(({ name }) => name)) : 'skip';
     if (answer === 'cancel') return [];
     return groups.map((group) => group.filter((wish) => !taken.has(wish) || (answer === 'overwrite' && !taken.get(wish))))
@@ -61,8 +64,8 @@ export class Uploads {
   }
 
   /** @private A row that says why nothing was sent. */
-  refuse(/** @type {Wish} */ wish) {
-    this.courier.finish(transferOf(wish), 'failed', 'isFolder');
+  refuse(/** @type {Wish} */ wish, /** @type {string} */ remark) {
+    this.courier.finish(transferOf(wish), 'failed', remark);
   }
 
   /** @private @param {Wish[]} group files for one folder */

@@ -139,7 +139,11 @@ test('files of the machine are a list to save from', async (t) => {
   p.on('download', (one) => all.push(one));
   await chip(p, 'files').getByRole('button', { name: 'Save all' }).click();
   await until('all are saved', () => all.length === 3);
-  await p.locator('.chip-close').click();
+  await pasteOn(p, 'data.items.add(new File(["x"], "x.txt"))');
+  await chip(p, 'filesSent').waitFor();
+  assert.equal(await chip(p, 'files').count(), 1, 'words about the other way take nothing away');
+  await chip(p, 'files').locator('.chip-close').click();
+  await chip(p, 'filesSent').locator('.chip-close').click();
   assert.equal(await p.locator('.chip').count(), 0);
 });
 

@@ -179,9 +179,22 @@ test('a download arrives byte for byte under its name', async (t) => {
   await ended(p, 'skýrsla ’99.bin', 'done');
   const [nothing] = await Promise.all([p.waitForEvent('download'), file(p, 'empty').dblclick()]);
   assert.equal(readFileSync(await nothing.path()).length, 0);
+  await ended(p, 'empty', 'done');
   await page.shot('files-downloaded');
   await p.click('#transfers-clear');
   assert.ok(await p.locator('#transfers-section').isHidden());
+});
+
+test('thousands of transfers that fail at once leave the page alive', async (t) => {
+  const { p } = await panel(t, { '': [{ name: 'C:', dir: true }], 'C:\\': Array.from({ length: 5000 }, (_, i) => ({ name: `${i}`, size: 1 })) });
+  await file(p, 'C:').dblclick();
+  await file(p, '0').waitFor();
+  await p.locator('#files-list').press('Control+a');
+  await p.click('#files-download');
+  await until('each has a row', async () => await p.locator('.transfer').count() === 5000);
+  await until('each has failed', async () => await p.locator('.transfer[data-state=failed]').count() === 5000);
+  await p.click('#transfers-clear');
+  assert.equal(await p.locator('.transfer').count(), 0);
 });
 
 test('many files come down at once, also where the browser has no disk of its own', async (t) => {

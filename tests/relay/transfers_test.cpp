@@ -2,6 +2,9 @@
 // told of, the audit trail, and the relay's memory while a browser does not read.
 #include "relay/transfers.h"
 
+#include <sys/stat.h>
+
+#include <atomic>
 #include <fstream>
 #include <set>
 
@@ -365,6 +368,51 @@ std::size_t resident_bytes() {
   return pages * 4096;
 }
 
+// Until this process, which is all of the relay, agent and browser, has not grown for half a second.
+void wait_until_nothing_moves() {
+  std::size_t last = 0;
+  auto since = Clock::now();
+  const auto deadline = since + std::chrono::seconds(30);
+  while (Clock::now() - since < std::chrono::milliseconds(500)) {
+    ASSERT_LT(Clock::now(), deadline);
+    const std::size_t now = resident_bytes();
+    if (now != last) since = Clock::now();
+    last = now;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+// A pipe without a reader holds up the machine as a slow disk does.
+TEST_F(TransferTest, UploadWaitsInTheBrowserWhileTheMachineDoesNotRead) {
+  constexpr std::size_t kPart = 1 << 20, kParts = 96;
+  ASSERT_EQ(::mkfifo(file("pipe").c_str(), 0600), 0);
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser);
+  const std::uint32_t transfer = number(*browser, session);
+  const std::size_t before = resident_bytes();
+  std::atomic<std::size_t> sent{0};
+  std::thread sender([&] {
+    send_json(*browser, Msg::UploadBegin, session, {{"transfer_id", transfer}, {"path", file("pipe")}});
+    const std::string part = chunk(transfer, std::string(kPart, 'x'));
+    for (; sent < kParts; ++sent)
+      browser->send_envelope(Msg::FileChunk, session, part);
+    send_json(*browser, Msg::FileTransferEnd, session, {{"transfer_id", transfer}});
+  });
+  EXPECT_TRUE(eventually([&] { return sent > 1; }));
+  wait_until_nothing_moves();
+  EXPECT_LT(sent, kParts);
+  EXPECT_LT(resident_bytes() - std::min(before, resident_bytes()), 32u << 20);
+
+  std::ifstream pipe(file("pipe"), std::ios::binary);
+  std::string read(kPart, '\0');
+  std::size_t received = 0;
+  while (pipe.read(read.data(), kPart) || pipe.gcount() > 0)
+    received += static_cast<std::size_t>(pipe.gcount());
+  EXPECT_EQ(received, kPart * kParts);
+  sender.join();
+}
+
 TEST_F(TransferTest, DownloadWaitsInTheMachineWhileTheBrowserDoesNotRead) {
   constexpr std::uintmax_t kFile = 192u << 20;
   std::ofstream(file("large")).close();
@@ -376,15 +424,8 @@ TEST_F(TransferTest, DownloadWaitsInTheMachineWhileTheBrowserDoesNotRead) {
   const std::size_t before = resident_bytes();
   send_json(*browser, Msg::DownloadRequest, session, {{"transfer_id", transfer}, {"path", file("large")}});
 
-  // Until nothing has moved for half a second: then everything waits for the browser.
-  std::size_t last = 0;
-  auto since = Clock::now();
-  EXPECT_TRUE(eventually([&] {
-    const std::size_t now = resident_bytes();
-    if (now != last) since = Clock::now();
-    last = now;
-    return is_open(file("large")) && Clock::now() - since > std::chrono::milliseconds(500);
-  }));
+  EXPECT_TRUE(eventually([&] { return is_open(file("large")); }));
+  wait_until_nothing_moves();
   EXPECT_LT(resident_bytes() - std::min(before, resident_bytes()), 32u << 20);
 
   std::uintmax_t received = 0;
