@@ -22,9 +22,13 @@ Hub::Hub(Store& store, const Log& log, const Limits& limits)
     records_[record.id] = std::move(record);
 }
 
+Hub::~Hub() {
+  write_notes();
+}
+
 void Hub::audit(const AuditRecord& record) {
   try {
-    store_.audit(record);
+    store_.audit({record});
   } catch (const DatabaseError& failure) {
     log_.write(record.address, record.agent,
                "audit record \"" + record.event + "\" is lost: " + failure.what());

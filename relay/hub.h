@@ -57,6 +57,9 @@ struct Session {
 class Hub {
  public:
   Hub(Store& store, const Log& log, const Limits& limits);
+  ~Hub();
+  Hub(const Hub&) = delete;
+  Hub& operator=(const Hub&) = delete;
 
   // Agents. `online` makes the peer the connection of agent `record`; an older one is cut.
   void add_agent(const std::shared_ptr<AgentPeer>& peer);
@@ -109,6 +112,7 @@ class Hub {
   void end_session(std::uint32_t number, const std::string& reason, bool tell_agent);
   void end_sessions_of(const AgentPeer& peer, const std::string& reason);
   void end_transfers(const Session& session, bool tell_agent);
+  void write_notes();
   void note_clip(const Session& session, const char* event, const Bytes& message);
   void note_transfer(const Session& session, const TransferNote& note);
   void tell_session(const Session& session, const std::string& state, const std::string& reason = {});
@@ -132,6 +136,8 @@ class Hub {
   std::map<std::uint32_t, Session> sessions_;
   std::uint32_t last_number_;
   Transfers transfers_;
+  // Of files, which can come by the thousand: written together, at every tick.
+  std::vector<AuditRecord> notes_;
   bool list_changed_ = false;
   Clock::time_point last_seen_recorded_ = Clock::now();
 };

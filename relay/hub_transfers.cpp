@@ -52,8 +52,18 @@ void Hub::note_clip(const Session& session, const char* event, const Bytes& mess
 }
 
 void Hub::note_transfer(const Session& session, const TransferNote& note) {
-  audit({note.event, session.console->representative, session.agent->id, session.console->address,
-         note.detail});
+  notes_.push_back({note.event, session.console->representative, session.agent->id, session.console->address,
+                    note.detail});
+}
+
+void Hub::write_notes() {
+  if (notes_.empty()) return;
+  try {
+    store_.audit(notes_);
+  } catch (const DatabaseError& failure) {
+    log_.write("", "", std::to_string(notes_.size()) + " audit records of files are lost: " + failure.what());
+  }
+  notes_.clear();
 }
 
 }  // namespace vlk::relay

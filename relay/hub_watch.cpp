@@ -14,6 +14,7 @@ void Hub::tick() {
   watch_agents(now);
   watch_consoles(now);
   watch_sessions(now);
+  write_notes();
   if (now - last_seen_recorded_ >= limits_.last_seen) record_last_seen(now);
   if (!list_changed_) return;
   // Told once a tick at most: after a restart of the relay all agents return at the same moment.

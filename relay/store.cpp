@@ -171,17 +171,20 @@ void Store::remove_login(const std::vector<std::uint8_t>& token_hash) {
   transaction.commit();
 }
 
-void Store::audit(const AuditRecord& record) {
+void Store::audit(const std::vector<AuditRecord>& records) {
   Transaction transaction(database_);
-  Statement(database_,
-            "INSERT INTO audit(time, event, representative, agent, address, detail) VALUES(?, ?, ?, ?, ?, ?)")
-      .bind(wall_seconds())
-      .bind(record.event)
-      .bind(record.representative)
-      .bind(record.agent)
-      .bind(record.address)
-      .bind(record.detail)
-      .run();
+  for (const AuditRecord& record : records) {
+    Statement(
+        database_,
+        "INSERT INTO audit(time, event, representative, agent, address, detail) VALUES(?, ?, ?, ?, ?, ?)")
+        .bind(wall_seconds())
+        .bind(record.event)
+        .bind(record.representative)
+        .bind(record.agent)
+        .bind(record.address)
+        .bind(record.detail)
+        .run();
+  }
   transaction.commit();
 }
 

@@ -58,7 +58,7 @@ class Store {
   std::optional<std::string> login_user(const std::vector<std::uint8_t>& token_hash);
   void remove_login(const std::vector<std::uint8_t>& token_hash);
 
-  void audit(const AuditRecord& record);
+  void audit(const std::vector<AuditRecord>& records);  // all or none
 
  private:
   void create_schema();
