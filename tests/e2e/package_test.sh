@@ -22,6 +22,11 @@ made_again() {
   (cd / && TZ=Atlantic/Reykjavik LC_ALL=C "$make" --agent "$work/copy.exe" --version 1.2.3 --out "$work/again/deeper")
   diff -r "$work/first" "$work/again/deeper"
 }
+# What would make two builds of one commit differ.
+no_time_or_place() {
+  [ "$(od -A n -t u4 -j $((0x$(od -A n -t x4 -j 60 -N 4 "$agent" | tr -d ' ') + 8)) -N 4 "$agent" | tr -d ' ')" = 0 ] \
+    && ! grep -qF "$source_tree" "$agent"
+}
 checksums_hold() {
   [ "$(wc -l < "$work/first/SHA256SUMS")" = 3 ] && (cd "$work/first" && sha256sum -c SHA256SUMS)
 }
@@ -62,6 +67,8 @@ expect 'a package is made' "$make" --agent "$agent" --version 1.2.3 --out "$work
 expect 'the manifest names the installer' manifest_names_the_installer
 expect 'the checksums hold' checksums_hold
 expect 'a second package has the same bytes' made_again
+
+expect 'the executable tells neither when nor where it was built' no_time_or_place
 
 expect 'a certificate for the test is made' make_certificate
 expect 'a PEM file signs' "$make" --agent "$agent" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
