@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "config/config.h"
 #include "e2e/shell_fixture.h"
@@ -92,9 +93,11 @@ class RedirectTest : public testing::Test {
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
       const int pid = std::atoi(entry.path().filename().c_str());
       if (pid == 0) continue;
+      // A stream notes the error of a process that has gone meanwhile, its buffer alone would throw it.
       const auto read = [&](const char* name) {
-        std::ifstream file(entry.path() / name);
-        return std::string(std::istreambuf_iterator<char>(file), {});
+        std::ostringstream whole;
+        whole << std::ifstream(entry.path() / name).rdbuf();
+        return whole.str();
       };
       std::string line = read("cmdline");
       for (char& c : line)
