@@ -2,9 +2,6 @@
 // told of, the audit trail, and the relay's memory while a browser does not read.
 #include "relay/transfers.h"
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/allocator_interface.h>
-#endif
 #include <malloc.h>
 #include <sys/stat.h>
 
@@ -16,6 +13,11 @@
 #include "relay/clip_note.h"
 #include "relay/database.h"
 #include "relay/relay_fixture.h"
+
+#ifdef __SANITIZE_ADDRESS__
+// The sanitizer's own, whose header not every compiler brings along.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+#endif
 
 namespace vlk::relay {
 namespace {
