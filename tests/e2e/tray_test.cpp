@@ -37,7 +37,7 @@ class TrayTest : public ShellTest {
   }
   static void expect_icons(int count) {
     EXPECT_TRUE(eventually([&] {
-      return desk->host("xwininfo -root -tree | grep -c 'explorer.exe.* 20x22+0+0 ' || true") ==
+      return desk->host("xwininfo -root -tree 2> /dev/null | grep -c 'explorer.exe.* 20x22+0+0 ' || true") ==
              std::to_string(count);
     }));
   }
@@ -102,8 +102,7 @@ TEST_F(TrayTest, DoubleClickShowsTheWindowAndASingleOneDoesNothing) {
   expect_quiet(*peer_);
   EXPECT_FALSE(panel().front().visible);
   click(*desk, kIconX, kIconY, 1, 2);
-  EXPECT_TRUE(becomes_visible(true));
-  EXPECT_TRUE(eventually([] { return panel().front().foreground; }));
+  EXPECT_TRUE(becomes_visible(true));  // whether it gets the foreground is the window manager's affair
 }
 
 TEST_F(TrayTest, MenuOpensTheWindowAndEndsTheProgram) {

@@ -42,7 +42,10 @@ std::string run(const std::string& command) {
   while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
     output.append(buffer.data(), count);
   }
-  if (::pclose(pipe) != 0) throw std::runtime_error(command + " failed: " + output);
+  if (const int status = ::pclose(pipe); status != 0) {
+    throw std::runtime_error(command + " ended with status " + std::to_string(WEXITSTATUS(status)) + ": " +
+                             output);
+  }
   if (!output.empty() && output.back() == '\n') output.pop_back();
   return output;
 }
