@@ -1,9 +1,13 @@
-// Looks at a desk's windows and registry from a process of its own, and works controls, for tests that run on
-// the host. Prints UTF-8, a window or value a line, fields separated by tabs.
+// Looks at a desk's windows, registry and clipboard from a process of its own, and works them, for tests that
+// run on the host. Prints UTF-8, a window or value a line, fields separated by tabs.
 #include <windows.h>
 
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -174,6 +178,52 @@ int run_without_elevation(std::wstring command_line) {
   return static_cast<int>(status);
 }
 
+// The clipboard, open for a window of this process.
+class OpenClipboardHere {
+ public:
+  OpenClipboardHere()
+      : window_(CreateWindowExW(0, L"Static", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr)) {
+    // Others may have it open for a moment.
+    const ULONGLONG deadline = GetTickCount64() + kAnswerTime;
+    while (!(opened_ = OpenClipboard(window_) != FALSE) && GetTickCount64() < deadline)
+      Sleep(1);
+  }
+  ~OpenClipboardHere() {
+    if (opened_) CloseClipboard();
+    DestroyWindow(window_);
+  }
+  OpenClipboardHere(const OpenClipboardHere&) = delete;
+  OpenClipboardHere& operator=(const OpenClipboardHere&) = delete;
+  explicit operator bool() const { return opened_; }
+
+ private:
+  const HWND window_;
+  bool opened_ = false;
+};
+
+// Replaces what the clipboard holds with one block, the file's bytes.
+int copy(UINT format, const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const OpenClipboardHere clipboard;
+  if (!clipboard || !EmptyClipboard()) return 1;
+  vlk::UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, bytes.size()));
+  std::memcpy(vlk::LockedGlobal(memory.get()).get(), bytes.data(), bytes.size());
+  return SetClipboardData(format, memory.release()) != nullptr ? 0 : 1;
+}
+
+// Writes what the clipboard holds in that format to the file; an empty file when it holds nothing.
+int paste(UINT format, const std::filesystem::path& path) {
+  const OpenClipboardHere clipboard;
+  if (!clipboard) return 1;
+  std::ofstream file(path, std::ios::binary);
+  const HGLOBAL memory = GetClipboardData(format);
+  if (memory == nullptr) return 0;
+  const vlk::LockedGlobal block(memory);
+  file.write(static_cast<const char*>(block.get()), static_cast<std::streamsize>(GlobalSize(memory)));
+  return 0;
+}
+
 int usage() {
   std::fputs(
       "Usage: probe windows CLASS...   the top-level windows of these classes and their children\n"
@@ -183,6 +233,8 @@ int usage() {
       "       probe registry           the agent's settings and its autostart entry\n"
       "       probe forget             deletes both\n"
       "       probe lower COMMANDLINE  runs a program without an administrator's rights; its exit status\n"
+      "       probe copy FORMAT FILE   puts the file's bytes on the clipboard, alone, in that format\n"
+      "       probe paste FORMAT FILE  writes what the clipboard holds in that format to the file\n"
       "       probe hold FILE MARKER   keeps a file in use until it is killed; makes MARKER once it is\n",
       stderr);
   return 2;
@@ -199,6 +251,10 @@ int wmain(int count, wchar_t** words) {
   if (verb == L"forget" && count == 2) return forget();
   if (verb == L"lower" && count == 3) return run_without_elevation(words[2]);
   if (verb == L"hold" && count == 4) return hold(words[2], words[3]);
+  if (verb == L"copy" && count == 4)
+    return copy(static_cast<UINT>(std::wcstoul(words[2], nullptr, 10)), words[3]);
+  if (verb == L"paste" && count == 4)
+    return paste(static_cast<UINT>(std::wcstoul(words[2], nullptr, 10)), words[3]);
   if (verb == L"type" && count == 4) {
     const HWND control = GetDlgItem(agent, static_cast<int>(std::wcstol(words[2], nullptr, 10)));
     return ask(control, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(words[3])) == TRUE ? 0 : 1;

@@ -1,6 +1,8 @@
 // The probe's lines, taken apart; the pointer by xdotool.
 #include "support/desk_windows.h"
 
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -94,6 +96,19 @@ int spawn_without_elevation(const Desk& desk, const std::string& command_line) {
 
 void post(const Desk& desk, unsigned message, unsigned wparam, int lparam) {
   probe_lines(desk, {"post", std::to_string(message), std::to_string(wparam), std::to_string(lparam)});
+}
+
+void copy_to_clipboard(const Desk& desk, int format, const std::string& block) {
+  const std::string path = desk.folder() + "/copied";
+  std::ofstream(path, std::ios::binary) << block;
+  probe_lines(desk, {"copy", std::to_string(format), path});
+}
+
+std::string clipboard_block(const Desk& desk, int format) {
+  const std::string path = desk.folder() + "/pasted";
+  probe_lines(desk, {"paste", std::to_string(format), path});
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 void point(const Desk& desk, int x, int y) {

@@ -1,4 +1,5 @@
-// What a person sees of the windows on a desk, and what stands in the registry, as tests/probe tells it.
+// What a person sees of the windows on a desk, and what stands in the registry and on the clipboard, as
+// tests/probe tells it.
 #pragma once
 
 #include <map>
@@ -48,6 +49,11 @@ int spawn_without_elevation(const Desk& desk, const std::string& command_line);
 
 // Posts a message to the agent's window.
 void post(const Desk& desk, unsigned message, unsigned wparam, int lparam);
+
+// The clipboard as another Windows program uses it, by Windows' numbers of the formats: puts one block there
+// in place of all that it held, or takes one; empty when there is none.
+void copy_to_clipboard(const Desk& desk, int format, const std::string& block);
+std::string clipboard_block(const Desk& desk, int format);
 
 // The real pointer: to the pixel, and `times` clicks of a button (1 left, 3 right).
 void point(const Desk& desk, int x, int y);

@@ -1,0 +1,287 @@
+// Folders and files by the unmodified executable: real files of this host, which Wine shows as drive Z.
+#include <openssl/evp.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "core/big_endian.h"
+#include "core/json.h"
+#include "e2e/agent_fixture.h"
+#include "support/temp_folder.h"
+
+namespace vantelink_test {
+namespace {
+
+namespace fs = std::filesystem;
+using vlk::Msg;
+
+constexpr std::uint32_t kSession = 31;
+constexpr std::size_t kChunk = 262144;  // bytes of a file in one message
+// Mebibytes of the large file. CI's machines have two cores for everything; 300 is the size for a full run.
+constexpr char kSizeVariable[] = "VANTELINK_FILE_MIB";
+constexpr std::size_t kDefaultMebibytes = 64;
+constexpr Milliseconds kLongPatience{120'000};  // for the large file
+
+class Digest {
+ public:
+  Digest() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
+    EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr);
+  }
+  void add(const void* bytes, std::size_t size) { EVP_DigestUpdate(context_.get(), bytes, size); }
+  std::string end() {
+    std::string sum(32, '\0');
+    EVP_DigestFinal_ex(context_.get(), reinterpret_cast<unsigned char*>(sum.data()), nullptr);
+    return sum;
+  }
+
+ private:
+  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
+};
+
+std::string digest_of(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  Digest digest;
+  std::string part(1 << 20, '\0');
+  while (file.read(part.data(), static_cast<std::streamsize>(part.size())), file.gcount() > 0)
+    digest.add(part.data(), static_cast<std::size_t>(file.gcount()));
+  return digest.end();
+}
+
+class FilesTest : public AgentTest {
+ protected:
+  void SetUp() override {
+    AgentTest::SetUp();
+    peer_ = start();
+    peer_->read_until(Msg::Hello);
+  }
+  void TearDown() override {
+    peer_.reset();
+    AgentTest::TearDown();
+  }
+
+  std::string path_of(const std::string& below = {}) const {
+    return 'Z' + folder_.windows_path(below).substr(1);
+  }
+
+  void ask(Msg type, std::uint32_t id, const std::string& path) {
+    peer_->send_envelope(type, kSession,
+                         vlk::JsonWriter().add_int("transfer_id", id).add_string("path", path).finish());
+  }
+  void chunk(std::uint32_t id, std::uint32_t index, std::string_view bytes) {
+    unsigned char header[8];
+    vlk::put_u32_be(header, id);
+    vlk::put_u32_be(header + 4, index);
+    peer_->send_envelope(Msg::FileChunk, kSession,
+                         std::string(reinterpret_cast<char*>(header), 8).append(bytes), 0);
+  }
+  void end_upload(std::uint32_t id) {
+    peer_->send_envelope(Msg::FileTransferEnd, kSession,
+                         vlk::JsonWriter().add_int("transfer_id", id).finish());
+  }
+  void upload(std::uint32_t id, const std::string& path, std::string_view bytes) {
+    ask(Msg::UploadBegin, id, path);
+    chunk(id, 0, bytes);
+    end_upload(id);
+  }
+  // Until the agent has handled all that was sent to it.
+  void settle() {
+    peer_->send_envelope(Msg::Heartbeat, 0, "settle");
+    peer_->read_until(Msg::Heartbeat, kLongPatience);
+  }
+
+  // Reads until that many downloads have ended well; the bytes of each.
+  std::map<std::uint32_t, std::string> read_downloads(std::size_t count) {
+    std::map<std::uint32_t, std::string> files;
+    std::map<std::uint32_t, std::uint32_t> next;
+    while (count > 0) {
+      const vlk::Envelope envelope = peer_->read_envelope();
+      const std::string payload = text_of(envelope);
+      if (envelope.type == static_cast<std::uint8_t>(Msg::FileChunk)) {
+        EXPECT_EQ(envelope.session_id, kSession);
+        const std::uint32_t id = vlk::get_u32_be(envelope.payload.data());
+        EXPECT_EQ(vlk::get_u32_be(envelope.payload.data() + 4), next[id]++);
+        files[id] += payload.substr(8);
+      } else if (envelope.type == static_cast<std::uint8_t>(Msg::FileTransferEnd)) {
+        const auto id = static_cast<std::uint32_t>(vlk::value_or(vlk::read_int(payload, "transfer_id"), -1));
+        EXPECT_EQ(payload, "{\"transfer_id\":" + std::to_string(id) + ",\"ok\":true}");
+        files[id];
+        --count;
+      }
+    }
+    return files;
+  }
+  std::string list(const std::string& path) {
+    ask(Msg::DirListRequest, 0, path);
+    return text_of(peer_->read_until(Msg::DirListResult));
+  }
+
+  const TempFolder folder_;
+  std::unique_ptr<ServerConnection> peer_;
+};
+
+std::string contents(std::uint32_t i) {
+  return std::string(i * 997 % 5000, static_cast<char>('a' + i % 26)) + std::to_string(i);
+}
+
+TEST_F(FilesTest, FiftySmallFilesAtOnceDoNotMix) {
+  for (std::uint32_t i = 0; i < 50; ++i)
+    folder_.write(std::to_string(i), contents(i));
+  for (std::uint32_t i = 0; i < 50; ++i)
+    ask(Msg::DownloadRequest, i, path_of(std::to_string(i)));
+  const auto files = read_downloads(50);
+  for (std::uint32_t i = 0; i < 50; ++i)
+    EXPECT_EQ(files.at(i), contents(i));
+
+  for (std::uint32_t i = 0; i < 50; ++i)
+    ask(Msg::UploadBegin, i, path_of("up\\" + std::to_string(i)));
+  for (std::uint32_t half = 0; half < 2; ++half) {
+    for (std::uint32_t i = 0; i < 50; ++i) {
+      const std::string bytes = contents(i);
+      chunk(i, half, half == 0 ? bytes.substr(0, bytes.size() / 2) : bytes.substr(bytes.size() / 2));
+    }
+  }
+  for (std::uint32_t i = 0; i < 50; ++i)
+    end_upload(i);
+  settle();
+  for (std::uint32_t i = 0; i < 50; ++i)
+    EXPECT_EQ(folder_.read("up/" + std::to_string(i)), contents(i));
+}
+
+TEST_F(FilesTest, NamesOfAllKindsGoBothWaysAndAreListed) {
+  const std::vector<std::string> names = {
+      "Þórður á Ægi ðö.txt",    "two  blanks .txt",          "skipper's 'own'.txt", "😀 🛟.txt",
+      "100% & (más) #1;=+.txt", std::string(199, 'n') + "þ", std::string("empty")};
+  std::uint32_t id = 100;
+  for (const std::string& name : names)
+    upload(id++, path_of("in\\" + name), name == "empty" ? "" : "contents of " + name);
+  settle();
+  const std::string listing = list(path_of("in"));
+  id = 100;
+  for (const std::string& name : names) {
+    const std::string expected = name == "empty" ? "" : "contents of " + name;
+    EXPECT_EQ(folder_.read("in/" + name), expected);
+    EXPECT_NE(listing.find("{\"name\":\"" + name + "\","), std::string::npos) << listing;
+    ask(Msg::DownloadRequest, id, path_of("in\\" + name));
+    EXPECT_EQ(read_downloads(1).at(id), expected) << name;
+    ++id;
+  }
+}
+
+TEST_F(FilesTest, TwentyThousandEntriesAreListed) {
+  constexpr std::size_t kCount = 20'000;
+  fs::create_directory(folder_.path() / "many");
+  for (std::size_t i = 0; i < kCount; ++i)
+    std::ofstream(folder_.path() / "many" / ("skrá " + std::to_string(i)));
+  const std::string text = list(path_of("many"));
+  std::set<std::string> names;
+  const std::string key = "{\"name\":\"";
+  for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
+    const std::size_t start = at + key.size();
+    names.insert(text.substr(start, text.find('"', start) - start));
+  }
+  EXPECT_EQ(names.size(), kCount);
+  EXPECT_TRUE(names.contains("skrá 0") && names.contains("skrá 19999"));
+}
+
+TEST_F(FilesTest, DrivesAndWhatCannotBeReadAreAnswered) {
+  EXPECT_NE(list("").find(R"({"name":"Z:","path":"Z:\\","dir":true,"size":0,"mtime":0})"), std::string::npos);
+  for (const std::string& path :
+       {path_of("missing"), std::string("\\\\srv\\share\\d"), std::string("\xFF\xFE")})
+    EXPECT_NE(list(path).find("\"entries\":[]}"), std::string::npos) << path;
+  ask(Msg::DownloadRequest, 8, path_of("missing"));
+  EXPECT_EQ(text_of(peer_->read_until(Msg::FileTransferEnd)),
+            R"({"transfer_id":8,"ok":false,"error":"cannot open"})");
+}
+
+TEST_F(FilesTest, StrayAndShortChunksChangeNothing) {
+  ask(Msg::UploadBegin, 0x01020304, path_of("file"));
+  chunk(99, 0, "stray");
+  end_upload(99);
+  for (std::size_t size = 0; size < 8; ++size)
+    peer_->send_envelope(Msg::FileChunk, kSession, std::string_view("\1\2\3\4\0\0\0\0x", size), 0);
+  upload(7, std::string("\xFF<|>"), "nowhere");
+  chunk(0x01020304, 17, "x");
+  end_upload(0x01020304);
+  settle();
+  EXPECT_EQ(folder_.read("file"), "x");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 1);
+}
+
+class LargeFileTest : public FilesTest {
+ protected:
+  void SetUp() override {
+    FilesTest::SetUp();
+    const char* const wish = std::getenv(kSizeVariable);
+    const std::size_t mebibytes = wish != nullptr ? std::strtoul(wish, nullptr, 10) : kDefaultMebibytes;
+    size_ = (mebibytes << 20) + 12'345;
+    std::ofstream file(folder_.path() / "large", std::ios::binary);
+    std::string part(1 << 20, '\0');
+    std::uint64_t state = 5;
+    for (std::size_t left = size_; left > 0; left -= std::min(left, part.size())) {
+      for (std::size_t i = 0; i < part.size(); i += 8) {
+        state = state * 6364136223846793005u + 1442695040888963407u;
+        std::memcpy(&part[i], &state, 8);
+      }
+      file.write(part.data(), static_cast<std::streamsize>(std::min(left, part.size())));
+    }
+    file.close();
+    sum_ = digest_of(folder_.path() / "large");
+    peer_->send_envelope(Msg::StreamStart, kSession, R"({"max_fps":10})");
+    peer_->read_until(Msg::StreamFrame);
+  }
+
+  std::size_t size_ = 0;
+  std::string sum_;
+};
+
+TEST_F(LargeFileTest, ComesDownWholeWhileTheStreamRuns) {
+  ask(Msg::DownloadRequest, 3, path_of("large"));
+  Digest digest;
+  std::size_t received = 0;
+  std::size_t frames = 0;
+  for (;;) {
+    const vlk::Envelope envelope = peer_->read_envelope();
+    peer_->forget_received();
+    frames += received > 0 && envelope.type == static_cast<std::uint8_t>(Msg::StreamFrame);
+    if (envelope.type == static_cast<std::uint8_t>(Msg::FileTransferEnd)) {
+      EXPECT_EQ(text_of(envelope), R"({"transfer_id":3,"ok":true})");
+      break;
+    }
+    if (envelope.type != static_cast<std::uint8_t>(Msg::FileChunk)) continue;
+    digest.add(envelope.payload.data() + 8, envelope.payload.size() - 8);
+    received += envelope.payload.size() - 8;
+  }
+  EXPECT_EQ(received, size_);
+  EXPECT_EQ(digest.end(), sum_);
+  EXPECT_GT(frames, 0u) << "pictures find their way between the chunks";
+}
+
+TEST_F(LargeFileTest, GoesUpWholeWhileTheStreamRuns) {
+  ask(Msg::UploadBegin, 4, path_of("sub\\copy"));
+  std::ifstream file(folder_.path() / "large", std::ios::binary);
+  std::string part(kChunk, '\0');
+  std::size_t frames = 0;
+  for (std::uint32_t index = 0; file.read(part.data(), kChunk), file.gcount() > 0; ++index) {
+    chunk(4, index, std::string_view(part).substr(0, static_cast<std::size_t>(file.gcount())));
+    // What the agent sends meanwhile is read, or both would wait for the other.
+    if (index % 16 != 0) continue;
+    peer_->send_envelope(Msg::Heartbeat, 0, "on");
+    for (;;) {
+      const vlk::Envelope envelope = peer_->read_envelope(kLongPatience);
+      frames += envelope.type == static_cast<std::uint8_t>(Msg::StreamFrame);
+      if (envelope.type == static_cast<std::uint8_t>(Msg::Heartbeat)) break;
+    }
+    peer_->forget_received();
+  }
+  end_upload(4);
+  settle();
+  EXPECT_EQ(fs::file_size(folder_.path() / "sub/copy"), size_);
+  EXPECT_EQ(digest_of(folder_.path() / "sub/copy"), sum_);
+  EXPECT_GT(frames, 0u);
+}
+
+}  // namespace
+}  // namespace vantelink_test
