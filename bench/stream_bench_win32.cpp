@@ -1,6 +1,8 @@
-// What a frame of the stream costs, step by step and as a whole, on a desktop of 1920x1080 that changes all
-// the time: the duplication and the encoder are the doubles of the tests, the network is the loopback under
-// TLS. `./dev bench stream` runs it on a desk. Each step's time is the wall's and the thread's own.
+// What a frame of the stream costs, step by step and as a whole, on a desktop that changes all the time:
+// H.264 at 1920x1080 and JPEG at 1280x720. The duplication and the H.264 encoder are the doubles of the
+// tests, the JPEG encoder and GDI's copy of the screen are the system's, the network is the loopback under
+// TLS.
+// `./dev bench stream` runs it on a desk. Each step's time is the wall's and the thread's own.
 #include <winsock2.h>
 #include <ws2tcpip.h>
 // The include above must come before windows.h.
@@ -20,8 +22,10 @@
 #include "core/tls_connection.h"
 #include "core/tls_context.h"
 #include "platform/com_apartment.h"
+#include "platform/gdiplus_win32.h"
 #include "platform/socket.h"
 #include "stream/colour.h"
+#include "stream/jpeg_encoder.h"
 #include "stream/streamer.h"
 #include "tests/doubles/board_win32.h"
 #include "tests/doubles/boards.h"
@@ -37,6 +41,8 @@ using namespace vlk::agent;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr int kWidth = 1920, kHeight = 1080;
+constexpr int kJpegWidth = 1280, kJpegHeight = 720;
+constexpr int kQuality = 70;
 constexpr int kRounds = 150;         // of each step
 constexpr std::int32_t kFps = 2000;  // more than can be had, so that nothing waits
 constexpr std::int32_t kBitrate = 6000000;
@@ -138,7 +144,7 @@ class Line {
 };
 
 // A board of this process's own for the desktop: one output, always changing.
-void set_desktop() {
+vantelink_doubles::DesktopBoard& set_desktop() {
   char folder[MAX_PATH] = {};
   GetTempPathA(MAX_PATH, folder);
   const std::string path = std::string(folder) + "desktop.board";
@@ -151,6 +157,7 @@ void set_desktop() {
   board.output_count = 1;
   board.outputs[0].width = kWidth;
   board.outputs[0].height = kHeight;
+  return board;
 }
 
 int count_changes(const Bytes& before, const Bytes& after) {
@@ -200,7 +207,34 @@ bool report_steps(Line& line) {
   return true;
 }
 
-void report_whole(Line& line) {
+bool report_jpeg_steps(Line& line) {
+  const ComApartment apartment;
+  ScreenCapturer capturer;
+  CursorOverlay overlay;
+  if (!capturer.Open(0)) return false;
+  std::printf("\n%-38s %8s %8s\n", "JPEG, 1280x720, one frame", "wall ms", "CPU ms");
+  CapturedFrame frame;
+  report("capture by GDI", [&] {
+    frame.pixels.clear();
+    capturer.CaptureGdi(frame);
+  });
+  report("capture by duplication", [&] {
+    frame.pixels.clear();
+    capturer.AcquireFrame(frame, 0);
+  });
+  if (frame.width != kJpegWidth) return false;
+  report("pointer", [&] { overlay.Draw(frame, 0, 0); });
+  std::vector<std::uint8_t> file;
+  report("encoding", [&] {
+    file = EncodeJpeg(frame.pixels.data(), frame.width, frame.height,
+                      static_cast<std::uint32_t>(frame.stride), kQuality);
+  });
+  std::printf("  (%zu bytes a frame)\n", file.size());
+  report("sending", [&] { line.Send(Msg::StreamFrame, file.data(), file.size(), kBinaryPayload); });
+  return !file.empty();
+}
+
+void report_whole(Line& line, const char* codec) {
   constexpr int kFrames = 300;
   std::mutex lock;
   std::condition_variable changed;
@@ -219,7 +253,8 @@ void report_whole(Line& line) {
     std::unique_lock guard(lock);
     changed.wait(guard, [&] { return frames >= wanted; });
   };
-  streamer.Start(0, kFps, 70, kBitrate);
+  streamer.SetCodec(codec);
+  streamer.Start(0, kFps, kQuality, kBitrate);
   wait_for(1);
   const double wall = wall_milliseconds(), all = process_milliseconds(), reader = line.reader_milliseconds();
   wait_for(kFrames + 1);
@@ -233,7 +268,10 @@ void report_whole(Line& line) {
 }  // namespace
 
 int main() {
-  set_desktop();
+  const Gdiplus::GdiplusStartupInput input;
+  ULONG_PTR gdiplus = 0;
+  Gdiplus::GdiplusStartup(&gdiplus, &input, nullptr);
+  vantelink_doubles::DesktopBoard& desktop = set_desktop();
   test::Double& transforms = test::the_double();
   const test::PaintedWindow window(0, 0, 300, 300, test::pattern, LoadCursorW(nullptr, IDC_ARROW));
   SetCursorPos(100, 100);
@@ -255,7 +293,16 @@ int main() {
       std::puts("the doubles do not work");
       return 1;
     }
-    report_whole(line);
+    report_whole(line, "h264");
   }
+  desktop.outputs[0].width = kJpegWidth;
+  desktop.outputs[0].height = kJpegHeight;
+  bool encoded = false;
+  std::thread([&] { encoded = report_jpeg_steps(line); }).join();
+  if (!encoded) {
+    std::puts("no JPEG could be made");
+    return 1;
+  }
+  report_whole(line, "mjpeg");
   return 0;
 }
