@@ -1,64 +1,52 @@
-#!/ usr / bin / env bash
-#The desk passes exit statuses and output through, keeps desks apart, and leaves nothing running behind it.
-#Wine's own programs serve as subjects, so that the test needs no build.
-set - euo pipefail desk = $(cd "$(dirname " $0 ")/../.." && pwd) / tools /
-                          desk
-#A folder of our own for the desks : what is left in it was left by this test.
-                              TMPDIR =
-                              $(mktemp - d) export TMPDIR unset VANTELINK_DESK trap 'rm -rf "$TMPDIR"' EXIT
+#!/usr/bin/env bash
+# The desk passes exit statuses and output through, keeps desks apart, and leaves nothing running behind it.
+# Wine's own programs serve as subjects, so that the test needs no build.
+set -euo pipefail
+desk=$(cd "$(dirname "$0")/../.." && pwd)/tools/desk
+# A folder of our own for the desks: what is left in it was left by this test.
+TMPDIR=$(mktemp -d)
+export TMPDIR
+unset VANTELINK_DESK
+trap 'rm -rf "$TMPDIR"' EXIT
 
-                                  failures = 0 expect() {
-#NAME COMMAND... if "${@:2}";
-  then printf 'ok      %s\n' "$1";
-  else printf 'FAILED  %s\n' "$1";
-  failures = $((failures + 1));
-  fi
+failures=0
+expect() {  # NAME COMMAND...
+  if "${@:2}"; then printf 'ok      %s\n' "$1"; else printf 'FAILED  %s\n' "$1"; failures=$((failures + 1)); fi
 }
-status() {
-#WANTED COMMAND... local got = 0 timeout 60 "${@:2}" || got = $ ? ["$got" = "$1"] || {
-    echo "exit status $got, not $1";
-    return 1;
-  }
+status() {  # WANTED COMMAND...
+  local got=0
+  timeout 60 "${@:2}" || got=$?
+  [ "$got" = "$1" ] || { echo "exit status $got, not $1"; return 1; }
 }
-#A process whose environment names our folder was started by us, the Windows ones too.
+# A process whose environment names our folder was started by us, the Windows ones too.
 none_left() {
-  local deadline = $((SECONDS + 20)) left while:;
-  do
+  local deadline=$((SECONDS + 20)) left
+  while :; do
     left=$(find "$TMPDIR" -mindepth 1 -maxdepth 1 -name 'vantelink-desk.*')
     left+=$(grep -lzs "^WINEPREFIX=$TMPDIR/" /proc/[0-9]*/environ || true)
-    for pid in "$@";
-  do
-    if kill
-      -0 "$pid" 2 > / dev / null;
-  then left += " $pid";
-  fi;
-  done[-n "$left"] || return 0 if[$SECONDS - ge $deadline];
-  then echo "left: $left";
-  return 1;
-  fi sleep 0.1 done
+    for pid in "$@"; do if kill -0 "$pid" 2> /dev/null; then left+=" $pid"; fi; done
+    [ -n "$left" ] || return 0
+    if [ $SECONDS -ge $deadline ]; then echo "left: $left"; return 1; fi
+    sleep 0.1
+  done
 }
 
-says_hello_alone() {
-  ["$(timeout 60 " $desk " run cmd /c 'echo hello' | tr -d '\r')" = hello];
+says_hello_alone() { [ "$(timeout 60 "$desk" run cmd /c 'echo hello' | tr -d '\r')" = hello ]; }
+two_at_once() {
+  local first second failed=0
+  status 3 "$desk" run cmd /c 'exit 3' & first=$!
+  status 4 "$desk" run cmd /c 'exit 4' & second=$!
+  wait $first || failed=1
+  wait $second || failed=1
+  return $failed
 }
-two_at_once(){local first second failed =
-                  0 status 3 "$desk" run cmd /
-                  c 'exit 3' & first = $ !status 4 "$desk" run cmd /
-                                       c 'exit 4' & second = $ !wait $first ||
-                                                             failed = 1 wait $second ||
-                                                                      failed = 1 return $failed} no_wine() {
+no_wine() {
   local empty=$TMPDIR/bin tool
   mkdir "$empty"
-  for tool in bash realpath dirname;
-  do
-    ln - s
-        "$(command -v $tool)"
-        "$empty/$tool";
-  done status 1 env PATH =
-      "$empty"
-      "$(command -v bash)"
-      "$desk" run cmd 2 > "$TMPDIR/said" rm - r "$empty"["$(wc -l < " $TMPDIR / said ")" = 1] &&
-      grep - q 'wine is not installed' "$TMPDIR/said"
+  for tool in bash realpath dirname; do ln -s "$(command -v $tool)" "$empty/$tool"; done
+  status 1 env PATH="$empty" "$(command -v bash)" "$desk" run cmd 2> "$TMPDIR/said"
+  rm -r "$empty"
+  [ "$(wc -l < "$TMPDIR/said")" = 1 ] && grep -q 'wine is not installed' "$TMPDIR/said"
 }
 
 expect 'success is passed through' status 0 "$desk" run cmd /c 'exit 0'
@@ -97,7 +85,4 @@ kill -9 "$owner"
 wait "$owner" 2> /dev/null || true
 expect 'a desk ends with its owner, even one that was killed' none_left "$display" "$program"
 
-[ $failures = 0 ] || {
-  echo "$failures failed";
-  exit 1;
-}
+[ $failures = 0 ] || { echo "$failures failed"; exit 1; }
