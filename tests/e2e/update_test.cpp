@@ -2,6 +2,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <utility>
 
 #include "e2e/shell_fixture.h"
 
@@ -65,10 +66,11 @@ class UpdateTest : public ShellTest {
   // The dialog and, behind it, what it holds; nothing when none stands.
   static std::vector<SeenWindow> dialog() { return windows_on(*desk, {kDialog}); }
   static std::vector<SeenWindow> wait_for_dialog() {
-    std::vector<SeenWindow> all;
+    std::vector<SeenWindow> all, before;
     EXPECT_TRUE(eventually([&] {
-      all = dialog();
-      return !all.empty() && all[0].visible;
+      before = std::exchange(all, dialog());
+      // It moves to its place, and lays out its buttons, after it has become visible.
+      return !all.empty() && all[0].visible && all == before;
     }));
     return all;
   }

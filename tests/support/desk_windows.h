@@ -22,6 +22,8 @@ struct SeenWindow {
   int left = 0, top = 0, width = 0, height = 0;  // pixels; of a child in its parent's client area
   int screen_left = 0, screen_top = 0;           // pixels of the screen
   std::string text;                              // with \t, \r and \n for what would break a line
+
+  bool operator==(const SeenWindow&) const = default;
 };
 
 // The top-level windows of the classes from the highest down, each followed by its children.
