@@ -92,7 +92,8 @@ struct CodecBoard {
   Cell activations;  // transforms made
   Cell sessions;     // encoders opened
   Cell inputs, outputs;
-  Cell forced;  // key frames asked for
+  Cell withheld;  // an output is kept back in silence at this moment
+  Cell forced;    // key frames asked for
   // The last session's settings; bit rate on the type and through the codec API, frames a second.
   Cell width, height, fps, type_bitrate, bitrate, rate_control, low_latency, speed, profile, interlace;
   Cell time, duration;  // of the last input, in units of 100 ns

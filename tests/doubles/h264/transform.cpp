@@ -335,8 +335,11 @@ void EncoderTransform::Work() {
     const std::size_t outputs = Encode(input);
     guard.lock();
     // The board is no condition variable's business, so silence is looked at every few milliseconds.
-    while (codec_board().silent != 0 && !stopping_)
+    while (codec_board().silent != 0 && !stopping_) {
+      codec_board().withheld = 1;
       changed_.wait_for(guard, kSilenceStep);
+    }
+    codec_board().withheld = 0;
     for (std::size_t i = 0; i < outputs; ++i)
       Tell(METransformHaveOutput);
     Tell(METransformNeedInput);
