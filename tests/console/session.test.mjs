@@ -192,7 +192,7 @@ test('a restart is asked about first, and shown until the machine is back', asyn
   await agent.connect();
   await agent.next(AgentMsg.StreamStart);
   await until('the words are gone', async () => (await page.note()) === '');
-  assert.equal(await page.row(agent).locator('.badge').getAttribute('data-state'), 'session');
+  await page.page.locator(`.machine[data-agent="${agent.id}"] .badge[data-state=session]`).waitFor({ state: 'attached' });
 });
 
 test('the machine list shows a restart to a representative who does not wait for it', async (t) => {
