@@ -1,7 +1,6 @@
 // TLS over memory buffers, with the socket's waits outside the lock.
 #include "core/tls_connection.h"
 
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/x509v3.h>
 
@@ -14,12 +13,6 @@ namespace {
 constexpr std::size_t kReceiveSize = 16384;  // bytes asked of the socket at once: about a TLS record
 constexpr std::size_t kRecordSize = 16384;   // largest plain text of a record, RFC 8446 section 5.1
 constexpr std::size_t kSendBatch = 4;        // records encrypted between two calls to the socket
-
-// Frees what OpenSSL keeps for a thread when that ends. As a static library on Windows it does not hear of
-// it, and each stream's thread would leave some kilobytes behind.
-struct ThreadRecords {
-  ~ThreadRecords() { OPENSSL_thread_stop(); }
-};
 
 }  // namespace
 
@@ -57,7 +50,6 @@ std::ptrdiff_t TlsConnection::read(unsigned char* buffer, std::size_t size) {
 }
 
 bool TlsConnection::write(const unsigned char* data, std::size_t length) {
-  [[maybe_unused]] static thread_local const ThreadRecords records;
   Lock lock(lock_);
   std::size_t done = 0;
   while (done < length) {

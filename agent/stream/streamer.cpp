@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "core/thread_records.h"
 #include "platform/com_apartment.h"
 
 namespace vlk::agent {
@@ -21,7 +22,10 @@ void ScreenStreamer::Start(std::int32_t monitor_id, std::int32_t max_fps, std::i
   settings_.max_fps = max_fps;
   settings_.quality = quality;
   settings_.bitrate = bitrate;
-  worker_ = std::thread([this] { Run(); });
+  worker_ = std::thread([this] {
+    const ThreadRecords records;
+    Run();
+  });
 }
 
 void ScreenStreamer::Stop() {

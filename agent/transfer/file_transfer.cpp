@@ -10,6 +10,7 @@
 
 #include "core/big_endian.h"
 #include "core/json.h"
+#include "core/thread_records.h"
 #include "platform/text.h"
 #include "transfer/file_system.h"
 
@@ -66,7 +67,10 @@ void run_download(const DownloadJob& job) {
 void StartDownload(std::uint32_t session_id, std::uint32_t transfer_id, std::string path, SendCallable send) {
   auto job =
       std::make_unique<DownloadJob>(DownloadJob{std::move(path), transfer_id, std::move(send), session_id});
-  std::thread([job = std::move(job)] { run_download(*job); }).detach();
+  std::thread([job = std::move(job)] {
+    const ThreadRecords records;
+    run_download(*job);
+  }).detach();
 }
 
 void BeginUpload(std::uint32_t transfer_id, std::string_view path, std::int64_t /*size*/) {
