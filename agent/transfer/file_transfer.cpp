@@ -2,15 +2,14 @@
 #include "transfer/file_transfer.h"
 
 #include <map>
-#include <memory>
 #include <mutex>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "core/big_endian.h"
 #include "core/json.h"
 #include "core/thread_records.h"
+#include "platform/detached_thread.h"
 #include "platform/text.h"
 #include "transfer/file_system.h"
 
@@ -65,12 +64,10 @@ void run_download(const DownloadJob& job) {
 }  // namespace
 
 void StartDownload(std::uint32_t session_id, std::uint32_t transfer_id, std::string path, SendCallable send) {
-  auto job =
-      std::make_unique<DownloadJob>(DownloadJob{std::move(path), transfer_id, std::move(send), session_id});
-  std::thread([job = std::move(job)] {
+  start_detached_thread([job = DownloadJob{std::move(path), transfer_id, std::move(send), session_id}] {
     const ThreadRecords records;
-    run_download(*job);
-  }).detach();
+    run_download(job);
+  });
 }
 
 void BeginUpload(std::uint32_t transfer_id, std::string_view path, std::int64_t /*size*/) {

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <memory>
 #include <new>
-#include <thread>
 
+#include "platform/detached_thread.h"
 #include "platform/text.h"
 #include "platform/window_messages_win32.h"
 #include "update/update.h"
@@ -35,10 +35,10 @@ struct Download {
   std::string file;
 };
 
-void run_check(std::unique_ptr<const Check> check) {
-  const auto offer = check_for_update(check->host, check->port);
+void run_check(const Check& check) {
+  const auto offer = check_for_update(check.host, check.port);
   if (!offer) return;
-  PostMessageW(check->window, WM_UPDATE_OFFER,
+  PostMessageW(check.window, WM_UPDATE_OFFER,
                reinterpret_cast<WPARAM>(new (std::nothrow) UpdateOffer(*offer)), 0);
 }
 
@@ -57,32 +57,32 @@ bool save(const std::wstring& path, const std::string& bytes) {
   return true;
 }
 
-void run_download(std::unique_ptr<const Download> download) {
-  post_status_text(download->window, kDownloading);
-  const std::string installer = fetch_installer(download->host, download->port, download->file);
+void run_download(const Download& download) {
+  post_status_text(download.window, kDownloading);
+  const std::string installer = fetch_installer(download.host, download.port, download.file);
   if (installer.empty()) {
-    post_status_text(download->window, kDownloadFailed);
+    post_status_text(download.window, kDownloadFailed);
     return;
   }
-  const std::wstring path = path_for(download->file);
+  const std::wstring path = path_for(download.file);
   if (!save(path, installer)) {
-    post_status_text(download->window, kSaveFailed);
+    post_status_text(download.window, kSaveFailed);
     return;
   }
   // The agent ends whether or not the installer started.
   ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
-  PostMessageW(download->window, WM_EXIT_FOR_UPDATE, 0, 0);
+  PostMessageW(download.window, WM_EXIT_FOR_UPDATE, 0, 0);
 }
 
 }  // namespace
 
 void start_update_check(HWND window, const std::string& host, std::uint32_t port) {
-  std::thread(run_check, std::make_unique<const Check>(Check{window, host, port})).detach();
+  start_detached_thread([check = Check{window, host, port}] { run_check(check); });
 }
 
 void start_update_download(HWND window, const std::string& host, std::uint32_t port,
                            const std::string& file) {
-  std::thread(run_download, std::make_unique<const Download>(Download{window, host, port, file})).detach();
+  start_detached_thread([download = Download{window, host, port, file}] { run_download(download); });
 }
 
 void post_status_text(HWND window, const std::wstring& text) {
