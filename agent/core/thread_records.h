@@ -6,8 +6,8 @@
 namespace vlk::agent {
 
 // Stands first in a thread that sends, and frees its records when it ends: as a static library on Windows
-// OpenSSL does not hear of that, and each thread would leave some kilobytes behind. Not a thread_local object:
-// what those do while their thread is taken down left other threads waiting for ever.
+// OpenSSL does not hear of that, and each thread would leave some kilobytes behind. Not a thread_local
+// object: what those do while their thread is taken down left other threads waiting for ever.
 struct ThreadRecords {
   ThreadRecords() = default;
   ~ThreadRecords() { OPENSSL_thread_stop(); }
