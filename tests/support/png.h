@@ -1,5 +1,5 @@
 // PNG files made by hand, so that what a test feeds an image decoder does not come from that decoder's own
-// library. Uncompressed (RFC 1950 and 1951, stored blocks; the PNG specification, 32-bit colour).
+// library. Uncompressed (RFC 1950 and 1951, stored blocks; RFC 2083, 32-bit colour).
 #pragma once
 
 #include <array>
