@@ -3,8 +3,13 @@
 
 export const SUBPROTOCOL = 'vantelink.console.v1';
 const PING_EVERY_MS = 2000;
-/** A relay that answers no ping for this long is taken for gone. */
+/** A relay that says nothing for this long, and owes the answer to a ping, is taken for gone. */
 const DEAD_AFTER_MS = 15000;
+/** With an upload before the ping: longer than a machine may go without reading until the relay ends its session. */
+const HELD_UP_MS = 60000;
+const UPLOAD_BYTES = 16 * 1024;
+/** The slowest line on which an upload is waited for, in bytes a millisecond. */
+const SLOWEST_LINE = 16;
 const UNSTABLE_AFTER_MS = 1500;
 const FIRST_PAUSE_MS = 500;
 const LONGEST_PAUSE_MS = 15000;
@@ -41,9 +46,12 @@ export class Link extends EventTarget {
     this.browserTrip = null;
     /** @type {number | null} */
     this.machineTrip = null;
-    /** @type {{id: number, at: number} | null} */
+    /** @type {{id: number, at: number, behind: number} | null} behind: bytes that the relay passes on before it answers */
     this.ping = null;
     this.pings = 0;
+    /** Bytes since the last ping. */
+    this.sent = 0;
+    this.heardAt = 0;
   }
 
   start() {
@@ -71,6 +79,7 @@ export class Link extends EventTarget {
 
   sendEnvelope(/** @type {Uint8Array} */ bytes) {
     if (this.up) this.socket?.send(bytes);
+    this.sent += bytes.length;
     return this.up;
   }
 
@@ -97,6 +106,7 @@ export class Link extends EventTarget {
   /** @private */
   opened() {
     this.up = true;
+    this.sent = 0;
     this.attempt = 0;
     this.pinger = setInterval(() => this.sendPing(), PING_EVERY_MS);
     this.emit('up');
@@ -119,6 +129,7 @@ export class Link extends EventTarget {
 
   /** @private */
   receive(/** @type {unknown} */ data) {
+    this.heardAt = performance.now();
     if (data instanceof ArrayBuffer) {
       this.emit('envelope', data);
       return;
@@ -132,11 +143,15 @@ export class Link extends EventTarget {
   sendPing() {
     const now = performance.now();
     if (this.ping) {
-      if (now - this.ping.at > DEAD_AFTER_MS) this.lose();
+      const { at, behind } = this.ping;
+      // While a machine is slow to take an upload, the relay does not read on and so does not see the ping.
+      const patience = behind > UPLOAD_BYTES ? HELD_UP_MS + behind / SLOWEST_LINE : DEAD_AFTER_MS;
+      if (now - Math.max(at, this.heardAt) > patience) this.lose();
       else this.emit('trip');
       return;
     }
-    this.ping = { id: ++this.pings, at: now };
+    this.ping = { id: ++this.pings, at: now, behind: this.sent };
+    this.sent = 0;
     this.sendControl({ type: 'ping', id: this.ping.id });
   }
 
