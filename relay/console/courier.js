@@ -26,7 +26,8 @@ export class Courier extends EventTarget {
     this.flow = new Flow();
     /** @type {Transfer[]} */
     this.queue = [];
-    this.running = 0;
+    /** @type {Set<Transfer>} those that have one of the places */
+    this.running = new Set();
     this.requests = 0;
     /** @type {Map<number, {resolve: (id: number) => void, reject: (why: Error) => void}>} numbers asked for */
     this.asked = new Map();
@@ -66,9 +67,10 @@ export class Courier extends EventTarget {
     this.flow.reset();
     for (const { reject } of this.asked.values()) reject(new Error('sessionOver'));
     this.asked.clear();
-    for (const transfer of [...this.open.values(), ...this.queue]) this.finish(transfer, 'failed', 'sessionOver');
-    this.queue = [];
-    this.open.clear();
+    for (const transfer of [...this.running, ...this.queue]) {
+      // What is being checked has all come.
+      if (transfer.state !== 'checking') this.finish(transfer, 'failed', 'sessionOver');
+    }
   }
 
   /** A chunk of the machine. */
@@ -133,17 +135,17 @@ export class Courier extends EventTarget {
 
   /** @private */
   next() {
-    while (this.running < AT_ONCE) {
+    while (this.running.size < AT_ONCE) {
       const transfer = this.queue.shift();
       if (!transfer) return;
-      this.running += 1;
+      this.running.add(transfer);
       transfer.state = 'running';
       transfer.meter.restart();
       this.changed(transfer);
       this.run(transfer)
         .catch((error) => this.finish(transfer, 'failed', error.message || 'machineFailed'))
         .finally(() => {
-          this.running -= 1;
+          this.running.delete(transfer);
           this.next();
         });
     }
