@@ -2,6 +2,7 @@
 import { age } from './status.js';
 import { byId, make } from './dom.js';
 import { nameOf, tidy } from './names.js';
+import { PATIENCE_MS } from './restart.js';
 import { texts } from './texts.js';
 
 /** @typedef {{id: string, name: string, machine: string, state: string, last_seen: number,
@@ -26,7 +27,10 @@ export class MachineList {
     this.actions = actions;
     /** @type {Machine[]} */
     this.machines = [];
-    /** Machines that are told to restart, and whether they have been away since. @type {Map<string, boolean>} */
+    /**
+     * Machines that are told to restart: whether they have been away since, and until when they have to go.
+     * @type {Map<string, {away: boolean, until: number}>}
+     */
     this.restarting = new Map();
     byId('machine-search').addEventListener('input', () => this.draw());
   }
@@ -34,16 +38,17 @@ export class MachineList {
   update(/** @type {unknown} */ list) {
     this.machines = Array.isArray(list) ? list.filter((one) => typeof one?.id === 'string') : [];
     for (const { id, state } of this.machines) {
-      if (!this.restarting.has(id)) continue;
-      if (state === 'offline') this.restarting.set(id, true);
-      else if (state === 'online' || this.restarting.get(id)) this.restarting.delete(id);
+      const restart = this.restarting.get(id);
+      if (!restart) continue;
+      if (restart.away ? state !== 'offline' : performance.now() > restart.until) this.restarting.delete(id);
+      else restart.away = state === 'offline';
     }
     this.draw();
   }
 
   /** Shows a machine that goes away as restarting, until it is back. */
   expectBack(/** @type {string} */ id, /** @type {boolean} */ on) {
-    if (on) this.restarting.set(id, false);
+    if (on) this.restarting.set(id, { away: false, until: performance.now() + PATIENCE_MS });
     else this.restarting.delete(id);
   }
 

@@ -200,6 +200,8 @@ test('the machine list shows a restart to a representative who does not wait for
   await page.page.click('#restart-dialog button[value=restart]');
   await agent.next(AgentMsg.Reboot);
   await page.page.click('#session-back');
+  // It is told of as online once more before it goes.
+  await page.row(agent).locator('.badge[data-state=online]').waitFor();
   agent.drop();
   await until('it is shown', async () => /Restarting/.test(await page.row(agent).innerText()));
   await page.shot('machines-restarting');
