@@ -49,7 +49,7 @@ export class SessionView extends EventTarget {
     this.displays = new Displays(byId('monitor-picker'), (monitor) => this.selectMonitor(monitor));
     this.hands = new Hands({ canvas: this.screen.canvas, catcher: byId('key-catcher'),
       send: (payload) => this.sendBytes(Msg.InputEvent, payload), backlog: () => link.backlog });
-    /** @type {Map<number, (payload: Uint8Array, envelope: object) => void>} what to do with the machine's messages */
+    /** @type {Map<number, (payload: Uint8Array) => void>} what to do with the machine's messages */
     this.handlers = new Map([
       [Msg.StreamFrame, (payload) => this.showFrame(payload)],
       [Msg.StreamConfig, (payload) => this.picture.configured(readJson(payload))],
@@ -123,7 +123,7 @@ export class SessionView extends EventTarget {
     if (this.state !== 'away') return;
     const machine = list.find(({ id }) => id === this.agent);
     if (machine?.state === 'online') this.ask();
-    else this.sayAway();
+    else this.sayAway(machine?.state === 'session' ? machine.representative ?? '' : '');
   }
 
   linkLost() {
@@ -146,7 +146,7 @@ export class SessionView extends EventTarget {
   receive(/** @type {ArrayBuffer} */ buffer) {
     const envelope = decodeEnvelope(buffer);
     if (!envelope || !this.accepted || envelope.session !== this.number) return;
-    this.handlers.get(envelope.type)?.(envelope.payload, envelope);
+    this.handlers.get(envelope.type)?.(envelope.payload);
   }
 
   sendBytes(/** @type {number} */ type, /** @type {Uint8Array} */ payload = new Uint8Array(0)) {
@@ -209,9 +209,10 @@ export class SessionView extends EventTarget {
     this.sayAway();
   }
 
-  /** @private */
-  sayAway() {
+  /** @private `holder`: who works on the machine, which may be this representative until the relay misses the old link */
+  sayAway(holder = '') {
     if (!this.link.up) this.overlay.say(texts.linkDown, { busy: true, back: true });
+    else if (holder) this.overlay.say(texts.machineTaken(this.name, inSentence(holder)), { busy: true, back: true });
     else if (this.restart.underWay) this.restart.show();
     else this.overlay.say(texts.machineAway(this.name), { busy: true, back: true });
   }

@@ -73,6 +73,8 @@ export const english = {
   withdrawn: (/** @type {string} */ machine) => `The request to ${machine} was withdrawn.`,
   linkDown: 'The link to the relay is down. The session goes on as soon as it is back …',
   machineAway: (/** @type {string} */ machine) => `${machine} has gone offline. The session goes on as soon as it is back …`,
+  machineTaken: (/** @type {string} */ machine, /** @type {string} */ who) =>
+    `${machine} is in use by ${who}. The session goes on as soon as it is free …`,
   ended: {
     declined: (/** @type {string} */ machine) => `The person at ${machine} declined the session.`,
     'no-answer': (/** @type {string} */ machine) => `Nobody answered at ${machine}, so the request was withdrawn.`,

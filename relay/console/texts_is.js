@@ -81,6 +81,8 @@ export const icelandic = {
   linkDown: 'Sambandið við miðlarann rofnaði. Fjaraðstoðin heldur áfram um leið og það kemst á aftur …',
   machineAway: (/** @type {string} */ machine) =>
     `Tölvan ${machine} missti sambandið. Fjaraðstoðin heldur áfram um leið og það kemst á aftur …`,
+  machineTaken: (/** @type {string} */ machine, /** @type {string} */ who) =>
+    `Tölvan ${machine} er í notkun hjá ${who}. Fjaraðstoðin heldur áfram um leið og hún losnar …`,
   ended: {
     declined: (/** @type {string} */ machine) => `Notandinn við tölvuna ${machine} hafnaði fjaraðstoðinni.`,
     'no-answer': (/** @type {string} */ machine) => `Enginn svaraði við tölvuna ${machine}, svo að beiðnin var afturkölluð.`,

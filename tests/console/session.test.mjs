@@ -150,6 +150,23 @@ test('a machine that drops out and returns is shown again without a click', asyn
   await until('the words are gone', async () => (await page.note()) === '');
 });
 
+test('a machine that is still held, be it by this representative’s own old link, is told of as taken', async (t) => {
+  const script = `window.sockets = []; window.WebSocket = class extends WebSocket {
+    constructor(...all) { super(...all); sockets.push(this); } };`;
+  const { agent, page } = await session(t, shared, { page: { script } });
+  await agent.next(AgentMsg.StreamStart);
+  await page.page.evaluate(() => {
+    // The page misses its link before the relay does.
+    const [old] = window.sockets;
+    old.close = () => {};
+    old.onclose();
+  });
+  await page.waitForNote(/is in use by .*Sigga/);
+  await page.page.evaluate(() => WebSocket.prototype.close.call(window.sockets[0]));
+  await agent.next(AgentMsg.StreamStart);
+  await until('the words are gone', async () => (await page.note()) === '');
+});
+
 test('messages of another session are ignored', async (t) => {
   const { agent, page } = await session(t, shared);
   const own = agent.session;
