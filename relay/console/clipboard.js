@@ -13,7 +13,7 @@ const COPIED_PICTURE = 'image.png';
 
 /**
  * @param {import('./session.js').SessionView} session
- * @param {import('./file_panel.js').FilePanel} panel takes the files that are too large
+ * @param {import('./file_panel.js').FilePanel} panel takes the files that are too large, and asks for folders
  */
 export function attachClipboard(session, panel) {
   const chip = new ClipChip(byId('clip-chips'), { take: () => share.take(), upload: (files) => panel.offer(files),
@@ -30,7 +30,8 @@ export function attachClipboard(session, panel) {
   session.handlers.set(Msg.ClipboardData, (payload) => automatic() && share.receive(payload));
   new PasteKeys(catcher, {
     active: () => automatic() && session.hands.sender.enabled,
-    paste: (data) => paste(share, data),
+    // It answers in order: with its drives known, it has the clipboard that was sent before the question.
+    paste: async (data) => await paste(share, data) && !!await panel.folders.list(''),
     keyDown: (event) => keyboard.keyDown(event),
     keyUp: (event) => keyboard.keyUp(event),
   });

@@ -3,22 +3,20 @@
 
 /** For a browser that has nothing to paste and says so by no event. */
 const NO_PASTE_MS = 80;
-/** The machine needs a moment to take what it was sent. */
+/** The machine, once it has the clipboard, needs a moment to take it over. */
 const TAKE_MS = 120;
 
 export class PasteKeys {
   /**
    * @param {HTMLElement} catcher of the keys
-   * @param {{active: () => boolean, paste: (data: DataTransfer) => boolean | Promise<boolean>,
+   * @param {{active: () => boolean, paste: (data: DataTransfer) => Promise<boolean>,
    *   keyDown: (event: KeyboardEvent) => void, keyUp: (event: KeyboardEvent) => void}} acts
-   *   paste: gives the clipboard to the machine, true if there was something new
+   *   paste: gives the clipboard to the machine; true, when the machine has it, if there was something new
    */
   constructor(catcher, acts) {
     this.acts = acts;
-    /** @type {KeyboardEvent[]} keys that wait */
-    this.held = [];
-    /** @type {ReturnType<typeof setTimeout> | undefined} */
-    this.timer = undefined;
+    /** @type {KeyboardEvent[] | null} keys that wait for a clipboard, null while none need to */
+    this.held = null;
     const own = (/** @type {Event} */ event) => event.target === catcher;
     for (const name of ['keydown', 'keyup'])
       document.addEventListener(name, (event) => own(event) && this.key(/** @type {KeyboardEvent} */ (event)), true);
@@ -28,13 +26,13 @@ export class PasteKeys {
 
   /** @private */
   key(/** @type {KeyboardEvent} */ event) {
-    if (this.timer !== undefined) {
+    if (this.held) {
       event.stopImmediatePropagation();
       event.preventDefault();
       this.held.push(event);
     } else if (event.type === 'keydown' && isPaste(event) && this.acts.active()) {
       event.stopImmediatePropagation();
-      this.held.push(event);
+      this.held = [event];
       this.wait(NO_PASTE_MS);
     }
   }
@@ -43,10 +41,11 @@ export class PasteKeys {
   async pasted(/** @type {ClipboardEvent} */ event) {
     event.preventDefault();
     if (!event.clipboardData || !this.acts.active()) return;
-    // Until it is known what there is to send.
-    if (this.timer !== undefined) this.wait(10_000);
-    const sent = await Promise.resolve(this.acts.paste(event.clipboardData)).catch(() => false);
-    if (this.timer !== undefined) this.wait(sent ? TAKE_MS : 0);
+    const { held } = this;
+    // However long the line needs.
+    clearTimeout(this.timer);
+    const sent = await this.acts.paste(event.clipboardData).catch(() => false);
+    if (held && held === this.held) this.wait(sent ? TAKE_MS : 0);
   }
 
   /** @private */
@@ -57,8 +56,9 @@ export class PasteKeys {
 
   /** @private */
   release() {
-    this.timer = undefined;
-    for (const event of this.held.splice(0)) {
+    const held = this.held ?? [];
+    this.held = null;
+    for (const event of held) {
       if (event.type === 'keydown') this.acts.keyDown(event);
       else this.acts.keyUp(event);
     }
@@ -67,8 +67,7 @@ export class PasteKeys {
   /** @private Keys that would come after everything was let go would stay down. */
   drop() {
     clearTimeout(this.timer);
-    this.timer = undefined;
-    this.held = [];
+    this.held = null;
   }
 }
 
