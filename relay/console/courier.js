@@ -109,6 +109,7 @@ export class Courier extends EventTarget {
     try {
       await sink.written;
       transfer.blob = await sink.close();
+      transfer.sink = sink;
       this.finish(transfer, 'done', transfer.done === transfer.size ? '' : 'otherSize');
     } catch {
       sink.abort();

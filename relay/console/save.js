@@ -3,12 +3,15 @@
 
 const FOLDER = 'downloads';
 const LOCK = 'vantelink-downloads-';
-const KEEP_URL_MS = 60_000;
+const KEEP_MS = 60_000;
 /** Chromium passes over downloads that a page begins faster than ten a second. */
 const GAP_MS = 150;
 let nextSave = 0;
 
-/** @typedef {{write: (bytes: Uint8Array) => Promise<void>, close: () => Promise<Blob>, abort: () => Promise<void>}} Sink */
+/**
+ * abort: throws away what there is, also of a closed one, whose Blob ends with it.
+ * @typedef {{write: (bytes: Uint8Array) => Promise<void>, close: () => Promise<Blob>, abort: () => Promise<void>}} Sink
+ */
 
 /** This page's own folder on the private disk, null where there is none. */
 let ownFolder = /** @type {Promise<FileSystemDirectoryHandle | null> | null} */ (null);
@@ -74,6 +77,11 @@ function memorySink() {
   };
 }
 
+/** Takes a download off this page, when the browser has surely read what was handed to it. */
+export function discard(/** @type {Sink} */ sink) {
+  setTimeout(() => sink.abort(), KEEP_MS);
+}
+
 /** Hands the bytes to the browser as a download of that name, now or when those before it have gone. */
 export function save(/** @type {Blob} */ blob, /** @type {string} */ name) {
   const now = performance.now();
@@ -89,5 +97,5 @@ function download(/** @type {Blob} */ blob, /** @type {string} */ name) {
   link.href = url;
   link.download = name;
   link.click();
-  setTimeout(() => URL.revokeObjectURL(url), KEEP_URL_MS);
+  setTimeout(() => URL.revokeObjectURL(url), KEEP_MS);
 }

@@ -22,6 +22,8 @@ export class Transfer {
     this.remark = '';
     /** @type {Blob | null} of a download that is done */
     this.blob = null;
+    /** @type {import('./save.js').Sink | null} what keeps the Blob */
+    this.sink = null;
     this.meter = new RateMeter();
     this.ended = new Promise((resolve) => { this.resolveEnd = resolve; });
   }

@@ -2,7 +2,7 @@
 // of it, told honestly.
 import { make } from './dom.js';
 import { visible } from './names.js';
-import { save } from './save.js';
+import { discard, save } from './save.js';
 import { texts } from './texts.js';
 
 const DRAW_EVERY_MS = 200;
@@ -102,6 +102,7 @@ export class TransferRows {
     for (const [transfer, row] of this.rows) {
       if (transfer.active) continue;
       row.remove();
+      if (transfer.sink) discard(transfer.sink);
       this.rows.delete(transfer);
     }
     this.draw();

@@ -9,6 +9,8 @@ import { AgentMsg } from './support/scripted_agent.mjs';
 import { until } from './support/waiting.mjs';
 
 const shared = fixture();
+/** For this long the console keeps what it handed to the browser. */
+const KEEP_MS = 60_000;
 const KiB = 1024;
 const MiB = 1024 * KiB;
 const sha = (bytes) => createHash('sha256').update(bytes).digest('hex');
@@ -166,9 +168,18 @@ test('twenty thousand entries are listed, sorted and walked without a freeze', a
   assert.ok(longest < 3000, `the page stood still for ${longest} ms`);
 });
 
-test('a download arrives byte for byte under its name', async (t) => {
+/** How many files the console has on the browser's private disk. */
+const privateFiles = (p) => p.evaluate(async () => {
+  const all = await (await navigator.storage.getDirectory()).getDirectoryHandle('downloads');
+  let count = 0;
+  for await (const folder of all.values()) for await (const _ of folder.keys()) count++;
+  return count;
+});
+
+test('a download arrives byte for byte under its name, and is not kept when its row goes', async (t) => {
   const data = randomBytes(5 * MiB + 17);
-  const { p, page, machine } = await panel(t);
+  const script = `const wait = setTimeout; window.setTimeout = (act, ms) => wait(act, ms === ${KEEP_MS} ? 300 : ms);`;
+  const { p, page, machine } = await panel(t, DISK, { page: { script } });
   machine.folders['C:\\Users'] = [{ name: 'skýrsla ’99.bin', size: data.length, data }, { name: 'empty', size: 0, data: Buffer.alloc(0) }];
   await file(p, 'C:').dblclick();
   await file(p, 'Users').dblclick();
@@ -181,8 +192,10 @@ test('a download arrives byte for byte under its name', async (t) => {
   assert.equal(readFileSync(await nothing.path()).length, 0);
   await ended(p, 'empty', 'done');
   await page.shot('files-downloaded');
+  assert.equal(await privateFiles(p), 2);
   await p.click('#transfers-clear');
   assert.ok(await p.locator('#transfers-section').isHidden());
+  await until('the disk is empty', async () => await privateFiles(p) === 0);
 });
 
 test('thousands of transfers that fail at once leave the page alive', async (t) => {
