@@ -145,17 +145,11 @@ test('a listing that makes no sense changes nothing', async (t) => {
 test('twenty thousand entries are listed, sorted and walked without a freeze', async (t) => {
   const many = Array.from({ length: 20_000 }, (_, i) => ({ name: `mynd ${i}.jpg`, size: (i * 7919) % 20_000, mtime: 1_600_000_000 + i }));
   const { p } = await panel(t, { '': [{ name: 'C:', dir: true }], 'C:\\': many });
-  await p.evaluate(() => {
-    window.longest = 0;
-    let last = performance.now();
-    const beat = () => {
-      const now = performance.now();
-      window.longest = Math.max(window.longest, now - last);
-      last = now;
-      setTimeout(beat, 0);
-    };
-    beat();
-  });
+  // Processor time, which does not pass while others use the machine.
+  const tools = await p.context().newCDPSession(p);
+  await tools.send('Performance.enable', { timeDomain: 'threadTicks' });
+  const busySeconds = async () => (await tools.send('Performance.getMetrics')).metrics.find(({ name }) => name === 'TaskDuration').value;
+  const before = await busySeconds();
   await file(p, 'C:').dblclick();
   await until('all are counted', async () => (await p.locator('#files-count').innerText()).startsWith('20000 items'));
   assert.ok(await p.locator('.file').count() < 100, 'only rows in view are on the page');
@@ -164,8 +158,8 @@ test('twenty thousand entries are listed, sorted and walked without a freeze', a
   await until('the end is in view', async () => (await names(p)).includes('mynd 0.jpg'));
   await p.locator('#files-list').press('Control+a');
   assert.match(await p.locator('#files-count').innerText(), /20000 selected/);
-  const longest = await p.evaluate(() => window.longest);
-  assert.ok(longest < 3000, `the page stood still for ${longest} ms`);
+  const busy = await busySeconds() - before;
+  assert.ok(busy < 3, `the page worked for ${busy} s`);
 });
 
 /** How many files the console has on the browser's private disk. */
@@ -386,17 +380,12 @@ test('an upload waits for a machine that does not read, with little under way an
   await p.setInputFiles('#files-input', [{ name: 'slow.bin', mimeType: 'a/b', buffer: data }]);
   await until('it has begun', () => machine.uploadTo('C:\\Users\\slow.bin'));
   agent.socket.pause();
-  let [last, since] = ['', Date.now()];
-  await until('nothing moves any more', async () => {
-    const now = await words(p, 'slow.bin');
-    if (now.split(' of ')[0] !== last) [last, since] = [now.split(' of ')[0], Date.now()];
-    return Date.now() - since > 700;
-  });
+  await until('a ping waits behind it', async () => (await p.locator('#status-line').innerText()).includes('unstable link'));
   assert.equal(await row(p, 'slow.bin').getAttribute('data-state'), 'running');
-  assert.ok(await p.evaluate(() => window.mostWaiting) <= 5 * MiB, 'a few MiB wait in the browser');
   assert.equal(await page.note(), '');
   agent.socket.resume();
   await ended(p, 'slow.bin', 'done');
+  assert.ok(await p.evaluate(() => window.mostWaiting) <= 5 * MiB, 'never more than a few MiB wait in the browser');
   assert.equal(sha(Buffer.concat(machine.uploadTo('C:\\Users\\slow.bin').chunks.map(({ bytes }) => bytes))), sha(data));
 });
 
