@@ -7,11 +7,11 @@ import { readFile, writeFile } from 'node:fs/promises';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { parseArgs, promisify } from 'node:util';
-import { chromium } from 'playwright-core';
+import { launch } from './support/console_page.mjs';
+import { DEADLINE_MS, until } from './support/waiting.mjs';
 
 const run = promisify(execFile);
 const DESK_TOOL = join(dirname(fileURLToPath(import.meta.url)), '../../tools/desk');
-const DEADLINE_MS = 30_000;
 const TYPED = 'Typed in the browser, read in Windows: 6 * 7 = 42 (Yes!)';
 // Where tools/demo places the windows, in pixels of the desktop.
 const NOTEPAD_TEXT = { x: 700, y: 250 };
@@ -29,20 +29,6 @@ const { values: options } = parseArgs({
   options: Object.fromEntries(
     ['url', 'user', 'machine', 'desk', 'note', 'codec', 'out'].map((name) => [name, { type: 'string' }])),
 });
-
-async function until(what, condition) {
-  const deadline = Date.now() + DEADLINE_MS;
-  for (let last; ; ) {
-    try {
-      last = await condition();
-      if (last === true) return;
-    } catch (error) {
-      last = error.message;
-    }
-    if (Date.now() > deadline) throw new Error(`${what}: not within ${DEADLINE_MS / 1000} s (last: ${last})`);
-    await new Promise((done) => setTimeout(done, 200));
-  }
-}
 
 // The share of an area's pixels that are not the same in two pictures.
 async function wrongPixels(first, second, area) {
@@ -88,7 +74,7 @@ async function sameAsDesktop(canvas, name, ...areas) {
     await saveCanvas(canvas, `${name}-canvas.png`);
     for (const area of [WHOLE, ...areas]) {
       const wrong = await wrongPixels(file(`${name}-canvas.png`), file(`${name}-desktop.png`), area);
-      if (wrong > MAX_WRONG.get(area)) return `${(wrong * 100).toFixed(2)} % of ${JSON.stringify(area)} is wrong`;
+      if (wrong > MAX_WRONG.get(area)) throw new Error(`${(wrong * 100).toFixed(2)} % of ${JSON.stringify(area)} is wrong`);
     }
     return true;
   });
@@ -118,7 +104,8 @@ async function session(page) {
   await page.keyboard.press('Control+s');
   await until('Notepad has the text', async () => {
     const text = (await readFile(options.note, 'utf8')).replace(/^\ufeff/, '');
-    return text === TYPED || JSON.stringify(text);
+    if (text !== TYPED) throw new Error(JSON.stringify(text));
+    return true;
   });
   console.log('ok  Notepad saved exactly what was typed');
   await sameAsDesktop(canvas, 'typed', NOTEPAD_LINE);
@@ -144,8 +131,11 @@ async function session(page) {
 
 // The machine's encoder and the browser's decoder are what the status line names.
 async function usesCodec(page, codec) {
-  await until(`the pictures are ${codec}`, async () =>
-    (await page.locator('#status-line').innerText()).includes(` · ${codec} · `) || page.locator('#status-line').innerText());
+  await until(`the pictures are ${codec}`, async () => {
+    const line = await page.locator('#status-line').innerText();
+    if (!line.includes(` · ${codec} · `)) throw new Error(line);
+    return true;
+  });
   console.log(`ok  the pictures are ${codec}`);
 }
 
@@ -154,11 +144,7 @@ async function openMachine(page) {
   await name.click();
 }
 
-const browser = await chromium.launch({
-  executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
-  args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-    '--disable-component-update', '--disable-sync'],
-});
+const browser = await launch();
 const page = await browser.newPage({ ignoreHTTPSErrors: true, viewport: { width: 1440, height: 900 } });
 page.on('console', (message) => { if (message.type() === 'error') console.error(`browser: ${message.text()}`); });
 page.on('pageerror', (error) => console.error(`browser: ${error.message}`));
