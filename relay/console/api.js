@@ -1,6 +1,6 @@
 // The relay's JSON requests.
 
-export class ApiError extends Error {
+class ApiError extends Error {
   /** @param {number} status 0 when the relay was not reached */
   constructor(status, /** @type {string} */ message) {
     super(message);

@@ -1,7 +1,7 @@
 // The payload of clipboard messages, the same both ways: one byte that says what it is, then UTF-8 text, a PNG file,
 // or a list of files by value (count u32, then for each: length of the name u32, name, size u64, bytes; big-endian).
 
-export const ClipKind = Object.freeze({ text: 1, image: 2, files: 3 });
+const ClipKind = Object.freeze({ text: 1, image: 2, files: 3 });
 
 const COUNT_BYTES = 4;
 const RECORD_BYTES = 4 + 8;

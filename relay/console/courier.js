@@ -4,7 +4,7 @@ import { Msg, readJson } from './envelope.js';
 import { Flow } from './flow.js';
 import { Transfer } from './transfer.js';
 
-export const CHUNK_BYTES = 256 * 1024;
+const CHUNK_BYTES = 256 * 1024;
 const CHUNK_HEADER_BYTES = 8;
 const AT_ONCE = 3;
 

@@ -1,7 +1,7 @@
 // What has to be known of an H.264 byte stream (ITU-T H.264, annex B) to feed a decoder with it: its access units, the
 // codec's name in the browser, and whether a picture is missing.
 
-export const Unit = Object.freeze({ slice: 1, keySlice: 5, enrichment: 6, parameters: 7, pictureParameters: 8, delimiter: 9 });
+const Unit = Object.freeze({ slice: 1, keySlice: 5, enrichment: 6, parameters: 7, pictureParameters: 8, delimiter: 9 });
 
 const isSlice = (/** @type {number} */ type) => type >= Unit.slice && type <= Unit.keySlice;
 /** Types that come before the slices of their picture. */
@@ -55,7 +55,7 @@ export function accessUnits(bytes) {
 }
 
 /** Bits of a unit, most significant first, its emulation bytes passed over. Past the end there are only zeros. */
-export class BitReader {
+class BitReader {
   constructor(/** @type {Uint8Array} */ unit, longest = 256) {
     this.bytes = [];
     for (let i = 0, zeros = 0; i < unit.length && this.bytes.length < longest; i++) {

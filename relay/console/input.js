@@ -7,7 +7,7 @@ export const WHEEL_NOTCH = 120;
 export const Button = Object.freeze({ left: 1, right: 2, middle: 3 });
 
 /** Values of a key event's last byte. */
-export const Ext = Object.freeze({ plain: 0, extended: 1, unicode: 2 });
+const Ext = Object.freeze({ plain: 0, extended: 1, unicode: 2 });
 
 const int16 = (/** @type {number} */ n) => [n & 0xff, (n >> 8) & 0xff];
 

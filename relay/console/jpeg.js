@@ -1,7 +1,7 @@
 // Reads the size that a JPEG file claims, before anything tries to decode it.
 
-export const MAX_SIDE = 16384;
-export const MAX_PIXELS = 1 << 26;
+const MAX_SIDE = 16384;
+const MAX_PIXELS = 1 << 26;
 
 /**
  * @param {Uint8Array} bytes

@@ -4,7 +4,7 @@ import * as input from './input.js';
 import { keyAt, keyNamed, shortcutKey } from './keymap.js';
 
 /** Windows reports AltGr as a false left Ctrl and then the right Alt; the two come within this time. */
-export const ALTGR_WINDOW_MS = 50;
+const ALTGR_WINDOW_MS = 50;
 
 const MODIFIER = /^(Shift|Control|Alt|Meta|OS)(Left|Right)$/;
 const LOCAL_LOCKS = new Set(['CapsLock', 'NumLock']);

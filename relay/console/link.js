@@ -1,7 +1,7 @@
 // The console's WebSocket to the relay: control messages as JSON text, envelopes as binary. It comes back by itself,
 // with growing and jittered pauses, and measures the browser's own round trip.
 
-export const SUBPROTOCOL = 'vantelink.console.v1';
+const SUBPROTOCOL = 'vantelink.console.v1';
 const PING_EVERY_MS = 2000;
 /** A relay that says nothing for this long, and owes the answer to a ping, is taken for gone. */
 const DEAD_AFTER_MS = 15000;

@@ -58,7 +58,7 @@ export function sorted(entries, by, descending, locale) {
 }
 
 /** Seconds since 1970, null when the machine has none that can be told. */
-export function knownTime(/** @type {number} */ mtime) {
+function knownTime(/** @type {number} */ mtime) {
   return mtime > 0 && mtime <= LATEST_TIME ? mtime : null;
 }
 

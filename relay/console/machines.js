@@ -17,7 +17,7 @@ export function sorted(/** @type {Machine[]} */ machines) {
 }
 
 /** Whether any of a machine's names holds the text. */
-export function matches(/** @type {Machine} */ machine, /** @type {string} */ search) {
+function matches(/** @type {Machine} */ machine, /** @type {string} */ search) {
   return `${tidy(machine.name)}\n${tidy(machine.machine)}`.toLowerCase().includes(search.trim().toLowerCase());
 }
 

@@ -2,8 +2,8 @@
 import * as input from './input.js';
 import { keyNamed } from './keymap.js';
 
-export const CHARS_PER_BATCH = 30;
-export const BATCH_PAUSE_MS = 60;
+const CHARS_PER_BATCH = 30;
+const BATCH_PAUSE_MS = 60;
 
 const tapOf = (/** @type {string} */ code) => [input.key(keyNamed(code), true), input.key(keyNamed(code), false)];
 
@@ -27,16 +27,14 @@ export function typingBatches(text, charsPerBatch = CHARS_PER_BATCH) {
 
 /**
  * @param {string} text
- * @param {{send: (events: input.InputEvent[]) => void, pause: (ms: number) => Promise<unknown>,
- *   progress?: (share: number) => void, signal: AbortSignal}} how
+ * @param {{send: (events: input.InputEvent[]) => void, pause: (ms: number) => Promise<unknown>, signal: AbortSignal}} how
  * @returns {Promise<boolean>} false when it was broken off
  */
-export async function typeText(text, { send, pause, progress, signal }) {
+export async function typeText(text, { send, pause, signal }) {
   const list = typingBatches(text);
   for (const [i, events] of list.entries()) {
     if (signal.aborted) return false;
     send(events);
-    progress?.((i + 1) / list.length);
     if (i + 1 < list.length) await pause(BATCH_PAUSE_MS);
   }
   return true;

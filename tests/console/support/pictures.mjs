@@ -1,9 +1,6 @@
 // JPEG pictures of known content for the scripted machine.
 import { execFileSync } from 'node:child_process';
 
-export const CARD_COLOURS = ['#000000', '#ffffff', '#ff0000', '#00ff00', '#0000ff', '#ffff00', '#00ffff', '#ff00ff',
-  '#808080', '#c08040', '#4080c0', '#203040', '#f0e0d0', '#10a070', '#a01050', '#60c020'];
-
 const jpeg = (args) => execFileSync('convert', [...args, '-sampling-factor', '1x1', '-quality', '95', 'jpg:-'],
   { maxBuffer: 1 << 26 });
 

@@ -9,7 +9,7 @@ export const AgentMsg = Object.freeze({ Hello: 1, Error: 3, Heartbeat: 4, Enroll
 const EVENT_BYTES = [0, 5, 3, 3, 7];
 
 /** The events of a batch, each as its bytes; throws when the batch is not exactly what its count says. */
-export function eventsOf(payload) {
+function eventsOf(payload) {
   const events = [];
   let at = 1;
   for (let i = 0; i < payload[0]; i++) {
