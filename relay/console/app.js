@@ -4,6 +4,7 @@ import { byId, showView } from './dom.js';
 import { Link } from './link.js';
 import { MachineList } from './machines.js';
 import { inSentence, nameOf, tidy } from './names.js';
+import { attachPassword } from './password.js';
 import { SessionView } from './session.js';
 import { fillIn, texts } from './texts.js';
 
@@ -42,6 +43,7 @@ function enter(/** @type {string} */ name) {
 function askForLogin(/** @type {string} */ message) {
   session.leave();
   link.stop();
+  byId('password-dialog').close();
   byId('login-error').textContent = message;
   byId('login-password').value = '';
   showView('login');
@@ -83,6 +85,7 @@ byId('login-form').addEventListener('submit', async (/** @type {SubmitEvent} */ 
   }
   byId('login-submit').disabled = false;
 });
+attachPassword(() => notice(texts.passwordChanged));
 byId('logout').addEventListener('click', async () => {
   await api.logout().catch(() => {});
   askForLogin('');

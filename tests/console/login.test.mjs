@@ -51,6 +51,42 @@ test('a login outlives the page, and logging out ends it', async (t) => {
   await page.page.locator('#login-form').waitFor();
 });
 
+test('a representative changes the password, which logs out every other browser with that name', async (t) => {
+  const user = 'Jóna';
+  const [first, second] = ['the first password', 'the second password'];
+  shared.relay.addUser(user, first);
+  const page = await logInPage(t);
+  const other = await logInPage(t);
+  for (const one of [page, other]) {
+    await one.logIn(user, first);
+    await one.page.locator('#view-machines').waitFor();
+  }
+  const p = page.page;
+  const error = async (pattern) => until(`it says ${pattern}`, async () => pattern.test(await p.locator('#password-error').innerText()));
+  await p.click('#password');
+  await page.shot('password');
+  await p.fill('#password-old', 'not the first one');
+  await p.fill('#password-new', 'too short');
+  await p.fill('#password-again', second);
+  await p.click('#password-submit');
+  assert.ok(await p.locator('#password-new').evaluate((field) => field.matches(':user-invalid')));
+  await p.fill('#password-new', `${second}.`);
+  await p.click('#password-submit');
+  await error(/not the same/);
+  await p.fill('#password-new', second);
+  await p.click('#password-submit');
+  await error(/not the present password/);
+  await p.fill('#password-old', first);
+  await p.click('#password-submit');
+  await until('it is told', async () => /password is changed/.test(await p.locator('#link-notice').innerText()));
+  await page.shot('password-changed');
+  await other.page.locator('#login-form').waitFor();
+  await other.logIn(user, second);
+  await other.page.locator('#view-machines').waitFor();
+  await p.click('#password');
+  assert.deepEqual(await p.locator('#password-form input').evaluateAll((all) => all.map(({ value }) => value)), ['', '', '']);
+});
+
 const HOSTILE = [
   { name: '<img src=x onerror="window.hacked=1"><b>Bold</b>', machine: '</li><script>window.hacked=1</script>' },
   { name: '\u202Egnp.exe\u202C \u2066x', machine: '"><svg onload=window.hacked=1>' },

@@ -17,7 +17,7 @@ export class Relay {
   constructor(options = []) {
     this.options = options;
     this.data = mkdtempSync(join(tmpdir(), 'vantelink-console-'));
-    execFileSync(PROGRAM, ['--data', this.data, '--add-user', USER], { input: `${PASSWORD}\n` });
+    this.addUser(USER, PASSWORD);
     this.log = '';
     this.port = 0;
     /** @type {import('node:child_process').ChildProcess | null} */
@@ -28,6 +28,10 @@ export class Relay {
     const relay = new Relay(options);
     await relay.start();
     return relay;
+  }
+
+  addUser(name, password) {
+    execFileSync(PROGRAM, ['--data', this.data, '--add-user', name], { input: `${password}\n` });
   }
 
   get url() {
