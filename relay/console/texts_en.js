@@ -15,11 +15,11 @@ export const english = {
   loginEnded: 'Your login has ended. Please log in again.',
   failed: 'The relay could not do that.',
   changePassword: 'Change password …',
-  oldPassword: 'Present password',
+  oldPassword: 'Current password',
   newPassword: 'New password, 10 characters or more',
   newPasswordAgain: 'New password once more',
   change: 'Change',
-  wrongPassword: 'That is not the present password.',
+  wrongPassword: 'That is not the current password.',
   passwordsDiffer: 'The two new passwords are not the same.',
   passwordChanged: 'The password is changed. Other browsers with this name are logged out.',
 

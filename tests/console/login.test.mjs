@@ -75,7 +75,7 @@ test('a representative changes the password, which logs out every other browser 
   await error(/not the same/);
   await p.fill('#password-new', second);
   await p.click('#password-submit');
-  await error(/not the present password/);
+  await error(/not the current password/);
   await p.fill('#password-old', first);
   await p.click('#password-submit');
   await until('it is told', async () => /password is changed/.test(await p.locator('#link-notice').innerText()));
