@@ -14,7 +14,12 @@ Clock steady_clock() {
         return std::int64_t{
             std::chrono::duration_cast<nanoseconds>(Steady::now().time_since_epoch()).count()};
       },
-      [](std::int64_t deadline) { std::this_thread::sleep_until(Steady::time_point(nanoseconds(deadline))); },
+      [](std::int64_t deadline) {
+        const Steady::time_point end{nanoseconds(deadline)};
+        // The library's own sleep_until ends early on Windows: below it a sleep is cut to whole milliseconds.
+        while (Steady::now() < end)
+          std::this_thread::sleep_for(std::chrono::ceil<std::chrono::milliseconds>(end - Steady::now()));
+      },
   };
 }
 
