@@ -1,30 +1,20 @@
 // The machine's identity from the registry.
 #include "core/machine_guid.h"
 
-#include <windows.h>
-
-#include "platform/text.h"
+#include "platform/registry_win32.h"
+#include "platform/win32_handles.h"
 
 namespace vlk::agent {
 
 std::string read_machine_guid() {
-  HKEY key = nullptr;
+  HKEY opened = nullptr;
   // The 64-bit view in any case, so that no redirected copy is read.
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Cryptography", 0,
-                    KEY_QUERY_VALUE | KEY_WOW64_64KEY, &key) != ERROR_SUCCESS) {
+                    KEY_QUERY_VALUE | KEY_WOW64_64KEY, &opened) != ERROR_SUCCESS) {
     return {};
   }
-  std::wstring text;
-  DWORD type = 0;
-  DWORD size = 0;
-  if (RegQueryValueExW(key, L"MachineGuid", nullptr, &type, nullptr, &size) == ERROR_SUCCESS &&
-      type == REG_SZ) {
-    text.resize(size / sizeof(wchar_t));
-    RegQueryValueExW(key, L"MachineGuid", nullptr, nullptr, reinterpret_cast<BYTE*>(text.data()), &size);
-  }
-  RegCloseKey(key);
-  if (!text.empty() && text.back() == L'\0') text.pop_back();
-  return WideToUtf8(text);
+  const UniqueRegistryKey key(opened);
+  return read_registry_string(key.get(), L"MachineGuid");
 }
 
 }  // namespace vlk::agent

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "config/config.h"
-#include "config/registry_win32.h"
+#include "platform/registry_win32.h"
 #include "platform/text.h"
 #include "platform/win32_handles.h"
 #include "tests/windows/painted_window.h"

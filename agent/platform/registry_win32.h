@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace vlk::agent {
+namespace vlk {
 
 // Empty on any problem, a value of another type included.
 std::string read_registry_string(HKEY key, const wchar_t* name);
@@ -13,4 +13,4 @@ std::string read_registry_string(HKEY key, const wchar_t* name);
 // Stores the closing zero as well. A failure is silent.
 void write_registry_string(HKEY key, const wchar_t* name, const std::string& text);
 
-}  // namespace vlk::agent
+}  // namespace vlk
