@@ -233,8 +233,9 @@ void AgentClient::end_connection() {
     const std::lock_guard<std::mutex> guard(sessions_lock_);
     active_sessions_.clear();
   }
-  const std::unique_ptr<TlsConnection> connection = drop_tls();
+  std::unique_ptr<TlsConnection> connection = drop_tls();
   connection->shutdown();
+  connection.reset();  // while it still has its socket
   // Also when stop() has closed the handle already: the second close fails without harm.
   close_socket(link_->socket);
   link_->socket = kInvalidSocket;
