@@ -17,7 +17,10 @@ constexpr std::size_t kSendBatch = 4;        // records encrypted between two ca
 }  // namespace
 
 TlsConnection::TlsConnection(SSL_CTX* context, SocketHandle socket, const std::string& host)
-    : socket_(socket), ssl_(SSL_new(context)), input_(BIO_new(BIO_s_mem())), output_(BIO_new(BIO_s_mem())) {
+    : socket_(socket), ssl_(SSL_new(context)) {
+  if (!ssl_) return;
+  input_ = BIO_new(BIO_s_mem());
+  output_ = BIO_new(BIO_s_mem());
   BIO_set_mem_eof_return(input_, -1);  // an empty buffer means wait, not end
   BIO_set_mem_eof_return(output_, -1);
   SSL_set_bio(ssl_.get(), input_, output_);
@@ -27,6 +30,7 @@ TlsConnection::TlsConnection(SSL_CTX* context, SocketHandle socket, const std::s
 }
 
 bool TlsConnection::connect() {
+  if (!ssl_) return false;
   Lock lock(lock_);
   for (;;) {
     ERR_clear_error();

@@ -22,7 +22,7 @@ namespace vlk::agent {
 class TlsConnection {
  public:
   // Borrows the socket. `host` goes out as server name and is what the certificate must be for; a wildcard
-  // that stands for part of a label does not count.
+  // that stands for part of a label does not count. Without a context no handshake succeeds.
   TlsConnection(SSL_CTX* context, SocketHandle socket, const std::string& host);
 
   // The handshake; false when it failed, a certificate that does not verify included.

@@ -8,7 +8,11 @@
 namespace vlk::agent {
 
 SslContext build_tls_context() {
+  // No cleaning up at exit: detached threads may still be inside OpenSSL then, and the client's context is
+  // freed later than that.
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   SslContext context(SSL_CTX_new(TLS_client_method()));
+  if (!context) return context;
   SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
   import_system_roots(context.get());
   SSL_CTX_set_default_verify_paths(context.get());

@@ -13,8 +13,8 @@ struct SslContextDeleter {
 };
 using SslContext = std::unique_ptr<SSL_CTX, SslContextDeleter>;
 
-// Reads the system's roots once, so certificates added later are not seen. Nothing is checked: a context that
-// could not be built shows as every handshake failing.
+// Called before the process uses OpenSSL in any other way. Reads the system's roots once, so certificates
+// added later are not seen. Null when there is no memory for it, which shows as every handshake failing.
 SslContext build_tls_context();
 
 // Adds the operating system's roots to the context's store. One that does not parse or is refused is skipped.
