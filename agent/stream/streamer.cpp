@@ -3,8 +3,8 @@
 
 #include <utility>
 
-#include "core/thread_records.h"
 #include "platform/com_apartment.h"
+#include "platform/thread_records.h"
 
 namespace vlk::agent {
 

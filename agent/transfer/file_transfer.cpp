@@ -8,9 +8,9 @@
 
 #include "core/big_endian.h"
 #include "core/json.h"
-#include "core/thread_records.h"
 #include "platform/detached_thread.h"
 #include "platform/text.h"
+#include "platform/thread_records.h"
 #include "transfer/file_system.h"
 
 namespace vlk::agent {
