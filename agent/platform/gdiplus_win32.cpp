@@ -21,7 +21,9 @@ std::optional<CLSID> find_image_encoder(const wchar_t* mime_type) {
   const auto* encoders = reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get());
   gdip::GdipGetImageEncoders(count, size, reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get()));
   for (UINT i = 0; i < count; ++i) {
-    if (std::wcscmp(encoders[i].MimeType, mime_type) == 0) return encoders[i].Clsid;
+    // Where the call above failed the records are empty.
+    const wchar_t* const type = encoders[i].MimeType;
+    if (type != nullptr && std::wcscmp(type, mime_type) == 0) return encoders[i].Clsid;
   }
   return std::nullopt;
 }
