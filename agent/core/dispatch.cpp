@@ -21,8 +21,6 @@ namespace {
 constexpr std::int32_t kStreamQuality = 70;      // JPEG quality of the stream, which no message can change
 constexpr std::uint32_t kThumbnailQuality = 80;  // JPEG quality of thumbnails
 constexpr std::int32_t kThumbnailSize = 320;     // pixels of the longer side
-constexpr std::int32_t kDefaultFps = 15;
-constexpr std::int32_t kDefaultBitrate = 6000000;
 
 std::int32_t int_field(std::string_view text, std::string_view key, std::int32_t fallback) {
   return static_cast<std::int32_t>(value_or(read_int(text, key), fallback));
@@ -157,8 +155,8 @@ void AgentClient::handle_session_request(std::uint32_t session, std::string_view
 
 void AgentClient::start_stream(std::uint32_t session, std::string_view text) {
   const std::int32_t monitor_id = int_field(text, "monitor_id", 0);
-  const std::int32_t max_fps = int_field(text, "max_fps", kDefaultFps);
-  const std::int32_t bitrate = int_field(text, "bitrate", kDefaultBitrate);
+  const std::int32_t max_fps = int_field(text, "max_fps", kDefaultStreamFps);
+  const std::int32_t bitrate = int_field(text, "bitrate", kDefaultStreamBitrate);
 
   const std::vector<MonitorInfo> monitors = EnumerateMonitors();
   if (monitor_id >= 0 && static_cast<std::size_t>(monitor_id) < monitors.size()) {

@@ -15,8 +15,8 @@ WireBytes encode_message_frame(Msg type, std::uint32_t session_id, const unsigne
   const std::size_t header_size =
       write_frame_header(frame_header, kWsBinary, length + kEnvelopeHeaderSize, true);
   unsigned char* const key = frame_header + header_size;
-  RAND_bytes(key, 4);
-  const std::size_t prefix = header_size + 4;
+  RAND_bytes(key, kMaskBytes);
+  const std::size_t prefix = header_size + kMaskBytes;
 
   WireBytes frame;
   frame.size = prefix + kEnvelopeHeaderSize + length;

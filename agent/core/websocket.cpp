@@ -11,7 +11,6 @@ namespace vlk {
 namespace {
 
 constexpr std::size_t kKeyBytes = 16;
-constexpr std::size_t kMaskBytes = 4;
 constexpr char kBase64Digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 std::uint64_t get_be(const unsigned char* in, int bytes) {
@@ -89,7 +88,7 @@ std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uin
 }
 
 void apply_mask(unsigned char* target, const unsigned char* source, std::size_t length,
-                const unsigned char key[4], std::size_t phase) {
+                const unsigned char key[kMaskBytes], std::size_t phase) {
   // Whole words with the key doubled run at several times the rate of single bytes; four a step let the
   // compiler use its 128-bit registers.
   unsigned char turned[8];

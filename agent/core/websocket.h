@@ -22,7 +22,8 @@ inline constexpr std::uint8_t kWsPong = 10;
 
 inline constexpr std::uint64_t kMaxFramePayload = 0x1000000;  // bytes of one incoming frame
 inline constexpr std::size_t kCompactThreshold = 0x10000;     // bytes of consumed prefix kept before a move
-inline constexpr std::size_t kMaxFrameHeader = 14;            // bytes: two, eight of length, four of mask
+inline constexpr std::size_t kMaskBytes = 4;
+inline constexpr std::size_t kMaxFrameHeader = 10 + kMaskBytes;  // bytes: two, and eight of length
 
 // RFC 4648 standard alphabet with padding, no line breaks.
 std::string base64_encode(const unsigned char* data, std::size_t length);
@@ -42,11 +43,11 @@ std::vector<std::uint8_t> encode_frame(std::uint8_t opcode, const unsigned char*
 // itself; returns the bytes written.
 std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uint64_t length, bool masked);
 
-// Writes `length` bytes of `source` to `target`, exclusive-or'ed with the four bytes of `key`. `phase` is the
+// Writes `length` bytes of `source` to `target`, exclusive-or'ed with `key`. `phase` is the
 // position of the first byte within the masked payload. The ranges may be the same, but not otherwise
 // overlap.
 void apply_mask(unsigned char* target, const unsigned char* source, std::size_t length,
-                const unsigned char key[4], std::size_t phase);
+                const unsigned char key[kMaskBytes], std::size_t phase);
 
 struct WsFrame {
   std::uint8_t opcode = 0;

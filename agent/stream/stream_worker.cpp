@@ -13,7 +13,6 @@ constexpr std::int64_t kSecond = 1000 * kMillisecond;  // nanoseconds
 constexpr std::int64_t kLongAgo = 10 * kSecond;        // makes the first frame, and a key frame, due at once
 constexpr std::int64_t kRefreshInterval = kSecond;     // a still screen is sent anew after this long
 constexpr std::int64_t kKeyframeInterval = 2 * kSecond;  // no group-of-pictures length is set on the encoder
-constexpr std::int32_t kDefaultFps = 15;
 constexpr std::size_t kStampSize = 8;
 
 void put_u64_le(std::uint8_t* out, std::uint64_t value) {
@@ -38,7 +37,7 @@ StreamWorker::StreamWorker(std::uint32_t session_id, const SendCallable& send, c
 void StreamWorker::RunIteration() {
   now_ = clock_.now();
   const std::int32_t max_fps = settings_.max_fps;
-  const std::int64_t interval_ms = 1000 / (max_fps < 1 ? kDefaultFps : max_fps);
+  const std::int64_t interval_ms = 1000 / (max_fps < 1 ? kDefaultStreamFps : max_fps);
   Deliver(interval_ms);
   const std::int64_t end = clock_.now();
   const std::int64_t elapsed_ms = (end - now_) / kMillisecond;

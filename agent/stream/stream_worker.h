@@ -13,15 +13,18 @@
 
 namespace vlk::agent {
 
+inline constexpr std::int32_t kDefaultStreamFps = 15;
+inline constexpr std::int32_t kDefaultStreamBitrate = 6000000;  // bits a second
+
 enum class StreamCodec : std::int32_t { Mjpeg = 0, H264 = 1 };
 
 // Written by the connection thread, read by the worker where a step needs a value; a value may change between
 // two reads of one iteration.
 struct StreamSettings {
   std::atomic<std::int32_t> monitor_id{0};
-  std::atomic<std::int32_t> max_fps{15};       // below 1 counts as 15
-  std::atomic<std::int32_t> quality{70};       // of JPEG frames
-  std::atomic<std::int32_t> bitrate{6000000};  // bits a second
+  std::atomic<std::int32_t> max_fps{kDefaultStreamFps};      // below 1 counts as the default
+  std::atomic<std::int32_t> quality{70};                     // of JPEG frames
+  std::atomic<std::int32_t> bitrate{kDefaultStreamBitrate};  // bits a second
   std::atomic<StreamCodec> codec{StreamCodec::H264};
   std::atomic<bool> keyframe_requested{false};
   std::atomic<bool> show_cursor{true};
