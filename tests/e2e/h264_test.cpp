@@ -30,7 +30,7 @@ class H264Stream : public StreamTest, public testing::WithParamInterface<const c
     return frame;
   }
 
-  // Reads on to the first key frame after the next `skipped` frames, at the latest the one that is due.
+  // Reads on to the next key frame, at the latest the one that is due.
   StreamedFrame next_key() {
     StreamedFrame frame;
     do {

@@ -48,7 +48,7 @@ std::vector<std::string> journal();
 std::size_t count(std::string_view line);
 // Waits until a line was noted `times` times in all; false when that takes too long.
 bool wait_for(std::string_view line, std::size_t times = 1,
-              std::chrono::milliseconds patience = std::chrono::milliseconds(20000));
+              std::chrono::milliseconds patience = std::chrono::milliseconds(30000));
 
 // The settings saved last, as the next start would find them.
 vlk::agent::AgentConfig saved_config();

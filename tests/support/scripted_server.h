@@ -64,7 +64,6 @@ class ServerConnection {
   const std::vector<vlk::Envelope>& received() const { return received_; }
   void forget_received() { received_.clear(); }  // for tests that are sent hundreds of mebibytes
   std::string server_name() const;
-  SSL* ssl() { return ssl_.get(); }
 
  private:
   bool fill(std::chrono::steady_clock::time_point deadline);  // false at the end of the stream

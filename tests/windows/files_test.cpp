@@ -245,7 +245,7 @@ TEST_F(Files, DownloadSendsEveryByteAndTheEnd) {
                   return true;
                 });
   std::unique_lock<std::mutex> guard(lock);
-  ASSERT_TRUE(changed.wait_for(guard, std::chrono::seconds(20), [] { return !end.empty(); }));
+  ASSERT_TRUE(changed.wait_for(guard, std::chrono::seconds(30), [] { return !end.empty(); }));
   EXPECT_EQ(end, R"({"transfer_id":7,"ok":true})");
   EXPECT_TRUE(received == bytes);
   EXPECT_EQ(opened, Lines({below(name.c_str()) + L" rb"}));

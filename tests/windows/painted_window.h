@@ -30,10 +30,10 @@ inline void pump_messages() {
   }
 }
 
-// Handles this thread's messages until the condition holds. False: it did not within ten seconds.
+// Handles this thread's messages until the condition holds. False: it did not within thirty seconds.
 template <typename Condition>
 bool pump_until(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     MsgWaitForMultipleObjects(0, nullptr, FALSE, 5, QS_ALLINPUT);

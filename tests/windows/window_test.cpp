@@ -26,7 +26,7 @@ using std::min;
 namespace vlk::agent {
 namespace {
 
-constexpr DWORD kPatience = 20000;  // milliseconds
+constexpr DWORD kPatience = 30000;  // milliseconds
 
 bool eventually(const std::function<bool()>& condition) {
   const ULONGLONG deadline = GetTickCount64() + kPatience;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
 #include "core/json.h"
@@ -67,9 +68,11 @@ TEST_F(LinkTest, WaitsDoubleUpToThirtySecondsWhileNoServerAnswers) {
   ASSERT_TRUE(clock.wait_for_sleeps(9));
   EXPECT_EQ(clock.sleeps(),
             (std::vector<std::int64_t>{500, 1000, 2000, 4000, 8000, 16000, 30000, 30000, 30000}));
-  std::thread stopper([this] { client_->stop(); });
+  // The last wait is still on, and only its end lets the thread go.
+  const std::future<void> stopped = std::async(std::launch::async, [this] { client_->stop(); });
+  EXPECT_EQ(stopped.wait_for(Milliseconds(100)), std::future_status::timeout);
   clock.release();
-  stopper.join();
+  stopped.wait();
   const Lines lines = log_.lines();
   EXPECT_EQ(Lines(lines.begin(), lines.begin() + 4),
             (Lines{"status 1 0", "status 0 0", "status 1 0", "status 0 0"}));

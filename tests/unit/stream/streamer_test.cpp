@@ -45,18 +45,6 @@ TEST_F(StreamerTest, DestructionEndsTheWorker) {
   EXPECT_EQ(count("~ScreenCapturer"), 1u);
 }
 
-TEST_F(StreamerTest, OnlyTheExactNameAsksForJpeg) {
-  vantelink_fakes::script().init = [] { return true; };
-  ScreenStreamer streamer(1, send_);
-  streamer.Start(0, 200, 70, 1);
-  ASSERT_TRUE(wait_for("Encode", 1));
-  for (const char* name : {"MJPEG", "", "jpeg", "mjpeg "})
-    streamer.SetCodec(name);
-  streamer.SetCodec("mjpeg");
-  EXPECT_TRUE(wait_for("EncodeJpeg 8 4 32 70"));
-  EXPECT_EQ(count("Shutdown"), 1u);
-}
-
 TEST_F(StreamerTest, SettingsChangeUnderARunningWorker) {
   vantelink_fakes::script().init = [] { return true; };
   ScreenStreamer streamer(1, send_);
