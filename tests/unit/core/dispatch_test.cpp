@@ -173,6 +173,30 @@ TEST_F(DispatchTest, CodecAndPointerAreSwitched) {
   EXPECT_EQ(count("Draw 0 0"), hidden);
 }
 
+TEST_F(DispatchTest, KeyFramesComeOnRequestAndAfterAReturnToH264) {
+  script().init = [] { return true; };
+  // Time stands still, so that none falls due.
+  const Clock real = steady_clock();
+  make_client(
+      server_, true,
+      {[] { return std::int64_t{0}; }, [real](std::int64_t) { real.sleep_until(real.now() + 1000000); }});
+  peer_ = connect(server_);
+  const auto encode_three_more = [] { return vantelink_fakes::wait_for("Encode", count("Encode") + 3); };
+  peer_->send_envelope(Msg::StreamStart, 1, "");
+  ASSERT_TRUE(encode_three_more());
+  EXPECT_EQ(count("Encode key"), 1u);
+  peer_->send_envelope(Msg::KeyframeRequest, 1, "");
+  ASSERT_TRUE(vantelink_fakes::wait_for("Encode key", 2));
+  ASSERT_TRUE(encode_three_more());
+  EXPECT_EQ(count("Encode key"), 2u);
+  peer_->send_envelope(Msg::CodecSelect, 1, R"({"codec":"mjpeg"})");
+  ASSERT_TRUE(vantelink_fakes::wait_for("EncodeJpeg 8 4 32 70"));
+  const std::size_t keys = count("Encode key");
+  peer_->send_envelope(Msg::CodecSelect, 1, "");
+  EXPECT_TRUE(vantelink_fakes::wait_for("Encode key", keys + 2))
+      << "the session's first, and the one asked for";
+}
+
 TEST_F(DispatchTest, InputAndAttentionGoStraightThrough) {
   peer_->send_envelope(Msg::InputEvent, 99, std::string("\x01\x03\x78\x00", 4), 0);
   peer_->send_envelope(Msg::InputEvent, 99, "", 0);
