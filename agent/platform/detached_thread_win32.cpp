@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/detached_thread.h"
+#include "platform/win32_handles.h"
 
 namespace vlk {
 namespace {
@@ -26,10 +27,10 @@ unsigned __stdcall run(void* argument) {
 
 void start_detached_thread(Work work) {
   auto owned = std::make_unique<Work>(std::move(work));
-  const auto handle = reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, run, owned.get(), 0, nullptr));
-  if (handle == nullptr) throw std::system_error(errno, std::generic_category());
+  const UniqueKernelHandle thread(
+      reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, run, owned.get(), 0, nullptr)));
+  if (!thread) throw std::system_error(errno, std::generic_category());
   owned.release();  // the thread's now
-  ::CloseHandle(handle);
 }
 
 }  // namespace vlk

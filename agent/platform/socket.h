@@ -1,4 +1,4 @@
-// Blocking TCP sockets and name resolution: all that the server link asks of the platform.
+// Blocking TCP sockets and name resolution.
 #pragma once
 
 #include <cstddef>
