@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 
+#include "core/thread_records.h"
 #include "platform/detached_thread.h"
 #include "platform/text.h"
 #include "platform/window_messages_win32.h"
@@ -77,12 +78,18 @@ void run_download(const Download& download) {
 }  // namespace
 
 void start_update_check(HWND window, const std::string& host, std::uint32_t port) {
-  start_detached_thread([check = Check{window, host, port}] { run_check(check); });
+  start_detached_thread([check = Check{window, host, port}] {
+    const ThreadRecords records;
+    run_check(check);
+  });
 }
 
 void start_update_download(HWND window, const std::string& host, std::uint32_t port,
                            const std::string& file) {
-  start_detached_thread([download = Download{window, host, port, file}] { run_download(download); });
+  start_detached_thread([download = Download{window, host, port, file}] {
+    const ThreadRecords records;
+    run_download(download);
+  });
 }
 
 void post_status_text(HWND window, const std::wstring& text) {
