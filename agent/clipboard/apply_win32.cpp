@@ -1,5 +1,6 @@
 // Received content becomes the local clipboard's.
-#include <array>
+#include "clipboard/apply_win32.h"
+
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -9,14 +10,13 @@
 #include "clipboard/opened_win32.h"
 #include "clipboard/payload.h"
 #include "clipboard/png_win32.h"
-#include "clipboard/sync_win32.h"
 #include "platform/debug_log.h"
+#include "platform/paths_win32.h"
 #include "platform/text.h"
 
 namespace vlk::agent {
 namespace {
 
-constexpr DWORD kPathSize = 260;                    // characters
 constexpr wchar_t kScratchFolder[] = L"VlkClip\\";  // in the temporary folder; never cleaned, as the
                                                     // clipboard refers to its files by path
 
@@ -47,9 +47,7 @@ void apply_text(std::string_view utf8) {
 }
 
 std::wstring make_scratch_folder() {
-  std::array<wchar_t, kPathSize> buffer = {};
-  GetTempPathW(kPathSize, buffer.data());
-  const std::wstring folder = std::wstring(buffer.data()) + kScratchFolder;
+  const std::wstring folder = temporary_folder() + kScratchFolder;
   CreateDirectoryW(folder.c_str(), nullptr);  // mostly there already
   return folder;
 }
@@ -59,7 +57,7 @@ bool write_file(const std::wstring& path, const ClipFile& file) {
   const HANDLE opened =
       CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (opened == INVALID_HANDLE_VALUE) return false;
-  const UniqueFile handle(opened);
+  const UniqueKernelHandle handle(opened);
   DWORD written = 0;
   if (file.size != 0) WriteFile(handle.get(), file.data, static_cast<DWORD>(file.size), &written, nullptr);
   return true;

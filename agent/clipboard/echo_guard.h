@@ -8,6 +8,9 @@ namespace vlk::agent {
 
 inline constexpr std::uint32_t kEchoGuardTime = 500;  // milliseconds
 
+// Changes before this tick are not sent. The UI thread's.
+inline std::uint32_t ClipboardEchoGuardUntil = 0;
+
 // The tick that ends the guard of content applied at `now`; both count milliseconds and wrap at 2^32.
 constexpr std::uint32_t EchoGuardUntil(std::uint32_t now) {
   return now + kEchoGuardTime;

@@ -1,23 +1,10 @@
-// The choice of a format, and the arithmetic of bitmaps.
+// The choice of a format.
 #include "clipboard/formats.h"
 
 #include <initializer_list>
 #include <utility>
 
 namespace vlk::agent {
-namespace {
-
-constexpr std::uint32_t kBitFields = 3;        // BI_BITFIELDS: three masks stand where colours would
-constexpr std::uint16_t kMostPaletteBits = 8;  // deeper bitmaps have no table of colours
-constexpr std::size_t kColourSize = 4;         // bytes
-
-std::size_t colours(const BitmapLayout& layout) {
-  if (layout.compression == kBitFields) return 3;
-  if (layout.bit_count > kMostPaletteBits) return 0;
-  return layout.colours_used != 0 ? layout.colours_used : std::size_t{1} << layout.bit_count;
-}
-
-}  // namespace
 
 std::optional<ClipboardKind> ChooseClipboardKind(const std::function<bool(std::uint32_t format)>& available) {
   for (const auto& [format, kind] :
@@ -26,10 +13,6 @@ std::optional<ClipboardKind> ChooseClipboardKind(const std::function<bool(std::u
     if (available(format)) return kind;
   }
   return std::nullopt;
-}
-
-std::size_t BitmapPixelOffset(const BitmapLayout& layout) {
-  return layout.header_size + colours(layout) * kColourSize;
 }
 
 }  // namespace vlk::agent

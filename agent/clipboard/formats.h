@@ -1,7 +1,6 @@
-// The clipboard formats that are shared, and where a bitmap's pixels lie.
+// The clipboard formats that are shared, and the choice among them.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -18,16 +17,5 @@ inline constexpr std::uint32_t kFormatFiles = 15;  // CF_HDROP
 // What to send of a clipboard that holds several formats: files before text before an image. The choice
 // stands even if it then yields nothing. Nothing when none of the three is there.
 std::optional<ClipboardKind> ChooseClipboardKind(const std::function<bool(std::uint32_t format)>& available);
-
-// The fields of a BITMAPINFOHEADER that tell where the pixels begin.
-struct BitmapLayout {
-  std::uint32_t header_size = 0;   // biSize, bytes
-  std::uint16_t bit_count = 0;     // biBitCount
-  std::uint32_t compression = 0;   // biCompression
-  std::uint32_t colours_used = 0;  // biClrUsed
-};
-
-// Bytes from the start of the header to the pixels.
-std::size_t BitmapPixelOffset(const BitmapLayout& layout);
 
 }  // namespace vlk::agent

@@ -1,17 +1,15 @@
-// What the two directions share: the window that opens the clipboard, and the guard. UI thread only.
+// The open clipboard and its owner, which both directions share. UI thread only.
 #pragma once
 
 #include <windows.h>
 
-#include <cstdint>
 #include <utility>
 
 #include "platform/win32_handles.h"
 
 namespace vlk::agent {
 
-inline HWND ClipboardWindow = nullptr;             // set when the watch starts
-inline std::uint32_t ClipboardEchoGuardUntil = 0;  // tick count; changes before it are not sent
+inline HWND ClipboardWindow = nullptr;  // set when the watch starts
 
 // The clipboard, open for this window until the end of the object's life; nobody else can use it meanwhile.
 class OpenedClipboard {

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <optional>
 
-#include "clipboard/formats.h"
+#include "clipboard/bitmap_layout.h"
 #include "clipboard/opened_win32.h"
 #include "platform/gdiplus_win32.h"
 

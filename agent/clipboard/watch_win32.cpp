@@ -1,7 +1,5 @@
 // Changes of the local clipboard go out as one message each, whatever their size.
-#include "clipboard/watch.h"
-
-#include <windows.h>
+#include "clipboard/watch_win32.h"
 
 #include <shellapi.h>
 
@@ -17,15 +15,14 @@
 #include "clipboard/opened_win32.h"
 #include "clipboard/payload.h"
 #include "clipboard/png_win32.h"
-#include "clipboard/sync_win32.h"
+#include "clipboard/watch.h"
+#include "platform/paths_win32.h"
 #include "platform/text.h"
 
 namespace vlk::agent {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-constexpr UINT kPathSize = 260;  // characters
 
 static_assert(kFormatBitmap == CF_DIB && kFormatText == CF_UNICODETEXT && kFormatFiles == CF_HDROP);
 
@@ -53,7 +50,7 @@ bool pack_file(const wchar_t* path, ClipFilePacker& packer) {
   const HANDLE opened = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
   if (opened == INVALID_HANDLE_VALUE) return true;
-  UniqueFile handle(opened);
+  UniqueKernelHandle handle(opened);
   LARGE_INTEGER size = {};
   GetFileSizeEx(handle.get(), &size);
   if (!packer.fits(static_cast<std::uint64_t>(size.QuadPart))) return false;

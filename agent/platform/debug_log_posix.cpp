@@ -2,17 +2,17 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string>
 
 #include "platform/debug_log.h"
+#include "platform/unique_stream.h"
 
 namespace vlk {
 
 void append_debug_log(const char* format, ...) {
   const char* const folder = std::getenv("TMPDIR");
   const std::string path = std::string(folder != nullptr ? folder : "/tmp") + "/vlkagent.log";
-  const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "a"), &std::fclose);
+  const UniqueStream file(std::fopen(path.c_str(), "a"));
   if (!file) return;
   std::va_list arguments;
   va_start(arguments, format);

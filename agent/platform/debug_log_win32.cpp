@@ -7,17 +7,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+
+#include "platform/paths_win32.h"
+#include "platform/unique_stream.h"
 
 namespace vlk {
 namespace {
 
 constexpr char kLogName[] = "vlkagent.log";
-constexpr DWORD kPathSize = 260;  // bytes, the name and the closing zero included
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 }  // namespace
 
@@ -26,7 +23,7 @@ void append_debug_log(const char* format, ...) {
   GetTempPathA(kPathSize, path);
   if (std::strlen(path) + sizeof(kLogName) > sizeof(path)) return;
   std::strcat(path, kLogName);
-  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path, "a"));
+  const UniqueStream file(std::fopen(path, "a"));
   if (!file) return;
   va_list arguments;
   va_start(arguments, format);

@@ -3,12 +3,9 @@
 
 #include <windows.h>
 
+#include "platform/paths_win32.h"
+
 namespace vlk {
-namespace {
-
-constexpr DWORD kPathSize = 260;  // characters, the closing zero included
-
-}  // namespace
 
 std::wstring quoted_own_path() {
   wchar_t path[kPathSize] = {};

@@ -21,12 +21,11 @@ struct HandleDeleter {
 template <typename Handle, auto Release>
 using UniqueHandle = std::unique_ptr<std::remove_pointer_t<Handle>, HandleDeleter<Release>>;
 
-using UniqueKernelHandle = UniqueHandle<HANDLE, CloseHandle>;  // where none is null, not INVALID_HANDLE_VALUE
+using UniqueKernelHandle = UniqueHandle<HANDLE, CloseHandle>;  // not for INVALID_HANDLE_VALUE
 using UniqueServiceHandle = UniqueHandle<SC_HANDLE, CloseServiceHandle>;
 using UniqueRegistryKey = UniqueHandle<HKEY, RegCloseKey>;
 using UniqueFind = UniqueHandle<HANDLE, FindClose>;  // not for INVALID_HANDLE_VALUE
 using UniqueLibrary = UniqueHandle<HMODULE, FreeLibrary>;
-using UniqueFile = UniqueHandle<HANDLE, CloseHandle>;  // not for INVALID_HANDLE_VALUE
 using UniqueGlobal = UniqueHandle<HGLOBAL, GlobalFree>;
 using UniqueMemoryDc = UniqueHandle<HDC, DeleteDC>;
 using UniqueBitmap = UniqueHandle<HBITMAP, DeleteObject>;

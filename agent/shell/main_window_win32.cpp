@@ -4,7 +4,8 @@
 #include <new>
 #include <utility>
 
-#include "clipboard/sync_win32.h"
+#include "clipboard/apply_win32.h"
+#include "clipboard/watch_win32.h"
 #include "platform/text.h"
 #include "shell/consent_prompt.h"
 #include "shell/settings_panel.h"

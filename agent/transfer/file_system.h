@@ -4,11 +4,11 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
+
+#include "platform/unique_stream.h"
 
 namespace vlk::agent {
 
@@ -33,12 +33,7 @@ void VisitFolder(const std::wstring& pattern, const std::function<void(const Fol
 // Makes one folder. Its failure is of no interest to anybody here: most often it exists.
 void CreateFolder(const std::wstring& path);
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
-
 // Buffered and binary: "rb" reads a file, "wb" makes or empties one. Null when that fails.
-UniqueFile OpenFile(const std::wstring& path, const wchar_t* mode);
+UniqueStream OpenFile(const std::wstring& path, const wchar_t* mode);
 
 }  // namespace vlk::agent

@@ -59,8 +59,8 @@ void CreateFolder(const std::wstring& path) {
   mkdir(host_path(path).c_str(), 0777);
 }
 
-UniqueFile OpenFile(const std::wstring& path, const wchar_t* mode) {
-  return UniqueFile(std::fopen(host_path(path).c_str(), WideToUtf8(mode).c_str()));
+UniqueStream OpenFile(const std::wstring& path, const wchar_t* mode) {
+  return UniqueStream(std::fopen(host_path(path).c_str(), WideToUtf8(mode).c_str()));
 }
 
 }  // namespace vlk::agent

@@ -27,8 +27,8 @@ void CreateFolder(const std::wstring& path) {
   CreateDirectoryW(path.c_str(), nullptr);
 }
 
-UniqueFile OpenFile(const std::wstring& path, const wchar_t* mode) {
-  return UniqueFile(_wfopen(path.c_str(), mode));
+UniqueStream OpenFile(const std::wstring& path, const wchar_t* mode) {
+  return UniqueStream(_wfopen(path.c_str(), mode));
 }
 
 }  // namespace vlk::agent

@@ -27,7 +27,7 @@ struct DownloadJob {
 };
 
 std::mutex UploadTableMutex;  // guards UploadTable and the writes; nothing is locked inside it
-std::map<std::uint32_t, UniqueFile> UploadTable;
+std::map<std::uint32_t, UniqueStream> UploadTable;
 
 void send_end(const DownloadJob& job, const JsonWriter& fields) {
   const std::string text = fields.finish();
@@ -36,7 +36,7 @@ void send_end(const DownloadJob& job, const JsonWriter& fields) {
 }
 
 void run_download(const DownloadJob& job) {
-  UniqueFile file = OpenFile(Utf8ToWide(job.path), L"rb");
+  UniqueStream file = OpenFile(Utf8ToWide(job.path), L"rb");
   if (!file) {
     send_end(job, JsonWriter()
                       .add_int("transfer_id", job.transfer_id)
@@ -73,10 +73,10 @@ void StartDownload(std::uint32_t session_id, std::uint32_t transfer_id, std::str
 void BeginUpload(std::uint32_t transfer_id, std::string_view path, std::int64_t /*size*/) {
   const std::wstring wide = Utf8ToWide(path);
   EnsureParentDirectories(wide);
-  UniqueFile file = OpenFile(wide, L"wb");
+  UniqueStream file = OpenFile(wide, L"wb");
   if (!file) return;
   const std::lock_guard<std::mutex> guard(UploadTableMutex);
-  UniqueFile& entry = UploadTable[transfer_id];
+  UniqueStream& entry = UploadTable[transfer_id];
   // An earlier file of this id stays open on purpose, until the process ends.
   (void)entry.release();
   entry = std::move(file);
@@ -96,7 +96,6 @@ void EndUpload(std::uint32_t transfer_id) {
 }
 
 void EnsureParentDirectories(const std::wstring& path) {
-  if (path.size() <= kFirstSeparator) return;
   for (std::size_t i = kFirstSeparator; i < path.size(); ++i) {
     if (path[i] == L'\\') CreateFolder(path.substr(0, i));
   }

@@ -1,4 +1,4 @@
-// FileTransferService: whole files between the machine and the representative, over the one connection.
+// Whole files between the machine and the representative, over the one connection.
 // Deliberately bare: no progress, no resumption, no sums, no temporary names. The connection keeps bytes in
 // order and whole.
 #pragma once
@@ -16,8 +16,8 @@ inline constexpr std::size_t kChunkSize = 0x40000;  // bytes of a file in one ch
 inline constexpr std::size_t kChunkHeaderSize = 8;  // transfer id u32, chunk index u32, big-endian
 
 // Sends a file on a thread of its own, which nothing waits for and nothing stops but the file's end or a send
-// that fails. `send` must stay callable for as long. Throws what std::thread throws when there is no thread
-// to be had.
+// that fails. `send` must stay callable for as long. Throws std::system_error when there can be no
+// further thread.
 void StartDownload(std::uint32_t session_id, std::uint32_t transfer_id, std::string path, SendCallable send);
 
 // Uploads: a table of open files by transfer id that outlives sessions and connections. The connection

@@ -4,13 +4,14 @@
 #include <shellapi.h>
 
 #include <cstdio>
-#include <memory>
 #include <new>
 
 #include "core/thread_records.h"
 #include "platform/detached_thread.h"
+#include "platform/paths_win32.h"
 #include "platform/text.h"
 #include "platform/window_messages_win32.h"
+#include "transfer/file_system.h"
 #include "update/update.h"
 
 namespace vlk::agent {
@@ -20,8 +21,6 @@ namespace {
 constexpr wchar_t kDownloading[] = L"Sæki uppfærslu… / Downloading update…";
 constexpr wchar_t kDownloadFailed[] = L"Uppfærsla mistókst / Update download failed";
 constexpr wchar_t kSaveFailed[] = L"Uppfærsla mistókst / Update save failed";
-
-constexpr DWORD kPathSize = 260;  // characters
 
 struct Check {
   HWND window;
@@ -45,14 +44,12 @@ void run_check(const Check& check) {
 
 // The name is not cleaned, so separators and ".." in it take effect.
 std::wstring path_for(const std::string& file) {
-  wchar_t folder[kPathSize] = {};
-  GetTempPathW(kPathSize, folder);
-  return folder + Utf8ToWide(file);
+  return temporary_folder() + Utf8ToWide(file);
 }
 
 // False if the file cannot be made; whether all of it reached the disk is not looked at.
 bool save(const std::wstring& path, const std::string& bytes) {
-  const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(_wfopen(path.c_str(), L"wb"), &std::fclose);
+  const UniqueStream file = OpenFile(path, L"wb");
   if (!file) return false;
   std::fwrite(bytes.data(), 1, bytes.size(), file.get());
   return true;

@@ -17,10 +17,12 @@
 #include <string>
 #include <vector>
 
+#include "clipboard/apply_win32.h"
+#include "clipboard/echo_guard.h"
 #include "clipboard/opened_win32.h"
 #include "clipboard/payload.h"
-#include "clipboard/sync_win32.h"
 #include "clipboard/watch.h"
+#include "clipboard/watch_win32.h"
 #include "platform/gdiplus_win32.h"
 #include "platform/text.h"
 #include "tests/windows/seam.h"

@@ -1,14 +1,11 @@
-// Both directions of the shared clipboard, as the window's procedure drives them. UI thread only, and on it
-// for as long as the work takes: reading and writing files, images, and the blocking send. All failures are
-// silent.
+// The local clipboard's changes, as the window's procedure tells of them. UI thread only, and on it for as
+// long as the work takes: reading files, encoding images, and the blocking send. All failures are silent.
 #pragma once
 
 #include <windows.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <functional>
-#include <vector>
 
 namespace vlk::agent {
 
@@ -19,9 +16,5 @@ void StartClipboardWatch(HWND window, std::function<void(const unsigned char* da
 // Sends what the clipboard holds now, unless no session is active or the change is our own. For
 // WM_CLIPBOARDUPDATE.
 void OnClipboardUpdate();
-
-// Makes the content of one message the local clipboard's. What it held before is gone even when the content
-// turns out to be of no use.
-void ApplyClipboard(const std::vector<std::uint8_t>& payload);
 
 }  // namespace vlk::agent

@@ -1,0 +1,23 @@
+// The arithmetic of bitmaps.
+#include "clipboard/bitmap_layout.h"
+
+namespace vlk::agent {
+namespace {
+
+constexpr std::uint32_t kBitFields = 3;        // BI_BITFIELDS: three masks stand where colours would
+constexpr std::uint16_t kMostPaletteBits = 8;  // deeper bitmaps have no table of colours
+constexpr std::size_t kColourSize = 4;         // bytes
+
+std::size_t colours(const BitmapLayout& layout) {
+  if (layout.compression == kBitFields) return 3;
+  if (layout.bit_count > kMostPaletteBits) return 0;
+  return layout.colours_used != 0 ? layout.colours_used : std::size_t{1} << layout.bit_count;
+}
+
+}  // namespace
+
+std::size_t BitmapPixelOffset(const BitmapLayout& layout) {
+  return layout.header_size + colours(layout) * kColourSize;
+}
+
+}  // namespace vlk::agent

@@ -1,0 +1,37 @@
+// Where pixels begin.
+#include "clipboard/bitmap_layout.h"
+
+#include <gtest/gtest.h>
+
+namespace vlk::agent {
+namespace {
+
+TEST(BitmapPixels, BeginBehindThePalette) {
+  EXPECT_EQ(BitmapPixelOffset({40, 1, 0, 0}), 40u + 2 * 4) << "a 1-bit bitmap has two colours";
+  EXPECT_EQ(BitmapPixelOffset({40, 4, 0, 0}), 40u + 16 * 4);
+  EXPECT_EQ(BitmapPixelOffset({40, 8, 0, 0}), 40u + 256 * 4);
+  EXPECT_EQ(BitmapPixelOffset({40, 8, 0, 10}), 40u + 10 * 4) << "its own count goes first";
+  EXPECT_EQ(BitmapPixelOffset({40, 8, 1, 0}), 40u + 256 * 4) << "compressed by runs";
+  EXPECT_EQ(BitmapPixelOffset({40, 0, 5, 0}), 40u + 1 * 4) << "no bit count, as in an embedded file";
+}
+
+TEST(BitmapPixels, BeginAtOnceWhereColoursAreDirect) {
+  EXPECT_EQ(BitmapPixelOffset({40, 9, 0, 0}), 40u);
+  EXPECT_EQ(BitmapPixelOffset({40, 24, 0, 0}), 40u);
+  EXPECT_EQ(BitmapPixelOffset({40, 32, 0, 0}), 40u);
+  EXPECT_EQ(BitmapPixelOffset({40, 24, 0, 7}), 40u) << "a count of colours means nothing here";
+}
+
+TEST(BitmapPixels, BeginBehindThreeMasks) {
+  EXPECT_EQ(BitmapPixelOffset({40, 32, 3, 0}), 40u + 3 * 4);
+  EXPECT_EQ(BitmapPixelOffset({40, 16, 3, 9}), 40u + 3 * 4);
+  EXPECT_EQ(BitmapPixelOffset({40, 8, 3, 9}), 40u + 3 * 4) << "in all cases";
+  EXPECT_EQ(BitmapPixelOffset({124, 32, 3, 0}), 124u + 3 * 4) << "with the later headers too";
+}
+
+TEST(BitmapPixels, SizesDoNotWrap) {
+  EXPECT_EQ(BitmapPixelOffset({0xFFFFFFFF, 8, 0, 0xFFFFFFFF}), 0xFFFFFFFFull * 5);
+}
+
+}  // namespace
+}  // namespace vlk::agent

@@ -1,0 +1,34 @@
+// The guard's arithmetic.
+#include "clipboard/echo_guard.h"
+
+#include <gtest/gtest.h>
+
+namespace vlk::agent {
+namespace {
+
+TEST(EchoGuard, HoldsForHalfASecond) {
+  const std::uint32_t until = EchoGuardUntil(1000);
+  EXPECT_EQ(until, 1500u);
+  EXPECT_TRUE(EchoGuardHolds(1000, until));
+  EXPECT_TRUE(EchoGuardHolds(1100, until));
+  EXPECT_TRUE(EchoGuardHolds(1499, until));
+  EXPECT_FALSE(EchoGuardHolds(1500, until));
+  EXPECT_FALSE(EchoGuardHolds(1600, until));
+}
+
+TEST(EchoGuard, IsOpenBeforeAnythingWasApplied) {
+  EXPECT_FALSE(EchoGuardHolds(0, 0));
+  EXPECT_FALSE(EchoGuardHolds(0xFFFFFFFF, 0));
+}
+
+TEST(EchoGuard, ThatWrapsIsOverAtOnce) {
+  const std::uint32_t until = EchoGuardUntil(0xFFFFFFFF - 99);
+  EXPECT_EQ(until, 400u);
+  EXPECT_FALSE(EchoGuardHolds(0xFFFFFFFF, until)) << "the update passes through";
+  EXPECT_TRUE(EchoGuardHolds(0, until)) << "behind the wrap it holds again";
+  EXPECT_EQ(EchoGuardUntil(0xFFFFFFFF - 499), 0u);
+  EXPECT_EQ(EchoGuardUntil(0xFFFFFFFF - 500), 0xFFFFFFFFu);
+}
+
+}  // namespace
+}  // namespace vlk::agent
