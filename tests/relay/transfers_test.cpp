@@ -13,6 +13,7 @@
 #include "relay/clip_note.h"
 #include "relay/database.h"
 #include "relay/relay_fixture.h"
+#include "support/clip_bytes.h"
 
 #ifdef __SANITIZE_ADDRESS__
 // The sanitizer's own, whose header not every compiler brings along.
@@ -21,6 +22,8 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace vlk::relay {
 namespace {
+
+using vantelink_test::record;
 
 std::string big_endian(std::uint32_t number) {
   std::string bytes;
@@ -176,11 +179,6 @@ TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndToldOnce) {
   EXPECT_EQ(transfers_.owed("a").size(), Transfers::kOwedPerAgent);
 }
 
-std::string clip_record(const std::string& name, const std::string& content) {
-  return big_endian(static_cast<std::uint32_t>(name.size())) + name + big_endian(0) +
-         big_endian(static_cast<std::uint32_t>(content.size())) + content;
-}
-
 std::optional<std::string> note_of(const std::string& payload) {
   return clip_note(envelope(Msg::ClipboardData, 7, payload));
 }
@@ -190,20 +188,20 @@ TEST(ClipNote, NamesTheFilesAndNothingElse) {
   EXPECT_EQ(note_of("\1secret"), std::nullopt);
   EXPECT_EQ(note_of("\2png"), std::nullopt);
   EXPECT_EQ(note_of("\3"), "0");
-  const std::string two = "\3" + big_endian(2) + clip_record("þ.txt", "content") + clip_record("b\nc", "");
+  const std::string two = "\3" + big_endian(2) + record("þ.txt", "content") + record("b\nc", "");
   EXPECT_EQ(note_of(two), "2 þ.txt, b c");
 }
 
 TEST(ClipNote, SurvivesTruncationsAndAbsurdSizes) {
-  const std::string one = "\3" + big_endian(1) + clip_record("a", "xyz");
+  const std::string one = "\3" + big_endian(1) + record("a", "xyz");
   for (std::size_t size = 1; size < one.size(); ++size)
     EXPECT_EQ(note_of(one.substr(0, size)), "0") << size;
-  EXPECT_EQ(note_of("\3" + big_endian(0xFFFFFFFF) + clip_record("a", "x")), "1 a");
+  EXPECT_EQ(note_of("\3" + big_endian(0xFFFFFFFF) + record("a", "x")), "1 a");
   EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(0xFFFFFFFF) + "a"), "0");
   EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(1) + "a" + std::string(8, '\xff') + "x"), "0");
   std::string many = "\3" + big_endian(1000);
   for (int i = 0; i < 1000; ++i)
-    many += clip_record(std::string(100, 'n'), "");
+    many += record(std::string(100, 'n'), "");
   EXPECT_EQ(note_of(many)->substr(0, 5), "1000 ");
   EXPECT_LT(note_of(many)->size(), 2 * kLongestClipNote);
 }
@@ -326,7 +324,7 @@ TEST_F(TransferTest, FilesOfClipboardsAreAudited) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
-  const std::string files = "\3" + big_endian(1) + clip_record("a.txt", "x");
+  const std::string files = "\3" + big_endian(1) + record("a.txt", "x");
   browser->send_envelope(Msg::ClipboardData, session, files);
   agent->send_text(Msg::ClipboardData, session, "\1text");
   agent->send_text(Msg::ClipboardData, session, files);

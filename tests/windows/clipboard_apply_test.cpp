@@ -8,25 +8,12 @@ namespace {
 
 using clip::Lines;
 using clip::script;
-
-std::string number(std::uint64_t value, std::size_t size) {
-  std::string bytes;
-  for (std::size_t i = size; i-- > 0;)
-    bytes.push_back(static_cast<char>(value >> 8 * i));
-  return bytes;
-}
-
-std::string record(std::string_view name, std::string_view data) {
-  return number(name.size(), 4) + std::string(name) + number(data.size(), 8) + std::string(data);
-}
+using vantelink_test::number;
+using vantelink_test::record;
 
 template <typename... Records>
 std::string list(std::uint32_t count, const Records&... records) {
   return number(count, 4) + (std::string() + ... + records);
-}
-
-std::string wide_bytes(std::wstring_view text) {
-  return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)};
 }
 
 class ApplyTest : public ClipboardTest {
@@ -42,10 +29,10 @@ class ApplyTest : public ClipboardTest {
 
   // The whole block of CF_HDROP for files of these names in the scratch folder.
   static std::string drop(const std::vector<std::wstring>& names) {
-    std::wstring paths;
+    std::vector<std::wstring> paths;
     for (const std::wstring& name : names)
-      paths += scratch() + name + L'\0';
-    return std::string("\x14\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\1\0\0\0", 20) + wide_bytes(paths + L'\0');
+      paths.push_back(scratch() + name);
+    return drop_block(paths);
   }
   static bool guard_is_set() { return ClipboardEchoGuardUntil == script.tick + 500; }
   // The names of the files in a folder and all below it.
@@ -405,6 +392,14 @@ TEST_F(ApplyTest, ImageWithoutMemoryOrStreamOrTakerIsLetGo) {
   apply_png(file);
   for (const auto& [memory, size] : script.memory)
     EXPECT_NE(size, bitmap_size) << "the bitmap is freed; the file's copy was its stream's to free";
+}
+
+TEST_F(ApplyTest, ImageWhosePixelsCannotBeHadLeavesTheClipboardEmpty) {
+  script.refuse_pixels = true;
+  apply_png(vantelink_test::make_png(3, 2, pixels(3, 2)));
+  EXPECT_EQ(script.calls, Lines({"open", "empty", "stream", "close", "tick"}));
+  EXPECT_TRUE(holds_nothing());
+  EXPECT_TRUE(guard_is_set());
 }
 
 TEST_F(ApplyTest, AppliesWithoutASessionToo) {

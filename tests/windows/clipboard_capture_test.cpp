@@ -45,6 +45,7 @@ class CaptureTest : public ClipboardTest {
     EXPECT_LE(sent_.size(), 1u);
     return sent_.empty() ? "" : told(sent_[0]);
   }
+  static void put_bitmap(const std::string& block) { put(CF_DIB, block.data(), block.size()); }
   static bool opened() {
     return std::find(script.calls.begin(), script.calls.end(), "open") != script.calls.end();
   }
@@ -76,7 +77,7 @@ class CaptureImageTest : public CaptureTest {
     namespace gdip = Gdiplus::DllExports;
     on_clipboard([&] {
       EmptyClipboard();
-      put(CF_DIB, block.data(), block.size());
+      put_bitmap(block);
     });
     if (update() != "image") return {};
     const auto stream = stream_over_copy(sent_[0].data() + 1, sent_[0].size() - 1);
@@ -98,20 +99,20 @@ class CaptureImageTest : public CaptureTest {
 TEST_F(CaptureTest, FilesGoBeforeTextAndTextBeforeAnImage) {
   const std::wstring file = file_of(L"a", 3);
   on_clipboard([&] {
-    put(CF_DIB, kTwoPixels.data(), kTwoPixels.size());
+    put_bitmap(kTwoPixels);
     put_text(L"words");
     put_files({file});
   });
   EXPECT_EQ(update(), "files 1 a 3");
   on_clipboard([] {
     EmptyClipboard();
-    put(CF_DIB, kTwoPixels.data(), kTwoPixels.size());
+    put_bitmap(kTwoPixels);
     put_text(L"words");
   });
   EXPECT_EQ(update(), "text words");
   on_clipboard([] {
     EmptyClipboard();
-    put(CF_DIB, kTwoPixels.data(), kTwoPixels.size());
+    put_bitmap(kTwoPixels);
   });
   EXPECT_EQ(update(), "image");
 }
@@ -166,7 +167,7 @@ TEST_F(CaptureTest, FormatThatGivesNoDataSendsNothingAndNoOtherIsTried) {
   EXPECT_EQ(update(), "");
   on_clipboard([] {
     EmptyClipboard();
-    put(CF_DIB, kTwoPixels.data(), kTwoPixels.size());
+    put_bitmap(kTwoPixels);
   });
   EXPECT_EQ(update(), "");
 }
@@ -345,10 +346,15 @@ TEST_F(CaptureImageTest, BitmapThatCannotBeDecodedSendsNothing) {
   EXPECT_TRUE(sent_.empty());
 }
 
-TEST_F(CaptureImageTest, WithoutAStreamNothingIsSent) {
-  script.refuse_stream = true;
-  EXPECT_TRUE(sent_pixels(kTwoPixels).empty());
-  EXPECT_TRUE(sent_.empty());
+TEST_F(CaptureImageTest, WithoutAStreamOrItsSizeOrAnEncoderNothingIsSent) {
+  for (bool clip::Script::*const missing :
+       {&clip::Script::refuse_stream, &clip::Script::refuse_size, &clip::Script::no_encoders}) {
+    script.*missing = true;
+    EXPECT_TRUE(sent_pixels(kTwoPixels).empty());
+    EXPECT_TRUE(sent_.empty());
+    EXPECT_EQ(script.calls.back(), "close");
+    script = {};
+  }
 }
 
 }  // namespace

@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,7 +23,10 @@
 #include "clipboard/watch.h"
 #include "clipboard/watch_win32.h"
 #include "platform/gdiplus_win32.h"
+#include "platform/paths_win32.h"
 #include "platform/text.h"
+#include "support/clip_bytes.h"
+#include "support/file_bytes.h"
 #include "tests/windows/seam.h"
 
 namespace clip {
@@ -34,9 +36,10 @@ using Lines = std::vector<std::string>;
 struct Script {
   DWORD tick = 100'000;
   bool refuse_open = false, refuse_set = false, refuse_data = false;
-  std::size_t refuse_memory = ~std::size_t{0};  // a request of this many bytes fails
-  DWORD most_read = ~DWORD{0};                  // bytes that a read gives
-  bool refuse_read = false, refuse_stream = false;
+  std::size_t refuse_memory = ~std::size_t{0};                           // a request of this many bytes fails
+  DWORD most_read = ~DWORD{0};                                           // bytes that a read gives
+  bool refuse_read = false, refuse_stream = false, refuse_size = false;  // size: of a stream
+  bool refuse_pixels = false, no_encoders = false;                       // of the image library
 
   Lines calls;
   std::map<HGLOBAL, std::size_t> memory;  // blocks that were taken and not freed, and their sizes
@@ -148,10 +151,24 @@ inline BOOL WINAPI create_directory(LPCWSTR path, LPSECURITY_ATTRIBUTES security
   return system(path, security);
 }
 
+// Puts another function in the place of the stream's Stat.
+inline void take_size_from(IStream* stream) {
+  constexpr std::size_t kStat = 12, kMethods = 14;
+  static void* table[kMethods];
+  void**& methods = *reinterpret_cast<void***>(stream);
+  std::copy(methods, methods + kMethods, table);
+  HRESULT(WINAPI* const stat)(IStream*, STATSTG*, DWORD) = [](IStream*, STATSTG*, DWORD) { return E_FAIL; };
+  table[kStat] = reinterpret_cast<void*>(stat);
+  methods = table;
+}
+
 inline HRESULT WINAPI create_stream(HGLOBAL memory, BOOL delete_on_release, IStream** stream) {
   static auto* const system = vlk::test::real<decltype(create_stream)>("ole32.dll", "CreateStreamOnHGlobal");
   note(delete_on_release ? "stream" : "stream that keeps its memory");
-  return script.refuse_stream ? E_OUTOFMEMORY : system(memory, delete_on_release, stream);
+  if (script.refuse_stream) return E_OUTOFMEMORY;
+  const HRESULT result = system(memory, delete_on_release, stream);
+  if (script.refuse_size) take_size_from(*stream);
+  return result;
 }
 
 }  // namespace clip
@@ -182,6 +199,22 @@ extern "C" GpStatus WINGDIPAPI GdipCreateBitmapFromGdiDib(const BITMAPINFO* info
   clip::script.pixel_offset =
       static_cast<const std::uint8_t*>(pixels) - reinterpret_cast<const std::uint8_t*>(info);
   return system(info, pixels, bitmap);
+}
+
+extern "C" GpStatus WINGDIPAPI GdipBitmapLockBits(GpBitmap* bitmap, const Rect* part, UINT mode,
+                                                  PixelFormat format, BitmapData* data) {
+  static auto* const system =
+      vlk::test::real<GpStatus WINGDIPAPI(GpBitmap*, const Rect*, UINT, PixelFormat, BitmapData*)>(
+          "gdiplus.dll", "GdipBitmapLockBits");
+  return clip::script.refuse_pixels ? OutOfMemory : system(bitmap, part, mode, format, data);
+}
+
+extern "C" GpStatus WINGDIPAPI GdipGetImageEncodersSize(UINT* count, UINT* size) {
+  static auto* const system =
+      vlk::test::real<GpStatus WINGDIPAPI(UINT*, UINT*)>("gdiplus.dll", "GdipGetImageEncodersSize");
+  if (!clip::script.no_encoders) return system(count, size);
+  *count = *size = 0;
+  return Ok;
 }
 
 }  // namespace Gdiplus::DllExports
@@ -239,13 +272,18 @@ class ClipboardTest : public testing::Test {
     put(CF_UNICODETEXT, std::wstring(text).c_str(), (text.size() + 1) * sizeof(wchar_t));
   }
   static void put_files(const std::vector<std::wstring>& paths) {
-    const DWORD header[5] = {20, 0, 0, 0, 1};
+    const std::string block = drop_block(paths);
+    put(CF_HDROP, block.data(), block.size());
+  }
+  static std::string wide_bytes(std::wstring_view text) {
+    return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)};
+  }
+  // The whole block of CF_HDROP.
+  static std::string drop_block(const std::vector<std::wstring>& paths) {
     std::wstring list;
     for (const std::wstring& path : paths)
       list += path + L'\0';
-    std::string bytes(reinterpret_cast<const char*>(header), sizeof header);
-    bytes.append(reinterpret_cast<const char*>(list.c_str()), (list.size() + 1) * sizeof(wchar_t));
-    put(CF_HDROP, bytes.data(), bytes.size());
+    return vantelink_test::kDropHeader + wide_bytes(list + L'\0');
   }
 
   // What the clipboard holds in that format; empty when it does not.
@@ -260,11 +298,6 @@ class ClipboardTest : public testing::Test {
   }
   static bool holds_nothing() { return CountClipboardFormats() == 0; }
 
-  static std::wstring temporary_folder() {
-    wchar_t folder[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, folder);
-    return folder;
-  }
   static std::wstring scratch() { return temporary_folder() + L"VlkClip\\"; }
   // With all files of whatever name: "C:" would lead the standard library astray.
   static void remove_scratch() {
@@ -281,10 +314,7 @@ class ClipboardTest : public testing::Test {
   static void write(const std::wstring& path, const std::string& bytes) {
     std::ofstream(std::filesystem::path(path), std::ios::binary) << bytes;
   }
-  static std::string read(const std::wstring& path) {
-    std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  }
+  static std::string read(const std::wstring& path) { return vantelink_test::file_bytes(path); }
   static Bytes payload(ClipboardKind kind, std::string_view content) { return PackClip(kind, content); }
 
   inline static ULONG_PTR token_ = 0;

@@ -7,22 +7,15 @@
 #include <limits>
 #include <memory>
 
+#include "support/clip_bytes.h"
+
 namespace vlk::agent {
 namespace {
 
+using vantelink_test::number;
+using vantelink_test::record;
 using Bytes = std::vector<std::uint8_t>;
 using Names = std::vector<std::string>;
-
-std::string number(std::uint64_t value, std::size_t size) {
-  std::string bytes;
-  for (std::size_t i = size; i-- > 0;)
-    bytes.push_back(static_cast<char>(value >> 8 * i));
-  return bytes;
-}
-
-std::string record(std::string_view name, std::string_view data) {
-  return number(name.size(), 4) + std::string(name) + number(data.size(), 8) + std::string(data);
-}
 
 struct Read {
   std::string name, data;
