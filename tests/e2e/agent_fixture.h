@@ -18,10 +18,6 @@ namespace vantelink_test {
 
 inline constexpr char kAgent[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
 
-inline std::string text_of(const vlk::Envelope& envelope) {
-  return {envelope.payload.begin(), envelope.payload.end()};
-}
-
 template <typename Condition>
 bool eventually(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;

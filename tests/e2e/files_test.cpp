@@ -10,6 +10,7 @@
 #include "core/big_endian.h"
 #include "core/json.h"
 #include "e2e/agent_fixture.h"
+#include "support/file_requests.h"
 #include "support/temp_folder.h"
 
 namespace vantelink_test {
@@ -18,7 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using vlk::Msg;
 
-constexpr std::uint32_t kSession = 31;
 constexpr std::size_t kChunk = 262144;  // bytes of a file in one message
 // Mebibytes of the large file. CI's machines have two cores for everything; 300 is the size for a full run.
 constexpr char kSizeVariable[] = "VANTELINK_FILE_MIB";
@@ -50,8 +50,10 @@ std::string digest_of(const fs::path& path) {
   return digest.end();
 }
 
-class FilesTest : public AgentTest {
+class FilesTest : public AgentTest, protected FileRequests {
  protected:
+  FilesTest() : FileRequests(peer_) {}
+
   void SetUp() override {
     AgentTest::SetUp();
     peer_ = start();
@@ -62,36 +64,13 @@ class FilesTest : public AgentTest {
     AgentTest::TearDown();
   }
 
-  std::string path_of(const std::string& below = {}) const {
-    return 'Z' + folder_.windows_path(below).substr(1);
-  }
+  std::string path_of(const std::string& below = {}) const { return folder_.wine_path(below); }
 
-  void ask(Msg type, std::uint32_t id, const std::string& path) {
-    peer_->send_envelope(type, kSession,
-                         vlk::JsonWriter().add_int("transfer_id", id).add_string("path", path).finish());
-  }
-  void chunk(std::uint32_t id, std::uint32_t index, std::string_view bytes) {
-    unsigned char header[8];
-    vlk::put_u32_be(header, id);
-    vlk::put_u32_be(header + 4, index);
-    peer_->send_envelope(Msg::FileChunk, kSession,
-                         std::string(reinterpret_cast<char*>(header), 8).append(bytes), 0);
-  }
-  void end_upload(std::uint32_t id) {
-    peer_->send_envelope(Msg::FileTransferEnd, kSession,
-                         vlk::JsonWriter().add_int("transfer_id", id).finish());
-  }
   void upload(std::uint32_t id, const std::string& path, std::string_view bytes) {
-    ask(Msg::UploadBegin, id, path);
-    chunk(id, 0, bytes);
-    end_upload(id);
+    ask(Msg::UploadBegin, path, id);
+    chunk(id, bytes);
+    end(id);
   }
-  // Until the agent has handled all that was sent to it.
-  void settle() {
-    peer_->send_envelope(Msg::Heartbeat, 0, "settle");
-    peer_->read_until(Msg::Heartbeat, kLongPatience);
-  }
-
   // Reads until that many downloads have ended well; the bytes of each.
   std::map<std::uint32_t, std::string> read_downloads(std::size_t count) {
     std::map<std::uint32_t, std::string> files;
@@ -114,7 +93,7 @@ class FilesTest : public AgentTest {
     return files;
   }
   std::string list(const std::string& path) {
-    ask(Msg::DirListRequest, 0, path);
+    ask(Msg::DirListRequest, path, 0);
     return text_of(peer_->read_until(Msg::DirListResult));
   }
 
@@ -130,22 +109,22 @@ TEST_F(FilesTest, FiftySmallFilesAtOnceDoNotMix) {
   for (std::uint32_t i = 0; i < 50; ++i)
     folder_.write(std::to_string(i), contents(i));
   for (std::uint32_t i = 0; i < 50; ++i)
-    ask(Msg::DownloadRequest, i, path_of(std::to_string(i)));
+    ask(Msg::DownloadRequest, path_of(std::to_string(i)), i);
   const auto files = read_downloads(50);
   for (std::uint32_t i = 0; i < 50; ++i)
     EXPECT_EQ(files.at(i), contents(i));
 
   for (std::uint32_t i = 0; i < 50; ++i)
-    ask(Msg::UploadBegin, i, path_of("up\\" + std::to_string(i)));
+    ask(Msg::UploadBegin, path_of("up\\" + std::to_string(i)), i);
   for (std::uint32_t half = 0; half < 2; ++half) {
     for (std::uint32_t i = 0; i < 50; ++i) {
       const std::string bytes = contents(i);
-      chunk(i, half, half == 0 ? bytes.substr(0, bytes.size() / 2) : bytes.substr(bytes.size() / 2));
+      chunk(i, half == 0 ? bytes.substr(0, bytes.size() / 2) : bytes.substr(bytes.size() / 2), half);
     }
   }
   for (std::uint32_t i = 0; i < 50; ++i)
-    end_upload(i);
-  settle();
+    end(i);
+  peer_->settle(kLongPatience);
   for (std::uint32_t i = 0; i < 50; ++i)
     EXPECT_EQ(folder_.read("up/" + std::to_string(i)), contents(i));
 }
@@ -157,14 +136,14 @@ TEST_F(FilesTest, NamesOfAllKindsGoBothWaysAndAreListed) {
   std::uint32_t id = 100;
   for (const std::string& name : names)
     upload(id++, path_of("in\\" + name), name == "empty" ? "" : "contents of " + name);
-  settle();
+  peer_->settle(kLongPatience);
   const std::string listing = list(path_of("in"));
   id = 100;
   for (const std::string& name : names) {
     const std::string expected = name == "empty" ? "" : "contents of " + name;
     EXPECT_EQ(folder_.read("in/" + name), expected);
     EXPECT_NE(listing.find("{\"name\":\"" + name + "\","), std::string::npos) << listing;
-    ask(Msg::DownloadRequest, id, path_of("in\\" + name));
+    ask(Msg::DownloadRequest, path_of("in\\" + name), id);
     EXPECT_EQ(read_downloads(1).at(id), expected) << name;
     ++id;
   }
@@ -191,21 +170,21 @@ TEST_F(FilesTest, DrivesAndWhatCannotBeReadAreAnswered) {
   for (const std::string& path :
        {path_of("missing"), std::string("\\\\srv\\share\\d"), std::string("\xFF\xFE")})
     EXPECT_NE(list(path).find("\"entries\":[]}"), std::string::npos) << path;
-  ask(Msg::DownloadRequest, 8, path_of("missing"));
+  ask(Msg::DownloadRequest, path_of("missing"), 8);
   EXPECT_EQ(text_of(peer_->read_until(Msg::FileTransferEnd)),
             R"({"transfer_id":8,"ok":false,"error":"cannot open"})");
 }
 
 TEST_F(FilesTest, StrayAndShortChunksChangeNothing) {
-  ask(Msg::UploadBegin, 0x01020304, path_of("file"));
-  chunk(99, 0, "stray");
-  end_upload(99);
+  ask(Msg::UploadBegin, path_of("file"), 0x01020304);
+  chunk(99, "stray");
+  end(99);
   for (std::size_t size = 0; size < 8; ++size)
     peer_->send_envelope(Msg::FileChunk, kSession, std::string_view("\1\2\3\4\0\0\0\0x", size), 0);
   upload(7, std::string("\xFF<|>"), "nowhere");
-  chunk(0x01020304, 17, "x");
-  end_upload(0x01020304);
-  settle();
+  chunk(0x01020304, "x", 17);
+  end(0x01020304);
+  peer_->settle(kLongPatience);
   EXPECT_EQ(folder_.read("file"), "x");
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 1);
 }
@@ -257,7 +236,7 @@ class LargeFileTest : public FilesTest {
 TEST_F(LargeFileTest, ComesDownWholeWhileTheStreamRuns) {
   const long memory_before = memory("VmRSS");
   const auto begin = std::chrono::steady_clock::now();
-  ask(Msg::DownloadRequest, 3, path_of("large"));
+  ask(Msg::DownloadRequest, path_of("large"), 3);
   Digest digest;
   std::size_t received = 0;
   std::size_t frames = 0;
@@ -281,12 +260,12 @@ TEST_F(LargeFileTest, ComesDownWholeWhileTheStreamRuns) {
 TEST_F(LargeFileTest, GoesUpWholeWhileTheStreamRuns) {
   const long memory_before = memory("VmRSS");
   const auto begin = std::chrono::steady_clock::now();
-  ask(Msg::UploadBegin, 4, path_of("sub\\copy"));
+  ask(Msg::UploadBegin, path_of("sub\\copy"), 4);
   std::ifstream file(folder_.path() / "large", std::ios::binary);
   std::string part(kChunk, '\0');
   std::size_t frames = 0;
   for (std::uint32_t index = 0; file.read(part.data(), kChunk), file.gcount() > 0; ++index) {
-    chunk(4, index, std::string_view(part).substr(0, static_cast<std::size_t>(file.gcount())));
+    chunk(4, std::string_view(part).substr(0, static_cast<std::size_t>(file.gcount())), index);
     // What the agent sends meanwhile is read, or both would wait for the other.
     if (index % 16 != 0) continue;
     peer_->send_envelope(Msg::Heartbeat, 0, "on");
@@ -297,8 +276,8 @@ TEST_F(LargeFileTest, GoesUpWholeWhileTheStreamRuns) {
     }
     peer_->forget_received();
   }
-  end_upload(4);
-  settle();
+  end(4);
+  peer_->settle(kLongPatience);
   judge(frames, begin, memory_before);
   EXPECT_EQ(fs::file_size(folder_.path() / "sub/copy"), size_);
   EXPECT_EQ(digest_of(folder_.path() / "sub/copy"), sum_);

@@ -41,6 +41,24 @@ Certificate make_certificate(const std::string& name, EVP_PKEY* key) {
   return certificate;
 }
 
+// A server's, signed by the issuer, or by itself where there is none.
+TestAuthority::Identity make_identity(const std::vector<std::string>& dns_names, X509* issuer,
+                                      EVP_PKEY* issuer_key) {
+  Key key = make_key();
+  Certificate certificate = make_certificate("Test server", key.get());
+  if (issuer == nullptr) {
+    issuer = certificate.get();
+    issuer_key = key.get();
+  }
+  X509_set_issuer_name(certificate.get(), X509_get_subject_name(issuer));
+  std::string names;
+  for (const std::string& name : dns_names)
+    names += (names.empty() ? "DNS:" : ",DNS:") + name;
+  add_extension(certificate.get(), issuer, NID_subject_alt_name, names);
+  X509_sign(certificate.get(), issuer_key, EVP_sha256());
+  return {std::move(certificate), std::move(key)};
+}
+
 }  // namespace
 
 TestAuthority::TestAuthority()
@@ -52,15 +70,11 @@ TestAuthority::TestAuthority()
 }
 
 TestAuthority::Identity TestAuthority::issue(const std::vector<std::string>& dns_names) const {
-  Key key = make_key();
-  Certificate certificate = make_certificate("Test server", key.get());
-  X509_set_issuer_name(certificate.get(), X509_get_subject_name(certificate_.get()));
-  std::string names;
-  for (const std::string& name : dns_names)
-    names += (names.empty() ? "DNS:" : ",DNS:") + name;
-  add_extension(certificate.get(), certificate_.get(), NID_subject_alt_name, names);
-  X509_sign(certificate.get(), key_.get(), EVP_sha256());
-  return {std::move(certificate), std::move(key)};
+  return make_identity(dns_names, certificate_.get(), key_.get());
+}
+
+TestAuthority::Identity TestAuthority::issue_self_signed(const std::vector<std::string>& dns_names) {
+  return make_identity(dns_names, nullptr, nullptr);
 }
 
 std::vector<unsigned char> TestAuthority::der() const {

@@ -23,6 +23,8 @@ class TestAuthority {
   };
   // A server certificate for the given DNS names.
   Identity issue(const std::vector<std::string>& dns_names) const;
+  // One that nobody but its own key vouches for.
+  static Identity issue_self_signed(const std::vector<std::string>& dns_names);
 
   std::vector<unsigned char> der() const;
   std::string pem() const;

@@ -2,9 +2,10 @@
 #include "support/desk_windows.h"
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
+
+#include "support/file_bytes.h"
 
 namespace vantelink_test {
 namespace {
@@ -107,8 +108,7 @@ void copy_to_clipboard(const Desk& desk, int format, const std::string& block) {
 std::string clipboard_block(const Desk& desk, int format) {
   const std::string path = desk.folder() + "/pasted";
   probe_lines(desk, {"paste", std::to_string(format), path});
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return file_bytes(path);
 }
 
 void point(const Desk& desk, int x, int y) {

@@ -11,9 +11,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <thread>
+
+#include "support/file_bytes.h"
 
 namespace vantelink_test {
 namespace {
@@ -65,8 +66,7 @@ RelayProcess::~RelayProcess() {
 }
 
 std::string RelayProcess::log() const {
-  std::ifstream file(log_path_);
-  return {std::istreambuf_iterator<char>(file), {}};
+  return file_bytes(log_path_);
 }
 
 int RelayProcess::logged(const std::string& text) const {

@@ -187,6 +187,12 @@ vlk::Envelope ServerConnection::read_until(vlk::Msg type, Milliseconds patience)
   }
 }
 
+void ServerConnection::settle(Milliseconds patience) {
+  send_envelope(vlk::Msg::Heartbeat, 0, "settle");
+  while (text_of(read_until(vlk::Msg::Heartbeat, patience)) != "settle") {
+  }
+}
+
 bool ServerConnection::wait_closed(Milliseconds patience) {
   const Deadline deadline = Clock::now() + patience;
   try {
@@ -203,11 +209,18 @@ void ServerConnection::update_keys() {
 
 void ServerConnection::close() {
   SSL_shutdown(ssl_.get());
-  abort();
+  cut_off();
+}
+
+void ServerConnection::cut_off() {
+  ::shutdown(socket_, SHUT_RDWR);
+  ::close(socket_);
+  socket_ = -1;
 }
 
 void ServerConnection::abort() {
-  ::shutdown(socket_, SHUT_RDWR);
+  const linger at_once{1, 0};
+  ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
   ::close(socket_);
   socket_ = -1;
 }
@@ -217,13 +230,18 @@ std::string ServerConnection::server_name() const {
   return name == nullptr ? "" : name;
 }
 
+std::string text_of(const vlk::Envelope& envelope) {
+  return {envelope.payload.begin(), envelope.payload.end()};
+}
+
 ScriptedServer::ScriptedServer(const TestAuthority& authority) : ScriptedServer(authority, Options{}) {}
 
 ScriptedServer::ScriptedServer(const TestAuthority& authority, const Options& options)
     : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free) {
   // A client that goes away while it is written to must not end the test.
   std::signal(SIGPIPE, SIG_IGN);
-  const TestAuthority::Identity identity = authority.issue(options.names);
+  const TestAuthority::Identity identity =
+      options.self_signed ? TestAuthority::issue_self_signed(options.names) : authority.issue(options.names);
   SSL_CTX_use_certificate(context_.get(), identity.certificate.get());
   SSL_CTX_use_PrivateKey(context_.get(), identity.key.get());
   // Security level 0 lets a test offer the old versions that a client must refuse.

@@ -53,13 +53,16 @@ class ServerConnection {
   vlk::Envelope read_envelope(Milliseconds patience = kPatience);
   vlk::Envelope read_until(vlk::Msg type, Milliseconds patience = kPatience);
 
+  // Returns when the client has handled all that it was sent before.
+  void settle(Milliseconds patience = kPatience);
   // True when the client closes within the time; what it sends until then is recorded.
   bool wait_closed(Milliseconds patience = kPatience);
 
   // Asks the client's TLS for new keys in both directions (TLS 1.3).
   void update_keys();
-  void close();  // with a closing alert
-  void abort();  // without: the connection is reset
+  void close();    // with a closing alert
+  void cut_off();  // without: the stream just ends
+  void abort();    // the connection is reset
 
   const std::vector<vlk::Envelope>& received() const { return received_; }
   void forget_received() { received_.clear(); }  // for tests that are sent hundreds of mebibytes
@@ -77,10 +80,14 @@ class ServerConnection {
   std::vector<vlk::Envelope> received_;
 };
 
+// The payload as text.
+std::string text_of(const vlk::Envelope& envelope);
+
 class ScriptedServer {
  public:
   struct Options {
     std::vector<std::string> names = {"localhost"};
+    bool self_signed = false;  // instead of by the authority
     int lowest_version = TLS1_2_VERSION;
     int highest_version = 0;  // 0: the library's
   };

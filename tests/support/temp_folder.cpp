@@ -3,8 +3,9 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
+
+#include "support/file_bytes.h"
 
 namespace vantelink_test {
 
@@ -25,14 +26,17 @@ std::string TempFolder::windows_path(const std::string& below) const {
   return below.empty() ? path : path + '\\' + below;
 }
 
+std::string TempFolder::wine_path(const std::string& below) const {
+  return 'Z' + windows_path(below).substr(1);
+}
+
 void TempFolder::write(const std::string& name, const std::string& bytes) const {
   std::ofstream(path_ / name, std::ios::binary) << bytes;
 }
 
 std::string TempFolder::read(const std::string& name) const {
-  std::ifstream file(path_ / name, std::ios::binary);
-  if (!file) throw std::runtime_error("there is no file " + name);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (!std::filesystem::exists(path_ / name)) throw std::runtime_error("there is no file " + name);
+  return file_bytes(path_ / name);
 }
 
 }  // namespace vantelink_test

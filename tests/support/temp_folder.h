@@ -16,6 +16,8 @@ class TempFolder {
   const std::filesystem::path& path() const { return path_; }
   // As a representative would name it: the drive C and backslashes.
   std::string windows_path(const std::string& below = {}) const;
+  // As programs under Wine see it: the drive Z.
+  std::string wine_path(const std::string& below = {}) const;
   void write(const std::string& name, const std::string& bytes) const;
   std::string read(const std::string& name) const;
 

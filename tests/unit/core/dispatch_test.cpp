@@ -12,31 +12,12 @@ using vantelink_fakes::count;
 using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 
-class DispatchTest : public LinkTest {
- protected:
-  void SetUp() override {
-    LinkTest::SetUp();
-    peer_ = connect(server_);
-  }
-  void TearDown() override {
-    LinkTest::TearDown();
-    peer_.reset();
-  }
-  // Returns when all that was sent before has been handled.
-  void settle() {
-    peer_->send_envelope(Msg::Heartbeat, 0, "settle");
-    while (text_of(peer_->read_until(Msg::Heartbeat)) != "settle") {
-    }
-  }
-
-  ScriptedServer server_{authority()};
-  std::unique_ptr<ServerConnection> peer_;
-};
+using DispatchTest = OnlineTest;
 
 TEST_F(DispatchTest, SessionRequestAsksTheUser) {
   peer_->send_envelope(Msg::SessionRequest, 7, R"({"rep_name":"Jón"})");
   peer_->send_envelope(Msg::SessionRequest, 8, "{}");
-  settle();
+  peer_->settle();
   const Lines lines = log_.lines();
   EXPECT_EQ(Lines(lines.end() - 2, lines.end()), (Lines{"request 7 Jón", "request 8 A representative"}));
   client_->accept_session(7);
@@ -55,7 +36,7 @@ TEST_F(DispatchTest, UnattendedAcceptsAtOnceWithoutAsking) {
   peer_->send_envelope(Msg::SessionRequest, 9, R"({"rep_name":"Jón"})");
   peer_->send_envelope(Msg::Heartbeat, 0, "after");
   EXPECT_EQ(peer_->read_envelope().type, 67) << "the answer comes before that to the next message";
-  settle();
+  peer_->settle();
   for (const std::string& line : log_.lines())
     EXPECT_EQ(line.find("request"), std::string::npos);
 }
@@ -84,7 +65,7 @@ TEST_F(DispatchTest, UnknownMonitorStartsTheStreamAndLeavesTheRectangle) {
   for (const char* text : {R"({"monitor_id":99})", R"({"monitor_id":1})", R"({"monitor_id":-1})"}) {
     vantelink_fakes::clear_journal();
     peer_->send_envelope(Msg::StreamStart, 5, text);
-    settle();
+    peer_->settle();
     EXPECT_EQ(count("SetActiveMonitorRect 0 0 1280 720"), 0u) << text;
     EXPECT_EQ(count("SetInputSessionActive true"), 1u);
     ASSERT_TRUE(vantelink_fakes::wait_for("CaptureGdi"));
@@ -122,7 +103,7 @@ TEST_F(DispatchTest, EndOfAnUnknownSessionStopsTheStreamAndIsTold) {
   EXPECT_EQ(count("SetClipboardSessionActive false"), 1u);
   EXPECT_EQ(count("~ScreenCapturer"), 1u);
   client_->send_clipboard(reinterpret_cast<const unsigned char*>("lost"), 4);
-  settle();
+  peer_->settle();
   for (const Envelope& one : peer_->received())
     EXPECT_NE(one.type, 87);
 }
@@ -165,7 +146,7 @@ TEST_F(DispatchTest, CodecAndPointerAreSwitched) {
   const std::size_t drawn = count("Draw 0 0");
   ASSERT_TRUE(vantelink_fakes::wait_for("Draw 0 0", drawn + 5)) << "only the number 0 hides it";
   peer_->send_envelope(Msg::CursorVisibility, 1, R"({"show":0})");
-  settle();
+  peer_->settle();
   const std::size_t encoded = count("Encode");
   ASSERT_TRUE(vantelink_fakes::wait_for("Encode", encoded + 3));
   const std::size_t hidden = count("Draw 0 0");
@@ -201,7 +182,7 @@ TEST_F(DispatchTest, InputAndAttentionGoStraightThrough) {
   peer_->send_envelope(Msg::InputEvent, 99, std::string("\x01\x03\x78\x00", 4), 0);
   peer_->send_envelope(Msg::InputEvent, 99, "", 0);
   peer_->send_envelope(Msg::SecureAttention, 0, "");
-  settle();
+  peer_->settle();
   EXPECT_EQ(vantelink_fakes::journal(),
             (Lines{"InjectInputBatch 4", "InjectInputBatch 0", "SendSecureAttention"}));
 }
@@ -231,7 +212,7 @@ TEST_F(DispatchTest, MessagesBehindASimulatedRestartAreLost) {
 TEST_F(DispatchTest, RealRestartLeavesTheConnectionToTheSystem) {
   script().simulate_reboot = false;
   peer_->send_envelope(Msg::Reboot, 77, R"({"ignored":1})");
-  settle();
+  peer_->settle();
   EXPECT_EQ(vantelink_fakes::journal(), (Lines{"reboot_machine"}));
 }
 
@@ -261,7 +242,7 @@ TEST_F(DispatchTest, EnrolmentIsStoredAndNotFollowedByALogin) {
   peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"new","agent_secret":"s3"})");
   ASSERT_TRUE(log_.wait_for("notice Registered with Maravek"));
   EXPECT_EQ(count("save_config new/s3"), 1u);
-  settle();
+  peer_->settle();
   EXPECT_EQ(log_.lines().back(), "notice Registered with Maravek")
       << "the status waits for the login's result";
   peer_->close();
@@ -290,7 +271,7 @@ TEST_F(DispatchTest, FailedAuthenticationForgetsTheIdentityBeforeTheReconnect) {
 TEST_F(DispatchTest, OtherErrorsAreNotices) {
   peer_->send_envelope(Msg::Error, 0, R"({"code":"AUTH_FAILED2","message":"try later"})");
   peer_->send_envelope(Msg::Error, 0, "");
-  settle();
+  peer_->settle();
   EXPECT_TRUE(log_.wait_for("notice try later"));
   EXPECT_TRUE(log_.wait_for("notice error"));
   EXPECT_EQ(count("save_config /"), 0u);
@@ -303,7 +284,7 @@ TEST_F(DispatchTest, MessagesThatFlowOnlyOutAndUnknownCodesDoNothing) {
             .find(static_cast<char>(code)) != std::string::npos;
     if (!known) peer_->send_envelope(static_cast<Msg>(code), 1, "{}");
   }
-  settle();
+  peer_->settle();
   EXPECT_TRUE(vantelink_fakes::journal().empty());
   EXPECT_EQ(log_.lines().back(), "status 1 0");
 }
@@ -312,7 +293,7 @@ TEST_F(DispatchTest, AdjustmentsWithoutAStreamDoNothing) {
   for (const Msg type : {Msg::KeyframeRequest, Msg::MonitorSelect, Msg::CodecSelect, Msg::CursorVisibility}) {
     peer_->send_envelope(type, 1, R"({"monitor_id":1,"codec":"mjpeg","show":0})");
   }
-  settle();
+  peer_->settle();
   EXPECT_TRUE(vantelink_fakes::journal().empty());
 }
 

@@ -1,51 +1,33 @@
 // Listings, downloads and uploads as the server asks for them, with real files behind.
 #include <gtest/gtest.h>
 
-#include "core/big_endian.h"
+#include <filesystem>
+#include <thread>
+
 #include "core/json.h"
+#include "support/file_requests.h"
 #include "support/temp_folder.h"
 #include "unit/core/link_fixture.h"
 
 namespace vlk::agent {
 namespace {
 
+using vantelink_test::FileRequests;
 using vantelink_test::TempFolder;
 
 constexpr std::size_t kChunk = 262144;
 
-class FilesDispatchTest : public LinkTest {
- protected:
-  void SetUp() override {
-    LinkTest::SetUp();
-    peer_ = connect(server_);
-  }
-  void TearDown() override {
-    LinkTest::TearDown();
-    peer_.reset();
-  }
-  void settle() {
-    peer_->send_envelope(Msg::Heartbeat, 0, "settle");
-    while (text_of(peer_->read_until(Msg::Heartbeat)) != "settle") {
-    }
-  }
-  // A request about a path, and perhaps a transfer.
-  void ask(Msg type, const std::string& path, std::int64_t transfer_id = 0) {
-    peer_->send_envelope(type, 12,
-                         JsonWriter().add_int("transfer_id", transfer_id).add_string("path", path).finish());
-  }
-  void chunk(std::uint32_t transfer_id, const std::string& bytes, std::uint32_t index = 0) {
-    unsigned char header[8];
-    put_u32_be(header, transfer_id);
-    put_u32_be(header + 4, index);
-    peer_->send_envelope(Msg::FileChunk, 12, std::string(reinterpret_cast<char*>(header), 8) + bytes, 0);
-  }
-  void end(std::int64_t transfer_id) {
-    peer_->send_envelope(Msg::FileTransferEnd, 12, JsonWriter().add_int("transfer_id", transfer_id).finish());
-  }
+// Of this process.
+std::size_t threads() {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
 
+class FilesDispatchTest : public OnlineTest, protected FileRequests {
+ protected:
+  FilesDispatchTest() : FileRequests(peer_) {}
+
+  const std::size_t threads_before_ = threads();
   const TempFolder folder_;
-  ScriptedServer server_{authority()};
-  std::unique_ptr<ServerConnection> peer_;
 };
 
 TEST_F(FilesDispatchTest, ListingIsSentToTheRequestsSession) {
@@ -105,6 +87,10 @@ TEST_F(FilesDispatchTest, DownloadMayOutliveTheClient) {
   peer_->read_until(Msg::FileChunk);
   // Its thread now fills the socket, which nobody reads, and finds the connection gone.
   client_.reset();
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (threads() > threads_before_ && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  EXPECT_LE(threads(), threads_before_) << "it has ended";
 }
 
 TEST_F(FilesDispatchTest, UploadAppendsChunksInOrderOfArrival) {
@@ -114,20 +100,20 @@ TEST_F(FilesDispatchTest, UploadAppendsChunksInOrderOfArrival) {
   chunk(5, "two,", 3);
   chunk(5, "three", 3);
   end(5);
-  settle();
+  peer_->settle();
   EXPECT_EQ(folder_.read("sub/file"), "one,two,three");
 }
 
 TEST_F(FilesDispatchTest, UploadOutlivesTheConnection) {
   ask(Msg::UploadBegin, folder_.windows_path("file"), 6);
   chunk(6, "before ");
-  settle();
+  peer_->settle();
   peer_->close();
   peer_ = server_.accept_upgraded();
   peer_->read_until(Msg::Login);
   chunk(6, "and after");
   end(6);
-  settle();
+  peer_->settle();
   EXPECT_EQ(folder_.read("file"), "before and after");
 }
 
@@ -146,7 +132,7 @@ TEST_F(FilesDispatchTest, TruncatedAndUnknownMessagesChangeNothing) {
   }
   peer_->send_envelope(Msg::FileChunk, 12, whole, 0);
   end(0x01020304);
-  settle();
+  peer_->settle();
   EXPECT_EQ(folder_.read("file"), "x");
 }
 
@@ -160,7 +146,7 @@ TEST_F(FilesDispatchTest, UploadSizesOfAnyKindAreIgnored) {
                              .finish());
     chunk(8, size);
     end(8);
-    settle();
+    peer_->settle();
     EXPECT_EQ(folder_.read("file"), size);
   }
 }

@@ -113,8 +113,14 @@ std::unique_ptr<ServerConnection> LinkTest::connect(ScriptedServer& server) {
   return connection;
 }
 
-std::string text_of(const Envelope& envelope) {
-  return {envelope.payload.begin(), envelope.payload.end()};
+void OnlineTest::SetUp() {
+  LinkTest::SetUp();
+  peer_ = connect(server_);
+}
+
+void OnlineTest::TearDown() {
+  LinkTest::TearDown();
+  peer_.reset();
 }
 
 }  // namespace vlk::agent

@@ -20,6 +20,7 @@ using vantelink_test::Milliseconds;
 using vantelink_test::ScriptedServer;
 using vantelink_test::ServerConnection;
 using vantelink_test::TestAuthority;
+using vantelink_test::text_of;
 
 // What the callbacks were told, in order, one line a call.
 class CallbackLog {
@@ -77,6 +78,14 @@ class LinkTest : public testing::Test {
   std::unique_ptr<AgentClient> client_;
 };
 
-std::string text_of(const Envelope& envelope);
+// With a client that is logged in from the start.
+class OnlineTest : public LinkTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  ScriptedServer server_{authority()};
+  std::unique_ptr<ServerConnection> peer_;
+};
 
 }  // namespace vlk::agent

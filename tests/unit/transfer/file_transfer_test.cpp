@@ -89,6 +89,11 @@ void put(std::uint32_t transfer_id, const std::string& bytes) {
   WriteUploadChunk(transfer_id, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 }
 
+// Of this process.
+std::size_t open_files() {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
 // The sizes of the chunks' file bytes for a file of that size; checks everything else on the way.
 std::vector<std::size_t> download_of(std::size_t size) {
   const TempFolder folder;
@@ -281,7 +286,9 @@ TEST(Upload, UnknownIdsAreIgnored) {
 TEST(Upload, PathsThatMakeNoSenseOpenNothing) {
   for (const std::string& path : {std::string(), std::string("\\"), std::string("C:\\"),
                                   std::string(100'000, 'x'), std::string("\0\0\0\0\0", 5)}) {
+    const std::size_t before = open_files();
     BeginUpload(6, path, 0);
+    EXPECT_EQ(open_files(), before) << path.size();
     put(6, "x");
     EndUpload(6);
   }
@@ -289,10 +296,13 @@ TEST(Upload, PathsThatMakeNoSenseOpenNothing) {
 
 TEST(Upload, FullDiskGoesUnnoticed) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP();
+  const std::size_t before = open_files();
   BeginUpload(1, "C:\\dev\\full", 0);
   put(1, std::string(1 << 20, 'x'));
   put(1, "y");
+  EXPECT_EQ(open_files(), before + 1) << "the transfer carries on";
   EndUpload(1);
+  EXPECT_EQ(open_files(), before);
 }
 
 }  // namespace

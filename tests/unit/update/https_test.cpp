@@ -87,25 +87,27 @@ TEST_F(HttpsTest, AnythingButStatus200LeavesTheBodyUntouched) {
 
 TEST_F(HttpsTest, ServerOfAnyCertificateIsAccepted) {
   const TestAuthority stranger;
-  ScriptedServer server(stranger, {.names = {"elsewhere.example"}});
-  auto fetched = fetch(server);
-  const auto connection = server.accept();
-  ASSERT_TRUE(connection->handshake());
-  connection->read_request();
-  connection->send("HTTP/1.1 200 OK\r\n\r\nbody");
-  connection->close();
-  EXPECT_EQ(fetched.get().body, "body");
+  for (const bool self_signed : {false, true}) {
+    ScriptedServer server(stranger, {.names = {"elsewhere.example"}, .self_signed = self_signed});
+    auto fetched = fetch(server);
+    const auto connection = server.accept();
+    ASSERT_TRUE(connection->handshake());
+    connection->read_request();
+    connection->send("HTTP/1.1 200 OK\r\n\r\nbody");
+    connection->close();
+    EXPECT_EQ(fetched.get().body, "body");
+  }
 }
 
 TEST_F(HttpsTest, ServerMayCloseAtEveryByteOfTheResponse) {
   const std::string response = "HTTP/1.1 200 OK\r\nX: y\r\n\r\nbody";
   const std::size_t head = response.size() - 4;
   for (std::size_t size = 0; size <= response.size(); ++size) {
-    for (const bool gracefully : {false, true}) {
+    for (const auto end : {&ServerConnection::close, &ServerConnection::cut_off, &ServerConnection::abort}) {
       auto fetched = fetch(server_);
       const auto connection = accept();
       connection->send(std::string_view(response).substr(0, size));
-      gracefully ? connection->close() : connection->abort();
+      (*connection.*end)();
       const Fetched result = fetched.get();
       EXPECT_EQ(result.good, size >= head) << size;
       EXPECT_EQ(result.body, size >= head ? response.substr(head, size - head) : "untouched") << size;
