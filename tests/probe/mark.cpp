@@ -1,5 +1,5 @@
 // A program that does nothing but leave a mark: a file of its own name with ".mark" behind it, which holds
-// the arguments that it was given, one a line. It stands in for an installer.
+// the arguments that it was given, one a line, and appears once it is whole. It stands in for an installer.
 #include <windows.h>
 
 #include <cstdio>
@@ -8,9 +8,12 @@
 int wmain(int count, wchar_t** words) {
   wchar_t path[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::FILE* const mark = _wfopen((std::wstring(path) + L".mark").c_str(), L"wb");
+  const std::wstring name = std::wstring(path) + L".mark";
+  const std::wstring unfinished = name + L"ing";
+  std::FILE* const mark = _wfopen(unfinished.c_str(), L"wb");
   if (mark == nullptr) return 1;
   for (int i = 1; i < count; ++i)
     std::fwprintf(mark, L"%ls\n", words[i]);
-  return std::fclose(mark);
+  if (std::fclose(mark) != 0) return 1;
+  return MoveFileExW(unfinished.c_str(), name.c_str(), MOVEFILE_REPLACE_EXISTING) ? 0 : 1;
 }

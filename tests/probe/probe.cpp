@@ -3,27 +3,33 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "platform/text.h"
 #include "platform/win32_handles.h"
+#include "support/file_bytes.h"
 
 namespace {
 
-constexpr UINT kAnswerTime = 5000;  // milliseconds that another process may take over a message
+constexpr UINT kAnswerTime = 30000;  // milliseconds that other processes may take
 constexpr wchar_t kAgentClass[] = L"VantelinkAgent";
 constexpr wchar_t kSettingsKey[] = L"Software\\Maravek\\Vantelink";
 constexpr wchar_t kRunKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Run";
 
+// Ends the probe if the window is there and does not answer. One that has gone meanwhile answers 0.
 LRESULT ask(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   DWORD_PTR answer = 0;
-  SendMessageTimeoutW(window, message, wparam, lparam, SMTO_ABORTIFHUNG, kAnswerTime, &answer);
+  if (!SendMessageTimeoutW(window, message, wparam, lparam, SMTO_NORMAL, kAnswerTime, &answer) &&
+      IsWindow(window)) {
+    std::fprintf(stderr, "a window does not answer message 0x%X\n", message);
+    std::exit(1);
+  }
   return static_cast<LRESULT>(answer);
 }
 
@@ -203,8 +209,7 @@ class OpenClipboardHere {
 
 // Replaces what the clipboard holds with one block, the file's bytes.
 int copy(UINT format, const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const std::string bytes = vantelink_test::file_bytes(path);
   const OpenClipboardHere clipboard;
   if (!clipboard || !EmptyClipboard()) return 1;
   vlk::UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, bytes.size()));
