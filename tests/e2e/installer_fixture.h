@@ -7,6 +7,7 @@
 #include <set>
 
 #include "e2e/redirect_fixture.h"
+#include "support/file_bytes.h"
 #include "update/version.h"
 
 namespace vantelink_test {
@@ -17,11 +18,6 @@ inline constexpr char kUninstallKey[] =
     "HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VantelinkAgent";
 inline constexpr char kRunKey[] = "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Run";
 inline constexpr char kChild[] = "--from-service";
-
-inline std::string bytes_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 class InstallerTest : public RedirectTest {
  protected:
@@ -39,7 +35,7 @@ class InstallerTest : public RedirectTest {
   }
   static std::string newer_agent() {
     const std::string path = folder + "/newer.exe";
-    std::string bytes = bytes_of(kAgent);
+    std::string bytes = file_bytes(kAgent);
     const std::string old = vlk::agent::kUpdateVersion + std::string(1, '\0');
     const std::size_t at = bytes.find(old);
     if (at == std::string::npos || bytes.find(old, at + 1) != std::string::npos) {
@@ -79,7 +75,7 @@ class InstallerTest : public RedirectTest {
     return text.find(kNewVersion) != std::string::npos ? kNewVersion : vlk::agent::kUpdateVersion;
   }
   static bool installed_is(const std::string& agent) {
-    return bytes_of(installed + "VantelinkAgent.exe") == bytes_of(agent);
+    return file_bytes(installed + "VantelinkAgent.exe") == file_bytes(agent);
   }
 
   static auto files_of_installation() {

@@ -20,7 +20,7 @@ class InstallerUpdateTest : public InstallerTest {
     relay_ = std::make_unique<RelayProcess>(
         data,
         std::vector<std::string>{"--updates", folder + "/new", "--host", vlk::agent::default_server_host()});
-    std::ofstream(folder + "/ca.pem") << bytes_of(data + "/relay-cert.pem");
+    std::ofstream(folder + "/ca.pem") << file_bytes(data + "/relay-cert.pem");
     lead_to(relay_->port());
   }
   void TearDown() override {

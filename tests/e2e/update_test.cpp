@@ -1,10 +1,10 @@
 // Updates from the server's manifest to the started installer, on the unmodified executable.
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <utility>
 
 #include "e2e/shell_fixture.h"
+#include "support/file_bytes.h"
 
 namespace vantelink_test {
 namespace {
@@ -25,11 +25,6 @@ std::string offer_of(const std::string& version, const std::string& file = "Setu
   return ok("{\"agent_version\":\"" + version + "\",\"agent_file\":\"" + file + "\"}");
 }
 
-std::string file_text(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 class UpdateTest : public ShellTest {
  protected:
   void SetUp() override {
@@ -48,7 +43,8 @@ class UpdateTest : public ShellTest {
       if (request_.starts_with("GET /version.json ")) {
         check_ = request_;
         connection->send(response);
-        connection->close();
+        SSL_shutdown(connection->ssl());
+        EXPECT_TRUE(connection->wait_closed()) << "not before it has read all of the response";
       } else {
         connection->accept_upgrade();
         peer_ = std::move(connection);
@@ -96,7 +92,7 @@ class UpdateTest : public ShellTest {
   }
 
   static std::string temp() { return desk->host("echo \"$WINEPREFIX\"/drive_c/users/*/Temp") + '/'; }
-  static std::string installer() { return file_text(VANTELINK_SOURCE_DIR "/build/windows/tests/mark.exe"); }
+  static std::string installer() { return file_bytes(VANTELINK_SOURCE_DIR "/build/windows/tests/mark.exe"); }
 
   std::unique_ptr<ServerConnection> peer_;
   std::string check_;    // the request for the manifest
@@ -198,9 +194,9 @@ TEST_F(UpdateTest, InstallFetchesTheFileStartsItAndEndsTheAgent) {
   download->close();
   EXPECT_TRUE(peer_->wait_closed());
   EXPECT_TRUE(eventually([&] { return !running(); }));
-  EXPECT_TRUE(file_text(path) == installer());
+  EXPECT_TRUE(file_bytes(path) == installer());
   EXPECT_TRUE(eventually([&] { return std::ifstream(path + ".mark").is_open(); })) << "it was not started";
-  EXPECT_EQ(file_text(path + ".mark"), "") << "it is told nothing";
+  EXPECT_EQ(file_bytes(path + ".mark"), "") << "it is told nothing";
 }
 
 TEST_F(UpdateTest, FailedAndEmptyDownloadsAreToldAndTheAgentGoesOn) {
@@ -239,7 +235,7 @@ TEST_F(UpdateTest, SeparatorsInTheNameTakeEffectAndAFileThatCannotBeStartedEndsT
   download->send(ok("this is no program"));
   download->close();
   EXPECT_TRUE(eventually([&] { return !running(); }));
-  EXPECT_EQ(file_text(temp() + "../Beside.exe"), "this is no program");
+  EXPECT_EQ(file_bytes(temp() + "../Beside.exe"), "this is no program");
 }
 
 TEST_F(UpdateTest, SenselessManifestsAreNoOffer) {
