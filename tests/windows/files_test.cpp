@@ -7,7 +7,9 @@
 #include <mutex>
 
 #include "core/json.h"
+#include "platform/paths_win32.h"
 #include "platform/text.h"
+#include "support/file_bytes.h"
 #include "tests/windows/seam.h"
 #include "transfer/directory.h"
 #include "transfer/file_system.h"
@@ -72,11 +74,9 @@ using Lines = std::vector<std::wstring>;
 class Files : public testing::Test {
  protected:
   void SetUp() override {
-    wchar_t folder[MAX_PATH];
-    GetTempPathW(MAX_PATH, folder);
     // One for each test: a file that stays open keeps its folder.
     static int number = 0;
-    root_ = std::wstring(folder) + L"vlk-files-" + std::to_wstring(++number);
+    root_ = temporary_folder() + L"vlk-files-" + std::to_wstring(++number);
     std::filesystem::create_directory(root_);
     drives = 0;
     forget();
@@ -96,10 +96,7 @@ class Files : public testing::Test {
   void write(const wchar_t* name, const std::string& bytes) const {
     std::ofstream(std::filesystem::path(below(name)), std::ios::binary) << bytes;
   }
-  std::string read(const wchar_t* name) const {
-    std::ifstream file(std::filesystem::path(below(name)), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  }
+  std::string read(const wchar_t* name) const { return vantelink_test::file_bytes(below(name)); }
   std::string list() const { return ListDirectory(WideToUtf8(root_)); }
 
   std::wstring root_;
