@@ -11,6 +11,8 @@ import { until } from './support/waiting.mjs';
 const shared = fixture();
 /** For this long the console keeps what it handed to the browser. */
 const KEEP_MS = 60_000;
+/** How often the console's link looks after its ping. */
+const PING_EVERY_MS = 2000;
 const KiB = 1024;
 const MiB = 1024 * KiB;
 const sha = (bytes) => createHash('sha256').update(bytes).digest('hex');
@@ -375,12 +377,24 @@ test('an upload waits for a machine that does not read, with little under way an
     WebSocket.prototype.send = function (data) {
       send.call(this, data);
       window.mostWaiting = Math.max(window.mostWaiting, this.bufferedAmount);
-    };` } });
+    };
+    window.ahead = 0;
+    const now = performance.now.bind(performance);
+    performance.now = () => now() + window.ahead;
+    window.looks = 0;
+    const every = window.setInterval;
+    window.setInterval = (act, ms) => every(() => { act(); if (ms === ${PING_EVERY_MS}) window.looks++; }, ms);` } });
   await inUsers(p);
   await p.setInputFiles('#files-input', [{ name: 'slow.bin', mimeType: 'a/b', buffer: data }]);
   await until('it has begun', () => machine.uploadTo('C:\\Users\\slow.bin'));
   agent.socket.pause();
   await until('a ping waits behind it', async () => (await p.locator('#status-line').innerText()).includes('unstable link'));
+  // Longer than a silent relay is waited for when there is nothing that holds it up.
+  const looks = await p.evaluate(() => {
+    window.ahead += 20_000;
+    return window.looks;
+  });
+  await until('the link has looked at its ping', () => p.evaluate((before) => window.looks >= before + 2, looks));
   assert.equal(await row(p, 'slow.bin').getAttribute('data-state'), 'running');
   assert.equal(await page.note(), '');
   agent.socket.resume();
