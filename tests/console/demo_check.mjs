@@ -84,10 +84,9 @@ async function sameAsDesktop(canvas, name, ...areas) {
 
 async function session(page) {
   await page.goto(options.url);
-  await page.locator('input[type=password]').waitFor();
-  await page.locator('input:not([type=password]):visible').first().fill(options.user);
-  await page.locator('input[type=password]').fill(process.env.PASSWORD);
-  await page.keyboard.press('Enter');
+  await page.fill('#login-name', options.user);
+  await page.fill('#login-password', process.env.PASSWORD);
+  await page.click('#login-submit');
   console.log('ok  logged in');
 
   await page.getByText(options.machine).first().waitFor({ timeout: DEADLINE_MS });
