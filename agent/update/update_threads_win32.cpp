@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <new>
 
-#include "core/thread_records.h"
 #include "platform/detached_thread.h"
 #include "platform/paths_win32.h"
 #include "platform/text.h"
+#include "platform/thread_records.h"
 #include "platform/window_messages_win32.h"
 #include "transfer/file_system.h"
 #include "update/update.h"
