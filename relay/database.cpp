@@ -64,7 +64,9 @@ Statement& Statement::bind(std::int64_t number) {
 }
 
 Statement& Statement::bind(const std::vector<std::uint8_t>& bytes) {
-  check(sqlite3_bind_blob64(statement_.get(), next_++, bytes.data(), bytes.size(), SQLITE_TRANSIENT));
+  // SQLite takes a null pointer for NULL, which compares with nothing.
+  const void* data = bytes.empty() ? static_cast<const void*>("") : bytes.data();
+  check(sqlite3_bind_blob64(statement_.get(), next_++, data, bytes.size(), SQLITE_TRANSIENT));
   return *this;
 }
 

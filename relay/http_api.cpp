@@ -14,9 +14,6 @@ namespace http = boost::beast::http;
 namespace vlk::relay {
 namespace {
 
-constexpr std::size_t kShortestPassword = 10;  // characters' bytes
-constexpr std::size_t kLongestPassword =
-    1024;  // bytes: more than anybody types, less than would keep us busy
 constexpr std::size_t kTokenBytes = 32;
 constexpr std::string_view kAgentsPath = "/api/agents/";
 
@@ -160,9 +157,8 @@ asio::awaitable<Reply> HttpApi::change_password(const Request& request, const Lo
   const nlohmann::json body = body_of(request);
   const std::string old_password = whole_text(body, "old");
   const std::string new_password = whole_text(body, "new");
-  if (new_password.size() < kShortestPassword || new_password.size() > kLongestPassword) {
-    co_return error_reply(request, HttpStatus::bad_request, "The new password needs at least 10 characters.");
-  }
+  if (const std::string fault = password_fault(new_password); !fault.empty())
+    co_return error_reply(request, HttpStatus::bad_request, "The new password " + fault + '.');
   if (locked_out(login.user, source)) {
     co_return error_reply(request, HttpStatus::too_many_requests,
                           "Too many failures. Wait ten minutes and try again.");

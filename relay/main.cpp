@@ -13,7 +13,6 @@ namespace {
 using namespace vlk::relay;
 
 constexpr int kUsage = 2;
-constexpr std::size_t kShortestPassword = 10;  // bytes
 
 // The data folder with its database; the folder is the owner's alone.
 std::string database_file(const std::string& data) {
@@ -28,10 +27,11 @@ std::string database_file(const std::string& data) {
 std::string take_password(const std::string& user) {
   std::string password;
   std::getline(std::cin, password);
-  if (!password.empty() && password.size() < kShortestPassword) {
-    throw std::runtime_error("a password needs at least 10 characters; nothing was changed");
+  if (!password.empty()) {
+    const std::string fault = password_fault(password);
+    if (!fault.empty()) throw std::runtime_error("a password " + fault + "; nothing was changed");
+    return password;
   }
-  if (!password.empty()) return password;
   password = random_password();
   std::cout << "The password of \"" << user << "\" is " << password << "\n";
   return password;

@@ -47,6 +47,14 @@ bool same_hash(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_
   return a.size() == b.size() && sodium_memcmp(a.data(), b.data(), a.size()) == 0;
 }
 
+std::string password_fault(const std::string& password) {
+  if (password.size() < kShortestPassword)
+    return "needs at least " + std::to_string(kShortestPassword) + " characters";
+  if (password.size() > kLongestPassword)
+    return "can have at most " + std::to_string(kLongestPassword) + " bytes";
+  return {};
+}
+
 std::string hash_password(const std::string& password) {
   std::string hash(crypto_pwhash_STRBYTES, '\0');
   if (crypto_pwhash_str(hash.data(), password.data(), password.size(), crypto_pwhash_OPSLIMIT_INTERACTIVE,

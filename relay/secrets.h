@@ -28,6 +28,12 @@ std::vector<std::uint8_t> hash_secret(std::string_view secret);
 // Compares two hashes in a time that does not depend on where they differ.
 bool same_hash(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b);
 
+// In bytes. The longest is more than anybody types and less than would keep the relay busy.
+inline constexpr std::size_t kShortestPassword = 10;
+inline constexpr std::size_t kLongestPassword = 1024;
+// What is wrong with a new password, to follow its subject in a sentence; empty if nothing.
+std::string password_fault(const std::string& password);
+
 // argon2id with libsodium's interactive cost: some 64 MiB and a tenth of a second, so not for the event loop.
 // Throws std::runtime_error when the memory is not to be had.
 std::string hash_password(const std::string& password);

@@ -19,7 +19,6 @@
 namespace vantelink_test {
 namespace {
 
-constexpr char kProgram[] = VANTELINK_SOURCE_DIR "/build/host/vantelink-relay";
 constexpr std::chrono::seconds kStart{30};
 
 [[noreturn]] void become_relay(const std::vector<std::string>& words, const std::string& log) {
@@ -33,16 +32,20 @@ constexpr std::chrono::seconds kStart{30};
   for (const std::string& word : words)
     arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
-  ::execv(kProgram, arguments.data());
+  ::execv(words.front().c_str(), arguments.data());
   ::_exit(127);
 }
 
 }  // namespace
 
+std::string RelayProcess::program() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "vantelink-relay";
+}
+
 RelayProcess::RelayProcess(const std::string& data, const std::vector<std::string>& arguments)
     : log_path_(data + "/relay.log") {
   std::filesystem::create_directories(data);
-  std::vector<std::string> words = {kProgram, "--address", "127.0.0.1", "--port", "0", "--data", data};
+  std::vector<std::string> words = {program(), "--address", "127.0.0.1", "--port", "0", "--data", data};
   words.insert(words.end(), arguments.begin(), arguments.end());
   pid_ = ::fork();
   if (pid_ < 0) throw std::runtime_error("cannot start a process");

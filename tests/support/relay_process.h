@@ -18,6 +18,8 @@ class RelayProcess {
   RelayProcess(const RelayProcess&) = delete;
   RelayProcess& operator=(const RelayProcess&) = delete;
 
+  // Its path: it lies in the tree that the test was built in.
+  static std::string program();
   int port() const { return port_; }
   std::string log() const;  // so far
   // How often the log holds the text.

@@ -1,0 +1,93 @@
+// The relay's program as its operator starts it: the first start, and representatives' passwords.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "relay/browser.h"
+#include "support/relay_process.h"
+#include "support/temp_folder.h"
+
+namespace vlk::relay {
+namespace {
+
+using vantelink_test::RelayProcess;
+
+unsigned log_in(const RelayProcess& relay, const std::string& name, const std::string& password,
+                std::string* cookie = nullptr) {
+  const auto answer = Browser(static_cast<unsigned short>(relay.port()))
+                          .request("POST", "/api/login", Json{{"name", name}, {"password", password}}.dump());
+  if (cookie) *cookie = answer.cookie;
+  return answer.status;
+}
+
+// The word behind `text`; empty if the output does not hold it.
+std::string word_behind(const std::string& text, const std::string& output) {
+  const std::size_t at = output.find(text);
+  if (at == std::string::npos) return {};
+  return output.substr(at + text.size(), output.find('\n', at) - at - text.size());
+}
+
+class ProgramTest : public testing::Test {
+ protected:
+  // Runs the program to its end with a line of input; its exit code, and what it wrote in `output_`.
+  int run(const std::string& arguments, const std::string& line) {
+    folder_.write("input", line + '\n');
+    const std::string folder = folder_.path();
+    const std::string command = RelayProcess::program() + " --data " + data_ + ' ' + arguments + " < " +
+                                folder + "/input > " + folder + "/output 2>&1";
+    const int status = std::system(command.c_str());
+    output_ = folder_.read("output");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  vantelink_test::TempFolder folder_;
+  const std::string data_ = folder_.path() / "data";
+  std::string output_;
+};
+
+constexpr char kFirst[] = "Log in to the console as \"admin\" with the password ";
+
+TEST_F(ProgramTest, FirstStartMakesARepresentativeAndShowsThePasswordOnce) {
+  std::string password;
+  {
+    const RelayProcess relay(data_, {});
+    password = word_behind(kFirst, relay.log());
+    EXPECT_EQ(password.size(), 23u) << relay.log();
+    EXPECT_EQ(log_in(relay, "admin", password), 200u);
+  }
+  const RelayProcess again(data_, {});
+  EXPECT_EQ(again.logged("password"), 0) << again.log();
+  EXPECT_EQ(log_in(again, "admin", password), 200u);
+}
+
+TEST_F(ProgramTest, NewPasswordEndsAllLoginsAtARunningRelay) {
+  const RelayProcess relay(data_, {});
+  const std::string old_password = word_behind(kFirst, relay.log());
+  std::string cookie;
+  ASSERT_EQ(log_in(relay, "admin", old_password, &cookie), 200u);
+  ASSERT_EQ(run("--set-password admin", "a new password"), 0) << output_;
+  Browser browser(static_cast<unsigned short>(relay.port()));
+  EXPECT_EQ(browser.request("GET", "/api/me", {}, cookie).status, 401u);
+  EXPECT_EQ(log_in(relay, "admin", old_password), 401u);
+  EXPECT_EQ(log_in(relay, "admin", "a new password"), 200u);
+  EXPECT_EQ(run("--set-password nobody", "a new password"), 1);
+}
+
+TEST_F(ProgramTest, OnlyPasswordsThatOneCanLogInWithAreTaken) {
+  EXPECT_EQ(run("--add-user ada", "too short"), 1);
+  EXPECT_EQ(output_, "vantelink-relay: a password needs at least 10 characters; nothing was changed\n");
+  EXPECT_EQ(run("--add-user ada", std::string(1025, 'x')), 1);
+  EXPECT_EQ(output_, "vantelink-relay: a password can have at most 1024 bytes; nothing was changed\n");
+  const std::string longest(1024, 'x');
+  EXPECT_EQ(run("--add-user ada", longest), 0) << output_;
+  EXPECT_EQ(run("--add-user bjarni", ""), 0);
+  const std::string made = word_behind("The password of \"bjarni\" is ", output_);
+  const RelayProcess relay(data_, {});
+  EXPECT_EQ(log_in(relay, "ada", longest), 200u);
+  EXPECT_EQ(log_in(relay, "bjarni", made), 200u);
+}
+
+}  // namespace
+}  // namespace vlk::relay
