@@ -111,6 +111,12 @@ void HttpApi::count_failure(const std::string& user, const std::string& source) 
   failures_by_address_.add(source, now);
 }
 
+// Who knows the password starts anew; what others at that address tried stays.
+void HttpApi::take_failure_back(const std::string& user, const std::string& source) {
+  failures_by_name_.forget(user + '\n' + source);
+  failures_by_address_.take_back(source);
+}
+
 asio::awaitable<Reply> HttpApi::log_in(const Request& request, const std::string& peer,
                                        const std::string& source) {
   const nlohmann::json body = body_of(request);
@@ -134,7 +140,7 @@ asio::awaitable<Reply> HttpApi::log_in(const Request& request, const std::string
     co_return error_reply(request, HttpStatus::unauthorized,
                           "That name and password do not belong together.");
   }
-  failures_by_name_.forget(user + '\n' + source);
+  take_failure_back(user, source);
   const std::string token = random_token(kTokenBytes);
   store_.add_login(hash_secret(token), user, wall_seconds() + limits_.login.count());
   hub_.audit({"login", user, "", peer, ""});
@@ -168,7 +174,7 @@ asio::awaitable<Reply> HttpApi::change_password(const Request& request, const Lo
   const bool right = co_await verify(stored.value_or(no_user_hash_), old_password);
   if (!stored || !right)
     co_return error_reply(request, HttpStatus::unauthorized, "The old password is wrong.");
-  failures_by_name_.forget(login.user + '\n' + source);
+  take_failure_back(login.user, source);
   const auto work = [new_password]() -> asio::awaitable<std::string> {
     co_return hash_password(new_password);
   };

@@ -42,6 +42,7 @@ class HttpApi {
   boost::asio::awaitable<bool> verify(std::string hash, std::string password);
   bool locked_out(const std::string& user, const std::string& source);
   void count_failure(const std::string& user, const std::string& source);
+  void take_failure_back(const std::string& user, const std::string& source);
 
   Hub& hub_;
   Store& store_;

@@ -25,6 +25,13 @@ void RateCounter::add(const std::string& key, Clock::time_point now) {
   if (times.size() > limit_) times.pop_front();
 }
 
+void RateCounter::take_back(const std::string& key) {
+  const auto found = events_.find(key);
+  if (found == events_.end()) return;
+  found->second.pop_back();
+  if (found->second.empty()) events_.erase(found);
+}
+
 void RateCounter::make_room(Clock::time_point now) {
   if (events_.size() < max_keys_) return;
   std::erase_if(events_, [&](const auto& entry) { return now - entry.second.back() >= window_; });

@@ -19,6 +19,7 @@ class RateCounter {
 
   bool exhausted(const std::string& key, Clock::time_point now);
   void add(const std::string& key, Clock::time_point now);
+  void take_back(const std::string& key);  // the newest event
   void forget(const std::string& key) { events_.erase(key); }
   std::size_t keys() const { return events_.size(); }
 
