@@ -109,19 +109,23 @@ class AgentSession {
     const bool same = same_hash(stored.value_or(Bytes(32)), hash_secret(text_field(fields, "secret")));
     if (!stored || !same) {
       log("log-in refused for agent \"" + id + "\": " + (stored ? "wrong secret" : "unknown"));
-      context_.hub.audit({"agent-refused", "", id, peer_->address, stored ? "wrong secret" : "unknown"});
+      note_refusal(id, stored ? "wrong secret" : "unknown");
       send_error("AUTH_FAILED", "This machine is not known to the relay.");
       peer_->refused = true;
       return peer_->socket->close(boost::beast::websocket::policy_error, "log-in refused", kRefusalDeadline);
     }
-    AgentRecord record;
-    for (AgentRecord& known : context_.store.agents()) {
-      if (known.id == id) record = std::move(known);
-    }
+    AgentRecord record = context_.hub.record(id);
     const std::string name = text_field(fields, "name");
     if (record.name != name) context_.store.rename_agent(id, name);
     record.name = name;
     go_online(record);
+  }
+
+  // Anybody can make these, and each waits for the disk.
+  void note_refusal(const std::string& id, const char* why) {
+    if (context_.refusals.exhausted(source_, Clock::now())) return;
+    context_.refusals.add(source_, Clock::now());
+    context_.hub.audit({"agent-refused", "", id, peer_->address, why});
   }
 
   void go_online(const AgentRecord& record) {
@@ -131,6 +135,8 @@ class AgentSession {
   }
 
   void handle(const EnvelopeHeader& header, const Bytes& message) {
+    // JSON takes many times its length in memory, and anybody may enrol.
+    if (message.size() > context_.limits.control_message) return ignore(header.type, "an oversized");
     switch (header.type) {
       case Msg::Heartbeat:
         return heartbeat(message);
@@ -145,10 +151,15 @@ class AgentSession {
       case Msg::Login:
         return refuse_order("it has logged in already");
       default:
-        if (!strange_logged_)
-          log("ignored a message of type " + std::to_string(static_cast<int>(header.type)));
-        strange_logged_ = true;
+        ignore(header.type, "a");
     }
+  }
+
+  // Told once a connection.
+  void ignore(Msg type, const char* article) {
+    if (!strange_logged_)
+      log(std::string("ignored ") + article + " message of type " + std::to_string(static_cast<int>(type)));
+    strange_logged_ = true;
   }
 
   void heartbeat(const Bytes& message) {

@@ -17,7 +17,9 @@ struct AgentContext {
   Store& store;
   const Log& log;
   const Limits& limits;
-  RateCounter& enrolments;  // per address
+  // Per address.
+  RateCounter& enrolments;
+  RateCounter& refusals;  // of log-ins; more are not kept in the audit trail
 };
 
 // Serves one agent until its connection ends. `source` is the address without port, as far as it is counted.

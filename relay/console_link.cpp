@@ -32,7 +32,7 @@ class ConsoleSession {
 
  private:
   void control(const Bytes& text) {
-    if (text.size() > limits_.browser_text) return hub_.error(*peer_, "That message is too long.");
+    if (text.size() > limits_.control_message) return hub_.error(*peer_, "That message is too long.");
     const nlohmann::json message = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
     if (!message.is_object()) return hub_.error(*peer_, "That is no JSON object.");
     const std::string type = text_field(message, "type");

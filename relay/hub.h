@@ -67,6 +67,8 @@ class Hub {
   void remove_agent(const std::shared_ptr<AgentPeer>& peer);
   void renamed(AgentPeer& peer, const std::string& name);
   void heartbeat_echo(AgentPeer& peer, std::uint32_t number);
+  // As stored. The agent must have enrolled.
+  const AgentRecord& record(const std::string& agent_id) const { return records_.at(agent_id); }
 
   // Representatives' browsers.
   void add_console(const std::shared_ptr<ConsolePeer>& peer);

@@ -31,7 +31,7 @@ struct Limits {
   std::size_t unauthenticated_message = 4096;    // bytes of one message before the log-in
   std::size_t agent_message = (64u << 20) + 10;  // bytes of one message of an agent, header included
   std::size_t browser_message = (8u << 20) + 10;
-  std::size_t browser_text = 4096;  // bytes of one control message
+  std::size_t control_message = 4096;  // bytes of one that the relay itself reads
   std::size_t http_header = 16 * 1024;
   std::size_t http_body = 64 * 1024;
   std::size_t connections = 8192;
@@ -41,7 +41,8 @@ struct Limits {
   std::size_t failures_per_name = 10;     // wrong passwords for one name from one address
   std::size_t failures_per_address = 50;  // and from one address over all names
   std::size_t enrolments_per_address = 30;
-  std::size_t counted_keys = 10'000;  // names and addresses remembered at most
+  std::size_t refusals_per_address = 30;  // of agents' log-ins that the audit trail keeps
+  std::size_t counted_keys = 10'000;      // names and addresses remembered at most
 };
 
 }  // namespace vlk::relay

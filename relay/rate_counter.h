@@ -1,5 +1,5 @@
-// Counts events per key within a sliding window: wrong passwords per name and address, enrolments per
-// address.
+// Counts events per key within a sliding window: wrong passwords per name and address, enrolments and refused
+// log-ins of agents per address.
 #pragma once
 
 #include <cstddef>

@@ -74,7 +74,8 @@ Server::Server(const Settings& settings, Store& store, const Log& log, const Lim
       hub_(store, log, limits),
       api_(hub_, store, log, limits),
       enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
-      agents_{hub_, store, log, limits, enrolments_} {
+      refusals_(limits.refusals_per_address, limits.failure_window, limits.counted_keys),
+      agents_{hub_, store, log, limits, enrolments_, refusals_} {
   asio::co_spawn(io_, accept(), asio::detached);
   asio::co_spawn(io_, tick(), asio::detached);
 }

@@ -60,6 +60,7 @@ class Server {
   Hub hub_;
   HttpApi api_;
   RateCounter enrolments_;
+  RateCounter refusals_;
   AgentContext agents_;
   std::size_t connections_ = 0;
   bool stopping_ = false;

@@ -50,7 +50,7 @@ void Store::create_schema() {
 }
 
 std::vector<AgentRecord> Store::agents() {
-  Statement query(database_, "SELECT id, name, machine, os, hw_id, last_seen FROM agents ORDER BY name, id");
+  Statement query(database_, "SELECT id, name, machine, os, hw_id, last_seen FROM agents");
   std::vector<AgentRecord> result;
   while (query.step()) {
     result.push_back(

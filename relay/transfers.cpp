@@ -155,6 +155,7 @@ TransferRuling Transfers::end(Numbers& numbers, Bytes& message) {
   return {TransferRuling::Kind::Swallow, {}, *number};
 }
 
+  if (!is_chunk && message.size() > kLongestEnd) return {false};
 Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const Bytes& message) {
   const auto of_session = sessions_.find(session);
   if (of_session == sessions_.end()) return {};

@@ -73,6 +73,7 @@ class Transfers {
 
  private:
   struct Transfer {
+  static constexpr std::size_t kLongestEnd = 4096;   // bytes of a machine's word that a download is over
     enum class State { Given, Download, Unwanted, Upload };
     State state = State::Given;
     std::uint64_t bytes = 0;
