@@ -20,6 +20,7 @@ class ConsoleSession {
     peer_->socket->set_read_limit(limits_.browser_message);
     while (auto incoming = co_await peer_->socket->read()) {
       if (peer_->socket->closing()) continue;
+      peer_->paused = true;
       if (incoming->text) {
         control(incoming->bytes);
       } else {
@@ -27,6 +28,8 @@ class ConsoleSession {
       }
       // Answers that the browser does not read must not pile up.
       co_await peer_->socket->room();
+      peer_->paused = false;
+      peer_->socket->count_as_heard();
     }
   }
 

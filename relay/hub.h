@@ -43,6 +43,7 @@ struct ConsolePeer {
   std::string address;
   std::string representative;
   std::vector<std::uint8_t> login;  // hash of its token
+  bool paused = false;              // not read from, because a machine or it itself is behind
   Clock::time_point login_checked = Clock::now();
 };
 
@@ -66,9 +67,9 @@ class Hub {
   void online(const std::shared_ptr<AgentPeer>& peer, const AgentRecord& record);
   void remove_agent(const std::shared_ptr<AgentPeer>& peer);
   void renamed(AgentPeer& peer, const std::string& name);
-  void heartbeat_echo(AgentPeer& peer, std::uint32_t number);
   // As stored. The agent must have enrolled.
   const AgentRecord& record(const std::string& agent_id) const { return records_.at(agent_id); }
+  void heartbeat_echo(AgentPeer& peer, std::uint32_t number);
 
   // Representatives' browsers.
   void add_console(const std::shared_ptr<ConsolePeer>& peer);
@@ -124,6 +125,7 @@ class Hub {
   void watch_agents(Clock::time_point now);
   void watch_agent(AgentPeer& peer, Clock::time_point now);
   void watch_consoles(Clock::time_point now);
+  void watch_idle(ConsolePeer& peer, Clock::time_point now);
   void watch_login(ConsolePeer& peer, Clock::time_point now);
   void watch_sessions(Clock::time_point now);
   void record_last_seen(Clock::time_point now);

@@ -67,8 +67,17 @@ void Hub::watch_consoles(Clock::time_point now) {
       for (const std::uint32_t number : numbers)
         end_session(number, "slow", true);
     }
+    watch_idle(*peer, now);
     watch_login(*peer, now);
   }
+}
+
+// Finds the browser whose machine fell asleep. One that is not read from cannot be heard.
+void Hub::watch_idle(ConsolePeer& peer, Clock::time_point now) {
+  if (peer.paused) peer.socket->count_as_heard();
+  const auto silence = now - peer.socket->last_heard();
+  if (silence >= limits_.idle_browser) return peer.socket->cut("answers no ping");
+  if (silence >= limits_.browser_ping) peer.socket->ping();
 }
 
 void Hub::watch_login(ConsolePeer& peer, Clock::time_point now) {

@@ -17,8 +17,9 @@ struct Limits {
   std::chrono::milliseconds agent_silence{45'000};
   std::chrono::milliseconds consent{120'000};      // for the local user's answer
   std::chrono::milliseconds slow_browser{15'000};  // a browser that reads nothing loses its sessions
-  std::chrono::milliseconds idle_browser{60'000};  // pinged after half of it, gone when nothing comes back
   std::chrono::milliseconds dead_browser{30'000};  // and then its connection
+  std::chrono::milliseconds browser_ping{30'000};  // silence after which a browser is pinged
+  std::chrono::milliseconds idle_browser{60'000};  // and after which it is gone
   // How long a refused agent is kept waiting before its connection is closed. It dials again 500 ms after
   // each close, so that this pause is all that paces it.
   std::chrono::milliseconds refused_hold{30'000};

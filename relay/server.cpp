@@ -238,11 +238,9 @@ asio::awaitable<bool> Server::upgrade(TlsStream& stream, const Request& request,
   }
   beast::get_lowest_layer(stream).expires_never();
   SocketLink::Stream socket(std::move(stream));
-  // Heartbeats watch over an agent. A browser whose machine fell asleep is found by pings, and its session
-  // freed.
-  websocket::stream_base::timeout timeout{limits_.handshake, websocket::stream_base::none(), false};
-  if (!agent) timeout = {limits_.handshake, limits_.idle_browser, true};
-  socket.set_option(timeout);
+  // The hub watches over what comes after the upgrade.
+  socket.set_option(
+      websocket::stream_base::timeout{limits_.handshake, websocket::stream_base::none(), false});
   socket.set_option(websocket::stream_base::decorator([agent](websocket::response_type& response) {
     response.set(http::field::sec_websocket_protocol, agent ? kAgentProtocol : kConsoleProtocol);
   }));

@@ -28,6 +28,7 @@ SocketLink::SocketLink(Stream stream, std::size_t fragment, std::size_t queue_by
       room_(stream_.get_executor(), Clock::time_point::max()),
       deadline_(stream_.get_executor()) {
   stream_.auto_fragment(false);
+  stream_.control_callback([this](auto, auto) { count_as_heard(); });
 }
 
 asio::awaitable<std::optional<SocketLink::Incoming>> SocketLink::read() {
@@ -127,6 +128,13 @@ void SocketLink::close(websocket::close_code code, const std::string& reason,
     if (!error && self) self->cut(self->end_reason_);
   });
   start_writer();
+}
+
+void SocketLink::ping() {
+  if (closing_ || pinging_ || last_ping_ > last_heard_) return;
+  last_ping_ = Clock::now();
+  pinging_ = true;
+  stream_.async_ping({}, [self = shared_from_this()](beast::error_code) { self->pinging_ = false; });
 }
 
 void SocketLink::cut(const std::string& reason) {

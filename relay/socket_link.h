@@ -60,6 +60,9 @@ class SocketLink : public std::enable_shared_from_this<SocketLink> {
   // Returns when one of the two may have become true, or when messages were discarded.
   boost::asio::awaitable<void> change();
 
+  // Asks for a sign of life, once until one comes.
+  void ping();
+
   // How long no byte of what waits could be sent; zero when nothing waits.
   Clock::duration write_stall(Clock::time_point now) const;
   Clock::time_point last_heard() const { return last_heard_; }
@@ -89,6 +92,8 @@ class SocketLink : public std::enable_shared_from_this<SocketLink> {
   std::string end_reason_;
   Clock::time_point last_heard_ = Clock::now();
   Clock::time_point last_progress_ = Clock::now();
+  Clock::time_point last_ping_{};
+  bool pinging_ = false;                // still being written
   boost::asio::steady_timer room_;      // never expires; cancelled to wake those who wait for room
   boost::asio::steady_timer deadline_;  // of a close
 };
