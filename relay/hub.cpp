@@ -52,7 +52,7 @@ void Hub::online(const std::shared_ptr<AgentPeer>& peer, const AgentRecord& reco
   records_[record.id] = record;
   online_[record.id] = peer;
   list_changed_ = true;
-  for (const std::uint32_t upload : transfers_.owed(record.id))
+  for (const std::uint32_t upload : transfers_.owed(record.id, Clock::now()))
     peer->socket->send_binary(upload_end(0, upload));
   log_.write(peer->address, peer->id, "online as \"" + record.name + "\"");
   audit({"agent-login", "", peer->id, peer->address, record.name});
@@ -86,6 +86,7 @@ void Hub::renamed(AgentPeer& peer, const std::string& name) {
 void Hub::heartbeat_echo(AgentPeer& peer, std::uint32_t number) {
   if (!peer.heartbeat_open || number != peer.heartbeat_number) return;
   peer.heartbeat_open = false;
+  transfers_.settle(peer.id, peer.heartbeat_sent);
   if (!peer.round_trip_ms) list_changed_ = true;
   peer.round_trip_ms =
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - peer.heartbeat_sent).count();
@@ -295,7 +296,7 @@ Hub::Forgotten Hub::forget_agent(const std::string& id) {
   if (online_.contains(id)) return Forgotten::Connected;
   store_.remove_agent(id);
   records_.erase(id);
-  transfers_.owed(id);
+  transfers_.settle(id, Clock::time_point::max());
   list_changed_ = true;
   return Forgotten::Done;
 }

@@ -26,7 +26,11 @@ bool Hub::admit(const Session& session, Msg type, Bytes& message) {
   if (ruling.note) note_transfer(session, *ruling.note);
   if (ruling.kind == TransferRuling::Kind::Refuse)
     error(*session.console, ruling.refusal, session.agent->id, {{"transfer", ruling.transfer}});
-  return ruling.kind == TransferRuling::Kind::Pass;
+  const bool pass = ruling.kind == TransferRuling::Kind::Pass;
+  // Only an upload's end passes.
+  if (pass && type == Msg::FileTransferEnd)
+    transfers_.owe(session.agent->id, {ruling.transfer}, Clock::now());
+  return pass;
 }
 
 bool Hub::wanted(const Session& session, Msg type, const Bytes& message) {
@@ -42,7 +46,8 @@ void Hub::end_transfers(const Session& session, bool tell_agent) {
   const Transfers::Leftovers left = transfers_.end_session(session.number);
   for (const TransferNote& note : left.notes)
     note_transfer(session, note);
-  if (!tell_agent) return transfers_.owe(session.agent->id, left.uploads);
+  transfers_.owe(session.agent->id, left.uploads, Clock::now());
+  if (!tell_agent) return;
   for (const std::uint32_t upload : left.uploads)
     session.agent->socket->send_binary(upload_end(session.number, upload));
 }

@@ -21,11 +21,6 @@ std::uint64_t chunk_bytes(const Bytes& message) {
   return message.size() - kEnvelopeHeaderSize - kChunkHeader;
 }
 
-std::uint32_t session_of(const Bytes& message) {
-  const auto header = read_header(message);
-  return header ? header->session : 0;
-}
-
 nlohmann::json payload_of(const Bytes& message) {
   return nlohmann::json::parse(message.begin() + kEnvelopeHeaderSize, message.end(), nullptr, false);
 }
@@ -90,11 +85,11 @@ TransferRuling Transfers::from_browser(std::uint32_t session, Msg type, Bytes& m
   const auto found = sessions_.find(session);
   if (found == sessions_.end()) return kNone;
   if (type == Msg::FileChunk) return chunk(found->second, message);
-  if (type == Msg::FileTransferEnd) return end(found->second, message);
-  return begin(found->second, type, message);
+  if (type == Msg::FileTransferEnd) return end(session, found->second, message);
+  return begin(session, found->second, type, message);
 }
 
-TransferRuling Transfers::begin(Numbers& numbers, Msg type, Bytes& message) {
+TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message) {
   const nlohmann::json fields = payload_of(message);
   const auto number = transfer_of_json(fields);
   const auto found = number ? numbers.find(*number) : numbers.end();
@@ -112,7 +107,7 @@ TransferRuling Transfers::begin(Numbers& numbers, Msg type, Bytes& message) {
     const auto size = fields.find("size");
     anew["size"] = size != fields.end() && size->is_number_unsigned() ? size->get<std::uint64_t>() : 0;
   }
-  message = *json_envelope(type, session_of(message),
+  message = *json_envelope(type, session,
                            anew.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
   found->second.state = upload ? Transfer::State::Upload : Transfer::State::Download;
   return {TransferRuling::Kind::Pass,
@@ -130,7 +125,7 @@ TransferRuling Transfers::chunk(Numbers& numbers, const Bytes& message) {
   return {TransferRuling::Kind::Pass, {}, *number};
 }
 
-TransferRuling Transfers::end(Numbers& numbers, Bytes& message) {
+TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& message) {
   const auto number = transfer_of_json(payload_of(message));
   const auto found = number ? numbers.find(*number) : numbers.end();
   if (found == numbers.end()) return refuse("That transfer is not open.", number.value_or(0));
@@ -139,7 +134,7 @@ TransferRuling Transfers::end(Numbers& numbers, Bytes& message) {
     case Transfer::State::Upload: {
       const auto note = end_note("upload-end", *number, transfer.bytes, "ended");
       numbers.erase(found);
-      message = *upload_end(session_of(message), *number);
+      message = *upload_end(session, *number);
       return {TransferRuling::Kind::Pass, {}, *number, note};
     }
     case Transfer::State::Download:
@@ -155,12 +150,12 @@ TransferRuling Transfers::end(Numbers& numbers, Bytes& message) {
   return {TransferRuling::Kind::Swallow, {}, *number};
 }
 
-  if (!is_chunk && message.size() > kLongestEnd) return {false};
 Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const Bytes& message) {
   const auto of_session = sessions_.find(session);
   if (of_session == sessions_.end()) return {};
   Numbers& numbers = of_session->second;
   const bool is_chunk = type == Msg::FileChunk;
+  if (!is_chunk && message.size() > kLongestEnd) return {false};
   const nlohmann::json fields = is_chunk ? nlohmann::json() : payload_of(message);
   const auto number = is_chunk ? transfer_of_chunk(message) : transfer_of_json(fields);
   const auto found = number ? numbers.find(*number) : numbers.end();
@@ -195,20 +190,32 @@ Transfers::Leftovers Transfers::end_session(std::uint32_t session) {
   return result;
 }
 
-void Transfers::owe(const std::string& agent, const std::vector<std::uint32_t>& uploads) {
+void Transfers::owe(const std::string& agent, const std::vector<std::uint32_t>& uploads,
+                    Clock::time_point now) {
   if (uploads.empty()) return;
   auto& list = owed_[agent];
-  list.insert(list.end(), uploads.begin(), uploads.end());
+  for (const std::uint32_t upload : uploads)
+    list.push_back({upload, now});
   if (list.size() > kOwedPerAgent)
     list.erase(list.begin(), list.end() - static_cast<std::ptrdiff_t>(kOwedPerAgent));
 }
 
-std::vector<std::uint32_t> Transfers::owed(const std::string& agent) {
+std::vector<std::uint32_t> Transfers::owed(const std::string& agent, Clock::time_point now) {
+  std::vector<std::uint32_t> uploads;
   const auto found = owed_.find(agent);
-  if (found == owed_.end()) return {};
-  std::vector<std::uint32_t> uploads = std::move(found->second);
-  owed_.erase(found);
+  if (found == owed_.end()) return uploads;
+  for (Owed& owed : found->second) {
+    owed.told = now;
+    uploads.push_back(owed.upload);
+  }
   return uploads;
+}
+
+void Transfers::settle(const std::string& agent, Clock::time_point told) {
+  const auto found = owed_.find(agent);
+  if (found == owed_.end()) return;
+  std::erase_if(found->second, [&](const Owed& owed) { return owed.told < told; });
+  if (found->second.empty()) owed_.erase(found);
 }
 
 }  // namespace vlk::relay

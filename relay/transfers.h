@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "relay/limits.h"
 #include "relay/wire.h"
 
 namespace vlk::relay {
@@ -62,30 +63,37 @@ class Transfers {
   // Forgets the session's transfers.
   Leftovers end_session(std::uint32_t session);
 
-  // Uploads that a machine still holds open although it cannot be told, because it is away.
-  void owe(const std::string& agent, const std::vector<std::uint32_t>& uploads);
-  // Those of a machine, which are then no longer owed.
-  std::vector<std::uint32_t> owed(const std::string& agent);
+  // Uploads that ended, of which the machine is told `now` or, when it is away, later. What is sent can get
+  // lost with its connection, so each is owed until the machine has shown that it read on.
+  void owe(const std::string& agent, const std::vector<std::uint32_t>& uploads, Clock::time_point now);
+  // All that a machine is owed, to be told anew `now`.
+  std::vector<std::uint32_t> owed(const std::string& agent, Clock::time_point now);
+  // The machine has read what was sent before `told`.
+  void settle(const std::string& agent, Clock::time_point told);
 
   static constexpr std::size_t kOpenPerSession = 1024;
   static constexpr std::size_t kOwedPerAgent = 4 * kOpenPerSession;
+  static constexpr std::size_t kLongestEnd = 4096;   // bytes of a machine's word that a download is over
   static constexpr std::size_t kLongestPath = 4096;  // bytes that the audit trail keeps
 
  private:
   struct Transfer {
-  static constexpr std::size_t kLongestEnd = 4096;   // bytes of a machine's word that a download is over
     enum class State { Given, Download, Unwanted, Upload };
     State state = State::Given;
     std::uint64_t bytes = 0;
   };
+  struct Owed {
+    std::uint32_t upload;
+    Clock::time_point told;
+  };
   using Numbers = std::map<std::uint32_t, Transfer>;
 
-  TransferRuling begin(Numbers& numbers, Msg type, Bytes& message);
-  TransferRuling chunk(Numbers& numbers, const Bytes& message);
-  TransferRuling end(Numbers& numbers, Bytes& message);
+  static TransferRuling begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message);
+  static TransferRuling chunk(Numbers& numbers, const Bytes& message);
+  static TransferRuling end(std::uint32_t session, Numbers& numbers, Bytes& message);
 
   std::map<std::uint32_t, Numbers> sessions_;
-  std::map<std::string, std::vector<std::uint32_t>> owed_;  // by agent
+  std::map<std::string, std::vector<Owed>> owed_;  // by agent
   std::uint32_t last_;
 };
 
