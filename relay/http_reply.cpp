@@ -1,6 +1,7 @@
 // Replies and the headers that protect the console.
 #include "relay/http_reply.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "relay/wire.h"
@@ -10,10 +11,11 @@ namespace http = boost::beast::http;
 namespace vlk::relay {
 namespace {
 
+constexpr std::size_t kPiece = 64 * 1024;  // bytes of a file in memory
+
 // Scripts, styles and connections of our own only; pictures also from memory.
 constexpr char kContentPolicy[] =
-    "default-src 'self'; img-src 'self' blob: data:; worker-src 'self' blob:; object-src 'none'; base-uri "
-    "'none'; "
+    "default-src 'self'; img-src 'self' blob:; object-src 'none'; base-uri 'none'; "
     "form-action 'self'; frame-ancestors 'none'";
 
 std::string_view trimmed(std::string_view text) {
@@ -26,6 +28,18 @@ std::string_view trimmed(std::string_view text) {
 
 }  // namespace
 
+boost::optional<std::pair<ReplyBody::writer::const_buffers_type, bool>> ReplyBody::writer::get(
+    boost::beast::error_code& error) {
+  error = {};
+  if (!body_.file.is_open()) return {{boost::asio::buffer(body_.text), false}};
+  piece_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, left_)));
+  const std::size_t size = body_.file.read(piece_.data(), piece_.size(), error);
+  // It has become shorter than its length in the header.
+  if (size == 0 && left_ > 0 && !error) error = http::error::partial_message;
+  left_ -= size;
+  return {{boost::asio::buffer(piece_.data(), size), left_ > 0}};
+}
+
 Reply make_reply(const Request& request, HttpStatus status, std::string_view content_type, std::string body) {
   Reply reply(status, request.version());
   reply.set(http::field::content_type, content_type);
@@ -34,7 +48,7 @@ Reply make_reply(const Request& request, HttpStatus status, std::string_view con
   reply.set("X-Content-Type-Options", "nosniff");
   reply.set("Referrer-Policy", "no-referrer");
   reply.keep_alive(request.keep_alive());
-  reply.body() = std::move(body);
+  reply.body().text = std::move(body);
   reply.prepare_payload();
   return reply;
 }

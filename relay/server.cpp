@@ -173,14 +173,14 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
     } else {
       reply = co_await answer(request, peer, source);
     }
-    if (request.method() == http::verb::head) reply.body().clear();
+    if (request.method() == http::verb::head) reply.body() = {};
     if (!co_await write(stream, reply) || !reply.keep_alive()) co_return;
   }
 }
 
 // In pieces with a time each, as an installer may take minutes on a ship's line.
 asio::awaitable<bool> Server::write(TlsStream& stream, Reply& reply) {
-  http::response_serializer<http::string_body> rest(reply);
+  http::response_serializer<ReplyBody> rest(reply);
   while (!rest.is_done()) {
     beast::get_lowest_layer(stream).expires_after(limits_.handshake);
     const auto [error, size] = co_await http::async_write_some(stream, rest, kAsTuple);
@@ -199,7 +199,7 @@ asio::awaitable<void> Server::refuse(TlsStream& stream, beast::error_code error)
   if (error == http::error::header_limit) status = HttpStatus::request_header_fields_too_large;
   Reply reply = error_reply(request, status, "The relay cannot read that request: " + error.message() + '.');
   beast::get_lowest_layer(stream).expires_after(limits_.handshake);
-  co_await http::async_write(stream, reply, kAsTuple);
+  co_await write(stream, reply);
   co_await stream.async_shutdown(kAsTuple);
 }
 

@@ -3,8 +3,6 @@
 
 #include <array>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 namespace http = boost::beast::http;
@@ -61,12 +59,18 @@ Reply reply_with(const std::filesystem::path& file, std::string_view type, const
     reply.set(http::field::allow, "GET, HEAD");
     return reply;
   }
-  std::error_code error;
-  std::ifstream stream;
-  if (!type.empty() && std::filesystem::is_regular_file(file, error)) stream.open(file, std::ios::binary);
-  if (!stream.is_open()) return error_reply(request, HttpStatus::not_found, "There is no such page.");
-  return make_reply(request, HttpStatus::ok, type,
-                    std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()));
+  std::error_code none;
+  boost::beast::error_code error;
+  ReplyBody::value_type body;
+  if (!type.empty() && std::filesystem::is_regular_file(file, none))
+    body.file.open(file.c_str(), boost::beast::file_mode::scan, error);
+  if (body.file.is_open()) body.file_size = body.file.size(error);
+  if (!body.file.is_open() || error)
+    return error_reply(request, HttpStatus::not_found, "There is no such page.");
+  Reply reply = make_reply(request, HttpStatus::ok, type, {});
+  reply.body() = std::move(body);
+  reply.prepare_payload();
+  return reply;
 }
 
 }  // namespace
