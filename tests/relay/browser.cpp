@@ -1,6 +1,7 @@
 // The browser's bodies.
 #include "relay/browser.h"
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
@@ -39,6 +40,8 @@ struct Browser::Wire {
   asio::io_context io;
   asio::ssl::context tls{asio::ssl::context::tls_client};
   std::unique_ptr<websocket::stream<Tls>> socket;
+  std::unique_ptr<Tls> held;
+  std::atomic<int> pings{0};
 };
 
 Browser::Browser(unsigned short port) : wire_(std::make_unique<Wire>(port)) {}
@@ -78,6 +81,11 @@ std::string Browser::raw(const std::string& bytes) {
   return answer;
 }
 
+void Browser::send_and_hold(const std::string& bytes) {
+  wire_->held = wire_->connect();
+  asio::write(*wire_->held, asio::buffer(bytes));
+}
+
 bool Browser::open_console(const std::string& cookie, unsigned& status, const std::string& origin) {
   wire_->socket = std::make_unique<websocket::stream<Wire::Tls>>(std::move(*wire_->connect()));
   wire_->socket->set_option(websocket::stream_base::decorator([&](websocket::request_type& request) {
@@ -90,6 +98,9 @@ bool Browser::open_console(const std::string& cookie, unsigned& status, const st
   wire_->socket->handshake(response, "localhost:" + std::to_string(wire_->port), "/console", error);
   status = response.result_int();
   wire_->socket->read_message_max(0);
+  wire_->socket->control_callback([this](websocket::frame_type type, beast::string_view) {
+    if (type == websocket::frame_type::ping) ++wire_->pings;
+  });
   return !error;
 }
 
@@ -130,6 +141,10 @@ Envelope Browser::read_envelope(Msg type) {
     }
     if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
   }
+}
+
+int Browser::pings() const {
+  return wire_->pings;
 }
 
 unsigned Browser::wait_closed() {

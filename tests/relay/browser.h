@@ -31,6 +31,8 @@ class Browser {
                  const std::string& cookie = {}, const std::string& origin = {});
   // The bytes as they stand, and what comes back until the relay closes.
   std::string raw(const std::string& bytes);
+  // Sends the bytes and reads nothing of what comes back.
+  void send_and_hold(const std::string& bytes);
 
   // The console's WebSocket; false with the status when it was refused.
   bool open_console(const std::string& cookie, unsigned& status, const std::string& origin = {});
@@ -40,6 +42,8 @@ class Browser {
   // The next text message of that type; others are passed over. Throws at the end of the connection.
   Json read_text(const std::string& type);
   Envelope read_envelope(Msg type);
+  // How many the relay sent so far, as far as they were read.
+  int pings() const;
   // Reads until the relay closes; the close code.
   unsigned wait_closed();
 

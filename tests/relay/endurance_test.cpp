@@ -25,14 +25,14 @@ std::uint32_t accepted_session(Browser& browser, const std::string& agent) {
 }
 
 TEST_F(EnduranceTest, BrowserThatDoesNotReadLosesItsSessionAndTheMachineIsFreeAtOnce) {
-  stop();
-  limits_.slow_browser = std::chrono::milliseconds(300);
-  limits_.dead_browser = std::chrono::hours(1);  // the slow browser stays, in the middle of its message
-  start();
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto slow = console();
   const std::uint32_t session = accepted_session(*slow, id);
+  on_relay([&] {
+    limits_.slow_browser = std::chrono::milliseconds(300);
+    limits_.dead_browser = std::chrono::hours(1);  // the slow browser stays, in the middle of its message
+  });
   // More than the buffers of both ends of a connection take.
   std::thread sender([&] { agent->send_text(Msg::FileChunk, session, std::string(48 << 20, 'x')); });
   EXPECT_TRUE(logged("session " + std::to_string(session) + " ended: slow"));
@@ -50,13 +50,13 @@ TEST_F(EnduranceTest, BrowserThatDoesNotReadLosesItsSessionAndTheMachineIsFreeAt
 }
 
 TEST_F(EnduranceTest, BrowserThatNeverReadsAgainIsCut) {
-  stop();
-  limits_.slow_browser = std::chrono::milliseconds(100);
-  limits_.dead_browser = std::chrono::milliseconds(300);
-  start();
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = accepted_session(*browser, vantelink_fakes::saved_config().agent_id);
+  on_relay([&] {
+    limits_.slow_browser = std::chrono::milliseconds(100);
+    limits_.dead_browser = std::chrono::milliseconds(300);
+  });
   std::thread sender([&] { agent->send_text(Msg::FileChunk, session, std::string(48 << 20, 'x')); });
   EXPECT_TRUE(logged("console of admin disconnected: does not read"));
   sender.join();
@@ -64,15 +64,26 @@ TEST_F(EnduranceTest, BrowserThatNeverReadsAgainIsCut) {
 }
 
 TEST_F(EnduranceTest, BrowserThatAnswersNoPingFreesItsMachine) {
-  stop();
-  limits_.idle_browser = std::chrono::milliseconds(600);
-  start();
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   accepted_session(*browser, vantelink_fakes::saved_config().agent_id);
   // This client answers pings only while it reads.
+  on_relay([&] { limits_.idle_browser = std::chrono::milliseconds(100); });
   EXPECT_TRUE(logged("ended: browser-gone"));
   wait_for_machine("Sæfari", "online");
+}
+
+TEST_F(EnduranceTest, AnsweredPingCountsAsASignOfLife) {
+  auto browser = console();
+  std::thread reader([&] {
+    while (browser->read_text("agents")["agents"].empty()) {
+    }
+  });
+  on_relay([&] { limits_.browser_ping = std::chrono::milliseconds(20); });
+  // A second ping goes out only when the first has been answered.
+  EXPECT_TRUE(eventually([&] { return browser->pings() > 2; }));
+  const auto agent = connect_agent("Sæfari");
+  reader.join();
 }
 
 // Adds machines until it is killed, and tells each through `pipe` once it is stored.

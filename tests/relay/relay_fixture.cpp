@@ -1,29 +1,24 @@
 // The fixture's bodies.
 #include "relay/relay_fixture.h"
 
+#include <malloc.h>
 #include <openssl/pem.h>
 
-#include <chrono>
+#include <boost/asio/post.hpp>
 #include <fstream>
+#include <future>
 
 #include "fakes/fakes.h"
 #include "relay/secrets.h"
 #include "relay/server.h"
 
+#ifdef __SANITIZE_ADDRESS__
+// The sanitizer's own, whose header not every compiler brings along.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+#endif
+
 namespace vlk::relay {
 namespace {
-
-constexpr std::chrono::seconds kPatience{20};
-
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
 
 std::vector<unsigned char> der_of(const std::string& file) {
   const std::unique_ptr<std::FILE, decltype(&std::fclose)> stream(std::fopen(file.c_str(), "r"),
@@ -39,6 +34,23 @@ std::vector<unsigned char> der_of(const std::string& file) {
 
 }  // namespace
 
+std::size_t heap_bytes() {
+#ifdef __SANITIZE_ADDRESS__
+  return __sanitizer_get_current_allocated_bytes();
+#else
+  const auto info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+#endif
+}
+
+bool is_open(const std::filesystem::path& path) {
+  std::error_code gone;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", gone)) {
+    if (std::filesystem::read_symlink(entry.path(), gone) == path) return true;
+  }
+  return false;
+}
+
 RelayTest::RelayTest() = default;
 RelayTest::~RelayTest() = default;
 
@@ -47,6 +59,8 @@ void RelayTest::SetUp() {
   vantelink_fakes::reset();
   char name[] = "/tmp/vantelink-relay-test-XXXXXX";
   folder_ = mkdtemp(name);
+  std::filesystem::create_directory(folder_ / "console");
+  std::ofstream(folder_ / "console/index.html") << "the console";
   limits_.tick = std::chrono::milliseconds(10);
   std::string remark;
   certificate_ = self_made_certificate(folder_, {"localhost"}, remark);
@@ -68,7 +82,7 @@ void RelayTest::TearDown() {
 
 void RelayTest::start() {
   Server::Settings settings;
-  settings.console = VANTELINK_SOURCE_DIR "/tests/relay";
+  settings.console = folder_ / "console";
   settings.updates = folder_ / "updates";
   settings.certificate = certificate_;
   server_ = std::make_unique<Server>(settings, *store_, *log_, limits_);
@@ -81,6 +95,15 @@ void RelayTest::stop() {
   server_->stop();
   thread_.join();
   server_.reset();
+}
+
+void RelayTest::on_relay(const std::function<void()>& work) {
+  std::promise<void> done;
+  boost::asio::post(server_->context(), [&] {
+    work();
+    done.set_value();
+  });
+  done.get_future().wait();
 }
 
 std::string RelayTest::log_in() {
@@ -127,6 +150,29 @@ bool RelayTest::logged(const std::string& text) {
     const std::lock_guard<std::mutex> guard(log_lock_);
     return log_text_.find(text) != std::string::npos;
   });
+}
+
+std::multiset<std::string> RelayTest::stored(const char* query) {
+  Database database(folder_ / "relay.db");
+  Statement statement(database, query);
+  std::multiset<std::string> rows;
+  while (statement.step())
+    rows.insert(statement.text(0));
+  return rows;
+}
+
+std::size_t RelayTest::settled_heap() {
+  constexpr int kRounds = 100;
+  std::size_t height = 0;
+  for (int quiet = 0; quiet < kRounds; ++quiet) {
+    const std::size_t now = heap_bytes();
+    if (now > height + (64 << 10)) quiet = 0;
+    height = std::max(height, now);
+    // Both its reading and its writing have their turn, however busy the machine is.
+    on_relay([] {});
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return height;
 }
 
 }  // namespace vlk::relay

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -21,6 +24,22 @@ namespace vlk::relay {
 
 class Server;
 
+// Whether the condition comes true within half a minute.
+template <typename Condition>
+bool eventually(Condition condition) {
+  const auto deadline = Clock::now() + std::chrono::seconds(30);
+  while (!condition()) {
+    if (Clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+// What this process, which is all of the relay, agent and browser, has on its heap.
+std::size_t heap_bytes();
+// Whether it has the file open.
+bool is_open(const std::filesystem::path& path);
+
 class RelayTest : public testing::Test {
  protected:
   RelayTest();
@@ -30,6 +49,8 @@ class RelayTest : public testing::Test {
 
   void start();  // with `limits_`
   void stop();
+  // Does `work` on the relay's thread, for instance on its limits, and waits until it is done.
+  void on_relay(const std::function<void()>& work);
 
   // The cookie of a login as "admin".
   std::string log_in();
@@ -41,6 +62,10 @@ class RelayTest : public testing::Test {
   Json wait_for_machine(const std::string& name, const std::string& state);
   // Whether a line of the log holds the text, now or soon.
   bool logged(const std::string& text);
+  // The first column of the query's rows.
+  std::multiset<std::string> stored(const char* query);
+  // The heap's height once it has not grown while the relay's thread went round many times.
+  std::size_t settled_heap();
 
   std::filesystem::path folder_;
   Limits limits_;

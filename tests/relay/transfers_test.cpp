@@ -2,7 +2,6 @@
 // told of, the audit trail, and the relay's memory while a browser does not read.
 #include "relay/transfers.h"
 
-#include <malloc.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -11,14 +10,9 @@
 
 #include "fakes/fakes.h"
 #include "relay/clip_note.h"
-#include "relay/database.h"
 #include "relay/relay_fixture.h"
 #include "support/clip_bytes.h"
-
-#ifdef __SANITIZE_ADDRESS__
-// The sanitizer's own, whose header not every compiler brings along.
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
-#endif
+#include "support/raw_agent.h"
 
 namespace vlk::relay {
 namespace {
@@ -168,15 +162,30 @@ TEST_F(Rulings, EndOfASessionNamesTheUploadsThatAreOpen) {
   EXPECT_EQ(request(Msg::UploadBegin, unused).kind, Kind::Refuse);
 }
 
-TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndToldOnce) {
-  transfers_.owe("a", {1, 2});
-  transfers_.owe("a", {3});
-  EXPECT_TRUE(transfers_.owed("b").empty());
-  EXPECT_EQ(transfers_.owed("a"), (std::vector<std::uint32_t>{1, 2, 3}));
-  EXPECT_TRUE(transfers_.owed("a").empty());
+TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndSettledByWhatItReadLater) {
+  const auto start = Clock::now();
+  const auto at = [&](int second) { return start + std::chrono::seconds(second); };
+  transfers_.owe("a", {1, 2}, at(0));
+  transfers_.owe("a", {3}, at(2));
+  EXPECT_TRUE(transfers_.owed("b", at(2)).empty());
+  transfers_.settle("a", at(2));
+  EXPECT_EQ(transfers_.owed("a", at(5)), std::vector<std::uint32_t>{3});
+  transfers_.settle("a", at(3));
+  EXPECT_EQ(transfers_.owed("a", at(6)), std::vector<std::uint32_t>{3}) << "it was told again since";
+  transfers_.settle("a", at(7));
+  EXPECT_TRUE(transfers_.owed("a", at(8)).empty());
   for (std::uint32_t i = 0; i < Transfers::kOwedPerAgent; ++i)
-    transfers_.owe("a", {i, i});
-  EXPECT_EQ(transfers_.owed("a").size(), Transfers::kOwedPerAgent);
+    transfers_.owe("a", {i, i}, at(9));
+  EXPECT_EQ(transfers_.owed("a", at(9)).size(), Transfers::kOwedPerAgent);
+}
+
+TEST_F(Rulings, OversizedEndOfADownloadIsDroppedUnread) {
+  const std::uint32_t own = transfers_.give(7);
+  request(Msg::DownloadRequest, own);
+  const std::string end = R"({"transfer_id":)" + std::to_string(own) + R"(,"ok":true})";
+  const auto long_end = envelope(Msg::FileTransferEnd, 7, end + std::string(Transfers::kLongestEnd, ' '));
+  EXPECT_FALSE(transfers_.from_agent(7, Msg::FileTransferEnd, long_end).wanted);
+  EXPECT_TRUE(transfers_.from_agent(7, Msg::FileTransferEnd, envelope(Msg::FileTransferEnd, 7, end)).note);
 }
 
 std::optional<std::string> note_of(const std::string& payload) {
@@ -225,39 +234,20 @@ class TransferTest : public RelayTest {
     browser.send_envelope(type, session, fields.dump());
   }
   std::filesystem::path file(const char* name) const { return folder_ / name; }
-  // Whether this process, which is the agent too, has the file open.
-  static bool is_open(const std::filesystem::path& path) {
-    std::error_code gone;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", gone)) {
-      if (std::filesystem::read_symlink(entry.path(), gone) == path) return true;
-    }
-    return false;
-  }
-  template <typename Condition>
-  static bool eventually(Condition condition) {
-    const auto deadline = Clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-      if (Clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-  }
   void upload_part(Browser& browser, std::uint32_t session, const std::filesystem::path& path) {
     const std::uint32_t transfer = number(browser, session);
     send_json(browser, Msg::UploadBegin, session, {{"transfer_id", transfer}, {"path", path}, {"size", 9}});
     browser.send_envelope(Msg::FileChunk, session, chunk(transfer, "part"));
     EXPECT_TRUE(eventually([&] { return is_open(path); }));
   }
+  template <typename Meanwhile>
+  void upload_to_a_pipe(Meanwhile meanwhile);
   // The audit trail of files, once it has that many rows.
   std::multiset<std::string> audited(std::size_t count) {
     std::multiset<std::string> rows;
     EXPECT_TRUE(eventually([&] {
-      rows.clear();
-      Database database(folder_ / "relay.db");
-      Statement query(database,
-                      "SELECT event, detail FROM audit WHERE event GLOB '*load*' OR event GLOB 'clip*'");
-      while (query.step())
-        rows.insert(query.text(0) + ": " + query.text(1));
+      rows =
+          stored("SELECT event || ': ' || detail FROM audit WHERE event GLOB '*load*' OR event GLOB 'clip*'");
       return rows.size() >= count;
     }));
     return rows;
@@ -366,50 +356,87 @@ TEST_F(TransferTest, UploadsOfALostMachineAreEndedWhenItReturns) {
   EXPECT_TRUE(eventually([&] { return !is_open(file("a")); }));
 }
 
-// What this process, which is all of the relay, agent and browser, has on its heap.
-std::size_t heap_bytes() {
-#ifdef __SANITIZE_ADDRESS__
-  return __sanitizer_get_current_allocated_bytes();
-#else
-  const auto info = ::mallinfo2();
-  return info.uordblks + info.hblkhd;
-#endif
-}
+using vantelink_test::RawAgent;
 
-// Until the heap has reached no new height for half a second. The height.
-std::size_t settled_heap() {
-  std::size_t height = 0;
-  auto since = Clock::now();
-  const auto deadline = since + std::chrono::seconds(30);
-  while (Clock::now() - since < std::chrono::milliseconds(500) && Clock::now() < deadline) {
-    const std::size_t now = heap_bytes();
-    if (now > height + (64 << 10)) since = Clock::now();
-    height = std::max(height, now);
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+Envelope read_until(RawAgent& agent, Msg type) {
+  for (;;) {
+    Envelope envelope = agent.read();
+    if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
   }
-  return height;
 }
 
-// A pipe without a reader holds up the machine as a slow disk does.
-TEST_F(TransferTest, UploadWaitsInTheBrowserWhileTheMachineDoesNotRead) {
-  constexpr std::size_t kPart = 1 << 20, kParts = 96;
+// Logs the machine in; the ends of uploads that it is told before the first heartbeat, which it leaves open.
+std::set<std::uint32_t> ends_after_login(RawAgent& agent, const Json& identity) {
+  agent.send(Msg::Hello, R"({"role":"agent"})");
+  agent.send(Msg::Login,
+             Json{{"agent_id", identity["agent_id"]}, {"secret", identity["agent_secret"]}}.dump());
+  std::set<std::uint32_t> ends;
+  for (;;) {
+    const Envelope envelope = agent.read();
+    if (envelope.type == static_cast<std::uint8_t>(Msg::Heartbeat)) return ends;
+    if (envelope.type == static_cast<std::uint8_t>(Msg::FileTransferEnd))
+      ends.insert(Json::parse(envelope.payload)["transfer_id"].get<std::uint32_t>());
+  }
+}
+
+TEST_F(TransferTest, EndsThatWereLostWithTheConnectionAreSentAgainUntilTheMachineReadOn) {
+  auto browser = console();
+  auto lost = std::make_unique<RawAgent>(port_);
+  lost->send(Msg::Hello, R"({"role":"agent"})");
+  lost->send(Msg::Enroll, "{}");
+  const Json identity = Json::parse(read_until(*lost, Msg::EnrollResult).payload);
+  browser->send({{"type", "open"}, {"agent", identity["agent_id"]}});
+  const std::uint32_t session = read_until(*lost, Msg::SessionRequest).session_id;
+  const Bytes yes = envelope(Msg::SessionAccept, session, "{}");
+  lost->send_bytes({yes.begin(), yes.end()});
+  while (browser->read_text("session")["state"] != "accepted") {
+  }
+  std::set<std::uint32_t> uploads;
+  for (const char* name : {"ended by the browser", "open at the session's end"}) {
+    const std::uint32_t transfer = number(*browser, session);
+    uploads.insert(transfer);
+    send_json(*browser, Msg::UploadBegin, session, {{"transfer_id", transfer}, {"path", name}});
+  }
+  send_json(*browser, Msg::FileTransferEnd, session, {{"transfer_id", *uploads.begin()}});
+  browser->send({{"type", "close"}, {"session", session}});
+  EXPECT_EQ(browser->read_text("session")["reason"], "closed");
+  lost.reset();
+
+  RawAgent second(port_);
+  EXPECT_EQ(ends_after_login(second, identity), uploads);
+  RawAgent third(port_);
+  EXPECT_EQ(ends_after_login(third, identity), uploads);
+  third.send(Msg::Heartbeat, R"({"beat":1})");
+  while (!browser->read_text("agents")["agents"][0]["round_trip_ms"].is_number()) {
+  }
+  RawAgent fourth(port_);
+  EXPECT_EQ(ends_after_login(fourth, identity), std::set<std::uint32_t>());
+}
+
+// A pipe without a reader holds up the machine as a slow disk does. Calls `meanwhile` with how many of the
+// kParts mebibytes the browser has got rid of, then lets the upload come to its end.
+constexpr std::size_t kPart = 1 << 20, kParts = 96;
+template <typename Meanwhile>
+void TransferTest::upload_to_a_pipe(Meanwhile meanwhile) {
   ASSERT_EQ(::mkfifo(file("pipe").c_str(), 0600), 0);
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
   const std::uint32_t transfer = number(*browser, session);
-  const std::size_t before = heap_bytes();
   std::atomic<std::size_t> sent{0};
   std::thread sender([&] {
     send_json(*browser, Msg::UploadBegin, session, {{"transfer_id", transfer}, {"path", file("pipe")}});
     const std::string part = chunk(transfer, std::string(kPart, 'x'));
-    for (; sent < kParts; ++sent)
-      browser->send_envelope(Msg::FileChunk, session, part);
-    send_json(*browser, Msg::FileTransferEnd, session, {{"transfer_id", transfer}});
+    try {
+      for (; sent < kParts; ++sent)
+        browser->send_envelope(Msg::FileChunk, session, part);
+      send_json(*browser, Msg::FileTransferEnd, session, {{"transfer_id", transfer}});
+    } catch (const std::exception& failure) {
+      ADD_FAILURE() << failure.what();
+    }
   });
   EXPECT_TRUE(eventually([&] { return sent > 1; }));
-  EXPECT_LT(settled_heap(), before + (24u << 20));
-  EXPECT_LT(sent, kParts);
+  meanwhile(sent);
 
   std::ifstream pipe(file("pipe"), std::ios::binary);
   std::string read(kPart, '\0');
@@ -418,6 +445,26 @@ TEST_F(TransferTest, UploadWaitsInTheBrowserWhileTheMachineDoesNotRead) {
     received += static_cast<std::size_t>(pipe.gcount());
   EXPECT_EQ(received, kPart * kParts);
   sender.join();
+}
+
+TEST_F(TransferTest, UploadWaitsInTheBrowserWhileTheMachineDoesNotRead) {
+  const std::size_t before = heap_bytes();
+  upload_to_a_pipe([&](const std::atomic<std::size_t>& sent) {
+    EXPECT_LT(settled_heap(), before + (24u << 20));
+    EXPECT_LT(sent, kParts);
+  });
+}
+
+TEST_F(TransferTest, SlowMachineIsNoFaultOfItsBrowser) {
+  constexpr std::chrono::milliseconds kShort{50};
+  const Limits usual = limits_;
+  upload_to_a_pipe([&](const std::atomic<std::size_t>&) {
+    settled_heap();
+    on_relay([&] { limits_.slow_browser = limits_.dead_browser = limits_.idle_browser = kShort; });
+    std::this_thread::sleep_for(10 * kShort);
+    settled_heap();  // and the relay has looked
+    on_relay([&] { limits_ = usual; });
+  });
 }
 
 TEST_F(TransferTest, DownloadWaitsInTheMachineWhileTheBrowserDoesNotRead) {

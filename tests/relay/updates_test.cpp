@@ -43,6 +43,18 @@ TEST_F(UpdatesTest, ManifestAndFilesComeAsTheyLieThere) {
   EXPECT_EQ(get("/version.json").text, "changed") << "no restart is needed";
 }
 
+// Anybody may ask for it, and read slowly.
+TEST_F(UpdatesTest, LargeFileIsNotHeldInMemory) {
+  put("large.exe", "");
+  const auto path = folder_ / "updates/large.exe";
+  std::filesystem::resize_file(path, 192u << 20);
+  const std::size_t before = heap_bytes();
+  Browser browser(port_);
+  browser.send_and_hold("GET /download/large.exe HTTP/1.1\r\nHost: localhost\r\n\r\n");
+  EXPECT_TRUE(eventually([&] { return is_open(path); }));
+  EXPECT_LT(settled_heap(), before + (24u << 20));
+}
+
 TEST_F(UpdatesTest, ClosesBehindTheReplyForClientsThatReadToTheEnd) {
   put("a.exe", "the body");
   const std::string reply = Browser(port_).raw(
