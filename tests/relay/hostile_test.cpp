@@ -3,6 +3,7 @@
 
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
+#include "support/file_bytes.h"
 #include "support/raw_agent.h"
 
 namespace vlk::relay {
@@ -264,8 +265,7 @@ TEST_F(HostileTest, DatabaseHoldsNoSecretInClear) {
   stop();
   std::string all;
   for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
-    std::ifstream file(entry.path(), std::ios::binary);
-    all.append(std::istreambuf_iterator<char>(file), {});
+    if (entry.is_regular_file()) all += vantelink_test::file_bytes(entry.path());
   }
   EXPECT_EQ(all.find(kPassword), std::string::npos);
   EXPECT_EQ(all.find(cookie), std::string::npos);
