@@ -120,6 +120,7 @@ void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_comm
   UpdateWindow(window);
   run_message_loop();
 
+  // The record, which holds the logo, lives longer, until the process ends: deliberate.
   Gdiplus::GdiplusShutdown(gdiplus);
 }
 

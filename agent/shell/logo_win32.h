@@ -16,7 +16,7 @@ using Logo = std::unique_ptr<void, LogoDeleter>;
 
 Logo load_logo();
 
-// Draws it in the given rectangle, whose shape is kept to whatever the picture's own is.
+// Fills the given rectangle with it; the picture's own proportions are not kept.
 void draw_logo(HDC dc, const Logo& logo, int x, int y, int width, int height);
 
 }  // namespace vlk::agent

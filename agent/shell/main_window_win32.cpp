@@ -12,6 +12,7 @@
 #include "shell/texts.h"
 #include "shell/tray.h"
 #include "shell/update_prompt.h"
+#include "update/manifest.h"
 #include "update/update_threads_win32.h"
 
 namespace vlk::agent {
