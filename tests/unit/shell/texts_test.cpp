@@ -31,6 +31,8 @@ TEST(Texts, LettersBeyondAsciiArrive) {
   EXPECT_TRUE(icelandic.title == std::wstring(L"Maravek Fjara\u00F0sto\u00F0"));
   EXPECT_TRUE(english.status_connecting == std::wstring(L"Connecting\u2026"));
   EXPECT_TRUE(english.status_online == std::wstring(L"Online \u2014 ready for support"));
+  EXPECT_TRUE(icelandic.status_offline == std::wstring(L"\u00D3tengdur"));
+  EXPECT_TRUE(icelandic.status_in_session == std::wstring(L"Fjara\u00F0sto\u00F0 \u00ED gangi"));
   EXPECT_TRUE(icelandic.name_label == std::wstring(L"Skipsnafn/Skipsn\u00FAmer:"));
   EXPECT_TRUE(icelandic.menu_exit == std::wstring(L"H\u00E6tta"));
   EXPECT_TRUE(
