@@ -10,10 +10,10 @@
 #include <new>
 #include <string>
 
-#include "painted_window.h"
 #include "shell/texts.h"
 #include "shell/tray.h"
-#include "update/update.h"
+#include "tests/windows/shell_window.h"
+#include "update/manifest.h"
 
 namespace {
 
@@ -43,7 +43,6 @@ void* operator new(std::size_t size) {
 namespace vlk::agent {
 namespace {
 
-constexpr wchar_t kPlainClass[] = L"MainWindowTest";
 constexpr wchar_t kBareClass[] = L"MainWindowTestWithoutRecord";
 
 // As the real procedure, but the record never gets to the window.
@@ -52,14 +51,14 @@ LRESULT CALLBACK procedure_without_record(HWND window, UINT message, WPARAM wpar
   return main_window_procedure(window, message, wparam, lparam);
 }
 
-HWND make_window(const wchar_t* class_name, WNDPROC procedure, MainWindow* main) {
+HWND make_window_without_record() {
   WNDCLASSW type = {};
-  type.lpfnWndProc = procedure;
+  type.lpfnWndProc = procedure_without_record;
   type.hInstance = GetModuleHandleW(nullptr);
-  type.lpszClassName = class_name;
+  type.lpszClassName = kBareClass;
   RegisterClassW(&type);
-  return CreateWindowExW(0, class_name, L"", WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE, 50, 50,
-                         360, 440, nullptr, nullptr, type.hInstance, main);
+  return CreateWindowExW(0, kBareClass, L"", WS_CAPTION | WS_VISIBLE, 50, 50, 360, 440, nullptr, nullptr,
+                         type.hInstance, nullptr);
 }
 
 // Takes the quit message off the queue; false when there is none.
@@ -82,19 +81,11 @@ std::wstring text_of(HWND window) {
 
 class MainWindowTest : public testing::Test {
  protected:
-  MainWindowTest() {
-    main_.server_host = "127.0.0.1";
-    main_.server_port = 9;
-    window_ = make_window(kPlainClass, main_window_procedure, &main_);
-  }
-  ~MainWindowTest() override {
-    if (IsWindow(window_)) DestroyWindow(window_);
-    int code;
-    take_quit(code);
-  }
+  MainWindowTest() { ShowWindow(window_, SW_SHOW); }
 
-  MainWindow main_;
-  HWND window_ = nullptr;
+  ShellWindow shell_;
+  MainWindow& main_ = shell_.main;
+  const HWND window_ = shell_.window;
 };
 
 TEST_F(MainWindowTest, CreationStoresTheRecordAndStartsTheClient) {
@@ -122,8 +113,7 @@ TEST_F(MainWindowTest, TheClientsStatusReachesTheRecordAndTheStatusLine) {
 }
 
 TEST_F(MainWindowTest, AStatusBeforeAnyConnectionReplacesTheFirstText) {
-  main_.client->stop();
-  test::pump_messages();
+  shell_.quieten();
   EXPECT_EQ(SendMessageW(window_, WM_AGENT_STATUS, static_cast<WPARAM>(Status::InSession), 3), 0);
   EXPECT_EQ(main_.status, 3);
   EXPECT_EQ(main_.rep_count, 3);
@@ -135,8 +125,7 @@ TEST_F(MainWindowTest, AStatusBeforeAnyConnectionReplacesTheFirstText) {
 }
 
 TEST_F(MainWindowTest, ANoticeStandsUntilTheNextStatusAndIsFreed) {
-  main_.client->stop();
-  test::pump_messages();
+  shell_.quieten();
   auto* const notice = new std::wstring(L"Tengd við þjón");
   watched = notice;
   watched_frees = 0;
@@ -151,8 +140,7 @@ TEST_F(MainWindowTest, ANoticeStandsUntilTheNextStatusAndIsFreed) {
 }
 
 TEST_F(MainWindowTest, AnOfferOfTheSkippedVersionShowsNothingAndIsFreed) {
-  main_.client->stop();
-  test::pump_messages();
+  shell_.quieten();
   main_.skipped_version = "0.9";
   auto* const offer = new UpdateOffer{"0.9", "Setup.exe"};
   watched = offer;
@@ -193,18 +181,15 @@ TEST_F(MainWindowTest, BothWaysOutMarkTheEndAndDestroyTheWindow) {
   int code = 99;
   EXPECT_TRUE(take_quit(code));
 
-  MainWindow other;
-  other.server_host = "127.0.0.1";
-  other.server_port = 9;
-  const HWND second = make_window(kPlainClass, main_window_procedure, &other);
-  SendMessageW(second, WM_EXIT_FOR_UPDATE, 0, 0);
-  EXPECT_TRUE(other.exiting);
-  EXPECT_FALSE(IsWindow(second));
+  const ShellWindow second;
+  SendMessageW(second.window, WM_EXIT_FOR_UPDATE, 0, 0);
+  EXPECT_TRUE(second.main.exiting);
+  EXPECT_FALSE(IsWindow(second.window));
   EXPECT_TRUE(take_quit(code));
 }
 
 TEST(MainWindowWithoutRecord, MessagesThatNeedItAreIgnored) {
-  const HWND window = make_window(kBareClass, procedure_without_record, nullptr);
+  const HWND window = make_window_without_record();
   ASSERT_NE(window, nullptr);
   SendMessageW(window, WM_AGENT_STATUS, 2, 1);
   SendMessageW(window, WM_CONSENT_REQUEST, 0, 0);

@@ -2,23 +2,15 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <objidl.h>
-
 #include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
-namespace Gdiplus {
-using std::max;  // its headers ask for these by name
-using std::min;
-}  // namespace Gdiplus
-
-#include <gdiplus.h>
-
 #include "agent_file.h"
 #include "painted_window.h"
+#include "platform/gdiplus_win32.h"
 #include "platform/win32_handles.h"
 #include "shell/main_window.h"
 #include "stream/capture.h"
@@ -113,12 +105,8 @@ std::vector<std::uint32_t> expected_client(int width, int height) {
   Gdiplus::GdiplusStartup(&token, &input, nullptr);
   const UniqueLibrary file(LoadLibraryExW(test::agent_file().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
   const HRSRC found = FindResourceW(file.get(), MAKEINTRESOURCEW(101), MAKEINTRESOURCEW(10));
-  const DWORD size = SizeofResource(file.get(), found);
-  const HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, size);
-  std::memcpy(GlobalLock(memory), LockResource(LoadResource(file.get(), found)), size);
-  GlobalUnlock(memory);
-  IStream* stream = nullptr;
-  CreateStreamOnHGlobal(memory, TRUE, &stream);
+  const auto stream =
+      stream_over_copy(LockResource(LoadResource(file.get(), found)), SizeofResource(file.get(), found));
 
   const BITMAPINFO info = top_down_bitmap(width, height);
   const UniqueMemoryDc dc(CreateCompatibleDC(nullptr));
@@ -128,13 +116,12 @@ std::vector<std::uint32_t> expected_client(int width, int height) {
   const RECT all = {0, 0, width, height};
   FillRect(dc.get(), &all, GetSysColorBrush(COLOR_WINDOW));
   {
-    Gdiplus::Image logo(stream);
+    Gdiplus::Image logo(stream.Get());
     EXPECT_EQ(logo.GetWidth(), 2058u);
     Gdiplus::Graphics graphics(dc.get());
     graphics.SetInterpolationMode(Gdiplus::InterpolationModeHighQualityBicubic);
     graphics.DrawImage(&logo, 50, 20, 260, 95);
   }
-  stream->Release();
   Gdiplus::GdiplusShutdown(token);
   GdiFlush();
   const auto* const pixels = static_cast<const std::uint32_t*>(bits);
@@ -204,6 +191,12 @@ TEST_F(WindowTest, CloseAndMinimiseHideAndShowingBringsItBack) {
   SendMessageW(window, WM_SIZE, SIZE_MAXIMIZED, 0);
   EXPECT_TRUE(shown(window));
   EXPECT_TRUE(agent.running());
+}
+
+TEST_F(WindowTest, KnowsTheDensityOfEachMonitor) {
+  const AgentProcess agent(L"");
+  const DPI_AWARENESS_CONTEXT context = GetWindowDpiAwarenessContext(find_window());
+  EXPECT_EQ(GetAwarenessFromDpiAwarenessContext(context), DPI_AWARENESS_PER_MONITOR_AWARE);
 }
 
 TEST_F(WindowTest, StartsHiddenWithTheSwitch) {
