@@ -28,6 +28,15 @@ bool eventually(Condition condition) {
   return true;
 }
 
+// Not so for a process that has ended and waits to be collected.
+inline bool is_running(int pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/stat");
+  std::string text;
+  std::getline(status, text);
+  const std::size_t name_end = text.rfind(')');
+  return name_end != std::string::npos && text.find_first_of("ZX", name_end) != name_end + 2;
+}
+
 class AgentTest : public testing::Test {
  protected:
   static void SetUpTestSuite() { open_desk(Desk::Kind::VirtualDesktop); }
@@ -60,14 +69,7 @@ class AgentTest : public testing::Test {
     launch(switches, environment);
     return server_->accept_upgraded();
   }
-  // Not so for a process that has ended and waits to be collected.
-  bool running() const {
-    std::ifstream status("/proc/" + std::to_string(pid_) + "/stat");
-    std::string text;
-    std::getline(status, text);
-    const std::size_t name_end = text.rfind(')');
-    return name_end != std::string::npos && text.find_first_of("ZX", name_end) != name_end + 2;
-  }
+  bool running() const { return is_running(pid_); }
   void end_agent() {
     if (running()) ::kill(pid_, SIGKILL);
     EXPECT_TRUE(eventually([&] { return !running(); }));

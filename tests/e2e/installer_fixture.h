@@ -59,8 +59,13 @@ class InstallerTest : public RedirectTest {
   // With every file limited to half of the executable's size; the installer's exit status.
   static std::string setup_on_a_full_disk(const std::string& program) {
     const auto kilobytes = std::filesystem::file_size(kAgent) / 2 / 1024;
-    return desk->host("trap '' XFSZ; ulimit -f " + std::to_string(kilobytes) + "; timeout 120 wine '" +
-                      program + "' /S > /dev/null 2>&1 < /dev/null; echo $?");
+    return desk->host("trap '' XFSZ; ulimit -f " + std::to_string(kilobytes) + "; SSL_CERT_FILE='" + folder +
+                      "/ca.pem' timeout 120 wine '" + program + "' /S > /dev/null 2>&1 < /dev/null; echo $?");
+  }
+  // A service that Windows will not start.
+  static void add_disabled_service() {
+    ASSERT_EQ(
+        desk->exec({"sc", "create", "VantelinkAgent", "binPath=", "C:\\none.exe", "start=", "disabled"}), 0);
   }
   // The uninstaller goes on in a copy of itself, so its folder tells when it is done.
   static void uninstall() {

@@ -6,10 +6,6 @@ namespace {
 
 using vlk::Msg;
 
-constexpr int kMenuOpen = 40001;
-constexpr int kMenuUnattended = 40002;
-constexpr int kMenuExit = 40003;
-
 const char kOwnPath[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
 
 // What the autostart entry holds for this executable.

@@ -38,9 +38,7 @@ class RedirectTest : public testing::Test {
   void TearDown() override {
     desk->exec({"sc", "stop", "VantelinkAgent"});
     desk->exec({"sc", "delete", "VantelinkAgent"});
-    for (const int pid : processes("VantelinkAgent.exe"))
-      ::kill(pid, SIGKILL);
-    EXPECT_TRUE(gone("VantelinkAgent.exe"));
+    kill_agents();
   }
 
   // A new server, which agents find from now on.
@@ -112,6 +110,21 @@ class RedirectTest : public testing::Test {
   static bool gone(const std::string& text) {
     return eventually([&] { return processes(text).empty(); });
   }
+  static void kill_agents() {
+    for (const int pid : processes("VantelinkAgent.exe"))
+      ::kill(pid, SIGKILL);
+    EXPECT_TRUE(gone("VantelinkAgent.exe"));
+  }
+
+  // As long as it lives, another service has the display name that the agent's wants; Windows allows it once.
+  struct DisplayNameTaken {
+    DisplayNameTaken() {
+      EXPECT_EQ(desk->exec({"sc", "create", "Other", "binPath=", "C:\\x.exe",
+                            "DisplayName=", "Maravek Remote Support"}),
+                0);
+    }
+    ~DisplayNameTaken() { EXPECT_EQ(desk->exec({"sc", "delete", "Other"}), 0); }
+  };
 
   inline static TestAuthority* authority;
   inline static Desk* desk;

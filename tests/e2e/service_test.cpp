@@ -5,17 +5,14 @@
 namespace vantelink_test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
 constexpr char kChild[] = "--from-service";
 constexpr char kHost[] = "VantelinkAgent.exe --service";
-constexpr int kMenuExit = 40003;
-constexpr milliseconds kPollInterval{5000};  // anything faster was not found by polling
+constexpr unsigned kStaticKind = 0x1F;  // SS_TYPEMASK
+constexpr unsigned kIconKind = 0x03;    // SS_ICON
 
 class ServiceTest : public RedirectTest {
  protected:
-  // Runs one of the two switches and presses the box away; its title and text.
+  // Runs one of the two switches and presses the box away; its icon, title and text.
   static std::string switch_says(const std::string& name, const std::string& program = kAgent) {
     return box_of(desk->spawn({program, name}));
   }
@@ -29,13 +26,29 @@ class ServiceTest : public RedirectTest {
       box = windows_on(*desk, {kDialog});
       return box.size() >= 3 && box.front().visible;
     })) << "no box";
-    std::string text;
+    std::string text = icon_of(box) + '|';
     for (const SeenWindow& window : box)
       if (!window.child || window.id == 65535) text += window.text + '|';
     for (const SeenWindow& window : box)
       if (window.type == "Button") click(*desk, window);
-    EXPECT_TRUE(eventually([&] { return ::kill(pid, 0) != 0; })) << "the box stays";
+    EXPECT_TRUE(eventually([&] { return !is_running(pid); })) << "the box stays";
     return text;
+  }
+
+  // By its colour, once it is painted on the box's light ground: Wine's information is blue, its warning
+  // orange.
+  static std::string icon_of(const std::vector<SeenWindow>& box) {
+    const auto icon = std::find_if(box.begin(), box.end(), [](const SeenWindow& window) {
+      return window.child && (window.style & kStaticKind) == kIconKind;
+    });
+    if (icon == box.end()) return "no icon";
+    std::string colour;
+    EXPECT_TRUE(eventually([&] {
+      colour = colours_at(*desk, icon->screen_left, icon->screen_top, icon->width, icon->height,
+                          "p{0,0}.r < 0.9 ? 0 : mean.b - mean.r > 0.1 ? 1 : mean.g - mean.b > 0.1 ? 2 : 0");
+      return colour != "0";
+    })) << "an icon of another colour";
+    return colour == "1" ? "information" : "warning";
   }
 
   std::string query() const { return desk->output({"sc", "query", "VantelinkAgent"}); }
@@ -51,7 +64,7 @@ class ServiceTest : public RedirectTest {
   }
 };
 
-constexpr char kInstalled[] = "Maravek|Service installed and started.|";
+constexpr char kInstalled[] = "information|Maravek|Service installed and started.|";
 
 TEST_F(ServiceTest, InstallsStartsAndBringsAHiddenAgentToTheDesktop) {
   EXPECT_EQ(install(), kInstalled);
@@ -67,18 +80,16 @@ TEST_F(ServiceTest, InstallsStartsAndBringsAHiddenAgentToTheDesktop) {
   EXPECT_FALSE(windows.front().visible);
 }
 
-TEST_F(ServiceTest, KilledAgentComesBackAtOnce) {
+TEST_F(ServiceTest, KilledAgentComesBack) {
   install();
   auto peer = greeted();
   for (int i = 0; i < 3; ++i) {
     const int killed = child();
-    const auto begin = Clock::now();
     ::kill(killed, SIGKILL);
     EXPECT_TRUE(eventually([&] {
       const auto now = processes(kChild);
       return !now.empty() && now.front() != killed;
     }));
-    EXPECT_LT(Clock::now() - begin, kPollInterval - milliseconds(500)) << "found by polling";
     peer = greeted();
   }
 }
@@ -93,16 +104,14 @@ TEST_F(ServiceTest, ExitInTheTrayOnlyBringsANewAgent) {
   EXPECT_NE(child(), first);
 }
 
-TEST_F(ServiceTest, StopEndsTheAgentWithinAMomentAndStartBringsItBack) {
+TEST_F(ServiceTest, StopEndsTheAgentAndStartBringsItBack) {
   install();
   const auto peer = greeted();
   desk->output({"sc", "stop", "VantelinkAgent"});
-  const auto begin = Clock::now();
   EXPECT_TRUE(gone(kChild));
-  EXPECT_LT(Clock::now() - begin, milliseconds(1000));
   EXPECT_TRUE(gone(kHost));
   EXPECT_NE(query().find("STATE              : 1  STOPPED"), std::string::npos) << query();
-  EXPECT_FALSE(agent_connects(milliseconds(300)));
+  EXPECT_FALSE(agent_connects(Milliseconds(300)));
   desk->output({"sc", "start", "VantelinkAgent"});
   greeted();
 }
@@ -119,30 +128,36 @@ TEST_F(ServiceTest, SecondInstallationKeepsTheFirstPath) {
 }
 
 TEST_F(ServiceTest, RemovalEndsItAllAndFailsWhereNothingIsInstalled) {
-  EXPECT_EQ(uninstall(), "Maravek|Service removal failed.|");
+  EXPECT_EQ(uninstall(), "information|Maravek|Service removal failed.|");
   install();
   const auto peer = greeted();
-  EXPECT_EQ(uninstall(), "Maravek|Service removed.|");
+  EXPECT_EQ(uninstall(), "information|Maravek|Service removed.|");
   EXPECT_TRUE(gone(kChild));
   EXPECT_TRUE(gone(kHost));
   EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
-  EXPECT_EQ(uninstall(), "Maravek|Service removal failed.|");
+  EXPECT_EQ(uninstall(), "information|Maravek|Service removal failed.|");
+}
+
+TEST_F(ServiceTest, InstallationFailsWhereTheServiceCannotBeMade) {
+  const DisplayNameTaken taken;
+  EXPECT_EQ(install(), "information|Maravek|Service install failed.|") << "the icon of a success";
+  EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
 }
 
 TEST_F(ServiceTest, OnlyAnAdministratorInstallsAndRemovesIt) {
   const std::string program = std::string("\"Z:") + kAgent + "\" ";
   EXPECT_EQ(box_of(spawn_without_elevation(*desk, program + "--install-service")),
-            "Maravek|Please run as Administrator to install the service.|");
+            "warning|Maravek|Please run as Administrator to install the service.|");
   EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
   install();
   const auto peer = greeted();
   EXPECT_EQ(box_of(spawn_without_elevation(*desk, program + "--uninstall-service")),
-            "Maravek|Please run as Administrator to remove the service.|");
+            "warning|Maravek|Please run as Administrator to remove the service.|");
   EXPECT_NE(query().find("STATE              : 4  RUNNING"), std::string::npos) << query();
 }
 
 // A service that finds an agent in the session starts one copy after the other, and each raises the first
-// one's window: no delay, no end.
+// one's window, without end.
 TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
   desk->spawn({kAgent, "--unattended"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
   const auto peer = greeted();
@@ -150,14 +165,12 @@ TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
   install();
   EXPECT_TRUE(eventually([&] { return windows_on(*desk, {kAgentWindow}).front().visible; }));
   std::vector<int> seen;
-  const auto begin = Clock::now();
   EXPECT_TRUE(eventually([&] {
     for (const int pid : processes(kChild))
       if (std::find(seen.begin(), seen.end(), pid) == seen.end()) seen.push_back(pid);
     return seen.size() >= 3;
   }));
-  EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "one copy a poll";
-  EXPECT_FALSE(agent_connects(milliseconds(100))) << "a copy connected";
+  EXPECT_FALSE(agent_connects(Milliseconds(100))) << "a copy connected";
 }
 
 // Wine may take ten seconds over it.

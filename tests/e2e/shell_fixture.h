@@ -17,6 +17,11 @@ inline constexpr int kUnattendedCheck = 1002;
 inline constexpr int kApplyButton = 1003;
 inline constexpr int kStatusLabel = 1004;
 
+// Items of the tray menu.
+inline constexpr int kMenuOpen = 40001;
+inline constexpr int kMenuUnattended = 40002;
+inline constexpr int kMenuExit = 40003;
+
 // From the window's right upper corner to the middle of a caption button, in pixels of Wine's own frame.
 inline constexpr int kCloseButton = 13;
 inline constexpr int kMinimiseButton = 47;
@@ -43,6 +48,14 @@ inline std::vector<std::string> icelandic_on(const Desk& desk) {
 inline void keep_shot(const Desk& desk, const std::string& name) {
   desk.host("mkdir -p '" VANTELINK_SOURCE_DIR "/build/shots'");
   desk.shot(VANTELINK_SOURCE_DIR "/build/shots/" + name + ".png");
+}
+
+// An expression of ImageMagick's over a rectangle of the screen.
+inline std::string colours_at(const Desk& desk, int left, int top, int width, int height,
+                              const std::string& expression) {
+  return desk.host("import -window root -crop " + std::to_string(width) + 'x' + std::to_string(height) + '+' +
+                   std::to_string(left) + '+' + std::to_string(top) + " -format '%[fx:" + expression +
+                   "]' info:");
 }
 
 class ShellTest : public AgentTest {

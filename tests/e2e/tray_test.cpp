@@ -23,7 +23,7 @@ class TrayTest : public ShellTest {
 
   // Leaves by the proper way, so that the icon is not left to the shell's own housekeeping.
   void TearDown() override {
-    if (running()) post(*desk, kCommand, 40003, 0);
+    if (running()) post(*desk, kCommand, kMenuExit, 0);
     EXPECT_TRUE(eventually([&] { return !running(); }));
     expect_icons(0);
     ShellTest::TearDown();
@@ -70,11 +70,18 @@ class TrayTest : public ShellTest {
     click(*desk, menu.screen_left + menu.width / 2, menu.screen_top + item);
     EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
   }
-  // Whether there is a mark in front of an item: anything but the menu's white ground.
-  static bool is_marked(const SeenWindow& menu, int item) {
-    const std::string place =
-        "14x12+" + std::to_string(menu.screen_left + 3) + "+" + std::to_string(menu.screen_top + item - 6);
-    return desk->host("import -window root -crop " + place + " -format '%[fx:minima < 0.5]' info:") == "1";
+  static void turn_away() {
+    click(*desk, 640, 300);
+    EXPECT_TRUE(eventually([] { return visible_menus().empty(); })) << "a click elsewhere turns it away";
+  }
+  // Whether there is a mark in front of the item: anything but the menu's white ground.
+  static bool unattended_is_marked() {
+    const SeenWindow menu = open_menu();
+    const bool marked = colours_at(*desk, menu.screen_left + 3, menu.screen_top + kUnattendedItem - 6, 14, 12,
+                                   "minima < 0.5") == "1";
+    if (marked) shot("tray-menu-icelandic");
+    turn_away();
+    return marked;
   }
 
   std::unique_ptr<ServerConnection> peer_;
@@ -109,8 +116,7 @@ TEST_F(TrayTest, MenuOpensTheWindowAndEndsTheProgram) {
   begin({"--unattended"});
   open_menu();
   shot("tray-menu-english");
-  click(*desk, 640, 300);
-  EXPECT_TRUE(eventually([] { return visible_menus().empty(); })) << "a click elsewhere turns it away";
+  turn_away();
   EXPECT_FALSE(panel().front().visible);
   choose(kOpenItem);
   EXPECT_TRUE(becomes_visible(true));
@@ -122,19 +128,12 @@ TEST_F(TrayTest, MenuOpensTheWindowAndEndsTheProgram) {
 
 TEST_F(TrayTest, CheckMarkAndBoxFollowEachOther) {
   begin({}, icelandic());
-  EXPECT_FALSE(is_marked(open_menu(), kUnattendedItem));
-  click(*desk, 640, 300);
-  EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
-
+  EXPECT_FALSE(unattended_is_marked());
   choose(kUnattendedItem);
   EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
   EXPECT_EQ(registry_of(*desk)["Unattended"], "01000000");
   EXPECT_EQ(registry_of(*desk).count("VantelinkAgent"), 1u);
-  EXPECT_TRUE(is_marked(open_menu(), kUnattendedItem));
-  shot("tray-menu-icelandic");
-  click(*desk, 640, 300);
-  EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
-
+  EXPECT_TRUE(unattended_is_marked());
   choose(kUnattendedItem);
   EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 0; }));
   EXPECT_EQ(registry_of(*desk)["Unattended"], "00000000");
@@ -143,13 +142,10 @@ TEST_F(TrayTest, CheckMarkAndBoxFollowEachOther) {
   // The box reaches the mark by Apply alone.
   click(*desk, control(kUnattendedCheck));
   EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
-  EXPECT_FALSE(is_marked(open_menu(), kUnattendedItem));
-  click(*desk, 640, 300);
-  EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
+  EXPECT_FALSE(unattended_is_marked());
   click(*desk, control(kApplyButton));
   peer_->read_until(Msg::NameUpdate);
-  EXPECT_TRUE(is_marked(open_menu(), kUnattendedItem));
-  click(*desk, 640, 300);
+  EXPECT_TRUE(unattended_is_marked());
 }
 
 }  // namespace

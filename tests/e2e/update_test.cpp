@@ -269,7 +269,7 @@ TEST_F(UpdateTest, WindowNeverWaitsForASilentServer) {
   }
   peer_->read_until(Msg::Enroll);
   expect_quiet(*peer_);
-  post(*desk, kCommand, 40003, 0);
+  post(*desk, kCommand, kMenuExit, 0);
   EXPECT_TRUE(eventually([&] { return !running(); })) << "the check dies with the process";
 }
 
