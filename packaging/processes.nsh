@@ -29,7 +29,7 @@ Function ${UN}EnableDebugPrivilege
   Push $0
   Push $1
   Push $2
-  System::Call 'advapi32::OpenProcessToken(p -1, i 0x28, *p 0 .r0) i' ; query and adjust
+  System::Call 'advapi32::OpenProcessToken(p -1, i 0x28, *p .r0) i' ; query and adjust
   System::Call '*(i 1, i 0, i 0, i 2) p .r1' ; TOKEN_PRIVILEGES of one, enabled
   IntPtrOp $2 $1 + 4
   System::Call 'advapi32::LookupPrivilegeValueW(p 0, w "SeDebugPrivilege", p r2) i'
@@ -79,11 +79,11 @@ Function StartAsShell
   Push $5
   StrCpy $4 0
   System::Call 'user32::GetShellWindow() p .r1'
-  System::Call 'user32::GetWindowThreadProcessId(p r1, *i 0 .r2) i'
+  System::Call 'user32::GetWindowThreadProcessId(p r1, *i .r2) i'
   System::Call 'kernel32::OpenProcess(i 0x400, i 0, i r2) p .r1'
   ${If} $1 != 0
-    System::Call 'advapi32::OpenProcessToken(p r1, i 2, *p 0 .r2) i'
-    System::Call 'advapi32::DuplicateTokenEx(p r2, i 0x2000000, p 0, i 2, i 1, *p 0 .r3) i'
+    System::Call 'advapi32::OpenProcessToken(p r1, i 2, *p .r2) i'
+    System::Call 'advapi32::DuplicateTokenEx(p r2, i 0x2000000, p 0, i 2, i 1, *p .r3) i'
     System::Alloc 128 ; a STARTUPINFOW of 104 bytes and a PROCESS_INFORMATION of 24
     Pop $5
     System::Call '*$5(i 104)'
@@ -104,7 +104,7 @@ Function StartAgent
   Push $0
   Push $1
   System::Call 'kernel32::GetCurrentProcessId() i .r0'
-  System::Call 'kernel32::ProcessIdToSessionId(i r0, *i 0 .r1) i'
+  System::Call 'kernel32::ProcessIdToSessionId(i r0, *i .r1) i'
   ${If} $1 != 0
     StrCpy $1 '"$INSTDIR\${AGENT_FILE}"'
     ${If} ${Silent}
