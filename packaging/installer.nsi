@@ -3,7 +3,7 @@
 ; they take their places in one step each, so that a failure leaves the installed version working.
 ;
 ; Switches: /S silent; /SERVICE, /NOSERVICE and /NOSTARTMENU choose, in place of what is installed already;
-; /D=FOLDER, last and without quotes. Exit status: 0 done, 1 cancelled, 2 failed.
+; /D=FOLDER, last and without quotes. Exit status: 0 done, 1 cancelled, 2 failed, or done but for the service.
 ;
 ; Given by make-package: VERSION, AGENT (path of the executable), OUT (path of the installer), SOURCE (path of the
 ; source tree), SIGN (a command that signs the file named behind it, or nothing).
@@ -29,6 +29,7 @@ AllowSkipFiles off
 !include "LogicLib.nsh"
 !include "FileFunc.nsh"
 !include "Sections.nsh"
+!include "WordFunc.nsh"
 
 Name "$(TextProduct)"
 OutFile "${OUT}"
@@ -41,7 +42,7 @@ ShowUninstDetails nevershow
 !define MUI_UNICON "${SOURCE}/agent/resources/icon.ico"
 
 Var IsUpdate ; 1 where an older version is installed
-Var ServiceRan ; 1 if the service was running when the files were replaced
+Var ServiceRan ; 1 if the service was running when the files were replaced; empty while nothing was stopped
 
 !define MUI_PAGE_CUSTOMFUNCTION_PRE SkipInUpdate
 !insertmacro MUI_PAGE_WELCOME
@@ -133,21 +134,39 @@ Function StopRunning
   Call EndAgents
 FunctionEnd
 
-; The service starts the agent itself.
+; The service starts the agent itself, unless it cannot be started, being disabled for instance.
 Function StartAgain
+  StrCpy $0 0
   ${If} $ServiceRan == 1
     Call StartService
-  ${Else}
+  ${EndIf}
+  ${If} $0 == 0
     Call StartAgent
   ${EndIf}
 FunctionEnd
 
-; Nothing is left of a new installation that failed, and all of an old one.
+; The agent that began an update has ended. Where nothing was stopped yet, only a running service has started it again.
+Function StartEndedAgent
+  ${If} $IsUpdate == 1
+  ${AndIf} $ServiceRan == ""
+    Call QueryService
+    ${If} $ServiceState == 0
+    ${OrIf} $ServiceState == ${SERVICE_STOPPED}
+      Call StartAgent
+    ${EndIf}
+    StrCpy $IsUpdate 0 ; once is enough
+  ${EndIf}
+FunctionEnd
+
+; Nothing is left of a new installation that failed, and all of an old one. A file that can be made but not written
+; whole comes here by NSIS's own doing.
 Function .onInstFailed
+  Call StartEndedAgent
   Delete "$INSTDIR\${AGENT_FILE}.new"
   Delete "$INSTDIR\${UNINSTALLER_FILE}.new"
   SetOutPath "$TEMP"
   RMDir "$INSTDIR"
+  RMDir "$PROGRAMFILES64\Maravek"
   SetErrorLevel 2
 FunctionEnd
 
@@ -162,13 +181,7 @@ Section "$(TextAgent)" SectionAgent
     WriteUninstaller "$INSTDIR\${UNINSTALLER_FILE}.new"
   ${EndIf}
   ${If} ${Errors}
-    ; An update that the agent itself began has ended it.
-    ${If} $IsUpdate == 1
-      Call QueryService
-      ${If} $ServiceState == 0
-        Call StartAgent
-      ${EndIf}
-    ${EndIf}
+    Call StartEndedAgent
     !insertmacro SHOW_AND_ABORT "$(TextNoSpace)"
   ${EndIf}
 
@@ -176,14 +189,12 @@ Section "$(TextAgent)" SectionAgent
   StrCpy $0 "$INSTDIR\${AGENT_FILE}"
   Call TakePlace
   ${If} $0 == 0
-    ${If} $IsUpdate == 1
-    ${OrIf} $ServiceRan == 1
-      Call StartAgain
-    ${EndIf}
+    Call StartAgain
     !insertmacro SHOW_AND_ABORT "$(TextInUse)"
   ${EndIf}
   StrCpy $0 "$INSTDIR\${UNINSTALLER_FILE}"
   Call TakePlace
+  Delete "$INSTDIR\${UNINSTALLER_FILE}.new" ; an older uninstaller does as well
 
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${PRODUCT_NAME}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
@@ -259,8 +270,9 @@ Function .onInit
   Call SelectSections
   StrCpy $IsUpdate 0
   ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "DisplayVersion"
+  ${VersionCompare} "${VERSION}" "$0" $1
   ${If} $0 != ""
-  ${AndIf} $0 != "${VERSION}"
+  ${AndIf} $1 == 1 ; the first is newer
   ${AndIf} ${FileExists} "$INSTDIR\${AGENT_FILE}"
     StrCpy $IsUpdate 1
     SetAutoClose true

@@ -96,30 +96,37 @@ Function QueryService
   Call CloseService
 FunctionEnd
 
+; $0 becomes 1 if that worked, otherwise 0.
 Function StartService
+  StrCpy $0 0
   Call OpenService
   ${If} $Service != 0
-    System::Call 'advapi32::StartServiceW(p $Service, i 0, p 0) i'
+    System::Call 'advapi32::StartServiceW(p $Service, i 0, p 0) i .r0'
   ${EndIf}
   Call CloseService
 FunctionEnd
 
 ; As the agent's own --install-service, but without its message box, and a service that runs another copy of the
-; executable is pointed at the installed one.
+; executable is pointed at the installed one. A failure is told, and the installation goes on without the service.
 Function ConfigureService
   Push $0
   StrCpy $0 '"$INSTDIR\${AGENT_FILE}" --service'
   Call OpenService
   ${If} $Service != 0
-    System::Call 'advapi32::ChangeServiceConfigW(p $Service, i -1, i -1, i -1, w r0, p 0, p 0, p 0, p 0, p 0, p 0) i'
+    System::Call 'advapi32::ChangeServiceConfigW(p $Service, i -1, i -1, i -1, w r0, \
+        p 0, p 0, p 0, p 0, p 0, p 0) i .r0'
   ${ElseIf} $ServiceManager != 0
     ; Own process, started with the system, errors reported as usual, the local system account.
     System::Call 'advapi32::CreateServiceW(p $ServiceManager, w "${SERVICE_NAME}", w "${PRODUCT_NAME}", \
         i ${SERVICE_ALL_ACCESS}, i 0x10, i 2, i 1, w r0, p 0, p 0, p 0, p 0, p 0) p .s'
     Pop $Service
+    StrCpy $0 $Service
+  ${Else}
+    StrCpy $0 0
   ${EndIf}
-  ${If} $Service == 0
-    DetailPrint "$(TextServiceFailed)"
+  ${If} $0 == 0
+    MessageBox MB_OK|MB_ICONSTOP "$(TextServiceFailed)" /SD IDOK
+    SetErrorLevel 2
   ${EndIf}
   Call CloseService
   Pop $0

@@ -74,6 +74,35 @@ TEST_F(InstallerTest, SilentUpdateKeepsWhatIsInstalled) {
   EXPECT_EQ(files_of_installation(), 2) << "nothing in between is left";
 }
 
+TEST_F(InstallerTest, AgentComesBackForTheUserWhereTheServiceCannotBeStarted) {
+  ASSERT_EQ(setup(old_setup), 0);
+  greeted();
+  add_disabled_service();
+  EXPECT_EQ(setup(new_setup), 0);
+  greeted();
+  EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+  EXPECT_TRUE(processes(kChild).empty());
+}
+
+TEST_F(InstallerTest, ServiceThatCannotBeMadeIsToldAndTheAgentRunsForTheUser) {
+  const DisplayNameTaken taken;
+  EXPECT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 2);
+  greeted();
+  EXPECT_FALSE(service_exists());
+  EXPECT_TRUE(installed_is(kAgent));
+}
+
+TEST_F(InstallerTest, UninstallerInUseStaysAndTheAgentIsReplaced) {
+  ASSERT_EQ(setup(old_setup), 0);
+  greeted();
+  const int holder = hold_file(*desk, "C:\\Program Files\\Maravek\\Vantelink\\Uninstall.exe");
+  EXPECT_EQ(setup(new_setup), 0);
+  ::kill(holder, SIGKILL);
+  greeted();
+  EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+  EXPECT_EQ(files_of_installation(), 2) << "nothing in between is left";
+}
+
 TEST_F(InstallerTest, FileInUseLeavesTheOldVersionWorking) {
   for (const bool service : {true, false}) {
     ASSERT_EQ(setup(old_setup, {"/S", service ? "/SERVICE" : "/NOSERVICE"}), 0);
@@ -104,9 +133,21 @@ TEST_F(InstallerTest, FullDiskLeavesTheOldVersionRunning) {
   EXPECT_EQ(text_of(peer->read_until(Msg::Heartbeat)), "never stopped");
 }
 
+TEST_F(InstallerTest, AgentThatEndedForAnUpdateComesBackFromAFullDisk) {
+  ASSERT_EQ(setup(old_setup), 0);
+  for (const bool service : {false, true}) {  // one that does not run
+    if (service) add_disabled_service();
+    greeted();
+    kill_agents();
+    EXPECT_EQ(setup_on_a_full_disk(new_setup), "2");
+  }
+  greeted();
+  EXPECT_TRUE(installed_is(kAgent));
+}
+
 TEST_F(InstallerTest, FullDiskLeavesNothingOfANewInstallation) {
   EXPECT_EQ(setup_on_a_full_disk(old_setup), "2");
-  EXPECT_FALSE(std::filesystem::exists(installed));
+  EXPECT_FALSE(std::filesystem::exists(desk->folder() + "/prefix/drive_c/Program Files/Maravek"));
   EXPECT_FALSE(service_exists());
   EXPECT_FALSE(key_exists(kUninstallKey));
 }

@@ -6,8 +6,9 @@
 namespace vantelink_test {
 namespace {
 
-constexpr int kUpdateButton = 101;        // of the agent's question
-constexpr int kNextButton = 1;            // of the wizard, whatever it reads
+constexpr int kUpdateButton = 101;  // of the agent's question
+constexpr int kNextButton = 1;      // of the wizard, whatever it reads
+constexpr int kCancelButton = 2;
 constexpr char kOnline[] = "online as ";  // in the relay's log
 constexpr char kOver[] = "agent's connection over";
 
@@ -84,6 +85,16 @@ TEST_F(InstallerUpdateTest, OfferTakenFromTheRelayBringsTheNewerAgentToTheUser) 
   offer_from_relay();
   ASSERT_EQ(setup(old_setup, {"/S"}), 0);
   expect_update(false);
+}
+
+TEST_F(InstallerUpdateTest, OlderInstallerIsNoUpdateAndAsks) {
+  ASSERT_EQ(setup(new_setup), 0);
+  greeted();
+  const int pid = desk->spawn({old_setup});
+  press(kCancelButton);
+  EXPECT_TRUE(eventually([&] { return !is_running(pid); }));
+  EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+  EXPECT_EQ(installed_version(), kNewVersion);
 }
 
 TEST_F(InstallerUpdateTest, WizardLeadsThroughInEnglishAndIcelandic) {
