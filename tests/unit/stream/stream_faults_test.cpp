@@ -1,16 +1,12 @@
 // The stream when things fail or change in the middle of an iteration: which reading of a setting counts, the
 // order of effects across modules, and every operation failing once.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <future>
 #include <memory>
-#include <optional>
 #include <string>
 
-#include "fakes/fakes.h"
-#include "stream/stream_worker.h"
 #include "stream/streamer.h"
+#include "unit/stream/worker_fixture.h"
 
 namespace vlk::agent {
 namespace {
@@ -21,21 +17,11 @@ using vantelink_fakes::note;
 using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 
-constexpr std::int64_t kMillisecond = 1000000;
-
-bool Fill(CapturedFrame& frame, std::uint32_t width, std::uint32_t height) {
-  frame.width = width;
-  frame.height = height;
-  frame.stride = static_cast<std::int32_t>(width * 4);
-  frame.pixels.assign(std::size_t{width} * height * 4, 1);
-  return true;
-}
-
-// A worker on a clock of its own whose sent messages go into the journal too.
-class StreamFaultsTest : public testing::Test {
+// Sent messages go into the journal too.
+class StreamFaultsTest : public WorkerFixture {
  protected:
   void SetUp() override {
-    vantelink_fakes::reset();
+    WorkerFixture::SetUp();
     script().open = [](std::int32_t) { return true; };
     script().left = 10;
     script().top = 20;
@@ -48,12 +34,6 @@ class StreamFaultsTest : public testing::Test {
     };
   }
 
-  void Run(int iterations) {
-    if (!worker_) worker_.emplace(0xFFFFFFFE, send_, clock_, settings_);
-    for (int i = 0; i < iterations; ++i)
-      worker_->RunIteration();
-  }
-
   // What the next iterations do, and nothing from before.
   Lines JournalOf(int iterations) {
     const std::size_t before = journal().size();
@@ -62,25 +42,18 @@ class StreamFaultsTest : public testing::Test {
     return Lines(lines.begin() + static_cast<std::ptrdiff_t>(before), lines.end());
   }
 
-  std::int64_t time_ = 90000 * kMillisecond;
+  StreamFaultsTest() {
+    send_ = [this](Msg type, unsigned session, const unsigned char* data, std::size_t length, unsigned char) {
+      EXPECT_EQ(session, kSession);
+      const std::string bytes(reinterpret_cast<const char*>(data), length);
+      if (type == Msg::StreamFrame) last_frame_ = bytes;
+      note(type == Msg::StreamFrame ? "send frame" : "send " + bytes);
+      return true;
+    };
+  }
+
   std::function<void()> in_acquire_;
-  std::vector<std::int64_t> pauses_;  // milliseconds
   std::string last_frame_;
-  StreamSettings settings_;
-  Clock clock_{[this] { return time_; },
-               [this](std::int64_t deadline) {
-                 pauses_.push_back((deadline - time_) / kMillisecond);
-                 time_ = deadline;
-               }};
-  SendCallable send_ = [this](Msg type, unsigned session, const unsigned char* data, std::size_t length,
-                              unsigned char) {
-    EXPECT_EQ(session, 0xFFFFFFFE);
-    const std::string bytes(reinterpret_cast<const char*>(data), length);
-    if (type == Msg::StreamFrame) last_frame_ = bytes;
-    note(type == Msg::StreamFrame ? "send frame" : "send " + bytes);
-    return true;
-  };
-  std::optional<StreamWorker> worker_;
 };
 
 TEST_F(StreamFaultsTest, AnIterationTakesItsStepsInOrder) {
