@@ -12,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,6 +25,7 @@
 #include "platform/com_apartment.h"
 #include "platform/gdiplus_win32.h"
 #include "platform/socket.h"
+#include "platform/win32_handles.h"
 #include "stream/colour.h"
 #include "stream/jpeg_encoder.h"
 #include "stream/streamer.h"
@@ -46,25 +48,27 @@ constexpr int kQuality = 70;
 constexpr int kRounds = 150;         // of each step
 constexpr std::int32_t kFps = 2000;  // more than can be had, so that nothing waits
 constexpr std::int32_t kBitrate = 6000000;
-constexpr double kMillisecond = 10000;  // of the thread clock's 100 ns
+constexpr double kMillisecond = 10000;         // of the thread clock's 100 ns
+constexpr std::chrono::seconds kPatience{60};  // with all frames of one stream
 constexpr std::size_t kReadSize = 262144;
 
-double thread_milliseconds(HANDLE thread) {
+// What GetThreadTimes or GetProcessTimes tells of a handle: time in the kernel and outside of it.
+template <typename GetTimes>
+double cpu_milliseconds(GetTimes get_times, HANDLE of) {
   FILETIME created, ended, kernel, user;
-  GetThreadTimes(thread, &created, &ended, &kernel, &user);
+  get_times(of, &created, &ended, &kernel, &user);
   const auto count = [](const FILETIME& time) {
     return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
   };
   return (count(kernel) + count(user)) / kMillisecond;
 }
 
+double thread_milliseconds(HANDLE thread) {
+  return cpu_milliseconds(GetThreadTimes, thread);
+}
+
 double process_milliseconds() {
-  FILETIME created, ended, kernel, user;
-  GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user);
-  const auto count = [](const FILETIME& time) {
-    return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
-  };
-  return (count(kernel) + count(user)) / kMillisecond;
+  return cpu_milliseconds(GetProcessTimes, GetCurrentProcess());
 }
 
 double wall_milliseconds() {
@@ -120,12 +124,14 @@ class Line {
     const WireBytes frame = encode_message_frame(type, 1, data, length, flags);
     return connection_->write(frame.data.get(), frame.size);
   }
-  double reader_milliseconds() { return thread_milliseconds(reader_handle_); }
+  double reader_milliseconds() { return thread_milliseconds(reader_handle_.get()); }
 
  private:
   void Read() {
-    DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &reader_handle_, 0, FALSE,
+    HANDLE own = nullptr;
+    DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &own, 0, FALSE,
                     DUPLICATE_SAME_ACCESS);
+    reader_handle_.reset(own);
     const std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(server_.get()), &SSL_free);
     SSL_set_fd(ssl.get(), static_cast<int>(peer_));
     if (SSL_accept(ssl.get()) != 1) return;
@@ -137,7 +143,7 @@ class Line {
   SslContext server_, client_;
   SocketHandle socket_ = kInvalidSocket;
   SOCKET peer_ = INVALID_SOCKET;
-  HANDLE reader_handle_ = nullptr;
+  UniqueKernelHandle reader_handle_;
   std::thread reader_;
   std::unique_ptr<TlsConnection> connection_;
   bool connected_ = false;
@@ -234,7 +240,7 @@ bool report_jpeg_steps(Line& line) {
   return !file.empty();
 }
 
-void report_whole(Line& line, const char* codec) {
+bool report_whole(Line& line, const char* codec) {
   constexpr int kFrames = 300;
   std::mutex lock;
   std::condition_variable changed;
@@ -251,18 +257,19 @@ void report_whole(Line& line, const char* codec) {
       });
   const auto wait_for = [&](int wanted) {
     std::unique_lock guard(lock);
-    changed.wait(guard, [&] { return frames >= wanted; });
+    return changed.wait_for(guard, kPatience, [&] { return frames >= wanted; });
   };
   streamer.SetCodec(codec);
   streamer.Start(0, kFps, kQuality, kBitrate);
-  wait_for(1);
+  if (!wait_for(1)) return false;
   const double wall = wall_milliseconds(), all = process_milliseconds(), reader = line.reader_milliseconds();
-  wait_for(kFrames + 1);
+  if (!wait_for(kFrames + 1)) return false;
   const double taken = wall_milliseconds() - wall;
   const double own = process_milliseconds() - all - (line.reader_milliseconds() - reader);
   streamer.Stop();
   std::printf("the whole worker: %.1f frames a second, %.2f ms wall and %.2f ms CPU a frame, %s\n",
               kFrames * 1000 / taken, taken / kFrames, own / kFrames, announced.c_str());
+  return true;
 }
 
 }  // namespace
@@ -289,20 +296,18 @@ int main() {
     std::printf("\nH.264 double: %ls\n", kind);
     bool opened = false;
     std::thread([&] { opened = report_steps(line); }).join();
-    if (!opened) {
+    if (!opened || !report_whole(line, "h264")) {
       std::puts("the doubles do not work");
       return 1;
     }
-    report_whole(line, "h264");
   }
   desktop.outputs[0].width = kJpegWidth;
   desktop.outputs[0].height = kJpegHeight;
   bool encoded = false;
   std::thread([&] { encoded = report_jpeg_steps(line); }).join();
-  if (!encoded) {
+  if (!encoded || !report_whole(line, "mjpeg")) {
     std::puts("no JPEG could be made");
     return 1;
   }
-  report_whole(line, "mjpeg");
   return 0;
 }
