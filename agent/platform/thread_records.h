@@ -3,9 +3,9 @@
 
 namespace vlk {
 
-// Stands first in a thread that sends and is one of many in the process's life, and frees its records when it
-// ends: as a static library on Windows OpenSSL does not hear of that, and each thread would leave some
-// kilobytes behind. Not a thread_local object: what those do while their thread is taken down left other
+// Stands first in a thread that uses OpenSSL and ends long before the process does, and frees its records
+// when it ends: as a static library on Windows OpenSSL does not hear of that, and each thread would leave
+// some kilobytes behind. Not a thread_local object: what those do while their thread is taken down left other
 // threads waiting for ever.
 struct ThreadRecords {
   ThreadRecords() = default;
