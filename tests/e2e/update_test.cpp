@@ -43,7 +43,7 @@ class UpdateTest : public ShellTest {
       if (request_.starts_with("GET /version.json ")) {
         check_ = request_;
         connection->send(response);
-        SSL_shutdown(connection->ssl());
+        connection->end_sending();
         EXPECT_TRUE(connection->wait_closed()) << "not before it has read all of the response";
       } else {
         connection->accept_upgrade();

@@ -207,8 +207,12 @@ void ServerConnection::update_keys() {
   SSL_key_update(ssl_.get(), SSL_KEY_UPDATE_REQUESTED);
 }
 
-void ServerConnection::close() {
+void ServerConnection::end_sending() {
   SSL_shutdown(ssl_.get());
+}
+
+void ServerConnection::close() {
+  end_sending();
   cut_off();
 }
 

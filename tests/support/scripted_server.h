@@ -60,9 +60,10 @@ class ServerConnection {
 
   // Asks the client's TLS for new keys in both directions (TLS 1.3).
   void update_keys();
-  void close();    // with a closing alert
-  void cut_off();  // without: the stream just ends
-  void abort();    // the connection is reset
+  void end_sending();  // the closing alert alone; what the client sends is still read
+  void close();        // with a closing alert
+  void cut_off();      // without: the stream just ends
+  void abort();        // the connection is reset
 
   const std::vector<vlk::Envelope>& received() const { return received_; }
   void forget_received() { received_.clear(); }  // for tests that are sent hundreds of mebibytes
