@@ -202,6 +202,15 @@ TEST_F(PanelTest, MinimisingAndClosingHideAndTheWindowComesBackAsItWas) {
   EXPECT_EQ(registry_of(*desk).count("DisplayName"), 0u);
 }
 
+// Wine tells of another process's by its trace of the call alone.
+TEST_F(PanelTest, ProcessTakesThePixelsOfEachMonitorAsTheyAre) {
+  desk->output({"reg", "add", "HKCU\\Software\\Wine\\Debug", "/v", "RelayInclude", "/d",
+                "user32.SetProcessDpiAwarenessContext", "/f"});
+  const auto peer = start_online({"WINEDEBUG=+relay"});
+  const std::string trace = desk->host("cat '" + desk->folder() + "'/out/*/stderr");
+  EXPECT_NE(trace.find("Call user32.SetProcessDpiAwarenessContext(fffffffffffffffc)"), std::string::npos);
+}
+
 TEST_F(PanelTest, HiddenStartShowsTheWindowOnlyWhenAsked) {
   const auto peer = start({"--unattended"});
   peer->read_until(Msg::Hello);

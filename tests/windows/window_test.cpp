@@ -193,12 +193,6 @@ TEST_F(WindowTest, CloseAndMinimiseHideAndShowingBringsItBack) {
   EXPECT_TRUE(agent.running());
 }
 
-TEST_F(WindowTest, KnowsTheDensityOfEachMonitor) {
-  const AgentProcess agent(L"");
-  const DPI_AWARENESS_CONTEXT context = GetWindowDpiAwarenessContext(find_window());
-  EXPECT_EQ(GetAwarenessFromDpiAwarenessContext(context), DPI_AWARENESS_PER_MONITOR_AWARE);
-}
-
 TEST_F(WindowTest, StartsHiddenWithTheSwitch) {
   const AgentProcess agent(L"--unattended");
   const HWND window = find_window();
