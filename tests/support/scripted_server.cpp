@@ -60,6 +60,10 @@ ServerConnection::~ServerConnection() {
   if (socket_ >= 0) ::close(socket_);
 }
 
+bool ServerConnection::speaks() const {
+  return wait_for(socket_, POLLIN, Clock::now());
+}
+
 bool ServerConnection::handshake(Milliseconds patience) {
   const Deadline deadline = Clock::now() + patience;
   for (;;) {
@@ -271,20 +275,40 @@ ScriptedServer::~ScriptedServer() {
 }
 
 bool ScriptedServer::has_client(Milliseconds patience) {
-  return wait_for(listener_, POLLIN, Clock::now() + patience);
+  return !silent_.empty() || wait_for(listener_, POLLIN, Clock::now() + patience);
+}
+
+std::unique_ptr<ServerConnection> ScriptedServer::take() {
+  const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+  return std::make_unique<ServerConnection>(socket, context_.get());
 }
 
 std::unique_ptr<ServerConnection> ScriptedServer::accept(Milliseconds patience) {
   if (!has_client(patience)) throw std::runtime_error("no client connected in time");
-  const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-  return std::make_unique<ServerConnection>(socket, context_.get());
+  if (silent_.empty()) return take();
+  std::unique_ptr<ServerConnection> first = std::move(silent_.front());
+  silent_.erase(silent_.begin());
+  return first;
+}
+
+std::unique_ptr<ServerConnection> ScriptedServer::accept_speaking(Milliseconds patience) {
+  const Deadline deadline = Clock::now() + patience;
+  while (Clock::now() <= deadline) {
+    if (wait_for(listener_, POLLIN, Clock::now() + Milliseconds(5))) silent_.push_back(take());
+    const auto one = std::find_if(silent_.begin(), silent_.end(), [](const auto& c) { return c->speaks(); });
+    if (one == silent_.end()) continue;
+    std::unique_ptr<ServerConnection> speaking = std::move(*one);
+    silent_.erase(one);
+    return speaking;
+  }
+  throw std::runtime_error("no client connected and spoke in time");
 }
 
 std::unique_ptr<ServerConnection> ScriptedServer::accept_upgraded(Milliseconds patience) {
   const Deadline deadline = Clock::now() + patience;
   for (;;) {
     const auto left = std::chrono::ceil<Milliseconds>(deadline - Clock::now());
-    std::unique_ptr<ServerConnection> connection = accept(std::max(left, Milliseconds(0)));
+    std::unique_ptr<ServerConnection> connection = accept_speaking(std::max(left, Milliseconds(0)));
     // An agent that was ended may have left its look for an update in the queue.
     if (!connection->handshake()) continue;
     if (!connection->read_request().starts_with("GET /version.json ")) {

@@ -32,6 +32,7 @@ class ServerConnection {
   ServerConnection(const ServerConnection&) = delete;
   ServerConnection& operator=(const ServerConnection&) = delete;
 
+  bool speaks() const;  // there is something to read, be it the end
   // The TLS handshake; false when it failed.
   bool handshake(Milliseconds patience = kPatience);
 
@@ -109,8 +110,14 @@ class ScriptedServer {
   bool has_client(Milliseconds patience);
 
  private:
+  std::unique_ptr<ServerConnection> take();  // from the listener, where one waits
+  // The next client that says something or closes. Wine now and then keeps the connection of an agent that
+  // was killed open for good, and nobody is to wait for that one.
+  std::unique_ptr<ServerConnection> accept_speaking(Milliseconds patience);
+
   int listener_ = -1;
   std::uint16_t port_ = 0;
+  std::vector<std::unique_ptr<ServerConnection>> silent_;  // taken, and passed over so far
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
 };
 
