@@ -1,0 +1,196 @@
+// What the relay makes of single messages about files: numbers, what a browser may send for them, what a
+// machine is owed, and the names in clipboards.
+#include <gtest/gtest.h>
+
+#include "relay/clip_note.h"
+#include "relay/transfer_bytes.h"
+#include "relay/transfers.h"
+#include "support/clip_bytes.h"
+
+namespace vlk::relay {
+namespace {
+
+using vantelink_test::record;
+
+std::string payload_of(const Bytes& message) {
+  return {message.begin() + kEnvelopeHeaderSize, message.end()};
+}
+
+using Kind = TransferRuling::Kind;
+
+class Rulings : public testing::Test {
+ protected:
+  TransferRuling send(Msg type, const std::string& payload, std::uint32_t session = 7) {
+    message_ = envelope(type, session, payload);
+    return transfers_.from_browser(session, type, message_);
+  }
+  TransferRuling request(Msg type, std::uint32_t transfer, const std::string& path = "C:\\\\a.txt") {
+    return send(type, R"({"transfer_id":)" + std::to_string(transfer) + R"(,"path":")" + path + R"("})");
+  }
+
+  Transfers transfers_{0xFFFFFFFE};
+  Bytes message_;
+};
+
+TEST_F(Rulings, NumbersAreNeverZeroAndNeverGivenTwice) {
+  EXPECT_EQ(transfers_.give(7), 0xFFFFFFFF);
+  EXPECT_EQ(transfers_.give(7), 1u);
+  EXPECT_EQ(transfers_.give(8), 2u);
+  transfers_.end_session(7);
+  EXPECT_EQ(transfers_.give(7), 3u);
+}
+
+TEST_F(Rulings, SessionHoldsABoundedNumberOfOpenOnes) {
+  std::uint32_t first = 0;
+  for (std::size_t i = 0; i < Transfers::kOpenPerSession; ++i)
+    first = first ? (transfers_.give(7), first) : transfers_.give(7);
+  EXPECT_EQ(transfers_.give(7), 0u);
+  EXPECT_NE(transfers_.give(8), 0u);
+  EXPECT_EQ(request(Msg::UploadBegin, first).kind, Kind::Pass);
+  EXPECT_EQ(send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(first) + "}").kind, Kind::Pass);
+  EXPECT_NE(transfers_.give(7), 0u);
+}
+
+TEST_F(Rulings, NothingPassesWithoutANumberOfTheSession) {
+  const std::uint32_t other = transfers_.give(8);
+  const std::uint32_t own = transfers_.give(7);
+  for (const std::uint32_t number : {0u, other, own + 1}) {
+    EXPECT_EQ(request(Msg::DownloadRequest, number).kind, Kind::Refuse);
+    EXPECT_EQ(request(Msg::UploadBegin, number).kind, Kind::Refuse);
+    EXPECT_EQ(send(Msg::FileChunk, chunk(number, "x")).kind, Kind::Refuse);
+    EXPECT_EQ(send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(number) + "}").kind,
+              Kind::Refuse);
+  }
+  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "given, but not begun";
+  EXPECT_EQ(request(Msg::DownloadRequest, own).kind, Kind::Pass);
+  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "a download";
+  EXPECT_EQ(request(Msg::UploadBegin, own).kind, Kind::Refuse) << "used already";
+}
+
+TEST_F(Rulings, SenselessRequestsAreRefused) {
+  const std::string own = std::to_string(transfers_.give(7));
+  for (const std::string& payload : std::vector<std::string>{
+           "", "{", "5", "[]", R"({"path":"C:\\a"})", R"({"transfer_id":)" + own + "}",
+           R"({"transfer_id":)" + own + R"(,"path":""})", R"({"transfer_id":)" + own + R"(,"path":5})",
+           R"({"transfer_id":-1,"path":"a"})", R"({"transfer_id":1e30,"path":"a"})",
+           R"({"transfer_id":")" + own + R"(","path":"a"})",
+           R"({"transfer_id":)" + own + R"(,"path":"a\nb"})",
+           R"({"transfer_id":)" + own + R"(,"path":"a\u0000b"})"}) {
+    EXPECT_EQ(send(Msg::DownloadRequest, payload).kind, Kind::Refuse) << payload;
+    EXPECT_EQ(send(Msg::UploadBegin, payload).kind, Kind::Refuse) << payload;
+  }
+  for (std::size_t size = 0; size < 8; ++size)
+    EXPECT_EQ(send(Msg::FileChunk, std::string(size, '\0')).kind, Kind::Refuse);
+}
+
+// The agent searches the text for a key, so what it finds must be what was judged here.
+TEST_F(Rulings, RequestsReachTheMachineInAFormThatCannotBeMisread) {
+  const std::string own = std::to_string(transfers_.give(7));
+  const std::string hidden =
+      R"({"x":"\u0022transfer_id\u0022:99","a":{"transfer_id":98},"path":"C:\\þ \"transfer_id\":97",)"
+      R"("transfer_id":)" +
+      own + R"(,"size":12,"more":1})";
+  EXPECT_EQ(send(Msg::UploadBegin, hidden).kind, Kind::Pass);
+  EXPECT_EQ(payload_of(message_),
+            R"({"transfer_id":)" + own + R"(,"path":"C:\\þ \"transfer_id\":97","size":12})");
+  EXPECT_EQ(read_header(message_)->session, 7u);
+  EXPECT_EQ(send(Msg::FileTransferEnd, R"({"a":{"transfer_id":99},"transfer_id":)" + own + "}").kind,
+            Kind::Pass);
+  EXPECT_EQ(payload_of(message_), R"({"transfer_id":)" + own + "}");
+}
+
+TEST_F(Rulings, CancelledDownloadIsSwallowedAndItsChunksDropped) {
+  const std::uint32_t own = transfers_.give(7);
+  request(Msg::DownloadRequest, own);
+  EXPECT_TRUE(transfers_.from_agent(7, Msg::FileChunk, envelope(Msg::FileChunk, 7, chunk(own, "ab"))).wanted);
+  const std::string end = R"({"transfer_id":)" + std::to_string(own);
+  EXPECT_EQ(send(Msg::FileTransferEnd, end + "}").kind, Kind::Swallow);
+  EXPECT_FALSE(transfers_.from_agent(7, Msg::FileChunk, envelope(Msg::FileChunk, 7, chunk(own, "c"))).wanted);
+  const auto last = transfers_.from_agent(7, Msg::FileTransferEnd,
+                                          envelope(Msg::FileTransferEnd, 7, end + R"(,"ok":true})"));
+  EXPECT_TRUE(last.wanted);
+  ASSERT_TRUE(last.note);
+  EXPECT_EQ(last.note->detail, std::to_string(own) + " cancelled 3");
+}
+
+TEST_F(Rulings, AuditTrailTellsBeginAndEnd) {
+  const std::uint32_t own = transfers_.give(7);
+  const auto begin = request(Msg::UploadBegin, own);
+  ASSERT_TRUE(begin.note);
+  EXPECT_EQ(begin.note->event, "upload");
+  EXPECT_EQ(begin.note->detail, std::to_string(own) + " C:\\a.txt");
+  send(Msg::FileChunk, chunk(own, "12345"));
+  const auto end = send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(own) + "}");
+  ASSERT_TRUE(end.note);
+  EXPECT_EQ(end.note->event, "upload-end");
+  EXPECT_EQ(end.note->detail, std::to_string(own) + " ended 5");
+  const auto longest = request(Msg::UploadBegin, transfers_.give(7), std::string(100'000, 'x'));
+  EXPECT_LT(longest.note->detail.size(), 5000u);
+}
+
+TEST_F(Rulings, EndOfASessionNamesTheUploadsThatAreOpen) {
+  const std::uint32_t open = transfers_.give(7), unused = transfers_.give(7), down = transfers_.give(7);
+  request(Msg::UploadBegin, open);
+  request(Msg::DownloadRequest, down);
+  const auto left = transfers_.end_session(7);
+  EXPECT_EQ(left.uploads, std::vector<std::uint32_t>{open});
+  EXPECT_EQ(left.notes.size(), 2u);
+  EXPECT_TRUE(transfers_.end_session(7).uploads.empty());
+  EXPECT_EQ(request(Msg::UploadBegin, unused).kind, Kind::Refuse);
+}
+
+TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndSettledByWhatItReadLater) {
+  const auto start = Clock::now();
+  const auto at = [&](int second) { return start + std::chrono::seconds(second); };
+  transfers_.owe("a", {1, 2}, at(0));
+  transfers_.owe("a", {3}, at(2));
+  EXPECT_TRUE(transfers_.owed("b", at(2)).empty());
+  transfers_.settle("a", at(2));
+  EXPECT_EQ(transfers_.owed("a", at(5)), std::vector<std::uint32_t>{3});
+  transfers_.settle("a", at(3));
+  EXPECT_EQ(transfers_.owed("a", at(6)), std::vector<std::uint32_t>{3}) << "it was told again since";
+  transfers_.settle("a", at(7));
+  EXPECT_TRUE(transfers_.owed("a", at(8)).empty());
+  for (std::uint32_t i = 0; i < Transfers::kOwedPerAgent; ++i)
+    transfers_.owe("a", {i, i}, at(9));
+  EXPECT_EQ(transfers_.owed("a", at(9)).size(), Transfers::kOwedPerAgent);
+}
+
+TEST_F(Rulings, OversizedEndOfADownloadIsDroppedUnread) {
+  const std::uint32_t own = transfers_.give(7);
+  request(Msg::DownloadRequest, own);
+  const std::string end = R"({"transfer_id":)" + std::to_string(own) + R"(,"ok":true})";
+  const auto long_end = envelope(Msg::FileTransferEnd, 7, end + std::string(Transfers::kLongestEnd, ' '));
+  EXPECT_FALSE(transfers_.from_agent(7, Msg::FileTransferEnd, long_end).wanted);
+  EXPECT_TRUE(transfers_.from_agent(7, Msg::FileTransferEnd, envelope(Msg::FileTransferEnd, 7, end)).note);
+}
+
+std::optional<std::string> note_of(const std::string& payload) {
+  return clip_note(envelope(Msg::ClipboardData, 7, payload));
+}
+
+TEST(ClipNote, NamesTheFilesAndNothingElse) {
+  EXPECT_EQ(note_of(""), std::nullopt);
+  EXPECT_EQ(note_of("\1secret"), std::nullopt);
+  EXPECT_EQ(note_of("\2png"), std::nullopt);
+  EXPECT_EQ(note_of("\3"), "0");
+  const std::string two = "\3" + big_endian(2) + record("þ.txt", "content") + record("b\nc", "");
+  EXPECT_EQ(note_of(two), "2 þ.txt, b c");
+}
+
+TEST(ClipNote, SurvivesTruncationsAndAbsurdSizes) {
+  const std::string one = "\3" + big_endian(1) + record("a", "xyz");
+  for (std::size_t size = 1; size < one.size(); ++size)
+    EXPECT_EQ(note_of(one.substr(0, size)), "0") << size;
+  EXPECT_EQ(note_of("\3" + big_endian(0xFFFFFFFF) + record("a", "x")), "1 a");
+  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(0xFFFFFFFF) + "a"), "0");
+  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(1) + "a" + std::string(8, '\xff') + "x"), "0");
+  std::string many = "\3" + big_endian(1000);
+  for (int i = 0; i < 1000; ++i)
+    many += record(std::string(100, 'n'), "");
+  EXPECT_EQ(note_of(many)->substr(0, 5), "1000 ");
+  EXPECT_LT(note_of(many)->size(), 2 * kLongestClipNote);
+}
+
+}  // namespace
+}  // namespace vlk::relay
