@@ -21,9 +21,10 @@ void Hub::give_transfer(ConsolePeer& console, std::uint32_t number, std::int64_t
 
 bool Hub::admit(const Session& session, Msg type, Bytes& message) {
   if (type == Msg::ClipboardData) note_clip(session, "clipboard-up", message);
+  if (type == Msg::Reboot) note_event(session, {"restart", std::to_string(session.number)});
   if (!is_transfer(type)) return true;
   const TransferRuling ruling = transfers_.from_browser(session.number, type, message);
-  if (ruling.note) note_transfer(session, *ruling.note);
+  if (ruling.note) note_event(session, *ruling.note);
   if (ruling.kind == TransferRuling::Kind::Refuse)
     error(*session.console, ruling.refusal, session.agent->id, {{"transfer", ruling.transfer}});
   const bool pass = ruling.kind == TransferRuling::Kind::Pass;
@@ -37,7 +38,7 @@ bool Hub::wanted(const Session& session, Msg type, const Bytes& message) {
   if (type == Msg::ClipboardData) note_clip(session, "clipboard-down", message);
   if (!is_transfer(type)) return true;
   const Transfers::Delivery delivery = transfers_.from_agent(session.number, type, message);
-  if (delivery.note) note_transfer(session, *delivery.note);
+  if (delivery.note) note_event(session, *delivery.note);
   return delivery.wanted;
 }
 
@@ -45,7 +46,7 @@ bool Hub::wanted(const Session& session, Msg type, const Bytes& message) {
 void Hub::end_transfers(const Session& session, bool tell_agent) {
   const Transfers::Leftovers left = transfers_.end_session(session.number);
   for (const TransferNote& note : left.notes)
-    note_transfer(session, note);
+    note_event(session, note);
   transfers_.owe(session.agent->id, left.uploads, Clock::now());
   if (!tell_agent) return;
   for (const std::uint32_t upload : left.uploads)
@@ -53,10 +54,10 @@ void Hub::end_transfers(const Session& session, bool tell_agent) {
 }
 
 void Hub::note_clip(const Session& session, const char* event, const Bytes& message) {
-  if (auto files = clip_note(message)) note_transfer(session, {event, std::move(*files)});
+  if (auto files = clip_note(message)) note_event(session, {event, std::move(*files)});
 }
 
-void Hub::note_transfer(const Session& session, const TransferNote& note) {
+void Hub::note_event(const Session& session, const TransferNote& note) {
   notes_.push_back({note.event, session.console->representative, session.agent->id, session.console->address,
                     note.detail});
 }
@@ -66,7 +67,8 @@ void Hub::write_notes() {
   try {
     store_.audit(notes_);
   } catch (const DatabaseError& failure) {
-    log_.write("", "", std::to_string(notes_.size()) + " audit records of files are lost: " + failure.what());
+    log_.write("", "",
+               std::to_string(notes_.size()) + " audit records of sessions are lost: " + failure.what());
   }
   notes_.clear();
 }

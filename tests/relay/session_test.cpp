@@ -88,6 +88,21 @@ TEST_F(SessionTest, SessionCarriesEnvelopesBothWaysAndEnds) {
   EXPECT_NE(open(*browser, id), session) << "numbers are not used again";
 }
 
+TEST_F(SessionTest, RestartOfAMachineStaysInTheAuditTrail) {
+  const auto agent = connect_agent("Sæfari");
+  const std::string id = vantelink_fakes::saved_config().agent_id;
+  auto browser = console();
+  const std::uint32_t session = open(*browser, id);
+  browser->send_envelope(Msg::Reboot, session, "{}");
+  EXPECT_EQ(browser->read_text("session")["state"], "ended");
+  const std::multiset<std::string> row = {"admin " + id + ' ' + std::to_string(session)};
+  EXPECT_TRUE(eventually([&] {
+    return stored(
+               "SELECT representative || ' ' || agent || ' ' || detail FROM audit WHERE event = 'restart'") ==
+           row;
+  }));
+}
+
 TEST_F(SessionTest, NothingFlowsBeforeTheUserAccepts) {
   const auto agent = connect_agent("Sæfari", false);
   auto browser = console();
