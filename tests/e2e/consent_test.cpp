@@ -171,6 +171,7 @@ TEST_F(ConsentTest, BoxOutlivesItsConnectionAndItsAnswerIsLost) {
   wait_for_boxes(1);
   peer_->abort();
   EXPECT_TRUE(server_->has_client(kPatience)) << "the link goes on under the box";
+  EXPECT_TRUE(reads(kStatusLabel, "Connecting…")) << "and so does the window";
   wait_for_boxes(1);
   answer(kYes);
   wait_for_boxes(0);

@@ -5,10 +5,13 @@
 namespace vantelink_test {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr char kChild[] = "--from-service";
 constexpr char kHost[] = "VantelinkAgent.exe --service";
-constexpr unsigned kStaticKind = 0x1F;  // SS_TYPEMASK
-constexpr unsigned kIconKind = 0x03;    // SS_ICON
+constexpr Milliseconds kPollInterval{5000};  // anything faster was not found by polling
+constexpr unsigned kStaticKind = 0x1F;       // SS_TYPEMASK
+constexpr unsigned kIconKind = 0x03;         // SS_ICON
 
 class ServiceTest : public RedirectTest {
  protected:
@@ -80,16 +83,18 @@ TEST_F(ServiceTest, InstallsStartsAndBringsAHiddenAgentToTheDesktop) {
   EXPECT_FALSE(windows.front().visible);
 }
 
-TEST_F(ServiceTest, KilledAgentComesBack) {
+TEST_F(ServiceTest, KilledAgentComesBackAtOnce) {
   install();
   auto peer = greeted();
   for (int i = 0; i < 3; ++i) {
     const int killed = child();
+    const auto begin = Clock::now();
     ::kill(killed, SIGKILL);
     EXPECT_TRUE(eventually([&] {
       const auto now = processes(kChild);
       return !now.empty() && now.front() != killed;
     }));
+    EXPECT_LT(Clock::now() - begin, kPollInterval - Milliseconds(500)) << "found by polling";
     peer = greeted();
   }
 }
@@ -104,11 +109,13 @@ TEST_F(ServiceTest, ExitInTheTrayOnlyBringsANewAgent) {
   EXPECT_NE(child(), first);
 }
 
-TEST_F(ServiceTest, StopEndsTheAgentAndStartBringsItBack) {
+TEST_F(ServiceTest, StopEndsTheAgentWithinAMomentAndStartBringsItBack) {
   install();
   const auto peer = greeted();
   desk->output({"sc", "stop", "VantelinkAgent"});
+  const auto begin = Clock::now();
   EXPECT_TRUE(gone(kChild));
+  EXPECT_LT(Clock::now() - begin, Milliseconds(1000));
   EXPECT_TRUE(gone(kHost));
   EXPECT_NE(query().find("STATE              : 1  STOPPED"), std::string::npos) << query();
   EXPECT_FALSE(agent_connects(Milliseconds(300)));
@@ -157,7 +164,7 @@ TEST_F(ServiceTest, OnlyAnAdministratorInstallsAndRemovesIt) {
 }
 
 // A service that finds an agent in the session starts one copy after the other, and each raises the first
-// one's window, without end.
+// one's window: no delay, no end.
 TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
   desk->spawn({kAgent, "--unattended"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
   const auto peer = greeted();
@@ -165,11 +172,13 @@ TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
   install();
   EXPECT_TRUE(eventually([&] { return windows_on(*desk, {kAgentWindow}).front().visible; }));
   std::vector<int> seen;
+  const auto begin = Clock::now();
   EXPECT_TRUE(eventually([&] {
     for (const int pid : processes(kChild))
       if (std::find(seen.begin(), seen.end(), pid) == seen.end()) seen.push_back(pid);
     return seen.size() >= 3;
   }));
+  EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "one copy a poll";
   EXPECT_FALSE(agent_connects(Milliseconds(100))) << "a copy connected";
 }
 
