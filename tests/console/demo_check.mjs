@@ -68,6 +68,16 @@ async function click(page, canvas, point) {
   await page.mouse.click(x, y, { delay: 60 });
 }
 
+// Wine sends keys to the window that was in front before until the clicked one has taken up its click.
+async function inFront(title) {
+  await until(`${title} is in front`, async () => {
+    const focused = '. "$0/env" && xdotool getwindowfocus getwindowname';
+    const { stdout } = await run('bash', ['-c', focused, options.desk]);
+    if (!stdout.includes(title)) throw new Error(stdout.trim());
+    return true;
+  });
+}
+
 async function sameAsDesktop(canvas, name, ...areas) {
   await until(`the picture "${name}" is the desktop's`, async () => {
     await shot(`${name}-desktop.png`);
@@ -99,6 +109,7 @@ async function session(page) {
   await sameAsDesktop(canvas, 'opened');
 
   await click(page, canvas, NOTEPAD_TEXT);
+  await inFront('Notepad');
   await page.keyboard.type(TYPED, { delay: 20 });
   await page.keyboard.press('Control+s');
   await until('Notepad has the text', async () => {
