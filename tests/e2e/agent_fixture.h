@@ -30,8 +30,8 @@ bool eventually(Condition condition) {
   return true;
 }
 
-// Not so for a process that has ended and waits to be collected. One of which the first thread alone has ended
-// still runs: until the last is gone, Wine keeps what it held, and a new agent would find it there.
+// Not so for a process that has ended and waits to be collected. One of which the first thread alone has
+// ended still runs: until the last is gone, Wine keeps what it held, and a new agent would find it there.
 inline bool is_running(int pid) {
   const std::string process = "/proc/" + std::to_string(pid);
   std::ifstream status(process + "/stat");
