@@ -117,7 +117,7 @@ class Hub {
   void end_transfers(const Session& session, bool tell_agent);
   void write_notes();
   void note_clip(const Session& session, const char* event, const Bytes& message);
-  void note_event(const Session& session, const TransferNote& note);
+  void note_event(const Session& session, const AuditNote& note);
   void tell_session(const Session& session, const std::string& state, const std::string& reason = {});
   const Session* session_of(const std::string& agent_id) const;
   std::uint32_t new_number();

@@ -1,4 +1,5 @@
-// The hub's part in file transfers: telling browsers and machines, and the audit trail.
+// The hub's part in file transfers: telling browsers and machines. And what sessions leave in the audit
+// trail, most of it about files.
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -45,7 +46,7 @@ bool Hub::wanted(const Session& session, Msg type, const Bytes& message) {
 // A machine keeps the file of an upload open until it hears of its end, whatever becomes of the session.
 void Hub::end_transfers(const Session& session, bool tell_agent) {
   const Transfers::Leftovers left = transfers_.end_session(session.number);
-  for (const TransferNote& note : left.notes)
+  for (const AuditNote& note : left.notes)
     note_event(session, note);
   transfers_.owe(session.agent->id, left.uploads, Clock::now());
   if (!tell_agent) return;
@@ -57,7 +58,7 @@ void Hub::note_clip(const Session& session, const char* event, const Bytes& mess
   if (auto files = clip_note(message)) note_event(session, {event, std::move(*files)});
 }
 
-void Hub::note_event(const Session& session, const TransferNote& note) {
+void Hub::note_event(const Session& session, const AuditNote& note) {
   notes_.push_back({note.event, session.console->representative, session.agent->id, session.console->address,
                     note.detail});
 }

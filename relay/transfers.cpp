@@ -57,7 +57,7 @@ TransferRuling refuse(std::string sentence, std::uint32_t transfer = 0) {
   return {TransferRuling::Kind::Refuse, std::move(sentence), transfer};
 }
 
-TransferNote end_note(const char* event, std::uint32_t transfer, std::uint64_t bytes, const char* how) {
+AuditNote end_note(const char* event, std::uint32_t transfer, std::uint64_t bytes, const char* how) {
   return {event, std::to_string(transfer) + " " + how + " " + std::to_string(bytes)};
 }
 
@@ -113,7 +113,7 @@ TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg typ
   return {TransferRuling::Kind::Pass,
           {},
           *number,
-          TransferNote{upload ? "upload" : "download", std::to_string(*number) + " " + shortened(path)}};
+          AuditNote{upload ? "upload" : "download", std::to_string(*number) + " " + shortened(path)}};
 }
 
 TransferRuling Transfers::chunk(Numbers& numbers, const Bytes& message) {

@@ -17,9 +17,9 @@
 
 namespace vlk::relay {
 
-// One line of the audit trail.
-struct TransferNote {
-  std::string event;  // "download", "download-end", "upload" or "upload-end"
+// What a session leaves in the audit trail: one line, without whom it is about.
+struct AuditNote {
+  std::string event;  // of transfers "download", "download-end", "upload" or "upload-end"
   std::string detail;
 };
 
@@ -33,7 +33,7 @@ struct TransferRuling {
   Kind kind = Kind::Pass;
   std::string refusal;         // a sentence for the browser
   std::uint32_t transfer = 0;  // that it is about, if known
-  std::optional<TransferNote> note{};
+  std::optional<AuditNote> note{};
 };
 
 // Used on the relay's one thread.
@@ -52,13 +52,13 @@ class Transfers {
   // A machine's message about a transfer: whether the browser still wants it, and an end for the audit trail.
   struct Delivery {
     bool wanted = true;
-    std::optional<TransferNote> note{};
+    std::optional<AuditNote> note{};
   };
   Delivery from_agent(std::uint32_t session, Msg type, const Bytes& message);
 
   struct Leftovers {
     std::vector<std::uint32_t> uploads;  // that the machine still holds open
-    std::vector<TransferNote> notes;
+    std::vector<AuditNote> notes;
   };
   // Forgets the session's transfers.
   Leftovers end_session(std::uint32_t session);

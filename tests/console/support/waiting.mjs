@@ -7,6 +7,7 @@ export const DEADLINE_MS = 40_000;
  * @template T
  * @param {string} what for the message of a failure
  * @param {() => T | Promise<T>} condition
+ * @param {number} [deadlineMs] milliseconds
  * @returns {Promise<T>}
  */
 export async function until(what, condition, deadlineMs = DEADLINE_MS) {
