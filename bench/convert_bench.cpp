@@ -12,7 +12,7 @@
 #include <new>
 #include <vector>
 
-#include "stream/colour.h"
+#include "stream/encode/colour.h"
 
 namespace {
 

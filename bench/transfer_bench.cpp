@@ -20,11 +20,11 @@
 #include <thread>
 #include <vector>
 
-#include "core/agent_client.h"
-#include "core/big_endian.h"
-#include "core/json.h"
-#include "core/messages.h"
-#include "core/websocket.h"
+#include "client/agent_client.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
+#include "wire/messages.h"
+#include "wire/websocket.h"
 #include "fakes/fakes.h"
 #include "support/certificates.h"
 #include "support/temp_folder.h"

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "core/json.h"
-#include "core/message_frame.h"
-#include "core/websocket.h"
+#include "wire/json.h"
+#include "wire/message_frame.h"
+#include "wire/websocket.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Any bytes as an envelope: what is decoded must encode to the bytes that it came from.
 #include <algorithm>
 
-#include "core/messages.h"
+#include "wire/messages.h"
 #include "require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

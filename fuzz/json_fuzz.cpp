@@ -2,7 +2,7 @@
 // and must be read back the same.
 #include <string_view>
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -5,7 +5,7 @@
 #include <array>
 #include <string_view>
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "relay/clip_note.h"
 #include "require.h"
 

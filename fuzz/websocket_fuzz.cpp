@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "core/websocket.h"
+#include "wire/websocket.h"
 #include "require.h"
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "core/messages.h"
+#include "wire/messages.h"
 
 namespace vlk::relay {
 

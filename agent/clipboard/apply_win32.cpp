@@ -11,7 +11,7 @@
 #include "clipboard/payload.h"
 #include "clipboard/png_win32.h"
 #include "platform/debug_log.h"
-#include "platform/paths_win32.h"
+#include "platform/win32/paths_win32.h"
 #include "platform/text.h"
 
 namespace vlk::agent {

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 
 namespace vlk::agent {
 

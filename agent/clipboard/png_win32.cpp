@@ -6,7 +6,7 @@
 
 #include "clipboard/bitmap_layout.h"
 #include "clipboard/opened_win32.h"
-#include "platform/gdiplus_win32.h"
+#include "platform/win32/gdiplus_win32.h"
 
 namespace vlk::agent {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "input/batch.h"
 #include "platform/debug_log.h"
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 
 namespace vlk::agent {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/debug_log.h"
-#include "platform/unique_stream.h"
+#include "platform/files/unique_stream.h"
 
 namespace vlk {
 

@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/paths_win32.h"
-#include "platform/unique_stream.h"
+#include "platform/win32/paths_win32.h"
+#include "platform/files/unique_stream.h"
 
 namespace vlk {
 namespace {

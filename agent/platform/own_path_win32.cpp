@@ -3,7 +3,7 @@
 
 #include <windows.h>
 
-#include "platform/paths_win32.h"
+#include "platform/win32/paths_win32.h"
 
 namespace vlk {
 

@@ -5,7 +5,7 @@
 #include <commctrl.h>
 #include <string>
 
-#include "platform/gdiplus_win32.h"
+#include "platform/win32/gdiplus_win32.h"
 #include "platform/text.h"
 #include "resources/resource.h"
 #include "shell/command_line.h"

@@ -12,9 +12,9 @@
 #include <string>
 
 #include "config/config.h"
-#include "core/agent_client.h"
+#include "client/agent_client.h"
 #include "platform/window_messages_win32.h"
-#include "shell/logo_win32.h"
+#include "shell/panel/logo_win32.h"
 
 namespace vlk::agent {
 

@@ -1,7 +1,7 @@
 // The two tables of texts, and the choice from them.
 #include "shell/texts.h"
 
-#include "core/agent_client.h"
+#include "client/agent_client.h"
 
 namespace vlk::agent {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <cwchar>
 
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "resources/resource.h"
 #include "shell/main_window.h"
 #include "shell/texts.h"

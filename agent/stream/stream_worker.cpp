@@ -1,9 +1,9 @@
 // One iteration of the stream: capture, pointer, announcement, encoding, sending, pause.
 #include "stream/stream_worker.h"
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "input/injector.h"
-#include "stream/jpeg_encoder.h"
+#include "stream/encode/jpeg_encoder.h"
 
 namespace vlk::agent {
 namespace {

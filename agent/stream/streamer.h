@@ -6,7 +6,7 @@
 #include <string_view>
 #include <thread>
 
-#include "core/messages.h"
+#include "wire/messages.h"
 #include "platform/clock.h"
 #include "stream/stream_worker.h"
 

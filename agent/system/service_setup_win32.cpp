@@ -3,7 +3,7 @@
 #include <string>
 
 #include "platform/own_path.h"
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "system/service.h"
 #include "system/service_names_win32.h"
 

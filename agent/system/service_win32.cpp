@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "system/service_names_win32.h"
 #include "system/service_status.h"
 #include "system/supervisor.h"

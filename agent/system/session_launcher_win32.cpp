@@ -9,7 +9,7 @@
 #include <string>
 
 #include "platform/own_path.h"
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,9 +1,9 @@
 // Folder listings as JSON text.
 #include "transfer/directory.h"
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "platform/text.h"
-#include "transfer/file_system.h"
+#include "platform/files/file_system.h"
 
 namespace vlk::agent {
 namespace {

@@ -6,12 +6,12 @@
 #include <utility>
 #include <vector>
 
-#include "core/big_endian.h"
-#include "core/json.h"
-#include "platform/detached_thread.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
+#include "platform/threads/detached_thread.h"
 #include "platform/text.h"
-#include "platform/thread_records.h"
-#include "transfer/file_system.h"
+#include "net/thread_records.h"
+#include "platform/files/file_system.h"
 
 namespace vlk::agent {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/messages.h"
+#include "wire/messages.h"
 
 namespace vlk::agent {
 

@@ -5,8 +5,8 @@
 
 #include <memory>
 
-#include "core/tls_context.h"
-#include "platform/socket.h"
+#include "net/tls_context.h"
+#include "net/socket.h"
 #include "update/response.h"
 
 namespace vlk::agent {

@@ -1,7 +1,7 @@
 // Reading the manifest.
 #include "update/manifest.h"
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "platform/debug_log.h"
 #include "update/version.h"
 

@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <new>
 
-#include "platform/detached_thread.h"
-#include "platform/paths_win32.h"
+#include "platform/threads/detached_thread.h"
+#include "platform/win32/paths_win32.h"
 #include "platform/text.h"
-#include "platform/thread_records.h"
+#include "net/thread_records.h"
 #include "platform/window_messages_win32.h"
-#include "transfer/file_system.h"
+#include "platform/files/file_system.h"
 #include "update/update.h"
 
 namespace vlk::agent {

@@ -7,8 +7,8 @@
 #include <map>
 #include <set>
 
-#include "core/big_endian.h"
-#include "core/json.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
 #include "e2e/agent_fixture.h"
 #include "support/file_requests.h"
 #include "support/temp_folder.h"

@@ -1,8 +1,8 @@
 // Capture, pointer, encoders and monitors without a screen.
 #include "fakes/fakes.h"
-#include "stream/cursor_overlay.h"
-#include "stream/h264_encoder.h"
-#include "stream/jpeg_encoder.h"
+#include "stream/capture/cursor_overlay.h"
+#include "stream/encode/h264_encoder.h"
+#include "stream/encode/jpeg_encoder.h"
 
 namespace vlk::agent {
 

@@ -2,8 +2,8 @@
 #include <mutex>
 
 #include "clipboard/watch.h"
-#include "core/machine_guid.h"
-#include "core/trust_roots.h"
+#include "config/machine_guid.h"
+#include "net/trust_roots.h"
 #include "fakes/fakes.h"
 #include "input/injector.h"
 

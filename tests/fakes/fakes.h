@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "config/config.h"
-#include "stream/capture.h"
-#include "stream/monitors.h"
+#include "stream/capture/capture.h"
+#include "stream/capture/monitors.h"
 #include "system/session_launcher.h"
 
 namespace vantelink_fakes {

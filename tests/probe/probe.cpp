@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/text.h"
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "support/file_bytes.h"
 
 namespace {

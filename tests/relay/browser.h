@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "core/messages.h"
+#include "wire/messages.h"
 
 namespace vlk::relay {
 

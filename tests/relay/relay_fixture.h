@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "core/agent_client.h"
+#include "client/agent_client.h"
 #include "relay/browser.h"
 #include "relay/certificate.h"
 #include "relay/limits.h"

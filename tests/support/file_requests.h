@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/big_endian.h"
-#include "core/json.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
 #include "support/scripted_server.h"
 
 namespace vantelink_test {

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "core/messages.h"
-#include "core/websocket.h"
+#include "wire/messages.h"
+#include "wire/websocket.h"
 
 namespace vantelink_test {
 

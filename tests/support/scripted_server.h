@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/messages.h"
-#include "core/websocket.h"
+#include "wire/messages.h"
+#include "wire/websocket.h"
 #include "support/certificates.h"
 
 namespace vantelink_test {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "system/autostart.h"
 #include "tests/windows/painted_window.h"
 #include "tests/windows/seam.h"

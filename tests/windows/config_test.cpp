@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "config/config.h"
-#include "platform/registry_win32.h"
+#include "platform/win32/registry_win32.h"
 #include "platform/text.h"
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "tests/windows/painted_window.h"
 #include "tests/windows/seam.h"
 

@@ -1,12 +1,12 @@
 // The pointer on a frame: against GDI's own drawing over the whole frame, pixel by pixel.
-#include "stream/cursor_overlay.h"
+#include "stream/capture/cursor_overlay.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "tests/windows/painted_window.h"
 #include "tests/windows/seam.h"
 

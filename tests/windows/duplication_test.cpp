@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "stream/capture.h"
-#include "stream/monitors.h"
+#include "stream/capture/capture.h"
+#include "stream/capture/monitors.h"
 #include "tests/windows/painted_window.h"
 #include "tests/windows/seam.h"
 

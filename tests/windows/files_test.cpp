@@ -6,13 +6,13 @@
 #include <fstream>
 #include <mutex>
 
-#include "core/json.h"
-#include "platform/paths_win32.h"
+#include "wire/json.h"
+#include "platform/win32/paths_win32.h"
 #include "platform/text.h"
 #include "support/file_bytes.h"
 #include "tests/windows/seam.h"
 #include "transfer/directory.h"
-#include "transfer/file_system.h"
+#include "platform/files/file_system.h"
 #include "transfer/file_transfer.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The GDI copy of the real screen, pixel by pixel.
 #include <gtest/gtest.h>
 
-#include "stream/capture.h"
+#include "stream/capture/capture.h"
 #include "tests/windows/painted_window.h"
 
 namespace vlk::agent {

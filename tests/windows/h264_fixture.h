@@ -8,8 +8,8 @@
 
 #include <optional>
 
-#include "stream/colour.h"
-#include "stream/h264_encoder.h"
+#include "stream/encode/colour.h"
+#include "stream/encode/h264_encoder.h"
 
 namespace vlk::agent {
 

@@ -12,9 +12,9 @@
 #include <string>
 #include <thread>
 
-#include "platform/com_apartment.h"
-#include "stream/colour.h"
-#include "stream/h264_encoder.h"
+#include "platform/threads/com_apartment.h"
+#include "stream/encode/colour.h"
+#include "stream/encode/h264_encoder.h"
 #include "tests/doubles/boards.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/windows/h264_decoder.h"

@@ -1,5 +1,5 @@
 // JPEG files, decoded again, and what the encoder is asked for.
-#include "stream/jpeg_encoder.h"
+#include "stream/encode/jpeg_encoder.h"
 
 #include <gtest/gtest.h>
 #include <objidl.h>

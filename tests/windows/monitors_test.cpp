@@ -1,5 +1,5 @@
 // The monitor list and thumbnails of the real desktop.
-#include "stream/monitors.h"
+#include "stream/capture/monitors.h"
 
 #include <gtest/gtest.h>
 

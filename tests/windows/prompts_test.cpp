@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "platform/text.h"
-#include "shell/consent_prompt.h"
-#include "shell/update_prompt.h"
+#include "shell/prompts/consent_prompt.h"
+#include "shell/prompts/update_prompt.h"
 #include "tests/windows/seam.h"
 #include "tests/windows/shell_window.h"
 #include "update/manifest.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "agent_file.h"
-#include "platform/win32_handles.h"
+#include "platform/win32/handles_win32.h"
 #include "resources/resource.h"
 
 namespace {

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "platform/text.h"
-#include "platform/win32_handles.h"
-#include "shell/settings_panel.h"
+#include "platform/win32/handles_win32.h"
+#include "shell/panel/settings_panel.h"
 #include "shell/tray.h"
 #include "tests/windows/seam.h"
 #include "tests/windows/shell_window.h"

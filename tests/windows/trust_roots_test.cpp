@@ -1,5 +1,5 @@
 // Roots from the system's certificate store.
-#include "core/trust_roots.h"
+#include "net/trust_roots.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>

@@ -10,10 +10,10 @@
 
 #include "agent_file.h"
 #include "painted_window.h"
-#include "platform/gdiplus_win32.h"
-#include "platform/win32_handles.h"
+#include "platform/win32/gdiplus_win32.h"
+#include "platform/win32/handles_win32.h"
 #include "shell/main_window.h"
-#include "stream/capture.h"
+#include "stream/capture/capture.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,12 +1,12 @@
 // The link with a real TLS peer: connecting, authenticating, reconnecting, stopping, sending.
-#include "core/agent_client.h"
+#include "client/agent_client.h"
 
 #include <gtest/gtest.h>
 
 #include <future>
 #include <thread>
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "unit/core/link_fixture.h"
 
 namespace vlk::agent {

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "support/file_requests.h"
 #include "support/temp_folder.h"
 #include "unit/core/link_fixture.h"

@@ -1,5 +1,5 @@
 // The JSON of the server link, misreadings included: they are behaviour.
-#include "core/json.h"
+#include "wire/json.h"
 
 #include <gtest/gtest.h>
 

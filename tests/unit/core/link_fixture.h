@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/agent_client.h"
+#include "client/agent_client.h"
 #include "fakes/fakes.h"
 #include "support/scripted_server.h"
 

@@ -1,12 +1,12 @@
 // The envelope: its bytes, its limits, and what is refused.
-#include "core/messages.h"
+#include "wire/messages.h"
 
 #include <gtest/gtest.h>
 
 #include <string_view>
 
-#include "core/message_frame.h"
-#include "core/websocket.h"
+#include "wire/message_frame.h"
+#include "wire/websocket.h"
 
 namespace vlk {
 namespace {

@@ -6,8 +6,8 @@
 #include <thread>
 #include <utility>
 
-#include "core/tls_connection.h"
-#include "core/tls_context.h"
+#include "net/tls_connection.h"
+#include "net/tls_context.h"
 #include "unit/core/link_fixture.h"
 
 namespace vlk::agent {

@@ -1,5 +1,5 @@
 // WebSocket framing, from whole frames to single bytes, and what it lets through on purpose.
-#include "core/websocket.h"
+#include "wire/websocket.h"
 
 #include <gtest/gtest.h>
 

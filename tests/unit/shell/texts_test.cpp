@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-#include "core/agent_client.h"
+#include "client/agent_client.h"
 
 namespace vlk::agent {
 namespace {

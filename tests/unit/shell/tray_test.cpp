@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/agent_client.h"
+#include "client/agent_client.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,5 +1,5 @@
 // The colour conversion against its formulas and its plain form, byte for byte, and what it must not touch.
-#include "stream/colour.h"
+#include "stream/encode/colour.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The arithmetic of an H.264 session.
-#include "stream/h264_format.h"
+#include "stream/encode/h264_format.h"
 
 #include <gtest/gtest.h>
 

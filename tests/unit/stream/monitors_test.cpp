@@ -1,5 +1,5 @@
 // Sizes and messages of thumbnails.
-#include "stream/monitors.h"
+#include "stream/capture/monitors.h"
 
 #include <gtest/gtest.h>
 

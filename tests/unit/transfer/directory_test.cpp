@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/json.h"
+#include "wire/json.h"
 #include "support/temp_folder.h"
 
 namespace vlk::agent {

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "core/big_endian.h"
+#include "wire/big_endian.h"
 #include "support/scripted_server.h"
 #include "support/temp_folder.h"
 

@@ -1,0 +1,20 @@
+// The machine's identity from the registry.
+#include "config/machine_guid.h"
+
+#include "platform/win32/registry_win32.h"
+#include "platform/win32/handles_win32.h"
+
+namespace vlk::agent {
+
+std::string read_machine_guid() {
+  HKEY opened = nullptr;
+  // The 64-bit view in any case, so that no redirected copy is read.
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Cryptography", 0,
+                    KEY_QUERY_VALUE | KEY_WOW64_64KEY, &opened) != ERROR_SUCCESS) {
+    return {};
+  }
+  const UniqueRegistryKey key(opened);
+  return read_registry_string(key.get(), L"MachineGuid");
+}
+
+}  // namespace vlk::agent

@@ -1,0 +1,79 @@
+// Blocking sockets of a POSIX system, for native builds.
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "net/socket.h"
+
+namespace vlk {
+namespace {
+
+int descriptor(SocketHandle socket) {
+  return static_cast<int>(socket);
+}
+
+SocketHandle connect_first(const addrinfo* addresses) {
+  for (const addrinfo* address = addresses; address != nullptr; address = address->ai_next) {
+    const int candidate =
+        ::socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
+    if (candidate < 0) continue;
+    if (::connect(candidate, address->ai_addr, address->ai_addrlen) == 0)
+      return static_cast<SocketHandle>(candidate);
+    ::close(candidate);
+  }
+  return kInvalidSocket;
+}
+
+}  // namespace
+
+void start_sockets() {}
+
+void end_sockets() {}
+
+SocketHandle connect_socket(const std::string& host, std::uint32_t port) {
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) return kInvalidSocket;
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, &::freeaddrinfo);
+  return connect_first(addresses.get());
+}
+
+void send_at_once(SocketHandle socket) {
+  const int on = 1;
+  ::setsockopt(descriptor(socket), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+std::ptrdiff_t receive_some(SocketHandle socket, unsigned char* buffer, std::size_t size) {
+  for (;;) {
+    const ssize_t count = ::recv(descriptor(socket), buffer, size, 0);
+    if (count >= 0 || errno != EINTR) return count;
+  }
+}
+
+bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length) {
+  while (length > 0) {
+    const ssize_t count = ::send(descriptor(socket), data, length, MSG_NOSIGNAL);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    data += count;
+    length -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+void interrupt_socket(SocketHandle socket) {
+  // Closing would free the number for another descriptor while the owner still uses it.
+  ::shutdown(descriptor(socket), SHUT_RDWR);
+}
+
+void close_socket(SocketHandle socket) {
+  ::close(descriptor(socket));
+}
+
+}  // namespace vlk

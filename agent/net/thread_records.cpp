@@ -1,0 +1,12 @@
+// Freeing OpenSSL's records of a thread.
+#include "net/thread_records.h"
+
+#include <openssl/crypto.h>
+
+namespace vlk {
+
+ThreadRecords::~ThreadRecords() {
+  OPENSSL_thread_stop();
+}
+
+}  // namespace vlk

@@ -1,0 +1,130 @@
+// TLS over memory buffers, with the socket's waits outside the lock.
+#include "net/tls_connection.h"
+
+#include <openssl/err.h>
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace vlk::agent {
+namespace {
+
+constexpr std::size_t kReceiveSize = 16384;  // bytes asked of the socket at once: about a TLS record
+constexpr std::size_t kRecordSize = 16384;   // largest plain text of a record, RFC 8446 section 5.1
+constexpr std::size_t kSendBatch = 4;        // records encrypted between two calls to the socket
+
+}  // namespace
+
+TlsConnection::TlsConnection(SSL_CTX* context, SocketHandle socket, const std::string& host)
+    : socket_(socket), ssl_(SSL_new(context)) {
+  if (!ssl_) return;
+  input_ = BIO_new(BIO_s_mem());
+  output_ = BIO_new(BIO_s_mem());
+  BIO_set_mem_eof_return(input_, -1);  // an empty buffer means wait, not end
+  BIO_set_mem_eof_return(output_, -1);
+  SSL_set_bio(ssl_.get(), input_, output_);
+  SSL_set_tlsext_host_name(ssl_.get(), host.c_str());
+  SSL_set_hostflags(ssl_.get(), X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+  SSL_set1_host(ssl_.get(), host.c_str());
+}
+
+bool TlsConnection::connect() {
+  if (!ssl_) return false;
+  Lock lock(lock_);
+  for (;;) {
+    ERR_clear_error();
+    const int result = SSL_connect(ssl_.get());
+    const bool wants_input = SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;
+    if (!flush(lock, true) || result == 1) return result == 1;
+    if (!wants_input || !pump_input(lock)) return false;
+  }
+}
+
+std::ptrdiff_t TlsConnection::read(unsigned char* buffer, std::size_t size) {
+  Lock lock(lock_);
+  for (;;) {
+    ERR_clear_error();
+    const int result = SSL_read(ssl_.get(), buffer, static_cast<int>(size));
+    const bool wants_input = SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;
+    flush(lock, false);
+    if (result > 0) return result;
+    if (!wants_input || !pump_input(lock)) return -1;
+  }
+}
+
+bool TlsConnection::write(const unsigned char* data, std::size_t length) {
+  Lock lock(lock_);
+  std::size_t done = 0;
+  while (done < length) {
+    const std::size_t batch_end = std::min(length, done + kSendBatch * kRecordSize);
+    bool wants_input = false;
+    while (done < batch_end && !wants_input) {
+      ERR_clear_error();
+      const int piece = static_cast<int>(std::min(batch_end - done, kRecordSize));
+      const int result = SSL_write(ssl_.get(), data + done, piece);
+      wants_input = result <= 0 && SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;
+      if (result <= 0 && !wants_input) return false;
+      if (result > 0) done += static_cast<std::size_t>(result);
+    }
+    if (!flush(lock, true)) return false;
+    // Only a renegotiation by a TLS 1.2 server makes a write wait for input.
+    if (wants_input && !pump_input(lock)) return false;
+  }
+  return true;
+}
+
+void TlsConnection::shutdown() {
+  Lock lock(lock_);
+  ERR_clear_error();
+  SSL_shutdown(ssl_.get());
+  flush(lock, false);
+}
+
+bool TlsConnection::pump_input(Lock& lock) {
+  if (input_ended_) return false;
+  if (receiving_) {
+    // Another thread is at the socket already: its bytes serve this one too.
+    const std::uint64_t seen = input_count_;
+    changed_.wait(lock, [&] { return input_count_ != seen || input_ended_ || !receiving_; });
+    return !input_ended_;
+  }
+  receiving_ = true;
+  lock.unlock();
+  unsigned char bytes[kReceiveSize];
+  const std::ptrdiff_t count = receive_some(socket_, bytes, sizeof bytes);
+  lock.lock();
+  receiving_ = false;
+  if (count > 0) {
+    BIO_write(input_, bytes, static_cast<int>(count));
+    ++input_count_;
+  } else {
+    input_ended_ = true;
+  }
+  changed_.notify_all();
+  return !input_ended_;
+}
+
+bool TlsConnection::flush(Lock& lock, bool everything) {
+  if (everything) changed_.wait(lock, [&] { return !sending_; });
+  // A thread that is sending takes along whatever lies in the buffer before it stops.
+  if (sending_) return true;
+  std::vector<unsigned char> bytes;
+  sending_ = true;
+  while (!output_failed_ && BIO_pending(output_) > 0) {
+    bytes.resize(static_cast<std::size_t>(BIO_pending(output_)));
+    BIO_read(output_, bytes.data(), static_cast<int>(bytes.size()));
+    lock.unlock();
+    const bool sent = send_all(socket_, bytes.data(), bytes.size());
+    lock.lock();
+    if (!sent) output_failed_ = true;
+    // The reader goes back to reading: what has come since is the waiting writer's own, and that writer sends
+    // it.
+    if (!everything) break;
+  }
+  sending_ = false;
+  changed_.notify_all();
+  return !output_failed_;
+}
+
+}  // namespace vlk::agent

@@ -1,0 +1,16 @@
+// Entering and leaving the apartment.
+#include "platform/threads/com_apartment.h"
+
+#include <objbase.h>
+
+namespace vlk {
+
+ComApartment::ComApartment() {
+  (void)CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+}
+
+ComApartment::~ComApartment() {
+  CoUninitialize();
+}
+
+}  // namespace vlk
