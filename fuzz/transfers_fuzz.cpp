@@ -1,12 +1,12 @@
 // Any bytes as a message about a file on its way through the relay, the first byte choosing its kind. What
 // the relay judged must be what the agent's reader then finds in it.
-#include "relay/transfers.h"
+#include "relay/session/transfers.h"
 
 #include <array>
 #include <string_view>
 
 #include "wire/json.h"
-#include "relay/clip_note.h"
+#include "relay/session/clip_note.h"
 #include "require.h"
 
 using namespace vlk;

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "relay/options.h"
-#include "relay/secrets.h"
+#include "relay/base/secrets.h"
 #include "relay/server.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <boost/beast/http/write.hpp>
 #include <stdexcept>
 
-#include "relay/static_files.h"
+#include "relay/http/files.h"
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
@@ -237,7 +237,7 @@ asio::awaitable<bool> Server::upgrade(TlsStream& stream, const Request& request,
     }
   }
   beast::get_lowest_layer(stream).expires_never();
-  SocketLink::Stream socket(std::move(stream));
+  WebSocketLink::Stream socket(std::move(stream));
   // The hub watches over what comes after the upgrade.
   socket.set_option(
       websocket::stream_base::timeout{limits_.handshake, websocket::stream_base::none(), false});
@@ -249,7 +249,7 @@ asio::awaitable<bool> Server::upgrade(TlsStream& stream, const Request& request,
     log_.write(peer, "", "WebSocket upgrade failed: " + error.message());
     co_return true;
   }
-  const auto link = std::make_shared<SocketLink>(std::move(socket), kFragment, limits_.queue_bytes);
+  const auto link = std::make_shared<WebSocketLink>(std::move(socket), kFragment, limits_.queue_bytes);
   if (agent) {
     const auto one = std::make_shared<AgentPeer>();
     one->socket = link;

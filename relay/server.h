@@ -8,10 +8,10 @@
 #include <boost/asio/steady_timer.hpp>
 #include <string>
 
-#include "relay/agent_link.h"
-#include "relay/certificate.h"
-#include "relay/console_link.h"
-#include "relay/http_api.h"
+#include "relay/links/agent_link.h"
+#include "relay/net/certificate.h"
+#include "relay/links/console_link.h"
+#include "relay/http/routes.h"
 
 namespace vlk::relay {
 

@@ -8,7 +8,7 @@
 
 #include "fakes/fakes.h"
 #include "relay/options.h"
-#include "relay/rate_counter.h"
+#include "relay/base/rate_counter.h"
 #include "relay/relay_fixture.h"
 
 namespace vlk::relay {

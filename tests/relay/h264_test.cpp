@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "relay/h264_bits.h"
-#include "relay/h264_sps.h"
-#include "relay/h264_stream.h"
+#include "relay/h264/bits.h"
+#include "relay/h264/parameter_sets.h"
+#include "relay/h264/stream.h"
 
 namespace vlk::relay {
 namespace {

@@ -9,7 +9,7 @@
 #include <future>
 
 #include "fakes/fakes.h"
-#include "relay/secrets.h"
+#include "relay/base/secrets.h"
 #include "relay/server.h"
 
 #ifdef __SANITIZE_ADDRESS__

@@ -15,10 +15,10 @@
 
 #include "client/agent_client.h"
 #include "relay/browser.h"
-#include "relay/certificate.h"
-#include "relay/limits.h"
-#include "relay/log.h"
-#include "relay/store.h"
+#include "relay/net/certificate.h"
+#include "relay/base/limits.h"
+#include "relay/base/log.h"
+#include "relay/storage/store.h"
 
 namespace vlk::relay {
 

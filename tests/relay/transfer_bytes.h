@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "relay/wire.h"
+#include "relay/wire/envelope.h"
 
 namespace vlk::relay {
 

@@ -2,9 +2,9 @@
 // machine is owed, and the names in clipboards.
 #include <gtest/gtest.h>
 
-#include "relay/clip_note.h"
+#include "relay/session/clip_note.h"
 #include "relay/transfer_bytes.h"
-#include "relay/transfers.h"
+#include "relay/session/transfers.h"
 #include "support/clip_bytes.h"
 
 namespace vlk::relay {

@@ -1,0 +1,44 @@
+// Counts events per key within a sliding window.
+#include "relay/base/rate_counter.h"
+
+#include <algorithm>
+
+namespace vlk::relay {
+
+bool RateCounter::exhausted(const std::string& key, Clock::time_point now) {
+  const auto found = events_.find(key);
+  if (found == events_.end()) return false;
+  auto& times = found->second;
+  while (!times.empty() && now - times.front() >= window_)
+    times.pop_front();
+  if (times.empty()) {
+    events_.erase(found);
+    return false;
+  }
+  return times.size() >= limit_;
+}
+
+void RateCounter::add(const std::string& key, Clock::time_point now) {
+  if (!events_.contains(key)) make_room(now);
+  auto& times = events_[key];
+  times.push_back(now);
+  if (times.size() > limit_) times.pop_front();
+}
+
+void RateCounter::take_back(const std::string& key) {
+  const auto found = events_.find(key);
+  if (found == events_.end()) return;
+  found->second.pop_back();
+  if (found->second.empty()) events_.erase(found);
+}
+
+void RateCounter::make_room(Clock::time_point now) {
+  if (events_.size() < max_keys_) return;
+  std::erase_if(events_, [&](const auto& entry) { return now - entry.second.back() >= window_; });
+  if (events_.size() < max_keys_) return;
+  events_.erase(std::min_element(events_.begin(), events_.end(), [](const auto& a, const auto& b) {
+    return a.second.back() < b.second.back();
+  }));
+}
+
+}  // namespace vlk::relay

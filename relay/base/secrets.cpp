@@ -1,0 +1,72 @@
+// Random secrets, their hashes, and passwords, by libsodium.
+#include "relay/base/secrets.h"
+
+#include <sodium.h>
+
+#include <stdexcept>
+
+namespace vlk::relay {
+
+void start_sodium() {
+  if (sodium_init() < 0) throw std::runtime_error("The cryptographic library could not be started.");
+}
+
+std::string random_token(std::size_t bytes) {
+  std::vector<std::uint8_t> raw(bytes);
+  randombytes_buf(raw.data(), raw.size());
+  std::string text(sodium_base64_encoded_len(bytes, sodium_base64_VARIANT_URLSAFE_NO_PADDING), '\0');
+  sodium_bin2base64(text.data(), text.size(), raw.data(), raw.size(),
+                    sodium_base64_VARIANT_URLSAFE_NO_PADDING);
+  text.pop_back();
+  return text;
+}
+
+std::uint32_t random_number() {
+  return randombytes_random();
+}
+
+std::string random_password() {
+  static constexpr std::string_view kAlphabet = "abcdefghjkmnpqrstuvwxyz123456789";
+  static_assert(kAlphabet.size() == 32);
+  std::string password;
+  for (int i = 0; i < 20; ++i) {
+    if (i > 0 && i % 5 == 0) password += '-';
+    password += kAlphabet[randombytes_uniform(kAlphabet.size())];
+  }
+  return password;
+}
+
+std::vector<std::uint8_t> hash_secret(std::string_view secret) {
+  std::vector<std::uint8_t> hash(crypto_generichash_BYTES);
+  crypto_generichash(hash.data(), hash.size(), reinterpret_cast<const unsigned char*>(secret.data()),
+                     secret.size(), nullptr, 0);
+  return hash;
+}
+
+bool same_hash(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+  return a.size() == b.size() && sodium_memcmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::string password_fault(const std::string& password) {
+  if (password.size() < kShortestPassword)
+    return "needs at least " + std::to_string(kShortestPassword) + " characters";
+  if (password.size() > kLongestPassword)
+    return "can have at most " + std::to_string(kLongestPassword) + " bytes";
+  return {};
+}
+
+std::string hash_password(const std::string& password) {
+  std::string hash(crypto_pwhash_STRBYTES, '\0');
+  if (crypto_pwhash_str(hash.data(), password.data(), password.size(), crypto_pwhash_OPSLIMIT_INTERACTIVE,
+                        crypto_pwhash_MEMLIMIT_INTERACTIVE) != 0) {
+    throw std::runtime_error("There is not enough memory to hash a password.");
+  }
+  hash.resize(hash.find('\0'));
+  return hash;
+}
+
+bool verify_password(const std::string& hash, const std::string& password) {
+  return crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,106 @@
+// Follows one H.264 stream of a machine on its way to a browser.
+#include "relay/h264/stream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <span>
+
+#include "relay/h264/bits.h"
+#include "relay/h264/parameter_sets.h"
+
+namespace vlk::relay {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using View = std::span<const std::uint8_t>;
+
+constexpr std::size_t kStartCode = 3;  // bytes: 0, 0, 1
+// Enough of a slice for its first two numbers.
+constexpr std::size_t kSliceHead = 16;
+constexpr std::uint32_t kBSlice = 1;  // of slice_type modulo 5
+
+enum UnitType : std::uint8_t { kSlice = 1, kSlicePartitionA = 2, kParameterSet = 7 };
+
+// Where the next start code begins at or behind `from`; the size when there is none.
+std::size_t next_start_code(View bytes, std::size_t from) {
+  while (from + kStartCode <= bytes.size()) {
+    const void* found = std::memchr(&bytes[from + 2], 1, bytes.size() - from - 2);
+    if (!found) break;
+    const auto one = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - bytes.data());
+    if (bytes[one - 1] == 0 && bytes[one - 2] == 0) return one - 2;
+    from = one - 1;
+  }
+  return bytes.size();
+}
+
+bool begins_with_start_code(View bytes) {
+  const View head = bytes.first(std::min<std::size_t>(bytes.size(), kStartCode + 1));
+  const std::size_t first = next_start_code(head, 0);
+  return first < head.size() && (first == 0 || head[0] == 0);
+}
+
+bool is_b_slice(View unit) {
+  const std::uint8_t type = unit[0] & 0x1f;
+  if (type != kSlice && type != kSlicePartitionA) return false;
+  const Bytes head = without_emulation_bytes(unit.subspan(1, std::min(kSliceHead, unit.size() - 1)));
+  BitReader reader(head);
+  reader.golomb();  // first_mb_in_slice
+  return reader.golomb() % 5 == kBSlice && !reader.failed();
+}
+
+// Calls `act` with the offset and the bytes of each unit, without the zeros that may trail it.
+template <class Act>
+void each_unit(View bytes, Act act) {
+  std::size_t at = next_start_code(bytes, 0);
+  while (at + kStartCode < bytes.size()) {
+    const std::size_t begin = at + kStartCode;
+    const std::size_t next = next_start_code(bytes, begin);
+    std::size_t end = next;
+    while (end > begin && bytes[end - 1] == 0)
+      --end;
+    if (end > begin) act(begin, bytes.subspan(begin, end - begin));
+    at = next;
+  }
+}
+
+}  // namespace
+
+bool H264Stream::pass(Bytes& message, std::size_t start) {
+  if (start > message.size()) return true;
+  const View stream = View(message).subspan(start);
+  if (!begins_with_start_code(stream)) return true;
+  const bool was_reordered = reordered_;
+  bool has_parameter_set = false;
+  each_unit(stream, [&](std::size_t, View unit) {
+    if ((unit[0] & 0x1f) == kParameterSet) has_parameter_set = true;
+    if (!reordered_ && is_b_slice(unit)) reordered_ = true;
+  });
+  if (!has_parameter_set) {
+    const bool broken = promised_ && reordered_ && !was_reordered;
+    return !broken;
+  }
+
+  promised_ = false;
+  Bytes out(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(start));
+  out.reserve(message.size() + 64);
+  std::size_t copied = 0;  // of `stream`
+  const auto copy_to = [&](std::size_t end) {
+    out.insert(out.end(), stream.begin() + static_cast<std::ptrdiff_t>(copied),
+               stream.begin() + static_cast<std::ptrdiff_t>(end));
+    copied = end;
+  };
+  each_unit(stream, [&](std::size_t offset, View unit) {
+    if ((unit[0] & 0x1f) != kParameterSet) return;
+    const auto complete = complete_parameter_set(unit, !reordered_);
+    if (!complete) return;
+    promised_ = !reordered_;
+    copy_to(offset);
+    out.insert(out.end(), complete->begin(), complete->end());
+    copied = offset + unit.size();
+  });
+  copy_to(stream.size());
+  message = std::move(out);
+  return true;
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,221 @@
+// Files on their way: numbers, rulings, leftovers.
+#include "relay/session/transfers.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace vlk::relay {
+namespace {
+
+constexpr std::size_t kChunkHeader = 8;  // transfer and index, u32 each
+
+std::optional<std::uint32_t> transfer_of_chunk(const Bytes& message) {
+  if (message.size() < kEnvelopeHeaderSize + kChunkHeader) return std::nullopt;
+  const std::uint8_t* bytes = &message[kEnvelopeHeaderSize];
+  return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 | std::uint32_t{bytes[2]} << 8 |
+         bytes[3];
+}
+
+std::uint64_t chunk_bytes(const Bytes& message) {
+  return message.size() - kEnvelopeHeaderSize - kChunkHeader;
+}
+
+nlohmann::json payload_of(const Bytes& message) {
+  return nlohmann::json::parse(message.begin() + kEnvelopeHeaderSize, message.end(), nullptr, false);
+}
+
+std::optional<std::uint32_t> transfer_of_json(const nlohmann::json& fields) {
+  if (!fields.is_object()) return std::nullopt;
+  const auto found = fields.find("transfer_id");
+  if (found == fields.end() || !found->is_number_unsigned()) return std::nullopt;
+  const auto number = found->get<std::uint64_t>();
+  if (number > UINT32_MAX) return std::nullopt;
+  return static_cast<std::uint32_t>(number);
+}
+
+// Empty when missing or not fit to name a file on any system.
+std::string path_of(const nlohmann::json& fields) {
+  const auto found = fields.find("path");
+  if (found == fields.end() || !found->is_string()) return {};
+  const auto& path = found->get_ref<const std::string&>();
+  const bool control = std::any_of(path.begin(), path.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+  return control ? std::string() : path;
+}
+
+std::string shortened(std::string path) {
+  if (path.size() <= Transfers::kLongestPath) return path;
+  std::size_t end = Transfers::kLongestPath;
+  while (end > 0 && (static_cast<unsigned char>(path[end]) & 0xC0) == 0x80)
+    --end;
+  path.resize(end);
+  return path + "...";
+}
+
+TransferRuling refuse(std::string sentence, std::uint32_t transfer = 0) {
+  return {TransferRuling::Kind::Refuse, std::move(sentence), transfer};
+}
+
+AuditNote end_note(const char* event, std::uint32_t transfer, std::uint64_t bytes, const char* how) {
+  return {event, std::to_string(transfer) + " " + how + " " + std::to_string(bytes)};
+}
+
+}  // namespace
+
+bool is_transfer(Msg type) {
+  return type == Msg::DownloadRequest || type == Msg::UploadBegin || type == Msg::FileChunk ||
+         type == Msg::FileTransferEnd;
+}
+
+std::shared_ptr<const Bytes> upload_end(std::uint32_t session, std::uint32_t transfer) {
+  return json_envelope(Msg::FileTransferEnd, session, "{\"transfer_id\":" + std::to_string(transfer) + "}");
+}
+
+std::uint32_t Transfers::give(std::uint32_t session) {
+  Numbers& numbers = sessions_[session];
+  if (numbers.size() >= kOpenPerSession) return 0;
+  if (++last_ == 0) ++last_;
+  numbers[last_];
+  return last_;
+}
+
+TransferRuling Transfers::from_browser(std::uint32_t session, Msg type, Bytes& message) {
+  static const auto kNone = refuse("That transfer was not given to this session.");
+  const auto found = sessions_.find(session);
+  if (found == sessions_.end()) return kNone;
+  if (type == Msg::FileChunk) return chunk(found->second, message);
+  if (type == Msg::FileTransferEnd) return end(session, found->second, message);
+  return begin(session, found->second, type, message);
+}
+
+TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message) {
+  const nlohmann::json fields = payload_of(message);
+  const auto number = transfer_of_json(fields);
+  const auto found = number ? numbers.find(*number) : numbers.end();
+  if (found == numbers.end())
+    return refuse("That transfer was not given to this session.", number.value_or(0));
+  if (found->second.state != Transfer::State::Given)
+    return refuse("That transfer has begun already.", *number);
+  const std::string path = path_of(fields);
+  if (path.empty()) return refuse("The file's path is missing or is none.", *number);
+
+  // The number comes first: the agent's reader takes the first text that looks like the key.
+  nlohmann::ordered_json anew = {{"transfer_id", *number}, {"path", path}};
+  const bool upload = type == Msg::UploadBegin;
+  if (upload) {
+    const auto size = fields.find("size");
+    anew["size"] = size != fields.end() && size->is_number_unsigned() ? size->get<std::uint64_t>() : 0;
+  }
+  message = *json_envelope(type, session,
+                           anew.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+  found->second.state = upload ? Transfer::State::Upload : Transfer::State::Download;
+  return {TransferRuling::Kind::Pass,
+          {},
+          *number,
+          AuditNote{upload ? "upload" : "download", std::to_string(*number) + " " + shortened(path)}};
+}
+
+TransferRuling Transfers::chunk(Numbers& numbers, const Bytes& message) {
+  const auto number = transfer_of_chunk(message);
+  const auto found = number ? numbers.find(*number) : numbers.end();
+  if (found == numbers.end() || found->second.state != Transfer::State::Upload)
+    return refuse("That upload is not open.", number.value_or(0));
+  found->second.bytes += chunk_bytes(message);
+  return {TransferRuling::Kind::Pass, {}, *number};
+}
+
+TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& message) {
+  const auto number = transfer_of_json(payload_of(message));
+  const auto found = number ? numbers.find(*number) : numbers.end();
+  if (found == numbers.end()) return refuse("That transfer is not open.", number.value_or(0));
+  Transfer& transfer = found->second;
+  switch (transfer.state) {
+    case Transfer::State::Upload: {
+      const auto note = end_note("upload-end", *number, transfer.bytes, "ended");
+      numbers.erase(found);
+      message = *upload_end(session, *number);
+      return {TransferRuling::Kind::Pass, {}, *number, note};
+    }
+    case Transfer::State::Download:
+      // The machine cannot be told to stop; what it still sends ends here.
+      transfer.state = Transfer::State::Unwanted;
+      return {TransferRuling::Kind::Swallow, {}, *number};
+    case Transfer::State::Given:
+      numbers.erase(found);
+      break;
+    case Transfer::State::Unwanted:
+      break;
+  }
+  return {TransferRuling::Kind::Swallow, {}, *number};
+}
+
+Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const Bytes& message) {
+  const auto of_session = sessions_.find(session);
+  if (of_session == sessions_.end()) return {};
+  Numbers& numbers = of_session->second;
+  const bool is_chunk = type == Msg::FileChunk;
+  if (!is_chunk && message.size() > kLongestEnd) return {false};
+  const nlohmann::json fields = is_chunk ? nlohmann::json() : payload_of(message);
+  const auto number = is_chunk ? transfer_of_chunk(message) : transfer_of_json(fields);
+  const auto found = number ? numbers.find(*number) : numbers.end();
+  if (found == numbers.end()) return {};
+  Transfer& transfer = found->second;
+  const bool unwanted = transfer.state == Transfer::State::Unwanted;
+  if (!unwanted && transfer.state != Transfer::State::Download) return {};
+  if (is_chunk) {
+    transfer.bytes += chunk_bytes(message);
+    return {!unwanted};
+  }
+  const auto ok = fields.find("ok");
+  const bool good = ok != fields.end() && ok->is_boolean() && ok->get<bool>();
+  const auto note =
+      end_note("download-end", *number, transfer.bytes, unwanted ? "cancelled" : (good ? "ended" : "failed"));
+  numbers.erase(found);
+  return {true, note};
+}
+
+Transfers::Leftovers Transfers::end_session(std::uint32_t session) {
+  Leftovers result;
+  const auto found = sessions_.find(session);
+  if (found == sessions_.end()) return result;
+  for (const auto& [number, transfer] : found->second) {
+    if (transfer.state == Transfer::State::Given) continue;
+    const bool upload = transfer.state == Transfer::State::Upload;
+    if (upload) result.uploads.push_back(number);
+    result.notes.push_back(
+        end_note(upload ? "upload-end" : "download-end", number, transfer.bytes, "unfinished"));
+  }
+  sessions_.erase(found);
+  return result;
+}
+
+void Transfers::owe(const std::string& agent, const std::vector<std::uint32_t>& uploads,
+                    Clock::time_point now) {
+  if (uploads.empty()) return;
+  auto& list = owed_[agent];
+  for (const std::uint32_t upload : uploads)
+    list.push_back({upload, now});
+  if (list.size() > kOwedPerAgent)
+    list.erase(list.begin(), list.end() - static_cast<std::ptrdiff_t>(kOwedPerAgent));
+}
+
+std::vector<std::uint32_t> Transfers::owed(const std::string& agent, Clock::time_point now) {
+  std::vector<std::uint32_t> uploads;
+  const auto found = owed_.find(agent);
+  if (found == owed_.end()) return uploads;
+  for (Owed& owed : found->second) {
+    owed.told = now;
+    uploads.push_back(owed.upload);
+  }
+  return uploads;
+}
+
+void Transfers::settle(const std::string& agent, Clock::time_point told) {
+  const auto found = owed_.find(agent);
+  if (found == owed_.end()) return;
+  std::erase_if(found->second, [&](const Owed& owed) { return owed.told < told; });
+  if (found->second.empty()) owed_.erase(found);
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,124 @@
+// A thin owner of an SQLite connection.
+#include "relay/storage/database.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace vlk::relay {
+namespace {
+
+constexpr int kBusyTimeoutMs = 2000;
+
+// SQLite creates files with the process's mask; made here first, the file and its log are the owner's alone.
+void create_private_file(const std::string& file) {
+  const int descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (descriptor < 0) throw DatabaseError("Cannot open " + file + ": " + std::strerror(errno));
+  ::close(descriptor);
+}
+
+}  // namespace
+
+void Database::Close::operator()(sqlite3* handle) const {
+  sqlite3_close_v2(handle);
+}
+
+Database::Database(const std::string& file) {
+  create_private_file(file);
+  sqlite3* handle = nullptr;
+  const int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE, nullptr);
+  handle_.reset(handle);
+  if (result != SQLITE_OK) throw DatabaseError("Cannot open " + file + ": " + sqlite3_errstr(result));
+  sqlite3_busy_timeout(handle, kBusyTimeoutMs);
+  execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;");
+}
+
+void Database::execute(const char* sql) {
+  if (sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
+    throw DatabaseError(std::string("The database failed: ") + sqlite3_errmsg(handle_.get()));
+  }
+}
+
+void Statement::Finalize::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
+}
+
+Statement::Statement(Database& database, const char* sql) : handle_(database.handle_.get()) {
+  sqlite3_stmt* statement = nullptr;
+  check(sqlite3_prepare_v2(handle_, sql, -1, &statement, nullptr));
+  statement_.reset(statement);
+}
+
+Statement& Statement::bind(std::string_view text) {
+  check(sqlite3_bind_text64(statement_.get(), next_++, text.data() ? text.data() : "", text.size(),
+                            SQLITE_TRANSIENT, SQLITE_UTF8));
+  return *this;
+}
+
+Statement& Statement::bind(std::int64_t number) {
+  check(sqlite3_bind_int64(statement_.get(), next_++, number));
+  return *this;
+}
+
+Statement& Statement::bind(const std::vector<std::uint8_t>& bytes) {
+  // SQLite takes a null pointer for NULL, which compares with nothing.
+  const void* data = bytes.empty() ? static_cast<const void*>("") : bytes.data();
+  check(sqlite3_bind_blob64(statement_.get(), next_++, data, bytes.size(), SQLITE_TRANSIENT));
+  return *this;
+}
+
+bool Statement::step() {
+  const int result = sqlite3_step(statement_.get());
+  if (result == SQLITE_ROW) return true;
+  if (result != SQLITE_DONE) check(result);
+  return false;
+}
+
+void Statement::run() {
+  while (step()) {
+  }
+}
+
+std::string Statement::text(int column) const {
+  const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
+  return data ? std::string(data, size) : std::string();
+}
+
+std::int64_t Statement::number(int column) const {
+  return sqlite3_column_int64(statement_.get(), column);
+}
+
+std::vector<std::uint8_t> Statement::bytes(int column) const {
+  const auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_.get(), column));
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
+  return data ? std::vector<std::uint8_t>(data, data + size) : std::vector<std::uint8_t>();
+}
+
+void Statement::check(int result) const {
+  if (result != SQLITE_OK)
+    throw DatabaseError(std::string("The database failed: ") + sqlite3_errmsg(handle_));
+}
+
+Transaction::Transaction(Database& database) : database_(database) {
+  database_.execute("BEGIN IMMEDIATE");
+}
+
+Transaction::~Transaction() {
+  if (!open_) return;
+  try {
+    database_.execute("ROLLBACK");
+  } catch (const DatabaseError&) {
+    // SQLite has rolled back by itself, after a full disk for instance.
+  }
+}
+
+void Transaction::commit() {
+  database_.execute("COMMIT");
+  open_ = false;
+}
+
+}  // namespace vlk::relay
