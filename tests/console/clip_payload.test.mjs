@@ -1,10 +1,10 @@
 // Clipboard payloads, paths, listings and the pace of uploads, as far as they need no browser.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { filesPayloadSize, packFiles, packImage, packText, parseClip, safeFileName } from '../../relay/console/clip_payload.js';
-import { Flow } from '../../relay/console/flow.js';
-import { Numbers, parseListing, sorted } from '../../relay/console/listing.js';
-import { crumbs, join, lastPart, parentOf, windowsName } from '../../relay/console/paths.js';
+import { filesPayloadSize, packFiles, packImage, packText, parseClip, safeFileName } from '../../console/clipboard/payload.js';
+import { Flow } from '../../console/files/upload_window.js';
+import { Numbers, parseListing, sorted } from '../../console/files/listing.js';
+import { crumbs, join, lastPart, parentOf, windowsName } from '../../console/base/paths.js';
 
 const bytes = (...values) => Uint8Array.from(values);
 const file = (name, ...content) => ({ name, bytes: bytes(...content) });

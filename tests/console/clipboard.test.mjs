@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import test from 'node:test';
-import { packFiles, packImage, packText, parseClip } from '../../relay/console/clip_payload.js';
+import { packFiles, packImage, packText, parseClip } from '../../console/clipboard/payload.js';
 import { fixture, session } from './support/fixture.mjs';
 import { MachineFolders } from './support/folders.mjs';
 import { AgentMsg } from './support/scripted_agent.mjs';

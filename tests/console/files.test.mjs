@@ -343,7 +343,7 @@ test('files are dropped into the open folder, and whole folders with them', asyn
   assert.equal(Buffer.concat(machine.uploadTo('C:\\Users\\b.txt').chunks.map(({ bytes }) => bytes)).toString(), 'pasted');
   // Chromium makes no folder from a script, so its walk is given one that behaves like it.
   const found = await p.evaluate(async () => {
-    const { droppedFiles } = await import('/dropped.js');
+    const { droppedFiles } = await import('/base/dropped.js');
     const one = (name) => ({ isDirectory: false, name, file: (done) => done(new File(['x'], name)) });
     const folder = (name, entries) => ({ isDirectory: true, name,
       createReader: () => ({ readEntries: (done) => done(entries.splice(0, 1)) }) });

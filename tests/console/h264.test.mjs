@@ -1,7 +1,7 @@
 // What the console reads in H.264 streams.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { accessUnits, PictureCounter, readParameters, units } from '../../relay/console/h264.js';
+import { accessUnits, PictureCounter, readParameters, units } from '../../console/picture/h264.js';
 import { card, encode } from './support/h264.mjs';
 
 const bytes = (...values) => Uint8Array.from(values.flat());

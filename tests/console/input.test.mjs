@@ -1,9 +1,9 @@
 // The representative's hands: the exact events that reach the machine.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { toWire } from '../../relay/console/geometry.js';
-import { Button, button, key, move, unicode, wheel } from '../../relay/console/input.js';
-import { keyNamed } from '../../relay/console/keymap.js';
+import { toWire } from '../../console/input/geometry.js';
+import { Button, button, key, move, unicode, wheel } from '../../console/input/events.js';
+import { keyNamed } from '../../console/input/keymap.js';
 import { fixture, session } from './support/fixture.mjs';
 import { AgentMsg } from './support/scripted_agent.mjs';
 import { until } from './support/waiting.mjs';

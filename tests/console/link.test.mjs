@@ -1,7 +1,7 @@
 // The console's link to the relay: when silence counts as the end of it. Time and the socket are the test's own.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { Link } from '../../relay/console/link.js';
+import { Link } from '../../console/link/link.js';
 
 const MiB = 1024 * 1024;
 
@@ -13,7 +13,7 @@ function linkUp(t) {
   const socket = { sent: [], bufferedAmount: 0, send(data) { this.sent.push(data); }, close() {} };
   globalThis.WebSocket = function WebSocket() { return socket; };
   t.after(() => { delete globalThis.WebSocket; });
-  const link = new Link('wss://relay/console');
+  const link = new Link('wss://console');
   t.after(() => link.stop());
   link.start();
   socket.onopen();

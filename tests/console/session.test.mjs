@@ -256,7 +256,7 @@ test('a machine that does not restart is told of, and the session goes on', asyn
 test('panels have a place beside the picture, one at a time', async (t) => {
   const { page } = await session(t, shared);
   await page.page.evaluate(async () => {
-    const { Panels } = await import('/panels.js');
+    const { Panels } = await import('/session/panels.js');
     const panels = new Panels(document.getElementById('panels'), document.getElementById('panel-buttons'));
     for (const name of ['one', 'two']) panels.add({ name, title: `Panel ${name}` }).textContent = `This is ${name}.`;
   });

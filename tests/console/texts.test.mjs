@@ -2,11 +2,11 @@
 import assert from 'node:assert/strict';
 import { readFileSync, readdirSync } from 'node:fs';
 import test from 'node:test';
-import { textsFor } from '../../relay/console/texts.js';
-import { english } from '../../relay/console/texts_en.js';
-import { icelandic } from '../../relay/console/texts_is.js';
+import { textsFor } from '../../console/base/texts.js';
+import { english } from '../../console/base/texts_en.js';
+import { icelandic } from '../../console/base/texts_is.js';
 
-const CONSOLE = new URL('../../relay/console/', import.meta.url);
+const CONSOLE = new URL('../../console/', import.meta.url);
 
 function shape(table, path = '') {
   return Object.entries(table).flatMap(([key, value]) =>
@@ -27,7 +27,7 @@ test('the page names only texts that exist, and no text is without use', () => {
   const page = readFileSync(new URL('index.html', CONSOLE), 'utf8');
   const named = [...page.matchAll(/data-(?:text|label|hint|placeholder)="(\w+)"/g)].map((found) => found[1]);
   for (const name of named) assert.equal(typeof english[name], 'string', name);
-  const scripts = readdirSync(CONSOLE).filter((name) => name.endsWith('.js') && !name.startsWith('texts'))
+  const scripts = readdirSync(CONSOLE, { recursive: true }).filter((name) => name.endsWith('.js') && !name.startsWith('base/texts'))
     .map((name) => readFileSync(new URL(name, CONSOLE), 'utf8')).join('\n');
   const idle = Object.keys(english).filter((key) => key !== 'language' && !named.includes(key) && !scripts.includes(`texts.${key}`));
   assert.deepEqual(idle, []);

@@ -1,17 +1,17 @@
 // The console's bytes, exactly as the machine's link has them.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from '../../relay/console/envelope.js';
-import { fit, toWire, WheelMeter } from '../../relay/console/geometry.js';
-import * as input from '../../relay/console/input.js';
-import { isDrawable, jpegSize } from '../../relay/console/jpeg.js';
-import { Keyboard } from '../../relay/console/keyboard.js';
-import { keyAt, keyNamed } from '../../relay/console/keymap.js';
-import { backOff, parseControl } from '../../relay/console/link.js';
-import { InputSender } from '../../relay/console/sender.js';
-import { age, RateMeter, wholeRoundTrip } from '../../relay/console/status.js';
-import { MonitorList, parseThumbnail } from '../../relay/console/thumbnails.js';
-import { typingBatches } from '../../relay/console/typing.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from '../../console/link/envelope.js';
+import { fit, toWire, WheelMeter } from '../../console/input/geometry.js';
+import * as input from '../../console/input/events.js';
+import { isDrawable, jpegSize } from '../../console/picture/jpeg.js';
+import { Keyboard } from '../../console/input/keyboard.js';
+import { keyAt, keyNamed } from '../../console/input/keymap.js';
+import { backOff, parseControl } from '../../console/link/link.js';
+import { InputSender } from '../../console/input/sender.js';
+import { age, RateMeter, wholeRoundTrip } from '../../console/base/status.js';
+import { MonitorList, parseThumbnail } from '../../console/session/thumbnails.js';
+import { typingBatches } from '../../console/input/typing.js';
 
 const bytes = (...values) => Uint8Array.from(values);
 

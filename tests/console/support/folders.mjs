@@ -1,6 +1,6 @@
 // A machine's folders for a test: answers listings, sends files down and takes files up as the agent does.
 import { AgentMsg } from './scripted_agent.mjs';
-import { readJson } from '../../../relay/console/envelope.js';
+import { readJson } from '../../../console/link/envelope.js';
 
 export const CHUNK = 262_144;
 

@@ -41,7 +41,7 @@ export class Relay {
   /** Listens on the port that it had before, so that browsers and agents find it again. */
   async start() {
     const child = spawn(PROGRAM, ['--address', '127.0.0.1', '--port', String(this.port), '--data', this.data,
-      '--console', join(ROOT, 'relay/console'), ...this.options]);
+      '--console', join(ROOT, 'console'), ...this.options]);
     this.process = child;
     child.stdout.on('data', (text) => { this.log += text; });
     child.stderr.on('data', (text) => { this.log += text; });

@@ -1,6 +1,6 @@
 // A machine for a test: speaks the agent's wire to a relay, records what it is sent and answers as the test says.
 import WebSocket from 'ws';
-import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from '../../../relay/console/envelope.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from '../../../console/link/envelope.js';
 import { until } from './waiting.mjs';
 
 export const AgentMsg = Object.freeze({ Hello: 1, Error: 3, Heartbeat: 4, Enroll: 16, EnrollResult: 17, Login: 18,

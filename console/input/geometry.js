@@ -1,0 +1,60 @@
+// Sizes and positions between the stage on the page and the picture of the machine.
+import { POINTER_MAX, WHEEL_NOTCH } from './events.js';
+
+/**
+ * The largest size of the picture's shape that fits the stage.
+ * @param {{width: number, height: number}} picture
+ * @param {{width: number, height: number}} stage
+ */
+export function fit(picture, stage) {
+  const scale = Math.min(stage.width / picture.width, stage.height / picture.height);
+  return { width: Math.max(1, Math.floor(picture.width * scale)), height: Math.max(1, Math.floor(picture.height * scale)) };
+}
+
+/**
+ * A point of the page to the wire's 0..32767, which the machine spreads over its first to last pixel. Points outside
+ * the picture are held at its edge.
+ *
+ * The machine truncates twice on the way back, and Windows spreads 0..65535 over one pixel more than the agent does,
+ * so a position drifts by up to a pixel towards the far edge of the whole desktop. Aiming a quarter of a pixel in at
+ * the near edge and not at all at the far one lands on the pixel meant, whichever monitor of the desktop this is.
+ * @param {{x: number, y: number}} point
+ * @param {{left: number, top: number, width: number, height: number}} rect where the picture is drawn
+ * @param {{width: number, height: number}} picture its size in the machine's pixels
+ */
+export function toWire(point, rect, picture) {
+  const axis = (/** @type {number} */ offset, /** @type {number} */ drawn, /** @type {number} */ pixels) => {
+    const pixel = Math.min(Math.max(Math.floor((offset / drawn) * pixels), 0), pixels - 1);
+    if (!(pixels > 1) || !Number.isFinite(pixel)) return 0;
+    const aim = pixel + 0.25 * (1 - pixel / (pixels - 1));
+    return Math.min(POINTER_MAX, Math.round((aim * POINTER_MAX) / (pixels - 1)));
+  };
+  return {
+    x: axis(point.x - rect.left, rect.width, picture.width),
+    y: axis(point.y - rect.top, rect.height, picture.height),
+  };
+}
+
+/** Wheel movement of a browser, in pixels, lines or pages, to the wire's 120 a notch; keeps what is left over. */
+export class WheelMeter {
+  constructor() {
+    this.rest = 0;
+  }
+
+  /**
+   * @param {{deltaY: number, deltaMode: number}} event positive towards the user
+   * @returns {number} what to send now, positive away from the user; 0 for nothing yet
+   */
+  take({ deltaY, deltaMode }) {
+    const PIXELS_PER_NOTCH = 100;
+    const LINES_PER_NOTCH = 3;
+    const perUnit = deltaMode === 2 ? WHEEL_NOTCH * 3 : WHEEL_NOTCH / (deltaMode === 1 ? LINES_PER_NOTCH : PIXELS_PER_NOTCH);
+    if (!Number.isFinite(deltaY)) return 0;
+    if (Math.sign(deltaY) === Math.sign(this.rest)) this.rest = 0;
+    // Rounded, so that a hundred small steps add up to a whole notch.
+    this.rest = Math.round((this.rest - deltaY * perUnit) * 1e6) / 1e6;
+    const whole = Math.min(Math.max(Math.trunc(this.rest), -32768), 32767);
+    this.rest = Math.min(Math.max(this.rest - whole, -1), 1);
+    return whole === 0 ? 0 : whole;
+  }
+}
