@@ -33,8 +33,8 @@
 #include "tests/doubles/boards.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/support/certificates.h"
-#include "tests/windows/h264_double.h"
-#include "tests/windows/painted_window.h"
+#include "tests/windows/stream/h264_double.h"
+#include "tests/windows/support/painted_window.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <fstream>
 
-#include "e2e/agent_fixture.h"
+#include "e2e/support/agent_fixture.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The shared clipboard of the unmodified executable, with another Windows program at the same clipboard.
 #include <filesystem>
 
-#include "e2e/png_codec.h"
-#include "e2e/shell_fixture.h"
-#include "support/clip_bytes.h"
-#include "support/file_bytes.h"
+#include "e2e/support/png_codec.h"
+#include "e2e/support/shell_fixture.h"
+#include "support/bytes/clip_bytes.h"
+#include "support/bytes/file_bytes.h"
 #include "support/temp_folder.h"
 
 namespace vantelink_test {

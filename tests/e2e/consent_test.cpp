@@ -1,6 +1,6 @@
 // The question whether a representative may connect: what stands on the screen, what ends it, and every byte
 // that goes to the server.
-#include "e2e/shell_fixture.h"
+#include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
 namespace {

@@ -1,6 +1,6 @@
 // The stream from a duplicated desktop, on a machine without an encoder: which picture is sent when, and what
 // follows when duplication fails or answers nonsense.
-#include "e2e/stream_fixture.h"
+#include "e2e/support/stream_fixture.h"
 
 namespace {
 

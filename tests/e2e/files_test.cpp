@@ -9,8 +9,8 @@
 
 #include "wire/big_endian.h"
 #include "wire/json.h"
-#include "e2e/agent_fixture.h"
-#include "support/file_requests.h"
+#include "e2e/support/agent_fixture.h"
+#include "support/bytes/file_requests.h"
 #include "support/temp_folder.h"
 
 namespace vantelink_test {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "e2e/stream_fixture.h"
+#include "e2e/support/stream_fixture.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The installer on a desk: fresh, as an update, failing, and gone again.
-#include "e2e/installer_fixture.h"
+#include "e2e/support/installer_fixture.h"
 
 namespace vantelink_test {
 namespace {

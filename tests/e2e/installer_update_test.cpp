@@ -1,7 +1,7 @@
 // The installer as people meet it: through an agent's offer, from the relay to the newer agent's log-in, and
 // as a wizard in both languages.
-#include "e2e/installer_fixture.h"
-#include "support/relay_process.h"
+#include "e2e/support/installer_fixture.h"
+#include "support/peers/relay_process.h"
 
 namespace vantelink_test {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "e2e/stream_fixture.h"
+#include "e2e/support/stream_fixture.h"
 
 namespace {
 

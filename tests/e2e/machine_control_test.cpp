@@ -2,7 +2,7 @@
 // the secure-attention sequence.
 #include <filesystem>
 
-#include "e2e/agent_fixture.h"
+#include "e2e/support/agent_fixture.h"
 
 namespace vantelink_test {
 namespace {

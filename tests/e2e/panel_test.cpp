@@ -1,5 +1,5 @@
 // The settings panel of the unmodified executable, seen and worked from outside as a person would.
-#include "e2e/shell_fixture.h"
+#include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
 namespace {

@@ -1,6 +1,6 @@
 // The unmodified executable as a service of Wine's own service manager: installed, supervised, stopped,
 // removed.
-#include "e2e/redirect_fixture.h"
+#include "e2e/support/redirect_fixture.h"
 
 namespace vantelink_test {
 namespace {

@@ -1,5 +1,5 @@
 // The icon in a notification area of X: its tooltip, its menu and its clicks, by real events of the mouse.
-#include "e2e/shell_fixture.h"
+#include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
 namespace {

@@ -3,8 +3,8 @@
 #include <random>
 #include <utility>
 
-#include "e2e/shell_fixture.h"
-#include "support/file_bytes.h"
+#include "e2e/support/shell_fixture.h"
+#include "support/bytes/file_bytes.h"
 
 namespace vantelink_test {
 namespace {

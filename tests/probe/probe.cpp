@@ -13,7 +13,7 @@
 
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
-#include "support/file_bytes.h"
+#include "support/bytes/file_bytes.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
-#include "support/file_bytes.h"
-#include "support/raw_agent.h"
+#include "support/bytes/file_bytes.h"
+#include "support/peers/raw_agent.h"
 
 namespace vlk::relay {
 namespace {

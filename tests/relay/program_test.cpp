@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "relay/browser.h"
-#include "support/relay_process.h"
+#include "support/peers/relay_process.h"
 #include "support/temp_folder.h"
 
 namespace vlk::relay {

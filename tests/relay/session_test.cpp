@@ -1,7 +1,7 @@
 // Agents and representatives through the relay, with the agent's own client at the far end.
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
-#include "support/raw_agent.h"
+#include "support/peers/raw_agent.h"
 
 namespace vlk::relay {
 namespace {

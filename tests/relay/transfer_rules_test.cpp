@@ -5,7 +5,7 @@
 #include "relay/session/clip_note.h"
 #include "relay/transfer_bytes.h"
 #include "relay/session/transfers.h"
-#include "support/clip_bytes.h"
+#include "support/bytes/clip_bytes.h"
 
 namespace vlk::relay {
 namespace {

@@ -9,8 +9,8 @@
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
 #include "relay/transfer_bytes.h"
-#include "support/clip_bytes.h"
-#include "support/raw_agent.h"
+#include "support/bytes/clip_bytes.h"
+#include "support/peers/raw_agent.h"
 
 namespace vlk::relay {
 namespace {

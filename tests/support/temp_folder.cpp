@@ -5,7 +5,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "support/file_bytes.h"
+#include "support/bytes/file_bytes.h"
 
 namespace vantelink_test {
 

@@ -14,7 +14,7 @@
 #include "tests/doubles/dxgi/texture_memory.h"
 #include "tests/doubles/method_table.h"
 #include "tests/doubles/scripted_picture.h"
-#include "tests/windows/holdings.h"
+#include "tests/windows/support/holdings.h"
 
 namespace vantelink_doubles {
 namespace {

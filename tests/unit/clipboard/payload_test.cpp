@@ -7,7 +7,7 @@
 #include <limits>
 #include <memory>
 
-#include "support/clip_bytes.h"
+#include "support/bytes/clip_bytes.h"
 
 namespace vlk::agent {
 namespace {

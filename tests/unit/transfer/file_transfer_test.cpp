@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "wire/big_endian.h"
-#include "support/scripted_server.h"
+#include "support/peers/scripted_server.h"
 #include "support/temp_folder.h"
 
 namespace vlk::agent {

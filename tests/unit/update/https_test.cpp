@@ -5,7 +5,7 @@
 
 #include <future>
 
-#include "support/scripted_server.h"
+#include "support/peers/scripted_server.h"
 
 namespace vlk::agent {
 namespace {

@@ -8,7 +8,7 @@
 #include <random>
 
 #include "support/log_folder.h"
-#include "support/scripted_server.h"
+#include "support/peers/scripted_server.h"
 
 namespace vlk::agent {
 namespace {

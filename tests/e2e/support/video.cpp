@@ -1,0 +1,161 @@
+// By way of FFmpeg's decoders.
+#include "e2e/support/video.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <string>
+
+#include "tests/doubles/scripted_picture.h"
+
+namespace vantelink_test {
+namespace {
+
+constexpr std::uint8_t kSlice = 1, kRefreshSlice = 5, kSequenceSet = 7, kPictureSet = 8;
+
+void require(bool condition, const char* what) {
+  if (!condition) throw std::runtime_error(what);
+}
+
+// Where the unit behind the next start code begins; the size when there is none.
+std::size_t next_unit(const Bytes& stream, std::size_t from) {
+  for (std::size_t i = from; i + 3 < stream.size(); ++i) {
+    if (stream[i] == 0 && stream[i + 1] == 0 && stream[i + 2] == 1) return i + 3;
+  }
+  return stream.size();
+}
+
+Bytes packed(const std::uint8_t* plane, int pitch, int width, int height) {
+  Bytes samples;
+  samples.reserve(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+  for (int row = 0; row < height; ++row)
+    samples.insert(samples.end(), plane + row * pitch, plane + row * pitch + width);
+  return samples;
+}
+
+double clamped(double sample) {
+  return std::clamp(std::round(sample), 0.0, 255.0);
+}
+
+}  // namespace
+
+std::vector<AccessUnit> access_units(const Bytes& stream) {
+  std::vector<AccessUnit> units;
+  AccessUnit unit;
+  std::size_t begin = 0;
+  bool sequence_set = false, picture_set = false;
+  std::size_t at = next_unit(stream, 0);
+  require(at == 3 || (at == 4 && stream[0] == 0), "the stream does not begin with a start code");
+  while (at < stream.size()) {
+    const std::uint8_t type = stream[at] & 0x1F;
+    const std::size_t following = next_unit(stream, at);
+    // The zero that makes a start code four bytes long belongs to it.
+    std::size_t end = following == stream.size() ? following : following - 3;
+    if (end < stream.size() && stream[end - 1] == 0) --end;
+    sequence_set |= type == kSequenceSet;
+    picture_set |= type == kPictureSet;
+    if (type == kSlice || type == kRefreshSlice) {
+      // The number of the slice's first macroblock is 0: a bit alone.
+      require(at + 1 < stream.size() && (stream[at + 1] & 0x80) != 0, "a picture of several slices");
+      unit.bytes.assign(stream.begin() + static_cast<std::ptrdiff_t>(begin),
+                        stream.begin() + static_cast<std::ptrdiff_t>(end));
+      unit.key = type == kRefreshSlice;
+      unit.parameter_sets = sequence_set && picture_set;
+      units.push_back(std::move(unit));
+      unit = {};
+      sequence_set = picture_set = false;
+      begin = end;
+    }
+    at = following;
+  }
+  require(begin == stream.size(), "something stands behind the last picture");
+  return units;
+}
+
+struct VideoDecoder::State {
+  AVCodecContext* context = nullptr;
+  AVPacket* packet = nullptr;
+  AVFrame* frame = nullptr;
+};
+
+VideoDecoder::VideoDecoder(VideoCodec codec) : state_(std::make_unique<State>()) {
+  const AVCodec* const decoder =
+      avcodec_find_decoder(codec == VideoCodec::H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
+  require(decoder != nullptr, "FFmpeg has no such decoder");
+  state_->context = avcodec_alloc_context3(decoder);
+  state_->context->thread_count = 1;
+  state_->context->flags |= AV_CODEC_FLAG_LOW_DELAY;
+  state_->context->err_recognition = AV_EF_EXPLODE;
+  require(avcodec_open2(state_->context, decoder, nullptr) == 0, "the decoder does not open");
+  state_->packet = av_packet_alloc();
+  state_->frame = av_frame_alloc();
+}
+
+VideoDecoder::~VideoDecoder() {
+  av_frame_free(&state_->frame);
+  av_packet_free(&state_->packet);
+  avcodec_free_context(&state_->context);
+}
+
+Picture VideoDecoder::decode(const Bytes& unit) {
+  Bytes padded = unit;
+  padded.resize(unit.size() + AV_INPUT_BUFFER_PADDING_SIZE);
+  state_->packet->data = padded.data();
+  state_->packet->size = static_cast<int>(unit.size());
+  require(avcodec_send_packet(state_->context, state_->packet) == 0, "the decoder found a fault");
+  const AVFrame& frame = *state_->frame;
+  require(avcodec_receive_frame(state_->context, state_->frame) == 0, "the decoder shows nothing");
+  require(frame.decode_error_flags == 0, "the decoder concealed a fault");
+  require(frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P,
+          "the picture is not 4:2:0");
+  Picture picture;
+  picture.width = frame.width;
+  picture.height = frame.height;
+  picture.full_range = frame.format == AV_PIX_FMT_YUVJ420P;
+  const int half_width = (frame.width + 1) / 2, half_height = (frame.height + 1) / 2;
+  picture.y = packed(frame.data[0], frame.linesize[0], frame.width, frame.height);
+  picture.u = packed(frame.data[1], frame.linesize[1], half_width, half_height);
+  picture.v = packed(frame.data[2], frame.linesize[2], half_width, half_height);
+  return picture;
+}
+
+std::uint32_t number_of(const Picture& picture) {
+  require(picture.width >= static_cast<int>(vantelink_doubles::kSquare * vantelink_doubles::kNumberBits),
+          "the picture is too narrow for a number");
+  return vantelink_doubles::read_number(picture.y.data(), static_cast<std::size_t>(picture.width));
+}
+
+double likeness(const Picture& picture, std::uint32_t number, std::uint32_t output) {
+  const auto width = static_cast<std::size_t>(picture.width),
+             height = static_cast<std::size_t>(picture.height);
+  Bytes expected(width * height * 4);
+  vantelink_doubles::paint_picture(expected.data(), static_cast<std::uint32_t>(width),
+                                   static_cast<std::uint32_t>(height), width * 4, number, output);
+  const double floor = picture.full_range ? 0 : 16;
+  const double luma_gain = picture.full_range ? 1 : 255.0 / 219,
+               chroma_gain = picture.full_range ? 1 : 255.0 / 224;
+  double squares = 0;
+  for (std::size_t row = 0; row < height; ++row) {
+    for (std::size_t column = 0; column < width; ++column) {
+      const std::size_t chroma = row / 2 * ((width + 1) / 2) + column / 2;
+      const double y = (picture.y[row * width + column] - floor) * luma_gain;
+      const double u = (picture.u[chroma] - 128.0) * chroma_gain,
+                   v = (picture.v[chroma] - 128.0) * chroma_gain;
+      // BT.601.
+      const double shown[] = {clamped(y + 1.772 * u), clamped(y - 0.344136 * u - 0.714136 * v),
+                              clamped(y + 1.402 * v)};
+      for (std::size_t channel = 0; channel < 3; ++channel) {
+        const double error = shown[channel] - expected[(row * width + column) * 4 + channel];
+        squares += error * error;
+      }
+    }
+  }
+  const double mean = squares / (3.0 * static_cast<double>(width * height));
+  return mean == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / mean);
+}
+
+}  // namespace vantelink_test

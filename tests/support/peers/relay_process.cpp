@@ -1,0 +1,84 @@
+// A child process and the log that it writes.
+#include "support/peers/relay_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+#include "support/bytes/file_bytes.h"
+
+namespace vantelink_test {
+namespace {
+
+constexpr std::chrono::seconds kStart{30};
+
+[[noreturn]] void become_relay(const std::vector<std::string>& words, const std::string& log) {
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  const int output = ::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  const int input = ::open("/dev/null", O_RDONLY);
+  ::dup2(input, STDIN_FILENO);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(output, STDERR_FILENO);
+  std::vector<char*> arguments;
+  for (const std::string& word : words)
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  ::execv(words.front().c_str(), arguments.data());
+  ::_exit(127);
+}
+
+}  // namespace
+
+std::string RelayProcess::program() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "vantelink-relay";
+}
+
+RelayProcess::RelayProcess(const std::string& data, const std::vector<std::string>& arguments)
+    : log_path_(data + "/relay.log") {
+  std::filesystem::create_directories(data);
+  std::filesystem::remove(log_path_);  // an earlier one's would tell its port
+  std::vector<std::string> words = {program(), "--address", "127.0.0.1", "--port", "0", "--data", data};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  pid_ = ::fork();
+  if (pid_ < 0) throw std::runtime_error("cannot start a process");
+  if (pid_ == 0) become_relay(words, log_path_);
+  const auto deadline = std::chrono::steady_clock::now() + kStart;
+  while (port_ == 0) {
+    const std::string text = log();
+    const std::size_t line = text.find("listening on https://");
+    if (line != std::string::npos && text.find('\n', line) != std::string::npos) {
+      port_ = std::atoi(text.c_str() + text.find(':', line + sizeof "listening on https://" - 1) + 1);
+    } else if (std::chrono::steady_clock::now() > deadline) {
+      throw std::runtime_error("the relay does not listen: " + text);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+RelayProcess::~RelayProcess() {
+  ::kill(pid_, SIGTERM);
+  ::waitpid(pid_, nullptr, 0);
+}
+
+std::string RelayProcess::log() const {
+  return file_bytes(log_path_);
+}
+
+int RelayProcess::logged(const std::string& text) const {
+  const std::string all = log();
+  int count = 0;
+  for (std::size_t at = 0; (at = all.find(text, at)) != std::string::npos; at += text.size())
+    ++count;
+  return count;
+}
+
+}  // namespace vantelink_test

@@ -1,0 +1,155 @@
+// Listings, downloads and uploads as the server asks for them, with real files behind.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "wire/json.h"
+#include "support/bytes/file_requests.h"
+#include "support/temp_folder.h"
+#include "unit/client/link_fixture.h"
+
+namespace vlk::agent {
+namespace {
+
+using vantelink_test::FileRequests;
+using vantelink_test::TempFolder;
+
+constexpr std::size_t kChunk = 262144;
+
+// Of this process.
+std::size_t threads() {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
+
+class FilesDispatchTest : public OnlineTest, protected FileRequests {
+ protected:
+  FilesDispatchTest() : FileRequests(peer_) {}
+
+  const TempFolder folder_;
+};
+
+TEST_F(FilesDispatchTest, ListingIsSentToTheRequestsSession) {
+  folder_.write("file", "12345");
+  ask(Msg::DirListRequest, folder_.windows_path());
+  const Envelope listing = peer_->read_until(Msg::DirListResult);
+  EXPECT_EQ(listing.session_id, 12u);
+  EXPECT_EQ(listing.flags, 1);
+  EXPECT_EQ(read_string(text_of(listing), "path").value, folder_.windows_path());
+  EXPECT_NE(text_of(listing).find(R"("name":"file")"), std::string::npos);
+  peer_->send_envelope(Msg::DirListRequest, 13, "");
+  const Envelope drives = peer_->read_until(Msg::DirListResult);
+  EXPECT_EQ(drives.session_id, 13u);
+  EXPECT_EQ(text_of(drives).rfind(R"({"path":"","parent":"","entries":[{"name":"C:")", 0), 0u);
+}
+
+TEST_F(FilesDispatchTest, DownloadGoesToTheRequestsSession) {
+  folder_.write("file", std::string(kChunk + 1, 'd'));
+  ask(Msg::DownloadRequest, folder_.windows_path("file"), 0x1'0000'0005);
+  const Envelope first = peer_->read_envelope();
+  EXPECT_EQ(first.type, 100);
+  EXPECT_EQ(first.session_id, 12u);
+  EXPECT_EQ(first.flags, 0);
+  EXPECT_EQ(first.payload.size(), kChunk + 8);
+  EXPECT_EQ(text_of(peer_->read_envelope()), std::string("\0\0\0\5\0\0\0\1d", 9));
+  const Envelope last = peer_->read_envelope();
+  EXPECT_EQ(last.type, 101);
+  EXPECT_EQ(last.session_id, 12u);
+  EXPECT_EQ(text_of(last), R"({"transfer_id":5,"ok":true})") << "the lower 32 bits are the id";
+}
+
+TEST_F(FilesDispatchTest, DownloadOfAMissingFileFailsWithItsId) {
+  ask(Msg::DownloadRequest, folder_.windows_path("missing"), -1);
+  EXPECT_EQ(text_of(peer_->read_until(Msg::FileTransferEnd)),
+            R"({"transfer_id":4294967295,"ok":false,"error":"cannot open"})");
+  peer_->send_envelope(Msg::DownloadRequest, 12, "no JSON at all");
+  EXPECT_EQ(text_of(peer_->read_until(Msg::FileTransferEnd)),
+            R"({"transfer_id":0,"ok":false,"error":"cannot open"})");
+}
+
+TEST_F(FilesDispatchTest, DownloadIsNotStoppedByAnEndFromTheServer) {
+  const std::string bytes(40 * kChunk, 'd');
+  folder_.write("file", bytes);
+  ask(Msg::DownloadRequest, folder_.windows_path("file"), 5);
+  peer_->read_until(Msg::FileChunk);
+  end(5);
+  peer_->read_until(Msg::FileTransferEnd);
+  std::size_t received = 0;
+  for (const Envelope& one : peer_->received())
+    received += one.type == 100 ? one.payload.size() - 8 : 0;
+  EXPECT_EQ(received, bytes.size());
+}
+
+TEST_F(FilesDispatchTest, DownloadMayOutliveTheClient) {
+  folder_.write("file", std::string(400 * kChunk, 'd'));
+  const std::size_t threads_online = threads();  // the client's own among them
+  ask(Msg::DownloadRequest, folder_.windows_path("file"), 5);
+  peer_->read_until(Msg::FileChunk);
+  // Its thread now fills the socket, which nobody reads, and finds the connection gone.
+  client_.reset();
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (threads() >= threads_online && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  EXPECT_LT(threads(), threads_online) << "it has ended, as the client's has";
+}
+
+TEST_F(FilesDispatchTest, UploadAppendsChunksInOrderOfArrival) {
+  ask(Msg::UploadBegin, folder_.windows_path("sub\\file"), 5);
+  chunk(5, "one,", 7);
+  chunk(5, "", 9);
+  chunk(5, "two,", 3);
+  chunk(5, "three", 3);
+  end(5);
+  peer_->settle();
+  EXPECT_EQ(folder_.read("sub/file"), "one,two,three");
+}
+
+TEST_F(FilesDispatchTest, UploadOutlivesTheConnection) {
+  ask(Msg::UploadBegin, folder_.windows_path("file"), 6);
+  chunk(6, "before ");
+  peer_->settle();
+  peer_->close();
+  peer_ = server_.accept_upgraded();
+  peer_->read_until(Msg::Login);
+  chunk(6, "and after");
+  end(6);
+  peer_->settle();
+  EXPECT_EQ(folder_.read("file"), "before and after");
+}
+
+TEST_F(FilesDispatchTest, TruncatedAndUnknownMessagesChangeNothing) {
+  ask(Msg::UploadBegin, folder_.windows_path("file"), 0x01020304);
+  const std::string whole("\1\2\3\4\0\0\0\0x", 9);
+  for (std::size_t size = 0; size < 8; ++size)
+    peer_->send_envelope(Msg::FileChunk, 12, whole.substr(0, size), 0);
+  chunk(99, "stray");
+  end(99);
+  peer_->send_envelope(Msg::FileTransferEnd, 12, R"({"transfer_id":"16909060"})");
+  const std::string begin = R"({"transfer_id":77,"path":"C:\\nothing\\here")";
+  for (std::size_t size = 0; size < begin.size(); ++size) {
+    peer_->send_envelope(Msg::UploadBegin, 12, begin.substr(0, size));
+    peer_->send_envelope(Msg::DirListRequest, 12, begin.substr(0, size));
+  }
+  peer_->send_envelope(Msg::FileChunk, 12, whole, 0);
+  end(0x01020304);
+  peer_->settle();
+  EXPECT_EQ(folder_.read("file"), "x");
+}
+
+TEST_F(FilesDispatchTest, UploadSizesOfAnyKindAreIgnored) {
+  for (const char* size : {"18446744073709551615", "-1", "99999999999999999999999", "\"much\"", "{}"}) {
+    peer_->send_envelope(Msg::UploadBegin, 12,
+                         JsonWriter()
+                             .add_raw("size", size)
+                             .add_int("transfer_id", 8)
+                             .add_string("path", folder_.windows_path("file"))
+                             .finish());
+    chunk(8, size);
+    end(8);
+    peer_->settle();
+    EXPECT_EQ(folder_.read("file"), size);
+  }
+}
+
+}  // namespace
+}  // namespace vlk::agent

@@ -1,0 +1,92 @@
+// Whom the link trusts.
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
+
+#include <cstdlib>
+#include <thread>
+#include <utility>
+
+#include "net/tls_connection.h"
+#include "net/tls_context.h"
+#include "unit/client/link_fixture.h"
+
+namespace vlk::agent {
+namespace {
+
+class TrustTest : public LinkTest {
+ protected:
+  // Whether a client connects to a server with those options.
+  bool connects(const ScriptedServer::Options& options) {
+    ScriptedServer server(authority(), options);
+    make_client(server);
+    client_->start();
+    const bool result = server.accept()->handshake();
+    client_.reset();
+    return result;
+  }
+};
+
+TEST_F(TrustTest, RootOfTheSystemStoreAloneIsEnough) {
+  EXPECT_TRUE(connects({}));
+}
+
+TEST_F(TrustTest, ServerWithoutAKnownRootIsRefused) {
+  vantelink_fakes::script().roots.clear();
+  EXPECT_FALSE(connects({}));
+  vantelink_fakes::script().roots = {TestAuthority().der()};
+  EXPECT_FALSE(connects({}));
+}
+
+TEST_F(TrustTest, CorruptAndDoubleRootsAreSkippedAndTheOthersTaken) {
+  std::vector<unsigned char> cut = authority().der();
+  cut.resize(cut.size() / 2);
+  vantelink_fakes::script().roots = {{}, {0x30, 0x03, 1, 2, 3}, cut, authority().der(), authority().der()};
+  EXPECT_TRUE(connects({}));
+}
+
+TEST_F(TrustTest, CertificateOfAnotherHostIsRefused) {
+  EXPECT_FALSE(connects({.names = {"elsewhere.example"}}));
+}
+
+TEST_F(TrustTest, WildcardStandsForAWholeLabelAlone) {
+  const SslContext context = build_tls_context();
+  for (const auto& [name, good] : {std::pair("*.maravek.example", true), {"rel*.maravek.example", false}}) {
+    ScriptedServer server(authority(), {.names = {name}});
+    const SocketHandle socket = connect_socket("localhost", server.port());
+    ASSERT_NE(socket, kInvalidSocket);
+    auto peer = server.accept();
+    std::thread far_end([&] { peer->handshake(); });
+    EXPECT_EQ(TlsConnection(context.get(), socket, "relay.maravek.example").connect(), good) << name;
+    far_end.join();
+    close_socket(socket);
+  }
+}
+
+TEST_F(TrustTest, NothingConnectsWithoutAContext) {
+  ScriptedServer server(authority());
+  const SocketHandle socket = connect_socket("localhost", server.port());
+  EXPECT_FALSE(TlsConnection(nullptr, socket, "localhost").connect());
+  close_socket(socket);
+}
+
+TEST_F(TrustTest, OldTlsIsRefusedAndTheNewTwoAreTaken) {
+  // The context's own limit: the library's defaults may refuse the old version too.
+  EXPECT_EQ(SSL_CTX_get_min_proto_version(build_tls_context().get()), TLS1_2_VERSION);
+  EXPECT_FALSE(connects({.lowest_version = TLS1_VERSION, .highest_version = TLS1_1_VERSION}));
+  EXPECT_TRUE(connects({.highest_version = TLS1_2_VERSION}));
+  EXPECT_TRUE(connects({.lowest_version = TLS1_3_VERSION}));
+}
+
+// Runs in a process of its own.
+TEST(TrustDeathTest, ExitLeavesTheLibraryUsable) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto exit_after_use = [] {
+    build_tls_context();
+    OPENSSL_atexit([] { std::_Exit(1); });
+    std::exit(0);
+  };
+  EXPECT_EXIT(exit_after_use(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace vlk::agent

@@ -1,0 +1,291 @@
+// The settings' store against the real registry.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "config/config.h"
+#include "platform/win32/registry_win32.h"
+#include "platform/text.h"
+#include "platform/win32/handles_win32.h"
+#include "tests/windows/support/painted_window.h"
+#include "tests/windows/support/seam.h"
+
+namespace {
+
+bool fail_computer_name = false;
+bool fail_create = false;
+std::vector<std::wstring>* written_names = nullptr;
+
+BOOL WINAPI get_computer_name(LPWSTR buffer, LPDWORD size) {
+  static auto* const system =
+      vlk::test::real<BOOL WINAPI(LPWSTR, LPDWORD)>("kernel32.dll", "GetComputerNameW");
+  return fail_computer_name ? FALSE : system(buffer, size);
+}
+
+LSTATUS WINAPI create_key(HKEY key, LPCWSTR name, DWORD reserved, LPWSTR type, DWORD options, REGSAM access,
+                          LPSECURITY_ATTRIBUTES security, PHKEY result, LPDWORD disposition) {
+  static auto* const system = vlk::test::real<decltype(create_key)>("advapi32.dll", "RegCreateKeyExW");
+  if (fail_create) return ERROR_ACCESS_DENIED;
+  return system(key, name, reserved, type, options, access, security, result, disposition);
+}
+
+LSTATUS WINAPI set_value(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
+  static auto* const system = vlk::test::real<decltype(set_value)>("advapi32.dll", "RegSetValueExW");
+  if (written_names) written_names->push_back(name);
+  return system(key, name, reserved, type, data, size);
+}
+
+}  // namespace
+
+extern "C" {
+void* __imp_GetComputerNameW = reinterpret_cast<void*>(get_computer_name);
+void* __imp_RegCreateKeyExW = reinterpret_cast<void*>(create_key);
+void* __imp_RegSetValueExW = reinterpret_cast<void*>(set_value);
+}
+
+namespace vlk::agent {
+namespace {
+
+constexpr wchar_t kKey[] = L"Software\\Maravek\\Vantelink";
+
+class Config : public testing::Test {
+ protected:
+  void SetUp() override { RegDeleteTreeW(HKEY_CURRENT_USER, kKey); }
+  void TearDown() override {
+    fail_computer_name = false;
+    fail_create = false;
+    written_names = nullptr;
+    RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
+  }
+
+  static UniqueRegistryKey Key() {
+    HKEY key = nullptr;
+    RegCreateKeyExW(HKEY_CURRENT_USER, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    return UniqueRegistryKey(key);
+  }
+
+  static void Store(const wchar_t* name, DWORD type, const void* data, std::size_t size) {
+    ASSERT_EQ(
+        RegSetValueExW(Key().get(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size)),
+        ERROR_SUCCESS);
+  }
+
+  struct Value {
+    LSTATUS status;
+    DWORD type;
+    std::vector<BYTE> bytes;
+  };
+
+  static Value Stored(const wchar_t* name) {
+    Value value = {0, 0, std::vector<BYTE>(1024)};
+    DWORD size = 1024;
+    value.status = RegQueryValueExW(Key().get(), name, nullptr, &value.type, value.bytes.data(), &size);
+    value.bytes.resize(value.status == ERROR_SUCCESS ? size : 0);
+    return value;
+  }
+
+  static std::string ComputerName() {
+    wchar_t name[64] = {};
+    DWORD size = 64;
+    GetComputerNameW(name, &size);
+    return WideToUtf8({name, size});
+  }
+};
+
+std::vector<BYTE> bytes_with_zero(const std::wstring& text) {
+  const auto* first = reinterpret_cast<const BYTE*>(text.c_str());
+  return {first, first + (text.size() + 1) * sizeof(wchar_t)};
+}
+
+TEST_F(Config, FirstRunGivesTheComputerNameAndNoIdentity) {
+  const AgentConfig config = load_config();
+  EXPECT_FALSE(ComputerName().empty());
+  EXPECT_EQ(config.display_name, ComputerName());
+  EXPECT_EQ(config.agent_id, "");
+  EXPECT_EQ(config.agent_secret, "");
+  EXPECT_EQ(config.skipped_version, "");
+  EXPECT_EQ(config.server_host, "");
+  EXPECT_EQ(config.server_port, 0u);
+  EXPECT_FALSE(config.unattended);
+}
+
+TEST_F(Config, ALoadCreatesNoKey) {
+  load_config();
+  HKEY key = nullptr;
+  EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kKey, 0, KEY_QUERY_VALUE, &key), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(Config, MachineWithoutANameIsCalledPC) {
+  fail_computer_name = true;
+  EXPECT_EQ(load_config().display_name, "PC");
+}
+
+TEST_F(Config, EmptyDisplayNameLoadsAsTheComputerNameWhileAnEmptyIdentityStaysEmpty) {
+  Store(L"DisplayName", REG_SZ, L"", 2);
+  Store(L"AgentId", REG_SZ, L"", 2);
+  EXPECT_EQ(load_config().display_name, ComputerName());
+  EXPECT_EQ(load_config().agent_id, "");
+}
+
+TEST_F(Config, DisplayNameOfAnotherTypeCountsAsMissing) {
+  const DWORD number = 7;
+  Store(L"DisplayName", REG_DWORD, &number, sizeof(number));
+  EXPECT_EQ(load_config().display_name, ComputerName());
+  Store(L"DisplayName", REG_EXPAND_SZ, L"Esja", 10);
+  EXPECT_EQ(load_config().display_name, ComputerName());
+}
+
+TEST_F(Config, EveryStoredFieldComesBack) {
+  AgentConfig config;
+  config.display_name = "Þórunn \xF0\x9F\x9A\xA2";
+  config.unattended = true;
+  config.agent_id = "agent-4294967295";
+  config.agent_secret = "s\"e\\cret";
+  config.skipped_version = "1.20.3";
+  save_config(config);
+  const AgentConfig loaded = load_config();
+  EXPECT_EQ(loaded.display_name, config.display_name);
+  EXPECT_TRUE(loaded.unattended);
+  EXPECT_EQ(loaded.agent_id, config.agent_id);
+  EXPECT_EQ(loaded.agent_secret, config.agent_secret);
+  EXPECT_EQ(loaded.skipped_version, config.skipped_version);
+}
+
+TEST_F(Config, SavedTextIsUtf16WithItsClosingZero) {
+  AgentConfig config;
+  config.display_name = "Ægir";
+  save_config(config);
+  const Value value = Stored(L"DisplayName");
+  EXPECT_EQ(value.type, static_cast<DWORD>(REG_SZ));
+  EXPECT_EQ(value.bytes, bytes_with_zero(L"\x00C6gir"));
+}
+
+TEST_F(Config, EmptyTextsAreWrittenAndLoadAsEmpty) {
+  AgentConfig before;
+  before.skipped_version = "2.0";
+  save_config(before);
+  save_config(AgentConfig());
+  const Value value = Stored(L"SkippedVersion");
+  EXPECT_EQ(value.status, ERROR_SUCCESS);
+  EXPECT_EQ(value.type, static_cast<DWORD>(REG_SZ));
+  EXPECT_EQ(value.bytes, bytes_with_zero(L""));
+  EXPECT_EQ(load_config().skipped_version, "");
+}
+
+TEST_F(Config, UnattendedIsADwordOfOneOrZero) {
+  AgentConfig config;
+  config.unattended = true;
+  save_config(config);
+  EXPECT_EQ(Stored(L"Unattended").type, static_cast<DWORD>(REG_DWORD));
+  EXPECT_EQ(Stored(L"Unattended").bytes, (std::vector<BYTE>{1, 0, 0, 0}));
+  config.unattended = false;
+  save_config(config);
+  EXPECT_EQ(Stored(L"Unattended").bytes, (std::vector<BYTE>{0, 0, 0, 0}));
+}
+
+TEST_F(Config, UnattendedIsReadWhateverItsTypeAsLongAsItFits) {
+  const DWORD flag = 0x100;
+  Store(L"Unattended", REG_DWORD, &flag, sizeof(flag));
+  EXPECT_TRUE(load_config().unattended);
+  Store(L"Unattended", REG_BINARY, &flag, sizeof(flag));
+  EXPECT_TRUE(load_config().unattended);
+  const unsigned long long wide = 1;
+  Store(L"Unattended", REG_QWORD, &wide, sizeof(wide));
+  EXPECT_FALSE(load_config().unattended);
+}
+
+TEST_F(Config, ValuesAreWrittenInTheirOrder) {
+  std::vector<std::wstring> names;
+  written_names = &names;
+  save_config(AgentConfig());
+  EXPECT_EQ(names, (std::vector<std::wstring>{L"DisplayName", L"AgentId", L"AgentSecret", L"SkippedVersion",
+                                              L"Unattended"}));
+}
+
+TEST_F(Config, ServerOfTheCommandLineLeavesNoTrace) {
+  AgentConfig config;
+  config.server_host = "relay.test";
+  config.server_port = 8443;
+  save_config(config);
+  DWORD values = 0;
+  DWORD subkeys = 0;
+  RegQueryInfoKeyW(Key().get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values, nullptr,
+                   nullptr, nullptr, nullptr);
+  EXPECT_EQ(values, 5u);
+  EXPECT_EQ(subkeys, 0u);
+  EXPECT_EQ(load_config().server_host, "");
+  EXPECT_EQ(load_config().server_port, 0u);
+}
+
+TEST_F(Config, EachSaveOverwritesTheOtherCopyAsAWhole) {
+  AgentConfig window = load_config();
+  AgentConfig client = window;
+  client.agent_id = "17";
+  client.agent_secret = "fresh";
+  save_config(client);
+  window.skipped_version = "3.1";
+  save_config(window);
+  EXPECT_EQ(load_config().agent_id, "");
+  EXPECT_EQ(load_config().skipped_version, "3.1");
+  save_config(client);
+  EXPECT_EQ(load_config().agent_id, "17");
+  EXPECT_EQ(load_config().skipped_version, "");
+}
+
+TEST_F(Config, RegistryThatCannotBeOpenedLosesTheChangeSilently) {
+  AgentConfig config;
+  config.agent_id = "kept";
+  save_config(config);
+  config.agent_id = "lost";
+  fail_create = true;
+  save_config(config);
+  fail_create = false;
+  EXPECT_EQ(load_config().agent_id, "kept");
+}
+
+TEST_F(Config, OnlyOneClosingZeroIsDropped) {
+  Store(L"AgentId", REG_SZ, L"a\0\0", 8);
+  EXPECT_EQ(load_config().agent_id, std::string("a\0\0", 3));
+  Store(L"AgentId", REG_SZ, L"ab", 4);  // stored without a closing zero
+  EXPECT_EQ(load_config().agent_id, "ab");
+}
+
+TEST_F(Config, StringsOfNoOrOddLengthDoNoHarm) {
+  Store(L"AgentId", REG_SZ, L"", 0);
+  EXPECT_EQ(load_config().agent_id, "");
+  Store(L"AgentId", REG_SZ, "a", 1);
+  EXPECT_EQ(load_config().agent_id, "");
+}
+
+TEST_F(Config, MissingValueReadsAsEmpty) {
+  EXPECT_EQ(read_registry_string(Key().get(), L"NoSuchValue"), "");
+  write_registry_string(Key().get(), L"Other", "x");
+  EXPECT_EQ(read_registry_string(Key().get(), L"Other"), "x");
+}
+
+TEST_F(Config, NothingIsLeftOpen) {
+  const auto both = [] { save_config(load_config()); };
+  for (int i = 0; i < 3; ++i)
+    both();
+  const DWORD before = test::kernel_handles();
+  for (int i = 0; i < 200; ++i)
+    both();
+  EXPECT_EQ(test::kernel_handles(), before);
+}
+
+TEST(Text, EmptyStaysEmptyAndBadBytesAreReplaced) {
+  EXPECT_EQ(Utf8ToWide(""), L"");
+  EXPECT_EQ(WideToUtf8(L""), "");
+  EXPECT_EQ(Utf8ToWide("a\xFFz"), L"a\xFFFDz");
+  EXPECT_EQ(WideToUtf8(L"a\xD800z"), "a\xEF\xBF\xBDz");
+}
+
+TEST(Text, EveryCharacterComesBackZerosIncluded) {
+  const std::string text("a\0\xC3\xA6\xE2\x82\xAC\xF0\x9F\x9A\xA2", 11);
+  EXPECT_EQ(Utf8ToWide(text).size(), 6u);
+  EXPECT_EQ(WideToUtf8(Utf8ToWide(text)), text);
+}
+
+}  // namespace
+}  // namespace vlk::agent
