@@ -2,15 +2,15 @@
 // (which averages its chroma, so it is a peer for speed alone), and a plain copy of the frame's bytes. All on
 // one thread. Rows are either packed at 64-byte addresses, or four bytes longer than their pixels and at odd
 // addresses.
-#include <benchmark/benchmark.h>
-#include <libyuv/convert_from_argb.h>
-#include <libyuv/cpu_id.h>
-
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <vector>
+
+#include <benchmark/benchmark.h>
+#include <libyuv/convert_from_argb.h>
+#include <libyuv/cpu_id.h>
 
 #include "stream/encode/colour.h"
 

@@ -6,8 +6,6 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 // The include above must come before windows.h.
-#include <windows.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -19,12 +17,13 @@
 #include <thread>
 #include <vector>
 
-#include "wire/message_frame.h"
+#include <windows.h>
+
+#include "net/socket.h"
 #include "net/tls_connection.h"
 #include "net/tls_context.h"
 #include "platform/threads/com_apartment.h"
 #include "platform/win32/gdiplus_win32.h"
-#include "net/socket.h"
 #include "platform/win32/handles_win32.h"
 #include "stream/encode/colour.h"
 #include "stream/encode/jpeg_encoder.h"
@@ -35,6 +34,7 @@
 #include "tests/support/certificates.h"
 #include "tests/windows/stream/h264_double.h"
 #include "tests/windows/support/painted_window.h"
+#include "wire/message_frame.h"
 
 namespace {
 

@@ -1,15 +1,6 @@
 // Files over the link: downloads and uploads of 256 MiB over loopback TLS against a bare OpenSSL program that
 // pushes the same bytes in pieces of the same size, and listings of large folders against the bare
 // enumeration. Both ends run in this process, on threads.
-#include <arpa/inet.h>
-#include <benchmark/benchmark.h>
-#include <dirent.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -20,16 +11,26 @@
 #include <thread>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+
 #include "client/agent_client.h"
-#include "wire/big_endian.h"
-#include "wire/json.h"
-#include "wire/messages.h"
-#include "wire/websocket.h"
 #include "fakes/fakes.h"
 #include "support/certificates.h"
 #include "support/temp_folder.h"
 #include "transfer/directory.h"
 #include "transfer/file_transfer.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
+#include "wire/messages.h"
+#include "wire/websocket.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 

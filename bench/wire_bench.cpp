@@ -1,16 +1,16 @@
 // The wire's cost a message: forming and masking a frame against a plain copy and against Boost.Beast, taking
 // frames out of a stream against Boost.Beast, and reading fields of a small JSON text.
-#include <benchmark/benchmark.h>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
 
+#include <benchmark/benchmark.h>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/beast/_experimental/test/stream.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket.hpp>
-#include <cstring>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "wire/json.h"
 #include "wire/message_frame.h"

@@ -1,8 +1,8 @@
 // Any bytes as an envelope: what is decoded must encode to the bytes that it came from.
 #include <algorithm>
 
-#include "wire/messages.h"
 #include "require.h"
+#include "wire/messages.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   vlk::Envelope envelope;

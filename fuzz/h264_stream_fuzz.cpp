@@ -1,10 +1,9 @@
 // Any bytes as two messages of an H.264 stream on their way to a browser; the first byte says where they
 // part.
-#include "relay/h264/stream.h"
-
 #include <algorithm>
 
 #include "relay/h264/parameter_sets.h"
+#include "relay/h264/stream.h"
 #include "require.h"
 
 using namespace vlk::relay;

@@ -2,8 +2,8 @@
 // and must be read back the same.
 #include <string_view>
 
-#include "wire/json.h"
 #include "require.h"
+#include "wire/json.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);

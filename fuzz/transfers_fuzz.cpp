@@ -1,13 +1,12 @@
 // Any bytes as a message about a file on its way through the relay, the first byte choosing its kind. What
 // the relay judged must be what the agent's reader then finds in it.
-#include "relay/session/transfers.h"
-
 #include <array>
 #include <string_view>
 
-#include "wire/json.h"
 #include "relay/session/clip_note.h"
+#include "relay/session/transfers.h"
 #include "require.h"
+#include "wire/json.h"
 
 using namespace vlk;
 using namespace vlk::relay;

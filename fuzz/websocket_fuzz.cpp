@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "wire/websocket.h"
 #include "require.h"
+#include "wire/websocket.h"
 
 namespace {
 

@@ -1,11 +1,12 @@
 // The relay's program: options, first start, and the work of the server until a signal ends it.
-#include <boost/asio/signal_set.hpp>
 #include <filesystem>
 #include <iostream>
 #include <string>
 
-#include "relay/options.h"
+#include <boost/asio/signal_set.hpp>
+
 #include "relay/base/secrets.h"
+#include "relay/options.h"
 #include "relay/server.h"
 
 namespace {

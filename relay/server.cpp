@@ -1,6 +1,8 @@
 // Accepting connections and finding out what each is for.
 #include "relay/server.h"
 
+#include <stdexcept>
+
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
@@ -11,7 +13,6 @@
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/serializer.hpp>
 #include <boost/beast/http/write.hpp>
-#include <stdexcept>
 
 #include "relay/http/files.h"
 

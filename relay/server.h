@@ -1,17 +1,18 @@
 // The relay itself: one TLS port, and what is behind each of its paths.
 #pragma once
 
+#include <string>
+
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <string>
 
-#include "relay/links/agent_link.h"
-#include "relay/net/certificate.h"
-#include "relay/links/console_link.h"
 #include "relay/http/routes.h"
+#include "relay/links/agent_link.h"
+#include "relay/links/console_link.h"
+#include "relay/net/certificate.h"
 
 namespace vlk::relay {
 

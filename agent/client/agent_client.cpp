@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "clipboard/watch.h"
-#include "wire/json.h"
 #include "client/link_state.h"
+#include "clipboard/watch.h"
 #include "config/machine_guid.h"
 #include "input/injector.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 namespace {

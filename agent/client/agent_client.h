@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "config/config.h"
-#include "wire/messages.h"
 #include "platform/clock.h"
+#include "wire/messages.h"
 
 namespace vlk::agent {
 

@@ -3,17 +3,17 @@
 // an error.
 #include <utility>
 
-#include "clipboard/watch.h"
 #include "client/agent_client.h"
-#include "wire/big_endian.h"
-#include "wire/json.h"
 #include "client/link_state.h"
+#include "clipboard/watch.h"
 #include "input/injector.h"
-#include "stream/encode/jpeg_encoder.h"
 #include "stream/capture/monitors.h"
+#include "stream/encode/jpeg_encoder.h"
 #include "system/reboot.h"
 #include "transfer/directory.h"
 #include "transfer/file_transfer.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 namespace {

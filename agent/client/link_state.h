@@ -5,11 +5,11 @@
 #include <memory>
 #include <mutex>
 
+#include "net/socket.h"
 #include "net/tls_connection.h"
 #include "net/tls_context.h"
-#include "wire/websocket.h"
-#include "net/socket.h"
 #include "stream/streamer.h"
+#include "wire/websocket.h"
 
 namespace vlk::agent {
 

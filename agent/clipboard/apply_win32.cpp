@@ -11,8 +11,8 @@
 #include "clipboard/payload.h"
 #include "clipboard/png_win32.h"
 #include "platform/debug_log.h"
-#include "platform/win32/paths_win32.h"
 #include "platform/text.h"
+#include "platform/win32/paths_win32.h"
 
 namespace vlk::agent {
 namespace {

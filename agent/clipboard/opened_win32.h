@@ -1,9 +1,9 @@
 // The open clipboard and its owner, which both directions share. UI thread only.
 #pragma once
 
-#include <windows.h>
-
 #include <utility>
+
+#include <windows.h>
 
 #include "platform/win32/handles_win32.h"
 

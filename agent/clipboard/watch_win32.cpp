@@ -1,8 +1,6 @@
 // Changes of the local clipboard go out as one message each, whatever their size.
 #include "clipboard/watch_win32.h"
 
-#include <shellapi.h>
-
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -16,8 +14,10 @@
 #include "clipboard/payload.h"
 #include "clipboard/png_win32.h"
 #include "clipboard/watch.h"
-#include "platform/win32/paths_win32.h"
 #include "platform/text.h"
+#include "platform/win32/paths_win32.h"
+
+#include <shellapi.h>
 
 namespace vlk::agent {
 namespace {

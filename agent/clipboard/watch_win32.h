@@ -2,10 +2,10 @@
 // long as the work takes: reading files, encoding images, and the blocking send. All failures are silent.
 #pragma once
 
-#include <windows.h>
-
 #include <cstddef>
 #include <functional>
+
+#include <windows.h>
 
 namespace vlk::agent {
 

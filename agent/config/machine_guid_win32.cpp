@@ -1,8 +1,7 @@
 // The machine's identity from the registry.
 #include "config/machine_guid.h"
-
-#include "platform/win32/registry_win32.h"
 #include "platform/win32/handles_win32.h"
+#include "platform/win32/registry_win32.h"
 
 namespace vlk::agent {
 

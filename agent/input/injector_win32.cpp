@@ -1,10 +1,9 @@
 // Input injection by SendInput, and the secure-attention sequence by "sas.dll".
-#include "input/injector.h"
-
 #include <array>
 #include <atomic>
 
 #include "input/batch.h"
+#include "input/injector.h"
 #include "platform/debug_log.h"
 #include "platform/win32/handles_win32.h"
 

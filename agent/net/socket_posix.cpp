@@ -1,14 +1,14 @@
 // Blocking sockets of a POSIX system, for native builds.
+#include <cerrno>
+#include <memory>
+
+#include "net/socket.h"
+
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <memory>
-
-#include "net/socket.h"
 
 namespace vlk {
 namespace {

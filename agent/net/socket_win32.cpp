@@ -1,9 +1,9 @@
 // Blocking sockets by Winsock.
-#include <winsock2.h>
-#include <ws2tcpip.h>
-
 #include <algorithm>
 #include <memory>
+
+#include <winsock2.h>
+#include <ws2tcpip.h>
 
 #include "net/socket.h"
 

@@ -1,11 +1,11 @@
 // TLS over memory buffers, with the socket's waits outside the lock.
 #include "net/tls_connection.h"
 
-#include <openssl/err.h>
-#include <openssl/x509v3.h>
-
 #include <algorithm>
 #include <vector>
+
+#include <openssl/err.h>
+#include <openssl/x509v3.h>
 
 namespace vlk::agent {
 namespace {

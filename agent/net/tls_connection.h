@@ -6,14 +6,14 @@
 // happen outside the lock. A reader never waits for a blocked writer, nor a writer for a blocked reader.
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+
+#include <openssl/ssl.h>
 
 #include "net/socket.h"
 

@@ -2,9 +2,9 @@
 // against the operating system's roots and OpenSSL's own.
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <memory>
+
+#include <openssl/ssl.h>
 
 namespace vlk::agent {
 

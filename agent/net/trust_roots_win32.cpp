@@ -1,11 +1,11 @@
 // Roots from the system's certificate store named ROOT.
-#include <windows.h>
-
-#include <wincrypt.h>
-
 #include <memory>
 
+#include <windows.h>
+
 #include "net/trust_roots.h"
+
+#include <wincrypt.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,8 +1,7 @@
 // The executable's path from the system's list of modules.
-#include "platform/own_path.h"
-
 #include <windows.h>
 
+#include "platform/own_path.h"
 #include "platform/win32/paths_win32.h"
 
 namespace vlk {

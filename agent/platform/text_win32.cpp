@@ -1,7 +1,7 @@
 // Text conversion by the system's own tables: one call for the size, one for the text.
-#include "platform/text.h"
-
 #include <windows.h>
+
+#include "platform/text.h"
 
 namespace vlk {
 namespace {

@@ -1,17 +1,18 @@
 // The program's entry: it decides what this run is. The agent itself loads the settings, makes the window and
 // runs the message loop.
-#include <windows.h>
-
-#include <commctrl.h>
 #include <string>
 
-#include "platform/win32/gdiplus_win32.h"
+#include <windows.h>
+
 #include "platform/text.h"
+#include "platform/win32/gdiplus_win32.h"
 #include "resources/resource.h"
 #include "shell/command_line.h"
 #include "shell/main_window.h"
 #include "shell/texts.h"
 #include "system/service.h"
+
+#include <commctrl.h>
 
 namespace {
 

@@ -2,19 +2,19 @@
 // private messages and in no other way. For Windows files only.
 #pragma once
 
-#include <windows.h>
-
-#include <shellapi.h>
-
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
 
-#include "config/config.h"
+#include <windows.h>
+
 #include "client/agent_client.h"
+#include "config/config.h"
 #include "platform/window_messages_win32.h"
 #include "shell/panel/logo_win32.h"
+
+#include <shellapi.h>
 
 namespace vlk::agent {
 

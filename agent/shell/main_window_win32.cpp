@@ -1,17 +1,16 @@
 // The window's procedure, the wiring of the agent to it, and its painting.
-#include "shell/main_window.h"
-
 #include <new>
 #include <utility>
 
 #include "clipboard/apply_win32.h"
 #include "clipboard/watch_win32.h"
 #include "platform/text.h"
-#include "shell/prompts/consent_prompt.h"
+#include "shell/main_window.h"
 #include "shell/panel/settings_panel.h"
+#include "shell/prompts/consent_prompt.h"
+#include "shell/prompts/update_prompt.h"
 #include "shell/texts.h"
 #include "shell/tray.h"
-#include "shell/prompts/update_prompt.h"
 #include "update/manifest.h"
 #include "update/update_threads_win32.h"
 

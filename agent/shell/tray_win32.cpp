@@ -1,13 +1,12 @@
 // The notification area's icon and menu. No result of the shell's is looked at: without an icon the agent
 // works all the same.
-#include "shell/tray.h"
-
 #include <cwchar>
 
 #include "platform/win32/handles_win32.h"
 #include "resources/resource.h"
 #include "shell/main_window.h"
 #include "shell/texts.h"
+#include "shell/tray.h"
 
 namespace vlk::agent {
 namespace {

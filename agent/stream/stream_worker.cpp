@@ -1,9 +1,9 @@
 // One iteration of the stream: capture, pointer, announcement, encoding, sending, pause.
 #include "stream/stream_worker.h"
 
-#include "wire/json.h"
 #include "input/injector.h"
 #include "stream/encode/jpeg_encoder.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 namespace {

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "wire/messages.h"
 #include "platform/clock.h"
 #include "stream/capture/capture.h"
 #include "stream/capture/cursor_overlay.h"
 #include "stream/encode/h264_encoder.h"
+#include "wire/messages.h"
 
 namespace vlk::agent {
 

@@ -3,8 +3,8 @@
 
 #include <utility>
 
-#include "platform/threads/com_apartment.h"
 #include "net/thread_records.h"
+#include "platform/threads/com_apartment.h"
 
 namespace vlk::agent {
 

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <thread>
 
-#include "wire/messages.h"
 #include "platform/clock.h"
 #include "stream/stream_worker.h"
+#include "wire/messages.h"
 
 namespace vlk::agent {
 

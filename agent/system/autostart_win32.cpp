@@ -1,10 +1,9 @@
 // The autostart entry as a value under the current user's Run key.
-#include "system/autostart.h"
-
 #include <string>
 
 #include "platform/own_path.h"
 #include "platform/win32/handles_win32.h"
+#include "system/autostart.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,10 +1,9 @@
 // The restart with the right of the user whose session this is.
+#include "platform/debug_log.h"
+#include "platform/win32/handles_win32.h"
 #include "system/reboot.h"
 
 #include <reason.h>
-
-#include "platform/debug_log.h"
-#include "platform/win32/handles_win32.h"
 
 namespace vlk::agent {
 namespace {

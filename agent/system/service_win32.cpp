@@ -1,10 +1,9 @@
 // The running service: its main and its control handler.
-#include "system/service.h"
-
 #include <cstdint>
 #include <string>
 
 #include "platform/win32/handles_win32.h"
+#include "system/service.h"
 #include "system/service_names_win32.h"
 #include "system/service_status.h"
 #include "system/supervisor.h"

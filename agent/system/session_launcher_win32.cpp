@@ -1,15 +1,14 @@
 // The console session's agent by way of its user's token.
-#include "system/session_launcher.h"
+#include <string>
 
 #include <windows.h>
 
-#include <userenv.h>
-#include <wtsapi32.h>
-
-#include <string>
-
 #include "platform/own_path.h"
 #include "platform/win32/handles_win32.h"
+#include "system/session_launcher.h"
+
+#include <userenv.h>
+#include <wtsapi32.h>
 
 namespace vlk::agent {
 namespace {

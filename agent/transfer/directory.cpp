@@ -1,9 +1,9 @@
 // Folder listings as JSON text.
 #include "transfer/directory.h"
 
-#include "wire/json.h"
-#include "platform/text.h"
 #include "platform/files/file_system.h"
+#include "platform/text.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 namespace {

@@ -6,12 +6,12 @@
 #include <utility>
 #include <vector>
 
-#include "wire/big_endian.h"
-#include "wire/json.h"
-#include "platform/threads/detached_thread.h"
-#include "platform/text.h"
 #include "net/thread_records.h"
 #include "platform/files/file_system.h"
+#include "platform/text.h"
+#include "platform/threads/detached_thread.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,12 +1,12 @@
 // The GET: a socket, a TLS connection and a request of their own for each call.
 #include "update/https.h"
 
-#include <openssl/ssl.h>
-
 #include <memory>
 
-#include "net/tls_context.h"
+#include <openssl/ssl.h>
+
 #include "net/socket.h"
+#include "net/tls_context.h"
 #include "update/response.h"
 
 namespace vlk::agent {

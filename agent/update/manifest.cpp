@@ -1,9 +1,9 @@
 // Reading the manifest.
 #include "update/manifest.h"
 
-#include "wire/json.h"
 #include "platform/debug_log.h"
 #include "update/version.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 

@@ -1,18 +1,18 @@
 // Looking for an update and launching it.
 #include "update/update_threads_win32.h"
 
-#include <shellapi.h>
-
 #include <cstdio>
 #include <new>
 
+#include "net/thread_records.h"
+#include "platform/files/file_system.h"
+#include "platform/text.h"
 #include "platform/threads/detached_thread.h"
 #include "platform/win32/paths_win32.h"
-#include "platform/text.h"
-#include "net/thread_records.h"
 #include "platform/window_messages_win32.h"
-#include "platform/files/file_system.h"
 #include "update/update.h"
+
+#include <shellapi.h>
 
 namespace vlk::agent {
 namespace {

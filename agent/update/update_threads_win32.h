@@ -2,10 +2,10 @@
 // detached, own all that they touch, and reach the window by posting.
 #pragma once
 
-#include <windows.h>
-
 #include <cstdint>
 #include <string>
+
+#include <windows.h>
 
 namespace vlk::agent {
 

@@ -1,9 +1,9 @@
 // Envelope and frame in one buffer.
 #include "wire/message_frame.h"
 
-#include <openssl/rand.h>
-
 #include <cstring>
+
+#include <openssl/rand.h>
 
 #include "wire/websocket.h"
 

@@ -1,11 +1,11 @@
 // WebSocket frames and the upgrade request.
 #include "wire/websocket.h"
 
-#include <openssl/rand.h>
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include <openssl/rand.h>
 
 namespace vlk {
 namespace {

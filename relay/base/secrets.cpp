@@ -1,9 +1,9 @@
 // Random secrets, their hashes, and passwords, by libsodium.
 #include "relay/base/secrets.h"
 
-#include <sodium.h>
-
 #include <stdexcept>
+
+#include <sodium.h>
 
 namespace vlk::relay {
 

@@ -2,6 +2,7 @@
 #include "relay/http/replies.h"
 
 #include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "relay/wire/envelope.h"

@@ -1,17 +1,18 @@
 // HTTP messages as the relay handles them: small bodies whole in memory, files piece by piece.
 #pragma once
 
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/core/file.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <boost/optional.hpp>
-#include <cstdint>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 namespace vlk::relay {
 

@@ -1,14 +1,15 @@
 // The JSON requests of the console: log-in, password, the list of machines.
 #pragma once
 
-#include <boost/asio/awaitable.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <optional>
 #include <string>
 
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/thread_pool.hpp>
+
+#include "relay/base/rate_counter.h"
 #include "relay/http/replies.h"
 #include "relay/session/hub.h"
-#include "relay/base/rate_counter.h"
 
 namespace vlk::relay {
 

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "relay/h264/stream.h"
 #include "relay/base/secrets.h"
+#include "relay/h264/stream.h"
 #include "relay/wire/envelope.h"
 
 namespace asio = boost::asio;

@@ -6,8 +6,8 @@
 
 #include <boost/asio/awaitable.hpp>
 
-#include "relay/session/hub.h"
 #include "relay/base/rate_counter.h"
+#include "relay/session/hub.h"
 
 namespace vlk::relay {
 

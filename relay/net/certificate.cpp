@@ -1,7 +1,12 @@
 // The self-made certificate: ECDSA P-256, which keeps the handshakes cheap when all agents return at once.
 #include "relay/net/certificate.h"
 
-#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+#include <boost/asio/ip/address.hpp>
 #include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/evp.h>
@@ -9,14 +14,9 @@
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
+
+#include <fcntl.h>
 #include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <stdexcept>
-
-#include <boost/asio/ip/address.hpp>
 
 namespace vlk::relay {
 namespace {

@@ -118,7 +118,7 @@ asio::awaitable<bool> WebSocketLink::write_message(const Outgoing& message) {
 }
 
 void WebSocketLink::close(websocket::close_code code, const std::string& reason,
-                       std::chrono::milliseconds deadline) {
+                          std::chrono::milliseconds deadline) {
   if (closing_) return;
   end(reason);
   close_reason_.emplace(code, reason);

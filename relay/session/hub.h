@@ -18,8 +18,8 @@
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
 #include "relay/net/websocket_link.h"
-#include "relay/storage/store.h"
 #include "relay/session/transfers.h"
+#include "relay/storage/store.h"
 
 namespace vlk::relay {
 

@@ -1,7 +1,8 @@
 // The hub's part in file transfers: telling browsers and machines. And what sessions leave in the audit
 // trail, most of it about files.
-#include <nlohmann/json.hpp>
 #include <utility>
+
+#include <nlohmann/json.hpp>
 
 #include "relay/session/clip_note.h"
 #include "relay/session/hub.h"

@@ -2,8 +2,9 @@
 #include "relay/session/transfers.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
+
+#include <nlohmann/json.hpp>
 
 namespace vlk::relay {
 namespace {

@@ -1,12 +1,13 @@
 // A thin owner of an SQLite connection.
 #include "relay/storage/database.h"
 
-#include <fcntl.h>
-#include <sqlite3.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
+
+#include <sqlite3.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace vlk::relay {
 namespace {

@@ -1,9 +1,9 @@
 // The unmodified executable on a desk, against a server that does what the test says.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
 #include <fstream>
+
+#include <gtest/gtest.h>
 
 #include "e2e/support/agent_fixture.h"
 

@@ -1,17 +1,17 @@
 // Folders and files by the unmodified executable: real files of this host, which Wine shows as drive Z.
-#include <openssl/evp.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <set>
 
-#include "wire/big_endian.h"
-#include "wire/json.h"
+#include <openssl/evp.h>
+
 #include "e2e/support/agent_fixture.h"
 #include "support/bytes/file_requests.h"
 #include "support/temp_folder.h"
+#include "wire/big_endian.h"
+#include "wire/json.h"
 
 namespace vantelink_test {
 namespace {

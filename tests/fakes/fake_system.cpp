@@ -3,9 +3,9 @@
 
 #include "clipboard/watch.h"
 #include "config/machine_guid.h"
-#include "net/trust_roots.h"
 #include "fakes/fakes.h"
 #include "input/injector.h"
+#include "net/trust_roots.h"
 
 namespace vantelink_fakes {
 namespace {

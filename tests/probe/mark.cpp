@@ -1,9 +1,9 @@
 // A program that does nothing but leave a mark: a file of its own name with ".mark" behind it, which holds
 // the arguments that it was given, one a line, and appears once it is whole. It stands in for an installer.
-#include <windows.h>
-
 #include <cstdio>
 #include <string>
+
+#include <windows.h>
 
 int wmain(int count, wchar_t** words) {
   wchar_t path[MAX_PATH] = {};

@@ -1,7 +1,5 @@
 // Looks at a desk's windows, registry and clipboard from a process of its own, and works them, for tests that
 // run on the host. Prints UTF-8, a window or value a line, fields separated by tabs.
-#include <windows.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +8,8 @@
 #include <fstream>
 #include <string>
 #include <vector>
+
+#include <windows.h>
 
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"

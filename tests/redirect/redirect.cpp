@@ -2,14 +2,14 @@
 // HTTPS port go to the port that the file VANTELINK_REDIRECT_PORT_FILE holds at that moment. So the
 // unmodified executable finds its built-in server on a desk. The server side of Wine connects, the program
 // looks names up: both have this library.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
 #include <dlfcn.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 namespace {
 

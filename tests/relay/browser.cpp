@@ -2,6 +2,8 @@
 #include "relay/browser.h"
 
 #include <atomic>
+#include <stdexcept>
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
@@ -14,7 +16,6 @@
 #include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket.hpp>
 #include <boost/beast/websocket/ssl.hpp>
-#include <stdexcept>
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;

@@ -1,15 +1,15 @@
 // What the relay keeps under strain: its machines from browsers that do not read, its rows from a sudden end,
 // its memory from floods of names, and its operator from senseless options.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <set>
 
 #include "fakes/fakes.h"
-#include "relay/options.h"
 #include "relay/base/rate_counter.h"
+#include "relay/options.h"
 #include "relay/relay_fixture.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace vlk::relay {
 namespace {

@@ -1,10 +1,10 @@
 // Parameter sets of real encoders, of thousands of random ones and of none at all, and whole streams with
 // them.
-#include <gtest/gtest.h>
-
 #include <random>
 #include <string>
 #include <utility>
+
+#include <gtest/gtest.h>
 
 #include "relay/h264/bits.h"
 #include "relay/h264/parameter_sets.h"

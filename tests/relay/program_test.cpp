@@ -1,13 +1,14 @@
 // The relay's program as its operator starts it: the first start, and representatives' passwords.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
 #include <cstdlib>
 #include <filesystem>
+
+#include <gtest/gtest.h>
 
 #include "relay/browser.h"
 #include "support/peers/relay_process.h"
 #include "support/temp_folder.h"
+
+#include <sys/wait.h>
 
 namespace vlk::relay {
 namespace {

@@ -1,16 +1,17 @@
 // The fixture's bodies.
 #include "relay/relay_fixture.h"
 
-#include <malloc.h>
-#include <openssl/pem.h>
-
-#include <boost/asio/post.hpp>
 #include <fstream>
 #include <future>
+
+#include <boost/asio/post.hpp>
+#include <openssl/pem.h>
 
 #include "fakes/fakes.h"
 #include "relay/base/secrets.h"
 #include "relay/server.h"
+
+#include <malloc.h>
 
 #ifdef __SANITIZE_ADDRESS__
 // The sanitizer's own, whose header not every compiler brings along.

@@ -1,8 +1,6 @@
 // A relay in this process, a browser, and the agent's own client: what the relay's tests share.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -13,11 +11,13 @@
 #include <string>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include "client/agent_client.h"
-#include "relay/browser.h"
-#include "relay/net/certificate.h"
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
+#include "relay/browser.h"
+#include "relay/net/certificate.h"
 #include "relay/storage/store.h"
 
 namespace vlk::relay {

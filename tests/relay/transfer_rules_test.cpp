@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "relay/session/clip_note.h"
-#include "relay/transfer_bytes.h"
 #include "relay/session/transfers.h"
+#include "relay/transfer_bytes.h"
 #include "support/bytes/clip_bytes.h"
 
 namespace vlk::relay {

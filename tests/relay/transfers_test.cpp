@@ -1,7 +1,5 @@
 // File transfers through the relay: contents, the ends that machines are told of, the audit trail, and the
 // relay's memory while a browser or a machine does not read.
-#include <sys/stat.h>
-
 #include <atomic>
 #include <fstream>
 #include <set>
@@ -11,6 +9,8 @@
 #include "relay/transfer_bytes.h"
 #include "support/bytes/clip_bytes.h"
 #include "support/peers/raw_agent.h"
+
+#include <sys/stat.h>
 
 namespace vlk::relay {
 namespace {

@@ -1,11 +1,11 @@
 // Certificates made on the spot, for servers that tests run.
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <openssl/ssl.h>
 
 namespace vantelink_test {
 

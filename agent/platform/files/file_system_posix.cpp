@@ -1,14 +1,13 @@
 // Folders and files of a host without drive letters: the drive C is its root, and backslashes separate there
 // too.
+#include <algorithm>
+
 #include "platform/files/file_system.h"
+#include "platform/text.h"
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-
-#include <algorithm>
-
-#include "platform/text.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,8 +1,7 @@
 // Folders and files by Windows' own calls.
-#include "platform/files/file_system.h"
-
 #include <windows.h>
 
+#include "platform/files/file_system.h"
 #include "platform/win32/handles_win32.h"
 
 namespace vlk::agent {

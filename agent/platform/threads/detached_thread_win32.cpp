@@ -1,16 +1,16 @@
 // Detached threads by the system's own call. The C++ library's stand on a POSIX layer whose detaching races
 // with the thread's end: of fifty short threads at once now and then one never ran, or one ran twice.
-#include <windows.h>
-
-#include <process.h>
-
 #include <cerrno>
 #include <memory>
 #include <system_error>
 #include <utility>
 
+#include <windows.h>
+
 #include "platform/threads/detached_thread.h"
 #include "platform/win32/handles_win32.h"
+
+#include <process.h>
 
 namespace vlk {
 namespace {

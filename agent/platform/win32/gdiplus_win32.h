@@ -2,17 +2,16 @@
 // the process has started GDI+.
 #pragma once
 
-#include <windows.h>
-
-#include <objidl.h>
-#include <wrl/client.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
+
+#include <windows.h>
+#include <objidl.h>
+#include <wrl/client.h>
 
 namespace Gdiplus {
 using std::max;  // its headers ask for these by name

@@ -3,10 +3,10 @@
 // them.
 #pragma once
 
-#include <windows.h>
-
 #include <memory>
 #include <type_traits>
+
+#include <windows.h>
 
 namespace vlk {
 

@@ -1,9 +1,9 @@
 // What asking Windows for paths has in common.
 #pragma once
 
-#include <windows.h>
-
 #include <string>
+
+#include <windows.h>
 
 namespace vlk {
 

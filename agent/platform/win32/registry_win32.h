@@ -1,9 +1,9 @@
 // Strings in the registry: UTF-8 on our side, REG_SZ on the other. Included by _win32.cpp files alone.
 #pragma once
 
-#include <windows.h>
-
 #include <string>
+
+#include <windows.h>
 
 namespace vlk {
 

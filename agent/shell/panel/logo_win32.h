@@ -1,9 +1,9 @@
 // The logo from the executable's resources.
 #pragma once
 
-#include <windows.h>
-
 #include <memory>
+
+#include <windows.h>
 
 namespace vlk::agent {
 

@@ -1,8 +1,7 @@
 // The controls, and what applying them does.
-#include "shell/panel/settings_panel.h"
-
 #include "platform/text.h"
 #include "shell/main_window.h"
+#include "shell/panel/settings_panel.h"
 #include "shell/texts.h"
 #include "shell/tray.h"
 #include "system/autostart.h"

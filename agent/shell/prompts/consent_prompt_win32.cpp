@@ -1,12 +1,11 @@
 // The prompt as the system's own message box, whose handle a hook finds out.
-#include "shell/prompts/consent_prompt.h"
-
 #include <atomic>
 
 #include "input/injector.h"
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
 #include "shell/main_window.h"
+#include "shell/prompts/consent_prompt.h"
 #include "shell/texts.h"
 
 namespace vlk::agent {

@@ -1,11 +1,10 @@
 // The pointer as GDI draws it, over a copy of the pixels that lie beneath it.
-#include "stream/capture/cursor_overlay.h"
-
 #include <algorithm>
 #include <cstring>
 #include <optional>
 
 #include "platform/win32/handles_win32.h"
+#include "stream/capture/cursor_overlay.h"
 
 namespace vlk::agent {
 namespace {

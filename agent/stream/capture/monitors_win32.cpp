@@ -1,7 +1,6 @@
 // The monitor list from DXGI, and thumbnails by a scaled GDI copy of the screen.
-#include "stream/capture/monitors.h"
-
 #include "platform/win32/handles_win32.h"
+#include "stream/capture/monitors.h"
 #include "stream/capture/outputs_win32.h"
 
 namespace vlk::agent {

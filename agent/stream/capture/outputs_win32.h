@@ -3,11 +3,11 @@
 // _win32.cpp files alone.
 #pragma once
 
-#include <dxgi1_2.h>
-#include <windows.h>
-#include <wrl/client.h>
-
 #include <cstdint>
+
+#include <windows.h>
+#include <dxgi1_2.h>
+#include <wrl/client.h>
 
 namespace vlk::agent {
 

@@ -1,14 +1,13 @@
 // H.264 on Windows: a session on an encoder that Media Foundation provides, hardware before software. Both of
 // its protocols are spoken: the synchronous one, where each call answers at once, and the asynchronous one,
 // where the encoder works on threads of its own and tells by events what it wants and has.
+#include "stream/encode/colour.h"
 #include "stream/encode/h264_encoder.h"
+#include "stream/encode/h264_sample_win32.h"
+#include "stream/encode/h264_transform_win32.h"
 
 #include <mfapi.h>
 #include <mferror.h>
-
-#include "stream/encode/colour.h"
-#include "stream/encode/h264_sample_win32.h"
-#include "stream/encode/h264_transform_win32.h"
 
 namespace vlk::agent {
 namespace {

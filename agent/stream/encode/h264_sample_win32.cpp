@@ -1,9 +1,9 @@
 // Samples with a buffer in memory.
 #include "stream/encode/h264_sample_win32.h"
 
-#include <mfapi.h>
-
 #include <cstring>
+
+#include <mfapi.h>
 
 namespace vlk::agent {
 namespace {

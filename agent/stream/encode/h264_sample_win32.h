@@ -1,11 +1,11 @@
 // Media Foundation samples to and from plain bytes. Included by _win32.cpp files alone.
 #pragma once
 
-#include <mfobjects.h>
-#include <wrl/client.h>
-
 #include <cstdint>
 #include <vector>
+
+#include <mfobjects.h>
+#include <wrl/client.h>
 
 namespace vlk::agent {
 

@@ -4,9 +4,6 @@
 #define CINTERFACE
 #include <initguid.h>
 // The identifiers' definitions must come before the headers' declarations.
-#include <d3d11.h>
-#include <dxgi1_2.h>
-
 #include <memory>
 
 #include "tests/doubles/board_win32.h"
@@ -15,6 +12,9 @@
 #include "tests/doubles/method_table.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/windows/support/holdings.h"
+
+#include <d3d11.h>
+#include <dxgi1_2.h>
 
 namespace vantelink_doubles {
 namespace {

@@ -2,10 +2,10 @@
 // byte past the last row ends the process.
 #pragma once
 
-#include <windows.h>
-
 #include <cstddef>
 #include <cstdint>
+
+#include <windows.h>
 
 namespace vantelink_doubles {
 

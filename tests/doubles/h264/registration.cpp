@@ -1,14 +1,15 @@
 // How the transforms come into a system: `regsvr32 /n /i:"sync async" h264.dll` registers those that are
 // named, as classes and as video encoders, and takes out the others.
-#include <mfapi.h>
-#include <mfidl.h>
-#include <mftransform.h>
-#include <windows.h>
-
 #include <cwchar>
 #include <string>
 
+#include <windows.h>
+
 #include "tests/doubles/h264/transform.h"
+
+#include <mfapi.h>
+#include <mfidl.h>
+#include <mftransform.h>
 
 namespace vantelink_doubles {
 

@@ -8,8 +8,6 @@
 #include <mfidl.h>
 #include <strmif.h>
 // clang-format on
-#include <wrl/client.h>
-
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -20,6 +18,8 @@
 #include "tests/doubles/board_win32.h"
 #include "tests/doubles/h264/engine.h"
 #include "tests/doubles/h264/unsupported.h"
+
+#include <wrl/client.h>
 
 namespace vantelink_doubles {
 namespace {

@@ -1,8 +1,6 @@
 // The unmodified executable on a desk of the program's own, and the scripted server that it talks to.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -12,6 +10,8 @@
 #include <system_error>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "support/desk/desk.h"
 #include "support/peers/scripted_server.h"

@@ -2,13 +2,13 @@
 // releases; the newer version is the same executable with another number in it.
 #pragma once
 
-#include <signal.h>
-
 #include <set>
 
 #include "e2e/support/redirect_fixture.h"
 #include "support/bytes/file_bytes.h"
 #include "update/version.h"
+
+#include <signal.h>
 
 namespace vantelink_test {
 

@@ -2,13 +2,13 @@
 // that a service or an installer starts.
 #pragma once
 
-#include <signal.h>
-
 #include <filesystem>
 #include <sstream>
 
 #include "config/config.h"
 #include "e2e/support/shell_fixture.h"
+
+#include <signal.h>
 
 namespace vantelink_test {
 

@@ -1,14 +1,14 @@
 // The boards' files, the agent's folder, and the reading of a stream.
 #include "e2e/support/stream_fixture.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace vantelink_test {
 namespace {

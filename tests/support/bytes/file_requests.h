@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "support/peers/scripted_server.h"
 #include "wire/big_endian.h"
 #include "wire/json.h"
-#include "support/peers/scripted_server.h"
 
 namespace vantelink_test {
 

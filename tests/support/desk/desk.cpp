@@ -1,13 +1,13 @@
 // Desks by way of tools/desk.
 #include "support/desk/desk.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace vantelink_test {
 namespace {

@@ -1,10 +1,10 @@
 // An agent's end of the link that sends whatever it is told, over the platform's sockets and OpenSSL.
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <memory>
 #include <string>
+
+#include <openssl/ssl.h>
 
 #include "wire/messages.h"
 #include "wire/websocket.h"

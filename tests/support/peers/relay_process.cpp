@@ -1,12 +1,6 @@
 // A child process and the log that it writes.
 #include "support/peers/relay_process.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +9,12 @@
 #include <thread>
 
 #include "support/bytes/file_bytes.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace vantelink_test {
 namespace {

@@ -1,10 +1,10 @@
 // The relay's own program, for tests that need all of it.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace vantelink_test {
 

@@ -3,8 +3,6 @@
 // test's own thread.
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -13,9 +11,11 @@
 #include <string_view>
 #include <vector>
 
+#include <openssl/ssl.h>
+
+#include "support/certificates.h"
 #include "wire/messages.h"
 #include "wire/websocket.h"
-#include "support/certificates.h"
 
 namespace vantelink_test {
 

@@ -1,13 +1,13 @@
 // The link with a real TLS peer: connecting, authenticating, reconnecting, stopping, sending.
 #include "client/agent_client.h"
 
-#include <gtest/gtest.h>
-
 #include <future>
 #include <thread>
 
-#include "wire/json.h"
+#include <gtest/gtest.h>
+
 #include "unit/client/link_fixture.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,7 +1,7 @@
 // What each message of the server does, seen at the features, the callbacks and the wire.
-#include <gtest/gtest.h>
-
 #include <algorithm>
+
+#include <gtest/gtest.h>
 
 #include "unit/client/link_fixture.h"
 

@@ -1,13 +1,13 @@
 // Listings, downloads and uploads as the server asks for them, with real files behind.
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <thread>
 
-#include "wire/json.h"
+#include <gtest/gtest.h>
+
 #include "support/bytes/file_requests.h"
 #include "support/temp_folder.h"
 #include "unit/client/link_fixture.h"
+#include "wire/json.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,13 +1,13 @@
 // An AgentClient with a real TLS peer: what the tests of the link share.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "client/agent_client.h"
 #include "fakes/fakes.h"

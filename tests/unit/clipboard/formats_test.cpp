@@ -1,9 +1,9 @@
 // The choice of format.
 #include "clipboard/formats.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
+
+#include <gtest/gtest.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,11 +1,11 @@
 // Clipboard payloads: what is read of good, cut and lying file lists, and what is packed.
 #include "clipboard/payload.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <limits>
 #include <memory>
+
+#include <gtest/gtest.h>
 
 #include "support/bytes/clip_bytes.h"
 

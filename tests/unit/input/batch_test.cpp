@@ -1,13 +1,13 @@
 // Input batches: what each event becomes, what discards a batch, and where the pointer lands.
 #include "input/batch.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <limits>
 #include <memory>
 #include <random>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,10 +1,10 @@
 // The debug log: one open, one line, one close, and silence where the file cannot be had.
 #include "platform/debug_log.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
+
+#include <gtest/gtest.h>
 
 #include "support/log_folder.h"
 

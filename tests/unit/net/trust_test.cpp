@@ -1,10 +1,10 @@
 // Whom the link trusts.
-#include <gtest/gtest.h>
-#include <openssl/crypto.h>
-
 #include <cstdlib>
 #include <thread>
 #include <utility>
+
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
 
 #include "net/tls_connection.h"
 #include "net/tls_context.h"

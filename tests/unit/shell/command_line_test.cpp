@@ -1,9 +1,9 @@
 // Switches and values in the raw command line.
 #include "shell/command_line.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace vlk::agent {
 namespace {

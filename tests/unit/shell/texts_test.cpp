@@ -1,10 +1,10 @@
 // The user's language and the texts that follow from it.
 #include "shell/texts.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "client/agent_client.h"
 

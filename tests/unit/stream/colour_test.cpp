@@ -1,11 +1,11 @@
 // The colour conversion against its formulas and its plain form, byte for byte, and what it must not touch.
 #include "stream/encode/colour.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,9 +1,9 @@
 // The arithmetic of an H.264 session.
 #include "stream/encode/h264_format.h"
 
-#include <gtest/gtest.h>
-
 #include <limits>
+
+#include <gtest/gtest.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,11 +1,11 @@
 // A stream's worker on a clock of the test's own.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <optional>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "fakes/fakes.h"
 #include "stream/stream_worker.h"

@@ -1,7 +1,7 @@
 // What the service reports, moment by moment.
-#include <gtest/gtest.h>
-
 #include "system/service_status.h"
+
+#include <gtest/gtest.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,13 +1,14 @@
 // The supervising loop against a scripted machine: each test tells what every wait brings and compares all
 // that the loop did. Handles are closed exactly once, or AddressSanitizer speaks.
-#include <gtest/gtest.h>
+#include "system/supervisor.h"
 
 #include <deque>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "fakes/fakes.h"
-#include "system/supervisor.h"
 
 namespace vlk::agent {
 namespace {

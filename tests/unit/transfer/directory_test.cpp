@@ -1,13 +1,14 @@
 // Listings of real folders, and the parts that need none.
 #include "transfer/directory.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+
+#include "support/temp_folder.h"
+#include "wire/json.h"
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "wire/json.h"
-#include "support/temp_folder.h"
 
 namespace vlk::agent {
 namespace {

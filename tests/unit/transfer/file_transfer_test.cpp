@@ -1,16 +1,16 @@
 // Downloads and uploads of real files.
 #include "transfer/file_transfer.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <vector>
 
-#include "wire/big_endian.h"
+#include <gtest/gtest.h>
+
 #include "support/peers/scripted_server.h"
 #include "support/temp_folder.h"
+#include "wire/big_endian.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,9 +1,9 @@
 // The GET against a TLS server that does what the test says.
 #include "update/https.h"
 
-#include <gtest/gtest.h>
-
 #include <future>
+
+#include <gtest/gtest.h>
 
 #include "support/peers/scripted_server.h"
 

@@ -1,11 +1,11 @@
 // From the manifest to the offer, and the installer.
 #include "update/update.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <future>
 #include <random>
+
+#include <gtest/gtest.h>
 
 #include "support/log_folder.h"
 #include "support/peers/scripted_server.h"

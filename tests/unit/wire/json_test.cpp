@@ -1,9 +1,9 @@
 // The JSON of the server link, misreadings included: they are behaviour.
 #include "wire/json.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
+
+#include <gtest/gtest.h>
 
 namespace vlk {
 namespace {

@@ -1,9 +1,9 @@
 // The envelope: its bytes, its limits, and what is refused.
 #include "wire/messages.h"
 
-#include <gtest/gtest.h>
-
 #include <string_view>
+
+#include <gtest/gtest.h>
 
 #include "wire/message_frame.h"
 #include "wire/websocket.h"

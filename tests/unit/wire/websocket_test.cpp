@@ -1,10 +1,10 @@
 // WebSocket framing, from whole frames to single bytes, and what it lets through on purpose.
 #include "wire/websocket.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <random>
+
+#include <gtest/gtest.h>
 
 namespace vlk {
 namespace {

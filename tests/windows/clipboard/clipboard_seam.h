@@ -3,9 +3,6 @@
 // of a program.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <windows.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -16,15 +13,19 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
 #include "clipboard/apply_win32.h"
 #include "clipboard/echo_guard.h"
 #include "clipboard/opened_win32.h"
 #include "clipboard/payload.h"
 #include "clipboard/watch.h"
 #include "clipboard/watch_win32.h"
+#include "platform/text.h"
 #include "platform/win32/gdiplus_win32.h"
 #include "platform/win32/paths_win32.h"
-#include "platform/text.h"
 #include "support/bytes/clip_bytes.h"
 #include "support/bytes/file_bytes.h"
 #include "tests/windows/support/seam.h"

@@ -1,13 +1,14 @@
 // The settings' store against the real registry.
-#include <gtest/gtest.h>
+#include "config/config.h"
 
 #include <string>
 #include <vector>
 
-#include "config/config.h"
-#include "platform/win32/registry_win32.h"
+#include <gtest/gtest.h>
+
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
+#include "platform/win32/registry_win32.h"
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
 

@@ -1,8 +1,8 @@
 // Without the environment variable "VLK_DEBUG_INPUT" input leaves no trace. The gate is looked at once in a
 // process, hence a program of its own.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
+
+#include <gtest/gtest.h>
 
 #include "input/injector.h"
 #include "platform/debug_log.h"

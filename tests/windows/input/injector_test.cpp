@@ -1,12 +1,12 @@
 // What reaches SendInput, byte for byte, the lines of the log, and real input in a window.
 #include "input/injector.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"

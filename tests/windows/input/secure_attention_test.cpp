@@ -1,10 +1,10 @@
 // The secure-attention sequence, with a stand-in for sas.dll beside this program, and without.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "input/injector.h"
 #include "tests/windows/support/seam.h"

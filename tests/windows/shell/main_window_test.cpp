@@ -2,13 +2,13 @@
 // that finds no server.
 #include "shell/main_window.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "shell/texts.h"
 #include "shell/tray.h"

@@ -1,15 +1,13 @@
 // The two prompts, call by call: the system's boxes are stand-ins that answer what the test says.
-#include <gtest/gtest.h>
-#include <windows.h>
-
-#include <commctrl.h>
-#include <process.h>
-
 #include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
 
 #include "platform/text.h"
 #include "shell/prompts/consent_prompt.h"
@@ -17,6 +15,9 @@
 #include "tests/windows/support/seam.h"
 #include "tests/windows/support/shell_window.h"
 #include "update/manifest.h"
+
+#include <commctrl.h>
+#include <process.h>
 
 namespace {
 

@@ -1,16 +1,17 @@
 // What lies in the executable beside its code, read from the file: icon, logo, manifest, version record.
-#include <gtest/gtest.h>
-#include <windows.h>
-
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "windows/support/agent_file.h"
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
 #include "platform/win32/handles_win32.h"
 #include "resources/resource.h"
+#include "windows/support/agent_file.h"
 
 namespace {
 

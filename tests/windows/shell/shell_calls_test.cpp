@@ -1,14 +1,12 @@
 // What panel and tray ask of Windows, call by call with every argument, in both languages.
-#include <gtest/gtest.h>
-#include <windows.h>
-
-#include <commctrl.h>
-#include <shellapi.h>
-
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
 
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
@@ -16,6 +14,9 @@
 #include "shell/tray.h"
 #include "tests/windows/support/seam.h"
 #include "tests/windows/support/shell_window.h"
+
+#include <commctrl.h>
+#include <shellapi.h>
 
 namespace {
 

@@ -1,19 +1,20 @@
 // The agent's window, looked at and worked from another process.
-#include <gtest/gtest.h>
-#include <windows.h>
-
 #include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "windows/support/agent_file.h"
-#include "windows/support/painted_window.h"
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
 #include "platform/win32/gdiplus_win32.h"
 #include "platform/win32/handles_win32.h"
 #include "shell/main_window.h"
 #include "stream/capture/capture.h"
+#include "windows/support/agent_file.h"
+#include "windows/support/painted_window.h"
 
 namespace vlk::agent {
 namespace {

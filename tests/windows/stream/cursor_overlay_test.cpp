@@ -1,10 +1,10 @@
 // The pointer on a frame: against GDI's own drawing over the whole frame, pixel by pixel.
 #include "stream/capture/cursor_overlay.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "platform/win32/handles_win32.h"
 #include "tests/windows/support/painted_window.h"

@@ -1,10 +1,9 @@
 // Desktop duplication and the monitor walk on a scripted machine.
-#include "tests/windows/stream/fake_dxgi.h"
-
 #include <gtest/gtest.h>
 
 #include "stream/capture/capture.h"
 #include "stream/capture/monitors.h"
+#include "tests/windows/stream/fake_dxgi.h"
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
 

@@ -6,9 +6,6 @@
 #define CINTERFACE
 #include <initguid.h>
 // The identifiers' definitions must come before the headers' declarations.
-#include <d3d11.h>
-#include <dxgi1_2.h>
-
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -16,6 +13,9 @@
 #include <vector>
 
 #include "tests/doubles/method_table.h"
+
+#include <d3d11.h>
+#include <dxgi1_2.h>
 
 namespace vlk::test::dxgi {
 

@@ -7,12 +7,6 @@
 // The toolchain's codecapi.h needs strmif.h before it.
 #include <strmif.h>
 // Ends a block, so that the order stays.
-#include <codecapi.h>
-#include <mfapi.h>
-#include <mferror.h>
-#include <mfidl.h>
-#include <wrl/client.h>
-
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -23,6 +17,12 @@
 #include "tests/doubles/h264/unsupported.h"
 #include "tests/doubles/method_table.h"
 #include "tests/windows/support/seam.h"
+
+#include <codecapi.h>
+#include <mfapi.h>
+#include <mferror.h>
+#include <mfidl.h>
+#include <wrl/client.h>
 
 namespace vlk::test::mf {
 

@@ -1,12 +1,12 @@
 // Reads H.264 byte streams back: their NAL units and their pictures.
 #pragma once
 
-#include <wels/codec_api.h>
-
 #include <cmath>
 #include <cstdint>
 #include <memory>
 #include <vector>
+
+#include <wels/codec_api.h>
 
 namespace vlk::test {
 

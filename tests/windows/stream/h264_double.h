@@ -2,10 +2,10 @@
 // the program's own, registered with the system at will, and sharing its board.
 #pragma once
 
-#include <windows.h>
-
 #include <fstream>
 #include <string>
+
+#include <windows.h>
 
 #include "tests/doubles/board_win32.h"
 #include "tests/doubles/boards.h"

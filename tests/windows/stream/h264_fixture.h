@@ -4,9 +4,9 @@
 
 #include "tests/windows/stream/fake_mft.h"
 // Ends a block, so that the order stays.
-#include <gtest/gtest.h>
-
 #include <optional>
+
+#include <gtest/gtest.h>
 
 #include "stream/encode/colour.h"
 #include "stream/encode/h264_encoder.h"

@@ -1,11 +1,9 @@
 // The H.264 session on transforms around a real encoder, found and activated by the system itself: what comes
 // out decodes to what went in. One transform answers within the calls, the other works on its own thread.
 #include <gtest/gtest.h>
+
 #include <windows.h>
 // Ends a block, so that the order stays.
-#include <mfapi.h>
-#include <mfidl.h>
-
 #include <atomic>
 #include <cstring>
 #include <optional>
@@ -21,6 +19,9 @@
 #include "tests/windows/stream/h264_double.h"
 #include "tests/windows/support/holdings.h"
 #include "tests/windows/support/seam.h"
+
+#include <mfapi.h>
+#include <mfidl.h>
 
 namespace vlk::agent {
 namespace {

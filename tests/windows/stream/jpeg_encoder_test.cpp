@@ -1,13 +1,6 @@
 // JPEG files, decoded again, and what the encoder is asked for.
 #include "stream/encode/jpeg_encoder.h"
 
-#include <gtest/gtest.h>
-#include <objidl.h>
-#include <windows.h>
-#include <wrl/client.h>
-
-#include <gdiplus.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -15,8 +8,16 @@
 #include <mutex>
 #include <thread>
 
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
+
+#include <objidl.h>
+#include <gdiplus.h>
+#include <wrl/client.h>
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Where the executable under test lies.
 #pragma once
 
-#include <windows.h>
-
 #include <string>
+
+#include <windows.h>
 
 namespace vlk::test {
 

@@ -1,11 +1,11 @@
 // What a process holds of the system, for tests that look for leaks.
 #pragma once
 
-#include <windows.h>
-
 #include <cstdint>
 #include <cstring>
 #include <vector>
+
+#include <windows.h>
 
 namespace vlk::test {
 

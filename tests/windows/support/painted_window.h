@@ -1,11 +1,11 @@
 // A window with known colours, for tests that look at the screen or point at something.
 #pragma once
 
-#include <windows.h>
-
 #include <chrono>
 #include <cstdint>
 #include <vector>
+
+#include <windows.h>
 
 #include "tests/windows/support/holdings.h"
 

@@ -2,12 +2,12 @@
 // a program's own import pointer (__imp_NAME) before the import library's.
 #pragma once
 
-#include <windows.h>
-
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <string>
+
+#include <windows.h>
 
 namespace vlk::test {
 

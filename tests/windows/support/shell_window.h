@@ -1,9 +1,9 @@
 // The agent's window inside a test program: its record is the test's, its client finds no server.
 #pragma once
 
-#include <windows.h>
-
 #include <gtest/gtest.h>
+
+#include <windows.h>
 
 #include "shell/main_window.h"
 #include "tests/windows/support/painted_window.h"

@@ -1,11 +1,12 @@
 // The autostart entry in the real registry.
-#include <gtest/gtest.h>
+#include "system/autostart.h"
 
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "platform/win32/handles_win32.h"
-#include "system/autostart.h"
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
 

@@ -1,12 +1,14 @@
 // The restart against a system that only notes what it is asked.
-#include <gtest/gtest.h>
-#include <windows.h>
+#include "system/reboot.h"
 
 #include <set>
 #include <string>
 #include <vector>
 
-#include "system/reboot.h"
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
 #include "tests/windows/support/seam.h"
 
 namespace {

@@ -1,10 +1,6 @@
 // The service against a service manager, tokens and processes that only note what they are asked. Each test
 // compares all calls in their order.
-#include <gtest/gtest.h>
-#include <windows.h>
-
-#include <userenv.h>
-#include <wtsapi32.h>
+#include "system/service.h"
 
 #include <cstdio>
 #include <cstring>
@@ -12,8 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "system/service.h"
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
 #include "tests/windows/support/seam.h"
+
+#include <userenv.h>
+#include <wtsapi32.h>
 
 namespace {
 

@@ -1,19 +1,19 @@
 // Listings, downloads and uploads by Windows' own calls, which are watched on their way.
-#include <gtest/gtest.h>
-
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 
-#include "wire/json.h"
-#include "platform/win32/paths_win32.h"
+#include <gtest/gtest.h>
+
+#include "platform/files/file_system.h"
 #include "platform/text.h"
+#include "platform/win32/paths_win32.h"
 #include "support/bytes/file_bytes.h"
 #include "tests/windows/support/seam.h"
 #include "transfer/directory.h"
-#include "platform/files/file_system.h"
 #include "transfer/file_transfer.h"
+#include "wire/json.h"
 
 namespace {
 
