@@ -8,41 +8,41 @@
 
 namespace vlk {
 
-// Wire message types. "S" is sent by the server, "A" by the agent.
+// Message codes of the link, as listed in messages.def.
 enum class Msg : std::uint8_t {
-  Hello = 1,              // A
-  Error = 3,              // S
-  Heartbeat = 4,          // S, echoed by A
-  Enroll = 16,            // A
-  EnrollResult = 17,      // S
-  Login = 18,             // A
-  LoginResult = 19,       // S
-  NameUpdate = 20,        // A
-  SessionRequest = 65,    // S
-  SessionAccept = 67,     // A
-  SessionReject = 68,     // A
-  SessionEnd = 70,        // S
-  StreamStart = 80,       // S
-  StreamStop = 81,        // S
-  StreamConfig = 82,      // A
-  StreamFrame = 83,       // A
-  KeyframeRequest = 84,   // S
-  MonitorSelect = 85,     // S
-  InputEvent = 86,        // S
-  ClipboardData = 87,     // S and A
-  CodecSelect = 88,       // S
-  CursorVisibility = 89,  // S
-  ThumbnailRequest = 90,  // S
-  Thumbnail = 91,         // A
-  DirListRequest = 96,    // S
-  DirListResult = 97,     // A
-  DownloadRequest = 98,   // S
-  UploadBegin = 99,       // S
-  FileChunk = 100,        // S and A
-  FileTransferEnd = 101,  // S and A
-  Reboot = 112,           // S
-  SecureAttention = 114,  // S
+#define VLK_MESSAGE(name, code, direction, scope) name = (code),
+#include "wire/messages.def"
+#undef VLK_MESSAGE
 };
+
+enum class Direction { ToAgent, FromAgent, BothWays };
+
+// Whom a message is between: Link and Consent messages end at the relay, Session messages pass through it.
+enum class Scope { Link, Consent, Session };
+
+struct MessageRule {
+  Msg code{};
+  Direction direction{};
+  Scope scope{};
+
+  constexpr bool to_agent() const { return direction != Direction::FromAgent; }
+  constexpr bool from_agent() const { return direction != Direction::ToAgent; }
+};
+
+// Every message, in the order of the codes.
+inline constexpr MessageRule kMessageRules[] = {
+#define VLK_MESSAGE(name, code, direction, scope) {Msg::name, Direction::direction, Scope::scope},
+#include "wire/messages.def"
+#undef VLK_MESSAGE
+};
+
+// The rule of a code; null for a code that is not in the table.
+constexpr const MessageRule* find_rule(Msg code) {
+  for (const MessageRule& rule : kMessageRules) {
+    if (rule.code == code) return &rule;
+  }
+  return nullptr;
+}
 
 // Values of the envelope's flags byte. No decoder branches on it.
 enum EnvelopeFlags : std::uint8_t {

@@ -3,7 +3,7 @@ import { ClipChip } from './clipboard_notice.js';
 import { ClipboardShare } from './clipboard_sync.js';
 import { byId } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
-import { Msg } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
 import { Numbers } from '../files/listing.js';
 import { PasteKeys } from './paste_keys.js';
 

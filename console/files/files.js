@@ -1,7 +1,7 @@
 // File transfer in a session: the panel, the transfers, and the messages between them and the machine.
 import { Courier } from './transfer_queue.js';
 import { byId, make } from '../base/dom.js';
-import { Msg } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
 import { FilePanel } from './file_panel.js';
 import { Folders } from './folders.js';
 import { Numbers } from './listing.js';

@@ -1,6 +1,7 @@
 // Carries files: a queue of transfers, a few of them at a time, over the session's messages. It knows nothing of the
 // page. The machine confirms no upload, so whoever queues one looks afterwards what arrived.
-import { Msg, readJson } from '../link/envelope.js';
+import { readJson } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
 import { Flow } from './upload_window.js';
 import { Transfer } from './transfer.js';
 

@@ -1,30 +1,6 @@
 // The envelope of the machine's link: a 10-byte big-endian header (type, flags, session, length) and a payload.
 // The relay carries the same envelopes to and from the browser, one in each binary WebSocket message.
 
-/** Message codes that a console sends or understands. */
-export const Msg = Object.freeze({
-  StreamStart: 80,
-  StreamStop: 81,
-  StreamConfig: 82,
-  StreamFrame: 83,
-  KeyframeRequest: 84,
-  MonitorSelect: 85,
-  InputEvent: 86,
-  ClipboardData: 87,
-  CodecSelect: 88,
-  CursorVisibility: 89,
-  ThumbnailRequest: 90,
-  Thumbnail: 91,
-  DirListRequest: 96,
-  DirListResult: 97,
-  DownloadRequest: 98,
-  UploadBegin: 99,
-  FileChunk: 100,
-  FileTransferEnd: 101,
-  Reboot: 112,
-  SecureAttention: 114,
-});
-
 export const HEADER_BYTES = 10;
 /** Largest payload that the machine accepts in one envelope. */
 export const MAX_SENT_PAYLOAD = 0x800000;

@@ -1,5 +1,5 @@
 // A session's picture: which codec is wanted, which one comes, and the player that shows it.
-import { Msg } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
 import { H264Player } from './h264_player.js';
 import { playsH264 } from './h264_probe.js';
 import { JpegPlayer } from './jpeg_player.js';

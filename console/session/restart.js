@@ -1,6 +1,6 @@
 // Restarting the machine: the question before it, and what is said until the machine is back.
 import { byId } from '../base/dom.js';
-import { Msg } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
 import { texts } from '../base/texts.js';
 
 /** The machine answers nothing. One that is still there after this long has refused, or somebody there has. */

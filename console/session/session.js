@@ -3,7 +3,8 @@
 import { attachClipboard } from '../clipboard/clipboard.js';
 import { Displays } from './displays.js';
 import { byId } from '../base/dom.js';
-import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from '../link/envelope.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
 import { attachFiles } from '../files/files.js';
 import { Hands } from '../input/remote_input.js';
 import { inSentence, nameOf } from '../base/names.js';

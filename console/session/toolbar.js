@@ -1,6 +1,6 @@
 // The session's toolbar, the picture's place on the page and the status line.
 import { byId, make } from '../base/dom.js';
-import { Msg } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
 import { fit } from '../input/geometry.js';
 import { wholeRoundTrip } from '../base/status.js';
 import { texts } from '../base/texts.js';

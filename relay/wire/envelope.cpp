@@ -33,42 +33,13 @@ std::shared_ptr<const Bytes> json_envelope(Msg type, std::uint32_t session, std:
 }
 
 bool flows_to_agent(Msg type) {
-  switch (type) {
-    case Msg::StreamStart:
-    case Msg::StreamStop:
-    case Msg::KeyframeRequest:
-    case Msg::MonitorSelect:
-    case Msg::InputEvent:
-    case Msg::ClipboardData:
-    case Msg::CodecSelect:
-    case Msg::CursorVisibility:
-    case Msg::ThumbnailRequest:
-    case Msg::DirListRequest:
-    case Msg::DownloadRequest:
-    case Msg::UploadBegin:
-    case Msg::FileChunk:
-    case Msg::FileTransferEnd:
-    case Msg::Reboot:
-    case Msg::SecureAttention:
-      return true;
-    default:
-      return false;
-  }
+  const MessageRule* rule = find_rule(type);
+  return rule && rule->scope == Scope::Session && rule->to_agent();
 }
 
 bool flows_to_browser(Msg type) {
-  switch (type) {
-    case Msg::StreamConfig:
-    case Msg::StreamFrame:
-    case Msg::ClipboardData:
-    case Msg::Thumbnail:
-    case Msg::DirListResult:
-    case Msg::FileChunk:
-    case Msg::FileTransferEnd:
-      return true;
-    default:
-      return false;
-  }
+  const MessageRule* rule = find_rule(type);
+  return rule && rule->scope == Scope::Session && rule->from_agent();
 }
 
 nlohmann::json agent_json(const Bytes& message) {

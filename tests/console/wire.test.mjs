@@ -1,7 +1,8 @@
 // The console's bytes, exactly as the machine's link has them.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from '../../console/link/envelope.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../console/link/envelope.js';
+import { Msg } from '../../console/link/messages.js';
 import { fit, toWire, WheelMeter } from '../../console/input/geometry.js';
 import * as input from '../../console/input/events.js';
 import { isDrawable, jpegSize } from '../../console/picture/jpeg.js';

@@ -1,10 +1,10 @@
 // A machine for a test: speaks the agent's wire to a relay, records what it is sent and answers as the test says.
 import WebSocket from 'ws';
-import { decodeEnvelope, encodeEnvelope, encodeJson, Msg, readJson } from '../../../console/link/envelope.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../../console/link/envelope.js';
+import { LinkMsg, Msg } from '../../../console/link/messages.js';
 import { until } from './waiting.mjs';
 
-export const AgentMsg = Object.freeze({ Hello: 1, Error: 3, Heartbeat: 4, Enroll: 16, EnrollResult: 17, Login: 18,
-  LoginResult: 19, NameUpdate: 20, SessionRequest: 65, SessionAccept: 67, SessionReject: 68, SessionEnd: 70, ...Msg });
+export const AgentMsg = Object.freeze({ ...LinkMsg, ...Msg });
 
 const EVENT_BYTES = [0, 5, 3, 3, 7];
 
