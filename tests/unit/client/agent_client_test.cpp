@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "unit/client/link_fixture.h"
+#include "unit/support/link_fixture.h"
 #include "wire/json.h"
 
 namespace vlk::agent {

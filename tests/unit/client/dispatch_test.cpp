@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "unit/client/link_fixture.h"
+#include "unit/support/link_fixture.h"
 
 namespace vlk::agent {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "support/bytes/file_requests.h"
 #include "support/temp_folder.h"
-#include "unit/client/link_fixture.h"
+#include "unit/support/link_fixture.h"
 #include "wire/json.h"
 
 namespace vlk::agent {

@@ -8,7 +8,7 @@
 
 #include "net/tls_connection.h"
 #include "net/tls_context.h"
-#include "unit/client/link_fixture.h"
+#include "unit/support/link_fixture.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,5 +1,5 @@
 // The shared fixture's bodies.
-#include "unit/client/link_fixture.h"
+#include "unit/support/link_fixture.h"
 
 #include <algorithm>
 
