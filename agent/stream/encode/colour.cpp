@@ -68,8 +68,9 @@ VLK_SSSE3 inline void Store(std::uint8_t* to, __m128i value) {
 
 // One coefficient for each byte of a pixel, in the order of memory.
 VLK_SSSE3 inline __m128i Coefficients(int first, int second, int third, int fourth = 0) {
-  return _mm_set1_epi32(static_cast<int>((first & 0xFFu) | (second & 0xFFu) << 8 | (third & 0xFFu) << 16 |
-                                         (fourth & 0xFFu) << 24));
+  const auto byte = [](int value) { return std::uint32_t{static_cast<std::uint8_t>(value)}; };
+  return _mm_set1_epi32(
+      static_cast<int>(byte(first) | byte(second) << 8 | byte(third) << 16 | byte(fourth) << 24));
 }
 
 // (sum + 128) >> 8 of signed words.

@@ -1,0 +1,34 @@
+// Checks in debug builds that an object is used on one thread only. Release builds (NDEBUG) contain nothing
+// of it.
+#pragma once
+
+#ifndef NDEBUG
+#include <cassert>
+#include <thread>
+#endif
+
+namespace vlk {
+
+// Declared as a member with [[no_unique_address]], so that it takes no room in release builds.
+class ThreadChecker {
+ public:
+#ifdef NDEBUG
+  void rebind() {}
+  void check() const {}
+#else
+  // The calling thread becomes the only one allowed, as at construction.
+  void rebind() {
+    owner_ = std::this_thread::get_id();
+  }
+
+  // Ends the program with a message when called on another thread.
+  void check() const {
+    assert(std::this_thread::get_id() == owner_ && "used on another thread than its own");
+  }
+
+ private:
+  std::thread::id owner_ = std::this_thread::get_id();
+#endif
+};
+
+}  // namespace vlk
