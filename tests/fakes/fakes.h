@@ -15,6 +15,11 @@
 #include "stream/capture/monitors.h"
 #include "system/session_launcher.h"
 
+// Definition of the fake platform; the tests make them.
+struct vlk::agent::StopEvent {
+  std::string name;
+};
+
 namespace vantelink_fakes {
 
 // The answers. Unset callables stand for the plain case, told beside each.

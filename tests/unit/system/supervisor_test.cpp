@@ -31,8 +31,8 @@ class Supervisor : public testing::Test {
   }
 
   Lines run() {
-    std::string stop = "stop";
-    supervise(&stop);
+    StopEvent stop{"stop"};
+    supervise(stop);
     return vantelink_fakes::journal();
   }
   void then(Wake wake) {
