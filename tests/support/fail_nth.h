@@ -26,17 +26,18 @@ class FailNth {
 };
 
 // Calls run(fail) with the first call failing, then the second, and so on. Ends after the first run that
-// makes fewer calls than the number that was to fail: that run saw no failure. A run that needs more than
-// `most` repetitions fails the test.
+// makes fewer calls than the number that was to fail: that run saw no failure. Returns that number. A run
+// that needs more than `most` repetitions fails the test.
 template <typename Run>
-void fail_each_call(Run run, int most = 500) {
+int fail_each_call(Run run, int most = 500) {
   for (int nth = 1; nth <= most; ++nth) {
     const testing::ScopedTrace trace(__FILE__, __LINE__, "call " + std::to_string(nth) + " fails");
     FailNth fail(nth);
     run(fail);
-    if (testing::Test::HasFatalFailure() || !fail.reached()) return;
+    if (testing::Test::HasFatalFailure() || !fail.reached()) return nth;
   }
-  FAIL() << "the run still makes more than " << most << " calls";
+  ADD_FAILURE() << "the run still makes more than " << most << " calls";
+  return most;
 }
 
 }  // namespace vantelink_test
