@@ -12,7 +12,8 @@ TEST(Text, EveryLengthOfSequenceGoesThereAndBack) {
   EXPECT_EQ(WideToUtf8(Utf8ToWide(text)), text);
   EXPECT_EQ(Utf8ToWide(""), L"");
   EXPECT_EQ(WideToUtf8(L""), "");
-  for (const char32_t point : {0x7F, 0x80, 0x7FF, 0x800, 0xD7FF, 0xE000, 0xFFFF, 0x10000, 0x10FFFF}) {
+  for (const char32_t point :
+       {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xD7FFu, 0xE000u, 0xFFFFu, 0x10000u, 0x10FFFFu}) {
     const std::wstring wide(1, static_cast<wchar_t>(point));
     EXPECT_EQ(Utf8ToWide(WideToUtf8(wide)), wide) << static_cast<std::uint32_t>(point);
   }
