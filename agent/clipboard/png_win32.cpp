@@ -1,4 +1,4 @@
-// PNG files and bitmaps.
+// Converts between PNG files and clipboard bitmaps.
 #include "clipboard/png_win32.h"
 
 #include <cstring>
@@ -16,8 +16,8 @@ namespace gdip = Gdiplus::DllExports;
 
 constexpr std::size_t kBytesPerPixel = 4;
 
-// A picture's pixels, blue, green, red, alpha, for as long as the object lives. Must die before the picture.
-class LockedPixels {
+// Locks a picture's pixels: blue, green, red, alpha. Must be destroyed before the picture.
+class [[nodiscard]] LockedPixels {
  public:
   LockedPixels(Gdiplus::GpBitmap* bitmap, UINT width, UINT height) : bitmap_(bitmap) {
     const Gdiplus::Rect all(0, 0, static_cast<INT>(width), static_cast<INT>(height));

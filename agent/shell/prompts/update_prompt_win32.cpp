@@ -22,7 +22,7 @@ constexpr int kSkip = 103;
 
 static_assert(sizeof(TASKDIALOGCONFIG) == 160);
 
-// The button that ended the dialog; no value if it could not be shown.
+// The button that closed the dialog; no value if the dialog could not be shown.
 [[nodiscard]] std::optional<int> ask(HWND parent, const UpdateOffer& offer) {
   const UiTexts& texts = ui_texts();
   const std::wstring content = std::wstring(texts.update_body) + L"  (" + Utf8ToWide(offer.version) + L")";

@@ -123,6 +123,7 @@ ScreenCapturer::~ScreenCapturer() {
 }
 
 bool ScreenCapturer::Open(std::int32_t monitor_index) {
+  worker_thread_.check();
   Close();
   ComPtr<IDXGIFactory1> factory;
   if (FAILED(CreateDXGIFactory1(IID_PPV_ARGS(factory.ReleaseAndGetAddressOf())))) return false;
@@ -152,6 +153,7 @@ bool ScreenCapturer::Open(std::int32_t monitor_index) {
 }
 
 void ScreenCapturer::Close() {
+  worker_thread_.check();
   if (state_->duplication) {
     state_->ReleaseHeldFrame();
     state_->duplication.Reset();
@@ -164,6 +166,7 @@ void ScreenCapturer::Close() {
 }
 
 bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms) {
+  worker_thread_.check();
   if (!state_->duplication) return false;
   state_->ReleaseHeldFrame();
 
@@ -189,6 +192,7 @@ bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms
 }
 
 bool ScreenCapturer::CaptureGdi(CapturedFrame& frame) {
+  worker_thread_.check();
   const int width = state_->width != 0 ? state_->width : GetSystemMetrics(SM_CXSCREEN);
   const int height = state_->height != 0 ? state_->height : GetSystemMetrics(SM_CYSCREEN);
 

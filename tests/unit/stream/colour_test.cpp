@@ -149,11 +149,11 @@ TEST_P(BothForms, LastPairOfAnOddRowReachesIntoTheNextRowAndIsOverwrittenThere) 
 }
 
 TEST(Colour, RoomHoldsEverythingThatIsWritten) {
-  EXPECT_EQ(ChromaRoom(4, 4), 4u * 2 + 1);
-  EXPECT_EQ(ChromaRoom(3, 3), 3u * 2 + 1);
-  EXPECT_EQ(ChromaRoom(4, 5), 4u * 3 + 1);
-  EXPECT_EQ(ChromaRoom(5, 1), 6u);
-  EXPECT_EQ(ChromaRoom(65535, 65535), std::size_t{65535} * 32768 + 1);
+  EXPECT_EQ(ChromaCapacity(4, 4), 4u * 2 + 1);
+  EXPECT_EQ(ChromaCapacity(3, 3), 3u * 2 + 1);
+  EXPECT_EQ(ChromaCapacity(4, 5), 4u * 3 + 1);
+  EXPECT_EQ(ChromaCapacity(5, 1), 6u);
+  EXPECT_EQ(ChromaCapacity(65535, 65535), std::size_t{65535} * 32768 + 1);
 }
 
 TEST(Colour, EveryWidthHeightStrideAndAddressEqualsThePlainForm) {

@@ -46,19 +46,19 @@ TEST(H264Format, PictureHasThreeHalvesOfItsPixels) {
 }
 
 TEST(H264Format, RoomHoldsWhatTheConversionReachesAndWhatTheEncoderIsHanded) {
-  EXPECT_EQ(Nv12Room(4, 4), 4u * 4 + 4 * 2 + 1);
-  EXPECT_EQ(Nv12Room(3, 3), 3u * 3 + 3 * 2 + 1);
+  EXPECT_EQ(Nv12Capacity(4, 4), 4u * 4 + 4 * 2 + 1);
+  EXPECT_EQ(Nv12Capacity(3, 3), 3u * 3 + 3 * 2 + 1);
   for (std::int32_t width = 0; width <= 9; ++width) {
     for (std::int32_t height = 0; height <= 9; ++height)
-      EXPECT_GE(Nv12Room(width, height), Nv12Size(width, height)) << width << " by " << height;
+      EXPECT_GE(Nv12Capacity(width, height), Nv12Size(width, height)) << width << " by " << height;
   }
 }
 
 TEST(H264Format, PictureWithoutAnAreaNeedsNoRoom) {
-  EXPECT_EQ(Nv12Room(0, 10), 0u);
-  EXPECT_EQ(Nv12Room(10, 0), 0u);
-  EXPECT_EQ(Nv12Room(-2, 10), 0u);
-  EXPECT_EQ(Nv12Room(std::numeric_limits<std::int32_t>::min(), -1), 0u);
+  EXPECT_EQ(Nv12Capacity(0, 10), 0u);
+  EXPECT_EQ(Nv12Capacity(10, 0), 0u);
+  EXPECT_EQ(Nv12Capacity(-2, 10), 0u);
+  EXPECT_EQ(Nv12Capacity(std::numeric_limits<std::int32_t>::min(), -1), 0u);
 }
 
 }  // namespace
