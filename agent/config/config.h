@@ -32,7 +32,7 @@ struct ServerAddress {
 [[nodiscard]] ServerAddress server_address(const AgentConfig& config);
 
 // The stored settings, with defaults for missing values. Cannot fail.
-[[nodiscard]] AgentConfig load_config();
+AgentConfig load_config();
 
 // Writes all five stored values. A failure is ignored.
 void save_config(const AgentConfig& config);

@@ -12,7 +12,7 @@
 
 namespace vlk::agent {
 
-// A payload in wParam lies on the heap and belongs to the window procedure once it is posted. The procedure
+// A payload in wParam is on the heap and belongs to the window procedure once it is posted. The procedure
 // ignores a null payload.
 enum : UINT {
   WM_AGENT_STATUS = WM_APP + 1,  // wParam: Status, lParam: count of representatives

@@ -4,10 +4,10 @@
 namespace vlk::agent {
 
 // Whether the entry exists, whatever it starts.
-[[nodiscard]] bool autostart_exists();
+bool autostart_exists();
 
 // Writes the entry with this executable's present path, replacing an earlier one. True if it was written.
-[[nodiscard]] bool add_autostart();
+bool add_autostart();
 
 // Removes the entry if it exists. Always true.
 bool remove_autostart();

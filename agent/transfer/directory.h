@@ -9,7 +9,7 @@ namespace vlk::agent {
 
 // The folder's entries, or the drives if `path` is empty, with the unchanged path and the parent folder's
 // path. A folder that cannot be read has no entries. Blocks for as long as the disk takes.
-[[nodiscard]] std::string ListDirectory(std::string_view path);
+std::string ListDirectory(std::string_view path);
 
 // The parts of a listing that need no disk.
 

@@ -49,7 +49,7 @@ class [[nodiscard]] VLK_THREAD_ANNOTATION(scoped_lockable) MutexLock {
 
 class ConditionVariable {
  public:
-  // Unlocks the mutex while it waits for a notification. May return without one, so it stands in a loop that
+  // Unlocks the mutex while it waits for a notification. May return without one, so callers use a loop that
   // checks the condition.
   void wait(Mutex& mutex) VLK_REQUIRES(mutex) {
     std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);

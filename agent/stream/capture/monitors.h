@@ -37,6 +37,6 @@ struct ThumbnailSize {
 std::vector<MonitorInfo> EnumerateMonitors();
 
 // A thumbnail of each monitor. `max_dimension` limits the longer side, in pixels.
-[[nodiscard]] std::vector<MonitorThumbnail> CaptureThumbnails(std::int32_t max_dimension);
+std::vector<MonitorThumbnail> CaptureThumbnails(std::int32_t max_dimension);
 
 }  // namespace vlk::agent

@@ -52,7 +52,7 @@ TEST_F(LinkTest, EnrolsWithoutAWholeIdentity) {
   }
 }
 
-TEST_F(LinkTest, WaitsDoubleUpToThirtySecondsWhileNoServerAnswers) {
+TEST_F(LinkTest, RetryDelayDoublesUpToThirtySecondsWithoutAServer) {
   std::uint16_t dead_port = 0;
   {
     const ScriptedServer gone(authority());
@@ -66,7 +66,7 @@ TEST_F(LinkTest, WaitsDoubleUpToThirtySecondsWhileNoServerAnswers) {
   ASSERT_TRUE(clock.wait_for_sleeps(9));
   EXPECT_EQ(clock.sleeps(),
             (std::vector<std::int64_t>{500, 1000, 2000, 4000, 8000, 16000, 30000, 30000, 30000}));
-  // The last wait is still on, and only its end lets the thread go.
+  // stop() waits until the present delay has ended.
   const std::future<void> stopped = std::async(std::launch::async, [this] { client_->stop(); });
   EXPECT_EQ(stopped.wait_for(Milliseconds(100)), std::future_status::timeout);
   clock.release();
@@ -76,13 +76,13 @@ TEST_F(LinkTest, WaitsDoubleUpToThirtySecondsWhileNoServerAnswers) {
             (Lines{"status 1 0", "status 0 0", "status 1 0", "status 0 0"}));
 }
 
-TEST_F(LinkTest, DelayResetsOnlyBehindTheFirstWaitAfterAnUpgrade) {
+TEST_F(LinkTest, RetryDelayResetsOnlyAfterTheFirstWaitAfterAnUpgrade) {
   ScriptedServer server(authority());
   RecordedClock clock(6);
   make_client(server, true, clock.clock());
   client_->start();
   for (int i = 0; i < 3; ++i)
-    server.accept()->abort();  // three failures: 500, 1000, 2000
+    server.accept()->abort();  // three failed attempts: 500, 1000, 2000
   for (int i = 0; i < 3; ++i)
     server.accept_upgraded()->close();  // waits 4000, then 500, 500
   ASSERT_TRUE(clock.wait_for_sleeps(6));
@@ -92,7 +92,7 @@ TEST_F(LinkTest, DelayResetsOnlyBehindTheFirstWaitAfterAnUpgrade) {
   clock.release();
 }
 
-TEST_F(LinkTest, StartTwiceMakesOneConnection) {
+TEST_F(LinkTest, SecondStartMakesNoSecondConnection) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -114,7 +114,7 @@ TEST_F(LinkTest, RefusedUpgradeEndsTheAttempt) {
   ASSERT_TRUE(log_.wait_for("status 0 0"));
 }
 
-TEST_F(LinkTest, DigitsInAHeaderAndAResponseInPiecesAreAnUpgrade) {
+TEST_F(LinkTest, Digits101InAHeaderCountAsAnUpgradeAlsoByteByByte) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -128,7 +128,7 @@ TEST_F(LinkTest, DigitsInAHeaderAndAResponseInPiecesAreAnUpgrade) {
   EXPECT_TRUE(log_.wait_for("status 1 0", 2)) << "hello and login were sent";
 }
 
-TEST_F(LinkTest, StopEndsEveryPhase) {
+TEST_F(LinkTest, StopEndsTheConnectionInEveryPhase) {
   enum Phase { kBeforeHandshake, kBeforeUpgrade, kInUpgrade, kBeforeLogin, kOnline, kStreaming, kPhases };
   for (int phase = 0; phase < kPhases; ++phase) {
     ScriptedServer server(authority());
@@ -149,7 +149,7 @@ TEST_F(LinkTest, StopEndsEveryPhase) {
       peer->read_until(Msg::StreamFrame);
     }
     std::thread stopper([this] { client_->stop(); });
-    // A handshake may have to end by itself: stop() need not know the socket yet.
+    // stop() may not know the socket yet, so the server ends the handshake.
     if (phase == kBeforeHandshake) peer->abort();
     stopper.join();
     client_.reset();
@@ -157,7 +157,7 @@ TEST_F(LinkTest, StopEndsEveryPhase) {
   }
 }
 
-TEST_F(LinkTest, ReconnectsManyTimesWithSendersAtWork) {
+TEST_F(LinkTest, ReconnectsManyTimesWhileAnotherThreadSends) {
   ScriptedServer server(authority());
   RecordedClock clock;
   make_client(server, true, clock.clock());

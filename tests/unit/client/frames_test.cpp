@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST_F(LinkTest, MessageBehindTheResponseIsHeardWithTheNextBytes) {
+TEST_F(LinkTest, MessageAfterTheUpgradeResponseIsHandledWithTheNextBytes) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -38,7 +38,7 @@ TEST_F(LinkTest, AnswersPingsAndHeartbeatsWithTheSameBytes) {
   EXPECT_EQ(text_of(echo), "beat");
 }
 
-TEST_F(LinkTest, FramesThatAreNoEnvelopeAreDroppedAndTheConnectionStays) {
+TEST_F(LinkTest, FramesWithoutAnEnvelopeAreIgnored) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   std::string bytes("\x04\x00\x00\x00\x00\x00\x00\x00\x00\x05hello", 15);
@@ -50,7 +50,7 @@ TEST_F(LinkTest, FramesThatAreNoEnvelopeAreDroppedAndTheConnectionStays) {
   EXPECT_EQ(text_of(peer->read_envelope()), "hello");
 }
 
-TEST_F(LinkTest, CloseFrameEndsTheConnectionWithoutOneInAnswer) {
+TEST_F(LinkTest, CloseFrameEndsTheConnectionWithoutACloseFrameInReply) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   peer->send_frame(kWsClose, "\x03\xE8");
@@ -61,7 +61,7 @@ TEST_F(LinkTest, CloseFrameEndsTheConnectionWithoutOneInAnswer) {
   EXPECT_EQ(again->read_envelope().type, 1);
 }
 
-TEST_F(LinkTest, BrokenFramingEndsTheConnection) {
+TEST_F(LinkTest, InvalidFramingEndsTheConnection) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   peer->send(std::string_view("\x82\x7F\x00\x00\x00\x00\x01\x00\x00\x01", 10));
@@ -72,7 +72,7 @@ TEST_F(LinkTest, BrokenFramingEndsTheConnection) {
   EXPECT_TRUE(again->wait_closed());
 }
 
-TEST_F(LinkTest, RandomBytesBehindTheUpgradeNeverStallIt) {
+TEST_F(LinkTest, RandomBytesAfterTheUpgradeNeverBlockTheClient) {
   ScriptedServer server(authority());
   RecordedClock clock;  // no pause between two attempts
   make_client(server, true, clock.clock());

@@ -13,11 +13,11 @@ namespace {
 TEST_F(LinkTest, NameChangeReachesTheServerAndTheNextLogin) {
   ScriptedServer server(authority());
   make_client(server);
-  client_->set_display_name("nobody hears this");
+  client_->set_display_name("name before the start");
   EXPECT_TRUE(log_.lines().empty());
   client_->start();
   auto peer = server.accept_upgraded();
-  EXPECT_NE(text_of(peer->read_until(Msg::Login)).find("nobody hears this"), std::string::npos);
+  EXPECT_NE(text_of(peer->read_until(Msg::Login)).find("name before the start"), std::string::npos);
   client_->set_display_name("Ægir");
   const Envelope update = peer->read_until(Msg::NameUpdate);
   EXPECT_EQ(text_of(update), R"({"name":"Ægir"})");
@@ -37,7 +37,7 @@ TEST_F(LinkTest, SendsAreLostWithoutAConnection) {
   EXPECT_FALSE(client_->send_text(Msg::Heartbeat, 0, "z"));
 }
 
-TEST_F(LinkTest, ClipboardGoesOnlyToAStreamingSession) {
+TEST_F(LinkTest, ClipboardContentIsSentOnlyToAStreamingSession) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   client_->send_clipboard(reinterpret_cast<const unsigned char*>("a"), 1);
@@ -50,7 +50,7 @@ TEST_F(LinkTest, ClipboardGoesOnlyToAStreamingSession) {
   EXPECT_EQ(text_of(clip), "b");
 }
 
-TEST_F(LinkTest, EightSendersAtOnceKeepTheirMessagesWhole) {
+TEST_F(LinkTest, MessagesOfEightSendersDoNotMix) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   constexpr int kSenders = 8, kMessages = 60;
@@ -77,18 +77,18 @@ TEST_F(LinkTest, EightSendersAtOnceKeepTheirMessagesWhole) {
     sender.join();
 }
 
-TEST_F(LinkTest, ReaderGoesOnWhileAWriterIsBlocked) {
+TEST_F(LinkTest, ReaderContinuesWhileAWriterIsBlocked) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   peer->send_envelope(Msg::LoginResult, 0, "");
   ASSERT_TRUE(log_.wait_for("status 2 0"));
   std::atomic<bool> written{false};
   std::thread writer([&] {
-    const std::string large(32 << 20, 'x');  // more than the sockets' buffers hold
+    const std::string large(32 << 20, 'x');  // more than the buffers of the sockets
     client_->send_text(Msg::FileChunk, 1, large);
     written = true;
   });
-  // Nobody reads the large message; what the server says is heard all the same.
+  // Nothing reads the large message, but the client still reads the server's messages.
   for (int i = 2; i < 20; ++i) {
     peer->send_envelope(Msg::LoginResult, 0, "");
     ASSERT_TRUE(log_.wait_for("status 2 0", static_cast<std::size_t>(i)));

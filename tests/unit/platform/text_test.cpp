@@ -1,4 +1,5 @@
-// Conversion of text on hosts with whole code points: every length of sequence, and every way to spoil one.
+// Text conversion on hosts whose wide characters are code points: sequences of every length, valid and
+// malformed.
 #include "platform/text.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +7,7 @@
 namespace vlk {
 namespace {
 
-TEST(Text, EveryLengthOfSequenceGoesThereAndBack) {
+TEST(Text, SequencesOfEveryLengthConvertBothWays) {
   const std::string text("a\0þ€😀", 11);
   EXPECT_EQ(Utf8ToWide(text), std::wstring(L"a\0þ€😀", 5));
   EXPECT_EQ(WideToUtf8(Utf8ToWide(text)), text);
@@ -19,13 +20,13 @@ TEST(Text, EveryLengthOfSequenceGoesThereAndBack) {
   }
 }
 
-TEST(Text, MalformedInputIsReplacedAndReadingGoesOn) {
+TEST(Text, MalformedInputIsReplacedAndTheRestConverted) {
   for (const char* bytes : {"\x80", "\xFF", "\xC3", "\xC0\x80", "\xE2\x82", "\xE0\x80\x80", "\xED\xA0\x80",
                             "\xF5\x80", "\xF4\x90\x80\x80", "\xF0\x80\x80\x80"}) {
     const std::wstring wide = Utf8ToWide(std::string(bytes) + "x");
     EXPECT_EQ(wide.front(), L'\xFFFD') << bytes;
     EXPECT_EQ(wide.back(), L'x') << bytes;
-    EXPECT_EQ(Utf8ToWide(bytes).back(), L'\xFFFD') << "at the end";
+    EXPECT_EQ(Utf8ToWide(bytes).back(), L'\xFFFD') << "malformed at the end";
   }
   const std::wstring surrogate(1, static_cast<wchar_t>(0xD800));
   EXPECT_EQ(WideToUtf8(surrogate), "\xEF\xBF\xBD");

@@ -11,7 +11,7 @@ using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 using StreamCaptureTest = RecordingFixture;
 
-TEST_F(StreamCaptureTest, FirstFrameFollowsItsAnnouncement) {
+TEST_F(StreamCaptureTest, FirstFrameFollowsItsConfiguration) {
   with_duplication(640, 480);
   with_encoder();
   Run(1);
@@ -26,7 +26,7 @@ TEST_F(StreamCaptureTest, FirstFrameFollowsItsAnnouncement) {
   EXPECT_EQ(sent_[1].session, kSession);
 }
 
-TEST_F(StreamCaptureTest, FailedOpenClearsTheInputRectangleAndStreamsByGdiWithARetryEachTime) {
+TEST_F(StreamCaptureTest, FailedOpenClearsTheInputRectangleAndUsesGdiWithARetryPerFrame) {
   Run(3);
   EXPECT_EQ(vantelink_fakes::journal()[1], "SetActiveMonitorRect 0 0 0 0");
   EXPECT_EQ(count("AcquireFrame 66"), 0u);
@@ -45,7 +45,7 @@ TEST_F(StreamCaptureTest, OpenThatSucceedsOnRetryIsUsedFromTheNextIteration) {
   EXPECT_EQ(count("Open 0"), 2u);
 }
 
-TEST_F(StreamCaptureTest, StillScreenSendsAtOnceAndThenOnceASecond) {
+TEST_F(StreamCaptureTest, UnchangedScreenIsSentAtOnceAndThenOnceASecond) {
   with_duplication(640, 480);
   changing_ = false;
   settings_.max_fps = 10;
@@ -58,11 +58,11 @@ TEST_F(StreamCaptureTest, StillScreenSendsAtOnceAndThenOnceASecond) {
   EXPECT_EQ(stamp(frames()[1]), 1000000u);
 }
 
-TEST_F(StreamCaptureTest, LostDuplicationIsNeverOpenedAgainUntilTheMonitorChanges) {
+TEST_F(StreamCaptureTest, LostDuplicationIsReopenedOnlyWhenTheMonitorChanges) {
   with_duplication(640, 480);
   settings_.max_fps = 10;
   Run(1);
-  changing_ = false;  // what a lost duplication answers from now on
+  changing_ = false;  // from now on the duplication is lost
   Run(40);
   EXPECT_EQ(count("Open 0"), 1u);
   EXPECT_EQ(count("CaptureGdi"), 4u) << "about one frame a second";
@@ -92,7 +92,7 @@ TEST_F(StreamCaptureTest, NeverPausesAboveAThousandFramesASecond) {
   EXPECT_TRUE(pauses_.empty());
 }
 
-TEST_F(StreamCaptureTest, SlowSendShortensThePauseAndALongerOneSkipsIt) {
+TEST_F(StreamCaptureTest, SlowSendShortensThePauseAndASlowerOneSkipsIt) {
   settings_.max_fps = 10;
   send_time_ = 40 * kMillisecond + kMillisecond / 2;
   Run(1);
@@ -111,7 +111,7 @@ TEST_F(StreamCaptureTest, SelectingThePresentMonitorDoesNothing) {
   EXPECT_EQ(count("Open 0"), 1u);
 }
 
-TEST_F(StreamCaptureTest, MonitorOfTheSameSizeIsAnnouncedAndStartsAnewWithAKeyFrame) {
+TEST_F(StreamCaptureTest, AnotherMonitorOfTheSameSizeIsConfiguredAgainWithAKeyFrame) {
   with_duplication(640, 480);
   with_encoder();
   Run(2);
@@ -124,7 +124,7 @@ TEST_F(StreamCaptureTest, MonitorOfTheSameSizeIsAnnouncedAndStartsAnewWithAKeyFr
   EXPECT_EQ(configs().back(), R"({"codec":"h264","w":640,"h":480,"monitor_id":1})");
 }
 
-TEST_F(StreamCaptureTest, MonitorThatCannotBeOpenedKeepsTheOldRectangleButIsNamed) {
+TEST_F(StreamCaptureTest, MonitorThatCannotBeOpenedKeepsTheOldRectangleAndIsInTheConfiguration) {
   with_duplication(640, 480);
   Run(1);
   script().open = [](std::int32_t) { return false; };
@@ -141,7 +141,7 @@ TEST_F(StreamCaptureTest, HiddenPointerIsNotDrawn) {
   EXPECT_EQ(count("Draw 10 20"), 0u);
 }
 
-TEST_F(StreamCaptureTest, FrameWithoutPixelsIsPassedOver) {
+TEST_F(StreamCaptureTest, FrameWithoutPixelsIsNotSent) {
   script().open = [](std::int32_t) { return true; };
   script().acquire = [](CapturedFrame&) { return true; };
   Run(2);
@@ -158,7 +158,7 @@ TEST_F(StreamCaptureTest, FailedSendCountsAsSent) {
   EXPECT_EQ(frames().size(), 1u);
 }
 
-TEST_F(StreamCaptureTest, StampCountsMicrosecondsFromTheStartInLittleEndian) {
+TEST_F(StreamCaptureTest, TimeStampIsMicrosecondsFromTheStartInLittleEndian) {
   settings_.max_fps = 7;
   Run(3);
   ASSERT_EQ(frames().size(), 3u);
@@ -167,7 +167,7 @@ TEST_F(StreamCaptureTest, StampCountsMicrosecondsFromTheStartInLittleEndian) {
   EXPECT_EQ(stamp(frames()[2]), 284000u);
 }
 
-TEST_F(StreamCaptureTest, TakesDownEncoderThenPointerThenCapture) {
+TEST_F(StreamCaptureTest, DestroysEncoderThenPointerThenCapture) {
   Run(1);
   worker_.reset();
   const Lines lines = vantelink_fakes::journal();

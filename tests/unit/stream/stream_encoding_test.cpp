@@ -11,7 +11,7 @@ using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 using StreamEncodingTest = RecordingFixture;
 
-TEST_F(StreamEncodingTest, EncoderGetsSettingsUnclamped) {
+TEST_F(StreamEncodingTest, EncoderGetsSettingsUnchecked) {
   with_duplication(640, 480);
   with_encoder();
   settings_.max_fps = 0;
@@ -20,7 +20,7 @@ TEST_F(StreamEncodingTest, EncoderGetsSettingsUnclamped) {
   EXPECT_EQ(count("Init 640 480 0 -1"), 1u);
 }
 
-TEST_F(StreamEncodingTest, EncoderThatCannotBeOpenedMeansJpegUntilTheSizeChanges) {
+TEST_F(StreamEncodingTest, JpegIsUsedUntilTheSizeChangesIfTheEncoderCannotBeOpened) {
   script().open = [](std::int32_t) { return true; };
   std::uint32_t width = 640;
   script().acquire = [&](CapturedFrame& frame) { return Fill(frame, width, 480); };
@@ -28,7 +28,7 @@ TEST_F(StreamEncodingTest, EncoderThatCannotBeOpenedMeansJpegUntilTheSizeChanges
   EXPECT_EQ(count("Init 640 480 15 6000000"), 1u);
   EXPECT_EQ(configs(), (Lines{R"({"codec":"mjpeg","w":640,"h":480,"monitor_id":0})"}));
   EXPECT_EQ(count("EncodeJpeg 640 480 2560 70"), 3u);
-  EXPECT_EQ(count("Shutdown"), 0u) << "a session that failed half way is not shut down";
+  EXPECT_EQ(count("Shutdown"), 0u) << "a session that could not be opened is not closed";
   with_encoder();
   width = 800;
   Run(1);
@@ -50,7 +50,7 @@ TEST_F(StreamEncodingTest, SizeChangeReopensTheEncoderAndForcesAKeyFrame) {
   EXPECT_EQ(configs().size(), 2u);
 }
 
-TEST_F(StreamEncodingTest, KeyFrameOnRequestOnceAndEveryTwoSeconds) {
+TEST_F(StreamEncodingTest, KeyFrameComesOnceForARequestAndEveryTwoSeconds) {
   with_duplication(640, 480);
   with_encoder();
   settings_.max_fps = 10;
@@ -68,7 +68,7 @@ TEST_F(StreamEncodingTest, KeyFrameOnRequestOnceAndEveryTwoSeconds) {
   EXPECT_EQ(count("Encode key"), 3u) << "two seconds after the last";
 }
 
-TEST_F(StreamEncodingTest, RequestThatMeetsAForcedFrameForcesTheNextOneToo) {
+TEST_F(StreamEncodingTest, KeyFrameRequestDuringAForcedFrameForcesTheNextFrameToo) {
   with_duplication(640, 480);
   with_encoder();
   settings_.keyframe_requested = true;
@@ -77,7 +77,7 @@ TEST_F(StreamEncodingTest, RequestThatMeetsAForcedFrameForcesTheNextOneToo) {
   EXPECT_EQ(count("Encode"), 1u);
 }
 
-TEST_F(StreamEncodingTest, ForcedFrameWithoutOutputIsLeftToTheInterval) {
+TEST_F(StreamEncodingTest, ForcedFrameWithoutOutputIsRepeatedOnlyByTheInterval) {
   with_duplication(640, 480);
   with_encoder();
   settings_.max_fps = 10;
@@ -87,12 +87,12 @@ TEST_F(StreamEncodingTest, ForcedFrameWithoutOutputIsLeftToTheInterval) {
     return true;
   };
   Run(3);
-  EXPECT_EQ(count("Encode key"), 2u) << "the interval is due still, as nothing came out";
+  EXPECT_EQ(count("Encode key"), 2u) << "the key frame is still due, because there was no output";
   EXPECT_EQ(count("Encode"), 1u);
   EXPECT_EQ(frames().size(), 2u);
 }
 
-TEST_F(StreamEncodingTest, FailedEncodingSendsNothingAndTriesAgain) {
+TEST_F(StreamEncodingTest, FailedEncodingSendsNothingAndTheNextFrameIsEncoded) {
   with_duplication(640, 480);
   with_encoder();
   int calls = 0;
@@ -113,7 +113,7 @@ TEST_F(StreamEncodingTest, FailedJpegSendsNothing) {
   EXPECT_EQ(configs().size(), 1u);
 }
 
-TEST_F(StreamEncodingTest, SwitchToJpegShutsTheSessionAndKeepsARequestForTheReturn) {
+TEST_F(StreamEncodingTest, SwitchToJpegClosesTheEncoderAndKeepsAKeyFrameRequest) {
   with_duplication(640, 480);
   with_encoder();
   Run(1);

@@ -20,7 +20,7 @@ TEST_F(StreamOrderTest, AnIterationTakesItsStepsInOrder) {
   EXPECT_EQ(JournalOf(1), (Lines{"AcquireFrame 66", "Draw 10 20", "Encode", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, AMonitorChangeOpensMapsInputAndEndsTheSessionBeforeTheFrame) {
+TEST_F(StreamOrderTest, MonitorChangeOpensMapsInputAndClosesTheEncoderBeforeTheCapture) {
   Run(1);
   settings_.monitor_id = 2;
   EXPECT_EQ(JournalOf(1),
@@ -29,7 +29,7 @@ TEST_F(StreamOrderTest, AMonitorChangeOpensMapsInputAndEndsTheSessionBeforeTheFr
                    "Encode key", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, ARetriedOpenComesAfterTheCopyMovesThePointerAndLeavesInputAlone) {
+TEST_F(StreamOrderTest, RetriedOpenFollowsTheCopyAndDoesNotMapInput) {
   script().open = [](std::int32_t) { return false; };
   Run(1);
   script().open = [](std::int32_t) { return true; };
@@ -37,7 +37,7 @@ TEST_F(StreamOrderTest, ARetriedOpenComesAfterTheCopyMovesThePointerAndLeavesInp
   EXPECT_EQ(count("SetActiveMonitorRect 10 20 64 48"), 0u);
 }
 
-TEST_F(StreamOrderTest, NegativeMonitorIsAskedForAndNamedAsItIs) {
+TEST_F(StreamOrderTest, NegativeMonitorIsPassedOnUnchanged) {
   script().open = [](std::int32_t index) { return index >= 0; };
   script().init = nullptr;
   settings_.monitor_id = -3;
@@ -46,7 +46,7 @@ TEST_F(StreamOrderTest, NegativeMonitorIsAskedForAndNamedAsItIs) {
   EXPECT_EQ(count(R"(send {"codec":"mjpeg","w":8,"h":4,"monitor_id":-3})"), 1u);
 }
 
-TEST_F(StreamOrderTest, CodecAndMonitorAreReadBeforeTheCaptureAndChangeTheNextIteration) {
+TEST_F(StreamOrderTest, CodecAndMonitorAreReadBeforeTheCapture) {
   Run(1);
   in_acquire_ = [this] {
     settings_.codec = StreamCodec::Mjpeg;
@@ -59,7 +59,7 @@ TEST_F(StreamOrderTest, CodecAndMonitorAreReadBeforeTheCaptureAndChangeTheNextIt
                                  "EncodeJpeg 64 48 256 70", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, EncoderIsOpenedWithTheValuesOfThatMomentButThePauseKeepsItsOwn) {
+TEST_F(StreamOrderTest, EncoderIsOpenedWithValuesReadAfterTheCaptureButThePauseIsNot) {
   in_acquire_ = [this] {
     settings_.max_fps = 5;
     settings_.bitrate = 123;
@@ -82,7 +82,7 @@ TEST_F(StreamOrderTest, PointerQualityAndKeyFrameRequestAreReadAfterTheCapture) 
   EXPECT_EQ(count("EncodeJpeg 64 48 256 31"), 1u);
 }
 
-TEST_F(StreamOrderTest, EachIterationStartsWithAnEmptyFrameInTheLastOnesMemory) {
+TEST_F(StreamOrderTest, EachIterationReusesTheMemoryOfTheLastFrame) {
   const std::uint8_t* memory = nullptr;
   script().acquire = [&](CapturedFrame& frame) {
     EXPECT_TRUE(frame.pixels.empty());
@@ -98,13 +98,13 @@ TEST_F(StreamOrderTest, EachIterationStartsWithAnEmptyFrameInTheLastOnesMemory) 
   EXPECT_EQ(count("send frame"), 3u);
 }
 
-TEST_F(StreamOrderTest, TimeSpentWaitingForAFrameIsNotPausedAgain) {
+TEST_F(StreamOrderTest, PauseIsShorterByTheTimeSpentWaitingForAFrame) {
   in_acquire_ = [this] { time_ += 66 * kMillisecond; };
   Run(3);
   EXPECT_TRUE(pauses_.empty());
 }
 
-TEST_F(StreamOrderTest, ThePictureOfEitherSourceCountsAsANewSize) {
+TEST_F(StreamOrderTest, SizeChangesBetweenDuplicationAndGdiReopenTheEncoder) {
   Run(1);
   script().acquire = [](CapturedFrame&) { return false; };
   time_ += 1000 * kMillisecond;
@@ -113,7 +113,7 @@ TEST_F(StreamOrderTest, ThePictureOfEitherSourceCountsAsANewSize) {
                    R"(send {"codec":"h264","w":8,"h":4,"monitor_id":0})", "Encode key", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, AFrameThatIsOneNanosecondShortOfASecondOldIsNotRefreshed) {
+TEST_F(StreamOrderTest, FrameIsRefreshedAfterExactlyOneSecond) {
   Run(1);
   const std::int64_t sent_at = time_ - 66 * kMillisecond;  // the iteration's start
   script().acquire = [](CapturedFrame&) { return false; };
@@ -123,7 +123,7 @@ TEST_F(StreamOrderTest, AFrameThatIsOneNanosecondShortOfASecondOldIsNotRefreshed
   EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi");
 }
 
-TEST_F(StreamOrderTest, RefreshCountsFromTheIterationThatSentNotFromTheSendsEnd) {
+TEST_F(StreamOrderTest, RefreshIntervalBeginsWithTheIterationThatSent) {
   Run(1);
   settings_.max_fps = 1;
   script().encode = [this](std::vector<std::uint8_t>& out, bool) {
@@ -136,7 +136,7 @@ TEST_F(StreamOrderTest, RefreshCountsFromTheIterationThatSentNotFromTheSendsEnd)
   EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi") << "one second after the start of the iteration that sent";
 }
 
-TEST_F(StreamOrderTest, KeyFrameIsDueAtTwoSecondsToTheNanosecond) {
+TEST_F(StreamOrderTest, KeyFrameIsDueAfterExactlyTwoSeconds) {
   Run(1);
   const std::int64_t keyed_at = time_ - 66 * kMillisecond;
   time_ = keyed_at + 2000 * kMillisecond - 1;
@@ -145,7 +145,7 @@ TEST_F(StreamOrderTest, KeyFrameIsDueAtTwoSecondsToTheNanosecond) {
   EXPECT_EQ(JournalOf(1).at(2), "Encode key");
 }
 
-TEST_F(StreamOrderTest, StampIsTruncatedToMicrosecondsAndLittleEndian) {
+TEST_F(StreamOrderTest, TimeStampIsTruncatedToMicroseconds) {
   Run(1);
   const std::int64_t start = time_ - 66 * kMillisecond;
   time_ = start + 0x0012030405060708 * 1000 + 999;

@@ -112,7 +112,7 @@ TEST_F(Config, FirstRunGivesTheComputerNameAndNoIdentity) {
 }
 
 TEST_F(Config, ALoadCreatesNoKey) {
-  (void)load_config();
+  load_config();
   HKEY key = nullptr;
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kKey, 0, KEY_QUERY_VALUE, &key), ERROR_FILE_NOT_FOUND);
 }
