@@ -30,14 +30,14 @@ inline constexpr std::uint32_t kNoSession = 0xFFFFFFFF;
 // Ends a process at once, without asking it.
 void terminate_process(ChildProcess& process);
 
-enum class Wake {
+enum class WaitResult {
   Stop,        // the stop event is set
   ChildEnded,  // the child has ended, and the stop event is not set
   Neither,     // the time is over, or the wait failed
 };
 
 // Waits for the stop event, and for the end of `child` unless that is null.
-[[nodiscard]] Wake wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child,
-                                          std::uint32_t timeout_ms);
+[[nodiscard]] WaitResult wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child,
+                                                std::uint32_t timeout_ms);
 
 }  // namespace vlk::agent

@@ -72,12 +72,12 @@ void terminate_process(ChildProcess& process) {
   TerminateProcess(process.handle.get(), 0);
 }
 
-Wake wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child, std::uint32_t timeout_ms) {
+WaitResult wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child, std::uint32_t timeout_ms) {
   const HANDLE handles[] = {stop_event.handle.get(), child != nullptr ? child->handle.get() : nullptr};
   const DWORD result = WaitForMultipleObjects(child != nullptr ? 2 : 1, handles, FALSE, timeout_ms);
-  if (result == WAIT_OBJECT_0) return Wake::Stop;
-  if (child != nullptr && result == WAIT_OBJECT_0 + 1) return Wake::ChildEnded;
-  return Wake::Neither;
+  if (result == WAIT_OBJECT_0) return WaitResult::Stop;
+  if (child != nullptr && result == WAIT_OBJECT_0 + 1) return WaitResult::ChildEnded;
+  return WaitResult::Neither;
 }
 
 }  // namespace vlk::agent

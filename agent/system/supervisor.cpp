@@ -29,13 +29,13 @@ void supervise(StopEvent& stop_event) {
       session = current;  // even if the launch failed
     }
     switch (wait_for_stop_or_child(stop_event, child.get(), kPollInterval)) {
-      case Wake::Stop:
+      case WaitResult::Stop:
         end_child(std::move(child));
         return;
-      case Wake::ChildEnded:
+      case WaitResult::ChildEnded:
         child.reset();
         break;
-      case Wake::Neither:
+      case WaitResult::Neither:
         break;
     }
   }

@@ -36,10 +36,10 @@ void terminate_process(ChildProcess& process) {
   note("terminate " + process.name);
 }
 
-Wake wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child, std::uint32_t timeout_ms) {
+WaitResult wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child, std::uint32_t timeout_ms) {
   note("wait " + stop_event.name + (child != nullptr ? " or " + child->name : "") + ' ' +
        std::to_string(timeout_ms));
-  return script().wait ? script().wait() : Wake::Stop;
+  return script().wait ? script().wait() : WaitResult::Stop;
 }
 
 }  // namespace vlk::agent

@@ -39,7 +39,7 @@ struct Script {
   bool simulate_reboot = true;
   std::function<std::uint32_t()> console_session;  // 1
   std::function<std::string()> launch;             // "child"; an empty name: nothing was started
-  std::function<vlk::agent::Wake()> wait;          // Stop
+  std::function<vlk::agent::WaitResult()> wait;    // Stop
 };
 
 void reset();          // only while no other thread uses the fakes

@@ -2,7 +2,9 @@
 // of it.
 #pragma once
 
-#ifndef NDEBUG
+#ifdef NDEBUG
+#include <type_traits>
+#else
 #include <cassert>
 #include <thread>
 #endif
@@ -30,5 +32,9 @@ class ThreadChecker {
   std::thread::id owner_ = std::this_thread::get_id();
 #endif
 };
+
+#ifdef NDEBUG
+static_assert(std::is_empty_v<ThreadChecker>);
+#endif
 
 }  // namespace vlk
