@@ -48,7 +48,7 @@ class ClipFilePacker {
 
  private:
   std::vector<std::uint8_t> records_;
-  std::uint64_t total_ = 0;  // bytes of the files alone
+  std::uint64_t total_ = 0;  // bytes of all added files, without their names
   std::uint32_t packed_ = 0;
 };
 

@@ -92,7 +92,7 @@ std::vector<std::uint8_t> EncodeClipboardDibAsPng() {
   const LockedGlobal memory(dib);
   if (memory.get() == nullptr) return {};
   const auto& info = *static_cast<const BITMAPINFO*>(memory.get());
-  // Nothing is checked against the size of the memory: the header is the local program's word.
+  // The sizes in the header come from a local program and are not checked against the size of the memory.
   const std::size_t offset = BitmapPixelOffset({info.bmiHeader.biSize, info.bmiHeader.biBitCount,
                                                 info.bmiHeader.biCompression, info.bmiHeader.biClrUsed});
   return encode_png(info, static_cast<std::uint8_t*>(memory.get()) + offset);

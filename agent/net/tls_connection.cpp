@@ -10,7 +10,7 @@
 namespace vlk::agent {
 namespace {
 
-constexpr std::size_t kReceiveSize = 16384;  // bytes asked of the socket at once: about a TLS record
+constexpr std::size_t kReceiveSize = 16384;  // bytes per read from the socket: about one TLS record
 constexpr std::size_t kRecordSize = 16384;   // largest plain text of a record, RFC 8446 section 5.1
 constexpr std::size_t kSendBatch = 4;        // records encrypted between two calls to the socket
 

@@ -127,7 +127,7 @@ JsonValue<std::int64_t> read_int(std::string_view text, std::string_view key) {
   const bool negative = text[i] == '-';
   if (negative || text[i] == '+') ++i;
   if (i >= text.size() || !is_digit(text[i])) return {};
-  std::uint64_t value = 0;  // unsigned, so that overflow wraps
+  std::uint64_t value = 0;  // unsigned, so that an overflow wraps around
   for (; i < text.size() && is_digit(text[i]); ++i) {
     value = value * 10 + static_cast<std::uint64_t>(text[i] - '0');
   }

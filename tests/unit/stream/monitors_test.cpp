@@ -15,7 +15,7 @@ TEST(FitThumbnail, KeepsTheProportionsUpToTruncation) {
       {1080, 1920, 180, 320},  // portrait
       {300, 200, 300, 200},    // never enlarged
       {320, 320, 320, 320},    // exactly at the limit
-      {321, 321, 320, 320},    // just above it
+      {321, 321, 320, 320},    // just above the limit
       {4000, 1, 320, 1},       // at least one pixel
       {1, 4000, 1, 320},
       {1, 1, 1, 1},
