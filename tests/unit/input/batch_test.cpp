@@ -129,16 +129,16 @@ TEST(InputBatch, EveryTruncationGivesCompleteEventsOrNothing) {
 TEST(InputBatch, DesktopAndMonitorAreReadForEachMoveOnly) {
   const Bytes payload = batch(5, {kMoveToEnd, {2, 1, 1}, {3, 1, 0}, {4, 1, 65, 0, 0, 0, 0}, kMoveToEnd});
   std::string asked;
-  ParseInputBatch(payload.data(), payload.size(),
-                  {[&] {
-                     asked += "desktop ";
-                     return kDesktop;
-                   },
-                   [&] {
-                     asked += "monitor ";
-                     return kMonitor;
-                   },
-                   [&](const KeyEvent&) { asked += "key "; }});
+  (void)ParseInputBatch(payload.data(), payload.size(),
+                        {[&] {
+                           asked += "desktop ";
+                           return kDesktop;
+                         },
+                         [&] {
+                           asked += "monitor ";
+                           return kMonitor;
+                         },
+                         [&](const KeyEvent&) { asked += "key "; }});
   EXPECT_EQ(asked, "desktop monitor key desktop monitor ");
 }
 

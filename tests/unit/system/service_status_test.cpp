@@ -25,7 +25,7 @@ TEST(ServiceStatus, CheckPointsIncreaseDuringAServicesLife) {
 
 TEST(ServiceStatus, RepeatedStopHasAHigherCheckPoint) {
   std::uint32_t check_point = 2;
-  make_report(ServiceMoment::ControlReceived, check_point);
+  (void)make_report(ServiceMoment::ControlReceived, check_point);
   EXPECT_EQ(make_report(ServiceMoment::ControlReceived, check_point).check_point, 3u);
 }
 

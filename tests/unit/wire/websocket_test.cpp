@@ -52,7 +52,7 @@ TEST(Upgrade, RequestIsSevenLinesWithoutAPort) {
   EXPECT_EQ(key.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"), 22u);
   EXPECT_EQ(key.substr(22), "==");
   std::string other;
-  build_upgrade_request("relay.example", "/link", other);
+  (void)build_upgrade_request("relay.example", "/link", other);
   EXPECT_NE(key, other);
 }
 
@@ -200,10 +200,10 @@ TEST(Parser, ErasesConsumedBytesAboveTheThreshold) {
   WsParser parser;
   for (int i = 0; i < 3; ++i)
     feed(parser, frame(kWsBinary, pattern(30000)));
-  parser.next();
-  parser.next();
+  (void)parser.next();
+  (void)parser.next();
   EXPECT_EQ(parser.pos, 2u * 30004) << "nothing is erased below the threshold";
-  parser.next();
+  (void)parser.next();
   EXPECT_EQ(parser.pos, 0u);
   EXPECT_TRUE(parser.buffer.empty());
 }
