@@ -40,7 +40,7 @@ struct Picture {
         source_size(static_cast<std::size_t>(stride) * static_cast<std::size_t>(height)),
         luma_size(static_cast<std::size_t>(width) * static_cast<std::size_t>(height)),
         source_bytes(make_bytes(source_size + 1)),
-        target_bytes(make_bytes(luma_size + vlk::agent::ChromaRoom(width, height) + 1)) {}
+        target_bytes(make_bytes(luma_size + vlk::agent::ChromaCapacity(width, height) + 1)) {}
 
   const std::uint8_t* source() const { return source_bytes.get() + shift; }
   std::uint8_t* luma() const { return target_bytes.get() + shift; }

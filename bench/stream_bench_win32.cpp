@@ -193,7 +193,7 @@ bool report_steps(Line& line) {
   const Bytes bare = frame.pixels;
   report("pointer", [&] { overlay.Draw(frame, 0, 0); });
   std::printf("  (it changed %d bytes)\n", count_changes(bare, frame.pixels));
-  Bytes nv12(std::size_t{kWidth} * kHeight + ChromaRoom(kWidth, kHeight));
+  Bytes nv12(std::size_t{kWidth} * kHeight + ChromaCapacity(kWidth, kHeight));
   report("conversion", [&] {
     ConvertBgraToNv12(frame.pixels.data(), kWidth, kHeight, frame.stride, nv12.data(),
                       nv12.data() + std::size_t{kWidth} * kHeight);

@@ -1,4 +1,4 @@
-// Any bytes as the file list of a clipboard message.
+// Reads any bytes as the file list of a clipboard message.
 #include "clipboard/payload.h"
 #include "require.h"
 
@@ -7,7 +7,7 @@ using namespace vlk::agent;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::vector<ClipFile> files = ReadClipFiles(data, size);
   ClipFilePacker packer;
-  const std::uint8_t* end = data;  // of what was read so far
+  const std::uint8_t* end = data;  // end of the bytes read so far
   for (const ClipFile& file : files) {
     REQUIRE(!file.name.empty());
     REQUIRE(file.name != "." && file.name != "..");
@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     end = file.data + file.size;
     packer.add(file.name, {file.data, end});
   }
-  // What was read is written and read again as it was.
+  // Files that are packed again and read again are unchanged.
   const std::vector<std::uint8_t> payload = packer.payload();
   REQUIRE(payload.empty() == files.empty());
   if (payload.empty()) return 0;

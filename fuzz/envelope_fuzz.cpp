@@ -1,4 +1,4 @@
-// Any bytes as an envelope: what is decoded must encode to the bytes that it came from.
+// Decodes any bytes as an envelope. Encoding the result must give the same bytes.
 #include <algorithm>
 
 #include "require.h"

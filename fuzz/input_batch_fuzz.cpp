@@ -1,4 +1,4 @@
-// Any bytes as an input batch.
+// Parses any bytes as an input batch.
 #include "input/batch.h"
 #include "require.h"
 
@@ -7,7 +7,7 @@ using namespace vlk::agent;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   std::size_t keys = 0;
-  // Rectangles at the ends of the integers' range, chosen by the batch's last byte.
+  // Rectangles at the limits of the integer range. The batch's last byte chooses which limit.
   const std::int32_t edge = data[size - 1] % 2 == 0 ? 0x7FFFFFFF : -0x7FFFFFFF - 1;
   const auto records = ParseInputBatch(data, size,
                                        {[&] {

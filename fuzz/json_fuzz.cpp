@@ -1,5 +1,5 @@
-// Any bytes as a message's JSON text, read for the keys that the agent knows; and as a value that is written
-// and must be read back the same.
+// Reads the keys that the agent knows from any bytes, and writes any bytes as a JSON value, which must be
+// read back unchanged.
 #include <string_view>
 
 #include "require.h"

@@ -1,4 +1,4 @@
-// A property that every input must keep; the fuzzer reports the input that breaks it.
+// REQUIRE ends the program if a condition is false; the fuzzer then reports the input.
 #pragma once
 
 #include <cstdio>
@@ -7,7 +7,7 @@
 #define REQUIRE(condition)                                                           \
   do {                                                                               \
     if (!(condition)) {                                                              \
-      std::fprintf(stderr, "%s:%d: not kept: %s\n", __FILE__, __LINE__, #condition); \
+      std::fprintf(stderr, "%s:%d: required: %s\n", __FILE__, __LINE__, #condition); \
       std::abort();                                                                  \
     }                                                                                \
   } while (false)

@@ -1,4 +1,4 @@
-// Any bytes as the response of an update server, as its manifest, and as a version.
+// Reads any bytes as the response of an update server, as its manifest and as a version.
 #include <string>
 
 #include "require.h"

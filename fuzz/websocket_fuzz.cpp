@@ -1,4 +1,4 @@
-// Any bytes as the stream behind the upgrade: the same frames must come out however it is cut into reads.
+// Parses any bytes as the stream after the upgrade. The frames must not depend on the sizes of the reads.
 #include <algorithm>
 #include <string_view>
 
@@ -12,7 +12,7 @@ struct Outcome {
   bool failed = false;
 };
 
-// `step` is the size of a read in bytes.
+// Feeds the bytes to a parser in reads of `step` bytes.
 Outcome ParseInSteps(const std::uint8_t* data, std::size_t size, std::size_t step) {
   Outcome outcome;
   vlk::WsParser parser;
@@ -40,9 +40,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     REQUIRE(whole.frames[i].payload == cut.frames[i].payload);
   }
 
-  vlk::upgrade_accepted(std::string_view(reinterpret_cast<const char*>(data), size));
+  (void)vlk::upgrade_accepted(std::string_view(reinterpret_cast<const char*>(data), size));
 
-  // What is sent must be read back, masked or not.
+  // A frame that is sent must be read back unchanged, masked or not.
   for (const bool masked : {false, true}) {
     const auto frame = vlk::encode_frame(vlk::kWsBinary, data, size, masked);
     const Outcome own = ParseInSteps(frame.data(), frame.size(), step);

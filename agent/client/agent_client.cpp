@@ -14,10 +14,10 @@ namespace vlk::agent {
 namespace {
 
 constexpr char kLinkPath[] = "/link";
-// Not the version that updates compare: the server only ever hears this text.
+// Differs from the version that updates compare: this text only goes to the server.
 constexpr char kClientVersion[] = "0.1.0-scaffold";
-constexpr std::size_t kReadSize = 2048;        // bytes a read
-constexpr std::int64_t kFirstDelay = 500;      // milliseconds between two attempts
+constexpr std::size_t kReadSize = 2048;        // bytes per read
+constexpr std::int64_t kFirstDelay = 500;      // milliseconds, between two attempts
 constexpr std::int64_t kLongestDelay = 30000;  // milliseconds
 constexpr std::int64_t kNanosecondsPerMillisecond = 1000000;
 
@@ -78,18 +78,19 @@ void AgentClient::reject_session(std::uint32_t session, std::string_view reason)
 void AgentClient::set_display_name(std::string name) {
   const std::string text = JsonWriter().add_string("name", name).finish();
   {
-    const std::lock_guard<std::mutex> guard(config_lock_);
+    const MutexLock lock(config_lock_);
     config_.display_name = std::move(name);
   }
   send_text(Msg::NameUpdate, 0, text);
 }
 
 void AgentClient::set_unattended(bool unattended) {
-  const std::lock_guard<std::mutex> guard(config_lock_);
+  const MutexLock lock(config_lock_);
   config_.unattended = unattended;
 }
 
 void AgentClient::run() {
+  connection_thread_.rebind();
   std::int64_t delay = kFirstDelay;
   while (running_) {
     report_status(Status::Connecting, 0);
@@ -97,15 +98,15 @@ void AgentClient::run() {
     report_status(Status::Offline, 0);
     if (!running_) return;
     clock_.sleep_until(clock_.now() + delay * kNanosecondsPerMillisecond);
-    // Adjusted behind the sleep, so that the first wait after a run of failures is still the long one: a
-    // server that comes back is not met by all its agents at once.
+    // Changed after the sleep, so that the first wait after several failures is still the long one. A server
+    // that comes back is then not met by all its agents at once.
     delay = ok ? kFirstDelay : std::min(2 * delay, kLongestDelay);
   }
 }
 
 bool AgentClient::run_connection() {
   const auto [host, port] = [this] {
-    const std::lock_guard<std::mutex> guard(config_lock_);
+    const MutexLock lock(config_lock_);
     return server_address(config_);
   }();
   const SocketHandle socket = connect_socket(host, port);
@@ -120,8 +121,9 @@ bool AgentClient::run_connection() {
     link_->socket = kInvalidSocket;
     return false;
   }
+  link_->incoming = connection.get();
   {
-    const std::lock_guard<std::mutex> guard(link_->write_lock);
+    const MutexLock lock(link_->write_lock);
     link_->ssl = std::move(connection);
   }
   if (!upgrade(host)) {
@@ -140,14 +142,15 @@ bool AgentClient::run_connection() {
 bool AgentClient::upgrade(const std::string& host) {
   std::string key;
   const std::string request = build_upgrade_request(host, kLinkPath, key);
-  link_->ssl->write(reinterpret_cast<const unsigned char*>(request.data()), request.size());
+  // A failure shows in the read below.
+  (void)link_->incoming->write(reinterpret_cast<const unsigned char*>(request.data()), request.size());
 
   constexpr std::string_view kBlankLine = "\r\n\r\n";
   std::string response;
   std::size_t end = std::string::npos;
   while (end == std::string::npos) {
     unsigned char buffer[kReadSize];
-    const std::ptrdiff_t count = link_->ssl->read(buffer, sizeof buffer);
+    const std::ptrdiff_t count = link_->incoming->read(buffer, sizeof buffer);
     if (count < 1) return false;
     const std::size_t searched =
         response.size() < kBlankLine.size() ? 0 : response.size() - kBlankLine.size() + 1;
@@ -171,7 +174,7 @@ void AgentClient::authenticate() {
                 .finish());
   std::string name, id, secret;
   {
-    const std::lock_guard<std::mutex> guard(config_lock_);
+    const MutexLock lock(config_lock_);
     name = config_.display_name;
     id = config_.agent_id;
     secret = config_.agent_secret;
@@ -194,7 +197,7 @@ void AgentClient::authenticate() {
 void AgentClient::read_frames() {
   do {
     unsigned char buffer[kReadSize];
-    const std::ptrdiff_t count = link_->ssl->read(buffer, sizeof buffer);
+    const std::ptrdiff_t count = link_->incoming->read(buffer, sizeof buffer);
     if (count < 1) return;
     link_->parser.feed(buffer, static_cast<std::size_t>(count));
     while (const std::optional<WsFrame> frame = link_->parser.next()) {
@@ -222,6 +225,7 @@ bool AgentClient::handle_frame(std::uint8_t opcode, const std::vector<std::uint8
 }
 
 void AgentClient::end_connection() {
+  connection_thread_.check();
   if (link_->streamer) {
     link_->streamer->Stop();
     link_->streamer.reset();
@@ -230,19 +234,20 @@ void AgentClient::end_connection() {
   SetClipboardSessionActive(false);
   streaming_session_ = 0;
   {
-    const std::lock_guard<std::mutex> guard(sessions_lock_);
+    const MutexLock lock(sessions_lock_);
     active_sessions_.clear();
   }
   std::unique_ptr<TlsConnection> connection = drop_tls();
   connection->shutdown();
-  connection.reset();  // while it still has its socket
-  // Also when stop() has closed the handle already: the second close fails without harm.
+  connection.reset();  // before its socket is closed
+  // stop() may have closed the handle already; the second close then fails without harm.
   close_socket(link_->socket);
   link_->socket = kInvalidSocket;
 }
 
 std::unique_ptr<TlsConnection> AgentClient::drop_tls() {
-  const std::lock_guard<std::mutex> guard(link_->write_lock);
+  link_->incoming = nullptr;
+  const MutexLock lock(link_->write_lock);
   return std::move(link_->ssl);
 }
 

@@ -1,5 +1,5 @@
-// The centre of the agent: the one outbound connection to the relay server, the thread that keeps it, and the
-// road by which every other part reaches the server.
+// The agent's outbound connection to the relay server: the thread that keeps it up, and the only path by
+// which every other part reaches the server.
 #pragma once
 
 #include <atomic>
@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -16,19 +16,21 @@
 
 #include "config/config.h"
 #include "platform/clock.h"
+#include "platform/threads/mutex.h"
+#include "platform/threads/thread_checker.h"
 #include "wire/messages.h"
 
 namespace vlk::agent {
 
 enum class Status : std::int32_t {
   Offline = 0,     // a connection attempt or connection has ended
-  Connecting = 1,  // before each attempt, and again once hello and enrolment or login are sent
+  Connecting = 1,  // before each attempt, and again after hello and enrolment or log-in are sent
   Online = 2,      // logged in, no session
   InSession = 3,   // at least one session has a stream
 };
 
-// How the client tells the outside. All are called on the connection thread and must only hand over and
-// return; an empty one is skipped.
+// The client's reports. All are called on the connection thread and must return at once, so they only pass
+// the values on. An empty one is skipped.
 struct AgentCallbacks {
   std::function<void(Status, int)> on_status;  // with the count of representatives
   std::function<void(std::string)> on_notice;  // UTF-8 text for the status line
@@ -39,38 +41,49 @@ struct AgentCallbacks {
 };
 
 class TlsConnection;
-struct LinkState;  // everything at the level of socket, TLS and stream
+struct LinkState;  // socket, TLS and stream
 
 class AgentClient {
  public:
-  // No thread and no network yet. `clock` is the steady clock but in tests.
+  // Starts no thread and uses no network. `clock` is the steady clock except in tests.
   AgentClient(AgentConfig config, AgentCallbacks callbacks, Clock clock = steady_clock());
   ~AgentClient();  // stops
   AgentClient(const AgentClient&) = delete;
   AgentClient& operator=(const AgentClient&) = delete;
 
-  // Starts the connection thread; does nothing when started already.
+  // Starts the connection thread. Does nothing if it runs already.
   void start();
 
-  // Ends the connection and joins its thread. May wait out a reconnect delay, a resolve or a connect.
+  // Ends the connection and joins its thread. May block for the rest of a reconnect delay, a name
+  // resolution or a connect.
   void stop();
 
-  // Writes one message, blocking; false with no connection, when the message is lost: nothing is ever queued.
-  // Callable from any thread.
+  // Writes one message and blocks until it is written. Nothing is ever queued: without a connection the
+  // message is lost and the result false, which most callers ignore. Callable on any thread.
   bool send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length,
             std::uint8_t flags);
   bool send_text(Msg type, std::uint32_t session_id, std::string_view text);
 
-  // Clipboard content to the session that streams; lost when none does.
+  // Sends clipboard content to the session that streams; the content is lost if none does.
   void send_clipboard(const unsigned char* data, std::size_t length);
 
-  // Answers to a session request. Nothing is recorded.
+  // Answer a session request. The client does not record the answer.
   void accept_session(std::uint32_t session);
   void reject_session(std::uint32_t session, std::string_view reason);
 
-  // Changes the client's own copy of the settings; the name also goes to the server if there is a connection.
+  // Change the client's own copy of the settings. The name is also sent to the server if there is a
+  // connection.
   void set_display_name(std::string name);
   void set_unattended(bool unattended);
+
+  // A message that the agent acts on, and the function that does it; false ends the connection.
+  struct MessageHandler {
+    Msg code{};
+    bool (AgentClient::*handle)(const Envelope& envelope) = nullptr;
+  };
+
+  // One row for each message that the agent acts on. Every other message is ignored.
+  static std::span<const MessageHandler> message_handlers();
 
  private:
   void run();                             // the connection thread
@@ -81,31 +94,49 @@ class AgentClient {
   bool handle_frame(std::uint8_t opcode,
                     const std::vector<std::uint8_t>& payload);  // false ends the connection
   void end_connection();
-  std::unique_ptr<TlsConnection> drop_tls();  // from here on, sends are lost
+  // Takes the TLS connection from the senders; later sends are lost.
+  std::unique_ptr<TlsConnection> drop_tls();
   void report_status(Status status, int count);
 
-  // In dispatch.cpp; false ends the connection.
+  // In dispatch.cpp. dispatch() calls the handler of the message's code; false ends the connection.
   bool dispatch(const Envelope& envelope);
-  bool handle_error(std::string_view text);
-  void handle_enroll_result(std::string_view text);
-  void handle_session_request(std::uint32_t session, std::string_view text);
-  void start_stream(std::uint32_t session, std::string_view text);
+  bool on_error(const Envelope& envelope);
+  bool on_heartbeat(const Envelope& envelope);
+  bool on_enroll_result(const Envelope& envelope);
+  bool on_login_result(const Envelope& envelope);
+  bool on_session_request(const Envelope& envelope);
+  bool on_session_end(const Envelope& envelope);
+  bool on_stream_start(const Envelope& envelope);
+  bool on_stream_stop(const Envelope& envelope);
+  bool on_keyframe_request(const Envelope& envelope);
+  bool on_monitor_select(const Envelope& envelope);
+  bool on_codec_select(const Envelope& envelope);
+  bool on_cursor_visibility(const Envelope& envelope);
+  bool on_input_event(const Envelope& envelope);
+  bool on_secure_attention(const Envelope& envelope);
+  bool on_clipboard_data(const Envelope& envelope);
+  bool on_thumbnail_request(const Envelope& envelope);
+  bool on_dir_list_request(const Envelope& envelope);
+  bool on_download_request(const Envelope& envelope);
+  bool on_upload_begin(const Envelope& envelope);
+  bool on_file_chunk(const Envelope& envelope);
+  bool on_file_transfer_end(const Envelope& envelope);
+  bool on_reboot(const Envelope& envelope);
   void end_session(std::uint32_t session);
-  void send_thumbnails(std::uint32_t session);
-  void adjust_stream(Msg type, std::string_view text);
-  void serve_files(const Envelope& envelope, std::string_view text);
+  void notify(std::string text);
 
-  AgentConfig config_;
-  std::mutex config_lock_;  // guards config_
+  Mutex config_lock_;
+  AgentConfig config_ VLK_GUARDED_BY(config_lock_);
   const AgentCallbacks callbacks_;
   std::atomic<std::uint32_t> streaming_session_{0};
-  std::set<std::uint32_t> active_sessions_;
-  std::mutex sessions_lock_;  // guards active_sessions_
+  Mutex sessions_lock_;
+  std::set<std::uint32_t> active_sessions_ VLK_GUARDED_BY(sessions_lock_);
   std::thread run_thread_;
   std::atomic<bool> running_{false};
-  // Shared with the downloads, whose threads end on their own: a send of theirs may come after this object.
+  // Shared with the downloads, whose threads may send after this object is destroyed.
   std::shared_ptr<LinkState> link_;
   const Clock clock_;
+  [[no_unique_address]] ThreadChecker connection_thread_;  // bound by run()
 };
 
 }  // namespace vlk::agent

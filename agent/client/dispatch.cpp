@@ -1,6 +1,6 @@
-// What each message from the server does. All of it runs on the connection thread, one message at a time. No
-// handler asks whether a session was accepted: holding that back is the server's part, and no handler answers
-// an error.
+// The table from message code to handler, and the handlers. All of it runs on the connection thread, one
+// message at a time. No handler checks that a session was accepted, since the server holds its messages back
+// until then, and no handler answers with an error.
 #include <utility>
 
 #include "client/agent_client.h"
@@ -22,6 +22,10 @@ constexpr std::int32_t kStreamQuality = 70;      // JPEG quality of the stream, 
 constexpr std::uint32_t kThumbnailQuality = 80;  // JPEG quality of thumbnails
 constexpr std::int32_t kThumbnailSize = 320;     // pixels of the longer side
 
+std::string_view text_of(const Envelope& envelope) {
+  return {reinterpret_cast<const char*>(envelope.payload.data()), envelope.payload.size()};
+}
+
 std::int32_t int_field(std::string_view text, std::string_view key, std::int32_t fallback) {
   return static_cast<std::int32_t>(value_or(read_int(text, key), fallback));
 }
@@ -36,114 +40,87 @@ std::string path_field(std::string_view text) {
 
 }  // namespace
 
+std::span<const AgentClient::MessageHandler> AgentClient::message_handlers() {
+  static constexpr MessageHandler kHandlers[] = {
+      {Msg::Error, &AgentClient::on_error},
+      {Msg::Heartbeat, &AgentClient::on_heartbeat},
+      {Msg::EnrollResult, &AgentClient::on_enroll_result},
+      {Msg::LoginResult, &AgentClient::on_login_result},
+      {Msg::SessionRequest, &AgentClient::on_session_request},
+      {Msg::SessionEnd, &AgentClient::on_session_end},
+      {Msg::StreamStart, &AgentClient::on_stream_start},
+      {Msg::StreamStop, &AgentClient::on_stream_stop},
+      {Msg::KeyframeRequest, &AgentClient::on_keyframe_request},
+      {Msg::MonitorSelect, &AgentClient::on_monitor_select},
+      {Msg::InputEvent, &AgentClient::on_input_event},
+      {Msg::ClipboardData, &AgentClient::on_clipboard_data},
+      {Msg::CodecSelect, &AgentClient::on_codec_select},
+      {Msg::CursorVisibility, &AgentClient::on_cursor_visibility},
+      {Msg::ThumbnailRequest, &AgentClient::on_thumbnail_request},
+      {Msg::DirListRequest, &AgentClient::on_dir_list_request},
+      {Msg::DownloadRequest, &AgentClient::on_download_request},
+      {Msg::UploadBegin, &AgentClient::on_upload_begin},
+      {Msg::FileChunk, &AgentClient::on_file_chunk},
+      {Msg::FileTransferEnd, &AgentClient::on_file_transfer_end},
+      {Msg::Reboot, &AgentClient::on_reboot},
+      {Msg::SecureAttention, &AgentClient::on_secure_attention},
+  };
+  return kHandlers;
+}
+
 bool AgentClient::dispatch(const Envelope& envelope) {
-  const std::uint32_t session = envelope.session_id;
-  const std::string_view text(reinterpret_cast<const char*>(envelope.payload.data()),
-                              envelope.payload.size());
-  switch (static_cast<Msg>(envelope.type)) {
-    case Msg::Error:
-      return handle_error(text);
-    case Msg::Heartbeat:
-      send(Msg::Heartbeat, 0, envelope.payload.data(), envelope.payload.size(), envelope.flags);
-      return true;
-    case Msg::EnrollResult:
-      handle_enroll_result(text);
-      return true;
-    case Msg::LoginResult:
-      report_status(Status::Online, 0);
-      if (callbacks_.on_notice) callbacks_.on_notice("Connected to Maravek");
-      return true;
-    case Msg::SessionRequest:
-      handle_session_request(session, text);
-      return true;
-    case Msg::SessionEnd:
-      if (callbacks_.on_session_ended) callbacks_.on_session_ended(session);
-      end_session(session);
-      return true;
-    case Msg::StreamStop:
-      end_session(session);
-      return true;
-    case Msg::StreamStart:
-      start_stream(session, text);
-      return true;
-    case Msg::InputEvent:
-      InjectInputBatch(envelope.payload.data(), envelope.payload.size());
-      return true;
-    case Msg::ClipboardData:
-      if (callbacks_.on_clipboard) callbacks_.on_clipboard(envelope.payload);
-      return true;
-    case Msg::ThumbnailRequest:
-      send_thumbnails(session);
-      return true;
-    case Msg::Reboot:
-      if (!reboot_machine()) return true;
-      // Simulated: the server is to see the machine go away.
-      interrupt_socket(link_->socket);
-      return false;
-    case Msg::DirListRequest:
-    case Msg::DownloadRequest:
-    case Msg::UploadBegin:
-    case Msg::FileChunk:
-    case Msg::FileTransferEnd:
-      serve_files(envelope, text);
-      return true;
-    case Msg::SecureAttention:
-      SendSecureAttention();
-      return true;
-    default:
-      adjust_stream(static_cast<Msg>(envelope.type), text);
-      return true;
+  connection_thread_.check();
+  for (const MessageHandler& handler : message_handlers()) {
+    if (handler.code == static_cast<Msg>(envelope.type)) return (this->*handler.handle)(envelope);
   }
+  return true;
 }
 
-void AgentClient::adjust_stream(Msg type, std::string_view text) {
-  ScreenStreamer* const streamer = link_->streamer.get();
-  if (streamer == nullptr) return;
-  switch (type) {
-    case Msg::KeyframeRequest:
-      streamer->RequestKeyframe();
-      return;
-    case Msg::MonitorSelect:
-      streamer->SetMonitor(int_field(text, "monitor_id", 0));
-      return;
-    case Msg::CodecSelect:
-      streamer->SetCodec(value_or(read_string(text, "codec"), "h264"));
-      return;
-    case Msg::CursorVisibility:
-      // Read as a number: the words true and false are not found and leave the pointer shown.
-      streamer->SetCursorVisible(value_or(read_int(text, "show"), 1) != 0);
-      return;
-    default:
-      return;
-  }
+void AgentClient::notify(std::string text) {
+  if (callbacks_.on_notice) callbacks_.on_notice(std::move(text));
 }
 
-bool AgentClient::handle_error(std::string_view text) {
+bool AgentClient::on_error(const Envelope& envelope) {
+  const std::string_view text = text_of(envelope);
   const std::string code = value_or(read_string(text, "code"), "");
-  if (callbacks_.on_notice) callbacks_.on_notice(value_or(read_string(text, "message"), "error"));
+  notify(value_or(read_string(text, "message"), "error"));
   if (code != "AUTH_FAILED") return true;
-  // The next connection finds no identity and enrols afresh.
-  const std::lock_guard<std::mutex> guard(config_lock_);
+  // The next connection finds no identity and enrols again.
+  const MutexLock lock(config_lock_);
   config_.agent_id.clear();
   config_.agent_secret.clear();
   save_config(config_);
   return false;
 }
 
-void AgentClient::handle_enroll_result(std::string_view text) {
+bool AgentClient::on_heartbeat(const Envelope& envelope) {
+  send(Msg::Heartbeat, 0, envelope.payload.data(), envelope.payload.size(), envelope.flags);
+  return true;
+}
+
+bool AgentClient::on_enroll_result(const Envelope& envelope) {
+  const std::string_view text = text_of(envelope);
   // Neither field is checked: a missing one is stored as empty, and the next connection enrols again.
-  const std::lock_guard<std::mutex> guard(config_lock_);
+  const MutexLock lock(config_lock_);
   config_.agent_id = value_or(read_string(text, "agent_id"), "");
   config_.agent_secret = value_or(read_string(text, "agent_secret"), "");
   save_config(config_);
-  if (callbacks_.on_notice) callbacks_.on_notice("Registered with Maravek");
+  notify("Registered with Maravek");
+  return true;
 }
 
-void AgentClient::handle_session_request(std::uint32_t session, std::string_view text) {
-  const std::string representative = value_or(read_string(text, "rep_name"), "A representative");
+bool AgentClient::on_login_result(const Envelope&) {
+  report_status(Status::Online, 0);
+  notify("Connected to Maravek");
+  return true;
+}
+
+bool AgentClient::on_session_request(const Envelope& envelope) {
+  const std::uint32_t session = envelope.session_id;
+  const std::string representative = value_or(read_string(text_of(envelope), "rep_name"), "A representative");
   bool unattended = false;
   {
-    const std::lock_guard<std::mutex> guard(config_lock_);
+    const MutexLock lock(config_lock_);
     unattended = config_.unattended;
   }
   if (unattended) {
@@ -151,9 +128,18 @@ void AgentClient::handle_session_request(std::uint32_t session, std::string_view
   } else if (callbacks_.on_session_request) {
     callbacks_.on_session_request(session, representative);
   }
+  return true;
 }
 
-void AgentClient::start_stream(std::uint32_t session, std::string_view text) {
+bool AgentClient::on_session_end(const Envelope& envelope) {
+  if (callbacks_.on_session_ended) callbacks_.on_session_ended(envelope.session_id);
+  end_session(envelope.session_id);
+  return true;
+}
+
+bool AgentClient::on_stream_start(const Envelope& envelope) {
+  const std::uint32_t session = envelope.session_id;
+  const std::string_view text = text_of(envelope);
   const std::int32_t monitor_id = int_field(text, "monitor_id", 0);
   const std::int32_t max_fps = int_field(text, "max_fps", kDefaultStreamFps);
   const std::int32_t bitrate = int_field(text, "bitrate", kDefaultStreamBitrate);
@@ -163,7 +149,7 @@ void AgentClient::start_stream(std::uint32_t session, std::string_view text) {
     const MonitorInfo& monitor = monitors[static_cast<std::size_t>(monitor_id)];
     SetActiveMonitorRect(monitor.left, monitor.top, monitor.width, monitor.height);
   }
-  // The assignment destroys a previous streamer, which waits here for its worker.
+  // The assignment destroys an earlier streamer and waits here for its worker to end.
   link_->streamer = std::make_unique<ScreenStreamer>(
       session,
       [this](Msg type, unsigned int id, const unsigned char* data, std::size_t length, unsigned char flags) {
@@ -176,11 +162,17 @@ void AgentClient::start_stream(std::uint32_t session, std::string_view text) {
   link_->streamer->Start(monitor_id, max_fps, kStreamQuality, bitrate);
   int count = 0;
   {
-    const std::lock_guard<std::mutex> guard(sessions_lock_);
+    const MutexLock lock(sessions_lock_);
     active_sessions_.insert(session);
     count = static_cast<int>(active_sessions_.size());
   }
   report_status(Status::InSession, count);
+  return true;
+}
+
+bool AgentClient::on_stream_stop(const Envelope& envelope) {
+  end_session(envelope.session_id);
+  return true;
 }
 
 void AgentClient::end_session(std::uint32_t session) {
@@ -194,54 +186,103 @@ void AgentClient::end_session(std::uint32_t session) {
   }
   int count = 0;
   {
-    const std::lock_guard<std::mutex> guard(sessions_lock_);
+    const MutexLock lock(sessions_lock_);
     active_sessions_.erase(session);
     count = static_cast<int>(active_sessions_.size());
   }
   report_status(count < 1 ? Status::Online : Status::InSession, count);
 }
 
-void AgentClient::send_thumbnails(std::uint32_t session) {
+bool AgentClient::on_keyframe_request(const Envelope&) {
+  if (link_->streamer) link_->streamer->RequestKeyframe();
+  return true;
+}
+
+bool AgentClient::on_monitor_select(const Envelope& envelope) {
+  if (link_->streamer) link_->streamer->SetMonitor(int_field(text_of(envelope), "monitor_id", 0));
+  return true;
+}
+
+bool AgentClient::on_codec_select(const Envelope& envelope) {
+  if (link_->streamer) link_->streamer->SetCodec(value_or(read_string(text_of(envelope), "codec"), "h264"));
+  return true;
+}
+
+bool AgentClient::on_cursor_visibility(const Envelope& envelope) {
+  // Read as a number: the words true and false are not found and leave the pointer visible.
+  if (link_->streamer)
+    link_->streamer->SetCursorVisible(value_or(read_int(text_of(envelope), "show"), 1) != 0);
+  return true;
+}
+
+bool AgentClient::on_input_event(const Envelope& envelope) {
+  InjectInputBatch(envelope.payload.data(), envelope.payload.size());
+  return true;
+}
+
+bool AgentClient::on_secure_attention(const Envelope&) {
+  SendSecureAttention();
+  return true;
+}
+
+bool AgentClient::on_clipboard_data(const Envelope& envelope) {
+  if (callbacks_.on_clipboard) callbacks_.on_clipboard(envelope.payload);
+  return true;
+}
+
+bool AgentClient::on_thumbnail_request(const Envelope& envelope) {
   const std::vector<MonitorThumbnail> thumbnails = CaptureThumbnails(kThumbnailSize);
   for (const MonitorThumbnail& thumbnail : thumbnails) {
     const auto width = static_cast<std::uint32_t>(thumbnail.width);
     const std::vector<std::uint8_t> jpeg =
         EncodeJpeg(thumbnail.pixels.data(), width, static_cast<std::uint32_t>(thumbnail.height), width * 4,
                    kThumbnailQuality);
-    // The count in the payload is not lowered for one that is left out.
+    // A thumbnail that could not be encoded is left out, but the count in the others' payload includes it.
     if (jpeg.empty()) continue;
     const std::vector<std::uint8_t> payload = PackThumbnail(thumbnail, thumbnails.size(), jpeg);
-    send(Msg::Thumbnail, session, payload.data(), payload.size(), kBinaryPayload);
+    send(Msg::Thumbnail, envelope.session_id, payload.data(), payload.size(), kBinaryPayload);
   }
+  return true;
 }
 
-void AgentClient::serve_files(const Envelope& envelope, std::string_view text) {
-  const std::uint32_t session = envelope.session_id;
-  switch (static_cast<Msg>(envelope.type)) {
-    case Msg::DirListRequest:
-      send_text(Msg::DirListResult, session, ListDirectory(path_field(text)));
-      return;
-    case Msg::DownloadRequest:
-      StartDownload(
-          session, transfer_id_field(text), path_field(text),
-          [link = link_](Msg type, unsigned int id, const unsigned char* data, std::size_t length,
-                         unsigned char flags) { return link->send(type, id, data, length, flags); });
-      return;
-    case Msg::UploadBegin:
-      BeginUpload(transfer_id_field(text), path_field(text), value_or(read_int(text, "size"), 0));
-      return;
-    case Msg::FileChunk:
-      // Chunks are appended as they come: their index is not looked at.
-      if (envelope.payload.size() < kChunkHeaderSize) return;
-      WriteUploadChunk(get_u32_be(envelope.payload.data()), envelope.payload.data() + kChunkHeaderSize,
-                       envelope.payload.size() - kChunkHeaderSize);
-      return;
-    case Msg::FileTransferEnd:
-      EndUpload(transfer_id_field(text));
-      return;
-    default:
-      return;
-  }
+bool AgentClient::on_dir_list_request(const Envelope& envelope) {
+  send_text(Msg::DirListResult, envelope.session_id, ListDirectory(path_field(text_of(envelope))));
+  return true;
+}
+
+bool AgentClient::on_download_request(const Envelope& envelope) {
+  const std::string_view text = text_of(envelope);
+  StartDownload(envelope.session_id, transfer_id_field(text), path_field(text),
+                [link = link_](Msg type, unsigned int id, const unsigned char* data, std::size_t length,
+                               unsigned char flags) { return link->send(type, id, data, length, flags); });
+  return true;
+}
+
+bool AgentClient::on_upload_begin(const Envelope& envelope) {
+  const std::string_view text = text_of(envelope);
+  BeginUpload(transfer_id_field(text), path_field(text), value_or(read_int(text, "size"), 0));
+  return true;
+}
+
+bool AgentClient::on_file_chunk(const Envelope& envelope) {
+  // Chunks are appended in the order of arrival; the index in their header is ignored.
+  const std::vector<std::uint8_t>& payload = envelope.payload;
+  if (payload.size() < kChunkHeaderSize) return true;
+  WriteUploadChunk(get_u32_be(payload.data()), payload.data() + kChunkHeaderSize,
+                   payload.size() - kChunkHeaderSize);
+  return true;
+}
+
+bool AgentClient::on_file_transfer_end(const Envelope& envelope) {
+  EndUpload(transfer_id_field(text_of(envelope)));
+  return true;
+}
+
+bool AgentClient::on_reboot(const Envelope&) {
+  if (!reboot_machine()) return true;
+  // The restart was simulated: the server must see the connection end.
+  interrupt_socket(link_->socket);
+  return false;
 }
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// The one road by which messages leave.
+// The one path by which messages leave the agent.
 #include "client/link_state.h"
 
 #include "wire/message_frame.h"
@@ -6,7 +6,7 @@
 namespace vlk::agent {
 
 bool LinkState::write_locked(const unsigned char* data, std::size_t length) {
-  const std::lock_guard<std::mutex> guard(write_lock);
+  const MutexLock lock(write_lock);
   return ssl && ssl->write(data, length);
 }
 

@@ -1,13 +1,13 @@
-// What an AgentClient holds at the level of socket, TLS and stream.
+// The socket, the TLS connection and the stream of an AgentClient.
 #pragma once
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 #include "net/socket.h"
 #include "net/tls_connection.h"
 #include "net/tls_context.h"
+#include "platform/threads/mutex.h"
 #include "stream/streamer.h"
 #include "wire/websocket.h"
 
@@ -15,19 +15,24 @@ namespace vlk::agent {
 
 struct LinkState {
   SslContext ssl_ctx;  // one for the client's whole life
-  std::unique_ptr<TlsConnection>
-      ssl;  // null when there is no connection to write on; changed under write_lock
-  // Atomic, so that stop() can close it without a lock: it must not wait for anything that a blocked read may
-  // hold.
+
+  // Orders all writers, and keeps `ssl` alive while one of them uses it.
+  Mutex write_lock;
+  std::unique_ptr<TlsConnection> ssl VLK_GUARDED_BY(write_lock);  // null without a connection
+  // The object in `ssl` for the connection thread alone, which reads without write_lock; otherwise reading
+  // would wait for a blocked writer.
+  TlsConnection* incoming = nullptr;
+
+  // Atomic, so that stop() needs no lock: it must not wait for a blocked reader or writer.
   std::atomic<SocketHandle> socket{kInvalidSocket};
-  WsParser parser;        // connection thread only; a fresh one after each upgrade
-  std::mutex write_lock;  // orders all writers; guards `ssl` against being cleared under one
+  WsParser parser;                           // connection thread only; a new one after each upgrade
   std::unique_ptr<ScreenStreamer> streamer;  // connection thread only; at most one
 
-  // Both are callable from any thread and false with no connection.
-  bool write_locked(const unsigned char* data, std::size_t length);
+  // Both are callable on any thread and return false without a connection. A message that was not sent is
+  // lost, so most callers ignore the result.
+  bool write_locked(const unsigned char* data, std::size_t length) VLK_EXCLUDES(write_lock);
   bool send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length,
-            std::uint8_t flags);
+            std::uint8_t flags) VLK_EXCLUDES(write_lock);
 };
 
 }  // namespace vlk::agent

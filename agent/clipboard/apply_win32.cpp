@@ -1,4 +1,4 @@
-// Received content becomes the local clipboard's.
+// Puts received content on the local clipboard.
 #include "clipboard/apply_win32.h"
 
 #include <cstring>
@@ -17,10 +17,10 @@
 namespace vlk::agent {
 namespace {
 
-constexpr wchar_t kScratchFolder[] = L"VlkClip\\";  // in the temporary folder; never cleaned, as the
-                                                    // clipboard refers to its files by path
+// In the temporary folder. Never cleaned, because the clipboard refers to the files by path.
+constexpr wchar_t kScratchFolder[] = L"VlkClip\\";
 
-// The block in front of the paths of CF_HDROP, as Windows documents DROPFILES.
+// The header before the paths of CF_HDROP, which Windows documents as DROPFILES.
 struct DropHeader {
   DWORD paths_offset = sizeof(DropHeader);
   LONG x = 0, y = 0;
@@ -29,12 +29,7 @@ struct DropHeader {
 };
 static_assert(sizeof(DropHeader) == 20);
 
-DebugLogGate ClipboardDebugEnabled;
-
-template <typename... Arguments>
-void ClipboardDebugLog(const char* format, Arguments... arguments) {
-  if (ClipboardDebugEnabled.open()) append_debug_log(format, arguments...);
-}
+OptionalDebugLog ClipboardDebugLog;
 
 void apply_text(std::string_view utf8) {
   const std::wstring text = Utf8ToWide(utf8);
@@ -42,18 +37,18 @@ void apply_text(std::string_view utf8) {
   UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, size));
   if (!memory) return;
   std::memcpy(LockedGlobal(memory.get()).get(), text.c_str(), size);
-  // Memory that the clipboard does not take is not freed here, unlike that of the other kinds.
+  // Memory that the clipboard refuses is deliberately not freed here, unlike that of the other kinds.
   SetClipboardData(CF_UNICODETEXT, memory.release());
 }
 
 std::wstring make_scratch_folder() {
   const std::wstring folder = temporary_folder() + kScratchFolder;
-  CreateDirectoryW(folder.c_str(), nullptr);  // mostly there already
+  CreateDirectoryW(folder.c_str(), nullptr);  // fails if it exists, which is fine
   return folder;
 }
 
-// False when the file cannot be opened; how much is then written is not looked at.
-bool write_file(const std::wstring& path, const ClipFile& file) {
+// False if the file cannot be opened. A failure to write is ignored.
+[[nodiscard]] bool write_file(const std::wstring& path, const ClipFile& file) {
   const HANDLE opened =
       CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (opened == INVALID_HANDLE_VALUE) return false;
@@ -68,8 +63,7 @@ void publish_paths(const std::vector<std::wstring>& paths) {
   for (const std::wstring& path : paths)
     list.append(path).push_back(L'\0');
   const DropHeader header;
-  const std::size_t list_size =
-      (list.size() + 1) * sizeof(wchar_t);  // with a zero behind the last path's own
+  const std::size_t list_size = (list.size() + 1) * sizeof(wchar_t);  // one more zero ends the list
   UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, sizeof header + list_size));
   if (!memory) return;
   {
@@ -111,15 +105,15 @@ void ApplyClipboard(const std::vector<std::uint8_t>& payload) {
   {
     const OpenedClipboard clipboard;
     if (!clipboard) {
-      ClipboardDebugLog("clipboard: apply kind=%u OpenClipboard FAILED err=%lu\n", unsigned{kind},
-                        GetLastError());
+      ClipboardDebugLog.write("clipboard: apply kind=%u OpenClipboard FAILED err=%lu\n", unsigned{kind},
+                              GetLastError());
       return;
     }
-    ClipboardDebugLog("clipboard: apply kind=%u len=%zu OpenClipboard OK\n", unsigned{kind}, length);
+    ClipboardDebugLog.write("clipboard: apply kind=%u len=%zu OpenClipboard OK\n", unsigned{kind}, length);
     EmptyClipboard();
     apply_content(kind, payload.data() + 1, length);
   }
-  // The notice of this very change is handled after this function has returned.
+  // In time for the notification of this change, which is handled after this function has returned.
   ClipboardEchoGuardUntil = EchoGuardUntil(GetTickCount());
 }
 

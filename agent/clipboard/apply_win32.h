@@ -1,5 +1,5 @@
-// Received content on its way to the local clipboard. UI thread only, and on it for as long as the work
-// takes: decoding images and writing files. All failures are silent.
+// Puts received content on the local clipboard. Called on the UI thread, which it blocks while it decodes
+// images and writes files. All failures are silent.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 
 namespace vlk::agent {
 
-// Makes the content of one message the local clipboard's. What it held before is gone even when the content
-// turns out to be of no use.
+// Replaces the clipboard's content with that of one message. The earlier content is lost even if the new one
+// is unusable.
 void ApplyClipboard(const std::vector<std::uint8_t>& payload);
 
 }  // namespace vlk::agent

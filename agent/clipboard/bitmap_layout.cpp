@@ -1,11 +1,11 @@
-// The arithmetic of bitmaps.
+// Finds the pixels of a bitmap.
 #include "clipboard/bitmap_layout.h"
 
 namespace vlk::agent {
 namespace {
 
-constexpr std::uint32_t kBitFields = 3;        // BI_BITFIELDS: three masks stand where colours would
-constexpr std::uint16_t kMostPaletteBits = 8;  // deeper bitmaps have no table of colours
+constexpr std::uint32_t kBitFields = 3;        // BI_BITFIELDS: three masks in place of the colour table
+constexpr std::uint16_t kMostPaletteBits = 8;  // bitmaps with more bits have no colour table
 constexpr std::size_t kColourSize = 4;         // bytes
 
 std::size_t colours(const BitmapLayout& layout) {

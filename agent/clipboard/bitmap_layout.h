@@ -1,4 +1,4 @@
-// Where a bitmap's pixels lie in its block of memory.
+// Where a bitmap's pixels are in its block of memory.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +6,7 @@
 
 namespace vlk::agent {
 
-// The fields of a BITMAPINFOHEADER that tell where the pixels begin.
+// The fields of a BITMAPINFOHEADER that determine where the pixels begin.
 struct BitmapLayout {
   std::uint32_t header_size = 0;   // biSize, bytes
   std::uint16_t bit_count = 0;     // biBitCount
@@ -15,6 +15,6 @@ struct BitmapLayout {
 };
 
 // Bytes from the start of the header to the pixels.
-std::size_t BitmapPixelOffset(const BitmapLayout& layout);
+[[nodiscard]] std::size_t BitmapPixelOffset(const BitmapLayout& layout);
 
 }  // namespace vlk::agent

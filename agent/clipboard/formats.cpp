@@ -1,4 +1,4 @@
-// The choice of a format.
+// Chooses a clipboard format.
 #include "clipboard/formats.h"
 
 #include <initializer_list>

@@ -1,4 +1,4 @@
-// The open clipboard and its owner, which both directions share. UI thread only.
+// Opens the clipboard and writes to it, for both directions. UI thread only.
 #pragma once
 
 #include <utility>
@@ -11,8 +11,9 @@ namespace vlk::agent {
 
 inline HWND ClipboardWindow = nullptr;  // set when the watch starts
 
-// The clipboard, open for this window until the end of the object's life; nobody else can use it meanwhile.
-class OpenedClipboard {
+// Keeps the clipboard open for this window. No other program can use it meanwhile. False if it could not be
+// opened.
+class [[nodiscard]] OpenedClipboard {
  public:
   OpenedClipboard() : opened_(OpenClipboard(ClipboardWindow) != FALSE) {}
   ~OpenedClipboard() {
@@ -26,7 +27,7 @@ class OpenedClipboard {
   const bool opened_;
 };
 
-// Hands memory to the open clipboard, which owns it from then on; freed when the clipboard does not take it.
+// Passes memory to the open clipboard, which then owns it. The memory is freed if the clipboard refuses it.
 inline void publish(UINT format, UniqueGlobal memory) {
   if (SetClipboardData(format, memory.get()) != nullptr) (void)memory.release();
 }

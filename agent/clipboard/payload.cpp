@@ -1,4 +1,4 @@
-// Packing and reading of clipboard payloads.
+// Packs and reads clipboard payloads.
 #include "clipboard/payload.h"
 
 #include <optional>
@@ -15,12 +15,12 @@ void put_big_endian(std::vector<std::uint8_t>& bytes, std::uint64_t value, std::
     bytes.push_back(static_cast<std::uint8_t>(value >> 8 * i));
 }
 
-std::string_view behind_last_separator(std::string_view path) {
+std::string_view after_last_separator(std::string_view path) {
   const std::size_t separator = path.find_last_of("/\\");
   return separator == std::string_view::npos ? path : path.substr(separator + 1);
 }
 
-// Takes bytes from the front of a payload, or none at all when there are too few.
+// Reads a payload from its start. A read of more bytes than are left takes none.
 class Reader {
  public:
   Reader(const std::uint8_t* data, std::size_t length) : data_(data), left_(length) {}
@@ -47,7 +47,7 @@ class Reader {
   std::size_t left_;
 };
 
-// The next record, its name as it came; nothing when the rest is too short for one.
+// The next record, with its name unchanged. No value if the rest is too short for one.
 std::optional<ClipFile> read_record(Reader& reader) {
   const std::optional<std::uint64_t> name_length = reader.number(kNameLengthSize);
   if (!name_length) return std::nullopt;
@@ -85,7 +85,7 @@ std::vector<ClipFile> ReadClipFiles(const std::uint8_t* content, std::size_t len
 }
 
 std::string SafeClipFileName(std::string_view name) {
-  const std::string_view last = behind_last_separator(name);
+  const std::string_view last = after_last_separator(name);
   return last == "." || last == ".." ? std::string() : std::string(last);
 }
 
@@ -94,7 +94,7 @@ bool ClipFilePacker::fits(std::uint64_t size) const {
 }
 
 void ClipFilePacker::add(std::string_view path, const std::vector<std::uint8_t>& bytes) {
-  const std::string_view name = behind_last_separator(path);
+  const std::string_view name = after_last_separator(path);
   put_big_endian(records_, name.size(), kNameLengthSize);
   records_.insert(records_.end(), name.begin(), name.end());
   put_big_endian(records_, bytes.size(), kFileSizeSize);

@@ -1,4 +1,4 @@
-// PNG files and bitmaps.
+// Converts between PNG files and clipboard bitmaps.
 #include "clipboard/png_win32.h"
 
 #include <cstring>
@@ -16,8 +16,8 @@ namespace gdip = Gdiplus::DllExports;
 
 constexpr std::size_t kBytesPerPixel = 4;
 
-// A picture's pixels, blue, green, red, alpha, for as long as the object lives. Must die before the picture.
-class LockedPixels {
+// Locks a picture's pixels: blue, green, red, alpha. Must be destroyed before the picture.
+class [[nodiscard]] LockedPixels {
  public:
   LockedPixels(Gdiplus::GpBitmap* bitmap, UINT width, UINT height) : bitmap_(bitmap) {
     const Gdiplus::Rect all(0, 0, static_cast<INT>(width), static_cast<INT>(height));
@@ -92,7 +92,7 @@ std::vector<std::uint8_t> EncodeClipboardDibAsPng() {
   const LockedGlobal memory(dib);
   if (memory.get() == nullptr) return {};
   const auto& info = *static_cast<const BITMAPINFO*>(memory.get());
-  // Nothing is checked against the size of the memory: the header is the local program's word.
+  // The sizes in the header come from a local program and are not checked against the size of the memory.
   const std::size_t offset = BitmapPixelOffset({info.bmiHeader.biSize, info.bmiHeader.biBitCount,
                                                 info.bmiHeader.biCompression, info.bmiHeader.biClrUsed});
   return encode_png(info, static_cast<std::uint8_t*>(memory.get()) + offset);

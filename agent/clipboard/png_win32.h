@@ -1,4 +1,4 @@
-// Images between the open clipboard and PNG files, by GDI+. UI thread only.
+// Converts images between the open clipboard and PNG files, with GDI+. UI thread only.
 #pragma once
 
 #include <cstddef>
@@ -7,11 +7,11 @@
 
 namespace vlk::agent {
 
-// Puts the picture on the clipboard as a top-down 32-bit bitmap, the fourth byte being its alpha channel as
-// it stands. A file that cannot be decoded puts nothing there.
+// Puts the picture on the clipboard as a top-down 32-bit bitmap. The fourth byte of a pixel is the unchanged
+// alpha value. Does nothing if the file cannot be decoded.
 void ApplyPngImage(const std::uint8_t* data, std::size_t size);
 
 // The clipboard's bitmap as a PNG file; empty on any failure.
-std::vector<std::uint8_t> EncodeClipboardDibAsPng();
+[[nodiscard]] std::vector<std::uint8_t> EncodeClipboardDibAsPng();
 
 }  // namespace vlk::agent

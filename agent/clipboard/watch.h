@@ -1,10 +1,10 @@
-// Whether changes of the local clipboard are sent.
+// The switch that decides whether changes of the local clipboard are sent.
 #pragma once
 
 namespace vlk::agent {
 
-// While false, as it is at first, changes of the clipboard are lost; nothing reads them later. Received
-// content is applied either way. Callable from any thread.
+// Initially false. While false, changes of the clipboard are lost and not sent later. Received content is
+// applied in both states. Callable on any thread.
 void SetClipboardSessionActive(bool active);
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// Changes of the local clipboard go out as one message each, whatever their size.
+// Sends each change of the local clipboard as one message, whatever its size.
 #include "clipboard/watch_win32.h"
 
 #include <array>
@@ -43,8 +43,9 @@ Bytes capture_image() {
   return PackClip(ClipboardKind::Image, {reinterpret_cast<const char*>(png.data()), png.size()});
 }
 
-// Adds a file, unless it is a folder or cannot be read; false when it is too large for the message.
-bool pack_file(const wchar_t* path, ClipFilePacker& packer) {
+// Adds a file. Leaves out a folder and a file that cannot be read. False if the file is too large for the
+// message.
+[[nodiscard]] bool pack_file(const wchar_t* path, ClipFilePacker& packer) {
   const DWORD attributes = GetFileAttributesW(path);
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return true;
   const HANDLE opened = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
@@ -71,7 +72,7 @@ Bytes capture_files() {
   for (UINT i = 0; i < count; ++i) {
     std::array<wchar_t, kPathSize> path = {};
     if (DragQueryFileW(drop, i, path.data(), kPathSize) == 0) continue;
-    // The files behind one that is too large are left out too, even where they would fit.
+    // The files after one that is too large are left out too, even if they would fit.
     if (!pack_file(path.data(), packer)) break;
   }
   return packer.payload();

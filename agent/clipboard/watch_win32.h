@@ -1,5 +1,5 @@
-// The local clipboard's changes, as the window's procedure tells of them. UI thread only, and on it for as
-// long as the work takes: reading files, encoding images, and the blocking send. All failures are silent.
+// Sends changes of the local clipboard, which the window procedure reports. Runs on the UI thread, which it
+// blocks while it reads files, encodes images and sends. All failures are silent.
 #pragma once
 
 #include <cstddef>
@@ -9,12 +9,12 @@
 
 namespace vlk::agent {
 
-// Watches the clipboard for the life of the window, which is also its owner while content is applied. Once
-// only. The sink takes each finished payload, which lives until it returns.
+// Watches the clipboard as long as the window exists. The window also becomes the clipboard's owner when
+// content is applied. Called once. The sink gets each payload, which is valid until it returns.
 void StartClipboardWatch(HWND window, std::function<void(const unsigned char* data, std::size_t size)> sink);
 
-// Sends what the clipboard holds now, unless no session is active or the change is our own. For
-// WM_CLIPBOARDUPDATE.
+// Sends the clipboard's present content, unless no session is active or the agent itself made the change.
+// Called for WM_CLIPBOARDUPDATE.
 void OnClipboardUpdate();
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// The agent's settings and their store: one registry key of the current user.
+// The agent's settings, stored in one registry key of the current user.
 #pragma once
 
 #include <cstdint>
@@ -6,35 +6,35 @@
 
 namespace vlk::agent {
 
-// Strings are UTF-8. An empty `server_host` means the default server host and a `server_port` of 0 means 443;
-// the rule is applied where they are used, and the record itself stays empty and 0.
+// Strings are UTF-8. An empty `server_host` stands for the default server, and a `server_port` of 0 for 443.
+// server_address() applies that; the record itself stays empty and 0.
 struct AgentConfig {
   std::string display_name;       // name under which the representative sees this machine
-  bool unattended = false;        // sessions start without asking the local user
-  std::string agent_id;           // identity issued at enrolment, empty before
-  std::string agent_secret;       // credential issued at enrolment, kept in clear text
-  std::string server_host;        // of the command line only: never stored
-  std::uint32_t server_port = 0;  // of the command line only: never stored
-  std::string skipped_version;    // the update that the user chose not to have
+  bool unattended = false;        // sessions start without a prompt to the local user
+  std::string agent_id;           // identity issued at enrolment; empty before
+  std::string agent_secret;       // credential issued at enrolment; stored as plain text
+  std::string server_host;        // from the command line only; never stored
+  std::uint32_t server_port = 0;  // from the command line only; never stored
+  std::string skipped_version;    // the update that the user chose to skip
 };
 
 inline constexpr std::uint32_t kDefaultServerPort = 443;
 
-// Host name that an empty `server_host` stands for, fixed when the agent is built.
-const char* default_server_host();
+// The host name that an empty `server_host` stands for; compiled in.
+[[nodiscard]] const char* default_server_host();
 
 struct ServerAddress {
   std::string host;
   std::uint32_t port;
 };
 
-// Where the record's server is, the defaults filled in.
-ServerAddress server_address(const AgentConfig& config);
+// The server of these settings, with the defaults applied.
+[[nodiscard]] ServerAddress server_address(const AgentConfig& config);
 
-// The stored settings, with defaults for what is missing. Cannot fail.
+// The stored settings, with defaults for missing values. Cannot fail.
 AgentConfig load_config();
 
-// Writes the five stored values, the record as a whole. A failure is silent.
+// Writes all five stored values. A failure is ignored.
 void save_config(const AgentConfig& config);
 
 }  // namespace vlk::agent

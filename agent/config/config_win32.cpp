@@ -1,4 +1,4 @@
-// The settings' store: five values of one registry key of the current user.
+// The stored settings: five values of one registry key of the current user.
 #include "config/config.h"
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
@@ -8,7 +8,7 @@ namespace vlk::agent {
 namespace {
 
 constexpr wchar_t kSettingsKey[] = L"Software\\Maravek\\Vantelink";
-constexpr DWORD kComputerNameSize = 16;  // characters, the closing zero included: the system's own limit
+constexpr DWORD kComputerNameSize = 16;  // characters, including the terminating zero: the system's limit
 
 std::string computer_name() {
   wchar_t name[kComputerNameSize] = {};
@@ -33,7 +33,7 @@ AgentConfig load_config() {
   config.agent_secret = read_registry_string(key.get(), L"AgentSecret");
   config.skipped_version = read_registry_string(key.get(), L"SkippedVersion");
 
-  // Any type will do, as long as it fits: the flag counts, not who wrote it.
+  // A value of any type that fits is accepted.
   DWORD unattended = 0;
   DWORD bytes = sizeof(unattended);
   if (RegQueryValueExW(key.get(), L"Unattended", nullptr, nullptr, reinterpret_cast<BYTE*>(&unattended),

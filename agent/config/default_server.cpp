@@ -1,4 +1,4 @@
-// The compiled-in server: chosen when the agent is built, for each product that ships it.
+// The default server, compiled in: each product that ships the agent sets it when it builds the agent.
 #include "config/config.h"
 
 namespace vlk::agent {

@@ -1,4 +1,4 @@
-// The machine's identity from the registry.
+// The machine's identifier from the registry.
 #include "config/machine_guid.h"
 #include "platform/win32/handles_win32.h"
 #include "platform/win32/registry_win32.h"
@@ -7,7 +7,7 @@ namespace vlk::agent {
 
 std::string read_machine_guid() {
   HKEY opened = nullptr;
-  // The 64-bit view in any case, so that no redirected copy is read.
+  // Always the 64-bit view, so that no redirected copy is read.
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Cryptography", 0,
                     KEY_QUERY_VALUE | KEY_WOW64_64KEY, &opened) != ERROR_SUCCESS) {
     return {};

@@ -1,5 +1,5 @@
-// Remote mouse and keyboard: batches from the wire become the system's own input events. Nothing is ever
-// answered; the only trace is the debug log.
+// Injects the representative's mouse and keyboard events, which arrive in batches, into the system. Nothing
+// is answered; only the debug log reports failures.
 #pragma once
 
 #include <cstddef>
@@ -7,18 +7,19 @@
 
 namespace vlk::agent {
 
-// Injects one batch, if a session is active. Runs on the connection thread and waits for the system.
+// Injects one batch if a session is active. Runs on the connection thread and blocks until the system has
+// taken it.
 void InjectInputBatch(const unsigned char* payload, std::size_t length);
 
-// Fires the secure-attention sequence (Ctrl+Alt+Del) through "sas.dll", whether or not a session is active.
+// Sends the secure-attention sequence (Ctrl+Alt+Del) through "sas.dll", whether or not a session is active.
 void SendSecureAttention();
 
-// While false, batches are lost. Callable from any thread.
+// While false, batches are dropped. Callable on any thread.
 void SetInputSessionActive(bool active);
 
-// Rectangle, in virtual-desktop pixels, that pointer positions refer to; a width or height of 0 or less means
-// the whole virtual desktop. Survives the end of a session. Callable from any thread; a reader may see a mix
-// of an old and a new rectangle for a moment.
+// Sets the rectangle, in virtual-desktop pixels, that pointer positions refer to. A width or height of 0 or
+// less means the whole virtual desktop. Stays set after the end of a session. Callable on any thread; during
+// a change a reader may see a mix of the old and the new rectangle.
 void SetActiveMonitorRect(std::int32_t left, std::int32_t top, std::int32_t width, std::int32_t height);
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// Input injection by SendInput, and the secure-attention sequence by "sas.dll".
+// Injects input with SendInput, and the secure-attention sequence with "sas.dll".
 #include <array>
 #include <atomic>
 
@@ -10,21 +10,16 @@
 namespace vlk::agent {
 namespace {
 
-constexpr std::size_t kMaxEvents = 255;  // what the count byte of a batch can say
+constexpr std::size_t kMaxEvents = 255;  // the largest value of a batch's count byte
 
 std::atomic<bool> InputSessionActive{false};
 
-// Four values, not one: a reader may see a mix of an old and a new rectangle for the moment of a change.
+// Four separate values: during a change a reader may see a mix of the old and the new rectangle.
 struct {
   std::atomic<std::int32_t> left{0}, top{0}, width{0}, height{0};
 } ActiveMonitorRect;
 
-DebugLogGate InputDebugEnabled;
-
-template <typename... Arguments>
-void InputDebugLog(const char* format, Arguments... arguments) {
-  if (InputDebugEnabled.open()) append_debug_log(format, arguments...);
-}
+OptionalDebugLog InputDebugLog;
 
 DesktopRect virtual_desktop() {
   const int left = GetSystemMetrics(SM_XVIRTUALSCREEN);
@@ -39,8 +34,8 @@ DesktopRect active_monitor() {
 }
 
 void log_key(const KeyEvent& key) {
-  InputDebugLog("[inject] key down=%u vk=0x%X scan=0x%X ext=%u\n", unsigned{key.down}, unsigned{key.vk},
-                unsigned{key.scan}, unsigned{key.ext});
+  InputDebugLog.write("[inject] key down=%u vk=0x%X scan=0x%X ext=%u\n", unsigned{key.down}, unsigned{key.vk},
+                      unsigned{key.scan}, unsigned{key.ext});
 }
 
 INPUT to_system(const InputRecord& record) {
@@ -64,14 +59,14 @@ INPUT to_system(const InputRecord& record) {
 
 void InjectInputBatch(const unsigned char* payload, std::size_t length) {
   if (!InputSessionActive) {
-    InputDebugLog("[inject] DROP: session not active\n");
+    InputDebugLog.write("[inject] DROP: session not active\n");
     return;
   }
   if (length == 0) return;
   const auto records = ParseInputBatch(payload, length, {virtual_desktop, active_monitor, log_key});
   if (!records || records->empty()) return;
 
-  // In one call, so that nobody else's input comes in between.
+  // In one call, so that no other input comes in between.
   std::array<INPUT, kMaxEvents> inputs;
   std::size_t count = 0;
   for (const InputRecord& record : *records)
@@ -79,9 +74,9 @@ void InjectInputBatch(const unsigned char* payload, std::size_t length) {
   SetLastError(ERROR_SUCCESS);
   const UINT sent = SendInput(static_cast<UINT>(count), inputs.data(), sizeof(INPUT));
   if (sent != count) {
-    InputDebugLog("[inject] SendInput n=%zu sent=%u err=%lu (BLOCKED?)\n", count, sent, GetLastError());
+    InputDebugLog.write("[inject] SendInput n=%zu sent=%u err=%lu (BLOCKED?)\n", count, sent, GetLastError());
   } else {
-    InputDebugLog("[inject] SendInput n=%zu OK\n", count);
+    InputDebugLog.write("[inject] SendInput n=%zu OK\n", count);
   }
 }
 
@@ -89,17 +84,17 @@ void SendSecureAttention() {
   using SendSas = void(WINAPI*)(BOOL as_user);
   const UniqueLibrary library(LoadLibraryA("sas.dll"));
   if (!library) {
-    InputDebugLog("[sas] sas.dll not available\n");
+    InputDebugLog.write("[sas] sas.dll not available\n");
     return;
   }
-  // By way of void*, for GCC warns of a direct cast between function types.
+  // Cast by way of void*, because GCC warns of a direct cast between function types.
   const auto send_sas =
       reinterpret_cast<SendSas>(reinterpret_cast<void*>(GetProcAddress(library.get(), "SendSAS")));
   if (send_sas) {
     send_sas(FALSE);
-    InputDebugLog("[sas] SendSAS issued\n");
+    InputDebugLog.write("[sas] SendSAS issued\n");
   } else {
-    InputDebugLog("[sas] SendSAS entrypoint missing\n");
+    InputDebugLog.write("[sas] SendSAS entrypoint missing\n");
   }
 }
 

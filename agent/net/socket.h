@@ -11,27 +11,27 @@ namespace vlk {
 using SocketHandle = std::uintptr_t;
 inline constexpr SocketHandle kInvalidSocket = ~SocketHandle{0};
 
-// Reference-counted start and end of the platform's socket library (Winsock 2.2). Results are not looked at.
+// Reference-counted start and end of the platform's socket library (Winsock 2.2). Failures are ignored.
 void start_sockets();
 void end_sockets();
 
-// Resolves `host` and connects to the first of its addresses that accepts, in the resolver's order, blocking
-// for as long as the system does. kInvalidSocket when none could be had.
-SocketHandle connect_socket(const std::string& host, std::uint32_t port);
+// Resolves `host` and connects to the first of its addresses that accepts, in the resolver's order. Blocks
+// without a time-out of its own. kInvalidSocket if the name does not resolve or no address accepts.
+[[nodiscard]] SocketHandle connect_socket(const std::string& host, std::uint32_t port);
 
-// Switches Nagle's delay off, so that small messages do not wait. The result is not looked at.
+// Turns Nagle's algorithm off, so that small messages are sent without delay. A failure is ignored.
 void send_at_once(SocketHandle socket);
 
-// Blocking transfer. Receive: bytes read, 0 at the end of the stream, below 0 on failure. Send: whether every
-// byte was handed to the system.
-std::ptrdiff_t receive_some(SocketHandle socket, unsigned char* buffer, std::size_t size);
-bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length);
+// Blocking transfer. receive_some: bytes read, 0 at the end of the stream, below 0 on failure. send_all:
+// whether the system took every byte.
+[[nodiscard]] std::ptrdiff_t receive_some(SocketHandle socket, unsigned char* buffer, std::size_t size);
+[[nodiscard]] bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length);
 
-// Callable by any thread while the owner has not closed it: blocked and later transfers return at once. On
-// Windows this closes the handle, and the owner's close_socket then fails harmlessly.
+// Makes blocked and later transfers return at once. Callable on any thread until the owner closes the socket.
+// On Windows this closes the handle, and the owner's later close_socket fails without harm.
 void interrupt_socket(SocketHandle socket);
 
-// Called by the owning thread, once. The result is not looked at.
+// Called once, on the owning thread. A failure is ignored.
 void close_socket(SocketHandle socket);
 
 }  // namespace vlk

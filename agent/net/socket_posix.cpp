@@ -1,7 +1,7 @@
 // Blocking sockets of a POSIX system, for native builds.
 #include <cerrno>
-#include <memory>
 
+#include "net/connect_first.h"
 #include "net/socket.h"
 
 #include <netdb.h>
@@ -17,15 +17,12 @@ int descriptor(SocketHandle socket) {
   return static_cast<int>(socket);
 }
 
-SocketHandle connect_first(const addrinfo* addresses) {
-  for (const addrinfo* address = addresses; address != nullptr; address = address->ai_next) {
-    const int candidate =
-        ::socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
-    if (candidate < 0) continue;
-    if (::connect(candidate, address->ai_addr, address->ai_addrlen) == 0)
-      return static_cast<SocketHandle>(candidate);
-    ::close(candidate);
-  }
+SocketHandle connect_to(const addrinfo& address) {
+  const int candidate = ::socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol);
+  if (candidate < 0) return kInvalidSocket;
+  if (::connect(candidate, address.ai_addr, address.ai_addrlen) == 0)
+    return static_cast<SocketHandle>(candidate);
+  ::close(candidate);
   return kInvalidSocket;
 }
 
@@ -36,12 +33,7 @@ void start_sockets() {}
 void end_sockets() {}
 
 SocketHandle connect_socket(const std::string& host, std::uint32_t port) {
-  addrinfo hints{};
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) return kInvalidSocket;
-  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, &::freeaddrinfo);
-  return connect_first(addresses.get());
+  return connect_first<addrinfo, ::getaddrinfo, ::freeaddrinfo>(host, port, SOCK_STREAM, connect_to);
 }
 
 void send_at_once(SocketHandle socket) {
@@ -68,7 +60,7 @@ bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length
 }
 
 void interrupt_socket(SocketHandle socket) {
-  // Closing would free the number for another descriptor while the owner still uses it.
+  // Not closed: the number could become another descriptor while the owner still uses it.
   ::shutdown(descriptor(socket), SHUT_RDWR);
 }
 

@@ -1,24 +1,22 @@
-// Blocking sockets by Winsock.
+// Blocking sockets with Winsock.
 #include <algorithm>
-#include <memory>
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include "net/connect_first.h"
 #include "net/socket.h"
 
 namespace vlk {
 namespace {
 
-constexpr std::size_t kLargestTransfer = 0x40000000;  // bytes: the calls count in int
+constexpr std::size_t kLargestTransfer = 0x40000000;  // bytes: the calls take an int
 
-SocketHandle connect_first(const addrinfo* addresses) {
-  for (const addrinfo* address = addresses; address != nullptr; address = address->ai_next) {
-    const SOCKET candidate = ::socket(address->ai_family, address->ai_socktype, address->ai_protocol);
-    if (candidate == INVALID_SOCKET) continue;
-    if (::connect(candidate, address->ai_addr, static_cast<int>(address->ai_addrlen)) == 0) return candidate;
-    ::closesocket(candidate);
-  }
+SocketHandle connect_to(const addrinfo& address) {
+  const SOCKET candidate = ::socket(address.ai_family, address.ai_socktype, address.ai_protocol);
+  if (candidate == INVALID_SOCKET) return kInvalidSocket;
+  if (::connect(candidate, address.ai_addr, static_cast<int>(address.ai_addrlen)) == 0) return candidate;
+  ::closesocket(candidate);
   return kInvalidSocket;
 }
 
@@ -36,12 +34,7 @@ void end_sockets() {
 }
 
 SocketHandle connect_socket(const std::string& host, std::uint32_t port) {
-  addrinfo hints{};
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) return kInvalidSocket;
-  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, &::freeaddrinfo);
-  return connect_first(addresses.get());
+  return connect_first<addrinfo, ::getaddrinfo, ::freeaddrinfo>(host, port, SOCK_STREAM, connect_to);
 }
 
 void send_at_once(SocketHandle socket) {

@@ -1,4 +1,4 @@
-// Freeing OpenSSL's records of a thread.
+// Frees OpenSSL's data of a thread.
 #include "net/thread_records.h"
 
 #include <openssl/crypto.h>

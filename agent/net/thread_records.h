@@ -1,13 +1,13 @@
-// What OpenSSL keeps for each thread that used it.
+// Frees the data that OpenSSL keeps for each thread.
 #pragma once
 
 namespace vlk {
 
-// Stands first in a thread that uses OpenSSL and ends long before the process does, and frees its records
-// when it ends: as a static library on Windows OpenSSL does not hear of that, and each thread would leave
-// some kilobytes behind. Not a thread_local object: what those do while their thread is taken down left other
-// threads waiting for ever.
-struct ThreadRecords {
+// Frees OpenSSL's data of the current thread when destroyed. The first object on each thread that uses
+// OpenSSL and ends long before the process: a static OpenSSL on Windows gets no notice of a thread's end, so
+// each thread would leak some kilobytes. A thread_local object would not do: its destructor runs during the
+// thread's teardown and left other threads waiting forever.
+struct [[nodiscard]] ThreadRecords {
   ThreadRecords() = default;
   ~ThreadRecords();
   ThreadRecords(const ThreadRecords&) = delete;

@@ -1,4 +1,4 @@
-// TLS over memory buffers, with the socket's waits outside the lock.
+// TLS over memory buffers, with the blocking socket calls outside the lock.
 #include "net/tls_connection.h"
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 namespace vlk::agent {
 namespace {
 
-constexpr std::size_t kReceiveSize = 16384;  // bytes asked of the socket at once: about a TLS record
+constexpr std::size_t kReceiveSize = 16384;  // bytes per read from the socket: about one TLS record
 constexpr std::size_t kRecordSize = 16384;   // largest plain text of a record, RFC 8446 section 5.1
 constexpr std::size_t kSendBatch = 4;        // records encrypted between two calls to the socket
 
@@ -21,7 +21,7 @@ TlsConnection::TlsConnection(SSL_CTX* context, SocketHandle socket, const std::s
   if (!ssl_) return;
   input_ = BIO_new(BIO_s_mem());
   output_ = BIO_new(BIO_s_mem());
-  BIO_set_mem_eof_return(input_, -1);  // an empty buffer means wait, not end
+  BIO_set_mem_eof_return(input_, -1);  // an empty buffer means "wait", not "end"
   BIO_set_mem_eof_return(output_, -1);
   SSL_set_bio(ssl_.get(), input_, output_);
   SSL_set_tlsext_host_name(ssl_.get(), host.c_str());
@@ -30,31 +30,31 @@ TlsConnection::TlsConnection(SSL_CTX* context, SocketHandle socket, const std::s
 }
 
 bool TlsConnection::connect() {
+  const MutexLock lock(lock_);
   if (!ssl_) return false;
-  Lock lock(lock_);
   for (;;) {
     ERR_clear_error();
     const int result = SSL_connect(ssl_.get());
     const bool wants_input = SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;
-    if (!flush(lock, true) || result == 1) return result == 1;
-    if (!wants_input || !pump_input(lock)) return false;
+    if (!flush(true) || result == 1) return result == 1;
+    if (!wants_input || !pump_input()) return false;
   }
 }
 
 std::ptrdiff_t TlsConnection::read(unsigned char* buffer, std::size_t size) {
-  Lock lock(lock_);
+  const MutexLock lock(lock_);
   for (;;) {
     ERR_clear_error();
     const int result = SSL_read(ssl_.get(), buffer, static_cast<int>(size));
     const bool wants_input = SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;
-    flush(lock, false);
+    flush(false);
     if (result > 0) return result;
-    if (!wants_input || !pump_input(lock)) return -1;
+    if (!wants_input || !pump_input()) return -1;
   }
 }
 
 bool TlsConnection::write(const unsigned char* data, std::size_t length) {
-  Lock lock(lock_);
+  const MutexLock lock(lock_);
   std::size_t done = 0;
   while (done < length) {
     const std::size_t batch_end = std::min(length, done + kSendBatch * kRecordSize);
@@ -67,33 +67,34 @@ bool TlsConnection::write(const unsigned char* data, std::size_t length) {
       if (result <= 0 && !wants_input) return false;
       if (result > 0) done += static_cast<std::size_t>(result);
     }
-    if (!flush(lock, true)) return false;
+    if (!flush(true)) return false;
     // Only a renegotiation by a TLS 1.2 server makes a write wait for input.
-    if (wants_input && !pump_input(lock)) return false;
+    if (wants_input && !pump_input()) return false;
   }
   return true;
 }
 
 void TlsConnection::shutdown() {
-  Lock lock(lock_);
+  const MutexLock lock(lock_);
   ERR_clear_error();
   SSL_shutdown(ssl_.get());
-  flush(lock, false);
+  flush(false);
 }
 
-bool TlsConnection::pump_input(Lock& lock) {
+bool TlsConnection::pump_input() {
   if (input_ended_) return false;
   if (receiving_) {
-    // Another thread is at the socket already: its bytes serve this one too.
+    // Another thread already reads from the socket. OpenSSL gets its bytes, so this thread waits for them.
     const std::uint64_t seen = input_count_;
-    changed_.wait(lock, [&] { return input_count_ != seen || input_ended_ || !receiving_; });
+    while (input_count_ == seen && !input_ended_ && receiving_)
+      changed_.wait(lock_);
     return !input_ended_;
   }
   receiving_ = true;
-  lock.unlock();
+  lock_.unlock();
   unsigned char bytes[kReceiveSize];
   const std::ptrdiff_t count = receive_some(socket_, bytes, sizeof bytes);
-  lock.lock();
+  lock_.lock();
   receiving_ = false;
   if (count > 0) {
     BIO_write(input_, bytes, static_cast<int>(count));
@@ -105,21 +106,21 @@ bool TlsConnection::pump_input(Lock& lock) {
   return !input_ended_;
 }
 
-bool TlsConnection::flush(Lock& lock, bool everything) {
-  if (everything) changed_.wait(lock, [&] { return !sending_; });
-  // A thread that is sending takes along whatever lies in the buffer before it stops.
+bool TlsConnection::flush(bool everything) {
+  while (everything && sending_)
+    changed_.wait(lock_);
+  // The thread that is sending also sends whatever is in the buffer before it stops.
   if (sending_) return true;
   std::vector<unsigned char> bytes;
   sending_ = true;
   while (!output_failed_ && BIO_pending(output_) > 0) {
     bytes.resize(static_cast<std::size_t>(BIO_pending(output_)));
     BIO_read(output_, bytes.data(), static_cast<int>(bytes.size()));
-    lock.unlock();
+    lock_.unlock();
     const bool sent = send_all(socket_, bytes.data(), bytes.size());
-    lock.lock();
+    lock_.lock();
     if (!sent) output_failed_ = true;
-    // The reader goes back to reading: what has come since is the waiting writer's own, and that writer sends
-    // it.
+    // The reader returns to reading. Output made since then belongs to a waiting writer, which sends it.
     if (!everything) break;
   }
   sending_ = false;

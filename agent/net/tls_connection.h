@@ -1,66 +1,66 @@
-// One TLS connection over one socket, read by one thread while others write.
+// One TLS connection over one socket, on which one thread reads while others write.
 //
-// OpenSSL allows one thread at a time inside an SSL object, and a connection that lives for months meets
-// session tickets and key updates while it writes. So the object keeps a small lock of its own around each
-// OpenSSL call and never holds it while it waits: OpenSSL works on memory, and the socket's blocking calls
+// OpenSSL allows one thread at a time inside an SSL object, and on a connection that lasts for months session
+// tickets and key updates arrive during writes. Each OpenSSL call therefore runs under a lock of the
+// connection's own, which is never held during a wait: OpenSSL works on memory, and the blocking socket calls
 // happen outside the lock. A reader never waits for a blocked writer, nor a writer for a blocked reader.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <openssl/ssl.h>
 
 #include "net/socket.h"
+#include "platform/threads/mutex.h"
 
 namespace vlk::agent {
 
 class TlsConnection {
  public:
-  // Borrows the socket. `host` goes out as server name and is what the certificate must be for; a wildcard
-  // that stands for part of a label does not count. Without a context no handshake succeeds.
+  // Borrows the socket. `host` is sent as server name and is the name that the certificate must carry; a
+  // wildcard for part of a label does not match. Without a context every handshake fails.
   TlsConnection(SSL_CTX* context, SocketHandle socket, const std::string& host);
 
-  // The handshake; false when it failed, a certificate that does not verify included.
-  bool connect();
+  // The handshake; false if it fails, also for a certificate that does not verify.
+  [[nodiscard]] bool connect() VLK_EXCLUDES(lock_);
 
   // Blocks for the next bytes; below 1 when the connection has ended. One thread at a time.
-  std::ptrdiff_t read(unsigned char* buffer, std::size_t size);
+  [[nodiscard]] std::ptrdiff_t read(unsigned char* buffer, std::size_t size) VLK_EXCLUDES(lock_);
 
-  // Blocks until all of `data` is handed to the system; false when it could not be. The caller sees to it
-  // that one message is written at a time.
-  bool write(const unsigned char* data, std::size_t length);
+  // Blocks until the system has taken all of `data`; false if it did not. The caller makes sure that one
+  // message is written at a time.
+  [[nodiscard]] bool write(const unsigned char* data, std::size_t length) VLK_EXCLUDES(lock_);
 
-  // Sends the closing alert, once; the result is not looked at.
-  void shutdown();
+  // Sends the closing alert, once. A failure is ignored.
+  void shutdown() VLK_EXCLUDES(lock_);
 
  private:
-  using Lock = std::unique_lock<std::mutex>;
-
-  // Waits for bytes from the socket and gives them to OpenSSL; false at the end of the stream.
-  bool pump_input(Lock& lock);
-  // Sends what OpenSSL has put out. `everything`: wait until it is all sent, by whichever thread.
-  bool flush(Lock& lock, bool everything);
+  // Waits for bytes from the socket and gives them to OpenSSL; false at the end of the stream. Unlocks while
+  // it waits.
+  [[nodiscard]] bool pump_input() VLK_REQUIRES(lock_);
+  // Sends what OpenSSL has put out; false once sending has failed. With `everything` it returns only when all
+  // of it is sent, by this thread or another. Unlocks while it sends.
+  bool flush(bool everything) VLK_REQUIRES(lock_);
 
   struct SslDeleter {
     void operator()(SSL* ssl) const { SSL_free(ssl); }
   };
 
   const SocketHandle socket_;
-  std::mutex lock_;  // guards all below
-  std::unique_ptr<SSL, SslDeleter> ssl_;
-  BIO* input_ = nullptr;   // from the network to OpenSSL; owned by ssl_
-  BIO* output_ = nullptr;  // from OpenSSL to the network; owned by ssl_
-  std::condition_variable changed_;
-  bool receiving_ = false;  // a thread waits in the socket for input
-  bool sending_ = false;    // a thread is sending output, in the order in which OpenSSL made it
-  bool input_ended_ = false;
-  bool output_failed_ = false;
-  std::uint64_t input_count_ = 0;  // batches of input taken in
+  Mutex lock_;
+  std::unique_ptr<SSL, SslDeleter> ssl_ VLK_GUARDED_BY(lock_);
+  BIO* input_ VLK_GUARDED_BY(lock_) = nullptr;   // from the network to OpenSSL; owned by ssl_
+  BIO* output_ VLK_GUARDED_BY(lock_) = nullptr;  // from OpenSSL to the network; owned by ssl_
+  ConditionVariable changed_;
+  bool receiving_ VLK_GUARDED_BY(lock_) = false;  // a thread waits in the socket for input
+  bool sending_ VLK_GUARDED_BY(lock_) =
+      false;  // a thread sends output, in the order in which OpenSSL made it
+  bool input_ended_ VLK_GUARDED_BY(lock_) = false;
+  bool output_failed_ VLK_GUARDED_BY(lock_) = false;
+  std::uint64_t input_count_ VLK_GUARDED_BY(lock_) = 0;  // batches of input received
 };
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// Building the TLS client context.
+// Builds the TLS client context.
 #include "net/tls_context.h"
 
 #include <openssl/x509.h>
@@ -8,8 +8,8 @@
 namespace vlk::agent {
 
 SslContext build_tls_context() {
-  // No cleaning up at exit: detached threads may still be inside OpenSSL then, and the client's context is
-  // freed later than that.
+  // OpenSSL must not clean up at exit: detached threads may still use it then, and the client's context is
+  // freed even later.
   OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   SslContext context(SSL_CTX_new(TLS_client_method()));
   if (!context) return context;
@@ -25,7 +25,7 @@ void import_system_roots(SSL_CTX* context) {
   for_each_system_root([store](const unsigned char* der, std::size_t size) {
     const std::unique_ptr<X509, decltype(&X509_free)> certificate(
         d2i_X509(nullptr, &der, static_cast<long>(size)), &X509_free);
-    // A refusal, of a duplicate for instance, is of no interest.
+    // A refusal is ignored: mostly the root is a duplicate.
     if (certificate) X509_STORE_add_cert(store, certificate.get());
   });
 }

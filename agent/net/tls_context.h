@@ -1,5 +1,5 @@
-// The TLS client context of the server link: OpenSSL's defaults, TLS 1.2 or later, certificates verified
-// against the operating system's roots and OpenSSL's own.
+// The TLS client context of the connection to the relay: OpenSSL's defaults, TLS 1.2 or later, certificates
+// verified against the operating system's roots and OpenSSL's own.
 #pragma once
 
 #include <memory>
@@ -13,11 +13,12 @@ struct SslContextDeleter {
 };
 using SslContext = std::unique_ptr<SSL_CTX, SslContextDeleter>;
 
-// Called before the process uses OpenSSL in any other way. Reads the system's roots once, so certificates
-// added later are not seen. Null when there is no memory for it, which shows as every handshake failing.
-SslContext build_tls_context();
+// Called before any other use of OpenSSL in the process. Reads the system's roots once, so certificates added
+// later are not seen. Null without memory; then every handshake fails.
+[[nodiscard]] SslContext build_tls_context();
 
-// Adds the operating system's roots to the context's store. One that does not parse or is refused is skipped.
+// Adds the operating system's roots to the context's store. A root that does not parse or is refused is
+// skipped.
 void import_system_roots(SSL_CTX* context);
 
 }  // namespace vlk::agent

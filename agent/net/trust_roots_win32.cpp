@@ -1,4 +1,4 @@
-// Roots from the system's certificate store named ROOT.
+// The root certificates of the system's certificate store ROOT.
 #include <memory>
 
 #include <windows.h>
@@ -11,15 +11,17 @@ namespace vlk::agent {
 namespace {
 
 struct StoreCloser {
-  void operator()(void* store) const { CertCloseStore(store, 0); }
+  using pointer = HCERTSTORE;
+  void operator()(HCERTSTORE store) const { CertCloseStore(store, 0); }
 };
+using UniqueStore = std::unique_ptr<HCERTSTORE, StoreCloser>;
 
 }  // namespace
 
 void for_each_system_root(const std::function<void(const unsigned char* der, std::size_t size)>& visit) {
-  const std::unique_ptr<void, StoreCloser> store(CertOpenSystemStoreW(0, L"ROOT"));
+  const UniqueStore store(CertOpenSystemStoreW(0, L"ROOT"));
   if (!store) return;
-  // Each call releases the certificate of the call before.
+  // Each call releases the certificate that the call before returned.
   const CERT_CONTEXT* certificate = nullptr;
   while ((certificate = CertEnumCertificatesInStore(store.get(), certificate)) != nullptr) {
     visit(certificate->pbCertEncoded, certificate->cbCertEncoded);

@@ -1,4 +1,4 @@
-// The steady clock by way of the standard library.
+// The steady clock of the standard library.
 #include "platform/clock.h"
 
 #include <chrono>
@@ -16,7 +16,8 @@ Clock steady_clock() {
       },
       [](std::int64_t deadline) {
         const Steady::time_point end{nanoseconds(deadline)};
-        // The library's own sleep_until ends early on Windows: below it a sleep is cut to whole milliseconds.
+        // The library's sleep_until ends early on Windows, because a sleep is cut to whole milliseconds
+        // there.
         while (Steady::now() < end)
           std::this_thread::sleep_for(std::chrono::ceil<std::chrono::milliseconds>(end - Steady::now()));
       },

@@ -1,5 +1,4 @@
-// The steady clock and its sleep as values, so that logic which paces itself can be run on a clock of a
-// test's own.
+// A clock and its sleep as values, so that a test can run time-dependent code on its own clock.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +8,10 @@ namespace vlk {
 
 struct Clock {
   std::function<std::int64_t()> now;  // nanoseconds from an arbitrary, fixed point; never goes back
-  std::function<void(std::int64_t)> sleep_until;  // blocks until now() has reached the argument, never less
+  std::function<void(std::int64_t)> sleep_until;  // blocks until now() has reached the argument
 };
 
-// The system's steady clock. Both members may be called from any thread.
-Clock steady_clock();
+// The system's steady clock. Both members are callable on any thread.
+[[nodiscard]] Clock steady_clock();
 
 }  // namespace vlk

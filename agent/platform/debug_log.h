@@ -1,5 +1,5 @@
 // The debug log: the file "vlkagent.log" in the temporary folder. Each line opens the file, appends and
-// closes it, so that a crash loses none. A file that cannot be opened drops the line without a word.
+// closes it, so that a crash loses no line. A line is dropped silently if the file cannot be opened.
 #pragma once
 
 #include <atomic>
@@ -15,23 +15,24 @@ namespace vlk {
 #define VLK_PRINTF_LIKE
 #endif
 
-// Writes one line by a printf-style format, which brings its own line feed. Callable from any thread.
+// Writes one line by a printf-style format, which includes the line feed. Callable on any thread.
 void append_debug_log(const char* format, ...) VLK_PRINTF_LIKE;
 
-// True if the environment variable "VLK_DEBUG_INPUT" exists, whatever its value. Looked up at each call;
-// callers that are asked to remember the answer do so themselves.
-bool debug_input_requested();
+// True if the environment variable "VLK_DEBUG_INPUT" exists, whatever its value. Looked up at each call.
+[[nodiscard]] bool debug_input_requested();
 
-// One module's own answer to that question, looked up at its first line and kept for the life of the process.
-class DebugLogGate {
+// One module's lines that are written only if debug_input_requested. The module looks it up at its first line
+// and keeps the answer for the life of the process.
+class OptionalDebugLog {
  public:
-  bool open() {
+  template <typename... Arguments>
+  void write(const char* format, Arguments... arguments) {
     if (state_ < 0) state_ = debug_input_requested() ? 1 : 0;
-    return state_ != 0;
+    if (state_ != 0) append_debug_log(format, arguments...);
   }
 
  private:
-  std::atomic<std::int32_t> state_{-1};  // not yet looked up, then 0 or 1
+  std::atomic<std::int32_t> state_{-1};  // -1 before the look-up, then 0 or 1
 };
 
 }  // namespace vlk

@@ -1,4 +1,4 @@
-// The executable's path from the system's list of modules.
+// The executable's path from GetModuleFileName.
 #include <windows.h>
 
 #include "platform/own_path.h"

@@ -1,4 +1,4 @@
-// Text at the system's edge: UTF-8 everywhere inside, UTF-16 only where Windows asks for it.
+// Text conversion. The agent uses UTF-8, and wide strings only for calls of the Windows API.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 
 namespace vlk {
 
-// Empty in, empty out. Malformed input is replaced by the system's rule, never refused, and characters with
-// the value 0 survive. Callable from any thread.
-std::wstring Utf8ToWide(std::string_view text);
-std::string WideToUtf8(std::wstring_view text);
+// Malformed input is replaced by the system's rule, and characters with the value 0 are kept. Callable on any
+// thread.
+[[nodiscard]] std::wstring Utf8ToWide(std::string_view text);
+[[nodiscard]] std::string WideToUtf8(std::wstring_view text);
 
 }  // namespace vlk

@@ -13,7 +13,8 @@ bool is_surrogate(char32_t point) {
   return point >= 0xD800 && point <= 0xDFFF;
 }
 
-// The number of bytes behind a lead byte and the smallest code point that needs them; none for other bytes.
+// What a lead byte says: the number of bytes after it, its own bits, and the smallest code point that needs
+// so many.
 struct Sequence {
   std::size_t continuations = 0;
   char32_t bits = 0;
@@ -28,7 +29,7 @@ Sequence sequence_of(std::uint8_t lead) {
   return {0, kReplacement, 0};
 }
 
-// The code point at `position`, which moves behind it, or behind the bytes that one replacement stands for.
+// The code point at `position`, or the replacement for malformed bytes. Moves `position` past the bytes used.
 char32_t next_point(std::string_view text, std::size_t& position) {
   const Sequence sequence = sequence_of(static_cast<std::uint8_t>(text[position++]));
   char32_t point = sequence.bits;

@@ -1,4 +1,4 @@
-// Text conversion by the system's own tables: one call for the size, one for the text.
+// Text conversion with the Windows API: one call for the size, one for the text.
 #include <windows.h>
 
 #include "platform/text.h"
@@ -6,7 +6,7 @@
 namespace vlk {
 namespace {
 
-constexpr DWORD kNoFlags = 0;  // malformed input is replaced, not refused
+constexpr DWORD kNoFlags = 0;  // malformed input is replaced
 
 }  // namespace
 

@@ -1,6 +1,5 @@
-// Finds the switches in the raw command line. There is no option parser: each switch is a case-sensitive
-// search for its letters, so it also counts inside another word or another switch's value. That is fixed
-// behaviour.
+// Finds the switches in the raw command line. There deliberately is no option parser: each switch is a
+// case-sensitive search for its letters, so it also counts inside another word or another switch's value.
 #pragma once
 
 #include <cstdint>
@@ -10,24 +9,24 @@
 namespace vlk::agent {
 
 enum class RunMode {
-  Agent,             // the window, the tray icon and the server link
-  Service,           // the service's host
-  InstallService,    // one message box and out
-  UninstallService,  // the same
+  Agent,             // the window, the tray icon and the connection to the relay
+  Service,           // the service itself
+  InstallService,    // installs the service and shows one message box
+  UninstallService,  // removes the service and shows one message box
 };
 
-// The line is without the program's own path; a null one is passed as an empty one. Of several service
-// switches `--service` wins, then `--install-service`.
-RunMode find_run_mode(std::wstring_view command_line);
+// The command line does not contain the program's own path. Of several service switches, `--service` takes
+// precedence, then `--install-service`.
+[[nodiscard]] RunMode find_run_mode(std::wstring_view command_line);
 
 // Whether the window starts hidden.
-bool wants_hidden_start(std::wstring_view command_line);
+[[nodiscard]] bool wants_hidden_start(std::wstring_view command_line);
 
-// What follows the first `--host`, blanks and "=" skipped, up to the next blank or the end; quotes and tabs
-// are ordinary characters. A part of `command_line`, or no value if nothing follows.
-std::optional<std::wstring_view> find_host(std::wstring_view command_line);
+// The text after the first `--host` and any blanks and "=", up to the next blank or the end. Quotes and tabs
+// are ordinary characters. Points into `command_line`; no value if there is no text.
+[[nodiscard]] std::optional<std::wstring_view> find_host(std::wstring_view command_line);
 
-// The decimal number behind the first `--port`, blanks and "=" skipped; no value unless it is above 0.
-std::optional<std::uint32_t> find_port(std::wstring_view command_line);
+// The decimal number after the first `--port` and any blanks and "="; no value unless it is above 0.
+[[nodiscard]] std::optional<std::uint32_t> find_port(std::wstring_view command_line);
 
 }  // namespace vlk::agent

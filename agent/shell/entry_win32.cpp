@@ -1,5 +1,5 @@
-// The program's entry: it decides what this run is. The agent itself loads the settings, makes the window and
-// runs the message loop.
+// The program's entry point: decides between the agent and the service's modes. The agent loads the settings,
+// creates the window and runs the message loop.
 #include <string>
 
 #include <windows.h>
@@ -18,7 +18,8 @@ namespace {
 
 using namespace vlk::agent;
 
-constexpr DWORD kWindowStyle = WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;  // no sizing border, no maximise box
+constexpr DWORD kWindowStyle =
+    WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;  // without a sizing border and a maximise box
 constexpr wchar_t kMessageTitle[] = L"Maravek";
 constexpr RECT kClientArea = {0, 0, 360, 440};  // pixels
 
@@ -27,7 +28,7 @@ MainWindow& main_window() {
   return record;
 }
 
-// A failure has the icon of a success: deliberate.
+// A failure deliberately has the same icon as a success.
 void show_result(bool good, const wchar_t* success, const wchar_t* failure) {
   MessageBoxW(nullptr, good ? success : failure, kMessageTitle, MB_OK | MB_ICONINFORMATION);
 }
@@ -50,14 +51,14 @@ void run_uninstall_service() {
   show_result(uninstall_service(), L"Service removed.", L"Service removal failed.");
 }
 
-// True for the first copy in this logon session. The mutex stays open and owned until the process ends; one
-// that cannot be had is no reason not to run.
-bool take_singleton() {
+// True for the first copy in this logon session, and also if the mutex cannot be created. The mutex stays
+// open and owned until the process ends.
+[[nodiscard]] bool become_first_copy() {
   const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"Local\\VantelinkAgentSingleton");
   return mutex == nullptr || GetLastError() != ERROR_ALREADY_EXISTS;
 }
 
-void wake_first_copy() {
+void show_first_copy() {
   const HWND window = FindWindowW(kWindowClass, nullptr);
   if (window != nullptr) PostMessageW(window, WM_SHOW_MAIN, 0, 0);
 }
@@ -66,7 +67,7 @@ void set_dpi_awareness() {
   const HMODULE user32 = GetModuleHandleW(L"user32");
   if (user32 == nullptr) return;
   using SetContext = BOOL(WINAPI*)(DPI_AWARENESS_CONTEXT);
-  // By way of void(*)(), as the two function types are unrelated.
+  // Cast by way of void(*)(), because the two function types are unrelated.
   const auto set_context = reinterpret_cast<SetContext>(
       reinterpret_cast<void (*)()>(GetProcAddress(user32, "SetProcessDpiAwarenessContext")));
   if (set_context != nullptr) {
@@ -106,7 +107,7 @@ void run_message_loop() {
   }
 }
 
-// The interactive agent, from the settings to the end of the message loop.
+// Runs the interactive agent, from loading the settings to the end of the message loop.
 void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_command) {
   set_dpi_awareness();
   ULONG_PTR gdiplus = 0;
@@ -121,7 +122,7 @@ void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_comm
   UpdateWindow(window);
   run_message_loop();
 
-  // The record, which holds the logo, lives longer, until the process ends: deliberate.
+  // The record with the logo deliberately exists longer, until the process ends.
   Gdiplus::GdiplusShutdown(gdiplus);
 }
 
@@ -142,10 +143,10 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR raw_command_line, int s
     case RunMode::Agent:
       break;
   }
-  if (take_singleton()) {
+  if (become_first_copy()) {
     run_agent(instance, command_line, show_command);
   } else {
-    wake_first_copy();
+    show_first_copy();
   }
   return 0;
 }

@@ -1,18 +1,19 @@
-// The one top-level window: the centre of the process on the UI thread. Other threads reach it by posting the
-// private messages and in no other way. For Windows files only.
+// The one top-level window, which everything on the UI thread belongs to. Other threads reach it only by
+// posting the private messages. For Windows files only.
 #pragma once
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <windows.h>
 
 #include "client/agent_client.h"
 #include "config/config.h"
-#include "platform/window_messages_win32.h"
+#include "platform/threads/mutex.h"
+#include "platform/threads/thread_checker.h"
 #include "shell/panel/logo_win32.h"
+#include "shell/window_messages_win32.h"
 
 #include <shellapi.h>
 
@@ -20,11 +21,11 @@ namespace vlk::agent {
 
 inline constexpr wchar_t kWindowClass[] = L"VantelinkAgent";
 
-// Static storage, UI thread only but for what pending_lock guards. Its settings are the UI's own live copy:
-// the client holds another, and each saves itself whole.
+// The window's record, in static storage. Used on the UI thread only, except for what pending_lock guards.
+// The settings are the UI's own copy: the client has another, and each saves all of its values.
 struct MainWindow : AgentConfig {
   std::unique_ptr<AgentClient> client;  // from WM_CREATE to the end of the process
-  Logo logo;                            // may be empty: then nothing is painted
+  Logo logo;                            // if empty, nothing is painted
   HWND window = nullptr;
   HWND name_edit = nullptr;
   HWND unattended_check = nullptr;
@@ -33,13 +34,14 @@ struct MainWindow : AgentConfig {
   std::int32_t status = 0;  // as last received
   std::int32_t rep_count = 0;
   bool exiting = false;  // closing the window ends the process instead of hiding it
-  std::mutex pending_lock;
-  std::uint32_t pending_session = 0;
-  std::string pending_rep_name;  // UTF-8
+  Mutex pending_lock;
+  std::uint32_t pending_session VLK_GUARDED_BY(pending_lock) = 0;
+  std::string pending_rep_name VLK_GUARDED_BY(pending_lock);  // UTF-8
   NOTIFYICONDATAW notify_data = {};
+  [[no_unique_address]] ThreadChecker ui_thread;  // bound by WM_CREATE
 };
 
-// The window's procedure. The creation parameter is the MainWindow.
+// The window procedure. The creation parameter is the MainWindow.
 LRESULT CALLBACK main_window_procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
 
 }  // namespace vlk::agent

@@ -1,5 +1,4 @@
-// The window's procedure, the wiring of the agent to it, and its painting.
-#include <new>
+// The window procedure, the client's callbacks into it, and the window's painting.
 #include <utility>
 
 #include "clipboard/apply_win32.h"
@@ -12,12 +11,12 @@
 #include "shell/texts.h"
 #include "shell/tray.h"
 #include "update/manifest.h"
-#include "update/update_threads_win32.h"
+#include "update/update_threads.h"
 
 namespace vlk::agent {
 namespace {
 
-// The logo's rectangle, in client pixels; always this size, whatever the picture's own.
+// The logo's rectangle in client pixels. The picture is scaled to this size.
 constexpr int kLogoTop = 20;
 constexpr int kLogoWidth = 260;
 constexpr int kLogoHeight = 95;
@@ -37,16 +36,14 @@ AgentCallbacks make_callbacks(MainWindow& main) {
   callbacks.on_notice = [window](std::string text) { post_status_text(window, Utf8ToWide(text)); };
   callbacks.on_session_request = [window, &main](std::uint32_t session, std::string representative) {
     {
-      const std::lock_guard<std::mutex> guard(main.pending_lock);
+      const MutexLock lock(main.pending_lock);
       main.pending_session = session;
       main.pending_rep_name = std::move(representative);
     }
     PostMessageW(window, WM_CONSENT_REQUEST, 0, 0);
   };
   callbacks.on_clipboard = [window](std::vector<std::uint8_t> payload) {
-    PostMessageW(window, WM_CLIPBOARD_INBOUND,
-                 reinterpret_cast<WPARAM>(new (std::nothrow) std::vector<std::uint8_t>(std::move(payload))),
-                 0);
+    post_payload(window, WM_CLIPBOARD_INBOUND, std::move(payload));
   };
   callbacks.on_session_ended = [window](std::uint32_t session) {
     PostMessageW(window, WM_CONSENT_CANCEL, session, 0);
@@ -54,7 +51,7 @@ AgentCallbacks make_callbacks(MainWindow& main) {
   return callbacks;
 }
 
-void wire_agent(MainWindow& main) {
+void start_agent(MainWindow& main) {
   main.client = std::make_unique<AgentClient>(static_cast<const AgentConfig&>(main), make_callbacks(main));
   main.client->start();
   StartClipboardWatch(main.window, [&main](const unsigned char* data, std::size_t size) {
@@ -65,21 +62,23 @@ void wire_agent(MainWindow& main) {
 LRESULT on_create(HWND window, LPARAM lparam) {
   auto* const main = static_cast<MainWindow*>(reinterpret_cast<CREATESTRUCTW*>(lparam)->lpCreateParams);
   SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(main));
+  main->ui_thread.rebind();
   main->window = window;
   main->logo = load_logo();
   create_controls(*main, window);
-  wire_agent(*main);
+  start_agent(*main);
   add_tray_icon(*main);
   const ServerAddress server = server_address(*main);
-  start_update_check(window, server.host, server.port);
+  start_update_check(server.host, server.port,
+                     [window](const UpdateOffer& offer) { post_payload(window, WM_UPDATE_OFFER, offer); });
   return 0;
 }
 
 LRESULT on_destroy(MainWindow* main) {
   if (main != nullptr) {
     remove_tray_icon(*main);
-    // Blocks until the connection thread has ended, through the rest of a reconnect delay too. The client
-    // itself stays until the process ends.
+    // Blocks until the connection thread has ended, also for the rest of a reconnect delay. The client object
+    // stays until the process ends.
     if (main->client) main->client->stop();
   }
   PostQuitMessage(0);
@@ -101,19 +100,19 @@ LRESULT on_paint(HWND window, const MainWindow* main) {
 }
 
 void on_clipboard_inbound(WPARAM wparam) {
-  const std::unique_ptr<std::vector<std::uint8_t>> payload(
-      reinterpret_cast<std::vector<std::uint8_t>*>(wparam));
+  const auto payload = take_payload<std::vector<std::uint8_t>>(wparam);
   if (payload) ApplyClipboard(*payload);
 }
 
-// Ends the process: closing hides no more.
+// Ends the process: from here on, closing the window no longer hides it.
 void exit_agent(MainWindow& main) {
   main.exiting = true;
   DestroyWindow(main.window);
 }
 
-// Whether the id was one of ours.
+// Whether the id is one of the window's controls or menu entries.
 bool on_command(MainWindow& main, WORD id, WORD notification) {
+  main.ui_thread.check();
   switch (id) {
     case kApplyButton:
       if (notification == BN_CLICKED) apply_settings(main);
@@ -145,8 +144,9 @@ void on_tray_notify(MainWindow& main, LPARAM mouse_message) {
   }
 }
 
-// Whether the message was one of the private ones that need the record.
+// Whether the message is a private one that needs the record.
 bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lparam) {
+  main.ui_thread.check();
   switch (message) {
     case WM_AGENT_STATUS:
       main.status = static_cast<std::int32_t>(wparam);
@@ -161,12 +161,12 @@ bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lp
       on_tray_notify(main, lparam);
       return true;
     case WM_STATUS_TEXT: {
-      const std::unique_ptr<std::wstring> text(reinterpret_cast<std::wstring*>(wparam));
+      const auto text = take_payload<std::wstring>(wparam);
       if (text) SetWindowTextW(main.status_label, text->c_str());
       return true;
     }
     case WM_UPDATE_OFFER: {
-      const std::unique_ptr<const UpdateOffer> offer(reinterpret_cast<UpdateOffer*>(wparam));
+      const auto offer = take_payload<UpdateOffer>(wparam);
       if (offer) run_update_prompt(main, *offer);
       return true;
     }

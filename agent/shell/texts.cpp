@@ -1,4 +1,4 @@
-// The two tables of texts, and the choice from them.
+// The texts in both languages, and the choice between them.
 #include "shell/texts.h"
 
 #include "client/agent_client.h"

@@ -1,4 +1,4 @@
-// What the local user reads, in English and in Icelandic.
+// The texts of the user interface, in English and in Icelandic.
 #pragma once
 
 #include <cstdint>
@@ -26,14 +26,15 @@ struct UiTexts {
   const wchar_t* update_skip;
 };
 
-// The texts for a Windows language identifier: Icelandic for any of its sublanguages, English for all others.
-const UiTexts& texts_for_language(std::uint16_t language);
+// The texts for a Windows language identifier: Icelandic for each of its sublanguages, English for all
+// others.
+[[nodiscard]] const UiTexts& texts_for_language(std::uint16_t language);
 
-// The texts in the user's present language, which is asked for at each call.
-const UiTexts& ui_texts();
+// The texts in the user's language, which is looked up at each call.
+[[nodiscard]] const UiTexts& ui_texts();
 
-// What the status line says for a value of Status; empty for any other value.
-const wchar_t* status_text(const UiTexts& texts, std::int32_t status);
-const wchar_t* status_text(std::int32_t status);  // in the user's present language
+// The text of the status line for a value of Status; empty for any other value.
+[[nodiscard]] const wchar_t* status_text(const UiTexts& texts, std::int32_t status);
+[[nodiscard]] const wchar_t* status_text(std::int32_t status);  // in the user's language
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// Asks Windows for the user's language.
+// Chooses the texts by the user's language in Windows.
 #include <windows.h>
 
 #include "shell/texts.h"

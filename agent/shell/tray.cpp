@@ -1,4 +1,4 @@
-// What the tooltip says of the status.
+// The text of the tooltip.
 #include "shell/tray.h"
 
 #include <algorithm>

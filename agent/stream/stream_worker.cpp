@@ -1,4 +1,4 @@
-// One iteration of the stream: capture, pointer, announcement, encoding, sending, pause.
+// One iteration of the stream: capture, pointer, configuration, encoding, sending, pause.
 #include "stream/stream_worker.h"
 
 #include "input/injector.h"
@@ -10,9 +10,9 @@ namespace {
 
 constexpr std::int64_t kMillisecond = 1000000;         // nanoseconds
 constexpr std::int64_t kSecond = 1000 * kMillisecond;  // nanoseconds
-constexpr std::int64_t kLongAgo = 10 * kSecond;        // makes the first frame, and a key frame, due at once
-constexpr std::int64_t kRefreshInterval = kSecond;     // a still screen is sent anew after this long
-constexpr std::int64_t kKeyframeInterval = 2 * kSecond;  // no group-of-pictures length is set on the encoder
+constexpr std::int64_t kLongAgo = 10 * kSecond;        // makes the first frame and a key frame due at once
+constexpr std::int64_t kRefreshInterval = kSecond;  // a screen without changes is sent again after this time
+constexpr std::int64_t kKeyframeInterval = 2 * kSecond;  // the encoder itself has no key frame interval
 constexpr std::size_t kStampSize = 8;
 
 void put_u64_le(std::uint8_t* out, std::uint64_t value) {
@@ -27,41 +27,46 @@ StreamWorker::StreamWorker(std::uint32_t session_id, const SendCallable& send, c
     : session_id_(session_id), send_(send), clock_(clock), settings_(settings) {
   current_monitor_ = settings_.monitor_id;
   dxgi_ok_ = capturer_.Open(current_monitor_);
-  // Also when Open failed: the empty rectangle leaves input mapped to the whole virtual desktop.
+  // Also if Open failed: the empty rectangle maps input to the whole virtual desktop.
   MapInputToMonitor();
   start_time_ = clock_.now();
   last_sent_ = start_time_ - kLongAgo;
   last_keyframe_ = start_time_ - kLongAgo;
 }
 
+StreamWorker::~StreamWorker() {
+  thread_.check();
+}
+
 void StreamWorker::RunIteration() {
+  thread_.check();
   now_ = clock_.now();
   const std::int32_t max_fps = settings_.max_fps;
   const std::int64_t interval_ms = 1000 / (max_fps < 1 ? kDefaultStreamFps : max_fps);
-  Deliver(interval_ms);
+  StreamOneFrame(interval_ms);
   const std::int64_t end = clock_.now();
   const std::int64_t elapsed_ms = (end - now_) / kMillisecond;
   if (elapsed_ms < interval_ms) clock_.sleep_until(end + (interval_ms - elapsed_ms) * kMillisecond);
 }
 
-void StreamWorker::Deliver(std::int64_t interval_ms) {
+void StreamWorker::StreamOneFrame(std::int64_t interval_ms) {
   const StreamCodec requested = settings_.codec;
   FollowMonitor();
   CapturedFrame frame;
   frame.pixels.swap(pixel_memory_);
   frame.pixels.clear();
-  DeliverFrame(frame, requested, interval_ms);
+  CaptureEncodeSend(frame, requested, interval_ms);
   frame.pixels.swap(pixel_memory_);
 }
 
-void StreamWorker::DeliverFrame(CapturedFrame& frame, StreamCodec requested, std::int64_t interval_ms) {
-  if (!Capture(frame, interval_ms) || frame.pixels.empty()) return;
+void StreamWorker::CaptureEncodeSend(CapturedFrame& frame, StreamCodec requested, std::int64_t interval_ms) {
+  if (!CaptureFrame(frame, interval_ms) || frame.pixels.empty()) return;
   if (settings_.show_cursor) overlay_.Draw(frame, capturer_.left(), capturer_.top());
 
-  const StreamCodec effective = AnnounceChanges(frame, requested);
+  const StreamCodec effective = UpdateConfig(frame, requested);
   std::vector<std::uint8_t> output;
-  Encode(frame, effective, output);
-  // Whatever came of it: a forced frame without output is left to the key frame interval.
+  EncodeFrame(frame, effective, output);
+  // Cleared even without output: the next key frame then comes with the key frame interval.
   force_keyframe_ = false;
   if (output.empty()) return;
   send_(Msg::StreamFrame, session_id_, output.data(), output.size(), kBinaryPayload);
@@ -73,7 +78,7 @@ void StreamWorker::FollowMonitor() {
   if (wanted == current_monitor_) return;
   current_monitor_ = wanted;
   dxgi_ok_ = capturer_.Open(current_monitor_);
-  last_width_ = 0;  // announces the stream anew even when both monitors are alike
+  last_width_ = 0;  // sends the configuration again even if both monitors have the same size
   last_height_ = 0;
   MapInputToMonitor();
   if (!encoder_ok_) return;
@@ -81,30 +86,40 @@ void StreamWorker::FollowMonitor() {
   encoder_ok_ = false;
 }
 
-bool StreamWorker::Capture(CapturedFrame& frame, std::int64_t interval_ms) {
+bool StreamWorker::CaptureFrame(CapturedFrame& frame, std::int64_t interval_ms) {
   if (dxgi_ok_ && capturer_.AcquireFrame(frame, static_cast<std::uint32_t>(interval_ms))) return true;
   if (dxgi_ok_ && now_ - last_sent_ < kRefreshInterval) return false;
   const bool got = capturer_.CaptureGdi(frame);
-  // A duplication that was opened and lost later is deliberately never opened again: only a failed Open is
-  // retried.
+  // Only a failed Open is retried. A duplication that was lost after a successful Open is deliberately not
+  // reopened.
   if (!dxgi_ok_) dxgi_ok_ = capturer_.Open(current_monitor_);
   return got;
 }
 
-StreamCodec StreamWorker::AnnounceChanges(const CapturedFrame& frame, StreamCodec requested) {
-  const bool wants_h264 = requested == StreamCodec::H264;
+StreamCodec StreamWorker::UpdateConfig(const CapturedFrame& frame, StreamCodec requested) {
   if (frame.width == last_width_ && frame.height == last_height_ &&
       static_cast<std::int32_t>(requested) == last_codec_) {
     // An encoder that could not be opened is not tried again until the size or the requested codec changes.
-    return wants_h264 && !encoder_ok_ ? StreamCodec::Mjpeg : requested;
+    return requested == StreamCodec::H264 && !encoder_ok_ ? StreamCodec::Mjpeg : requested;
   }
-  StreamCodec effective = requested;
+  const StreamCodec effective = ReopenEncoder(frame, requested);
+  SendConfig(frame, effective);
+  last_width_ = frame.width;
+  last_height_ = frame.height;
+  last_codec_ = static_cast<std::int32_t>(requested);
+  force_keyframe_ = true;
+  return effective;
+}
+
+StreamCodec StreamWorker::ReopenEncoder(const CapturedFrame& frame, StreamCodec requested) {
   if (encoder_ok_) encoder_.Shutdown();
-  encoder_ok_ = wants_h264 &&
+  encoder_ok_ = requested == StreamCodec::H264 &&
                 encoder_.Init(static_cast<std::int32_t>(frame.width), static_cast<std::int32_t>(frame.height),
                               settings_.max_fps, settings_.bitrate);
-  if (!encoder_ok_) effective = StreamCodec::Mjpeg;
+  return encoder_ok_ ? requested : StreamCodec::Mjpeg;
+}
 
+void StreamWorker::SendConfig(const CapturedFrame& frame, StreamCodec effective) {
   const std::string text = JsonWriter()
                                .add_string("codec", effective == StreamCodec::H264 ? "h264" : "mjpeg")
                                .add_int("w", frame.width)
@@ -113,21 +128,16 @@ StreamCodec StreamWorker::AnnounceChanges(const CapturedFrame& frame, StreamCode
                                .finish();
   send_(Msg::StreamConfig, session_id_, reinterpret_cast<const unsigned char*>(text.data()), text.size(),
         kJsonPayload);
-  last_width_ = frame.width;
-  last_height_ = frame.height;
-  last_codec_ = static_cast<std::int32_t>(requested);
-  force_keyframe_ = true;
-  return effective;
 }
 
-void StreamWorker::Encode(const CapturedFrame& frame, StreamCodec effective,
-                          std::vector<std::uint8_t>& output) {
+void StreamWorker::EncodeFrame(const CapturedFrame& frame, StreamCodec effective,
+                               std::vector<std::uint8_t>& output) {
   const std::int64_t timestamp_us = (now_ - start_time_) / 1000;
   if (effective == StreamCodec::H264 && encoder_ok_) {
-    // In this order, so that a request that meets a forced frame stays pending and forces the next one too.
+    // In this order, so that a request during a forced frame stays pending and forces the next frame too.
     const bool key = force_keyframe_ || settings_.keyframe_requested.exchange(false) ||
                      now_ - last_keyframe_ >= kKeyframeInterval;
-    output.resize(kStampSize);  // the encoder appends behind the stamp, so that no byte is copied again
+    output.resize(kStampSize);  // the encoder appends after the time stamp, so that nothing is copied
     if (!encoder_.Encode(frame, output, key) || output.size() == kStampSize) {
       output.clear();
       return;
@@ -142,7 +152,7 @@ void StreamWorker::Encode(const CapturedFrame& frame, StreamCodec effective,
     output.resize(kStampSize);
     output.insert(output.end(), jpeg.begin(), jpeg.end());
   }
-  // Little-endian, although the envelope around it is not: viewers rely on it.
+  // Little-endian, unlike the envelope around it: viewers rely on it.
   put_u64_le(output.data(), static_cast<std::uint64_t>(timestamp_us));
 }
 

@@ -1,4 +1,4 @@
-// What the streaming worker's thread does: the state that it owns and one iteration of its loop.
+// The work of the streaming thread: its state and one iteration of its loop.
 #pragma once
 
 #include <atomic>
@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/threads/thread_checker.h"
 #include "stream/capture/capture.h"
 #include "stream/capture/cursor_overlay.h"
 #include "stream/encode/h264_encoder.h"
@@ -14,61 +15,74 @@
 namespace vlk::agent {
 
 inline constexpr std::int32_t kDefaultStreamFps = 15;
-inline constexpr std::int32_t kDefaultStreamBitrate = 6000000;  // bits a second
+inline constexpr std::int32_t kDefaultStreamBitrate = 6000000;  // bits per second
 
 enum class StreamCodec : std::int32_t { Mjpeg = 0, H264 = 1 };
 
-// Written by the connection thread, read by the worker where a step needs a value; a value may change between
-// two reads of one iteration.
+// Written by the connection thread. The worker reads a value at the step that needs it, so a value may change
+// between two reads of one iteration.
 struct StreamSettings {
   std::atomic<std::int32_t> monitor_id{0};
-  std::atomic<std::int32_t> max_fps{kDefaultStreamFps};      // below 1 counts as the default
+  std::atomic<std::int32_t> max_fps{kDefaultStreamFps};      // a value below 1 stands for the default
   std::atomic<std::int32_t> quality{70};                     // of JPEG frames
-  std::atomic<std::int32_t> bitrate{kDefaultStreamBitrate};  // bits a second
+  std::atomic<std::int32_t> bitrate{kDefaultStreamBitrate};  // bits per second
   std::atomic<StreamCodec> codec{StreamCodec::H264};
   std::atomic<bool> keyframe_requested{false};
   std::atomic<bool> show_cursor{true};
 };
 
-// Made, used and destroyed on the worker's thread.
+// Created, used and destroyed on the worker's thread.
 class StreamWorker {
  public:
-  // Opens the capture. All arguments but the number are borrowed.
+  // Opens the capture. Borrows all arguments but the number.
   StreamWorker(std::uint32_t session_id, const SendCallable& send, const Clock& clock,
                StreamSettings& settings);
+  ~StreamWorker();
+  StreamWorker(const StreamWorker&) = delete;
+  StreamWorker& operator=(const StreamWorker&) = delete;
 
-  // One iteration, its pause included.
+  // One iteration: at most one frame, then the pause.
   void RunIteration();
 
  private:
+  // Follows a change of the monitor, then captures, encodes and sends a frame in the memory of the last one.
+  void StreamOneFrame(std::int64_t interval_ms);
+  // Opens the capture and maps input to the selected monitor, if another one was selected.
   void FollowMonitor();
-  void DeliverFrame(CapturedFrame& frame, StreamCodec requested, std::int64_t interval_ms);
-  bool Capture(CapturedFrame& frame, std::int64_t interval_ms);
-  StreamCodec AnnounceChanges(const CapturedFrame& frame, StreamCodec requested);
-  void Encode(const CapturedFrame& frame, StreamCodec effective, std::vector<std::uint8_t>& output);
-  void Deliver(std::int64_t interval_ms);
+  void CaptureEncodeSend(CapturedFrame& frame, StreamCodec requested, std::int64_t interval_ms);
+  // Takes a frame from the duplication or, when a frame is due, from GDI. False: none this time.
+  [[nodiscard]] bool CaptureFrame(CapturedFrame& frame, std::int64_t interval_ms);
+  // Reopens the encoder and sends the configuration if the size or the requested codec has changed. Returns
+  // the codec to use.
+  [[nodiscard]] StreamCodec UpdateConfig(const CapturedFrame& frame, StreamCodec requested);
+  // Opens the encoder for that frame; the codec to use is JPEG if there is no encoder.
+  [[nodiscard]] StreamCodec ReopenEncoder(const CapturedFrame& frame, StreamCodec requested);
+  void SendConfig(const CapturedFrame& frame, StreamCodec effective);
+  // Appends the payload of a frame message to `output`; nothing if there is no picture to send.
+  void EncodeFrame(const CapturedFrame& frame, StreamCodec effective, std::vector<std::uint8_t>& output);
   void MapInputToMonitor();
 
+  [[no_unique_address]] ThreadChecker thread_;
   const std::uint32_t session_id_;
   const SendCallable& send_;
   const Clock& clock_;
   StreamSettings& settings_;
 
-  // In the reverse of the order in which they go.
+  // Destroyed in the reverse of this order.
   ScreenCapturer capturer_;
   CursorOverlay overlay_;
   H264Encoder encoder_;
 
-  // The last frame's, used again: fresh memory of that size costs several times what the copy does.
+  // The last frame's memory, used again: new memory of that size costs several times as much as the copy.
   std::vector<std::uint8_t> pixel_memory_;
 
-  bool dxgi_ok_ = false;     // the last Open's result: no report of whether the duplication still works
+  bool dxgi_ok_ = false;     // the last Open's result; stays true when the duplication is lost
   bool encoder_ok_ = false;  // an H.264 session is open
   bool force_keyframe_ = true;
   std::int32_t current_monitor_ = 0;
-  std::uint32_t last_width_ = 0, last_height_ = 0;  // of the last announcement
-  std::int32_t last_codec_ = -1;                    // requested, not effective
-  std::int64_t now_ = 0;                            // the iteration's start, in nanoseconds like all below
+  std::uint32_t last_width_ = 0, last_height_ = 0;  // in the last StreamConfig
+  std::int32_t last_codec_ = -1;                    // the requested codec, not the one in use
+  std::int64_t now_ = 0;                            // the iteration's start; nanoseconds, as below
   std::int64_t last_sent_ = 0;
   std::int64_t last_keyframe_ = 0;
   std::int64_t start_time_ = 0;

@@ -1,4 +1,5 @@
-// The video stream: one worker thread that captures, draws the pointer, encodes and sends, at a bounded rate.
+// The video stream: one worker thread that captures, draws the pointer, encodes and sends, at a limited frame
+// rate.
 #pragma once
 
 #include <atomic>
@@ -7,32 +8,33 @@
 #include <thread>
 
 #include "platform/clock.h"
+#include "platform/threads/thread_checker.h"
 #include "stream/stream_worker.h"
 #include "wire/messages.h"
 
 namespace vlk::agent {
 
-// Made, started, stopped and destroyed by the connection thread, each once; a new stream is a new object. The
-// worker owns all capture, drawing and encoding state; the two meet in the settings, which are atomic, and in
-// `send`.
+// Created, started, stopped and destroyed on the connection thread, each once; a new stream is a new object.
+// The worker owns all state of capture, drawing and encoding. The two threads share only the settings, which
+// are atomic, and `send`.
 class ScreenStreamer {
  public:
-  // `session_id` goes out with every message of this stream. `clock` is the steady clock but in tests.
+  // `session_id` is sent with every message of this stream. `clock` is the steady clock except in tests.
   ScreenStreamer(std::uint32_t session_id, SendCallable send, Clock clock = steady_clock());
   ~ScreenStreamer();  // stops
   ScreenStreamer(const ScreenStreamer&) = delete;
   ScreenStreamer& operator=(const ScreenStreamer&) = delete;
 
-  // Index of EnumerateMonitors, frames a second, JPEG quality, bits a second; no value is checked. Does
-  // nothing when started already. Throws std::system_error when no thread can be had.
+  // Index in EnumerateMonitors, frames per second, JPEG quality, bits per second; no value is checked. Does
+  // nothing if it runs already. Throws std::system_error if no thread can be created.
   void Start(std::int32_t monitor_id, std::int32_t max_fps, std::int32_t quality, std::int32_t bitrate);
 
-  // Blocks, without a limit, until the worker has ended its iteration and torn down.
+  // Blocks without a time limit until the worker has finished its iteration and released everything.
   void Stop();
 
   void RequestKeyframe();
   void SetMonitor(std::int32_t monitor_id);
-  // Exactly "mjpeg" asks for JPEG; every other text asks for H.264.
+  // Exactly "mjpeg" selects JPEG; every other text selects H.264.
   void SetCodec(std::string_view codec);
   void SetCursorVisible(bool visible);
 
@@ -45,6 +47,7 @@ class ScreenStreamer {
   std::thread worker_;
   std::atomic<bool> running_{false};
   StreamSettings settings_;
+  [[no_unique_address]] ThreadChecker connection_thread_;
 };
 
 }  // namespace vlk::agent

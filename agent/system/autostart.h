@@ -1,15 +1,15 @@
-// The entry that starts the agent, hidden, at the user's next logon.
+// The autostart entry, which starts the agent hidden when the user logs on.
 #pragma once
 
 namespace vlk::agent {
 
-// Whether there is an entry, whatever it starts.
+// Whether the entry exists, whatever it starts.
 bool autostart_exists();
 
-// Points the entry at this executable as it lies now, replacing an earlier one. True if it was written.
+// Writes the entry with this executable's present path, replacing an earlier one. True if it was written.
 bool add_autostart();
 
-// Removes the entry if there is one. Always true.
+// Removes the entry if it exists. Always true.
 bool remove_autostart();
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// The autostart entry as a value under the current user's Run key.
+// The autostart entry: a value of the current user's Run key.
 #include <string>
 
 #include "platform/own_path.h"

@@ -3,9 +3,9 @@
 
 namespace vlk::agent {
 
-// Writes the debug log's line and asks the system for a restart, whatever comes of that. If the environment
-// variable "VLK_SIMULATE_REBOOT" is set, the restart is left out and the result is true: the caller is to
-// drop its connection instead.
-bool reboot_machine();
+// Writes a line of the debug log and asks the system for a restart; a failure is ignored. If the environment
+// variable "VLK_SIMULATE_REBOOT" is set, there is no restart and the result is true: the caller must drop its
+// connection instead.
+[[nodiscard]] bool reboot_machine();
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// The restart with the right of the user whose session this is.
+// Restarts the machine with the privilege of the logged-on user.
 #include "platform/debug_log.h"
 #include "platform/win32/handles_win32.h"
 #include "system/reboot.h"
@@ -8,13 +8,14 @@
 namespace vlk::agent {
 namespace {
 
-// The result is the length of the value, or for one that does not fit the size that it needs.
+// GetEnvironmentVariable returns the length of the value, or the size needed if it does not fit; 0 if there
+// is none.
 bool simulation_requested() {
   char value[8];
   return GetEnvironmentVariableA("VLK_SIMULATE_REBOOT", value, sizeof(value)) != 0;
 }
 
-// Without the privilege the restart fails, which nobody is told.
+// A failure is ignored: the restart then fails, which is not reported.
 void enable_shutdown_privilege() {
   HANDLE opened = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &opened)) return;

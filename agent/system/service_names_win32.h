@@ -1,4 +1,4 @@
-// The service's names, for the files that run it and that install it.
+// The service's names, for the file that runs it and the file that installs it.
 #pragma once
 
 namespace vlk::agent {

@@ -1,4 +1,4 @@
-// Installing and removing the service, and who may.
+// Installs and removes the service, and checks the permission for it.
 #include <memory>
 #include <string>
 
@@ -16,7 +16,7 @@ UniqueServiceHandle create_or_open_service(SC_HANDLE manager) {
                                              SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START,
                                              SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr,
                                              nullptr, nullptr));
-  // An existing one keeps its path, even if this executable lies elsewhere.
+  // An existing service keeps its path, even if this executable is elsewhere.
   if (!service && GetLastError() == ERROR_SERVICE_EXISTS) {
     service.reset(OpenServiceW(manager, kServiceName, SERVICE_ALL_ACCESS));
   }
@@ -30,7 +30,7 @@ bool install_service() {
   if (!manager) return false;
   const UniqueServiceHandle service = create_or_open_service(manager.get());
   if (!service) return false;
-  StartServiceW(service.get(), 0, nullptr);  // one that does not start counts as installed
+  StartServiceW(service.get(), 0, nullptr);  // a service that does not start still counts as installed
   return true;
 }
 

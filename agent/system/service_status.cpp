@@ -1,4 +1,4 @@
-// The status reports as a table.
+// The status report for each moment.
 #include "system/service_status.h"
 
 namespace vlk::agent {

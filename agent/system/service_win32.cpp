@@ -1,18 +1,18 @@
-// The running service: its main and its control handler.
+// The running service: its main function and its control handler.
 #include <cstdint>
 #include <string>
 
-#include "platform/win32/handles_win32.h"
 #include "system/service.h"
 #include "system/service_names_win32.h"
 #include "system/service_status.h"
+#include "system/stop_event_win32.h"
 #include "system/supervisor.h"
 
 namespace vlk::agent {
 namespace {
 
-// Written by the service's main and by the control handler, which runs on the dispatcher's thread, without a
-// lock: the two meet only at a stop.
+// Used without a lock by the service's main function and by the control handler, which runs on the
+// dispatcher's thread: they run at the same time only at a stop.
 SERVICE_STATUS service_status;
 SERVICE_STATUS_HANDLE status_handle;
 HANDLE stop_event;
@@ -38,10 +38,10 @@ DWORD WINAPI handle_control(DWORD control, DWORD, LPVOID, LPVOID) {
 }
 
 void run_until_stopped() {
-  const UniqueKernelHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  stop_event = event.get();
+  StopEvent event{UniqueKernelHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr))};
+  stop_event = event.handle.get();
   report(ServiceMoment::EventCreated);
-  supervise(event.get());
+  supervise(event);
 }
 
 void WINAPI service_main(DWORD, LPWSTR*) {

@@ -1,5 +1,4 @@
-// Starts the agent in the console session and looks after that process: what the supervising loop needs of
-// the system.
+// The process of the agent in the console session: what the supervising loop needs of the system.
 #pragma once
 
 #include <cstdint>
@@ -7,31 +6,38 @@
 
 namespace vlk::agent {
 
-struct ProcessCloser {
-  void operator()(void* process) const;
+// A started agent. Each platform defines it.
+struct ChildProcess;
+
+struct ChildProcessDeleter {
+  void operator()(ChildProcess* process) const;
 };
-// Owns the handle, not the process: that goes on without it.
-using UniqueProcess = std::unique_ptr<void, ProcessCloser>;
+// Owns the handle of a process, not the process, which runs on without it.
+using UniqueProcess = std::unique_ptr<ChildProcess, ChildProcessDeleter>;
+
+// The event that asks the service to stop. Each platform defines it.
+struct StopEvent;
 
 inline constexpr std::uint32_t kNoSession = 0xFFFFFFFF;
 
-// The session that has the machine's own screen and keyboard; kNoSession while there is none.
-std::uint32_t active_console_session();
+// The session that has the machine's own screen and keyboard, or kNoSession.
+[[nodiscard]] std::uint32_t active_console_session();
 
-// Starts a copy of this executable there, hidden, as the user who is logged on; null when nobody is, or on
-// any failure.
-UniqueProcess launch_in_console_session();
+// Starts a copy of this executable in the console session, hidden, as the user who is logged on there. Null
+// if nobody is, or on any failure.
+[[nodiscard]] UniqueProcess launch_in_console_session();
 
-// Ends a process without notice.
-void terminate_process(void* process);
+// Ends a process at once, without asking it.
+void terminate_process(ChildProcess& process);
 
-enum class Wake {
-  Stop,        // the stop was asked for
-  ChildEnded,  // and no stop
+enum class WaitResult {
+  Stop,        // the stop event is set
+  ChildEnded,  // the child has ended, and the stop event is not set
   Neither,     // the time is over, or the wait failed
 };
 
 // Waits for the stop event, and for the end of `child` unless that is null.
-Wake wait_for_stop_or_child(void* stop_event, void* child, std::uint32_t timeout_ms);
+[[nodiscard]] WaitResult wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child,
+                                                std::uint32_t timeout_ms);
 
 }  // namespace vlk::agent

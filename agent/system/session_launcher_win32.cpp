@@ -1,4 +1,4 @@
-// The console session's agent by way of its user's token.
+// Starts the console session's agent with the token of the user who is logged on there.
 #include <string>
 
 #include <windows.h>
@@ -6,11 +6,17 @@
 #include "platform/own_path.h"
 #include "platform/win32/handles_win32.h"
 #include "system/session_launcher.h"
+#include "system/stop_event_win32.h"
 
 #include <userenv.h>
 #include <wtsapi32.h>
 
 namespace vlk::agent {
+
+struct ChildProcess {
+  UniqueKernelHandle handle;
+};
+
 namespace {
 
 using UniqueEnvironment = UniqueHandle<LPVOID, DestroyEnvironmentBlock>;
@@ -27,7 +33,7 @@ UniqueKernelHandle primary_token_of(DWORD session) {
 bool start_copy(HANDLE token, PROCESS_INFORMATION& process) {
   LPVOID made = nullptr;
   CreateEnvironmentBlock(&made, token, FALSE);
-  const UniqueEnvironment environment(made);  // null is no hindrance
+  const UniqueEnvironment environment(made);  // null is allowed below
   wchar_t desktop[] = L"winsta0\\default";
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
@@ -38,7 +44,6 @@ bool start_copy(HANDLE token, PROCESS_INFORMATION& process) {
                               &startup, &process) != FALSE;
 }
 
-// With the token given back in any case.
 bool start_copy_in(DWORD session, PROCESS_INFORMATION& process) {
   const UniqueKernelHandle token = primary_token_of(session);
   return token && start_copy(token.get(), process);
@@ -46,8 +51,8 @@ bool start_copy_in(DWORD session, PROCESS_INFORMATION& process) {
 
 }  // namespace
 
-void ProcessCloser::operator()(void* process) const {
-  CloseHandle(process);
+void ChildProcessDeleter::operator()(ChildProcess* process) const {
+  delete process;
 }
 
 std::uint32_t active_console_session() {
@@ -60,19 +65,19 @@ UniqueProcess launch_in_console_session() {
   PROCESS_INFORMATION process = {};
   if (!start_copy_in(session, process)) return nullptr;
   const UniqueKernelHandle thread(process.hThread);
-  return UniqueProcess(process.hProcess);
+  return UniqueProcess(new ChildProcess{UniqueKernelHandle(process.hProcess)});
 }
 
-void terminate_process(void* process) {
-  TerminateProcess(process, 0);
+void terminate_process(ChildProcess& process) {
+  TerminateProcess(process.handle.get(), 0);
 }
 
-Wake wait_for_stop_or_child(void* stop_event, void* child, std::uint32_t timeout_ms) {
-  const HANDLE handles[] = {stop_event, child};
+WaitResult wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child, std::uint32_t timeout_ms) {
+  const HANDLE handles[] = {stop_event.handle.get(), child != nullptr ? child->handle.get() : nullptr};
   const DWORD result = WaitForMultipleObjects(child != nullptr ? 2 : 1, handles, FALSE, timeout_ms);
-  if (result == WAIT_OBJECT_0) return Wake::Stop;
-  if (child != nullptr && result == WAIT_OBJECT_0 + 1) return Wake::ChildEnded;
-  return Wake::Neither;
+  if (result == WAIT_OBJECT_0) return WaitResult::Stop;
+  if (child != nullptr && result == WAIT_OBJECT_0 + 1) return WaitResult::ChildEnded;
+  return WaitResult::Neither;
 }
 
 }  // namespace vlk::agent

@@ -11,14 +11,14 @@ namespace {
 constexpr std::uint32_t kPollInterval = 5000;  // milliseconds
 
 void end_child(UniqueProcess child) {
-  if (child) terminate_process(child.get());
+  if (child) terminate_process(*child);
 }
 
 }  // namespace
 
-// A change of the console session is found by polling alone. A child that has ended is replaced at once and
-// without any limit, also one that ends at once because another agent runs in its session: deliberate.
-void supervise(void* stop_event) {
+// A change of the console session is found only by polling. A child that has ended is deliberately replaced
+// at once and without a limit, even if it ended because another agent runs in its session.
+void supervise(StopEvent& stop_event) {
   UniqueProcess child;
   std::uint32_t session = kNoSession;
   for (;;) {
@@ -26,16 +26,16 @@ void supervise(void* stop_event) {
     if (!child || current != session) {
       end_child(std::move(child));
       child = launch_in_console_session();
-      session = current;  // whether or not the launch worked
+      session = current;  // even if the launch failed
     }
     switch (wait_for_stop_or_child(stop_event, child.get(), kPollInterval)) {
-      case Wake::Stop:
+      case WaitResult::Stop:
         end_child(std::move(child));
         return;
-      case Wake::ChildEnded:
+      case WaitResult::ChildEnded:
         child.reset();
         break;
-      case Wake::Neither:
+      case WaitResult::Neither:
         break;
     }
   }

@@ -1,11 +1,13 @@
-// The service's loop: one agent in the console session, whoever is logged on there, and a new one whenever
-// it ends.
+// The service's loop, which keeps one agent running in the console session, as whoever is logged on there,
+// and starts a new one whenever it ends.
 #pragma once
 
 namespace vlk::agent {
 
-// Returns when `stop_event`, which the caller owns, is set; the agent has been ended by then. Runs on the
-// service's own thread. Reports nothing: an agent that cannot be started is tried again.
-void supervise(void* stop_event);
+struct StopEvent;
+
+// Returns when the stop event is set; the agent has been ended by then. Runs on the service's own thread.
+// Reports nothing: an agent that cannot be started is tried again.
+void supervise(StopEvent& stop_event);
 
 }  // namespace vlk::agent

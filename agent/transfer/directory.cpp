@@ -33,11 +33,11 @@ void add_entry(std::string& entries, const Entry& entry) {
 
 std::string folder_entries(std::string_view path) {
   std::wstring prefix = Utf8ToWide(path);
-  // Only a backslash counts: a path that ends in a slash gets one behind it.
+  // Only a backslash counts as separator: a path that ends in a slash gets one appended.
   if (!prefix.empty() && prefix.back() != L'\\') prefix += L'\\';
   const std::string utf8_prefix = WideToUtf8(prefix);
 
-  // Neither sorted nor filtered: order and hidden files are the browser's matter.
+  // Neither sorted nor filtered: the representative's file browser does both.
   std::string entries = "[";
   std::string entry_path;
   VisitFolder(prefix + L'*', [&](const FolderEntry& found) {
@@ -75,7 +75,7 @@ std::string DriveEntries(std::uint32_t drives) {
 std::string ParentPath(std::string_view path) {
   if (path.ends_with('\\')) path.remove_suffix(1);
   const std::size_t last = path.rfind('\\');
-  // At 0 and 1 stand the backslashes of "\x" and of a server's "\\x", which have no folder above them.
+  // A backslash at 0 or 1 begins "\x" or a server's "\\x", which have no parent folder.
   if (last == std::string_view::npos || last <= 1) return {};
   return std::string(path.substr(0, last));
 }

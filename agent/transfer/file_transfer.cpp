@@ -1,8 +1,7 @@
-// Downloads, a thread each, and the table of uploads.
+// Downloads, each on its own thread, and the table of uploads.
 #include "transfer/file_transfer.h"
 
 #include <map>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -10,24 +9,26 @@
 #include "platform/files/file_system.h"
 #include "platform/text.h"
 #include "platform/threads/detached_thread.h"
+#include "platform/threads/mutex.h"
 #include "wire/big_endian.h"
 #include "wire/json.h"
 
 namespace vlk::agent {
 namespace {
 
-// The first backslash that can stand behind a folder's name: "C:\" comes before it.
+// The smallest index of a backslash after a folder's name; "C:\\" comes before it.
 constexpr std::size_t kFirstSeparator = 3;
 
 struct DownloadJob {
   std::string path;  // UTF-8, as received
   std::uint32_t transfer_id = 0;
   SendCallable send;
-  std::uint32_t session_id = 0;  // of every message of this transfer
+  std::uint32_t session_id = 0;  // sent with every message of this transfer
 };
 
-std::mutex UploadTableMutex;  // guards UploadTable and the writes; nothing is locked inside it
-std::map<std::uint32_t, UniqueStream> UploadTable;
+// Guards the table and the writes to its files. No other lock is taken while it is held.
+Mutex UploadTableMutex;
+std::map<std::uint32_t, UniqueStream> UploadTable VLK_GUARDED_BY(UploadTableMutex);
 
 void send_end(const DownloadJob& job, const JsonWriter& fields) {
   const std::string text = fields.finish();
@@ -44,7 +45,7 @@ void run_download(const DownloadJob& job) {
                       .add_string("error", "cannot open"));
     return;
   }
-  // The header has its place in front of the file's bytes, so that nothing is copied to prepend it.
+  // The buffer has room for the header before the file's bytes, so that no byte is copied to prepend it.
   std::vector<unsigned char> chunk(kChunkHeaderSize + kChunkSize);
   std::uint32_t index = 0;
   std::size_t count = 0;
@@ -54,7 +55,8 @@ void run_download(const DownloadJob& job) {
     if (!job.send(Msg::FileChunk, job.session_id, chunk.data(), kChunkHeaderSize + count, kBinaryPayload))
       return;
     ++index;
-    // Deliberately the end of the file, even if it was a failure to read: that is reported as success.
+    // Deliberately taken for the end of the file, although it may be a failure to read, which is reported as
+    // success.
     if (count < kChunkSize) break;
   }
   file.reset();
@@ -75,23 +77,23 @@ void BeginUpload(std::uint32_t transfer_id, std::string_view path, std::int64_t 
   EnsureParentDirectories(wide);
   UniqueStream file = OpenFile(wide, L"wb");
   if (!file) return;
-  const std::lock_guard<std::mutex> guard(UploadTableMutex);
+  const MutexLock lock(UploadTableMutex);
   UniqueStream& entry = UploadTable[transfer_id];
-  // An earlier file of this id stays open on purpose, until the process ends.
+  // An earlier file with this id deliberately stays open until the process ends.
   (void)entry.release();
   entry = std::move(file);
 }
 
 void WriteUploadChunk(std::uint32_t transfer_id, const unsigned char* data, std::size_t size) {
-  const std::lock_guard<std::mutex> guard(UploadTableMutex);
+  const MutexLock lock(UploadTableMutex);
   const auto found = UploadTable.find(transfer_id);
   if (found == UploadTable.end()) return;
-  // A full disk goes unnoticed on purpose: the transfer carries on.
+  // A full disk is deliberately ignored: the transfer continues.
   (void)std::fwrite(data, 1, size, found->second.get());
 }
 
 void EndUpload(std::uint32_t transfer_id) {
-  const std::lock_guard<std::mutex> guard(UploadTableMutex);
+  const MutexLock lock(UploadTableMutex);
   UploadTable.erase(transfer_id);
 }
 

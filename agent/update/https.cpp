@@ -1,4 +1,4 @@
-// The GET: a socket, a TLS connection and a request of their own for each call.
+// The GET request, with a new socket and a new TLS connection for each call.
 #include "update/https.h"
 
 #include <memory>
@@ -12,7 +12,7 @@
 namespace vlk::agent {
 namespace {
 
-constexpr std::size_t kReadSize = 8192;  // bytes a read
+constexpr std::size_t kReadSize = 8192;  // bytes per read
 
 struct SslDeleter {
   void operator()(SSL* ssl) const {
@@ -21,8 +21,8 @@ struct SslDeleter {
   }
 };
 
-// The sockets' library for as long as one call needs it.
-struct SocketLibrary {
+// Keeps the platform's socket library started.
+struct [[nodiscard]] SocketLibrary {
   SocketLibrary() { start_sockets(); }
   ~SocketLibrary() { end_sockets(); }
   SocketLibrary(const SocketLibrary&) = delete;
@@ -43,13 +43,13 @@ class Socket {
   const SocketHandle handle_;
 };
 
-// The host stands without its port, also for a port other than 443, and the path is not encoded.
+// The Host line never contains the port, and the path is not encoded.
 std::string request_text(const std::string& host, const std::string& path) {
   return "GET " + path + " HTTP/1.1\r\nHost: " + host +
          "\r\nUser-Agent: Vantelink\r\nConnection: close\r\n\r\n";
 }
 
-// All that the server sends until it closes, in whatever way it does.
+// Everything that the server sends until the connection ends, for whatever reason.
 std::string read_to_end(SSL* ssl) {
   std::string response;
   char buffer[kReadSize];
@@ -66,7 +66,7 @@ bool https_get(const std::string& host, std::uint32_t port, const std::string& p
   const SocketLibrary library;
   const Socket socket(host, port);
   if (socket.get() == kInvalidSocket) return false;
-  // Without a trust store and without verification: an update server of any certificate will do.
+  // Without a trust store and without verification: any certificate of an update server is accepted.
   const SslContext context(SSL_CTX_new(TLS_client_method()));
   if (!context) return false;
   const std::unique_ptr<SSL, SslDeleter> ssl(SSL_new(context.get()));

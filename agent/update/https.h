@@ -1,5 +1,5 @@
-// A small HTTP client: one blocking GET over TLS that brings the whole body into memory. It shares nothing
-// with the server link, least of all its trust: any certificate is accepted.
+// A small HTTP client: one blocking GET over TLS that reads the whole body into memory. It shares nothing
+// with the connection to the relay, and unlike it accepts any certificate.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,10 @@
 
 namespace vlk::agent {
 
-// Connects, asks for `path` as it stands and reads until the server closes. There is no time-out and no limit
-// of the size. True with `body` replaced if the server said 200, false with `body` untouched otherwise.
-// Callable from any thread; blocks it.
-bool https_get(const std::string& host, std::uint32_t port, const std::string& path, std::string& body);
+// Connects, requests the unchanged `path` and reads until the server closes the connection, without a
+// time-out and without a size limit. True with `body` replaced if the status is 200, otherwise false with
+// `body` unchanged. Callable on any thread; blocks it.
+[[nodiscard]] bool https_get(const std::string& host, std::uint32_t port, const std::string& path,
+                             std::string& body);
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// Reading the manifest.
+// Reads the manifest.
 #include "update/manifest.h"
 
 #include "platform/debug_log.h"

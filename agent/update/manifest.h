@@ -1,4 +1,4 @@
-// The manifest: which agent the server has on offer.
+// The manifest: the agent version that the server offers.
 #pragma once
 
 #include <optional>
@@ -6,14 +6,14 @@
 
 namespace vlk::agent {
 
-// A newer agent, as the server's manifest names it. UTF-8.
+// A newer agent, named in the server's manifest. UTF-8.
 struct UpdateOffer {
   std::string version;
-  std::string file;  // name of the installer, on the server and in the temporary folder
+  std::string file;  // the installer's file name, on the server and in the temporary folder
 };
 
-// Reads a manifest; a text that is none is one without fields. An offer only if it names a file and a version
-// newer than the running one. Writes a line of the debug log if VLK_DEBUG_INPUT exists.
-std::optional<UpdateOffer> read_manifest(const std::string& text);
+// Reads a manifest. Gives an offer only if the text has a file and a version newer than the running one.
+// Writes a line of the debug log if VLK_DEBUG_INPUT exists.
+[[nodiscard]] std::optional<UpdateOffer> read_manifest(const std::string& text);
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// The check of a response: a blank line first, the status second, and nothing else.
+// Checks a response for a blank line and for its status, and nothing else.
 #include "update/response.h"
 
 namespace vlk::agent {
@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::string_view kBlankLine = "\r\n\r\n";
 constexpr std::string_view kGoodStatus =
-    "HTTP/1.1 200";  // what follows, a reason or more digits, is not seen
+    "HTTP/1.1 200";  // the text after it, a reason or more digits, is ignored
 
 }  // namespace
 

@@ -1,5 +1,4 @@
-// What the server offers and what the agent makes of it. Whoever asks runs on a thread of their own, as both
-// fetches block.
+// Fetches the server's manifest and its installer. Both calls block, so each is made on a thread of its own.
 #pragma once
 
 #include <cstdint>
@@ -10,11 +9,12 @@
 
 namespace vlk::agent {
 
-// Fetches the server's manifest and reads it. Every failure is silent and the same as no offer.
-std::optional<UpdateOffer> check_for_update(const std::string& host, std::uint32_t port);
+// Fetches and reads the server's manifest. Every failure is silent and counts as no offer.
+[[nodiscard]] std::optional<UpdateOffer> check_for_update(const std::string& host, std::uint32_t port);
 
-// The installer of that name, whole and as the server gave it: nothing about it is checked. Empty if the
-// fetch failed, or if there is nothing in it.
-std::string fetch_installer(const std::string& host, std::uint32_t port, const std::string& file);
+// Fetches the installer of that name. Nothing about it is checked. Empty if the fetch failed or the file is
+// empty.
+[[nodiscard]] std::string fetch_installer(const std::string& host, std::uint32_t port,
+                                          const std::string& file);
 
 }  // namespace vlk::agent

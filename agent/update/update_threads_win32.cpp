@@ -1,54 +1,41 @@
-// Looking for an update and launching it.
-#include "update/update_threads_win32.h"
-
+// Looks for an update, downloads it and starts it.
 #include <cstdio>
-#include <new>
+#include <utility>
+
+#include <windows.h>
 
 #include "net/thread_records.h"
 #include "platform/files/file_system.h"
 #include "platform/text.h"
 #include "platform/threads/detached_thread.h"
 #include "platform/win32/paths_win32.h"
-#include "platform/window_messages_win32.h"
 #include "update/update.h"
+#include "update/update_threads.h"
 
 #include <shellapi.h>
 
 namespace vlk::agent {
 namespace {
 
-// Both languages in one text, whatever the user's.
+// Each text is in both languages, whatever the user's language is.
 constexpr wchar_t kDownloading[] = L"Sæki uppfærslu… / Downloading update…";
 constexpr wchar_t kDownloadFailed[] = L"Uppfærsla mistókst / Update download failed";
 constexpr wchar_t kSaveFailed[] = L"Uppfærsla mistókst / Update save failed";
 
-struct Check {
-  HWND window;
-  std::string host;
-  std::uint32_t port;
-};
-
 struct Download {
-  HWND window;
   std::string host;
   std::uint32_t port;
   std::string file;
+  DownloadCallbacks callbacks;
 };
 
-void run_check(const Check& check) {
-  const auto offer = check_for_update(check.host, check.port);
-  if (!offer) return;
-  PostMessageW(check.window, WM_UPDATE_OFFER,
-               reinterpret_cast<WPARAM>(new (std::nothrow) UpdateOffer(*offer)), 0);
-}
-
-// The name is not cleaned, so separators and ".." in it take effect.
+// The name is used unchanged, so separators and ".." in it take effect.
 std::wstring path_for(const std::string& file) {
   return temporary_folder() + Utf8ToWide(file);
 }
 
-// False if the file cannot be made; whether all of it reached the disk is not looked at.
-bool save(const std::wstring& path, const std::string& bytes) {
+// False if the file cannot be created. A failure to write all of it is ignored.
+[[nodiscard]] bool save(const std::wstring& path, const std::string& bytes) {
   const UniqueStream file = OpenFile(path, L"wb");
   if (!file) return false;
   std::fwrite(bytes.data(), 1, bytes.size(), file.get());
@@ -56,41 +43,38 @@ bool save(const std::wstring& path, const std::string& bytes) {
 }
 
 void run_download(const Download& download) {
-  post_status_text(download.window, kDownloading);
+  download.callbacks.on_status(kDownloading);
   const std::string installer = fetch_installer(download.host, download.port, download.file);
   if (installer.empty()) {
-    post_status_text(download.window, kDownloadFailed);
+    download.callbacks.on_status(kDownloadFailed);
     return;
   }
   const std::wstring path = path_for(download.file);
   if (!save(path, installer)) {
-    post_status_text(download.window, kSaveFailed);
+    download.callbacks.on_status(kSaveFailed);
     return;
   }
-  // The agent ends whether or not the installer started.
+  // Reported as started in any case: the agent ends even if the installer could not be started.
   ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
-  PostMessageW(download.window, WM_EXIT_FOR_UPDATE, 0, 0);
+  download.callbacks.on_installer_started();
 }
 
 }  // namespace
 
-void start_update_check(HWND window, const std::string& host, std::uint32_t port) {
-  start_detached_thread([check = Check{window, host, port}] {
+void start_update_check(const std::string& host, std::uint32_t port,
+                        std::function<void(const UpdateOffer&)> on_offer) {
+  start_detached_thread([host, port, on_offer = std::move(on_offer)] {
     const ThreadRecords records;
-    run_check(check);
+    if (const auto offer = check_for_update(host, port)) on_offer(*offer);
   });
 }
 
-void start_update_download(HWND window, const std::string& host, std::uint32_t port,
-                           const std::string& file) {
-  start_detached_thread([download = Download{window, host, port, file}] {
+void start_update_download(const std::string& host, std::uint32_t port, const std::string& file,
+                           DownloadCallbacks callbacks) {
+  start_detached_thread([download = Download{host, port, file, std::move(callbacks)}] {
     const ThreadRecords records;
     run_download(download);
   });
-}
-
-void post_status_text(HWND window, const std::wstring& text) {
-  PostMessageW(window, WM_STATUS_TEXT, reinterpret_cast<WPARAM>(new (std::nothrow) std::wstring(text)), 0);
 }
 
 }  // namespace vlk::agent

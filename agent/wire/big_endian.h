@@ -1,4 +1,4 @@
-// 32-bit numbers as the wire has them, most significant byte first.
+// 32-bit integers in network byte order, the most significant byte first.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ inline void put_u32_be(unsigned char* out, std::uint32_t value) {
   out[3] = static_cast<unsigned char>(value);
 }
 
-inline std::uint32_t get_u32_be(const unsigned char* in) {
+[[nodiscard]] inline std::uint32_t get_u32_be(const unsigned char* in) {
   return std::uint32_t{in[0]} << 24 | std::uint32_t{in[1]} << 16 | std::uint32_t{in[2]} << 8 |
          std::uint32_t{in[3]};
 }

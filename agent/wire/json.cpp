@@ -1,4 +1,4 @@
-// The text-search JSON of the server link.
+// Writes JSON objects and reads single fields by a search in the text.
 #include "wire/json.h"
 
 namespace vlk {
@@ -28,7 +28,7 @@ void append_escaped(std::string& text, std::string_view value) {
   }
 }
 
-// Line feeds and carriage returns end a search on purpose: the server never writes them between tokens.
+// Line feeds and carriage returns deliberately are not skipped: the server never writes them between tokens.
 std::size_t skip_blanks(std::string_view text, std::size_t position) {
   while (position < text.size() && (text[position] == ' ' || text[position] == '\t'))
     ++position;
@@ -101,7 +101,7 @@ std::size_t find_value(std::string_view text, std::string_view key) {
   const std::size_t found = text.find(needle);
   if (found == std::string_view::npos) return found;
   const std::size_t colon = skip_blanks(text, found + needle.size());
-  // The first occurrence decides: one that is no key is not searched past.
+  // Only the first occurrence counts. If it is not a key, the field is not found.
   if (colon >= text.size() || text[colon] != ':') return std::string_view::npos;
   return skip_blanks(text, colon + 1);
 }
@@ -127,7 +127,7 @@ JsonValue<std::int64_t> read_int(std::string_view text, std::string_view key) {
   const bool negative = text[i] == '-';
   if (negative || text[i] == '+') ++i;
   if (i >= text.size() || !is_digit(text[i])) return {};
-  std::uint64_t value = 0;  // unsigned, so that overflow wraps
+  std::uint64_t value = 0;  // unsigned, so that an overflow wraps around
   for (; i < text.size() && is_digit(text[i]); ++i) {
     value = value * 10 + static_cast<std::uint64_t>(text[i] - '0');
   }

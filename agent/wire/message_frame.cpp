@@ -1,4 +1,4 @@
-// Envelope and frame in one buffer.
+// Writes envelope and frame into one buffer.
 #include "wire/message_frame.h"
 
 #include <cstring>

@@ -1,5 +1,4 @@
-// One message as it goes over the wire: an envelope inside one masked WebSocket binary frame, formed in one
-// buffer.
+// One message on the wire: an envelope in one masked WebSocket binary frame, written into one buffer.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +9,14 @@
 
 namespace vlk {
 
-// Bytes that are written once and never grown, so that forming a large frame does not zero them first.
+// Bytes that are written once and never grown. Unlike a vector's, they are not set to zero first.
 struct WireBytes {
   std::unique_ptr<unsigned char[]> data;
   std::size_t size = 0;
 };
 
-// The same bytes as encode_frame of encode_envelope, with one allocation and one pass over the payload.
-WireBytes encode_message_frame(Msg type, std::uint32_t session_id, const unsigned char* data,
-                               std::size_t length, std::uint8_t flags);
+// Gives the same bytes as encode_frame of encode_envelope, with one allocation and one pass over the payload.
+[[nodiscard]] WireBytes encode_message_frame(Msg type, std::uint32_t session_id, const unsigned char* data,
+                                             std::size_t length, std::uint8_t flags);
 
 }  // namespace vlk

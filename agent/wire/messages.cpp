@@ -1,4 +1,4 @@
-// Encoding and decoding of the envelope's ten-byte big-endian header.
+// Encodes and decodes the envelope's ten-byte big-endian header.
 #include "wire/messages.h"
 
 #include <algorithm>
@@ -6,6 +6,7 @@
 #include "wire/big_endian.h"
 
 namespace vlk {
+
 void write_envelope_header(unsigned char* out, std::uint8_t type, std::uint8_t flags,
                            std::uint32_t session_id, std::uint32_t length) {
   out[0] = type;

@@ -1,4 +1,4 @@
-// The vocabulary of the server link: the message codes and the envelope that every WebSocket message carries.
+// The messages between relay and agent: their codes, and the envelope that every WebSocket message carries.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace vlk {
 
-// Message codes of the link, as listed in messages.def.
+// Message codes, as listed in messages.def.
 enum class Msg : std::uint8_t {
 #define VLK_MESSAGE(name, code, direction, scope) name = (code),
 #include "wire/messages.def"
@@ -17,7 +17,7 @@ enum class Msg : std::uint8_t {
 
 enum class Direction { ToAgent, FromAgent, BothWays };
 
-// Whom a message is between: Link and Consent messages end at the relay, Session messages pass through it.
+// Who exchanges a message: Link and Consent messages end at the relay, Session messages pass through it.
 enum class Scope { Link, Consent, Session };
 
 struct MessageRule {
@@ -25,8 +25,8 @@ struct MessageRule {
   Direction direction{};
   Scope scope{};
 
-  constexpr bool to_agent() const { return direction != Direction::FromAgent; }
-  constexpr bool from_agent() const { return direction != Direction::ToAgent; }
+  [[nodiscard]] constexpr bool to_agent() const { return direction != Direction::FromAgent; }
+  [[nodiscard]] constexpr bool from_agent() const { return direction != Direction::ToAgent; }
 };
 
 // Every message, in the order of the codes.
@@ -37,48 +37,49 @@ inline constexpr MessageRule kMessageRules[] = {
 };
 
 // The rule of a code; null for a code that is not in the table.
-constexpr const MessageRule* find_rule(Msg code) {
+[[nodiscard]] constexpr const MessageRule* find_rule(Msg code) {
   for (const MessageRule& rule : kMessageRules) {
     if (rule.code == code) return &rule;
   }
   return nullptr;
 }
 
-// Values of the envelope's flags byte. No decoder branches on it.
+// Values of the envelope's flags byte. No decoder depends on it.
 enum EnvelopeFlags : std::uint8_t {
   kBinaryPayload = 0,
   kJsonPayload = 1,
 };
 
-// Bytes of the header in front of the payload: type u8, flags u8, session_id u32, length u32, big-endian.
+// Bytes of the header before the payload: type u8, flags u8, session_id u32, length u32, big-endian.
 inline constexpr std::size_t kEnvelopeHeaderSize = 10;
 
 // Largest payload that decoding accepts, in bytes. Encoding has no limit.
 inline constexpr std::uint32_t kMaxDecodedPayload = 0x800000;
 
-// A decoded message. `type` is kept raw: a code outside Msg is ignored by the dispatcher, not refused here.
+// A decoded message. `type` may be a code outside Msg: the dispatcher ignores those.
 struct Envelope {
   std::uint8_t type = 0;
   std::uint8_t flags = 0;
-  std::uint32_t session_id = 0;  // 0 means that the message belongs to no session
+  std::uint32_t session_id = 0;  // 0: the message belongs to no session
   std::vector<std::uint8_t> payload;
 };
 
-// How a feature sends one message to the server: type, session, payload, payload bytes, flags. Blocks until
-// the message is written; true if the write reported success. Callable from any thread.
+// Sends one message to the server: type, session, payload, payload bytes, flags. Blocks until the message is
+// written; true if it was. Callable on any thread.
 using SendCallable = std::function<bool(Msg, unsigned int, const unsigned char*, std::size_t, unsigned char)>;
 
-// Writes the header for a payload of `length` bytes to the kEnvelopeHeaderSize bytes at `out`.
+// Writes the header for a payload of `length` bytes into the kEnvelopeHeaderSize bytes at `out`.
 void write_envelope_header(unsigned char* out, std::uint8_t type, std::uint8_t flags,
                            std::uint32_t session_id, std::uint32_t length);
 
-// Header and payload in one array, with a single allocation.
-std::vector<std::uint8_t> encode_envelope(Msg type, std::uint32_t session_id, const unsigned char* data,
-                                          std::size_t length, std::uint8_t flags);
+// Header and payload in one array, with one allocation.
+[[nodiscard]] std::vector<std::uint8_t> encode_envelope(Msg type, std::uint32_t session_id,
+                                                        const unsigned char* data, std::size_t length,
+                                                        std::uint8_t flags);
 
-// Fills `envelope` from the bytes of one WebSocket message; bytes behind the declared payload are ignored.
-// False, with `envelope` untouched, when the header is incomplete, the payload is cut short or exceeds
+// Fills `envelope` from the bytes of one WebSocket message; bytes after the declared payload are ignored.
+// False, with `envelope` unchanged, if the header or the payload is incomplete or the payload exceeds
 // kMaxDecodedPayload.
-bool decode_envelope(const unsigned char* data, std::size_t length, Envelope& envelope);
+[[nodiscard]] bool decode_envelope(const unsigned char* data, std::size_t length, Envelope& envelope);
 
 }  // namespace vlk

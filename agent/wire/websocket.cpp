@@ -20,9 +20,9 @@ std::uint64_t get_be(const unsigned char* in, int bytes) {
   return value;
 }
 
-// What stands in front of a frame's payload. `size` is 0 while it is incomplete.
+// A frame's header. `size` is 0 while the header is incomplete.
 struct FrameHeader {
-  std::size_t size = 0;  // without the mask
+  std::size_t size = 0;  // without the mask key
   std::uint64_t length = 0;
 };
 
@@ -68,7 +68,7 @@ std::string build_upgrade_request(std::string_view host, std::string_view path, 
 }
 
 bool upgrade_accepted(std::string_view response) {
-  // Deliberately the whole test: neither the status line nor the accept key is looked at.
+  // Deliberately the only check: neither the status line nor the accept key is read.
   return response.find("101") != std::string_view::npos;
 }
 
@@ -89,13 +89,13 @@ std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uin
 
 void apply_mask(unsigned char* target, const unsigned char* source, std::size_t length,
                 const unsigned char key[kMaskBytes], std::size_t phase) {
-  // Whole words with the key doubled run at several times the rate of single bytes; four a step let the
-  // compiler use its 128-bit registers.
-  unsigned char turned[8];
-  for (std::size_t i = 0; i < sizeof turned; ++i)
-    turned[i] = key[(phase + i) % kMaskBytes];
+  // Words of 8 bytes, with the key twice in each, are several times as fast as single bytes. Four words per
+  // step let the compiler use 128-bit registers.
+  unsigned char rotated[8];
+  for (std::size_t i = 0; i < sizeof rotated; ++i)
+    rotated[i] = key[(phase + i) % kMaskBytes];
   std::uint64_t key_word;
-  std::memcpy(&key_word, turned, sizeof key_word);
+  std::memcpy(&key_word, rotated, sizeof key_word);
   std::size_t i = 0;
   for (; i + 32 <= length; i += 32) {
     std::uint64_t words[4];
@@ -105,7 +105,7 @@ void apply_mask(unsigned char* target, const unsigned char* source, std::size_t 
     std::memcpy(target + i, words, sizeof words);
   }
   for (; i < length; ++i)
-    target[i] = static_cast<unsigned char>(source[i] ^ turned[i % sizeof turned]);
+    target[i] = static_cast<unsigned char>(source[i] ^ rotated[i % sizeof rotated]);
 }
 
 std::vector<std::uint8_t> encode_frame(std::uint8_t opcode, const unsigned char* data, std::size_t length,
@@ -160,7 +160,8 @@ std::optional<WsFrame> WsParser::next() {
     if (opcode == kWsClose || opcode == kWsPing || opcode == kWsPong)
       return WsFrame{opcode, fin, std::move(payload)};
     if (opcode != kWsContinuation) {
-      // A final data frame leaves a fragmented message in progress alone; one that is not final replaces it.
+      // A final data frame does not affect a fragmented message in progress; a frame that is not final
+      // replaces it.
       if (fin) return WsFrame{opcode, fin, std::move(payload)};
       in_fragment = true;
       fragment_opcode = opcode;

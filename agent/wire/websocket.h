@@ -1,6 +1,6 @@
-// The client side of the WebSocket protocol (RFC 6455): the upgrade request, frames out, frames in. It knows
-// neither sockets nor TLS. It checks less than the RFC asks, on purpose: servers in the field rely on what is
-// let through.
+// The client side of the WebSocket protocol (RFC 6455): the upgrade request, outgoing frames and incoming
+// frames, without sockets and TLS. It deliberately checks less than the RFC demands: existing servers rely on
+// that.
 #pragma once
 
 #include <cstddef>
@@ -20,32 +20,36 @@ inline constexpr std::uint8_t kWsClose = 8;
 inline constexpr std::uint8_t kWsPing = 9;
 inline constexpr std::uint8_t kWsPong = 10;
 
-inline constexpr std::uint64_t kMaxFramePayload = 0x1000000;  // bytes of one incoming frame
-inline constexpr std::size_t kCompactThreshold = 0x10000;     // bytes of consumed prefix kept before a move
+inline constexpr std::uint64_t kMaxFramePayload = 0x1000000;  // bytes of one incoming frame's payload
+inline constexpr std::size_t kCompactThreshold =
+    0x10000;  // consumed bytes that are kept before they are erased
 inline constexpr std::size_t kMaskBytes = 4;
-inline constexpr std::size_t kMaxFrameHeader = 10 + kMaskBytes;  // bytes: two, and eight of length
+inline constexpr std::size_t kMaxFrameHeader =
+    10 + kMaskBytes;  // bytes: 2, up to 8 of length, and the mask key
 
-// RFC 4648 standard alphabet with padding, no line breaks.
-std::string base64_encode(const unsigned char* data, std::size_t length);
+// Base64 with the standard alphabet of RFC 4648 and padding, without line breaks.
+[[nodiscard]] std::string base64_encode(const unsigned char* data, std::size_t length);
 
-// The upgrade request for `path` on `host`, without a port in its Host line; `key` receives the random key
-// sent.
-std::string build_upgrade_request(std::string_view host, std::string_view path, std::string& key);
+// The upgrade request for `path` on `host`. Its Host line has no port. `key` receives the random key in the
+// request.
+[[nodiscard]] std::string build_upgrade_request(std::string_view host, std::string_view path,
+                                                std::string& key);
 
-// True when the gathered response text counts as a successful upgrade: the digits 101 occur anywhere in it.
-bool upgrade_accepted(std::string_view response);
+// Whether the response counts as a successful upgrade: the digits 101 occur anywhere in it.
+[[nodiscard]] bool upgrade_accepted(std::string_view response);
 
-// One final frame. Masked frames carry four fresh random bytes.
-std::vector<std::uint8_t> encode_frame(std::uint8_t opcode, const unsigned char* data, std::size_t length,
-                                       bool masked);
+// One final frame. A masked frame has a new random key.
+[[nodiscard]] std::vector<std::uint8_t> encode_frame(std::uint8_t opcode, const unsigned char* data,
+                                                     std::size_t length, bool masked);
 
-// Writes a final frame's header to `out`, which has room for kMaxFrameHeader bytes, without the mask key
-// itself; returns the bytes written.
-std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uint64_t length, bool masked);
+// Writes the header of a final frame, without the mask key, to `out`, which has room for kMaxFrameHeader
+// bytes. Returns the number of bytes written.
+[[nodiscard]] std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uint64_t length,
+                                             bool masked);
 
-// Writes `length` bytes of `source` to `target`, exclusive-or'ed with `key`. `phase` is the
-// position of the first byte within the masked payload. The ranges may be the same, but not otherwise
-// overlap.
+// Writes `length` bytes of `source`, combined with `key` by exclusive or, to `target`. `phase` is the
+// position of the first byte within the masked payload. The ranges may be equal, but must not overlap
+// otherwise.
 void apply_mask(unsigned char* target, const unsigned char* source, std::size_t length,
                 const unsigned char key[kMaskBytes], std::size_t phase);
 
@@ -55,20 +59,20 @@ struct WsFrame {
   std::vector<std::uint8_t> payload;
 };
 
-// Takes frames out of a stream of bytes. One per connection, used by one thread.
+// Extracts frames from a stream of bytes. One per connection, used by one thread.
 struct WsParser {
   std::vector<std::uint8_t> buffer;  // bytes received and not yet dropped
   std::size_t pos = 0;               // first unconsumed byte of `buffer`
-  bool failed = false;               // a protocol violation: the connection must be dropped
+  bool failed = false;               // a protocol violation: the connection must end
   bool in_fragment = false;
   std::uint8_t fragment_opcode = kWsBinary;
   std::vector<std::uint8_t> fragment_buffer;
 
-  // Appends to `buffer`; never parses.
+  // Appends to `buffer` without parsing.
   void feed(const unsigned char* data, std::size_t length);
 
-  // The next complete message or control frame, or nothing: more bytes are needed, or `failed` is set.
-  std::optional<WsFrame> next();
+  // The next complete message or control frame. No value if more bytes are needed or `failed` is set.
+  [[nodiscard]] std::optional<WsFrame> next();
 };
 
 }  // namespace vlk

@@ -1,4 +1,4 @@
-// Capture, pointer, encoders and monitors without a screen.
+// Fakes of capture, pointer, encoders and monitors.
 #include "fakes/fakes.h"
 #include "stream/capture/cursor_overlay.h"
 #include "stream/encode/h264_encoder.h"
@@ -16,10 +16,12 @@ struct ScreenCapturer::State {
 ScreenCapturer::ScreenCapturer() : state_(std::make_unique<State>()) {}
 
 ScreenCapturer::~ScreenCapturer() {
+  worker_thread_.check();
   note("~ScreenCapturer");
 }
 
 bool ScreenCapturer::Open(std::int32_t monitor_index) {
+  worker_thread_.check();
   note("Open " + std::to_string(monitor_index));
   if (!script().open || !script().open(monitor_index)) return false;
   *state_ = {script().left, script().top, script().width, script().height};
@@ -29,11 +31,13 @@ bool ScreenCapturer::Open(std::int32_t monitor_index) {
 void ScreenCapturer::Close() {}
 
 bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms) {
+  worker_thread_.check();
   note("AcquireFrame " + std::to_string(timeout_ms));
   return !script().acquire || script().acquire(frame);
 }
 
 bool ScreenCapturer::CaptureGdi(CapturedFrame& frame) {
+  worker_thread_.check();
   note("CaptureGdi");
   if (script().capture_gdi) return script().capture_gdi(frame);
   frame.width = script().gdi_width;
@@ -64,10 +68,12 @@ struct CursorOverlay::State {};
 CursorOverlay::CursorOverlay() = default;
 
 CursorOverlay::~CursorOverlay() {
+  worker_thread_.check();
   note("~CursorOverlay");
 }
 
 void CursorOverlay::Draw(CapturedFrame&, std::int32_t left, std::int32_t top) {
+  worker_thread_.check();
   note("Draw " + std::to_string(left) + ' ' + std::to_string(top));
 }
 
@@ -76,16 +82,19 @@ struct H264Encoder::State {};
 H264Encoder::H264Encoder() = default;
 
 H264Encoder::~H264Encoder() {
+  worker_thread_.check();
   note("~H264Encoder");
 }
 
 bool H264Encoder::Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate) {
+  worker_thread_.check();
   note("Init " + std::to_string(width) + ' ' + std::to_string(height) + ' ' + std::to_string(fps) + ' ' +
        std::to_string(bitrate));
   return script().init && script().init();
 }
 
 bool H264Encoder::Encode(const CapturedFrame&, std::vector<std::uint8_t>& out, bool force_keyframe) {
+  worker_thread_.check();
   note(force_keyframe ? "Encode key" : "Encode");
   if (script().encode) return script().encode(out, force_keyframe);
   out.insert(out.end(), {'h', '2', '6', '4'});
@@ -93,6 +102,7 @@ bool H264Encoder::Encode(const CapturedFrame&, std::vector<std::uint8_t>& out, b
 }
 
 void H264Encoder::Shutdown() {
+  worker_thread_.check();
   note("Shutdown");
 }
 

@@ -1,9 +1,13 @@
-// The console session's process, and the machine's restart, without a system behind them.
+// Fakes of the console session's process and of the machine's restart.
 #include "fakes/fakes.h"
 #include "system/reboot.h"
 #include "system/session_launcher.h"
 
 namespace vlk::agent {
+
+struct ChildProcess {
+  std::string name;
+};
 
 using vantelink_fakes::note;
 using vantelink_fakes::script;
@@ -13,9 +17,9 @@ bool reboot_machine() {
   return script().simulate_reboot;
 }
 
-void ProcessCloser::operator()(void* process) const {
-  note("close " + *static_cast<std::string*>(process));
-  delete static_cast<std::string*>(process);
+void ChildProcessDeleter::operator()(ChildProcess* process) const {
+  note("close " + process->name);
+  delete process;
 }
 
 std::uint32_t active_console_session() {
@@ -25,18 +29,17 @@ std::uint32_t active_console_session() {
 UniqueProcess launch_in_console_session() {
   std::string name = script().launch ? script().launch() : "child";
   note(name.empty() ? "launch failed" : "launch " + name);
-  return UniqueProcess(name.empty() ? nullptr : new std::string(std::move(name)));
+  return UniqueProcess(name.empty() ? nullptr : new ChildProcess{std::move(name)});
 }
 
-void terminate_process(void* process) {
-  note("terminate " + *static_cast<std::string*>(process));
+void terminate_process(ChildProcess& process) {
+  note("terminate " + process.name);
 }
 
-Wake wait_for_stop_or_child(void* stop_event, void* child, std::uint32_t timeout_ms) {
-  note("wait " + *static_cast<std::string*>(stop_event) +
-       (child != nullptr ? " or " + *static_cast<std::string*>(child) : "") + ' ' +
+WaitResult wait_for_stop_or_child(StopEvent& stop_event, ChildProcess* child, std::uint32_t timeout_ms) {
+  note("wait " + stop_event.name + (child != nullptr ? " or " + child->name : "") + ' ' +
        std::to_string(timeout_ms));
-  return script().wait ? script().wait() : Wake::Stop;
+  return script().wait ? script().wait() : WaitResult::Stop;
 }
 
 }  // namespace vlk::agent

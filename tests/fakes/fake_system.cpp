@@ -1,4 +1,4 @@
-// Input, the clipboard, settings, trust roots and the machine's identity without a system behind them.
+// Fakes of input, clipboard, settings, trust roots and the machine's identifier.
 #include <mutex>
 
 #include "clipboard/watch.h"

@@ -1,4 +1,4 @@
-// The journal and the script.
+// The journal and the script of the fakes.
 #include "fakes/fakes.h"
 
 #include <algorithm>

@@ -1,6 +1,5 @@
-// Native stand-ins for the Windows modules: what they are asked goes into one journal, in order and across
-// modules; what they answer is scripted. A test calls reset() first and sets the script before the threads
-// start.
+// Native fakes of the Windows modules. One journal records the calls of all modules in order; the script sets
+// their results. A test calls reset() first and sets the script before any thread starts.
 #pragma once
 
 #include <chrono>
@@ -15,16 +14,21 @@
 #include "stream/capture/monitors.h"
 #include "system/session_launcher.h"
 
+// The fake platform's definition. Tests create these.
+struct vlk::agent::StopEvent {
+  std::string name;
+};
+
 namespace vantelink_fakes {
 
-// The answers. Unset callables stand for the plain case, told beside each.
+// The results of the fakes. The comments give the result without a callable.
 struct Script {
   std::function<bool(std::int32_t)> open;                   // false: no duplication
   std::function<bool(vlk::agent::CapturedFrame&)> acquire;  // true with an empty frame
   std::function<bool(vlk::agent::CapturedFrame&)>
       capture_gdi;  // true with a frame of `gdi_width` by `gdi_height`
   std::uint32_t gdi_width = 8, gdi_height = 4;
-  std::int32_t left = 0, top = 0, width = 0, height = 0;         // the rectangle after a good open
+  std::int32_t left = 0, top = 0, width = 0, height = 0;         // the rectangle after a successful open
   std::function<bool()> init;                                    // false: no encoder
   std::function<bool(std::vector<std::uint8_t>&, bool)> encode;  // true, appends "h264"
   std::function<std::vector<std::uint8_t>()> jpeg;               // "jpeg"
@@ -34,23 +38,23 @@ struct Script {
   std::string machine_guid = "guid";
   bool simulate_reboot = true;
   std::function<std::uint32_t()> console_session;  // 1
-  std::function<std::string()> launch;             // "child"; an empty name means that nothing was started
-  std::function<vlk::agent::Wake()> wait;          // Stop
+  std::function<std::string()> launch;             // "child"; an empty name: nothing was started
+  std::function<vlk::agent::WaitResult()> wait;    // Stop
 };
 
 void reset();          // only while no other thread uses the fakes
 void clear_journal();  // at any time
 Script& script();
 
-// One line a call, for instance "Open 1" or "Encode key".
+// Records one line for a call, for instance "Open 1" or "Encode key".
 void note(const std::string& line);
 std::vector<std::string> journal();
 std::size_t count(std::string_view line);
-// Waits until a line was noted `times` times in all; false when that takes too long.
-bool wait_for(std::string_view line, std::size_t times = 1,
-              std::chrono::milliseconds patience = std::chrono::milliseconds(30000));
+// Waits until a line was recorded `times` times in total. False if that takes too long.
+[[nodiscard]] bool wait_for(std::string_view line, std::size_t times = 1,
+                            std::chrono::milliseconds patience = std::chrono::milliseconds(30000));
 
-// The settings saved last, as the next start would find them.
+// The settings that were saved last.
 vlk::agent::AgentConfig saved_config();
 
 }  // namespace vantelink_fakes

@@ -1,5 +1,5 @@
-// Folders and files of a host without drive letters: the drive C is its root, and backslashes separate there
-// too.
+// Folders and files of a host without drive letters. Drive C is its root, and backslashes are separators
+// there too.
 #include <algorithm>
 
 #include "platform/files/file_system.h"

@@ -1,4 +1,4 @@
-// Folders and files by Windows' own calls.
+// Folders and files with the Windows API.
 #include <windows.h>
 
 #include "platform/files/file_system.h"

@@ -1,4 +1,4 @@
-// An owner for C's file streams.
+// RAII owner for C file streams.
 #pragma once
 
 #include <cstdio>

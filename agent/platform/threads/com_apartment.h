@@ -1,11 +1,11 @@
-// The calling thread's membership in the multi-threaded COM apartment; nothing at all where there is no COM.
+// Keeps the calling thread in the multi-threaded COM apartment. Does nothing on hosts without COM.
 #pragma once
 
 namespace vlk {
 
-class ComApartment {
+class [[nodiscard]] ComApartment {
  public:
-  ComApartment();  // the result is not looked at
+  ComApartment();  // a failure is ignored
   ~ComApartment();
   ComApartment(const ComApartment&) = delete;
   ComApartment& operator=(const ComApartment&) = delete;

@@ -1,4 +1,4 @@
-// No COM here.
+// This host has no COM.
 #include "platform/threads/com_apartment.h"
 
 namespace vlk {

@@ -1,4 +1,4 @@
-// Entering and leaving the apartment.
+// Enters and leaves the apartment.
 #include "platform/threads/com_apartment.h"
 
 #include <objbase.h>

@@ -1,12 +1,12 @@
-// Threads that nobody waits for.
+// Threads that nothing waits for.
 #pragma once
 
 #include <functional>
 
 namespace vlk {
 
-// Runs `work` on a thread of its own, which process exit does not wait for. Throws std::system_error when
-// there can be no further thread.
+// Runs `work` on a new thread. The end of the process does not wait for it. Throws std::system_error if no
+// thread can be created.
 void start_detached_thread(std::function<void()> work);
 
 }  // namespace vlk

@@ -1,4 +1,4 @@
-// Detached threads of the C++ library.
+// Detached threads with the C++ library.
 #include <thread>
 #include <utility>
 

@@ -1,5 +1,6 @@
-// Detached threads by the system's own call. The C++ library's stand on a POSIX layer whose detaching races
-// with the thread's end: of fifty short threads at once now and then one never ran, or one ran twice.
+// Detached threads with the C runtime of Windows. The C++ library's threads use a POSIX layer in which
+// detaching races with the thread's end: of fifty short threads at once, sometimes one never ran or one ran
+// twice.
 #include <cerrno>
 #include <memory>
 #include <system_error>
@@ -30,7 +31,7 @@ void start_detached_thread(Work work) {
   const UniqueKernelHandle thread(
       reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, run, owned.get(), 0, nullptr)));
   if (!thread) throw std::system_error(errno, std::generic_category());
-  owned.release();  // the thread's now
+  (void)owned.release();  // the thread owns it now
 }
 
 }  // namespace vlk

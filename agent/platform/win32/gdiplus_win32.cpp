@@ -1,4 +1,4 @@
-// Encoders and streams for GDI+.
+// Image encoders and streams for GDI+.
 #include "platform/win32/gdiplus_win32.h"
 
 #include <cstring>
@@ -16,12 +16,12 @@ std::optional<CLSID> find_image_encoder(const wchar_t* mime_type) {
   UINT size = 0;
   gdip::GdipGetImageEncodersSize(&count, &size);
   if (size == 0) return std::nullopt;
-  // The records come first, and the texts that they point at follow in the same block.
+  // The block begins with the records; the texts that they point to follow.
   const auto block = std::make_unique<BYTE[]>(size);
   const auto* encoders = reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get());
   gdip::GdipGetImageEncoders(count, size, reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get()));
   for (UINT i = 0; i < count; ++i) {
-    // Where the call above failed the records are empty.
+    // Null if the call above failed: the records are then empty.
     const wchar_t* const type = encoders[i].MimeType;
     if (type != nullptr && std::wcscmp(type, mime_type) == 0) return encoders[i].Clsid;
   }
@@ -33,7 +33,7 @@ ComPtr<IStream> stream_over_copy(const void* bytes, std::size_t size) {
   UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, size));
   if (!memory) return stream;
   {
-    // An empty block cannot be locked.
+    // Null for an empty block, which cannot be locked.
     const LockedGlobal locked(memory.get());
     if (locked.get() != nullptr) std::memcpy(locked.get(), bytes, size);
   }

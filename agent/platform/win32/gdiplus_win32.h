@@ -1,5 +1,5 @@
-// GDI+'s headers as this build needs them, and what all its users share. Included by _win32.cpp files alone;
-// the process has started GDI+.
+// The headers of GDI+, with what they need, and functions that all users of GDI+ share. Included by
+// _win32.cpp files alone. The caller's process has started GDI+.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 #include <wrl/client.h>
 
 namespace Gdiplus {
-using std::max;  // its headers ask for these by name
+using std::max;  // the headers of GDI+ use these names unqualified
 using std::min;
 }  // namespace Gdiplus
 
@@ -28,12 +28,12 @@ struct ImageDisposer {
 using UniqueImage = std::unique_ptr<Gdiplus::GpImage, ImageDisposer>;
 
 // The first encoder for the MIME type.
-std::optional<CLSID> find_image_encoder(const wchar_t* mime_type);
+[[nodiscard]] std::optional<CLSID> find_image_encoder(const wchar_t* mime_type);
 
-// A stream over a copy of the bytes; null when there is no memory for it.
-Microsoft::WRL::ComPtr<IStream> stream_over_copy(const void* bytes, std::size_t size);
+// A stream over a copy of the bytes; null without memory.
+[[nodiscard]] Microsoft::WRL::ComPtr<IStream> stream_over_copy(const void* bytes, std::size_t size);
 
-// All that the stream holds; empty when it cannot tell.
-std::vector<std::uint8_t> read_stream(IStream* stream);
+// The whole content of the stream; empty on failure.
+[[nodiscard]] std::vector<std::uint8_t> read_stream(IStream* stream);
 
 }  // namespace vlk

@@ -1,6 +1,5 @@
-// Owners for what Windows lends out: each takes its handle in the statement that gets it and gives it back at
-// the end of its life. Included by _win32.cpp files alone. Moving and copying are left out where nobody needs
-// them.
+// RAII owners for Win32 handles: acquired on construction, released on destruction. Included by _win32.cpp
+// files alone.
 #pragma once
 
 #include <memory>
@@ -30,8 +29,8 @@ using UniqueGlobal = UniqueHandle<HGLOBAL, GlobalFree>;
 using UniqueMemoryDc = UniqueHandle<HDC, DeleteDC>;
 using UniqueBitmap = UniqueHandle<HBITMAP, DeleteObject>;
 
-// Movable global memory in its place for as long as the object lives. Null when there is none to be had.
-class LockedGlobal {
+// Locks movable global memory, so that it has an address. get() is null on failure.
+class [[nodiscard]] LockedGlobal {
  public:
   explicit LockedGlobal(HGLOBAL memory) : memory_(memory), bytes_(GlobalLock(memory)) {}
   ~LockedGlobal() {
@@ -46,8 +45,8 @@ class LockedGlobal {
   void* const bytes_;
 };
 
-// The whole screen's device context.
-class ScreenDc {
+// The device context of the whole screen.
+class [[nodiscard]] ScreenDc {
  public:
   ScreenDc() : dc_(GetDC(nullptr)) {}
   ~ScreenDc() { ReleaseDC(nullptr, dc_); }
@@ -59,8 +58,9 @@ class ScreenDc {
   const HDC dc_;
 };
 
-// An object selected into a device context; what was there before returns at the end. Must die before both.
-class Selection {
+// Selects an object into a device context, and selects the previous one again on destruction. Must be
+// destroyed before the context and the object.
+class [[nodiscard]] Selection {
  public:
   Selection(HDC dc, HGDIOBJ object) : dc_(dc), previous_(SelectObject(dc, object)) {}
   ~Selection() { SelectObject(dc_, previous_); }
@@ -72,8 +72,8 @@ class Selection {
   const HGDIOBJ previous_;
 };
 
-// Header of a packed, top-down 32-bit image: blue, green, red and a fourth byte.
-inline BITMAPINFO top_down_bitmap(LONG width, LONG height) {
+// The header of a packed, top-down 32-bit image: blue, green, red and a fourth byte.
+[[nodiscard]] inline BITMAPINFO top_down_bitmap(LONG width, LONG height) {
   BITMAPINFO info = {};
   info.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
   info.bmiHeader.biWidth = width;

@@ -1,4 +1,4 @@
-// What asking Windows for paths has in common.
+// Paths from the Windows API.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace vlk {
 
-inline constexpr DWORD kPathSize = 260;  // characters of every buffer for a path, the closing zero included
+inline constexpr DWORD kPathSize = 260;  // characters of every path buffer, including the terminating zero
 
-// The user's folder of temporary files, with a backslash at its end.
-inline std::wstring temporary_folder() {
+// The user's folder for temporary files, with a backslash at its end.
+[[nodiscard]] inline std::wstring temporary_folder() {
   wchar_t folder[kPathSize] = {};
   GetTempPathW(kPathSize, folder);
   return folder;

@@ -1,4 +1,4 @@
-// Strings in the registry: UTF-8 on our side, REG_SZ on the other. Included by _win32.cpp files alone.
+// Strings in the registry, converted between UTF-8 and REG_SZ. Included by _win32.cpp files alone.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace vlk {
 
-// Empty on any problem, a value of another type included.
-std::string read_registry_string(HKEY key, const wchar_t* name);
+// Empty on any failure, also for a value of another type.
+[[nodiscard]] std::string read_registry_string(HKEY key, const wchar_t* name);
 
-// Stores the closing zero as well. A failure is silent.
+// Stores the terminating zero as well. A failure is ignored.
 void write_registry_string(HKEY key, const wchar_t* name, const std::string& text);
 
 }  // namespace vlk

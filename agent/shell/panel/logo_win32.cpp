@@ -1,4 +1,4 @@
-// Decoding and drawing the logo by GDI+.
+// Decodes and draws the logo with GDI+.
 #include "shell/panel/logo_win32.h"
 
 #include "platform/win32/gdiplus_win32.h"
@@ -14,7 +14,7 @@ using Gdiplus::DllExports::GdipDrawImageRectI;
 using Gdiplus::DllExports::GdipLoadImageFromStream;
 using Gdiplus::DllExports::GdipSetInterpolationMode;
 
-// A stream over a copy of the resource; null on any miss.
+// A stream over a copy of the resource; null on any failure.
 Microsoft::WRL::ComPtr<IStream> open_resource() {
   const HMODULE module = GetModuleHandleW(nullptr);
   const HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(IDR_LOGO), RT_RCDATA);
@@ -27,8 +27,8 @@ Microsoft::WRL::ComPtr<IStream> open_resource() {
 
 }  // namespace
 
-void LogoDeleter::operator()(void* image) const {
-  GdipDisposeImage(static_cast<Gdiplus::GpImage*>(image));
+void LogoDeleter::operator()(Gdiplus::GpImage* image) const {
+  GdipDisposeImage(image);
 }
 
 Logo load_logo() {
@@ -42,7 +42,7 @@ void draw_logo(HDC dc, const Logo& logo, int x, int y, int width, int height) {
   Gdiplus::GpGraphics* graphics = nullptr;
   GdipCreateFromHDC(dc, &graphics);
   GdipSetInterpolationMode(graphics, Gdiplus::InterpolationModeHighQualityBicubic);
-  GdipDrawImageRectI(graphics, static_cast<Gdiplus::GpImage*>(logo.get()), x, y, width, height);
+  GdipDrawImageRectI(graphics, logo.get(), x, y, width, height);
   GdipDeleteGraphics(graphics);
 }
 

@@ -1,22 +1,25 @@
-// The logo from the executable's resources.
+// The logo, loaded from the executable's resources.
 #pragma once
 
 #include <memory>
 
 #include <windows.h>
 
+namespace Gdiplus {
+class GpImage;
+}
+
 namespace vlk::agent {
 
 struct LogoDeleter {
-  void operator()(void* image) const;
+  void operator()(Gdiplus::GpImage* image) const;
 };
+using Logo = std::unique_ptr<Gdiplus::GpImage, LogoDeleter>;
 
-// A GDI+ image. Empty when the resource is missing or cannot be decoded.
-using Logo = std::unique_ptr<void, LogoDeleter>;
+// Empty if the resource is missing or cannot be decoded.
+[[nodiscard]] Logo load_logo();
 
-Logo load_logo();
-
-// Fills the given rectangle with it; the picture's own proportions are not kept.
+// Draws the logo into the given rectangle without keeping its proportions.
 void draw_logo(HDC dc, const Logo& logo, int x, int y, int width, int height);
 
 }  // namespace vlk::agent

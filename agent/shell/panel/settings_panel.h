@@ -1,5 +1,5 @@
-// The window's controls below the logo: the machine's name, the unattended switch, the button that applies
-// both, and the status line. All of it runs on the UI thread. For Windows files only.
+// The window's controls below the logo: the machine's name, the check box for unattended access, the button
+// that applies both, and the status line. All of it runs on the UI thread. For Windows files only.
 #pragma once
 
 #include <windows.h>
@@ -13,14 +13,14 @@ inline constexpr WORD kUnattendedCheck = 1002;
 inline constexpr WORD kApplyButton = 1003;
 inline constexpr WORD kStatusLabel = 1004;
 
-// Makes the controls as children of the window and fills them from the record.
+// Creates the controls as children of the window and fills them from the record.
 void create_controls(MainWindow& main, HWND window);
 
-// Takes name and switch from the controls into the record, the registry and the client. Never refuses a name.
+// Copies the name and the check box to the record, the registry and the client. Accepts every name.
 void apply_settings(MainWindow& main);
 
-// The one way to change the switch once the program runs: record, registry, autostart entry, client, check
-// box and tooltip follow.
+// Changes unattended access everywhere: in the record, the registry, the autostart entry, the client, the
+// check box and the tooltip. Every change after the start goes through it.
 void set_unattended(MainWindow& main, bool unattended);
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// The controls, and what applying them does.
+// Creates the controls and applies their values.
 #include "platform/text.h"
 #include "shell/main_window.h"
 #include "shell/panel/settings_panel.h"
@@ -9,9 +9,9 @@
 namespace vlk::agent {
 namespace {
 
-constexpr int kNameSize = 256;  // characters, the closing zero included; a longer name is cut off
+constexpr int kNameSize = 256;  // characters, including the terminating zero; a longer name is truncated
 
-// In client pixels, whatever the screen's resolution.
+// In client pixels, independent of the screen's resolution.
 constexpr int kLeft = 24;
 constexpr int kWidth = 312;
 
@@ -41,7 +41,7 @@ void create_controls(MainWindow& main, HWND window) {
       create_control(window, L"STATIC", kStatusLabel, 0, {268, kWidth, 36}, ui_texts().status_connecting);
 
   SendMessageW(main.unattended_check, BM_SETCHECK, main.unattended, 0);
-  // The label above the name keeps the system font: that is how the panel has always looked.
+  // The label above the name deliberately keeps the system font.
   const auto font = reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT));
   for (const HWND control : {main.name_edit, main.unattended_check, main.apply_button, main.status_label}) {
     SendMessageW(control, WM_SETFONT, font, TRUE);
@@ -53,18 +53,19 @@ void apply_settings(MainWindow& main) {
   GetWindowTextW(main.name_edit, name, kNameSize);
   main.display_name = WideToUtf8(name);
   const bool checked = SendMessageW(main.unattended_check, BM_GETCHECK, 0, 0) == BST_CHECKED;
-  // With the old flag: the new one has a save of its own behind this.
+  // Saves the old value of unattended access. set_unattended then saves the new one.
   save_config(main);
   set_unattended(main, checked);
   if (main.client) main.client->set_display_name(main.display_name);
 }
 
 void set_unattended(MainWindow& main, bool unattended) {
-  // Unattended access is worth nothing on a machine whose agent does not come back by itself.
+  // Unattended access needs an agent that starts by itself at each log-on. A failure to write or remove the
+  // entry is ignored.
   if (unattended) {
-    if (!autostart_exists()) add_autostart();
+    if (!autostart_exists()) (void)add_autostart();
   } else {
-    if (autostart_exists()) remove_autostart();
+    if (autostart_exists()) (void)remove_autostart();
   }
   main.unattended = unattended;
   save_config(main);

@@ -1,4 +1,4 @@
-// The prompt as the system's own message box, whose handle a hook finds out.
+// The prompt is the system's message box; a hook finds its window handle.
 #include <atomic>
 
 #include "input/injector.h"
@@ -11,13 +11,13 @@
 namespace vlk::agent {
 namespace {
 
-// Above all other windows also while the main window is hidden.
+// System-modal, so that the box is above all other windows even while the main window is hidden.
 constexpr UINT kBoxStyle = MB_YESNO | MB_ICONQUESTION | MB_SYSTEMMODAL;
 constexpr char kDeclined[] = "declined";
 
 using UniqueHook = UniqueHandle<HHOOK, UnhookWindowsHookEx>;
 
-// Of the prompt that stands. When a second one over it ends, both are cleared all the same: the first can
+// Session and window of the open prompt. The end of a second prompt over the first clears both: the first can
 // then no longer be withdrawn and waits for the user.
 std::atomic<std::uint32_t> consent_session{0};
 std::atomic<HWND> consent_box{nullptr};  // null until the box is activated
@@ -28,7 +28,7 @@ LRESULT CALLBACK note_activated(int code, WPARAM wparam, LPARAM lparam) {
 }
 
 int ask(const MainWindow& main, const std::wstring& text) {
-  // Without the hook the box stands too; it just cannot be withdrawn.
+  // Without the hook the box opens too, but cannot be withdrawn.
   const UniqueHook hook(SetWindowsHookExW(WH_CBT, note_activated, nullptr, GetCurrentThreadId()));
   return MessageBoxW(main.window, text.c_str(), ui_texts().consent_title, kBoxStyle);
 }
@@ -39,7 +39,7 @@ void run_consent_prompt(MainWindow& main) {
   std::uint32_t session = 0;
   std::string representative;
   {
-    const std::lock_guard<std::mutex> guard(main.pending_lock);
+    const MutexLock lock(main.pending_lock);
     session = main.pending_session;
     representative = main.pending_rep_name;
   }
@@ -60,7 +60,7 @@ void cancel_consent_prompt(std::uint32_t session) {
   if (session != consent_session) return;
   const HWND box = consent_box;
   if (box == nullptr) return;
-  // Answers even for a session that the server has ended already.
+  // Answered also for a session that the server has already ended.
   PostMessageW(box, WM_COMMAND, IDNO, 0);
 }
 

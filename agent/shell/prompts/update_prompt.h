@@ -1,4 +1,4 @@
-// The question whether to install a newer agent.
+// The prompt that asks the local user whether to install a newer agent.
 #pragma once
 
 namespace vlk::agent {
@@ -6,8 +6,8 @@ namespace vlk::agent {
 struct MainWindow;
 struct UpdateOffer;
 
-// Asks the local user about the offer, unless that very version was skipped before, and does what the answer
-// is. On the UI thread; modal, and dispatches the window's messages meanwhile.
+// Asks about the offer, unless that version was skipped before, and carries out the answer. Runs on the UI
+// thread; the dialog is modal and dispatches the window's messages while it is open.
 void run_update_prompt(MainWindow& main, const UpdateOffer& offer);
 
 }  // namespace vlk::agent

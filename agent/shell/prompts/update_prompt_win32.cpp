@@ -9,7 +9,7 @@
 #include "shell/prompts/update_prompt.h"
 #include "shell/texts.h"
 #include "update/manifest.h"
-#include "update/update_threads_win32.h"
+#include "update/update_threads.h"
 
 #include <commctrl.h>
 
@@ -22,8 +22,8 @@ constexpr int kSkip = 103;
 
 static_assert(sizeof(TASKDIALOGCONFIG) == 160);
 
-// The button that ended the dialog; no value if it could not be shown.
-std::optional<int> ask(HWND parent, const UpdateOffer& offer) {
+// The button that closed the dialog; no value if the dialog could not be shown.
+[[nodiscard]] std::optional<int> ask(HWND parent, const UpdateOffer& offer) {
   const UiTexts& texts = ui_texts();
   const std::wstring content = std::wstring(texts.update_body) + L"  (" + Utf8ToWide(offer.version) + L")";
   const TASKDIALOG_BUTTON buttons[] = {
@@ -50,7 +50,11 @@ void run_update_prompt(MainWindow& main, const UpdateOffer& offer) {
   const std::optional<int> button = ask(main.window, offer);
   if (button == kInstall) {
     const ServerAddress server = server_address(main);
-    start_update_download(main.window, server.host, server.port, offer.file);
+    const HWND window = main.window;
+    start_update_download(
+        server.host, server.port, offer.file,
+        {.on_status = [window](const std::wstring& text) { post_status_text(window, text); },
+         .on_installer_started = [window] { PostMessageW(window, WM_EXIT_FOR_UPDATE, 0, 0); }});
   } else if (button == kSkip) {
     main.skipped_version = offer.version;
     save_config(main);

@@ -1,24 +1,25 @@
-// One screen image at a time, from desktop duplication (a frame only when the desktop changes) or from a
-// plain GDI copy (a frame whenever asked). Choosing between the two, and all retrying, is the caller's
-// business.
+// Captures screen images, by desktop duplication (a frame only when the desktop changes) or by a GDI copy (a
+// frame at each call). The caller chooses between the two and retries.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+#include "platform/threads/thread_checker.h"
+
 namespace vlk::agent {
 
-// A packed, top-down 32-bit image: blue, green, red and a fourth byte that nothing reads.
+// A packed, top-down 32-bit image: blue, green, red and an unused byte.
 struct CapturedFrame {
   std::uint32_t width = 0;           // pixels
   std::uint32_t height = 0;          // rows
-  std::int32_t stride = 0;           // bytes a row: always width * 4, whatever the source's pitch
+  std::int32_t stride = 0;           // bytes per row: always width * 4
   std::vector<std::uint8_t> pixels;  // height * stride bytes
-  bool fresh = true;                 // false after a time-out or a failure; callers go by the results instead
+  bool fresh = true;                 // false after a time-out or a failure; callers use the results instead
 };
 
-// Belongs to the streaming worker's thread from creation to destruction.
+// Created, used and destroyed on the streaming worker's thread.
 class ScreenCapturer {
  public:
   ScreenCapturer();
@@ -26,23 +27,22 @@ class ScreenCapturer {
   ScreenCapturer(const ScreenCapturer&) = delete;
   ScreenCapturer& operator=(const ScreenCapturer&) = delete;
 
-  // Sets up duplication of the monitor with that index in EnumerateMonitors' walk; true means that it runs.
-  // Starts with Close and may be called repeatedly. A failure is logged and leaves an earlier rectangle in
-  // place.
+  // Calls Close, then starts the duplication of the monitor with that index in EnumerateMonitors; true if it
+  // runs. May be called again. A failure is logged and leaves the earlier rectangle unchanged.
   bool Open(std::int32_t monitor_index);
 
-  // Releases everything of the duplication; the rectangle stays.
+  // Releases the duplication. The rectangle stays.
   void Close();
 
-  // Waits up to `timeout_ms` for a changed desktop; true when `frame` holds it. A lost duplication is dropped
-  // silently and only Open brings it back.
+  // Waits up to `timeout_ms` for a change of the desktop; true if `frame` contains it. A lost duplication is
+  // released silently; only Open starts it again.
   bool AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms);
 
-  // Copies the monitor's rectangle, or the primary screen when none is known. Always true, also for a failed
-  // copy.
+  // Copies the monitor's rectangle, or the primary screen if there is none. Always true, even if the copy
+  // fails.
   bool CaptureGdi(CapturedFrame& frame);
 
-  // The last monitor that Open found, in virtual-desktop pixels; all 0 before.
+  // The rectangle of the last monitor that Open found, in virtual-desktop pixels; all 0 before.
   std::int32_t width() const;
   std::int32_t height() const;
   std::int32_t left() const;
@@ -50,6 +50,7 @@ class ScreenCapturer {
 
  private:
   struct State;
+  [[no_unique_address]] ThreadChecker worker_thread_;
   std::unique_ptr<State> state_;
 };
 

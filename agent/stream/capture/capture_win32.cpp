@@ -1,10 +1,11 @@
-// Screen capture on Windows: DXGI desktop duplication, and GDI where that is not to be had.
+// Screen capture on Windows: DXGI desktop duplication, or GDI where duplication is unavailable.
 #include <cstring>
 
 #include "platform/debug_log.h"
 #include "platform/win32/handles_win32.h"
 #include "stream/capture/capture.h"
 #include "stream/capture/outputs_win32.h"
+#include "stream/capture/screen_copy_win32.h"
 
 #include <d3d11.h>
 
@@ -17,23 +18,23 @@ void LogCapture(const char* message, std::int32_t code) {
   append_debug_log("capture: %s hr=0x%08lx\n", message, static_cast<unsigned long>(code));
 }
 
-void resize_frame(CapturedFrame& frame, std::uint32_t width, std::uint32_t height) {
+// Sets everything but the pixels.
+void set_size(CapturedFrame& frame, std::uint32_t width, std::uint32_t height) {
   frame.width = width;
   frame.height = height;
   frame.stride = static_cast<std::int32_t>(width * kBytesPerPixel);
-  frame.pixels.resize(std::size_t{height} * width * kBytesPerPixel);
 }
 
 }  // namespace
 
-// In the reverse of the order in which they must be let go.
+// Members are released in the reverse of this order.
 struct ScreenCapturer::State {
   ComPtr<ID3D11Device> device;
   ComPtr<ID3D11DeviceContext> context;
-  ComPtr<ID3D11Texture2D> staging;  // readable by the CPU, kept while the size stays
+  ComPtr<ID3D11Texture2D> staging;  // readable by the CPU; kept while the size stays the same
   UINT staging_width = 0, staging_height = 0;
-  ComPtr<IDXGIOutputDuplication> duplication;  // null when there is none or it was lost
-  bool frame_held = false;                     // acquired and not yet released
+  ComPtr<IDXGIOutputDuplication> duplication;  // null if there is none or it was lost
+  bool frame_held = false;                     // a frame is acquired and not yet released
   std::int32_t width = 0, height = 0, left = 0, top = 0, monitor_index = 0;
 
   bool StartDuplication(IDXGIAdapter1* adapter, IDXGIOutput* output);
@@ -70,8 +71,8 @@ void ScreenCapturer::State::ReleaseHeldFrame() {
   frame_held = false;
 }
 
-// Makes the staging texture anew when the desktop's size has changed, which it may under a living
-// duplication.
+// Creates a new staging texture if the desktop's size has changed, which can happen while the duplication
+// runs.
 bool ScreenCapturer::State::PrepareStaging(D3D11_TEXTURE2D_DESC description) {
   if (staging && staging_width == description.Width && staging_height == description.Height) return true;
   description.Usage = D3D11_USAGE_STAGING;
@@ -85,7 +86,7 @@ bool ScreenCapturer::State::PrepareStaging(D3D11_TEXTURE2D_DESC description) {
   return true;
 }
 
-// The pixel format is taken over unchecked: duplication delivers four bytes a pixel.
+// The texture's pixel format is copied unchecked: duplication delivers four bytes a pixel.
 bool ScreenCapturer::State::CopyTexture(ID3D11Texture2D* texture, CapturedFrame& frame) {
   D3D11_TEXTURE2D_DESC description = {};
   texture->GetDesc(&description);
@@ -94,12 +95,13 @@ bool ScreenCapturer::State::CopyTexture(ID3D11Texture2D* texture, CapturedFrame&
   context->CopyResource(staging.Get(), texture);
   D3D11_MAPPED_SUBRESOURCE mapped = {};
   if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &mapped))) return false;
-  // A driver that answers nonsense must cost a frame and not the process.
+  // An invalid answer of a driver must lose one frame, not crash the process.
   if (mapped.pData == nullptr || mapped.RowPitch / kBytesPerPixel < description.Width) {
     context->Unmap(staging.Get(), 0);
     return false;
   }
-  resize_frame(frame, description.Width, description.Height);
+  set_size(frame, description.Width, description.Height);
+  frame.pixels.resize(std::size_t{frame.height} * frame.width * kBytesPerPixel);
   const auto* source = static_cast<const std::uint8_t*>(mapped.pData);
   const auto stride = static_cast<std::size_t>(frame.stride);
   if (mapped.RowPitch == stride) {
@@ -121,6 +123,7 @@ ScreenCapturer::~ScreenCapturer() {
 }
 
 bool ScreenCapturer::Open(std::int32_t monitor_index) {
+  worker_thread_.check();
   Close();
   ComPtr<IDXGIFactory1> factory;
   if (FAILED(CreateDXGIFactory1(IID_PPV_ARGS(factory.ReleaseAndGetAddressOf())))) return false;
@@ -137,7 +140,7 @@ bool ScreenCapturer::Open(std::int32_t monitor_index) {
     return true;
   });
   if (!found) {
-    LogCapture("no attached output for monitor", monitor_index);  // the index stands in for a result code
+    LogCapture("no attached output for monitor", monitor_index);  // the index is logged as the result code
     return false;
   }
 
@@ -150,6 +153,7 @@ bool ScreenCapturer::Open(std::int32_t monitor_index) {
 }
 
 void ScreenCapturer::Close() {
+  worker_thread_.check();
   if (state_->duplication) {
     state_->ReleaseHeldFrame();
     state_->duplication.Reset();
@@ -162,6 +166,7 @@ void ScreenCapturer::Close() {
 }
 
 bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms) {
+  worker_thread_.check();
   if (!state_->duplication) return false;
   state_->ReleaseHeldFrame();
 
@@ -174,7 +179,7 @@ bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms
     return false;
   }
   if (FAILED(result)) {
-    // Lost for whatever reason: dropped without a word and not reopened here, so that GDI takes over.
+    // The duplication is lost. It is dropped silently and not reopened here, so that GDI takes over.
     state_->duplication.Reset();
     frame.fresh = false;
     return false;
@@ -187,19 +192,16 @@ bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms
 }
 
 bool ScreenCapturer::CaptureGdi(CapturedFrame& frame) {
+  worker_thread_.check();
   const int width = state_->width != 0 ? state_->width : GetSystemMetrics(SM_CXSCREEN);
   const int height = state_->height != 0 ? state_->height : GetSystemMetrics(SM_CYSCREEN);
 
-  // No result is looked at: a failed copy is a black frame, and still a frame.
+  // A failed copy is a black frame, and still a frame.
   const ScreenDc screen;
-  const UniqueMemoryDc memory(CreateCompatibleDC(screen.get()));
-  const UniqueBitmap bitmap(CreateCompatibleBitmap(screen.get(), width, height));
-  const Selection selection(memory.get(), bitmap.get());
-  BitBlt(memory.get(), 0, 0, width, height, screen.get(), state_->left, state_->top, SRCCOPY | CAPTUREBLT);
-
-  BITMAPINFO info = top_down_bitmap(width, height);
-  resize_frame(frame, static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
-  GetDIBits(memory.get(), bitmap.get(), 0, frame.height, frame.pixels.data(), &info, DIB_RGB_COLORS);
+  copy_screen(screen.get(), width, height, frame.pixels, [&](HDC memory) {
+    BitBlt(memory, 0, 0, width, height, screen.get(), state_->left, state_->top, SRCCOPY | CAPTUREBLT);
+  });
+  set_size(frame, static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
   frame.fresh = true;
   return true;
 }

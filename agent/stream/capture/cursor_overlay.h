@@ -1,14 +1,15 @@
-// Draws the mouse pointer, which no capture backend delivers, onto a captured frame.
+// Draws the mouse pointer onto a captured frame, because captures do not contain it.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 
+#include "platform/threads/thread_checker.h"
 #include "stream/capture/capture.h"
 
 namespace vlk::agent {
 
-// Keeps one drawing surface from frame to frame. Used on the streaming worker's thread only.
+// Keeps one drawing surface for all frames. Used on the streaming worker's thread only.
 class CursorOverlay {
  public:
   CursorOverlay();
@@ -16,12 +17,13 @@ class CursorOverlay {
   CursorOverlay(const CursorOverlay&) = delete;
   CursorOverlay& operator=(const CursorOverlay&) = delete;
 
-  // Changes `frame.pixels` in place. `left` and `top` are the monitor's origin in virtual-desktop pixels. A
-  // pointer that is hidden, elsewhere or cannot be had leaves the frame as it was.
+  // Changes `frame.pixels` in place. `left` and `top` are the monitor's origin in virtual-desktop pixels. The
+  // frame stays unchanged if the pointer is hidden, elsewhere or unavailable.
   void Draw(CapturedFrame& frame, std::int32_t left, std::int32_t top);
 
  private:
   struct State;
+  [[no_unique_address]] ThreadChecker worker_thread_;
   std::unique_ptr<State> state_;
 };
 

@@ -1,4 +1,4 @@
-// The pointer as GDI draws it, over a copy of the pixels that lie beneath it.
+// Draws the pointer with GDI on a copy of the pixels beneath it.
 #include <algorithm>
 #include <cstring>
 #include <optional>
@@ -12,12 +12,13 @@ namespace {
 constexpr std::size_t kBytesPerPixel = 4;
 
 struct Pointer {
-  HCURSOR cursor = nullptr;    // the system's, not ours
+  HCURSOR cursor = nullptr;    // owned by the system
   LONG left = 0, top = 0;      // virtual-desktop pixels
   LONG width = 0, height = 0;  // pixels; 0 when unknown
 };
 
-// Size of the icon that a pair of bitmaps makes: one of colours, or else a mask of two halves.
+// The size of an icon with these bitmaps. Without a colour bitmap, the mask contains two images, one above
+// the other.
 SIZE icon_size(HBITMAP colour, HBITMAP mask) {
   BITMAP bitmap = {};
   if (GetObjectW(colour ? colour : mask, sizeof(bitmap), &bitmap) == 0) return {0, 0};
@@ -39,14 +40,14 @@ std::optional<Pointer> visible_pointer() {
                  info.ptScreenPos.y - static_cast<LONG>(icon.yHotspot), size.cx, size.cy};
 }
 
-// The part of the frame that a pointer at (x, y) can touch; all of it when the pointer's size is unknown.
-RECT touched_area(const Pointer& pointer, LONG x, LONG y, LONG width, LONG height) {
+// The part of the frame that a pointer at (x, y) can cover; all of it if the pointer's size is unknown.
+RECT covered_area(const Pointer& pointer, LONG x, LONG y, LONG width, LONG height) {
   if (pointer.width <= 0 || pointer.height <= 0) return {0, 0, width, height};
   return {std::clamp(x, 0L, width), std::clamp(y, 0L, height), std::clamp(x + pointer.width, 0L, width),
           std::clamp(y + pointer.height, 0L, height)};
 }
 
-// Both images are packed and `stride` bytes wide.
+// Copies an area between two packed images with rows of `stride` bytes.
 void copy_area(std::uint8_t* to, const std::uint8_t* from, std::size_t stride, const RECT& area) {
   const std::size_t length = static_cast<std::size_t>(area.right - area.left) * kBytesPerPixel;
   for (LONG row = area.top; row < area.bottom; ++row) {
@@ -58,7 +59,7 @@ void copy_area(std::uint8_t* to, const std::uint8_t* from, std::size_t stride, c
 
 }  // namespace
 
-// The drawing surface, as large as the frame. In the reverse of the order in which they must be let go.
+// The drawing surface, of the frame's size. Members are released in the reverse of this order.
 struct CursorOverlay::State {
   UniqueBitmap bitmap;
   std::uint8_t* bits = nullptr;  // the bitmap's pixels, owned by it
@@ -69,7 +70,7 @@ struct CursorOverlay::State {
   void PrepareSurface(LONG new_width, LONG new_height);
 };
 
-// A surface that could not be had is not tried again until the size changes.
+// After a failure the surface is not created again until the size changes.
 void CursorOverlay::State::PrepareSurface(LONG new_width, LONG new_height) {
   if (dc && width == new_width && height == new_height) return;
   selection.reset();
@@ -92,6 +93,7 @@ CursorOverlay::CursorOverlay() : state_(std::make_unique<State>()) {}
 CursorOverlay::~CursorOverlay() = default;
 
 void CursorOverlay::Draw(CapturedFrame& frame, std::int32_t left, std::int32_t top) {
+  worker_thread_.check();
   if (frame.pixels.empty() || frame.width < 1 || frame.height < 1) return;
   const std::optional<Pointer> pointer = visible_pointer();
   if (!pointer) return;
@@ -101,9 +103,9 @@ void CursorOverlay::Draw(CapturedFrame& frame, std::int32_t left, std::int32_t t
   state_->PrepareSurface(static_cast<LONG>(frame.width), static_cast<LONG>(frame.height));
   if (!state_->bits) return;
 
-  // Only what the pointer can touch passes through the surface: the rest of it is stale and never comes back.
-  // A pointer outside the frame is clipped away by GDI.
-  const RECT area = touched_area(*pointer, x, y, state_->width, state_->height);
+  // Only the area that the pointer can cover is copied to the surface and back; the rest of the surface is
+  // out of date. GDI clips a pointer outside the frame.
+  const RECT area = covered_area(*pointer, x, y, state_->width, state_->height);
   const auto stride = static_cast<std::size_t>(frame.width) * kBytesPerPixel;
   copy_area(state_->bits, frame.pixels.data(), stride, area);
   DrawIconEx(state_->dc.get(), x, y, pointer->cursor, 0, 0, 0, nullptr, DI_NORMAL);

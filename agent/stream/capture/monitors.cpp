@@ -1,4 +1,4 @@
-// The parts of the thumbnails that need no screen: their size and their message.
+// The size of a thumbnail and the payload of its message.
 #include "stream/capture/monitors.h"
 
 #include <algorithm>
@@ -22,7 +22,7 @@ ThumbnailSize FitThumbnail(std::int32_t width, std::int32_t height, std::int32_t
 
 std::vector<std::uint8_t> PackThumbnail(const MonitorThumbnail& thumbnail, std::size_t count,
                                         const std::vector<std::uint8_t>& jpeg) {
-  // Little-endian, although the envelope around it is big-endian: the far side reads it so.
+  // Little-endian, unlike the envelope around it: the receiver expects that.
   const std::uint8_t header[kThumbnailHeaderSize] = {
       low_byte(thumbnail.id),     low_byte(static_cast<std::int64_t>(count)),
       low_byte(thumbnail.width),  low_byte(thumbnail.width >> 8),

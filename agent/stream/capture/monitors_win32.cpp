@@ -1,12 +1,12 @@
-// The monitor list from DXGI, and thumbnails by a scaled GDI copy of the screen.
-#include "platform/win32/handles_win32.h"
+// The monitor list from DXGI, and thumbnails copied from the screen and scaled with GDI.
 #include "stream/capture/monitors.h"
 #include "stream/capture/outputs_win32.h"
+#include "stream/capture/screen_copy_win32.h"
 
 namespace vlk::agent {
 namespace {
 
-// The copied pixels of one monitor, shrunk. No result is looked at: a failed copy gives a black picture.
+// One monitor's pixels, scaled down. A failed copy gives a black picture.
 MonitorThumbnail capture_thumbnail(HDC screen, const MonitorInfo& monitor, std::int32_t max_dimension) {
   const ThumbnailSize size = FitThumbnail(monitor.width, monitor.height, max_dimension);
   MonitorThumbnail thumbnail;
@@ -14,17 +14,11 @@ MonitorThumbnail capture_thumbnail(HDC screen, const MonitorInfo& monitor, std::
   thumbnail.width = size.width;
   thumbnail.height = size.height;
 
-  const UniqueMemoryDc memory(CreateCompatibleDC(screen));
-  const UniqueBitmap bitmap(CreateCompatibleBitmap(screen, size.width, size.height));
-  const Selection selection(memory.get(), bitmap.get());
-  SetStretchBltMode(memory.get(), HALFTONE);  // legible at this size
-  StretchBlt(memory.get(), 0, 0, size.width, size.height, screen, monitor.left, monitor.top, monitor.width,
-             monitor.height, SRCCOPY | CAPTUREBLT);
-
-  BITMAPINFO info = top_down_bitmap(size.width, size.height);
-  thumbnail.pixels.resize(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) * 4);
-  GetDIBits(memory.get(), bitmap.get(), 0, static_cast<UINT>(size.height), thumbnail.pixels.data(), &info,
-            DIB_RGB_COLORS);
+  copy_screen(screen, size.width, size.height, thumbnail.pixels, [&](HDC memory) {
+    SetStretchBltMode(memory, HALFTONE);  // keeps text legible at this size
+    StretchBlt(memory, 0, 0, size.width, size.height, screen, monitor.left, monitor.top, monitor.width,
+               monitor.height, SRCCOPY | CAPTUREBLT);
+  });
   return thumbnail;
 }
 

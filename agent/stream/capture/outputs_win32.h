@@ -1,5 +1,5 @@
-// The walk that numbers monitors: all outputs of all adapters, those counted that belong to the desktop. The
-// monitor list and the capture each walk afresh, so that a number means the same in both. Included by
+// Numbers the monitors: enumerates all outputs of all adapters and counts those that belong to the desktop.
+// The monitor list and the capture both use it, so that a number means the same monitor in both. Included by
 // _win32.cpp files alone.
 #pragma once
 
@@ -14,7 +14,7 @@ namespace vlk::agent {
 using Microsoft::WRL::ComPtr;
 
 // Calls visit(number, adapter, output, description) for each attached output, numbers from 0 on across
-// adapters, until it returns true. Whether one did.
+// adapters, until it returns true. Returns whether it did.
 template <typename Visit>
 bool WalkAttachedOutputs(IDXGIFactory1* factory, Visit visit) {
   std::int32_t number = 0;

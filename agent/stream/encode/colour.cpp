@@ -1,5 +1,6 @@
-// Both forms of the conversion. The vector form uses 128 bits and no more: this project's compiler for
-// Windows aligns spilled 256-bit registers wrongly (GCC bug 54412), and memory sets the pace in any case.
+// The conversion as simple loops and with SSSE3 instructions. Only 128-bit registers are used: this project's
+// compiler for Windows aligns spilled 256-bit registers wrongly (GCC bug 54412), and memory limits the speed
+// in any case.
 #include "stream/encode/colour.h"
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -17,7 +18,7 @@ std::uint8_t LumaOf(const std::uint8_t* pixel) {
   return static_cast<std::uint8_t>(((66 * r + 129 * g + 25 * b + 128) >> 8) + 16);
 }
 
-// The sums can be negative; the shift rounds them down.
+// The sums can be negative. The shift rounds them down.
 std::uint8_t UOf(const std::uint8_t* pixel) {
   const int b = pixel[0], g = pixel[1], r = pixel[2];
   return static_cast<std::uint8_t>(((112 * b - 74 * g - 38 * r + 128) >> 8) + 128);
@@ -43,19 +44,19 @@ void ChromaRow(const std::uint8_t* row, std::ptrdiff_t from, std::ptrdiff_t widt
 
 #ifdef VLK_HAS_SSSE3_CODE
 
-constexpr std::ptrdiff_t kBlock = 16;  // pixels that one step converts
+constexpr std::ptrdiff_t kBlock = 16;  // pixels converted per step
 
 #define VLK_SSSE3 __attribute__((target("ssse3")))
 
-// Every sum below fits in 16 bits. Luma multiplies pixels minus 128 with unsigned coefficients, since 129 is
-// more than a signed byte holds: -28160..27940. What the offset takes away, 128 * (66 + 129 + 25), is 110
-// after the shift, which is added again together with the formula's 16. Chroma multiplies pixels with signed
+// Every sum below fits in 16 bits. Luma multiplies pixels minus 128 by unsigned coefficients, because 129
+// does not fit in a signed byte: -28160..27940. That offset subtracts 128 * (66 + 129 + 25), which is 110
+// after the shift and is added again together with the formula's 16. Chroma multiplies pixels by signed
 // coefficients: -28560..28560.
 constexpr char kLumaOffset = 110 + 16;
 constexpr char kChromaOffset = -128;  // the same byte as 128
 
-// Asks for what comes this much later, in bytes: with the whole frame in the cache it costs nothing; at 3840
-// by 2160, which is more than the cache holds, it took a frame from 2.5 to 1.5 ms.
+// Distance in bytes at which memory is prefetched. Costs nothing if the frame is in the cache; at 3840 by
+// 2160, which exceeds the cache, it reduced the time for a frame from 2.5 to 1.5 ms.
 constexpr std::uintptr_t kPrefetchDistance = 4096;
 
 VLK_SSSE3 inline __m128i Load(const std::uint8_t* from) {
@@ -68,8 +69,9 @@ VLK_SSSE3 inline void Store(std::uint8_t* to, __m128i value) {
 
 // One coefficient for each byte of a pixel, in the order of memory.
 VLK_SSSE3 inline __m128i Coefficients(int first, int second, int third, int fourth = 0) {
-  return _mm_set1_epi32(static_cast<int>((first & 0xFFu) | (second & 0xFFu) << 8 | (third & 0xFFu) << 16 |
-                                         (fourth & 0xFFu) << 24));
+  const auto byte = [](int value) { return std::uint32_t{static_cast<std::uint8_t>(value)}; };
+  return _mm_set1_epi32(
+      static_cast<int>(byte(first) | byte(second) << 8 | byte(third) << 16 | byte(fourth) << 24));
 }
 
 // (sum + 128) >> 8 of signed words.
@@ -87,8 +89,8 @@ VLK_SSSE3 inline __m128i LumaOfEight(__m128i four, __m128i next_four) {
   return RoundedHighBytes(_mm_packs_epi32(LumaSums(four), LumaSums(next_four)));
 }
 
-// U and V of four pixels as words. In the first product U has its blue and green, V its red; in the second,
-// of pixels with their halves swapped, U has its red, V its blue and green.
+// U and V of four pixels as words. The first product gives U its blue and green and V its red. The second, of
+// pixels with their halves swapped, gives U its red and V its blue and green.
 VLK_SSSE3 inline __m128i ChromaOfFour(__m128i four) {
   const __m128i swapped =
       _mm_shuffle_epi8(four, _mm_setr_epi8(2, 3, 0, 1, 6, 7, 4, 5, 10, 11, 8, 9, 14, 15, 12, 13));
@@ -104,7 +106,7 @@ VLK_SSSE3 inline __m128i EvenPixels(__m128i four, __m128i next_four) {
 
 template <bool kWithChroma>
 VLK_SSSE3 inline void ConvertBlock(const std::uint8_t* pixels, std::uint8_t* luma, std::uint8_t* chroma) {
-  // As a number: the place can lie behind the frame, where a pointer may not point.
+  // An integer, because the address can lie after the frame, where a pointer is not allowed.
   const std::uintptr_t ahead = reinterpret_cast<std::uintptr_t>(pixels) + kPrefetchDistance;
   _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
   const __m128i p0 = Load(pixels), p1 = Load(pixels + 16), p2 = Load(pixels + 32), p3 = Load(pixels + 48);
@@ -126,8 +128,9 @@ VLK_SSSE3 void ConvertRow(const std::uint8_t* row, std::ptrdiff_t width, std::ui
   if constexpr (kWithChroma) ChromaRow(row, x, width, chroma);
 }
 
-// Luma and chroma in one pass over the source. That equals two passes, since the planes do not overlap and
-// the chroma rows still follow one another: of an odd width each overwrites the last byte of the one before.
+// Luma and chroma in one pass over the source. The result equals that of two passes: the planes do not
+// overlap, and the chroma rows are still written in order, so that with an odd width each overwrites the last
+// byte of the row before.
 void ConvertBySsse3(const std::uint8_t* source, std::ptrdiff_t width, std::ptrdiff_t height,
                     std::ptrdiff_t stride, std::uint8_t* luma, std::uint8_t* chroma) {
   for (std::ptrdiff_t y = 0; y < height; y += 2) {

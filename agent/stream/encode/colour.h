@@ -1,5 +1,5 @@
-// Turns a captured 32-bit frame into the NV12 image that an H.264 encoder takes, by the integer formulas of
-// BT.601 limited range. Pure arithmetic: no allocation, no platform call, callable from any thread.
+// Converts a captured 32-bit frame to the NV12 image that an H.264 encoder takes, with the integer formulas
+// of BT.601 limited range. Without allocations and platform calls; callable on any thread.
 #pragma once
 
 #include <cstddef>
@@ -7,22 +7,22 @@
 
 namespace vlk::agent {
 
-// Bytes that the chroma rows of a picture can reach: a row of `width` bytes for every two rows begun, and one
-// byte more, as the last pair of an odd width ends behind its row. For even sizes all but that byte is used.
-constexpr std::size_t ChromaRoom(std::int32_t width, std::int32_t height) {
+// Bytes of memory that the chroma rows of a picture need: a row of `width` bytes for every two rows or part
+// of them, and one byte more, because the last pair of an odd width ends one byte after its row. Even sizes
+// use all but that byte.
+[[nodiscard]] constexpr std::size_t ChromaCapacity(std::int32_t width, std::int32_t height) {
   return static_cast<std::size_t>(width) * ((static_cast<std::size_t>(height) + 1) / 2) + 1;
 }
 
-// Source: `height` rows (top first) of `stride` bytes; a pixel is blue, green, red and a byte that is
-// ignored. Of a row `width` * 4 bytes are read. `luma`: `height` rows of `width` bytes. `chroma`: a row of
-// `width` bytes for every even source row, with U and V for every even pixel, taken from that pixel alone;
-// ChromaRoom tells what it can reach. The caller owns all buffers, which must not overlap. Writes nothing
-// when a size is 0 or less.
+// `source`: `height` top-down rows of `stride` bytes, of which `width` * 4 are read; a pixel is blue, green,
+// red and an unused byte. `luma`: `height` rows of `width` bytes. `chroma`: ChromaCapacity bytes, a row of
+// `width` bytes for every even source row, with U and V of every even pixel, each computed from that pixel
+// alone. The buffers must not overlap. Writes nothing if a size is 0 or less.
 void ConvertBgraToNv12(const std::uint8_t* source, std::int32_t width, std::int32_t height,
                        std::int32_t stride, std::uint8_t* luma, std::uint8_t* chroma);
 
-// The same as one plain loop a plane: the definition, which the above equals byte for byte at several times
-// its speed.
+// The same conversion as one simple loop for each plane. It defines the result: ConvertBgraToNv12 gives the
+// same bytes at several times the speed.
 void ConvertBgraToNv12Plainly(const std::uint8_t* source, std::int32_t width, std::int32_t height,
                               std::int32_t stride, std::uint8_t* luma, std::uint8_t* chroma);
 

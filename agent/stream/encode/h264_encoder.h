@@ -1,15 +1,17 @@
-// Turns captured frames into an H.264 byte stream (Annex B).
+// Encodes captured frames as an H.264 byte stream (Annex B).
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+#include "platform/threads/thread_checker.h"
 #include "stream/capture/capture.h"
 
 namespace vlk::agent {
 
-// One session at a time, any number one after another. Used on the streaming worker's thread only.
+// An encoder with one session at a time; sessions can follow one another. Used on the streaming worker's
+// thread only.
 class H264Encoder {
  public:
   H264Encoder();
@@ -17,20 +19,22 @@ class H264Encoder {
   H264Encoder(const H264Encoder&) = delete;
   H264Encoder& operator=(const H264Encoder&) = delete;
 
-  // Opens a session; call only when none is open. Pixels, frames a second, bits a second. False: no encoder.
-  bool Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate);
+  // Opens a session, if none is open, for pixels, frames per second and bits per second. False if there is no
+  // encoder.
+  [[nodiscard]] bool Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate);
 
-  // Appends what the encoder put out to `out`. True with nothing appended: the frame was taken, output comes
-  // later.
+  // Encodes a frame and appends the encoder's output to `out`. True with nothing appended means that the
+  // output of the frame comes later.
   bool Encode(const CapturedFrame& frame, std::vector<std::uint8_t>& out, bool force_keyframe);
 
   // Ends the session. Init may follow.
   void Shutdown();
 
-  bool hardware = false;  // the open session runs on a hardware encoder
+  bool hardware = false;  // the open session uses a hardware encoder
 
  private:
   struct State;
+  [[no_unique_address]] ThreadChecker worker_thread_;
   std::unique_ptr<State> state_;
 };
 

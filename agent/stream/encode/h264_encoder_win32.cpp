@@ -1,6 +1,6 @@
-// H.264 on Windows: a session on an encoder that Media Foundation provides, hardware before software. Both of
-// its protocols are spoken: the synchronous one, where each call answers at once, and the asynchronous one,
-// where the encoder works on threads of its own and tells by events what it wants and has.
+// H.264 on Windows: a session with an encoder of Media Foundation, hardware before software. Supports both
+// protocols: the synchronous one, where each call returns its result, and the asynchronous one, where the
+// encoder works on its own threads and reports by events when it needs input and has output.
 #include "stream/encode/colour.h"
 #include "stream/encode/h264_encoder.h"
 #include "stream/encode/h264_sample_win32.h"
@@ -15,22 +15,22 @@ namespace {
 constexpr ULONG kMfVersion = 0x20070;
 constexpr UINT32 kHardwareSearch = MFT_ENUM_FLAG_HARDWARE | MFT_ENUM_FLAG_SORTANDFILTER;
 constexpr UINT32 kSoftwareSearch = MFT_ENUM_FLAG_SYNCMFT | MFT_ENUM_FLAG_SORTANDFILTER;
-constexpr DWORD kStream = 0;  // of input and of output; the encoder is not asked for its numbers
+constexpr DWORD kStream = 0;  // number of the input and of the output stream
 constexpr DWORD kOwnSamples = MFT_OUTPUT_STREAM_PROVIDES_SAMPLES | MFT_OUTPUT_STREAM_CAN_PROVIDE_SAMPLES;
 
 }  // namespace
 
 struct H264Encoder::State {
   bool mf_started = false;
-  ComPtr<IMFTransform> transform;             // null: no session
-  ComPtr<IMFMediaEventGenerator> events;      // of an asynchronous encoder
-  ComPtr<ICodecAPI> codec_api;                // null: no tuning and no forced key frames
-  bool async = false;                         // never cleared: once asynchronous, always asynchronous
-  bool provides_samples = false;              // output samples are the encoder's own
-  std::int32_t width = 0, height = 0;         // pixels
-  std::int32_t fps = kDefaultH264Fps;         // frames a second
-  std::uint64_t frame_index = 0;              // counts over all sessions, so that sample times go on rising
-  std::vector<std::uint8_t> sequence_header;  // an earlier session's, if the present one offers none
+  ComPtr<IMFTransform> transform;         // null: no session
+  ComPtr<IMFMediaEventGenerator> events;  // only of an asynchronous encoder
+  ComPtr<ICodecAPI> codec_api;            // null: no settings and no forced key frames
+  bool async = false;                     // never cleared, even by a later session
+  bool provides_samples = false;          // the encoder allocates the output samples
+  std::int32_t width = 0, height = 0;     // pixels
+  std::int32_t fps = kDefaultH264Fps;     // frames a second
+  std::uint64_t frame_index = 0;          // counts over all sessions, so that sample times keep increasing
+  std::vector<std::uint8_t> sequence_header;  // an earlier session's if the present one has none
   std::vector<std::uint8_t> nv12;
 
   bool FindEncoder(bool& hardware);
@@ -67,7 +67,7 @@ void H264Encoder::State::DetectProtocol() {
                             reinterpret_cast<void**>(events.ReleaseAndGetAddressOf()));
 }
 
-// Encoders want their output settled before their input.
+// In this order, because encoders need the output type before the input type.
 bool H264Encoder::State::SetTypes(const H264Format& format) {
   HRESULT result = transform->SetOutputType(kStream, MakeOutputType(format).Get(), 0);
   if (FAILED(result)) {
@@ -94,15 +94,14 @@ void H264Encoder::State::Begin(std::int32_t bitrate) {
   ReadSequenceHeader(*transform.Get(), sequence_header);
 }
 
-// By the session's size, not the frame's: the caller opens a new session for a frame of another size.
+// Uses the session's size, not the frame's: the caller opens a new session for a frame of another size.
 void H264Encoder::State::Convert(const CapturedFrame& frame) {
-  nv12.resize(Nv12Room(width, height));
+  nv12.resize(Nv12Capacity(width, height));
   const std::size_t luma_size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   ConvertBgraToNv12(frame.pixels.data(), width, height, frame.stride, nv12.data(), nv12.data() + luma_size);
 }
 
-// Times are a steady clock of frames: what an iteration really took and which frames were skipped does not
-// count.
+// Sample times count frames at the nominal rate: the real time and skipped frames have no effect on them.
 ComPtr<IMFSample> H264Encoder::State::NextInput() {
   const std::int64_t duration = FrameDuration(fps);
   const std::int64_t time = static_cast<std::int64_t>(frame_index++) * duration;
@@ -120,7 +119,7 @@ bool H264Encoder::State::EncodeSync(IMFSample* sample, std::vector<std::uint8_t>
   return true;
 }
 
-// Both waits are without a limit: an encoder that goes silent holds its caller.
+// Both waits have no time limit: an encoder that sends no event blocks its caller.
 bool H264Encoder::State::EncodeAsync(IMFSample* sample, std::vector<std::uint8_t>& out) {
   MediaEventType type = MEUnknown;
   do {
@@ -132,7 +131,7 @@ bool H264Encoder::State::EncodeAsync(IMFSample* sample, std::vector<std::uint8_t
     LogEncoder("ProcessInput(async) failed", 0);
     return false;
   }
-  // A request for more input is dropped here too; the encoder makes another after each output.
+  // A request for more input is ignored here; the encoder sends another after each output.
   do {
     if (!NextEvent(type)) return false;
   } while (type != METransformHaveOutput);
@@ -148,7 +147,7 @@ bool H264Encoder::State::NextEvent(MediaEventType& type) {
   return true;
 }
 
-// Takes one output sample. False when there was none to take.
+// Appends one output sample to `out`. False if there was none.
 bool H264Encoder::State::DrainOutput(std::vector<std::uint8_t>& out) {
   MFT_OUTPUT_DATA_BUFFER output = {};
   output.dwStreamID = kStream;
@@ -162,7 +161,7 @@ bool H264Encoder::State::DrainOutput(std::vector<std::uint8_t>& out) {
   }
   DWORD status = 0;
   const HRESULT result = transform->ProcessOutput(0, 1, &output, &status);
-  // Taken over thus, since Attach of the toolchain's ComPtr wrongly adds a reference.
+  // Assigned in this way because Attach of the toolchain's ComPtr wrongly adds a reference.
   ComPtr<IMFCollection> stream_events;
   *stream_events.ReleaseAndGetAddressOf() = output.pEvents;
   if (provides_samples) *sample.ReleaseAndGetAddressOf() = output.pSample;
@@ -183,8 +182,9 @@ H264Encoder::~H264Encoder() {
   Shutdown();
 }
 
-// What a failure leaves behind stays, by design: the next Init replaces it, or the destructor ends it.
+// A failure deliberately leaves its partial state: the next Init replaces it, or the destructor releases it.
 bool H264Encoder::Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate) {
+  worker_thread_.check();
   if (FAILED(MFStartup(kMfVersion, MFSTARTUP_LITE))) {
     LogEncoder("MFStartup failed", 0);
     return false;
@@ -203,6 +203,7 @@ bool H264Encoder::Init(std::int32_t width, std::int32_t height, std::int32_t fps
 }
 
 bool H264Encoder::Encode(const CapturedFrame& frame, std::vector<std::uint8_t>& out, bool force_keyframe) {
+  worker_thread_.check();
   if (!state_->transform || frame.pixels.empty()) return false;
   state_->Convert(frame);
   if (force_keyframe && state_->codec_api) RequestKeyFrame(*state_->codec_api.Get());
@@ -210,8 +211,9 @@ bool H264Encoder::Encode(const CapturedFrame& frame, std::vector<std::uint8_t>& 
   return state_->async ? state_->EncodeAsync(sample.Get(), out) : state_->EncodeSync(sample.Get(), out);
 }
 
-// Frames that are still inside the encoder are lost: a viewer has no use for them any more.
+// Frames that are still in the encoder are lost: viewers no longer need them.
 void H264Encoder::Shutdown() {
+  worker_thread_.check();
   if (state_->transform) {
     state_->transform->ProcessMessage(MFT_MESSAGE_NOTIFY_END_OF_STREAM, 0);
     state_->transform->ProcessMessage(MFT_MESSAGE_NOTIFY_END_STREAMING, 0);

@@ -1,4 +1,4 @@
-// Samples with a buffer in memory.
+// Creates and reads media samples.
 #include "stream/encode/h264_sample_win32.h"
 
 #include <cstring>
@@ -10,11 +10,11 @@ namespace {
 
 using Microsoft::WRL::ComPtr;
 
-// A buffer's memory for as long as the object lives. Null when it cannot be had.
-class LockedBuffer {
+// Locks a buffer's memory. bytes() is null on failure.
+class [[nodiscard]] LockedBuffer {
  public:
   explicit LockedBuffer(IMFMediaBuffer& buffer) : buffer_(buffer) {
-    if (FAILED(buffer_.Lock(&bytes_, &room_, &size_))) bytes_ = nullptr;
+    if (FAILED(buffer_.Lock(&bytes_, &capacity_, &size_))) bytes_ = nullptr;
   }
   ~LockedBuffer() {
     if (bytes_ != nullptr) buffer_.Unlock();
@@ -27,7 +27,7 @@ class LockedBuffer {
  private:
   IMFMediaBuffer& buffer_;
   BYTE* bytes_ = nullptr;
-  DWORD room_ = 0, size_ = 0;
+  DWORD capacity_ = 0, size_ = 0;
 };
 
 ComPtr<IMFSample> make_sample(IMFMediaBuffer* buffer) {

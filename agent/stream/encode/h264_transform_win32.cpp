@@ -1,4 +1,4 @@
-// Finding an encoder, its media types and its tuning.
+// Finds an encoder and sets its media types and properties.
 #include "stream/encode/h264_transform_win32.h"
 
 #include "platform/debug_log.h"
@@ -9,10 +9,10 @@
 namespace vlk::agent {
 namespace {
 
-constexpr UINT32 kQualityVsSpeed = 33;  // of 100, where 0 is fastest
+constexpr UINT32 kQualityVsSpeed = 33;  // 0 (fastest) to 100 (best)
 
-// The activation objects that a search gives out.
-class FoundEncoders {
+// The result of a search for encoders: their activation objects.
+class [[nodiscard]] FoundEncoders {
  public:
   explicit FoundEncoders(UINT32 flags) {
     const MFT_REGISTER_TYPE_INFO input = {MFMediaType_Video, MFVideoFormat_NV12};
@@ -26,7 +26,7 @@ class FoundEncoders {
   }
   FoundEncoders(const FoundEncoders&) = delete;
   FoundEncoders& operator=(const FoundEncoders&) = delete;
-  // Null when there is none.
+  // Null if the search found none.
   IMFActivate* first() const { return count_ == 0 ? nullptr : found_[0]; }
 
  private:
@@ -85,7 +85,7 @@ ComPtr<IMFMediaType> MakeInputType(const H264Format& format) {
   return type;
 }
 
-// No distance between key frames is set and no number of B frames: key frames come when they are asked for.
+// Sets no key frame interval and no number of B frames: the caller requests each key frame.
 void TuneEncoder(ICodecAPI& codec_api, std::int32_t bitrate) {
   set_number(codec_api, CODECAPI_AVEncCommonRateControlMode, eAVEncCommonRateControlMode_CBR);
   set_number(codec_api, CODECAPI_AVEncCommonMeanBitRate, static_cast<UINT32>(bitrate));

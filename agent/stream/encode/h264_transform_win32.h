@@ -1,10 +1,10 @@
-// What an H.264 session asks of Media Foundation once, when it opens. Included by _win32.cpp files alone.
+// Sets up an H.264 encoder of Media Foundation when a session opens. Included by _win32.cpp files alone.
 #pragma once
 
 #include <windows.h>
 // The toolchain's codecapi.h needs strmif.h before it.
 #include <strmif.h>
-// Ends a block, so that the order stays.
+// This comment ends a block of includes, so that the formatter keeps the order.
 #include <cstdint>
 #include <vector>
 
@@ -20,21 +20,21 @@ using Microsoft::WRL::ComPtr;
 
 void LogEncoder(const char* message, HRESULT code);
 
-// Activates the first encoder from NV12 to H.264 that the flags (MFT_ENUM_FLAG_...) find. An earlier
-// transform is let go only when there is one to activate; false leaves none or the earlier one.
-bool ActivateEncoder(UINT32 flags, ComPtr<IMFTransform>& transform);
+// Activates the first encoder from NV12 to H.264 that a search with the flags (MFT_ENUM_FLAG_...) finds. If
+// the search finds none, `transform` is unchanged; if the activation fails, it is null. Both give false.
+[[nodiscard]] bool ActivateEncoder(UINT32 flags, ComPtr<IMFTransform>& transform);
 
-// Null when memory is short.
-ComPtr<IMFMediaType> MakeOutputType(const H264Format& format);
-ComPtr<IMFMediaType> MakeInputType(const H264Format& format);
+// Null without memory.
+[[nodiscard]] ComPtr<IMFMediaType> MakeOutputType(const H264Format& format);
+[[nodiscard]] ComPtr<IMFMediaType> MakeInputType(const H264Format& format);
 
-// Constant bit rate, low latency. An encoder may refuse any of it; nobody looks.
+// Requests a constant bit rate and low latency. An encoder may refuse either; a failure is ignored.
 void TuneEncoder(ICodecAPI& codec_api, std::int32_t bitrate);
 
-// Makes the next frame a key frame, if the encoder will.
+// Asks the encoder to make the next frame a key frame.
 void RequestKeyFrame(ICodecAPI& codec_api);
 
-// The parameter sets of the output type. Without any `header` stays as it is.
+// Reads the parameter sets of the output type into `header`. Without any, `header` is unchanged.
 void ReadSequenceHeader(IMFTransform& transform, std::vector<std::uint8_t>& header);
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// One 32-bit image in memory to one JPEG file in memory.
+// Encodes an image in memory as a JPEG file in memory.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +6,8 @@
 
 namespace vlk::agent {
 
-// `height` rows of `stride` bytes, top-down, blue, green, red and a byte that has no effect. `quality` goes
-// to the encoder as it stands. Empty on any failure. Callable from any thread while GDI+ is running.
+// Encodes `height` top-down rows of `stride` bytes: blue, green, red and an unused byte. `quality` is passed
+// to the encoder unchanged. Empty on any failure. Callable on any thread while GDI+ is running.
 std::vector<std::uint8_t> EncodeJpeg(const std::uint8_t* pixels, std::uint32_t width, std::uint32_t height,
                                      std::uint32_t stride, std::uint32_t quality);
 

@@ -1,4 +1,4 @@
-// What each message of the server does, seen at the features, the callbacks and the wire.
+// The effect of each message from the server on the features, the callbacks and the connection.
 #include <algorithm>
 
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ TEST_F(DispatchTest, UnattendedAcceptsAtOnceWithoutAsking) {
   client_->set_unattended(true);
   peer_->send_envelope(Msg::SessionRequest, 9, R"({"rep_name":"Jón"})");
   peer_->send_envelope(Msg::Heartbeat, 0, "after");
-  EXPECT_EQ(peer_->read_envelope().type, 67) << "the answer comes before that to the next message";
+  EXPECT_EQ(peer_->read_envelope().type, 67) << "the answer to the request comes first";
   peer_->settle();
   for (const std::string& line : log_.lines())
     EXPECT_EQ(line.find("request"), std::string::npos);
@@ -54,14 +54,14 @@ TEST_F(DispatchTest, StreamStartRunsItsStepsInOrder) {
   ASSERT_TRUE(vantelink_fakes::wait_for("AcquireFrame 40"));
 }
 
-TEST_F(DispatchTest, StreamStartHasDefaultsAndSeventyForQuality) {
+TEST_F(DispatchTest, StreamStartUsesDefaultsAndJpegQuality70) {
   peer_->send_envelope(Msg::StreamStart, 5, "");
   ASSERT_TRUE(vantelink_fakes::wait_for("EncodeJpeg 8 4 32 70"));
   EXPECT_EQ(count("Init 8 4 15 6000000"), 1u);
   EXPECT_EQ(peer_->read_until(Msg::StreamConfig).session_id, 5u);
 }
 
-TEST_F(DispatchTest, UnknownMonitorStartsTheStreamAndLeavesTheRectangle) {
+TEST_F(DispatchTest, StreamOfAnUnknownMonitorStartsWithoutSettingTheRectangle) {
   for (const char* text : {R"({"monitor_id":99})", R"({"monitor_id":1})", R"({"monitor_id":-1})"}) {
     vantelink_fakes::clear_journal();
     peer_->send_envelope(Msg::StreamStart, 5, text);
@@ -72,14 +72,14 @@ TEST_F(DispatchTest, UnknownMonitorStartsTheStreamAndLeavesTheRectangle) {
   }
 }
 
-TEST_F(DispatchTest, SecondStreamReplacesTheFirstAndBothCount) {
+TEST_F(DispatchTest, SecondStreamReplacesTheFirstAndBothSessionsCount) {
   peer_->send_envelope(Msg::StreamStart, 1, "");
   peer_->send_envelope(Msg::StreamStart, 2, "");
   ASSERT_TRUE(log_.wait_for("status 3 2"));
   EXPECT_EQ(count("~ScreenCapturer"), 1u) << "the first stream has ended";
   peer_->send_envelope(Msg::StreamStop, 1, "");
   ASSERT_TRUE(log_.wait_for("status 3 1", 2));
-  EXPECT_EQ(count("~ScreenCapturer"), 2u) << "the end of either ends the stream";
+  EXPECT_EQ(count("~ScreenCapturer"), 2u) << "the end of either session ends the stream";
   EXPECT_EQ(count("SetInputSessionActive false"), 1u);
   EXPECT_EQ(count("SetClipboardSessionActive false"), 1u);
   peer_->send_envelope(Msg::StreamStop, 2, "");
@@ -94,7 +94,7 @@ TEST_F(DispatchTest, SameSessionStartingTwiceCountsOnce) {
   ASSERT_TRUE(log_.wait_for("status 3 1", 2));
 }
 
-TEST_F(DispatchTest, EndOfAnUnknownSessionStopsTheStreamAndIsTold) {
+TEST_F(DispatchTest, EndOfAnUnknownSessionStopsTheStreamAndIsReported) {
   peer_->send_envelope(Msg::StreamStart, 1, "");
   peer_->send_envelope(Msg::SessionEnd, 77, "");
   ASSERT_TRUE(log_.wait_for("status 3 1", 2));
@@ -108,7 +108,7 @@ TEST_F(DispatchTest, EndOfAnUnknownSessionStopsTheStreamAndIsTold) {
     EXPECT_NE(one.type, 87);
 }
 
-TEST_F(DispatchTest, EndOfTheConnectionStopsEverything) {
+TEST_F(DispatchTest, EndOfTheConnectionStopsStreamInputAndClipboard) {
   peer_->send_envelope(Msg::StreamStart, 1, "");
   ASSERT_TRUE(log_.wait_for("status 3 1"));
   peer_->close();
@@ -119,10 +119,10 @@ TEST_F(DispatchTest, EndOfTheConnectionStopsEverything) {
   auto again = server_.accept_upgraded();
   again->read_until(Msg::Login);
   again->send_envelope(Msg::StreamStart, 2, "");
-  EXPECT_TRUE(log_.wait_for("status 3 1", 2)) << "the count starts anew";
+  EXPECT_TRUE(log_.wait_for("status 3 1", 2)) << "the count starts again at 1";
 }
 
-TEST_F(DispatchTest, StreamIsAdjustedWhileItRuns) {
+TEST_F(DispatchTest, MonitorCanChangeWhileTheStreamRuns) {
   script().open = [](std::int32_t) { return true; };
   script().init = [] { return true; };
   peer_->send_envelope(Msg::StreamStart, 1, R"({"max_fps":200})");
@@ -133,7 +133,7 @@ TEST_F(DispatchTest, StreamIsAdjustedWhileItRuns) {
   ASSERT_TRUE(vantelink_fakes::wait_for("Open 0", 2));
 }
 
-TEST_F(DispatchTest, CodecAndPointerAreSwitched) {
+TEST_F(DispatchTest, CodecAndPointerCanChangeWhileTheStreamRuns) {
   script().init = [] { return true; };
   peer_->send_envelope(Msg::StreamStart, 1, R"({"max_fps":200})");
   ASSERT_TRUE(vantelink_fakes::wait_for("Encode"));
@@ -144,7 +144,7 @@ TEST_F(DispatchTest, CodecAndPointerAreSwitched) {
   ASSERT_TRUE(vantelink_fakes::wait_for("Init 8 4 200 6000000", inits + 1)) << "h264 is the default";
   peer_->send_envelope(Msg::CursorVisibility, 1, R"({"show":false})");
   const std::size_t drawn = count("Draw 0 0");
-  ASSERT_TRUE(vantelink_fakes::wait_for("Draw 0 0", drawn + 5)) << "only the number 0 hides it";
+  ASSERT_TRUE(vantelink_fakes::wait_for("Draw 0 0", drawn + 5)) << "only the number 0 hides the pointer";
   peer_->send_envelope(Msg::CursorVisibility, 1, R"({"show":0})");
   peer_->settle();
   const std::size_t encoded = count("Encode");
@@ -156,7 +156,7 @@ TEST_F(DispatchTest, CodecAndPointerAreSwitched) {
 
 TEST_F(DispatchTest, KeyFramesComeOnRequestAndAfterAReturnToH264) {
   script().init = [] { return true; };
-  // Time stands still, so that none falls due.
+  // The time never changes, so that no key frame becomes due.
   const Clock real = steady_clock();
   make_client(
       server_, true,
@@ -175,10 +175,10 @@ TEST_F(DispatchTest, KeyFramesComeOnRequestAndAfterAReturnToH264) {
   const std::size_t keys = count("Encode key");
   peer_->send_envelope(Msg::CodecSelect, 1, "");
   EXPECT_TRUE(vantelink_fakes::wait_for("Encode key", keys + 2))
-      << "the session's first, and the one asked for";
+      << "the first of the new encoder session, and the requested one";
 }
 
-TEST_F(DispatchTest, InputAndAttentionGoStraightThrough) {
+TEST_F(DispatchTest, InputAndSecureAttentionReachTheInjectorUnchecked) {
   peer_->send_envelope(Msg::InputEvent, 99, std::string("\x01\x03\x78\x00", 4), 0);
   peer_->send_envelope(Msg::InputEvent, 99, "", 0);
   peer_->send_envelope(Msg::SecureAttention, 0, "");
@@ -187,7 +187,7 @@ TEST_F(DispatchTest, InputAndAttentionGoStraightThrough) {
             (Lines{"InjectInputBatch 4", "InjectInputBatch 0", "SendSecureAttention"}));
 }
 
-TEST_F(DispatchTest, SimulatedRestartDropsTheConnectionAndComesBack) {
+TEST_F(DispatchTest, SimulatedRestartEndsTheConnectionAndTheClientReconnects) {
   peer_->send_envelope(Msg::Reboot, 0, "");
   EXPECT_TRUE(peer_->wait_closed());
   EXPECT_EQ(count("reboot_machine"), 1u);
@@ -195,7 +195,7 @@ TEST_F(DispatchTest, SimulatedRestartDropsTheConnectionAndComesBack) {
   EXPECT_TRUE(log_.wait_for("status 0 0"));
 }
 
-TEST_F(DispatchTest, MessagesBehindASimulatedRestartAreLost) {
+TEST_F(DispatchTest, MessagesAfterASimulatedRestartAreIgnored) {
   const auto envelope = [](Msg type) {
     return encode_frame(kWsBinary, encode_envelope(type, 0, nullptr, 0, kBinaryPayload).data(),
                         kEnvelopeHeaderSize, false);
@@ -209,19 +209,19 @@ TEST_F(DispatchTest, MessagesBehindASimulatedRestartAreLost) {
   EXPECT_EQ(count("SendSecureAttention"), 0u);
 }
 
-TEST_F(DispatchTest, RealRestartLeavesTheConnectionToTheSystem) {
+TEST_F(DispatchTest, RealRestartDoesNotEndTheConnection) {
   script().simulate_reboot = false;
   peer_->send_envelope(Msg::Reboot, 77, R"({"ignored":1})");
   peer_->settle();
   EXPECT_EQ(vantelink_fakes::journal(), (Lines{"reboot_machine"}));
 }
 
-TEST_F(DispatchTest, ClipboardIsHandedOver) {
+TEST_F(DispatchTest, ClipboardContentReachesTheCallbackWithoutASession) {
   peer_->send_envelope(Msg::ClipboardData, 3, std::string(5000, 'c'), 0);
   EXPECT_TRUE(log_.wait_for("clipboard 5000")) << "with no session at all";
 }
 
-TEST_F(DispatchTest, ThumbnailsComeOneByOneWithTheirCount) {
+TEST_F(DispatchTest, EachThumbnailIsOneMessageWithTheCountOfAll) {
   script().thumbnails.assign(3, MonitorThumbnail{0, 320, 180, std::vector<std::uint8_t>(320 * 180 * 4)});
   script().thumbnails[1].id = 1;
   script().thumbnails[2].id = 2;
@@ -238,20 +238,20 @@ TEST_F(DispatchTest, ThumbnailsComeOneByOneWithTheirCount) {
   EXPECT_EQ(count("EncodeJpeg 320 180 1280 80"), 3u);
 }
 
-TEST_F(DispatchTest, EnrolmentIsStoredAndNotFollowedByALogin) {
+TEST_F(DispatchTest, EnrolmentIsStoredAndUsedOnlyByTheNextConnection) {
   peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"new","agent_secret":"s3"})");
   ASSERT_TRUE(log_.wait_for("notice Registered with Maravek"));
   EXPECT_EQ(count("save_config new/s3"), 1u);
   peer_->settle();
   EXPECT_EQ(log_.lines().back(), "notice Registered with Maravek")
-      << "the status waits for the login's result";
+      << "the status changes only with the result of a log-in";
   peer_->close();
   EXPECT_NE(
       text_of(server_.accept_upgraded()->read_until(Msg::Login)).find(R"("agent_id":"new","secret":"s3")"),
       std::string::npos);
 }
 
-TEST_F(DispatchTest, EmptyEnrolmentStoresAnEmptyIdentityAndEnrolsAgain) {
+TEST_F(DispatchTest, EmptyEnrolmentStoresAnEmptyIdentityAndTheClientEnrolsAgain) {
   peer_->send_envelope(Msg::EnrollResult, 0, "");
   ASSERT_TRUE(log_.wait_for("notice Registered with Maravek"));
   EXPECT_EQ(count("save_config /"), 1u);
@@ -259,7 +259,7 @@ TEST_F(DispatchTest, EmptyEnrolmentStoresAnEmptyIdentityAndEnrolsAgain) {
   server_.accept_upgraded()->read_until(Msg::Enroll);
 }
 
-TEST_F(DispatchTest, FailedAuthenticationForgetsTheIdentityBeforeTheReconnect) {
+TEST_F(DispatchTest, FailedAuthenticationDeletesTheIdentityBeforeTheNextConnection) {
   peer_->send_envelope(Msg::Error, 0, R"({"code":"AUTH_FAILED"})");
   EXPECT_TRUE(peer_->wait_closed());
   EXPECT_TRUE(log_.wait_for("notice error"));
@@ -268,7 +268,7 @@ TEST_F(DispatchTest, FailedAuthenticationForgetsTheIdentityBeforeTheReconnect) {
   server_.accept_upgraded()->read_until(Msg::Enroll);
 }
 
-TEST_F(DispatchTest, OtherErrorsAreNotices) {
+TEST_F(DispatchTest, OtherErrorsAreOnlyReported) {
   peer_->send_envelope(Msg::Error, 0, R"({"code":"AUTH_FAILED2","message":"try later"})");
   peer_->send_envelope(Msg::Error, 0, "");
   peer_->settle();
@@ -277,7 +277,7 @@ TEST_F(DispatchTest, OtherErrorsAreNotices) {
   EXPECT_EQ(count("save_config /"), 0u);
 }
 
-TEST_F(DispatchTest, MessagesThatFlowOnlyOutAndUnknownCodesDoNothing) {
+TEST_F(DispatchTest, OutgoingMessagesAndUnknownCodesAreIgnored) {
   for (int code = 0; code < 256; ++code) {
     const bool known =
         std::string("\3\4\21\23\101\106\120\121\124\125\126\127\130\131\132\140\142\143\144\145\160\162")
@@ -289,7 +289,7 @@ TEST_F(DispatchTest, MessagesThatFlowOnlyOutAndUnknownCodesDoNothing) {
   EXPECT_EQ(log_.lines().back(), "status 1 0");
 }
 
-TEST_F(DispatchTest, AdjustmentsWithoutAStreamDoNothing) {
+TEST_F(DispatchTest, StreamSettingsWithoutAStreamDoNothing) {
   for (const Msg type : {Msg::KeyframeRequest, Msg::MonitorSelect, Msg::CodecSelect, Msg::CursorVisibility}) {
     peer_->send_envelope(type, 1, R"({"monitor_id":1,"codec":"mjpeg","show":0})");
   }

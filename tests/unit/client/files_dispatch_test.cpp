@@ -1,4 +1,4 @@
-// Listings, downloads and uploads as the server asks for them, with real files behind.
+// Listings, downloads and uploads of real files, requested by the server.
 #include <filesystem>
 #include <thread>
 
@@ -17,7 +17,7 @@ using vantelink_test::TempFolder;
 
 constexpr std::size_t kChunk = 262144;
 
-// Of this process.
+// The number of threads of this process.
 std::size_t threads() {
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
 }
@@ -29,7 +29,7 @@ class FilesDispatchTest : public OnlineTest, protected FileRequests {
   const TempFolder folder_;
 };
 
-TEST_F(FilesDispatchTest, ListingIsSentToTheRequestsSession) {
+TEST_F(FilesDispatchTest, ListingHasTheSessionOfItsRequest) {
   folder_.write("file", "12345");
   ask(Msg::DirListRequest, folder_.windows_path());
   const Envelope listing = peer_->read_until(Msg::DirListResult);
@@ -43,7 +43,7 @@ TEST_F(FilesDispatchTest, ListingIsSentToTheRequestsSession) {
   EXPECT_EQ(text_of(drives).rfind(R"({"path":"","parent":"","entries":[{"name":"C:")", 0), 0u);
 }
 
-TEST_F(FilesDispatchTest, DownloadGoesToTheRequestsSession) {
+TEST_F(FilesDispatchTest, DownloadHasTheSessionOfItsRequest) {
   folder_.write("file", std::string(kChunk + 1, 'd'));
   ask(Msg::DownloadRequest, folder_.windows_path("file"), 0x1'0000'0005);
   const Envelope first = peer_->read_envelope();
@@ -67,7 +67,7 @@ TEST_F(FilesDispatchTest, DownloadOfAMissingFileFailsWithItsId) {
             R"({"transfer_id":0,"ok":false,"error":"cannot open"})");
 }
 
-TEST_F(FilesDispatchTest, DownloadIsNotStoppedByAnEndFromTheServer) {
+TEST_F(FilesDispatchTest, EndMessageFromTheServerDoesNotStopADownload) {
   const std::string bytes(40 * kChunk, 'd');
   folder_.write("file", bytes);
   ask(Msg::DownloadRequest, folder_.windows_path("file"), 5);
@@ -80,20 +80,20 @@ TEST_F(FilesDispatchTest, DownloadIsNotStoppedByAnEndFromTheServer) {
   EXPECT_EQ(received, bytes.size());
 }
 
-TEST_F(FilesDispatchTest, DownloadMayOutliveTheClient) {
+TEST_F(FilesDispatchTest, DownloadThreadMayEndAfterTheClient) {
   folder_.write("file", std::string(400 * kChunk, 'd'));
-  const std::size_t threads_online = threads();  // the client's own among them
+  const std::size_t threads_online = threads();  // including the client's own
   ask(Msg::DownloadRequest, folder_.windows_path("file"), 5);
   peer_->read_until(Msg::FileChunk);
-  // Its thread now fills the socket, which nobody reads, and finds the connection gone.
+  // The download's thread now fills the socket, which nothing reads, until its send fails.
   client_.reset();
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (threads() >= threads_online && std::chrono::steady_clock::now() < deadline)
     std::this_thread::yield();
-  EXPECT_LT(threads(), threads_online) << "it has ended, as the client's has";
+  EXPECT_LT(threads(), threads_online) << "the threads of the download and the client have ended";
 }
 
-TEST_F(FilesDispatchTest, UploadAppendsChunksInOrderOfArrival) {
+TEST_F(FilesDispatchTest, UploadAppendsChunksInTheOrderOfArrival) {
   ask(Msg::UploadBegin, folder_.windows_path("sub\\file"), 5);
   chunk(5, "one,", 7);
   chunk(5, "", 9);
@@ -104,7 +104,7 @@ TEST_F(FilesDispatchTest, UploadAppendsChunksInOrderOfArrival) {
   EXPECT_EQ(folder_.read("sub/file"), "one,two,three");
 }
 
-TEST_F(FilesDispatchTest, UploadOutlivesTheConnection) {
+TEST_F(FilesDispatchTest, UploadContinuesAfterAReconnect) {
   ask(Msg::UploadBegin, folder_.windows_path("file"), 6);
   chunk(6, "before ");
   peer_->settle();

@@ -1,4 +1,4 @@
-// The guard's arithmetic.
+// The times of the echo guard.
 #include "clipboard/echo_guard.h"
 
 #include <gtest/gtest.h>
@@ -16,16 +16,16 @@ TEST(EchoGuard, HoldsForHalfASecond) {
   EXPECT_FALSE(EchoGuardHolds(1600, until));
 }
 
-TEST(EchoGuard, IsOpenBeforeAnythingWasApplied) {
+TEST(EchoGuard, DoesNotHoldBeforeContentWasApplied) {
   EXPECT_FALSE(EchoGuardHolds(0, 0));
   EXPECT_FALSE(EchoGuardHolds(0xFFFFFFFF, 0));
 }
 
-TEST(EchoGuard, ThatWrapsIsOverAtOnce) {
+TEST(EchoGuard, EndsAtOnceIfItWrapsAround) {
   const std::uint32_t until = EchoGuardUntil(0xFFFFFFFF - 99);
   EXPECT_EQ(until, 400u);
-  EXPECT_FALSE(EchoGuardHolds(0xFFFFFFFF, until)) << "the update passes through";
-  EXPECT_TRUE(EchoGuardHolds(0, until)) << "behind the wrap it holds again";
+  EXPECT_FALSE(EchoGuardHolds(0xFFFFFFFF, until)) << "the change is sent";
+  EXPECT_TRUE(EchoGuardHolds(0, until)) << "after the wrap it holds again";
   EXPECT_EQ(EchoGuardUntil(0xFFFFFFFF - 499), 0u);
   EXPECT_EQ(EchoGuardUntil(0xFFFFFFFF - 500), 0xFFFFFFFFu);
 }

@@ -1,4 +1,4 @@
-// The choice of format.
+// The choice of a clipboard format.
 #include "clipboard/formats.h"
 
 #include <set>
@@ -12,7 +12,7 @@ std::optional<ClipboardKind> choose(std::set<std::uint32_t> formats) {
   return ChooseClipboardKind([&](std::uint32_t format) { return formats.contains(format); });
 }
 
-TEST(ClipboardChoice, FilesGoBeforeTextAndTextBeforeAnImage) {
+TEST(ClipboardChoice, FilesArePreferredToTextAndTextToAnImage) {
   EXPECT_EQ(choose({8, 13, 15}), ClipboardKind::Files);
   EXPECT_EQ(choose({13, 15}), ClipboardKind::Files);
   EXPECT_EQ(choose({8, 15}), ClipboardKind::Files);
@@ -20,7 +20,7 @@ TEST(ClipboardChoice, FilesGoBeforeTextAndTextBeforeAnImage) {
   EXPECT_EQ(choose({8}), ClipboardKind::Image);
 }
 
-TEST(ClipboardChoice, OtherFormatsAreNotShared) {
+TEST(ClipboardChoice, OtherFormatsAreNotSent) {
   EXPECT_EQ(choose({}), std::nullopt);
   EXPECT_EQ(choose({1, 2, 7, 16, 17, 0xC009}), std::nullopt);
 }

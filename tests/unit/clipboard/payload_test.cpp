@@ -1,4 +1,4 @@
-// Clipboard payloads: what is read of good, cut and lying file lists, and what is packed.
+// Clipboard payloads: reading valid, truncated and inconsistent file lists, and packing.
 #include "clipboard/payload.h"
 
 #include <cstring>
@@ -22,7 +22,7 @@ struct Read {
   bool operator==(const Read&) const = default;
 };
 
-// Reads a copy that ends where its memory does, so that one byte too far is seen.
+// Reads a copy in memory of exactly its size, so that a sanitizer reports a read past the end.
 std::vector<Read> read(std::string_view content) {
   const auto copy = std::make_unique<std::uint8_t[]>(content.size());
   std::memcpy(copy.get(), content.data(), content.size());
@@ -36,25 +36,25 @@ Bytes bytes(std::string_view text) {
   return {text.begin(), text.end()};
 }
 
-TEST(ClipFiles, ListIsReadInItsOrder) {
+TEST(ClipFiles, FilesAreReadInOrder) {
   EXPECT_EQ(
       read(number(3, 4) + record("a.txt", "alpha") + record("Þýðing 😀.bin", std::string("\0\xFF", 2)) +
            record("empty", "")),
       (std::vector<Read>{{"a.txt", "alpha"}, {"Þýðing 😀.bin", std::string("\0\xFF", 2)}, {"empty", ""}}));
 }
 
-TEST(ClipFiles, CountOfZeroOrNoRoomForACountGivesNone) {
+TEST(ClipFiles, CountOfZeroAndIncompleteCountGiveNoFiles) {
   EXPECT_TRUE(read("").empty());
   EXPECT_TRUE(read(std::string(3, '\0')).empty());
   EXPECT_TRUE(read(number(0, 4) + record("a", "b")).empty());
 }
 
-TEST(ClipFiles, FewerRecordsThanCountedGivesThoseThatAreThere) {
+TEST(ClipFiles, FewerRecordsThanCountedAreAllRead) {
   EXPECT_EQ(read(number(2, 4) + record("a", "b")), (std::vector<Read>{{"a", "b"}}));
   EXPECT_EQ(read(number(0xFFFFFFFF, 4) + record("a", "b")), (std::vector<Read>{{"a", "b"}}));
 }
 
-TEST(ClipFiles, RecordsBeyondTheCountAreLeft) {
+TEST(ClipFiles, RecordsBeyondTheCountAreIgnored) {
   EXPECT_EQ(read(number(1, 4) + record("a", "1") + record("b", "2")), (std::vector<Read>{{"a", "1"}}));
 }
 
@@ -86,7 +86,7 @@ TEST(ClipFiles, LengthsBeyondThePayloadEndTheList) {
         << length;
 }
 
-TEST(ClipFiles, RecordWithoutAUsableNameIsSteppedOver) {
+TEST(ClipFiles, RecordWithoutAUsableNameIsSkipped) {
   for (const char* name : {"..", ".", "", "a/", "a\\", "/", "..\\..\\..", "x/.."}) {
     EXPECT_EQ(read(number(3, 4) + record("a", "1") + record(name, "lost") + record("b", "2")),
               (std::vector<Read>{{"a", "1"}, {"b", "2"}}))
@@ -99,7 +99,7 @@ TEST(ClipFiles, SameNameTwiceIsReadTwice) {
             (std::vector<Read>{{"a", "1"}, {"a", "2"}}));
 }
 
-TEST(SafeClipFileName, IsThePartBehindTheLastSeparator) {
+TEST(SafeClipFileName, IsThePartAfterTheLastSeparator) {
   EXPECT_EQ(SafeClipFileName("plain.txt"), "plain.txt");
   EXPECT_EQ(SafeClipFileName("../../evil.txt"), "evil.txt");
   EXPECT_EQ(SafeClipFileName("sub\\a.txt"), "a.txt");
@@ -108,12 +108,12 @@ TEST(SafeClipFileName, IsThePartBehindTheLastSeparator) {
   EXPECT_EQ(SafeClipFileName("//server/share"), "share");
 }
 
-TEST(SafeClipFileName, IsEmptyWhereNothingUsableIsLeft) {
+TEST(SafeClipFileName, IsEmptyIfThePartIsNotUsable) {
   for (const char* name : {"", ".", "..", "a/", "a\\", "/.", "\\..", "a/.."})
     EXPECT_EQ(SafeClipFileName(name), "") << name;
 }
 
-TEST(SafeClipFileName, LeavesEverythingElseToTheFileSystem) {
+TEST(SafeClipFileName, KeepsOtherInvalidNames) {
   using namespace std::string_literals;
   for (const std::string& name :
        {"..."s, ".. "s, "CON"s, "NUL.txt"s, "C:"s, "a:stream"s, "a\0b"s, "\xFF\xC0"s, "\xC0\xAF"s, "*?\"<>|"s,
@@ -121,7 +121,7 @@ TEST(SafeClipFileName, LeavesEverythingElseToTheFileSystem) {
     EXPECT_EQ(SafeClipFileName(name), name);
 }
 
-TEST(SafeClipFileName, HoldsNoSeparatorWhateverTheBytes) {
+TEST(SafeClipFileName, NeverContainsASeparator) {
   std::uint32_t state = 7;
   for (int i = 0; i < 20000; ++i) {
     std::string name;
@@ -134,13 +134,13 @@ TEST(SafeClipFileName, HoldsNoSeparatorWhateverTheBytes) {
   }
 }
 
-TEST(PackClip, IsTheKindAndTheContent) {
+TEST(PackClip, ConsistsOfKindAndContent) {
   EXPECT_EQ(PackClip(ClipboardKind::Text, "þ"), (Bytes{1, 0xC3, 0xBE}));
   EXPECT_EQ(PackClip(ClipboardKind::Text, ""), (Bytes{1}));
   EXPECT_EQ(PackClip(ClipboardKind::Image, std::string("\x89P\0", 3)), (Bytes{2, 0x89, 'P', 0}));
 }
 
-TEST(ClipFilePacker, NothingAddedIsNothingToSend) {
+TEST(ClipFilePacker, WithoutFilesThePayloadIsEmpty) {
   EXPECT_TRUE(ClipFilePacker().payload().empty());
 }
 
@@ -155,7 +155,7 @@ TEST(ClipFilePacker, RecordsAreBigEndianAndFollowTheCount) {
                                      0, 0, 0, 0, 0,   0,   0,   0}));
 }
 
-TEST(ClipFilePacker, NameIsThePartBehindTheLastSeparatorOrAll) {
+TEST(ClipFilePacker, NameIsThePartAfterTheLastSeparatorOrAll) {
   for (const auto& [path, name] : {std::pair("C:\\a/b\\þ.txt", "þ.txt"), std::pair("/x/y", "y"),
                                    std::pair("plain", "plain"), std::pair("C:\\", "")}) {
     ClipFilePacker packer;
@@ -165,7 +165,7 @@ TEST(ClipFilePacker, NameIsThePartBehindTheLastSeparatorOrAll) {
   }
 }
 
-TEST(ClipFilePacker, WhatIsPackedCanBeRead) {
+TEST(ClipFilePacker, PackedFilesCanBeRead) {
   ClipFilePacker packer;
   packer.add("x\\long name", Bytes(70000, 0xA5));
   packer.add("b", bytes("2"));
@@ -175,7 +175,7 @@ TEST(ClipFilePacker, WhatIsPackedCanBeRead) {
             (std::vector<Read>{{"long name", std::string(70000, '\xA5')}, {"b", "2"}}));
 }
 
-TEST(ClipFilePacker, TotalMayReachSixtyFourMebibytesAndNotPassThem) {
+TEST(ClipFilePacker, TotalIsLimitedTo64Mebibytes) {
   constexpr std::uint64_t kLimit = 0x4000000;
   ClipFilePacker packer;
   EXPECT_TRUE(packer.fits(kLimit));
@@ -190,7 +190,7 @@ TEST(ClipFilePacker, TotalMayReachSixtyFourMebibytesAndNotPassThem) {
   EXPECT_EQ(packer.payload().size(), 5 + 2 * (4 + 1 + 8) + kLimit);
 }
 
-TEST(ClipFilePacker, NamesDoNotCount) {
+TEST(ClipFilePacker, NamesDoNotCountTowardsTheTotal) {
   ClipFilePacker packer;
   packer.add(std::string(1000, 'n'), {});
   EXPECT_TRUE(packer.fits(0x4000000));

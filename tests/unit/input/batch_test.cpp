@@ -1,4 +1,4 @@
-// Input batches: what each event becomes, what discards a batch, and where the pointer lands.
+// Input batches: the record of each event, the errors that discard a batch, and the mapping of the pointer.
 #include "input/batch.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ using Records = std::vector<InputRecord>;
 constexpr DesktopRect kDesktop{0, 0, 3840, 1080};
 constexpr DesktopRect kMonitor{0, 0, 1920, 1080};
 
-// Parses an exact copy, so that AddressSanitizer sees a read past the end.
+// Parses a copy in memory of exactly its size, so that AddressSanitizer reports a read past the end.
 std::optional<Records> parse(const Bytes& payload, std::vector<KeyEvent>* keys = nullptr) {
   const std::unique_ptr<unsigned char[]> exact(new unsigned char[payload.size()]);
   std::copy(payload.begin(), payload.end(), exact.get());
@@ -38,7 +38,7 @@ Bytes batch(int count, std::initializer_list<Bytes> events) {
   return payload;
 }
 
-TEST(InputBatch, MoveIsAbsoluteOverTheVirtualDesktop) {
+TEST(InputBatch, MoveIsAbsoluteOnTheVirtualDesktop) {
   const auto records = parse(batch(1, {kMoveToEnd}));
   ASSERT_TRUE(records);
   EXPECT_EQ(*records, (Records{{.dx = 32758, .dy = 65535, .flags = 0xC001}}));
@@ -66,7 +66,7 @@ struct KeyCase {
   std::uint32_t flags;
 };
 
-TEST(InputBatch, KeysTakeTheirFlagsFromDownAndExt) {
+TEST(InputBatch, KeyFlagsFollowFromDownAndExt) {
   const KeyCase cases[] = {{1, 0, 0x1234, 0}, {0, 0, 0x1234, 2}, {1, 1, 0x1234, 1}, {0, 1, 0x1234, 3},
                            {9, 3, 0x1234, 1}, {1, 2, 0, 4},      {0, 2, 0, 6},      {1, 255, 0x1234, 1}};
   for (const KeyCase& one : cases) {
@@ -76,7 +76,7 @@ TEST(InputBatch, KeysTakeTheirFlagsFromDownAndExt) {
     EXPECT_EQ(*records,
               (Records{{.kind = InputKind::Keyboard, .vk = one.vk, .scan = 0x5678, .flags = one.flags}}));
     ASSERT_EQ(keys.size(), 1u);
-    EXPECT_EQ(keys[0].vk, 0x1234) << "the log shows the wire's value, also for a Unicode key";
+    EXPECT_EQ(keys[0].vk, 0x1234) << "the callback gets the original value, also for a Unicode key";
     EXPECT_EQ(keys[0].down, one.down);
     EXPECT_EQ(keys[0].ext, one.ext);
   }
@@ -86,22 +86,22 @@ TEST(InputBatch, CountOfZeroIgnoresTheRest) {
   EXPECT_TRUE(parse(batch(0, {kMoveToEnd, {9, 9}}))->empty());
 }
 
-TEST(InputBatch, UnknownTypeDiscardsEverything) {
+TEST(InputBatch, UnknownTypeDiscardsTheBatch) {
   for (const unsigned char type : Bytes{0, 5, 9, 255}) {
     EXPECT_FALSE(parse(batch(2, {kMoveToEnd, {type, 0, 0, 0, 0, 0, 0, 0, 0}}))) << int{type};
   }
 }
 
-TEST(InputBatch, TruncatedEventDiscardsEverything) {
+TEST(InputBatch, TruncatedEventDiscardsTheBatch) {
   EXPECT_FALSE(parse(batch(2, {kMoveToEnd, {4, 1, 65, 0, 0, 0}})));
 }
 
-TEST(InputBatch, PayloadThatEndsBetweenEventsGivesThoseBefore) {
+TEST(InputBatch, PayloadThatEndsBetweenEventsGivesTheEarlierEvents) {
   EXPECT_EQ(parse(batch(3, {{3, 120, 0}, {2, 1, 1}}))->size(), 2u);
   EXPECT_TRUE(parse(batch(200, {}))->empty());
 }
 
-TEST(InputBatch, CountLimitsWhatIsTaken) {
+TEST(InputBatch, EventsBeyondTheCountAreIgnored) {
   EXPECT_EQ(*parse(batch(1, {{3, 120, 0}, {2, 1, 1}})), (Records{{.mouse_data = 120, .flags = 0x0800}}));
 }
 
@@ -113,7 +113,7 @@ TEST(InputBatch, UnknownButtonIsSkippedButCounts) {
   }
 }
 
-TEST(InputBatch, EveryTruncationGivesWholeEventsOrNothing) {
+TEST(InputBatch, EveryTruncationGivesCompleteEventsOrNothing) {
   const Bytes whole = batch(4, {kMoveToEnd, {2, 1, 1}, {3, 120, 0}, {4, 1, 65, 0, 0, 0, 0}});
   const std::size_t ends[] = {1, 6, 9, 12, 19};
   for (std::size_t length = 1; length <= whole.size(); ++length) {
@@ -126,23 +126,23 @@ TEST(InputBatch, EveryTruncationGivesWholeEventsOrNothing) {
   }
 }
 
-TEST(InputBatch, MeasuresAreReadAfreshForEachMoveAndForNothingElse) {
+TEST(InputBatch, DesktopAndMonitorAreReadForEachMoveOnly) {
   const Bytes payload = batch(5, {kMoveToEnd, {2, 1, 1}, {3, 1, 0}, {4, 1, 65, 0, 0, 0, 0}, kMoveToEnd});
   std::string asked;
-  ParseInputBatch(payload.data(), payload.size(),
-                  {[&] {
-                     asked += "desktop ";
-                     return kDesktop;
-                   },
-                   [&] {
-                     asked += "monitor ";
-                     return kMonitor;
-                   },
-                   [&](const KeyEvent&) { asked += "key "; }});
+  (void)ParseInputBatch(payload.data(), payload.size(),
+                        {[&] {
+                           asked += "desktop ";
+                           return kDesktop;
+                         },
+                         [&] {
+                           asked += "monitor ";
+                           return kMonitor;
+                         },
+                         [&](const KeyEvent&) { asked += "key "; }});
   EXPECT_EQ(asked, "desktop monitor key desktop monitor ");
 }
 
-TEST(InputBatch, KeysAreToldBeforeALaterEventDiscardsTheBatchButNotWhenCutOffThemselves) {
+TEST(InputBatch, CompleteKeysAreReportedEvenIfALaterEventDiscardsTheBatch) {
   std::vector<KeyEvent> keys;
   EXPECT_FALSE(parse(batch(3, {{4, 1, 65, 0, 0, 0, 0}, {9}, {4, 1, 66, 0, 0, 0, 0}}), &keys));
   EXPECT_EQ(keys.size(), 1u);
@@ -170,7 +170,7 @@ struct MapCase {
   std::int32_t dx, dy;
 };
 
-TEST(PointerMapping, FollowsTheFormulas) {
+TEST(PointerMapping, MatchesTheFormulas) {
   const MapCase cases[] = {
       {"last pixel of the left of two monitors",
        32767,

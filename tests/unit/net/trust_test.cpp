@@ -1,4 +1,4 @@
-// Whom the link trusts.
+// The certificates and TLS versions that a connection accepts.
 #include <cstdlib>
 #include <thread>
 #include <utility>
@@ -15,7 +15,7 @@ namespace {
 
 class TrustTest : public LinkTest {
  protected:
-  // Whether a client connects to a server with those options.
+  // Whether a client can connect to a server with these options.
   bool connects(const ScriptedServer::Options& options) {
     ScriptedServer server(authority(), options);
     make_client(server);
@@ -26,7 +26,7 @@ class TrustTest : public LinkTest {
   }
 };
 
-TEST_F(TrustTest, RootOfTheSystemStoreAloneIsEnough) {
+TEST_F(TrustTest, ServerWithARootOfTheSystemStoreIsAccepted) {
   EXPECT_TRUE(connects({}));
 }
 
@@ -37,7 +37,7 @@ TEST_F(TrustTest, ServerWithoutAKnownRootIsRefused) {
   EXPECT_FALSE(connects({}));
 }
 
-TEST_F(TrustTest, CorruptAndDoubleRootsAreSkippedAndTheOthersTaken) {
+TEST_F(TrustTest, CorruptAndDuplicateRootsAreSkipped) {
   std::vector<unsigned char> cut = authority().der();
   cut.resize(cut.size() / 2);
   vantelink_fakes::script().roots = {{}, {0x30, 0x03, 1, 2, 3}, cut, authority().der(), authority().der()};
@@ -48,7 +48,7 @@ TEST_F(TrustTest, CertificateOfAnotherHostIsRefused) {
   EXPECT_FALSE(connects({.names = {"elsewhere.example"}}));
 }
 
-TEST_F(TrustTest, WildcardStandsForAWholeLabelAlone) {
+TEST_F(TrustTest, WildcardMatchesOnlyAWholeLabel) {
   const SslContext context = build_tls_context();
   for (const auto& [name, good] : {std::pair("*.maravek.example", true), {"rel*.maravek.example", false}}) {
     ScriptedServer server(authority(), {.names = {name}});
@@ -62,26 +62,26 @@ TEST_F(TrustTest, WildcardStandsForAWholeLabelAlone) {
   }
 }
 
-TEST_F(TrustTest, NothingConnectsWithoutAContext) {
+TEST_F(TrustTest, HandshakeFailsWithoutAContext) {
   ScriptedServer server(authority());
   const SocketHandle socket = connect_socket("localhost", server.port());
   EXPECT_FALSE(TlsConnection(nullptr, socket, "localhost").connect());
   close_socket(socket);
 }
 
-TEST_F(TrustTest, OldTlsIsRefusedAndTheNewTwoAreTaken) {
-  // The context's own limit: the library's defaults may refuse the old version too.
+TEST_F(TrustTest, OnlyTls12AndTls13AreAccepted) {
+  // Tests the context's own limit, because the library's defaults may refuse the old version too.
   EXPECT_EQ(SSL_CTX_get_min_proto_version(build_tls_context().get()), TLS1_2_VERSION);
   EXPECT_FALSE(connects({.lowest_version = TLS1_VERSION, .highest_version = TLS1_1_VERSION}));
   EXPECT_TRUE(connects({.highest_version = TLS1_2_VERSION}));
   EXPECT_TRUE(connects({.lowest_version = TLS1_3_VERSION}));
 }
 
-// Runs in a process of its own.
-TEST(TrustDeathTest, ExitLeavesTheLibraryUsable) {
+// Runs in its own process.
+TEST(TrustDeathTest, ExitDoesNotCleanUpOpenSsl) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto exit_after_use = [] {
-    build_tls_context();
+    (void)build_tls_context();
     OPENSSL_atexit([] { std::_Exit(1); });
     std::exit(0);
   };

@@ -1,4 +1,4 @@
-// The steady clock: pacing relies on a sleep that never ends early.
+// The steady clock. Frame pacing needs sleeps that never end early.
 #include "platform/clock.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@ namespace {
 
 TEST(SteadyClock, SleepNeverEndsEarly) {
   const Clock clock = steady_clock();
-  // From nothing to two milliseconds, most of them no whole number of milliseconds.
+  // Up to two milliseconds, mostly fractions of a millisecond.
   for (int i = 0; i <= 100; ++i) {
     const std::int64_t deadline = clock.now() + i * 20000;
     clock.sleep_until(deadline);

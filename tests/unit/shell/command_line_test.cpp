@@ -15,7 +15,7 @@ std::string Narrow(std::wstring_view text) {
   return narrow;
 }
 
-TEST(CommandLine, ServiceSwitchesDecideTheRun) {
+TEST(CommandLine, ServiceSwitchesSelectTheMode) {
   const struct {
     const wchar_t* line;
     RunMode mode;
@@ -58,7 +58,7 @@ TEST(CommandLine, UnattendedIsFoundAnywhereAndOnlyInLowerCase) {
 TEST(CommandLine, HostValue) {
   const struct {
     const wchar_t* line;
-    const wchar_t* host;  // null: left as it was
+    const wchar_t* host;  // null: no value
   } rows[] = {
       {L"", nullptr},
       {L"host", nullptr},
@@ -95,7 +95,7 @@ TEST(CommandLine, HostValue) {
 TEST(CommandLine, PortValue) {
   const struct {
     const wchar_t* line;
-    std::uint32_t port;  // 0: left as it was
+    std::uint32_t port;  // 0: no value
   } rows[] = {
       {L"", 0},
       {L"--port", 0},

@@ -1,4 +1,4 @@
-// The user's language and the texts that follow from it.
+// The choice of the texts by the user's language.
 #include "shell/texts.h"
 
 #include <set>
@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint16_t kEnglishUs = 0x0409;
 constexpr std::uint16_t kIcelandicIceland = 0x040F;
 
-TEST(Texts, IcelandicForItsPrimaryLanguageAndEnglishForAnyOther) {
+TEST(Texts, AreIcelandicForItsPrimaryLanguageAndEnglishForAnyOther) {
   const UiTexts& english = texts_for_language(kEnglishUs);
   const UiTexts& icelandic = texts_for_language(kIcelandicIceland);
   for (std::uint32_t language = 0; language <= 0xFFFF; ++language) {
@@ -23,8 +23,8 @@ TEST(Texts, IcelandicForItsPrimaryLanguageAndEnglishForAnyOther) {
   }
 }
 
-// Letters by code point, so that a file read in a wrong encoding shows.
-TEST(Texts, LettersBeyondAsciiArrive) {
+// Names letters by code point, so that a source file in a wrong encoding is detected.
+TEST(Texts, LettersOutsideAsciiAreCorrect) {
   const UiTexts& english = texts_for_language(kEnglishUs);
   const UiTexts& icelandic = texts_for_language(kIcelandicIceland);
   EXPECT_TRUE(english.title == std::wstring(L"Maravek Remote Support"));
@@ -41,7 +41,7 @@ TEST(Texts, LettersBeyondAsciiArrive) {
                    L"Leyfa \u00FEessa fjara\u00F0sto\u00F0?"));
 }
 
-TEST(Texts, TheConsentPromptHasTheProgramsTitleAndAsksInTwoParagraphs) {
+TEST(Texts, ConsentPromptHasTheProgramsTitleAndTwoParagraphs) {
   for (const std::uint16_t language : {kEnglishUs, kIcelandicIceland}) {
     const UiTexts& texts = texts_for_language(language);
     EXPECT_TRUE(std::wstring(texts.consent_title) == texts.title);
@@ -51,7 +51,7 @@ TEST(Texts, TheConsentPromptHasTheProgramsTitleAndAsksInTwoParagraphs) {
   }
 }
 
-TEST(Texts, EachStatusHasATextAndAnyOtherValueNone) {
+TEST(Texts, EachStatusHasATextAndOtherValuesHaveNone) {
   for (const std::uint16_t language : {kEnglishUs, kIcelandicIceland}) {
     const UiTexts& texts = texts_for_language(language);
     EXPECT_EQ(status_text(texts, static_cast<std::int32_t>(Status::Offline)), texts.status_offline);

@@ -1,4 +1,4 @@
-// The short status of the notification area's tooltip.
+// The short status text in the tooltip of the notification area.
 #include "shell/tray.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ TEST(TrayText, EachStatusHasItsText) {
   }
 }
 
-TEST(TrayText, ASessionCountsItsRepresentativesFromOneUpward) {
+TEST(TrayText, SessionTextCountsAtLeastOneRepresentative) {
   EXPECT_TRUE(tray_text(Status::InSession, 3) == L"Reps connected: 3");
   EXPECT_TRUE(tray_text(Status::InSession, 1) == L"Reps connected: 1");
   EXPECT_TRUE(tray_text(Status::InSession, 0) == L"Reps connected: 1");
@@ -29,7 +29,7 @@ TEST(TrayText, ASessionCountsItsRepresentativesFromOneUpward) {
   EXPECT_TRUE(tray_text(Status::InSession, INT32_MAX) == L"Reps connected: 2147483647");
 }
 
-TEST(TrayText, AnyOtherValueIsOffline) {
+TEST(TrayText, OtherValuesAreOffline) {
   for (const std::int32_t status : {-1, 4, 9999, INT32_MIN, INT32_MAX}) {
     EXPECT_TRUE(tray_status_text(status, 2) == L"Offline") << status;
   }

@@ -1,4 +1,5 @@
-// The colour conversion against its formulas and its plain form, byte for byte, and what it must not touch.
+// The colour conversion compared byte for byte with its formulas and its plain form, and the bytes that it
+// must not change.
 #include "stream/encode/colour.h"
 
 #include <memory>
@@ -14,7 +15,7 @@ using Bytes = std::vector<std::uint8_t>;
 using Conversion = decltype(ConvertBgraToNv12);
 
 constexpr std::uint8_t kUntouched = 0xA5;
-constexpr std::size_t kGuard = 32;  // bytes on either side of a plane that must stay as they are
+constexpr std::size_t kGuard = 32;  // bytes before and after a plane that must not change
 
 // Both planes between guard bytes.
 struct Planes {
@@ -26,8 +27,8 @@ struct Planes {
   Bytes luma, chroma;
 };
 
-// The source's bytes are copied to the end of a block of just that size, so that a sanitizer sees the first
-// byte that is read too many.
+// Converts a copy of the source in memory of exactly its size, so that a sanitizer reports a read past the
+// end.
 Planes Convert(Conversion* conversion, const Bytes& source, std::int32_t width, std::int32_t height,
                std::int32_t stride) {
   const std::size_t across = width > 0 ? static_cast<std::size_t>(width) : 0;
@@ -61,7 +62,7 @@ struct BothForms : testing::TestWithParam<Conversion*> {};
 INSTANTIATE_TEST_SUITE_P(Colour, BothForms, testing::Values(ConvertBgraToNv12, ConvertBgraToNv12Plainly),
                          [](const auto& form) { return form.index == 0 ? "Shipped" : "Plain"; });
 
-TEST_P(BothForms, KnownColoursHaveTheirKnownValues) {
+TEST_P(BothForms, KnownColoursConvertToKnownValues) {
   const struct {
     std::initializer_list<std::uint8_t> rgb;
     std::uint8_t y, u, v;
@@ -95,11 +96,11 @@ TEST_P(BothForms, FourthByteIsIgnored) {
   EXPECT_EQ(Convert(GetParam(), source, 64, 2, 64 * 4), before);
 }
 
-TEST_P(BothForms, ChromaIsTheTopLeftPixelsAlone) {
+TEST_P(BothForms, ChromaComesFromTheTopLeftPixelOnly) {
   const Bytes corner = Pixels({{200, 30, 90}});
   const Planes alone = Convert(GetParam(), corner, 1, 1, 4);
   for (const std::int32_t width : {2, 32}) {
-    // Every block: the corner's colour at its top left and three other colours.
+    // Every block has the corner's colour at its top left, and three other colours.
     const Bytes above = Pixels({{200, 30, 90}, {0, 255, 0}}), below = Pixels({{255, 0, 255}, {1, 2, 3}});
     Bytes source;
     for (const Bytes* const pair : {&above, &below}) {
@@ -112,7 +113,7 @@ TEST_P(BothForms, ChromaIsTheTopLeftPixelsAlone) {
   }
 }
 
-TEST_P(BothForms, RowsAreAddressedThroughTheStride) {
+TEST_P(BothForms, RowsAreFoundByTheStride) {
   constexpr std::int32_t kWidth = 37, kHeight = 5, kStride = kWidth * 4 + 19;
   const Bytes padded = Noise(kStride * (kHeight - 1) + kWidth * 4, 7);
   Bytes packed;
@@ -122,7 +123,7 @@ TEST_P(BothForms, RowsAreAddressedThroughTheStride) {
             Convert(GetParam(), packed, kWidth, kHeight, kWidth * 4));
 }
 
-TEST_P(BothForms, NothingIsWrittenWithoutAnArea) {
+TEST_P(BothForms, NothingIsWrittenForAnEmptyArea) {
   const Bytes source = Noise(64 * 4, 3);
   for (const std::int32_t width : {-2147483647 - 1, -1, 0, 64}) {
     for (const std::int32_t height : {-2147483647 - 1, -1, 0}) {
@@ -135,9 +136,9 @@ TEST_P(BothForms, NothingIsWrittenWithoutAnArea) {
   }
 }
 
-// The last pair of an odd row ends behind it: there the next row's first U replaces it, and the last row's V
-// stays.
-TEST_P(BothForms, LastPairOfAnOddRowReachesIntoTheNextRowAndIsOverwrittenThere) {
+// The last pair of an odd row ends one byte after the row. The next row's first U overwrites that byte; the
+// last row's V stays.
+TEST_P(BothForms, LastPairOfAnOddRowIsPartlyOverwrittenByTheNextRow) {
   const Bytes red = Pixels({{255, 0, 0}, {255, 0, 0}, {255, 0, 0}});
   const Bytes blue = Pixels({{0, 0, 255}, {0, 0, 255}, {0, 0, 255}});
   Bytes source;
@@ -148,15 +149,15 @@ TEST_P(BothForms, LastPairOfAnOddRowReachesIntoTheNextRowAndIsOverwrittenThere) 
   EXPECT_EQ(chroma, (Bytes{90, 240, 90, 240, 110, 240, 110}));
 }
 
-TEST(Colour, RoomHoldsEverythingThatIsWritten) {
-  EXPECT_EQ(ChromaRoom(4, 4), 4u * 2 + 1);
-  EXPECT_EQ(ChromaRoom(3, 3), 3u * 2 + 1);
-  EXPECT_EQ(ChromaRoom(4, 5), 4u * 3 + 1);
-  EXPECT_EQ(ChromaRoom(5, 1), 6u);
-  EXPECT_EQ(ChromaRoom(65535, 65535), std::size_t{65535} * 32768 + 1);
+TEST(Colour, ChromaCapacityCoversEverythingWritten) {
+  EXPECT_EQ(ChromaCapacity(4, 4), 4u * 2 + 1);
+  EXPECT_EQ(ChromaCapacity(3, 3), 3u * 2 + 1);
+  EXPECT_EQ(ChromaCapacity(4, 5), 4u * 3 + 1);
+  EXPECT_EQ(ChromaCapacity(5, 1), 6u);
+  EXPECT_EQ(ChromaCapacity(65535, 65535), std::size_t{65535} * 32768 + 1);
 }
 
-TEST(Colour, EveryWidthHeightStrideAndAddressEqualsThePlainForm) {
+TEST(Colour, FastFormEqualsThePlainFormForEverySizeStrideAndAddress) {
   std::uint32_t seed = 0;
   for (std::int32_t width = 1; width <= 70; ++width) {
     for (std::int32_t height = 1; height <= 5; ++height) {
@@ -180,7 +181,7 @@ TEST(Colour, EveryWidthHeightStrideAndAddressEqualsThePlainForm) {
   }
 }
 
-TEST(Colour, BottomUpRowsAreReadThroughANegativeStride) {
+TEST(Colour, NegativeStrideReadsBottomUpRows) {
   constexpr std::size_t kRow = 33 * 4;
   const Bytes source = Noise(kRow * 4, 5);
   Bytes turned;
@@ -194,9 +195,9 @@ TEST(Colour, BottomUpRowsAreReadThroughANegativeStride) {
   EXPECT_EQ(planes, Convert(ConvertBgraToNv12, turned, 33, 4, kRow));
 }
 
-// A row holds all greens and blues of one red, each at an even place, where chroma is taken, and at the odd
-// one after.
-TEST(Colour, AllColoursEqualTheFormulas) {
+// A row contains all greens and blues of one red, each at an even position, where chroma is computed, and at
+// the odd position after it.
+TEST(Colour, AllColoursMatchTheFormulas) {
   constexpr std::int32_t kWidth = 2 * 256 * 256;
   Bytes source(kWidth * 4), luma(kWidth), chroma(kWidth), plain_luma(kWidth), plain_chroma(kWidth);
   for (int r = 0; r < 256; ++r) {

@@ -1,4 +1,4 @@
-// The arithmetic of an H.264 session.
+// The format, the durations and the sizes of an H.264 session.
 #include "stream/encode/h264_format.h"
 
 #include <limits>
@@ -17,7 +17,7 @@ TEST(H264Format, RatesBelowOneBecomeTheDefaults) {
   }
 }
 
-TEST(H264Format, EverythingElseIsTakenAsItIs) {
+TEST(H264Format, OtherValuesAreUsedUnchanged) {
   const H264Format format = MakeH264Format(1919, 1, 2000, 1);
   EXPECT_EQ(format.width, 1919);
   EXPECT_EQ(format.height, 1);
@@ -25,7 +25,7 @@ TEST(H264Format, EverythingElseIsTakenAsItIs) {
   EXPECT_EQ(format.bitrate, 1);
 }
 
-TEST(H264Format, FramesLastWholeUnitsOf100Nanoseconds) {
+TEST(H264Format, FrameDurationIsInWholeUnitsOf100Nanoseconds) {
   EXPECT_EQ(FrameDuration(30), 333333);
   EXPECT_EQ(FrameDuration(15), 666666);
   EXPECT_EQ(FrameDuration(7), 1428571);
@@ -33,32 +33,32 @@ TEST(H264Format, FramesLastWholeUnitsOf100Nanoseconds) {
   EXPECT_EQ(FrameDuration(std::numeric_limits<std::int32_t>::max()), 0);
 }
 
-TEST(H264Format, PairsHoldTheFirstNumberHigh) {
+TEST(H264Format, PairHasTheFirstNumberInItsHighHalf) {
   EXPECT_EQ(PackPair(1920, 1080), 0x00000780'00000438u);
   EXPECT_EQ(PackPair(1, -1), 0x00000001'FFFFFFFFu);
   EXPECT_EQ(PackPair(-1, 1), 0xFFFFFFFF'00000001u);
 }
 
-TEST(H264Format, PictureHasThreeHalvesOfItsPixels) {
+TEST(H264Format, PictureHasThreeBytesForTwoPixels) {
   EXPECT_EQ(Nv12Size(1920, 1080), 3110400u);
   EXPECT_EQ(Nv12Size(3, 3), 13u);
   EXPECT_EQ(Nv12Size(0, 100), 0u);
 }
 
-TEST(H264Format, RoomHoldsWhatTheConversionReachesAndWhatTheEncoderIsHanded) {
-  EXPECT_EQ(Nv12Room(4, 4), 4u * 4 + 4 * 2 + 1);
-  EXPECT_EQ(Nv12Room(3, 3), 3u * 3 + 3 * 2 + 1);
+TEST(H264Format, CapacityCoversTheConversionAndTheEncoder) {
+  EXPECT_EQ(Nv12Capacity(4, 4), 4u * 4 + 4 * 2 + 1);
+  EXPECT_EQ(Nv12Capacity(3, 3), 3u * 3 + 3 * 2 + 1);
   for (std::int32_t width = 0; width <= 9; ++width) {
     for (std::int32_t height = 0; height <= 9; ++height)
-      EXPECT_GE(Nv12Room(width, height), Nv12Size(width, height)) << width << " by " << height;
+      EXPECT_GE(Nv12Capacity(width, height), Nv12Size(width, height)) << width << " by " << height;
   }
 }
 
-TEST(H264Format, PictureWithoutAnAreaNeedsNoRoom) {
-  EXPECT_EQ(Nv12Room(0, 10), 0u);
-  EXPECT_EQ(Nv12Room(10, 0), 0u);
-  EXPECT_EQ(Nv12Room(-2, 10), 0u);
-  EXPECT_EQ(Nv12Room(std::numeric_limits<std::int32_t>::min(), -1), 0u);
+TEST(H264Format, EmptyPictureNeedsNoMemory) {
+  EXPECT_EQ(Nv12Capacity(0, 10), 0u);
+  EXPECT_EQ(Nv12Capacity(10, 0), 0u);
+  EXPECT_EQ(Nv12Capacity(-2, 10), 0u);
+  EXPECT_EQ(Nv12Capacity(std::numeric_limits<std::int32_t>::min(), -1), 0u);
 }
 
 }  // namespace

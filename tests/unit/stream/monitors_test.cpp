@@ -1,4 +1,4 @@
-// Sizes and messages of thumbnails.
+// The sizes and payloads of thumbnails.
 #include "stream/capture/monitors.h"
 
 #include <gtest/gtest.h>
@@ -6,17 +6,17 @@
 namespace vlk::agent {
 namespace {
 
-TEST(FitThumbnail, KeepsTheShapeUpToTruncation) {
+TEST(FitThumbnail, KeepsTheProportionsUpToTruncation) {
   const struct {
     std::int32_t width, height, expected_width, expected_height;
   } rows[] = {
-      {1920, 1080, 320, 180},  // even
-      {1366, 768, 320, 179},   // 179.91 is cut off
+      {1920, 1080, 320, 180},  // exact
+      {1366, 768, 320, 179},   // 179.91 is truncated
       {1080, 1920, 180, 320},  // portrait
       {300, 200, 300, 200},    // never enlarged
-      {320, 320, 320, 320},    // just at the limit
-      {321, 321, 320, 320},    // just above it
-      {4000, 1, 320, 1},       // held at one pixel
+      {320, 320, 320, 320},    // exactly at the limit
+      {321, 321, 320, 320},    // just above the limit
+      {4000, 1, 320, 1},       // at least one pixel
       {1, 4000, 1, 320},
       {1, 1, 1, 1},
       {1280, 720, 320, 180},
@@ -30,14 +30,14 @@ TEST(FitThumbnail, KeepsTheShapeUpToTruncation) {
   }
 }
 
-TEST(FitThumbnail, HoldsToAnyLimit) {
+TEST(FitThumbnail, NeverExceedsTheLimit) {
   EXPECT_EQ(FitThumbnail(1920, 1080, 64).width, 64);
   EXPECT_EQ(FitThumbnail(1920, 1080, 64).height, 36);
   EXPECT_EQ(FitThumbnail(1920, 1080, 1).width, 1);
   EXPECT_EQ(FitThumbnail(1920, 1080, 1).height, 1);
 }
 
-TEST(PackThumbnail, HeaderIsLittleEndianAndTheFileFollows) {
+TEST(PackThumbnail, HasALittleEndianHeaderAndTheFile) {
   MonitorThumbnail thumbnail;
   thumbnail.id = 2;
   thumbnail.width = 320;
@@ -46,7 +46,7 @@ TEST(PackThumbnail, HeaderIsLittleEndianAndTheFileFollows) {
             (std::vector<std::uint8_t>{2, 3, 0x40, 0x01, 0xB4, 0x00, 0xFF, 0xD8, 0x00, 0xD9}));
 }
 
-TEST(PackThumbnail, NumbersKeepTheirLowBytes) {
+TEST(PackThumbnail, WritesTheLowBytesOfLargeNumbers) {
   MonitorThumbnail thumbnail;
   thumbnail.id = 0x1FE;
   thumbnail.width = 0x12345;
@@ -55,7 +55,7 @@ TEST(PackThumbnail, NumbersKeepTheirLowBytes) {
             (std::vector<std::uint8_t>{0xFE, 0x03, 0x45, 0x23, 0xFF, 0xFF}));
 }
 
-TEST(PackThumbnail, PixelsPlayNoPart) {
+TEST(PackThumbnail, IgnoresThePixels) {
   MonitorThumbnail thumbnail;
   thumbnail.width = thumbnail.height = 1;
   thumbnail.pixels = {1, 2, 3, 4};

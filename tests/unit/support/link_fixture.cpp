@@ -1,4 +1,4 @@
-// The shared fixture's bodies.
+// Fixtures with an AgentClient and a real TLS peer.
 #include "unit/support/link_fixture.h"
 
 #include <algorithm>
@@ -78,7 +78,7 @@ void RecordedClock::release() {
 }
 
 void LinkTest::SetUp() {
-  // Hosts may name a certificate store of their own; these tests trust their own authority alone.
+  // The host may name another certificate store; these tests trust only their own authority.
   ::unsetenv("SSL_CERT_FILE");
   ::unsetenv("SSL_CERT_DIR");
   vantelink_fakes::reset();

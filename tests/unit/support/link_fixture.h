@@ -1,4 +1,4 @@
-// An AgentClient with a real TLS peer: what the tests of the link share.
+// Fixtures with an AgentClient and a real TLS peer.
 #pragma once
 
 #include <condition_variable>
@@ -22,12 +22,12 @@ using vantelink_test::ServerConnection;
 using vantelink_test::TestAuthority;
 using vantelink_test::text_of;
 
-// What the callbacks were told, in order, one line a call.
+// Records the calls of the callbacks in order, one line per call.
 class CallbackLog {
  public:
   AgentCallbacks callbacks();
   std::vector<std::string> lines() const;
-  // Waits until the line has come `times` times in all.
+  // Waits until the line has been recorded `times` times in total. False if that takes too long.
   bool wait_for(const std::string& line, std::size_t times = 1) const;
 
  private:
@@ -38,8 +38,7 @@ class CallbackLog {
   std::vector<std::string> lines_;
 };
 
-// A clock whose sleeps are recorded and end at once, until `limit` of them have been taken: the next one then
-// waits for release().
+// A clock that records its sleeps. The first `limit` sleeps end at once; the next one waits for release().
 class RecordedClock {
  public:
   explicit RecordedClock(std::size_t limit = ~std::size_t{0});
@@ -50,7 +49,7 @@ class RecordedClock {
   void release();
 
  private:
-  // Shared with the clocks given out, which may outlive this object.
+  // Shared with the returned clocks, which may exist longer than this object.
   struct State {
     std::mutex lock;
     std::condition_variable changed;
@@ -66,9 +65,9 @@ class LinkTest : public testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // A client for `server`, not started. An identity is given with `enrolled`.
+  // Creates a client for `server` without starting it. With `enrolled` it has an identity.
   void make_client(const ScriptedServer& server, bool enrolled = true, Clock clock = steady_clock());
-  // Starts a client and takes it through upgrade, hello and login.
+  // Creates and starts a client, and returns its connection after upgrade, hello and log-in.
   std::unique_ptr<ServerConnection> connect(ScriptedServer& server);
 
   static const TestAuthority& authority();
@@ -78,7 +77,7 @@ class LinkTest : public testing::Test {
   std::unique_ptr<AgentClient> client_;
 };
 
-// With a client that is logged in from the start.
+// Starts each test with a client that is logged in.
 class OnlineTest : public LinkTest {
  protected:
   void SetUp() override;

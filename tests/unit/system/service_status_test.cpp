@@ -1,4 +1,4 @@
-// What the service reports, moment by moment.
+// The service's status report for each moment.
 #include "system/service_status.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ void expect_report(const ServiceReport& got, std::uint32_t state, std::uint32_t 
   EXPECT_EQ(got.wait_hint, wait_hint);
 }
 
-TEST(ServiceStatus, ALifeCountsItsCheckPointsUp) {
+TEST(ServiceStatus, CheckPointsIncreaseDuringAServicesLife) {
   std::uint32_t check_point = 1;
   expect_report(make_report(ServiceMoment::Registered, check_point), 2, 0, 1, 3000);
   expect_report(make_report(ServiceMoment::EventCreated, check_point), 4, 1, 0, 0);
@@ -23,9 +23,9 @@ TEST(ServiceStatus, ALifeCountsItsCheckPointsUp) {
   EXPECT_EQ(check_point, 3u);
 }
 
-TEST(ServiceStatus, ARepeatedStopHasAHigherCheckPoint) {
+TEST(ServiceStatus, RepeatedStopHasAHigherCheckPoint) {
   std::uint32_t check_point = 2;
-  make_report(ServiceMoment::ControlReceived, check_point);
+  (void)make_report(ServiceMoment::ControlReceived, check_point);
   EXPECT_EQ(make_report(ServiceMoment::ControlReceived, check_point).check_point, 3u);
 }
 

@@ -1,5 +1,5 @@
-// The supervising loop against a scripted machine: each test tells what every wait brings and compares all
-// that the loop did. Handles are closed exactly once, or AddressSanitizer speaks.
+// The supervising loop on a scripted machine: each test sets the result of every wait and compares all
+// actions of the loop. AddressSanitizer reports a handle that is not closed exactly once.
 #include "system/supervisor.h"
 
 #include <deque>
@@ -23,101 +23,101 @@ class Supervisor : public testing::Test {
     script().console_session = [this] { return session_; };
     script().launch = [this] { return fails_ ? "" : 'c' + std::to_string(++launched_); };
     script().wait = [this] {
-      if (waits_.empty()) return Wake::Stop;
-      const std::function<Wake()> next = waits_.front();
+      if (waits_.empty()) return WaitResult::Stop;
+      const std::function<WaitResult()> next = waits_.front();
       waits_.pop_front();
       return next();
     };
   }
 
   Lines run() {
-    std::string stop = "stop";
-    supervise(&stop);
+    StopEvent stop{"stop"};
+    supervise(stop);
     return vantelink_fakes::journal();
   }
-  void then(Wake wake) {
+  void then(WaitResult wake) {
     waits_.push_back([wake] { return wake; });
   }
   void then_switch(std::uint32_t session) {
     waits_.push_back([this, session] {
       session_ = session;
-      return Wake::Neither;
+      return WaitResult::Neither;
     });
   }
 
   std::uint32_t session_ = 1;
   bool fails_ = false;
   int launched_ = 0;
-  std::deque<std::function<Wake()>> waits_;
+  std::deque<std::function<WaitResult()>> waits_;
 };
 
 TEST_F(Supervisor, StartsOneAgentAndEndsItWhenStopped) {
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "terminate c1", "close c1"}));
 }
 
-TEST_F(Supervisor, LeavesARunningAgentAloneAtEachPoll) {
-  then(Wake::Neither);
-  then(Wake::Neither);
+TEST_F(Supervisor, KeepsARunningAgentAtEachPoll) {
+  then(WaitResult::Neither);
+  then(WaitResult::Neither);
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "wait stop or c1 5000", "wait stop or c1 5000",
                           "terminate c1", "close c1"}));
 }
 
-TEST_F(Supervisor, ReplacesAnAgentThatEndedAtOnceAndWithoutEnd) {
+TEST_F(Supervisor, ReplacesEndedAgentsAtOnceWithoutALimit) {
   for (int i = 0; i < 1000; ++i)
-    then(Wake::ChildEnded);
+    then(WaitResult::ChildEnded);
   const Lines lines = run();
   EXPECT_EQ(launched_, 1001);
   EXPECT_EQ(Lines(lines.begin(), lines.begin() + 5),
             (Lines{"launch c1", "wait stop or c1 5000", "close c1", "launch c2", "wait stop or c2 5000"}));
-  EXPECT_EQ(vantelink_fakes::count("terminate c1"), 0u) << "it has ended by itself";
+  EXPECT_EQ(vantelink_fakes::count("terminate c1"), 0u) << "the process has ended by itself";
 }
 
-TEST_F(Supervisor, MovesTheAgentToANewConsoleSession) {
+TEST_F(Supervisor, RestartsTheAgentInANewConsoleSession) {
   then_switch(2);
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "terminate c1", "close c1", "launch c2",
                           "wait stop or c2 5000", "terminate c2", "close c2"}));
 }
 
-TEST_F(Supervisor, GoesOnTryingWhileNobodyIsLoggedOn) {
+TEST_F(Supervisor, RetriesWhileNobodyIsLoggedOn) {
   fails_ = true;
-  then(Wake::Neither);
-  then(Wake::Neither);
+  then(WaitResult::Neither);
+  then(WaitResult::Neither);
   EXPECT_EQ(run(), (Lines{"launch failed", "wait stop 5000", "launch failed", "wait stop 5000",
                           "launch failed", "wait stop 5000"}));
 }
 
-TEST_F(Supervisor, FindsTheUserWhoLogsOnLater) {
+TEST_F(Supervisor, StartsTheAgentWhenAUserLogsOnLater) {
   fails_ = true;
   waits_.push_back([this] {
     fails_ = false;
-    return Wake::Neither;
+    return WaitResult::Neither;
   });
   EXPECT_EQ(run(), (Lines{"launch failed", "wait stop 5000", "launch c1", "wait stop or c1 5000",
                           "terminate c1", "close c1"}));
 }
 
-TEST_F(Supervisor, SwitchToASessionWithoutAUserEndsTheAgentAndGoesOnTrying) {
+TEST_F(Supervisor, SwitchToASessionWithoutAUserEndsTheAgentAndRetries) {
   waits_.push_back([this] {
     session_ = 2;
     fails_ = true;
-    return Wake::Neither;
+    return WaitResult::Neither;
   });
-  then(Wake::Neither);
+  then(WaitResult::Neither);
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "terminate c1", "close c1", "launch failed",
                           "wait stop 5000", "launch failed", "wait stop 5000"}));
 }
 
-TEST_F(Supervisor, NoConsoleSessionAtAllIsASessionLikeAnother) {
+TEST_F(Supervisor, NoConsoleSessionIsTreatedAsASession) {
   session_ = kNoSession;
   then_switch(1);
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "terminate c1", "close c1", "launch c2",
                           "wait stop or c2 5000", "terminate c2", "close c2"}));
 }
 
-TEST_F(Supervisor, AgentThatEndsDuringASwitchIsClosedOnce) {
+TEST_F(Supervisor, HandleOfAnAgentThatEndsDuringASwitchIsClosedOnce) {
   waits_.push_back([this] {
     session_ = 2;
-    return Wake::ChildEnded;
+    return WaitResult::ChildEnded;
   });
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "close c1", "launch c2",
                           "wait stop or c2 5000", "terminate c2", "close c2"}));

@@ -1,4 +1,4 @@
-// Listings of real folders, and the parts that need none.
+// Listings of real folders, and the parts of a listing that need no folder.
 #include "transfer/directory.h"
 
 #include <gtest/gtest.h>
@@ -50,7 +50,7 @@ TEST(Directory, DrivesAreListedInOrderWithoutSizeOrTime) {
       R"({"path":"","parent":"","entries":[{"name":"C:","path":"C:\\","dir":true,"size":0,"mtime":0}]})");
 }
 
-TEST(Directory, ParentIsWhatStandsBeforeTheLastBackslash) {
+TEST(Directory, ParentIsThePartBeforeTheLastBackslash) {
   const struct {
     const char *path, *parent;
   } rows[] = {{"", ""},
@@ -73,7 +73,7 @@ TEST(Directory, ParentIsWhatStandsBeforeTheLastBackslash) {
     EXPECT_EQ(ParentPath(row.path), row.parent) << row.path;
 }
 
-TEST(Directory, TimesBefore1970Wrap) {
+TEST(Directory, TimesBefore1970WrapAround) {
   EXPECT_EQ(UnixSeconds(0x19DB1DED53E8000), 0u);
   EXPECT_EQ(UnixSeconds(0x19DB1DED53E8000 + 19'999'999), 1u);
   EXPECT_EQ(UnixSeconds(0x19DB1DED53E8000 - 10'000'000), (~std::uint64_t{0} - 9'999'999) / 10'000'000);
@@ -87,13 +87,13 @@ TEST(Directory, EmptyFolderHasAnEmptyArray) {
                                      escaped(ParentPath(path)) + "\",\"entries\":[]}");
 }
 
-TEST(Directory, EntriesCarryNamePathKindSizeAndTime) {
+TEST(Directory, EntriesHaveNamePathKindSizeAndTime) {
   const TempFolder folder;
   folder.write("höfn's 😀.txt", "12345");
   std::filesystem::create_directory(folder.path() / "inner");
   set_time(folder.path() / "höfn's 😀.txt", 1'700'000'000);
   set_time(folder.path() / "inner", 86400);
-  // With and without the backslash at its end, which is not doubled in the entries' paths.
+  // With and without a backslash at the end, which is not doubled in the entries' paths.
   for (const std::string& path : {folder.windows_path(), folder.windows_path() + '\\'}) {
     const std::string text = ListDirectory(path);
     EXPECT_NE(text.find(entry(folder.windows_path(), "höfn's 😀.txt", "false", "5", "1700000000")),
@@ -106,14 +106,14 @@ TEST(Directory, EntriesCarryNamePathKindSizeAndTime) {
   }
 }
 
-TEST(Directory, SizesNeedMoreThanThirtyTwoBits) {
+TEST(Directory, SizesMayNeedMoreThan32Bits) {
   const TempFolder folder;
   folder.write("large", "");
   ASSERT_EQ(::truncate((folder.path() / "large").c_str(), 0x1'2345'6789), 0);
   EXPECT_NE(ListDirectory(folder.windows_path()).find("\"size\":4886718345,"), std::string::npos);
 }
 
-TEST(Directory, WhatIsNoFolderLooksEmpty) {
+TEST(Directory, PathThatIsNotAFolderIsListedAsEmpty) {
   const TempFolder folder;
   folder.write("file", "x");
   std::filesystem::create_directory(folder.path() / "locked");
@@ -128,7 +128,7 @@ TEST(Directory, WhatIsNoFolderLooksEmpty) {
   std::filesystem::permissions(folder.path() / "locked", std::filesystem::perms::owner_all);
 }
 
-TEST(Directory, SlashAtTheEndGetsABackslashBehindIt) {
+TEST(Directory, BackslashIsAppendedAfterASlashAtTheEnd) {
   const TempFolder folder;
   folder.write("file", "x");
   const std::string path = folder.windows_path() + '/';
@@ -137,7 +137,7 @@ TEST(Directory, SlashAtTheEndGetsABackslashBehindIt) {
   EXPECT_EQ(read_string(text, "path").value, path);
 }
 
-TEST(Directory, PathThatIsNotUtf8IsEchoedAsItCame) {
+TEST(Directory, PathThatIsNotUtf8IsReturnedUnchanged) {
   const TempFolder folder;
   folder.write("file", "x");
   for (const std::string bad : {"\xFF\xFE", "\xC3", "\xED\xA0\x80", "\x01\x02"}) {
@@ -146,7 +146,7 @@ TEST(Directory, PathThatIsNotUtf8IsEchoedAsItCame) {
     EXPECT_EQ(read_string(text, "path").value, path);
     EXPECT_NE(text.find("\"entries\":[]}"), std::string::npos);
   }
-  // The path ends for the system where its first zero stands, and is echoed whole.
+  // For the system the path ends at its first zero; the listing contains all of it.
   const std::string cut = folder.windows_path() + std::string("\0junk", 5);
   EXPECT_EQ(read_string(ListDirectory(cut), "path").value, cut);
 }
@@ -157,7 +157,7 @@ TEST(Directory, NamesWithQuotesAndTabsAreEscaped) {
   EXPECT_NE(ListDirectory(folder.windows_path()).find("\"name\":\"a\\\"b\\tc\\nd\""), std::string::npos);
 }
 
-TEST(Directory, TwentyThousandEntriesAreAllThereInTheSystemsOrder) {
+TEST(Directory, TwentyThousandEntriesAreListedInTheSystemsOrder) {
   const TempFolder folder;
   for (int i = 0; i < 20'000; ++i)
     folder.write(std::to_string(i), "");

@@ -25,11 +25,11 @@ struct Sent {
   std::uint8_t flags = 0;
 };
 
-// Takes what downloads send. Shared with their threads, which outlive the test's own wait for the end
-// message.
+// Records the messages of downloads. Shared with their threads, which may still run when the test has seen
+// the last message.
 class Outbox {
  public:
-  // Refuses everything from message number `fail_from` on.
+  // From message number `fail_from` on, every send fails.
   explicit Outbox(std::size_t fail_from = ~std::size_t{0}) : state_(std::make_shared<State>()) {
     state_->fail_from = fail_from;
   }
@@ -45,7 +45,7 @@ class Outbox {
     };
   }
 
-  // The messages once `ends` downloads have ended.
+  // Waits until `ends` downloads have ended; returns the messages.
   std::vector<Sent> wait_for_ends(std::size_t ends = 1) const {
     std::unique_lock<std::mutex> guard(state_->lock);
     EXPECT_TRUE(state_->changed.wait_for(guard, kPatience, [&] {
@@ -60,7 +60,7 @@ class Outbox {
     state_->changed.wait_for(guard, kPatience, [&] { return state_->messages.size() >= count; });
     return state_->messages.size();
   }
-  // Whether the threads have let go of the callable.
+  // Whether the threads have released the callable.
   bool released() const { return state_.use_count() == 1; }
 
  private:
@@ -89,12 +89,13 @@ void put(std::uint32_t transfer_id, const std::string& bytes) {
   WriteUploadChunk(transfer_id, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 }
 
-// Of this process.
+// The number of threads of this process.
 std::size_t open_files() {
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-// The sizes of the chunks' file bytes for a file of that size; checks everything else on the way.
+// The number of file bytes in each chunk of a file of that size. Also checks all other content of the
+// messages.
 std::vector<std::size_t> download_of(std::size_t size) {
   const TempFolder folder;
   const std::string bytes = pattern(size);
@@ -123,7 +124,7 @@ std::vector<std::size_t> download_of(std::size_t size) {
   return sizes;
 }
 
-TEST(Download, IsCutIntoChunksWithoutAnEmptyOne) {
+TEST(Download, IsSentInChunksWithoutAnEmptyOne) {
   using Sizes = std::vector<std::size_t>;
   EXPECT_EQ(download_of(0), Sizes());
   EXPECT_EQ(download_of(1), Sizes({1}));
@@ -134,7 +135,7 @@ TEST(Download, IsCutIntoChunksWithoutAnEmptyOne) {
   EXPECT_EQ(download_of(3'000'000).size(), 12u);
 }
 
-TEST(Download, OfWhatCannotBeOpenedEndsWithTheOneErrorText) {
+TEST(Download, OfAPathThatCannotBeOpenedEndsWithTheErrorText) {
   const TempFolder folder;
   for (const std::string& path : {folder.windows_path("missing"), std::string(),
                                   std::string("\xFF\xFE\\\x80"), std::string(100'000, 'x')}) {
@@ -148,15 +149,15 @@ TEST(Download, OfWhatCannotBeOpenedEndsWithTheOneErrorText) {
   }
 }
 
-TEST(Download, FailureToReadLooksLikeTheEnd) {
-  // This host opens a folder for reading and then refuses to read it.
+TEST(Download, ReportsAFailureToReadAsTheEndOfTheFile) {
+  // On this host a folder can be opened for reading but not read.
   const TempFolder folder;
   const Outbox outbox;
   StartDownload(3, 7, folder.windows_path(), outbox.callable());
   EXPECT_EQ(outbox.wait_for_ends().at(0).payload, R"({"transfer_id":7,"ok":true})");
 }
 
-TEST(Download, StopsWithoutAWordWhenTheConnectionIsGone) {
+TEST(Download, StopsSilentlyWhenTheConnectionHasEnded) {
   const TempFolder folder;
   folder.write("file", pattern(10 * kChunkSize));
   for (std::size_t fail_from = 0; fail_from < 10; ++fail_from) {
@@ -171,7 +172,7 @@ TEST(Download, StopsWithoutAWordWhenTheConnectionIsGone) {
   }
 }
 
-TEST(Download, GoesOnToTheEndWhateverIsSaidOfItsId) {
+TEST(Download, IsNotAffectedByAnUploadWithTheSameId) {
   const TempFolder folder;
   folder.write("file", pattern(5 * kChunkSize));
   const Outbox outbox;
@@ -180,7 +181,7 @@ TEST(Download, GoesOnToTheEndWhateverIsSaidOfItsId) {
   EXPECT_EQ(outbox.wait_for_ends().size(), 6u);
 }
 
-TEST(Download, FiftyAtOnceDoNotMix) {
+TEST(Download, FiftyConcurrentOnesDoNotMix) {
   const TempFolder folder;
   for (std::uint32_t i = 0; i < 50; ++i)
     folder.write(std::to_string(i), std::string(kChunkSize + i, static_cast<char>(i)));
@@ -195,7 +196,7 @@ TEST(Download, FiftyAtOnceDoNotMix) {
     EXPECT_TRUE(received[i] == folder.read(std::to_string(i))) << i;
 }
 
-TEST(Upload, MakesTheFoldersAboveTheFile) {
+TEST(Upload, CreatesTheFoldersAboveTheFile) {
   const TempFolder folder;
   BeginUpload(1, folder.windows_path("new\\sub\\f.txt"), 3);
   put(1, "abc");
@@ -203,7 +204,7 @@ TEST(Upload, MakesTheFoldersAboveTheFile) {
   EXPECT_EQ(folder.read("new/sub/f.txt"), "abc");
 }
 
-TEST(Upload, FoldersStayWhenTheFileCannotBeOpened) {
+TEST(Upload, KeepsNewFoldersIfTheFileCannotBeOpened) {
   const TempFolder folder;
   BeginUpload(1, folder.windows_path("new\\folder\\"), 3);
   put(1, "abc");
@@ -213,7 +214,7 @@ TEST(Upload, FoldersStayWhenTheFileCannotBeOpened) {
   EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "new/folder"));
 }
 
-TEST(Upload, SlashesMakeNoFolders) {
+TEST(Upload, CreatesNoFoldersForSlashes) {
   const TempFolder folder;
   BeginUpload(1, folder.path().string() + "/new/f.txt", 3);
   put(1, "abc");
@@ -221,7 +222,7 @@ TEST(Upload, SlashesMakeNoFolders) {
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "new"));
 }
 
-TEST(Upload, FoldersBeginBehindTheThirdCharacter) {
+TEST(Upload, CreatesFoldersOnlyAfterTheThirdCharacter) {
   const TempFolder folder;
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder.path());
@@ -235,7 +236,7 @@ TEST(Upload, FoldersBeginBehindTheThirdCharacter) {
   EXPECT_TRUE(std::filesystem::exists(folder.path() / "hijk"));
 }
 
-TEST(Upload, OverwritesWithoutAQuestion) {
+TEST(Upload, OverwritesAnExistingFile) {
   const TempFolder folder;
   folder.write("file", "something longer");
   BeginUpload(1, folder.windows_path("file"), 0);
@@ -244,7 +245,7 @@ TEST(Upload, OverwritesWithoutAQuestion) {
   EXPECT_EQ(folder.read("file"), "");
 }
 
-TEST(Upload, SecondBeginOfAnIdTakesTheChunks) {
+TEST(Upload, SecondBeginWithTheSameIdGetsTheChunks) {
   const TempFolder folder;
   BeginUpload(1, folder.windows_path("first"), 0);
   put(1, "one");
@@ -253,11 +254,11 @@ TEST(Upload, SecondBeginOfAnIdTakesTheChunks) {
   EndUpload(1);
   put(1, "lost");
   EXPECT_EQ(folder.read("second"), "two");
-  // Still open, so that what it was given is in its buffer until the process ends.
+  // The first file is still open, so its bytes stay in the buffer until the process ends.
   EXPECT_EQ(folder.read("first"), "");
 }
 
-TEST(Upload, SizeIsNotCompared) {
+TEST(Upload, IgnoresTheAnnouncedSize) {
   const TempFolder folder;
   for (const std::int64_t size :
        {std::int64_t{10}, std::int64_t{0}, std::int64_t{-1}, INT64_MAX, INT64_MIN}) {
@@ -283,7 +284,7 @@ TEST(Upload, UnknownIdsAreIgnored) {
   EXPECT_EQ(folder.read("file"), "mine");
 }
 
-TEST(Upload, PathsThatMakeNoSenseOpenNothing) {
+TEST(Upload, InvalidPathsOpenNoFile) {
   for (const std::string& path : {std::string(), std::string("\\"), std::string("C:\\"),
                                   std::string(100'000, 'x'), std::string("\0\0\0\0\0", 5)}) {
     const std::size_t before = open_files();
@@ -294,7 +295,7 @@ TEST(Upload, PathsThatMakeNoSenseOpenNothing) {
   }
 }
 
-TEST(Upload, FullDiskGoesUnnoticed) {
+TEST(Upload, IgnoresAFullDisk) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP();
   const std::size_t before = open_files();
   BeginUpload(1, "C:\\dev\\full", 0);

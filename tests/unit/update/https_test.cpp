@@ -1,4 +1,4 @@
-// The GET against a TLS server that does what the test says.
+// The GET request against a scripted TLS server.
 #include "update/https.h"
 
 #include <future>
@@ -30,14 +30,14 @@ std::future<Fetched> fetch(const ScriptedServer& server, const std::string& path
 
 class HttpsTest : public testing::Test {
  protected:
-  // A client that has sent its request, which is left in `request_`.
+  // Accepts a client and reads its request into `request_`.
   std::unique_ptr<ServerConnection> accept() {
     auto connection = server_.accept();
     if (!connection->handshake()) throw std::runtime_error("the handshake failed");
     request_ = connection->read_request();
     return connection;
   }
-  // What comes of a response behind which the server closes.
+  // The result of a response after which the server closes the connection.
   Fetched fetch_response(std::string_view response) {
     auto fetched = fetch(server_);
     const auto connection = accept();
@@ -51,7 +51,7 @@ class HttpsTest : public testing::Test {
   std::string request_;
 };
 
-TEST_F(HttpsTest, AsksWithItsFixedTextAndTheBareHostName) {
+TEST_F(HttpsTest, RequestHasTheFixedTextAndTheHostWithoutAPort) {
   auto fetched = fetch(server_, "/download/Set up \xC3\xA6.exe");
   auto connection = accept();
   EXPECT_EQ(request_,
@@ -62,7 +62,7 @@ TEST_F(HttpsTest, AsksWithItsFixedTextAndTheBareHostName) {
   EXPECT_FALSE(fetched.get().good);
 }
 
-TEST_F(HttpsTest, BodyIsAllThatFollowsTheFirstBlankLine) {
+TEST_F(HttpsTest, BodyIsEverythingAfterTheFirstBlankLine) {
   const std::string chunked = "2\r\nab\r\n0\r\n\r\n";
   const Fetched result =
       fetch_response("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nContent-Length: 5\r\n\r\n" + chunked);
@@ -70,13 +70,13 @@ TEST_F(HttpsTest, BodyIsAllThatFollowsTheFirstBlankLine) {
   EXPECT_EQ(result.body, chunked) << "neither chunks nor lengths are known";
 }
 
-TEST_F(HttpsTest, BodyShorterThanAnnouncedPassesAndMayBeEmpty) {
+TEST_F(HttpsTest, BodyMayBeShorterThanAnnouncedOrEmpty) {
   const Fetched result = fetch_response("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
   EXPECT_TRUE(result.good);
   EXPECT_EQ(result.body, "");
 }
 
-TEST_F(HttpsTest, AnythingButStatus200LeavesTheBodyUntouched) {
+TEST_F(HttpsTest, OtherStatusLeavesTheBodyUnchanged) {
   for (const char* head : {"HTTP/1.0 200 OK", "HTTP/1.1 204", "HTTP/2 200", "HTTP/1.1 404 Not Found",
                            "HTTP/1.1 301 Moved\r\nLocation: /here", "nonsense"}) {
     const Fetched result = fetch_response(std::string(head) + "\r\n\r\nbody");
@@ -85,7 +85,7 @@ TEST_F(HttpsTest, AnythingButStatus200LeavesTheBodyUntouched) {
   }
 }
 
-TEST_F(HttpsTest, ServerOfAnyCertificateIsAccepted) {
+TEST_F(HttpsTest, AnyCertificateIsAccepted) {
   const TestAuthority stranger;
   for (const bool self_signed : {false, true}) {
     ScriptedServer server(stranger, {.names = {"elsewhere.example"}, .self_signed = self_signed});
@@ -99,7 +99,7 @@ TEST_F(HttpsTest, ServerOfAnyCertificateIsAccepted) {
   }
 }
 
-TEST_F(HttpsTest, ServerMayCloseAtEveryByteOfTheResponse) {
+TEST_F(HttpsTest, ServerMayCloseAfterAnyByteOfTheResponse) {
   const std::string response = "HTTP/1.1 200 OK\r\nX: y\r\n\r\nbody";
   const std::size_t head = response.size() - 4;
   for (std::size_t size = 0; size <= response.size(); ++size) {
@@ -115,7 +115,7 @@ TEST_F(HttpsTest, ServerMayCloseAtEveryByteOfTheResponse) {
   }
 }
 
-TEST_F(HttpsTest, ResponseInSinglePiecesOfAByteIsPutTogether) {
+TEST_F(HttpsTest, ResponseInSingleBytesIsReadCompletely) {
   auto fetched = fetch(server_);
   const auto connection = accept();
   for (const char byte : std::string("HTTP/1.1 200 OK\r\n\r\nbody"))
@@ -124,7 +124,7 @@ TEST_F(HttpsTest, ResponseInSinglePiecesOfAByteIsPutTogether) {
   EXPECT_EQ(fetched.get().body, "body");
 }
 
-TEST_F(HttpsTest, LargeBodiesArriveWhole) {
+TEST_F(HttpsTest, LargeBodiesAreReadCompletely) {
   std::string body((20 << 20) + 1, '\0');
   for (std::size_t i = 0; i < body.size(); ++i)
     body[i] = static_cast<char>(i * 2654435761u >> 13);
@@ -136,24 +136,24 @@ TEST_F(HttpsTest, LargeBodiesArriveWhole) {
   EXPECT_TRUE(fetched.get().body == body);
 }
 
-TEST_F(HttpsTest, TenMegabytesOfHeadersWithoutABlankLineFail) {
+TEST_F(HttpsTest, ResponseOfTenMegabytesWithoutABlankLineFails) {
   std::string headers = "HTTP/1.1 200 OK\r\n";
   while (headers.size() < (10u << 20))
     headers += "X-Filler: " + std::string(1000, 'x') + "\r\n";
   EXPECT_FALSE(fetch_response(headers).good);
 }
 
-TEST_F(HttpsTest, ServerThatGoesBeforeOrDuringTheHandshakeFails) {
+TEST_F(HttpsTest, RequestFailsIfTheServerClosesBeforeOrDuringTheHandshake) {
   for (const bool greeted : {false, true}) {
     auto fetched = fetch(server_);
     auto connection = server_.accept();
-    if (greeted) connection->handshake(vantelink_test::Milliseconds(0));  // answers the first message
+    if (greeted) connection->handshake(vantelink_test::Milliseconds(0));  // answers only the first message
     connection->abort();
     EXPECT_FALSE(fetched.get().good);
   }
 }
 
-TEST_F(HttpsTest, HostsThatDoNotResolveOrAnswerFail) {
+TEST_F(HttpsTest, RequestFailsIfTheHostDoesNotResolveOrAnswer) {
   std::uint16_t closed_port = 0;
   { closed_port = ScriptedServer(authority_).port(); }
   std::string body = "untouched";
@@ -164,7 +164,7 @@ TEST_F(HttpsTest, HostsThatDoNotResolveOrAnswerFail) {
   EXPECT_EQ(body, "untouched");
 }
 
-TEST_F(HttpsTest, ManyAtOnceDoNotDisturbOneAnother) {
+TEST_F(HttpsTest, ConcurrentRequestsDoNotAffectEachOther) {
   std::vector<std::future<Fetched>> all;
   for (int i = 0; i < 8; ++i)
     all.push_back(fetch(server_, "/" + std::to_string(i)));

@@ -1,4 +1,4 @@
-// Which responses have a body, and where it begins.
+// The check of a response and the beginning of its body.
 #include "update/response.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST(ResponseTest, StatusIsTheFirstTwelveBytesAndNoMore) {
+TEST(ResponseTest, OnlyTheFirstTwelveBytesAreTheStatus) {
   for (const char* head : {"HTTP/1.1 200 OK", "HTTP/1.1 200", "HTTP/1.1 200 ", "HTTP/1.1 2000",
                            "HTTP/1.1 200 Anything at all", "HTTP/1.1 200\r\nTransfer-Encoding: chunked"}) {
     const std::string response = std::string(head) + "\r\n\r\nbody";
@@ -19,7 +19,7 @@ TEST(ResponseTest, StatusIsTheFirstTwelveBytesAndNoMore) {
   }
 }
 
-TEST(ResponseTest, BlankLineIsNeeded) {
+TEST(ResponseTest, ResponseWithoutABlankLineHasNoBody) {
   for (const char* response :
        {"", "\r", "\r\n\r", "HTTP/1.1 200", "HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\n\r",
         "HTTP/1.1 200 OK\n\nbody", "HTTP/1.1 200 OK\r\nA: b\r\n \r\nbody"}) {
@@ -28,7 +28,7 @@ TEST(ResponseTest, BlankLineIsNeeded) {
   EXPECT_FALSE(find_body(std::string("HTTP/1.1 200 OK\r\n") + std::string(10 << 20, 'x')));
 }
 
-TEST(ResponseTest, BodyBeginsBehindTheFirstBlankLineAndMayBeEmpty) {
+TEST(ResponseTest, BodyBeginsAfterTheFirstBlankLineAndMayBeEmpty) {
   EXPECT_EQ(find_body("HTTP/1.1 200\r\n\r\n"), 16u);
   EXPECT_EQ(find_body("HTTP/1.1 200\r\n\r\n\r\n\r\n"), 16u);
   EXPECT_FALSE(find_body("\r\n\r\n")) << "shorter than a status";

@@ -1,4 +1,4 @@
-// From the manifest to the offer, and the installer.
+// The manifest, the offer and the installer.
 #include "update/update.h"
 
 #include <cstdlib>
@@ -32,14 +32,14 @@ TEST_F(ManifestTest, NewerVersionWithAFileIsAnOffer) {
   EXPECT_EQ(log_.text(), "update: manifest agent_version=0.1.7 current=0.1.6 newer=1 file=Setup-\"7\".exe\n");
 }
 
-TEST_F(ManifestTest, NewerVersionWithoutAFileIsNoneAlthoughTheLogCallsItNewer) {
+TEST_F(ManifestTest, NewerVersionWithoutAFileIsNoOfferAlthoughTheLogCallsItNewer) {
   EXPECT_FALSE(read_manifest(R"({"agent_version":"9"})"));
   EXPECT_FALSE(read_manifest(R"({"agent_version":"9","agent_file":""})"));
   const std::string line = "update: manifest agent_version=9 current=0.1.6 newer=1 file=\n";
   EXPECT_EQ(log_.text(), line + line);
 }
 
-TEST_F(ManifestTest, OlderAndEmptyVersionsAreNone) {
+TEST_F(ManifestTest, OlderAndEmptyVersionsAreNoOffer) {
   EXPECT_FALSE(read_manifest(R"({"agent_version":"0.1.6","agent_file":"a.exe"})"));
   EXPECT_FALSE(read_manifest(R"({"agent_version":"","agent_file":"b.exe"})"));
   EXPECT_FALSE(read_manifest(R"({"agent_version":7,"agent_file":"c.exe"})")) << "a number is no text";
@@ -49,7 +49,7 @@ TEST_F(ManifestTest, OlderAndEmptyVersionsAreNone) {
             "update: manifest agent_version= current=0.1.6 newer=0 file=c.exe\n");
 }
 
-TEST_F(ManifestTest, WhatIsNoJsonHasNoFields) {
+TEST_F(ManifestTest, TextThatIsNotJsonHasNoFields) {
   for (const char* text : {"", "<html>\"agent_version\"</html>", "agent_version=9 agent_file=a",
                            R"({"agent_version":"9)", R"({"agent_version"
 :"9","agent_file":"a"})"}) {
@@ -59,19 +59,19 @@ TEST_F(ManifestTest, WhatIsNoJsonHasNoFields) {
   }
 }
 
-TEST_F(ManifestTest, LogIsSilentWithoutTheVariable) {
+TEST_F(ManifestTest, NothingIsLoggedWithoutTheEnvironmentVariable) {
   unsetenv("VLK_DEBUG_INPUT");
   EXPECT_TRUE(read_manifest(R"({"agent_version":"1","agent_file":"x"})"));
   EXPECT_EQ(log_.text(), "");
 }
 
-TEST_F(ManifestTest, FileNamesAreNotCleaned) {
+TEST_F(ManifestTest, FileNamesAreUsedUnchanged) {
   const auto offer = read_manifest(R"({"agent_version":"1","agent_file":"..\\..\\x/y.exe"})");
   ASSERT_TRUE(offer);
   EXPECT_EQ(offer->file, "..\\..\\x/y.exe");
 }
 
-TEST_F(ManifestTest, RandomBytesNeverMakeAnOffer) {
+TEST_F(ManifestTest, RandomBytesAreNeverAnOffer) {
   unsetenv("VLK_DEBUG_INPUT");
   std::mt19937 random(7);
   for (int i = 0; i < 2000; ++i) {
@@ -79,7 +79,7 @@ TEST_F(ManifestTest, RandomBytesNeverMakeAnOffer) {
     for (char& byte : text)
       byte = static_cast<char>(random());
     EXPECT_FALSE(read_manifest(text));
-    // Around and inside fields that are almost whole.
+    // Random bytes around and inside almost complete fields.
     EXPECT_FALSE(read_manifest("{\"agent_version\":\"0." + text));
     const auto offer = read_manifest("{\"agent_file\":\"a\",\"agent_version\":\"1" + text + "\"}");
     if (offer) {
@@ -88,7 +88,8 @@ TEST_F(ManifestTest, RandomBytesNeverMakeAnOffer) {
   }
 }
 
-// Runs a fetch beside a server that answers once with the given bytes and closes; the request's first line.
+// Runs a fetch against a server that answers once with these bytes and closes. Returns the first line of the
+// request.
 template <typename Work>
 auto served(std::string_view response, std::string& line, Work work) {
   const TestAuthority authority;
@@ -114,7 +115,7 @@ TEST(UpdateTest, CheckReadsTheServersManifest) {
   EXPECT_EQ(offer->file, "a.exe");
 }
 
-TEST(UpdateTest, FailedChecksAreNoOfferAndLeaveNoLine) {
+TEST(UpdateTest, FailedChecksAreNoOfferAndNotLogged) {
   setenv("VLK_DEBUG_INPUT", "1", 1);
   const LogFolder log;
   std::string line;
@@ -127,7 +128,7 @@ TEST(UpdateTest, FailedChecksAreNoOfferAndLeaveNoLine) {
   unsetenv("VLK_DEBUG_INPUT");
 }
 
-TEST(UpdateTest, InstallerIsTheBodyUnderItsNameAndEmptyOnFailure) {
+TEST(UpdateTest, InstallerIsTheBodyOfTheFileAndEmptyOnFailure) {
   std::string line;
   const auto fetch = [](std::uint32_t port) { return fetch_installer("localhost", port, "a b/../c.exe"); };
   EXPECT_EQ(served(std::string_view("HTTP/1.1 200 OK\r\n\r\nMZ\0\1", 23), line, fetch),

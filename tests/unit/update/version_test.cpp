@@ -1,4 +1,4 @@
-// Which version is newer.
+// The comparison of versions.
 #include "update/version.h"
 
 #include <gtest/gtest.h>
@@ -10,32 +10,32 @@ bool newer(std::string_view offered) {
   return is_newer("0.1.6", offered);
 }
 
-TEST(VersionTest, TheAgentComparesWithItsOwnConstant) {
+TEST(VersionTest, UpdatesAreComparedWithTheUpdateVersion) {
   EXPECT_STREQ(kUpdateVersion, "0.1.6");
 }
 
-TEST(VersionTest, LaterNumbersAndFurtherFieldsAreNewer) {
+TEST(VersionTest, GreaterNumbersAndMoreFieldsAreNewer) {
   for (const char* offered :
        {"0.1.7", "0.2", "0.2.0", "1", "0.1.6.1", "0.1.6.0.1", "0.1.10", "00.01.07", "0.1.7-beta"}) {
     EXPECT_TRUE(newer(offered)) << offered;
   }
 }
 
-TEST(VersionTest, EqualAndEarlierNumbersAreNot) {
+TEST(VersionTest, EqualAndSmallerNumbersAreNotNewer) {
   for (const char* offered : {"0.1.6", "0.1.5", "0.1.5.9", "0.0.9", "0.1.6.0", "0.1.6.0.0", "", "0", "0.1.06",
                               "0.1", "0.1.", "....", "0.1.6....", "-1.1", "0.-1"}) {
     EXPECT_FALSE(newer(offered)) << offered;
   }
 }
 
-TEST(VersionTest, WhatFollowsANumberInItsFieldDoesNotCount) {
+TEST(VersionTest, TextAfterANumberInItsFieldIsIgnored) {
   for (const char* offered : {"0.1.6-beta", "0.1.6b", "0.1.6 7", "0x9.1y9.6z9", "0.1.6-beta9"}) {
     EXPECT_FALSE(newer(offered)) << offered;
   }
   EXPECT_TRUE(newer("0.1.6-beta.1")) << "the dot of the tail begins another field";
 }
 
-TEST(VersionTest, FieldThatBeginsWithNoDigitIsZero) {
+TEST(VersionTest, FieldThatDoesNotBeginWithADigitIsZero) {
   EXPECT_TRUE(newer("r0.1.7"));
   EXPECT_TRUE(newer("r9.1.7")) << "the nine is not at the field's front";
   EXPECT_FALSE(newer("v1"));
@@ -54,7 +54,7 @@ TEST(VersionTest, MissingFieldsAreZeroOnEitherSide) {
   EXPECT_FALSE(is_newer("0.0.0", ""));
 }
 
-TEST(VersionTest, NumbersWrapAtThirtyTwoBitsAndHaveASign) {
+TEST(VersionTest, NumbersWrapAroundToSigned32BitValues) {
   EXPECT_TRUE(newer("2147483647"));
   EXPECT_FALSE(newer("2147483648")) << "wraps to the smallest number";
   EXPECT_FALSE(newer("4294967295")) << "wraps to minus one";
@@ -65,7 +65,7 @@ TEST(VersionTest, NumbersWrapAtThirtyTwoBitsAndHaveASign) {
   EXPECT_TRUE(is_newer("4294967295", "0")) << "on the current side too";
 }
 
-TEST(VersionTest, BytesOfAnyKindAreTextWithoutNumbers) {
+TEST(VersionTest, AnyOtherBytesCountAsZero) {
   EXPECT_FALSE(newer(std::string_view("0.1.6\0.9", 5)));
   EXPECT_TRUE(newer(std::string_view("0.1.6\0.9", 8)));
   EXPECT_FALSE(newer("\xFF\xFE.\x80"));

@@ -1,4 +1,4 @@
-// The JSON of the server link, misreadings included: they are behaviour.
+// The JSON of messages, including the fixed misreadings.
 #include "wire/json.h"
 
 #include <random>
@@ -10,11 +10,11 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(JsonWriter, WithoutFieldsFinishesAsTheEmptyObject) {
+TEST(JsonWriter, WithoutFieldsWritesAnEmptyObject) {
   EXPECT_EQ(JsonWriter().finish(), "{}");
 }
 
-TEST(JsonWriter, WritesFieldsInOrderWithoutBlanksAndKeysTwice) {
+TEST(JsonWriter, WritesFieldsInOrderWithoutBlanksAndAllowsRepeatedKeys) {
   JsonWriter writer;
   writer.add_string("a", "x")
       .add_int("b", -1)
@@ -26,7 +26,7 @@ TEST(JsonWriter, WritesFieldsInOrderWithoutBlanksAndKeysTwice) {
   EXPECT_EQ(writer.finish(), R"({"a":"x","b":-1,"c":true,"c":false,"d":[1, 2],"e":1})");
 }
 
-TEST(JsonWriter, EscapesFiveBytesAndNoOther) {
+TEST(JsonWriter, EscapesOnlyFiveBytes) {
   std::string every;
   for (int byte = 0; byte < 256; ++byte)
     every += static_cast<char>(byte);
@@ -95,7 +95,7 @@ TEST(JsonReader, ReadsStrings) {
       {R"({"k":"v\")", false, ""},
       {R"({"k":"a\nb\rc\td\"e\\f\/g\bh\u0041"})", true, "a\nb\rc\td\"e\\f/gbhu0041"},
       {R"({"outer":{"k":"deep"},"k":"flat"})", true, "deep"},
-      {R"({"a":"k","k":"x"})", false, ""},  // the value decides, though the field follows
+      {R"({"a":"k","k":"x"})", false, ""},  // the value is found first, although a field follows
       {R"({"xk":"1","k":"2"})", true, "2"},
       {R"({"k":"1","k":"2"})", true, "1"},
   };
@@ -134,8 +134,8 @@ TEST(JsonReader, ReadsIntegers) {
       {R"({"k":)", false, 0},
       {R"({"k":9223372036854775807})", true, INT64_MAX},
       {R"({"k":-9223372036854775808})", true, INT64_MIN},
-      {R"({"k":18446744073709551616})", true, 0},                    // wraps
-      {R"({"k":99999999999999999999})", true, 7766279631452241919},  // wraps, still found
+      {R"({"k":18446744073709551616})", true, 0},                    // wraps around
+      {R"({"k":99999999999999999999})", true, 7766279631452241919},  // wraps around and is found
   };
   for (const IntCase& one : cases) {
     const JsonValue<std::int64_t> read = read_int(one.text, "k");
@@ -145,7 +145,7 @@ TEST(JsonReader, ReadsIntegers) {
   }
 }
 
-TEST(JsonReader, EmptyPayloadGivesEveryDefault) {
+TEST(JsonReader, EmptyTextGivesTheFallbacks) {
   EXPECT_EQ(value_or(read_string("", "rep_name"), "A representative"), "A representative");
   EXPECT_EQ(value_or(read_int("", "max_fps"), 15), 15);
 }
@@ -177,7 +177,7 @@ TEST(JsonReader, SurvivesTenThousandMutatedTexts) {
     for (const char* key : {"code", "message", "n", "m", "", "\"", "absent"}) {
       const JsonValue<std::string> string = read_string(tight, key);
       EXPECT_LE(string.value.size(), tight.size());
-      read_int(tight, key);
+      (void)read_int(tight, key);
       const std::size_t position = find_value(tight, key);
       EXPECT_TRUE(position == std::string_view::npos || position <= tight.size());
     }

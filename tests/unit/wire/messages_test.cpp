@@ -1,4 +1,4 @@
-// The envelope: its bytes, its limits, and what is refused.
+// The envelope: its bytes, its limits and its errors.
 #include "wire/messages.h"
 
 #include <string_view>
@@ -33,7 +33,7 @@ TEST(Envelope, HeaderIsBigEndian) {
   EXPECT_EQ(header(0x0A0B0C0D), (Bytes{4, 7, 1, 2, 3, 4, 0x0A, 0x0B, 0x0C, 0x0D}));
 }
 
-TEST(Envelope, NineBytesDoNotDecodeAndTenWithoutPayloadDo) {
+TEST(Envelope, HeaderAloneDecodesAndOneByteLessDoesNot) {
   Envelope envelope;
   const Bytes bytes = header(0);
   for (std::size_t length = 0; length < 10; ++length) {
@@ -46,7 +46,7 @@ TEST(Envelope, NineBytesDoNotDecodeAndTenWithoutPayloadDo) {
   EXPECT_TRUE(envelope.payload.empty());
 }
 
-TEST(Envelope, PayloadOfEightMebibytesDecodesAndOneByteMoreDoesNot) {
+TEST(Envelope, PayloadIsLimitedToEightMebibytes) {
   Envelope envelope;
   for (const std::uint32_t length : {0x800000u, 0x800001u}) {
     Bytes bytes = header(length);
@@ -56,14 +56,14 @@ TEST(Envelope, PayloadOfEightMebibytesDecodesAndOneByteMoreDoesNot) {
   EXPECT_EQ(envelope.payload.size(), 0x800000u);
 }
 
-TEST(Envelope, EveryTruncationIsRefusedAndExcessIsIgnored) {
+TEST(Envelope, TruncatedMessagesAreRefusedAndExtraBytesIgnored) {
   Bytes bytes = header(20);
   for (int i = 0; i < 20; ++i)
     bytes.push_back(static_cast<std::uint8_t>(i));
   Envelope envelope;
   for (std::size_t length = 0; length < bytes.size(); ++length) {
     const Bytes cut(bytes.begin(),
-                    bytes.begin() + static_cast<std::ptrdiff_t>(length));  // its end is its memory's
+                    bytes.begin() + static_cast<std::ptrdiff_t>(length));  // exactly the memory's size
     EXPECT_FALSE(decode_envelope(cut.data(), cut.size(), envelope)) << length;
   }
   bytes.insert(bytes.end(), {1, 2, 3});
@@ -71,13 +71,13 @@ TEST(Envelope, EveryTruncationIsRefusedAndExcessIsIgnored) {
   EXPECT_EQ(envelope.payload, Bytes(bytes.begin() + 10, bytes.begin() + 30));
 }
 
-TEST(Envelope, LargestLengthDoesNotWrapTheSizeCheck) {
+TEST(Envelope, LargestLengthDoesNotOverflowTheSizeCheck) {
   Envelope envelope;
   const Bytes bytes = header(0xFFFFFFFF);
   EXPECT_FALSE(decode_envelope(bytes.data(), bytes.size(), envelope));
 }
 
-TEST(MessageFrame, UnmasksToTheEnvelopeAtEveryLength) {
+TEST(MessageFrame, ContainsTheMaskedEnvelopeAtEveryLength) {
   for (const std::size_t length : {0, 1, 6, 7, 31, 32, 100, 115, 116, 65525, 65526, 300000}) {
     Bytes payload(length);
     for (std::size_t i = 0; i < length; ++i)

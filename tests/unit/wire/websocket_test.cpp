@@ -1,4 +1,4 @@
-// WebSocket framing, from whole frames to single bytes, and what it lets through on purpose.
+// WebSocket framing, from whole frames to single bytes, and the errors that it deliberately accepts.
 #include "wire/websocket.h"
 
 #include <algorithm>
@@ -28,7 +28,7 @@ void feed(WsParser& parser, const Bytes& bytes) {
   parser.feed(bytes.data(), bytes.size());
 }
 
-TEST(Base64, PadsByLength) {
+TEST(Base64, PadsToAMultipleOfFour) {
   const auto encode = [](std::string_view text) {
     return base64_encode(reinterpret_cast<const unsigned char*>(text.data()), text.size());
   };
@@ -52,17 +52,17 @@ TEST(Upgrade, RequestIsSevenLinesWithoutAPort) {
   EXPECT_EQ(key.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"), 22u);
   EXPECT_EQ(key.substr(22), "==");
   std::string other;
-  build_upgrade_request("relay.example", "/link", other);
+  (void)build_upgrade_request("relay.example", "/link", other);
   EXPECT_NE(key, other);
 }
 
-TEST(Upgrade, TheDigitsAnywhereCountAsSuccess) {
+TEST(Upgrade, Digits101AnywhereCountAsSuccess) {
   EXPECT_TRUE(upgrade_accepted("HTTP/1.1 101 Switching Protocols\r\n\r\n"));
   EXPECT_TRUE(upgrade_accepted("HTTP/1.1 403 Forbidden\r\nX-Trace: 51015\r\n\r\n"));
   EXPECT_FALSE(upgrade_accepted("HTTP/1.1 403 Forbidden\r\n\r\n"));
 }
 
-TEST(Frame, LengthsTakeTheirForms) {
+TEST(Frame, LengthIsWrittenInTheShortestForm) {
   const std::pair<std::size_t, std::size_t> sizes[] = {{0, 2}, {125, 2}, {126, 4}, {65535, 4}, {65536, 10}};
   for (const auto& [length, header] : sizes) {
     const Bytes plain = frame(kWsBinary, pattern(length));
@@ -77,7 +77,7 @@ TEST(Frame, LengthsTakeTheirForms) {
   EXPECT_EQ(Bytes(large.begin() + 2, large.begin() + 10), (Bytes{0, 0, 0, 0, 0, 1, 0, 0}));
 }
 
-TEST(Mask, MatchesTheByteWiseDefinitionAtEveryLengthAndPhase) {
+TEST(Mask, EqualsTheByteLoopAtEveryLengthAndPhase) {
   const unsigned char key[4] = {0x12, 0xFE, 0x00, 0x99};
   for (std::size_t length = 0; length < 140; ++length) {
     for (std::size_t phase = 0; phase < 8; ++phase) {
@@ -91,7 +91,7 @@ TEST(Mask, MatchesTheByteWiseDefinitionAtEveryLengthAndPhase) {
   }
 }
 
-TEST(Parser, GivesAFrameOnceWhereverItIsSplit) {
+TEST(Parser, ReturnsAFrameOnceHoweverItIsSplit) {
   for (const std::size_t length : {0, 5, 125, 126, 300, 65535, 65536}) {
     for (const bool masked : {false, true}) {
       const Bytes bytes = frame(kWsBinary, pattern(length), true, masked);
@@ -111,11 +111,11 @@ TEST(Parser, GivesAFrameOnceWhereverItIsSplit) {
   }
 }
 
-TEST(Parser, TakesByteByByte) {
+TEST(Parser, AcceptsSingleBytes) {
   WsParser parser;
   Bytes stream = frame(kWsText, pattern(130), true, true);
   const Bytes second = frame(kWsBinary, {}, true, true);
-  EXPECT_EQ(second.size(), 6u) << "a masked frame without payload carries its mask";
+  EXPECT_EQ(second.size(), 6u) << "a masked frame without payload contains its key";
   stream.insert(stream.end(), second.begin(), second.end());
   std::vector<WsFrame> frames;
   for (const std::uint8_t byte : stream) {
@@ -129,7 +129,7 @@ TEST(Parser, TakesByteByByte) {
   EXPECT_TRUE(frames[1].payload.empty());
 }
 
-TEST(Parser, FailsOnAnOversizedHeaderAloneAndWaitsForTheLargestFrame) {
+TEST(Parser, FailsOnAnOversizedLengthAndWaitsForTheLargestFrame) {
   const Bytes too_large = {0x82, 127, 0, 0, 0, 0, 1, 0, 0, 1};
   WsParser parser;
   feed(parser, too_large);
@@ -145,7 +145,7 @@ TEST(Parser, FailsOnAnOversizedHeaderAloneAndWaitsForTheLargestFrame) {
   EXPECT_TRUE(huge.failed);
 }
 
-TEST(Parser, ControlFramesStandBetweenFragments) {
+TEST(Parser, AllowsControlFramesBetweenFragments) {
   WsParser parser;
   feed(parser, frame(kWsText, {1, 2}, false));
   EXPECT_FALSE(parser.next());
@@ -179,7 +179,7 @@ TEST(Parser, SecondFragmentedMessageDiscardsTheFirst) {
   EXPECT_EQ(message->payload, (Bytes{2, 3}));
 }
 
-TEST(Parser, FinalDataFrameLeavesAFragmentedMessageAlone) {
+TEST(Parser, FinalDataFrameDoesNotAffectAFragmentedMessage) {
   WsParser parser;
   feed(parser, frame(kWsText, {1}, false));
   feed(parser, frame(kWsBinary, {2}));
@@ -196,14 +196,14 @@ TEST(Parser, ReservedOpcodesCountAsDataAndReservedBitsAreIgnored) {
   EXPECT_EQ(parser.next()->opcode, 3);
 }
 
-TEST(Parser, DropsConsumedBytesBehindTheThreshold) {
+TEST(Parser, ErasesConsumedBytesAboveTheThreshold) {
   WsParser parser;
   for (int i = 0; i < 3; ++i)
     feed(parser, frame(kWsBinary, pattern(30000)));
-  parser.next();
-  parser.next();
-  EXPECT_EQ(parser.pos, 2u * 30004) << "below the threshold nothing moves";
-  parser.next();
+  (void)parser.next();
+  (void)parser.next();
+  EXPECT_EQ(parser.pos, 2u * 30004) << "nothing is erased below the threshold";
+  (void)parser.next();
   EXPECT_EQ(parser.pos, 0u);
   EXPECT_TRUE(parser.buffer.empty());
 }

@@ -51,7 +51,7 @@ CapturedFrame Picture(std::uint32_t number, std::int32_t width = kWidth, std::in
 
 Bytes LumaOf(const CapturedFrame& frame) {
   const auto width = static_cast<std::int32_t>(frame.width), height = static_cast<std::int32_t>(frame.height);
-  Bytes luma(std::size_t{frame.width} * frame.height), chroma(ChromaRoom(width, height));
+  Bytes luma(std::size_t{frame.width} * frame.height), chroma(ChromaCapacity(width, height));
   ConvertBgraToNv12Plainly(frame.pixels.data(), width, height, frame.stride, luma.data(), chroma.data());
   return luma;
 }

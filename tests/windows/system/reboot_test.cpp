@@ -107,9 +107,9 @@ TEST_F(Reboot, IsAskedForWhateverFailedBefore) {
 
 TEST_F(Reboot, IsLoggedBeforeItBegins) {
   log_at_exit.clear();
-  reboot_machine();
+  (void)reboot_machine();
   EXPECT_EQ(log_at_exit, "reboot: requested (simulate=0)\n");
-  reboot_machine();
+  (void)reboot_machine();
   EXPECT_EQ(log_at_exit, "reboot: requested (simulate=0)\nreboot: requested (simulate=0)\n");
 }
 

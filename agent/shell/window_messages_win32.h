@@ -1,0 +1,54 @@
+// The private messages of the main window, which are the only way for other threads to reach it, and the
+// posting of their payloads.
+#pragma once
+
+#include <memory>
+#include <new>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include <windows.h>
+
+namespace vlk::agent {
+
+// A payload in wParam is on the heap and belongs to the window procedure once it is posted. The procedure
+// ignores a null payload.
+enum : UINT {
+  WM_AGENT_STATUS = WM_APP + 1,  // wParam: Status, lParam: count of representatives
+  WM_CONSENT_REQUEST,            // a session request is pending
+  WM_TRAY_NOTIFY,                // from the notification area
+  WM_STATUS_TEXT,                // wParam: heap std::wstring
+  WM_CLIPBOARD_INBOUND,          // wParam: heap std::vector<std::uint8_t>
+  WM_UPDATE_OFFER,               // wParam: heap UpdateOffer
+  WM_EXIT_FOR_UPDATE,            // the installer was started
+  WM_SHOW_MAIN,                  // posted by a second copy of the program
+  WM_CONSENT_CANCEL,             // wParam: session
+};
+
+// Posts a message with a copy of `value` on the heap, moved there from an rvalue. The payload is null if
+// there is no memory for it. A failure to post is ignored. Callable on any thread.
+template <typename Value>
+void post_payload(HWND window, UINT message, Value&& value) {
+  using Payload = std::remove_cvref_t<Value>;
+  Payload* payload = nullptr;
+  try {
+    payload = new Payload(std::forward<Value>(value));
+  } catch (const std::bad_alloc&) {
+    // Posted with a null payload, which the procedure ignores.
+  }
+  PostMessageW(window, message, reinterpret_cast<WPARAM>(payload), 0);
+}
+
+// The payload of a received message, now owned by the caller; may be null.
+template <typename Payload>
+[[nodiscard]] std::unique_ptr<Payload> take_payload(WPARAM wparam) {
+  return std::unique_ptr<Payload>(reinterpret_cast<Payload*>(wparam));
+}
+
+// Posts WM_STATUS_TEXT.
+inline void post_status_text(HWND window, const std::wstring& text) {
+  post_payload(window, WM_STATUS_TEXT, text);
+}
+
+}  // namespace vlk::agent

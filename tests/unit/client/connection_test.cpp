@@ -1,0 +1,186 @@
+// The connection with a real TLS peer: connecting, authenticating, reconnecting and stopping.
+#include <future>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "client/agent_client.h"
+#include "unit/support/link_fixture.h"
+
+namespace vlk::agent {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+TEST_F(LinkTest, SaysHelloAndLogsInWithAnIdentity) {
+  ScriptedServer server(authority());
+  make_client(server);
+  client_->start();
+  auto peer = server.accept();
+  ASSERT_TRUE(peer->handshake());
+  EXPECT_EQ(peer->server_name(), "localhost");
+  const std::string request = peer->upgrade();
+  EXPECT_EQ(request.rfind("GET /link HTTP/1.1\r\nHost: localhost\r\n", 0), 0u) << request;
+  const Envelope hello = peer->read_envelope();
+  EXPECT_EQ(hello.type, 1);
+  EXPECT_EQ(hello.flags, 1);
+  EXPECT_EQ(hello.session_id, 0u);
+  EXPECT_EQ(text_of(hello), R"({"role":"agent","client_version":"0.1.0-scaffold","os":"windows"})");
+  const Envelope login = peer->read_envelope();
+  EXPECT_EQ(login.type, 18);
+  EXPECT_EQ(text_of(login), R"({"agent_id":"id-1","secret":"secret-1","name":"Skúta \"Sæfari\""})");
+  peer->send_envelope(Msg::LoginResult, 0, "");
+  ASSERT_TRUE(log_.wait_for("notice Connected to Maravek"));
+  EXPECT_EQ(log_.lines(), (Lines{"status 1 0", "status 1 0", "status 2 0", "notice Connected to Maravek"}));
+}
+
+TEST_F(LinkTest, EnrolsWithoutAWholeIdentity) {
+  for (const auto& [id, secret] : {std::pair("", ""), {"id-1", ""}, {"", "secret-1"}}) {
+    ScriptedServer server(authority());
+    config_.agent_id = id;
+    config_.agent_secret = secret;
+    make_client(server, false);
+    client_->start();
+    auto peer = server.accept_upgraded();
+    peer->read_until(Msg::Hello);
+    const Envelope enroll = peer->read_envelope();
+    EXPECT_EQ(enroll.type, 16);
+    EXPECT_EQ(
+        text_of(enroll),
+        R"({"name":"Skúta \"Sæfari\"","machine_name":"Skúta \"Sæfari\"","os":"windows","hw_id":"guid"})");
+    client_.reset();
+  }
+}
+
+TEST_F(LinkTest, RetryDelayDoublesUpToThirtySecondsWithoutAServer) {
+  std::uint16_t dead_port = 0;
+  {
+    const ScriptedServer gone(authority());
+    make_client(gone);
+    dead_port = gone.port();
+  }
+  ASSERT_NE(dead_port, 0);
+  RecordedClock clock(8);
+  client_ = std::make_unique<AgentClient>(config_, log_.callbacks(), clock.clock());
+  client_->start();
+  ASSERT_TRUE(clock.wait_for_sleeps(9));
+  EXPECT_EQ(clock.sleeps(),
+            (std::vector<std::int64_t>{500, 1000, 2000, 4000, 8000, 16000, 30000, 30000, 30000}));
+  // stop() waits until the present delay has ended.
+  const std::future<void> stopped = std::async(std::launch::async, [this] { client_->stop(); });
+  EXPECT_EQ(stopped.wait_for(Milliseconds(100)), std::future_status::timeout);
+  clock.release();
+  stopped.wait();
+  const Lines lines = log_.lines();
+  EXPECT_EQ(Lines(lines.begin(), lines.begin() + 4),
+            (Lines{"status 1 0", "status 0 0", "status 1 0", "status 0 0"}));
+}
+
+TEST_F(LinkTest, RetryDelayResetsOnlyAfterTheFirstWaitAfterAnUpgrade) {
+  ScriptedServer server(authority());
+  RecordedClock clock(6);
+  make_client(server, true, clock.clock());
+  client_->start();
+  for (int i = 0; i < 3; ++i)
+    server.accept()->abort();  // three failed attempts: 500, 1000, 2000
+  for (int i = 0; i < 3; ++i)
+    server.accept_upgraded()->close();  // waits 4000, then 500, 500
+  ASSERT_TRUE(clock.wait_for_sleeps(6));
+  const std::vector<std::int64_t> sleeps = clock.sleeps();
+  EXPECT_EQ(std::vector<std::int64_t>(sleeps.begin(), sleeps.begin() + 6),
+            (std::vector<std::int64_t>{500, 1000, 2000, 4000, 500, 500}));
+  clock.release();
+}
+
+TEST_F(LinkTest, SecondStartMakesNoSecondConnection) {
+  ScriptedServer server(authority());
+  make_client(server);
+  client_->start();
+  client_->start();
+  auto peer = server.accept_upgraded();
+  peer->read_until(Msg::Login);
+  EXPECT_FALSE(server.has_client(Milliseconds(200)));
+}
+
+TEST_F(LinkTest, RefusedUpgradeEndsTheAttempt) {
+  ScriptedServer server(authority());
+  make_client(server);
+  client_->start();
+  auto peer = server.accept();
+  ASSERT_TRUE(peer->handshake());
+  peer->read_request();
+  peer->send("HTTP/1.1 403 Forbidden\r\n\r\n");
+  EXPECT_TRUE(peer->wait_closed());
+  ASSERT_TRUE(log_.wait_for("status 0 0"));
+}
+
+TEST_F(LinkTest, Digits101InAHeaderCountAsAnUpgradeAlsoByteByByte) {
+  ScriptedServer server(authority());
+  make_client(server);
+  client_->start();
+  auto peer = server.accept();
+  ASSERT_TRUE(peer->handshake());
+  peer->read_request();
+  const std::string response =
+      "HTTP/1.1 403 Forbidden\r\nX-Trace: 9101\r\n" + std::string(5000, 'x') + "\r\n\r\n";
+  for (const char byte : response)
+    peer->send(std::string_view(&byte, 1));
+  EXPECT_TRUE(log_.wait_for("status 1 0", 2)) << "hello and login were sent";
+}
+
+TEST_F(LinkTest, StopEndsTheConnectionInEveryPhase) {
+  enum Phase { kBeforeHandshake, kBeforeUpgrade, kInUpgrade, kBeforeLogin, kOnline, kStreaming, kPhases };
+  for (int phase = 0; phase < kPhases; ++phase) {
+    ScriptedServer server(authority());
+    make_client(server);
+    client_->start();
+    auto peer = server.accept();
+    if (phase >= kBeforeUpgrade) {
+      ASSERT_TRUE(peer->handshake());
+    }
+    if (phase == kInUpgrade) {
+      peer->read_request();
+      peer->send("HTTP/1.1 101 Sw");
+    }
+    if (phase >= kBeforeLogin) peer->upgrade();
+    if (phase >= kOnline) peer->read_until(Msg::Login);
+    if (phase == kStreaming) {
+      peer->send_envelope(Msg::StreamStart, 1, R"({"max_fps":100})");
+      peer->read_until(Msg::StreamFrame);
+    }
+    std::thread stopper([this] { client_->stop(); });
+    // stop() may not know the socket yet, so the server ends the handshake.
+    if (phase == kBeforeHandshake) peer->abort();
+    stopper.join();
+    client_.reset();
+    EXPECT_EQ(log_.lines().back(), "status 0 0") << phase;
+  }
+}
+
+TEST_F(LinkTest, ReconnectsManyTimesWhileAnotherThreadSends) {
+  ScriptedServer server(authority());
+  RecordedClock clock;
+  make_client(server, true, clock.clock());
+  client_->start();
+  std::atomic<bool> done{false};
+  std::thread sender([&] {
+    while (!done) {
+      client_->send_text(Msg::Heartbeat, 0, "x");
+      client_->set_display_name("name");
+      client_->set_unattended(true);
+    }
+  });
+  for (int i = 0; i < 30; ++i) {
+    auto peer = server.accept_upgraded();
+    if (i % 2 == 0) {
+      peer->close();
+    } else {
+      peer->abort();
+    }
+  }
+  done = true;
+  sender.join();
+}
+
+}  // namespace
+}  // namespace vlk::agent
