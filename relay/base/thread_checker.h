@@ -11,6 +11,7 @@ namespace vlk::relay {
 class ThreadChecker {
  public:
 #ifdef NDEBUG
+  ThreadChecker() {}  // without it, GCC demands an initializer for each const member of this type
   void check() const {}
 #else
   void check() const {
