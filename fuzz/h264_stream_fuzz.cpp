@@ -1,5 +1,4 @@
-// Any bytes as two messages of an H.264 stream on their way to a browser; the first byte says where they
-// part.
+// Arbitrary bytes as two messages of an H.264 stream; the first byte gives the length of the first message.
 #include <algorithm>
 
 #include "relay/h264/parameter_sets.h"
@@ -14,10 +13,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   H264Stream stream;
   std::vector<std::uint8_t> first(data + 1, data + cut);
   std::vector<std::uint8_t> second(data + cut, data + size);
-  stream.pass(first, 0);
+  (void)stream.complete(first, 0);
   const std::size_t before = second.size();
-  stream.pass(second, 0);
-  // A parameter set takes 4 bytes and more, and hardly 40 are ever added to one.
+  (void)stream.complete(second, 0);
+  // A parameter set has at least 4 bytes, and completion adds at most 40.
   REQUIRE(second.size() <= before * 11);
 
   const auto complete = complete_parameter_set({data, size}, true);

@@ -1,10 +1,10 @@
-// Any bytes as a message about a file on its way through the relay, the first byte choosing its kind. What
-// the relay judged must be what the agent's reader then finds in it.
+// Arbitrary bytes as a message about a file transfer; the first byte selects its type. The agent's reader
+// must find in a message that passes exactly what the relay checked.
 #include <array>
 #include <string_view>
 
-#include "relay/session/clip_note.h"
 #include "relay/session/transfers.h"
+#include "relay/wire/clip_note.h"
 #include "require.h"
 #include "wire/json.h"
 
@@ -16,7 +16,7 @@ namespace {
 constexpr std::uint32_t kSession = 7;
 constexpr std::array kTypes = {Msg::DownloadRequest, Msg::UploadBegin, Msg::FileChunk, Msg::FileTransferEnd};
 
-void judge(Transfers& transfers, Msg type, Bytes message) {
+void check(Transfers& transfers, Msg type, Bytes message) {
   const TransferRuling ruling = transfers.from_browser(kSession, type, message);
   if (ruling.kind != TransferRuling::Kind::Pass) return;
   REQUIRE(ruling.transfer == 1);
@@ -41,14 +41,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Bytes message = encode_envelope(type, kSession, data + 1, size - 1, kJsonPayload);
 
   Transfers transfers(0);
-  transfers.give(kSession);
-  judge(transfers, type, message);
-  // And again, in whatever state that left the transfer.
-  judge(transfers, Msg::FileTransferEnd,
+  REQUIRE(transfers.give(kSession) == 1);
+  check(transfers, type, message);
+  // Once more, in the state in which the first message left the transfer.
+  check(transfers, Msg::FileTransferEnd,
         encode_envelope(Msg::FileTransferEnd, kSession, data + 1, size - 1, 1));
-  transfers.from_agent(kSession, Msg::FileTransferEnd, message);
-  transfers.from_agent(kSession, Msg::FileChunk, message);
-  transfers.end_session(kSession);
-  clip_note(message);
+  (void)transfers.from_agent(kSession, Msg::FileTransferEnd, message);
+  (void)transfers.from_agent(kSession, Msg::FileChunk, message);
+  (void)transfers.end_session(kSession);
+  (void)clip_note(message);
   return 0;
 }

@@ -1,4 +1,4 @@
-// The relay's program: options, first start, and the work of the server until a signal ends it.
+// The relay's program: reads the options, prepares the database, and serves until a signal ends it.
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -6,6 +6,7 @@
 #include <boost/asio/signal_set.hpp>
 
 #include "relay/base/secrets.h"
+#include "relay/base/version.h"
 #include "relay/options.h"
 #include "relay/server.h"
 
@@ -13,19 +14,19 @@ namespace {
 
 using namespace vlk::relay;
 
-constexpr int kUsage = 2;
+constexpr int kUsageError = 2;
 
-// The data folder with its database; the folder is the owner's alone.
+// The path of the database. Creates the data folder if it is missing; only its owner can open the folder.
 std::string database_file(const std::string& data) {
   std::error_code error;
   const bool made = std::filesystem::create_directories(data, error);
-  if (error) throw std::runtime_error("cannot make the data folder " + data + ": " + error.message());
+  if (error) throw std::runtime_error("cannot create the data folder " + data + ": " + error.message());
   if (made) std::filesystem::permissions(data, std::filesystem::perms::owner_all);
   return data + "/relay.db";
 }
 
-// A line of standard input, or a password of our own, which is then shown.
-std::string take_password(const std::string& user) {
+// One line of standard input as the password. An empty line stands for a random password, which is printed.
+std::string read_password(const std::string& user) {
   std::string password;
   std::getline(std::cin, password);
   if (!password.empty()) {
@@ -42,10 +43,10 @@ int change_user(const Options& options, Store& store) {
   bool done = false;
   switch (options.action) {
     case Action::AddUser:
-      done = store.add_user(options.user, hash_password(take_password(options.user)));
+      done = store.add_user(options.user, hash_password(read_password(options.user)));
       break;
     case Action::SetPassword:
-      done = store.set_password(options.user, hash_password(take_password(options.user)), {});
+      done = store.set_password(options.user, hash_password(read_password(options.user)), {});
       break;
     default:
       done = store.remove_user(options.user);
@@ -53,18 +54,18 @@ int change_user(const Options& options, Store& store) {
   if (done) return 0;
   std::cerr << "vantelink-relay: "
             << (options.action == Action::AddUser
-                    ? "there is a representative of that name already; --set-password "
-                      "changes the password\n"
-                    : "there is no representative of that name\n");
+                    ? "a representative with that name exists already; --set-password changes the password\n"
+                    : "there is no representative with that name\n");
   return 1;
 }
 
-void greet_first_start(Store& store) {
+// Adds the first representative if there is none, and prints the password.
+void prepare_first_start(Store& store) {
   if (store.has_users()) return;
   const std::string password = random_password();
   store.add_user("admin", hash_password(password));
   std::cout << "First start. Log in to the console as \"admin\" with the password " << password
-            << "\nIt is shown this once; --set-password admin makes another." << std::endl;
+            << "\nThe password is not shown again; --set-password admin replaces it." << std::endl;
 }
 
 int serve(const Options& options, Store& store) {
@@ -77,7 +78,7 @@ int serve(const Options& options, Store& store) {
     settings.certificate = self_made_certificate(options.data, options.hosts, remark);
     if (!remark.empty()) log.write("", "", remark);
   }
-  greet_first_start(store);
+  prepare_first_start(store);
   Limits limits;
   limits.consent = std::chrono::seconds(options.consent_s);
   Server server(settings, store, log, limits);
@@ -98,10 +99,14 @@ int main(int argc, char** argv) {
   std::string problem;
   if (!parse_options({argv + 1, argv + argc}, options, problem)) {
     std::cerr << "vantelink-relay: " << problem << "\n";
-    return kUsage;
+    return kUsageError;
   }
   if (options.action == Action::Help) {
     std::cout << help_text();
+    return 0;
+  }
+  if (options.action == Action::Version) {
+    std::cout << "vantelink-relay " << kRelayVersion << "\n";
     return 0;
   }
   try {

@@ -1,9 +1,11 @@
-// The command line of the relay.
+// Reads the relay's command line.
 #include "relay/options.h"
 
 #include <charconv>
 #include <functional>
 #include <map>
+
+#include "relay/base/text.h"
 
 namespace vlk::relay {
 namespace {
@@ -14,7 +16,7 @@ bool parse_number(const std::string& text, unsigned short& number) {
   return error == std::errc() && stop == end;
 }
 
-bool take_user(Options& options, Action action, const std::string& value, std::string& problem) {
+bool set_user(Options& options, Action action, const std::string& value, std::string& problem) {
   if (!valid_user_name(value)) {
     problem = "\"" + value + "\" cannot be the name of a representative.";
     return false;
@@ -28,23 +30,24 @@ bool take_user(Options& options, Action action, const std::string& value, std::s
   return true;
 }
 
-using Taker = std::function<bool(Options&, const std::string& value, std::string& problem)>;
+// Stores the value of one option; false with a sentence in `problem` if the value is invalid.
+using Setter = std::function<bool(Options&, const std::string& value, std::string& problem)>;
 
-Taker text_option(std::string Options::*field) {
+Setter text_option(std::string Options::*field) {
   return [field](Options& options, const std::string& value, std::string&) {
     options.*field = value;
     return true;
   };
 }
 
-Taker user_option(Action action) {
+Setter user_option(Action action) {
   return [action](Options& options, const std::string& value, std::string& problem) {
-    return take_user(options, action, value, problem);
+    return set_user(options, action, value, problem);
   };
 }
 
-const std::map<std::string, Taker>& takers() {
-  static const std::map<std::string, Taker> table = {
+const std::map<std::string, Setter>& setters() {
+  static const std::map<std::string, Setter> table = {
       {"--address", text_option(&Options::address)},
       {"--data", text_option(&Options::data)},
       {"--console", text_option(&Options::console)},
@@ -78,56 +81,57 @@ const std::map<std::string, Taker>& takers() {
 }  // namespace
 
 std::string help_text() {
-  return R"(vantelink-relay: connects agents with the representatives who support them
+  return R"(vantelink-relay: connects representatives with the machines that they support
 
   vantelink-relay [options]
 
 Serving
-  --port N             TCP port for everything, 8443 if not given; 0 picks a free one
-  --address ADDRESS    address to listen on, 0.0.0.0 if not given
-  --data DIR           folder of the database and the self-made certificate, ./vantelink-data if not given;
-                       made on the first start
-  --console DIR        folder of the console's files, if not the built-in one
-  --updates DIR        folder of version.json and the installers that agents are offered; updates in the data
-                       folder if not given
-  --consent SECONDS    how long a machine's user has to answer a request before it is withdrawn, 120 if not
-                       given
+  --port N             TCP port for agents and browsers; default 8443; 0 means any free port
+  --address ADDRESS    IP address to listen on; default 0.0.0.0
+  --data DIR           folder of the database and the self-signed certificate; created if it is missing;
+                       default ./vantelink-data
+  --console DIR        folder of the console's files; default the one that was built in
+  --updates DIR        folder of version.json and the installers for agents; default the folder "updates" in
+                       the data folder
+  --consent SECONDS    how long a machine's user has to answer a request for a session; default 120
 
 Certificate
-  --cert FILE          certificate chain and private key, PEM; without them the relay makes a self-signed
-  --key FILE           certificate in its data folder on the first start and keeps using it
-  --host NAME          name or address that the self-made certificate is for, localhost if not given; may be
-                       repeated; agents and browsers must use one of these names
+  --cert FILE          certificate chain, PEM; needs --key
+  --key FILE           private key of the certificate, PEM
+  --host NAME          name or address in the self-signed certificate; default localhost; may be repeated;
+                       agents and browsers must use one of these names
 
-Representatives (each does its work and ends; a running relay need not be stopped)
+Without --cert the first start makes a self-signed certificate in the data folder, and later starts use it.
+
+Representatives (each option changes the database and exits; a running relay can continue to run)
   --add-user NAME      add a representative
-  --set-password NAME  set a representative's password and end all of their logins
-                       both read the password from standard input; an empty line makes and prints one
+  --set-password NAME  set a representative's password and end all of the representative's log-ins
   --remove-user NAME   remove a representative
 
-  --help               this text
+--add-user and --set-password read the password from standard input; for an empty line they print a random one.
 
-The first start adds the representative "admin" and prints a random password for it, once.
+Information
+  --help               print this text and exit
+  --version            print the version and exit
+
+The first start adds the representative "admin" and prints a random password once.
 )";
 }
 
 bool valid_user_name(const std::string& name) {
   if (name.empty() || name.size() > 64 || name.front() == ' ' || name.back() == ' ') return false;
-  for (const char c : name) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f || c == '"' || c == '\\') return false;
-  }
-  return true;
+  return !has_control(name) && name.find_first_of("\"\\") == std::string::npos;
 }
 
 bool parse_options(const std::vector<std::string>& arguments, Options& options, std::string& problem) {
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& name = arguments[i];
-    if (name == "--help" || name == "-h") {
-      options.action = Action::Help;
+    if (name == "--help" || name == "-h" || name == "--version") {
+      options.action = name == "--version" ? Action::Version : Action::Help;
       return true;
     }
-    const auto taker = takers().find(name);
-    if (taker == takers().end()) {
+    const auto setter = setters().find(name);
+    if (setter == setters().end()) {
       problem = "There is no option \"" + name + "\"; --help lists them.";
       return false;
     }
@@ -135,7 +139,7 @@ bool parse_options(const std::vector<std::string>& arguments, Options& options, 
       problem = name + " needs a value.";
       return false;
     }
-    if (!taker->second(options, arguments[++i], problem)) return false;
+    if (!setter->second(options, arguments[++i], problem)) return false;
   }
   if (options.certificate.empty() != options.key.empty()) {
     problem = "--cert and --key belong together.";

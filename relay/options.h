@@ -1,4 +1,4 @@
-// The command line of the relay.
+// The relay's command line.
 #pragma once
 
 #include <string>
@@ -6,31 +6,31 @@
 
 namespace vlk::relay {
 
-enum class Action { Serve, Help, SetPassword, AddUser, RemoveUser };
+enum class Action { Serve, Help, Version, SetPassword, AddUser, RemoveUser };
 
 struct Options {
   Action action = Action::Serve;
-  std::string user;                 // for the three actions on users
+  std::string user;                 // for SetPassword, AddUser and RemoveUser
   std::string address = "0.0.0.0";  // to listen on
-  unsigned short port = 8443;       // 0 picks a free one
+  unsigned short port = 8443;       // 0 means any free port
   std::string data = "vantelink-data";
-  unsigned short consent_s = 120;  // seconds that a local user has to answer a request
+  unsigned short consent_s = 120;  // seconds for a machine's user to answer a request
   std::string console;             // folder of the console's files
   std::string updates;             // folder of the agents' updates; "updates" in `data` when none is given
-  std::vector<std::string> hosts;  // names for the self-made certificate; "localhost" when none is given
+  std::vector<std::string> hosts;  // of the self-signed certificate; "localhost" when none is given
   std::string certificate;         // PEM files; both or neither
   std::string key;
 };
 
-// What --help prints.
-std::string help_text();
+// The output of --help.
+[[nodiscard]] std::string help_text();
 
-// Reads the arguments behind the program's name. False with one sentence in `problem` when they make no
-// sense.
-bool parse_options(const std::vector<std::string>& arguments, Options& options, std::string& problem);
+// Reads the arguments after the program's name. False if they are invalid, with one sentence in `problem`.
+[[nodiscard]] bool parse_options(const std::vector<std::string>& arguments, Options& options,
+                                 std::string& problem);
 
-// False for names that a representative must not have: empty, over 64 bytes, or with control characters,
-// quotes, backslashes or outer blanks. The name travels to the agent, whose JSON reader knows few escapes.
-bool valid_user_name(const std::string& name);
+// False for an empty name, a name over 64 bytes, and a name with control characters, quotes, backslashes, or
+// a space at its start or end. The agent receives the name, and its JSON reader knows few escapes.
+[[nodiscard]] bool valid_user_name(const std::string& name);
 
 }  // namespace vlk::relay

@@ -1,4 +1,4 @@
-// Accepting connections and finding out what each is for.
+// Accepts connections and finds out what each is for.
 #include "relay/server.h"
 
 #include <stdexcept>
@@ -15,6 +15,7 @@
 #include <boost/beast/http/write.hpp>
 
 #include "relay/http/files.h"
+#include "relay/links/console_link.h"
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
@@ -27,9 +28,10 @@ namespace {
 
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 constexpr std::size_t kFragment = 64 * 1024;  // bytes
-constexpr std::chrono::milliseconds kFarewell{300};
-constexpr std::chrono::milliseconds kAcceptPause{
-    200};  // after a failure, of descriptors running out for instance
+// For close frames to reach the browsers when the relay stops.
+constexpr std::chrono::milliseconds kStopDelay{300};
+// After a failure to accept, for instance because no file descriptor is free.
+constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr char kAgentProtocol[] = "vantelink.v1";
 constexpr char kConsoleProtocol[] = "vantelink.console.v1";
 
@@ -48,18 +50,13 @@ asio::ssl::context make_tls(const CertificateFiles& files) {
 tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned short port) {
   beast::error_code error;
   const auto parsed = asio::ip::make_address(address, error);
-  if (error) throw std::runtime_error("\"" + address + "\" is no address to listen on");
+  if (error) throw std::runtime_error("\"" + address + "\" is not an IP address");
   try {
     return tcp::acceptor(io, tcp::endpoint(parsed, port));
   } catch (const boost::system::system_error& failure) {
     throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
                              failure.code().message() + "; choose another with --port");
   }
-}
-
-std::string_view path_of(const Request& request) {
-  const std::string_view target(request.target());
-  return target.substr(0, target.find('?'));
 }
 
 }  // namespace
@@ -72,11 +69,11 @@ Server::Server(const Settings& settings, Store& store, const Log& log, const Lim
       limits_(limits),
       tls_(make_tls(settings.certificate)),
       acceptor_(listen(io_, settings.address, settings.port)),
-      hub_(store, log, limits),
-      api_(hub_, store, log, limits),
+      parts_(store, log, limits),
+      api_(parts_, store, log, limits),
       enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
       refusals_(limits.refusals_per_address, limits.failure_window, limits.counted_keys),
-      agents_{hub_, store, log, limits, enrolments_, refusals_} {
+      agents_{parts_, store, log, limits, enrolments_, refusals_} {
   asio::co_spawn(io_, accept(), asio::detached);
   asio::co_spawn(io_, tick(), asio::detached);
 }
@@ -94,10 +91,10 @@ void Server::stop() {
     if (stopping_) return;
     stopping_ = true;
     acceptor_.close();
-    hub_.cut_all();
-    // Browsers get a moment to hear that the relay goes.
-    auto farewell = std::make_shared<asio::steady_timer>(io_, kFarewell);
-    farewell->async_wait([this, farewell](beast::error_code) { io_.stop(); });
+    parts_.machines.cut_connections("the relay stops");
+    parts_.browsers.close_all(CloseCode::GoingAway, "the relay stops");
+    auto delay = std::make_shared<asio::steady_timer>(io_, kStopDelay);
+    delay->async_wait([this, delay](beast::error_code) { io_.stop(); });
   });
 }
 
@@ -112,7 +109,7 @@ asio::awaitable<void> Server::accept() {
       continue;
     }
     if (connections_ >= limits_.connections) {
-      log_.write("", "", "too many connections; one was refused");
+      log_.write("", "", "connection refused: too many are open");
       continue;
     }
     asio::co_spawn(io_, serve(std::move(socket)), asio::detached);
@@ -124,7 +121,7 @@ asio::awaitable<void> Server::tick() {
   while (!stopping_) {
     timer.expires_after(limits_.tick);
     co_await timer.async_wait(kAsTuple);
-    hub_.tick();
+    parts_.watchdog.tick(Clock::now());
   }
 }
 
@@ -152,13 +149,13 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
     co_return;
   }
   beast::flat_buffer buffer;
-  auto patience = limits_.handshake;
+  auto time_limit = limits_.handshake;
   for (;;) {
     http::request_parser<http::string_body> parser;
     parser.header_limit(static_cast<std::uint32_t>(limits_.http_header));
     parser.body_limit(limits_.http_body);
-    lowest.expires_after(patience);
-    patience = limits_.keep_alive;
+    lowest.expires_after(time_limit);
+    time_limit = limits_.keep_alive;
     const auto [error, size] = co_await http::async_read(stream, buffer, parser, kAsTuple);
     if (error) {
       if (size > 0 && error != http::error::end_of_stream) {
@@ -170,7 +167,8 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
     const Request request = parser.release();
     Reply reply;
     if (websocket::is_upgrade(request)) {
-      if (co_await upgrade(stream, request, peer, source, reply)) co_return;
+      if (auto caller = admit(request, peer, reply))
+        co_return co_await serve_upgrade(std::move(stream), request, std::move(*caller), peer, source);
     } else {
       reply = co_await answer(request, peer, source);
     }
@@ -179,7 +177,7 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
   }
 }
 
-// In pieces with a time each, as an installer may take minutes on a ship's line.
+// Each piece has its own time limit, because an installer may take minutes on a slow connection.
 asio::awaitable<bool> Server::write(TlsStream& stream, Reply& reply) {
   http::response_serializer<ReplyBody> rest(reply);
   while (!rest.is_done()) {
@@ -190,7 +188,7 @@ asio::awaitable<bool> Server::write(TlsStream& stream, Reply& reply) {
   co_return true;
 }
 
-// A last word to a peer whose request could not be read.
+// Sends a reply to a peer whose request could not be read.
 asio::awaitable<void> Server::refuse(TlsStream& stream, beast::error_code error) {
   Request request;
   request.version(11);
@@ -215,56 +213,50 @@ asio::awaitable<Reply> Server::answer(const Request& request, const std::string&
   co_return serve_file(console_, request);
 }
 
-asio::awaitable<bool> Server::upgrade(TlsStream& stream, const Request& request, const std::string& peer,
-                                      const std::string& source, Reply& refusal) {
+std::optional<Server::Caller> Server::admit(const Request& request, const std::string& peer, Reply& refusal) {
   const std::string_view path = path_of(request);
-  const bool agent = path == "/link";
-  std::optional<HttpApi::Login> login;
-  if (!agent && path != "/console") {
+  if (path == "/link") return Caller{true, {}};
+  if (path != "/console") {
     refusal = error_reply(request, HttpStatus::not_found, "There is no WebSocket on this path.");
-    co_return false;
+    return std::nullopt;
   }
-  if (!agent) {
-    if (!same_origin(request)) {
-      log_.write(peer, "", "a console's upgrade from another origin was refused");
-      refusal = error_reply(request, HttpStatus::forbidden, "That request came from another site.");
-      co_return false;
-    }
-    login = api_.login_of(request);
-    if (!login) {
-      log_.write(peer, "", "a console's upgrade without a login was refused");
-      refusal = error_reply(request, HttpStatus::unauthorized, "Please log in.");
-      co_return false;
-    }
+  if (!same_origin(request)) {
+    log_.write(peer, "", "refused a browser's WebSocket from another origin");
+    refusal = error_reply(request, HttpStatus::forbidden, "That request came from another site.");
+    return std::nullopt;
   }
+  auto login = api_.login_of(request);
+  if (!login) {
+    log_.write(peer, "", "refused a browser's WebSocket without a log-in");
+    refusal = error_reply(request, HttpStatus::unauthorized, "Please log in.");
+    return std::nullopt;
+  }
+  return Caller{false, std::move(*login)};
+}
+
+asio::awaitable<void> Server::serve_upgrade(TlsStream stream, Request request, Caller caller,
+                                            std::string peer, std::string source) {
   beast::get_lowest_layer(stream).expires_never();
   WebSocketLink::Stream socket(std::move(stream));
-  // The hub watches over what comes after the upgrade.
+  // The watchdog enforces the time limits after the upgrade.
   socket.set_option(
       websocket::stream_base::timeout{limits_.handshake, websocket::stream_base::none(), false});
-  socket.set_option(websocket::stream_base::decorator([agent](websocket::response_type& response) {
-    response.set(http::field::sec_websocket_protocol, agent ? kAgentProtocol : kConsoleProtocol);
+  const char* protocol = caller.agent ? kAgentProtocol : kConsoleProtocol;
+  socket.set_option(websocket::stream_base::decorator([protocol](websocket::response_type& response) {
+    response.set(http::field::sec_websocket_protocol, protocol);
   }));
   const auto [error] = co_await socket.async_accept(request, kAsTuple);
   if (error) {
     log_.write(peer, "", "WebSocket upgrade failed: " + error.message());
-    co_return true;
+    co_return;
   }
-  const auto link = std::make_shared<WebSocketLink>(std::move(socket), kFragment, limits_.queue_bytes);
-  if (agent) {
-    const auto one = std::make_shared<AgentPeer>();
-    one->socket = link;
-    one->address = peer;
-    co_await serve_agent(agents_, one, source);
-  } else {
-    const auto one = std::make_shared<ConsolePeer>();
-    one->socket = link;
-    one->address = peer;
-    one->representative = login->user;
-    one->login = login->token_hash;
-    co_await serve_console(hub_, limits_, one);
-  }
-  co_return true;
+  const auto link = WebSocketLink::create(std::move(socket), kFragment, limits_.queue_bytes);
+  if (caller.agent) co_return co_await serve_agent(agents_, link, peer, source);
+  const auto console = std::make_shared<ConsolePeer>();
+  console->address = peer;
+  console->representative = caller.login.user;
+  console->login = caller.login.token_hash;
+  co_await serve_console(parts_, limits_, link, console);
 }
 
 }  // namespace vlk::relay

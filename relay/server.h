@@ -1,6 +1,7 @@
-// The relay itself: one TLS port, and what is behind each of its paths.
+// The relay's server: one TLS port, and what each path on it leads to.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include <boost/asio/awaitable.hpp>
@@ -11,44 +12,53 @@
 
 #include "relay/http/routes.h"
 #include "relay/links/agent_link.h"
-#include "relay/links/console_link.h"
 #include "relay/net/certificate.h"
+#include "relay/net/websocket_link.h"
 
 namespace vlk::relay {
 
-// All of it runs on the one thread that calls run(); passwords alone are worked on elsewhere.
+// Everything runs on the one thread that calls run(), except the hashing of passwords.
 class Server {
  public:
   struct Settings {
     std::string address = "127.0.0.1";
-    unsigned short port = 0;  // 0 picks a free one
+    unsigned short port = 0;  // 0 means any free port
     std::string console;      // folder of the console's files
     std::string updates;      // folder of the agents' updates; need not exist
     CertificateFiles certificate;
   };
-  // Listens at once. Throws std::runtime_error with one sentence when it cannot.
+  // Starts to listen. `store`, `log` and `limits` outlive the server. Throws std::runtime_error with a
+  // sentence for the operator.
   Server(const Settings& settings, Store& store, const Log& log, const Limits& limits);
 
-  unsigned short port() const;
+  [[nodiscard]] unsigned short port() const;
   // Serves until stop().
   void run();
-  // Ends all connections, then run(). Callable from any thread and from a signal handler of the context.
+  // Closes all connections, then makes run() return. Callable from any thread and from a signal handler of
+  // context().
   void stop();
-  boost::asio::io_context& context() { return io_; }
+  [[nodiscard]] boost::asio::io_context& context() { return io_; }
 
  private:
   boost::asio::awaitable<void> accept();
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);
   boost::asio::awaitable<void> serve_requests(TlsStream stream, std::string peer, std::string source);
-  // False when the peer took nothing for too long, or is gone.
-  boost::asio::awaitable<bool> write(TlsStream& stream, Reply& reply);
+  // False when the peer read nothing for too long, or is gone.
+  [[nodiscard]] boost::asio::awaitable<bool> write(TlsStream& stream, Reply& reply);
   boost::asio::awaitable<void> refuse(TlsStream& stream, boost::beast::error_code error);
   boost::asio::awaitable<Reply> answer(const Request& request, const std::string& peer,
                                        const std::string& source);
-  // Takes over the connection of an upgrade that was let in; otherwise says in `refusal` why not.
-  boost::asio::awaitable<bool> upgrade(TlsStream& stream, const Request& request, const std::string& peer,
-                                       const std::string& source, Reply& refusal);
+  // Who asks for an upgrade to a WebSocket: an agent, or the browser of a log-in.
+  struct Caller {
+    bool agent = false;
+    HttpApi::Login login;  // of a browser
+  };
+  // Nothing if the upgrade is refused; `refusal` is then the reply.
+  [[nodiscard]] std::optional<Caller> admit(const Request& request, const std::string& peer, Reply& refusal);
+  // Completes the upgrade and serves the WebSocket until its connection ends.
+  boost::asio::awaitable<void> serve_upgrade(TlsStream stream, Request request, Caller caller,
+                                             std::string peer, std::string source);
 
   const std::string console_;
   const std::string updates_;
@@ -58,7 +68,7 @@ class Server {
   boost::asio::io_context io_{1};
   boost::asio::ssl::context tls_;
   boost::asio::ip::tcp::acceptor acceptor_;
-  Hub hub_;
+  Parts parts_;
   HttpApi api_;
   RateCounter enrolments_;
   RateCounter refusals_;

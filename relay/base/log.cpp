@@ -1,10 +1,17 @@
-// The relay's log: formatting of a line.
+// Formats the lines of the relay's log.
 #include "relay/base/log.h"
 
 #include <cstdio>
 #include <ctime>
 
+#include "relay/base/text.h"
+
 namespace vlk::relay {
+namespace {
+
+constexpr std::size_t kLongestField = 400;  // bytes
+
+}  // namespace
 
 LogSink standard_error_sink() {
   return [](std::string_view line) {
@@ -15,11 +22,7 @@ LogSink standard_error_sink() {
 }
 
 std::string one_line(std::string_view text) {
-  std::string result(text.substr(0, 400));
-  for (char& c : result) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-  }
-  return result;
+  return without_controls(std::string(cut_utf8(text, kLongestField)));
 }
 
 void Log::write(std::string_view peer, std::string_view agent, std::string_view text) const {

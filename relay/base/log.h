@@ -1,28 +1,30 @@
-// The relay's log: one line an event, with time, peer, agent and what happened. Secrets are never passed to
-// it.
+// The relay's log: one line for each event, with time, peer, agent and what happened. Callers never pass
+// secrets.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace vlk::relay {
 
-// Takes one finished line without its line end.
+// Receives one finished line without its line break.
 using LogSink = std::function<void(std::string_view)>;
 
 // The sink that writes to standard error.
-LogSink standard_error_sink();
+[[nodiscard]] LogSink standard_error_sink();
 
-// `text` with every control byte replaced by a blank, so that what a peer sends cannot forge a second line.
-std::string one_line(std::string_view text);
+// At most 400 bytes of `text`, with a space in place of each control character, so that a peer cannot forge a
+// second line.
+[[nodiscard]] std::string one_line(std::string_view text);
 
 class Log {
  public:
   explicit Log(LogSink sink) : sink_(std::move(sink)) {}
 
-  // `peer` is the address with port, `agent` the agent id; either may be empty. Called on the relay's thread
-  // alone.
+  // `peer` is the address with port, `agent` the agent's id; either may be empty. To be called by one thread
+  // at a time.
   void write(std::string_view peer, std::string_view agent, std::string_view text) const;
 
  private:

@@ -1,4 +1,4 @@
-// Counts events per key within a sliding window.
+// Counts events for each key within a sliding window.
 #include "relay/base/rate_counter.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ bool RateCounter::exhausted(const std::string& key, Clock::time_point now) {
 }
 
 void RateCounter::add(const std::string& key, Clock::time_point now) {
-  if (!events_.contains(key)) make_room(now);
+  if (!events_.contains(key)) evict_key(now);
   auto& times = events_[key];
   times.push_back(now);
   if (times.size() > limit_) times.pop_front();
@@ -32,7 +32,7 @@ void RateCounter::take_back(const std::string& key) {
   if (found->second.empty()) events_.erase(found);
 }
 
-void RateCounter::make_room(Clock::time_point now) {
+void RateCounter::evict_key(Clock::time_point now) {
   if (events_.size() < max_keys_) return;
   std::erase_if(events_, [&](const auto& entry) { return now - entry.second.back() >= window_; });
   if (events_.size() < max_keys_) return;

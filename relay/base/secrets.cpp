@@ -1,4 +1,4 @@
-// Random secrets, their hashes, and passwords, by libsodium.
+// Random secrets, their hashes, and password hashing, implemented with libsodium.
 #include "relay/base/secrets.h"
 
 #include <stdexcept>
@@ -12,7 +12,7 @@ void start_sodium() {
 }
 
 std::string random_token(std::size_t bytes) {
-  std::vector<std::uint8_t> raw(bytes);
+  Bytes raw(bytes);
   randombytes_buf(raw.data(), raw.size());
   std::string text(sodium_base64_encoded_len(bytes, sodium_base64_VARIANT_URLSAFE_NO_PADDING), '\0');
   sodium_bin2base64(text.data(), text.size(), raw.data(), raw.size(),
@@ -36,14 +36,14 @@ std::string random_password() {
   return password;
 }
 
-std::vector<std::uint8_t> hash_secret(std::string_view secret) {
-  std::vector<std::uint8_t> hash(crypto_generichash_BYTES);
+Bytes hash_secret(std::string_view secret) {
+  Bytes hash(crypto_generichash_BYTES);
   crypto_generichash(hash.data(), hash.size(), reinterpret_cast<const unsigned char*>(secret.data()),
                      secret.size(), nullptr, 0);
   return hash;
 }
 
-bool same_hash(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+bool same_hash(const Bytes& a, const Bytes& b) {
   return a.size() == b.size() && sodium_memcmp(a.data(), b.data(), a.size()) == 0;
 }
 

@@ -1,10 +1,10 @@
-// Emulation prevention: two zeros are followed by a 3 wherever a byte below 4 would come next.
+// Emulation prevention: a 3 is inserted after two zeros if the next byte is below 4.
 #include "relay/h264/bits.h"
 
 namespace vlk::relay {
 
-std::vector<std::uint8_t> without_emulation_bytes(std::span<const std::uint8_t> unit) {
-  std::vector<std::uint8_t> out;
+Bytes without_emulation_bytes(std::span<const std::uint8_t> unit) {
+  Bytes out;
   out.reserve(unit.size());
   unsigned zeros = 0;
   for (const std::uint8_t byte : unit) {
@@ -18,8 +18,8 @@ std::vector<std::uint8_t> without_emulation_bytes(std::span<const std::uint8_t> 
   return out;
 }
 
-std::vector<std::uint8_t> with_emulation_bytes(std::span<const std::uint8_t> unit) {
-  std::vector<std::uint8_t> out;
+Bytes with_emulation_bytes(std::span<const std::uint8_t> unit) {
+  Bytes out;
   out.reserve(unit.size() + 8);
   unsigned zeros = 0;
   for (const std::uint8_t byte : unit) {

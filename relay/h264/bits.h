@@ -1,15 +1,16 @@
-// The bits of an H.264 header, most significant first (ITU-T H.264, 7.2, 7.4.1 and 9.1).
+// Reads and writes the bits of H.264 headers, most significant first (ITU-T H.264, 7.2, 7.4.1 and 9.1).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <utility>
-#include <vector>
+
+#include "relay/base/bytes.h"
 
 namespace vlk::relay {
 
-// Past the end it reads zeros and has failed, as it has after a number that does not fit.
+// Reads bits. After a read past the end, or a number over 32 bits, the reader has failed and returns zeros.
 class BitReader {
  public:
   // The bytes must outlive the reader.
@@ -23,7 +24,7 @@ class BitReader {
     return value;
   }
 
-  // An Exp-Golomb number, ue(v); se(v) has the same bits.
+  // An Exp-Golomb number, ue(v). se(v) has the same bits.
   std::uint32_t golomb() {
     unsigned zeros = 0;
     while (!failed_ && bit() == 0) {
@@ -32,8 +33,8 @@ class BitReader {
     return failed_ ? 0 : ((std::uint32_t{1} << zeros) - 1) + bits(zeros);
   }
 
-  bool failed() const { return failed_; }
-  std::size_t left() const { return bytes_.size() * 8 - at_; }  // bits
+  [[nodiscard]] bool failed() const { return failed_; }
+  [[nodiscard]] std::size_t left() const { return bytes_.size() * 8 - at_; }  // bits
 
  private:
   std::uint32_t bit() {
@@ -61,7 +62,7 @@ class BitWriter {
     }
   }
 
-  // `value` below 2^32 - 1.
+  // `value` is below 2^32 - 1.
   void golomb(std::uint32_t value) {
     unsigned zeros = 0;
     while (zeros < 31 && (value + 1) >> (zeros + 1) != 0)
@@ -70,20 +71,20 @@ class BitWriter {
     bits(value + 1, zeros + 1);
   }
 
-  // Closes the payload with its stop bit.
-  std::vector<std::uint8_t> finish() {
+  // Appends the stop bit and returns all bytes.
+  [[nodiscard]] Bytes finish() {
     bits(1, 1);
     return std::move(bytes_);
   }
 
  private:
-  std::vector<std::uint8_t> bytes_;
+  Bytes bytes_;
   std::size_t used_ = 0;  // bits
 };
 
-// Takes out, and puts in, the bytes that keep start codes out of a unit. Both work behind the header byte
-// too, which is never 0.
-std::vector<std::uint8_t> without_emulation_bytes(std::span<const std::uint8_t> unit);
-std::vector<std::uint8_t> with_emulation_bytes(std::span<const std::uint8_t> unit);
+// Remove and insert the emulation prevention bytes of a unit. `unit` may also begin after the header byte,
+// which is never 0.
+[[nodiscard]] Bytes without_emulation_bytes(std::span<const std::uint8_t> unit);
+[[nodiscard]] Bytes with_emulation_bytes(std::span<const std::uint8_t> unit);
 
 }  // namespace vlk::relay

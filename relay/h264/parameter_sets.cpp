@@ -1,4 +1,5 @@
-// Names of fields are those of ITU-T H.264, 7.3.2.1.1 and E.1.
+// Copies sequence parameter sets field by field. The names of fields are those of ITU-T H.264, 7.3.2.1.1 and
+// E.1.
 #include "relay/h264/parameter_sets.h"
 
 #include <algorithm>
@@ -14,21 +15,21 @@ constexpr std::uint32_t kExtendedAspect = 255;
 constexpr unsigned kLongestRefCycle = 255;
 constexpr unsigned kMostCpbs = 32;
 
-// What the agent's conversion makes of the desktop: sRGB primaries and curve (ITU-T H.273), BT.601's matrix,
-// limited range.
+// The colours that the agent's conversion produces: sRGB primaries and transfer curve (ITU-T H.273), BT.601's
+// matrix, limited range.
 constexpr std::uint32_t kUnspecifiedFormat = 5;
 constexpr std::uint32_t kBt709Primaries = 1;
 constexpr std::uint32_t kSrgbTransfer = 13;
 constexpr std::uint32_t kBt601Matrix = 6;
 
-// In units of quarter pixels, a power of two; no level allows longer vectors.
+// The exponent of a power of two, in quarter pixels. No level allows longer vectors.
 constexpr std::uint32_t kLongestVector = 15;
 
 // Profiles whose parameter sets have the chroma fields.
 constexpr std::array<std::uint32_t, 13> kHighProfiles = {100, 110, 122, 244, 44,  83, 86,
                                                          118, 128, 138, 139, 134, 135};
 
-// Reads, and writes what it read.
+// Reads fields and writes each one as it was read.
 class Copier {
  public:
   explicit Copier(std::span<const std::uint8_t> payload) : in(payload) {}
@@ -54,7 +55,7 @@ void copy_scaling_list(Copier& copier, int size) {
   int next = 8;
   for (int i = 0; i < size && next != 0 && !copier.in.failed(); ++i) {
     const std::uint32_t code = copier.golomb();
-    // se(v): 1, -1, 2, -2 and so on. The sum is taken modulo 256, whatever an absurd difference holds.
+    // se(v): 1, -1, 2, -2 and so on. The sum is taken modulo 256, also for differences that are out of range.
     const auto half = static_cast<int>(code / 2 % 256);
     next = (last + (code % 2 == 1 ? half + 1 : -half) + 256) % 256;
     if (next != 0) last = next;
@@ -74,7 +75,7 @@ void copy_chroma(Copier& copier) {
   }
 }
 
-// False when the set cannot be one.
+// False if a field is out of range.
 bool copy_picture_order(Copier& copier) {
   const std::uint32_t pic_order_cnt_type = copier.golomb();
   if (pic_order_cnt_type > 2) return false;
@@ -130,7 +131,7 @@ void skip_colours(BitReader& in) {
   if (in.bits(1) != 0) in.bits(24);
 }
 
-// What stands between the colours and the restriction.
+// The fields between the colours and the bitstream restriction. False if one is out of range.
 bool copy_timing(Copier& copier) {
   if (copier.flag()) {  // chroma_loc_info_present_flag
     copier.golomb();
@@ -205,7 +206,7 @@ void write_vui(BitWriter& out, bool in_order, std::uint32_t max_num_ref_frames) 
   }
 }
 
-// Whether nothing but the stop bit and its padding is left.
+// True if only the stop bit and its padding are left.
 bool at_end(BitReader& in) {
   if (in.failed() || in.left() == 0 || in.left() > 8) return false;
   const auto left = static_cast<unsigned>(in.left());
@@ -214,9 +215,8 @@ bool at_end(BitReader& in) {
 
 }  // namespace
 
-std::optional<std::vector<std::uint8_t>> complete_parameter_set(std::span<const std::uint8_t> unit,
-                                                                bool in_order) {
-  const std::vector<std::uint8_t> payload = without_emulation_bytes(unit);
+std::optional<Bytes> complete_parameter_set(std::span<const std::uint8_t> unit, bool in_order) {
+  const Bytes payload = without_emulation_bytes(unit);
   Copier copier(payload);
   if ((copier.bits(8) & 0x1f) != kParameterSetUnit) return std::nullopt;
   const std::uint32_t profile_idc = copier.bits(8);

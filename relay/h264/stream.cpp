@@ -1,4 +1,4 @@
-// Follows one H.264 stream of a machine on its way to a browser.
+// Finds the units of an H.264 stream and rewrites its parameter sets.
 #include "relay/h264/stream.h"
 
 #include <algorithm>
@@ -11,22 +11,22 @@
 namespace vlk::relay {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using View = std::span<const std::uint8_t>;
 
 constexpr std::size_t kStartCode = 3;  // bytes: 0, 0, 1
-// Enough of a slice for its first two numbers.
+// Bytes of a slice that hold its first two numbers.
 constexpr std::size_t kSliceHead = 16;
-constexpr std::uint32_t kBSlice = 1;  // of slice_type modulo 5
+constexpr std::uint32_t kBSlice = 1;  // a value of slice_type modulo 5
 
 enum UnitType : std::uint8_t { kSlice = 1, kSlicePartitionA = 2, kParameterSet = 7 };
 
-// Where the next start code begins at or behind `from`; the size when there is none.
+// The offset of the first start code at or after `from`; the size of `bytes` if there is none.
 std::size_t next_start_code(View bytes, std::size_t from) {
   while (from + kStartCode <= bytes.size()) {
-    const void* found = std::memchr(&bytes[from + 2], 1, bytes.size() - from - 2);
+    const auto* found =
+        static_cast<const std::uint8_t*>(std::memchr(&bytes[from + 2], 1, bytes.size() - from - 2));
     if (!found) break;
-    const auto one = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - bytes.data());
+    const auto one = static_cast<std::size_t>(found - bytes.data());
     if (bytes[one - 1] == 0 && bytes[one - 2] == 0) return one - 2;
     from = one - 1;
   }
@@ -48,7 +48,7 @@ bool is_b_slice(View unit) {
   return reader.golomb() % 5 == kBSlice && !reader.failed();
 }
 
-// Calls `act` with the offset and the bytes of each unit, without the zeros that may trail it.
+// Calls `act` with the offset and the bytes of each unit, without trailing zeros.
 template <class Act>
 void each_unit(View bytes, Act act) {
   std::size_t at = next_start_code(bytes, 0);
@@ -65,7 +65,7 @@ void each_unit(View bytes, Act act) {
 
 }  // namespace
 
-bool H264Stream::pass(Bytes& message, std::size_t start) {
+bool H264Stream::complete(Bytes& message, std::size_t start) {
   if (start > message.size()) return true;
   const View stream = View(message).subspan(start);
   if (!begins_with_start_code(stream)) return true;
@@ -83,7 +83,7 @@ bool H264Stream::pass(Bytes& message, std::size_t start) {
   promised_ = false;
   Bytes out(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(start));
   out.reserve(message.size() + 64);
-  std::size_t copied = 0;  // of `stream`
+  std::size_t copied = 0;  // bytes of `stream`
   const auto copy_to = [&](std::size_t end) {
     out.insert(out.end(), stream.begin() + static_cast<std::ptrdiff_t>(copied),
                stream.begin() + static_cast<std::ptrdiff_t>(end));
@@ -91,11 +91,11 @@ bool H264Stream::pass(Bytes& message, std::size_t start) {
   };
   each_unit(stream, [&](std::size_t offset, View unit) {
     if ((unit[0] & 0x1f) != kParameterSet) return;
-    const auto complete = complete_parameter_set(unit, !reordered_);
-    if (!complete) return;
+    const auto completed = complete_parameter_set(unit, !reordered_);
+    if (!completed) return;
     promised_ = !reordered_;
     copy_to(offset);
-    out.insert(out.end(), complete->begin(), complete->end());
+    out.insert(out.end(), completed->begin(), completed->end());
     copied = offset + unit.size();
   });
   copy_to(stream.size());

@@ -1,4 +1,4 @@
-// Serving files.
+// Serves files of a folder by their names.
 #include "relay/http/files.h"
 
 #include <array>
@@ -10,7 +10,7 @@ namespace http = boost::beast::http;
 namespace vlk::relay {
 namespace {
 
-// The two places where agents look.
+// The paths that agents request.
 constexpr char kManifest[] = "/version.json";
 constexpr std::string_view kDownloads = "/download/";
 
@@ -25,7 +25,7 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kContentT
     {".webmanifest", "application/manifest+json"},
 }};
 
-// Empty for anything that is no kind of file the console has.
+// Empty for file types that the console does not use.
 std::string_view content_type(const std::filesystem::path& path) {
   for (const auto& [ending, type] : kContentTypes) {
     if (path.extension() == ending) return type;
@@ -33,8 +33,8 @@ std::string_view content_type(const std::filesystem::path& path) {
   return {};
 }
 
-// Letters, digits and a few marks, no part of the path beginning with a dot. That leaves neither "..", nor
-// escapes, nor hidden files, so nothing outside the folder can be named.
+// True for paths of letters, digits, "-", "_" and "." in which no component begins with a dot. They contain
+// no "..", no escapes and no hidden files, so they cannot name anything outside the folder.
 bool plain_path(std::string_view path) {
   if (path.empty() || path.front() != '/') return false;
   char before = 0;
@@ -47,12 +47,7 @@ bool plain_path(std::string_view path) {
   return true;
 }
 
-std::string_view path_of(const Request& request) {
-  const std::string_view target(request.target());
-  return target.substr(0, target.find('?'));
-}
-
-// The file, or that there is none; a path or a type that is empty stands for none.
+// The file, or a reply that there is none. An empty path or type means that there is none.
 Reply reply_with(const std::filesystem::path& file, std::string_view type, const Request& request) {
   if (request.method() != http::verb::get && request.method() != http::verb::head) {
     Reply reply = error_reply(request, HttpStatus::method_not_allowed, "Files can only be read.");

@@ -1,4 +1,4 @@
-// Files as they lie in a folder: the console's own, and the updates for agents.
+// Serves files: those of the console, and the updates for agents.
 #pragma once
 
 #include <string>
@@ -8,15 +8,15 @@
 
 namespace vlk::relay {
 
-// The file of `folder` that the request's target names, "/" being index.html, or a reply that says what is
-// wrong. No name leaves the folder: only plain names without a leading dot are looked for.
-Reply serve_file(const std::string& folder, const Request& request);
+// The file of `folder` that the request's target names ("/" names index.html), or a reply that says what is
+// wrong. Only plain names without a leading dot are accepted, so no name leaves the folder.
+[[nodiscard]] Reply serve_file(const std::string& folder, const Request& request);
 
-// Whether the path is one of updates: /version.json, the manifest, or anything under /download/.
-bool names_update(std::string_view path);
+// True for the paths of updates: the manifest /version.json, and everything under /download/.
+[[nodiscard]] bool names_update(std::string_view path);
 
-// The manifest or the file of `folder` that the target names, or a reply that says what is wrong. Names as
-// above, and of files that lie directly in the folder.
-Reply serve_update(const std::string& folder, const Request& request);
+// The manifest or the file of `folder` that the target names, or a reply that says what is wrong. Names
+// follow the same rule, and files in subfolders are not served.
+[[nodiscard]] Reply serve_update(const std::string& folder, const Request& request);
 
 }  // namespace vlk::relay

@@ -1,4 +1,4 @@
-// Replies and the headers that protect the console.
+// Builds replies, with the headers that protect the console in a browser.
 #include "relay/http/replies.h"
 
 #include <algorithm>
@@ -12,9 +12,9 @@ namespace http = boost::beast::http;
 namespace vlk::relay {
 namespace {
 
-constexpr std::size_t kPiece = 64 * 1024;  // bytes of a file in memory
+constexpr std::size_t kPiece = 64 * 1024;  // bytes of a file that are in memory at once
 
-// Scripts, styles and connections of our own only; pictures also from memory.
+// Allows scripts, styles and connections from the relay only, and images also from the page's memory.
 constexpr char kContentPolicy[] =
     "default-src 'self'; img-src 'self' blob:; object-src 'none'; base-uri 'none'; "
     "form-action 'self'; frame-ancestors 'none'";
@@ -35,7 +35,7 @@ boost::optional<std::pair<ReplyBody::writer::const_buffers_type, bool>> ReplyBod
   if (!body_.file.is_open()) return {{boost::asio::buffer(body_.text), false}};
   piece_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, left_)));
   const std::size_t size = body_.file.read(piece_.data(), piece_.size(), error);
-  // It has become shorter than its length in the header.
+  // The file was shortened after its length was sent in the header.
   if (size == 0 && left_ > 0 && !error) error = http::error::partial_message;
   left_ -= size;
   return {{boost::asio::buffer(piece_.data(), size), left_ > 0}};
@@ -56,6 +56,11 @@ Reply make_reply(const Request& request, HttpStatus status, std::string_view con
 
 Reply error_reply(const Request& request, HttpStatus status, const std::string& sentence) {
   return make_reply(request, status, "application/json", dump({{"error", sentence}}));
+}
+
+std::string_view path_of(const Request& request) {
+  const std::string_view target(request.target());
+  return target.substr(0, target.find('?'));
 }
 
 std::string cookie(const Request& request, std::string_view name) {

@@ -1,4 +1,4 @@
-// HTTP messages as the relay handles them: small bodies whole in memory, files piece by piece.
+// HTTP requests and replies. Small bodies are held whole in memory, files one piece at a time.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ namespace vlk::relay {
 using Request = boost::beast::http::request<boost::beast::http::string_body>;
 using HttpStatus = boost::beast::http::status;
 
-// A text, or an open file of which only the piece on its way is in memory.
+// Text, or an open file of which only the piece being sent is in memory.
 struct ReplyBody {
   struct value_type {
     std::string text;
@@ -28,7 +28,7 @@ struct ReplyBody {
   };
   static std::uint64_t size(const value_type& body) { return body.text.size() + body.file_size; }
 
-  // What the serializer asks for the next piece.
+  // Gives the serializer one piece after the other.
   class writer {
    public:
     using const_buffers_type = boost::asio::const_buffer;
@@ -46,17 +46,21 @@ struct ReplyBody {
 };
 using Reply = boost::beast::http::response<ReplyBody>;
 
-// A reply to `request` with the headers that every reply carries.
-Reply make_reply(const Request& request, HttpStatus status, std::string_view content_type, std::string body);
+// A reply to `request` with the headers that all replies have.
+[[nodiscard]] Reply make_reply(const Request& request, HttpStatus status, std::string_view content_type,
+                               std::string body);
 
-// `{"error":sentence}`.
-Reply error_reply(const Request& request, HttpStatus status, const std::string& sentence);
+// A reply with the body `{"error":sentence}`.
+[[nodiscard]] Reply error_reply(const Request& request, HttpStatus status, const std::string& sentence);
+
+// The path of the request's target, without its query.
+[[nodiscard]] std::string_view path_of(const Request& request);
 
 // The value of a cookie; empty if there is none.
-std::string cookie(const Request& request, std::string_view name);
+[[nodiscard]] std::string cookie(const Request& request, std::string_view name);
 
-// False when the request names an origin other than the host that it was sent to: another site's page made
-// it.
-bool same_origin(const Request& request);
+// False if the request's Origin header names another host than the request was sent to: a page of another
+// site made the request.
+[[nodiscard]] bool same_origin(const Request& request);
 
 }  // namespace vlk::relay

@@ -1,4 +1,4 @@
-// The console's JSON requests.
+// Answers the console's JSON requests.
 #include "relay/http/routes.h"
 
 #include <boost/asio/co_spawn.hpp>
@@ -21,13 +21,13 @@ Reply json_reply(const Request& request, const nlohmann::json& body) {
   return make_reply(request, HttpStatus::ok, "application/json", dump(body));
 }
 
-// The request's body as an object, null if it is none.
+// The JSON object in the request's body; null if there is none.
 nlohmann::json body_of(const Request& request) {
   nlohmann::json body = nlohmann::json::parse(request.body(), nullptr, false);
   return body.is_object() ? body : nlohmann::json();
 }
 
-// A text of the body in full length, which text_field would cut.
+// A text of the body in full length; text_field would cut it.
 std::string whole_text(const nlohmann::json& body, const char* key) {
   if (!body.is_object()) return {};
   const auto found = body.find(key);
@@ -41,8 +41,8 @@ std::string login_cookie(const std::string& token, std::int64_t seconds) {
 
 }  // namespace
 
-HttpApi::HttpApi(Hub& hub, Store& store, const Log& log, const Limits& limits)
-    : hub_(hub),
+HttpApi::HttpApi(Parts& parts, Store& store, const Log& log, const Limits& limits)
+    : parts_(parts),
       store_(store),
       log_(log),
       limits_(limits),
@@ -51,6 +51,7 @@ HttpApi::HttpApi(Hub& hub, Store& store, const Log& log, const Limits& limits)
       no_user_hash_(hash_password(random_token(kTokenBytes))) {}
 
 asio::awaitable<Reply> HttpApi::answer(const Request& request, std::string peer, std::string source) {
+  thread_.check();
   std::string problem;
   try {
     co_return co_await route(request, peer, source);
@@ -59,7 +60,7 @@ asio::awaitable<Reply> HttpApi::answer(const Request& request, std::string peer,
   }
   log_.write(peer, "", problem);
   co_return error_reply(request, HttpStatus::internal_server_error,
-                        "The relay could not do that; its log tells why.");
+                        "The relay could not do that; its log says why.");
 }
 
 asio::awaitable<Reply> HttpApi::route(const Request& request, const std::string& peer,
@@ -76,7 +77,9 @@ asio::awaitable<Reply> HttpApi::route(const Request& request, const std::string&
   if (target == "/api/me" && get) co_return json_reply(request, {{"name", login->user}});
   if (target == "/api/logout" && post) co_return log_out(request);
   if (target == "/api/password" && post) co_return co_await change_password(request, *login, peer, source);
-  if (target == "/api/agents" && get) co_return json_reply(request, {{"agents", hub_.agents_json()}});
+  if (target == "/api/agents" && get) {
+    co_return json_reply(request, {{"agents", parts_.machines.list(parts_.sessions.representatives())}});
+  }
   if (target.starts_with(kAgentsPath) && request.method() == http::verb::delete_) {
     co_return forget(request, *login, peer);
   }
@@ -111,8 +114,9 @@ void HttpApi::count_failure(const std::string& user, const std::string& source) 
   failures_by_address_.add(source, now);
 }
 
-// Who knows the password starts anew; what others at that address tried stays.
-void HttpApi::take_failure_back(const std::string& user, const std::string& source) {
+// Takes back the failure that was counted in advance, and all failures of this name from this address.
+// Failures of other names from the address stay.
+void HttpApi::count_success(const std::string& user, const std::string& source) {
   failures_by_name_.forget(user + '\n' + source);
   failures_by_address_.take_back(source);
 }
@@ -130,20 +134,20 @@ asio::awaitable<Reply> HttpApi::log_in(const Request& request, const std::string
     co_return error_reply(request, HttpStatus::too_many_requests,
                           "Too many failed log-ins. Wait ten minutes and try again.");
   }
-  // Counted before the work, so that many tries at once are counted too, and taken back by a success.
+  // Counted in advance, so that many attempts at once are counted too, and taken back by a success.
   count_failure(user, source);
   const auto stored = store_.password_hash(user);
   const bool right = co_await verify(stored.value_or(no_user_hash_), password);
   if (!stored || !right) {
-    hub_.audit({"login-failed", user, "", peer, ""});
+    parts_.audit.write({"login-failed", user, "", peer, ""});
     log_.write(peer, "", "wrong name or password for \"" + user + "\"");
     co_return error_reply(request, HttpStatus::unauthorized,
                           "That name and password do not belong together.");
   }
-  take_failure_back(user, source);
+  count_success(user, source);
   const std::string token = random_token(kTokenBytes);
   store_.add_login(hash_secret(token), user, wall_seconds() + limits_.login.count());
-  hub_.audit({"login", user, "", peer, ""});
+  parts_.audit.write({"login", user, "", peer, ""});
   Reply reply = json_reply(request, {{"name", user}});
   reply.set(http::field::set_cookie, login_cookie(token, limits_.login.count()));
   co_return reply;
@@ -152,7 +156,7 @@ asio::awaitable<Reply> HttpApi::log_in(const Request& request, const std::string
 Reply HttpApi::log_out(const Request& request) {
   const auto hash = hash_secret(cookie(request, kLoginCookie));
   store_.remove_login(hash);
-  hub_.end_login(hash);
+  parts_.browsers.end_login(hash);
   Reply reply = json_reply(request, nlohmann::json::object());
   reply.set(http::field::set_cookie, login_cookie("", 0));
   return reply;
@@ -174,29 +178,31 @@ asio::awaitable<Reply> HttpApi::change_password(const Request& request, const Lo
   const bool right = co_await verify(stored.value_or(no_user_hash_), old_password);
   if (!stored || !right)
     co_return error_reply(request, HttpStatus::unauthorized, "The old password is wrong.");
-  take_failure_back(login.user, source);
+  count_success(login.user, source);
   const auto work = [new_password]() -> asio::awaitable<std::string> {
     co_return hash_password(new_password);
   };
   const std::string hash = co_await asio::co_spawn(pool_, work, asio::use_awaitable);
   store_.set_password(login.user, hash, login.token_hash);
-  hub_.end_other_logins(login.user, login.token_hash);
-  hub_.audit({"password-changed", login.user, "", peer, ""});
+  parts_.browsers.end_other_logins(login.user, login.token_hash);
+  parts_.audit.write({"password-changed", login.user, "", peer, ""});
   co_return json_reply(request, nlohmann::json::object());
 }
 
 Reply HttpApi::forget(const Request& request, const Login& login, const std::string& peer) {
   const std::string id(std::string_view(request.target()).substr(kAgentsPath.size()));
-  switch (hub_.forget_agent(id)) {
-    case Hub::Forgotten::Done:
-      hub_.audit({"agent-forgotten", login.user, id, peer, ""});
+  switch (parts_.machines.forget(id)) {
+    case Machines::Forgotten::Done:
+      parts_.transfers.settle(id, Clock::time_point::max());
+      parts_.audit.write({"agent-forgotten", login.user, id, peer, ""});
       return json_reply(request, nlohmann::json::object());
-    case Hub::Forgotten::Connected:
+    case Machines::Forgotten::Connected:
       return error_reply(request, HttpStatus::conflict,
-                         "The machine is connected; only one that is offline can go.");
-    default:
-      return error_reply(request, HttpStatus::not_found, "There is no such machine.");
+                         "The machine is connected; only an offline machine can be forgotten.");
+    case Machines::Forgotten::Unknown:
+      break;
   }
+  return error_reply(request, HttpStatus::not_found, "There is no such machine.");
 }
 
 }  // namespace vlk::relay

@@ -1,4 +1,4 @@
-// The JSON requests of the console: log-in, password, the list of machines.
+// The console's JSON requests: log-in, password, the list of machines.
 #pragma once
 
 #include <optional>
@@ -8,28 +8,31 @@
 #include <boost/asio/thread_pool.hpp>
 
 #include "relay/base/rate_counter.h"
+#include "relay/base/thread_checker.h"
 #include "relay/http/replies.h"
-#include "relay/session/hub.h"
+#include "relay/session/parts.h"
 
 namespace vlk::relay {
 
 inline constexpr char kLoginCookie[] = "vantelink_session";
 
-// Used on the relay's one thread; passwords are worked on by a small pool beside it, since each takes a tenth
-// of a second.
+// Used on the relay's one thread. Passwords are hashed on a second thread, because each takes 0.1 s.
 class HttpApi {
  public:
-  HttpApi(Hub& hub, Store& store, const Log& log, const Limits& limits);
+  // The arguments outlive this.
+  HttpApi(Parts& parts, Store& store, const Log& log, const Limits& limits);
 
-  // Answers a request whose target begins with /api/. `peer` is the address with port, `source` without.
-  boost::asio::awaitable<Reply> answer(const Request& request, std::string peer, std::string source);
+  // Answers a request whose target begins with /api/. `peer` is the address with port, `source` the address
+  // without.
+  [[nodiscard]] boost::asio::awaitable<Reply> answer(const Request& request, std::string peer,
+                                                     std::string source);
 
   struct Login {
     std::string user;
-    std::vector<std::uint8_t> token_hash;
+    Bytes token_hash;
   };
-  // Who sends this request, by its cookie; nobody without a login that holds. Throws DatabaseError.
-  std::optional<Login> login_of(const Request& request);
+  // The log-in that the request's cookie belongs to; nothing without a valid one. Throws DatabaseError.
+  [[nodiscard]] std::optional<Login> login_of(const Request& request);
 
  private:
   boost::asio::awaitable<Reply> route(const Request& request, const std::string& peer,
@@ -43,15 +46,16 @@ class HttpApi {
   boost::asio::awaitable<bool> verify(std::string hash, std::string password);
   bool locked_out(const std::string& user, const std::string& source);
   void count_failure(const std::string& user, const std::string& source);
-  void take_failure_back(const std::string& user, const std::string& source);
+  void count_success(const std::string& user, const std::string& source);
 
-  Hub& hub_;
+  const ThreadChecker thread_;
+  Parts& parts_;
   Store& store_;
   const Log& log_;
   const Limits& limits_;
   RateCounter failures_by_name_;
   RateCounter failures_by_address_;
-  const std::string no_user_hash_;  // compared for names that do not exist, so that the time tells nothing
+  const std::string no_user_hash_;  // compared for unknown names, so that the time does not show which exist
   boost::asio::thread_pool pool_{1};
 };
 

@@ -1,4 +1,4 @@
-// The server side of the agents' link: hello, enrolment or log-in, and then the agent's messages.
+// The relay's side of an agent's connection: hello, enrolment or log-in, then the agent's messages.
 #pragma once
 
 #include <memory>
@@ -6,24 +6,31 @@
 
 #include <boost/asio/awaitable.hpp>
 
+#include "relay/base/limits.h"
+#include "relay/base/log.h"
 #include "relay/base/rate_counter.h"
-#include "relay/session/hub.h"
+#include "relay/session/parts.h"
+#include "relay/storage/store.h"
 
 namespace vlk::relay {
 
-// What agents' links share. Owned by the server, which outlives every link.
+class WebSocketLink;
+
+// What all agents' connections share. Owned by the server, which outlives each connection.
 struct AgentContext {
-  Hub& hub;
+  Parts& parts;
   Store& store;
   const Log& log;
   const Limits& limits;
-  // Per address.
+  // Both by address.
   RateCounter& enrolments;
-  RateCounter& refusals;  // of log-ins; more are not kept in the audit trail
+  RateCounter& refusals;  // of log-ins; further ones leave no row in the audit trail
 };
 
-// Serves one agent until its connection ends. `source` is the address without port, as far as it is counted.
-boost::asio::awaitable<void> serve_agent(AgentContext& context, std::shared_ptr<AgentPeer> peer,
-                                         std::string source);
+// Serves one agent until its connection ends. `address` has the port; `source` is the address by which
+// enrolments and refusals are counted.
+[[nodiscard]] boost::asio::awaitable<void> serve_agent(AgentContext& context,
+                                                       std::shared_ptr<WebSocketLink> link,
+                                                       std::string address, std::string source);
 
 }  // namespace vlk::relay

@@ -1,15 +1,22 @@
-// The WebSocket of a representative's browser, as docs/protocol.md tells it.
+// The relay's side of a browser's WebSocket, as described in docs/protocol.md.
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include <boost/asio/awaitable.hpp>
 
-#include "relay/session/hub.h"
+#include "relay/base/limits.h"
+#include "relay/session/parts.h"
 
 namespace vlk::relay {
 
-// Serves one browser until its connection ends. `hub` and `limits` outlive it.
-boost::asio::awaitable<void> serve_console(Hub& hub, const Limits& limits, std::shared_ptr<ConsolePeer> peer);
+class WebSocketLink;
+
+// Serves one browser until its connection ends. `peer` has everything but its channel. `parts` and `limits`
+// outlive the connection.
+[[nodiscard]] boost::asio::awaitable<void> serve_console(Parts& parts, const Limits& limits,
+                                                         std::shared_ptr<WebSocketLink> link,
+                                                         std::shared_ptr<ConsolePeer> peer);
 
 }  // namespace vlk::relay

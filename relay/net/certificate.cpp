@@ -1,4 +1,5 @@
-// The self-made certificate: ECDSA P-256, which keeps the handshakes cheap when all agents return at once.
+// Makes the self-signed certificate: ECDSA P-256, because its handshakes are cheap when all agents return at
+// once.
 #include "relay/net/certificate.h"
 
 #include <filesystem>
@@ -21,7 +22,7 @@
 namespace vlk::relay {
 namespace {
 
-// Some browsers refuse certificates with a longer life, self-made ones included.
+// Some browsers refuse certificates with a longer lifetime.
 constexpr long kLifeDays = 825;
 constexpr int kWarnDays = 30;
 constexpr long kDaySeconds = 24 * 3600;
@@ -56,7 +57,7 @@ std::string alternative_names(const std::vector<std::string>& hosts) {
   std::string text;
   for (const std::string& host : all) {
     if (host.find_first_of(", \t\r\n") != std::string::npos) {
-      throw std::runtime_error("\"" + host + "\" is no host name.");
+      throw std::runtime_error("\"" + host + "\" is not a host name.");
     }
     if (!text.empty()) text += ',';
     text += (is_address(host) ? "IP:" : "DNS:") + host;
@@ -81,7 +82,7 @@ Certificate make_certificate(EVP_PKEY* key, const std::vector<std::string>& host
   const std::unique_ptr<BIGNUM, Freed<BN_free>> number(BN_bin2bn(serial, sizeof serial, nullptr));
   require(number && BN_to_ASN1_INTEGER(number.get(), X509_get_serialNumber(certificate.get())) != nullptr);
   X509_set_version(certificate.get(), X509_VERSION_3);
-  // A day early, for machines whose clock is behind.
+  // Valid from yesterday, for machines whose clock is slow.
   X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -kDaySeconds);
   X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kLifeDays * kDaySeconds);
   X509_NAME* name = X509_get_subject_name(certificate.get());
@@ -90,7 +91,8 @@ Certificate make_certificate(EVP_PKEY* key, const std::vector<std::string>& host
                                      reinterpret_cast<const unsigned char*>(common.c_str()), -1, -1, 0) == 1);
   require(X509_set_issuer_name(certificate.get(), name) == 1);
   require(X509_set_pubkey(certificate.get(), key) == 1);
-  // No authority: machines that trust this certificate trust the relay alone, and nothing that it could sign.
+  // Not a certificate authority: machines that trust this certificate must trust nothing that its key could
+  // sign.
   add_extension(certificate.get(), NID_basic_constraints, "critical,CA:FALSE");
   add_extension(certificate.get(), NID_ext_key_usage, "serverAuth");
   add_extension(certificate.get(), NID_subject_key_identifier, "hash");
@@ -99,7 +101,7 @@ Certificate make_certificate(EVP_PKEY* key, const std::vector<std::string>& host
   return certificate;
 }
 
-// Written under another name first, so that a crash leaves no half of a file.
+// Writes to a temporary name first, so that a crash leaves no incomplete file.
 void write_file(const std::string& file, BIO* content, unsigned mode) {
   const std::string draft = file + ".new";
   const int descriptor = ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
@@ -128,9 +130,9 @@ void make_files(const CertificateFiles& files, const std::vector<std::string>& h
 std::string remark_on(const CertificateFiles& files, const std::vector<std::string>& hosts) {
   const Bio file(BIO_new_file(files.certificate.c_str(), "r"));
   const Certificate certificate(file ? PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr) : nullptr);
-  if (!certificate) throw std::runtime_error(files.certificate + " holds no certificate.");
+  if (!certificate) throw std::runtime_error(files.certificate + " does not contain a certificate.");
   const std::string advice =
-      " Delete " + files.certificate + " and " + files.key + " to have a new one made.";
+      " To get a new one, delete " + files.certificate + " and " + files.key + " and restart the relay.";
   for (const std::string& host : hosts) {
     const int fits = is_address(host)
                          ? X509_check_ip_asc(certificate.get(), host.c_str(), 0)
@@ -139,7 +141,7 @@ std::string remark_on(const CertificateFiles& files, const std::vector<std::stri
   }
   std::time_t soon = std::time(nullptr) + kWarnDays * kDaySeconds;
   if (X509_cmp_time(X509_get0_notAfter(certificate.get()), &soon) < 0) {
-    return "The certificate ends within " + std::to_string(kWarnDays) + " days." + advice;
+    return "The certificate expires within " + std::to_string(kWarnDays) + " days." + advice;
   }
   return {};
 }
@@ -154,8 +156,8 @@ CertificateFiles self_made_certificate(const std::string& data, const std::vecto
     remark = remark_on(files, hosts);
     return files;
   }
-  // The key is written first, so one without a certificate is a first start that was cut short. A certificate
-  // without its key may be one that machines trust already: the operator decides.
+  // The key is written first, so a key without a certificate is left by an interrupted first start and can be
+  // replaced. A certificate without its key may be trusted by machines already, so the operator must decide.
   if (has_certificate)
     throw std::runtime_error(files.key + " is missing, though " + files.certificate + " exists.");
   make_files(files, hosts);

@@ -1,4 +1,4 @@
-// The relay's certificate: the operator's own, or one that is made on the first start.
+// The relay's certificate: the operator's, or a self-signed one that the first start makes.
 #pragma once
 
 #include <string>
@@ -7,14 +7,15 @@
 namespace vlk::relay {
 
 struct CertificateFiles {
-  std::string certificate;  // PEM, the chain from the leaf up
+  std::string certificate;  // PEM, the chain from the leaf upwards
   std::string key;          // PEM
 };
 
-// The files of a self-signed certificate in folder `data` for `hosts` (names or addresses), "localhost" and
-// 127.0.0.1; made when missing, the key readable by its owner alone. `remark` receives a sentence when the
-// one found does not fit `hosts` or ends soon. Throws std::runtime_error.
-CertificateFiles self_made_certificate(const std::string& data, const std::vector<std::string>& hosts,
-                                       std::string& remark);
+// The files in folder `data` of a self-signed certificate for `hosts` (names or addresses), "localhost" and
+// 127.0.0.1. Makes them if they are missing; only their owner can read the key. `remark` receives a sentence
+// if the existing certificate does not match `hosts` or expires soon. Throws std::runtime_error.
+[[nodiscard]] CertificateFiles self_made_certificate(const std::string& data,
+                                                     const std::vector<std::string>& hosts,
+                                                     std::string& remark);
 
 }  // namespace vlk::relay

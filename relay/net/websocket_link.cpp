@@ -1,7 +1,8 @@
-// One WebSocket over TLS with a queue of outgoing messages.
+// One WebSocket over TLS: reading, and writing what the channel holds.
 #include "relay/net/websocket_link.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/buffer.hpp>
@@ -17,88 +18,101 @@ namespace vlk::relay {
 namespace {
 
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
-constexpr std::size_t kReadChunk = 64 * 1024;
+constexpr std::size_t kReadChunk = 64 * 1024;  // bytes
 
 }  // namespace
+
+std::shared_ptr<WebSocketLink> WebSocketLink::create(Stream stream, std::size_t fragment,
+                                                     std::size_t queue_bytes) {
+  const std::shared_ptr<WebSocketLink> link(new WebSocketLink(std::move(stream), fragment, queue_bytes));
+  link->channel_->on_request([weak = link->weak_from_this()] {
+    if (const auto self = weak.lock()) self->carry_out();
+  });
+  return link;
+}
 
 WebSocketLink::WebSocketLink(Stream stream, std::size_t fragment, std::size_t queue_bytes)
     : stream_(std::move(stream)),
       fragment_(fragment),
-      queue_bytes_(queue_bytes),
-      room_(stream_.get_executor(), Clock::time_point::max()),
+      channel_(std::make_shared<Channel>(stream_.get_executor(), queue_bytes)),
       deadline_(stream_.get_executor()) {
   stream_.auto_fragment(false);
-  stream_.control_callback([this](auto, auto) { count_as_heard(); });
+  stream_.control_callback([this](auto, auto) { channel_->count_as_heard(Clock::now()); });
 }
 
 asio::awaitable<std::optional<WebSocketLink::Incoming>> WebSocketLink::read() {
   const auto self = shared_from_this();
   Incoming incoming;
   do {
-    // Read in pieces, so that a long message on a slow line counts as a sign of life, and so that memory
-    // follows what arrived and not what a frame's header promises.
+    // Read in chunks, so that each part of a long message on a slow connection counts as a sign of life, and
+    // so that memory grows with the bytes received and not with the length in a frame's header.
     auto buffer = asio::dynamic_buffer(incoming.bytes);
     const auto [error, size] = co_await stream_.async_read_some(buffer, kReadChunk, kAsTuple);
     if (error) {
-      end(error == websocket::error::closed ? "closed by the peer" : error.message());
+      channel_->end(error == websocket::error::closed ? "closed by the peer" : error.message());
       co_return std::nullopt;
     }
-    last_heard_ = Clock::now();
+    channel_->count_as_heard(Clock::now());
   } while (!stream_.is_message_done());
   incoming.text = stream_.got_text();
   co_return incoming;
 }
 
-void WebSocketLink::send_binary(std::shared_ptr<const Bytes> bytes, std::uint32_t tag) {
-  enqueue({false, tag, std::move(bytes)});
-}
-
-void WebSocketLink::send_text(const std::string& text, std::uint32_t tag) {
-  enqueue({true, tag, std::make_shared<const Bytes>(text.begin(), text.end())});
-}
-
-void WebSocketLink::enqueue(Outgoing message) {
-  if (closing_) return;
-  queued_bytes_ += message.bytes->size();
-  queue_.push_back(std::move(message));
-  start_writer();
-}
-
-void WebSocketLink::discard(std::uint32_t tag) {
-  std::erase_if(queue_, [&](const Outgoing& message) {
-    if (message.tag != tag) return false;
-    queued_bytes_ -= message.bytes->size();
-    return true;
-  });
-  room_.cancel();
-}
-
-void WebSocketLink::start_writer() {
-  if (writing_) return;
+void WebSocketLink::carry_out() {
+  if (channel_->is_cut()) return close_socket();
+  if (channel_->close_request()) start_deadline(channel_->close_request()->deadline);
+  if (channel_->ping_requested()) send_ping();
+  if (!channel_->has_work() || writing_) return;
   writing_ = true;
-  last_progress_ = Clock::now();
   asio::co_spawn(
       stream_.get_executor(), [self = shared_from_this()] { return self->write_all(); }, asio::detached);
 }
 
-asio::awaitable<void> WebSocketLink::write_all() {
-  const auto self = shared_from_this();
-  while (!queue_.empty()) {
-    const Outgoing message = std::move(queue_.front());
-    queue_.pop_front();
-    if (!co_await write_message(message)) {
-      writing_ = false;
-      co_return;
-    }
-  }
-  if (close_reason_ && !cut_) {
-    co_await stream_.async_close(*close_reason_, kAsTuple);
-    cut(end_reason_);
-  }
-  writing_ = false;
+void WebSocketLink::close_socket() {
+  if (socket_closed_) return;
+  socket_closed_ = true;
+  deadline_.cancel();
+  beast::get_lowest_layer(stream_).close();
 }
 
-asio::awaitable<bool> WebSocketLink::write_message(const Outgoing& message) {
+void WebSocketLink::start_deadline(std::chrono::milliseconds deadline) {
+  if (deadline_started_) return;
+  deadline_started_ = true;
+  deadline_.expires_after(deadline);
+  deadline_.async_wait([weak = weak_from_this()](beast::error_code error) {
+    const auto self = weak.lock();
+    if (!error && self) self->channel_->cut(self->channel_->end_reason());
+  });
+}
+
+void WebSocketLink::send_ping() {
+  if (pinging_) return;
+  pinging_ = true;
+  stream_.async_ping({}, [self = shared_from_this()](beast::error_code) {
+    self->pinging_ = false;
+    self->channel_->ping_sent();
+  });
+}
+
+asio::awaitable<void> WebSocketLink::write_all() {
+  const auto self = shared_from_this();
+  bool good = true;
+  while (good) {
+    const auto message = channel_->take();
+    if (!message) break;
+    good = co_await write_message(*message);
+  }
+  if (good && channel_->close_request() && !channel_->is_cut()) {
+    const auto& request = *channel_->close_request();
+    const websocket::close_reason reason(static_cast<websocket::close_code>(request.code), request.reason);
+    co_await stream_.async_close(reason, kAsTuple);
+    channel_->cut(channel_->end_reason());
+  }
+  writing_ = false;
+  channel_->finished_work();
+}
+
+asio::awaitable<bool> WebSocketLink::write_message(const Channel::Outgoing& message) {
   stream_.text(message.text);
   const std::size_t size = message.bytes->size();
   std::size_t offset = 0;
@@ -107,65 +121,12 @@ asio::awaitable<bool> WebSocketLink::write_message(const Outgoing& message) {
     const bool last = offset + part == size;
     const auto [error, written] =
         co_await stream_.async_write_some(last, asio::buffer(message.bytes->data() + offset, part), kAsTuple);
-    if (error) cut("writing failed: " + error.message());
-    if (cut_) co_return false;
+    if (error) channel_->cut("writing failed: " + error.message());
+    if (channel_->is_cut()) co_return false;
     offset += part;
-    queued_bytes_ -= part;
-    last_progress_ = Clock::now();
-    if (!full()) room_.cancel();
+    channel_->written(part);
   } while (offset < size);
   co_return true;
-}
-
-void WebSocketLink::close(websocket::close_code code, const std::string& reason,
-                          std::chrono::milliseconds deadline) {
-  if (closing_) return;
-  end(reason);
-  close_reason_.emplace(code, reason);
-  deadline_.expires_after(deadline);
-  deadline_.async_wait([weak = weak_from_this()](beast::error_code error) {
-    const auto self = weak.lock();
-    if (!error && self) self->cut(self->end_reason_);
-  });
-  start_writer();
-}
-
-void WebSocketLink::ping() {
-  if (closing_ || pinging_ || last_ping_ > last_heard_) return;
-  last_ping_ = Clock::now();
-  pinging_ = true;
-  stream_.async_ping({}, [self = shared_from_this()](beast::error_code) { self->pinging_ = false; });
-}
-
-void WebSocketLink::cut(const std::string& reason) {
-  end(reason);
-  if (cut_) return;
-  cut_ = true;
-  deadline_.cancel();
-  queue_.clear();
-  queued_bytes_ = 0;
-  beast::get_lowest_layer(stream_).close();
-}
-
-void WebSocketLink::end(const std::string& reason) {
-  if (!closing_) end_reason_ = reason;
-  closing_ = true;
-  room_.cancel();
-}
-
-asio::awaitable<void> WebSocketLink::change() {
-  const auto self = shared_from_this();
-  co_await room_.async_wait(kAsTuple);
-}
-
-asio::awaitable<void> WebSocketLink::room() {
-  const auto self = shared_from_this();
-  while (full() && !closing_)
-    co_await room_.async_wait(kAsTuple);
-}
-
-Clock::duration WebSocketLink::write_stall(Clock::time_point now) const {
-  return writing_ ? now - last_progress_ : Clock::duration::zero();
 }
 
 }  // namespace vlk::relay

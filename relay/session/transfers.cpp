@@ -1,21 +1,21 @@
-// Files on their way: numbers, rulings, leftovers.
+// The decisions about messages of file transfers.
 #include "relay/session/transfers.h"
 
-#include <algorithm>
+#include <span>
 #include <utility>
 
 #include <nlohmann/json.hpp>
 
+#include "relay/base/text.h"
+
 namespace vlk::relay {
 namespace {
 
-constexpr std::size_t kChunkHeader = 8;  // transfer and index, u32 each
+constexpr std::size_t kChunkHeader = 8;  // bytes: the transfer's number and the chunk's index, u32 each
 
 std::optional<std::uint32_t> transfer_of_chunk(const Bytes& message) {
   if (message.size() < kEnvelopeHeaderSize + kChunkHeader) return std::nullopt;
-  const std::uint8_t* bytes = &message[kEnvelopeHeaderSize];
-  return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 | std::uint32_t{bytes[2]} << 8 |
-         bytes[3];
+  return ByteReader(std::span(message).subspan(kEnvelopeHeaderSize)).u32();
 }
 
 std::uint64_t chunk_bytes(const Bytes& message) {
@@ -35,23 +35,17 @@ std::optional<std::uint32_t> transfer_of_json(const nlohmann::json& fields) {
   return static_cast<std::uint32_t>(number);
 }
 
-// Empty when missing or not fit to name a file on any system.
-std::string path_of(const nlohmann::json& fields) {
+// Empty if the path is missing, or holds a control character, which no system allows in a file's name.
+std::string file_path(const nlohmann::json& fields) {
   const auto found = fields.find("path");
   if (found == fields.end() || !found->is_string()) return {};
   const auto& path = found->get_ref<const std::string&>();
-  const bool control = std::any_of(path.begin(), path.end(),
-                                   [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
-  return control ? std::string() : path;
+  return has_control(path) ? std::string() : path;
 }
 
-std::string shortened(std::string path) {
-  if (path.size() <= Transfers::kLongestPath) return path;
-  std::size_t end = Transfers::kLongestPath;
-  while (end > 0 && (static_cast<unsigned char>(path[end]) & 0xC0) == 0x80)
-    --end;
-  path.resize(end);
-  return path + "...";
+std::string shortened(const std::string& path) {
+  const std::string_view kept = cut_utf8(path, Transfers::kLongestPath);
+  return std::string(kept) + (kept.size() < path.size() ? "..." : "");
 }
 
 TransferRuling refuse(std::string sentence, std::uint32_t transfer = 0) {
@@ -74,6 +68,7 @@ std::shared_ptr<const Bytes> upload_end(std::uint32_t session, std::uint32_t tra
 }
 
 std::uint32_t Transfers::give(std::uint32_t session) {
+  thread_.check();
   Numbers& numbers = sessions_[session];
   if (numbers.size() >= kOpenPerSession) return 0;
   if (++last_ == 0) ++last_;
@@ -98,18 +93,18 @@ TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg typ
     return refuse("That transfer was not given to this session.", number.value_or(0));
   if (found->second.state != Transfer::State::Given)
     return refuse("That transfer has begun already.", *number);
-  const std::string path = path_of(fields);
-  if (path.empty()) return refuse("The file's path is missing or is none.", *number);
+  const std::string path = file_path(fields);
+  if (path.empty()) return refuse("The file's path is missing or invalid.", *number);
 
-  // The number comes first: the agent's reader takes the first text that looks like the key.
-  nlohmann::ordered_json anew = {{"transfer_id", *number}, {"path", path}};
+  // The number comes first, because the agent's reader takes the first text that looks like the key.
+  nlohmann::ordered_json rewritten = {{"transfer_id", *number}, {"path", path}};
   const bool upload = type == Msg::UploadBegin;
   if (upload) {
     const auto size = fields.find("size");
-    anew["size"] = size != fields.end() && size->is_number_unsigned() ? size->get<std::uint64_t>() : 0;
+    rewritten["size"] = size != fields.end() && size->is_number_unsigned() ? size->get<std::uint64_t>() : 0;
   }
   message = *json_envelope(type, session,
-                           anew.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+                           rewritten.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
   found->second.state = upload ? Transfer::State::Upload : Transfer::State::Download;
   return {TransferRuling::Kind::Pass,
           {},
@@ -139,7 +134,7 @@ TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& me
       return {TransferRuling::Kind::Pass, {}, *number, note};
     }
     case Transfer::State::Download:
-      // The machine cannot be told to stop; what it still sends ends here.
+      // The agent cannot be told to stop a download, so its further chunks are dropped here.
       transfer.state = Transfer::State::Unwanted;
       return {TransferRuling::Kind::Swallow, {}, *number};
     case Transfer::State::Given:
@@ -177,6 +172,7 @@ Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const
 }
 
 Transfers::Leftovers Transfers::end_session(std::uint32_t session) {
+  thread_.check();
   Leftovers result;
   const auto found = sessions_.find(session);
   if (found == sessions_.end()) return result;
@@ -206,16 +202,16 @@ std::vector<std::uint32_t> Transfers::owed(const std::string& agent, Clock::time
   const auto found = owed_.find(agent);
   if (found == owed_.end()) return uploads;
   for (Owed& owed : found->second) {
-    owed.told = now;
+    owed.sent_at = now;
     uploads.push_back(owed.upload);
   }
   return uploads;
 }
 
-void Transfers::settle(const std::string& agent, Clock::time_point told) {
+void Transfers::settle(const std::string& agent, Clock::time_point sent_at) {
   const auto found = owed_.find(agent);
   if (found == owed_.end()) return;
-  std::erase_if(found->second, [&](const Owed& owed) { return owed.told < told; });
+  std::erase_if(found->second, [&](const Owed& owed) { return owed.sent_at < sent_at; });
   if (found->second.empty()) owed_.erase(found);
 }
 

@@ -1,4 +1,4 @@
-// A thin owner of an SQLite connection.
+// Calls SQLite and turns its errors into exceptions.
 #include "relay/storage/database.h"
 
 #include <cerrno>
@@ -14,7 +14,8 @@ namespace {
 
 constexpr int kBusyTimeoutMs = 2000;
 
-// SQLite creates files with the process's mask; made here first, the file and its log are the owner's alone.
+// Creates the file with mode 0600, which SQLite also gives to the file of its log. SQLite itself would use
+// the process's umask.
 void create_private_file(const std::string& file) {
   const int descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (descriptor < 0) throw DatabaseError("Cannot open " + file + ": " + std::strerror(errno));
@@ -64,8 +65,8 @@ Statement& Statement::bind(std::int64_t number) {
   return *this;
 }
 
-Statement& Statement::bind(const std::vector<std::uint8_t>& bytes) {
-  // SQLite takes a null pointer for NULL, which compares with nothing.
+Statement& Statement::bind(const Bytes& bytes) {
+  // A null pointer would be stored as NULL, which equals nothing in a comparison.
   const void* data = bytes.empty() ? static_cast<const void*>("") : bytes.data();
   check(sqlite3_bind_blob64(statement_.get(), next_++, data, bytes.size(), SQLITE_TRANSIENT));
   return *this;
@@ -93,10 +94,10 @@ std::int64_t Statement::number(int column) const {
   return sqlite3_column_int64(statement_.get(), column);
 }
 
-std::vector<std::uint8_t> Statement::bytes(int column) const {
+Bytes Statement::bytes(int column) const {
   const auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_.get(), column));
   const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
-  return data ? std::vector<std::uint8_t>(data, data + size) : std::vector<std::uint8_t>();
+  return data ? Bytes(data, data + size) : Bytes();
 }
 
 void Statement::check(int result) const {
@@ -113,7 +114,7 @@ Transaction::~Transaction() {
   try {
     database_.execute("ROLLBACK");
   } catch (const DatabaseError&) {
-    // SQLite has rolled back by itself, after a full disk for instance.
+    // SQLite has rolled back already, for instance because the disk is full.
   }
 }
 

@@ -1,4 +1,4 @@
-// A thin owner of an SQLite connection: statements with bound values, transactions, and errors as exceptions.
+// A thin layer over SQLite: statements with bound values, transactions, and errors as exceptions.
 #pragma once
 
 #include <cstdint>
@@ -6,25 +6,26 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "relay/base/bytes.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
 
 namespace vlk::relay {
 
-// Any failure of the database, with SQLite's own words. What was not committed is not stored.
+// A failure of the database, with SQLite's message. Uncommitted changes are not stored.
 struct DatabaseError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
 class Database {
  public:
-  // Opens or creates the file, mode 0600, with write-ahead log, foreign keys and full synchronisation, so
-  // that a committed row survives the end of the process and of the machine's power. Throws DatabaseError.
+  // Opens the file, or creates it with mode 0600. Uses a write-ahead log, foreign keys and full
+  // synchronisation, so that a committed row survives a crash and a power failure. Throws DatabaseError.
   explicit Database(const std::string& file);
 
-  // Runs statements without values or results.
+  // Runs statements that have no bound values and no results. Throws DatabaseError.
   void execute(const char* sql);
 
  private:
@@ -35,20 +36,21 @@ class Database {
   std::unique_ptr<sqlite3, Close> handle_;
 };
 
-// One prepared statement. Values are bound in order from the left, columns are counted from 0.
+// One prepared statement. Values are bound from left to right; columns are numbered from 0. All functions
+// throw DatabaseError.
 class Statement {
  public:
   Statement(Database& database, const char* sql);
 
   Statement& bind(std::string_view text);
   Statement& bind(std::int64_t number);
-  Statement& bind(const std::vector<std::uint8_t>& bytes);
+  Statement& bind(const Bytes& bytes);
 
-  bool step();  // true while there is a row
-  void run();   // steps to the end
-  std::string text(int column) const;
-  std::int64_t number(int column) const;
-  std::vector<std::uint8_t> bytes(int column) const;
+  bool step();  // true if there is a further row
+  void run();   // steps until there is no further row
+  [[nodiscard]] std::string text(int column) const;
+  [[nodiscard]] std::int64_t number(int column) const;
+  [[nodiscard]] Bytes bytes(int column) const;
 
  private:
   void check(int result) const;
@@ -60,7 +62,7 @@ class Statement {
   int next_ = 1;
 };
 
-// Rolls back at the end of its life unless committed.
+// A transaction that is rolled back on destruction unless it was committed.
 class Transaction {
  public:
   explicit Transaction(Database& database);

@@ -1,16 +1,14 @@
-// What the relay remembers: the tables and the statements on them.
+// The tables of the relay's database and the statements on them.
 #include "relay/storage/store.h"
-
-#include <ctime>
 
 namespace vlk::relay {
 namespace {
 
 constexpr std::int64_t kSchemaVersion = 1;
 
-// A machine that enrols gets a row of its own each time, also with an hw_id that is known: whoever knows
-// another machine's hw_id, which is no secret, could otherwise take over its row and with it the
-// representatives' trust. The price is a stale row after a reinstallation, which the console can delete.
+// Each enrolment creates a row, even if its hw_id is known. An hw_id is not a secret: anybody who knows that
+// of another machine could otherwise take over its row, and with it the representatives' trust. After a
+// reinstallation an old row remains; the console can delete it.
 constexpr char kSchema[] = R"sql(
 CREATE TABLE agents(
   id TEXT PRIMARY KEY, secret_hash BLOB NOT NULL, name TEXT NOT NULL, machine TEXT NOT NULL, os TEXT NOT NULL,
@@ -27,10 +25,6 @@ PRAGMA user_version = 1;
 )sql";
 
 }  // namespace
-
-std::int64_t wall_seconds() {
-  return static_cast<std::int64_t>(std::time(nullptr));
-}
 
 Store::Store(const std::string& file) : database_(file) {
   create_schema();
@@ -59,14 +53,13 @@ std::vector<AgentRecord> Store::agents() {
   return result;
 }
 
-std::optional<std::vector<std::uint8_t>> Store::agent_secret_hash(const std::string& id) {
+std::optional<Bytes> Store::agent_secret_hash(const std::string& id) {
   Statement query(database_, "SELECT secret_hash FROM agents WHERE id = ?");
   if (!query.bind(id).step()) return std::nullopt;
   return query.bytes(0);
 }
 
-void Store::add_agent(const AgentRecord& agent, const std::vector<std::uint8_t>& secret_hash,
-                      const std::string& address) {
+void Store::add_agent(const AgentRecord& agent, const Bytes& secret_hash, const std::string& address) {
   Transaction transaction(database_);
   Statement(database_, "INSERT INTO agents VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)")
       .bind(agent.id)
@@ -130,8 +123,7 @@ bool Store::add_user(const std::string& user, const std::string& hash) {
   return added;
 }
 
-bool Store::set_password(const std::string& user, const std::string& hash,
-                         const std::vector<std::uint8_t>& keep_login) {
+bool Store::set_password(const std::string& user, const std::string& hash, const Bytes& keep_login) {
   Transaction transaction(database_);
   Statement(database_, "UPDATE users SET password = ? WHERE name = ?").bind(hash).bind(user).run();
   if (changes() == 0) return false;
@@ -151,21 +143,20 @@ bool Store::remove_user(const std::string& user) {
   return removed;
 }
 
-void Store::add_login(const std::vector<std::uint8_t>& token_hash, const std::string& user,
-                      std::int64_t expires) {
+void Store::add_login(const Bytes& token_hash, const std::string& user, std::int64_t expires) {
   Transaction transaction(database_);
   Statement(database_, "DELETE FROM logins WHERE expires_at <= ?").bind(wall_seconds()).run();
   Statement(database_, "INSERT INTO logins VALUES(?, ?, ?)").bind(token_hash).bind(user).bind(expires).run();
   transaction.commit();
 }
 
-std::optional<std::string> Store::login_user(const std::vector<std::uint8_t>& token_hash) {
+std::optional<std::string> Store::login_user(const Bytes& token_hash) {
   Statement query(database_, "SELECT user FROM logins WHERE token_hash = ? AND expires_at > ?");
   if (!query.bind(token_hash).bind(wall_seconds()).step()) return std::nullopt;
   return query.text(0);
 }
 
-void Store::remove_login(const std::vector<std::uint8_t>& token_hash) {
+void Store::remove_login(const Bytes& token_hash) {
   Transaction transaction(database_);
   Statement(database_, "DELETE FROM logins WHERE token_hash = ?").bind(token_hash).run();
   transaction.commit();

@@ -1,4 +1,4 @@
-// What the relay remembers: machines, representatives, their logins, and the audit trail. All in one SQLite
+// The relay's stored state: machines, representatives, their log-ins, and the audit trail, all in one SQLite
 // file.
 #pragma once
 
@@ -9,56 +9,51 @@
 #include <utility>
 #include <vector>
 
+#include "relay/base/bytes.h"
+#include "relay/base/clock.h"
+#include "relay/storage/audit_record.h"
 #include "relay/storage/database.h"
 
 namespace vlk::relay {
 
-// Seconds since 1970.
-std::int64_t wall_seconds();
-
 struct AgentRecord {
   std::string id;
-  std::string name;     // the display name given last
-  std::string machine;  // the name it enrolled with
+  std::string name;     // the display name, as the agent sent it last
+  std::string machine;  // the computer's name at the enrolment
   std::string os;
   std::string hw_id;
   std::int64_t last_seen = 0;  // seconds since 1970
 };
 
-struct AuditRecord {
-  std::string event;
-  std::string representative;
-  std::string agent;
-  std::string address;
-  std::string detail;
-};
-
-// Every operation throws DatabaseError when it fails, and has then changed nothing.
+// Each function throws DatabaseError if it fails, and has then changed nothing.
 class Store {
  public:
   explicit Store(const std::string& file);
 
-  std::vector<AgentRecord> agents();
-  std::optional<std::vector<std::uint8_t>> agent_secret_hash(const std::string& id);
-  void add_agent(const AgentRecord& agent, const std::vector<std::uint8_t>& secret_hash,
-                 const std::string& address);
+  [[nodiscard]] std::vector<AgentRecord> agents();
+  [[nodiscard]] std::optional<Bytes> agent_secret_hash(const std::string& id);
+  void add_agent(const AgentRecord& agent, const Bytes& secret_hash, const std::string& address);
   void rename_agent(const std::string& id, const std::string& name);
   void touch_agents(const std::vector<std::string>& ids, std::int64_t when);
   void remove_agent(const std::string& id);
 
-  bool has_users();
-  std::optional<std::string> password_hash(const std::string& user);
-  bool add_user(const std::string& user, const std::string& hash);  // false if the name is taken
-  // Also ends the logins of that user but the one given. False if there is no such user.
-  bool set_password(const std::string& user, const std::string& hash,
-                    const std::vector<std::uint8_t>& keep_login);
-  bool remove_user(const std::string& user);
+  [[nodiscard]] bool has_users();
+  [[nodiscard]] std::optional<std::string> password_hash(const std::string& user);
+  // False if the name is taken.
+  bool add_user(const std::string& user, const std::string& hash);
+  // Also ends the user's log-ins, except `keep_login`. False if there is no such user.
+  bool set_password(const std::string& user, const std::string& hash, const Bytes& keep_login);
+  // Also ends the user's log-ins. False if there is no such user.
+  [[nodiscard]] bool remove_user(const std::string& user);
 
-  void add_login(const std::vector<std::uint8_t>& token_hash, const std::string& user, std::int64_t expires);
-  std::optional<std::string> login_user(const std::vector<std::uint8_t>& token_hash);
-  void remove_login(const std::vector<std::uint8_t>& token_hash);
+  // `expires` is in seconds since 1970.
+  void add_login(const Bytes& token_hash, const std::string& user, std::int64_t expires);
+  // Whose log-in this is; nothing if it ended.
+  [[nodiscard]] std::optional<std::string> login_user(const Bytes& token_hash);
+  void remove_login(const Bytes& token_hash);
 
-  void audit(const std::vector<AuditRecord>& records);  // all or none
+  // Writes all records or, when it fails, none.
+  void audit(const std::vector<AuditRecord>& records);
 
  private:
   void create_schema();

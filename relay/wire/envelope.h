@@ -1,4 +1,4 @@
-// Envelopes as the relay handles them: it looks at the header and hardly ever at the payload.
+// Envelopes as the relay handles them: it reads their headers and passes most payloads on unread.
 #pragma once
 
 #include <cstdint>
@@ -6,46 +6,41 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "relay/base/bytes.h"
 #include "wire/messages.h"
 
 namespace vlk::relay {
-
-using Bytes = std::vector<std::uint8_t>;
 
 struct EnvelopeHeader {
   Msg type{};
   std::uint32_t session = 0;
 };
 
-// The header of an envelope whose declared length is exactly what follows; nothing otherwise. Unlike the
-// agent's own decoding it knows no largest payload: an agent's clipboard may come in one envelope of tens of
+// The header of an envelope whose declared length equals the length of its payload; nothing otherwise. Unlike
+// the agent's decoder, this one has no upper limit: an agent's clipboard may fill one envelope of tens of
 // megabytes.
-std::optional<EnvelopeHeader> read_header(const Bytes& message);
+[[nodiscard]] std::optional<EnvelopeHeader> read_header(const Bytes& message);
 
-// Makes the header of a whole envelope fit the bytes behind it.
+// Sets the declared length of a whole envelope to the length of its payload.
 void set_payload_length(Bytes& message);
 
-// An envelope with a JSON payload. The agent's reader is primitive: `json` is to be flat, without Unicode
-// escapes.
-std::shared_ptr<const Bytes> json_envelope(Msg type, std::uint32_t session, std::string_view json);
-
-// Types that a browser may send within a session, and those that an agent sends to one.
-bool flows_to_agent(Msg type);
-bool flows_to_browser(Msg type);
+// An envelope with a JSON payload. The agent's reader searches the text for keys, so `json` must be a flat
+// object without Unicode escapes.
+[[nodiscard]] std::shared_ptr<const Bytes> json_envelope(Msg type, std::uint32_t session,
+                                                         std::string_view json);
 
 // The JSON object in an agent's payload; null if there is none. The agent writes control characters and
-// broken UTF-8 as they are, which a name may hold; they become blanks and question marks, so that its machine
-// can still log in.
-nlohmann::json agent_json(const Bytes& message);
+// broken UTF-8 unchanged, and a machine's name may hold both. They become spaces and question marks, so that
+// the machine can still log in.
+[[nodiscard]] nlohmann::json agent_json(const Bytes& message);
 
-// The text under `key`, cut to 200 bytes at a character's border; empty when missing or no text.
-std::string text_field(const nlohmann::json& object, const char* key);
+// The text under `key`, cut to 200 bytes at a character boundary; empty if there is no text.
+[[nodiscard]] std::string text_field(const nlohmann::json& object, const char* key);
 
 // JSON text without line breaks; broken UTF-8 is replaced.
-std::string dump(const nlohmann::json& value);
+[[nodiscard]] std::string dump(const nlohmann::json& value);
 
 }  // namespace vlk::relay

@@ -10,7 +10,7 @@ constexpr int kUpdateButton = 101;  // of the agent's question
 constexpr int kNextButton = 1;      // of the wizard, whatever it reads
 constexpr int kCancelButton = 2;
 constexpr char kOnline[] = "online as ";  // in the relay's log
-constexpr char kOver[] = "agent's connection over";
+constexpr char kOver[] = "agent disconnected";
 
 class InstallerUpdateTest : public InstallerTest {
  protected:

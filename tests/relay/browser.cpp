@@ -1,4 +1,4 @@
-// The browser's bodies.
+// The browser's requests and messages.
 #include "relay/browser.h"
 
 #include <atomic>
@@ -138,7 +138,7 @@ Envelope Browser::read_envelope(Msg type) {
     if (wire_->socket->got_text()) continue;
     Envelope envelope;
     if (!decode_envelope(static_cast<const unsigned char*>(buffer.data().data()), buffer.size(), envelope)) {
-      throw std::runtime_error("the relay sent a binary message that is no envelope");
+      throw std::runtime_error("the relay sent a binary message that is not an envelope");
     }
     if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
   }

@@ -1,5 +1,5 @@
-// A representative's browser, made of Boost.Beast. Its templates take minutes to compile under sanitizers, so
-// this header shows none of them.
+// A representative's browser, based on Boost.Beast. This header includes none of Beast's templates, which
+// take minutes to compile under sanitizers.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ namespace vlk::relay {
 
 using Json = nlohmann::json;
 
-// A blocking HTTP and WebSocket client that trusts anybody.
+// A blocking HTTP and WebSocket client that accepts every certificate.
 class Browser {
  public:
   explicit Browser(unsigned short port);
@@ -25,27 +25,27 @@ class Browser {
   struct Answer {
     unsigned status = 0;
     Json body;
-    std::string cookie;  // the session's, if one was set
+    std::string cookie;  // of the log-in, if one was set
     std::string text;
   };
   Answer request(const std::string& method, const std::string& target, const std::string& body = {},
                  const std::string& cookie = {}, const std::string& origin = {});
-  // The bytes as they stand, and what comes back until the relay closes.
+  // Sends the bytes unchanged and returns all bytes that arrive until the relay closes the connection.
   std::string raw(const std::string& bytes);
-  // Sends the bytes and reads nothing of what comes back.
+  // Sends the bytes and reads no answer.
   void send_and_hold(const std::string& bytes);
 
-  // The console's WebSocket; false with the status when it was refused.
+  // Opens the console's WebSocket; false with the HTTP status if it was refused.
   bool open_console(const std::string& cookie, unsigned& status, const std::string& origin = {});
   void send(const Json& message);
   void send_envelope(Msg type, std::uint32_t session, const std::string& payload);
   void send_bytes(const std::string& bytes);
-  // The next text message of that type; others are passed over. Throws at the end of the connection.
+  // The next message of that type; others are skipped. Both throw at the end of the connection.
   Json read_text(const std::string& type);
   Envelope read_envelope(Msg type);
-  // How many the relay sent so far, as far as they were read.
+  // The number of pings that were read so far.
   int pings() const;
-  // Reads until the relay closes; the close code.
+  // Reads until the relay closes the connection; the close code.
   unsigned wait_closed();
 
  private:

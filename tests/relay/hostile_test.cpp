@@ -1,4 +1,4 @@
-// Bad input on every endpoint: refused with a word or a closed connection, and nothing else disturbed.
+// Invalid input on every endpoint is refused with an error or a closed connection, and has no other effect.
 #include <fstream>
 
 #include "fakes/fakes.h"
@@ -12,13 +12,13 @@ namespace {
 class HostileTest : public RelayTest {
  protected:
   void TearDown() override {
-    // Whatever was tried, the relay still answers.
+    // The relay still answers after every test.
     EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, log_in()).status, 200u);
     RelayTest::TearDown();
   }
 };
 
-TEST_F(HostileTest, ApiAsksForALogin) {
+TEST_F(HostileTest, ApiRequiresALogIn) {
   for (const char* target : {"/api/me", "/api/agents", "/api/nothing"}) {
     const auto answer = Browser(port_).request("GET", target);
     EXPECT_EQ(answer.status, 401u) << target;
@@ -28,7 +28,7 @@ TEST_F(HostileTest, ApiAsksForALogin) {
   EXPECT_EQ(Browser(port_).request("GET", "/api/nothing", {}, log_in()).status, 404u);
 }
 
-TEST_F(HostileTest, LoginRefusesWrongAndSenselessBodies) {
+TEST_F(HostileTest, LogInWithAWrongOrInvalidBodyIsRefused) {
   for (const char* body : {"", "{", "[]", "null", "{\"name\":5,\"password\":7}", "{\"name\":\"admin\"}"}) {
     EXPECT_EQ(Browser(port_).request("POST", "/api/login", body).status, 400u) << body;
   }
@@ -48,7 +48,7 @@ TEST_F(HostileTest, TenWrongPasswordsLockTheNameOut) {
   EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 429u);
 }
 
-TEST_F(HostileTest, WrongPasswordsForManyNamesLockTheAddressOutAndRightOnesDoNot) {
+TEST_F(HostileTest, WrongPasswordsForManyNamesLockTheAddressOutAndCorrectOnesDoNot) {
   stop();
   limits_.failures_per_address = 3;
   start();
@@ -81,7 +81,7 @@ TEST_F(HostileTest, OtherSitesAreRefused) {
   EXPECT_TRUE(logged("another origin"));
 }
 
-TEST_F(HostileTest, LogoutEndsTheLoginAndItsConsole) {
+TEST_F(HostileTest, LogOutEndsTheLogInAndClosesItsBrowser) {
   const std::string cookie = log_in();
   Browser browser(port_);
   unsigned status = 0;
@@ -91,7 +91,7 @@ TEST_F(HostileTest, LogoutEndsTheLoginAndItsConsole) {
   EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, cookie).status, 401u);
 }
 
-TEST_F(HostileTest, PasswordChangeEndsOtherLogins) {
+TEST_F(HostileTest, PasswordChangeEndsOtherLogIns) {
   const std::string mine = log_in(), other = log_in();
   const auto change = [&](const char* from, const char* to) {
     return Browser(port_)
@@ -125,7 +125,7 @@ TEST_F(HostileTest, NoFileOutsideTheFolderIsServed) {
   EXPECT_EQ(Browser(port_).request("POST", "/index.html").status, 405u);
 }
 
-TEST_F(HostileTest, BrokenHttpIsDropped) {
+TEST_F(HostileTest, InvalidHttpIsRefused) {
   for (const std::string& bytes : {std::string("nonsense\r\n\r\n"), std::string(5000, '\0'),
                                    "GET / HTTP/1.1\r\nX: " + std::string(20'000, 'x') + "\r\n\r\n"}) {
     const std::string answer = Browser(port_).raw(bytes);
@@ -136,7 +136,7 @@ TEST_F(HostileTest, BrokenHttpIsDropped) {
 TEST_F(HostileTest, SlowRequestIsCutOff) {
   const auto usual = limits_.handshake;
   on_relay([&] { limits_.handshake = std::chrono::milliseconds(100); });
-  // On a busy machine the TLS handshake may take longer than that.
+  // On a busy machine the TLS handshake may take longer than the limit.
   EXPECT_TRUE(eventually([&] {
     try {
       return Browser(port_).raw("GET / HTTP/1.1\r\n").empty();
@@ -147,10 +147,10 @@ TEST_F(HostileTest, SlowRequestIsCutOff) {
   on_relay([&] { limits_.handshake = usual; });
 }
 
-TEST_F(HostileTest, ConsoleAnswersSenselessMessagesAndStays) {
+TEST_F(HostileTest, InvalidConsoleMessagesAreAnsweredAndTheConnectionStaysOpen) {
   auto browser = console();
   for (const Json& message :
-       {Json(5), Json::array(), Json{{"type", 7}}, Json{{"type", "unheard"}}, Json{{"type", "open"}},
+       {Json(5), Json::array(), Json{{"type", 7}}, Json{{"type", "unknown"}}, Json{{"type", "open"}},
         Json{{"type", "open"}, {"agent", "nobody"}}, Json{{"type", "close"}},
         Json{{"type", "close"}, {"session", -1}}, Json{{"type", "close"}, {"session", 1e30}},
         Json{{"type", "ping"}}, Json{{"type", std::string(5000, 'x')}}}) {
@@ -161,7 +161,7 @@ TEST_F(HostileTest, ConsoleAnswersSenselessMessagesAndStays) {
   EXPECT_EQ(browser->read_text("error")["message"], "There is no such session.");
 }
 
-TEST_F(HostileTest, ConsoleClosesOnWhatIsNoEnvelope) {
+TEST_F(HostileTest, ConsoleConnectionIsClosedAfterAMessageThatIsNotAnEnvelope) {
   auto browser = console();
   browser->send_bytes("short");
   EXPECT_EQ(browser->wait_closed(), 1003u);
@@ -170,7 +170,7 @@ TEST_F(HostileTest, ConsoleClosesOnWhatIsNoEnvelope) {
   EXPECT_EQ(second->wait_closed(), 1009u);
 }
 
-TEST_F(HostileTest, AgentsThatBreakTheOrderAreClosed) {
+TEST_F(HostileTest, AgentsThatSendMessagesInTheWrongOrderAreClosed) {
   using vantelink_test::RawAgent;
   const std::string hello = R"({"role":"agent"})";
   {
@@ -191,7 +191,7 @@ TEST_F(HostileTest, AgentsThatBreakTheOrderAreClosed) {
   }
   {
     RawAgent agent(port_);
-    agent.send_bytes("no envelope");
+    agent.send_bytes("not an envelope");
     EXPECT_TRUE(agent.closed());
   }
   {
@@ -210,7 +210,7 @@ TEST_F(HostileTest, AgentsThatBreakTheOrderAreClosed) {
   }
 }
 
-TEST_F(HostileTest, SilentAgentsAreDropped) {
+TEST_F(HostileTest, SilentAgentsAreDisconnected) {
   const auto usual = limits_.handshake;
   vantelink_test::RawAgent agent(port_);
   on_relay([&] { limits_.handshake = std::chrono::milliseconds(100); });
@@ -231,7 +231,7 @@ TEST_F(HostileTest, EnrolmentsFromOneAddressAreLimited) {
   EXPECT_EQ(store_->agents().size(), 1u);
 }
 
-TEST_F(HostileTest, RefusedLoginsOfAgentsDoNotFillTheAuditTrail) {
+TEST_F(HostileTest, RefusedLogInsOfAgentsDoNotFillTheAuditTrail) {
   stop();
   limits_.refusals_per_address = 2;
   start();
@@ -244,7 +244,7 @@ TEST_F(HostileTest, RefusedLoginsOfAgentsDoNotFillTheAuditTrail) {
   EXPECT_EQ(stored("SELECT address FROM audit WHERE event = 'agent-refused'").size(), 2u);
 }
 
-// Read as JSON they would take the relay's memory and time.
+// Parsing them as JSON would take much memory and time.
 TEST_F(HostileTest, OversizedMessagesOfAgentsAreIgnored) {
   vantelink_test::RawAgent agent(port_);
   agent.send(Msg::Hello, R"({"role":"agent"})");
@@ -257,7 +257,7 @@ TEST_F(HostileTest, OversizedMessagesOfAgentsAreIgnored) {
   wait_for_machine("after", "online");
 }
 
-TEST_F(HostileTest, DatabaseHoldsNoSecretInClear) {
+TEST_F(HostileTest, DatabaseContainsNoSecretInPlainText) {
   const auto agent = connect_agent("Sæfari");
   const std::string cookie = log_in();
   const std::string secret = vantelink_fakes::saved_config().agent_secret;

@@ -1,9 +1,10 @@
-// The relay's program as its operator starts it: the first start, and representatives' passwords.
+// The relay's program as an operator runs it: the first start, representatives' passwords, the version.
 #include <cstdlib>
 #include <filesystem>
 
 #include <gtest/gtest.h>
 
+#include "relay/base/version.h"
 #include "relay/browser.h"
 #include "support/peers/relay_process.h"
 #include "support/temp_folder.h"
@@ -23,8 +24,8 @@ unsigned log_in(const RelayProcess& relay, const std::string& name, const std::s
   return answer.status;
 }
 
-// The word behind `text`; empty if the output does not hold it.
-std::string word_behind(const std::string& text, const std::string& output) {
+// The rest of the line after `text`; empty if the output does not contain it.
+std::string rest_after(const std::string& text, const std::string& output) {
   const std::size_t at = output.find(text);
   if (at == std::string::npos) return {};
   return output.substr(at + text.size(), output.find('\n', at) - at - text.size());
@@ -32,7 +33,8 @@ std::string word_behind(const std::string& text, const std::string& output) {
 
 class ProgramTest : public testing::Test {
  protected:
-  // Runs the program to its end with a line of input; its exit code, and what it wrote in `output_`.
+  // Runs the program until it exits, with one line of input. Returns its exit code and stores its output in
+  // `output_`.
   int run(const std::string& arguments, const std::string& line) {
     folder_.write("input", line + '\n');
     const std::string folder = folder_.path();
@@ -50,11 +52,11 @@ class ProgramTest : public testing::Test {
 
 constexpr char kFirst[] = "Log in to the console as \"admin\" with the password ";
 
-TEST_F(ProgramTest, FirstStartMakesARepresentativeAndShowsThePasswordOnce) {
+TEST_F(ProgramTest, FirstStartAddsARepresentativeAndPrintsThePasswordOnce) {
   std::string password;
   {
     const RelayProcess relay(data_, {});
-    password = word_behind(kFirst, relay.log());
+    password = rest_after(kFirst, relay.log());
     EXPECT_EQ(password.size(), 23u) << relay.log();
     EXPECT_EQ(log_in(relay, "admin", password), 200u);
   }
@@ -63,9 +65,9 @@ TEST_F(ProgramTest, FirstStartMakesARepresentativeAndShowsThePasswordOnce) {
   EXPECT_EQ(log_in(again, "admin", password), 200u);
 }
 
-TEST_F(ProgramTest, NewPasswordEndsAllLoginsAtARunningRelay) {
+TEST_F(ProgramTest, NewPasswordEndsAllLogInsOfARunningRelay) {
   const RelayProcess relay(data_, {});
-  const std::string old_password = word_behind(kFirst, relay.log());
+  const std::string old_password = rest_after(kFirst, relay.log());
   std::string cookie;
   ASSERT_EQ(log_in(relay, "admin", old_password, &cookie), 200u);
   ASSERT_EQ(run("--set-password admin", "a new password"), 0) << output_;
@@ -76,7 +78,7 @@ TEST_F(ProgramTest, NewPasswordEndsAllLoginsAtARunningRelay) {
   EXPECT_EQ(run("--set-password nobody", "a new password"), 1);
 }
 
-TEST_F(ProgramTest, OnlyPasswordsThatOneCanLogInWithAreTaken) {
+TEST_F(ProgramTest, OnlyPasswordsOfAllowedLengthAreAccepted) {
   EXPECT_EQ(run("--add-user ada", "too short"), 1);
   EXPECT_EQ(output_, "vantelink-relay: a password needs at least 10 characters; nothing was changed\n");
   EXPECT_EQ(run("--add-user ada", std::string(1025, 'x')), 1);
@@ -84,10 +86,16 @@ TEST_F(ProgramTest, OnlyPasswordsThatOneCanLogInWithAreTaken) {
   const std::string longest(1024, 'x');
   EXPECT_EQ(run("--add-user ada", longest), 0) << output_;
   EXPECT_EQ(run("--add-user bjarni", ""), 0);
-  const std::string made = word_behind("The password of \"bjarni\" is ", output_);
+  const std::string made = rest_after("The password of \"bjarni\" is ", output_);
   const RelayProcess relay(data_, {});
   EXPECT_EQ(log_in(relay, "ada", longest), 200u);
   EXPECT_EQ(log_in(relay, "bjarni", made), 200u);
+}
+
+TEST_F(ProgramTest, VersionIsPrinted) {
+  EXPECT_EQ(run("--version", ""), 0);
+  EXPECT_EQ(output_, std::string("vantelink-relay ") + kRelayVersion + "\n");
+  EXPECT_FALSE(std::filesystem::exists(data_)) << "no data folder is created";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The fixture's bodies.
+// The fixture's relay, and the measurement of its heap.
 #include "relay/relay_fixture.h"
 
 #include <fstream>
@@ -14,7 +14,7 @@
 #include <malloc.h>
 
 #ifdef __SANITIZE_ADDRESS__
-// The sanitizer's own, whose header not every compiler brings along.
+// Declared here because not every compiler installs the sanitizer's header.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
@@ -142,7 +142,7 @@ Json RelayTest::wait_for_machine(const std::string& name, const std::string& sta
     }
     return !found.is_null();
   })) << name
-      << " never was " << state;
+      << " was never " << state;
   return found;
 }
 
@@ -169,7 +169,7 @@ std::size_t RelayTest::settled_heap() {
     const std::size_t now = heap_bytes();
     if (now > height + (64 << 10)) quiet = 0;
     height = std::max(height, now);
-    // Both its reading and its writing have their turn, however busy the machine is.
+    // Gives the relay's thread a turn to read and to write, even on a busy machine.
     on_relay([] {});
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }

@@ -1,4 +1,4 @@
-// A relay in this process, a browser, and the agent's own client: what the relay's tests share.
+// A test fixture with a relay in this process, browsers, and the agent's client.
 #pragma once
 
 #include <chrono>
@@ -24,7 +24,7 @@ namespace vlk::relay {
 
 class Server;
 
-// Whether the condition comes true within half a minute.
+// True if the condition becomes true within 30 seconds.
 template <typename Condition>
 bool eventually(Condition condition) {
   const auto deadline = Clock::now() + std::chrono::seconds(30);
@@ -35,9 +35,9 @@ bool eventually(Condition condition) {
   return true;
 }
 
-// What this process, which is all of the relay, agent and browser, has on its heap.
+// Bytes on the heap of this process, which is relay, agent and browser at once.
 std::size_t heap_bytes();
-// Whether it has the file open.
+// True if this process has the file open.
 bool is_open(const std::filesystem::path& path);
 
 class RelayTest : public testing::Test {
@@ -49,22 +49,22 @@ class RelayTest : public testing::Test {
 
   void start();  // with `limits_`
   void stop();
-  // Does `work` on the relay's thread, for instance on its limits, and waits until it is done.
+  // Runs `work` on the relay's thread, for instance a change of its limits, and waits until it is done.
   void on_relay(const std::function<void()>& work);
 
-  // The cookie of a login as "admin".
+  // Logs in as "admin"; the log-in's cookie, empty if refused.
   std::string log_in();
-  // A logged-in browser with its console open.
+  // A browser that is logged in, with its WebSocket open.
   std::unique_ptr<Browser> console();
-  // An agent of that name that trusts the relay; its settings after it came online.
+  // An agent of that name that trusts the relay and is online.
   std::unique_ptr<agent::AgentClient> connect_agent(const std::string& name, bool unattended = true);
-  // The list's entry of the machine with that name, once it is in that state.
+  // Waits until the machine with that name is in that state; its entry in the list.
   Json wait_for_machine(const std::string& name, const std::string& state);
-  // Whether a line of the log holds the text, now or soon.
+  // True if a line of the log contains the text, now or within 30 seconds.
   bool logged(const std::string& text);
-  // The first column of the query's rows.
+  // The first column of the rows of a database query.
   std::multiset<std::string> stored(const char* query);
-  // The heap's height once it has not grown while the relay's thread went round many times.
+  // Waits until the heap has not grown during many turns of the relay's thread; its highest size in bytes.
   std::size_t settled_heap();
 
   std::filesystem::path folder_;

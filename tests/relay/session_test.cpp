@@ -1,4 +1,4 @@
-// Agents and representatives through the relay, with the agent's own client at the far end.
+// Whole sessions through the relay, between browsers and the agent's client.
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
 #include "support/peers/raw_agent.h"
@@ -29,7 +29,7 @@ TEST_F(SessionTest, AgentEnrolsAndIsListed) {
   EXPECT_FALSE(vantelink_fakes::saved_config().agent_secret.empty());
 }
 
-TEST_F(SessionTest, IdentityServesAgainAfterARestartAndAWrongSecretEnrolsAnew) {
+TEST_F(SessionTest, IdentityIsValidAfterARestartAndAWrongSecretEnrolsAgain) {
   connect_agent("Sæfari")->stop();
   agent::AgentConfig config = vantelink_fakes::saved_config();
   stop();
@@ -48,7 +48,7 @@ TEST_F(SessionTest, IdentityServesAgainAfterARestartAndAWrongSecretEnrolsAnew) {
   EXPECT_TRUE(logged("wrong secret"));
 }
 
-TEST_F(SessionTest, NewestLoginOfAnAgentWins) {
+TEST_F(SessionTest, NewerLogInOfAnAgentReplacesTheOlderOne) {
   const auto first = connect_agent("Sæfari");
   agent::AgentConfig config = vantelink_fakes::saved_config();
   auto browser = console();
@@ -61,7 +61,7 @@ TEST_F(SessionTest, NewestLoginOfAnAgentWins) {
   EXPECT_EQ(ended["reason"], "replaced");
 }
 
-TEST_F(SessionTest, RenamedAgentShowsItsNewName) {
+TEST_F(SessionTest, RenamedAgentIsListedWithItsNewName) {
   const auto agent = connect_agent("before");
   agent->set_display_name("Ægir \"quoted\"");
   EXPECT_EQ(wait_for_machine("Ægir \"quoted\"", "online")["machine"], "before");
@@ -85,10 +85,10 @@ TEST_F(SessionTest, SessionCarriesEnvelopesBothWaysAndEnds) {
   EXPECT_EQ(ended["state"], "ended");
   EXPECT_EQ(ended["reason"], "closed");
   EXPECT_TRUE(vantelink_fakes::wait_for("SetInputSessionActive false"));
-  EXPECT_NE(open(*browser, id), session) << "numbers are not used again";
+  EXPECT_NE(open(*browser, id), session) << "each session has a new number";
 }
 
-TEST_F(SessionTest, RestartOfAMachineStaysInTheAuditTrail) {
+TEST_F(SessionTest, RestartOfAMachineIsInTheAuditTrail) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto browser = console();
@@ -103,7 +103,7 @@ TEST_F(SessionTest, RestartOfAMachineStaysInTheAuditTrail) {
   }));
 }
 
-TEST_F(SessionTest, NothingFlowsBeforeTheUserAccepts) {
+TEST_F(SessionTest, NothingPassesBeforeTheUserAccepts) {
   const auto agent = connect_agent("Sæfari", false);
   auto browser = console();
   browser->send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
@@ -116,7 +116,7 @@ TEST_F(SessionTest, NothingFlowsBeforeTheUserAccepts) {
   EXPECT_EQ(vantelink_fakes::count("SetInputSessionActive true"), 0u);
 }
 
-TEST_F(SessionTest, UnansweredRequestEndsByItself) {
+TEST_F(SessionTest, UnansweredRequestEndsAfterItsTimeLimit) {
   stop();
   limits_.consent = std::chrono::milliseconds(50);
   start();
@@ -127,7 +127,7 @@ TEST_F(SessionTest, UnansweredRequestEndsByItself) {
   EXPECT_EQ(browser->read_text("session")["reason"], "no-answer");
 }
 
-TEST_F(SessionTest, SecondRepresentativeIsToldWhoIsThere) {
+TEST_F(SessionTest, SecondRepresentativeIsToldWhoUsesTheMachine) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto first = console();
@@ -137,7 +137,7 @@ TEST_F(SessionTest, SecondRepresentativeIsToldWhoIsThere) {
   EXPECT_NE(second->read_text("error")["message"].get<std::string>().find("admin"), std::string::npos);
 }
 
-TEST_F(SessionTest, BrowserThatGoesEndsItsSession) {
+TEST_F(SessionTest, LostBrowserEndsItsSession) {
   const auto agent = connect_agent("Sæfari");
   {
     auto browser = console();
@@ -149,7 +149,7 @@ TEST_F(SessionTest, BrowserThatGoesEndsItsSession) {
   wait_for_machine("Sæfari", "online");
 }
 
-TEST_F(SessionTest, AgentThatGoesEndsTheSession) {
+TEST_F(SessionTest, LostAgentEndsTheSession) {
   auto agent = connect_agent("Sæfari");
   auto browser = console();
   open(*browser, vantelink_fakes::saved_config().agent_id);
@@ -158,7 +158,7 @@ TEST_F(SessionTest, AgentThatGoesEndsTheSession) {
   wait_for_machine("Sæfari", "offline");
 }
 
-TEST_F(SessionTest, ForeignSessionsAndTypesAreRefused) {
+TEST_F(SessionTest, SessionsOfOthersAndTypesForTheRelayAreRefused) {
   const auto agent = connect_agent("Sæfari");
   auto owner = console();
   const std::uint32_t session = open(*owner, vantelink_fakes::saved_config().agent_id);
@@ -175,7 +175,7 @@ TEST_F(SessionTest, ForeignSessionsAndTypesAreRefused) {
   EXPECT_EQ(vantelink_fakes::count("InjectInputBatch 1"), 0u);
 }
 
-TEST_F(SessionTest, HeartbeatsMeasureTheWayToTheAgent) {
+TEST_F(SessionTest, HeartbeatsMeasureTheRoundTripToTheAgent) {
   stop();
   limits_.heartbeat = std::chrono::milliseconds(20);
   start();
@@ -186,11 +186,11 @@ TEST_F(SessionTest, HeartbeatsMeasureTheWayToTheAgent) {
     if (!machines.empty() && machines[0]["round_trip_ms"].is_number()) break;
     browser->send({{"type", "ping"}, {"id", 5}});
     EXPECT_EQ(browser->read_text("pong")["id"], 5);
-    agent->set_display_name("Sæfari");  // makes the list go out again
+    agent->set_display_name("Sæfari");  // causes the list to be sent again
   }
 }
 
-TEST_F(SessionTest, LargeMessageToABrowserThatReadsSlowlyArrivesWhole) {
+TEST_F(SessionTest, LargeMessagesToASlowBrowserArriveComplete) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser, vantelink_fakes::saved_config().agent_id);
@@ -204,7 +204,7 @@ TEST_F(SessionTest, LargeMessageToABrowserThatReadsSlowlyArrivesWhole) {
   sender.join();
 }
 
-// An agent that sends what a test says, in an accepted session with a browser.
+// An agent whose messages the test writes, in an accepted session with a browser.
 class RawSession {
  public:
   RawSession(unsigned short port, Browser& browser) : agent_(port) {
@@ -236,7 +236,7 @@ class RawSession {
   std::uint32_t number_ = 0;
 };
 
-TEST_F(SessionTest, H264StreamIsCompletedOnItsWayAndJpegIsNot) {
+TEST_F(SessionTest, H264FramesAreCompletedAndJpegFramesAreNot) {
   using namespace std::string_literals;
   auto browser = console();
   RawSession session(port_, *browser);
@@ -244,7 +244,7 @@ TEST_F(SessionTest, H264StreamIsCompletedOnItsWayAndJpegIsNot) {
   const std::string start = "\0\0\0\1"s;
   const std::string set = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xce\x80"s;
   const std::string in_order = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xcf\x35\x01\x0d\x06\x07\x84\x02\x15"s;
-  const std::string as_said = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xcf\x35\x01\x0d\x06\x02"s;
+  const std::string order_unknown = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xcf\x35\x01\x0d\x06\x02"s;
   const std::string key_slice = start + "\x65\x88\x80"s;
   const std::string b_slice = start + "\x41\x9c\x80"s;  // first_mb_in_slice 0, slice_type 6
   const auto passed = [&](const std::string& picture) {
@@ -258,8 +258,8 @@ TEST_F(SessionTest, H264StreamIsCompletedOnItsWayAndJpegIsNot) {
   EXPECT_EQ(passed(start + set + key_slice), stamp + start + in_order + key_slice);
   EXPECT_EQ(passed(b_slice), stamp + b_slice);
   session.read(Msg::KeyframeRequest);
-  EXPECT_EQ(passed(start + set + key_slice), stamp + start + as_said + key_slice);
-  // A new stream may be another encoder's.
+  EXPECT_EQ(passed(start + set + key_slice), stamp + start + order_unknown + key_slice);
+  // A new stream may come from another encoder.
   session.send(Msg::StreamConfig, R"({"codec":"h264","w":320,"h":180,"monitor_id":0})");
   EXPECT_EQ(passed(start + set + key_slice), stamp + start + in_order + key_slice);
 }

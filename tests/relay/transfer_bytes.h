@@ -1,4 +1,4 @@
-// Messages about files, written out by hand.
+// Builds the bytes of messages about files.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// File transfers through the relay: contents, the ends that machines are told of, the audit trail, and the
+// File transfers through the relay: contents, the ends that machines receive, the audit trail, and the
 // relay's memory while a browser or a machine does not read.
 #include <atomic>
 #include <fstream>
@@ -44,7 +44,7 @@ class TransferTest : public RelayTest {
   }
   template <typename Meanwhile>
   void upload_to_a_pipe(Meanwhile meanwhile);
-  // The audit trail of files, once it has that many rows.
+  // The rows of the audit trail about files, after that many were written.
   std::multiset<std::string> audited(std::size_t count) {
     std::multiset<std::string> rows;
     EXPECT_TRUE(eventually([&] {
@@ -56,7 +56,7 @@ class TransferTest : public RelayTest {
   }
 };
 
-TEST_F(TransferTest, FileGoesUpAndComesDownAgain) {
+TEST_F(TransferTest, UploadedFileCanBeDownloaded) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -90,7 +90,7 @@ TEST_F(TransferTest, FileGoesUpAndComesDownAgain) {
                         }));
 }
 
-TEST_F(TransferTest, WhatIsNotAllowedIsToldAndReachesNoMachine) {
+TEST_F(TransferTest, RefusedMessagesAreAnsweredAndReachNoMachine) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -107,12 +107,12 @@ TEST_F(TransferTest, WhatIsNotAllowedIsToldAndReachesNoMachine) {
     browser->send(message);
     EXPECT_NE(browser->read_text("error")["message"], "");
   }
-  // What follows on the same connection was heard, so the rest was not.
+  // A later message of the same connection arrived, so the refused ones did not.
   upload_part(*browser, session, file("allowed"));
   EXPECT_FALSE(std::filesystem::exists(file("never")));
 }
 
-TEST_F(TransferTest, FilesOfClipboardsAreAudited) {
+TEST_F(TransferTest, ClipboardFilesAreInTheAuditTrail) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -136,7 +136,7 @@ TEST_F(TransferTest, EndOfTheSessionClosesTheFilesOfOpenUploads) {
   EXPECT_EQ(std::filesystem::file_size(file("a")), 4u);
 }
 
-TEST_F(TransferTest, BrowserThatGoesClosesTheFilesOfItsUploads) {
+TEST_F(TransferTest, LostBrowserClosesTheFilesOfItsUploads) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   upload_part(*browser, open(*browser), file("a"));
@@ -144,7 +144,7 @@ TEST_F(TransferTest, BrowserThatGoesClosesTheFilesOfItsUploads) {
   EXPECT_TRUE(eventually([&] { return !is_open(file("a")); }));
 }
 
-TEST_F(TransferTest, UploadsOfALostMachineAreEndedWhenItReturns) {
+TEST_F(TransferTest, UploadsOfALostMachineAreEndedAfterItsNextLogIn) {
   auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -152,7 +152,7 @@ TEST_F(TransferTest, UploadsOfALostMachineAreEndedWhenItReturns) {
   const agent::AgentConfig config = vantelink_fakes::saved_config();
   agent->stop();
   EXPECT_TRUE(logged("ended: agent-gone"));
-  EXPECT_TRUE(is_open(file("a"))) << "the agent keeps it beyond its connection";
+  EXPECT_TRUE(is_open(file("a"))) << "the agent keeps the file open after its connection";
   agent::AgentClient again(config, {});
   again.start();
   EXPECT_TRUE(eventually([&] { return !is_open(file("a")); }));
@@ -167,8 +167,9 @@ Envelope read_until(RawAgent& agent, Msg type) {
   }
 }
 
-// Logs the machine in; the ends of uploads that it is told before the first heartbeat, which it leaves open.
-std::set<std::uint32_t> ends_after_login(RawAgent& agent, const Json& identity) {
+// Logs the machine in. Returns the uploads whose ends arrive before the first heartbeat, which is not
+// answered.
+std::set<std::uint32_t> ends_after_log_in(RawAgent& agent, const Json& identity) {
   agent.send(Msg::Hello, R"({"role":"agent"})");
   agent.send(Msg::Login,
              Json{{"agent_id", identity["agent_id"]}, {"secret", identity["agent_secret"]}}.dump());
@@ -181,7 +182,7 @@ std::set<std::uint32_t> ends_after_login(RawAgent& agent, const Json& identity) 
   }
 }
 
-TEST_F(TransferTest, EndsThatWereLostWithTheConnectionAreSentAgainUntilTheMachineReadOn) {
+TEST_F(TransferTest, EndsAreSentAgainAfterEachLogInUntilTheMachineAnswersAHeartbeat) {
   auto browser = console();
   auto lost = std::make_unique<RawAgent>(port_);
   lost->send(Msg::Hello, R"({"role":"agent"})");
@@ -205,18 +206,19 @@ TEST_F(TransferTest, EndsThatWereLostWithTheConnectionAreSentAgainUntilTheMachin
   lost.reset();
 
   RawAgent second(port_);
-  EXPECT_EQ(ends_after_login(second, identity), uploads);
+  EXPECT_EQ(ends_after_log_in(second, identity), uploads);
   RawAgent third(port_);
-  EXPECT_EQ(ends_after_login(third, identity), uploads);
+  EXPECT_EQ(ends_after_log_in(third, identity), uploads);
   third.send(Msg::Heartbeat, R"({"beat":1})");
   while (!browser->read_text("agents")["agents"][0]["round_trip_ms"].is_number()) {
   }
   RawAgent fourth(port_);
-  EXPECT_EQ(ends_after_login(fourth, identity), std::set<std::uint32_t>());
+  EXPECT_EQ(ends_after_log_in(fourth, identity), std::set<std::uint32_t>());
 }
 
-// A pipe without a reader holds up the machine as a slow disk does. Calls `meanwhile` with how many of the
-// kParts mebibytes the browser has got rid of, then lets the upload come to its end.
+// Uploads kParts mebibytes to a pipe. Without a reader the pipe blocks the machine, as a slow disk would.
+// Calls `meanwhile` with the number of mebibytes that the browser has sent, then reads the pipe until the
+// upload ends.
 constexpr std::size_t kPart = 1 << 20, kParts = 96;
 template <typename Meanwhile>
 void TransferTest::upload_to_a_pipe(Meanwhile meanwhile) {
@@ -257,14 +259,14 @@ TEST_F(TransferTest, UploadWaitsInTheBrowserWhileTheMachineDoesNotRead) {
   });
 }
 
-TEST_F(TransferTest, SlowMachineIsNoFaultOfItsBrowser) {
+TEST_F(TransferTest, BrowserOfASlowMachineStaysConnected) {
   constexpr std::chrono::milliseconds kShort{50};
   const Limits usual = limits_;
   upload_to_a_pipe([&](const std::atomic<std::size_t>&) {
     settled_heap();
     on_relay([&] { limits_.slow_browser = limits_.dead_browser = limits_.idle_browser = kShort; });
     std::this_thread::sleep_for(10 * kShort);
-    settled_heap();  // and the relay has looked
+    settled_heap();  // the relay has checked its limits many times meanwhile
     on_relay([&] { limits_ = usual; });
   });
 }

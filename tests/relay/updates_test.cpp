@@ -1,7 +1,6 @@
-// The updates that the relay hands to agents.
+// The updates that the relay serves to agents.
 #include <fstream>
 
-#include "relay/options.h"
 #include "relay/relay_fixture.h"
 #include "update/update.h"
 
@@ -20,12 +19,12 @@ class UpdatesTest : public RelayTest {
   }
 };
 
-TEST_F(UpdatesTest, WithoutAFolderThereIsNone) {
+TEST_F(UpdatesTest, WithoutAnUpdatesFolderThereAreNoUpdates) {
   EXPECT_EQ(get("/version.json").status, 404u);
   EXPECT_EQ(get("/download/setup.exe").status, 404u);
 }
 
-TEST_F(UpdatesTest, ManifestAndFilesComeAsTheyLieThere) {
+TEST_F(UpdatesTest, ManifestAndFilesAreServedUnchanged) {
   const std::string manifest = "{\"agent_version\":\"9.9\",\"agent_file\":\"setup-9.9.exe\"}\n";
   std::string installer("MZ\0\xff\r\n\r\n", 8);
   for (int i = 0; i < 3'000'000; ++i)
@@ -40,10 +39,10 @@ TEST_F(UpdatesTest, ManifestAndFilesComeAsTheyLieThere) {
   EXPECT_TRUE(head.ends_with("\r\n\r\n")) << head.size();
   EXPECT_EQ(get("/version.json", "POST").status, 405u);
   put("version.json", "changed");
-  EXPECT_EQ(get("/version.json").text, "changed") << "no restart is needed";
+  EXPECT_EQ(get("/version.json").text, "changed") << "without a restart";
 }
 
-// Anybody may ask for it, and read slowly.
+// Anybody may request a file and read it slowly.
 TEST_F(UpdatesTest, LargeFileIsNotHeldInMemory) {
   put("large.exe", "");
   const auto path = folder_ / "updates/large.exe";
@@ -55,7 +54,7 @@ TEST_F(UpdatesTest, LargeFileIsNotHeldInMemory) {
   EXPECT_LT(settled_heap(), before + (24u << 20));
 }
 
-TEST_F(UpdatesTest, ClosesBehindTheReplyForClientsThatReadToTheEnd) {
+TEST_F(UpdatesTest, ConnectionIsClosedAfterTheReplyIfTheClientAsksForIt) {
   put("a.exe", "the body");
   const std::string reply = Browser(port_).raw(
       "GET /download/a.exe HTTP/1.1\r\nHost: localhost\r\nUser-Agent: Vantelink\r\nConnection: "
@@ -65,7 +64,7 @@ TEST_F(UpdatesTest, ClosesBehindTheReplyForClientsThatReadToTheEnd) {
   EXPECT_EQ(reply.find("chunked"), std::string::npos);
 }
 
-TEST_F(UpdatesTest, TheAgentsOwnClientTakesTheOfferAndTheInstaller) {
+TEST_F(UpdatesTest, AgentsUpdateClientFetchesTheOfferAndTheInstaller) {
   const std::string installer(500'000, 'i');
   put("version.json", R"({"agent_version":"0.2","agent_file":"setup.exe"})");
   put("setup.exe", installer);
@@ -107,19 +106,6 @@ TEST_F(UpdatesTest, NamesThatLeaveTheFolderAreRefused) {
   EXPECT_EQ(get("/version.json/").status, 404u);
   EXPECT_EQ(get("/download/../version.json").status, 404u);
   EXPECT_EQ(get("/download/a.exe?x=/../..").text, "a");
-}
-
-TEST(UpdatesOption, FolderIsTheGivenOneOrInTheDataFolder) {
-  Options options;
-  std::string problem;
-  ASSERT_TRUE(parse_options({"--data", "d"}, options, problem));
-  EXPECT_EQ(options.updates, "d/updates");
-  options = {};
-  ASSERT_TRUE(parse_options({"--updates", "u", "--data", "d"}, options, problem));
-  EXPECT_EQ(options.updates, "u");
-  options = {};
-  EXPECT_FALSE(parse_options({"--updates"}, options, problem));
-  EXPECT_EQ(problem, "--updates needs a value.");
 }
 
 }  // namespace

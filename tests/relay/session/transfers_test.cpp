@@ -1,10 +1,11 @@
-// What the relay makes of single messages about files: numbers, what a browser may send for them, what a
-// machine is owed, and the names in clipboards.
+// Decisions about single messages of file transfers: their numbers, what a browser may send for each, and
+// which ends a machine is owed. Also the audit note of clipboard files.
+#include "relay/session/transfers.h"
+
 #include <gtest/gtest.h>
 
-#include "relay/session/clip_note.h"
-#include "relay/session/transfers.h"
 #include "relay/transfer_bytes.h"
+#include "relay/wire/clip_note.h"
 #include "support/bytes/clip_bytes.h"
 
 namespace vlk::relay {
@@ -18,7 +19,7 @@ std::string payload_of(const Bytes& message) {
 
 using Kind = TransferRuling::Kind;
 
-class Rulings : public testing::Test {
+class TransfersTest : public testing::Test {
  protected:
   TransferRuling send(Msg type, const std::string& payload, std::uint32_t session = 7) {
     message_ = envelope(type, session, payload);
@@ -32,18 +33,18 @@ class Rulings : public testing::Test {
   Bytes message_;
 };
 
-TEST_F(Rulings, NumbersAreNeverZeroAndNeverGivenTwice) {
+TEST_F(TransfersTest, NumbersAreNeverZeroAndNeverGivenTwice) {
   EXPECT_EQ(transfers_.give(7), 0xFFFFFFFF);
   EXPECT_EQ(transfers_.give(7), 1u);
   EXPECT_EQ(transfers_.give(8), 2u);
-  transfers_.end_session(7);
+  (void)transfers_.end_session(7);
   EXPECT_EQ(transfers_.give(7), 3u);
 }
 
-TEST_F(Rulings, SessionHoldsABoundedNumberOfOpenOnes) {
-  std::uint32_t first = 0;
-  for (std::size_t i = 0; i < Transfers::kOpenPerSession; ++i)
-    first = first ? (transfers_.give(7), first) : transfers_.give(7);
+TEST_F(TransfersTest, SessionHasABoundedNumberOfOpenTransfers) {
+  const std::uint32_t first = transfers_.give(7);
+  for (std::size_t i = 1; i < Transfers::kOpenPerSession; ++i)
+    EXPECT_NE(transfers_.give(7), 0u);
   EXPECT_EQ(transfers_.give(7), 0u);
   EXPECT_NE(transfers_.give(8), 0u);
   EXPECT_EQ(request(Msg::UploadBegin, first).kind, Kind::Pass);
@@ -51,7 +52,7 @@ TEST_F(Rulings, SessionHoldsABoundedNumberOfOpenOnes) {
   EXPECT_NE(transfers_.give(7), 0u);
 }
 
-TEST_F(Rulings, NothingPassesWithoutANumberOfTheSession) {
+TEST_F(TransfersTest, NothingPassesWithoutANumberOfTheSession) {
   const std::uint32_t other = transfers_.give(8);
   const std::uint32_t own = transfers_.give(7);
   for (const std::uint32_t number : {0u, other, own + 1}) {
@@ -67,7 +68,7 @@ TEST_F(Rulings, NothingPassesWithoutANumberOfTheSession) {
   EXPECT_EQ(request(Msg::UploadBegin, own).kind, Kind::Refuse) << "used already";
 }
 
-TEST_F(Rulings, SenselessRequestsAreRefused) {
+TEST_F(TransfersTest, InvalidRequestsAreRefused) {
   const std::string own = std::to_string(transfers_.give(7));
   for (const std::string& payload : std::vector<std::string>{
            "", "{", "5", "[]", R"({"path":"C:\\a"})", R"({"transfer_id":)" + own + "}",
@@ -83,8 +84,8 @@ TEST_F(Rulings, SenselessRequestsAreRefused) {
     EXPECT_EQ(send(Msg::FileChunk, std::string(size, '\0')).kind, Kind::Refuse);
 }
 
-// The agent searches the text for a key, so what it finds must be what was judged here.
-TEST_F(Rulings, RequestsReachTheMachineInAFormThatCannotBeMisread) {
+// The agent searches the text for keys, so it must find exactly what was checked here.
+TEST_F(TransfersTest, RequestsAreRewrittenSoThatTheMachineReadsWhatWasChecked) {
   const std::string own = std::to_string(transfers_.give(7));
   const std::string hidden =
       R"({"x":"\u0022transfer_id\u0022:99","a":{"transfer_id":98},"path":"C:\\þ \"transfer_id\":97",)"
@@ -99,7 +100,7 @@ TEST_F(Rulings, RequestsReachTheMachineInAFormThatCannotBeMisread) {
   EXPECT_EQ(payload_of(message_), R"({"transfer_id":)" + own + "}");
 }
 
-TEST_F(Rulings, CancelledDownloadIsSwallowedAndItsChunksDropped) {
+TEST_F(TransfersTest, CancelledDownloadIsSwallowedAndItsChunksDropped) {
   const std::uint32_t own = transfers_.give(7);
   request(Msg::DownloadRequest, own);
   EXPECT_TRUE(transfers_.from_agent(7, Msg::FileChunk, envelope(Msg::FileChunk, 7, chunk(own, "ab"))).wanted);
@@ -113,7 +114,7 @@ TEST_F(Rulings, CancelledDownloadIsSwallowedAndItsChunksDropped) {
   EXPECT_EQ(last.note->detail, std::to_string(own) + " cancelled 3");
 }
 
-TEST_F(Rulings, AuditTrailTellsBeginAndEnd) {
+TEST_F(TransfersTest, BeginAndEndOfATransferLeaveNotes) {
   const std::uint32_t own = transfers_.give(7);
   const auto begin = request(Msg::UploadBegin, own);
   ASSERT_TRUE(begin.note);
@@ -128,7 +129,7 @@ TEST_F(Rulings, AuditTrailTellsBeginAndEnd) {
   EXPECT_LT(longest.note->detail.size(), 5000u);
 }
 
-TEST_F(Rulings, EndOfASessionNamesTheUploadsThatAreOpen) {
+TEST_F(TransfersTest, EndOfASessionReturnsTheOpenUploads) {
   const std::uint32_t open = transfers_.give(7), unused = transfers_.give(7), down = transfers_.give(7);
   request(Msg::UploadBegin, open);
   request(Msg::DownloadRequest, down);
@@ -139,7 +140,7 @@ TEST_F(Rulings, EndOfASessionNamesTheUploadsThatAreOpen) {
   EXPECT_EQ(request(Msg::UploadBegin, unused).kind, Kind::Refuse);
 }
 
-TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndSettledByWhatItReadLater) {
+TEST_F(TransfersTest, OwedEndsAreBoundedAndSettledByWhatTheMachineReadLater) {
   const auto start = Clock::now();
   const auto at = [&](int second) { return start + std::chrono::seconds(second); };
   transfers_.owe("a", {1, 2}, at(0));
@@ -148,7 +149,7 @@ TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndSettledByWhatItReadLater) {
   transfers_.settle("a", at(2));
   EXPECT_EQ(transfers_.owed("a", at(5)), std::vector<std::uint32_t>{3});
   transfers_.settle("a", at(3));
-  EXPECT_EQ(transfers_.owed("a", at(6)), std::vector<std::uint32_t>{3}) << "it was told again since";
+  EXPECT_EQ(transfers_.owed("a", at(6)), std::vector<std::uint32_t>{3}) << "it was sent again since";
   transfers_.settle("a", at(7));
   EXPECT_TRUE(transfers_.owed("a", at(8)).empty());
   for (std::uint32_t i = 0; i < Transfers::kOwedPerAgent; ++i)
@@ -156,7 +157,7 @@ TEST_F(Rulings, UploadsOwedToAMachineAreBoundedAndSettledByWhatItReadLater) {
   EXPECT_EQ(transfers_.owed("a", at(9)).size(), Transfers::kOwedPerAgent);
 }
 
-TEST_F(Rulings, OversizedEndOfADownloadIsDroppedUnread) {
+TEST_F(TransfersTest, OversizedEndOfADownloadIsDropped) {
   const std::uint32_t own = transfers_.give(7);
   request(Msg::DownloadRequest, own);
   const std::string end = R"({"transfer_id":)" + std::to_string(own) + R"(,"ok":true})";
@@ -169,7 +170,7 @@ std::optional<std::string> note_of(const std::string& payload) {
   return clip_note(envelope(Msg::ClipboardData, 7, payload));
 }
 
-TEST(ClipNote, NamesTheFilesAndNothingElse) {
+TEST(ClipNote, HasTheNamesOfFilesOnly) {
   EXPECT_EQ(note_of(""), std::nullopt);
   EXPECT_EQ(note_of("\1secret"), std::nullopt);
   EXPECT_EQ(note_of("\2png"), std::nullopt);
@@ -178,7 +179,7 @@ TEST(ClipNote, NamesTheFilesAndNothingElse) {
   EXPECT_EQ(note_of(two), "2 þ.txt, b c");
 }
 
-TEST(ClipNote, SurvivesTruncationsAndAbsurdSizes) {
+TEST(ClipNote, TruncationsAndOversizedNumbersAreSafe) {
   const std::string one = "\3" + big_endian(1) + record("a", "xyz");
   for (std::size_t size = 1; size < one.size(); ++size)
     EXPECT_EQ(note_of(one.substr(0, size)), "0") << size;

@@ -1,0 +1,28 @@
+// Control characters and UTF-8 boundaries in text from peers.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vlk::relay {
+
+// True for bytes below 0x20, which a JSON string must not contain unescaped.
+[[nodiscard]] constexpr bool is_c0_control(char c) {
+  return static_cast<unsigned char>(c) < 0x20;
+}
+
+// True for bytes below 0x20 and for DEL.
+[[nodiscard]] constexpr bool is_control(char c) {
+  return is_c0_control(c) || c == 0x7F;
+}
+
+[[nodiscard]] bool has_control(std::string_view text);
+
+// `text` with a space in place of each control character.
+[[nodiscard]] std::string without_controls(std::string text);
+
+// `text` cut to at most `limit` bytes, never inside a UTF-8 sequence.
+[[nodiscard]] std::string_view cut_utf8(std::string_view text, std::size_t limit);
+
+}  // namespace vlk::relay

@@ -1,0 +1,8 @@
+// The relay's version, stated once. See docs/versioning.md for when to raise it.
+#pragma once
+
+namespace vlk::relay {
+
+inline constexpr char kRelayVersion[] = "0.1.0";
+
+}  // namespace vlk::relay

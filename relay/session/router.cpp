@@ -1,0 +1,117 @@
+// The decisions about single messages.
+#include "relay/session/router.h"
+
+#include <utility>
+
+#include "relay/wire/clip_note.h"
+
+namespace vlk::relay {
+namespace {
+
+constexpr std::size_t kStampSize = 8;  // bytes of a StreamFrame's time stamp, before its picture
+
+Route swallow(const EnvelopeHeader& header, std::string log_line = {}) {
+  return {.kind = Route::Kind::Swallow, .header = header, .reason = std::move(log_line)};
+}
+
+Route refuse(const EnvelopeHeader& header, std::string sentence, std::string agent = {}) {
+  return {.kind = Route::Kind::Refuse,
+          .header = header,
+          .reason = std::move(sentence),
+          .agent = std::move(agent)};
+}
+
+Route forward(const EnvelopeHeader& header, const std::shared_ptr<Channel>& to) {
+  return {.kind = Route::Kind::Forward, .header = header, .to = to};
+}
+
+// Completes the parameter sets of a frame's H.264 stream. False when the frame breaks what they promised.
+bool complete_frame(H264Stream& video, Bytes& message) {
+  const std::size_t size = message.size();
+  const bool in_order = video.complete(message, kEnvelopeHeaderSize + kStampSize);
+  if (message.size() != size) set_payload_length(message);
+  return in_order;
+}
+
+}  // namespace
+
+Route Router::route_from_agent(AgentPeer& peer, Bytes& message) {
+  thread_.check();
+  const auto header = read_header(message);
+  if (!header) return {};
+  if (peer.refused || peer.channel->closing()) return swallow(*header);
+  if (peer.id.empty()) return {.kind = Route::Kind::ForRelay, .header = *header};
+  const MessageRule* rule = find_rule(header->type);
+  const bool to_browser_type = rule && rule->from_agent() && rule->scope == Scope::Session;
+  return to_browser_type ? to_browser(peer, *header, message) : for_relay(*header, message);
+}
+
+Route Router::for_relay(const EnvelopeHeader& header, const Bytes& message) const {
+  const std::string type = std::to_string(static_cast<int>(header.type));
+  // Parsed JSON takes many times its length in memory, and anybody may enrol.
+  if (message.size() > limits_.control_message)
+    return swallow(header, "ignored an oversized message of type " + type);
+  const MessageRule* rule = find_rule(header.type);
+  if (!rule || !rule->from_agent()) return swallow(header, "ignored a message of type " + type);
+  return {.kind = Route::Kind::ForRelay, .header = header};
+}
+
+Route Router::to_browser(AgentPeer& peer, const EnvelopeHeader& header, Bytes& message) {
+  const Session* session = sessions_.find(header.session);
+  if (!session || session->agent.get() != &peer || !session->accepted()) {
+    // Frames that were sent before the agent heard of a session's end are usual, so they are not logged.
+    if (header.type == Msg::StreamFrame) return swallow(header);
+    return swallow(header,
+                   "dropped a message for session " + std::to_string(header.session) + ", which is not open");
+  }
+  Route route = forward(header, session->console->channel);
+  if (header.type == Msg::StreamConfig) peer.video = {};
+  if (header.type == Msg::StreamFrame) route.key_frame_needed = !complete_frame(peer.video, message);
+  if (header.type == Msg::ClipboardData) note_clipboard(*session, "clipboard-down", message);
+  if (!is_transfer(header.type)) return route;
+  const Transfers::Delivery delivery = transfers_.from_agent(header.session, header.type, message);
+  if (delivery.note) audit_.note(*session, *delivery.note);
+  return delivery.wanted ? route : swallow(header);
+}
+
+Route Router::route_from_browser(const ConsolePeer& peer, Bytes& message) {
+  thread_.check();
+  const auto header = read_header(message);
+  if (!header) return {};
+  const Session* session = sessions_.find(header->session);
+  if (!session || session->console.get() != &peer) return refuse(*header, "There is no such session.");
+  if (!session->accepted()) return refuse(*header, "The session has not been accepted.", session->agent->id);
+  const MessageRule* rule = find_rule(header->type);
+  if (!rule || !rule->to_agent() || rule->scope != Scope::Session)
+    return refuse(*header, "A message of that type is not for the machine.", session->agent->id);
+  return to_machine(*session, *header, message);
+}
+
+Route Router::to_machine(const Session& session, const EnvelopeHeader& header, Bytes& message) {
+  const Route route = forward(header, session.agent->channel);
+  if (header.type == Msg::ClipboardData) note_clipboard(session, "clipboard-up", message);
+  if (header.type == Msg::Reboot) audit_.note(session, {"restart", std::to_string(session.number)});
+  if (!is_transfer(header.type)) return route;
+  const TransferRuling ruling = transfers_.from_browser(session.number, header.type, message);
+  if (ruling.note) audit_.note(session, *ruling.note);
+  switch (ruling.kind) {
+    case TransferRuling::Kind::Refuse: {
+      Route refusal = refuse(header, ruling.refusal, session.agent->id);
+      refusal.transfer = ruling.transfer;
+      return refusal;
+    }
+    case TransferRuling::Kind::Swallow:
+      return swallow(header);
+    case TransferRuling::Kind::Pass:
+      break;
+  }
+  // The end of an upload; that of a download never passes.
+  if (header.type == Msg::FileTransferEnd) transfers_.owe(session.agent->id, {ruling.transfer}, Clock::now());
+  return route;
+}
+
+void Router::note_clipboard(const Session& session, const char* event, const Bytes& message) {
+  if (auto files = clip_note(message)) audit_.note(session, {event, std::move(*files)});
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,25 @@
+// Writes the JSON messages for browsers.
+#include "relay/wire/console_messages.h"
+
+#include <nlohmann/json.hpp>
+
+#include "relay/wire/envelope.h"
+
+namespace vlk::relay {
+
+std::string session_message(std::uint32_t session, const std::string& agent, const std::string& state,
+                            const std::string& reason) {
+  nlohmann::json message = {{"type", "session"}, {"session", session}, {"agent", agent}, {"state", state}};
+  if (!reason.empty()) message["reason"] = reason;
+  return dump(message);
+}
+
+std::string error_message(const std::string& sentence, const std::string& agent,
+                          const nlohmann::json& fields) {
+  nlohmann::json message = {{"type", "error"}, {"message", sentence}};
+  if (!agent.empty()) message["agent"] = agent;
+  message.update(fields);
+  return dump(message);
+}
+
+}  // namespace vlk::relay

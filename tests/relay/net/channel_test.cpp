@@ -1,0 +1,147 @@
+// The state of a connection: its queue, its end, and who waits for it. No socket takes part.
+#include "relay/net/channel.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <gtest/gtest.h>
+
+namespace vlk::relay {
+namespace {
+
+namespace asio = boost::asio;
+
+class ChannelTest : public testing::Test {
+ protected:
+  // Starts the coroutine and runs it until it waits. True, now or later, when it has ended.
+  std::shared_ptr<bool> spawn(asio::awaitable<void> work) {
+    const auto done = std::make_shared<bool>(false);
+    asio::co_spawn(io_, std::move(work), [done](std::exception_ptr) { *done = true; });
+    run();
+    return done;
+  }
+  void run() {
+    io_.restart();
+    io_.poll();
+  }
+  std::string next() {
+    const auto message = channel_->take();
+    return message ? std::string(message->bytes->begin(), message->bytes->end()) : "nothing";
+  }
+
+  asio::io_context io_;
+  const std::shared_ptr<Channel> channel_ = std::make_shared<Channel>(io_.get_executor(), 10);
+};
+
+TEST_F(ChannelTest, MessagesAreTakenInOrderAndDiscardedByTheirTag) {
+  channel_->send_text("first", 1);
+  channel_->send_text("second", 2);
+  channel_->send_text("third", 1);
+  EXPECT_EQ(next(), "first");
+  channel_->discard(1);
+  EXPECT_EQ(next(), "second");
+  EXPECT_EQ(next(), "nothing");
+}
+
+TEST_F(ChannelTest, TakenMessageCountsUntilItIsWritten) {
+  channel_->send_text("eleven byte");
+  EXPECT_TRUE(channel_->full());
+  EXPECT_EQ(next(), "eleven byte");
+  EXPECT_TRUE(channel_->full());
+  channel_->written(1);
+  EXPECT_FALSE(channel_->full()) << "ten bytes are not too many";
+}
+
+TEST_F(ChannelTest, DiscardedMessageNoLongerCounts) {
+  channel_->send_text("more than ten", 7);
+  channel_->discard(7);
+  EXPECT_FALSE(channel_->full());
+}
+
+TEST_F(ChannelTest, NothingIsQueuedAfterTheClose) {
+  channel_->send_text("before");
+  channel_->close(CloseCode::GoingAway, "stop");
+  channel_->send_text("after");
+  EXPECT_EQ(next(), "before") << "what waits is still sent";
+  EXPECT_EQ(next(), "nothing");
+}
+
+TEST_F(ChannelTest, CutEmptiesTheQueueAndKeepsTheFirstReason) {
+  channel_->send_text("lost");
+  channel_->close(CloseCode::GoingAway, "stop");
+  channel_->cut("later");
+  EXPECT_EQ(next(), "nothing");
+  EXPECT_TRUE(channel_->is_cut());
+  EXPECT_EQ(channel_->end_reason(), "stop");
+}
+
+TEST_F(ChannelTest, EveryRequestIsReportedToTheConnection) {
+  int requests = 0;
+  channel_->on_request([&] { ++requests; });
+  channel_->send_text("a");
+  EXPECT_EQ(requests, 1);
+  channel_->ping(Clock::now() + std::chrono::seconds(1));
+  EXPECT_EQ(requests, 2);
+  channel_->close(CloseCode::GoingAway, "stop");
+  channel_->close(CloseCode::GoingAway, "again");
+  EXPECT_EQ(requests, 3);
+  channel_->cut("stop");
+  channel_->cut("again");
+  EXPECT_EQ(requests, 4);
+}
+
+TEST_F(ChannelTest, PingIsRequestedOnceUntilThePeerIsHeard) {
+  const auto start = Clock::now() + std::chrono::seconds(1);
+  channel_->ping(start);
+  EXPECT_TRUE(channel_->ping_requested());
+  channel_->ping_sent();
+  channel_->ping(start + std::chrono::seconds(1));
+  EXPECT_FALSE(channel_->ping_requested());
+  channel_->count_as_heard(start + std::chrono::seconds(2));
+  channel_->ping(start + std::chrono::seconds(3));
+  EXPECT_TRUE(channel_->ping_requested());
+}
+
+TEST_F(ChannelTest, StallLastsFromTheFirstUnsentByteOn) {
+  const auto later = Clock::now() + std::chrono::hours(1);
+  EXPECT_EQ(channel_->write_stall(later), Clock::duration::zero());
+  channel_->send_text("waits");
+  EXPECT_GT(channel_->write_stall(later), std::chrono::minutes(59));
+  (void)next();
+  channel_->finished_work();
+  EXPECT_EQ(channel_->write_stall(later), Clock::duration::zero());
+}
+
+TEST_F(ChannelTest, WaitForRoomReturnsWhenThereIsRoom) {
+  EXPECT_TRUE(*spawn(channel_->wait_for_room()));
+  channel_->send_text("more than ten");
+  const auto done = spawn(channel_->wait_for_room());
+  EXPECT_FALSE(*done);
+  (void)next();
+  channel_->written(5);
+  run();
+  EXPECT_TRUE(*done);
+}
+
+TEST_F(ChannelTest, WaitForRoomReturnsAtTheEndOfTheConnection) {
+  channel_->send_text("more than ten");
+  const auto done = spawn(channel_->wait_for_room());
+  channel_->cut("gone");
+  run();
+  EXPECT_TRUE(*done);
+}
+
+TEST_F(ChannelTest, WaitForChangeReturnsWhenMessagesAreDiscarded) {
+  channel_->send_text("more than ten", 7);
+  const auto done = spawn(channel_->wait_for_change());
+  EXPECT_FALSE(*done);
+  channel_->discard(7);
+  run();
+  EXPECT_TRUE(*done);
+}
+
+}  // namespace
+}  // namespace vlk::relay

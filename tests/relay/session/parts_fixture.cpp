@@ -1,0 +1,103 @@
+// Connections without sockets.
+#include "relay/session/parts_fixture.h"
+
+#include "relay/base/secrets.h"
+#include "relay/wire/envelope.h"
+
+namespace vlk::relay {
+namespace {
+
+std::string line_of(const Channel::Outgoing& message) {
+  const Bytes& bytes = *message.bytes;
+  if (message.text) return {bytes.begin(), bytes.end()};
+  const auto header = read_header(bytes);
+  if (!header) return "not an envelope";
+  return std::to_string(static_cast<int>(header->type)) + "/" + std::to_string(header->session) + " " +
+         std::string(bytes.begin() + kEnvelopeHeaderSize, bytes.end());
+}
+
+}  // namespace
+
+PartsTest::PartsTest()
+    : log_([this](std::string_view line) { log_text_.append(line).append("\n"); }), store_(file_) {
+  start_sodium();
+  parts_ = std::make_unique<Parts>(store_, log_, limits_);
+}
+
+PartsTest::Agent PartsTest::connect() {
+  const auto peer = std::make_shared<AgentPeer>();
+  peer->channel = std::make_shared<Channel>(io_.get_executor(), limits_.queue_bytes);
+  peer->address = "10.0.0.1:1000";
+  parts_->machines.add_connection(peer);
+  return peer;
+}
+
+PartsTest::Agent PartsTest::log_in(const std::string& id) {
+  const AgentRecord record{id, "name of " + id, "machine", "windows", "hw", 1};
+  if (!parts_->machines.find(id)) store_.add_agent(record, {1}, "10.0.0.1:1000");
+  const auto peer = connect();
+  (void)parts_->machines.log_in(peer, record);
+  return peer;
+}
+
+PartsTest::Console PartsTest::browse(const std::string& representative) {
+  const auto peer = std::make_shared<ConsolePeer>();
+  peer->channel = std::make_shared<Channel>(io_.get_executor(), limits_.queue_bytes);
+  peer->address = "10.0.0.2:2000";
+  peer->representative = representative;
+  peer->login = Bytes(representative.begin(), representative.end());
+  parts_->browsers.add(peer, parts_->machines.list(parts_->sessions.representatives()));
+  return peer;
+}
+
+std::uint32_t PartsTest::ask(const Console& console, const Agent& agent) {
+  (void)sent(*console->channel);
+  parts_->sessions.open(console, agent->id);
+  const Lines answer = sent(*console->channel);
+  EXPECT_EQ(answer.size(), 1u);
+  return answer.empty() ? 0 : Json::parse(answer.front()).value("session", 0u);
+}
+
+std::uint32_t PartsTest::accepted(const Console& console, const Agent& agent) {
+  const std::uint32_t number = ask(console, agent);
+  parts_->sessions.accept(*agent, number);
+  (void)sent(*console->channel);
+  (void)sent(*agent->channel);
+  return number;
+}
+
+Lines PartsTest::sent(Channel& channel) {
+  Lines lines;
+  while (const auto message = channel.take()) {
+    lines.push_back(line_of(*message));
+    channel.written(message->bytes->size());
+  }
+  channel.finished_work();
+  return lines;
+}
+
+Lines PartsTest::sent_but_lists(Channel& channel) {
+  Lines lines = sent(channel);
+  std::erase_if(lines, [](const std::string& line) { return line.find("\"type\":\"agents\"") != line.npos; });
+  return lines;
+}
+
+Lines PartsTest::audited() {
+  Database database(file_);
+  Statement rows(database, "SELECT event, detail FROM audit ORDER BY id");
+  Lines lines;
+  while (rows.step())
+    lines.push_back(rows.text(0) + ": " + rows.text(1));
+  return lines;
+}
+
+void PartsTest::break_audit_trail() {
+  Database(file_).execute("DROP TABLE audit");
+}
+
+Bytes envelope_of(Msg type, std::uint32_t session, const std::string& payload) {
+  return encode_envelope(type, session, reinterpret_cast<const unsigned char*>(payload.data()),
+                         payload.size(), 0);
+}
+
+}  // namespace vlk::relay

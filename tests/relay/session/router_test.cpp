@@ -1,0 +1,204 @@
+// Which messages pass between machines and browsers: each type in each state of a session, in both
+// directions.
+#include "relay/session/parts_fixture.h"
+
+namespace vlk::relay {
+namespace {
+
+using Kind = Route::Kind;
+
+// What the session of a message is to the peer that sends it.
+enum class Belonging { None, OfAnother, Asked, Accepted };
+constexpr Belonging kBelongings[] = {Belonging::None, Belonging::OfAnother, Belonging::Asked,
+                                     Belonging::Accepted};
+
+class RouterTest : public PartsTest {
+ protected:
+  RouterTest() : agent_(log_in("a")), browser_(browse("ada")) {}
+
+  std::uint32_t session_that_is(Belonging belonging) {
+    switch (belonging) {
+      case Belonging::None:
+        return 0;
+      case Belonging::OfAnother:
+        return accepted(browse("ben"), log_in("b"));
+      case Belonging::Asked:
+        return ask(browser_, agent_);
+      case Belonging::Accepted:
+        return accepted(browser_, agent_);
+    }
+    return 0;
+  }
+  Route from_agent(Msg type, std::uint32_t session, const std::string& payload = {}) {
+    message_ = envelope_of(type, session, payload);
+    return parts_->router.route_from_agent(*agent_, message_);
+  }
+  Route from_browser(Msg type, std::uint32_t session, const std::string& payload = {}) {
+    message_ = envelope_of(type, session, payload);
+    return parts_->router.route_from_browser(*browser_, message_);
+  }
+  std::string payload() const { return {message_.begin() + kEnvelopeHeaderSize, message_.end()}; }
+  Lines notes() {
+    parts_->audit.write_notes();
+    Lines lines = audited();
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("session-"); });
+    return lines;
+  }
+
+  Agent agent_;
+  Console browser_;
+  Bytes message_;
+};
+
+// All 256 codes, those without a rule included.
+TEST_F(RouterTest, EveryTypeFromAMachineInEveryState) {
+  for (const Belonging belonging : kBelongings) {
+    const std::uint32_t session = session_that_is(belonging);
+    for (int code = 0; code < 256; ++code) {
+      const MessageRule* rule = find_rule(static_cast<Msg>(code));
+      const Route route = from_agent(static_cast<Msg>(code), session);
+      Kind expected = Kind::Swallow;
+      if (rule && rule->from_agent()) {
+        if (rule->scope != Scope::Session) expected = Kind::ForRelay;
+        if (rule->scope == Scope::Session && belonging == Belonging::Accepted) expected = Kind::Forward;
+      }
+      EXPECT_EQ(route.kind, expected) << code << " in state " << static_cast<int>(belonging);
+      EXPECT_EQ(route.to, expected == Kind::Forward ? browser_->channel : nullptr);
+      const bool silent = expected != Kind::Swallow || (rule && rule->code == Msg::StreamFrame);
+      EXPECT_EQ(route.reason.empty(), silent) << code << ": " << route.reason;
+    }
+    if (belonging == Belonging::Asked) parts_->sessions.close(*browser_, session);
+  }
+}
+
+TEST_F(RouterTest, EveryTypeFromABrowserInEveryState) {
+  const std::map<Belonging, std::string> refusals = {
+      {Belonging::None, "There is no such session."},
+      {Belonging::OfAnother, "There is no such session."},
+      {Belonging::Asked, "The session has not been accepted."},
+      {Belonging::Accepted, "A message of that type is not for the machine."},
+  };
+  for (const Belonging belonging : kBelongings) {
+    const std::uint32_t session = session_that_is(belonging);
+    for (int code = 0; code < 256; ++code) {
+      const auto type = static_cast<Msg>(code);
+      if (belonging == Belonging::Accepted && is_transfer(type)) continue;  // these have tests of their own
+      const MessageRule* rule = find_rule(type);
+      const bool allowed = rule && rule->to_agent() && rule->scope == Scope::Session;
+      const Route route = from_browser(type, session);
+      if (allowed && belonging == Belonging::Accepted) {
+        EXPECT_EQ(route.kind, Kind::Forward) << code;
+        EXPECT_EQ(route.to, agent_->channel);
+        continue;
+      }
+      EXPECT_EQ(route.kind, Kind::Refuse) << code << " in state " << static_cast<int>(belonging);
+      EXPECT_EQ(route.to, nullptr);
+      EXPECT_EQ(route.reason, refusals.at(belonging)) << code;
+      const bool own = belonging == Belonging::Asked || belonging == Belonging::Accepted;
+      EXPECT_EQ(route.agent, own ? "a" : "") << "a machine of another browser is not named";
+    }
+    if (belonging == Belonging::Asked) parts_->sessions.close(*browser_, session);
+  }
+}
+
+TEST_F(RouterTest, NothingPassesAfterTheEndOfTheSession) {
+  const std::uint32_t session = accepted(browser_, agent_);
+  parts_->sessions.close(*browser_, session);
+  EXPECT_EQ(from_agent(Msg::StreamFrame, session).kind, Kind::Swallow);
+  EXPECT_EQ(from_browser(Msg::InputEvent, session).kind, Kind::Refuse);
+}
+
+TEST_F(RouterTest, WhatIsNotAnEnvelopeIsMalformed) {
+  const std::uint32_t session = accepted(browser_, agent_);
+  const Bytes whole = envelope_of(Msg::ClipboardData, session, "\1text");
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+    EXPECT_EQ(parts_->router.route_from_agent(*agent_, cut).kind, Kind::Malformed) << size;
+    EXPECT_EQ(parts_->router.route_from_browser(*browser_, cut).kind, Kind::Malformed) << size;
+  }
+  Bytes longer = whole;
+  longer.push_back(0);
+  EXPECT_EQ(parts_->router.route_from_agent(*agent_, longer).kind, Kind::Malformed);
+}
+
+TEST_F(RouterTest, EveryMessageBeforeTheLogInIsForTheRelay) {
+  agent_ = connect();
+  for (const MessageRule& rule : kMessageRules)
+    EXPECT_EQ(from_agent(rule.code, 0).kind, Kind::ForRelay);
+}
+
+TEST_F(RouterTest, RefusedAndClosingAgentsAreNotHeard) {
+  agent_->refused = true;
+  EXPECT_EQ(from_agent(Msg::Heartbeat, 0).kind, Kind::Swallow);
+  agent_->refused = false;
+  agent_->channel->close(CloseCode::PolicyViolation, "refused");
+  EXPECT_EQ(from_agent(Msg::Heartbeat, 0).kind, Kind::Swallow);
+}
+
+TEST_F(RouterTest, OversizedMessageForTheRelayIsIgnored) {
+  const Route route = from_agent(Msg::Heartbeat, 0, std::string(limits_.control_message, ' '));
+  EXPECT_EQ(route.kind, Kind::Swallow);
+  EXPECT_EQ(route.reason, "ignored an oversized message of type 4");
+}
+
+TEST_F(RouterTest, TransferPassesOnlyWithANumberOfTheSession) {
+  const std::uint32_t session = accepted(browser_, agent_);
+  const std::uint32_t number = parts_->transfers.give(session);
+  const auto request = [&](std::uint32_t transfer) {
+    return R"({"x":1,"transfer_id":)" + std::to_string(transfer) + R"(,"path":"a.txt"})";
+  };
+  const Route refused = from_browser(Msg::UploadBegin, session, request(number + 1));
+  EXPECT_EQ(refused.kind, Kind::Refuse);
+  EXPECT_EQ(refused.transfer, number + 1);
+  EXPECT_EQ(refused.agent, "a");
+  EXPECT_EQ(from_browser(Msg::UploadBegin, session, request(number)).kind, Kind::Forward);
+  EXPECT_EQ(payload(), R"({"transfer_id":)" + std::to_string(number) + R"(,"path":"a.txt","size":0})");
+  EXPECT_EQ(from_browser(Msg::FileTransferEnd, session, request(number)).kind, Kind::Forward);
+  EXPECT_EQ(parts_->transfers.owed("a", Clock::now()), std::vector<std::uint32_t>{number});
+  EXPECT_EQ(notes(), (Lines{"upload: " + std::to_string(number) + " a.txt",
+                            "upload-end: " + std::to_string(number) + " ended 0"}));
+}
+
+TEST_F(RouterTest, CancelledDownloadIsSwallowedInBothDirections) {
+  const std::uint32_t session = accepted(browser_, agent_);
+  const std::string id = R"({"transfer_id":)" + std::to_string(parts_->transfers.give(session));
+  EXPECT_EQ(from_browser(Msg::DownloadRequest, session, id + R"(,"path":"a"})").kind, Kind::Forward);
+  EXPECT_EQ(from_browser(Msg::FileTransferEnd, session, id + "}").kind, Kind::Swallow);
+  const Route end = from_agent(Msg::FileTransferEnd, session, id + R"(,"ok":true})");
+  EXPECT_EQ(end.kind, Kind::Forward);
+  EXPECT_EQ(notes().size(), 2u);
+}
+
+TEST_F(RouterTest, ClipboardFilesAndRestartsLeaveNotes) {
+  using namespace std::string_literals;
+  const std::uint32_t session = accepted(browser_, agent_);
+  const std::string file = "\3\0\0\0\1\0\0\0\1a\0\0\0\0\0\0\0\0"s;
+  EXPECT_EQ(from_agent(Msg::ClipboardData, session, file).kind, Kind::Forward);
+  EXPECT_EQ(from_browser(Msg::ClipboardData, session, file).kind, Kind::Forward);
+  EXPECT_EQ(from_browser(Msg::ClipboardData, session, "\1text").kind, Kind::Forward);
+  EXPECT_EQ(from_browser(Msg::Reboot, session).kind, Kind::Forward);
+  EXPECT_EQ(notes(),
+            (Lines{"clipboard-down: 1 a", "clipboard-up: 1 a", "restart: " + std::to_string(session)}));
+}
+
+TEST_F(RouterTest, FramesOfAnH264StreamAreCompletedUntilTheNextStreamConfig) {
+  using namespace std::string_literals;
+  const std::uint32_t session = accepted(browser_, agent_);
+  const std::string stamp(8, 't'), start = "\0\0\0\1"s;
+  const std::string set = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xce\x80"s;
+  const std::string in_order = "\x67\x4d\x4c\x14\x8c\x8d\x40\xa0\xcb\xcf\x35\x01\x0d\x06\x07\x84\x02\x15"s;
+  const std::string b_slice = start + "\x41\x9c\x80"s;
+  EXPECT_FALSE(from_agent(Msg::StreamFrame, session, stamp + start + set).key_frame_needed);
+  EXPECT_EQ(payload(), stamp + start + in_order);
+  EXPECT_TRUE(read_header(message_)) << "the declared length follows the payload";
+  const Route broken = from_agent(Msg::StreamFrame, session, stamp + b_slice);
+  EXPECT_EQ(broken.kind, Kind::Forward);
+  EXPECT_TRUE(broken.key_frame_needed);
+  EXPECT_FALSE(from_agent(Msg::StreamFrame, session, stamp + b_slice).key_frame_needed);
+  (void)from_agent(Msg::StreamConfig, session, "{}");
+  (void)from_agent(Msg::StreamFrame, session, stamp + start + set);
+  EXPECT_EQ(payload(), stamp + start + in_order);
+}
+
+}  // namespace
+}  // namespace vlk::relay

@@ -1,0 +1,198 @@
+// Everything that happens by time, with a clock that the tests set.
+#include "relay/session/parts_fixture.h"
+
+namespace vlk::relay {
+namespace {
+
+using std::chrono::milliseconds;
+
+class WatchdogTest : public PartsTest {
+ protected:
+  void tick(Clock::duration after) { parts_->watchdog.tick(start_ + after); }
+  // Without the wait for the list of machines, which is sent at the first tick.
+  Lines to_agent(const Agent& agent) { return sent(*agent->channel); }
+
+  Agent agent() {
+    auto peer = log_in("a");
+    peer->channel->count_as_heard(start_);
+    peer->since = start_;
+    return peer;
+  }
+  Console browser() {
+    auto peer = browse("ada");
+    store_.add_user("ada", "hash");
+    store_.add_login(peer->login, "ada", wall_seconds() + 3600);
+    peer->channel->count_as_heard(start_);
+    peer->login_checked = start_;
+    (void)sent(*peer->channel);
+    return peer;
+  }
+
+  const Clock::time_point start_ = Clock::now();
+  static constexpr milliseconds kShort{1};
+};
+
+TEST_F(WatchdogTest, HeartbeatsAreSentAtTheirInterval) {
+  const auto peer = agent();
+  tick({});
+  EXPECT_EQ(to_agent(peer), (Lines{R"(4/0 {"beat":1})"}));
+  tick(limits_.heartbeat - kShort);
+  EXPECT_EQ(to_agent(peer), Lines{});
+  tick(limits_.heartbeat);
+  EXPECT_EQ(to_agent(peer), (Lines{R"(4/0 {"beat":2})"}));
+  EXPECT_EQ(peer->heartbeat_sent, start_ + limits_.heartbeat);
+}
+
+TEST_F(WatchdogTest, SilentAgentIsCut) {
+  const auto peer = agent();
+  tick(limits_.agent_silence - kShort);
+  (void)to_agent(peer);
+  EXPECT_FALSE(peer->channel->closing());
+  tick(limits_.agent_silence);
+  EXPECT_TRUE(peer->channel->is_cut());
+  EXPECT_EQ(peer->channel->end_reason(), "silent for too long");
+}
+
+TEST_F(WatchdogTest, AgentThatIsNotReadIsNotSilent) {
+  const auto peer = agent();
+  peer->paused = true;
+  tick(limits_.agent_silence);
+  EXPECT_FALSE(peer->channel->closing());
+}
+
+TEST_F(WatchdogTest, AgentThatDoesNotReadIsCut) {
+  const auto peer = agent();
+  peer->channel->send_text("waits");
+  peer->channel->count_as_heard(start_ + 2 * limits_.agent_silence);
+  tick(2 * limits_.agent_silence);
+  EXPECT_EQ(peer->channel->end_reason(), "does not read");
+}
+
+TEST_F(WatchdogTest, ConnectionWithoutALogInIsCut) {
+  const auto peer = connect();
+  peer->since = start_;
+  tick(limits_.handshake - kShort);
+  EXPECT_FALSE(peer->channel->closing());
+  tick(limits_.handshake);
+  EXPECT_EQ(peer->channel->end_reason(), "no log-in in time");
+}
+
+TEST_F(WatchdogTest, RefusedAgentIsClosedLater) {
+  const auto peer = connect();
+  peer->since = start_;
+  peer->refused = true;
+  tick(limits_.refused_hold - kShort);
+  EXPECT_FALSE(peer->channel->closing());
+  tick(limits_.refused_hold);
+  ASSERT_TRUE(peer->channel->close_request());
+  EXPECT_EQ(peer->channel->close_request()->code, CloseCode::PolicyViolation);
+}
+
+TEST_F(WatchdogTest, SlowBrowserLosesItsSessionsAndThenItsConnection) {
+  const auto peer = browser();
+  const auto machine = agent();
+  const std::uint32_t session = accepted(peer, machine);
+  peer->channel->send_text("waits");
+  // The stall began between start_ and now.
+  const auto begin = Clock::now() - start_;
+  tick(limits_.slow_browser - kShort);
+  EXPECT_NE(parts_->sessions.find(session), nullptr);
+  tick(begin + limits_.slow_browser);
+  EXPECT_EQ(parts_->sessions.find(session), nullptr);
+  EXPECT_EQ(audited().back(), "session-end: " + std::to_string(session) + " slow");
+  EXPECT_FALSE(peer->channel->closing());
+  tick(begin + limits_.dead_browser);
+  EXPECT_EQ(peer->channel->end_reason(), "does not read");
+}
+
+TEST_F(WatchdogTest, SilentBrowserIsPingedOnceAndThenCut) {
+  const auto peer = browser();
+  tick(limits_.browser_ping - kShort);
+  EXPECT_FALSE(peer->channel->ping_requested());
+  tick(limits_.browser_ping);
+  EXPECT_TRUE(peer->channel->ping_requested());
+  peer->channel->ping_sent();
+  tick(limits_.browser_ping + kShort);
+  EXPECT_FALSE(peer->channel->ping_requested()) << "the first ping has no answer yet";
+  (void)sent(*peer->channel);
+  tick(limits_.idle_browser);
+  EXPECT_EQ(peer->channel->end_reason(), "answers no ping");
+}
+
+TEST_F(WatchdogTest, BrowserThatAnswersIsPingedAgain) {
+  const auto peer = browser();
+  tick(limits_.browser_ping);
+  peer->channel->ping_sent();
+  peer->channel->count_as_heard(start_ + limits_.browser_ping + kShort);
+  tick(2 * limits_.browser_ping + kShort);
+  EXPECT_TRUE(peer->channel->ping_requested());
+}
+
+TEST_F(WatchdogTest, BrowserThatIsNotReadIsNotSilent) {
+  const auto peer = browser();
+  peer->paused = true;
+  tick(limits_.idle_browser);
+  EXPECT_FALSE(peer->channel->closing());
+}
+
+TEST_F(WatchdogTest, BrowserIsClosedAfterItsLogInEnded) {
+  const auto peer = browser();
+  peer->paused = true;
+  tick(limits_.login_check);
+  EXPECT_FALSE(peer->channel->closing());
+  store_.remove_login(peer->login);
+  tick(2 * limits_.login_check - kShort);
+  EXPECT_FALSE(peer->channel->closing()) << "checked at its interval only";
+  tick(2 * limits_.login_check);
+  EXPECT_EQ(peer->channel->end_reason(), "the log-in ended");
+}
+
+TEST_F(WatchdogTest, FailureOfTheDatabaseClosesNoBrowser) {
+  const auto peer = browser();
+  peer->paused = true;
+  Database(file_).execute("DROP TABLE logins");
+  tick(limits_.login_check);
+  EXPECT_FALSE(peer->channel->closing());
+  EXPECT_TRUE(logged("The database failed"));
+}
+
+TEST_F(WatchdogTest, UnansweredRequestEnds) {
+  const auto peer = browser();
+  const std::uint32_t session = ask(peer, agent());
+  peer->paused = true;
+  tick(Clock::now() - start_ + limits_.consent);
+  EXPECT_EQ(audited().back(), "session-end: " + std::to_string(session) + " no-answer");
+}
+
+TEST_F(WatchdogTest, NotesAreWrittenAtTheTick) {
+  const auto peer = browser();
+  const Session session{7, agent(), peer};
+  parts_->audit.note(session, {"upload", "1 a"});
+  EXPECT_EQ(audited(), Lines{});
+  tick({});
+  EXPECT_EQ(audited(), (Lines{"upload: 1 a"}));
+}
+
+TEST_F(WatchdogTest, ConnectedMachinesAreStoredAsSeenAtTheInterval) {
+  const auto peer = agent();
+  peer->paused = true;
+  tick({});
+  EXPECT_EQ(store_.agents().front().last_seen, 1);
+  tick(2 * limits_.last_seen);
+  EXPECT_GT(store_.agents().front().last_seen, 1);
+}
+
+TEST_F(WatchdogTest, ChangedListIsSentOnceAtTheNextTick) {
+  const auto peer = browser();
+  agent();
+  EXPECT_EQ(sent(*peer->channel), Lines{});
+  tick({});
+  const Lines lines = sent(*peer->channel);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(Json::parse(lines[0])["agents"][0]["state"], "online");
+  tick({});
+  EXPECT_EQ(sent(*peer->channel), Lines{});
+}
+
+}  // namespace
+}  // namespace vlk::relay
