@@ -1,12 +1,13 @@
 // The console's start: log-in, the link to the relay, and which of the three views is shown.
-import * as api from './link/api.js';
+
 import { byId, showView } from './base/dom.js';
+import { inSentence, nameOf, tidy } from './base/names.js';
+import { fillIn, texts } from './base/texts.js';
+import * as api from './link/api.js';
 import { Link } from './link/link.js';
 import { MachineList } from './machines/machines.js';
-import { inSentence, nameOf, tidy } from './base/names.js';
 import { attachPassword } from './machines/password.js';
 import { SessionView } from './session/session.js';
-import { fillIn, texts } from './base/texts.js';
 
 fillIn(document);
 const link = new Link(`wss://${location.host}/console`);
@@ -50,7 +51,9 @@ function askForLogin(/** @type {string} */ message) {
   byId('login-name').focus();
 }
 
-session.addEventListener('restarting', (/** @type {any} */ { detail }) => machines.expectBack(detail.agent, detail.on));
+session.addEventListener('restarting', (/** @type {any} */ { detail }) =>
+  machines.expectBack(detail.agent, detail.on),
+);
 link.addEventListener('up', () => notice(''));
 link.addEventListener('down', async () => {
   session.linkLost();
@@ -79,7 +82,11 @@ byId('login-form').addEventListener('submit', async (/** @type {SubmitEvent} */ 
     byId('login-password').value = '';
     enter(name);
   } catch (/** @type {any} */ error) {
-    const known = /** @type {Record<number, string>} */ ({ 401: texts.wrongLogin, 429: texts.tooManyLogins, 0: texts.noRelay });
+    const known = /** @type {Record<number, string>} */ ({
+      401: texts.wrongLogin,
+      429: texts.tooManyLogins,
+      0: texts.noRelay,
+    });
     byId('login-error').textContent = known[error.status] ?? texts.failed;
     byId('login-password').select();
   }
@@ -91,4 +98,7 @@ byId('logout').addEventListener('click', async () => {
   askForLogin('');
 });
 
-api.me().then(({ name }) => enter(name)).catch(() => askForLogin(''));
+api
+  .me()
+  .then(({ name }) => enter(name))
+  .catch(() => askForLogin(''));

@@ -8,7 +8,8 @@
  * @returns {Promise<Dropped[]>}
  */
 export async function droppedFiles(data) {
-  const entries = [...data.items].filter(({ kind }) => kind === 'file')
+  const entries = [...data.items]
+    .filter(({ kind }) => kind === 'file')
     .map((item) => ({ entry: item.webkitGetAsEntry?.() ?? null, file: item.getAsFile() }));
   /** @type {Dropped[]} */
   const found = [];
@@ -30,12 +31,16 @@ async function walk(/** @type {any} */ folder, /** @type {string} */ path, /** @
   // A reader gives some of the entries at a time, and none at the end.
   for (;;) {
     /** @type {any[]} */
-    const entries = await new Promise((resolve, reject) => { reader.readEntries(resolve, reject); });
+    const entries = await new Promise((resolve, reject) => {
+      reader.readEntries(resolve, reject);
+    });
     if (!entries.length) return;
     for (const entry of entries) {
       if (entry.isDirectory) await walk(entry, below, found).catch(() => {});
       else {
-        const file = await new Promise((resolve) => { entry.file(resolve, () => resolve(null)); });
+        const file = await new Promise((resolve) => {
+          entry.file(resolve, () => resolve(null));
+        });
         if (file) found.push({ file, path: below });
       }
     }

@@ -39,6 +39,9 @@ export function crumbs(path, parent) {
 
 /** A local file's name as the machine can have it: what it cannot becomes an underscore. */
 export function windowsName(/** @type {string} */ name) {
-  const plain = name.replace(FORBIDDEN, '_').slice(0, LONGEST).replace(/[. ]+$/, (end) => '_'.repeat(end.length));
+  const plain = name
+    .replace(FORBIDDEN, '_')
+    .slice(0, LONGEST)
+    .replace(/[. ]+$/, (end) => '_'.repeat(end.length));
   return DEVICE.test(plain) ? `_${plain}` : plain || '_';
 }

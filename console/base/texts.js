@@ -26,8 +26,16 @@ export function fillIn(/** @type {Document} */ page) {
     }
   };
   page.documentElement.lang = texts.language;
-  each('text', (element, text) => { element.textContent = text; });
-  each('label', (element, text) => { element.ariaLabel = text; });
-  each('hint', (element, text) => { element.title = text; });
-  each('placeholder', (element, text) => { element.placeholder = text; });
+  each('text', (element, text) => {
+    element.textContent = text;
+  });
+  each('label', (element, text) => {
+    element.ariaLabel = text;
+  });
+  each('hint', (element, text) => {
+    element.title = text;
+  });
+  each('placeholder', (element, text) => {
+    element.placeholder = text;
+  });
 }

@@ -60,11 +60,14 @@ export const english = {
   cancel: 'Cancel',
   machine: 'Machine',
   restart: 'Restart …',
-  restartQuestion: (/** @type {string} */ machine) => `Restart ${machine}? Programs there are closed, and what is not saved may be ` +
+  restartQuestion: (/** @type {string} */ machine) =>
+    `Restart ${machine}? Programs there are closed, and what is not saved may be ` +
     'lost. The session goes on when the machine is back.',
   restartNow: 'Restart',
-  restarting: (/** @type {string} */ machine) => `${machine} is restarting. The session goes on when it is back …`,
-  notRestarted: (/** @type {string} */ machine) => `${machine} has not restarted. The system there may have refused.`,
+  restarting: (/** @type {string} */ machine) =>
+    `${machine} is restarting. The session goes on when it is back …`,
+  notRestarted: (/** @type {string} */ machine) =>
+    `${machine} has not restarted. The system there may have refused.`,
   closePanel: 'Close',
   viewOnly: 'View only',
   fullScreen: 'Full screen',
@@ -80,12 +83,14 @@ export const english = {
   backToMachines: 'Back to the machines',
   withdrawn: (/** @type {string} */ machine) => `The request to ${machine} was withdrawn.`,
   linkDown: 'The link to the relay is down. The session goes on as soon as it is back …',
-  machineAway: (/** @type {string} */ machine) => `${machine} has gone offline. The session goes on as soon as it is back …`,
+  machineAway: (/** @type {string} */ machine) =>
+    `${machine} has gone offline. The session goes on as soon as it is back …`,
   machineTaken: (/** @type {string} */ machine, /** @type {string} */ who) =>
     `${machine} is in use by ${who}. The session goes on as soon as it is free …`,
   ended: {
     declined: (/** @type {string} */ machine) => `The person at ${machine} declined the session.`,
-    'no-answer': (/** @type {string} */ machine) => `Nobody answered at ${machine}, so the request was withdrawn.`,
+    'no-answer': (/** @type {string} */ machine) =>
+      `Nobody answered at ${machine}, so the request was withdrawn.`,
     slow: () => 'This browser could not keep up, which ended the session.',
     other: () => 'The session has ended.',
   },
@@ -115,7 +120,9 @@ export const english = {
   dropHint: 'or drop files here',
   putHere: (/** @type {number} */ count) => `Put ${count === 1 ? 'the file' : `${count} files`} here`,
   overwriteQuestion: (/** @type {number} */ count) =>
-    (count === 1 ? 'This file is there already. It would be replaced.' : `${count} files are there already. They would be replaced.`),
+    count === 1
+      ? 'This file is there already. It would be replaced.'
+      : `${count} files are there already. They would be replaced.`,
   andMore: (/** @type {number} */ count) => `and ${count} more`,
   skipThese: 'Skip',
   overwrite: 'Replace',
@@ -124,8 +131,14 @@ export const english = {
   saveAgain: 'Save again',
   transferDone: (/** @type {string} */ done, /** @type {string} */ all) => `${done} of ${all}`,
   transferLeft: (/** @type {string} */ time) => `${time} left`,
-  transferStates: { waiting: 'Waiting', running: 'Running', checking: 'Checking what arrived …', done: 'Done', failed: 'Failed',
-    cancelled: 'Cancelled' },
+  transferStates: {
+    waiting: 'Waiting',
+    running: 'Running',
+    checking: 'Checking what arrived …',
+    done: 'Done',
+    failed: 'Failed',
+    cancelled: 'Cancelled',
+  },
   transferRemarks: {
     uploadCancelled: 'the part that arrived stays on the machine',
     downloadCancelled: 'the machine cannot be told to stop; what it still sends is thrown away',
@@ -135,7 +148,8 @@ export const english = {
     machineFailed: 'the machine could not send the file',
     cannotRead: 'the file cannot be read on this computer any more',
     noRoom: 'there is no room for the file on this computer',
-    otherSize: 'its size is not the one that was listed: it changed meanwhile, or the machine could not read all of it',
+    otherSize:
+      'its size is not the one that was listed: it changed meanwhile, or the machine could not read all of it',
     notThere: 'the file is not there: the machine could not create it',
     cutShort: 'only a part arrived: the machine’s disk may be full',
     unproven: 'sent, but it could not be checked what arrived',
@@ -145,19 +159,24 @@ export const english = {
   clipboard: 'Clipboard',
   clipAutomatic: 'Share texts, pictures and files',
   clipSend: 'Send my clipboard now',
-  clipHint: 'Ctrl+V on the picture pastes this computer’s clipboard there. Files can also be dropped on the picture.',
+  clipHint:
+    'Ctrl+V on the picture pastes this computer’s clipboard there. Files can also be dropped on the picture.',
   clipText: 'A text was copied on the machine.',
   clipImage: 'A picture was copied on the machine.',
   clipImageName: 'picture',
-  clipFiles: (/** @type {number} */ count) => (count === 1 ? 'A file was copied on the machine' : `${count} files were copied on the machine`),
+  clipFiles: (/** @type {number} */ count) =>
+    count === 1 ? 'A file was copied on the machine' : `${count} files were copied on the machine`,
   clipFilesSent: (/** @type {number} */ count) =>
-    (count === 1 ? 'The file is on the machine’s clipboard. Paste it there.' : `${count} files are on the machine’s clipboard. Paste them there.`),
+    count === 1
+      ? 'The file is on the machine’s clipboard. Paste it there.'
+      : `${count} files are on the machine’s clipboard. Paste them there.`,
   clipFilesTooLarge: 'That is too much for the clipboard, which takes files up to 8 MiB.',
   clipNews: {
     copied: 'What was copied on the machine is on this clipboard now.',
     sent: 'This clipboard is on the machine now.',
     tooLarge: 'That is too much for the clipboard, which takes 8 MiB.',
-    unreadable: 'This browser does not let the clipboard be read. Click on the picture and press Ctrl+V instead.',
+    unreadable:
+      'This browser does not let the clipboard be read. Click on the picture and press Ctrl+V instead.',
     nothing: 'There is no text and no picture on this clipboard.',
   },
   copy: 'Copy',

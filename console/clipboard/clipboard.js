@@ -1,10 +1,11 @@
 // Clipboard sharing in a session: when this computer's clipboard is read, and where what comes goes.
-import { ClipChip } from './clipboard_notice.js';
-import { ClipboardShare } from './clipboard_sync.js';
+
 import { byId } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
-import { Msg } from '../link/messages.js';
 import { Numbers } from '../files/listing.js';
+import { Msg } from '../link/messages.js';
+import { ClipChip } from './clipboard_notice.js';
+import { ClipboardShare } from './clipboard_sync.js';
 import { PasteKeys } from './paste_keys.js';
 
 const PNG = 'image/png';
@@ -16,8 +17,11 @@ const COPIED_PICTURE = 'image.png';
  * @param {import('../files/file_panel.js').FilePanel} panel takes the files that are too large, and asks for folders
  */
 export function attachClipboard(session, panel) {
-  const chip = new ClipChip(byId('clip-chips'), { take: () => share.take(), upload: (files) => panel.offer(files),
-    numbers: new Numbers(navigator.language) });
+  const chip = new ClipChip(byId('clip-chips'), {
+    take: () => share.take(),
+    upload: (files) => panel.offer(files),
+    numbers: new Numbers(navigator.language),
+  });
   const share = new ClipboardShare({
     send: (payload) => session.sendBytes(Msg.ClipboardData, payload),
     tell: (news) => chip.show(news),
@@ -31,7 +35,7 @@ export function attachClipboard(session, panel) {
   new PasteKeys(catcher, {
     active: () => automatic() && session.hands.sender.enabled,
     // It answers in order: with its drives known, it has the clipboard that was sent before the question.
-    paste: async (data) => await paste(share, data) && !!await panel.folders.list(''),
+    paste: async (data) => (await paste(share, data)) && !!(await panel.folders.list('')),
     keyDown: (event) => keyboard.keyDown(event),
     keyUp: (event) => keyboard.keyUp(event),
   });
@@ -55,7 +59,8 @@ export function attachClipboard(session, panel) {
 async function paste(/** @type {ClipboardShare} */ share, /** @type {DataTransfer} */ data) {
   const text = data.getData('text/plain');
   const files = [...data.files];
-  const picture = files.length === 1 && files[0].type === PNG && files[0].name === COPIED_PICTURE ? files[0] : null;
+  const picture =
+    files.length === 1 && files[0].type === PNG && files[0].name === COPIED_PICTURE ? files[0] : null;
   if (files.length && !picture) {
     await share.sendFiles(await droppedFiles(data));
     return true;
@@ -65,7 +70,10 @@ async function paste(/** @type {ClipboardShare} */ share, /** @type {DataTransfe
 }
 
 /** Files that are dropped on the picture go to the machine's clipboard. */
-function attachDrop(/** @type {import('../session/session.js').SessionView} */ session, /** @type {ClipboardShare} */ share) {
+function attachDrop(
+  /** @type {import('../session/session.js').SessionView} */ session,
+  /** @type {ClipboardShare} */ share,
+) {
   const stage = byId('stage');
   // Beside its places a dropped file would take the page's place.
   for (const name of ['dragover', 'drop']) addEventListener(name, (event) => event.preventDefault());

@@ -1,8 +1,9 @@
 // One clipboard out of two: what goes to the machine and what comes from it, without an echo. It knows nothing of the
 // page but the browser's clipboard.
-import { filesPayloadSize, packFiles, packImage, packText, parseClip } from './payload.js';
-import { MAX_SENT_PAYLOAD } from '../link/envelope.js';
+
 import { windowsName } from '../base/paths.js';
+import { MAX_SENT_PAYLOAD } from '../link/envelope.js';
+import { filesPayloadSize, packFiles, packImage, packText, parseClip } from './payload.js';
 
 const PNG = 'image/png';
 
@@ -39,7 +40,8 @@ export class ClipboardShare {
       if (clip.files.length) this.tell(clip);
       return;
     }
-    if (clip?.kind === 'text') this.waiting = { text: this.crlf ? clip.text : clip.text.replaceAll('\r\n', '\n') };
+    if (clip?.kind === 'text')
+      this.waiting = { text: this.crlf ? clip.text : clip.text.replaceAll('\r\n', '\n') };
     else if (clip?.kind === 'image') {
       const png = new Blob([/** @type {BlobPart} */ (clip.png)], { type: PNG });
       // A picture that no browser can read would be refused with every click anew.
@@ -66,7 +68,9 @@ export class ClipboardShare {
         await this.rememberPicture();
       }
     } catch {
-      this.tell('text' in waiting ? { kind: 'text', text: waiting.text } : { kind: 'image', png: waiting.png });
+      this.tell(
+        'text' in waiting ? { kind: 'text', text: waiting.text } : { kind: 'image', png: waiting.png },
+      );
       return;
     }
     if (this.waiting === waiting) this.waiting = null;
@@ -76,7 +80,7 @@ export class ClipboardShare {
   /** @private The browser writes pictures in its own way, so what it made of this one is looked at. */
   async rememberPicture() {
     try {
-      if (!await mayRead()) return;
+      if (!(await mayRead())) return;
       const png = await pictureIn(await this.clipboard.read());
       if (png) this.shared = await digest(png);
     } catch {
@@ -89,7 +93,7 @@ export class ClipboardShare {
    * @param {boolean} asked by a click: then it goes in any case, and a failure is told
    */
   async sendLocal(asked) {
-    if (!asked && (this.waiting || !await mayRead())) return;
+    if (!asked && (this.waiting || !(await mayRead()))) return;
     try {
       const items = await this.clipboard.read();
       const text = await textIn(items);
@@ -131,8 +135,12 @@ export class ClipboardShare {
       return;
     }
     try {
-      const files = await Promise.all(dropped.map(async ({ file }, i) =>
-        ({ name: named[i].name, bytes: new Uint8Array(await file.arrayBuffer()) })));
+      const files = await Promise.all(
+        dropped.map(async ({ file }, i) => ({
+          name: named[i].name,
+          bytes: new Uint8Array(await file.arrayBuffer()),
+        })),
+      );
       if (!this.sendPayload(packFiles(files))) return;
       this.shared = '';
       this.tell({ kind: 'filesSent', count: files.length });
@@ -167,7 +175,9 @@ function plain(/** @type {string} */ text) {
 /** Whether the browser lets the clipboard be read without a click. Not every browser has such a permission. */
 async function mayRead() {
   try {
-    const { state } = await navigator.permissions.query({ name: /** @type {PermissionName} */ ('clipboard-read') });
+    const { state } = await navigator.permissions.query({
+      name: /** @type {PermissionName} */ ('clipboard-read'),
+    });
     return state === 'granted' && document.hasFocus();
   } catch {
     return false;

@@ -19,7 +19,11 @@ export class PasteKeys {
     this.held = null;
     const own = (/** @type {Event} */ event) => event.target === catcher;
     for (const name of ['keydown', 'keyup'])
-      document.addEventListener(name, (event) => own(event) && this.key(/** @type {KeyboardEvent} */ (event)), true);
+      document.addEventListener(
+        name,
+        (event) => own(event) && this.key(/** @type {KeyboardEvent} */ (event)),
+        true,
+      );
     catcher.addEventListener('paste', (event) => this.pasted(/** @type {ClipboardEvent} */ (event)));
     catcher.addEventListener('blur', () => this.drop());
   }

@@ -28,12 +28,17 @@ export function packImage(/** @type {Uint8Array} */ png) {
 
 /** Bytes of a payload with such files. @param {{name: string, size: number}[]} files */
 export function filesPayloadSize(files) {
-  return files.reduce((sum, { name, size }) => sum + RECORD_BYTES + utf8.encode(name).length + size, 1 + COUNT_BYTES);
+  return files.reduce(
+    (sum, { name, size }) => sum + RECORD_BYTES + utf8.encode(name).length + size,
+    1 + COUNT_BYTES,
+  );
 }
 
 /** @param {ClipFile[]} files */
 export function packFiles(files) {
-  const out = new Uint8Array(filesPayloadSize(files.map(({ name, bytes }) => ({ name, size: bytes.length }))));
+  const out = new Uint8Array(
+    filesPayloadSize(files.map(({ name, bytes }) => ({ name, size: bytes.length }))),
+  );
   const view = new DataView(out.buffer);
   out[0] = ClipKind.files;
   view.setUint32(1, files.length);
@@ -65,10 +70,14 @@ export function safeFileName(/** @type {string} */ name) {
 export function parseClip(payload) {
   const content = payload.subarray(1);
   switch (payload[0]) {
-    case ClipKind.text: return { kind: 'text', text: utf8Reader.decode(content) };
-    case ClipKind.image: return { kind: 'image', png: content };
-    case ClipKind.files: return { kind: 'files', files: parseFiles(content) };
-    default: return null;
+    case ClipKind.text:
+      return { kind: 'text', text: utf8Reader.decode(content) };
+    case ClipKind.image:
+      return { kind: 'image', png: content };
+    case ClipKind.files:
+      return { kind: 'files', files: parseFiles(content) };
+    default:
+      return null;
   }
 }
 

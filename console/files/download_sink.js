@@ -71,9 +71,13 @@ function memorySink() {
   let whole = new Blob();
   return {
     // A growing Blob, which browsers move out of the page's memory.
-    write: async (bytes) => { whole = new Blob([whole, /** @type {BlobPart} */ (bytes)]); },
+    write: async (bytes) => {
+      whole = new Blob([whole, /** @type {BlobPart} */ (bytes)]);
+    },
     close: async () => whole,
-    abort: async () => { whole = new Blob(); },
+    abort: async () => {
+      whole = new Blob();
+    },
   };
 }
 

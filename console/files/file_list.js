@@ -95,11 +95,21 @@ export class FileList extends EventTarget {
   /** @private */
   makeRow(/** @type {Entry} */ entry) {
     const { numbers } = this;
-    return make('div', { className: `file ${entry.dir ? 'is-folder' : 'is-file'}`, role: 'option', title: visible(entry.name) },
+    return make(
+      'div',
+      {
+        className: `file ${entry.dir ? 'is-folder' : 'is-file'}`,
+        role: 'option',
+        title: visible(entry.name),
+      },
       make('bdi', { className: 'file-name' }, visible(entry.name)),
-      make('span', { className: 'file-size', title: entry.dir ? '' : numbers.bytes(entry.size) },
-        entry.dir ? '' : numbers.size(entry.size)),
-      make('span', { className: 'file-time' }, numbers.time(entry.mtime)));
+      make(
+        'span',
+        { className: 'file-size', title: entry.dir ? '' : numbers.bytes(entry.size) },
+        entry.dir ? '' : numbers.size(entry.size),
+      ),
+      make('span', { className: 'file-time' }, numbers.time(entry.mtime)),
+    );
   }
 
   /** @private */
@@ -121,7 +131,11 @@ export class FileList extends EventTarget {
   }
 
   /** @private Moves the focus, and selects as the modifiers say. */
-  go(/** @type {number} */ index, /** @type {{shiftKey?: boolean, ctrlKey?: boolean, metaKey?: boolean}} */ { shiftKey, ctrlKey, metaKey }, toggle = true) {
+  go(
+    /** @type {number} */ index,
+    /** @type {{shiftKey?: boolean, ctrlKey?: boolean, metaKey?: boolean}} */ { shiftKey, ctrlKey, metaKey },
+    toggle = true,
+  ) {
     const entry = this.entries[index];
     if (!entry) return;
     this.focus = index;
@@ -143,7 +157,8 @@ export class FileList extends EventTarget {
     const top = this.focus * ROW_PIXELS;
     const { clientHeight } = this.place;
     if (top < this.place.scrollTop) this.place.scrollTop = top;
-    else if (top + ROW_PIXELS > this.place.scrollTop + clientHeight) this.place.scrollTop = top + ROW_PIXELS - clientHeight;
+    else if (top + ROW_PIXELS > this.place.scrollTop + clientHeight)
+      this.place.scrollTop = top + ROW_PIXELS - clientHeight;
   }
 
   /** @private */
@@ -151,8 +166,14 @@ export class FileList extends EventTarget {
     const { key, ctrlKey, metaKey } = event;
     const searching = this.typed !== '' && performance.now() - this.typedAt < SEARCH_MS;
     const page = Math.max(1, Math.floor(this.place.clientHeight / ROW_PIXELS) - 1);
-    const steps = /** @type {Record<string, number>} */ ({ ArrowUp: -1, ArrowDown: 1, PageUp: -page, PageDown: page,
-      Home: -Infinity, End: Infinity });
+    const steps = /** @type {Record<string, number>} */ ({
+      ArrowUp: -1,
+      ArrowDown: 1,
+      PageUp: -page,
+      PageDown: page,
+      Home: -Infinity,
+      End: Infinity,
+    });
     if (key in steps) {
       this.typed = '';
       const last = this.entries.length - 1;

@@ -1,11 +1,11 @@
 // The side panel with the machine's folders: where one is, what is there, and the ways in and out for files.
 import { byId, make } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
-import { FileList } from './file_list.js';
-import { sorted } from './listing.js';
 import { visible } from '../base/names.js';
 import { crumbs, lastPart } from '../base/paths.js';
 import { texts } from '../base/texts.js';
+import { FileList } from './file_list.js';
+import { sorted } from './listing.js';
 
 /** @typedef {import('./listing.js').Entry} Entry */
 
@@ -32,7 +32,9 @@ export class FilePanel {
     this.order = { by: /** @type {'name' | 'size' | 'mtime'} */ ('name'), descending: false };
     /** @type {{file: File, path?: string}[]} files that wait for a folder to be chosen */
     this.waiting = [];
-    panels.add({ name: PANEL, title: texts.files, onToggle: (open) => this.toggled(open) }).append(this.panel);
+    panels
+      .add({ name: PANEL, title: texts.files, onToggle: (open) => this.toggled(open) })
+      .append(this.panel);
     this.attach();
   }
 
@@ -98,7 +100,9 @@ export class FilePanel {
     });
     byId('files-up').addEventListener('click', () => this.up());
     byId('files-again').addEventListener('click', () => this.go(this.wanted));
-    byId('files-download').addEventListener('click', () => this.acts.download(list.chosen.filter(({ dir }) => !dir)));
+    byId('files-download').addEventListener('click', () =>
+      this.acts.download(list.chosen.filter(({ dir }) => !dir)),
+    );
     byId('files-upload').addEventListener('click', () => byId('files-input').click());
     byId('files-input').addEventListener('change', ({ target }) => {
       this.upload([...target.files].map((file) => ({ file })));
@@ -172,7 +176,8 @@ export class FilePanel {
     this.list.show(entries, again);
     if (from) this.list.point(from);
     for (const button of byId('files-head').querySelectorAll('button'))
-      button.parentElement.ariaSort = button.dataset.by === by ? (descending ? 'descending' : 'ascending') : 'none';
+      button.parentElement.ariaSort =
+        button.dataset.by === by ? (descending ? 'descending' : 'ascending') : 'none';
     this.drawCrumbs(this.listing);
     this.drawState();
   }
@@ -180,12 +185,17 @@ export class FilePanel {
   /** @private */
   drawCrumbs(/** @type {import('./listing.js').Listing} */ { path, parent }) {
     const places = [{ name: texts.drives, path: '' }, ...crumbs(path, parent)];
-    byId('files-crumbs').replaceChildren(...places.map((place, i) => {
-      const button = make('button', { type: 'button', className: 'quiet', onclick: () => this.go(place.path) },
-        make('bdi', {}, visible(place.name)));
-      if (i === places.length - 1) button.ariaCurrent = 'location';
-      return make('li', {}, button);
-    }));
+    byId('files-crumbs').replaceChildren(
+      ...places.map((place, i) => {
+        const button = make(
+          'button',
+          { type: 'button', className: 'quiet', onclick: () => this.go(place.path) },
+          make('bdi', {}, visible(place.name)),
+        );
+        if (i === places.length - 1) button.ariaCurrent = 'location';
+        return make('li', {}, button);
+      }),
+    );
     byId('files-crumbs').scrollLeft = byId('files-crumbs').scrollWidth;
   }
 
@@ -200,7 +210,9 @@ export class FilePanel {
     byId('files-put').hidden = this.waiting.length === 0;
     byId('files-put').disabled = !inFolder;
     byId('files-put').textContent = texts.putHere(this.waiting.length);
-    byId('files-count').textContent = listing ? texts.entryCount(list.entries.length, list.selected.size) : '';
+    byId('files-count').textContent = listing
+      ? texts.entryCount(list.entries.length, list.selected.size)
+      : '';
     byId('files-empty').hidden = !listing || list.entries.length > 0;
   }
 }

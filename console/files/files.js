@@ -1,14 +1,15 @@
 // File transfer in a session: the panel, the transfers, and the messages between them and the machine.
-import { Courier } from './transfer_queue.js';
+
 import { byId, make } from '../base/dom.js';
+import { visible } from '../base/names.js';
+import { texts } from '../base/texts.js';
 import { Msg } from '../link/messages.js';
+import { openSink, save } from './download_sink.js';
 import { FilePanel } from './file_panel.js';
 import { Folders } from './folders.js';
 import { Numbers } from './listing.js';
-import { visible } from '../base/names.js';
-import { openSink, save } from './download_sink.js';
-import { texts } from '../base/texts.js';
 import { Transfer } from './transfer.js';
+import { Courier } from './transfer_queue.js';
 import { TransferRows } from './transfer_rows.js';
 import { Uploads } from './uploads.js';
 
@@ -22,13 +23,20 @@ export function attachFiles(session) {
     session.sendJson(Msg.DirListRequest, { path });
     return session.accepted;
   });
-  const courier = new Courier({
-    sendJson: (type, value) => session.sendJson(type, value),
-    sendBytes: (type, payload) => session.sendBytes(type, payload),
-    sendControl: (message) => session.link.sendControl(message),
-    session: () => (session.accepted ? session.number : null),
-  }, openSink);
-  new TransferRows({ list: byId('transfers'), clear: byId('transfers-clear'), section: byId('transfers-section') }, courier, numbers);
+  const courier = new Courier(
+    {
+      sendJson: (type, value) => session.sendJson(type, value),
+      sendBytes: (type, payload) => session.sendBytes(type, payload),
+      sendControl: (message) => session.link.sendControl(message),
+      session: () => (session.accepted ? session.number : null),
+    },
+    openSink,
+  );
+  new TransferRows(
+    { list: byId('transfers'), clear: byId('transfers-clear'), section: byId('transfers-section') },
+    courier,
+    numbers,
+  );
   const uploads = new Uploads(courier, folders, askToOverwrite);
   const panel = new FilePanel(session.panels, folders, numbers, {
     download: (entries) => entries.forEach((entry) => fetchFile(courier, entry)),
@@ -53,7 +61,10 @@ export function attachFiles(session) {
 }
 
 /** Each file is handed over as soon as it is whole. */
-async function fetchFile(/** @type {Courier} */ courier, /** @type {import('./listing.js').Entry} */ { name, path, size }) {
+async function fetchFile(
+  /** @type {Courier} */ courier,
+  /** @type {import('./listing.js').Entry} */ { name, path, size },
+) {
   const transfer = new Transfer({ kind: 'download', name, path, size });
   courier.add(transfer);
   await transfer.ended;
@@ -67,7 +78,8 @@ function askToOverwrite(/** @type {string[]} */ names) {
   const more = names.length - NAMES_SHOWN;
   byId('overwrite-names').replaceChildren(
     ...names.slice(0, NAMES_SHOWN).map((name) => make('li', {}, make('bdi', {}, visible(name)))),
-    ...(more > 0 ? [make('li', {}, texts.andMore(more))] : []));
+    ...(more > 0 ? [make('li', {}, texts.andMore(more))] : []),
+  );
   dialog.returnValue = '';
   dialog.showModal();
   return new Promise((resolve) => {

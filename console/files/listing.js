@@ -16,13 +16,20 @@ const utf8Reader = new TextDecoder();
 export function parseListing(payload) {
   const value = parseJson(utf8Reader.decode(payload));
   if (typeof value?.path !== 'string' || !Array.isArray(value.entries)) return null;
-  const entries = value.entries.filter((/** @type {any} */ entry) =>
-    typeof entry?.name === 'string' && typeof entry.path === 'string' && entry.name !== '');
+  const entries = value.entries.filter(
+    (/** @type {any} */ entry) =>
+      typeof entry?.name === 'string' && typeof entry.path === 'string' && entry.name !== '',
+  );
   return {
     path: value.path,
     parent: typeof value.parent === 'string' ? value.parent : '',
-    entries: entries.map((/** @type {any} */ { name, path, dir, size, mtime }) =>
-      ({ name, path, dir: dir === true, size: count(size), mtime: count(mtime) })),
+    entries: entries.map((/** @type {any} */ { name, path, dir, size, mtime }) => ({
+      name,
+      path,
+      dir: dir === true,
+      size: count(size),
+      mtime: count(mtime),
+    })),
   };
 }
 
@@ -52,9 +59,13 @@ function count(/** @type {unknown} */ value) {
 export function sorted(entries, by, descending, locale) {
   const { compare } = new Intl.Collator(locale, { numeric: true });
   const sign = descending ? -1 : 1;
-  const value = (/** @type {Entry} */ entry) => (by === 'mtime' ? knownTime(entry.mtime) ?? -1 : entry.size);
-  const order = by === 'name' ? () => 0 : (/** @type {Entry} */ a, /** @type {Entry} */ b) => value(a) - value(b);
-  return [...entries].sort((a, b) => Number(b.dir) - Number(a.dir) || sign * (order(a, b) || compare(a.name, b.name)));
+  const value = (/** @type {Entry} */ entry) =>
+    by === 'mtime' ? (knownTime(entry.mtime) ?? -1) : entry.size;
+  const order =
+    by === 'name' ? () => 0 : (/** @type {Entry} */ a, /** @type {Entry} */ b) => value(a) - value(b);
+  return [...entries].sort(
+    (a, b) => Number(b.dir) - Number(a.dir) || sign * (order(a, b) || compare(a.name, b.name)),
+  );
 }
 
 /** Seconds since 1970, null when the machine has none that can be told. */
@@ -64,7 +75,10 @@ function knownTime(/** @type {number} */ mtime) {
 
 /** Sizes and times in the words of one language. */
 export class Numbers {
-  constructor(/** @type {string | undefined} */ locale, /** @type {string | undefined} */ timeZone = undefined) {
+  constructor(
+    /** @type {string | undefined} */ locale,
+    /** @type {string | undefined} */ timeZone = undefined,
+  ) {
     this.whole = new Intl.NumberFormat(locale, { maximumFractionDigits: 0 });
     this.short = new Intl.NumberFormat(locale, { maximumSignificantDigits: 3 });
     this.moment = new Intl.DateTimeFormat(locale, { dateStyle: 'short', timeStyle: 'short', timeZone });

@@ -25,7 +25,9 @@ export class Transfer {
     /** @type {import('./download_sink.js').Sink | null} what keeps the Blob */
     this.sink = null;
     this.meter = new RateMeter();
-    this.ended = new Promise((resolve) => { this.resolveEnd = resolve; });
+    this.ended = new Promise((resolve) => {
+      this.resolveEnd = resolve;
+    });
   }
 
   get active() {

@@ -2,8 +2,8 @@
 // page. The machine confirms no upload, so whoever queues one looks afterwards what arrived.
 import { readJson } from '../link/envelope.js';
 import { Msg } from '../link/messages.js';
-import { Flow } from './upload_window.js';
 import { Transfer } from './transfer.js';
+import { Flow } from './upload_window.js';
 
 const CHUNK_BYTES = 256 * 1024;
 const CHUNK_HEADER_BYTES = 8;
@@ -87,7 +87,9 @@ export class Courier extends EventTarget {
     }
     sink.next = (sink.next + 1) >>> 0;
     transfer.advance(payload.length - CHUNK_HEADER_BYTES);
-    sink.written = Promise.all([sink.written, sink.write(payload.subarray(CHUNK_HEADER_BYTES))]).then(() => {});
+    sink.written = Promise.all([sink.written, sink.write(payload.subarray(CHUNK_HEADER_BYTES))]).then(
+      () => {},
+    );
     sink.written.catch(() => this.finish(transfer, 'failed', 'noRoom'));
     this.changed(transfer);
   }
@@ -119,7 +121,11 @@ export class Courier extends EventTarget {
   }
 
   /** Ends a transfer in every sense; a second end changes nothing. */
-  finish(/** @type {Transfer} */ transfer, /** @type {'done' | 'failed' | 'cancelled'} */ state, remark = '') {
+  finish(
+    /** @type {Transfer} */ transfer,
+    /** @type {'done' | 'failed' | 'cancelled'} */ state,
+    remark = '',
+  ) {
     if (!transfer.active) return;
     transfer.end(state, remark);
     this.queue = this.queue.filter((other) => other !== transfer);

@@ -2,8 +2,8 @@
 // of it, told honestly.
 import { make } from '../base/dom.js';
 import { visible } from '../base/names.js';
-import { discard, save } from './download_sink.js';
 import { texts } from '../base/texts.js';
+import { discard, save } from './download_sink.js';
 
 const DRAW_EVERY_MS = 200;
 const RATE_EVERY_MS = 1000;
@@ -62,24 +62,38 @@ export class TransferRows {
     bar.max = Math.max(1, transfer.size);
     bar.value = transfer.done;
     /** @type {HTMLElement} */ (row.querySelector('.transfer-words')).textContent = this.words(transfer);
-    /** @type {HTMLElement} */ (row.querySelector('.transfer-cancel')).hidden = !transfer.active || transfer.state === 'checking';
+    /** @type {HTMLElement} */ (row.querySelector('.transfer-cancel')).hidden =
+      !transfer.active || transfer.state === 'checking';
     /** @type {HTMLElement} */ (row.querySelector('.transfer-save')).hidden = !transfer.blob;
   }
 
   /** @private */
   makeRow(/** @type {Transfer} */ transfer) {
     const name = visible(transfer.name);
-    return make('li', { className: `transfer is-${transfer.kind}`, title: visible(transfer.path) },
+    return make(
+      'li',
+      { className: `transfer is-${transfer.kind}`, title: visible(transfer.path) },
       make('bdi', { className: 'transfer-name' }, name),
-      make('button', { type: 'button', className: 'quiet transfer-save', textContent: texts.saveAgain, ariaLabel: `${texts.saveAgain} ${name}`,
-        onclick: () => transfer.blob && save(transfer.blob, name) }),
-      make('button', { type: 'button', className: 'quiet transfer-cancel', textContent: texts.cancel, ariaLabel: `${texts.cancel} ${name}`,
+      make('button', {
+        type: 'button',
+        className: 'quiet transfer-save',
+        textContent: texts.saveAgain,
+        ariaLabel: `${texts.saveAgain} ${name}`,
+        onclick: () => transfer.blob && save(transfer.blob, name),
+      }),
+      make('button', {
+        type: 'button',
+        className: 'quiet transfer-cancel',
+        textContent: texts.cancel,
+        ariaLabel: `${texts.cancel} ${name}`,
         onclick: () => {
           this.courier.cancel(transfer);
           this.draw();
-        } }),
+        },
+      }),
       make('progress', { ariaLabel: name }),
-      make('span', { className: 'transfer-words muted' }));
+      make('span', { className: 'transfer-words muted' }),
+    );
   }
 
   /** @private */
@@ -93,7 +107,8 @@ export class TransferRows {
       return parts.join(' · ');
     }
     const remark = texts.transferRemarks[/** @type {'cannotOpen'} */ (transfer.remark)] ?? transfer.remark;
-    const head = state === 'done' ? `${texts.transferStates.done} · ${numbers.size(done)}` : texts.transferStates[state];
+    const head =
+      state === 'done' ? `${texts.transferStates.done} · ${numbers.size(done)}` : texts.transferStates[state];
     return remark ? `${head} · ${remark}` : head;
   }
 

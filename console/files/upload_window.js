@@ -23,7 +23,10 @@ export class Flow {
 
   /** Resolves when more may be sent. */
   async room() {
-    while (this.open >= this.limit) await new Promise((done) => { this.waiting.push(() => done(undefined)); });
+    while (this.open >= this.limit)
+      await new Promise((done) => {
+        this.waiting.push(() => done(undefined));
+      });
   }
 
   /**

@@ -30,8 +30,14 @@ export class Uploads {
     /** @type {Map<string, Wish[]>} */
     const groups = new Map();
     for (const { file, path = '' } of files) {
-      const target = path.split('/').filter(Boolean).reduce((at, part) => join(at, windowsName(part)), folder);
-      groups.set(target, [...(groups.get(target) ?? []), { file, folder: target, name: windowsName(file.name) }]);
+      const target = path
+        .split('/')
+        .filter(Boolean)
+        .reduce((at, part) => join(at, windowsName(part)), folder);
+      groups.set(target, [
+        ...(groups.get(target) ?? []),
+        { file, folder: target, name: windowsName(file.name) },
+      ]);
     }
     const wanted = await this.settle([...groups.values()]).catch(() => {
       for (const wish of [...groups.values()].flat()) this.refuse(wish, 'sessionOver');
@@ -59,7 +65,10 @@ export class Uploads {
     for (const [wish, dir] of taken) if (dir) this.refuse(wish, 'isFolder');
     const answer = files.length ? await this.ask(files.map(({ name }) => name)) : 'skip';
     if (answer === 'cancel') return [];
-    return groups.map((group) => group.filter((wish) => !taken.has(wish) || (answer === 'overwrite' && !taken.get(wish))))
+    return groups
+      .map((group) =>
+        group.filter((wish) => !taken.has(wish) || (answer === 'overwrite' && !taken.get(wish))),
+      )
       .filter(({ length }) => length);
   }
 

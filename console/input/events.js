@@ -17,7 +17,11 @@ const int16 = (/** @type {number} */ n) => [n & 0xff, (n >> 8) & 0xff];
 export const move = (/** @type {number} */ x, /** @type {number} */ y) => [1, ...int16(x), ...int16(y)];
 
 /** @returns {InputEvent} acts where the pointer is: send a move first */
-export const button = (/** @type {number} */ which, /** @type {boolean} */ pressed) => [2, which, pressed ? 1 : 0];
+export const button = (/** @type {number} */ which, /** @type {boolean} */ pressed) => [
+  2,
+  which,
+  pressed ? 1 : 0,
+];
 
 /** @returns {InputEvent} delta in 120ths of a notch, positive away from the user */
 export const wheel = (/** @type {number} */ delta) => [3, ...int16(delta)];

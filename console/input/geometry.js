@@ -8,7 +8,10 @@ import { POINTER_MAX, WHEEL_NOTCH } from './events.js';
  */
 export function fit(picture, stage) {
   const scale = Math.min(stage.width / picture.width, stage.height / picture.height);
-  return { width: Math.max(1, Math.floor(picture.width * scale)), height: Math.max(1, Math.floor(picture.height * scale)) };
+  return {
+    width: Math.max(1, Math.floor(picture.width * scale)),
+    height: Math.max(1, Math.floor(picture.height * scale)),
+  };
 }
 
 /**
@@ -48,7 +51,10 @@ export class WheelMeter {
   take({ deltaY, deltaMode }) {
     const PIXELS_PER_NOTCH = 100;
     const LINES_PER_NOTCH = 3;
-    const perUnit = deltaMode === 2 ? WHEEL_NOTCH * 3 : WHEEL_NOTCH / (deltaMode === 1 ? LINES_PER_NOTCH : PIXELS_PER_NOTCH);
+    const perUnit =
+      deltaMode === 2
+        ? WHEEL_NOTCH * 3
+        : WHEEL_NOTCH / (deltaMode === 1 ? LINES_PER_NOTCH : PIXELS_PER_NOTCH);
     if (!Number.isFinite(deltaY)) return 0;
     if (Math.sign(deltaY) === Math.sign(this.rest)) this.rest = 0;
     // Rounded, so that a hundred small steps add up to a whole notch.

@@ -17,7 +17,10 @@ export class Keyboard {
    * @param {(events: input.InputEvent[]) => void} send
    * @param {{setTimeout: Function, clearTimeout: Function}} [clock]
    */
-  constructor(send, clock = { setTimeout: (f, ms) => setTimeout(f, ms), clearTimeout: (id) => clearTimeout(id) }) {
+  constructor(
+    send,
+    clock = { setTimeout: (f, ms) => setTimeout(f, ms), clearTimeout: (id) => clearTimeout(id) },
+  ) {
     this.send = send;
     this.clock = clock;
     /** 'character' or 'position' */

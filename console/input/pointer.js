@@ -54,11 +54,15 @@ export function attachPointer(canvas, sender, onPress) {
   for (const name of ['contextmenu', 'auxclick', 'dragstart', 'mousedown']) {
     canvas.addEventListener(name, (event) => event.preventDefault());
   }
-  canvas.addEventListener('wheel', (event) => {
-    event.preventDefault();
-    if (!sender.enabled || event.ctrlKey) return;
-    const delta = meter.take(event);
-    if (delta) sender.at(locate(event), [input.wheel(delta)]);
-  }, { passive: false });
+  canvas.addEventListener(
+    'wheel',
+    (event) => {
+      event.preventDefault();
+      if (!sender.enabled || event.ctrlKey) return;
+      const delta = meter.take(event);
+      if (delta) sender.at(locate(event), [input.wheel(delta)]);
+    },
+    { passive: false },
+  );
   return { releaseAll };
 }

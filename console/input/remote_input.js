@@ -6,8 +6,14 @@ import { InputSender } from './sender.js';
 import { typeText } from './typing.js';
 
 /** Keys that a browser or its system keeps for itself. */
-const COMBINATIONS = { 'alt-tab': ['AltLeft', 'Tab'], 'alt-f4': ['AltLeft', 'F4'], windows: ['MetaLeft'],
-  'task-manager': ['ControlLeft', 'ShiftLeft', 'Escape'], lock: ['MetaLeft', 'KeyL'], print: ['PrintScreen'] };
+const COMBINATIONS = {
+  'alt-tab': ['AltLeft', 'Tab'],
+  'alt-f4': ['AltLeft', 'F4'],
+  windows: ['MetaLeft'],
+  'task-manager': ['ControlLeft', 'ShiftLeft', 'Escape'],
+  lock: ['MetaLeft', 'KeyL'],
+  print: ['PrintScreen'],
+};
 
 export class Hands {
   /**
@@ -47,8 +53,11 @@ export class Hands {
   async type(/** @type {string} */ text) {
     this.typing?.abort();
     this.typing = new AbortController();
-    await typeText(text, { send: (events) => this.sender.send(events), signal: this.typing.signal,
-      pause: (ms) => new Promise((done) => setTimeout(done, ms)) });
+    await typeText(text, {
+      send: (events) => this.sender.send(events),
+      signal: this.typing.signal,
+      pause: (ms) => new Promise((done) => setTimeout(done, ms)),
+    });
   }
 
   release() {
@@ -63,8 +72,14 @@ export class Hands {
     const deal = (/** @type {(event: any) => boolean} */ handle) => (/** @type {KeyboardEvent} */ event) => {
       if (this.sender.enabled && handle(event)) event.preventDefault();
     };
-    catcher.addEventListener('keydown', deal((event) => keyboard.keyDown(event)));
-    catcher.addEventListener('keyup', deal((event) => keyboard.keyUp(event)));
+    catcher.addEventListener(
+      'keydown',
+      deal((event) => keyboard.keyDown(event)),
+    );
+    catcher.addEventListener(
+      'keyup',
+      deal((event) => keyboard.keyUp(event)),
+    );
     catcher.addEventListener('blur', () => keyboard.releaseAll());
     const take = (/** @type {string} */ text) => {
       keyboard.text(text);

@@ -5,7 +5,10 @@ import { keyNamed } from './keymap.js';
 const CHARS_PER_BATCH = 30;
 const BATCH_PAUSE_MS = 60;
 
-const tapOf = (/** @type {string} */ code) => [input.key(keyNamed(code), true), input.key(keyNamed(code), false)];
+const tapOf = (/** @type {string} */ code) => [
+  input.key(keyNamed(code), true),
+  input.key(keyNamed(code), false),
+];
 
 /**
  * Line ends become Enter, tabs become Tab, other control characters are left out.
@@ -13,11 +16,13 @@ const tapOf = (/** @type {string} */ code) => [input.key(keyNamed(code), true), 
  * @returns {input.InputEvent[][]} one list of events for each batch; never more than input.MAX_EVENTS events
  */
 export function typingBatches(text, charsPerBatch = CHARS_PER_BATCH) {
-  const events = [...text.replace(/\r\n?/g, '\n')].map((character) => {
-    if (character === '\n') return tapOf('Enter');
-    if (character === '\t') return tapOf('Tab');
-    return /\p{Cc}/u.test(character) ? [] : input.unicode(character);
-  }).filter((taps) => taps.length);
+  const events = [...text.replace(/\r\n?/g, '\n')]
+    .map((character) => {
+      if (character === '\n') return tapOf('Enter');
+      if (character === '\t') return tapOf('Tab');
+      return /\p{Cc}/u.test(character) ? [] : input.unicode(character);
+    })
+    .filter((taps) => taps.length);
   const out = [];
   for (let start = 0; start < events.length; start += charsPerBatch) {
     out.push(events.slice(start, start + charsPerBatch).flat());

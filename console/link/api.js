@@ -22,7 +22,8 @@ async function request(/** @type {string} */ method, /** @type {string} */ path,
     throw new ApiError(0, '');
   }
   const answer = await response.json().catch(() => ({}));
-  if (!response.ok) throw new ApiError(response.status, typeof answer?.error === 'string' ? answer.error : '');
+  if (!response.ok)
+    throw new ApiError(response.status, typeof answer?.error === 'string' ? answer.error : '');
   return answer;
 }
 
@@ -32,4 +33,5 @@ export const logout = () => request('POST', '/api/logout');
 export const me = () => request('GET', '/api/me');
 export const changePassword = (/** @type {string} */ before, /** @type {string} */ after) =>
   request('POST', '/api/password', { old: before, new: after });
-export const forget = (/** @type {string} */ id) => request('DELETE', `/api/agents/${encodeURIComponent(id)}`);
+export const forget = (/** @type {string} */ id) =>
+  request('DELETE', `/api/agents/${encodeURIComponent(id)}`);

@@ -1,9 +1,10 @@
 // The list of machines: who is there, in which state, and the way in.
-import { age } from '../base/status.js';
+
 import { byId, make } from '../base/dom.js';
 import { nameOf, tidy } from '../base/names.js';
-import { PATIENCE_MS } from '../session/restart.js';
+import { age } from '../base/status.js';
 import { texts } from '../base/texts.js';
+import { PATIENCE_MS } from '../session/restart.js';
 
 /** @typedef {{id: string, name: string, machine: string, state: string, last_seen: number,
  *   representative: string | null}} Machine */
@@ -12,13 +13,18 @@ const STATES = ['session', 'online', 'offline'];
 
 /** Online ones first, then by name. */
 export function sorted(/** @type {Machine[]} */ machines) {
-  return [...machines].sort((a, b) => Number(a.state === 'offline') - Number(b.state === 'offline') ||
-    nameOf(a).localeCompare(nameOf(b), texts.language));
+  return [...machines].sort(
+    (a, b) =>
+      Number(a.state === 'offline') - Number(b.state === 'offline') ||
+      nameOf(a).localeCompare(nameOf(b), texts.language),
+  );
 }
 
 /** Whether any of a machine's names holds the text. */
 function matches(/** @type {Machine} */ machine, /** @type {string} */ search) {
-  return `${tidy(machine.name)}\n${tidy(machine.machine)}`.toLowerCase().includes(search.trim().toLowerCase());
+  return `${tidy(machine.name)}\n${tidy(machine.machine)}`
+    .toLowerCase()
+    .includes(search.trim().toLowerCase());
 }
 
 export class MachineList {
@@ -59,23 +65,41 @@ export class MachineList {
     byId('machine-note').hidden = shown.length > 0;
     byId('machine-note-text').textContent = all.length ? texts.noMatch : texts.noMachines;
     byId('machine-count').textContent = all.length
-      ? texts.machineCount(all.length, all.filter(({ state }) => state !== 'offline').length) : '';
+      ? texts.machineCount(all.length, all.filter(({ state }) => state !== 'offline').length)
+      : '';
   }
 
   /** @private */
   row(/** @type {Machine} */ machine) {
     const state = STATES.includes(machine.state) ? machine.state : 'offline';
     const name = nameOf(machine);
-    const open = make('button', { type: 'button', className: 'machine-open', disabled: state === 'offline', title: name,
-      onclick: () => this.actions.open(machine) },
-    make('bdi', { className: 'machine-name' }, name),
-    make('span', { className: 'machine-details' }, ...this.details(machine, state)));
+    const open = make(
+      'button',
+      {
+        type: 'button',
+        className: 'machine-open',
+        disabled: state === 'offline',
+        title: name,
+        onclick: () => this.actions.open(machine),
+      },
+      make('bdi', { className: 'machine-name' }, name),
+      make('span', { className: 'machine-details' }, ...this.details(machine, state)),
+    );
     const shown = state === 'offline' && this.restarting.has(machine.id) ? 'restarting' : state;
-    const badge = make('span', { className: 'badge', dataset: { state: shown } }, texts.state[/** @type {'online'} */ (shown)]);
+    const badge = make(
+      'span',
+      { className: 'badge', dataset: { state: shown } },
+      texts.state[/** @type {'online'} */ (shown)],
+    );
     const item = make('li', { className: 'machine', dataset: { agent: machine.id, state } }, open, badge);
     if (shown === 'offline') {
-      item.append(make('button', { type: 'button', className: 'quiet machine-forget',
-        onclick: () => this.actions.forget(machine) }, texts.forget));
+      item.append(
+        make(
+          'button',
+          { type: 'button', className: 'quiet machine-forget', onclick: () => this.actions.forget(machine) },
+          texts.forget,
+        ),
+      );
     } else if (state === 'online') {
       item.append(make('span', { className: 'go', ariaHidden: 'true' }, texts.connect));
     }
@@ -85,9 +109,11 @@ export class MachineList {
   /** @private What stands under the name, each part a line run of its own. */
   details(/** @type {Machine} */ machine, /** @type {string} */ state) {
     const { unit, count } = age(machine.last_seen, Date.now() / 1000);
-    const parts = [tidy(machine.machine) === nameOf(machine) ? '' : tidy(machine.machine),
+    const parts = [
+      tidy(machine.machine) === nameOf(machine) ? '' : tidy(machine.machine),
       state === 'offline' ? texts.lastSeen(unit, count) : '',
-      machine.representative ? texts.with(tidy(machine.representative)) : ''].filter(Boolean);
+      machine.representative ? texts.with(tidy(machine.representative)) : '',
+    ].filter(Boolean);
     return parts.flatMap((part, i) => [...(i ? [' · '] : []), make('bdi', {}, part)]);
   }
 }

@@ -1,13 +1,16 @@
 // The representative's own password, changed in a dialog.
-import { changePassword } from '../link/api.js';
+
 import { byId } from '../base/dom.js';
 import { texts } from '../base/texts.js';
+import { changePassword } from '../link/api.js';
 
 /** @param {() => void} onChanged */
 export function attachPassword(onChanged) {
   const dialog = byId('password-dialog');
   const form = byId('password-form');
-  const say = (/** @type {string} */ text) => { byId('password-error').textContent = text; };
+  const say = (/** @type {string} */ text) => {
+    byId('password-error').textContent = text;
+  };
   byId('password').addEventListener('click', () => {
     say('');
     dialog.showModal();
@@ -28,7 +31,11 @@ export function attachPassword(onChanged) {
       dialog.close();
       onChanged();
     } catch (/** @type {any} */ error) {
-      const known = /** @type {Record<number, string>} */ ({ 401: texts.wrongPassword, 429: texts.tooManyLogins, 0: texts.noRelay });
+      const known = /** @type {Record<number, string>} */ ({
+        401: texts.wrongPassword,
+        429: texts.tooManyLogins,
+        0: texts.noRelay,
+      });
       say(known[error.status] ?? texts.failed);
     }
     byId('password-submit').disabled = false;

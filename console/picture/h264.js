@@ -1,7 +1,14 @@
 // What has to be known of an H.264 byte stream (ITU-T H.264, annex B) to feed a decoder with it: its access units, the
 // codec's name in the browser, and whether a picture is missing.
 
-const Unit = Object.freeze({ slice: 1, keySlice: 5, enrichment: 6, parameters: 7, pictureParameters: 8, delimiter: 9 });
+const Unit = Object.freeze({
+  slice: 1,
+  keySlice: 5,
+  enrichment: 6,
+  parameters: 7,
+  pictureParameters: 8,
+  delimiter: 9,
+});
 
 const isSlice = (/** @type {number} */ type) => type >= Unit.slice && type <= Unit.keySlice;
 /** Types that come before the slices of their picture. */
@@ -50,7 +57,8 @@ export function accessUnits(bytes) {
     if (unit.type === Unit.parameters) current.parameters ??= bytes.subarray(unit.at, unit.to);
     if (slice) current.slice ??= bytes.subarray(unit.at, unit.to);
   }
-  return pictures.filter(({ slice }) => slice)
+  return pictures
+    .filter(({ slice }) => slice)
     .map(({ from, to, ...picture }) => ({ data: bytes.subarray(from, to), ...picture }));
 }
 
@@ -132,7 +140,8 @@ export function readParameters(unit) {
   reader.golomb();
   const gaps = reader.bits(1) === 1;
   if (reader.over || frameNumberBits > 16) return null;
-  const hex = (/** @type {number} */ value, /** @type {number} */ digits) => value.toString(16).padStart(digits, '0');
+  const hex = (/** @type {number} */ value, /** @type {number} */ digits) =>
+    value.toString(16).padStart(digits, '0');
   return { codec: `avc1.${hex(profile, 2)}${hex(rest, 4)}`, frameNumberBits, planes, gaps };
 }
 

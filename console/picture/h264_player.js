@@ -3,7 +3,12 @@
 import { accessUnits, PictureCounter, readParameters } from './h264.js';
 
 /** What the machine's conversion makes; the stream says so too, but not every decoder reads that. */
-export const COLOURS = Object.freeze({ primaries: 'bt709', transfer: 'iec61966-2-1', matrix: 'smpte170m', fullRange: false });
+export const COLOURS = Object.freeze({
+  primaries: 'bt709',
+  transfer: 'iec61966-2-1',
+  matrix: 'smpte170m',
+  fullRange: false,
+});
 
 const ASK_EVERY_MS = 1000;
 /** A decoder that is this far behind goes on at the next key frame. */
@@ -68,7 +73,9 @@ export class H264Player {
     this.time = Math.max(stamp, this.time + 1);
     this.pending.push({ time: this.time, at: performance.now() });
     try {
-      this.decoder?.decode(new EncodedVideoChunk({ type: key ? 'key' : 'delta', timestamp: this.time, data }));
+      this.decoder?.decode(
+        new EncodedVideoChunk({ type: key ? 'key' : 'delta', timestamp: this.time, data }),
+      );
     } catch {
       this.fail();
     }
@@ -88,8 +95,12 @@ export class H264Player {
     });
     this.decoder = decoder;
     try {
-      decoder.configure({ codec: parameters.codec, optimizeForLatency: true, colorSpace: COLOURS,
-        hardwareAcceleration: /** @type {'no-preference'} */ (this.hardware) });
+      decoder.configure({
+        codec: parameters.codec,
+        optimizeForLatency: true,
+        colorSpace: COLOURS,
+        hardwareAcceleration: /** @type {'no-preference'} */ (this.hardware),
+      });
     } catch {
       this.fail();
     }

@@ -18,7 +18,13 @@ async function play() {
   const config = { codec, optimizeForLatency: true };
   if (!(await VideoDecoder.isConfigSupported(config)).supported) return false;
   let drawn = false;
-  const decoder = new VideoDecoder({ output: (frame) => { drawn = frame.displayWidth === 64; frame.close(); }, error: () => {} });
+  const decoder = new VideoDecoder({
+    output: (frame) => {
+      drawn = frame.displayWidth === 64;
+      frame.close();
+    },
+    error: () => {},
+  });
   decoder.configure(config);
   decoder.decode(new EncodedVideoChunk({ type: 'key', timestamp: 0, data: picture.data }));
   await Promise.race([decoder.flush(), new Promise((_, late) => setTimeout(late, PATIENCE_MS))]);

@@ -16,7 +16,10 @@ export class Picture {
     this.send = send;
     this.onChange = onChange;
     this.jpeg = new JpegPlayer(screen);
-    this.h264 = new H264Player(screen, { askForKey: () => send(Msg.KeyframeRequest, {}), giveUp: () => this.withoutH264() });
+    this.h264 = new H264Player(screen, {
+      askForKey: () => send(Msg.KeyframeRequest, {}),
+      giveUp: () => this.withoutH264(),
+    });
     /** 'h264' or 'mjpeg': what the representative chose, and what is asked for. */
     this.chosen = 'h264';
     this.wanted = 'h264';

@@ -15,7 +15,11 @@ export class Screen {
   }
 
   /** Draws and closes the picture. */
-  draw(/** @type {ImageBitmap | VideoFrame} */ picture, /** @type {number} */ width, /** @type {number} */ height) {
+  draw(
+    /** @type {ImageBitmap | VideoFrame} */ picture,
+    /** @type {number} */ width,
+    /** @type {number} */ height,
+  ) {
     const { canvas } = this;
     const resized = canvas.width !== width || canvas.height !== height;
     if (resized) {

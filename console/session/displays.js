@@ -39,9 +39,14 @@ export class Displays {
   /** @private */
   button({ monitor, thumbnail }) {
     const name = texts.display(monitor + 1);
-    const button = make('button', { type: 'button', className: 'monitor', title: name,
-      ariaPressed: String(monitor === this.selected), dataset: { monitor: String(monitor) },
-      onclick: () => this.select(monitor) });
+    const button = make('button', {
+      type: 'button',
+      className: 'monitor',
+      title: name,
+      ariaPressed: String(monitor === this.selected),
+      dataset: { monitor: String(monitor) },
+      onclick: () => this.select(monitor),
+    });
     if (thumbnail) {
       const url = URL.createObjectURL(new Blob([thumbnail.jpeg], { type: 'image/jpeg' }));
       const forget = () => URL.revokeObjectURL(url);

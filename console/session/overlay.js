@@ -20,7 +20,9 @@ export class Overlay {
     byId('session-note').hidden = false;
     byId('session-note-text').textContent = text;
     byId('session-note-busy').hidden = !busy;
-    [again, goOn, giveUp, back].forEach((shown, i) => { byId(ACTIONS[i]).hidden = !shown; });
+    [again, goOn, giveUp, back].forEach((shown, i) => {
+      byId(ACTIONS[i]).hidden = !shown;
+    });
     byId('stage').classList.add('covered');
   }
 

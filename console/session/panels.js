@@ -19,12 +19,28 @@ export class Panels {
    */
   add({ name, title, onToggle = () => {} }) {
     const body = make('div', { className: 'panel-body' });
-    const close = make('button', { type: 'button', className: 'quiet', title: texts.closePanel, ariaLabel: texts.closePanel,
-      onclick: () => this.toggle(name, false) }, '×');
-    const panel = make('section', { id: `panel-${name}`, hidden: true, ariaLabel: title },
-      make('header', {}, make('h2', {}, title), close), body);
-    const button = make('button', { type: 'button', id: `panel-${name}-button`, ariaPressed: 'false',
-      onclick: () => this.toggle(name) }, title);
+    const close = make(
+      'button',
+      {
+        type: 'button',
+        className: 'quiet',
+        title: texts.closePanel,
+        ariaLabel: texts.closePanel,
+        onclick: () => this.toggle(name, false),
+      },
+      '×',
+    );
+    const panel = make(
+      'section',
+      { id: `panel-${name}`, hidden: true, ariaLabel: title },
+      make('header', {}, make('h2', {}, title), close),
+      body,
+    );
+    const button = make(
+      'button',
+      { type: 'button', id: `panel-${name}-button`, ariaPressed: 'false', onclick: () => this.toggle(name) },
+      title,
+    );
     this.place.append(panel);
     this.buttons.append(button);
     this.all.set(name, { panel, button, onToggle });

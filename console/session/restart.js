@@ -1,7 +1,7 @@
 // Restarting the machine: the question before it, and what is said until the machine is back.
 import { byId } from '../base/dom.js';
-import { Msg } from '../link/messages.js';
 import { texts } from '../base/texts.js';
+import { Msg } from '../link/messages.js';
 
 /** The machine answers nothing. One that is still there after this long has refused, or somebody there has. */
 export const PATIENCE_MS = 90_000;

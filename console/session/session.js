@@ -1,20 +1,21 @@
 // One session with one machine: asking for it, its stream, and its end. A session that broke with the link or the
 // machine is asked for again when both are back.
-import { attachClipboard } from '../clipboard/clipboard.js';
-import { Displays } from './displays.js';
+
 import { byId } from '../base/dom.js';
-import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../link/envelope.js';
-import { Msg } from '../link/messages.js';
-import { attachFiles } from '../files/files.js';
-import { Hands } from '../input/remote_input.js';
 import { inSentence, nameOf } from '../base/names.js';
-import { Overlay } from './overlay.js';
-import { Panels } from './panels.js';
-import { Picture } from '../picture/picture.js';
-import { Restart } from './restart.js';
-import { Screen } from '../picture/screen.js';
 import { RateMeter } from '../base/status.js';
 import { texts } from '../base/texts.js';
+import { attachClipboard } from '../clipboard/clipboard.js';
+import { attachFiles } from '../files/files.js';
+import { Hands } from '../input/remote_input.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../link/envelope.js';
+import { Msg } from '../link/messages.js';
+import { Picture } from '../picture/picture.js';
+import { Screen } from '../picture/screen.js';
+import { Displays } from './displays.js';
+import { Overlay } from './overlay.js';
+import { Panels } from './panels.js';
+import { Restart } from './restart.js';
 import { attachTools, layOut, showCodec, showStatus } from './toolbar.js';
 
 const BITRATE = 6_000_000;
@@ -44,12 +45,23 @@ export class SessionView extends EventTarget {
     this.monitor = 0;
     this.meter = new RateMeter();
     this.screen = new Screen(byId('screen'), { onFrame: () => this.drawn(), onSize: () => layOut(this) });
-    this.picture = new Picture(this.screen, { send: (type, value) => this.sendJson(type, value), onChange: () => showCodec(this) });
-    this.overlay = new Overlay({ again: () => this.ask(), goOn: () => this.overlay.clear(), giveUp: () => this.leave(),
-      back: () => this.leave() });
+    this.picture = new Picture(this.screen, {
+      send: (type, value) => this.sendJson(type, value),
+      onChange: () => showCodec(this),
+    });
+    this.overlay = new Overlay({
+      again: () => this.ask(),
+      goOn: () => this.overlay.clear(),
+      giveUp: () => this.leave(),
+      back: () => this.leave(),
+    });
     this.displays = new Displays(byId('monitor-picker'), (monitor) => this.selectMonitor(monitor));
-    this.hands = new Hands({ canvas: this.screen.canvas, catcher: byId('key-catcher'),
-      send: (payload) => this.sendBytes(Msg.InputEvent, payload), backlog: () => link.backlog });
+    this.hands = new Hands({
+      canvas: this.screen.canvas,
+      catcher: byId('key-catcher'),
+      send: (payload) => this.sendBytes(Msg.InputEvent, payload),
+      backlog: () => link.backlog,
+    });
     /** @type {Map<number, (payload: Uint8Array) => void>} what to do with the machine's messages */
     this.handlers = new Map([
       [Msg.StreamFrame, (payload) => this.showFrame(payload)],
@@ -116,7 +128,9 @@ export class SessionView extends EventTarget {
   refused({ message, code, agent, representative }) {
     if (this.state !== 'asking' || agent !== this.agent) return;
     const known = texts.refused[/** @type {'in-use'} */ (code)];
-    this.finish(known ? known(this.name, inSentence(String(representative ?? ''))) : String(message ?? texts.failed));
+    this.finish(
+      known ? known(this.name, inSentence(String(representative ?? ''))) : String(message ?? texts.failed),
+    );
   }
 
   /** @param {import('../machines/machines.js').Machine[]} list all machines as they are now */
@@ -124,7 +138,7 @@ export class SessionView extends EventTarget {
     if (this.state !== 'away') return;
     const machine = list.find(({ id }) => id === this.agent);
     if (machine?.state === 'online') this.ask();
-    else this.sayAway(machine?.state === 'session' ? machine.representative ?? '' : '');
+    else this.sayAway(machine?.state === 'session' ? (machine.representative ?? '') : '');
   }
 
   linkLost() {
@@ -151,7 +165,8 @@ export class SessionView extends EventTarget {
   }
 
   sendBytes(/** @type {number} */ type, /** @type {Uint8Array} */ payload = new Uint8Array(0)) {
-    if (this.accepted && this.number !== null) this.link.sendEnvelope(encodeEnvelope(type, this.number, payload));
+    if (this.accepted && this.number !== null)
+      this.link.sendEnvelope(encodeEnvelope(type, this.number, payload));
   }
 
   sendJson(/** @type {number} */ type, /** @type {object} */ value) {
@@ -161,7 +176,11 @@ export class SessionView extends EventTarget {
   /** Starts the stream, or starts it anew: each stream begins with the pointer shown. */
   startStream() {
     this.meter.restart();
-    this.sendJson(Msg.StreamStart, { monitor_id: this.monitor, max_fps: Number(byId('max-fps').value), bitrate: BITRATE });
+    this.sendJson(Msg.StreamStart, {
+      monitor_id: this.monitor,
+      max_fps: Number(byId('max-fps').value),
+      bitrate: BITRATE,
+    });
     this.sendPointer();
     this.picture.started();
   }
@@ -213,7 +232,8 @@ export class SessionView extends EventTarget {
   /** @private `holder`: who works on the machine, which may be this representative until the relay misses the old link */
   sayAway(holder = '') {
     if (!this.link.up) this.overlay.say(texts.linkDown, { busy: true, back: true });
-    else if (holder) this.overlay.say(texts.machineTaken(this.name, inSentence(holder)), { busy: true, back: true });
+    else if (holder)
+      this.overlay.say(texts.machineTaken(this.name, inSentence(holder)), { busy: true, back: true });
     else if (this.restart.underWay) this.restart.show();
     else this.overlay.say(texts.machineAway(this.name), { busy: true, back: true });
   }

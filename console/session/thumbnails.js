@@ -32,6 +32,9 @@ export class MonitorList {
 
   /** @returns {{monitor: number, thumbnail: Thumbnail | undefined}[]} */
   entries() {
-    return Array.from({ length: this.count }, (_, monitor) => ({ monitor, thumbnail: this.pictures.get(monitor) }));
+    return Array.from({ length: this.count }, (_, monitor) => ({
+      monitor,
+      thumbnail: this.pictures.get(monitor),
+    }));
   }
 }

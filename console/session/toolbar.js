@@ -1,9 +1,9 @@
 // The session's toolbar, the picture's place on the page and the status line.
 import { byId, make } from '../base/dom.js';
-import { Msg } from '../link/messages.js';
-import { fit } from '../input/geometry.js';
 import { wholeRoundTrip } from '../base/status.js';
 import { texts } from '../base/texts.js';
+import { fit } from '../input/geometry.js';
+import { Msg } from '../link/messages.js';
 
 const RATES = [5, 10, 15, 25, 30];
 const USUAL_RATE = 15;
@@ -11,10 +11,17 @@ const USUAL_RATE = 15;
 /** @typedef {import('./session.js').SessionView} SessionView */
 
 export function attachTools(/** @type {SessionView} */ session) {
-  const on = (/** @type {string} */ id, /** @type {string} */ name, /** @type {(event: any) => void} */ act) =>
-    byId(id).addEventListener(name, act);
+  const on = (
+    /** @type {string} */ id,
+    /** @type {string} */ name,
+    /** @type {(event: any) => void} */ act,
+  ) => byId(id).addEventListener(name, act);
   const { hands } = session;
-  byId('max-fps').append(...RATES.map((rate) => make('option', { value: String(rate), selected: rate === USUAL_RATE }, String(rate))));
+  byId('max-fps').append(
+    ...RATES.map((rate) =>
+      make('option', { value: String(rate), selected: rate === USUAL_RATE }, String(rate)),
+    ),
+  );
   on('session-end', 'click', () => session.leave());
   on('max-fps', 'change', () => session.startStream());
   on('picture-restart', 'click', () => session.startStream());
@@ -70,7 +77,9 @@ export function showCodec(/** @type {SessionView} */ { picture }) {
 export function showStatus(/** @type {SessionView} */ { accepted, meter, link, screen, picture }) {
   const { framesPerSecond, kilobytesPerSecond } = meter.read();
   const { width, height } = screen.canvas;
-  const parts = [texts.status(framesPerSecond, kilobytesPerSecond, wholeRoundTrip(link.browserTrip, link.machineTrip))];
+  const parts = [
+    texts.status(framesPerSecond, kilobytesPerSecond, wholeRoundTrip(link.browserTrip, link.machineTrip)),
+  ];
   if (picture.codec) parts.unshift(picture.codec === 'h264' ? 'H.264' : 'JPEG');
   if (screen.drawn) parts.unshift(`${width} × ${height}`);
   if (link.unstable) parts.push(texts.unstable);
@@ -83,7 +92,8 @@ function toggleFullScreen() {
     return;
   }
   // With the keyboard's lock, where there is one, even Escape and Alt+Tab reach the machine.
-  byId('view-session').requestFullscreen()
+  byId('view-session')
+    .requestFullscreen()
     .then(() => /** @type {any} */ (navigator).keyboard?.lock?.())
     .catch(() => {});
 }

@@ -13,13 +13,17 @@ const shared = fixture();
 const MiB = 1024 * 1024;
 const GRANTED = { page: { permissions: ['clipboard-read', 'clipboard-write'] } };
 /** A browser that lets nothing be written without a click, and nothing be read. */
-const STRICT = { page: { script: `
+const STRICT = {
+  page: {
+    script: `
   Clipboard.prototype.writeText = async function (text) {
     if (window.event?.type !== 'click') throw new DOMException('no', 'NotAllowedError');
     window.written = text;
   };
   Clipboard.prototype.read = async () => { throw new DOMException('no', 'NotAllowedError'); };
-  Permissions.prototype.query = async () => { throw new TypeError('unknown'); };` } };
+  Permissions.prototype.query = async () => { throw new TypeError('unknown'); };`,
+  },
+};
 const png = (...args) => execFileSync('convert', [...args, 'png32:-'], { maxBuffer: 1 << 26 });
 
 const fromMachine = (agent, payload) => agent.send(AgentMsg.ClipboardData, agent.session, payload);
@@ -34,9 +38,14 @@ async function pasteOn(p, fill) {
     const data = new DataTransfer();
     new Function('data', source)(data);
     catcher.focus();
-    const key = (type) => catcher.dispatchEvent(new KeyboardEvent(type, { key: 'v', code: 'KeyV', ctrlKey: true, bubbles: true, cancelable: true }));
+    const key = (type) =>
+      catcher.dispatchEvent(
+        new KeyboardEvent(type, { key: 'v', code: 'KeyV', ctrlKey: true, bubbles: true, cancelable: true }),
+      );
     key('keydown');
-    catcher.dispatchEvent(new ClipboardEvent('paste', { clipboardData: data, bubbles: true, cancelable: true }));
+    catcher.dispatchEvent(
+      new ClipboardEvent('paste', { clipboardData: data, bubbles: true, cancelable: true }),
+    );
     key('keyup');
   }, fill);
 }
@@ -89,32 +98,45 @@ test('pictures go both ways with every pixel', async (t) => {
   const { agent, page } = await session(t, shared, GRANTED);
   const p = page.page;
   const picture = png('-size', '64x40', 'gradient:#ff0000-#0000ff');
-  const pixels = (bytes) => execFileSync('convert', ['png:-', '-depth', '8', 'rgba:-'], { input: bytes, maxBuffer: 1 << 26 });
+  const pixels = (bytes) =>
+    execFileSync('convert', ['png:-', '-depth', '8', 'rgba:-'], { input: bytes, maxBuffer: 1 << 26 });
   fromMachine(agent, packImage(Uint8Array.of(0x89, 0x50, 1, 2, 3)));
   fromMachine(agent, packImage(picture));
   await chip(p, 'copied').waitFor();
-  const local = Buffer.from(await p.evaluate(async () => {
-    const [item] = await navigator.clipboard.read();
-    return [...new Uint8Array(await (await item.getType('image/png')).arrayBuffer())];
-  }));
+  const local = Buffer.from(
+    await p.evaluate(async () => {
+      const [item] = await navigator.clipboard.read();
+      return [...new Uint8Array(await (await item.getType('image/png')).arrayBuffer())];
+    }),
+  );
   assert.deepEqual(pixels(local), pixels(picture));
   await refocus(p);
   const other = png('-size', '30x20', 'gradient:#00ff00-#000000');
-  await p.evaluate(async (bytes) => {
-    await navigator.clipboard.write([new ClipboardItem({ 'image/png': new Blob([Uint8Array.from(bytes)], { type: 'image/png' }) })]);
-  }, [...other]);
+  await p.evaluate(
+    async (bytes) => {
+      await navigator.clipboard.write([
+        new ClipboardItem({ 'image/png': new Blob([Uint8Array.from(bytes)], { type: 'image/png' }) }),
+      ]);
+    },
+    [...other],
+  );
   await refocus(p);
   assert.deepEqual(pixels((await clip(agent)).png), pixels(other), 'and the first did not go back');
 });
 
 test('a picture that cannot be written at once is offered and can be saved', async (t) => {
-  const { agent, page } = await session(t, shared, { page: { script: 'Clipboard.prototype.write = async () => { throw new Error("no"); };' } });
+  const { agent, page } = await session(t, shared, {
+    page: { script: 'Clipboard.prototype.write = async () => { throw new Error("no"); };' },
+  });
   const p = page.page;
   const picture = png('-size', '200x120', 'plasma:fractal');
   fromMachine(agent, packImage(picture));
   await chip(p, 'image').locator('img').waitFor();
   await page.shot('clip-image');
-  const [download] = await Promise.all([p.waitForEvent('download'), chip(p, 'image').getByRole('button', { name: 'Save' }).click()]);
+  const [download] = await Promise.all([
+    p.waitForEvent('download'),
+    chip(p, 'image').getByRole('button', { name: 'Save' }).click(),
+  ]);
   assert.equal(download.suggestedFilename(), 'picture.png');
   assert.deepEqual(readFileSync(await download.path()), picture);
 });
@@ -125,14 +147,23 @@ test('files of the machine are a list to save from', async (t) => {
   fromMachine(agent, Uint8Array.of(3, 0));
   fromMachine(agent, Uint8Array.of(9, 9));
   fromMachine(agent, new Uint8Array(0));
-  const files = [{ name: '../../skýrsla.txt', bytes: Buffer.from('innihald') }, { name: '<b>.bin', bytes: Buffer.alloc(70_000, 7) },
-    { name: 'tóm', bytes: Buffer.alloc(0) }];
+  const files = [
+    { name: '../../skýrsla.txt', bytes: Buffer.from('innihald') },
+    { name: '<b>.bin', bytes: Buffer.alloc(70_000, 7) },
+    { name: 'tóm', bytes: Buffer.alloc(0) },
+  ];
   fromMachine(agent, packFiles(files));
   await chip(p, 'files').waitFor();
-  assert.deepEqual(await chip(p, 'files').locator('li bdi').allInnerTexts(), ['skýrsla.txt', '<b>.bin', 'tóm']);
+  assert.deepEqual(await chip(p, 'files').locator('li bdi').allInnerTexts(), [
+    'skýrsla.txt',
+    '<b>.bin',
+    'tóm',
+  ]);
   await page.shot('clip-files');
-  const [download] = await Promise.all([p.waitForEvent('download'),
-    chip(p, 'files').locator('li').first().getByRole('button').click()]);
+  const [download] = await Promise.all([
+    p.waitForEvent('download'),
+    chip(p, 'files').locator('li').first().getByRole('button').click(),
+  ]);
   assert.equal(download.suggestedFilename(), 'skýrsla.txt');
   assert.equal(readFileSync(await download.path(), 'utf8'), 'innihald');
   const all = [];
@@ -155,12 +186,20 @@ test('Ctrl+V gives the clipboard to the machine before the key', async (t) => {
   await pasteOn(p, 'data.setData("text/plain", "límt")');
   assert.equal((await clip(agent)).text, 'límt');
   // On a slow line the machine has the clipboard long after the browser sent it.
-  await until('it is asked for a sign that it has it', () => agent.inbox.some(({ type }) => type === AgentMsg.DirListRequest));
+  await until('it is asked for a sign that it has it', () =>
+    agent.inbox.some(({ type }) => type === AgentMsg.DirListRequest),
+  );
   assert.deepEqual(agent.inputs, []);
   machine.answering = true;
   machine.serve();
   const keys = await agent.events(2);
-  assert.deepEqual(keys.map((event) => [event[1], event[2]]), [[1, 0x56], [0, 0x56]]);
+  assert.deepEqual(
+    keys.map((event) => [event[1], event[2]]),
+    [
+      [1, 0x56],
+      [0, 0x56],
+    ],
+  );
   // The same again is on the machine already: only the key goes.
   await pasteOn(p, 'data.setData("text/plain", "límt")');
   await agent.events(2);
@@ -175,7 +214,13 @@ test('files are pasted and dropped by value, and too large ones are offered for 
   const machine = new MachineFolders(agent, { '': [{ name: 'C:', dir: true }], 'C:\\': [] });
   await pasteOn(p, 'data.items.add(new File(["eitt"], "a:b.txt")); data.items.add(new File([], "tvö"))');
   const { files } = await clip(agent);
-  assert.deepEqual(files.map(({ name, bytes }) => [name, Buffer.from(bytes).toString()]), [['a_b.txt', 'eitt'], ['tvö', '']]);
+  assert.deepEqual(
+    files.map(({ name, bytes }) => [name, Buffer.from(bytes).toString()]),
+    [
+      ['a_b.txt', 'eitt'],
+      ['tvö', ''],
+    ],
+  );
   await chip(p, 'filesSent').waitFor();
   const drop = async (size) => {
     const data = await p.evaluateHandle((bytes) => {
@@ -193,7 +238,9 @@ test('files are pasted and dropped by value, and too large ones are offered for 
   await drop(8 * MiB - rest + 1);
   await chip(p, 'filesTooLarge').waitFor();
   await page.shot('clip-too-large');
-  await chip(p, 'filesTooLarge').getByRole('button', { name: /Upload/ }).click();
+  await chip(p, 'filesTooLarge')
+    .getByRole('button', { name: /Upload/ })
+    .click();
   assert.ok(await p.locator('#files-put').isDisabled(), 'the drives take no files');
   await p.locator('.file', { hasText: 'C:' }).dblclick();
   await p.locator('#files-empty').waitFor();
@@ -214,7 +261,9 @@ test('nothing is shared when it is switched off, and nothing goes out while only
   await refocus(p);
   fromMachine(agent, packText('hitt'));
   agent.rename('Heard by now');
-  await until('what was sent before is there', async () => (await p.locator('#view-machines').innerHTML()).includes('Heard by now'));
+  await until('what was sent before is there', async () =>
+    (await p.locator('#view-machines').innerHTML()).includes('Heard by now'),
+  );
   assert.equal(await localText(p), 'mitt');
   await p.click('#clip-send');
   assert.equal((await clip(agent)).text, 'mitt', 'asked for it goes all the same');

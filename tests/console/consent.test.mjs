@@ -24,7 +24,7 @@ test('while consent is awaited the console says so and sends nothing to the mach
   assert.deepEqual(request.json, { rep_name: USER });
   assert.match(await page.note(), new RegExp(agent.name));
   assert.ok(await shown(page, '#session-give-up'));
-  assert.ok(!await shown(page, '#session-again'));
+  assert.ok(!(await shown(page, '#session-again')));
   await page.shot('consent-awaited');
   await page.page.keyboard.type('x');
   agent.accept(request.session);

@@ -16,25 +16,45 @@ const TYPED = 'Typed in the browser, read in Windows: 6 * 7 = 42 (Yes!)';
 // Where tools/demo places the windows, in pixels of the desktop.
 const NOTEPAD_TEXT = { x: 700, y: 250 };
 const NOTEPAD_LINE = { x: 426, y: 86, width: 530, height: 14 };
-const MINE_CELL = { x: 1090, y: 158, width: 12, height: 12 };  // the inside of the middle one
+const MINE_CELL = { x: 1090, y: 158, width: 12, height: 12 }; // the inside of the middle one
 const NOWHERE = { x: 700, y: 600 };
 const WHOLE = { x: 0, y: 0, width: 1280, height: 720 };
 // Either codec (whose colours are coarse at edges), the painted pointer and a blinking caret stay far below these shares of
 // wrong pixels. A missing window is far above the first, missing text above the second, a cell that is open on one
 // side only above the third.
 const WRONG_PIXEL = '25%';
-const MAX_WRONG = new Map([[WHOLE, 0.004], [NOTEPAD_LINE, 0.045], [MINE_CELL, 0.3]]);
+const MAX_WRONG = new Map([
+  [WHOLE, 0.004],
+  [NOTEPAD_LINE, 0.045],
+  [MINE_CELL, 0.3],
+]);
 
 const { values: options } = parseArgs({
   options: Object.fromEntries(
-    ['url', 'user', 'machine', 'desk', 'note', 'codec', 'out'].map((name) => [name, { type: 'string' }])),
+    ['url', 'user', 'machine', 'desk', 'note', 'codec', 'out'].map((name) => [name, { type: 'string' }]),
+  ),
 });
 
 // The share of an area's pixels that are not the same in two pictures.
 async function wrongPixels(first, second, area) {
   const crop = ['-crop', `${area.width}x${area.height}+${area.x}+${area.y}`, '+repage'];
-  const { stdout } = await run('convert', [first, second, ...crop, '-alpha', 'off', '-compose', 'difference', '-composite',
-    '-colorspace', 'gray', '-threshold', WRONG_PIXEL, '-format', '%[fx:mean]', 'info:']);
+  const { stdout } = await run('convert', [
+    first,
+    second,
+    ...crop,
+    '-alpha',
+    'off',
+    '-compose',
+    'difference',
+    '-composite',
+    '-colorspace',
+    'gray',
+    '-threshold',
+    WRONG_PIXEL,
+    '-format',
+    '%[fx:mean]',
+    'info:',
+  ]);
   return Number(stdout);
 }
 
@@ -84,7 +104,8 @@ async function sameAsDesktop(canvas, name, ...areas) {
     await saveCanvas(canvas, `${name}-canvas.png`);
     for (const area of [WHOLE, ...areas]) {
       const wrong = await wrongPixels(file(`${name}-canvas.png`), file(`${name}-desktop.png`), area);
-      if (wrong > MAX_WRONG.get(area)) throw new Error(`${(wrong * 100).toFixed(2)} % of ${JSON.stringify(area)} is wrong`);
+      if (wrong > MAX_WRONG.get(area))
+        throw new Error(`${(wrong * 100).toFixed(2)} % of ${JSON.stringify(area)} is wrong`);
     }
     return true;
   });
@@ -126,7 +147,10 @@ async function session(page) {
   await page.mouse.move(aside.x, aside.y);
   await until('the cell opened', async () => {
     await shot('clicked-desktop.png');
-    return (await wrongPixels(file('typed-desktop.png'), file('clicked-desktop.png'), MINE_CELL)) > MAX_WRONG.get(MINE_CELL);
+    return (
+      (await wrongPixels(file('typed-desktop.png'), file('clicked-desktop.png'), MINE_CELL)) >
+      MAX_WRONG.get(MINE_CELL)
+    );
   });
   await sameAsDesktop(canvas, 'clicked', MINE_CELL);
   await page.screenshot({ path: file('console-session.png') });
@@ -156,7 +180,9 @@ async function openMachine(page) {
 
 const browser = await launch();
 const page = await browser.newPage({ ignoreHTTPSErrors: true, viewport: { width: 1440, height: 900 } });
-page.on('console', (message) => { if (message.type() === 'error') console.error(`browser: ${message.text()}`); });
+page.on('console', (message) => {
+  if (message.type() === 'error') console.error(`browser: ${message.text()}`);
+});
 page.on('pageerror', (error) => console.error(`browser: ${error.message}`));
 let failed = false;
 try {

@@ -20,11 +20,19 @@ const MiB = 1024 * KiB;
 const sha = (bytes) => createHash('sha256').update(bytes).digest('hex');
 
 const DISK = {
-  '': [{ name: 'C:', dir: true, mtime: 0 }, { name: 'E:', dir: true, mtime: 0 }],
+  '': [
+    { name: 'C:', dir: true, mtime: 0 },
+    { name: 'E:', dir: true, mtime: 0 },
+  ],
   'C:\\': [{ name: 'Users', dir: true, path: 'C:\\Users' }],
   'C:\\Users': [
-    { name: 'Zoe', dir: true }, { name: 'Ægir', dir: true }, { name: 'b10.txt', size: 10 }, { name: 'B9.txt', size: 5_000_000, mtime: 1_600_000_000 },
-    { name: 'old.txt', size: 7, mtime: 18446744072709551000 }, { name: 'þjóð.txt', size: 1234, mtime: 1_650_000_000 }],
+    { name: 'Zoe', dir: true },
+    { name: 'Ægir', dir: true },
+    { name: 'b10.txt', size: 10 },
+    { name: 'B9.txt', size: 5_000_000, mtime: 1_600_000_000 },
+    { name: 'old.txt', size: 7, mtime: 18446744072709551000 },
+    { name: 'þjóð.txt', size: 1234, mtime: 1_650_000_000 },
+  ],
   'C:\\Users\\Zoe': [],
 };
 
@@ -37,20 +45,29 @@ async function panel(t, folders = DISK, options = {}) {
   return { agent, machine, page, p: page.page };
 }
 
-const names = (p) => p.locator('.file').evaluateAll((rows) =>
-  rows.sort((a, b) => a.dataset.index - b.dataset.index).map((row) => row.querySelector('bdi').textContent));
-const shows = (p, wanted) => until(`the folder shows ${wanted}`, async () => {
-  const seen = await names(p);
-  if (seen.join('|') !== wanted.join('|')) throw new Error(seen.join('|'));
-  return true;
-});
+const names = (p) =>
+  p
+    .locator('.file')
+    .evaluateAll((rows) =>
+      rows
+        .sort((a, b) => a.dataset.index - b.dataset.index)
+        .map((row) => row.querySelector('bdi').textContent),
+    );
+const shows = (p, wanted) =>
+  until(`the folder shows ${wanted}`, async () => {
+    const seen = await names(p);
+    if (seen.join('|') !== wanted.join('|')) throw new Error(seen.join('|'));
+    return true;
+  });
 const file = (p, name) => p.locator('.file', { has: p.locator(`bdi:text-is(${JSON.stringify(name)})`) });
-const row = (p, name) => p.locator('.transfer', { has: p.locator(`.transfer-name:text-is(${JSON.stringify(name)})`) });
-const ended = (p, name, state) => until(`${name} is ${state}`, async () => {
-  const now = await row(p, name).first().getAttribute('data-state');
-  if (now !== state) throw new Error(`${now}: ${await words(p, name)}`);
-  return true;
-});
+const row = (p, name) =>
+  p.locator('.transfer', { has: p.locator(`.transfer-name:text-is(${JSON.stringify(name)})`) });
+const ended = (p, name, state) =>
+  until(`${name} is ${state}`, async () => {
+    const now = await row(p, name).first().getAttribute('data-state');
+    if (now !== state) throw new Error(`${now}: ${await words(p, name)}`);
+    return true;
+  });
 const words = (p, name) => row(p, name).first().locator('.transfer-words').innerText();
 const inUsers = async (p) => {
   await file(p, 'C:').dblclick();
@@ -69,7 +86,9 @@ test('folders are walked by double click, crumbs, the button upwards and keys', 
   await p.locator('#files-list').press('Enter');
   await p.locator('#files-empty').waitFor();
   await p.locator('#files-list').press('Backspace');
-  await until('the folder that was left has the focus', async () => (await p.locator('.has-focus').innerText()).includes('Ægir'));
+  await until('the folder that was left has the focus', async () =>
+    (await p.locator('.has-focus').innerText()).includes('Ægir'),
+  );
   await p.locator('#files-crumbs button', { hasText: 'C:' }).click();
   await shows(p, ['Users']);
   await p.click('#files-up');
@@ -123,8 +142,18 @@ test('several rows are chosen by keys and clicks', async (t) => {
 });
 
 test('hostile names are text, and show what would steer it', async (t) => {
-  const hostile = ['<img src=x onerror=alert(1)>', 'innocent\u202egpj.exe', '&amp;', 'a'.repeat(250), '" onclick="x', '😀 ’x’'];
-  const { p, page } = await panel(t, { '': [{ name: 'C:', dir: true }], 'C:\\': hostile.map((name) => ({ name, path: `C:\\${name}` })) });
+  const hostile = [
+    '<img src=x onerror=alert(1)>',
+    'innocent\u202egpj.exe',
+    '&amp;',
+    'a'.repeat(250),
+    '" onclick="x',
+    '😀 ’x’',
+  ];
+  const { p, page } = await panel(t, {
+    '': [{ name: 'C:', dir: true }],
+    'C:\\': hostile.map((name) => ({ name, path: `C:\\${name}` })),
+  });
   await file(p, 'C:').dblclick();
   await until('they are listed', async () => (await names(p)).length === hostile.length);
   const seen = await names(p);
@@ -138,47 +167,70 @@ test('a listing that makes no sense changes nothing', async (t) => {
   machine.answering = false;
   await file(p, 'C:').dblclick();
   const { session: number } = await agent.next(AgentMsg.DirListRequest);
-  for (const text of ['', '{', '5', '{"path":"C:\\\\"}', '{"path":5,"entries":[]}', '{"path":"D:\\\\","parent":"","entries":[]}'])
+  for (const text of [
+    '',
+    '{',
+    '5',
+    '{"path":"C:\\\\"}',
+    '{"path":5,"entries":[]}',
+    '{"path":"D:\\\\","parent":"","entries":[]}',
+  ])
     agent.send(AgentMsg.DirListResult, number, new TextEncoder().encode(text));
   // Control characters as the machine writes them, and entries of which some are none.
-  agent.send(AgentMsg.DirListResult, number, new TextEncoder().encode(
-    '{"path":"C:\\\\","parent":"","entries":[5,null,{},{"name":"a\u0001b","path":"C:\\\\ab","dir":"no","size":-1,"mtime":"x"}]}'));
+  agent.send(
+    AgentMsg.DirListResult,
+    number,
+    new TextEncoder().encode(
+      '{"path":"C:\\\\","parent":"","entries":[5,null,{},{"name":"a\u0001b","path":"C:\\\\ab","dir":"no","size":-1,"mtime":"x"}]}',
+    ),
+  );
   await shows(p, ['a\ufffdb']);
 });
 
 test('twenty thousand entries are listed, sorted and walked without a freeze', async (t) => {
-  const many = Array.from({ length: 20_000 }, (_, i) => ({ name: `mynd ${i}.jpg`, size: (i * 7919) % 20_000, mtime: 1_600_000_000 + i }));
+  const many = Array.from({ length: 20_000 }, (_, i) => ({
+    name: `mynd ${i}.jpg`,
+    size: (i * 7919) % 20_000,
+    mtime: 1_600_000_000 + i,
+  }));
   const { p } = await panel(t, { '': [{ name: 'C:', dir: true }], 'C:\\': many });
   // Processor time, which does not pass while others use the machine.
   const tools = await p.context().newCDPSession(p);
   await tools.send('Performance.enable', { timeDomain: 'threadTicks' });
-  const busySeconds = async () => (await tools.send('Performance.getMetrics')).metrics.find(({ name }) => name === 'TaskDuration').value;
+  const busySeconds = async () =>
+    (await tools.send('Performance.getMetrics')).metrics.find(({ name }) => name === 'TaskDuration').value;
   const before = await busySeconds();
   await file(p, 'C:').dblclick();
-  await until('all are counted', async () => (await p.locator('#files-count').innerText()).startsWith('20000 items'));
-  assert.ok(await p.locator('.file').count() < 100, 'only rows in view are on the page');
+  await until('all are counted', async () =>
+    (await p.locator('#files-count').innerText()).startsWith('20000 items'),
+  );
+  assert.ok((await p.locator('.file').count()) < 100, 'only rows in view are on the page');
   await p.click('#files-head [data-by=size]');
   await p.locator('#files-list').press('End');
   await until('the end is in view', async () => (await names(p)).includes('mynd 0.jpg'));
   await p.locator('#files-list').press('Control+a');
   assert.match(await p.locator('#files-count').innerText(), /20000 selected/);
-  const busy = await busySeconds() - before;
+  const busy = (await busySeconds()) - before;
   assert.ok(busy < 3, `the page worked for ${busy} s`);
 });
 
 /** How many files the console has on the browser's private disk. */
-const privateFiles = (p) => p.evaluate(async () => {
-  const all = await (await navigator.storage.getDirectory()).getDirectoryHandle('downloads');
-  let count = 0;
-  for await (const folder of all.values()) for await (const _ of folder.keys()) count++;
-  return count;
-});
+const privateFiles = (p) =>
+  p.evaluate(async () => {
+    const all = await (await navigator.storage.getDirectory()).getDirectoryHandle('downloads');
+    let count = 0;
+    for await (const folder of all.values()) for await (const _ of folder.keys()) count++;
+    return count;
+  });
 
 test('a download arrives byte for byte under its name, and is not kept when its row goes', async (t) => {
   const data = randomBytes(5 * MiB + 17);
   const script = `const wait = setTimeout; window.setTimeout = (act, ms) => wait(act, ms === ${KEEP_MS} ? 300 : ms);`;
   const { p, page, machine } = await panel(t, DISK, { page: { script } });
-  machine.folders['C:\\Users'] = [{ name: 'skýrsla ’99.bin', size: data.length, data }, { name: 'empty', size: 0, data: Buffer.alloc(0) }];
+  machine.folders['C:\\Users'] = [
+    { name: 'skýrsla ’99.bin', size: data.length, data },
+    { name: 'empty', size: 0, data: Buffer.alloc(0) },
+  ];
   await file(p, 'C:').dblclick();
   await file(p, 'Users').dblclick();
   await file(p, 'skýrsla ’99.bin').click();
@@ -193,25 +245,39 @@ test('a download arrives byte for byte under its name, and is not kept when its 
   assert.equal(await privateFiles(p), 2);
   await p.click('#transfers-clear');
   assert.ok(await p.locator('#transfers-section').isHidden());
-  await until('the disk is empty', async () => await privateFiles(p) === 0);
+  await until('the disk is empty', async () => (await privateFiles(p)) === 0);
 });
 
 test('thousands of transfers that fail at once leave the page alive', async (t) => {
-  const { p } = await panel(t, { '': [{ name: 'C:', dir: true }], 'C:\\': Array.from({ length: 5000 }, (_, i) => ({ name: `${i}`, size: 1 })) });
+  const { p } = await panel(t, {
+    '': [{ name: 'C:', dir: true }],
+    'C:\\': Array.from({ length: 5000 }, (_, i) => ({ name: `${i}`, size: 1 })),
+  });
   await file(p, 'C:').dblclick();
   await file(p, '0').waitFor();
   await p.locator('#files-list').press('Control+a');
   await p.click('#files-download');
-  await until('each has a row', async () => await p.locator('.transfer').count() === 5000, MANY_MS);
-  await until('each has failed', async () => await p.locator('.transfer[data-state=failed]').count() === 5000, MANY_MS);
+  await until('each has a row', async () => (await p.locator('.transfer').count()) === 5000, MANY_MS);
+  await until(
+    'each has failed',
+    async () => (await p.locator('.transfer[data-state=failed]').count()) === 5000,
+    MANY_MS,
+  );
   await p.click('#transfers-clear');
   assert.equal(await p.locator('.transfer').count(), 0);
 });
 
 test('many files come down at once, also where the browser has no disk of its own', async (t) => {
-  const files = Array.from({ length: 50 }, (_, i) => ({ name: `${i}.txt`, data: randomBytes(1000 + i), size: 1000 + i }));
-  const { p } = await panel(t, { '': [{ name: 'C:', dir: true }], 'C:\\': files },
-    { page: { script: 'StorageManager.prototype.getDirectory = undefined;' } });
+  const files = Array.from({ length: 50 }, (_, i) => ({
+    name: `${i}.txt`,
+    data: randomBytes(1000 + i),
+    size: 1000 + i,
+  }));
+  const { p } = await panel(
+    t,
+    { '': [{ name: 'C:', dir: true }], 'C:\\': files },
+    { page: { script: 'StorageManager.prototype.getDirectory = undefined;' } },
+  );
   await file(p, 'C:').dblclick();
   await file(p, '0.txt').waitFor();
   const downloads = [];
@@ -248,7 +314,11 @@ test('a download that the machine cannot open, or sends in pieces, is told as su
 
 test('a cancelled download says what cannot be done, and the rest goes nowhere', async (t) => {
   const { p, machine } = await panel(t);
-  machine.folders['C:\\Users'] = [{ name: 'long.bin', size: 10 * MiB }, { name: 'next.bin', size: 3, data: Buffer.from('abc') }, { name: 'Zoe', dir: true }];
+  machine.folders['C:\\Users'] = [
+    { name: 'long.bin', size: 10 * MiB },
+    { name: 'next.bin', size: 3, data: Buffer.from('abc') },
+    { name: 'Zoe', dir: true },
+  ];
   machine.holding = true;
   await inUsers(p);
   await file(p, 'long.bin').dblclick();
@@ -268,13 +338,18 @@ test('files go up whole and in order, and are looked at afterwards', async (t) =
   const data = randomBytes(3 * MiB + 5);
   const { p, page, machine } = await panel(t);
   await inUsers(p);
-  await p.setInputFiles('#files-input', [{ name: 'gögn.bin', mimeType: 'a/b', buffer: data },
-    { name: 'tómt', mimeType: 'a/b', buffer: Buffer.alloc(0) }]);
+  await p.setInputFiles('#files-input', [
+    { name: 'gögn.bin', mimeType: 'a/b', buffer: data },
+    { name: 'tómt', mimeType: 'a/b', buffer: Buffer.alloc(0) },
+  ]);
   await ended(p, 'gögn.bin', 'done');
   await ended(p, 'tómt', 'done');
   const upload = machine.uploadTo('C:\\Users\\gögn.bin');
   assert.equal(upload.size, data.length);
-  assert.deepEqual(upload.chunks.map(({ index }) => index), upload.chunks.map((_, i) => i));
+  assert.deepEqual(
+    upload.chunks.map(({ index }) => index),
+    upload.chunks.map((_, i) => i),
+  );
   assert.ok(upload.chunks.every(({ bytes }) => bytes.length <= CHUNK));
   assert.equal(sha(Buffer.concat(upload.chunks.map(({ bytes }) => bytes))), sha(data));
   assert.deepEqual(machine.uploadTo('C:\\Users\\tómt').chunks, []);
@@ -285,15 +360,24 @@ test('files go up whole and in order, and are looked at afterwards', async (t) =
 test('names that the machine cannot have are made fit', async (t) => {
   const { p, machine } = await panel(t);
   await inUsers(p);
-  await p.setInputFiles('#files-input', [{ name: 'what?: "no" .', mimeType: 'a/b', buffer: Buffer.from('1') },
-    { name: 'nul.txt', mimeType: 'a/b', buffer: Buffer.from('2') }]);
-  await until('both are there', () => machine.uploadTo('C:\\Users\\what__ _no___') && machine.uploadTo('C:\\Users\\_nul.txt'));
+  await p.setInputFiles('#files-input', [
+    { name: 'what?: "no" .', mimeType: 'a/b', buffer: Buffer.from('1') },
+    { name: 'nul.txt', mimeType: 'a/b', buffer: Buffer.from('2') },
+  ]);
+  await until(
+    'both are there',
+    () => machine.uploadTo('C:\\Users\\what__ _no___') && machine.uploadTo('C:\\Users\\_nul.txt'),
+  );
 });
 
 test('files that are there are replaced only when the representative says so', async (t) => {
   const { p, page, machine } = await panel(t);
   await inUsers(p);
-  const choose = (...names) => p.setInputFiles('#files-input', names.map((name) => ({ name, mimeType: 'a/b', buffer: Buffer.from(name) })));
+  const choose = (...names) =>
+    p.setInputFiles(
+      '#files-input',
+      names.map((name) => ({ name, mimeType: 'a/b', buffer: Buffer.from(name) })),
+    );
   const dialog = p.locator('#overwrite-dialog');
   await choose('B10.TXT', 'new.txt');
   await dialog.waitFor();
@@ -315,7 +399,10 @@ test('what arrived short or not at all is told', async (t) => {
   const { p, machine } = await panel(t);
   await inUsers(p);
   machine.losing = (path, data) => (path.endsWith('short') ? data.subarray(0, 2) : null);
-  await p.setInputFiles('#files-input', ['short', 'lost'].map((name) => ({ name, mimeType: 'a/b', buffer: Buffer.from('12345') })));
+  await p.setInputFiles(
+    '#files-input',
+    ['short', 'lost'].map((name) => ({ name, mimeType: 'a/b', buffer: Buffer.from('12345') })),
+  );
   await ended(p, 'short', 'failed');
   await ended(p, 'lost', 'failed');
   assert.match(await words(p, 'short'), /only a part arrived/);
@@ -340,15 +427,26 @@ test('files are dropped into the open folder, and whole folders with them', asyn
     list.dispatchEvent(new ClipboardEvent('paste', { clipboardData }));
   });
   await ended(p, 'b.txt', 'done');
-  assert.equal(Buffer.concat(machine.uploadTo('C:\\Users\\b.txt').chunks.map(({ bytes }) => bytes)).toString(), 'pasted');
+  assert.equal(
+    Buffer.concat(machine.uploadTo('C:\\Users\\b.txt').chunks.map(({ bytes }) => bytes)).toString(),
+    'pasted',
+  );
   // Chromium makes no folder from a script, so its walk is given one that behaves like it.
   const found = await p.evaluate(async () => {
     const { droppedFiles } = await import('/base/dropped.js');
     const one = (name) => ({ isDirectory: false, name, file: (done) => done(new File(['x'], name)) });
-    const folder = (name, entries) => ({ isDirectory: true, name,
-      createReader: () => ({ readEntries: (done) => done(entries.splice(0, 1)) }) });
-    const items = [{ kind: 'file', getAsFile: () => null,
-      webkitGetAsEntry: () => folder('top', [one('1'), folder('sub', [one('2')]), one('3')]) }];
+    const folder = (name, entries) => ({
+      isDirectory: true,
+      name,
+      createReader: () => ({ readEntries: (done) => done(entries.splice(0, 1)) }),
+    });
+    const items = [
+      {
+        kind: 'file',
+        getAsFile: () => null,
+        webkitGetAsEntry: () => folder('top', [one('1'), folder('sub', [one('2')]), one('3')]),
+      },
+    ];
     return (await droppedFiles({ items })).map(({ file, path }) => path + file.name);
   });
   assert.deepEqual(found, ['top/1', 'top/sub/2', 'top/3']);
@@ -373,7 +471,9 @@ test('a cancelled upload ends on the machine and says what stays there', async (
 
 test('an upload waits for a machine that does not read, with little under way and the link alive', async (t) => {
   const data = randomBytes(24 * MiB);
-  const { agent, p, page, machine } = await panel(t, DISK, { page: { script: `
+  const { agent, p, page, machine } = await panel(t, DISK, {
+    page: {
+      script: `
     window.mostWaiting = 0;
     const { send } = WebSocket.prototype;
     WebSocket.prototype.send = function (data) {
@@ -385,24 +485,36 @@ test('an upload waits for a machine that does not read, with little under way an
     performance.now = () => now() + window.ahead;
     window.looks = 0;
     const every = window.setInterval;
-    window.setInterval = (act, ms) => every(() => { act(); if (ms === ${PING_EVERY_MS}) window.looks++; }, ms);` } });
+    window.setInterval = (act, ms) => every(() => { act(); if (ms === ${PING_EVERY_MS}) window.looks++; }, ms);`,
+    },
+  });
   await inUsers(p);
   await p.setInputFiles('#files-input', [{ name: 'slow.bin', mimeType: 'a/b', buffer: data }]);
   await until('it has begun', () => machine.uploadTo('C:\\Users\\slow.bin'));
   agent.socket.pause();
-  await until('a ping waits behind it', async () => (await p.locator('#status-line').innerText()).includes('unstable link'));
+  await until('a ping waits behind it', async () =>
+    (await p.locator('#status-line').innerText()).includes('unstable link'),
+  );
   // Longer than a silent relay is waited for when there is nothing that holds it up.
   const looks = await p.evaluate(() => {
     window.ahead += 20_000;
     return window.looks;
   });
-  await until('the link has looked at its ping', () => p.evaluate((before) => window.looks >= before + 2, looks));
+  await until('the link has looked at its ping', () =>
+    p.evaluate((before) => window.looks >= before + 2, looks),
+  );
   assert.equal(await row(p, 'slow.bin').getAttribute('data-state'), 'running');
   assert.equal(await page.note(), '');
   agent.socket.resume();
   await ended(p, 'slow.bin', 'done');
-  assert.ok(await p.evaluate(() => window.mostWaiting) <= 5 * MiB, 'never more than a few MiB wait in the browser');
-  assert.equal(sha(Buffer.concat(machine.uploadTo('C:\\Users\\slow.bin').chunks.map(({ bytes }) => bytes))), sha(data));
+  assert.ok(
+    (await p.evaluate(() => window.mostWaiting)) <= 5 * MiB,
+    'never more than a few MiB wait in the browser',
+  );
+  assert.equal(
+    sha(Buffer.concat(machine.uploadTo('C:\\Users\\slow.bin').chunks.map(({ bytes }) => bytes))),
+    sha(data),
+  );
 });
 
 test('the end of the session ends what is under way, on both sides', async (t) => {
@@ -412,7 +524,9 @@ test('the end of the session ends what is under way, on both sides', async (t) =
   machine.holding = true;
   await file(p, 'down.bin').dblclick();
   await until('it is asked for', () => machine.held.length);
-  await p.evaluate(() => { Blob.prototype.arrayBuffer = () => new Promise(() => {}); });
+  await p.evaluate(() => {
+    Blob.prototype.arrayBuffer = () => new Promise(() => {});
+  });
   await p.setInputFiles('#files-input', [{ name: 'up.bin', mimeType: 'a/b', buffer: Buffer.alloc(2 * MiB) }]);
   const upload = await until('it has begun', () => machine.uploadTo('C:\\Users\\up.bin'));
   agent.drop();
@@ -423,7 +537,10 @@ test('the end of the session ends what is under way, on both sides', async (t) =
   }
   await agent.connect();
   await until('the machine that is back is told', () => upload.ended);
-  await until('the panel shows the folder again', async () => (await p.locator('#files').getAttribute('aria-busy')) === 'false');
+  await until(
+    'the panel shows the folder again',
+    async () => (await p.locator('#files').getAttribute('aria-busy')) === 'false',
+  );
   assert.ok((await names(p)).includes('down.bin'));
 });
 

@@ -14,7 +14,11 @@ const SIZE = { width: WIDTH, height: HEIGHT };
 const COLOURS = ['#c02020', '#20c020', '#2020c0', '#c0c020', '#20c0c0', '#c020c0'];
 const CENTRE = [{ x: WIDTH / 2, y: HEIGHT / 2 }];
 
-const plainStream = (how = {}) => encode(COLOURS.map((colour) => card(WIDTH, HEIGHT, [colour])), { ...SIZE, ...how });
+const plainStream = (how = {}) =>
+  encode(
+    COLOURS.map((colour) => card(WIDTH, HEIGHT, [colour])),
+    { ...SIZE, ...how },
+  );
 const differ = (one, other) => Math.max(...one.map((value, i) => Math.abs(value - other[i])));
 
 /** A session that has been told of an H.264 stream. */
@@ -32,7 +36,9 @@ async function shows(page, colour, levels = 6) {
   await until(`the picture is ${colour}`, async () => {
     [last] = await page.pixels(CENTRE);
     return differ(last, rgb(colour)) <= levels;
-  }).catch((error) => { throw new Error(`${error.message}: ${last}`); });
+  }).catch((error) => {
+    throw new Error(`${error.message}: ${last}`);
+  });
 }
 
 test('a colour card comes out within 3 levels a channel, its first frame alone', async (t) => {
@@ -155,7 +161,9 @@ test('the representative chooses the encoding, and a new stream keeps the choice
   const { agent, page } = await watching(t);
   agent.frame(plainStream()[0]);
   await page.frames(1);
-  await until('the status names it', async () => /320 × 240 · H\.264 · /.test(await page.page.locator('#status-line').innerText()));
+  await until('the status names it', async () =>
+    /320 × 240 · H\.264 · /.test(await page.page.locator('#status-line').innerText()),
+  );
   await page.page.click('#picture-menu summary');
   await page.shot('picture-menu');
   await page.page.selectOption('#codec', 'mjpeg');
@@ -177,11 +185,15 @@ test('a machine without an encoder is shown in JPEG though H.264 was asked for',
   agent.frame(plain(WIDTH, HEIGHT, '#224466'));
   await shows(page, '#224466');
   assert.equal(await page.page.inputValue('#codec'), 'h264');
-  await until('the status names it', async () => / · JPEG · /.test(await page.page.locator('#status-line').innerText()));
+  await until('the status names it', async () =>
+    / · JPEG · /.test(await page.page.locator('#status-line').innerText()),
+  );
 });
 
-for (const [how, script] of [['has no decoder', 'delete window.VideoDecoder'],
-  ['promises H.264 and then cannot', 'VideoDecoder.prototype.decode = () => { throw new Error("no"); }']]) {
+for (const [how, script] of [
+  ['has no decoder', 'delete window.VideoDecoder'],
+  ['promises H.264 and then cannot', 'VideoDecoder.prototype.decode = () => { throw new Error("no"); }'],
+]) {
   test(`a browser that ${how} asks for JPEG`, async (t) => {
     const { agent, page } = await watching(t, { page: { script } });
     assert.deepEqual((await agent.next(AgentMsg.CodecSelect)).json, { codec: 'mjpeg' });

@@ -1,8 +1,8 @@
 // The representative's hands: the exact events that reach the machine.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { toWire } from '../../console/input/geometry.js';
 import { Button, button, key, move, unicode, wheel } from '../../console/input/events.js';
+import { toWire } from '../../console/input/geometry.js';
 import { keyNamed } from '../../console/input/keymap.js';
 import { fixture, session } from './support/fixture.mjs';
 import { AgentMsg } from './support/scripted_agent.mjs';
@@ -16,7 +16,9 @@ const HEIGHT = 360;
 async function working(t) {
   const { agent, page } = await session(t, shared, { width: WIDTH, height: HEIGHT });
   await agent.next(AgentMsg.ThumbnailRequest);
-  await until('the keys go to the machine', () => page.page.evaluate(() => document.activeElement?.id === 'key-catcher'));
+  await until('the keys go to the machine', () =>
+    page.page.evaluate(() => document.activeElement?.id === 'key-catcher'),
+  );
   return { agent, page, mouse: page.page.mouse, keyboard: page.page.keyboard };
 }
 
@@ -24,7 +26,11 @@ async function working(t) {
 async function aim(page, x, y) {
   const box = await page.canvas.boundingBox();
   const at = { x: box.x + ((x + 0.5) * box.width) / WIDTH, y: box.y + ((y + 0.5) * box.height) / HEIGHT };
-  const wire = toWire(at, { left: box.x, top: box.y, width: box.width, height: box.height }, { width: WIDTH, height: HEIGHT });
+  const wire = toWire(
+    at,
+    { left: box.x, top: box.y, width: box.width, height: box.height },
+    { width: WIDTH, height: HEIGHT },
+  );
   return { ...at, event: move(wire.x, wire.y) };
 }
 
@@ -40,13 +46,22 @@ async function allUntilMark(agent, keyboard, mark = 'Ω') {
 
 test('a click is a move, a press and a release at the pixel that is shown', async (t) => {
   const { agent, page, mouse } = await working(t);
-  for (const [x, y] of [[0, 0], [321, 77], [639, 359]]) {
+  for (const [x, y] of [
+    [0, 0],
+    [321, 77],
+    [639, 359],
+  ]) {
     const target = await aim(page, x, y);
     await mouse.move(target.x, target.y);
     assert.deepEqual(await agent.events(1), [target.event]);
     await mouse.down();
     await mouse.up();
-    assert.deepEqual(await agent.events(4), [target.event, button(Button.left, true), target.event, button(Button.left, false)]);
+    assert.deepEqual(await agent.events(4), [
+      target.event,
+      button(Button.left, true),
+      target.event,
+      button(Button.left, false),
+    ]);
   }
 });
 
@@ -55,7 +70,10 @@ test('each mouse button is its own, and the page’s own menu stays away', async
   const { x, y } = await aim(page, 100, 100);
   await mouse.move(x, y);
   await agent.events(1);
-  for (const [name, which] of [['right', Button.right], ['middle', Button.middle]]) {
+  for (const [name, which] of [
+    ['right', Button.right],
+    ['middle', Button.middle],
+  ]) {
     await mouse.down({ button: name });
     await mouse.up({ button: name });
     const events = await agent.events(4);
@@ -96,8 +114,15 @@ test('letters go as characters, and everything else as keys', async (t) => {
   await keyboard.insertText('ð😀');
   await keyboard.press('Enter');
   await keyboard.press('ArrowLeft');
-  assert.deepEqual(await allUntilMark(agent, keyboard), [...unicode('a'), key(keyNamed('ShiftLeft'), true), ...unicode('A'),
-    key(keyNamed('ShiftLeft'), false), ...unicode('ð😀'), ...tapped('Enter'), ...tapped('ArrowLeft')]);
+  assert.deepEqual(await allUntilMark(agent, keyboard), [
+    ...unicode('a'),
+    key(keyNamed('ShiftLeft'), true),
+    ...unicode('A'),
+    key(keyNamed('ShiftLeft'), false),
+    ...unicode('ð😀'),
+    ...tapped('Enter'),
+    ...tapped('ArrowLeft'),
+  ]);
   assert.equal(await page.page.inputValue('#key-catcher'), '', 'nothing piles up in the page');
 });
 
@@ -105,8 +130,12 @@ test('a shortcut goes as keys and does nothing in the browser', async (t) => {
   const { agent, page, keyboard } = await working(t);
   await keyboard.press('Control+s');
   await keyboard.press('F5');
-  assert.deepEqual(await allUntilMark(agent, keyboard), [key(keyNamed('ControlLeft'), true), ...tapped('KeyS'),
-    key(keyNamed('ControlLeft'), false), ...tapped('F5')]);
+  assert.deepEqual(await allUntilMark(agent, keyboard), [
+    key(keyNamed('ControlLeft'), true),
+    ...tapped('KeyS'),
+    key(keyNamed('ControlLeft'), false),
+    ...tapped('F5'),
+  ]);
   assert.ok(await page.page.locator('#view-session').isVisible());
 });
 
@@ -142,7 +171,10 @@ test('view only lets go of what is down and then sends nothing, until it is swit
   await page.shot('view-only');
   await page.page.uncheck('#view-only');
   await page.page.evaluate(() => document.getElementById('key-catcher').focus());
-  assert.deepEqual((await allUntilMark(agent, keyboard)).filter(([type]) => type !== 1), []);
+  assert.deepEqual(
+    (await allUntilMark(agent, keyboard)).filter(([type]) => type !== 1),
+    [],
+  );
 });
 
 test('keys that a browser keeps for itself are sent from the menu', async (t) => {
@@ -151,7 +183,7 @@ test('keys that a browser keeps for itself are sent from the menu', async (t) =>
     await page.page.click('#keys-menu summary');
     if (name === 'alt-tab') await page.shot('keys-menu');
     await page.page.click(`[data-combination=${name}]`);
-    assert.ok(!await page.page.locator('#keys-menu .panel').isVisible(), 'the menu closes');
+    assert.ok(!(await page.page.locator('#keys-menu .panel').isVisible()), 'the menu closes');
   };
   await from('alt-tab');
   const alt = keyNamed('AltLeft');

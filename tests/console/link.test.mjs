@@ -10,9 +10,20 @@ function linkUp(t) {
   t.mock.timers.enable({ apis: ['setInterval', 'setTimeout'] });
   let now = 0;
   t.mock.method(performance, 'now', () => now);
-  const socket = { sent: [], bufferedAmount: 0, send(data) { this.sent.push(data); }, close() {} };
-  globalThis.WebSocket = function WebSocket() { return socket; };
-  t.after(() => { delete globalThis.WebSocket; });
+  const socket = {
+    sent: [],
+    bufferedAmount: 0,
+    send(data) {
+      this.sent.push(data);
+    },
+    close() {},
+  };
+  globalThis.WebSocket = function WebSocket() {
+    return socket;
+  };
+  t.after(() => {
+    delete globalThis.WebSocket;
+  });
   const link = new Link('wss://console');
   t.after(() => link.stop());
   link.start();
@@ -23,7 +34,8 @@ function linkUp(t) {
       t.mock.timers.tick(1000);
     }
   };
-  const answer = () => socket.onmessage({ data: JSON.stringify({ type: 'pong', id: link.ping.id, round_trip_ms: 5 }) });
+  const answer = () =>
+    socket.onmessage({ data: JSON.stringify({ type: 'pong', id: link.ping.id, round_trip_ms: 5 }) });
   return { link, socket, later, answer };
 }
 
@@ -38,7 +50,12 @@ test('a relay that says nothing for a quarter of a minute is gone', (t) => {
 
 test('whatever comes is a sign of life', (t) => {
   const { link, socket, later } = linkUp(t);
-  for (const data of [new ArrayBuffer(10), '{"type":"agents","agents":[]}', '{"type":"pong","id":-1}', new ArrayBuffer(20)]) {
+  for (const data of [
+    new ArrayBuffer(10),
+    '{"type":"agents","agents":[]}',
+    '{"type":"pong","id":-1}',
+    new ArrayBuffer(20),
+  ]) {
     later(12);
     socket.onmessage({ data });
   }
@@ -52,7 +69,7 @@ test('a ping that waits behind an upload is given the time that a slow line take
   const { link, later, answer } = linkUp(t);
   answer();
   link.sendEnvelope(new Uint8Array(8 * MiB));
-  later(500);  // at 17 kB/s
+  later(500); // at 17 kB/s
   assert.ok(link.up);
   answer();
   later(20);

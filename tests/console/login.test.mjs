@@ -35,8 +35,12 @@ test('a wrong password is told, the field stays ready, and the right one then le
 test('the error of an unknown name is the same as that of a wrong password', async (t) => {
   const page = await logInPage(t);
   await page.logIn('Nobody', 'x');
-  await until('the error shows', async () =>
-    (await page.page.locator('#login-error').innerText()) === 'That name and password do not belong together.');
+  await until(
+    'the error shows',
+    async () =>
+      (await page.page.locator('#login-error').innerText()) ===
+      'That name and password do not belong together.',
+  );
 });
 
 test('a login outlives the page, and logging out ends it', async (t) => {
@@ -62,7 +66,8 @@ test('a representative changes the password, which logs out every other browser 
     await one.page.locator('#view-machines').waitFor();
   }
   const p = page.page;
-  const error = async (pattern) => until(`it says ${pattern}`, async () => pattern.test(await p.locator('#password-error').innerText()));
+  const error = async (pattern) =>
+    until(`it says ${pattern}`, async () => pattern.test(await p.locator('#password-error').innerText()));
   await p.click('#password');
   await page.shot('password');
   await p.fill('#password-old', 'not the first one');
@@ -78,17 +83,25 @@ test('a representative changes the password, which logs out every other browser 
   await error(/not the current password/);
   await p.fill('#password-old', first);
   await p.click('#password-submit');
-  await until('it is told', async () => /password is changed/.test(await p.locator('#link-notice').innerText()));
+  await until('it is told', async () =>
+    /password is changed/.test(await p.locator('#link-notice').innerText()),
+  );
   await page.shot('password-changed');
   await other.page.locator('#login-form').waitFor();
   await other.logIn(user, second);
   await other.page.locator('#view-machines').waitFor();
   await p.click('#password');
-  assert.deepEqual(await p.locator('#password-form input').evaluateAll((all) => all.map(({ value }) => value)), ['', '', '']);
+  assert.deepEqual(
+    await p.locator('#password-form input').evaluateAll((all) => all.map(({ value }) => value)),
+    ['', '', ''],
+  );
 });
 
 const HOSTILE = [
-  { name: '<img src=x onerror="window.hacked=1"><b>Bold</b>', machine: '</li><script>window.hacked=1</script>' },
+  {
+    name: '<img src=x onerror="window.hacked=1"><b>Bold</b>',
+    machine: '</li><script>window.hacked=1</script>',
+  },
   { name: '\u202Egnp.exe\u202C \u2066x', machine: '"><svg onload=window.hacked=1>' },
   { name: 'A'.repeat(1500), machine: 'Ærið löng heiti'.repeat(60) },
   { name: '${alert(1)} {{7*7}} %s &amp; &lt;', machine: 'line\nbreak\ttab' },
@@ -107,7 +120,11 @@ test('names that a machine gives itself are shown as text, whatever they hold', 
   assert.match(await page.row(agents[0]).innerText(), /<img src=x onerror="window\.hacked=1"><b>Bold<\/b>/);
   assert.match(await page.row(agents[3]).innerText(), /\$\{alert\(1\)\} \{\{7\*7\}\} %s &amp; &lt;/);
   const spoken = await page.row(agents[1]).evaluate((row) => row.textContent);
-  assert.doesNotMatch(spoken, /[\u202a-\u202e\u2066-\u2069]/u, 'nothing turns the direction of what stands around it');
+  assert.doesNotMatch(
+    spoken,
+    /[\u202a-\u202e\u2066-\u2069]/u,
+    'nothing turns the direction of what stands around it',
+  );
   assert.equal(await page.page.locator('.machine img, .machine script, .machine svg, .machine b').count(), 0);
   assert.equal(await page.page.evaluate(() => 'hacked' in window), false);
   const width = await page.page.evaluate(() => [document.documentElement.scrollWidth, innerWidth]);
@@ -118,13 +135,16 @@ test('names that a machine gives itself are shown as text, whatever they hold', 
   await page.page.fill('#machine-search', 'onerror');
   await page.ask(agents[0]);
   await until('the session has its name', async () =>
-    (await page.page.locator('#session-name').innerText()).includes('<b>Bold</b>'));
+    (await page.page.locator('#session-name').innerText()).includes('<b>Bold</b>'),
+  );
   assert.match(await page.note(), /<img src=x/);
   assert.equal(await page.page.evaluate(() => 'hacked' in window), false);
 });
 
 test('the list follows machines that come, go and are renamed, and offline ones can be forgotten', async (t) => {
-  const { agent, page } = await machineAndPage(t, shared, { agent: { name: 'Herjólfur', machine: 'BRIDGE-7' } });
+  const { agent, page } = await machineAndPage(t, shared, {
+    agent: { name: 'Herjólfur', machine: 'BRIDGE-7' },
+  });
   await page.row(agent).waitFor();
   await page.page.fill('#machine-search', 'bridge-7');
   agent.rename('Þorlákur');
@@ -150,8 +170,10 @@ test('an Icelandic browser gets the console in Icelandic, all of it', async (t) 
   assert.equal(await page.page.getAttribute('html', 'lang'), 'is');
   assert.equal(await page.page.locator('#login-submit').innerText(), 'Skrá inn');
   await page.logIn(USER, 'rangt');
-  await until('the error shows', async () =>
-    (await page.page.locator('#login-error').innerText()) === 'Nafn og lykilorð eiga ekki saman.');
+  await until(
+    'the error shows',
+    async () => (await page.page.locator('#login-error').innerText()) === 'Nafn og lykilorð eiga ekki saman.',
+  );
   await page.shot('login-is');
   await page.logIn();
   const agent = await ScriptedAgent.online(shared.relay, { name: 'Sæfari', consent: 'none' });

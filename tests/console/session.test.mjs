@@ -58,7 +58,8 @@ test('the picker shows each display with its picture, and switches', async (t) =
   agent.thumbnail({ monitor: 0, count: 3, width: 64, height: 36, jpeg: desktop(64, 36) });
   agent.thumbnail({ monitor: 2, count: 3, width: 64, height: 36, jpeg: plain(64, 36, '#804000') });
   await until('three displays are offered', async () => (await buttons.count()) === 3);
-  const sizes = () => page.page.$$eval('#monitor-picker img', (images) => images.map((image) => image.naturalWidth));
+  const sizes = () =>
+    page.page.$$eval('#monitor-picker img', (images) => images.map((image) => image.naturalWidth));
   await until('two pictures', async () => JSON.stringify(await sizes()) === '[64,64]');
   assert.equal(await buttons.nth(0).getAttribute('aria-pressed'), 'true');
   await page.shot('displays');
@@ -74,10 +75,14 @@ test('the picker shows each display with its picture, and switches', async (t) =
 
 test('thumbnails that make no sense change nothing', async (t) => {
   const { agent, page } = await session(t, shared);
-  for (let length = 0; length <= 6; length++) agent.send(AgentMsg.Thumbnail, agent.session, new Uint8Array(length));
+  for (let length = 0; length <= 6; length++)
+    agent.send(AgentMsg.Thumbnail, agent.session, new Uint8Array(length));
   agent.thumbnail({ monitor: 0, count: 1, width: 64, height: 36, jpeg: Uint8Array.of(1, 2, 3) });
   agent.thumbnail({ monitor: 1, count: 2, width: 64, height: 36, jpeg: desktop(64, 36) });
-  await until('two displays', async () => (await page.page.locator('#monitor-picker .monitor').count()) === 2);
+  await until(
+    'two displays',
+    async () => (await page.page.locator('#monitor-picker .monitor').count()) === 2,
+  );
 });
 
 test('the pointer of the machine is switched off and on, and stays off in a new stream', async (t) => {
@@ -101,11 +106,15 @@ test('the status line tells size, pictures and bytes a second, and the round tri
   t.after(() => clearInterval(stop));
   const line = page.page.locator('#status-line');
   await until('all of it is there', async () => {
-    const found = /^640 × 360 · JPEG · (\d+) frames\/s · (\d+) kB\/s · (\d+) ms round trip$/.exec(await line.innerText());
+    const found = /^640 × 360 · JPEG · (\d+) frames\/s · (\d+) kB\/s · (\d+) ms round trip$/.exec(
+      await line.innerText(),
+    );
     return found && Number(found[1]) >= 4 && Number(found[2]) >= 1 && Number(found[3]) < 5000;
   });
   clearInterval(stop);
-  await until('a still screen shows as none', async () => / · 0 frames\/s · 0 kB\/s/.test(await line.innerText()));
+  await until('a still screen shows as none', async () =>
+    / · 0 frames\/s · 0 kB\/s/.test(await line.innerText()),
+  );
 });
 
 test('ending a session tells the machine, and a new one starts clean', async (t) => {
@@ -115,7 +124,7 @@ test('ending a session tells the machine, and a new one starts clean', async (t)
   assert.equal((await agent.next(AgentMsg.SessionEnd)).session, number);
   await page.page.locator('#view-machines').waitFor();
   agent.onStream = () => {};
-  agent.frame(plain(640, 360, '#ff0000'));  // still on its way when the session ended
+  agent.frame(plain(640, 360, '#ff0000')); // still on its way when the session ended
   await page.row(agent).locator('.badge[data-state=online]').waitFor();
   await page.ask(agent);
   await page.waitForNote(/first picture/);
@@ -129,7 +138,10 @@ test('a relay that dies and returns leaves the last picture greyed with words, t
   const first = (await agent.next(AgentMsg.StreamStart)).session;
   await shared.relay.kill();
   await page.waitForNote(/link to the relay is down/);
-  assert.match(await page.page.evaluate(() => getComputedStyle(document.getElementById('screen')).filter), /grayscale/);
+  assert.match(
+    await page.page.evaluate(() => getComputedStyle(document.getElementById('screen')).filter),
+    /grayscale/,
+  );
   assert.ok(await page.canvas.isVisible());
   await page.shot('link-down');
   await shared.relay.start();
@@ -202,14 +214,18 @@ test('a restart is asked about first, and shown until the machine is back', asyn
   assert.match(await page.note(), /is restarting/);
   await page.canvas.click({ force: true, position: { x: 5, y: 5 } });
   agent.drop();
-  await page.page.locator(`.machine[data-agent="${agent.id}"] .badge[data-state=restarting]`).waitFor({ state: 'attached' });
+  await page.page
+    .locator(`.machine[data-agent="${agent.id}"] .badge[data-state=restarting]`)
+    .waitFor({ state: 'attached' });
   assert.match(await page.note(), /is restarting/);
   await page.shot('restarting');
   assert.deepEqual(agent.inputs, []);
   await agent.connect();
   await agent.next(AgentMsg.StreamStart);
   await until('the words are gone', async () => (await page.note()) === '');
-  await page.page.locator(`.machine[data-agent="${agent.id}"] .badge[data-state=session]`).waitFor({ state: 'attached' });
+  await page.page
+    .locator(`.machine[data-agent="${agent.id}"] .badge[data-state=session]`)
+    .waitFor({ state: 'attached' });
 });
 
 test('the machine list shows a restart to a representative who does not wait for it', async (t) => {
@@ -258,7 +274,8 @@ test('panels have a place beside the picture, one at a time', async (t) => {
   await page.page.evaluate(async () => {
     const { Panels } = await import('/session/panels.js');
     const panels = new Panels(document.getElementById('panels'), document.getElementById('panel-buttons'));
-    for (const name of ['one', 'two']) panels.add({ name, title: `Panel ${name}` }).textContent = `This is ${name}.`;
+    for (const name of ['one', 'two'])
+      panels.add({ name, title: `Panel ${name}` }).textContent = `This is ${name}.`;
   });
   const width = () => page.canvas.evaluate((canvas) => canvas.clientWidth);
   const before = await width();

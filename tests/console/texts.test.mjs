@@ -1,6 +1,6 @@
 // The tables of texts: every language says everything, and the page asks for nothing that is not there.
 import assert from 'node:assert/strict';
-import { readFileSync, readdirSync } from 'node:fs';
+import { readdirSync, readFileSync } from 'node:fs';
 import test from 'node:test';
 import { textsFor } from '../../console/base/texts.js';
 import { english } from '../../console/base/texts_en.js';
@@ -9,9 +9,13 @@ import { icelandic } from '../../console/base/texts_is.js';
 const CONSOLE = new URL('../../console/', import.meta.url);
 
 function shape(table, path = '') {
-  return Object.entries(table).flatMap(([key, value]) =>
-    (value && typeof value === 'object' ? shape(value, `${path}${key}.`)
-      : [`${path}${key}: ${typeof value === 'function' ? `text of ${value.length}` : typeof value}`])).sort();
+  return Object.entries(table)
+    .flatMap(([key, value]) =>
+      value && typeof value === 'object'
+        ? shape(value, `${path}${key}.`)
+        : [`${path}${key}: ${typeof value === 'function' ? `text of ${value.length}` : typeof value}`],
+    )
+    .sort();
 }
 
 test('both languages have the same texts', () => {
@@ -19,7 +23,9 @@ test('both languages have the same texts', () => {
 });
 
 test('a text of one language is not left standing in the other', () => {
-  const same = Object.keys(english).filter((key) => typeof english[key] === 'string' && english[key] === icelandic[key]);
+  const same = Object.keys(english).filter(
+    (key) => typeof english[key] === 'string' && english[key] === icelandic[key],
+  );
   assert.deepEqual(same, []);
 });
 
@@ -27,9 +33,13 @@ test('the page names only texts that exist, and no text is without use', () => {
   const page = readFileSync(new URL('index.html', CONSOLE), 'utf8');
   const named = [...page.matchAll(/data-(?:text|label|hint|placeholder)="(\w+)"/g)].map((found) => found[1]);
   for (const name of named) assert.equal(typeof english[name], 'string', name);
-  const scripts = readdirSync(CONSOLE, { recursive: true }).filter((name) => name.endsWith('.js') && !name.startsWith('base/texts'))
-    .map((name) => readFileSync(new URL(name, CONSOLE), 'utf8')).join('\n');
-  const idle = Object.keys(english).filter((key) => key !== 'language' && !named.includes(key) && !scripts.includes(`texts.${key}`));
+  const scripts = readdirSync(CONSOLE, { recursive: true })
+    .filter((name) => name.endsWith('.js') && !name.startsWith('base/texts'))
+    .map((name) => readFileSync(new URL(name, CONSOLE), 'utf8'))
+    .join('\n');
+  const idle = Object.keys(english).filter(
+    (key) => key !== 'language' && !named.includes(key) && !scripts.includes(`texts.${key}`),
+  );
   assert.deepEqual(idle, []);
 });
 

@@ -1,18 +1,18 @@
 // The console's bytes, exactly as the machine's link has them.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../console/link/envelope.js';
-import { Msg } from '../../console/link/messages.js';
-import { fit, toWire, WheelMeter } from '../../console/input/geometry.js';
+import { age, RateMeter, wholeRoundTrip } from '../../console/base/status.js';
 import * as input from '../../console/input/events.js';
-import { isDrawable, jpegSize } from '../../console/picture/jpeg.js';
+import { fit, toWire, WheelMeter } from '../../console/input/geometry.js';
 import { Keyboard } from '../../console/input/keyboard.js';
 import { keyAt, keyNamed } from '../../console/input/keymap.js';
-import { backOff, parseControl } from '../../console/link/link.js';
 import { InputSender } from '../../console/input/sender.js';
-import { age, RateMeter, wholeRoundTrip } from '../../console/base/status.js';
-import { MonitorList, parseThumbnail } from '../../console/session/thumbnails.js';
 import { typingBatches } from '../../console/input/typing.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../console/link/envelope.js';
+import { backOff, parseControl } from '../../console/link/link.js';
+import { Msg } from '../../console/link/messages.js';
+import { isDrawable, jpegSize } from '../../console/picture/jpeg.js';
+import { MonitorList, parseThumbnail } from '../../console/session/thumbnails.js';
 
 const bytes = (...values) => Uint8Array.from(values);
 
@@ -26,10 +26,12 @@ test('an envelope is ten big-endian header bytes and the payload', () => {
 
 test('every truncation of an envelope is refused and excess is ignored', () => {
   const whole = encodeEnvelope(83, 7, bytes(1, 2, 3));
-  for (let length = 0; length < whole.length; length++) assert.equal(decodeEnvelope(whole.slice(0, length).buffer), null);
+  for (let length = 0; length < whole.length; length++)
+    assert.equal(decodeEnvelope(whole.slice(0, length).buffer), null);
   const decoded = decodeEnvelope(bytes(...whole, 99).buffer);
   assert.deepEqual([decoded.type, decoded.session, [...decoded.payload]], [83, 7, [1, 2, 3]]);
-  for (const text of ['', '[]', 'null', '5', '{']) assert.equal(readJson(new TextEncoder().encode(text)), null);
+  for (const text of ['', '[]', 'null', '5', '{'])
+    assert.equal(readJson(new TextEncoder().encode(text)), null);
 });
 
 test('input events are little-endian', () => {
@@ -37,13 +39,19 @@ test('input events are little-endian', () => {
   assert.deepEqual(input.button(input.Button.right, true), [2, 2, 1]);
   assert.deepEqual(input.wheel(-120), [3, 0x88, 0xff]);
   assert.deepEqual(input.key({ vk: 0x25, scan: 0x4b, extended: true }, false), [4, 0, 0x25, 0, 0x4b, 0, 1]);
-  assert.deepEqual(input.unicode('þ'), [[4, 1, 0, 0, 0xfe, 0, 2], [4, 0, 0, 0, 0xfe, 0, 2]]);
+  assert.deepEqual(input.unicode('þ'), [
+    [4, 1, 0, 0, 0xfe, 0, 2],
+    [4, 0, 0, 0, 0xfe, 0, 2],
+  ]);
   assert.equal(input.unicode('😀').length, 4, 'two surrogates, down and up each');
 });
 
 test('a batch never holds more than 255 events', () => {
   const payloads = input.batches(Array.from({ length: 600 }, () => input.wheel(120)));
-  assert.deepEqual(payloads.map((one) => one[0]), [255, 255, 90]);
+  assert.deepEqual(
+    payloads.map((one) => one[0]),
+    [255, 255, 90],
+  );
   assert.equal(payloads[0].length, 1 + 255 * 3);
   for (const batch of typingBatches('x'.repeat(1000))) assert.ok(batch.length <= 255);
 });
@@ -64,22 +72,47 @@ test('keys carry virtual key, scan code and the extended flag', () => {
 
 test('the keyboard types characters, keeps shortcuts as keys and releases what it holds', () => {
   const sent = [];
-  const keyboard = new Keyboard((events) => sent.push(...events), { setTimeout: () => 1, clearTimeout: () => {} });
-  const event = (code, key, more = {}) => ({ code, key, ctrlKey: false, altKey: false, metaKey: false, ...more });
+  const keyboard = new Keyboard((events) => sent.push(...events), {
+    setTimeout: () => 1,
+    clearTimeout: () => {},
+  });
+  const event = (code, key, more = {}) => ({
+    code,
+    key,
+    ctrlKey: false,
+    altKey: false,
+    metaKey: false,
+    ...more,
+  });
   keyboard.keyDown(event('KeyD', 'ð'));
   assert.deepEqual(sent.splice(0), input.unicode('ð'));
   keyboard.keyDown(event('ControlLeft', 'Control', { ctrlKey: true }));
   keyboard.keyDown(event('KeyZ', 'z', { ctrlKey: true }));
-  assert.deepEqual(sent.map((one) => one[2]), [0xa2, 0x5a]);
+  assert.deepEqual(
+    sent.map((one) => one[2]),
+    [0xa2, 0x5a],
+  );
   sent.length = 0;
   keyboard.releaseAll();
-  assert.deepEqual(sent.map((one) => [one[1], one[2]]), [[0, 0x5a], [0, 0xa2]]);
+  assert.deepEqual(
+    sent.map((one) => [one[1], one[2]]),
+    [
+      [0, 0x5a],
+      [0, 0xa2],
+    ],
+  );
 });
 
 test('moves are merged to one a frame and go before a button', () => {
   const sent = [];
   let frame = null;
-  const sender = new InputSender({ send: (payload) => sent.push([...payload]), backlog: () => 0, nextFrame: (f) => { frame = f; } });
+  const sender = new InputSender({
+    send: (payload) => sent.push([...payload]),
+    backlog: () => 0,
+    nextFrame: (f) => {
+      frame = f;
+    },
+  });
   sender.move({ x: 1, y: 1 });
   assert.equal(frame, null, 'nothing leaves while it is off');
   sender.enabled = true;
@@ -101,9 +134,19 @@ test('positions fall on the pixel that is shown, the letterbox subtracted', () =
 
 test('every pixel of every monitor of a desktop is hit', () => {
   // Desktop width, then left and width of the monitor.
-  for (const [whole, left, width] of [[1280, 0, 1280], [3840, 0, 1920], [3840, 1920, 1920], [5760, 1920, 1920], [3840, 0, 3840]]) {
+  for (const [whole, left, width] of [
+    [1280, 0, 1280],
+    [3840, 0, 1920],
+    [3840, 1920, 1920],
+    [5760, 1920, 1920],
+    [3840, 0, 3840],
+  ]) {
     for (let pixel = 0; pixel < width; pixel++) {
-      const { x } = toWire({ x: pixel + 0.5, y: 0 }, { left: 0, top: 0, width, height: 10 }, { width, height: 10 });
+      const { x } = toWire(
+        { x: pixel + 0.5, y: 0 },
+        { left: 0, top: 0, width, height: 10 },
+        { width, height: 10 },
+      );
       const onDesktop = ((width - 1) * x) / 32767 + left;
       const dx = Math.trunc((onDesktop * 65535) / (whole - 1));
       const reached = Math.min(Math.floor((dx * whole) / 65536), whole - 1) - left;
@@ -137,7 +180,8 @@ test('a JPEG file tells its size, and absurd ones are not decoded', () => {
   const jpeg = bytes(0xff, 0xd8, 0xff, 0xc0, 0, 17, 8, 2, 0xd0, 5, 0, 3);
   assert.deepEqual(jpegSize(jpeg), { width: 1280, height: 720 });
   assert.equal(isDrawable(bytes(0xff, 0xd8, 0xff, 0xc0, 0, 17, 8, 0xff, 0xff, 0xff, 0xff, 3)), false);
-  for (let length = 0; length < jpeg.length - 1; length++) assert.equal(jpegSize(jpeg.subarray(0, length)), null);
+  for (let length = 0; length < jpeg.length - 1; length++)
+    assert.equal(jpegSize(jpeg.subarray(0, length)), null);
 });
 
 test('numbers of the status line', () => {

@@ -11,16 +11,27 @@ const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/cons
 export function launch() {
   return chromium.launch({
     executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync'],
+    args: [
+      '--no-sandbox',
+      '--disable-gpu',
+      '--disable-quic',
+      '--no-first-run',
+      '--disable-background-networking',
+      '--disable-component-update',
+      '--disable-sync',
+    ],
   });
 }
 
 export class ConsolePage {
   /** @param {import('playwright-core').BrowserContextOptions & {script?: string}} [options] script: run before the page's */
   static async opened(browser, relay, { script = '', ...options } = {}) {
-    const context = await browser.newContext({ ignoreHTTPSErrors: true, viewport: { width: 1440, height: 900 },
-      locale: 'en-GB', ...options });
+    const context = await browser.newContext({
+      ignoreHTTPSErrors: true,
+      viewport: { width: 1440, height: 900 },
+      locale: 'en-GB',
+      ...options,
+    });
     if (script) await context.addInitScript(script);
     const page = await context.newPage();
     page.setDefaultTimeout(DEADLINE_MS);
@@ -54,7 +65,10 @@ export class ConsolePage {
   }
 
   async frames(count) {
-    await until(`${count} frames are drawn`, async () => Number(await this.canvas.getAttribute('data-frames')) >= count);
+    await until(
+      `${count} frames are drawn`,
+      async () => Number(await this.canvas.getAttribute('data-frames')) >= count,
+    );
   }
 
   /** The text over the picture, '' when there is none. */
@@ -64,13 +78,19 @@ export class ConsolePage {
   }
 
   async waitForNote(pattern) {
-    await until(`a note like ${pattern}`, async () => pattern.test(await this.note()) || `"${await this.note()}"` && false);
+    await until(
+      `a note like ${pattern}`,
+      async () => pattern.test(await this.note()) || (`"${await this.note()}"` && false),
+    );
   }
 
   /** Colours of the canvas at its own pixels, as [red, green, blue]. */
   async pixels(points) {
-    return this.canvas.evaluate((canvas, places) => places.map(({ x, y }) =>
-      [...canvas.getContext('2d').getImageData(x, y, 1, 1).data.slice(0, 3)]), points);
+    return this.canvas.evaluate(
+      (canvas, places) =>
+        places.map(({ x, y }) => [...canvas.getContext('2d').getImageData(x, y, 1, 1).data.slice(0, 3)]),
+      points,
+    );
   }
 
   /** For the eye: build/console-shots/NAME.png. */

@@ -45,7 +45,10 @@ let machines = 0;
 export async function machineAndPage(t, { relay, browser }, options = {}) {
   const agent = await ScriptedAgent.online(relay, { name: `Ship ${++machines}`, ...options.agent });
   t.after(() => agent.drop());
-  const page = await ConsolePage.opened(browser, relay, { storageState: await login(relay, browser), ...options.page });
+  const page = await ConsolePage.opened(browser, relay, {
+    storageState: await login(relay, browser),
+    ...options.page,
+  });
   t.after(() => page.close());
   return { agent, page };
 }

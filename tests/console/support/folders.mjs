@@ -1,6 +1,7 @@
 // A machine's folders for a test: answers listings, sends files down and takes files up as the agent does.
-import { AgentMsg } from './scripted_agent.mjs';
+
 import { readJson } from '../../../console/link/envelope.js';
+import { AgentMsg } from './scripted_agent.mjs';
 
 export const CHUNK = 262_144;
 
@@ -37,9 +38,14 @@ export class MachineFolders {
 
   serve() {
     const { inbox } = this.agent;
-    const acts = { [AgentMsg.DirListRequest]: 'list', [AgentMsg.DownloadRequest]: 'download', [AgentMsg.UploadBegin]: 'begin',
-      [AgentMsg.FileChunk]: 'chunk', [AgentMsg.FileTransferEnd]: 'end' };
-    for (let i = 0; i < inbox.length;) {
+    const acts = {
+      [AgentMsg.DirListRequest]: 'list',
+      [AgentMsg.DownloadRequest]: 'download',
+      [AgentMsg.UploadBegin]: 'begin',
+      [AgentMsg.FileChunk]: 'chunk',
+      [AgentMsg.FileTransferEnd]: 'end',
+    };
+    for (let i = 0; i < inbox.length; ) {
       const act = acts[inbox[i].type];
       if (!act || (act === 'list' && !this.answering)) i++;
       else this[act](inbox.splice(i, 1)[0]);
@@ -48,8 +54,15 @@ export class MachineFolders {
 
   list({ session, payload }) {
     const { path } = readJson(payload);
-    const entries = (this.folders[path] ?? this.folders[`${path}\\`] ?? []).map(({ name, dir = false, size = 0, mtime = 1_700_000_000, path: own }) =>
-      ({ name, path: own ?? (path ? `${path.replace(/\\$/, '')}\\${name}` : `${name}\\`), dir, size, mtime }));
+    const entries = (this.folders[path] ?? this.folders[`${path}\\`] ?? []).map(
+      ({ name, dir = false, size = 0, mtime = 1_700_000_000, path: own }) => ({
+        name,
+        path: own ?? (path ? `${path.replace(/\\$/, '')}\\${name}` : `${name}\\`),
+        dir,
+        size,
+        mtime,
+      }),
+    );
     this.agent.sendJson(AgentMsg.DirListResult, session, { path, parent: parentOf(path), entries });
   }
 
@@ -63,12 +76,18 @@ export class MachineFolders {
     const { transfer_id: id, path } = readJson(request.payload);
     const data = this.find(path)?.data;
     if (this.holding) this.held.push({ ...request, id, path, data });
-    else if (!data) this.agent.sendJson(AgentMsg.FileTransferEnd, request.session, { transfer_id: id, ok: false, error: 'cannot open' });
+    else if (!data)
+      this.agent.sendJson(AgentMsg.FileTransferEnd, request.session, {
+        transfer_id: id,
+        ok: false,
+        error: 'cannot open',
+      });
     else this.sendAll(request.session, id, data);
   }
 
   sendAll(session, id, data) {
-    for (let at = 0, index = 0; at < data.length; at += CHUNK) this.sendChunk(session, id, index++, data.subarray(at, at + CHUNK));
+    for (let at = 0, index = 0; at < data.length; at += CHUNK)
+      this.sendChunk(session, id, index++, data.subarray(at, at + CHUNK));
     this.agent.sendJson(AgentMsg.FileTransferEnd, session, { transfer_id: id, ok: true });
   }
 
@@ -87,7 +106,9 @@ export class MachineFolders {
 
   chunk({ payload }) {
     const view = new DataView(payload.buffer, payload.byteOffset);
-    this.uploads.get(view.getUint32(0)).chunks.push({ index: view.getUint32(4), bytes: Buffer.from(payload.subarray(8)) });
+    this.uploads
+      .get(view.getUint32(0))
+      .chunks.push({ index: view.getUint32(4), bytes: Buffer.from(payload.subarray(8)) });
   }
 
   /** As on a disk: the file is there from then on, unless `losing` says how many bytes of it are. */

@@ -1,8 +1,24 @@
 // H.264 streams for the scripted machine, of known pictures, made with ffmpeg's x264.
 import { spawnSync } from 'node:child_process';
 
-export const CARD = ['#000000', '#ffffff', '#ff0000', '#00ff00', '#0000ff', '#ffff00', '#00ffff', '#ff00ff',
-  '#808080', '#c08040', '#4080c0', '#203040', '#f0e0d0', '#10a070', '#a01050', '#60c020'];
+export const CARD = [
+  '#000000',
+  '#ffffff',
+  '#ff0000',
+  '#00ff00',
+  '#0000ff',
+  '#ffff00',
+  '#00ffff',
+  '#ff00ff',
+  '#808080',
+  '#c08040',
+  '#4080c0',
+  '#203040',
+  '#f0e0d0',
+  '#10a070',
+  '#a01050',
+  '#60c020',
+];
 
 export const rgb = (colour) => [1, 3, 5].map((at) => parseInt(colour.slice(at, at + 2), 16));
 
@@ -19,8 +35,11 @@ export function card(width, height, colours = CARD) {
 }
 
 /** The middle of each field. */
-export const middles = (width, height) => CARD.map((_, field) => ({
-  x: Math.floor(((field % 4) + 0.5) * (width / 4)), y: Math.floor((Math.floor(field / 4) + 0.5) * (height / 4)) }));
+export const middles = (width, height) =>
+  CARD.map((_, field) => ({
+    x: Math.floor(((field % 4) + 0.5) * (width / 4)),
+    y: Math.floor((Math.floor(field / 4) + 0.5) * (height / 4)),
+  }));
 
 const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
 
@@ -32,14 +51,44 @@ const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
  * @returns {Buffer[]} one access unit a picture
  */
 export function encode(pictures, { width, height, keys = [] }) {
-  const { status, stdout, stderr } = spawnSync('ffmpeg', ['-loglevel', 'error', '-f', 'rawvideo', '-pix_fmt', 'rgb24',
-    '-s', `${width}x${height}`, '-r', '15', '-i', '-', '-vf', 'scale=out_color_matrix=bt601:out_range=tv,format=yuv420p',
-    '-c:v', 'libx264', '-profile:v', 'main', '-qp', '12', '-force_key_frames', `expr:${keys.map((n) => `eq(n,${n})`).join('+') || 0}`,
-    '-x264-params', 'aud=1:bframes=0:sync-lookahead=0:rc-lookahead=0:scenecut=0:keyint=infinite:repeat-headers=1',
-    '-bsf:v', 'filter_units=remove_types=6', '-f', 'h264', '-'], { input: Buffer.concat(pictures), maxBuffer: 1 << 27 });
+  const { status, stdout, stderr } = spawnSync(
+    'ffmpeg',
+    [
+      '-loglevel',
+      'error',
+      '-f',
+      'rawvideo',
+      '-pix_fmt',
+      'rgb24',
+      '-s',
+      `${width}x${height}`,
+      '-r',
+      '15',
+      '-i',
+      '-',
+      '-vf',
+      'scale=out_color_matrix=bt601:out_range=tv,format=yuv420p',
+      '-c:v',
+      'libx264',
+      '-profile:v',
+      'main',
+      '-qp',
+      '12',
+      '-force_key_frames',
+      `expr:${keys.map((n) => `eq(n,${n})`).join('+') || 0}`,
+      '-x264-params',
+      'aud=1:bframes=0:sync-lookahead=0:rc-lookahead=0:scenecut=0:keyint=infinite:repeat-headers=1',
+      '-bsf:v',
+      'filter_units=remove_types=6',
+      '-f',
+      'h264',
+      '-',
+    ],
+    { input: Buffer.concat(pictures), maxBuffer: 1 << 27 },
+  );
   if (status !== 0) throw new Error(`ffmpeg: ${stderr}`);
   const units = [];
-  for (let at = stdout.indexOf(DELIMITER); at >= 0;) {
+  for (let at = stdout.indexOf(DELIMITER); at >= 0; ) {
     const next = stdout.indexOf(DELIMITER, at + 1);
     const unit = stdout.subarray(at, next < 0 ? stdout.length : next);
     units.push(withoutUsability(unit));
@@ -72,6 +121,9 @@ function withoutUsability(unit) {
   place += bits[place] === '1' ? 2 : 3;
   if (bits[place++] === '1') for (let i = 0; i < 4; i++) golomb();
   const cut = `${bits.slice(0, place)}01`;
-  const bytes = cut.padEnd(Math.ceil(cut.length / 8) * 8, '0').match(/.{8}/g).map((byte) => parseInt(byte, 2));
+  const bytes = cut
+    .padEnd(Math.ceil(cut.length / 8) * 8, '0')
+    .match(/.{8}/g)
+    .map((byte) => parseInt(byte, 2));
   return Buffer.concat([unit.subarray(0, from), Buffer.from(bytes), unit.subarray(end)]);
 }

@@ -40,11 +40,24 @@ export class Relay {
 
   /** Listens on the port that it had before, so that browsers and agents find it again. */
   async start() {
-    const child = spawn(PROGRAM, ['--address', '127.0.0.1', '--port', String(this.port), '--data', this.data,
-      '--console', join(ROOT, 'console'), ...this.options]);
+    const child = spawn(PROGRAM, [
+      '--address',
+      '127.0.0.1',
+      '--port',
+      String(this.port),
+      '--data',
+      this.data,
+      '--console',
+      join(ROOT, 'console'),
+      ...this.options,
+    ]);
     this.process = child;
-    child.stdout.on('data', (text) => { this.log += text; });
-    child.stderr.on('data', (text) => { this.log += text; });
+    child.stdout.on('data', (text) => {
+      this.log += text;
+    });
+    child.stderr.on('data', (text) => {
+      this.log += text;
+    });
     const from = this.log.length;
     const line = await until('the relay listens', () => {
       if (child.exitCode !== null) throw new Error(`it ended: ${this.log}`);

@@ -43,7 +43,9 @@ export class ScriptedAgent {
   }
 
   async connect() {
-    const socket = new WebSocket(`wss://localhost:${this.relay.port}/link`, 'vantelink.v1', { rejectUnauthorized: false });
+    const socket = new WebSocket(`wss://localhost:${this.relay.port}/link`, 'vantelink.v1', {
+      rejectUnauthorized: false,
+    });
     this.socket = socket;
     socket.on('message', (data) => this.receive(data));
     socket.on('error', () => {});
@@ -52,8 +54,15 @@ export class ScriptedAgent {
     if (this.id) {
       this.sendJson(AgentMsg.Login, 0, { agent_id: this.id, secret: this.secret, name: this.name });
     } else {
-      this.sendJson(AgentMsg.Enroll, 0, { name: this.name, machine_name: this.machine, os: 'windows', hw_id: 'test' });
-      const { agent_id: id, agent_secret: secret } = readJson((await this.next(AgentMsg.EnrollResult)).payload);
+      this.sendJson(AgentMsg.Enroll, 0, {
+        name: this.name,
+        machine_name: this.machine,
+        os: 'windows',
+        hw_id: 'test',
+      });
+      const { agent_id: id, agent_secret: secret } = readJson(
+        (await this.next(AgentMsg.EnrollResult)).payload,
+      );
       Object.assign(this, { id, secret });
     }
     await this.next(AgentMsg.LoginResult);
@@ -87,7 +96,10 @@ export class ScriptedAgent {
 
   /** The next `count` input events, taken out. */
   async events(count) {
-    await until(`${count} input events (have ${JSON.stringify(this.inputs)})`, () => this.inputs.length >= count);
+    await until(
+      `${count} input events (have ${JSON.stringify(this.inputs)})`,
+      () => this.inputs.length >= count,
+    );
     return this.inputs.splice(0, count);
   }
 
