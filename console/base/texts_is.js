@@ -1,11 +1,11 @@
-// The console's words in Icelandic; the keys are those of texts_en.js.
+// The page's texts in Icelandic; the keys are those of texts_en.js.
 
 const ms = (/** @type {number | null} */ trip) => (trip === null ? '–' : `${trip} ms`);
 
-/** Whether a count takes the singular: 1, 21, 31 and so on, but not 11. */
+/** Whether nouns after a count are in the singular: after 1, 21, 31 and so on, but not after 11. */
 const singular = (/** @type {number} */ count) => count % 10 === 1 && count % 100 !== 11;
 
-/** In the dative, one and many. Browsers are often built without the language's own forms. */
+/** Units in the dative, singular and plural. Many browsers lack the Icelandic forms. */
 const AGES = {
   minute: ['mínútu', 'mínútum'],
   hour: ['klukkustund', 'klukkustundum'],
@@ -84,7 +84,7 @@ export const icelandic = {
   fullScreen: 'Fylla skjáinn',
   end: 'Ljúka',
   screen: 'Skjár tölvunnar',
-  keyCatcher: 'Lyklar fyrir tölvuna',
+  keyInput: 'Lyklar fyrir tölvuna',
 
   waiting: (/** @type {string} */ machine) =>
     `Beðið eftir að einhver við tölvuna ${machine} leyfi fjaraðstoðina …`,
@@ -165,7 +165,7 @@ export const icelandic = {
     otherSize: 'stærðin er önnur en í listanum: skráin breyttist eða tölvan gat ekki lesið hana alla',
     notThere: 'skráin er ekki þar: tölvan gat ekki búið hana til',
     cutShort: 'aðeins hluti barst: diskur tölvunnar er ef til vill fullur',
-    unproven: 'send, en ekki var hægt að athuga hvað barst',
+    unchecked: 'send, en ekki var hægt að athuga hvað barst',
     isFolder: 'mappa ber þetta heiti',
   },
 
@@ -182,7 +182,7 @@ export const icelandic = {
   clipFilesSent: (/** @type {number} */ count) =>
     `${count} ${singular(count) ? 'skrá er' : 'skrár eru'} á klippiborði tölvunnar. Límdu þar.`,
   clipFilesTooLarge: 'Þetta er of mikið fyrir klippiborðið, sem tekur skrár upp að 8 MiB.',
-  clipNews: {
+  clipNotices: {
     copied: 'Það sem var afritað á tölvunni er nú á þessu klippiborði.',
     sent: 'Þetta klippiborð er nú á tölvunni.',
     tooLarge: 'Þetta er of mikið fyrir klippiborðið, sem tekur 8 MiB.',

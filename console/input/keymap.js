@@ -1,4 +1,5 @@
-// Key positions, as `KeyboardEvent.code` names them, to Windows virtual keys, set-1 scan codes and the extended flag.
+// Maps key positions, in the names of `KeyboardEvent.code`, to Windows virtual keys, set-1 scan codes and the extended
+// flag.
 
 /** @typedef {{vk: number, scan: number, extended: boolean}} WinKey */
 
@@ -76,7 +77,8 @@ const extended = {
   BrowserFavorites: [0xab, 0x66],
 };
 
-// The keypad's keys mean a digit with num lock on and a cursor key, without the extended flag, with it off.
+// Virtual key with Num Lock on, scan code, virtual key with Num Lock off. With it off the keys are cursor keys, without
+// the extended flag.
 const keypad = {
   Numpad7: [0x67, 0x47, 0x24],
   Numpad8: [0x68, 0x48, 0x26],
@@ -97,10 +99,12 @@ for (const [code, [vk, scan]] of Object.entries(plain)) positions.set(code, { vk
 for (const [code, [vk, scan]] of Object.entries(extended)) positions.set(code, { vk, scan, extended: true });
 for (const [code, [vk, scan]] of Object.entries(keypad)) positions.set(code, { vk, scan, extended: false });
 
-const addRow = (/** @type {string} */ letters, /** @type {number} */ firstScan) =>
-  [...letters].forEach((letter, i) =>
-    positions.set(`Key${letter}`, { vk: letter.charCodeAt(0), scan: firstScan + i, extended: false }),
-  );
+/** The scan codes of a row of letters follow one another. */
+function addRow(/** @type {string} */ letters, /** @type {number} */ firstScan) {
+  for (const [i, letter] of [...letters].entries()) {
+    positions.set(`Key${letter}`, { vk: letter.charCodeAt(0), scan: firstScan + i, extended: false });
+  }
+}
 addRow('QWERTYUIOP', 0x10);
 addRow('ASDFGHJKL', 0x1e);
 addRow('ZXCVBNM', 0x2c);
@@ -116,7 +120,7 @@ for (let n = 1; n <= 24; n++) {
   positions.set(`F${n}`, { vk: 0x6f + n, scan, extended: false });
 }
 
-// Virtual keyboards and input tools may send a key name without a position.
+// Positions for events of virtual keyboards and input tools, which may have a key name but no position.
 const byName = new Map([
   ['Shift', 'ShiftLeft'],
   ['Control', 'ControlLeft'],
@@ -127,7 +131,7 @@ const byName = new Map([
 ]);
 
 /**
- * The Windows key at a position, or null for a key that Windows does not know.
+ * The Windows key at a position; null for a position that Windows does not know.
  * @param {{code: string, key: string}} event
  * @returns {WinKey | null}
  */
@@ -138,8 +142,8 @@ export function keyAt({ code, key }) {
 }
 
 /**
- * The Windows key that a shortcut means: the letter or digit that the user's own layout shows, so that Ctrl+Z is
- * Z on every layout; else the position.
+ * The Windows key of a shortcut: the letter or digit on the user's own layout, so that Ctrl+Z is Z on every layout; for
+ * other keys the position.
  * @param {{code: string, key: string}} event
  * @returns {WinKey | null}
  */
@@ -149,8 +153,8 @@ export function shortcutKey({ code, key }) {
   return keyAt({ code, key });
 }
 
-/** @param {string} code a position that is in the table */
-export function keyNamed(code) {
+/** The Windows key at a position of the table; throws for any other. */
+export function keyNamed(/** @type {string} */ code) {
   const found = positions.get(code);
   if (!found) throw new Error(`no such key position: ${code}`);
   return found;

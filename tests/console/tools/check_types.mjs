@@ -16,7 +16,7 @@ const BANNED = new Map([
 function programOf(file) {
   const { config, error } = ts.readConfigFile(file, ts.sys.readFile);
   if (error) throw new Error(ts.flattenDiagnosticMessageText(error.messageText, '\n'));
-  const { fileNames, options } = ts.parseJsonConfigFileContent(config, ts.sys, dirname(file));
+  const { fileNames, options } = ts.parseJsonConfigFileContent(config, ts.sys, dirname(file), {}, file);
   if (!fileNames.length) throw new Error(`${file} names no file`);
   return ts.createProgram(fileNames, options);
 }

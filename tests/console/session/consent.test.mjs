@@ -1,39 +1,43 @@
-// Asking for a session: what the representative is shown while the person at the machine decides, and what the
-// machine is told.
+// Requesting a session: what the page shows while the person at the machine decides, and what the machine receives.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { fixture, machineAndPage } from './support/fixture.mjs';
-import { Relay, USER } from './support/relay.mjs';
-import { AgentMsg } from './support/scripted_agent.mjs';
-import { until } from './support/waiting.mjs';
+import { fixture, machineAndPage } from '../support/fixture.mjs';
+import { Relay, USER } from '../support/relay.mjs';
+import { AgentMsg } from '../support/scripted_agent.mjs';
+import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
 
-async function asked(t, agentOptions = {}) {
-  const { agent, page } = await machineAndPage(t, shared, { agent: { consent: 'none', ...agentOptions } });
+/**
+ * A machine that was asked for a session and has not answered.
+ * @param {import('node:test').TestContext} t
+ */
+async function asked(t) {
+  const { agent, page } = await machineAndPage(t, shared, { agent: { consent: 'none' } });
   await page.ask(agent);
   const request = await agent.next(AgentMsg.SessionRequest);
-  await page.waitForNote(/^Waiting for somebody at /);
+  await page.waitForNote(/^Waiting for someone at /);
   return { agent, page, request };
 }
 
-const shown = (page, selector) => page.page.locator(selector).isVisible();
+/** @param {import('../support/console_page.mjs').ConsolePage} page @param {string} selector */
+const isShown = (page, selector) => page.page.locator(selector).isVisible();
 
-test('while consent is awaited the console says so and sends nothing to the machine', async (t) => {
+test('while consent is awaited, the page says so and sends nothing to the machine', async (t) => {
   const { agent, page, request } = await asked(t);
   assert.deepEqual(request.json, { rep_name: USER });
   assert.match(await page.note(), new RegExp(agent.name));
-  assert.ok(await shown(page, '#session-give-up'));
-  assert.ok(!(await shown(page, '#session-again')));
+  assert.ok(await isShown(page, '#session-give-up'));
+  assert.ok(!(await isShown(page, '#session-again')));
   await page.shot('consent-awaited');
   await page.page.keyboard.type('x');
   agent.accept(request.session);
-  const first = await until('something comes', () => agent.inbox[0]);
+  const first = await until('a message arrives', () => agent.inbox[0]);
   assert.equal(first.type, AgentMsg.StreamStart);
   assert.equal(agent.inputs.length, 0);
 });
 
-test('a declined request is told, and asking again asks the machine again', async (t) => {
+test('a declined request is shown, and can be sent again', async (t) => {
   const { agent, page, request } = await asked(t);
   agent.decline(request.session);
   await page.waitForNote(/declined the session/);
@@ -45,7 +49,7 @@ test('a declined request is told, and asking again asks the machine again', asyn
   await agent.next(AgentMsg.StreamStart);
 });
 
-test('giving up withdraws the prompt on the machine', async (t) => {
+test('a representative who stops waiting withdraws the prompt on the machine', async (t) => {
   const { agent, page, request } = await asked(t);
   await page.page.click('#session-give-up');
   const end = await agent.next(AgentMsg.SessionEnd);
@@ -53,7 +57,7 @@ test('giving up withdraws the prompt on the machine', async (t) => {
   await page.page.locator('#view-machines').waitFor();
   assert.match(await page.page.locator('#link-notice').innerText(), /was withdrawn/);
   await page.shot('consent-given-up');
-  // An answer that crossed the withdrawal opens nothing.
+  // An answer that was sent before the withdrawal arrived opens no session.
   agent.accept(request.session);
   await page.ask(agent);
   await agent.next(AgentMsg.SessionRequest);
@@ -61,13 +65,13 @@ test('giving up withdraws the prompt on the machine', async (t) => {
   assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.StreamStart).length, 0);
 });
 
-test('a page that is closed while it waits withdraws the prompt', async (t) => {
+test('closing the page while it waits withdraws the prompt on the machine', async (t) => {
   const { agent, page, request } = await asked(t);
   await page.page.goto('about:blank');
   assert.equal((await agent.next(AgentMsg.SessionEnd)).session, request.session);
 });
 
-test('a machine that goes away under its prompt is asked anew when it is back', async (t) => {
+test('a machine that goes offline during its prompt is asked again when it is back', async (t) => {
   const { agent, page } = await asked(t);
   agent.drop();
   await page.waitForNote(/has gone offline/);
@@ -76,7 +80,7 @@ test('a machine that goes away under its prompt is asked anew when it is back', 
   await agent.next(AgentMsg.StreamStart);
 });
 
-test('a machine in use by another representative is refused with that name', async (t) => {
+test('a request for a machine in use is refused with the name of its representative', async (t) => {
   const { agent } = await asked(t);
   const { page } = await machineAndPage(t, shared);
   await page.ask(agent);
@@ -92,7 +96,7 @@ test('an offline machine cannot be asked', async (t) => {
   assert.ok(await page.row(agent).locator('.machine-open').isDisabled());
 });
 
-test('a request that nobody answers is withdrawn from the machine, and the console says so', async (t) => {
+test('a request that nobody answers is withdrawn, and the page says so', async (t) => {
   const relay = await Relay.started(['--consent', '1']);
   t.after(() => relay.remove());
   const { agent, page } = await machineAndPage(t, { ...shared, relay }, { agent: { consent: 'none' } });

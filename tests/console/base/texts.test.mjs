@@ -1,13 +1,19 @@
-// The tables of texts: every language says everything, and the page asks for nothing that is not there.
+// The tables of texts: all languages have the same texts, and the page names only texts that exist.
 import assert from 'node:assert/strict';
 import { readdirSync, readFileSync } from 'node:fs';
 import test from 'node:test';
-import { textsFor } from '../../console/base/texts.js';
-import { english } from '../../console/base/texts_en.js';
-import { icelandic } from '../../console/base/texts_is.js';
+import { textsFor } from '../../../console/base/texts.js';
+import { english } from '../../../console/base/texts_en.js';
+import { icelandic } from '../../../console/base/texts_is.js';
 
-const CONSOLE = new URL('../../console/', import.meta.url);
+const CONSOLE = new URL('../../../console/', import.meta.url);
 
+/**
+ * The keys of a table, each with the kind of its text.
+ * @param {object} table
+ * @param {string} [path]
+ * @returns {string[]}
+ */
 function shape(table, path = '') {
   return Object.entries(table)
     .flatMap(([key, value]) =>
@@ -22,35 +28,37 @@ test('both languages have the same texts', () => {
   assert.deepEqual(shape(icelandic), shape(english));
 });
 
-test('a text of one language is not left standing in the other', () => {
-  const same = Object.keys(english).filter(
-    (key) => typeof english[key] === 'string' && english[key] === icelandic[key],
+test('no text is the same in both languages', () => {
+  const other = new Map(Object.entries(icelandic));
+  const same = Object.entries(english).filter(
+    ([key, text]) => typeof text === 'string' && text === other.get(key),
   );
   assert.deepEqual(same, []);
 });
 
-test('the page names only texts that exist, and no text is without use', () => {
+test('the page names only texts that exist, and every text is used', () => {
+  const table = /** @type {Record<string, unknown>} */ (english);
   const page = readFileSync(new URL('index.html', CONSOLE), 'utf8');
   const named = [...page.matchAll(/data-(?:text|label|hint|placeholder)="(\w+)"/g)].map((found) => found[1]);
-  for (const name of named) assert.equal(typeof english[name], 'string', name);
-  const scripts = readdirSync(CONSOLE, { recursive: true })
+  for (const name of named) assert.equal(typeof table[name], 'string', name);
+  const scripts = readdirSync(CONSOLE, { recursive: true, encoding: 'utf8' })
     .filter((name) => name.endsWith('.js') && !name.startsWith('base/texts'))
     .map((name) => readFileSync(new URL(name, CONSOLE), 'utf8'))
     .join('\n');
-  const idle = Object.keys(english).filter(
+  const unused = Object.keys(english).filter(
     (key) => key !== 'language' && !named.includes(key) && !scripts.includes(`texts.${key}`),
   );
-  assert.deepEqual(idle, []);
+  assert.deepEqual(unused, []);
 });
 
-test('the first of the browser’s languages that there is a table for wins', () => {
+test('the first of the browser’s languages that has a table is used', () => {
   assert.equal(textsFor(['de', 'is-IS', 'en']).language, 'is');
   assert.equal(textsFor(['EN-us', 'is']).language, 'en');
   assert.equal(textsFor(['isx']).language, 'en');
   assert.equal(textsFor([]).language, 'en');
 });
 
-test('an Icelandic count takes the singular after 1, 21 and 101, but not after 11', () => {
+test('Icelandic nouns are in the singular after 1, 21 and 101, but not after 11', () => {
   assert.equal(icelandic.machineCount(1, 1), '1 tölva, 1 nettengd');
   assert.equal(icelandic.machineCount(11, 21), '11 tölvur, 21 nettengd');
   assert.equal(icelandic.lastSeen('minute', 1), 'síðast tengd fyrir 1 mínútu');

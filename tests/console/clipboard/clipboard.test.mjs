@@ -1,18 +1,18 @@
-// The clipboard between this computer and the machine: texts, pictures and files, each way.
+// The clipboard between this computer and the machine: texts, pictures and files in both directions.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import test from 'node:test';
-import { packFiles, packImage, packText, parseClip } from '../../console/clipboard/payload.js';
-import { fixture, session } from './support/fixture.mjs';
-import { MachineFolders } from './support/folders.mjs';
-import { AgentMsg } from './support/scripted_agent.mjs';
-import { until } from './support/waiting.mjs';
+import { packFiles, packImage, packText, parseClip } from '../../../console/clipboard/payload.js';
+import { fixture, openSession } from '../support/fixture.mjs';
+import { MachineFolders } from '../support/machine_folders.mjs';
+import { AgentMsg } from '../support/scripted_agent.mjs';
+import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
 const MiB = 1024 * 1024;
 const GRANTED = { page: { permissions: ['clipboard-read', 'clipboard-write'] } };
-/** A browser that lets nothing be written without a click, and nothing be read. */
+/** A browser that writes its clipboard only at a click, and lets no script read it. */
 const STRICT = {
   page: {
     script: `
@@ -24,37 +24,51 @@ const STRICT = {
   Permissions.prototype.query = async () => { throw new TypeError('unknown'); };`,
   },
 };
-const png = (...args) => execFileSync('convert', [...args, 'png32:-'], { maxBuffer: 1 << 26 });
 
-const fromMachine = (agent, payload) => agent.send(AgentMsg.ClipboardData, agent.session, payload);
-const clip = async (agent) => parseClip((await agent.next(AgentMsg.ClipboardData)).payload);
-const localText = (p) => p.evaluate(() => navigator.clipboard.readText());
-const setLocal = (p, text) => p.evaluate((value) => navigator.clipboard.writeText(value), text);
-const chip = (p, kind) => p.locator(`.chip[data-kind=${kind}]`);
-const refocus = (p) => p.evaluate(() => dispatchEvent(new Event('focus')));
-/** Ctrl+V as the keyboard sends it, with what the browser would paste. */
-async function pasteOn(p, fill) {
-  await p.locator('#key-catcher').evaluate((catcher, source) => {
-    const data = new DataTransfer();
-    new Function('data', source)(data);
-    catcher.focus();
-    const key = (type) =>
-      catcher.dispatchEvent(
-        new KeyboardEvent(type, { key: 'v', code: 'KeyV', ctrlKey: true, bubbles: true, cancelable: true }),
-      );
-    key('keydown');
-    catcher.dispatchEvent(
-      new ClipboardEvent('paste', { clipboardData: data, bubbles: true, cancelable: true }),
-    );
-    key('keyup');
-  }, fill);
+/** @typedef {import('playwright-core').Page} Page */
+/** @typedef {import('../support/scripted_agent.mjs').ScriptedAgent} ScriptedAgent */
+/** @typedef {import('../../../console/clipboard/payload.js').ClipFile} ClipFile */
+
+const png = (/** @type {string[]} */ ...args) =>
+  execFileSync('convert', [...args, 'png32:-'], { maxBuffer: 1 << 26 });
+
+const fromMachine = (/** @type {ScriptedAgent} */ agent, /** @type {Uint8Array} */ payload) =>
+  agent.send(AgentMsg.ClipboardData, agent.session, payload);
+/** The next clipboard message that the machine receives, of which only the field of its kind is there. */
+const clip = async (/** @type {ScriptedAgent} */ agent) =>
+  /** @type {{kind: string, text: string, png: Uint8Array, files: ClipFile[]}} */ (
+    /** @type {unknown} */ (parseClip((await agent.next(AgentMsg.ClipboardData)).payload))
+  );
+const localText = (/** @type {Page} */ p) => p.evaluate(() => navigator.clipboard.readText());
+const setLocal = (/** @type {Page} */ p, /** @type {string} */ text) =>
+  p.evaluate((value) => navigator.clipboard.writeText(value), text);
+const notice = (/** @type {Page} */ p, /** @type {string} */ kind) =>
+  p.locator(`.clip-notice[data-kind=${kind}]`);
+const refocus = (/** @type {Page} */ p) => p.evaluate(() => dispatchEvent(new Event('focus')));
+
+/**
+ * Ctrl+V as the keyboard sends it, with the content that the browser would paste.
+ * @param {Page} p
+ * @param {string} script fills `data`, a DataTransfer
+ */
+async function pasteOn(p, script) {
+  await p.locator('#key-input').evaluate((keyInput, source) => {
+    const clipboardData = new DataTransfer();
+    new Function('data', source)(clipboardData);
+    keyInput.focus();
+    const options = { bubbles: true, cancelable: true };
+    const keyOptions = { key: 'v', code: 'KeyV', ctrlKey: true, ...options };
+    keyInput.dispatchEvent(new KeyboardEvent('keydown', keyOptions));
+    keyInput.dispatchEvent(new ClipboardEvent('paste', { clipboardData, ...options }));
+    keyInput.dispatchEvent(new KeyboardEvent('keyup', keyOptions));
+  }, script);
 }
 
-test('a text of the machine is on this clipboard at once, and does not go back', async (t) => {
-  const { agent, page } = await session(t, shared, GRANTED);
+test('a text from the machine is put into this clipboard at once and is not sent back', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
   fromMachine(agent, packText('þjóð\r\nlína 2'));
-  await chip(p, 'copied').waitFor();
+  await notice(p, 'copied').waitFor();
   assert.equal(await localText(p), 'þjóð\nlína 2', 'with the line ends of this computer');
   await page.shot('clip-copied');
   await refocus(p);
@@ -67,42 +81,42 @@ test('a text of the machine is on this clipboard at once, and does not go back',
   assert.equal((await clip(agent)).text, 'þriðja', 'nothing was sent twice in between');
 });
 
-test('where the browser wants a click, a card offers the text', async (t) => {
-  const { agent, page } = await session(t, shared, STRICT);
+test('in a browser that requires a click, a notice offers the text', async (t) => {
+  const { agent, page } = await openSession(t, shared, STRICT);
   const p = page.page;
   fromMachine(agent, packText('leyndarmál'));
-  await chip(p, 'text').waitFor();
+  await notice(p, 'text').waitFor();
   await page.shot('clip-text');
-  await chip(p, 'text').getByRole('button', { name: 'Copy' }).click();
-  await chip(p, 'copied').waitFor();
+  await notice(p, 'text').getByRole('button', { name: 'Copy' }).click();
+  await notice(p, 'copied').waitFor();
   assert.equal(await p.evaluate(() => window.written), 'leyndarmál');
   await p.click('#clip-menu summary');
   await page.shot('clip-menu');
   await p.click('#clip-send');
-  await chip(p, 'unreadable').waitFor();
+  await notice(p, 'unreadable').waitFor();
 });
 
-test('a text of one MiB goes both ways whole', async (t) => {
-  const { agent, page } = await session(t, shared, GRANTED);
+test('a text of 1 MiB is transferred in both directions', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
   const long = 'þ'.repeat(MiB / 2);
   fromMachine(agent, packText(long));
-  await chip(p, 'copied').waitFor();
+  await notice(p, 'copied').waitFor();
   assert.equal(await localText(p), long);
   await setLocal(p, `${long}.`);
   await refocus(p);
   assert.equal((await clip(agent)).text, `${long}.`);
 });
 
-test('pictures go both ways with every pixel', async (t) => {
-  const { agent, page } = await session(t, shared, GRANTED);
+test('pictures are transferred in both directions with every pixel', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
   const picture = png('-size', '64x40', 'gradient:#ff0000-#0000ff');
-  const pixels = (bytes) =>
+  const pixels = (/** @type {Uint8Array} */ bytes) =>
     execFileSync('convert', ['png:-', '-depth', '8', 'rgba:-'], { input: bytes, maxBuffer: 1 << 26 });
   fromMachine(agent, packImage(Uint8Array.of(0x89, 0x50, 1, 2, 3)));
   fromMachine(agent, packImage(picture));
-  await chip(p, 'copied').waitFor();
+  await notice(p, 'copied').waitFor();
   const local = Buffer.from(
     await p.evaluate(async () => {
       const [item] = await navigator.clipboard.read();
@@ -121,28 +135,28 @@ test('pictures go both ways with every pixel', async (t) => {
     [...other],
   );
   await refocus(p);
-  assert.deepEqual(pixels((await clip(agent)).png), pixels(other), 'and the first did not go back');
+  assert.deepEqual(pixels((await clip(agent)).png), pixels(other), 'the first one was not sent back');
 });
 
-test('a picture that cannot be written at once is offered and can be saved', async (t) => {
-  const { agent, page } = await session(t, shared, {
+test('a picture that the browser does not write is offered in a notice and can be saved', async (t) => {
+  const { agent, page } = await openSession(t, shared, {
     page: { script: 'Clipboard.prototype.write = async () => { throw new Error("no"); };' },
   });
   const p = page.page;
   const picture = png('-size', '200x120', 'plasma:fractal');
   fromMachine(agent, packImage(picture));
-  await chip(p, 'image').locator('img').waitFor();
+  await notice(p, 'image').locator('img').waitFor();
   await page.shot('clip-image');
   const [download] = await Promise.all([
     p.waitForEvent('download'),
-    chip(p, 'image').getByRole('button', { name: 'Save' }).click(),
+    notice(p, 'image').getByRole('button', { name: 'Save' }).click(),
   ]);
   assert.equal(download.suggestedFilename(), 'picture.png');
   assert.deepEqual(readFileSync(await download.path()), picture);
 });
 
-test('files of the machine are a list to save from', async (t) => {
-  const { agent, page } = await session(t, shared);
+test('files from the machine are listed in a notice and can be saved', async (t) => {
+  const { agent, page } = await openSession(t, shared);
   const p = page.page;
   fromMachine(agent, Uint8Array.of(3, 0));
   fromMachine(agent, Uint8Array.of(9, 9));
@@ -153,8 +167,8 @@ test('files of the machine are a list to save from', async (t) => {
     { name: 'tóm', bytes: Buffer.alloc(0) },
   ];
   fromMachine(agent, packFiles(files));
-  await chip(p, 'files').waitFor();
-  assert.deepEqual(await chip(p, 'files').locator('li bdi').allInnerTexts(), [
+  await notice(p, 'files').waitFor();
+  assert.deepEqual(await notice(p, 'files').locator('li bdi').allInnerTexts(), [
     'skýrsla.txt',
     '<b>.bin',
     'tóm',
@@ -162,31 +176,31 @@ test('files of the machine are a list to save from', async (t) => {
   await page.shot('clip-files');
   const [download] = await Promise.all([
     p.waitForEvent('download'),
-    chip(p, 'files').locator('li').first().getByRole('button').click(),
+    notice(p, 'files').locator('li').first().getByRole('button').click(),
   ]);
   assert.equal(download.suggestedFilename(), 'skýrsla.txt');
   assert.equal(readFileSync(await download.path(), 'utf8'), 'innihald');
   const all = [];
   p.on('download', (one) => all.push(one));
-  await chip(p, 'files').getByRole('button', { name: 'Save all' }).click();
+  await notice(p, 'files').getByRole('button', { name: 'Save all' }).click();
   await until('all are saved', () => all.length === 3);
   await pasteOn(p, 'data.items.add(new File(["x"], "x.txt"))');
-  await chip(p, 'filesSent').waitFor();
-  assert.equal(await chip(p, 'files').count(), 1, 'words about the other way take nothing away');
-  await chip(p, 'files').locator('.chip-close').click();
-  await chip(p, 'filesSent').locator('.chip-close').click();
-  assert.equal(await p.locator('.chip').count(), 0);
+  await notice(p, 'filesSent').waitFor();
+  assert.equal(await notice(p, 'files').count(), 1, 'a notice of the other direction leaves it open');
+  await notice(p, 'files').locator('.clip-notice-close').click();
+  await notice(p, 'filesSent').locator('.clip-notice-close').click();
+  assert.equal(await p.locator('.clip-notice').count(), 0);
 });
 
-test('Ctrl+V gives the clipboard to the machine before the key', async (t) => {
-  const { agent, page } = await session(t, shared, STRICT);
+test('Ctrl+V sends the clipboard to the machine before the key', async (t) => {
+  const { agent, page } = await openSession(t, shared, STRICT);
   const p = page.page;
   const machine = new MachineFolders(agent, { '': [] });
   machine.answering = false;
   await pasteOn(p, 'data.setData("text/plain", "límt")');
   assert.equal((await clip(agent)).text, 'límt');
-  // On a slow line the machine has the clipboard long after the browser sent it.
-  await until('it is asked for a sign that it has it', () =>
+  // On a slow connection the machine receives the clipboard long after the browser has sent it.
+  await until('the machine is asked for a listing after the clipboard', () =>
     agent.inbox.some(({ type }) => type === AgentMsg.DirListRequest),
   );
   assert.deepEqual(agent.inputs, []);
@@ -200,7 +214,7 @@ test('Ctrl+V gives the clipboard to the machine before the key', async (t) => {
       [0, 0x56],
     ],
   );
-  // The same again is on the machine already: only the key goes.
+  // The machine has this text already, so only the key is sent.
   await pasteOn(p, 'data.setData("text/plain", "límt")');
   await agent.events(2);
   await pasteOn(p, '');
@@ -208,8 +222,8 @@ test('Ctrl+V gives the clipboard to the machine before the key', async (t) => {
   assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
 });
 
-test('files are pasted and dropped by value, and too large ones are offered for upload', async (t) => {
-  const { agent, page } = await session(t, shared);
+test('pasted and dropped files are sent with their content, and larger ones are offered for upload', async (t) => {
+  const { agent, page } = await openSession(t, shared);
   const p = page.page;
   const machine = new MachineFolders(agent, { '': [{ name: 'C:', dir: true }], 'C:\\': [] });
   await pasteOn(p, 'data.items.add(new File(["eitt"], "a:b.txt")); data.items.add(new File([], "tvö"))');
@@ -221,8 +235,8 @@ test('files are pasted and dropped by value, and too large ones are offered for 
       ['tvö', ''],
     ],
   );
-  await chip(p, 'filesSent').waitFor();
-  const drop = async (size) => {
+  await notice(p, 'filesSent').waitFor();
+  const drop = async (/** @type {number} */ size) => {
     const data = await p.evaluateHandle((bytes) => {
       const transfer = new DataTransfer();
       transfer.items.add(new File([new Uint8Array(bytes)], 'stór.bin'));
@@ -234,22 +248,22 @@ test('files are pasted and dropped by value, and too large ones are offered for 
   };
   const rest = 1 + 4 + 4 + 'stór.bin'.length + 1 + 8;
   await drop(8 * MiB - rest);
-  assert.equal((await clip(agent)).files[0].bytes.length, 8 * MiB - rest, 'exactly what one message takes');
+  assert.equal((await clip(agent)).files[0].bytes.length, 8 * MiB - rest, 'exactly one message');
   await drop(8 * MiB - rest + 1);
-  await chip(p, 'filesTooLarge').waitFor();
+  await notice(p, 'filesTooLarge').waitFor();
   await page.shot('clip-too-large');
-  await chip(p, 'filesTooLarge')
+  await notice(p, 'filesTooLarge')
     .getByRole('button', { name: /Upload/ })
     .click();
-  assert.ok(await p.locator('#files-put').isDisabled(), 'the drives take no files');
+  assert.ok(await p.locator('#files-put').isDisabled(), 'files cannot be uploaded to the list of drives');
   await p.locator('.file', { hasText: 'C:' }).dblclick();
   await p.locator('#files-empty').waitFor();
   await p.click('#files-put');
-  await until('it is there', () => machine.uploadTo('C:\\stór.bin')?.ended);
+  await until('the upload has ended', () => machine.uploadTo('C:\\stór.bin')?.ended);
 });
 
-test('nothing is shared when it is switched off, and nothing goes out while only viewing', async (t) => {
-  const { agent, page } = await session(t, shared, GRANTED);
+test('nothing is shared while sharing is off, and nothing is sent in “view only”', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
   await setLocal(p, 'mitt');
   await p.check('#view-only');
@@ -260,13 +274,13 @@ test('nothing is shared when it is switched off, and nothing goes out while only
   await p.uncheck('#clip-automatic');
   await refocus(p);
   fromMachine(agent, packText('hitt'));
-  agent.rename('Heard by now');
-  await until('what was sent before is there', async () =>
-    (await p.locator('#view-machines').innerHTML()).includes('Heard by now'),
+  agent.rename('Renamed afterwards');
+  await until('everything sent before the new name has arrived', async () =>
+    (await p.locator('#view-machines').innerHTML()).includes('Renamed afterwards'),
   );
   assert.equal(await localText(p), 'mitt');
   await p.click('#clip-send');
-  assert.equal((await clip(agent)).text, 'mitt', 'asked for it goes all the same');
-  await chip(p, 'sent').waitFor();
+  assert.equal((await clip(agent)).text, 'mitt', 'a click sends it nevertheless');
+  await notice(p, 'sent').waitFor();
   assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
 });

@@ -1,11 +1,11 @@
-// The browser's own decoder plays the machine's H.264, through the relay.
+// Playing the machine's H.264 with the browser's own decoder, through the relay.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { fixture, machineAndPage } from './support/fixture.mjs';
-import { CARD, card, encode, middles, rgb } from './support/h264.mjs';
-import { plain } from './support/pictures.mjs';
-import { AgentMsg } from './support/scripted_agent.mjs';
-import { until } from './support/waiting.mjs';
+import { fixture, machineAndPage } from '../support/fixture.mjs';
+import { CARD, card, encode, middles, rgb } from '../support/h264.mjs';
+import { plain } from '../support/pictures.mjs';
+import { AgentMsg } from '../support/scripted_agent.mjs';
+import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
 const WIDTH = 320;
@@ -19,9 +19,14 @@ const plainStream = (how = {}) =>
     COLOURS.map((colour) => card(WIDTH, HEIGHT, [colour])),
     { ...SIZE, ...how },
   );
-const differ = (one, other) => Math.max(...one.map((value, i) => Math.abs(value - other[i])));
+/** The largest difference in a channel. @param {number[]} one @param {number[]} other */
+const difference = (one, other) => Math.max(...one.map((value, i) => Math.abs(value - other[i])));
 
-/** A session that has been told of an H.264 stream. */
+/**
+ * A session with an H.264 stream of which no frame has been sent yet.
+ * @param {import('node:test').TestContext} t
+ * @param {import('../support/fixture.mjs').Options} [options]
+ */
 async function watching(t, options = {}) {
   const { agent, page } = await machineAndPage(t, shared, options);
   agent.onStream = () => agent.config({ codec: 'h264', ...SIZE });
@@ -31,26 +36,33 @@ async function watching(t, options = {}) {
   return { agent, page };
 }
 
+/**
+ * Waits until the middle of the picture has this colour.
+ * @param {import('../support/console_page.mjs').ConsolePage} page
+ * @param {string} colour
+ * @param {number} [levels] the difference that is accepted in each channel
+ */
 async function shows(page, colour, levels = 6) {
+  /** @type {number[]} */
   let last;
   await until(`the picture is ${colour}`, async () => {
     [last] = await page.pixels(CENTRE);
-    return differ(last, rgb(colour)) <= levels;
+    return difference(last, rgb(colour)) <= levels;
   }).catch((error) => {
     throw new Error(`${error.message}: ${last}`);
   });
 }
 
-test('a colour card comes out within 3 levels a channel, its first frame alone', async (t) => {
+test('the first frame alone shows a colour card within 3 levels a channel', async (t) => {
   const { agent, page } = await watching(t);
   const [first] = encode([card(640, 480)], { width: 640, height: 480 });
   agent.frame(first);
   await page.frames(1);
   const seen = await page.pixels(middles(640, 480));
-  const worst = Math.max(...CARD.map((colour, i) => differ(seen[i], rgb(colour))));
+  const worst = Math.max(...CARD.map((colour, i) => difference(seen[i], rgb(colour))));
   t.diagnostic(`worst difference: ${worst}`);
   assert.ok(worst <= 3, CARD.map((colour, i) => `${colour} as ${seen[i]}`).join('; '));
-  assert.deepEqual(await page.canvas.evaluate((canvas) => [canvas.width, canvas.height]), [640, 480]);
+  assert.deepEqual(await page.pictureSize(), [640, 480]);
   await page.shot('h264-card');
 });
 
@@ -63,7 +75,7 @@ test('every frame is shown as soon as it arrives', async (t) => {
   }
 });
 
-test('after the loss of a frame nothing broken is shown, and a key frame is asked for', async (t) => {
+test('after a lost frame nothing broken is shown, and a key frame is requested', async (t) => {
   const { agent, page } = await watching(t);
   const units = plainStream({ keys: [4] });
   agent.frame(units[0]);
@@ -79,7 +91,7 @@ test('after the loss of a frame nothing broken is shown, and a key frame is aske
   await shows(page, COLOURS[5]);
 });
 
-test('a stream that begins in the middle waits for a key frame and asks for one', async (t) => {
+test('a stream that begins without a key frame waits for one and requests it', async (t) => {
   const { agent, page } = await watching(t);
   const units = plainStream({ keys: [3] });
   agent.frame(units[1]);
@@ -89,7 +101,7 @@ test('a stream that begins in the middle waits for a key frame and asks for one'
   await shows(page, COLOURS[3]);
 });
 
-test('the request for a key frame is made again when none comes', async (t) => {
+test('the request for a key frame is repeated until one arrives', async (t) => {
   const { agent } = await watching(t);
   const units = plainStream();
   agent.frame(units[1]);
@@ -106,24 +118,24 @@ test('several pictures in one message are all shown', async (t) => {
   await shows(page, COLOURS[5]);
 });
 
-test('a stream of another size goes on without a click', async (t) => {
+test('a stream that changes its size continues by itself', async (t) => {
   const { agent, page } = await watching(t);
   agent.frame(plainStream()[0]);
   await page.frames(1);
   agent.config({ codec: 'h264', width: 200, height: 120 });
   agent.frame(encode([card(200, 120, ['#306090'])], { width: 200, height: 120 })[0]);
   await page.frames(2);
-  assert.deepEqual(await page.canvas.evaluate((canvas) => [canvas.width, canvas.height]), [200, 120]);
+  assert.deepEqual(await page.pictureSize(), [200, 120]);
 });
 
-test('times that stand still or run backwards do no harm', async (t) => {
+test('frames whose times stand still or run backwards are shown', async (t) => {
   const { agent, page } = await watching(t);
   for (const [i, unit] of plainStream().entries()) agent.frame(unit, 5000 - i * 100);
   await page.frames(6);
   await shows(page, COLOURS[5]);
 });
 
-test('a broken frame makes the console ask for a key frame and go on with it', async (t) => {
+test('after a broken frame the console requests a key frame and continues with it', async (t) => {
   const { agent, page } = await watching(t);
   const units = plainStream({ keys: [3] });
   agent.frame(units[0]);
@@ -135,12 +147,12 @@ test('a broken frame makes the console ask for a key frame and go on with it', a
   await shows(page, COLOURS[3]);
 });
 
-test('a stream that never decodes is given up for JPEG, until the next session', async (t) => {
+test('a stream that never decodes is replaced by JPEG until the next session', async (t) => {
   const { agent, page } = await watching(t);
   const [unit] = plainStream();
   const parameters = unit.indexOf(Buffer.from([0, 0, 1, 0x65]));
   const broken = Buffer.concat([unit.subarray(0, parameters), Buffer.from([0, 0, 1, 0x65, 0xff, 0, 0xff])]);
-  await until('JPEG is asked for', () => {
+  await until('JPEG is requested', () => {
     agent.frame(broken);
     return agent.inbox.some(({ type, json }) => type === AgentMsg.CodecSelect && json.codec === 'mjpeg');
   });
@@ -157,11 +169,11 @@ test('a stream that never decodes is given up for JPEG, until the next session',
   await shows(page, COLOURS[0]);
 });
 
-test('the representative chooses the encoding, and a new stream keeps the choice', async (t) => {
+test('the representative chooses the codec, and a new stream keeps the choice', async (t) => {
   const { agent, page } = await watching(t);
   agent.frame(plainStream()[0]);
   await page.frames(1);
-  await until('the status names it', async () =>
+  await until('the status line names it', async () =>
     /320 × 240 · H\.264 · /.test(await page.page.locator('#status-line').innerText()),
   );
   await page.page.click('#picture-menu summary');
@@ -179,28 +191,33 @@ test('the representative chooses the encoding, and a new stream keeps the choice
   assert.deepEqual((await agent.next(AgentMsg.CodecSelect)).json, { codec: 'h264' });
 });
 
-test('a machine without an encoder is shown in JPEG though H.264 was asked for', async (t) => {
+test('a machine without an encoder is shown in JPEG although H.264 was requested', async (t) => {
   const { agent, page } = await watching(t);
   agent.config({ codec: 'mjpeg', ...SIZE });
   agent.frame(plain(WIDTH, HEIGHT, '#224466'));
   await shows(page, '#224466');
   assert.equal(await page.page.inputValue('#codec'), 'h264');
-  await until('the status names it', async () =>
+  await until('the status line names it', async () =>
     / · JPEG · /.test(await page.page.locator('#status-line').innerText()),
   );
 });
 
 for (const [how, script] of [
   ['has no decoder', 'delete window.VideoDecoder'],
-  ['promises H.264 and then cannot', 'VideoDecoder.prototype.decode = () => { throw new Error("no"); }'],
+  ['reports H.264 but cannot decode it', 'VideoDecoder.prototype.decode = () => { throw new Error("no"); }'],
 ]) {
-  test(`a browser that ${how} asks for JPEG`, async (t) => {
+  test(`a browser that ${how} requests JPEG`, async (t) => {
     const { agent, page } = await watching(t, { page: { script } });
     assert.deepEqual((await agent.next(AgentMsg.CodecSelect)).json, { codec: 'mjpeg' });
     agent.frame(plainStream()[0]);
     agent.config({ codec: 'mjpeg', ...SIZE });
     agent.frame(plain(WIDTH, HEIGHT, '#224466'));
     await shows(page, '#224466');
-    assert.ok(await page.page.$eval('#codec option[value=h264]', (option) => option.disabled));
+    assert.ok(
+      await page.page.$eval(
+        '#codec option[value=h264]',
+        (option) => /** @type {HTMLOptionElement} */ (option).disabled,
+      ),
+    );
   });
 }
