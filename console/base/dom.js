@@ -17,7 +17,8 @@ export function byId(id, kind) {
  * Creates an element.
  * @template {keyof HTMLElementTagNameMap} Tag
  * @param {Tag} tag
- * @param {Omit<Partial<HTMLElementTagNameMap[Tag]>, 'dataset'> & {dataset?: Record<string, string>}} [properties]
+ * @param {Omit<Partial<HTMLElementTagNameMap[Tag]>, 'dataset'> & {dataset?: Record<string, string>}}
+ *   [properties]
  * @param {...(Node | string)} children
  * @returns {HTMLElementTagNameMap[Tag]}
  */

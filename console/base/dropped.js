@@ -3,8 +3,8 @@
 /** @typedef {{file: File, path: string}} DroppedFile path: the folders above the file, '' or 'sub/sub/' */
 
 /**
- * Files and folders that cannot be read are left out. Must be called while the event is being handled; the files may
- * be read later.
+ * Files and folders that cannot be read are left out. Must be called while the event is being handled; the
+ * files may be read later.
  * @param {DataTransfer} data
  * @returns {Promise<DroppedFile[]>}
  */

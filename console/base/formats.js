@@ -1,8 +1,8 @@
 // Sizes, times, durations and ages in the form in which the page shows them.
 
 /**
- * The latest time shown, in seconds since 1970. Later ones come from times before 1970, which the machine's unsigned
- * numbers cannot represent.
+ * The latest time shown, in seconds since 1970. Later ones come from times before 1970, which the machine's
+ * unsigned numbers cannot represent.
  */
 const LATEST_TIME = Date.UTC(9999, 11, 31) / 1000;
 const UNITS = ['kB', 'MB', 'GB', 'TB', 'PB', 'EB'];

@@ -1,5 +1,5 @@
-// Names from a machine, made safe to show. The page shows them only as text, but text can still contain characters that
-// reorder or hide the text around it.
+// Names from a machine, made safe to show. The page shows them only as text, but text can still contain
+// characters that reorder or hide the text around it.
 
 const MAX_LENGTH = 200;
 // Control characters, line separators, and the marks that change the direction of text.

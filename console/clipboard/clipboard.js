@@ -1,4 +1,5 @@
-// Clipboard sharing in a session: decides when this computer's clipboard is read and sent, and shows what is received.
+// Clipboard sharing in a session: decides when this computer's clipboard is read and sent, and shows what is
+// received.
 import { byId } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
 import { Formats } from '../base/formats.js';
@@ -16,8 +17,10 @@ const COPIED_PICTURE = 'image.png';
  * @param {import('../link/session_channel.js').SessionChannel} parts.channel
  * @param {import('../input/remote_input.js').RemoteInput} parts.input
  * @param {HTMLElement} parts.dropTarget files dropped on it are sent to the machine's clipboard
- * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.offerUpload takes files that are too large
- * @param {() => Promise<boolean>} parts.machineIsIdle resolves when the machine has handled all messages before
+ * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.offerUpload takes files that are
+ *   too large
+ * @param {() => Promise<boolean>} parts.machineIsIdle resolves when the machine has handled all messages
+ *   before
  */
 export function attachClipboard({ channel, input, dropTarget, offerUpload, machineIsIdle }) {
   const notices = new ClipboardNotice(byId('clip-notices'), {

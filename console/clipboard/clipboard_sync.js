@@ -1,5 +1,5 @@
-// Keeps this computer's clipboard and the machine's the same, without sending back what was just received. Of the page it
-// uses only the browser's clipboard.
+// Keeps this computer's clipboard and the machine's the same, without sending back what was just received. Of
+// the page it uses only the browser's clipboard.
 import { windowsName } from '../base/paths.js';
 import { MAX_SENT_PAYLOAD } from '../link/envelope.js';
 import { filesPayloadSize, packFiles, packImage, packText, parseClip } from './payload.js';
@@ -178,7 +178,10 @@ function withLf(/** @type {string} */ text) {
   return text.replaceAll('\r\n', '\n');
 }
 
-/** Whether the browser lets a script read the clipboard without a click. Not every browser has such a permission. */
+/**
+ * Whether the browser lets a script read the clipboard without a click. Not every browser has such a
+ * permission.
+ */
 async function mayRead() {
   try {
     const { state } = await navigator.permissions.query({

@@ -1,5 +1,6 @@
-// Ctrl+V on the picture: sends this computer's clipboard to the machine before the key. The browser's own paste event
-// gives the clipboard's content without a permission; the keys are held back until the machine has it.
+// Ctrl+V on the picture: sends this computer's clipboard to the machine before the key. The browser's own
+// paste event gives the clipboard's content without a permission; the keys are held back until the machine
+// has it.
 
 /** The wait for a browser that has nothing to paste and fires no event. */
 const NO_PASTE_MS = 80;
@@ -17,8 +18,8 @@ export class PasteKeys {
    * @param {HTMLElement} keyInput the field that receives the keys
    * @param {object} actions
    * @param {() => boolean} actions.active
-   * @param {(data: DataTransfer) => Promise<boolean>} actions.paste sends the clipboard; resolves when the machine has
-   *   received it, with true if its content was new
+   * @param {(data: DataTransfer) => Promise<boolean>} actions.paste sends the clipboard; resolves when the
+   *   machine has received it, with true if its content was new
    * @param {(event: KeyboardEvent) => void} actions.replay sends a key that was held back
    */
   constructor(keyInput, actions) {

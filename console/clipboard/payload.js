@@ -1,6 +1,6 @@
-// The payload of clipboard messages, the same in both directions: one byte for the kind, then UTF-8 text, a PNG file, or
-// a list of files with their content (count u32, then for each: length of the name u32, name, size u64, bytes;
-// big-endian).
+// The payload of clipboard messages, the same in both directions: one byte for the kind, then UTF-8 text, a
+// PNG file, or a list of files with their content (count u32, then for each: length of the name u32, name,
+// size u64, bytes; big-endian).
 
 const ClipKind = Object.freeze({ text: 1, image: 2, files: 3 });
 
@@ -10,7 +10,10 @@ const utf8 = new TextEncoder();
 const utf8Reader = new TextDecoder('utf-8', { ignoreBOM: true });
 
 /** @typedef {{name: string, bytes: Uint8Array<ArrayBuffer>}} ClipFile */
-/** @typedef {{kind: 'text', text: string} | {kind: 'image', png: Uint8Array<ArrayBuffer>} | {kind: 'files', files: ClipFile[]}} Clip */
+/**
+ * @typedef {{kind: 'text', text: string} | {kind: 'image', png: Uint8Array<ArrayBuffer>} | {kind: 'files',
+ *   files: ClipFile[]}} Clip
+ */
 
 function withKind(/** @type {number} */ kind, /** @type {Uint8Array} */ content) {
   const out = new Uint8Array(1 + content.length);
@@ -63,8 +66,8 @@ export function safeFileName(/** @type {string} */ name) {
 }
 
 /**
- * The bytes of images and files are views of the payload, not copies. From a list that is cut short come the files that
- * are complete.
+ * The bytes of images and files are views of the payload, not copies. From a list that is cut short come the
+ * files that are complete.
  * @param {Uint8Array<ArrayBuffer>} payload
  * @returns {Clip | null} null for an empty payload and for an unknown kind
  */

@@ -1,5 +1,5 @@
-// Where the bytes of a download are kept until they are saved: on the browser's private disk where there is one, else in
-// memory.
+// Where the bytes of a download are kept until they are saved: on the browser's private disk where there is
+// one, else in memory.
 import { SAVING_MS } from '../base/save_file.js';
 
 const FOLDER = 'downloads';
@@ -11,7 +11,10 @@ const LOCK = 'vantelink-downloads-';
  *   abort: () => Promise<void>}} DownloadSink
  */
 
-/** @type {Promise<FileSystemDirectoryHandle | null> | null} this page's own folder on the private disk, null without one */
+/**
+ * This page's own folder on the private disk, null without one.
+ * @type {Promise<FileSystemDirectoryHandle | null> | null}
+ */
 let ownFolder = null;
 
 /** @returns {Promise<DownloadSink>} */

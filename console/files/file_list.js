@@ -1,5 +1,5 @@
-// The rows of a folder, with selection and keys as in a file manager. Only the rows in view are elements of the page, so
-// that folders with tens of thousands of entries stay fast.
+// The rows of a folder, with selection and keys as in a file manager. Only the rows in view are elements of
+// the page, so that folders with tens of thousands of entries stay fast.
 import { emit } from '../base/custom_events.js';
 import { make } from '../base/dom.js';
 import { visible } from '../base/names.js';
@@ -27,7 +27,10 @@ export class FileList extends EventTarget {
   #anchor = 0;
   #searchText = '';
   #searchedAt = 0;
-  /** @type {Map<Entry, HTMLElement>} rows in view; kept while in view, because a double click needs its row to stay */
+  /**
+   * Rows in view; kept while in view, because a double click needs its row to stay.
+   * @type {Map<Entry, HTMLElement>}
+   */
   #rows = new Map();
 
   /** @param {HTMLElement} place the element that scrolls @param {import('../base/formats.js').Formats} formats */

@@ -20,10 +20,12 @@ const NAMES_SHOWN = 8;
 /**
  * @param {object} parts
  * @param {import('../link/session_channel.js').SessionChannel} parts.channel
- * @param {EventTarget & {sendControl: (message: object) => boolean}} parts.relay its control messages, both ways
+ * @param {EventTarget & {sendControl: (message: object) => boolean}} parts.relay its control messages, both
+ *   ways
  * @param {import('./file_panel.js').AddPanel} parts.addPanel
- * @returns {{offer: FilePanel['offer'], machineIsIdle: () => Promise<boolean>}} offer: lets the representative choose a
- *   folder for the files; machineIsIdle: resolves when the machine has handled all messages before
+ * @returns {{offer: FilePanel['offer'], machineIsIdle: () => Promise<boolean>}} offer: lets the
+ *   representative choose a folder for the files; machineIsIdle: resolves when the machine has handled all
+ *   messages before
  */
 export function attachFiles({ channel, relay, addPanel }) {
   const formats = new Formats(navigator.language);
@@ -61,7 +63,8 @@ export function attachFiles({ channel, relay, addPanel }) {
     queue.receiveControl(message),
   );
   followSessions(channel, panel, [folders, queue]);
-  // The machine answers in order, so the listing of its drives comes after everything that was sent before the request.
+  // The machine answers in order, so the listing of its drives comes after everything that was sent before
+  // the request.
   return { offer: (files) => panel.offer(files), machineIsIdle: async () => !!(await folders.list('')) };
 }
 

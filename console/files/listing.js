@@ -1,7 +1,10 @@
 // A folder of the machine as its answer lists it, and the order of its entries on the page.
 import { knownTime } from '../base/formats.js';
 
-/** @typedef {{name: string, path: string, dir: boolean, size: number, mtime: number}} Entry mtime: seconds since 1970 */
+/**
+ * mtime: seconds since 1970.
+ * @typedef {{name: string, path: string, dir: boolean, size: number, mtime: number}} Entry
+ */
 /** @typedef {{path: string, parent: string, entries: Entry[]}} Listing */
 /** @typedef {'name' | 'size' | 'mtime'} SortKey */
 

@@ -2,7 +2,8 @@
 import { RateMeter } from '../base/rate_meter.js';
 
 /**
- * 'waiting' in the queue, 'running', 'checking' whether all of it arrived, and at the end 'done', 'failed' or 'cancelled'.
+ * 'waiting' in the queue, 'running', 'checking' whether all of it arrived, and at the end 'done', 'failed' or
+ * 'cancelled'.
  * @typedef {'waiting' | 'running' | 'checking' | 'done' | 'failed' | 'cancelled'} TransferState
  */
 

@@ -1,5 +1,5 @@
-// The queue of file transfers: runs a few at a time over the session's messages. Knows nothing of the page. The machine
-// does not confirm uploads, so whoever queues one lists the folder afterwards.
+// The queue of file transfers: runs a few at a time over the session's messages. Knows nothing of the page.
+// The machine does not confirm uploads, so whoever queues one lists the folder afterwards.
 import { emit } from '../base/custom_events.js';
 import { readJson } from '../link/envelope.js';
 import { Msg } from '../link/messages.js';
@@ -31,7 +31,10 @@ export class TransferQueue extends EventTarget {
   /** @type {Set<Transfer>} */
   #running = new Set();
   #requests = 0;
-  /** @type {Map<number, {resolve: (id: number) => void, reject: (why: Error) => void}>} requests for ids, by number */
+  /**
+   * Requests for ids, by number.
+   * @type {Map<number, {resolve: (id: number) => void, reject: (why: Error) => void}>}
+   */
   #idRequests = new Map();
   /** @type {Map<number, Transfer>} transfers that the machine knows, by id */
   #open = new Map();
@@ -51,7 +54,9 @@ export class TransferQueue extends EventTarget {
     this.#runNext();
   }
 
-  /** Cancels a transfer. Uploaded bytes stay on the machine; bytes that the machine still sends are dropped. */
+  /**
+   * Cancels a transfer. Uploaded bytes stay on the machine; bytes that the machine still sends are dropped.
+   */
   cancel(/** @type {Transfer} */ transfer) {
     const begun = transfer.state !== 'waiting';
     this.finish(transfer, 'cancelled', begun ? `${transfer.kind}Cancelled` : '');

@@ -1,6 +1,7 @@
-// Limits the bytes of uploads that are on their way to the machine. The relay answers a ping after it has passed on
-// everything that was sent before the ping, so the delay of each answer shows how full the connection is. A window that is
-// too large delays keys and clicks and in the end breaks the link; one that is too small leaves the connection unused.
+// Limits the bytes of uploads that are on their way to the machine. The relay answers a ping after it has
+// passed on everything that was sent before the ping, so the delay of each answer shows how full the
+// connection is. A window that is too large delays keys and clicks and in the end breaks the link; one that
+// is too small leaves the connection unused.
 
 const SMALLEST = 256 * 1024;
 const LARGEST = 4 * 1024 * 1024;
@@ -15,7 +16,10 @@ export class UploadWindow {
   /** Bytes on their way. */
   #open = 0;
   #pings = 0;
-  /** @type {Map<number, {bytes: number, at: number, onArrived: () => void}>} by the id of the ping after them */
+  /**
+   * By the id of the ping after them.
+   * @type {Map<number, {bytes: number, at: number, onArrived: () => void}>}
+   */
   #sent = new Map();
   /** @type {(() => void)[]} */
   #waiting = [];

@@ -1,10 +1,14 @@
-// Uploads from the choice of files to the check that they arrived. The machine overwrites files without a question and
-// confirms nothing, so its folders are listed before and after, and the representative is asked before a file is replaced.
+// Uploads from the choice of files to the check that they arrived. The machine overwrites files without a
+// question and confirms nothing, so its folders are listed before and after, and the representative is asked
+// before a file is replaced.
 import { join, windowsName } from '../base/paths.js';
 import { Transfer } from './transfer.js';
 
 /** @typedef {{file: File, path?: string}} LocalFile path: the folders above the file, '' or 'sub/' */
-/** @typedef {{file: File, folder: string, name: string}} Planned a local file and its destination on the machine */
+/**
+ * A local file and its destination on the machine.
+ * @typedef {{file: File, folder: string, name: string}} Planned
+ */
 /** @typedef {'overwrite' | 'skip' | 'cancel'} Answer */
 
 /** The form in which Windows compares names. */

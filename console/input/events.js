@@ -1,5 +1,5 @@
-// Input events as bytes: a count byte, then the events back to back, their numbers little-endian. One payload is one
-// batch, which the machine injects without interruption.
+// Input events as bytes: a count byte, then the events back to back, their numbers little-endian. One payload
+// is one batch, which the machine injects without interruption.
 
 export const MAX_EVENTS = 255;
 export const POINTER_MAX = 32767;

@@ -21,14 +21,16 @@ export function fit(picture, space) {
 }
 
 /**
- * Converts a point of the page to 0..POINTER_MAX, which the machine spreads over its first to last pixel. Points outside
- * the picture are moved to its edge.
+ * Converts a point of the page to 0..POINTER_MAX, which the machine spreads over its first to last pixel.
+ * Points outside the picture are moved to its edge.
  *
- * The machine truncates twice when it converts back, and Windows spreads 0..65535 over one pixel more than the agent
- * does, so a position drifts by up to a pixel towards the far edge of the whole desktop. Aiming a quarter of a pixel
- * inwards at the near edge and not at all at the far one hits the intended pixel on every monitor of the desktop.
+ * The machine truncates twice when it converts back, and Windows spreads 0..65535 over one pixel more than
+ * the agent does, so a position drifts by up to a pixel towards the far edge of the whole desktop. Aiming a
+ * quarter of a pixel inwards at the near edge and not at all at the far one hits the intended pixel on every
+ * monitor of the desktop.
  * @param {{x: number, y: number}} point
- * @param {{left: number, top: number, width: number, height: number}} rect where the picture is drawn on the page
+ * @param {{left: number, top: number, width: number, height: number}} rect where the picture is drawn on the
+ *   page
  * @param {Size} picture in the machine's pixels
  */
 export function toWire(point, rect, picture) {
@@ -44,7 +46,10 @@ export function toWire(point, rect, picture) {
   };
 }
 
-/** Converts wheel movement from pixels, lines or pages to 120 a notch, and keeps the fraction for the next call. */
+/**
+ * Converts wheel movement from pixels, lines or pages to 120 a notch, and keeps the fraction for the next
+ * call.
+ */
 export class WheelMeter {
   #rest = 0;
 

@@ -1,5 +1,6 @@
-// Turns the representative's key events into characters or keys for the machine, and keeps track of the keys that are
-// down there. Takes plain objects with the fields of KeyboardEvent, so that it also runs without a browser.
+// Turns the representative's key events into characters or keys for the machine, and keeps track of the keys
+// that are down there. Takes plain objects with the fields of KeyboardEvent, so that it also runs without a
+// browser.
 import * as input from './events.js';
 import { keyAt, keyNamed, shortcutKey } from './keymap.js';
 
@@ -12,7 +13,10 @@ const LOCAL_LOCKS = new Set(['CapsLock', 'NumLock']);
 /** @typedef {'character' | 'position'} KeyMode whether letters are sent as characters or as key positions */
 /** @typedef {{code: string, key: string, ctrlKey: boolean, altKey: boolean, metaKey: boolean, repeat?: boolean,
  *   isComposing?: boolean, getModifierState?: (name: string) => boolean}} KeyEvent */
-/** @typedef {{setTimeout: (act: () => void, ms: number) => unknown, clearTimeout: (id: unknown) => void}} Timers */
+/**
+ * @typedef {{setTimeout: (act: () => void, ms: number) => unknown,
+ *   clearTimeout: (id: unknown) => void}} Timers
+ */
 
 /** @type {Timers} */
 const BROWSER_TIMERS = {
@@ -27,7 +31,10 @@ export class Keyboard {
   #timers;
   /** @type {Map<string, import('./keymap.js').WinKey>} keys that are down on the machine */
   #held = new Map();
-  /** @type {unknown} the timer of a left Ctrl that is held back until it is known whether it belongs to AltGr */
+  /**
+   * The timer of a left Ctrl that is held back until it is known whether it belongs to AltGr.
+   * @type {unknown}
+   */
   #heldBackCtrl = null;
   /** The left Ctrl that is down belongs to AltGr. */
   #ctrlOfAltGr = false;
@@ -100,8 +107,8 @@ export class Keyboard {
   }
 
   /**
-   * Releases keys that are down on the machine, which would otherwise stay down: on loss of focus, when input is
-   * disabled, and before a session ends.
+   * Releases keys that are down on the machine, which would otherwise stay down: on loss of focus, when input
+   * is disabled, and before a session ends.
    * @param {(code: string) => boolean} [which] all of them by default
    */
   releaseAll(which = () => true) {
@@ -144,8 +151,8 @@ export class Keyboard {
   }
 
   /**
-   * In character mode AltGr is not sent: the browser has already applied it to `key`, and on the machine it would change
-   * the character.
+   * In character mode AltGr is not sent: the browser has already applied it to `key`, and on the machine it
+   * would change the character.
    */
   #altGraphDown(/** @type {KeyEvent} */ event) {
     if (this.#heldBackCtrl !== null) {

@@ -1,5 +1,5 @@
-// Maps key positions, in the names of `KeyboardEvent.code`, to Windows virtual keys, set-1 scan codes and the extended
-// flag.
+// Maps key positions, in the names of `KeyboardEvent.code`, to Windows virtual keys, set-1 scan codes and the
+// extended flag.
 
 /** @typedef {{vk: number, scan: number, extended: boolean}} WinKey */
 
@@ -77,8 +77,8 @@ const extended = {
   BrowserFavorites: [0xab, 0x66],
 };
 
-// Virtual key with Num Lock on, scan code, virtual key with Num Lock off. With it off the keys are cursor keys, without
-// the extended flag.
+// Virtual key with Num Lock on, scan code, virtual key with Num Lock off. With it off the keys are cursor
+// keys, without the extended flag.
 const keypad = {
   Numpad7: [0x67, 0x47, 0x24],
   Numpad8: [0x68, 0x48, 0x26],
@@ -142,8 +142,8 @@ export function keyAt({ code, key }) {
 }
 
 /**
- * The Windows key of a shortcut: the letter or digit on the user's own layout, so that Ctrl+Z is Z on every layout; for
- * other keys the position.
+ * The Windows key of a shortcut: the letter or digit on the user's own layout, so that Ctrl+Z is Z on every
+ * layout; for other keys the position.
  * @param {{code: string, key: string}} event
  * @returns {WinKey | null}
  */

@@ -1,5 +1,5 @@
-// Mouse, pen and touch input on the picture. The pointer is captured while a button is held, so that a drag that leaves
-// the picture still ends.
+// Mouse, pen and touch input on the picture. The pointer is captured while a button is held, so that a drag
+// that leaves the picture still ends.
 import * as input from './events.js';
 import { toWire, WheelMeter } from './geometry.js';
 

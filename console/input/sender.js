@@ -1,5 +1,5 @@
-// Sends input events: merges pointer moves to one an animation frame, and sends other events after the move that came
-// before them. Sends nothing while disabled.
+// Sends input events: merges pointer moves to one an animation frame, and sends other events after the move
+// that came before them. Sends nothing while disabled.
 import * as input from './events.js';
 
 /** With more than this waiting for the network, moves are merged over several frames. */

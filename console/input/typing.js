@@ -1,4 +1,5 @@
-// Types a whole text as key events, in batches with pauses between them, so that a slow program on the machine keeps up.
+// Types a whole text as key events, in batches with pauses between them, so that a slow program on the
+// machine keeps up.
 import * as input from './events.js';
 import { keyNamed } from './keymap.js';
 

@@ -1,5 +1,5 @@
-// The envelope: a 10-byte big-endian header (type, flags, session, length) and a payload. Each binary WebSocket message
-// between browser and relay is one envelope, in the same form as between relay and agent.
+// The envelope: a 10-byte big-endian header (type, flags, session, length) and a payload. Each binary
+// WebSocket message between browser and relay is one envelope, in the same form as between relay and agent.
 
 export const HEADER_BYTES = 10;
 /** The largest payload that the agent accepts in one envelope. */
@@ -40,8 +40,8 @@ export function encodeJson(type, session, value) {
 /**
  * The payload is a view of the given bytes, not a copy. Bytes after the declared payload are ignored.
  * @param {ArrayBuffer} buffer
- * @returns {{type: number, flags: number, session: number, payload: Uint8Array<ArrayBuffer>} | null} null when the
- *   bytes are cut short
+ * @returns {{type: number, flags: number, session: number, payload: Uint8Array<ArrayBuffer>} | null} null
+ *   when the bytes are cut short
  */
 export function decodeEnvelope(buffer) {
   if (buffer.byteLength < HEADER_BYTES) return null;

@@ -1,12 +1,16 @@
-// The WebSocket from the browser to the relay: control messages as JSON text, envelopes as binary. A broken link connects
-// again by itself after growing, jittered pauses. Pings measure the round trip and detect a dead relay.
+// The WebSocket from the browser to the relay: control messages as JSON text, envelopes as binary. A broken
+// link connects again by itself after growing, jittered pauses. Pings measure the round trip and detect a
+// dead relay.
 import { emit } from '../base/custom_events.js';
 
 const SUBPROTOCOL = 'vantelink.console.v1';
 const PING_INTERVAL_MS = 2000;
 /** The relay counts as dead when a ping is unanswered and nothing has arrived for this long. */
 const DEAD_AFTER_MS = 15000;
-/** The same after an upload: longer than the relay lets a machine go without reading before it ends the session. */
+/**
+ * The same after an upload: longer than the relay lets a machine go without reading before it ends the
+ * session.
+ */
 const DEAD_AFTER_UPLOAD_MS = 60000;
 /** More bytes than this before a ping count as an upload. */
 const UPLOAD_BYTES = 16 * 1024;
@@ -53,7 +57,10 @@ export class Link extends EventTarget {
   #browserRoundTrip = null;
   /** @type {number | null} */
   #machineRoundTrip = null;
-  /** @type {{id: number, at: number, bytesBefore: number} | null} bytesBefore: sent between the last ping and this one */
+  /**
+   * bytesBefore: sent between the last ping and this one.
+   * @type {{id: number, at: number, bytesBefore: number} | null}
+   */
   #ping = null;
   #pings = 0;
   #bytesSinceLastPing = 0;
@@ -170,7 +177,10 @@ export class Link extends EventTarget {
     else if (message) emit(this, 'control', message);
   }
 
-  /** Sends a ping unless one is unanswered. Only one is open at a time, so that a stall is never averaged away. */
+  /**
+   * Sends a ping unless one is unanswered. Only one is open at a time, so that a stall is never averaged
+   * away.
+   */
   #checkPing() {
     const now = performance.now();
     if (this.#ping) {

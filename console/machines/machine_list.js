@@ -5,7 +5,8 @@ import { nameOf, tidy } from '../base/names.js';
 import { texts } from '../base/texts.js';
 
 /**
- * The machine does not answer the request to restart. One that has not gone offline after this long has refused.
+ * The machine does not answer the request to restart. One that has not gone offline after this long has
+ * refused.
  */
 export const RESTART_DEADLINE_MS = 90_000;
 

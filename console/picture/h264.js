@@ -1,5 +1,5 @@
-// Reads from an H.264 byte stream (ITU-T H.264, annex B) what a browser's decoder needs: the access units, the codec's
-// name, and whether a picture is missing.
+// Reads from an H.264 byte stream (ITU-T H.264, annex B) what a browser's decoder needs: the access units,
+// the codec's name, and whether a picture is missing.
 
 const Unit = Object.freeze({
   slice: 1,
@@ -19,8 +19,8 @@ const opensPicture = (/** @type {number} */ type) =>
 const HIGH_PROFILES = [100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135];
 
 /**
- * The units of a stream: `from` is the offset of the start code, `at` of the unit's header byte, `to` of the first byte
- * after the unit.
+ * The units of a stream: `from` is the offset of the start code, `at` of the unit's header byte, `to` of the
+ * first byte after the unit.
  * @param {Uint8Array} bytes
  */
 export function units(bytes) {
@@ -37,8 +37,10 @@ export function units(bytes) {
 }
 
 /**
- * One picture with the units that belong to it. `parameters` and `slice` are the first such units, without start code.
- * @typedef {{data: Uint8Array<ArrayBuffer>, key: boolean, parameters: Uint8Array | null, slice: Uint8Array}} AccessUnit
+ * One picture with the units that belong to it. `parameters` and `slice` are the first such units, without
+ * start code.
+ * @typedef {{data: Uint8Array<ArrayBuffer>, key: boolean, parameters: Uint8Array | null, slice: Uint8Array}}
+ *   AccessUnit
  */
 
 /**
@@ -47,7 +49,10 @@ export function units(bytes) {
  * @returns {AccessUnit[]}
  */
 export function accessUnits(bytes) {
-  /** @typedef {{from: number, to: number, key: boolean, parameters: Uint8Array | null, slice: Uint8Array | null}} Open */
+  /**
+   * @typedef {{from: number, to: number, key: boolean, parameters: Uint8Array | null, slice: Uint8Array
+   *   | null}} Open
+   */
   /** @type {Open[]} */
   const pictures = [];
   /** @type {Open | null} */
@@ -70,7 +75,10 @@ export function accessUnits(bytes) {
   );
 }
 
-/** Reads the bits of a unit, most significant first, without its emulation bytes. After the end it reads zeros. */
+/**
+ * Reads the bits of a unit, most significant first, without its emulation bytes. After the end it reads
+ * zeros.
+ */
 class BitReader {
   /** @type {number[]} */
   #bytes = [];
@@ -121,8 +129,8 @@ function skipScalingLists(/** @type {BitReader} */ reader, /** @type {number} */
 }
 
 /**
- * What a sequence parameter set says. `planes`: slices name their colour plane; `gaps`: frame numbers may be skipped on
- * purpose.
+ * What a sequence parameter set says. `planes`: slices name their colour plane; `gaps`: frame numbers may be
+ * skipped on purpose.
  * @typedef {{codec: string, frameNumberBits: number, planes: boolean, gaps: boolean}} Parameters
  */
 

@@ -1,5 +1,5 @@
-// Plays H.264 frames with the browser's own decoder, each as soon as it arrives. After anything that leaves the decoder
-// without a reference picture, the player waits for a key frame and asks for one.
+// Plays H.264 frames with the browser's own decoder, each as soon as it arrives. After anything that leaves
+// the decoder without a reference picture, the player waits for a key frame and asks for one.
 import { accessUnits, PictureCounter, readParameters } from './h264.js';
 
 /** What the agent's conversion produces. The stream says so too, but not every decoder reads that. */
@@ -14,7 +14,9 @@ const ASK_INTERVAL_MS = 1000;
 /** A decoder counts as late when this many frames wait in it, the oldest for this long. */
 const LATE_FRAMES = 3;
 const LATE_MS = 400;
-/** A decoder counts as silent when this many frames wait in it, the oldest for this long, and none came out. */
+/**
+ * A decoder counts as silent when this many frames wait in it, the oldest for this long, and none came out.
+ */
 const SILENT_FRAMES = 10;
 const SILENT_MS = 2500;
 /** Failures in a row, without a picture between them, after which the player gives up. */
@@ -30,7 +32,10 @@ export class H264Player {
   #failures = 0;
   /** @type {VideoDecoder | null} */
   #decoder = null;
-  /** @type {{time: number, at: number}[]} frames in the decoder: their time in the stream, and when they went in */
+  /**
+   * Frames in the decoder: their time in the stream, and when they went in.
+   * @type {{time: number, at: number}[]}
+   */
   #pending = [];
   #time = -1;
   /** The parameter set that the decoder is configured for, as text. */
@@ -49,7 +54,10 @@ export class H264Player {
     this.#giveUp = giveUp;
   }
 
-  /** Drops the frames that are not drawn yet; the drawn picture stays. The next stream begins with a key frame. */
+  /**
+   * Drops the frames that are not drawn yet; the drawn picture stays. The next stream begins with a key
+   * frame.
+   */
   drop() {
     this.#closeDecoder();
     clearTimeout(this.#askTimer);
@@ -81,7 +89,9 @@ export class H264Player {
     this.#decode(picture, stamp);
   }
 
-  /** Gives the decoder strictly rising times, even when the machine's clock stands still or runs backwards. */
+  /**
+   * Gives the decoder strictly rising times, even when the machine's clock stands still or runs backwards.
+   */
   #decode(/** @type {import('./h264.js').AccessUnit} */ { data, key }, /** @type {number} */ stamp) {
     this.#time = Math.max(stamp, this.#time + 1);
     this.#pending.push({ time: this.#time, at: performance.now() });

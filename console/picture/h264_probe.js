@@ -1,4 +1,5 @@
-// Finds out whether this browser plays H.264 by decoding a sample, because a browser's own answer is not reliable.
+// Finds out whether this browser plays H.264 by decoding a sample, because a browser's own answer is not
+// reliable.
 import { accessUnits, readParameters } from './h264.js';
 
 /** One grey picture of 64 by 64 pixels, in Annex B format. */

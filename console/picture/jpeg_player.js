@@ -1,5 +1,5 @@
-// Plays JPEG frames: decodes one at a time and continues with the newest, so that a slow browser shows fewer frames
-// instead of older ones.
+// Plays JPEG frames: decodes one at a time and continues with the newest, so that a slow browser shows fewer
+// frames instead of older ones.
 import { isDrawable } from './jpeg.js';
 
 /** @typedef {Uint8Array<ArrayBuffer>} Bytes */

@@ -1,4 +1,5 @@
-// The picture of a session: chooses the codec, follows the one that the machine sends, and passes frames to its player.
+// The picture of a session: chooses the codec, follows the one that the machine sends, and passes frames to
+// its player.
 import { Msg } from '../link/messages.js';
 import { H264Player } from './h264_player.js';
 import { playsH264 } from './h264_probe.js';
@@ -24,8 +25,8 @@ export class Picture {
 
   /**
    * @param {import('./screen.js').Screen} screen
-   * @param {{send: (type: number, value: object) => void, onChange: () => void}} outlets onChange: `wanted`, `codec` or
-   *   `hasH264` has changed
+   * @param {{send: (type: number, value: object) => void, onChange: () => void}} outlets onChange: `wanted`,
+   *   `codec` or `hasH264` has changed
    */
   constructor(screen, { send, onChange }) {
     this.#send = send;
@@ -56,7 +57,9 @@ export class Picture {
     return this.#hasH264;
   }
 
-  /** Prepares for another session: a stream of one machine that failed to play says nothing about another's. */
+  /**
+   * Prepares for another session: a stream of one machine that failed to play says nothing about another's.
+   */
   begin() {
     this.#hasH264 = this.#browserPlaysH264;
     this.#wanted = this.#hasH264 ? this.#chosen : 'mjpeg';

@@ -1,5 +1,5 @@
-// The canvas that shows the machine's screen at the machine's own size. The last picture stays until the next one is
-// drawn.
+// The canvas that shows the machine's screen at the machine's own size. The last picture stays until the next
+// one is drawn.
 
 export class Screen {
   /** The number of pictures drawn since the last reset. */

@@ -20,7 +20,8 @@ export class Panels {
   /**
    * Adds a panel, closed. Its element has the id panel-NAME, and its button panel-NAME-button.
    * @param {{name: string, title: string, onToggle?: (open: boolean) => void}} panel
-   * @returns {{body: HTMLElement, isOpen: () => boolean, toggle: (open: boolean) => void}} body: for the panel's content
+   * @returns {{body: HTMLElement, isOpen: () => boolean, toggle: (open: boolean) => void}} body: for the
+   *   panel's content
    */
   add({ name, title, onToggle = () => {} }) {
     const body = make('div', { className: 'panel-body' });

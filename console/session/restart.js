@@ -6,8 +6,8 @@ import { Msg } from '../link/messages.js';
 import { RESTART_DEADLINE_MS } from '../machines/machine_list.js';
 
 /**
- * Events: 'begun' when the machine was asked to restart, 'refused' when it has not restarted in time, 'over' after the
- * wait.
+ * Events: 'begun' when the machine was asked to restart, 'refused' when it has not restarted in time, 'over'
+ * after the wait.
  */
 export class Restart extends EventTarget {
   #channel;

@@ -1,5 +1,5 @@
-// A representative's session with a machine: the request, the consent, and the end. A session that was interrupted with
-// the link or the machine is requested again when both are back.
+// A representative's session with a machine: the request, the consent, and the end. A session that was
+// interrupted with the link or the machine is requested again when both are back.
 import { emit } from '../base/custom_events.js';
 import { byId } from '../base/dom.js';
 import { inSentence, nameOf } from '../base/names.js';
@@ -8,8 +8,8 @@ import { Overlay } from './overlay.js';
 import { Restart } from './restart.js';
 
 /**
- * 'none'; 'requested' until the relay has numbered the session; 'waiting' for consent; 'accepted'; 'interrupted' until
- * link and machine are back; 'ended'.
+ * 'none'; 'requested' until the relay has numbered the session; 'waiting' for consent; 'accepted';
+ * 'interrupted' until link and machine are back; 'ended'.
  * @typedef {'none' | 'requested' | 'waiting' | 'accepted' | 'interrupted' | 'ended'} State
  */
 /** @typedef {import('../machines/machine_list.js').Machine} Machine */
@@ -19,9 +19,9 @@ import { Restart } from './restart.js';
 const INTERRUPTIONS = ['agent-gone', 'replaced'];
 
 /**
- * Opens the channel while the session is accepted. Events: 'ending' just before the channel closes, 'input' when
- * `inputAllowed` may have changed, 'restarting' (detail: {agent, on}), 'left' (detail: a remark for the list of machines,
- * '' for none).
+ * Opens the channel while the session is accepted. Events: 'ending' just before the channel closes, 'input'
+ * when `inputAllowed` may have changed, 'restarting' (detail: {agent, on}), 'left' (detail: a remark for the
+ * list of machines, '' for none).
  */
 export class Session extends EventTarget {
   #link;
@@ -182,8 +182,8 @@ export class Session extends EventTarget {
   }
 
   /**
-   * @param {string} [holder] who has a session with the machine; it may be this representative, until the relay notices
-   *   that the old link is dead
+   * @param {string} [holder] who has a session with the machine; it may be this representative, until the
+   *   relay notices that the old link is dead
    */
   #showInterrupted(holder = '') {
     if (!this.#link.up) this.#showWait(texts.linkDown);

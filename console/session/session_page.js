@@ -16,8 +16,8 @@ import { attachToolbar, showCodec } from './toolbar.js';
 
 /**
  * @param {import('../link/link.js').Link} link
- * @returns {{session: Session, begin: (machine: import('../machines/machine_list.js').Machine) => void}} begin: requests
- *   a session with a machine
+ * @returns {{session: Session, begin: (machine: import('../machines/machine_list.js').Machine) => void}}
+ *   begin: requests a session with a machine
  */
 export function attachSession(link) {
   const channel = new SessionChannel(link);
@@ -63,7 +63,8 @@ export function attachSession(link) {
 
 /**
  * Keys and pointer for the machine, enabled while the session allows input and "view only" is off.
- * @param {{channel: SessionChannel, session: Session, canvas: HTMLCanvasElement, backlog: () => number}} parts
+ * @param {{channel: SessionChannel, session: Session, canvas: HTMLCanvasElement, backlog: () => number}}
+ *   parts
  */
 function attachInput({ channel, session, canvas, backlog }) {
   const remote = new RemoteInput({

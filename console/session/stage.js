@@ -1,4 +1,5 @@
-// The picture's place on the page: fits the picture into it, or shows the picture at its own size and scrolls.
+// The picture's place on the page: fits the picture into it, or shows the picture at its own size and
+// scrolls.
 import { byId } from '../base/dom.js';
 import { fit } from '../input/geometry.js';
 

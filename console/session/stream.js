@@ -1,4 +1,5 @@
-// The stream of the machine's screen: starts it with the settings of the toolbar, and passes on what the machine sends.
+// The stream of the machine's screen: starts it with the settings of the toolbar, and passes on what the
+// machine sends.
 import { byId } from '../base/dom.js';
 import { RateMeter } from '../base/rate_meter.js';
 import { readJson } from '../link/envelope.js';
@@ -57,7 +58,10 @@ export class Stream {
     this.#displays.reset();
   }
 
-  /** Starts the stream, or starts it again. The machine shows the pointer in each new stream until it is told not to. */
+  /**
+   * Starts the stream, or starts it again. The machine shows the pointer in each new stream until it is told
+   * not to.
+   */
   start() {
     this.#meter.restart();
     this.#channel.sendJson(Msg.StreamStart, {

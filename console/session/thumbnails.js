@@ -1,11 +1,15 @@
 // The thumbnails of the machine's monitors, from which the console learns how many monitors there are.
 
-/** @typedef {{monitor: number, count: number, width: number, height: number, jpeg: Uint8Array<ArrayBuffer>}} Thumbnail */
+/**
+ * @typedef {{monitor: number, count: number, width: number, height: number,
+ *   jpeg: Uint8Array<ArrayBuffer>}} Thumbnail
+ */
 
 const HEADER_BYTES = 6;
 
 /**
- * @param {Uint8Array<ArrayBuffer>} payload monitor u8, count u8, width and height u16 little-endian, one JPEG file
+ * @param {Uint8Array<ArrayBuffer>} payload monitor u8, count u8, width and height u16 little-endian, one JPEG
+ *   file
  * @returns {Thumbnail | null} null when it contains no picture
  */
 export function parseThumbnail(payload) {
@@ -16,7 +20,10 @@ export function parseThumbnail(payload) {
   return { monitor: payload[0], count: payload[1], width, height, jpeg: payload.subarray(HEADER_BYTES) };
 }
 
-/** The monitors known so far. There may be fewer thumbnails than monitors; a monitor without one is listed too. */
+/**
+ * The monitors known so far. There may be fewer thumbnails than monitors; a monitor without one is listed
+ * too.
+ */
 export class MonitorList {
   /** @type {Map<number, Thumbnail>} */
   #thumbnails = new Map();

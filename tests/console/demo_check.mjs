@@ -1,6 +1,7 @@
-// Plays a representative's whole session in a headless browser against a running demo: logs in, opens the machine, looks
-// at its desktop, types into Notepad and clicks in WineMine. Every step is checked from outside: typed text in the file
-// that Notepad saves, and the picture by comparing the console's canvas with a screenshot of the machine's display.
+// Plays a representative's whole session in a headless browser against a running demo: logs in, opens the
+// machine, looks at its desktop, types into Notepad and clicks in WineMine. Every step is checked from
+// outside: typed text in the file that Notepad saves, and the picture by comparing the console's canvas with
+// a screenshot of the machine's display.
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
 import { readFile, writeFile } from 'node:fs/promises';
@@ -26,9 +27,9 @@ const NOTEPAD_LINE = { x: 426, y: 86, width: 530, height: 14 };
 const MINE_CELL = { x: 1090, y: 158, width: 12, height: 12 };
 const BESIDE_WINDOWS = { x: 700, y: 600 };
 const WHOLE = { x: 0, y: 0, width: 1280, height: 720 };
-// The largest shares of wrong pixels. Both codecs (whose colours are coarse at edges), the painted pointer and a blinking
-// caret stay far below them. A missing window is far above the first, missing text above the second, and a cell that is
-// open on one side only above the third.
+// The largest shares of wrong pixels. Both codecs (whose colours are coarse at edges), the painted pointer
+// and a blinking caret stay far below them. A missing window is far above the first, missing text above the
+// second, and a cell that is open on one side only above the third.
 const WRONG_PIXEL = '25%';
 /** @type {Map<Area, number>} */
 const MAX_WRONG = new Map([
@@ -191,7 +192,10 @@ async function switchToJpeg(/** @type {Page} */ page, /** @type {Locator} */ can
   await sameAsDesktop(canvas, 'jpeg');
 }
 
-/** Waits until the status line names the codec, which takes both the machine's encoder and the browser's decoder. */
+/**
+ * Waits until the status line names the codec, which takes both the machine's encoder and the browser's
+ * decoder.
+ */
 async function usesCodec(/** @type {Page} */ page, /** @type {string} */ codec) {
   await until(`the pictures are ${codec}`, async () => {
     const line = await page.locator('#status-line').innerText();

@@ -1,4 +1,5 @@
-// The files of a drop, with objects that stand in for those of the browser: a script cannot create a dropped folder.
+// The files of a drop, with objects that stand in for those of the browser: a script cannot create a dropped
+// folder.
 import assert from 'node:assert/strict';
 import { File } from 'node:buffer';
 import test from 'node:test';

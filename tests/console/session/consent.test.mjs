@@ -1,4 +1,5 @@
-// Requesting a session: what the page shows while the person at the machine decides, and what the machine receives.
+// Requesting a session: what the page shows while the person at the machine decides, and what the machine
+// receives.
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, machineAndPage } from '../support/fixture.mjs';

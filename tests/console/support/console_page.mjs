@@ -8,7 +8,10 @@ import { DEADLINE_MS, until } from './waiting.mjs';
 
 const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/console-shots');
 
-/** @typedef {import('playwright-core').BrowserContextOptions & {script?: string}} PageOptions script: runs before the page's */
+/**
+ * script: runs before the page's.
+ * @typedef {import('playwright-core').BrowserContextOptions & {script?: string}} PageOptions
+ */
 /** @typedef {{id?: string}} Machine */
 /** @typedef {{x: number, y: number}} Point */
 

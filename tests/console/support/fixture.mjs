@@ -11,8 +11,8 @@ import { ScriptedAgent } from './scripted_agent.mjs';
  *   page?: import('./console_page.mjs').PageOptions}} Options */
 
 /**
- * Starts a relay and a browser before the first test of a file and ends them after the last. To be called once in a file;
- * the result is filled in before the first test.
+ * Starts a relay and a browser before the first test of a file and ends them after the last. To be called
+ * once in a file; the result is filled in before the first test.
  * @param {string[]} [relayOptions]
  * @returns {Shared}
  */

@@ -25,7 +25,8 @@ export const rgb = (/** @type {string} */ colour) =>
   [1, 3, 5].map((at) => parseInt(colour.slice(at, at + 2), 16));
 
 /**
- * A picture of four by four fields in these colours, as rows of red, green, blue. With one colour it is all of that colour.
+ * A picture of four by four fields in these colours, as rows of red, green, blue. With one colour it is all
+ * of that colour.
  * @param {number} width
  * @param {number} height
  * @param {string[]} [colours]
@@ -51,8 +52,8 @@ export const middles = (/** @type {number} */ width, /** @type {number} */ heigh
 const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
 
 /**
- * Encodes pictures as Windows encoders do for the agent: BT.601 in limited range, no B frames, a key frame first and at the
- * indices in `keys`, parameter sets without usability information.
+ * Encodes pictures as Windows encoders do for the agent: BT.601 in limited range, no B frames, a key frame
+ * first and at the indices in `keys`, parameter sets without usability information.
  * @param {Buffer[]} pictures of card()
  * @param {{width: number, height: number, keys?: number[]}} how
  * @returns {Buffer[]} one access unit for each picture

@@ -6,9 +6,13 @@ export const CHUNK_BYTES = 262_144;
 const DEFAULT_TIME = 1_700_000_000;
 
 /** @typedef {import('./scripted_agent.mjs').Message} Message */
-/** @typedef {{name: string, path?: string, dir?: boolean, size?: number, mtime?: number, data?: Buffer}} Entry */
+/**
+ * @typedef {{name: string, path?: string, dir?: boolean, size?: number, mtime?: number, data?: Buffer}} Entry
+ */
 /** @typedef {Record<string, Entry[]>} Folders by path; the drives under '' */
-/** @typedef {{path: string, size: number, chunks: {index: number, bytes: Buffer}[], ended: boolean}} Upload */
+/**
+ * @typedef {{path: string, size: number, chunks: {index: number, bytes: Buffer}[], ended: boolean}} Upload
+ */
 /** @typedef {{session: number, id: number, path: string, data: Buffer | undefined}} Download */
 
 export class MachineFolders {
@@ -22,7 +26,10 @@ export class MachineFolders {
   uploads = new Map();
   /** @type {number[]} the ids of ended transfers that were not uploads */
   strays = [];
-  /** @type {((path: string, data: Buffer) => Buffer | null) | undefined} the part of an upload that the disk keeps */
+  /**
+   * The part of an upload that the disk keeps.
+   * @type {((path: string, data: Buffer) => Buffer | null) | undefined}
+   */
   losing;
 
   /** @param {import('./scripted_agent.mjs').ScriptedAgent} agent @param {Folders} folders */

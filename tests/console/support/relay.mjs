@@ -13,7 +13,10 @@ export const USER = 'Sigga';
 export const PASSWORD = 'correct horse battery';
 
 export class Relay {
-  /** @type {ReturnType<import('playwright-core').BrowserContext['storageState']> | null} a log-in that several tests share; see fixture.mjs */
+  /**
+   * A log-in that several tests share; see fixture.mjs.
+   * @type {ReturnType<import('playwright-core').BrowserContext['storageState']> | null}
+   */
   login = null;
 
   /** @param {string[]} [options] added to the command line */

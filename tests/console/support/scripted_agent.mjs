@@ -1,4 +1,5 @@
-// A machine for a test: speaks the agent's protocol to a relay, records what it receives and answers as the test says.
+// A machine for a test: speaks the agent's protocol to a relay, records what it receives and answers as the
+// test says.
 import WebSocket from 'ws';
 import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../../console/link/envelope.js';
 import { LinkMsg, Msg } from '../../../console/link/messages.js';
@@ -12,7 +13,8 @@ const EVENT_BYTES = [0, 5, 3, 3, 7];
 /** @typedef {{consent?: 'accept' | 'decline' | 'none', name?: string, machine?: string}} AgentOptions */
 /**
  * A received message; `json` is its payload read as JSON, {} for one that is not JSON.
- * @typedef {{type: number, session: number, payload: Uint8Array<ArrayBuffer>, json: Record<string, unknown>}} Message
+ * @typedef {{type: number, session: number, payload: Uint8Array<ArrayBuffer>, json: Record<string, unknown>}}
+ *   Message
  */
 
 /** The events of a batch, each as its bytes; throws when the batch does not match its count. */

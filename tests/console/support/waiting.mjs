@@ -3,8 +3,8 @@
 export const DEADLINE_MS = 40_000;
 
 /**
- * Calls the condition again and again until it returns something true, and returns that. A condition that throws is
- * called again too.
+ * Calls the condition again and again until it returns something true, and returns that. A condition that
+ * throws is called again too.
  * @template T
  * @param {string} what the condition, for the error message
  * @param {() => T | Promise<T>} condition

@@ -1,5 +1,6 @@
-// Type check of the console and of its tests: TypeScript's own findings, and two rules that TypeScript does not have: no
-// explicit `any` in a type, and private members by `#` instead of `@private`. Exits with 1 on any finding.
+// Type check of the console and of its tests: TypeScript's own findings, and two rules that TypeScript does
+// not have: no explicit `any` in a type, and private members by `#` instead of `@private`. Exits with 1 on
+// any finding.
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import ts from 'typescript';
@@ -40,7 +41,10 @@ function bannedIn(file) {
   return found;
 }
 
-/** @type {Map<string, ts.Diagnostic>} by place, because the tests' project reads files of the console again */
+/**
+ * By place, because the tests' project reads files of the console again.
+ * @type {Map<string, ts.Diagnostic>}
+ */
 const findings = new Map();
 for (const project of PROJECTS) {
   const program = programOf(join(ROOT, project));
