@@ -63,24 +63,24 @@ export class ClipboardNotice {
   #parts(/** @type {Notice} */ notice) {
     switch (notice.kind) {
       case 'text':
-        return [words(texts.clipText), this.#copyButton()];
+        return [textSpan(texts.clipText), this.#copyButton()];
       case 'image':
         return this.#imageParts(notice.png);
       case 'files':
         return [this.#fileList(notice.files)];
       case 'filesSent':
-        return [words(texts.clipFilesSent(notice.count))];
+        return [textSpan(texts.clipFilesSent(notice.count))];
       case 'filesTooLarge':
-        return [words(texts.clipFilesTooLarge), this.#uploadButton(notice.files)];
+        return [textSpan(texts.clipFilesTooLarge), this.#uploadButton(notice.files)];
       default:
-        return [words(texts.clipNotices[notice.kind])];
+        return [textSpan(texts.clipNotices[notice.kind])];
     }
   }
 
   #imageParts(/** @type {Blob} */ png) {
     const save = button(texts.save, () => saveFile(png, `${texts.clipImageName}.png`));
     const image = make('img', { src: URL.createObjectURL(png), alt: '' });
-    return [image, words(texts.clipImage), this.#copyButton(), save];
+    return [image, textSpan(texts.clipImage), this.#copyButton(), save];
   }
 
   #copyButton() {
@@ -107,7 +107,7 @@ export class ClipboardNotice {
       ),
     );
     const saveAll = button(texts.saveAll, () => files.forEach(save), 'primary');
-    const head = make('div', { className: 'clip-notice-head' }, words(texts.clipFiles(files.length)));
+    const head = make('div', { className: 'clip-notice-head' }, textSpan(texts.clipFiles(files.length)));
     if (files.length > 1) head.append(saveAll);
     return make('div', { className: 'clip-notice-files' }, head, make('ul', {}, ...rows));
   }
@@ -118,7 +118,7 @@ function remove(/** @type {Element} */ card) {
   card.remove();
 }
 
-function words(/** @type {string} */ text) {
+function textSpan(/** @type {string} */ text) {
   return make('span', { className: 'clip-notice-text' }, text);
 }
 

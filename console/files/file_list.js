@@ -33,7 +33,10 @@ export class FileList extends EventTarget {
    */
   #rows = new Map();
 
-  /** @param {HTMLElement} place the element that scrolls @param {import('../base/formats.js').Formats} formats */
+  /**
+   * @param {HTMLElement} place the element that scrolls
+   * @param {import('../base/formats.js').Formats} formats
+   */
   constructor(place, formats) {
     super();
     this.#place = place;

@@ -12,7 +12,7 @@ const DRAW_INTERVAL_MS = 200;
 const RATE_INTERVAL_MS = 1000;
 
 /** @typedef {import('./transfer.js').Transfer} Transfer */
-/** @typedef {{item: HTMLElement, bar: HTMLProgressElement, words: HTMLElement, save: HTMLElement,
+/** @typedef {{item: HTMLElement, bar: HTMLProgressElement, text: HTMLElement, save: HTMLElement,
  *   cancel: HTMLElement}} Row */
 
 export class TransferRows {
@@ -70,12 +70,12 @@ export class TransferRows {
       this.#rows.set(transfer, row);
       this.#list.prepend(row.item);
     }
-    const { item, bar, words, save, cancel } = row;
+    const { item, bar, text, save, cancel } = row;
     item.dataset.state = transfer.state;
     bar.hidden = !transfer.active;
     bar.max = Math.max(1, transfer.size);
     bar.value = transfer.done;
-    words.textContent = this.#words(transfer);
+    text.textContent = this.#textOf(transfer);
     cancel.hidden = !transfer.active || transfer.state === 'checking';
     save.hidden = !transfer.blob;
   }
@@ -84,7 +84,7 @@ export class TransferRows {
   #makeRow(/** @type {Transfer} */ transfer) {
     const name = visible(transfer.name);
     const bar = make('progress', { ariaLabel: name });
-    const words = make('span', { className: 'transfer-words muted' });
+    const text = make('span', { className: 'transfer-text muted' });
     const save = button(texts.saveAgain, name, 'transfer-save', () => {
       if (transfer.blob) saveFile(transfer.blob, name);
     });
@@ -94,10 +94,10 @@ export class TransferRows {
     });
     const properties = { className: `transfer is-${transfer.kind}`, title: visible(transfer.path) };
     const title = make('bdi', { className: 'transfer-name' }, name);
-    return { item: make('li', properties, title, save, cancel, bar, words), bar, words, save, cancel };
+    return { item: make('li', properties, title, save, cancel, bar, text), bar, text, save, cancel };
   }
 
-  #words(/** @type {Transfer} */ { state, size, done, rate, remark }) {
+  #textOf(/** @type {Transfer} */ { state, size, done, rate, remark }) {
     const formats = this.#formats;
     if (state === 'running') {
       const parts = [texts.transferDone(formats.size(done), formats.size(size))];

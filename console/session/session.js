@@ -15,7 +15,7 @@ import { Restart } from './restart.js';
 /** @typedef {import('../machines/machine_list.js').Machine} Machine */
 /** @typedef {import('../link/link.js').ControlMessage} ControlMessage */
 
-/** Reasons of an end after which the machine is expected to come back by itself. */
+/** Reasons for the end of a session after which the machine is expected to come back. */
 const INTERRUPTIONS = ['agent-gone', 'replaced'];
 
 /**

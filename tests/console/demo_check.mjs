@@ -105,7 +105,7 @@ async function click(/** @type {Page} */ page, /** @type {Locator} */ canvas, /*
   await page.mouse.click(x, y, { delay: 60 });
 }
 
-/** Wine sends keys to the window that was in front before, until the clicked one has handled its click. */
+/** Waits for a window in front: after a click, Wine sends keys to the previous window for a moment. */
 async function inFront(/** @type {string} */ title) {
   await until(`${title} is in front`, async () => {
     const focused = '. "$0/env" && xdotool getwindowfocus getwindowname';

@@ -1,9 +1,7 @@
-// Sizes, times, durations, ages and rates as the page shows them.
+// Sizes, times, durations and ages as the page shows them.
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { age, duration, Formats } from '../../../console/base/formats.js';
-import { RateMeter } from '../../../console/base/rate_meter.js';
-import { wholeRoundTrip } from '../../../console/session/status_line.js';
 
 test('sizes, times and durations are short', () => {
   const formats = new Formats('en-GB', 'UTC');
@@ -28,16 +26,10 @@ test('sizes, times and durations are short', () => {
   );
 });
 
-test('rates, round trips and ages are computed', () => {
-  let now = 0;
-  const meter = new RateMeter(() => now);
-  for (let i = 0; i < 20; i++) {
-    now += 100;
-    meter.add(1000);
-  }
-  const { framesPerSecond, kilobytesPerSecond } = meter.read();
-  assert.ok(Math.abs(framesPerSecond - 10) < 1 && Math.abs(kilobytesPerSecond - 10) < 1);
-  assert.equal(wholeRoundTrip(10, null), null);
-  assert.equal(wholeRoundTrip(10.4, 20), 30);
+test('an age is a count of the largest whole unit', () => {
+  assert.deepEqual(age(0, 59), { unit: 'now', count: 0 });
+  assert.deepEqual(age(0, 60), { unit: 'minute', count: 1 });
   assert.deepEqual(age(0, 7300), { unit: 'hour', count: 2 });
+  assert.deepEqual(age(0, 86400), { unit: 'day', count: 1 });
+  assert.deepEqual(age(10, 0), { unit: 'now', count: 0 });
 });

@@ -34,7 +34,7 @@ const png = (/** @type {string[]} */ ...args) =>
 
 const fromMachine = (/** @type {ScriptedAgent} */ agent, /** @type {Uint8Array} */ payload) =>
   agent.send(AgentMsg.ClipboardData, agent.session, payload);
-/** The next clipboard message that the machine receives, of which only the field of its kind is there. */
+/** The next clip that the machine receives; only the field of its kind is set. */
 const clip = async (/** @type {ScriptedAgent} */ agent) =>
   /** @type {{kind: string, text: string, png: Uint8Array, files: ClipFile[]}} */ (
     /** @type {unknown} */ (parseClip((await agent.next(AgentMsg.ClipboardData)).payload))
@@ -222,7 +222,7 @@ test('Ctrl+V sends the clipboard to the machine before the key', async (t) => {
   assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
 });
 
-test('pasted and dropped files are sent with their content, and larger ones are offered for upload', async (t) => {
+test('files are sent with their content, and larger ones are offered for upload', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const p = page.page;
   const machine = new MachineFolders(agent, { '': [{ name: 'C:', dir: true }], 'C:\\': [] });

@@ -12,7 +12,7 @@ import {
 
 /** @typedef {import('../../../console/clipboard/payload.js').ClipFile} ClipFile */
 
-/** The clip in a payload, of which only the field of its kind is there. */
+/** The parsed clip; only the field of its kind is set. */
 const parsed = (/** @type {Uint8Array<ArrayBuffer>} */ payload) =>
   /** @type {{kind: string, text: string, png: Uint8Array, files: ClipFile[]}} */ (
     /** @type {unknown} */ (parseClip(payload))

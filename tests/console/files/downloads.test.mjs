@@ -15,7 +15,7 @@ import {
   sha256,
   transferIs,
   transferRow,
-  transferWords,
+  transferText,
 } from '../support/panel_page.mjs';
 import { present } from '../support/present.mjs';
 import { until } from '../support/waiting.mjs';
@@ -38,7 +38,8 @@ const privateFiles = (/** @type {import('playwright-core').Page} */ p) =>
 
 test('a download is saved byte for byte under its name, and is deleted with its row', async (t) => {
   const data = randomBytes(5 * MiB + 17);
-  const script = `const wait = setTimeout; window.setTimeout = (act, ms) => wait(act, ms === ${SAVING_MS} ? 300 : ms);`;
+  const script = `const wait = setTimeout;
+    window.setTimeout = (act, ms) => wait(act, ms === ${SAVING_MS} ? 300 : ms);`;
   const { p, page, machine } = await openPanel(t, shared, DISK, { page: { script } });
   machine.folders['C:\\Users'] = [
     { name: 'skýrsla ’99.bin', size: data.length, data },
@@ -92,19 +93,19 @@ test('downloads that the machine cannot open, or sends incompletely, are shown a
   await openUsers(p);
   await fileRow(p, 'b10.txt').dblclick();
   await transferIs(p, 'b10.txt', 'failed');
-  assert.match(await transferWords(p, 'b10.txt'), /cannot open the file/);
+  assert.match(await transferText(p, 'b10.txt'), /cannot open the file/);
   machine.holding = true;
   await fileRow(p, 'old.txt').dblclick();
   const [{ session: number, id }] = await until('it is requested', () => machine.held.length && machine.held);
   machine.sendChunk(number, id, 1, Buffer.from('x'));
   await transferIs(p, 'old.txt', 'failed');
-  assert.match(await transferWords(p, 'old.txt'), /parts of the file are missing/);
+  assert.match(await transferText(p, 'old.txt'), /parts of the file are missing/);
   // The machine treats a read error as the end of the file.
   await fileRow(p, 'þjóð.txt').dblclick();
   const held = await until('the next is requested', () => machine.held[1]);
   await Promise.all([p.waitForEvent('download'), machine.sendAll(number, held.id, Buffer.alloc(1000))]);
   await transferIs(p, 'þjóð.txt', 'done');
-  assert.match(await transferWords(p, 'þjóð.txt'), /the size differs from the listed one/);
+  assert.match(await transferText(p, 'þjóð.txt'), /the size differs from the listed one/);
   await page.shot('files-failed');
 });
 
@@ -121,10 +122,10 @@ test('a cancelled download says that the machine cannot be stopped, and drops th
   const held = await until('it is requested', () => machine.held[0]);
   machine.sendChunk(held.session, held.id, 0, Buffer.alloc(CHUNK_BYTES));
   await until('it is seen to come', async () =>
-    (await transferWords(p, 'long.bin')).startsWith('262 kB of 10.5 MB'),
+    (await transferText(p, 'long.bin')).startsWith('262 kB of 10.5 MB'),
   );
   await transferRow(p, 'long.bin').locator('.transfer-cancel').click();
-  assert.match(await transferWords(p, 'long.bin'), /Cancelled · the machine cannot be told to stop/);
+  assert.match(await transferText(p, 'long.bin'), /Cancelled · the machine cannot be told to stop/);
   machine.sendChunk(held.session, held.id, 1, Buffer.alloc(CHUNK_BYTES));
   machine.holding = false;
   const [download] = await Promise.all([p.waitForEvent('download'), fileRow(p, 'next.bin').dblclick()]);

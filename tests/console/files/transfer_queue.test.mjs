@@ -40,7 +40,7 @@ function queueWithSinks() {
   return { queue, state, sink };
 }
 
-test('a session that ends while sinks are being opened leaves no transfer running and no sink behind', async () => {
+test('a session that ends while sinks are being opened leaves no transfer and no sink', async () => {
   const { queue, state, sink } = queueWithSinks();
   const first = ['a', 'b', 'c'].map(download);
   for (const transfer of first) queue.add(transfer);

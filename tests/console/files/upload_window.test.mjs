@@ -5,7 +5,7 @@ import { UploadWindow } from '../../../console/files/upload_window.js';
 
 const CHUNK = 256 * 1024;
 
-/** A window, the time that its test sets, and the pings of the chunks that are on their way. */
+/** An upload window with a fake clock, a function that sends a chunk and one that answers the oldest ping. */
 function windowWithPings() {
   const clock = { now: 0 };
   const window = new UploadWindow(() => clock.now);

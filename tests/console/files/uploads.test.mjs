@@ -14,7 +14,7 @@ import {
   sha256,
   transferIs,
   transferRow,
-  transferWords,
+  transferText,
 } from '../support/panel_page.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -79,7 +79,7 @@ test('existing files are replaced only when the representative confirms it', asy
   await choose('b10.txt', 'zoe');
   await dialog.locator('[value=overwrite]').click();
   await transferIs(p, 'b10.txt', 'done');
-  assert.match(await transferWords(p, 'zoe'), /a folder has this name/);
+  assert.match(await transferText(p, 'zoe'), /a folder has this name/);
   assert.equal(machine.uploads.size, 2);
 });
 
@@ -93,8 +93,8 @@ test('files that arrived incompletely or not at all are shown as failed', async 
   );
   await transferIs(p, 'short', 'failed');
   await transferIs(p, 'lost', 'failed');
-  assert.match(await transferWords(p, 'short'), /only a part arrived/);
-  assert.match(await transferWords(p, 'lost'), /could not create the file/);
+  assert.match(await transferText(p, 'short'), /only a part arrived/);
+  assert.match(await transferText(p, 'lost'), /could not create the file/);
 });
 
 test('files are uploaded by drop and by paste', async (t) => {
@@ -131,11 +131,11 @@ test('a cancelled upload is closed on the machine, and its row says what stays t
   const upload = await until('it has begun', () => machine.uploadTo('C:\\Users\\large'));
   await transferRow(p, 'large').locator('.transfer-cancel').click();
   await until('the machine has closed it', () => upload.ended);
-  assert.match(await transferWords(p, 'large'), /Cancelled · the part that arrived stays/);
+  assert.match(await transferText(p, 'large'), /Cancelled · the part that arrived stays/);
   assert.ok(agent.session);
 });
 
-test('an upload to a machine that does not read waits, with few bytes on their way and the link up', async (t) => {
+test('an upload waits for a machine that does not read, and the link stays up', async (t) => {
   const data = randomBytes(24 * MiB);
   const { agent, p, page, machine } = await openPanel(t, shared, DISK, {
     page: {
@@ -193,7 +193,7 @@ test('the end of the session ends all transfers on both sides', async (t) => {
   await page.waitForNote(/gone offline/);
   for (const name of ['down.bin', 'up.bin']) {
     await transferIs(p, name, 'failed');
-    assert.match(await transferWords(p, name), /the session ended/);
+    assert.match(await transferText(p, name), /the session ended/);
   }
   await agent.connect();
   await until('the machine is told after its return', () => upload.ended);

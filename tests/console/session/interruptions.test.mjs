@@ -11,7 +11,7 @@ const shared = fixture();
 /** @param {number[]} seen @param {number[]} wanted */
 const near = (seen, wanted, levels = 6) => seen.every((value, i) => Math.abs(value - wanted[i]) <= levels);
 
-test('while the relay is down the last picture stays, grey, and the session continues afterwards', async (t) => {
+test('the last picture stays while the relay is down, and the session continues afterwards', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const first = (await agent.next(AgentMsg.StreamStart)).session;
   await shared.relay.kill();
@@ -54,7 +54,7 @@ test('a machine that the representative’s own old link still occupies is shown
   await page.waitForNoNote();
 });
 
-test('the machine is told of the end of a session, and the next session begins without a picture', async (t) => {
+test('the end of a session is sent to the machine, and the next one begins without a picture', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const { session: number } = await agent.next(AgentMsg.StreamStart);
   await page.page.click('#session-end');

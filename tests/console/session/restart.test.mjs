@@ -78,7 +78,8 @@ test('a restart that is not confirmed does nothing', async (t) => {
 });
 
 test('a machine that does not restart is reported, and the session continues', async (t) => {
-  const script = `const wait = setTimeout; window.setTimeout = (act, ms) => wait(act, ms === ${RESTART_DEADLINE_MS} ? 300 : ms);`;
+  const script = `const wait = setTimeout;
+    window.setTimeout = (act, ms) => wait(act, ms === ${RESTART_DEADLINE_MS} ? 300 : ms);`;
   const { agent, page } = await restartQuestion(t, { page: { script } });
   await page.page.click('#restart-dialog button[value=restart]');
   await agent.next(AgentMsg.Reboot);

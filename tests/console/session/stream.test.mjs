@@ -11,7 +11,7 @@ const START = { monitor_id: 0, max_fps: 15, bitrate: 6_000_000 };
 /** @param {number[]} seen @param {number[]} wanted */
 const near = (seen, wanted, levels = 6) => seen.every((value, i) => Math.abs(value - wanted[i]) <= levels);
 
-test('a session starts a stream, requests the thumbnails and shows the picture at its own size', async (t) => {
+test('a session starts a stream, requests thumbnails and shows the picture', async (t) => {
   const { agent, page } = await openSession(t, shared, { width: 800, height: 450 });
   assert.deepEqual((await agent.next(AgentMsg.StreamStart)).json, START);
   assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 1 });

@@ -49,6 +49,16 @@ export const middles = (/** @type {number} */ width, /** @type {number} */ heigh
     y: Math.floor((Math.floor(field / 4) + 0.5) * (height / 4)),
   }));
 
+/** Settings under which the encoder keeps no frame back and repeats the parameter sets. */
+const X264 = [
+  'aud=1',
+  'bframes=0',
+  'sync-lookahead=0',
+  'rc-lookahead=0',
+  'scenecut=0',
+  'keyint=infinite',
+  'repeat-headers=1',
+];
 const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
 
 /**
@@ -64,7 +74,7 @@ export function encode(pictures, { width, height, keys = [] }) {
     `-loglevel error -f rawvideo -pix_fmt rgb24 -s ${width}x${height} -r 15 -i -`,
     '-vf scale=out_color_matrix=bt601:out_range=tv,format=yuv420p',
     `-c:v libx264 -profile:v main -qp 12 -force_key_frames expr:${keyTimes}`,
-    '-x264-params aud=1:bframes=0:sync-lookahead=0:rc-lookahead=0:scenecut=0:keyint=infinite:repeat-headers=1',
+    `-x264-params ${X264.join(':')}`,
     '-bsf:v filter_units=remove_types=6 -f h264 -',
   ];
   const { status, stdout, stderr } = spawnSync('ffmpeg', options.join(' ').split(' '), {

@@ -77,15 +77,15 @@ export function transferRow(/** @type {Page} */ p, /** @type {string} */ name) {
 }
 
 /** The progress or the result of a transfer, as the page shows it. */
-export function transferWords(/** @type {Page} */ p, /** @type {string} */ name) {
-  return transferRow(p, name).first().locator('.transfer-words').innerText();
+export function transferText(/** @type {Page} */ p, /** @type {string} */ name) {
+  return transferRow(p, name).first().locator('.transfer-text').innerText();
 }
 
 /** Waits until a transfer is in that state. */
 export function transferIs(/** @type {Page} */ p, /** @type {string} */ name, /** @type {string} */ state) {
   return until(`${name} is ${state}`, async () => {
     const now = await transferRow(p, name).first().getAttribute('data-state');
-    if (now !== state) throw new Error(`${now}: ${await transferWords(p, name)}`);
+    if (now !== state) throw new Error(`${now}: ${await transferText(p, name)}`);
     return true;
   });
 }

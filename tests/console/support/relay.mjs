@@ -45,7 +45,7 @@ export class Relay {
     return `https://localhost:${this.port}/`;
   }
 
-  /** Starts the relay, again on the port of before, so that browsers and agents find it. */
+  /** Starts the relay. A second start uses the same port, so that browsers and agents find it. */
   async start() {
     const child = spawn(PROGRAM, [
       '--address',

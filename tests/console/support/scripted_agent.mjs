@@ -69,7 +69,7 @@ export class ScriptedAgent {
     return this.#socket;
   }
 
-  /** Connects and logs in, and enrols before that at the first call. */
+  /** Connects and logs in; the first call enrols the machine. */
   async connect() {
     const url = `wss://localhost:${this.relay.port}/link`;
     const socket = new WebSocket(url, 'vantelink.v1', { rejectUnauthorized: false });

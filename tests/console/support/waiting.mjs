@@ -3,7 +3,7 @@
 export const DEADLINE_MS = 40_000;
 
 /**
- * Calls the condition again and again until it returns something true, and returns that. A condition that
+ * Calls the condition repeatedly until it returns a true value, and returns that value. A condition that
  * throws is called again too.
  * @template T
  * @param {string} what the condition, for the error message
