@@ -108,7 +108,7 @@ link.addEventListener('down', () => {
   session.linkLost();
   if (!link.wanted) return;
   showNotice(texts.reconnecting);
-  // A page cannot distinguish a refused connection from a relay that is down, so it asks.
+  // A page cannot distinguish a refused connection from a relay that is down, so it asks the relay.
   checkLogin();
 });
 onDetail(link, 'control', receiveControl);

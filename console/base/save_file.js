@@ -1,6 +1,6 @@
 // Hands bytes to the browser as an ordinary download.
 
-/** For this long after a save the browser may still read the bytes. */
+/** The time for which the browser may still read the bytes after a save. */
 export const SAVING_MS = 60_000;
 /** Chromium drops downloads that a page starts at more than ten a second. */
 const GAP_MS = 150;

@@ -22,7 +22,7 @@ export class ClipboardNotice {
   /**
    * @param {HTMLElement} place
    * @param {object} parts
-   * @param {() => void} parts.copy puts the machine's text or picture into this clipboard; called within a
+   * @param {() => void} parts.copy writes the machine's text or picture to this clipboard; called within a
    *   click
    * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.upload
    * @param {import('../base/formats.js').Formats} parts.formats

@@ -41,7 +41,7 @@ export class ClipboardSync {
     this.#crlf = crlf;
   }
 
-  /** Whether something from the machine waits to be put into this clipboard. */
+  /** Whether content from the machine waits to be written to this clipboard. */
   get isWaiting() {
     return this.#waiting !== null;
   }
@@ -59,14 +59,14 @@ export class ClipboardSync {
       this.#waiting = { text: this.#crlf ? clip.text : clip.text.replaceAll('\r\n', '\n') };
     } else {
       const png = new Blob([clip.png], { type: PNG });
-      // A picture that this browser cannot read would be refused again at each click.
+      // A picture that the browser cannot decode would be refused at every click.
       if (!(await isReadable(png)) || turn !== this.#received) return;
       this.#waiting = { png };
     }
     await this.copyWaiting();
   }
 
-  /** Puts what waits into this clipboard; where the browser refuses, a notice offers it. */
+  /** Writes the waiting content to this clipboard. If the browser refuses, a notice offers the content. */
   async copyWaiting() {
     const waiting = this.#waiting;
     if (!waiting) return;

@@ -66,7 +66,9 @@ export class PasteKeys {
     for (const event of held) this.#actions.replay(event);
   }
 
-  /** Drops the keys on loss of focus, which releases all keys: a key pressed after that would stay down. */
+  /**
+   * Drops held-back keys on loss of focus. All keys are released then, so a key sent later would stay down.
+   */
   #drop() {
     clearTimeout(this.#timer);
     this.#held = null;

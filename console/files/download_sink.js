@@ -1,5 +1,5 @@
-// Where the bytes of a download are kept until they are saved: on the browser's private disk where there is
-// one, else in memory.
+// Keeps the bytes of a download until they are saved: on the browser's private disk if it has one, else in
+// memory.
 import { SAVING_MS } from '../base/save_file.js';
 
 const FOLDER = 'downloads';

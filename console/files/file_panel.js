@@ -85,7 +85,7 @@ export class FilePanel {
   }
 
   /**
-   * Shows a folder. The folder before it stays until the machine has answered.
+   * Shows a folder. The previous folder stays on the page until the machine has answered.
    * @param {string} path
    * @param {string} [from] the name of the entry to select
    */
@@ -100,7 +100,7 @@ export class FilePanel {
       this.#listing = listing;
       this.#draw(again, from);
     } catch {
-      // The session is over, which the page says elsewhere.
+      // The session has ended; the message over the picture says so.
     }
     if (this.#wanted === path) this.#root.ariaBusy = 'false';
   }

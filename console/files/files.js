@@ -1,4 +1,4 @@
-// File transfer in a session: joins the panel, the transfers and the messages to and from the machine.
+// File transfer in a session: connects the panel, the transfers and the messages to and from the machine.
 import { onDetail } from '../base/custom_events.js';
 import { byId, make } from '../base/dom.js';
 import { Formats } from '../base/formats.js';

@@ -1,4 +1,4 @@
-// A folder of the machine as its answer lists it, and the order of its entries on the page.
+// Reads the machine's listing of a folder and sorts its entries for the page.
 import { knownTime } from '../base/formats.js';
 
 /**

@@ -32,7 +32,7 @@ export class TransferQueue extends EventTarget {
   #running = new Set();
   #requests = 0;
   /**
-   * Requests for ids, by number.
+   * Unanswered requests for transfer ids, by the number of the request.
    * @type {Map<number, {resolve: (id: number) => void, reject: (why: Error) => void}>}
    */
   #idRequests = new Map();
@@ -148,7 +148,7 @@ export class TransferQueue extends EventTarget {
     this.#changed(transfer);
   }
 
-  /** The machine closes an upload at this message; the relay drops the rest of a download. */
+  /** Ends a transfer early: at this message the machine closes an upload, and the relay drops a download. */
   #release(/** @type {number} */ id) {
     this.#open.delete(id);
     this.#incoming.get(id)?.sink.abort();
@@ -239,7 +239,7 @@ export class TransferQueue extends EventTarget {
   }
 }
 
-/** NaN, which no map has as a key, for anything that is not a number. */
+/** The value if it is a number; else NaN, which is never a key in the maps. */
 function numberOf(/** @type {unknown} */ value) {
   return typeof value === 'number' ? value : Number.NaN;
 }

@@ -178,8 +178,8 @@ export class Link extends EventTarget {
   }
 
   /**
-   * Sends a ping unless one is unanswered. Only one is open at a time, so that a stall is never averaged
-   * away.
+   * Sends a ping unless one is unanswered. Only one is open at a time, so that a stall shows in the round
+   * trip.
    */
   #checkPing() {
     const now = performance.now();

@@ -5,8 +5,7 @@ import { nameOf, tidy } from '../base/names.js';
 import { texts } from '../base/texts.js';
 
 /**
- * The machine does not answer the request to restart. One that has not gone offline after this long has
- * refused.
+ * The time that a machine has for going offline after a request to restart. It does not answer the request.
  */
 export const RESTART_DEADLINE_MS = 90_000;
 
@@ -39,7 +38,7 @@ export class MachineList {
   /** @type {Machine[]} */
   #machines = [];
   /**
-   * Machines that were asked to restart: whether they have been offline since, and until when they must be.
+   * Machines that were asked to restart: whether they have gone offline since, and the deadline for it.
    * @type {Map<string, {away: boolean, until: number}>}
    */
   #restarting = new Map();

@@ -1,4 +1,4 @@
-// The dialog in which the representative changes the own password.
+// The dialog for changing the representative's password.
 import { byId } from '../base/dom.js';
 import { texts } from '../base/texts.js';
 import { changePassword, statusOf } from '../link/api.js';

@@ -43,7 +43,7 @@ export class Panels {
     };
   }
 
-  /** Opens a panel, which closes the one that was open, or closes it. */
+  /** Opens or closes a panel. Opening one closes the panel that was open. */
   #toggle(/** @type {string} */ name, /** @type {boolean} */ open) {
     const before = this.#open;
     if (open) this.#open = name;
