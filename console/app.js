@@ -1,41 +1,53 @@
-// The console's start: log-in, the link to the relay, and which of the three views is shown.
-import * as api from './link/api.js';
+// The console's entry: the log-in, the link to the relay, and the view that is shown.
+import { onDetail } from './base/custom_events.js';
 import { byId, showView } from './base/dom.js';
-import { Link } from './link/link.js';
-import { MachineList } from './machines/machines.js';
 import { inSentence, nameOf, tidy } from './base/names.js';
-import { attachPassword } from './machines/password.js';
-import { SessionView } from './session/session.js';
 import { fillIn, texts } from './base/texts.js';
+import * as api from './link/api.js';
+import { Link } from './link/link.js';
+import { MachineList } from './machines/machine_list.js';
+import { attachPassword } from './machines/password.js';
+import { attachSession } from './session/session_page.js';
+
+/** @typedef {import('./machines/machine_list.js').Machine} Machine */
+/** @typedef {import('./link/link.js').ControlMessage} ControlMessage */
+
+const LOGIN_ERRORS = new Map([
+  [401, texts.wrongLogin],
+  [429, texts.tooManyLogins],
+  [0, texts.noRelay],
+]);
 
 fillIn(document);
 const link = new Link(`wss://${location.host}/console`);
-const session = new SessionView(link, (remark) => {
-  notice(link.up ? remark : texts.reconnecting);
-  showView('machines');
-});
+const { session, begin } = attachSession(link);
 const machines = new MachineList({ open: openMachine, forget: forgetMachine });
 
-function openMachine(/** @type {import('./machines/machines.js').Machine} */ machine) {
+function openMachine(/** @type {Machine} */ machine) {
   if (!link.up) return;
-  notice('');
+  showNotice('');
   showView('session');
-  session.begin(machine);
+  begin(machine);
 }
 
-async function forgetMachine(/** @type {import('./machines/machines.js').Machine} */ machine) {
+async function forgetMachine(/** @type {Machine} */ machine) {
   if (!confirm(texts.forgetQuestion(inSentence(nameOf(machine))))) return;
-  await api.forget(machine.id).catch((error) => notice(error.status ? texts.failed : texts.noRelay));
+  try {
+    await api.forget(machine.id);
+  } catch (error) {
+    showNotice(api.statusOf(error) ? texts.failed : texts.noRelay);
+  }
 }
 
-function notice(/** @type {string} */ text) {
+function showNotice(/** @type {string} */ text) {
   byId('link-notice').hidden = text === '';
   byId('link-notice').textContent = text;
 }
 
-function enter(/** @type {string} */ name) {
+/** Shows the list of machines after a log-in. */
+function enter(/** @type {unknown} */ name) {
   byId('user-name').textContent = tidy(name);
-  notice(texts.connecting);
+  showNotice(texts.connecting);
   showView('machines');
   link.start();
 }
@@ -43,52 +55,76 @@ function enter(/** @type {string} */ name) {
 function askForLogin(/** @type {string} */ message) {
   session.leave();
   link.stop();
-  byId('password-dialog').close();
+  byId('password-dialog', HTMLDialogElement).close();
   byId('login-error').textContent = message;
-  byId('login-password').value = '';
+  byId('login-password', HTMLInputElement).value = '';
   showView('login');
   byId('login-name').focus();
 }
 
-session.addEventListener('restarting', (/** @type {any} */ { detail }) => machines.expectBack(detail.agent, detail.on));
-link.addEventListener('up', () => notice(''));
-link.addEventListener('down', async () => {
-  session.linkLost();
-  if (!link.wanted) return;
-  notice(texts.reconnecting);
-  // A refused upgrade and a relay that is away look alike to a page; the difference is asked for.
-  await api.me().catch((error) => error.status === 401 && askForLogin(texts.loginEnded));
-});
-link.addEventListener('control', (/** @type {any} */ { detail }) => {
-  if (detail.type === 'agents') {
-    machines.update(detail.agents);
+async function logIn() {
+  const password = byId('login-password', HTMLInputElement);
+  const submit = byId('login-submit', HTMLButtonElement);
+  submit.disabled = true;
+  try {
+    const { name } = await api.login(byId('login-name', HTMLInputElement).value, password.value);
+    byId('login-error').textContent = '';
+    password.value = '';
+    enter(name);
+  } catch (error) {
+    byId('login-error').textContent = LOGIN_ERRORS.get(api.statusOf(error) ?? -1) ?? texts.failed;
+    password.select();
+  }
+  submit.disabled = false;
+}
+
+/** Shows the log-in where a log-in has ended. */
+async function checkLogin() {
+  try {
+    await api.me();
+  } catch (error) {
+    if (api.statusOf(error) === 401) askForLogin(texts.loginEnded);
+  }
+}
+
+function receiveControl(/** @type {ControlMessage} */ message) {
+  if (message.type === 'agents') {
+    machines.update(message.agents);
     session.machinesChanged(machines.machines);
   }
-  if (detail.type === 'session') session.changed(detail);
-  if (detail.type === 'error') session.refused(detail);
-});
-link.addEventListener('envelope', (/** @type {any} */ { detail }) => session.receive(detail));
-addEventListener('online', () => link.hurry());
+  if (message.type === 'session') session.receiveChange(message);
+  if (message.type === 'error') session.receiveError(message);
+}
 
-byId('login-form').addEventListener('submit', async (/** @type {SubmitEvent} */ event) => {
-  event.preventDefault();
-  byId('login-submit').disabled = true;
-  try {
-    const { name } = await api.login(byId('login-name').value, byId('login-password').value);
-    byId('login-error').textContent = '';
-    byId('login-password').value = '';
-    enter(name);
-  } catch (/** @type {any} */ error) {
-    const known = /** @type {Record<number, string>} */ ({ 401: texts.wrongLogin, 429: texts.tooManyLogins, 0: texts.noRelay });
-    byId('login-error').textContent = known[error.status] ?? texts.failed;
-    byId('login-password').select();
-  }
-  byId('login-submit').disabled = false;
+onDetail(session, 'left', (/** @type {string} */ remark) => {
+  showNotice(link.up ? remark : texts.reconnecting);
+  showView('machines');
 });
-attachPassword(() => notice(texts.passwordChanged));
+onDetail(session, 'restarting', (/** @type {{agent: string, on: boolean}} */ { agent, on }) =>
+  machines.showRestarting(agent, on),
+);
+link.addEventListener('up', () => showNotice(''));
+link.addEventListener('down', () => {
+  session.linkLost();
+  if (!link.wanted) return;
+  showNotice(texts.reconnecting);
+  // A page cannot distinguish a refused connection from a relay that is down, so it asks the relay.
+  checkLogin();
+});
+onDetail(link, 'control', receiveControl);
+addEventListener('online', () => link.connectNow());
+
+byId('login-form').addEventListener('submit', (event) => {
+  event.preventDefault();
+  logIn();
+});
+attachPassword(() => showNotice(texts.passwordChanged));
 byId('logout').addEventListener('click', async () => {
   await api.logout().catch(() => {});
   askForLogin('');
 });
 
-api.me().then(({ name }) => enter(name)).catch(() => askForLogin(''));
+api
+  .me()
+  .then(({ name }) => enter(name))
+  .catch(() => askForLogin(''));

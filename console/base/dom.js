@@ -1,26 +1,39 @@
-// Small helpers for the page. Text from outside only ever becomes text, never markup.
+// Helpers for the page's elements. Text from outside becomes text nodes, never markup.
 
-/** The element with that id; a missing one is a mistake of the page. */
-export function byId(/** @type {string} */ id) {
+/**
+ * The page's element with this id; throws when it is missing or of another kind.
+ * @template {HTMLElement} [Kind=HTMLElement]
+ * @param {string} id
+ * @param {new () => Kind} [kind] the element's class, where more than HTMLElement is needed
+ * @returns {Kind}
+ */
+export function byId(id, kind) {
   const element = document.getElementById(id);
-  if (!element) throw new Error(`the page has no #${id}`);
-  return /** @type {any} */ (element);
+  if (!(element instanceof (kind ?? HTMLElement))) throw new Error(`the page has no such element: #${id}`);
+  return /** @type {Kind} */ (element);
 }
 
 /**
- * @param {string} tag
- * @param {Record<string, any>} [properties] `dataset` is merged
+ * Creates an element.
+ * @template {keyof HTMLElementTagNameMap} Tag
+ * @param {Tag} tag
+ * @param {Omit<Partial<HTMLElementTagNameMap[Tag]>, 'dataset'> & {dataset?: Record<string, string>}}
+ *   [properties]
  * @param {...(Node | string)} children
+ * @returns {HTMLElementTagNameMap[Tag]}
  */
-export function make(tag, { dataset = {}, ...properties } = {}, ...children) {
-  const element = Object.assign(document.createElement(tag), properties);
+export function make(tag, properties, ...children) {
+  const { dataset = {}, ...others } = properties ?? {};
+  const element = Object.assign(document.createElement(tag), others);
   Object.assign(element.dataset, dataset);
   element.append(...children);
   return element;
 }
 
-const VIEWS = ['login', 'machines', 'session'];
-
-export function showView(/** @type {string} */ name) {
-  for (const view of VIEWS) byId(`view-${view}`).hidden = view !== name;
+/**
+ * Shows one of the page's views and hides the others.
+ * @param {'login' | 'machines' | 'session'} name
+ */
+export function showView(name) {
+  for (const view of ['login', 'machines', 'session']) byId(`view-${view}`).hidden = view !== name;
 }

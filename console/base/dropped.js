@@ -1,43 +1,65 @@
-// The files behind a drop or a paste, folders walked through.
+// The files of a drop or a paste, including those inside dropped folders.
 
-/** @typedef {{file: File, path: string}} Dropped path: of the folders above it, '' or 'sub/sub/' */
+/** @typedef {{file: File, path: string}} DroppedFile path: the folders above the file, '' or 'sub/sub/' */
 
 /**
- * What cannot be read is left out. Must be called while the event is being handled; what it names is read later.
+ * Files and folders that cannot be read are left out. Must be called while the event is being handled; the
+ * files may be read later.
  * @param {DataTransfer} data
- * @returns {Promise<Dropped[]>}
+ * @returns {Promise<DroppedFile[]>}
  */
 export async function droppedFiles(data) {
-  const entries = [...data.items].filter(({ kind }) => kind === 'file')
+  const items = [...data.items]
+    .filter(({ kind }) => kind === 'file')
     .map((item) => ({ entry: item.webkitGetAsEntry?.() ?? null, file: item.getAsFile() }));
-  /** @type {Dropped[]} */
+  /** @type {DroppedFile[]} */
   const found = [];
-  for (const { entry, file } of entries) {
-    if (entry?.isDirectory) await walk(/** @type {any} */ (entry), '', found).catch(() => {});
+  for (const { entry, file } of items) {
+    if (entry && isFolder(entry)) await collect(entry, '', found).catch(() => {});
     else if (file) found.push({ file, path: '' });
   }
   return found;
 }
 
-/** Whether a drag carries files at all. */
+/** Whether a drag carries files. */
 export function carriesFiles(/** @type {DataTransfer | null} */ data) {
   return !!data && [...data.types].includes('Files');
 }
 
-async function walk(/** @type {any} */ folder, /** @type {string} */ path, /** @type {Dropped[]} */ found) {
+/** @returns {entry is FileSystemDirectoryEntry} */
+function isFolder(/** @type {FileSystemEntry} */ entry) {
+  return entry.isDirectory;
+}
+
+/**
+ * Adds the files of a folder and of the folders below it.
+ * @param {FileSystemDirectoryEntry} folder
+ * @param {string} path of the folders above it
+ * @param {DroppedFile[]} found
+ */
+async function collect(folder, path, found) {
   const below = `${path}${folder.name}/`;
   const reader = folder.createReader();
-  // A reader gives some of the entries at a time, and none at the end.
+  // A reader returns a part of the entries at each call, and none after the last.
   for (;;) {
-    /** @type {any[]} */
-    const entries = await new Promise((resolve, reject) => { reader.readEntries(resolve, reject); });
+    /** @type {FileSystemEntry[]} */
+    const entries = await new Promise((resolve, reject) => {
+      reader.readEntries(resolve, reject);
+    });
     if (!entries.length) return;
     for (const entry of entries) {
-      if (entry.isDirectory) await walk(entry, below, found).catch(() => {});
+      if (isFolder(entry)) await collect(entry, below, found).catch(() => {});
       else {
-        const file = await new Promise((resolve) => { entry.file(resolve, () => resolve(null)); });
+        const file = await fileOf(/** @type {FileSystemFileEntry} */ (entry));
         if (file) found.push({ file, path: below });
       }
     }
   }
+}
+
+/** @returns {Promise<File | null>} null for a file that cannot be read */
+function fileOf(/** @type {FileSystemFileEntry} */ entry) {
+  return new Promise((resolve) => {
+    entry.file(resolve, () => resolve(null));
+  });
 }

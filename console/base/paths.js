@@ -1,31 +1,32 @@
-// Paths and file names of the machine, which is a Windows one, put together and taken apart without asking it.
+// Windows paths and file names, composed and split without asking the machine.
 
-/** Characters that its file system gives another meaning or refuses. */
+/** Characters that Windows forbids in file names. */
+// biome-ignore lint/suspicious/noControlCharactersInRegex: control characters are among those that Windows forbids.
 const FORBIDDEN = /[\u0000-\u001f\u007f<>:"/\\|?*]/g;
 const DEVICE = /^(con|prn|aux|nul|conin\$|conout\$|com[0-9¹²³]|lpt[0-9¹²³])(?=\.|$| )/i;
-const LONGEST = 255;
+const MAX_LENGTH = 255;
 
 export function join(/** @type {string} */ folder, /** @type {string} */ name) {
   return folder.endsWith('\\') ? folder + name : `${folder}\\${name}`;
 }
 
-/** The folder above, by the machine's own rule; '' leads to the drives. */
+/** The parent folder by the agent's own rule; '' stands for the list of drives. */
 export function parentOf(/** @type {string} */ path) {
   const copy = path.endsWith('\\') ? path.slice(0, -1) : path;
   const last = copy.lastIndexOf('\\');
   return last <= 1 ? '' : copy.slice(0, last);
 }
 
-/** The last part, without a separator behind it. */
+/** The last part of the path, without a trailing separator. */
 export function lastPart(/** @type {string} */ path) {
   const copy = path.endsWith('\\') ? path.slice(0, -1) : path;
   return copy.slice(copy.lastIndexOf('\\') + 1) || copy;
 }
 
 /**
- * The folders from the top to this one, the drives left out.
+ * The folders from the drive down to this one, without the list of drives.
  * @param {string} path
- * @param {string} parent as the machine told it for this path
+ * @param {string} parent of the path, as the machine reported it
  * @returns {{name: string, path: string}[]}
  */
 export function crumbs(path, parent) {
@@ -37,8 +38,11 @@ export function crumbs(path, parent) {
   return found;
 }
 
-/** A local file's name as the machine can have it: what it cannot becomes an underscore. */
+/** The name of a local file, changed to one that Windows accepts: forbidden characters become underscores. */
 export function windowsName(/** @type {string} */ name) {
-  const plain = name.replace(FORBIDDEN, '_').slice(0, LONGEST).replace(/[. ]+$/, (end) => '_'.repeat(end.length));
+  const plain = name
+    .replace(FORBIDDEN, '_')
+    .slice(0, MAX_LENGTH)
+    .replace(/[. ]+$/, (end) => '_'.repeat(end.length));
   return DEVICE.test(plain) ? `_${plain}` : plain || '_';
 }

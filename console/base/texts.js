@@ -1,4 +1,4 @@
-// Every text that the representative reads, in the first of the browser's languages that there is a table for.
+// The page's texts in the first of the browser's languages that has a table.
 import { english } from './texts_en.js';
 import { icelandic } from './texts_is.js';
 
@@ -15,19 +15,24 @@ export function textsFor(languages) {
 
 export const texts = textsFor(globalThis.navigator?.languages ?? []);
 
-/** Puts the words into a page that names them; index.html says how. */
+/** Where the text goes that an attribute data-KEY of an element names. */
+const PLACES = /** @type {const} */ ({
+  text: 'textContent',
+  label: 'ariaLabel',
+  hint: 'title',
+  placeholder: 'placeholder',
+});
+
+/** Fills the page's elements with the texts that their data attributes name. */
 export function fillIn(/** @type {Document} */ page) {
-  const each = (/** @type {string} */ key, /** @type {(element: any, text: string) => void} */ put) => {
-    for (const element of page.querySelectorAll(`[data-${key}]`)) {
-      const name = /** @type {HTMLElement} */ (element).dataset[key] ?? '';
-      const text = /** @type {any} */ (texts)[name];
-      if (typeof text !== 'string') throw new Error(`there is no text "${name}"`);
-      put(element, text);
-    }
-  };
   page.documentElement.lang = texts.language;
-  each('text', (element, text) => { element.textContent = text; });
-  each('label', (element, text) => { element.ariaLabel = text; });
-  each('hint', (element, text) => { element.title = text; });
-  each('placeholder', (element, text) => { element.placeholder = text; });
+  const table = /** @type {Record<string, unknown>} */ (texts);
+  for (const [key, place] of Object.entries(PLACES)) {
+    const elements = /** @type {NodeListOf<HTMLInputElement>} */ (page.querySelectorAll(`[data-${key}]`));
+    for (const element of elements) {
+      const text = table[element.dataset[key] ?? ''];
+      if (typeof text !== 'string') throw new Error(`there is no text "${element.dataset[key]}"`);
+      element[place] = text;
+    }
+  }
 }

@@ -1,12 +1,16 @@
-// The console's words in Icelandic; the keys are those of texts_en.js.
+// The page's texts in Icelandic; the keys are those of texts_en.js.
 
 const ms = (/** @type {number | null} */ trip) => (trip === null ? '–' : `${trip} ms`);
 
-/** Whether a count takes the singular: 1, 21, 31 and so on, but not 11. */
+/** Whether nouns after a count are in the singular: after 1, 21, 31 and so on, but not after 11. */
 const singular = (/** @type {number} */ count) => count % 10 === 1 && count % 100 !== 11;
 
-/** In the dative, one and many. Browsers are often built without the language's own forms. */
-const AGES = { minute: ['mínútu', 'mínútum'], hour: ['klukkustund', 'klukkustundum'], day: ['degi', 'dögum'] };
+/** Units in the dative, singular and plural. Many browsers lack the Icelandic forms. */
+const AGES = {
+  minute: ['mínútu', 'mínútum'],
+  hour: ['klukkustund', 'klukkustundum'],
+  day: ['degi', 'dögum'],
+};
 
 export const icelandic = {
   language: 'is',
@@ -38,7 +42,8 @@ export const icelandic = {
   noMatch: 'Engin tölva ber slíkt nafn.',
   connect: 'Tengjast',
   forget: 'Gleyma',
-  forgetQuestion: (/** @type {string} */ machine) => `Gleyma tölvunni ${machine}? Þá þarf að skrá hana upp á nýtt.`,
+  forgetQuestion: (/** @type {string} */ machine) =>
+    `Gleyma tölvunni ${machine}? Þá þarf að skrá hana upp á nýtt.`,
   state: { online: 'Nettengd', offline: 'Ótengd', session: 'Fjaraðstoð í gangi', restarting: 'Endurræsir' },
   with: (/** @type {string} */ who) => `með ${who}`,
   lastSeen: (/** @type {'now' | 'minute' | 'hour' | 'day'} */ unit, /** @type {number} */ count) =>
@@ -66,20 +71,23 @@ export const icelandic = {
   cancel: 'Hætta við',
   machine: 'Tölva',
   restart: 'Endurræsa …',
-  restartQuestion: (/** @type {string} */ machine) => `Endurræsa tölvuna ${machine}? Forritum þar verður lokað og það sem ekki ` +
+  restartQuestion: (/** @type {string} */ machine) =>
+    `Endurræsa tölvuna ${machine}? Forritum þar verður lokað og það sem ekki ` +
     'hefur verið vistað getur glatast. Fjaraðstoðin heldur áfram þegar tölvan er komin aftur.',
   restartNow: 'Endurræsa',
   restarting: (/** @type {string} */ machine) =>
     `Tölvan ${machine} er að endurræsa sig. Fjaraðstoðin heldur áfram þegar hún er komin aftur …`,
-  notRestarted: (/** @type {string} */ machine) => `Tölvan ${machine} endurræsti sig ekki. Verið getur að kerfið hafi neitað því.`,
+  notRestarted: (/** @type {string} */ machine) =>
+    `Tölvan ${machine} endurræsti sig ekki. Verið getur að kerfið hafi neitað því.`,
   closePanel: 'Loka',
   viewOnly: 'Aðeins horfa',
   fullScreen: 'Fylla skjáinn',
   end: 'Ljúka',
   screen: 'Skjár tölvunnar',
-  keyCatcher: 'Lyklar fyrir tölvuna',
+  keyInput: 'Lyklar fyrir tölvuna',
 
-  waiting: (/** @type {string} */ machine) => `Beðið eftir að einhver við tölvuna ${machine} leyfi fjaraðstoðina …`,
+  waiting: (/** @type {string} */ machine) =>
+    `Beðið eftir að einhver við tölvuna ${machine} leyfi fjaraðstoðina …`,
   starting: 'Leyft. Beðið eftir fyrstu myndinni …',
   stopWaiting: 'Hætta að bíða',
   goOn: 'Halda áfram',
@@ -93,13 +101,15 @@ export const icelandic = {
     `Tölvan ${machine} er í notkun hjá ${who}. Fjaraðstoðin heldur áfram um leið og hún losnar …`,
   ended: {
     declined: (/** @type {string} */ machine) => `Notandinn við tölvuna ${machine} hafnaði fjaraðstoðinni.`,
-    'no-answer': (/** @type {string} */ machine) => `Enginn svaraði við tölvuna ${machine}, svo að beiðnin var afturkölluð.`,
+    'no-answer': (/** @type {string} */ machine) =>
+      `Enginn svaraði við tölvuna ${machine}, svo að beiðnin var afturkölluð.`,
     slow: () => 'Vafrinn hafði ekki undan og því lauk fjaraðstoðinni.',
     other: () => 'Fjaraðstoðinni er lokið.',
   },
   refused: {
     offline: (/** @type {string} */ machine) => `Tölvan ${machine} er ótengd.`,
-    'in-use': (/** @type {string} */ machine, /** @type {string} */ who) => `Tölvan ${machine} er í notkun hjá ${who}.`,
+    'in-use': (/** @type {string} */ machine, /** @type {string} */ who) =>
+      `Tölvan ${machine} er í notkun hjá ${who}.`,
     unknown: (/** @type {string} */ machine) => `Miðlarinn þekkir tölvuna ${machine} ekki lengur.`,
     'too-many': () => 'Of margar tengingar eru opnar í þessum vafra.',
   },
@@ -121,9 +131,12 @@ export const icelandic = {
   download: 'Sækja',
   upload: 'Senda skrár …',
   dropHint: 'eða dragðu skrár hingað',
-  putHere: (/** @type {number} */ count) => `Setja ${singular(count) ? `${count} skrá` : `${count} skrár`} hér`,
+  putHere: (/** @type {number} */ count) =>
+    `Setja ${singular(count) ? `${count} skrá` : `${count} skrár`} hér`,
   overwriteQuestion: (/** @type {number} */ count) =>
-    (count === 1 ? 'Þessi skrá er þegar til. Henni yrði skipt út.' : `${count} ${singular(count) ? 'skrá er' : 'skrár eru'} þegar til. Þeim yrði skipt út.`),
+    count === 1
+      ? 'Þessi skrá er þegar til. Henni yrði skipt út.'
+      : `${count} ${singular(count) ? 'skrá er' : 'skrár eru'} þegar til. Þeim yrði skipt út.`,
   andMore: (/** @type {number} */ count) => `og ${count} til viðbótar`,
   skipThese: 'Sleppa',
   overwrite: 'Skipta út',
@@ -132,8 +145,14 @@ export const icelandic = {
   saveAgain: 'Vista aftur',
   transferDone: (/** @type {string} */ done, /** @type {string} */ all) => `${done} af ${all}`,
   transferLeft: (/** @type {string} */ time) => `${time} eftir`,
-  transferStates: { waiting: 'Bíður', running: 'Í gangi', checking: 'Athuga hvað barst …', done: 'Lokið', failed: 'Mistókst',
-    cancelled: 'Hætt við' },
+  transferStates: {
+    waiting: 'Bíður',
+    running: 'Í gangi',
+    checking: 'Athuga hvað barst …',
+    done: 'Lokið',
+    failed: 'Mistókst',
+    cancelled: 'Hætt við',
+  },
   transferRemarks: {
     uploadCancelled: 'það sem þegar barst verður eftir á tölvunni',
     downloadCancelled: 'ekki er hægt að stöðva tölvuna; því sem hún sendir enn er hent',
@@ -146,22 +165,24 @@ export const icelandic = {
     otherSize: 'stærðin er önnur en í listanum: skráin breyttist eða tölvan gat ekki lesið hana alla',
     notThere: 'skráin er ekki þar: tölvan gat ekki búið hana til',
     cutShort: 'aðeins hluti barst: diskur tölvunnar er ef til vill fullur',
-    unproven: 'send, en ekki var hægt að athuga hvað barst',
+    unchecked: 'send, en ekki var hægt að athuga hvað barst',
     isFolder: 'mappa ber þetta heiti',
   },
 
   clipboard: 'Klippiborð',
   clipAutomatic: 'Deila texta, myndum og skrám',
   clipSend: 'Senda mitt klippiborð núna',
-  clipHint: 'Ctrl+V á myndinni límir þangað það sem er á klippiborði þessarar tölvu. Einnig má draga skrár á myndina.',
+  clipHint:
+    'Ctrl+V á myndinni límir þangað það sem er á klippiborði þessarar tölvu. Einnig má draga skrár á myndina.',
   clipText: 'Texti var afritaður á tölvunni.',
   clipImage: 'Mynd var afrituð á tölvunni.',
   clipImageName: 'mynd',
-  clipFiles: (/** @type {number} */ count) => `${count} ${singular(count) ? 'skrá var afrituð' : 'skrár voru afritaðar'} á tölvunni`,
+  clipFiles: (/** @type {number} */ count) =>
+    `${count} ${singular(count) ? 'skrá var afrituð' : 'skrár voru afritaðar'} á tölvunni`,
   clipFilesSent: (/** @type {number} */ count) =>
     `${count} ${singular(count) ? 'skrá er' : 'skrár eru'} á klippiborði tölvunnar. Límdu þar.`,
   clipFilesTooLarge: 'Þetta er of mikið fyrir klippiborðið, sem tekur skrár upp að 8 MiB.',
-  clipNews: {
+  clipNotices: {
     copied: 'Það sem var afritað á tölvunni er nú á þessu klippiborði.',
     sent: 'Þetta klippiborð er nú á tölvunni.',
     tooLarge: 'Þetta er of mikið fyrir klippiborðið, sem tekur 8 MiB.',

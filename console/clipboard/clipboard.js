@@ -1,85 +1,106 @@
-// Clipboard sharing in a session: when this computer's clipboard is read, and where what comes goes.
-import { ClipChip } from './clipboard_notice.js';
-import { ClipboardShare } from './clipboard_sync.js';
+// Clipboard sharing in a session: decides when this computer's clipboard is read and sent, and shows what is
+// received.
 import { byId } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
+import { Formats } from '../base/formats.js';
 import { Msg } from '../link/messages.js';
-import { Numbers } from '../files/listing.js';
+import { ClipboardNotice } from './clipboard_notice.js';
+import { ClipboardSync } from './clipboard_sync.js';
 import { PasteKeys } from './paste_keys.js';
 
 const PNG = 'image/png';
-/** What browsers call a picture that was copied as such. */
+/** The file name that browsers give to a picture that was copied as a picture. */
 const COPIED_PICTURE = 'image.png';
 
 /**
- * @param {import('../session/session.js').SessionView} session
- * @param {import('../files/file_panel.js').FilePanel} panel takes the files that are too large, and asks for folders
+ * @param {object} parts
+ * @param {import('../link/session_channel.js').SessionChannel} parts.channel
+ * @param {import('../input/remote_input.js').RemoteInput} parts.input
+ * @param {HTMLElement} parts.dropTarget files dropped on it are sent to the machine's clipboard
+ * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.offerUpload takes files that are
+ *   too large
+ * @param {() => Promise<boolean>} parts.machineIsIdle resolves when the machine has handled all messages
+ *   before
  */
-export function attachClipboard(session, panel) {
-  const chip = new ClipChip(byId('clip-chips'), { take: () => share.take(), upload: (files) => panel.offer(files),
-    numbers: new Numbers(navigator.language) });
-  const share = new ClipboardShare({
-    send: (payload) => session.sendBytes(Msg.ClipboardData, payload),
-    tell: (news) => chip.show(news),
+export function attachClipboard({ channel, input, dropTarget, offerUpload, machineIsIdle }) {
+  const notices = new ClipboardNotice(byId('clip-notices'), {
+    copy: () => sync.copyWaiting(),
+    upload: offerUpload,
+    formats: new Formats(navigator.language),
+  });
+  const sync = new ClipboardSync({
+    send: (payload) => channel.send(Msg.ClipboardData, payload),
+    notify: (notice) => notices.show(notice),
     clipboard: navigator.clipboard,
     crlf: navigator.platform.startsWith('Win'),
   });
-  const automatic = () => session.accepted && byId('clip-automatic').checked;
-  const { catcher, keyboard } = session.hands;
+  const automatic = byId('clip-automatic', HTMLInputElement);
+  const isAutomatic = () => channel.isOpen && automatic.checked;
 
-  session.handlers.set(Msg.ClipboardData, (payload) => automatic() && share.receive(payload));
-  new PasteKeys(catcher, {
-    active: () => automatic() && session.hands.sender.enabled,
-    // It answers in order: with its drives known, it has the clipboard that was sent before the question.
-    paste: async (data) => await paste(share, data) && !!await panel.folders.list(''),
-    keyDown: (event) => keyboard.keyDown(event),
-    keyUp: (event) => keyboard.keyUp(event),
+  channel.handle(Msg.ClipboardData, (payload) => {
+    if (isAutomatic()) sync.receive(payload);
+  });
+  new PasteKeys(input.keyInput, {
+    active: () => isAutomatic() && input.enabled,
+    paste: async (data) => (await paste(sync, data)) && (await machineIsIdle()),
+    replay: (event) => input.replay(event),
   });
   addEventListener('focus', async () => {
-    if (!automatic()) return;
-    if (share.waiting) await share.take();
-    else if (session.hands.sender.enabled) await share.sendLocal(false);
+    if (!isAutomatic()) return;
+    if (sync.isWaiting) await sync.copyWaiting();
+    else if (input.enabled) await sync.sendLocal(false);
   });
-  byId('clip-send').addEventListener('click', () => session.accepted && share.sendLocal(true));
-  attachDrop(session, share);
-
-  let machine = '';
-  session.addEventListener('accepted', () => {
-    if (machine !== session.agent) share.reset();
-    machine = session.agent;
-  });
-  session.addEventListener('over', () => chip.clear());
+  byId('clip-send').addEventListener('click', () => channel.isOpen && sync.sendLocal(true));
+  attachDrop(dropTarget, channel, sync);
+  followSessions(channel, sync, notices);
 }
 
-/** @returns {Promise<boolean>} whether something new went to the machine */
-async function paste(/** @type {ClipboardShare} */ share, /** @type {DataTransfer} */ data) {
+/**
+ * @param {import('../link/session_channel.js').SessionChannel} channel
+ * @param {ClipboardSync} sync
+ * @param {ClipboardNotice} notices
+ */
+function followSessions(channel, sync, notices) {
+  let agent = '';
+  channel.addEventListener('open', () => {
+    if (agent !== channel.agent) sync.reset();
+    agent = channel.agent;
+  });
+  channel.addEventListener('closed', () => notices.clear());
+}
+
+/** @returns {Promise<boolean>} whether something new was sent to the machine */
+async function paste(/** @type {ClipboardSync} */ sync, /** @type {DataTransfer} */ data) {
   const text = data.getData('text/plain');
   const files = [...data.files];
-  const picture = files.length === 1 && files[0].type === PNG && files[0].name === COPIED_PICTURE ? files[0] : null;
-  if (files.length && !picture) {
-    await share.sendFiles(await droppedFiles(data));
+  const isPicture = files.length === 1 && files[0].type === PNG && files[0].name === COPIED_PICTURE;
+  if (files.length && !isPicture) {
+    await sync.sendFiles(await droppedFiles(data));
     return true;
   }
-  if (text) return share.sendText(text);
-  return picture ? share.sendPicture(new Uint8Array(await picture.arrayBuffer())) : false;
+  if (text) return sync.sendText(text);
+  return isPicture ? sync.sendPicture(new Uint8Array(await files[0].arrayBuffer())) : false;
 }
 
-/** Files that are dropped on the picture go to the machine's clipboard. */
-function attachDrop(/** @type {import('../session/session.js').SessionView} */ session, /** @type {ClipboardShare} */ share) {
-  const stage = byId('stage');
-  // Beside its places a dropped file would take the page's place.
+/**
+ * @param {HTMLElement} target
+ * @param {import('../link/session_channel.js').SessionChannel} channel
+ * @param {ClipboardSync} sync
+ */
+function attachDrop(target, channel, sync) {
+  // A file that is dropped elsewhere on the page would replace the page.
   for (const name of ['dragover', 'drop']) addEventListener(name, (event) => event.preventDefault());
-  stage.addEventListener('dragover', (/** @type {DragEvent} */ event) => {
+  target.addEventListener('dragover', (event) => {
     if (!carriesFiles(event.dataTransfer)) return;
     event.preventDefault();
-    stage.classList.toggle('is-target', session.accepted);
+    target.classList.toggle('is-target', channel.isOpen);
   });
-  stage.addEventListener('dragleave', () => stage.classList.remove('is-target'));
-  stage.addEventListener('drop', async (/** @type {DragEvent} */ event) => {
-    stage.classList.remove('is-target');
-    if (!carriesFiles(event.dataTransfer)) return;
+  target.addEventListener('dragleave', () => target.classList.remove('is-target'));
+  target.addEventListener('drop', async (event) => {
+    target.classList.remove('is-target');
+    if (!event.dataTransfer || !carriesFiles(event.dataTransfer)) return;
     event.preventDefault();
-    const files = await droppedFiles(/** @type {DataTransfer} */ (event.dataTransfer));
-    if (session.accepted) await share.sendFiles(files);
+    const files = await droppedFiles(event.dataTransfer);
+    if (channel.isOpen) await sync.sendFiles(files);
   });
 }

@@ -1,77 +1,115 @@
-// The small card over the picture that tells what the clipboards do, and offers what needs a click.
+// The notices over the picture that say what happened to the clipboards and offer actions that need a click.
 import { make } from '../base/dom.js';
 import { visible } from '../base/names.js';
-import { save } from '../files/download_sink.js';
+import { saveFile } from '../base/save_file.js';
 import { texts } from '../base/texts.js';
 
-const SHORT_MS = 4000;
-/** About what went, or did not go, to the machine. */
-const OURS = ['sent', 'filesSent', 'filesTooLarge', 'tooLarge', 'unreadable', 'nothing'];
-const BRIEF = ['copied', 'sent', 'filesSent', 'nothing'];
+const BRIEF_MS = 4000;
+/** Notices about this computer's clipboard on its way to the machine. */
+const OUTGOING = new Set(['sent', 'filesSent', 'filesTooLarge', 'tooLarge', 'unreadable', 'nothing']);
+/** Notices that disappear by themselves. */
+const BRIEF = new Set(['copied', 'sent', 'filesSent', 'nothing']);
 
-/** @typedef {import('./clipboard_sync.js').News} News */
+/** @typedef {import('./clipboard_sync.js').Notice} Notice */
+/** @typedef {import('./payload.js').ClipFile} ClipFile */
 
-export class ClipChip {
+export class ClipboardNotice {
+  #place;
+  #copy;
+  #upload;
+  #formats;
+
   /**
    * @param {HTMLElement} place
-   * @param {{take: () => void, upload: (files: import('./clipboard_sync.js').Dropped[]) => void,
-   *   numbers: import('../files/listing.js').Numbers}} acts take: what waits, into this clipboard, within a click
+   * @param {object} parts
+   * @param {() => void} parts.copy writes the machine's text or picture to this clipboard; called within a
+   *   click
+   * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.upload
+   * @param {import('../base/formats.js').Formats} parts.formats
    */
-  constructor(place, { take, upload, numbers }) {
-    this.place = place;
-    this.take = take;
-    this.upload = upload;
-    this.numbers = numbers;
+  constructor(place, { copy, upload, formats }) {
+    this.#place = place;
+    this.#copy = copy;
+    this.#upload = upload;
+    this.#formats = formats;
   }
 
-  /** The machine's newest replaces what was there; words about this computer's clipboard stand beside it for a while. */
-  show(/** @type {News} */ news) {
-    const ours = OURS.includes(news.kind);
-    if (!ours) this.clear();
-    const card = make('div', { className: 'chip', dataset: { kind: news.kind } }, ...this.parts(news),
-      make('button', { type: 'button', className: 'quiet chip-close', textContent: '×', ariaLabel: texts.closePanel,
-        onclick: () => remove(card) }));
-    for (const before of this.place.querySelectorAll('.chip')) if (OURS.includes(before.dataset.kind)) remove(before);
-    this.place.append(card);
-    if (BRIEF.includes(news.kind)) setTimeout(() => remove(card), SHORT_MS);
+  /** Notices from the machine replace all others; outgoing ones replace each other and stand beside those. */
+  show(/** @type {Notice} */ notice) {
+    if (!OUTGOING.has(notice.kind)) this.clear();
+    const close = make('button', {
+      type: 'button',
+      className: 'quiet clip-notice-close',
+      textContent: '×',
+      ariaLabel: texts.closePanel,
+      onclick: () => remove(card),
+    });
+    const properties = { className: 'clip-notice', dataset: { kind: notice.kind } };
+    const card = make('div', properties, ...this.#parts(notice), close);
+    for (const before of this.#cards()) if (OUTGOING.has(before.dataset.kind ?? '')) remove(before);
+    this.#place.append(card);
+    if (BRIEF.has(notice.kind)) setTimeout(() => remove(card), BRIEF_MS);
   }
 
   clear() {
-    for (const card of [...this.place.children]) remove(card);
+    for (const card of this.#cards()) remove(card);
   }
 
-  /** @private @returns {Node[]} */
-  parts(/** @type {News} */ news) {
-    const say = (/** @type {string} */ text) => make('span', { className: 'chip-text' }, text);
-    switch (news.kind) {
-      case 'text': return [say(texts.clipText), this.copyButton()];
-      case 'image': return [make('img', { src: URL.createObjectURL(news.png), alt: '' }), say(texts.clipImage), this.copyButton(),
-        button(texts.save, () => save(news.png, `${texts.clipImageName}.png`))];
-      case 'files': return [this.fileList(news.files)];
-      case 'filesSent': return [say(texts.clipFilesSent(news.count))];
-      case 'filesTooLarge': return [say(texts.clipFilesTooLarge), button(texts.upload, () => {
-        this.clear();
-        this.upload(news.files);
-      })];
-      default: return [say(texts.clipNews[news.kind])];
+  #cards() {
+    return /** @type {HTMLElement[]} */ ([...this.#place.children]);
+  }
+
+  /** @returns {Node[]} */
+  #parts(/** @type {Notice} */ notice) {
+    switch (notice.kind) {
+      case 'text':
+        return [textSpan(texts.clipText), this.#copyButton()];
+      case 'image':
+        return this.#imageParts(notice.png);
+      case 'files':
+        return [this.#fileList(notice.files)];
+      case 'filesSent':
+        return [textSpan(texts.clipFilesSent(notice.count))];
+      case 'filesTooLarge':
+        return [textSpan(texts.clipFilesTooLarge), this.#uploadButton(notice.files)];
+      default:
+        return [textSpan(texts.clipNotices[notice.kind])];
     }
   }
 
-  /** @private */
-  copyButton() {
-    return button(texts.copy, () => this.take(), 'primary');
+  #imageParts(/** @type {Blob} */ png) {
+    const save = button(texts.save, () => saveFile(png, `${texts.clipImageName}.png`));
+    const image = make('img', { src: URL.createObjectURL(png), alt: '' });
+    return [image, textSpan(texts.clipImage), this.#copyButton(), save];
   }
 
-  /** @private @param {import('./payload.js').ClipFile[]} files */
-  fileList(files) {
-    const fetch = (/** @type {{name: string, bytes: Uint8Array}} */ { name, bytes }) =>
-      save(new Blob([/** @type {BlobPart} */ (bytes)]), visible(name));
-    const rows = files.map((file) => make('li', {}, make('bdi', {}, visible(file.name)),
-      make('span', { className: 'muted' }, this.numbers.size(file.bytes.length)), button(texts.save, () => fetch(file), 'quiet')));
-    return make('div', { className: 'chip-files' },
-      make('div', { className: 'chip-head' }, make('span', { className: 'chip-text' }, texts.clipFiles(files.length)),
-        ...(files.length > 1 ? [button(texts.saveAll, () => files.forEach(fetch), 'primary')] : [])),
-      make('ul', {}, ...rows));
+  #copyButton() {
+    return button(texts.copy, () => this.#copy(), 'primary');
+  }
+
+  #uploadButton(/** @type {import('../base/dropped.js').DroppedFile[]} */ files) {
+    const upload = () => {
+      this.clear();
+      this.#upload(files);
+    };
+    return button(texts.upload, upload);
+  }
+
+  #fileList(/** @type {ClipFile[]} */ files) {
+    const save = (/** @type {ClipFile} */ { name, bytes }) => saveFile(new Blob([bytes]), visible(name));
+    const rows = files.map((file) =>
+      make(
+        'li',
+        {},
+        make('bdi', {}, visible(file.name)),
+        make('span', { className: 'muted' }, this.#formats.size(file.bytes.length)),
+        button(texts.save, () => save(file), 'quiet'),
+      ),
+    );
+    const saveAll = button(texts.saveAll, () => files.forEach(save), 'primary');
+    const head = make('div', { className: 'clip-notice-head' }, textSpan(texts.clipFiles(files.length)));
+    if (files.length > 1) head.append(saveAll);
+    return make('div', { className: 'clip-notice-files' }, head, make('ul', {}, ...rows));
   }
 }
 
@@ -80,6 +118,10 @@ function remove(/** @type {Element} */ card) {
   card.remove();
 }
 
-function button(/** @type {string} */ text, /** @type {() => void} */ act, className = '') {
-  return make('button', { type: 'button', className, onclick: act }, text);
+function textSpan(/** @type {string} */ text) {
+  return make('span', { className: 'clip-notice-text' }, text);
+}
+
+function button(/** @type {string} */ text, /** @type {() => void} */ onclick, className = '') {
+  return make('button', { type: 'button', className, onclick }, text);
 }

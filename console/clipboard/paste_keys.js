@@ -1,73 +1,77 @@
-// Ctrl+V on the picture: this computer's clipboard is to be on the machine before the key is. The browser is left to
-// paste, which gives its clipboard away without a permission, and the keys wait meanwhile.
+// Ctrl+V on the picture: sends this computer's clipboard to the machine before the key. The browser's own
+// paste event gives the clipboard's content without a permission; the keys are held back until the machine
+// has it.
 
-/** For a browser that has nothing to paste and says so by no event. */
+/** The wait for a browser that has nothing to paste and fires no event. */
 const NO_PASTE_MS = 80;
-/** The machine, once it has the clipboard, needs a moment to take it over. */
-const TAKE_MS = 120;
+/** The time that the machine needs to set its clipboard after it has received the content. */
+const SET_CLIPBOARD_MS = 120;
 
 export class PasteKeys {
+  #actions;
+  /** @type {KeyboardEvent[] | null} keys that are held back; null while none are */
+  #held = null;
+  /** @type {ReturnType<typeof setTimeout> | undefined} */
+  #timer;
+
   /**
-   * @param {HTMLElement} catcher of the keys
-   * @param {{active: () => boolean, paste: (data: DataTransfer) => Promise<boolean>,
-   *   keyDown: (event: KeyboardEvent) => void, keyUp: (event: KeyboardEvent) => void}} acts
-   *   paste: gives the clipboard to the machine; true, when the machine has it, if there was something new
+   * @param {HTMLElement} keyInput the field that receives the keys
+   * @param {object} actions
+   * @param {() => boolean} actions.active
+   * @param {(data: DataTransfer) => Promise<boolean>} actions.paste sends the clipboard; resolves when the
+   *   machine has received it, with true if its content was new
+   * @param {(event: KeyboardEvent) => void} actions.replay sends a key that was held back
    */
-  constructor(catcher, acts) {
-    this.acts = acts;
-    /** @type {KeyboardEvent[] | null} keys that wait for a clipboard, null while none need to */
-    this.held = null;
-    const own = (/** @type {Event} */ event) => event.target === catcher;
-    for (const name of ['keydown', 'keyup'])
-      document.addEventListener(name, (event) => own(event) && this.key(/** @type {KeyboardEvent} */ (event)), true);
-    catcher.addEventListener('paste', (event) => this.pasted(/** @type {ClipboardEvent} */ (event)));
-    catcher.addEventListener('blur', () => this.drop());
+  constructor(keyInput, actions) {
+    this.#actions = actions;
+    const onKey = (/** @type {KeyboardEvent} */ event) => {
+      if (event.target === keyInput) this.#key(event);
+    };
+    document.addEventListener('keydown', onKey, true);
+    document.addEventListener('keyup', onKey, true);
+    keyInput.addEventListener('paste', (event) => this.#pasted(event));
+    keyInput.addEventListener('blur', () => this.#drop());
   }
 
-  /** @private */
-  key(/** @type {KeyboardEvent} */ event) {
-    if (this.held) {
+  #key(/** @type {KeyboardEvent} */ event) {
+    if (this.#held) {
       event.stopImmediatePropagation();
       event.preventDefault();
-      this.held.push(event);
-    } else if (event.type === 'keydown' && isPaste(event) && this.acts.active()) {
+      this.#held.push(event);
+    } else if (event.type === 'keydown' && isPaste(event) && this.#actions.active()) {
       event.stopImmediatePropagation();
-      this.held = [event];
-      this.wait(NO_PASTE_MS);
+      this.#held = [event];
+      this.#releaseAfter(NO_PASTE_MS);
     }
   }
 
-  /** @private */
-  async pasted(/** @type {ClipboardEvent} */ event) {
+  async #pasted(/** @type {ClipboardEvent} */ event) {
     event.preventDefault();
-    if (!event.clipboardData || !this.acts.active()) return;
-    const { held } = this;
-    // However long the line needs.
-    clearTimeout(this.timer);
-    const sent = await this.acts.paste(event.clipboardData).catch(() => false);
-    if (held && held === this.held) this.wait(sent ? TAKE_MS : 0);
+    if (!event.clipboardData || !this.#actions.active()) return;
+    const held = this.#held;
+    // The keys wait for as long as the connection needs.
+    clearTimeout(this.#timer);
+    const sent = await this.#actions.paste(event.clipboardData).catch(() => false);
+    if (held && held === this.#held) this.#releaseAfter(sent ? SET_CLIPBOARD_MS : 0);
   }
 
-  /** @private */
-  wait(/** @type {number} */ ms) {
-    clearTimeout(this.timer);
-    this.timer = setTimeout(() => this.release(), ms);
+  #releaseAfter(/** @type {number} */ ms) {
+    clearTimeout(this.#timer);
+    this.#timer = setTimeout(() => this.#release(), ms);
   }
 
-  /** @private */
-  release() {
-    const held = this.held ?? [];
-    this.held = null;
-    for (const event of held) {
-      if (event.type === 'keydown') this.acts.keyDown(event);
-      else this.acts.keyUp(event);
-    }
+  #release() {
+    const held = this.#held ?? [];
+    this.#held = null;
+    for (const event of held) this.#actions.replay(event);
   }
 
-  /** @private Keys that would come after everything was let go would stay down. */
-  drop() {
-    clearTimeout(this.timer);
-    this.held = null;
+  /**
+   * Drops held-back keys on loss of focus. All keys are released then, so a key sent later would stay down.
+   */
+  #drop() {
+    clearTimeout(this.#timer);
+    this.#held = null;
   }
 }
 

@@ -1,5 +1,6 @@
-// The payload of clipboard messages, the same both ways: one byte that says what it is, then UTF-8 text, a PNG file,
-// or a list of files by value (count u32, then for each: length of the name u32, name, size u64, bytes; big-endian).
+// The payload of clipboard messages, the same in both directions: one byte for the kind, then UTF-8 text, a
+// PNG file, or a list of files with their content (count u32, then for each: length of the name u32, name,
+// size u64, bytes; big-endian).
 
 const ClipKind = Object.freeze({ text: 1, image: 2, files: 3 });
 
@@ -8,8 +9,11 @@ const RECORD_BYTES = 4 + 8;
 const utf8 = new TextEncoder();
 const utf8Reader = new TextDecoder('utf-8', { ignoreBOM: true });
 
-/** @typedef {{name: string, bytes: Uint8Array}} ClipFile */
-/** @typedef {{kind: 'text', text: string} | {kind: 'image', png: Uint8Array} | {kind: 'files', files: ClipFile[]}} Clip */
+/** @typedef {{name: string, bytes: Uint8Array<ArrayBuffer>}} ClipFile */
+/**
+ * @typedef {{kind: 'text', text: string} | {kind: 'image', png: Uint8Array<ArrayBuffer>} | {kind: 'files',
+ *   files: ClipFile[]}} Clip
+ */
 
 function withKind(/** @type {number} */ kind, /** @type {Uint8Array} */ content) {
   const out = new Uint8Array(1 + content.length);
@@ -26,14 +30,19 @@ export function packImage(/** @type {Uint8Array} */ png) {
   return withKind(ClipKind.image, png);
 }
 
-/** Bytes of a payload with such files. @param {{name: string, size: number}[]} files */
+/** The size of the payload for these files, in bytes. @param {{name: string, size: number}[]} files */
 export function filesPayloadSize(files) {
-  return files.reduce((sum, { name, size }) => sum + RECORD_BYTES + utf8.encode(name).length + size, 1 + COUNT_BYTES);
+  return files.reduce(
+    (sum, { name, size }) => sum + RECORD_BYTES + utf8.encode(name).length + size,
+    1 + COUNT_BYTES,
+  );
 }
 
 /** @param {ClipFile[]} files */
 export function packFiles(files) {
-  const out = new Uint8Array(filesPayloadSize(files.map(({ name, bytes }) => ({ name, size: bytes.length }))));
+  const out = new Uint8Array(
+    filesPayloadSize(files.map(({ name, bytes }) => ({ name, size: bytes.length }))),
+  );
   const view = new DataView(out.buffer);
   out[0] = ClipKind.files;
   view.setUint32(1, files.length);
@@ -50,29 +59,33 @@ export function packFiles(files) {
   return out;
 }
 
-/** What follows the last separator; '' when nothing usable is left. */
+/** The part after the last separator; '' when it is not usable as a name. */
 export function safeFileName(/** @type {string} */ name) {
   const last = name.slice(Math.max(name.lastIndexOf('/'), name.lastIndexOf('\\')) + 1);
   return last === '.' || last === '..' ? '' : last;
 }
 
 /**
- * The bytes of images and files are views of the payload, not copies. A list that is cut short gives the files that are
- * complete.
- * @param {Uint8Array} payload
- * @returns {Clip | null} null for nothing and for a kind that is unknown
+ * The bytes of images and files are views of the payload, not copies. From a list that is cut short come the
+ * files that are complete.
+ * @param {Uint8Array<ArrayBuffer>} payload
+ * @returns {Clip | null} null for an empty payload and for an unknown kind
  */
 export function parseClip(payload) {
   const content = payload.subarray(1);
   switch (payload[0]) {
-    case ClipKind.text: return { kind: 'text', text: utf8Reader.decode(content) };
-    case ClipKind.image: return { kind: 'image', png: content };
-    case ClipKind.files: return { kind: 'files', files: parseFiles(content) };
-    default: return null;
+    case ClipKind.text:
+      return { kind: 'text', text: utf8Reader.decode(content) };
+    case ClipKind.image:
+      return { kind: 'image', png: content };
+    case ClipKind.files:
+      return { kind: 'files', files: parseFiles(content) };
+    default:
+      return null;
   }
 }
 
-function parseFiles(/** @type {Uint8Array} */ content) {
+function parseFiles(/** @type {Uint8Array<ArrayBuffer>} */ content) {
   /** @type {ClipFile[]} */
   const files = [];
   if (content.length < COUNT_BYTES) return files;

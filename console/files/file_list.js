@@ -1,201 +1,247 @@
-// The rows of a folder: only those in view are on the page, so that tens of thousands do no harm. Selection and keys as
-// in a file manager.
+// The rows of a folder, with selection and keys as in a file manager. Only the rows in view are elements of
+// the page, so that folders with tens of thousands of entries stay fast.
+import { emit } from '../base/custom_events.js';
 import { make } from '../base/dom.js';
 import { visible } from '../base/names.js';
 
 const ROW_PIXELS = 30;
-/** Rows beyond each edge that are drawn as well. */
-const MARGIN = 8;
+/** Rows that are drawn beyond each edge of the view. */
+const MARGIN_ROWS = 8;
+/** Letters typed within this time of each other form one search text. */
 const SEARCH_MS = 800;
 
 /** @typedef {import('./listing.js').Entry} Entry */
+/** @typedef {{shiftKey?: boolean, ctrlKey?: boolean, metaKey?: boolean}} Modifiers */
 
-/** Events: 'open' (detail: entry, by double click or Enter), 'up' (Backspace), 'select'. */
+/** Events: 'open' (detail: entry; by double click or Enter), 'up' (Backspace), 'select'. */
 export class FileList extends EventTarget {
-  /** @param {HTMLElement} place that scrolls @param {import('./listing.js').Numbers} numbers */
-  constructor(place, numbers) {
+  #place;
+  #formats;
+  #sheet;
+  /** @type {Entry[]} */
+  #entries = [];
+  /** @type {Set<Entry>} */
+  #selected = new Set();
+  #focus = 0;
+  /** The row at which a selection with Shift begins. */
+  #anchor = 0;
+  #searchText = '';
+  #searchedAt = 0;
+  /**
+   * Rows in view; kept while in view, because a double click needs its row to stay.
+   * @type {Map<Entry, HTMLElement>}
+   */
+  #rows = new Map();
+
+  /**
+   * @param {HTMLElement} place the element that scrolls
+   * @param {import('../base/formats.js').Formats} formats
+   */
+  constructor(place, formats) {
     super();
-    this.place = place;
-    this.numbers = numbers;
-    this.sheet = make('div', { className: 'file-sheet', role: 'presentation' });
-    place.replaceChildren(this.sheet);
-    /** @type {Entry[]} */
-    this.entries = [];
-    /** @type {Set<Entry>} */
-    this.selected = new Set();
-    this.focus = 0;
-    this.anchor = 0;
-    this.typed = '';
-    this.typedAt = 0;
-    /** @type {Map<Entry, HTMLElement>} those on the page; kept while in view, since a double click needs its row to stay */
-    this.rows = new Map();
-    place.addEventListener('scroll', () => this.draw());
-    place.addEventListener('keydown', (event) => this.key(event));
-    place.addEventListener('pointerdown', (event) => this.press(event));
-    place.addEventListener('dblclick', ({ target }) => this.emitOpen(this.indexAt(target)));
-    new ResizeObserver(() => this.draw()).observe(place);
+    this.#place = place;
+    this.#formats = formats;
+    this.#sheet = make('div', { className: 'file-sheet', role: 'presentation' });
+    place.replaceChildren(this.#sheet);
+    place.addEventListener('scroll', () => this.#draw());
+    place.addEventListener('keydown', (event) => this.#key(event));
+    place.addEventListener('pointerdown', (event) => this.#press(event));
+    place.addEventListener('dblclick', ({ target }) => this.#emitOpen(this.#indexAt(target)));
+    new ResizeObserver(() => this.#draw()).observe(place);
   }
 
-  /** Another folder, or the same one in another order; `keep`: what is selected stays so. */
-  show(/** @type {Entry[]} */ entries, keep = false) {
-    const focused = this.entries[this.focus];
-    this.entries = entries;
-    if (!keep) this.selected.clear();
-    this.focus = Math.max(0, keep && focused ? entries.findIndex(({ name }) => name === focused.name) : 0);
-    this.anchor = this.focus;
-    this.sheet.style.height = `${entries.length * ROW_PIXELS}px`;
-    if (!keep) this.place.scrollTop = 0;
-    this.draw();
-    this.emit('select');
+  /** Shows another folder from its top, with nothing selected. */
+  show(/** @type {Entry[]} */ entries) {
+    this.#selected.clear();
+    this.#replace(entries, 0);
+    this.#place.scrollTop = 0;
+    this.#draw();
+    emit(this, 'select');
   }
 
-  /** Puts the focus on the entry of that name, as after coming up from it. */
-  point(/** @type {string} */ name) {
-    const at = this.entries.findIndex((entry) => entry.name === name);
-    if (at >= 0) this.go(at, {});
+  /** Shows the same folder again, or in another order, and keeps selection and focus. */
+  update(/** @type {Entry[]} */ entries) {
+    const focused = this.#entries[this.#focus];
+    const selected = new Set([...this.#selected].map(({ name }) => name));
+    this.#selected = new Set(entries.filter(({ name }) => selected.has(name)));
+    this.#replace(entries, focused ? entries.findIndex(({ name }) => name === focused.name) : 0);
+    this.#draw();
+    emit(this, 'select');
   }
 
-  /** In the order of the rows. */
-  get chosen() {
-    return this.entries.filter((entry) => this.selected.has(entry));
+  /** Focuses and selects the entry of that name. */
+  select(/** @type {string} */ name) {
+    const at = this.#entries.findIndex((entry) => entry.name === name);
+    if (at >= 0) this.#go(at, {});
   }
 
-  /** @private */
-  draw() {
-    const { scrollTop, clientHeight } = this.place;
-    const from = Math.max(0, Math.floor(scrollTop / ROW_PIXELS) - MARGIN);
-    const to = Math.min(this.entries.length, Math.ceil((scrollTop + clientHeight) / ROW_PIXELS) + MARGIN);
-    const inView = new Map(this.entries.slice(from, to).map((entry, i) => [entry, from + i]));
-    for (const [entry, row] of this.rows) {
+  takeFocus() {
+    this.#place.focus();
+  }
+
+  get count() {
+    return this.#entries.length;
+  }
+
+  /** The selected entries in the order of the rows. */
+  get selected() {
+    return this.#entries.filter((entry) => this.#selected.has(entry));
+  }
+
+  #replace(/** @type {Entry[]} */ entries, /** @type {number} */ focus) {
+    this.#entries = entries;
+    this.#focus = Math.max(0, focus);
+    this.#anchor = this.#focus;
+    this.#sheet.style.height = `${entries.length * ROW_PIXELS}px`;
+  }
+
+  #draw() {
+    const { scrollTop, clientHeight } = this.#place;
+    const from = Math.max(0, Math.floor(scrollTop / ROW_PIXELS) - MARGIN_ROWS);
+    const to = Math.min(
+      this.#entries.length,
+      Math.ceil((scrollTop + clientHeight) / ROW_PIXELS) + MARGIN_ROWS,
+    );
+    const inView = new Map(this.#entries.slice(from, to).map((entry, i) => [entry, from + i]));
+    for (const [entry, row] of this.#rows) {
       if (inView.has(entry)) continue;
       row.remove();
-      this.rows.delete(entry);
+      this.#rows.delete(entry);
     }
-    for (const [entry, index] of inView) this.drawRow(entry, index);
-    this.place.setAttribute('aria-activedescendant', this.entries.length ? `file-${this.focus}` : '');
+    for (const [entry, index] of inView) this.#drawRow(entry, index);
+    this.#place.setAttribute('aria-activedescendant', this.#entries.length ? `file-${this.#focus}` : '');
   }
 
-  /** @private The row as it is now. */
-  drawRow(/** @type {Entry} */ entry, /** @type {number} */ index) {
-    let row = this.rows.get(entry);
+  #drawRow(/** @type {Entry} */ entry, /** @type {number} */ index) {
+    let row = this.#rows.get(entry);
     if (!row) {
-      row = this.makeRow(entry);
-      this.rows.set(entry, row);
-      this.sheet.append(row);
+      row = this.#makeRow(entry);
+      this.#rows.set(entry, row);
+      this.#sheet.append(row);
     }
     row.id = `file-${index}`;
     row.dataset.index = String(index);
-    row.ariaSelected = String(this.selected.has(entry));
+    row.ariaSelected = String(this.#selected.has(entry));
     row.ariaPosInSet = String(index + 1);
-    row.ariaSetSize = String(this.entries.length);
-    row.classList.toggle('has-focus', index === this.focus);
+    row.ariaSetSize = String(this.#entries.length);
+    row.classList.toggle('has-focus', index === this.#focus);
     row.style.top = `${index * ROW_PIXELS}px`;
   }
 
-  /** @private */
-  makeRow(/** @type {Entry} */ entry) {
-    const { numbers } = this;
-    return make('div', { className: `file ${entry.dir ? 'is-folder' : 'is-file'}`, role: 'option', title: visible(entry.name) },
-      make('bdi', { className: 'file-name' }, visible(entry.name)),
-      make('span', { className: 'file-size', title: entry.dir ? '' : numbers.bytes(entry.size) },
-        entry.dir ? '' : numbers.size(entry.size)),
-      make('span', { className: 'file-time' }, numbers.time(entry.mtime)));
+  #makeRow(/** @type {Entry} */ { name, dir, size, mtime }) {
+    const formats = this.#formats;
+    const sizeProperties = { className: 'file-size', title: dir ? '' : formats.bytes(size) };
+    return make(
+      'div',
+      { className: `file ${dir ? 'is-folder' : 'is-file'}`, role: 'option', title: visible(name) },
+      make('bdi', { className: 'file-name' }, visible(name)),
+      make('span', sizeProperties, dir ? '' : formats.size(size)),
+      make('span', { className: 'file-time' }, formats.time(mtime)),
+    );
   }
 
-  /** @private */
-  indexAt(/** @type {EventTarget | null} */ target) {
-    const row = /** @type {HTMLElement | null} */ (/** @type {Element} */ (target).closest('.file'));
-    return row ? Number(row.dataset.index) : -1;
+  /** The index of the row that an event hit; -1 for none. */
+  #indexAt(/** @type {EventTarget | null} */ target) {
+    const row = target instanceof Element ? target.closest('.file') : null;
+    return row instanceof HTMLElement ? Number(row.dataset.index) : -1;
   }
 
-  /** @private */
-  press(/** @type {PointerEvent} */ event) {
-    const index = this.indexAt(event.target);
+  #press(/** @type {PointerEvent} */ event) {
+    const index = this.#indexAt(event.target);
     if (event.button !== 0) return;
-    if (index >= 0) this.go(index, event);
-    else if (event.target === this.sheet || event.target === this.place) {
-      this.selected.clear();
-      this.draw();
-      this.emit('select');
+    if (index >= 0) this.#go(index, event);
+    else if (event.target === this.#sheet || event.target === this.#place) {
+      this.#selected.clear();
+      this.#draw();
+      emit(this, 'select');
     }
   }
 
-  /** @private Moves the focus, and selects as the modifiers say. */
-  go(/** @type {number} */ index, /** @type {{shiftKey?: boolean, ctrlKey?: boolean, metaKey?: boolean}} */ { shiftKey, ctrlKey, metaKey }, toggle = true) {
-    const entry = this.entries[index];
+  /**
+   * Moves the focus, and selects as the modifiers say.
+   * @param {number} index
+   * @param {Modifiers} modifiers
+   * @param {boolean} [toggle] whether Ctrl changes the selection of the row
+   */
+  #go(index, { shiftKey, ctrlKey, metaKey }, toggle = true) {
+    const entry = this.#entries[index];
     if (!entry) return;
-    this.focus = index;
+    this.#focus = index;
     if (shiftKey) {
-      const [from, to] = [Math.min(index, this.anchor), Math.max(index, this.anchor)];
-      this.selected = new Set(this.entries.slice(from, to + 1));
+      const [from, to] = [Math.min(index, this.#anchor), Math.max(index, this.#anchor)];
+      this.#selected = new Set(this.#entries.slice(from, to + 1));
     } else {
-      this.anchor = index;
-      if (!ctrlKey && !metaKey) this.selected = new Set([entry]);
-      else if (toggle && !this.selected.delete(entry)) this.selected.add(entry);
+      this.#anchor = index;
+      if (!ctrlKey && !metaKey) this.#selected = new Set([entry]);
+      else if (toggle && !this.#selected.delete(entry)) this.#selected.add(entry);
     }
-    this.reveal();
-    this.draw();
-    this.emit('select');
+    this.#reveal();
+    this.#draw();
+    emit(this, 'select');
   }
 
-  /** @private */
-  reveal() {
-    const top = this.focus * ROW_PIXELS;
-    const { clientHeight } = this.place;
-    if (top < this.place.scrollTop) this.place.scrollTop = top;
-    else if (top + ROW_PIXELS > this.place.scrollTop + clientHeight) this.place.scrollTop = top + ROW_PIXELS - clientHeight;
+  #reveal() {
+    const top = this.#focus * ROW_PIXELS;
+    const place = this.#place;
+    if (top < place.scrollTop) place.scrollTop = top;
+    else if (top + ROW_PIXELS > place.scrollTop + place.clientHeight)
+      place.scrollTop = top + ROW_PIXELS - place.clientHeight;
   }
 
-  /** @private */
-  key(/** @type {KeyboardEvent} */ event) {
+  #key(/** @type {KeyboardEvent} */ event) {
     const { key, ctrlKey, metaKey } = event;
-    const searching = this.typed !== '' && performance.now() - this.typedAt < SEARCH_MS;
-    const page = Math.max(1, Math.floor(this.place.clientHeight / ROW_PIXELS) - 1);
-    const steps = /** @type {Record<string, number>} */ ({ ArrowUp: -1, ArrowDown: 1, PageUp: -page, PageDown: page,
-      Home: -Infinity, End: Infinity });
-    if (key in steps) {
-      this.typed = '';
-      const last = this.entries.length - 1;
-      this.go(Math.min(last, Math.max(0, this.focus + steps[key])), event, false);
-    } else if (key === 'Enter') this.emitOpen(this.focus);
-    else if (key === 'Backspace') this.emit('up');
-    else if (key === ' ' && !searching) this.go(this.focus, { ctrlKey: true });
-    else if ((ctrlKey || metaKey) && key.toLowerCase() === 'a') this.selectAll();
-    else if ([...key].length === 1 && !ctrlKey && !metaKey && !event.altKey) this.search(key);
+    const searching = this.#searchText !== '' && performance.now() - this.#searchedAt < SEARCH_MS;
+    const step = this.#stepOf(key);
+    if (step !== undefined) {
+      this.#searchText = '';
+      const last = this.#entries.length - 1;
+      this.#go(Math.min(last, Math.max(0, this.#focus + step)), event, false);
+    } else if (key === 'Enter') this.#emitOpen(this.#focus);
+    else if (key === 'Backspace') emit(this, 'up');
+    else if (key === ' ' && !searching) this.#go(this.#focus, { ctrlKey: true });
+    else if ((ctrlKey || metaKey) && key.toLowerCase() === 'a') this.#selectAll();
+    else if ([...key].length === 1 && !ctrlKey && !metaKey && !event.altKey) this.#search(key);
     else return;
     event.preventDefault();
   }
 
-  /** @private */
-  selectAll() {
-    this.selected = new Set(this.entries);
-    this.draw();
-    this.emit('select');
+  /** The rows by which a key moves the focus; undefined for keys that do not move it. */
+  #stepOf(/** @type {string} */ key) {
+    const page = Math.max(1, Math.floor(this.#place.clientHeight / ROW_PIXELS) - 1);
+    const steps = new Map([
+      ['ArrowUp', -1],
+      ['ArrowDown', 1],
+      ['PageUp', -page],
+      ['PageDown', page],
+      ['Home', -Infinity],
+      ['End', Infinity],
+    ]);
+    return steps.get(key);
   }
 
-  /** @private Letters lead to the next name that begins with them. */
-  search(/** @type {string} */ letter) {
+  #selectAll() {
+    this.#selected = new Set(this.#entries);
+    this.#draw();
+    emit(this, 'select');
+  }
+
+  /** Goes to the next entry whose name begins with the letters typed so far. */
+  #search(/** @type {string} */ letter) {
     const now = performance.now();
-    this.typed = (now - this.typedAt < SEARCH_MS ? this.typed : '') + letter.toLowerCase();
-    this.typedAt = now;
-    const { length } = this.entries;
-    const first = this.focus + (this.typed.length === 1 ? 1 : 0);
+    this.#searchText = (now - this.#searchedAt < SEARCH_MS ? this.#searchText : '') + letter.toLowerCase();
+    this.#searchedAt = now;
+    const { length } = this.#entries;
+    const first = this.#focus + (this.#searchText.length === 1 ? 1 : 0);
     for (let i = 0; i < length; i++) {
       const at = (first + i) % length;
-      if (!this.entries[at].name.toLowerCase().startsWith(this.typed)) continue;
-      this.go(at, {});
+      if (!this.#entries[at].name.toLowerCase().startsWith(this.#searchText)) continue;
+      this.#go(at, {});
       return;
     }
   }
 
-  /** @private */
-  emitOpen(/** @type {number} */ index) {
-    const entry = this.entries[index];
-    if (entry) this.dispatchEvent(new CustomEvent('open', { detail: entry }));
-  }
-
-  /** @private */
-  emit(/** @type {string} */ name) {
-    this.dispatchEvent(new Event(name));
+  #emitOpen(/** @type {number} */ index) {
+    const entry = this.#entries[index];
+    if (entry) emit(this, 'open', entry);
   }
 }

@@ -1,206 +1,239 @@
-// The side panel with the machine's folders: where one is, what is there, and the ways in and out for files.
+// The side panel with the machine's folders: the folder shown, its entries, and uploads and downloads.
+import { onDetail } from '../base/custom_events.js';
 import { byId, make } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
-import { FileList } from './file_list.js';
-import { sorted } from './listing.js';
 import { visible } from '../base/names.js';
 import { crumbs, lastPart } from '../base/paths.js';
 import { texts } from '../base/texts.js';
+import { FileList } from './file_list.js';
+import { sorted } from './listing.js';
 
 /** @typedef {import('./listing.js').Entry} Entry */
+/** @typedef {import('./listing.js').SortKey} SortKey */
+/** @typedef {import('./uploads.js').LocalFile} LocalFile */
 
-const PANEL = 'files';
+/**
+ * A panel beside the picture; `toggle` opens or closes it.
+ * @typedef {{body: HTMLElement, isOpen: () => boolean, toggle: (open: boolean) => void}} Panel
+ * @typedef {(panel: {name: string, title: string, onToggle: (open: boolean) => void}) => Panel} AddPanel
+ */
 
 export class FilePanel {
+  #folders;
+  #actions;
+  #panel;
+  #root = byId('files');
+  #list;
+  /** @type {import('./listing.js').Listing | null} the folder that is shown */
+  #listing = null;
+  /** The folder that was requested last. */
+  #wanted = '';
+  /** @type {{by: SortKey, descending: boolean}} */
+  #order = { by: 'name', descending: false };
+  /** @type {LocalFile[]} files for which the representative is to choose a folder */
+  #offered = [];
+
   /**
-   * @param {import('../session/panels.js').Panels} panels
-   * @param {import('./folders.js').Folders} folders
-   * @param {import('./listing.js').Numbers} numbers
+   * @param {AddPanel} addPanel
+   * @param {import('./folder_requests.js').FolderRequests} folders
+   * @param {import('../base/formats.js').Formats} formats
    * @param {{download: (entries: Entry[]) => void,
-   *   upload: (files: {file: File, path?: string}[], folder: string) => Promise<void>}} acts
+   *   upload: (files: LocalFile[], folder: string) => Promise<void>}} actions
    */
-  constructor(panels, folders, numbers, acts) {
-    this.panels = panels;
-    this.folders = folders;
-    this.acts = acts;
-    this.panel = byId('files');
-    this.list = new FileList(byId('files-list'), numbers);
-    /** @type {import('./listing.js').Listing | null} the folder that is shown */
-    this.listing = null;
-    /** The folder that was asked for last. */
-    this.wanted = '';
-    this.order = { by: /** @type {'name' | 'size' | 'mtime'} */ ('name'), descending: false };
-    /** @type {{file: File, path?: string}[]} files that wait for a folder to be chosen */
-    this.waiting = [];
-    panels.add({ name: PANEL, title: texts.files, onToggle: (open) => this.toggled(open) }).append(this.panel);
-    this.attach();
+  constructor(addPanel, folders, formats, actions) {
+    this.#folders = folders;
+    this.#actions = actions;
+    this.#list = new FileList(byId('files-list'), formats);
+    this.#panel = addPanel({
+      name: 'files',
+      title: texts.files,
+      onToggle: (open) => this.#toggled(open),
+    });
+    this.#panel.body.append(this.#root);
+    this.#attachList();
+    this.#attachButtons();
+    this.#attachDrop();
   }
 
-  get shown() {
-    return this.panels.open === PANEL;
-  }
-
-  /** @private */
-  toggled(/** @type {boolean} */ open) {
-    if (!open) this.waiting = [];
-    if (open && !this.listing) this.go('');
-    if (open) this.list.place.focus();
-    this.drawState();
-  }
-
-  /** A session runs: a panel that is open shows where it was. */
+  /** A session has begun: an open panel shows the folder that it showed before. */
   start() {
-    if (this.shown) this.go(this.wanted);
+    if (this.#panel.isOpen()) this.#go(this.#wanted);
   }
 
-  /** Another machine has other folders. */
+  /** Closes the panel and forgets the folder, for another machine. */
   reset() {
-    this.listing = null;
-    this.wanted = '';
-    this.waiting = [];
-    this.list.show([]);
-    this.panels.toggle(PANEL, false);
-    this.drawState();
+    this.#listing = null;
+    this.#wanted = '';
+    this.#offered = [];
+    this.#list.show([]);
+    this.#panel.toggle(false);
+    this.#drawState();
   }
 
-  /** Shows a folder; the one before stays until the machine has answered. */
-  async go(/** @type {string} */ path, from = '') {
-    this.wanted = path;
-    this.panel.ariaBusy = 'true';
+  /** Opens the panel, so that the representative can choose a folder for the files. */
+  offer(/** @type {LocalFile[]} */ files) {
+    this.#panel.toggle(true);
+    this.#offered = files;
+    this.#drawState();
+  }
+
+  #toggled(/** @type {boolean} */ open) {
+    if (!open) this.#offered = [];
+    if (open && !this.#listing) this.#go('');
+    if (open) this.#list.takeFocus();
+    this.#drawState();
+  }
+
+  /**
+   * Shows a folder. The previous folder stays on the page until the machine has answered.
+   * @param {string} path
+   * @param {string} [from] the name of the entry to select
+   */
+  async #go(path, from = '') {
+    this.#wanted = path;
+    this.#root.ariaBusy = 'true';
     try {
-      const listing = await this.folders.list(path);
-      // A folder that was asked for later is on its way.
-      if (this.wanted !== path) return;
-      const again = this.listing?.path === path;
-      this.listing = listing;
-      this.draw(again, from);
+      const listing = await this.#folders.list(path);
+      // Another folder may have been requested in the meantime.
+      if (this.#wanted !== path) return;
+      const again = this.#listing?.path === path;
+      this.#listing = listing;
+      this.#draw(again, from);
     } catch {
-      // The session is over; its words stand over the picture.
+      // The session has ended; the message over the picture says so.
     }
-    if (this.wanted === path) this.panel.ariaBusy = 'false';
+    if (this.#wanted === path) this.#root.ariaBusy = 'false';
   }
 
-  /** Files for which a folder is yet to be chosen. */
-  offer(/** @type {{file: File, path?: string}[]} */ files) {
-    this.panels.toggle(PANEL, true);
-    this.waiting = files;
-    this.drawState();
-  }
-
-  /** @private */
-  attach() {
-    const { list } = this;
-    list.addEventListener('open', (/** @type {any} */ { detail }) => this.open(detail));
-    list.addEventListener('up', () => this.up());
-    list.addEventListener('select', () => this.drawState());
-    list.place.addEventListener('paste', async (/** @type {ClipboardEvent} */ { clipboardData }) => {
-      if (clipboardData) this.upload(await droppedFiles(clipboardData));
+  #attachList() {
+    const list = this.#list;
+    onDetail(list, 'open', (/** @type {Entry} */ entry) => this.#open(entry));
+    list.addEventListener('up', () => this.#up());
+    list.addEventListener('select', () => this.#drawState());
+    byId('files-list').addEventListener('paste', async ({ clipboardData }) => {
+      if (clipboardData) this.#upload(await droppedFiles(clipboardData));
     });
-    byId('files-up').addEventListener('click', () => this.up());
-    byId('files-again').addEventListener('click', () => this.go(this.wanted));
-    byId('files-download').addEventListener('click', () => this.acts.download(list.chosen.filter(({ dir }) => !dir)));
-    byId('files-upload').addEventListener('click', () => byId('files-input').click());
-    byId('files-input').addEventListener('change', ({ target }) => {
-      this.upload([...target.files].map((file) => ({ file })));
-      target.value = '';
-    });
-    byId('files-put').addEventListener('click', () => this.upload(this.waiting));
-    for (const button of byId('files-head').querySelectorAll('button'))
-      button.addEventListener('click', () => this.sort(button.dataset.by));
-    this.attachDrop();
   }
 
-  /** @private */
-  attachDrop() {
-    const { panel } = this;
-    panel.addEventListener('dragover', (/** @type {DragEvent} */ event) => {
-      if (!carriesFiles(event.dataTransfer)) return;
+  #attachButtons() {
+    const input = byId('files-input', HTMLInputElement);
+    byId('files-up').addEventListener('click', () => this.#up());
+    byId('files-again').addEventListener('click', () => this.#go(this.#wanted));
+    byId('files-download').addEventListener('click', () => this.#actions.download(this.#selectedFiles()));
+    byId('files-upload').addEventListener('click', () => input.click());
+    input.addEventListener('change', () => {
+      this.#upload([...(input.files ?? [])].map((file) => ({ file })));
+      input.value = '';
+    });
+    byId('files-put').addEventListener('click', () => this.#upload(this.#offered));
+    for (const [by, button] of sortButtons()) button.addEventListener('click', () => this.#sort(by));
+  }
+
+  #attachDrop() {
+    const root = this.#root;
+    root.addEventListener('dragover', (event) => {
+      if (!event.dataTransfer || !carriesFiles(event.dataTransfer)) return;
       event.preventDefault();
       event.stopPropagation();
-      /** @type {DataTransfer} */ (event.dataTransfer).dropEffect = this.listing?.path ? 'copy' : 'none';
-      panel.classList.toggle('is-target', !!this.listing?.path);
+      event.dataTransfer.dropEffect = this.#listing?.path ? 'copy' : 'none';
+      root.classList.toggle('is-target', !!this.#listing?.path);
     });
-    panel.addEventListener('dragleave', (/** @type {DragEvent} */ event) => {
-      if (!panel.contains(/** @type {Node} */ (event.relatedTarget))) panel.classList.remove('is-target');
+    root.addEventListener('dragleave', ({ relatedTarget }) => {
+      if (!(relatedTarget instanceof Node && root.contains(relatedTarget)))
+        root.classList.remove('is-target');
     });
-    panel.addEventListener('drop', async (/** @type {DragEvent} */ event) => {
-      panel.classList.remove('is-target');
-      if (!carriesFiles(event.dataTransfer)) return;
+    root.addEventListener('drop', async (event) => {
+      root.classList.remove('is-target');
+      if (!event.dataTransfer || !carriesFiles(event.dataTransfer)) return;
       event.preventDefault();
       event.stopPropagation();
-      this.upload(await droppedFiles(/** @type {DataTransfer} */ (event.dataTransfer)));
+      this.#upload(await droppedFiles(event.dataTransfer));
     });
   }
 
-  /** @private */
-  open(/** @type {Entry} */ entry) {
-    if (entry.dir) this.go(entry.path);
-    else this.acts.download(this.list.chosen.filter(({ dir }) => !dir));
+  #selectedFiles() {
+    return this.#list.selected.filter(({ dir }) => !dir);
   }
 
-  /** @private */
-  up() {
-    const { listing } = this;
-    if (listing?.path) this.go(listing.parent, lastPart(listing.path));
+  #open(/** @type {Entry} */ entry) {
+    if (entry.dir) this.#go(entry.path);
+    else this.#actions.download(this.#selectedFiles());
   }
 
-  /** @private Puts files into the folder that is shown, and shows it again when they are there. */
-  async upload(/** @type {{file: File, path?: string}[]} */ files) {
-    const folder = this.listing?.path;
+  #up() {
+    const listing = this.#listing;
+    if (listing?.path) this.#go(listing.parent, lastPart(listing.path));
+  }
+
+  /** Uploads files into the folder that is shown, and lists it again afterwards. */
+  async #upload(/** @type {LocalFile[]} */ files) {
+    const folder = this.#listing?.path;
     if (!folder || !files.length) return;
-    this.waiting = [];
-    this.drawState();
-    await this.acts.upload(files, folder).catch(() => {});
-    if (this.shown && this.wanted === folder) this.go(folder);
+    this.#offered = [];
+    this.#drawState();
+    await this.#actions.upload(files, folder).catch(() => {});
+    if (this.#panel.isOpen() && this.#wanted === folder) this.#go(folder);
   }
 
-  /** @private */
-  sort(/** @type {'name' | 'size' | 'mtime'} */ by) {
-    const { order } = this;
-    this.order = { by, descending: order.by === by ? !order.descending : by !== 'name' };
-    this.draw(true);
+  #sort(/** @type {SortKey} */ by) {
+    const order = this.#order;
+    this.#order = { by, descending: order.by === by ? !order.descending : by !== 'name' };
+    this.#draw(true);
   }
 
-  /** @private `again`: the same folder, where the representative has a place and a selection */
-  draw(again = false, from = '') {
-    if (!this.listing) return;
-    const { by, descending } = this.order;
-    const { selected } = this.list;
-    const before = new Map([...selected].map((entry) => [entry.name, true]));
-    const entries = sorted(this.listing.entries, by, descending, navigator.language);
-    if (again) this.list.selected = new Set(entries.filter(({ name }) => before.has(name)));
-    this.list.show(entries, again);
-    if (from) this.list.point(from);
-    for (const button of byId('files-head').querySelectorAll('button'))
-      button.parentElement.ariaSort = button.dataset.by === by ? (descending ? 'descending' : 'ascending') : 'none';
-    this.drawCrumbs(this.listing);
-    this.drawState();
+  /**
+   * @param {boolean} again the same folder, in which selection and focus are kept
+   * @param {string} [from] the name of the entry to select
+   */
+  #draw(again, from = '') {
+    if (!this.#listing) return;
+    const { by, descending } = this.#order;
+    const entries = sorted(this.#listing.entries, by, descending, navigator.language);
+    if (again) this.#list.update(entries);
+    else this.#list.show(entries);
+    if (from) this.#list.select(from);
+    for (const [key, button] of sortButtons()) {
+      const header = /** @type {HTMLElement} */ (button.parentElement);
+      header.ariaSort = key === by ? (descending ? 'descending' : 'ascending') : 'none';
+    }
+    this.#drawCrumbs(this.#listing);
+    this.#drawState();
   }
 
-  /** @private */
-  drawCrumbs(/** @type {import('./listing.js').Listing} */ { path, parent }) {
-    const places = [{ name: texts.drives, path: '' }, ...crumbs(path, parent)];
-    byId('files-crumbs').replaceChildren(...places.map((place, i) => {
-      const button = make('button', { type: 'button', className: 'quiet', onclick: () => this.go(place.path) },
-        make('bdi', {}, visible(place.name)));
-      if (i === places.length - 1) button.ariaCurrent = 'location';
+  #drawCrumbs(/** @type {import('./listing.js').Listing} */ { path, parent }) {
+    const folders = [{ name: texts.drives, path: '' }, ...crumbs(path, parent)];
+    const items = folders.map((folder, i) => {
+      const button = make(
+        'button',
+        { type: 'button', className: 'quiet', onclick: () => this.#go(folder.path) },
+        make('bdi', {}, visible(folder.name)),
+      );
+      if (i === folders.length - 1) button.ariaCurrent = 'location';
       return make('li', {}, button);
-    }));
+    });
+    byId('files-crumbs').replaceChildren(...items);
     byId('files-crumbs').scrollLeft = byId('files-crumbs').scrollWidth;
   }
 
-  /** @private */
-  drawState() {
-    const { list, listing } = this;
-    const chosen = list.chosen.filter(({ dir }) => !dir).length;
+  #drawState() {
+    const [list, listing, offered] = [this.#list, this.#listing, this.#offered];
     const inFolder = !!listing?.path;
-    byId('files-up').disabled = !inFolder;
-    byId('files-upload').disabled = !inFolder;
-    byId('files-download').disabled = chosen === 0;
-    byId('files-put').hidden = this.waiting.length === 0;
-    byId('files-put').disabled = !inFolder;
-    byId('files-put').textContent = texts.putHere(this.waiting.length);
-    byId('files-count').textContent = listing ? texts.entryCount(list.entries.length, list.selected.size) : '';
-    byId('files-empty').hidden = !listing || list.entries.length > 0;
+    byId('files-up', HTMLButtonElement).disabled = !inFolder;
+    byId('files-upload', HTMLButtonElement).disabled = !inFolder;
+    byId('files-download', HTMLButtonElement).disabled = this.#selectedFiles().length === 0;
+    const put = byId('files-put', HTMLButtonElement);
+    put.hidden = offered.length === 0;
+    put.disabled = !inFolder;
+    put.textContent = texts.putHere(offered.length);
+    byId('files-count').textContent = listing ? texts.entryCount(list.count, list.selected.length) : '';
+    byId('files-empty').hidden = !listing || list.count > 0;
   }
+}
+
+/** The buttons of the column headers, each with its sort key. */
+function sortButtons() {
+  const buttons = byId('files-head').querySelectorAll('button');
+  return [...buttons].map(
+    (button) => /** @type {const} */ ([/** @type {SortKey} */ (button.dataset.by), button]),
+  );
 }

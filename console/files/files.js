@@ -1,76 +1,115 @@
-// File transfer in a session: the panel, the transfers, and the messages between them and the machine.
-import { Courier } from './transfer_queue.js';
+// File transfer in a session: connects the panel, the transfers and the messages to and from the machine.
+import { onDetail } from '../base/custom_events.js';
 import { byId, make } from '../base/dom.js';
-import { Msg } from '../link/messages.js';
-import { FilePanel } from './file_panel.js';
-import { Folders } from './folders.js';
-import { Numbers } from './listing.js';
+import { Formats } from '../base/formats.js';
 import { visible } from '../base/names.js';
-import { openSink, save } from './download_sink.js';
+import { saveFile } from '../base/save_file.js';
 import { texts } from '../base/texts.js';
+import { Msg } from '../link/messages.js';
+import { openSink } from './download_sink.js';
+import { FilePanel } from './file_panel.js';
+import { FolderRequests } from './folder_requests.js';
 import { Transfer } from './transfer.js';
+import { TransferQueue } from './transfer_queue.js';
 import { TransferRows } from './transfer_rows.js';
 import { Uploads } from './uploads.js';
 
-/** Names shown when it is asked whether to overwrite. */
+/** The number of names in the question whether to overwrite. */
 const NAMES_SHOWN = 8;
 
-/** @param {import('../session/session.js').SessionView} session */
-export function attachFiles(session) {
-  const numbers = new Numbers(navigator.language);
-  const folders = new Folders((path) => {
-    session.sendJson(Msg.DirListRequest, { path });
-    return session.accepted;
+/**
+ * @param {object} parts
+ * @param {import('../link/session_channel.js').SessionChannel} parts.channel
+ * @param {EventTarget & {sendControl: (message: object) => boolean}} parts.relay its control messages, both
+ *   ways
+ * @param {import('./file_panel.js').AddPanel} parts.addPanel
+ * @returns {{offer: FilePanel['offer'], machineIsIdle: () => Promise<boolean>}} offer: lets the
+ *   representative choose a folder for the files; machineIsIdle: resolves when the machine has handled all
+ *   messages before
+ */
+export function attachFiles({ channel, relay, addPanel }) {
+  const formats = new Formats(navigator.language);
+  const folders = new FolderRequests((path) => {
+    channel.sendJson(Msg.DirListRequest, { path });
+    return channel.isOpen;
   });
-  const courier = new Courier({
-    sendJson: (type, value) => session.sendJson(type, value),
-    sendBytes: (type, payload) => session.sendBytes(type, payload),
-    sendControl: (message) => session.link.sendControl(message),
-    session: () => (session.accepted ? session.number : null),
-  }, openSink);
-  new TransferRows({ list: byId('transfers'), clear: byId('transfers-clear'), section: byId('transfers-section') }, courier, numbers);
-  const uploads = new Uploads(courier, folders, askToOverwrite);
-  const panel = new FilePanel(session.panels, folders, numbers, {
-    download: (entries) => entries.forEach((entry) => fetchFile(courier, entry)),
-    upload: (files, folder) => uploads.put(files, folder),
+  const queue = new TransferQueue(
+    {
+      sendJson: (type, value) => channel.sendJson(type, value),
+      send: (type, payload) => channel.send(type, payload),
+      sendControl: (message) => relay.sendControl(message),
+      session: () => channel.session,
+    },
+    openSink,
+  );
+  const rowParts = {
+    list: byId('transfers'),
+    clear: byId('transfers-clear'),
+    section: byId('transfers-section'),
+  };
+  new TransferRows(rowParts, queue, formats);
+  const uploads = new Uploads(queue, folders, askToOverwrite);
+  const panel = new FilePanel(addPanel, folders, formats, {
+    download: (entries) => {
+      for (const entry of entries) download(queue, entry);
+    },
+    upload: (files, folder) => uploads.upload(files, folder),
   });
 
-  session.handlers.set(Msg.DirListResult, (payload) => folders.receive(payload));
-  session.handlers.set(Msg.FileChunk, (payload) => courier.receiveChunk(payload));
-  session.handlers.set(Msg.FileTransferEnd, (payload) => courier.receiveEnd(payload));
-  session.link.addEventListener('control', (/** @type {any} */ { detail }) => courier.control(detail));
-  let machine = '';
-  session.addEventListener('accepted', () => {
-    if (machine !== session.agent) panel.reset();
-    machine = session.agent;
-    panel.start();
-  });
-  session.addEventListener('over', () => {
-    folders.sessionOver();
-    courier.sessionOver();
-  });
-  return panel;
+  channel.handle(Msg.DirListResult, (payload) => folders.receive(payload));
+  channel.handle(Msg.FileChunk, (payload) => queue.receiveChunk(payload));
+  channel.handle(Msg.FileTransferEnd, (payload) => queue.receiveEnd(payload));
+  onDetail(relay, 'control', (/** @type {import('../link/link.js').ControlMessage} */ message) =>
+    queue.receiveControl(message),
+  );
+  followSessions(channel, panel, [folders, queue]);
+  // The machine answers in order, so the listing of its drives comes after everything that was sent before
+  // the request.
+  return { offer: (files) => panel.offer(files), machineIsIdle: async () => !!(await folders.list('')) };
 }
 
-/** Each file is handed over as soon as it is whole. */
-async function fetchFile(/** @type {Courier} */ courier, /** @type {import('./listing.js').Entry} */ { name, path, size }) {
+/**
+ * @param {import('../link/session_channel.js').SessionChannel} channel
+ * @param {FilePanel} panel
+ * @param {{sessionOver: () => void}[]} others
+ */
+function followSessions(channel, panel, others) {
+  let agent = '';
+  channel.addEventListener('open', () => {
+    if (agent !== channel.agent) panel.reset();
+    agent = channel.agent;
+    panel.start();
+  });
+  channel.addEventListener('closed', () => {
+    for (const other of others) other.sessionOver();
+  });
+}
+
+/** Downloads a file and saves it as soon as it is complete. */
+async function download(
+  /** @type {TransferQueue} */ queue,
+  /** @type {import('./listing.js').Entry} */ { name, path, size },
+) {
   const transfer = new Transfer({ kind: 'download', name, path, size });
-  courier.add(transfer);
+  queue.add(transfer);
   await transfer.ended;
-  if (transfer.blob && transfer.state === 'done') save(transfer.blob, visible(name));
+  if (transfer.blob && transfer.state === 'done') saveFile(transfer.blob, visible(name));
 }
 
 /** @returns {Promise<import('./uploads.js').Answer>} */
 function askToOverwrite(/** @type {string[]} */ names) {
-  const dialog = byId('overwrite-dialog');
+  const dialog = byId('overwrite-dialog', HTMLDialogElement);
   byId('overwrite-question').textContent = texts.overwriteQuestion(names.length);
   const more = names.length - NAMES_SHOWN;
   byId('overwrite-names').replaceChildren(
     ...names.slice(0, NAMES_SHOWN).map((name) => make('li', {}, make('bdi', {}, visible(name)))),
-    ...(more > 0 ? [make('li', {}, texts.andMore(more))] : []));
+    ...(more > 0 ? [make('li', {}, texts.andMore(more))] : []),
+  );
   dialog.returnValue = '';
   dialog.showModal();
   return new Promise((resolve) => {
-    dialog.addEventListener('close', () => resolve(dialog.returnValue || 'cancel'), { once: true });
+    const answered = () =>
+      resolve(/** @type {import('./uploads.js').Answer} */ (dialog.returnValue || 'cancel'));
+    dialog.addEventListener('close', answered, { once: true });
   });
 }

@@ -1,12 +1,27 @@
-// One file on its way, as its row on the page needs it: how far it is, how fast, and what became of it.
-import { RateMeter } from '../base/status.js';
+// One file transfer: its progress, its rate and its result.
+import { RateMeter } from '../base/rate_meter.js';
 
 /**
- * 'waiting' for its turn, 'running', 'checking' what arrived, and at last 'done', 'failed' or 'cancelled'.
+ * 'waiting' in the queue, 'running', 'checking' whether all of it arrived, and at the end 'done', 'failed' or
+ * 'cancelled'.
  * @typedef {'waiting' | 'running' | 'checking' | 'done' | 'failed' | 'cancelled'} TransferState
  */
 
 export class Transfer {
+  /** @type {TransferState} */
+  state = 'waiting';
+  /** Bytes so far. */
+  done = 0;
+  /** A key of texts.transferRemarks, or a sentence of the relay. */
+  remark = '';
+  /** @type {Blob | null} the content of a download that is done */
+  blob = null;
+  /** @type {import('./download_sink.js').DownloadSink | null} the sink that holds the content */
+  sink = null;
+  #meter = new RateMeter();
+  /** @type {() => void} */
+  #resolveEnded = () => {};
+
   /** @param {{kind: 'upload' | 'download', name: string, path: string, size: number, file?: File}} what */
   constructor({ kind, name, path, size, file }) {
     this.kind = kind;
@@ -14,39 +29,36 @@ export class Transfer {
     this.path = path;
     this.size = size;
     this.file = file;
-    /** @type {TransferState} */
-    this.state = 'waiting';
-    /** Bytes so far. */
-    this.done = 0;
-    /** A key of texts.transferRemarks, or a sentence of the relay. */
-    this.remark = '';
-    /** @type {Blob | null} of a download that is done */
-    this.blob = null;
-    /** @type {import('./download_sink.js').Sink | null} what keeps the Blob */
-    this.sink = null;
-    this.meter = new RateMeter();
-    this.ended = new Promise((resolve) => { this.resolveEnd = resolve; });
+    /** @type {Promise<void>} resolves when the transfer has ended, whatever the result */
+    this.ended = new Promise((resolve) => {
+      this.#resolveEnded = resolve;
+    });
   }
 
   get active() {
     return this.state === 'waiting' || this.state === 'running' || this.state === 'checking';
   }
 
+  /** Bytes per second. */
+  get rate() {
+    return this.#meter.read().kilobytesPerSecond * 1000;
+  }
+
+  start() {
+    this.state = 'running';
+    this.#meter.restart();
+  }
+
   advance(/** @type {number} */ bytes) {
     this.done += bytes;
-    this.meter.add(bytes);
+    this.#meter.add(bytes);
   }
 
-  /** Bytes a second. */
-  get rate() {
-    return this.meter.read().kilobytesPerSecond * 1000;
-  }
-
-  /** Only the first end counts. */
+  /** Sets the result; only the first call counts. */
   end(/** @type {'done' | 'failed' | 'cancelled'} */ state, remark = '') {
     if (!this.active) return;
     this.state = state;
     this.remark = remark;
-    this.resolveEnd?.(undefined);
+    this.#resolveEnded();
   }
 }

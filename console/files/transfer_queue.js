@@ -1,114 +1,131 @@
-// Carries files: a queue of transfers, a few of them at a time, over the session's messages. It knows nothing of the
-// page. The machine confirms no upload, so whoever queues one looks afterwards what arrived.
+// The queue of file transfers: runs a few at a time over the session's messages. Knows nothing of the page.
+// The machine does not confirm uploads, so whoever queues one lists the folder afterwards.
+import { emit } from '../base/custom_events.js';
 import { readJson } from '../link/envelope.js';
 import { Msg } from '../link/messages.js';
-import { Flow } from './upload_window.js';
-import { Transfer } from './transfer.js';
+import { UploadWindow } from './upload_window.js';
+
+/** @typedef {import('./transfer.js').Transfer} Transfer */
+/** @typedef {import('./download_sink.js').DownloadSink} DownloadSink */
+/** @typedef {{sink: DownloadSink, nextChunk: number, written: Promise<void>}} Incoming a download's bytes */
 
 const CHUNK_BYTES = 256 * 1024;
 const CHUNK_HEADER_BYTES = 8;
-const AT_ONCE = 3;
+const MAX_RUNNING = 3;
 
 /**
- * @typedef {object} Road what the session offers
+ * @typedef {object} Sender what the queue sends through
  * @property {(type: number, value: object) => void} sendJson
- * @property {(type: number, payload: Uint8Array) => void} sendBytes
- * @property {(message: object) => boolean} sendControl false when the link is down
- * @property {() => number | null} session the number of the accepted session
+ * @property {(type: number, payload: Uint8Array) => void} send
+ * @property {(message: object) => boolean} sendControl to the relay; false when the link is down
+ * @property {() => number | null} session the number of the open session
  */
 
 /** Events: 'change' (detail: the transfer). */
-export class Courier extends EventTarget {
-  /** @param {Road} road @param {() => Promise<import('./download_sink.js').Sink>} openSink */
-  constructor(road, openSink) {
+export class TransferQueue extends EventTarget {
+  #sender;
+  #openSink;
+  #window = new UploadWindow();
+  /** @type {Transfer[]} */
+  #waiting = [];
+  /** @type {Set<Transfer>} */
+  #running = new Set();
+  #requests = 0;
+  /**
+   * Unanswered requests for transfer ids, by the number of the request.
+   * @type {Map<number, {resolve: (id: number) => void, reject: (why: Error) => void}>}
+   */
+  #idRequests = new Map();
+  /** @type {Map<number, Transfer>} transfers that the machine knows, by id */
+  #open = new Map();
+  /** @type {Map<number, Incoming>} by the id of the transfer */
+  #incoming = new Map();
+
+  /** @param {Sender} sender @param {() => Promise<DownloadSink>} openSink */
+  constructor(sender, openSink) {
     super();
-    this.road = road;
-    this.openSink = openSink;
-    this.flow = new Flow();
-    /** @type {Transfer[]} */
-    this.queue = [];
-    /** @type {Set<Transfer>} those that have one of the places */
-    this.running = new Set();
-    this.requests = 0;
-    /** @type {Map<number, {resolve: (id: number) => void, reject: (why: Error) => void}>} numbers asked for */
-    this.asked = new Map();
-    /** @type {Map<number, Transfer>} those under way, by number */
-    this.open = new Map();
-    /** @type {Map<number, import('./download_sink.js').Sink & {next: number, written: Promise<void>}>} */
-    this.sinks = new Map();
+    this.#sender = sender;
+    this.#openSink = openSink;
   }
 
   add(/** @type {Transfer} */ transfer) {
-    this.queue.push(transfer);
-    this.changed(transfer);
-    this.next();
+    this.#waiting.push(transfer);
+    this.#changed(transfer);
+    this.#runNext();
   }
 
-  /** What was sent stays on the machine, and what the machine still sends is thrown away. */
+  /**
+   * Cancels a transfer. Uploaded bytes stay on the machine; bytes that the machine still sends are dropped.
+   */
   cancel(/** @type {Transfer} */ transfer) {
     const begun = transfer.state !== 'waiting';
     this.finish(transfer, 'cancelled', begun ? `${transfer.kind}Cancelled` : '');
   }
 
-  /** A control message of the relay. */
-  control(/** @type {{type: string, [field: string]: any}} */ message) {
-    if (message.type === 'pong') this.flow.pong(message.id);
-    const asked = this.asked.get(message.request);
-    if (asked && (message.type === 'transfer' || message.type === 'error')) {
-      this.asked.delete(message.request);
-      if (message.type === 'transfer') asked.resolve(message.transfer);
-      else asked.reject(new Error(String(message.message ?? '')));
+  /** Takes a control message of the relay. */
+  receiveControl(/** @type {import('../link/link.js').ControlMessage} */ message) {
+    const { type, id, request, transfer: transferId } = message;
+    if (type === 'pong') this.#window.pong(id);
+    if (type !== 'transfer' && type !== 'error') return;
+    const text = String(message.message ?? '');
+    const asked = this.#idRequests.get(numberOf(request));
+    if (asked) {
+      this.#idRequests.delete(numberOf(request));
+      if (type === 'transfer') asked.resolve(numberOf(transferId));
+      else asked.reject(new Error(text));
     }
-    const transfer = message.type === 'error' && this.open.get(message.transfer);
-    if (transfer) this.finish(transfer, 'failed', String(message.message ?? ''));
+    const transfer = type === 'error' && this.#open.get(numberOf(transferId));
+    if (transfer) this.finish(transfer, 'failed', text);
   }
 
-  /** The session is over. */
   sessionOver() {
-    this.flow.reset();
-    for (const { reject } of this.asked.values()) reject(new Error('sessionOver'));
-    this.asked.clear();
-    for (const transfer of [...this.running, ...this.queue]) {
-      // What is being checked has all come.
+    this.#window.reset();
+    for (const { reject } of this.#idRequests.values()) reject(new Error('sessionOver'));
+    this.#idRequests.clear();
+    for (const transfer of [...this.#running, ...this.#waiting]) {
+      // All of a transfer that is being checked has been sent.
       if (transfer.state !== 'checking') this.finish(transfer, 'failed', 'sessionOver');
     }
   }
 
-  /** A chunk of the machine. */
-  receiveChunk(/** @type {Uint8Array} */ payload) {
+  /** Takes a chunk of a download. */
+  receiveChunk(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
     if (payload.length < CHUNK_HEADER_BYTES) return;
     const view = new DataView(payload.buffer, payload.byteOffset);
-    const transfer = this.open.get(view.getUint32(0));
-    const sink = this.sinks.get(view.getUint32(0));
-    if (!transfer || !sink || transfer.state !== 'running') return;
-    if (view.getUint32(4) !== sink.next) {
+    const transfer = this.#open.get(view.getUint32(0));
+    const incoming = this.#incoming.get(view.getUint32(0));
+    if (!transfer || !incoming || transfer.state !== 'running') return;
+    if (view.getUint32(4) !== incoming.nextChunk) {
       this.finish(transfer, 'failed', 'outOfOrder');
       return;
     }
-    sink.next = (sink.next + 1) >>> 0;
+    incoming.nextChunk = (incoming.nextChunk + 1) >>> 0;
     transfer.advance(payload.length - CHUNK_HEADER_BYTES);
-    sink.written = Promise.all([sink.written, sink.write(payload.subarray(CHUNK_HEADER_BYTES))]).then(() => {});
-    sink.written.catch(() => this.finish(transfer, 'failed', 'noRoom'));
-    this.changed(transfer);
+    const write = incoming.sink.write(payload.subarray(CHUNK_HEADER_BYTES));
+    incoming.written = Promise.all([incoming.written, write]).then(() => {});
+    incoming.written.catch(() => this.finish(transfer, 'failed', 'noRoom'));
+    this.#changed(transfer);
   }
 
-  /** The machine's end of a download. */
+  /** Takes the machine's end of a download. */
   async receiveEnd(/** @type {Uint8Array} */ payload) {
-    const { transfer_id: id, ok, error } = /** @type {any} */ (readJson(payload) ?? {});
-    const transfer = this.open.get(id);
-    const sink = this.sinks.get(id);
-    if (!transfer || !sink || transfer.state !== 'running') return;
-    this.open.delete(id);
-    this.sinks.delete(id);
+    const { transfer_id: transferId, ok, error } = readJson(payload) ?? {};
+    const id = numberOf(transferId);
+    const transfer = this.#open.get(id);
+    const incoming = this.#incoming.get(id);
+    if (!transfer || !incoming || transfer.state !== 'running') return;
+    this.#open.delete(id);
+    this.#incoming.delete(id);
+    const { sink } = incoming;
     if (ok !== true) {
       sink.abort();
       this.finish(transfer, 'failed', error === 'cannot open' ? 'cannotOpen' : 'machineFailed');
       return;
     }
     transfer.state = 'checking';
-    this.changed(transfer);
+    this.#changed(transfer);
     try {
-      await sink.written;
+      await incoming.written;
       transfer.blob = await sink.close();
       transfer.sink = sink;
       this.finish(transfer, 'done', transfer.done === transfer.size ? '' : 'otherSize');
@@ -118,105 +135,113 @@ export class Courier extends EventTarget {
     }
   }
 
-  /** Ends a transfer in every sense; a second end changes nothing. */
-  finish(/** @type {Transfer} */ transfer, /** @type {'done' | 'failed' | 'cancelled'} */ state, remark = '') {
+  /** Ends a transfer, on the machine too where it is still open there; a second end changes nothing. */
+  finish(
+    /** @type {Transfer} */ transfer,
+    /** @type {'done' | 'failed' | 'cancelled'} */ state,
+    remark = '',
+  ) {
     if (!transfer.active) return;
     transfer.end(state, remark);
-    this.queue = this.queue.filter((other) => other !== transfer);
-    for (const [id, other] of this.open) if (other === transfer) this.release(id);
-    this.changed(transfer);
+    this.#waiting = this.#waiting.filter((other) => other !== transfer);
+    for (const [id, other] of this.#open) if (other === transfer) this.#release(id);
+    this.#changed(transfer);
   }
 
-  /** @private What is not over by itself is ended: the machine closes an upload, the relay drops a download. */
-  release(/** @type {number} */ id) {
-    this.open.delete(id);
-    this.sinks.get(id)?.abort();
-    this.sinks.delete(id);
-    this.road.sendJson(Msg.FileTransferEnd, { transfer_id: id });
+  /** Ends a transfer early: at this message the machine closes an upload, and the relay drops a download. */
+  #release(/** @type {number} */ id) {
+    this.#open.delete(id);
+    this.#incoming.get(id)?.sink.abort();
+    this.#incoming.delete(id);
+    this.#sendEnd(id);
   }
 
-  /** @private */
-  next() {
-    while (this.running.size < AT_ONCE) {
-      const transfer = this.queue.shift();
+  #sendEnd(/** @type {number} */ id) {
+    this.#sender.sendJson(Msg.FileTransferEnd, { transfer_id: id });
+  }
+
+  #runNext() {
+    while (this.#running.size < MAX_RUNNING) {
+      const transfer = this.#waiting.shift();
       if (!transfer) return;
-      this.running.add(transfer);
-      transfer.state = 'running';
-      transfer.meter.restart();
-      this.changed(transfer);
-      this.run(transfer)
+      this.#running.add(transfer);
+      transfer.start();
+      this.#changed(transfer);
+      this.#run(transfer)
         .catch((error) => this.finish(transfer, 'failed', error.message || 'machineFailed'))
         .finally(() => {
-          this.running.delete(transfer);
-          this.next();
+          this.#running.delete(transfer);
+          this.#runNext();
         });
     }
   }
 
-  /** @private */
-  async run(/** @type {Transfer} */ transfer) {
-    const id = await this.number();
+  async #run(/** @type {Transfer} */ transfer) {
+    const id = await this.#requestId();
     if (!transfer.active) {
-      this.road.sendJson(Msg.FileTransferEnd, { transfer_id: id });
+      this.#sendEnd(id);
       return;
     }
-    if (transfer.kind === 'upload') await this.upload(transfer, id);
-    else await this.download(transfer, id);
+    if (transfer.kind === 'upload') await this.#upload(transfer, id);
+    else await this.#download(transfer, id);
   }
 
-  /** @private A number that the relay gives out for one transfer. @returns {Promise<number>} */
-  number() {
-    const request = ++this.requests;
+  /** The relay assigns each transfer an id. @returns {Promise<number>} */
+  #requestId() {
+    const request = ++this.#requests;
     return new Promise((resolve, reject) => {
-      this.asked.set(request, { resolve, reject });
-      const session = this.road.session();
-      if (session !== null && this.road.sendControl({ type: 'transfer', session, request })) return;
-      this.asked.delete(request);
+      this.#idRequests.set(request, { resolve, reject });
+      const session = this.#sender.session();
+      if (session !== null && this.#sender.sendControl({ type: 'transfer', session, request })) return;
+      this.#idRequests.delete(request);
       reject(new Error('sessionOver'));
     });
   }
 
-  /** @private */
-  async download(/** @type {Transfer} */ transfer, /** @type {number} */ id) {
-    const sink = await this.openSink();
+  async #download(/** @type {Transfer} */ transfer, /** @type {number} */ id) {
+    const sink = await this.#openSink();
     if (!transfer.active) {
       sink.abort();
-      this.road.sendJson(Msg.FileTransferEnd, { transfer_id: id });
+      this.#sendEnd(id);
       return;
     }
-    this.open.set(id, transfer);
-    this.sinks.set(id, Object.assign(sink, { next: 0, written: Promise.resolve() }));
-    this.road.sendJson(Msg.DownloadRequest, { transfer_id: id, path: transfer.path });
+    this.#open.set(id, transfer);
+    this.#incoming.set(id, { sink, nextChunk: 0, written: Promise.resolve() });
+    this.#sender.sendJson(Msg.DownloadRequest, { transfer_id: id, path: transfer.path });
     await transfer.ended;
   }
 
-  /** @private */
-  async upload(/** @type {Transfer} */ transfer, /** @type {number} */ id) {
-    const file = /** @type {File} */ (transfer.file);
-    this.open.set(id, transfer);
-    this.road.sendJson(Msg.UploadBegin, { transfer_id: id, path: transfer.path, size: file.size });
+  async #upload(/** @type {Transfer} */ transfer, /** @type {number} */ id) {
+    const { file, path } = transfer;
+    if (!file) throw new Error('cannotRead');
+    this.#open.set(id, transfer);
+    this.#sender.sendJson(Msg.UploadBegin, { transfer_id: id, path, size: file.size });
     for (let [at, index] = [0, 0]; at < file.size; at += CHUNK_BYTES, index++) {
-      await this.flow.room();
+      await this.#window.waitForRoom();
       const bytes = await read(file.slice(at, at + CHUNK_BYTES));
-      // Cancelled, refused, or the session ended meanwhile.
+      // The transfer may have been cancelled or refused, or the session may have ended.
       if (!transfer.active) return;
-      this.road.sendBytes(Msg.FileChunk, chunk(id, index, bytes));
-      const ping = this.flow.sent(bytes.length, () => {
+      this.#sender.send(Msg.FileChunk, chunk(id, index, bytes));
+      const ping = this.#window.sent(bytes.length, () => {
         transfer.advance(bytes.length);
-        this.changed(transfer);
+        this.#changed(transfer);
       });
-      this.road.sendControl({ type: 'ping', id: ping });
+      this.#sender.sendControl({ type: 'ping', id: ping });
     }
-    this.open.delete(id);
-    this.road.sendJson(Msg.FileTransferEnd, { transfer_id: id });
+    this.#open.delete(id);
+    this.#sendEnd(id);
     transfer.state = 'checking';
-    this.changed(transfer);
+    this.#changed(transfer);
   }
 
-  /** @private */
-  changed(/** @type {Transfer} */ transfer) {
-    this.dispatchEvent(new CustomEvent('change', { detail: transfer }));
+  #changed(/** @type {Transfer} */ transfer) {
+    emit(this, 'change', transfer);
   }
+}
+
+/** The value if it is a number; else NaN, which is never a key in the maps. */
+function numberOf(/** @type {unknown} */ value) {
+  return typeof value === 'number' ? value : Number.NaN;
 }
 
 async function read(/** @type {Blob} */ part) {

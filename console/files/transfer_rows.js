@@ -1,110 +1,140 @@
-// The list of transfers under the folder: for each a name, a bar, the rate and the time left, and in the end what became
-// of it, told honestly.
+// The rows of transfers below the folder: name, progress, rate and time left, and at the end the result.
+import { onDetail } from '../base/custom_events.js';
 import { make } from '../base/dom.js';
+import { duration } from '../base/formats.js';
 import { visible } from '../base/names.js';
-import { discard, save } from './download_sink.js';
+import { saveFile } from '../base/save_file.js';
 import { texts } from '../base/texts.js';
+import { discard } from './download_sink.js';
 
-const DRAW_EVERY_MS = 200;
-const RATE_EVERY_MS = 1000;
+const DRAW_INTERVAL_MS = 200;
+/** Rates are drawn again at this interval, because they also fall while nothing arrives. */
+const RATE_INTERVAL_MS = 1000;
 
 /** @typedef {import('./transfer.js').Transfer} Transfer */
+/** @typedef {{item: HTMLElement, bar: HTMLProgressElement, text: HTMLElement, save: HTMLElement,
+ *   cancel: HTMLElement}} Row */
 
 export class TransferRows {
+  #list;
+  #clear;
+  #section;
+  #queue;
+  #formats;
+  /** @type {Map<Transfer, Row>} */
+  #rows = new Map();
+  /** @type {Set<Transfer>} transfers whose row has to be drawn again */
+  #stale = new Set();
+  /** @type {ReturnType<typeof setTimeout> | undefined} */
+  #drawTimer;
+  /** @type {ReturnType<typeof setTimeout> | undefined} */
+  #rateTimer;
+
   /**
-   * @param {{list: HTMLElement, clear: HTMLElement, section: HTMLElement}} places
-   * @param {import('./transfer_queue.js').Courier} courier
-   * @param {import('./listing.js').Numbers} numbers
+   * @param {{list: HTMLElement, clear: HTMLElement, section: HTMLElement}} parts
+   * @param {import('./transfer_queue.js').TransferQueue} queue
+   * @param {import('../base/formats.js').Formats} formats
    */
-  constructor({ list, clear, section }, courier, numbers) {
-    this.list = list;
-    this.section = section;
-    this.clear = clear;
-    this.courier = courier;
-    this.numbers = numbers;
-    /** @type {Map<Transfer, HTMLElement>} */
-    this.rows = new Map();
-    /** @type {Set<Transfer>} */
-    this.stale = new Set();
-    courier.addEventListener('change', (/** @type {any} */ { detail }) => this.note(detail));
-    clear.addEventListener('click', () => this.forgetEnded());
+  constructor({ list, clear, section }, queue, formats) {
+    this.#list = list;
+    this.#section = section;
+    this.#clear = clear;
+    this.#queue = queue;
+    this.#formats = formats;
+    onDetail(queue, 'change', (/** @type {Transfer} */ transfer) => this.#changed(transfer));
+    clear.addEventListener('click', () => this.#removeEnded());
   }
 
-  /** @private However many change at once, the page is drawn now and then. */
-  note(/** @type {Transfer} */ transfer) {
-    this.stale.add(transfer);
-    this.timer ??= setTimeout(() => this.draw(), DRAW_EVERY_MS);
+  /** Draws at intervals, however many transfers change. */
+  #changed(/** @type {Transfer} */ transfer) {
+    this.#stale.add(transfer);
+    this.#drawTimer ??= setTimeout(() => this.#draw(), DRAW_INTERVAL_MS);
   }
 
-  /** @private Running rates fall also while nothing arrives. */
-  draw() {
-    clearTimeout(this.timer);
-    clearTimeout(this.later);
-    this.timer = undefined;
-    for (const transfer of this.stale) this.drawRow(transfer);
-    this.stale = new Set([...this.rows.keys()].filter(({ state }) => state === 'running'));
-    if (this.stale.size) this.later = setTimeout(() => this.draw(), RATE_EVERY_MS);
-    this.section.hidden = !this.rows.size;
-    this.clear.hidden = ![...this.rows.keys()].some(({ active }) => !active);
+  #draw() {
+    clearTimeout(this.#drawTimer);
+    clearTimeout(this.#rateTimer);
+    this.#drawTimer = undefined;
+    for (const transfer of this.#stale) this.#drawRow(transfer);
+    const transfers = [...this.#rows.keys()];
+    this.#stale = new Set(transfers.filter(({ state }) => state === 'running'));
+    if (this.#stale.size) this.#rateTimer = setTimeout(() => this.#draw(), RATE_INTERVAL_MS);
+    this.#section.hidden = !transfers.length;
+    this.#clear.hidden = transfers.every(({ active }) => active);
   }
 
-  /** @private */
-  drawRow(/** @type {Transfer} */ transfer) {
-    let row = this.rows.get(transfer);
+  #drawRow(/** @type {Transfer} */ transfer) {
+    let row = this.#rows.get(transfer);
     if (!row) {
-      row = this.makeRow(transfer);
-      this.rows.set(transfer, row);
-      this.list.prepend(row);
+      row = this.#makeRow(transfer);
+      this.#rows.set(transfer, row);
+      this.#list.prepend(row.item);
     }
-    row.dataset.state = transfer.state;
-    const bar = /** @type {HTMLProgressElement} */ (row.querySelector('progress'));
+    const { item, bar, text, save, cancel } = row;
+    item.dataset.state = transfer.state;
     bar.hidden = !transfer.active;
     bar.max = Math.max(1, transfer.size);
     bar.value = transfer.done;
-    /** @type {HTMLElement} */ (row.querySelector('.transfer-words')).textContent = this.words(transfer);
-    /** @type {HTMLElement} */ (row.querySelector('.transfer-cancel')).hidden = !transfer.active || transfer.state === 'checking';
-    /** @type {HTMLElement} */ (row.querySelector('.transfer-save')).hidden = !transfer.blob;
+    text.textContent = this.#textOf(transfer);
+    cancel.hidden = !transfer.active || transfer.state === 'checking';
+    save.hidden = !transfer.blob;
   }
 
-  /** @private */
-  makeRow(/** @type {Transfer} */ transfer) {
+  /** @returns {Row} */
+  #makeRow(/** @type {Transfer} */ transfer) {
     const name = visible(transfer.name);
-    return make('li', { className: `transfer is-${transfer.kind}`, title: visible(transfer.path) },
-      make('bdi', { className: 'transfer-name' }, name),
-      make('button', { type: 'button', className: 'quiet transfer-save', textContent: texts.saveAgain, ariaLabel: `${texts.saveAgain} ${name}`,
-        onclick: () => transfer.blob && save(transfer.blob, name) }),
-      make('button', { type: 'button', className: 'quiet transfer-cancel', textContent: texts.cancel, ariaLabel: `${texts.cancel} ${name}`,
-        onclick: () => {
-          this.courier.cancel(transfer);
-          this.draw();
-        } }),
-      make('progress', { ariaLabel: name }),
-      make('span', { className: 'transfer-words muted' }));
+    const bar = make('progress', { ariaLabel: name });
+    const text = make('span', { className: 'transfer-text muted' });
+    const save = button(texts.saveAgain, name, 'transfer-save', () => {
+      if (transfer.blob) saveFile(transfer.blob, name);
+    });
+    const cancel = button(texts.cancel, name, 'transfer-cancel', () => {
+      this.#queue.cancel(transfer);
+      this.#draw();
+    });
+    const properties = { className: `transfer is-${transfer.kind}`, title: visible(transfer.path) };
+    const title = make('bdi', { className: 'transfer-name' }, name);
+    return { item: make('li', properties, title, save, cancel, bar, text), bar, text, save, cancel };
   }
 
-  /** @private */
-  words(/** @type {Transfer} */ transfer) {
-    const { numbers } = this;
-    const { state, size, done, rate } = transfer;
+  #textOf(/** @type {Transfer} */ { state, size, done, rate, remark }) {
+    const formats = this.#formats;
     if (state === 'running') {
-      const parts = [texts.transferDone(numbers.size(done), numbers.size(size))];
-      if (rate >= 1) parts.push(`${numbers.size(rate)}/s`);
-      if (rate >= 1 && size > done) parts.push(texts.transferLeft(numbers.duration((size - done) / rate)));
+      const parts = [texts.transferDone(formats.size(done), formats.size(size))];
+      if (rate >= 1) parts.push(`${formats.size(rate)}/s`);
+      if (rate >= 1 && size > done) parts.push(texts.transferLeft(duration((size - done) / rate)));
       return parts.join(' · ');
     }
-    const remark = texts.transferRemarks[/** @type {'cannotOpen'} */ (transfer.remark)] ?? transfer.remark;
-    const head = state === 'done' ? `${texts.transferStates.done} · ${numbers.size(done)}` : texts.transferStates[state];
-    return remark ? `${head} · ${remark}` : head;
+    const remarks = /** @type {Record<string, string>} */ (texts.transferRemarks);
+    const result = texts.transferStates[state];
+    const parts = state === 'done' ? [result, formats.size(done)] : [result];
+    if (remark) parts.push(remarks[remark] ?? remark);
+    return parts.join(' · ');
   }
 
-  /** @private */
-  forgetEnded() {
-    for (const [transfer, row] of this.rows) {
+  #removeEnded() {
+    for (const [transfer, { item }] of this.#rows) {
       if (transfer.active) continue;
-      row.remove();
+      item.remove();
       if (transfer.sink) discard(transfer.sink);
-      this.rows.delete(transfer);
+      this.#rows.delete(transfer);
     }
-    this.draw();
+    this.#draw();
   }
+}
+
+/**
+ * @param {string} text
+ * @param {string} name of the file, for the accessible name
+ * @param {string} className
+ * @param {() => void} onclick
+ */
+function button(text, name, className, onclick) {
+  const properties = {
+    className: `quiet ${className}`,
+    textContent: text,
+    ariaLabel: `${text} ${name}`,
+    onclick,
+  };
+  return make('button', { type: 'button', ...properties });
 }

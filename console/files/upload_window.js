@@ -1,68 +1,84 @@
-// How much of an upload may be under way at once. The relay answers a ping when it has passed on what went before it,
-// so the pings tell how far behind the road is. Too much under way would hold up keys and clicks behind it, and in the
-// end the link itself; too little would leave the road idle.
+// Limits the bytes of uploads that are on their way to the machine. The relay answers a ping after it has
+// passed on everything that was sent before the ping, so the delay of each answer shows how full the
+// connection is. A window that is too large delays keys and clicks and in the end breaks the link; one that
+// is too small leaves the connection unused.
 
 const SMALLEST = 256 * 1024;
 const LARGEST = 4 * 1024 * 1024;
-const FIRST = 1024 * 1024;
-const GOOD_MS = 250;
-const BAD_MS = 1000;
+const INITIAL = 1024 * 1024;
+/** A faster answer widens the window, a slower one than SLOW_MS halves it. */
+const FAST_MS = 250;
+const SLOW_MS = 1000;
 
-export class Flow {
+export class UploadWindow {
+  #now;
+  #limit = INITIAL;
+  /** Bytes on their way. */
+  #open = 0;
+  #pings = 0;
+  /**
+   * By the id of the ping after them.
+   * @type {Map<number, {bytes: number, at: number, onArrived: () => void}>}
+   */
+  #sent = new Map();
+  /** @type {(() => void)[]} */
+  #waiting = [];
+
+  /** @param {() => number} [now] milliseconds */
   constructor(now = () => performance.now()) {
-    this.now = now;
-    this.limit = FIRST;
-    /** Bytes under way. */
-    this.open = 0;
-    this.last = 0;
-    /** @type {Map<number, {bytes: number, at: number, arrived: () => void}>} */
-    this.marks = new Map();
-    /** @type {(() => void)[]} */
-    this.waiting = [];
+    this.#now = now;
+  }
+
+  /** The bytes that may be on their way at once. */
+  get limit() {
+    return this.#limit;
   }
 
   /** Resolves when more may be sent. */
-  async room() {
-    while (this.open >= this.limit) await new Promise((done) => { this.waiting.push(() => done(undefined)); });
+  async waitForRoom() {
+    while (this.#open >= this.#limit) {
+      await new Promise((resolve) => {
+        this.#waiting.push(() => resolve(undefined));
+      });
+    }
   }
 
   /**
-   * Notes what was just sent.
+   * Records bytes that were just sent.
    * @param {number} bytes
-   * @param {() => void} arrived called when the relay has passed it on
-   * @returns {number} the id of the ping to send behind it
+   * @param {() => void} onArrived called when the relay has passed them on
+   * @returns {number} the id of the ping to send after them
    */
-  sent(bytes, arrived) {
-    // Far from the ids of the link's own pings.
-    const id = -++this.last;
-    this.open += bytes;
-    this.marks.set(id, { bytes, at: this.now(), arrived });
+  sent(bytes, onArrived) {
+    // Negative, and so never the id of one of the link's own pings.
+    const id = -++this.#pings;
+    this.#open += bytes;
+    this.#sent.set(id, { bytes, at: this.#now(), onArrived });
     return id;
   }
 
-  /** A ping came back. */
+  /** Takes the answer to a ping; one of another sender's pings is ignored. */
   pong(/** @type {unknown} */ id) {
-    const mark = this.marks.get(/** @type {number} */ (id));
-    if (!mark) return;
-    this.marks.delete(/** @type {number} */ (id));
-    this.open -= mark.bytes;
-    const delay = this.now() - mark.at;
-    if (delay > BAD_MS) this.limit = Math.max(SMALLEST, this.limit / 2);
-    else if (delay < GOOD_MS) this.limit = Math.min(LARGEST, this.limit + mark.bytes);
-    mark.arrived();
-    this.wake();
+    const part = typeof id === 'number' ? this.#sent.get(id) : undefined;
+    if (typeof id !== 'number' || !part) return;
+    this.#sent.delete(id);
+    this.#open -= part.bytes;
+    const delay = this.#now() - part.at;
+    if (delay > SLOW_MS) this.#limit = Math.max(SMALLEST, this.#limit / 2);
+    else if (delay < FAST_MS) this.#limit = Math.min(LARGEST, this.#limit + part.bytes);
+    part.onArrived();
+    this.#wake();
   }
 
-  /** The road ended: nothing is under way any more. */
+  /** Forgets everything that is on its way, after the end of a session. */
   reset() {
-    this.marks.clear();
-    this.open = 0;
-    this.limit = FIRST;
-    this.wake();
+    this.#sent.clear();
+    this.#open = 0;
+    this.#limit = INITIAL;
+    this.#wake();
   }
 
-  /** @private */
-  wake() {
-    this.waiting.splice(0).forEach((done) => done());
+  #wake() {
+    for (const resume of this.#waiting.splice(0)) resume();
   }
 }

@@ -1,107 +1,136 @@
-// Uploads from the choice of files to the proof that they arrived. The machine overwrites without a question and
-// confirms nothing: so its folder is looked at before, the representative is asked, and it is looked at again after.
+// Uploads from the choice of files to the check that they arrived. The machine overwrites files without a
+// question and confirms nothing, so its folders are listed before and after, and the representative is asked
+// before a file is replaced.
 import { join, windowsName } from '../base/paths.js';
 import { Transfer } from './transfer.js';
 
-/** @typedef {{file: File, folder: string, name: string}} Wish a local file, and where it is to go */
+/** @typedef {{file: File, path?: string}} LocalFile path: the folders above the file, '' or 'sub/' */
+/**
+ * A local file and its destination on the machine.
+ * @typedef {{file: File, folder: string, name: string}} Planned
+ */
 /** @typedef {'overwrite' | 'skip' | 'cancel'} Answer */
 
-/** As the machine compares names. */
-const same = (/** @type {string} */ name) => name.toLowerCase();
+/** The form in which Windows compares names. */
+const folded = (/** @type {string} */ name) => name.toLowerCase();
 
 export class Uploads {
+  #queue;
+  #folders;
+  #ask;
+
   /**
-   * @param {import('./transfer_queue.js').Courier} courier
-   * @param {import('./folders.js').Folders} folders
-   * @param {(names: string[]) => Promise<Answer>} ask what to do with files that are there already
+   * @param {import('./transfer_queue.js').TransferQueue} queue
+   * @param {import('./folder_requests.js').FolderRequests} folders
+   * @param {(names: string[]) => Promise<Answer>} ask what to do with files that exist already
    */
-  constructor(courier, folders, ask) {
-    this.courier = courier;
-    this.folders = folders;
-    this.ask = ask;
+  constructor(queue, folders, ask) {
+    this.#queue = queue;
+    this.#folders = folders;
+    this.#ask = ask;
   }
 
   /**
-   * Resolves when all of them have come to an end.
-   * @param {{file: File, path?: string}[]} files path: of folders below, '' or 'sub/'
-   * @param {string} folder of the machine
+   * Uploads files into a folder of the machine. Resolves when all of them have ended.
+   * @param {LocalFile[]} files
+   * @param {string} folder
    */
-  async put(files, folder) {
-    /** @type {Map<string, Wish[]>} */
+  async upload(files, folder) {
+    /** @type {Map<string, Planned[]>} by folder */
     const groups = new Map();
     for (const { file, path = '' } of files) {
-      const target = path.split('/').filter(Boolean).reduce((at, part) => join(at, windowsName(part)), folder);
-      groups.set(target, [...(groups.get(target) ?? []), { file, folder: target, name: windowsName(file.name) }]);
+      const target = path
+        .split('/')
+        .filter(Boolean)
+        .reduce((at, part) => join(at, windowsName(part)), folder);
+      const planned = { file, folder: target, name: windowsName(file.name) };
+      groups.set(target, [...(groups.get(target) ?? []), planned]);
     }
-    const wanted = await this.settle([...groups.values()]).catch(() => {
-      for (const wish of [...groups.values()].flat()) this.refuse(wish, 'sessionOver');
+    const wanted = await this.#resolveConflicts([...groups.values()]).catch(() => {
+      for (const planned of [...groups.values()].flat()) this.#reject(planned, 'sessionOver');
       return [];
     });
-    await Promise.all(wanted.map((group) => this.carry(group)));
+    await Promise.all(wanted.map((group) => this.#uploadGroup(group)));
   }
 
-  /** @private What is left after the question whether to overwrite. @param {Wish[][]} groups */
-  async settle(groups) {
-    /** @type {Map<Wish, boolean>} those that are there already; true for a folder of that name */
-    const taken = new Map();
+  /**
+   * The files that remain after the question whether to overwrite.
+   * @param {Planned[][]} groups
+   */
+  async #resolveConflicts(groups) {
+    const existing = await this.#existing(groups);
+    if (!existing.size) return groups;
+    const files = [...existing].filter(([, isFolder]) => !isFolder).map(([planned]) => planned);
+    for (const [planned, isFolder] of existing) if (isFolder) this.#reject(planned, 'isFolder');
+    const answer = files.length ? await this.#ask(files.map(({ name }) => name)) : 'skip';
+    if (answer === 'cancel') return [];
+    const remains = (/** @type {Planned} */ planned) =>
+      !existing.has(planned) || (answer === 'overwrite' && !existing.get(planned));
+    return groups.map((group) => group.filter(remains)).filter(({ length }) => length);
+  }
+
+  /**
+   * The files whose name exists already at their destination; true for a folder of that name.
+   * @param {Planned[][]} groups
+   * @returns {Promise<Map<Planned, boolean>>}
+   */
+  async #existing(groups) {
+    const existing = new Map();
     for (const group of groups) {
-      const { entries } = await this.folders.list(group[0].folder);
-      const there = new Map(entries.map(({ name, dir }) => [same(name), dir]));
-      for (const wish of group) {
-        const dir = there.get(same(wish.name));
-        if (dir !== undefined) taken.set(wish, dir);
-        // The second of one name would overwrite the first.
-        there.set(same(wish.name), dir ?? false);
+      const { entries } = await this.#folders.list(group[0].folder);
+      const names = new Map(entries.map(({ name, dir }) => [folded(name), dir]));
+      for (const planned of group) {
+        const isFolder = names.get(folded(planned.name));
+        if (isFolder !== undefined) existing.set(planned, isFolder);
+        // The second file of one name would overwrite the first.
+        names.set(folded(planned.name), isFolder ?? false);
       }
     }
-    if (!taken.size) return groups;
-    const files = [...taken].filter(([, dir]) => !dir).map(([wish]) => wish);
-    for (const [wish, dir] of taken) if (dir) this.refuse(wish, 'isFolder');
-    const answer = files.length ? await this.ask(files.map(({ name }) => name)) : 'skip';
-    if (answer === 'cancel') return [];
-    return groups.map((group) => group.filter((wish) => !taken.has(wish) || (answer === 'overwrite' && !taken.get(wish))))
-      .filter(({ length }) => length);
+    return existing;
   }
 
-  /** @private A row that says why nothing was sent. */
-  refuse(/** @type {Wish} */ wish, /** @type {string} */ remark) {
-    this.courier.finish(transferOf(wish), 'failed', remark);
+  /** Shows a row that says why nothing was sent. */
+  #reject(/** @type {Planned} */ planned, /** @type {string} */ remark) {
+    this.#queue.finish(transferOf(planned), 'failed', remark);
   }
 
-  /** @private @param {Wish[]} group files for one folder */
-  async carry(group) {
+  /**
+   * Uploads the files of one folder and checks their sizes in a new listing.
+   * @param {Planned[]} group
+   */
+  async #uploadGroup(group) {
     const transfers = group.map(transferOf);
-    transfers.forEach((transfer) => this.courier.add(transfer));
-    await sentOrEnded(this.courier, transfers);
-    const unproven = transfers.filter(({ state }) => state === 'checking');
-    if (!unproven.length) return;
+    for (const transfer of transfers) this.#queue.add(transfer);
+    await allSent(this.#queue, transfers);
+    const unchecked = transfers.filter(({ state }) => state === 'checking');
+    if (!unchecked.length) return;
     try {
-      const { entries } = await this.folders.list(group[0].folder);
-      const sizes = new Map(entries.filter(({ dir }) => !dir).map(({ name, size }) => [same(name), size]));
-      for (const transfer of unproven) {
-        const size = sizes.get(same(transfer.name));
-        if (size === transfer.size) this.courier.finish(transfer, 'done');
-        else this.courier.finish(transfer, 'failed', size === undefined ? 'notThere' : 'cutShort');
+      const { entries } = await this.#folders.list(group[0].folder);
+      const sizes = new Map(entries.filter(({ dir }) => !dir).map(({ name, size }) => [folded(name), size]));
+      for (const transfer of unchecked) {
+        const size = sizes.get(folded(transfer.name));
+        if (size === transfer.size) this.#queue.finish(transfer, 'done');
+        else this.#queue.finish(transfer, 'failed', size === undefined ? 'notThere' : 'cutShort');
       }
     } catch {
-      for (const transfer of unproven) this.courier.finish(transfer, 'failed', 'unproven');
+      for (const transfer of unchecked) this.#queue.finish(transfer, 'failed', 'unchecked');
     }
   }
 }
 
-function transferOf(/** @type {Wish} */ { file, folder, name }) {
+function transferOf(/** @type {Planned} */ { file, folder, name }) {
   return new Transfer({ kind: 'upload', name, path: join(folder, name), size: file.size, file });
 }
 
-/** Resolves when none of the transfers has bytes to send any more. */
-function sentOrEnded(/** @type {EventTarget} */ courier, /** @type {Transfer[]} */ transfers) {
-  return new Promise((done) => {
-    const look = () => {
+/** Resolves when none of the transfers has bytes left to send. */
+function allSent(/** @type {EventTarget} */ queue, /** @type {Transfer[]} */ transfers) {
+  return new Promise((resolve) => {
+    const check = () => {
       if (transfers.some(({ state }) => state === 'waiting' || state === 'running')) return;
-      courier.removeEventListener('change', look);
-      done(undefined);
+      queue.removeEventListener('change', check);
+      resolve(undefined);
     };
-    courier.addEventListener('change', look);
-    look();
+    queue.addEventListener('change', check);
+    check();
   });
 }

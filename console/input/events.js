@@ -1,5 +1,5 @@
-// The bytes of pointer, button, wheel and key events: a count byte, then the events back to back, their numbers
-// little-endian. One payload is one batch; the machine injects a batch as one run.
+// Input events as bytes: a count byte, then the events back to back, their numbers little-endian. One payload
+// is one batch, which the machine injects without interruption.
 
 export const MAX_EVENTS = 255;
 export const POINTER_MAX = 32767;
@@ -7,17 +7,21 @@ export const WHEEL_NOTCH = 120;
 export const Button = Object.freeze({ left: 1, right: 2, middle: 3 });
 
 /** Values of a key event's last byte. */
-const Ext = Object.freeze({ plain: 0, extended: 1, unicode: 2 });
+const KeyKind = Object.freeze({ plain: 0, extended: 1, unicode: 2 });
 
 const int16 = (/** @type {number} */ n) => [n & 0xff, (n >> 8) & 0xff];
 
 /** @typedef {number[]} InputEvent the bytes of one event */
 
-/** @returns {InputEvent} x and y in 0..POINTER_MAX over the picture */
+/** @returns {InputEvent} x and y in 0..POINTER_MAX across the picture */
 export const move = (/** @type {number} */ x, /** @type {number} */ y) => [1, ...int16(x), ...int16(y)];
 
-/** @returns {InputEvent} acts where the pointer is: send a move first */
-export const button = (/** @type {number} */ which, /** @type {boolean} */ pressed) => [2, which, pressed ? 1 : 0];
+/** @returns {InputEvent} acts at the pointer's position, so a move has to come first */
+export const button = (/** @type {number} */ which, /** @type {boolean} */ pressed) => [
+  2,
+  which,
+  pressed ? 1 : 0,
+];
 
 /** @returns {InputEvent} delta in 120ths of a notch, positive away from the user */
 export const wheel = (/** @type {number} */ delta) => [3, ...int16(delta)];
@@ -32,11 +36,11 @@ export const key = ({ vk, scan, extended }, down) => [
   down ? 1 : 0,
   ...int16(vk),
   ...int16(scan),
-  extended ? Ext.extended : Ext.plain,
+  extended ? KeyKind.extended : KeyKind.plain,
 ];
 
 /**
- * Down and up for each UTF-16 unit, so that a character outside the basic plane goes as its two surrogates.
+ * Down and up for each UTF-16 unit; a character outside the basic plane is sent as its two surrogates.
  * @param {string} text
  * @returns {InputEvent[]}
  */
@@ -44,7 +48,7 @@ export function unicode(text) {
   const events = [];
   for (let i = 0; i < text.length; i++) {
     const unit = int16(text.charCodeAt(i));
-    events.push([4, 1, 0, 0, ...unit, Ext.unicode], [4, 0, 0, 0, ...unit, Ext.unicode]);
+    events.push([4, 1, 0, 0, ...unit, KeyKind.unicode], [4, 0, 0, 0, ...unit, KeyKind.unicode]);
   }
   return events;
 }

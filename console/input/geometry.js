@@ -1,26 +1,37 @@
-// Sizes and positions between the stage on the page and the picture of the machine.
+// Sizes and positions between the page and the machine's picture.
 import { POINTER_MAX, WHEEL_NOTCH } from './events.js';
 
+const PIXELS_PER_NOTCH = 100;
+const LINES_PER_NOTCH = 3;
+const NOTCHES_PER_PAGE = 3;
+
+/** @typedef {{width: number, height: number}} Size */
+
 /**
- * The largest size of the picture's shape that fits the stage.
- * @param {{width: number, height: number}} picture
- * @param {{width: number, height: number}} stage
+ * The largest size with the picture's aspect ratio that fits into the space.
+ * @param {Size} picture
+ * @param {Size} space
  */
-export function fit(picture, stage) {
-  const scale = Math.min(stage.width / picture.width, stage.height / picture.height);
-  return { width: Math.max(1, Math.floor(picture.width * scale)), height: Math.max(1, Math.floor(picture.height * scale)) };
+export function fit(picture, space) {
+  const scale = Math.min(space.width / picture.width, space.height / picture.height);
+  return {
+    width: Math.max(1, Math.floor(picture.width * scale)),
+    height: Math.max(1, Math.floor(picture.height * scale)),
+  };
 }
 
 /**
- * A point of the page to the wire's 0..32767, which the machine spreads over its first to last pixel. Points outside
- * the picture are held at its edge.
+ * Converts a point of the page to 0..POINTER_MAX, which the machine spreads over its first to last pixel.
+ * Points outside the picture are moved to its edge.
  *
- * The machine truncates twice on the way back, and Windows spreads 0..65535 over one pixel more than the agent does,
- * so a position drifts by up to a pixel towards the far edge of the whole desktop. Aiming a quarter of a pixel in at
- * the near edge and not at all at the far one lands on the pixel meant, whichever monitor of the desktop this is.
+ * The machine truncates twice when it converts back, and Windows spreads 0..65535 over one pixel more than
+ * the agent does, so a position drifts by up to a pixel towards the far edge of the whole desktop. Aiming a
+ * quarter of a pixel inwards at the near edge and not at all at the far one hits the intended pixel on every
+ * monitor of the desktop.
  * @param {{x: number, y: number}} point
- * @param {{left: number, top: number, width: number, height: number}} rect where the picture is drawn
- * @param {{width: number, height: number}} picture its size in the machine's pixels
+ * @param {{left: number, top: number, width: number, height: number}} rect where the picture is drawn on the
+ *   page
+ * @param {Size} picture in the machine's pixels
  */
 export function toWire(point, rect, picture) {
   const axis = (/** @type {number} */ offset, /** @type {number} */ drawn, /** @type {number} */ pixels) => {
@@ -35,26 +46,28 @@ export function toWire(point, rect, picture) {
   };
 }
 
-/** Wheel movement of a browser, in pixels, lines or pages, to the wire's 120 a notch; keeps what is left over. */
+/**
+ * Converts wheel movement from pixels, lines or pages to 120 a notch, and keeps the fraction for the next
+ * call.
+ */
 export class WheelMeter {
-  constructor() {
-    this.rest = 0;
-  }
+  #rest = 0;
 
   /**
    * @param {{deltaY: number, deltaMode: number}} event positive towards the user
    * @returns {number} what to send now, positive away from the user; 0 for nothing yet
    */
   take({ deltaY, deltaMode }) {
-    const PIXELS_PER_NOTCH = 100;
-    const LINES_PER_NOTCH = 3;
-    const perUnit = deltaMode === 2 ? WHEEL_NOTCH * 3 : WHEEL_NOTCH / (deltaMode === 1 ? LINES_PER_NOTCH : PIXELS_PER_NOTCH);
     if (!Number.isFinite(deltaY)) return 0;
-    if (Math.sign(deltaY) === Math.sign(this.rest)) this.rest = 0;
+    const perUnit =
+      deltaMode === 2
+        ? WHEEL_NOTCH * NOTCHES_PER_PAGE
+        : WHEEL_NOTCH / (deltaMode === 1 ? LINES_PER_NOTCH : PIXELS_PER_NOTCH);
+    if (Math.sign(deltaY) === Math.sign(this.#rest)) this.#rest = 0;
     // Rounded, so that a hundred small steps add up to a whole notch.
-    this.rest = Math.round((this.rest - deltaY * perUnit) * 1e6) / 1e6;
-    const whole = Math.min(Math.max(Math.trunc(this.rest), -32768), 32767);
-    this.rest = Math.min(Math.max(this.rest - whole, -1), 1);
+    this.#rest = Math.round((this.#rest - deltaY * perUnit) * 1e6) / 1e6;
+    const whole = Math.min(Math.max(Math.trunc(this.#rest), -32768), 32767);
+    this.#rest = Math.min(Math.max(this.#rest - whole, -1), 1);
     return whole === 0 ? 0 : whole;
   }
 }

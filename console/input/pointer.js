@@ -1,18 +1,19 @@
-// Mouse, pen and touch on the picture. While a button is held the pointer is captured, so that a drag may leave
-// the picture and still end.
+// Mouse, pen and touch input on the picture. The pointer is captured while a button is held, so that a drag
+// that leaves the picture still ends.
 import * as input from './events.js';
 import { toWire, WheelMeter } from './geometry.js';
 
+/** The machine's buttons by the browser's number of a button, with the browser's bit for each. */
 const BUTTONS = [input.Button.left, input.Button.middle, input.Button.right];
+const BUTTON_BITS = [1, 4, 2];
 
 /**
  * @param {HTMLCanvasElement} canvas
  * @param {import('./sender.js').InputSender} sender
- * @param {() => void} onPress called on each press, for the keyboard's focus
+ * @param {() => void} onPress called at each press, so that the keyboard's element takes the focus
  * @returns {{releaseAll: () => void}}
  */
 export function attachPointer(canvas, sender, onPress) {
-  const meter = new WheelMeter();
   /** @type {Set<number>} */
   const held = new Set();
   let last = { x: 0, y: 0 };
@@ -25,13 +26,16 @@ export function attachPointer(canvas, sender, onPress) {
     if (!which || !sender.enabled || held.has(which) === pressed) return;
     if (pressed) held.add(which);
     else held.delete(which);
-    sender.at(last, [input.button(which, pressed)]);
+    sender.sendAt(last, [input.button(which, pressed)]);
+  };
+  const releaseAll = () => {
+    for (const which of [...held]) set(which, false);
   };
 
   canvas.addEventListener('pointermove', (event) => {
     sender.move(locate(event));
-    // A second button pressed or released while one is held comes as a move.
-    if (event.button >= 0) set(BUTTONS[event.button], (event.buttons & [1, 4, 2][event.button]) !== 0);
+    // A second button that changes while another is held is reported as a move.
+    if (event.button >= 0) set(BUTTONS[event.button], (event.buttons & BUTTON_BITS[event.button]) !== 0);
   });
   canvas.addEventListener('pointerdown', (event) => {
     event.preventDefault();
@@ -40,7 +44,7 @@ export function attachPointer(canvas, sender, onPress) {
     try {
       canvas.setPointerCapture(event.pointerId);
     } catch {
-      // The pointer is gone already; its end comes without capture.
+      // The pointer is already gone; its end is reported without capture.
     }
     set(BUTTONS[event.button], true);
   });
@@ -48,17 +52,27 @@ export function attachPointer(canvas, sender, onPress) {
     locate(event);
     set(BUTTONS[event.button], false);
   });
-  const releaseAll = () => [...held].forEach((which) => set(which, false));
   canvas.addEventListener('pointercancel', releaseAll);
   canvas.addEventListener('lostpointercapture', releaseAll);
   for (const name of ['contextmenu', 'auxclick', 'dragstart', 'mousedown']) {
     canvas.addEventListener(name, (event) => event.preventDefault());
   }
-  canvas.addEventListener('wheel', (event) => {
+  attachWheel(canvas, sender, locate);
+  return { releaseAll };
+}
+
+/**
+ * @param {HTMLCanvasElement} canvas
+ * @param {import('./sender.js').InputSender} sender
+ * @param {(event: MouseEvent) => import('./sender.js').Position} locate
+ */
+function attachWheel(canvas, sender, locate) {
+  const meter = new WheelMeter();
+  const turn = (/** @type {WheelEvent} */ event) => {
     event.preventDefault();
     if (!sender.enabled || event.ctrlKey) return;
     const delta = meter.take(event);
-    if (delta) sender.at(locate(event), [input.wheel(delta)]);
-  }, { passive: false });
-  return { releaseAll };
+    if (delta) sender.sendAt(locate(event), [input.wheel(delta)]);
+  };
+  canvas.addEventListener('wheel', turn, { passive: false });
 }

@@ -1,78 +1,112 @@
-// The representative's hands on the machine: the picture's pointer events and the key catcher's keys, on while a
-// session may be worked and off otherwise.
+// The representative's pointer and keyboard on the machine, while a session allows input.
 import { Keyboard } from './keyboard.js';
 import { attachPointer } from './pointer.js';
 import { InputSender } from './sender.js';
 import { typeText } from './typing.js';
 
-/** Keys that a browser or its system keeps for itself. */
-const COMBINATIONS = { 'alt-tab': ['AltLeft', 'Tab'], 'alt-f4': ['AltLeft', 'F4'], windows: ['MetaLeft'],
-  'task-manager': ['ControlLeft', 'ShiftLeft', 'Escape'], lock: ['MetaLeft', 'KeyL'], print: ['PrintScreen'] };
+/** Combinations that a browser or its system keeps for itself. */
+const COMBINATIONS = new Map([
+  ['alt-tab', ['AltLeft', 'Tab']],
+  ['alt-f4', ['AltLeft', 'F4']],
+  ['windows', ['MetaLeft']],
+  ['task-manager', ['ControlLeft', 'ShiftLeft', 'Escape']],
+  ['lock', ['MetaLeft', 'KeyL']],
+  ['print', ['PrintScreen']],
+]);
 
-export class Hands {
+export class RemoteInput {
+  #keyInput;
+  #sender;
+  #keyboard;
+  #pointer;
+  /** @type {AbortController | null} aborts the text that is being typed */
+  #typing = null;
+
   /**
-   * @param {{canvas: HTMLCanvasElement, catcher: HTMLTextAreaElement, send: (payload: Uint8Array) => void,
-   *   backlog: () => number}} where
+   * @param {{canvas: HTMLCanvasElement, keyInput: HTMLTextAreaElement, send: (payload: Uint8Array) => void,
+   *   backlog: () => number}} parts keyInput: the invisible field that receives the keys
    */
-  constructor({ canvas, catcher, send, backlog }) {
-    this.catcher = catcher;
-    this.sender = new InputSender({ send, backlog });
-    this.keyboard = new Keyboard((events) => this.sender.send(events));
-    this.pointer = attachPointer(canvas, this.sender, () => this.focus());
-    /** @type {AbortController | null} */
-    this.typing = null;
-    this.attachKeys();
+  constructor({ canvas, keyInput, send, backlog }) {
+    this.#keyInput = keyInput;
+    this.#sender = new InputSender({ send, backlog });
+    this.#keyboard = new Keyboard((events) => this.#sender.send(events));
+    this.#pointer = attachPointer(canvas, this.#sender, () => this.focus());
+    this.#attachKeys();
+    this.#attachText();
   }
 
-  /** Off, nothing stays down on the machine. */
+  get keyInput() {
+    return this.#keyInput;
+  }
+
+  get enabled() {
+    return this.#sender.enabled;
+  }
+
+  /** Disabling releases every key and button that is down on the machine. */
   set enabled(/** @type {boolean} */ on) {
-    if (!on) this.release();
-    this.sender.enabled = on;
+    if (!on) this.#release();
+    this.#sender.enabled = on;
   }
 
   focus() {
-    this.catcher.focus({ preventScroll: true });
+    this.#keyInput.focus({ preventScroll: true });
   }
 
-  setMode(/** @type {string} */ mode) {
-    this.keyboard.releaseAll();
-    this.keyboard.mode = mode;
+  setMode(/** @type {import('./keyboard.js').KeyMode} */ mode) {
+    this.#keyboard.releaseAll();
+    this.#keyboard.mode = mode;
   }
 
-  tap(/** @type {string} */ combination) {
-    const codes = COMBINATIONS[/** @type {'lock'} */ (combination)];
-    if (codes) this.keyboard.tap(codes);
+  /** Presses one of COMBINATIONS; any other name does nothing. */
+  pressCombination(/** @type {string} */ name) {
+    const codes = COMBINATIONS.get(name);
+    if (codes) this.#keyboard.press(codes);
+  }
+
+  /** Sends a key event that was held back. */
+  replay(/** @type {KeyboardEvent} */ event) {
+    if (event.type === 'keydown') this.#keyboard.keyDown(event);
+    else this.#keyboard.keyUp(event);
   }
 
   async type(/** @type {string} */ text) {
-    this.typing?.abort();
-    this.typing = new AbortController();
-    await typeText(text, { send: (events) => this.sender.send(events), signal: this.typing.signal,
-      pause: (ms) => new Promise((done) => setTimeout(done, ms)) });
+    this.#typing?.abort();
+    this.#typing = new AbortController();
+    await typeText(text, {
+      send: (events) => this.#sender.send(events),
+      signal: this.#typing.signal,
+      pause: (ms) => new Promise((done) => setTimeout(done, ms)),
+    });
   }
 
-  release() {
-    this.typing?.abort();
-    this.keyboard.releaseAll();
-    this.pointer.releaseAll();
+  #release() {
+    this.#typing?.abort();
+    this.#keyboard.releaseAll();
+    this.#pointer.releaseAll();
   }
 
-  /** @private */
-  attachKeys() {
-    const { catcher, keyboard } = this;
-    const deal = (/** @type {(event: any) => boolean} */ handle) => (/** @type {KeyboardEvent} */ event) => {
-      if (this.sender.enabled && handle(event)) event.preventDefault();
-    };
-    catcher.addEventListener('keydown', deal((event) => keyboard.keyDown(event)));
-    catcher.addEventListener('keyup', deal((event) => keyboard.keyUp(event)));
-    catcher.addEventListener('blur', () => keyboard.releaseAll());
+  #attachKeys() {
+    const keyboard = this.#keyboard;
+    this.#keyInput.addEventListener('keydown', (event) => {
+      if (this.enabled && keyboard.keyDown(event)) event.preventDefault();
+    });
+    this.#keyInput.addEventListener('keyup', (event) => {
+      if (this.enabled && keyboard.keyUp(event)) event.preventDefault();
+    });
+    this.#keyInput.addEventListener('blur', () => keyboard.releaseAll());
+  }
+
+  /** Text that reaches the field comes from an input method, a dead key or dictation. */
+  #attachText() {
     const take = (/** @type {string} */ text) => {
-      keyboard.text(text);
-      catcher.value = '';
+      this.#keyboard.text(text);
+      this.#keyInput.value = '';
     };
-    catcher.addEventListener('compositionend', (event) => take(event.data));
-    catcher.addEventListener('input', (/** @type {any} */ event) => {
-      if (!event.isComposing && event.inputType !== 'insertCompositionText') take(event.data ?? '');
+    this.#keyInput.addEventListener('compositionend', (event) => take(event.data));
+    this.#keyInput.addEventListener('input', (event) => {
+      const { isComposing, inputType, data } = /** @type {InputEvent} */ (event);
+      if (!isComposing && inputType !== 'insertCompositionText') take(data ?? '');
     });
   }
 }

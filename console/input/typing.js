@@ -1,34 +1,41 @@
-// "Type this text": a whole text as key events, in paced batches, so that a slow program on the machine keeps up.
+// Types a whole text as key events, in batches with pauses between them, so that a slow program on the
+// machine keeps up.
 import * as input from './events.js';
 import { keyNamed } from './keymap.js';
 
-const CHARS_PER_BATCH = 30;
+const CHARACTERS_PER_BATCH = 30;
 const BATCH_PAUSE_MS = 60;
 
-const tapOf = (/** @type {string} */ code) => [input.key(keyNamed(code), true), input.key(keyNamed(code), false)];
+const press = (/** @type {string} */ code) => [
+  input.key(keyNamed(code), true),
+  input.key(keyNamed(code), false),
+];
 
 /**
- * Line ends become Enter, tabs become Tab, other control characters are left out.
+ * Line ends become Enter, tabs become Tab; other control characters are left out.
  * @param {string} text
- * @returns {input.InputEvent[][]} one list of events for each batch; never more than input.MAX_EVENTS events
+ * @returns {input.InputEvent[][]} one list for each batch, of at most input.MAX_EVENTS events
  */
-export function typingBatches(text, charsPerBatch = CHARS_PER_BATCH) {
-  const events = [...text.replace(/\r\n?/g, '\n')].map((character) => {
-    if (character === '\n') return tapOf('Enter');
-    if (character === '\t') return tapOf('Tab');
-    return /\p{Cc}/u.test(character) ? [] : input.unicode(character);
-  }).filter((taps) => taps.length);
+export function typingBatches(text, charactersPerBatch = CHARACTERS_PER_BATCH) {
+  const events = [...text.replace(/\r\n?/g, '\n')]
+    .map((character) => {
+      if (character === '\n') return press('Enter');
+      if (character === '\t') return press('Tab');
+      return /\p{Cc}/u.test(character) ? [] : input.unicode(character);
+    })
+    .filter(({ length }) => length);
   const out = [];
-  for (let start = 0; start < events.length; start += charsPerBatch) {
-    out.push(events.slice(start, start + charsPerBatch).flat());
+  for (let start = 0; start < events.length; start += charactersPerBatch) {
+    out.push(events.slice(start, start + charactersPerBatch).flat());
   }
   return out;
 }
 
 /**
  * @param {string} text
- * @param {{send: (events: input.InputEvent[]) => void, pause: (ms: number) => Promise<unknown>, signal: AbortSignal}} how
- * @returns {Promise<boolean>} false when it was broken off
+ * @param {{send: (events: input.InputEvent[]) => void, pause: (ms: number) => Promise<unknown>,
+ *   signal: AbortSignal}} outlets
+ * @returns {Promise<boolean>} false when it was aborted
  */
 export async function typeText(text, { send, pause, signal }) {
   const list = typingBatches(text);

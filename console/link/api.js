@@ -1,14 +1,25 @@
-// The relay's JSON requests.
+// Requests to the relay's JSON interface. Each rejects with an ApiError.
 
-class ApiError extends Error {
-  /** @param {number} status 0 when the relay was not reached */
-  constructor(status, /** @type {string} */ message) {
+export class ApiError extends Error {
+  /** @param {number} status the HTTP status; 0 when the relay was not reached @param {string} message */
+  constructor(status, message) {
     super(message);
     this.status = status;
   }
 }
 
-async function request(/** @type {string} */ method, /** @type {string} */ path, /** @type {object} */ body) {
+/** The HTTP status of a failed request, 0 when the relay was not reached; undefined for any other error. */
+export function statusOf(/** @type {unknown} */ error) {
+  return error instanceof ApiError ? error.status : undefined;
+}
+
+/**
+ * @param {string} method
+ * @param {string} path
+ * @param {object} [body]
+ * @returns {Promise<Record<string, unknown>>}
+ */
+async function request(method, path, body) {
   let response;
   try {
     response = await fetch(path, {
@@ -22,7 +33,8 @@ async function request(/** @type {string} */ method, /** @type {string} */ path,
     throw new ApiError(0, '');
   }
   const answer = await response.json().catch(() => ({}));
-  if (!response.ok) throw new ApiError(response.status, typeof answer?.error === 'string' ? answer.error : '');
+  if (!response.ok)
+    throw new ApiError(response.status, typeof answer?.error === 'string' ? answer.error : '');
   return answer;
 }
 
@@ -32,4 +44,5 @@ export const logout = () => request('POST', '/api/logout');
 export const me = () => request('GET', '/api/me');
 export const changePassword = (/** @type {string} */ before, /** @type {string} */ after) =>
   request('POST', '/api/password', { old: before, new: after });
-export const forget = (/** @type {string} */ id) => request('DELETE', `/api/agents/${encodeURIComponent(id)}`);
+export const forget = (/** @type {string} */ id) =>
+  request('DELETE', `/api/agents/${encodeURIComponent(id)}`);

@@ -1,8 +1,8 @@
-// The envelope of the machine's link: a 10-byte big-endian header (type, flags, session, length) and a payload.
-// The relay carries the same envelopes to and from the browser, one in each binary WebSocket message.
+// The envelope: a 10-byte big-endian header (type, flags, session, length) and a payload. Each binary
+// WebSocket message between browser and relay is one envelope, in the same form as between relay and agent.
 
 export const HEADER_BYTES = 10;
-/** Largest payload that the machine accepts in one envelope. */
+/** The largest payload that the agent accepts in one envelope. */
 export const MAX_SENT_PAYLOAD = 0x800000;
 const FLAG_JSON = 1;
 
@@ -14,7 +14,7 @@ const utf8Reader = new TextDecoder();
  * @param {number} session u32
  * @param {Uint8Array} [payload]
  * @param {number} [flags] 1 for JSON text, 0 for raw bytes
- * @returns {Uint8Array}
+ * @returns {Uint8Array<ArrayBuffer>}
  */
 export function encodeEnvelope(type, session, payload = new Uint8Array(0), flags = 0) {
   if (payload.length > MAX_SENT_PAYLOAD) throw new RangeError('payload over 8 MiB');
@@ -29,18 +29,19 @@ export function encodeEnvelope(type, session, payload = new Uint8Array(0), flags
 }
 
 /**
- * @param {number} type
- * @param {number} session
- * @param {object} value numbers and strings only: the machine's integer reader takes no booleans
+ * @param {number} type one of Msg
+ * @param {number} session u32
+ * @param {object} value of numbers and strings only: the agent's integer reader accepts no booleans
  */
 export function encodeJson(type, session, value) {
   return encodeEnvelope(type, session, utf8.encode(JSON.stringify(value)), FLAG_JSON);
 }
 
 /**
- * The payload is a view of the given bytes, not a copy. Bytes behind the declared payload are ignored.
+ * The payload is a view of the given bytes, not a copy. Bytes after the declared payload are ignored.
  * @param {ArrayBuffer} buffer
- * @returns {{type: number, flags: number, session: number, payload: Uint8Array} | null} null when cut short
+ * @returns {{type: number, flags: number, session: number, payload: Uint8Array<ArrayBuffer>} | null} null
+ *   when the bytes are cut short
  */
 export function decodeEnvelope(buffer) {
   if (buffer.byteLength < HEADER_BYTES) return null;
@@ -57,7 +58,7 @@ export function decodeEnvelope(buffer) {
 
 /**
  * @param {Uint8Array} payload
- * @returns {Record<string, unknown> | null} null when the payload is no JSON object
+ * @returns {Record<string, unknown> | null} null when the payload is not a JSON object
  */
 export function readJson(payload) {
   try {

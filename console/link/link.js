@@ -1,29 +1,42 @@
-// The console's WebSocket to the relay: control messages as JSON text, envelopes as binary. It comes back by itself,
-// with growing and jittered pauses, and measures the browser's own round trip.
+// The WebSocket from the browser to the relay: control messages as JSON text, envelopes as binary. A broken
+// link connects again by itself after growing, jittered pauses. Pings measure the round trip and detect a
+// dead relay.
+import { emit } from '../base/custom_events.js';
 
 const SUBPROTOCOL = 'vantelink.console.v1';
-const PING_EVERY_MS = 2000;
-/** A relay that says nothing for this long, and owes the answer to a ping, is taken for gone. */
+const PING_INTERVAL_MS = 2000;
+/** The relay counts as dead when a ping is unanswered and nothing has arrived for this long. */
 const DEAD_AFTER_MS = 15000;
-/** With an upload before the ping: longer than a machine may go without reading until the relay ends its session. */
-const HELD_UP_MS = 60000;
+/**
+ * The same after an upload: longer than the relay lets a machine go without reading before it ends the
+ * session.
+ */
+const DEAD_AFTER_UPLOAD_MS = 60000;
+/** More bytes than this before a ping count as an upload. */
 const UPLOAD_BYTES = 16 * 1024;
-/** The slowest line on which an upload is waited for, in bytes a millisecond. */
-const SLOWEST_LINE = 16;
+/** The slowest connection on which an upload is still waited for, in bytes a millisecond. */
+const SLOWEST_UPLOAD = 16;
 const UNSTABLE_AFTER_MS = 1500;
 const FIRST_PAUSE_MS = 500;
 const LONGEST_PAUSE_MS = 15000;
 
-/** The pause before attempt number `attempt`, counted from 0; `random` in 0..1 spreads it by a quarter. */
-export function backOff(/** @type {number} */ attempt, random = Math.random()) {
+/** @typedef {{type: string, [field: string]: unknown}} ControlMessage */
+
+/**
+ * The pause before a new connection attempt, in milliseconds.
+ * @param {number} attempt counted from 0
+ * @param {number} [random] in 0..1; spreads the pause by a quarter to either side
+ */
+export function backOff(attempt, random = Math.random()) {
   return Math.min(FIRST_PAUSE_MS * 2 ** attempt, LONGEST_PAUSE_MS) * (0.75 + random / 2);
 }
 
 /**
- * A control message of the relay, or null for anything that is none.
- * @returns {{type: string, [field: string]: any} | null}
+ * A control message of the relay; null for any other text.
+ * @param {string} text
+ * @returns {ControlMessage | null}
  */
-export function parseControl(/** @type {string} */ text) {
+export function parseControl(text) {
   try {
     const message = JSON.parse(text);
     return message && typeof message === 'object' && typeof message.type === 'string' ? message : null;
@@ -32,140 +45,161 @@ export function parseControl(/** @type {string} */ text) {
   }
 }
 
-/** Events: 'up', 'down', 'control' (detail: message), 'envelope' (detail: ArrayBuffer), 'trip'. */
+/** Events: 'up', 'down', 'control' (detail: ControlMessage), 'envelope' (detail: ArrayBuffer). */
 export class Link extends EventTarget {
+  #url;
+  /** @type {WebSocket | null} */
+  #socket = null;
+  #up = false;
+  #wanted = false;
+  #attempt = 0;
+  /** @type {number | null} */
+  #browserRoundTrip = null;
+  /** @type {number | null} */
+  #machineRoundTrip = null;
+  /**
+   * bytesBefore: sent between the last ping and this one.
+   * @type {{id: number, at: number, bytesBefore: number} | null}
+   */
+  #ping = null;
+  #pings = 0;
+  #bytesSinceLastPing = 0;
+  #lastReceived = 0;
+  /** @type {ReturnType<typeof setTimeout> | undefined} */
+  #retryTimer;
+  /** @type {ReturnType<typeof setInterval> | undefined} */
+  #pingTimer;
+
   constructor(/** @type {string} */ url) {
     super();
-    this.url = url;
-    /** @type {WebSocket | null} */
-    this.socket = null;
-    this.up = false;
-    this.attempt = 0;
-    this.wanted = false;
-    /** @type {number | null} */
-    this.browserTrip = null;
-    /** @type {number | null} */
-    this.machineTrip = null;
-    /** @type {{id: number, at: number, behind: number} | null} behind: bytes that the relay passes on before it answers */
-    this.ping = null;
-    this.pings = 0;
-    /** Bytes since the last ping. */
-    this.sent = 0;
-    this.heardAt = 0;
+    this.#url = url;
   }
 
-  start() {
-    this.wanted = true;
-    this.connect();
+  get up() {
+    return this.#up;
   }
 
-  stop() {
-    this.wanted = false;
-    clearTimeout(this.retry);
-    this.lose();
+  /** True from start() to stop(), whether the link is up or not. */
+  get wanted() {
+    return this.#wanted;
   }
 
-  /** Tries at once instead of waiting out the pause. */
-  hurry() {
-    if (!this.wanted || this.socket) return;
-    clearTimeout(this.retry);
-    this.connect();
+  /** The round trip from browser to relay in milliseconds, null while unknown. */
+  get browserRoundTrip() {
+    return this.#browserRoundTrip;
   }
 
-  sendControl(/** @type {object} */ message) {
-    if (this.up) this.socket?.send(JSON.stringify(message));
-    return this.up;
+  /** The round trip from relay to machine in milliseconds, null while unknown. */
+  get machineRoundTrip() {
+    return this.#machineRoundTrip;
   }
 
-  sendEnvelope(/** @type {Uint8Array} */ bytes) {
-    if (this.up) this.socket?.send(bytes);
-    this.sent += bytes.length;
-    return this.up;
-  }
-
-  /** Bytes that wait for the network. */
+  /** Sent bytes that the browser has not passed to the network yet. */
   get backlog() {
-    return this.socket?.bufferedAmount ?? 0;
+    return this.#socket?.bufferedAmount ?? 0;
   }
 
   /** True when a ping has been unanswered for longer than is usual on a healthy link. */
   get unstable() {
-    return this.ping !== null && performance.now() - this.ping.at > UNSTABLE_AFTER_MS;
+    return this.#ping !== null && performance.now() - this.#ping.at > UNSTABLE_AFTER_MS;
   }
 
-  /** @private */
-  connect() {
-    const socket = new WebSocket(this.url, SUBPROTOCOL);
+  start() {
+    this.#wanted = true;
+    this.#connect();
+  }
+
+  stop() {
+    this.#wanted = false;
+    clearTimeout(this.#retryTimer);
+    this.#lose();
+  }
+
+  /** Connects now instead of after the pause. */
+  connectNow() {
+    if (!this.#wanted || this.#socket) return;
+    clearTimeout(this.#retryTimer);
+    this.#connect();
+  }
+
+  /** @param {object} message @returns {boolean} false when the link is down */
+  sendControl(message) {
+    if (this.#up) this.#socket?.send(JSON.stringify(message));
+    return this.#up;
+  }
+
+  /** @param {Uint8Array<ArrayBuffer>} bytes @returns {boolean} false when the link is down */
+  sendEnvelope(bytes) {
+    if (this.#up) this.#socket?.send(bytes);
+    this.#bytesSinceLastPing += bytes.length;
+    return this.#up;
+  }
+
+  #connect() {
+    const socket = new WebSocket(this.#url, SUBPROTOCOL);
     socket.binaryType = 'arraybuffer';
-    this.socket = socket;
-    socket.onopen = () => this.opened();
-    socket.onclose = () => socket === this.socket && this.lose();
-    socket.onmessage = ({ data }) => socket === this.socket && this.receive(data);
+    this.#socket = socket;
+    socket.onopen = () => this.#opened();
+    socket.onclose = () => socket === this.#socket && this.#lose();
+    socket.onmessage = ({ data }) => socket === this.#socket && this.#receive(data);
   }
 
-  /** @private */
-  opened() {
-    this.up = true;
-    this.sent = 0;
-    this.attempt = 0;
-    this.pinger = setInterval(() => this.sendPing(), PING_EVERY_MS);
-    this.emit('up');
-    this.sendPing();
+  #opened() {
+    this.#up = true;
+    this.#bytesSinceLastPing = 0;
+    this.#attempt = 0;
+    this.#pingTimer = setInterval(() => this.#checkPing(), PING_INTERVAL_MS);
+    emit(this, 'up');
+    this.#checkPing();
   }
 
-  /** @private */
-  lose() {
-    const { socket } = this;
-    this.socket = null;
-    this.up = false;
-    this.ping = null;
-    this.browserTrip = null;
-    this.machineTrip = null;
-    clearInterval(this.pinger);
+  #lose() {
+    const socket = this.#socket;
+    this.#socket = null;
+    this.#up = false;
+    this.#ping = null;
+    this.#browserRoundTrip = null;
+    this.#machineRoundTrip = null;
+    clearInterval(this.#pingTimer);
     socket?.close();
-    if (this.wanted) this.retry = setTimeout(() => this.connect(), backOff(this.attempt++));
-    this.emit('down');
+    if (this.#wanted) this.#retryTimer = setTimeout(() => this.#connect(), backOff(this.#attempt++));
+    emit(this, 'down');
   }
 
-  /** @private */
-  receive(/** @type {unknown} */ data) {
-    this.heardAt = performance.now();
+  #receive(/** @type {unknown} */ data) {
+    this.#lastReceived = performance.now();
     if (data instanceof ArrayBuffer) {
-      this.emit('envelope', data);
+      emit(this, 'envelope', data);
       return;
     }
     const message = typeof data === 'string' ? parseControl(data) : null;
-    if (message?.type === 'pong' && message.id === this.ping?.id) this.receivePong(message);
-    else if (message) this.emit('control', message);
+    if (message?.type === 'pong' && message.id === this.#ping?.id) this.#receivePong(message);
+    else if (message) emit(this, 'control', message);
   }
 
-  /** @private One ping is under way at a time, so that a stall is seen and never averaged away. */
-  sendPing() {
+  /**
+   * Sends a ping unless one is unanswered. Only one is open at a time, so that a stall shows in the round
+   * trip.
+   */
+  #checkPing() {
     const now = performance.now();
-    if (this.ping) {
-      const { at, behind } = this.ping;
-      // While a machine is slow to take an upload, the relay does not read on and so does not see the ping.
-      const patience = behind > UPLOAD_BYTES ? HELD_UP_MS + behind / SLOWEST_LINE : DEAD_AFTER_MS;
-      if (now - Math.max(at, this.heardAt) > patience) this.lose();
-      else this.emit('trip');
+    if (this.#ping) {
+      const { at, bytesBefore } = this.#ping;
+      // While a machine is slow to take an upload, the relay stops reading and so does not see the ping.
+      const limit =
+        bytesBefore > UPLOAD_BYTES ? DEAD_AFTER_UPLOAD_MS + bytesBefore / SLOWEST_UPLOAD : DEAD_AFTER_MS;
+      if (now - Math.max(at, this.#lastReceived) > limit) this.#lose();
       return;
     }
-    this.ping = { id: ++this.pings, at: now, behind: this.sent };
-    this.sent = 0;
-    this.sendControl({ type: 'ping', id: this.ping.id });
+    this.#ping = { id: ++this.#pings, at: now, bytesBefore: this.#bytesSinceLastPing };
+    this.#bytesSinceLastPing = 0;
+    this.sendControl({ type: 'ping', id: this.#ping.id });
   }
 
-  /** @private */
-  receivePong(/** @type {{id?: unknown, round_trip_ms?: unknown}} */ { id, round_trip_ms: machine }) {
-    if (!this.ping || id !== this.ping.id) return;
-    this.browserTrip = performance.now() - this.ping.at;
-    this.machineTrip = typeof machine === 'number' && Number.isFinite(machine) ? machine : null;
-    this.ping = null;
-    this.emit('trip');
-  }
-
-  /** @private */
-  emit(/** @type {string} */ name, /** @type {unknown} */ detail) {
-    this.dispatchEvent(new CustomEvent(name, { detail }));
+  #receivePong(/** @type {ControlMessage} */ { id, round_trip_ms: machine }) {
+    if (!this.#ping || id !== this.#ping.id) return;
+    this.#browserRoundTrip = performance.now() - this.#ping.at;
+    this.#machineRoundTrip = typeof machine === 'number' && Number.isFinite(machine) ? machine : null;
+    this.#ping = null;
   }
 }

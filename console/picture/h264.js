@@ -1,18 +1,26 @@
-// What has to be known of an H.264 byte stream (ITU-T H.264, annex B) to feed a decoder with it: its access units, the
-// codec's name in the browser, and whether a picture is missing.
+// Reads from an H.264 byte stream (ITU-T H.264, annex B) what a browser's decoder needs: the access units,
+// the codec's name, and whether a picture is missing.
 
-const Unit = Object.freeze({ slice: 1, keySlice: 5, enrichment: 6, parameters: 7, pictureParameters: 8, delimiter: 9 });
+const Unit = Object.freeze({
+  slice: 1,
+  keySlice: 5,
+  supplement: 6,
+  parameters: 7,
+  pictureParameters: 8,
+  delimiter: 9,
+});
 
 const isSlice = (/** @type {number} */ type) => type >= Unit.slice && type <= Unit.keySlice;
-/** Types that come before the slices of their picture. */
+/** Whether a unit of this type begins a new picture when it follows a slice. */
 const opensPicture = (/** @type {number} */ type) =>
-  (type >= Unit.enrichment && type <= Unit.delimiter) || (type >= 14 && type <= 18);
+  (type >= Unit.supplement && type <= Unit.delimiter) || (type >= 14 && type <= 18);
 
 /** Profiles whose parameter sets have the chroma fields. */
 const HIGH_PROFILES = [100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135];
 
 /**
- * The units of a stream: `from` is at the start code, `at` at the unit's header byte, `to` behind its last byte.
+ * The units of a stream: `from` is the offset of the start code, `at` of the unit's header byte, `to` of the
+ * first byte after the unit.
  * @param {Uint8Array} bytes
  */
 export function units(bytes) {
@@ -29,17 +37,29 @@ export function units(bytes) {
 }
 
 /**
- * The pictures of a stream, each with the units that belong to it.
- * @param {Uint8Array} bytes one message's
- * @returns {{data: Uint8Array, key: boolean, parameters: Uint8Array | null, slice: Uint8Array | null}[]} `parameters` and
- *   `slice` are the first such units, without start code
+ * One picture with the units that belong to it. `parameters` and `slice` are the first such units, without
+ * start code.
+ * @typedef {{data: Uint8Array<ArrayBuffer>, key: boolean, parameters: Uint8Array | null, slice: Uint8Array}}
+ *   AccessUnit
+ */
+
+/**
+ * The pictures of a stream. Units that follow the last slice without a slice of their own are left out.
+ * @param {Uint8Array<ArrayBuffer>} bytes the stream of one message
+ * @returns {AccessUnit[]}
  */
 export function accessUnits(bytes) {
+  /**
+   * @typedef {{from: number, to: number, key: boolean, parameters: Uint8Array | null, slice: Uint8Array
+   *   | null}} Open
+   */
+  /** @type {Open[]} */
   const pictures = [];
+  /** @type {Open | null} */
   let current = null;
   for (const unit of units(bytes)) {
     const slice = isSlice(unit.type);
-    // first_mb_in_slice is 0, one bit, in the first slice of a picture.
+    // first_mb_in_slice is 0, a single bit, in the first slice of a picture.
     const first = slice && (bytes[unit.at + 1] & 0x80) !== 0;
     if (!current || (current.slice && (first || opensPicture(unit.type)))) {
       current = { from: unit.from, to: unit.to, key: false, parameters: null, slice: null };
@@ -50,29 +70,36 @@ export function accessUnits(bytes) {
     if (unit.type === Unit.parameters) current.parameters ??= bytes.subarray(unit.at, unit.to);
     if (slice) current.slice ??= bytes.subarray(unit.at, unit.to);
   }
-  return pictures.filter(({ slice }) => slice)
-    .map(({ from, to, ...picture }) => ({ data: bytes.subarray(from, to), ...picture }));
+  return pictures.flatMap(({ from, to, key, parameters, slice }) =>
+    slice ? [{ data: bytes.subarray(from, to), key, parameters, slice }] : [],
+  );
 }
 
-/** Bits of a unit, most significant first, its emulation bytes passed over. Past the end there are only zeros. */
+/**
+ * Reads the bits of a unit, most significant first, without its emulation bytes. After the end it reads
+ * zeros.
+ */
 class BitReader {
-  constructor(/** @type {Uint8Array} */ unit, longest = 256) {
-    this.bytes = [];
-    for (let i = 0, zeros = 0; i < unit.length && this.bytes.length < longest; i++) {
+  /** @type {number[]} */
+  #bytes = [];
+  #at = 0;
+
+  /** @param {Uint8Array} unit @param {number} [longest] bytes read at most */
+  constructor(unit, longest = 256) {
+    for (let i = 0, zeros = 0; i < unit.length && this.#bytes.length < longest; i++) {
       if (zeros >= 2 && unit[i] === 3) {
         zeros = 0;
         continue;
       }
       zeros = unit[i] === 0 ? zeros + 1 : 0;
-      this.bytes.push(unit[i]);
+      this.#bytes.push(unit[i]);
     }
-    this.at = 0;
   }
 
   bits(/** @type {number} */ count) {
     let value = 0;
-    for (; count > 0; count--, this.at++) {
-      value = value * 2 + (((this.bytes[this.at >> 3] ?? 0) >> (7 - (this.at & 7))) & 1);
+    for (let left = count; left > 0; left--, this.#at++) {
+      value = value * 2 + (((this.#bytes[this.#at >> 3] ?? 0) >> (7 - (this.#at & 7))) & 1);
     }
     return value;
   }
@@ -84,8 +111,9 @@ class BitReader {
     return 2 ** zeros - 1 + this.bits(zeros);
   }
 
+  /** Whether more bits were read than the unit has. */
   get over() {
-    return this.at > this.bytes.length * 8;
+    return this.#at > this.#bytes.length * 8;
   }
 }
 
@@ -101,9 +129,14 @@ function skipScalingLists(/** @type {BitReader} */ reader, /** @type {number} */
 }
 
 /**
+ * What a sequence parameter set says. `planes`: slices name their colour plane; `gaps`: frame numbers may be
+ * skipped on purpose.
+ * @typedef {{codec: string, frameNumberBits: number, planes: boolean, gaps: boolean}} Parameters
+ */
+
+/**
  * @param {Uint8Array} unit a sequence parameter set without start code
- * @returns {{codec: string, frameNumberBits: number, planes: boolean, gaps: boolean} | null} `planes`: a slice names its
- *   colour plane; `gaps`: numbers may be left out on purpose; null when the set is cut short
+ * @returns {Parameters | null} null when the set is cut short
  */
 export function readParameters(unit) {
   const reader = new BitReader(unit);
@@ -132,40 +165,40 @@ export function readParameters(unit) {
   reader.golomb();
   const gaps = reader.bits(1) === 1;
   if (reader.over || frameNumberBits > 16) return null;
-  const hex = (/** @type {number} */ value, /** @type {number} */ digits) => value.toString(16).padStart(digits, '0');
+  const hex = (/** @type {number} */ value, /** @type {number} */ digits) =>
+    value.toString(16).padStart(digits, '0');
   return { codec: `avc1.${hex(profile, 2)}${hex(rest, 4)}`, frameNumberBits, planes, gaps };
 }
 
-/** Notices from the numbers that pictures carry when one of them that others refer to is missing. */
+/** Detects from the frame numbers of pictures that a reference picture is missing. */
 export class PictureCounter {
-  constructor() {
-    this.parameters = null;
-    this.last = 0;
-  }
+  /** @type {Parameters | null} */
+  #parameters = null;
+  #last = 0;
 
-  /** @param {ReturnType<typeof readParameters>} parameters of the stream from here on */
+  /** @param {Parameters | null} parameters of the stream from here on; null accepts every picture */
   restart(parameters) {
-    this.parameters = parameters;
-    this.last = 0;
+    this.#parameters = parameters;
+    this.#last = 0;
   }
 
   /** @returns {boolean} false when pictures are missing before this one */
   follows(/** @type {Uint8Array} */ slice) {
-    const { parameters } = this;
+    const parameters = this.#parameters;
     if (!parameters) return true;
     const reader = new BitReader(slice, 24);
     const header = reader.bits(8);
     const isReference = (header & 0x60) !== 0;
     if ((header & 0x1f) === Unit.keySlice) {
-      this.last = 0;
+      this.#last = 0;
       return true;
     }
     for (let i = 0; i < 3; i++) reader.golomb();
     if (parameters.planes) reader.bits(2);
     const number = reader.bits(parameters.frameNumberBits);
-    const next = (this.last + 1) % 2 ** parameters.frameNumberBits;
-    const whole = number === this.last || number === next || parameters.gaps;
-    if (isReference) this.last = number;
-    return whole;
+    const next = (this.#last + 1) % 2 ** parameters.frameNumberBits;
+    const complete = number === this.#last || number === next || parameters.gaps;
+    if (isReference) this.#last = number;
+    return complete;
   }
 }

@@ -1,149 +1,174 @@
-// Plays H.264 frames with the browser's own decoder, each picture as soon as it is there. After anything that leaves the
-// decoder without a picture to go on from, it waits for a key frame and asks for one.
+// Plays H.264 frames with the browser's own decoder, each as soon as it arrives. After anything that leaves
+// the decoder without a reference picture, the player waits for a key frame and asks for one.
 import { accessUnits, PictureCounter, readParameters } from './h264.js';
 
-/** What the machine's conversion makes; the stream says so too, but not every decoder reads that. */
-export const COLOURS = Object.freeze({ primaries: 'bt709', transfer: 'iec61966-2-1', matrix: 'smpte170m', fullRange: false });
+/** What the agent's conversion produces. The stream says so too, but not every decoder reads that. */
+export const COLOURS = Object.freeze({
+  primaries: 'bt709',
+  transfer: 'iec61966-2-1',
+  matrix: 'smpte170m',
+  fullRange: false,
+});
 
-const ASK_EVERY_MS = 1000;
-/** A decoder that is this far behind goes on at the next key frame. */
-const BEHIND_MS = 400;
-const BEHIND_FRAMES = 3;
-/** A decoder that took this many frames for so long and gave nothing back is of no use. */
+const ASK_INTERVAL_MS = 1000;
+/** A decoder counts as late when this many frames wait in it, the oldest for this long. */
+const LATE_FRAMES = 3;
+const LATE_MS = 400;
+/**
+ * A decoder counts as silent when this many frames wait in it, the oldest for this long, and none came out.
+ */
 const SILENT_FRAMES = 10;
 const SILENT_MS = 2500;
-/** Complaints in a row, without a picture between them. */
-const MOST_FAILURES = 3;
+/** Failures in a row, without a picture between them, after which the player gives up. */
+const MAX_FAILURES = 3;
 
 export class H264Player {
+  #screen;
+  #askForKey;
+  #giveUp;
+  #counter = new PictureCounter();
+  /** @type {HardwareAcceleration} */
+  #hardware = 'no-preference';
+  #failures = 0;
+  /** @type {VideoDecoder | null} */
+  #decoder = null;
+  /**
+   * Frames in the decoder: their time in the stream, and when they went in.
+   * @type {{time: number, at: number}[]}
+   */
+  #pending = [];
+  #time = -1;
+  /** The parameter set that the decoder is configured for, as text. */
+  #parameters = '';
+  #waitingForKey = true;
+  /** @type {ReturnType<typeof setTimeout> | undefined} */
+  #askTimer;
+
   /**
    * @param {import('./screen.js').Screen} screen
-   * @param {{askForKey: () => void, giveUp: () => void}} on giveUp: this browser cannot play the stream
+   * @param {{askForKey: () => void, giveUp: () => void}} outlets giveUp: this browser cannot play the stream
    */
   constructor(screen, { askForKey, giveUp }) {
-    this.screen = screen;
-    this.askForKey = askForKey;
-    this.giveUp = giveUp;
-    this.counter = new PictureCounter();
-    this.hardware = 'no-preference';
-    this.failures = 0;
-    this.drop();
-  }
-
-  /** Forgets what is on its way; the drawn picture stays. The next stream begins with a key frame. */
-  drop() {
-    this.closeDecoder();
-    clearTimeout(this.asking);
-    this.asking = undefined;
-    this.waiting = true;
+    this.#screen = screen;
+    this.#askForKey = askForKey;
+    this.#giveUp = giveUp;
   }
 
   /**
-   * @param {Uint8Array} stream one message's pictures
+   * Drops the frames that are not drawn yet; the drawn picture stays. The next stream begins with a key
+   * frame.
+   */
+  drop() {
+    this.#closeDecoder();
+    clearTimeout(this.#askTimer);
+    this.#askTimer = undefined;
+    this.#waitingForKey = true;
+  }
+
+  /**
+   * @param {Uint8Array<ArrayBuffer>} stream the pictures of one message
    * @param {number} stamp microseconds
    */
   show(stream, stamp) {
-    for (const picture of accessUnits(stream)) this.take(picture, stamp);
+    for (const picture of accessUnits(stream)) this.#take(picture, stamp);
   }
 
-  /** @private */
-  take(/** @type {ReturnType<typeof accessUnits>[0]} */ picture, /** @type {number} */ stamp) {
-    if (picture.key && picture.parameters) this.prepare(picture.parameters);
-    const follows = this.counter.follows(/** @type {Uint8Array} */ (picture.slice));
-    if (this.isSilent()) {
-      this.fail(true);
+  #take(/** @type {import('./h264.js').AccessUnit} */ picture, /** @type {number} */ stamp) {
+    if (picture.key && picture.parameters) this.#prepare(picture.parameters);
+    const complete = this.#counter.follows(picture.slice);
+    if (this.#isBehind(SILENT_FRAMES, SILENT_MS)) {
+      this.#fail(true);
       return;
     }
-    const starts = picture.key && this.decoder !== null;
-    if (!starts && (this.waiting || !follows || this.isBehind())) {
-      this.awaitKey();
+    const starts = picture.key && this.#decoder !== null;
+    if (!starts && (this.#waitingForKey || !complete || this.#isBehind(LATE_FRAMES, LATE_MS))) {
+      this.#awaitKey();
       return;
     }
-    this.waiting = false;
-    this.decode(picture, stamp);
+    this.#waitingForKey = false;
+    this.#decode(picture, stamp);
   }
 
-  /** @private Times rise strictly, whatever the machine's clock does. */
-  decode(/** @type {{data: Uint8Array, key: boolean}} */ { data, key }, /** @type {number} */ stamp) {
-    this.time = Math.max(stamp, this.time + 1);
-    this.pending.push({ time: this.time, at: performance.now() });
+  /**
+   * Gives the decoder strictly rising times, even when the machine's clock stands still or runs backwards.
+   */
+  #decode(/** @type {import('./h264.js').AccessUnit} */ { data, key }, /** @type {number} */ stamp) {
+    this.#time = Math.max(stamp, this.#time + 1);
+    this.#pending.push({ time: this.#time, at: performance.now() });
     try {
-      this.decoder?.decode(new EncodedVideoChunk({ type: key ? 'key' : 'delta', timestamp: this.time, data }));
+      this.#decoder?.decode(
+        new EncodedVideoChunk({ type: key ? 'key' : 'delta', timestamp: this.#time, data }),
+      );
     } catch {
-      this.fail();
+      this.#fail();
     }
   }
 
-  /** @private A decoder for these parameters; the one that there is if they are the same. */
-  prepare(/** @type {Uint8Array} */ unit) {
+  /** Makes a decoder for this parameter set, unless the present one was made for the same. */
+  #prepare(/** @type {Uint8Array} */ unit) {
     const parameters = readParameters(unit);
-    const print = String(unit);
-    this.counter.restart(parameters);
-    if (!parameters || (this.decoder && this.print === print)) return;
-    this.closeDecoder();
-    this.print = print;
+    const text = String(unit);
+    this.#counter.restart(parameters);
+    if (!parameters || (this.#decoder && this.#parameters === text)) return;
+    this.#closeDecoder();
+    this.#parameters = text;
+    /** @type {VideoDecoder} */
     const decoder = new VideoDecoder({
-      output: (frame) => (decoder === this.decoder ? this.drawn(frame) : frame.close()),
-      error: () => decoder === this.decoder && this.fail(),
+      output: (frame) => (decoder === this.#decoder ? this.#drawn(frame) : frame.close()),
+      error: () => decoder === this.#decoder && this.#fail(),
     });
-    this.decoder = decoder;
+    this.#decoder = decoder;
     try {
-      decoder.configure({ codec: parameters.codec, optimizeForLatency: true, colorSpace: COLOURS,
-        hardwareAcceleration: /** @type {'no-preference'} */ (this.hardware) });
+      decoder.configure({
+        codec: parameters.codec,
+        optimizeForLatency: true,
+        colorSpace: COLOURS,
+        hardwareAcceleration: this.#hardware,
+      });
     } catch {
-      this.fail();
+      this.#fail();
     }
   }
 
-  /** @private */
-  drawn(/** @type {VideoFrame} */ frame) {
-    this.pending = this.pending.filter(({ time }) => time > frame.timestamp);
-    this.failures = 0;
-    this.screen.draw(frame, frame.displayWidth, frame.displayHeight);
+  #drawn(/** @type {VideoFrame} */ frame) {
+    this.#pending = this.#pending.filter(({ time }) => time > frame.timestamp);
+    this.#failures = 0;
+    this.#screen.draw(frame, frame.displayWidth, frame.displayHeight);
   }
 
-  /** @private */
-  isBehind() {
-    return this.pending.length > BEHIND_FRAMES && performance.now() - this.pending[0].at > BEHIND_MS;
+  #isBehind(/** @type {number} */ frames, /** @type {number} */ ms) {
+    return this.#pending.length > frames && performance.now() - this.#pending[0].at > ms;
   }
 
-  /** @private */
-  isSilent() {
-    return this.pending.length > SILENT_FRAMES && performance.now() - this.pending[0].at > SILENT_MS;
-  }
-
-  /** @private */
-  fail(silent = false) {
-    this.closeDecoder();
-    this.failures += 1;
-    if (this.failures >= MOST_FAILURES || (silent && this.hardware === 'prefer-software')) {
-      this.failures = 0;
-      this.giveUp();
+  #fail(silent = false) {
+    this.#closeDecoder();
+    this.#failures += 1;
+    if (this.#failures >= MAX_FAILURES || (silent && this.#hardware === 'prefer-software')) {
+      this.#failures = 0;
+      this.#giveUp();
       return;
     }
-    if (silent || this.failures > 1) this.hardware = 'prefer-software';
-    this.awaitKey();
+    if (silent || this.#failures > 1) this.#hardware = 'prefer-software';
+    this.#awaitKey();
   }
 
-  /** @private Asks at once and then every second until a key frame is there, and never more often. */
-  awaitKey() {
-    this.waiting = true;
-    if (this.asking !== undefined) return;
-    this.askForKey();
-    this.asking = setTimeout(() => {
-      this.asking = undefined;
-      if (this.waiting) this.awaitKey();
-    }, ASK_EVERY_MS);
+  /** Asks at once, and then every second until a key frame arrives, but never more often. */
+  #awaitKey() {
+    this.#waitingForKey = true;
+    if (this.#askTimer !== undefined) return;
+    this.#askForKey();
+    this.#askTimer = setTimeout(() => {
+      this.#askTimer = undefined;
+      if (this.#waitingForKey) this.#awaitKey();
+    }, ASK_INTERVAL_MS);
   }
 
-  /** @private */
-  closeDecoder() {
-    const { decoder } = this;
-    this.decoder = null;
-    /** Frames that went in and have not come out. @type {{time: number, at: number}[]} */
-    this.pending = [];
-    this.time = -1;
-    this.print = '';
+  #closeDecoder() {
+    const decoder = this.#decoder;
+    this.#decoder = null;
+    this.#pending = [];
+    this.#time = -1;
+    this.#parameters = '';
     if (decoder && decoder.state !== 'closed') decoder.close();
   }
 }

@@ -1,4 +1,4 @@
-// Reads the size that a JPEG file claims, before anything tries to decode it.
+// Reads the size that a JPEG file declares, before anything tries to decode the file.
 
 const MAX_SIDE = 16384;
 const MAX_PIXELS = 1 << 26;
@@ -27,7 +27,7 @@ export function jpegSize(bytes) {
   return null;
 }
 
-/** Whether the picture is one that a browser can be asked to decode. */
+/** Whether the declared size is one that a browser can be asked to decode. */
 export function isDrawable(/** @type {Uint8Array} */ bytes) {
   const size = jpegSize(bytes);
   if (!size || size.width === 0 || size.height === 0) return false;

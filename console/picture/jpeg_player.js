@@ -1,50 +1,53 @@
-// Plays JPEG frames: decodes one at a time and always goes on with the newest, so that a slow browser shows fewer
+// Plays JPEG frames: decodes one at a time and continues with the newest, so that a slow browser shows fewer
 // frames instead of older ones.
 import { isDrawable } from './jpeg.js';
 
+/** @typedef {Uint8Array<ArrayBuffer>} Bytes */
+
 export class JpegPlayer {
+  #screen;
+  #decode;
+  /** @type {Bytes | null} */
+  #newest = null;
+  #busy = false;
+  #generation = 0;
+
   /**
    * @param {import('./screen.js').Screen} screen
    * @param {(blob: Blob) => Promise<ImageBitmap>} [decode]
    */
   constructor(screen, decode = (blob) => createImageBitmap(blob)) {
-    this.screen = screen;
-    this.decode = decode;
-    /** @type {Uint8Array | null} */
-    this.newest = null;
-    this.busy = false;
-    this.generation = 0;
+    this.#screen = screen;
+    this.#decode = decode;
   }
 
-  /** @param {Uint8Array} jpeg one whole file; one that cannot be drawn is passed over */
+  /** @param {Bytes} jpeg one whole file; one that cannot be drawn is ignored */
   show(jpeg) {
     if (!isDrawable(jpeg)) return;
-    this.newest = jpeg;
-    if (!this.busy) this.work();
+    this.#newest = jpeg;
+    if (!this.#busy) this.#work();
   }
 
-  /** Forgets what is on its way; the drawn picture stays. */
+  /** Drops the frames that are not drawn yet; the drawn picture stays. */
   drop() {
-    this.newest = null;
-    this.generation += 1;
+    this.#newest = null;
+    this.#generation += 1;
   }
 
-  /** @private */
-  async work() {
-    this.busy = true;
-    while (this.newest) {
-      const jpeg = this.newest;
-      this.newest = null;
-      await this.drawOne(jpeg, this.generation);
+  async #work() {
+    this.#busy = true;
+    while (this.#newest) {
+      const jpeg = this.#newest;
+      this.#newest = null;
+      await this.#drawOne(jpeg, this.#generation);
     }
-    this.busy = false;
+    this.#busy = false;
   }
 
-  /** @private */
-  async drawOne(/** @type {Uint8Array} */ jpeg, /** @type {number} */ generation) {
-    const bitmap = await this.decode(new Blob([jpeg], { type: 'image/jpeg' })).catch(() => null);
+  async #drawOne(/** @type {Bytes} */ jpeg, /** @type {number} */ generation) {
+    const bitmap = await this.#decode(new Blob([jpeg], { type: 'image/jpeg' })).catch(() => null);
     if (!bitmap) return;
-    if (generation === this.generation) this.screen.draw(bitmap, bitmap.width, bitmap.height);
+    if (generation === this.#generation) this.#screen.draw(bitmap, bitmap.width, bitmap.height);
     else bitmap.close();
   }
 }

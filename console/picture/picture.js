@@ -1,97 +1,123 @@
-// A session's picture: which codec is wanted, which one comes, and the player that shows it.
+// The picture of a session: chooses the codec, follows the one that the machine sends, and passes frames to
+// its player.
 import { Msg } from '../link/messages.js';
 import { H264Player } from './h264_player.js';
 import { playsH264 } from './h264_probe.js';
 import { JpegPlayer } from './jpeg_player.js';
 
+/** @typedef {'h264' | 'mjpeg'} Codec */
+
 const STAMP_BYTES = 8;
 
 export class Picture {
+  #send;
+  #onChange;
+  #jpeg;
+  #h264;
+  /** @type {Codec} the representative's choice */
+  #chosen = 'h264';
+  /** @type {Codec} */
+  #wanted = 'h264';
+  /** @type {Codec | ''} */
+  #codec = '';
+  #hasH264 = true;
+  #browserPlaysH264 = true;
+
   /**
    * @param {import('./screen.js').Screen} screen
-   * @param {{send: (type: number, value: object) => void, onChange: () => void}} road onChange: `wanted`, `codec` or
-   *   `hasH264` are others now
+   * @param {{send: (type: number, value: object) => void, onChange: () => void}} outlets onChange: `wanted`,
+   *   `codec` or `hasH264` has changed
    */
   constructor(screen, { send, onChange }) {
-    this.send = send;
-    this.onChange = onChange;
-    this.jpeg = new JpegPlayer(screen);
-    this.h264 = new H264Player(screen, { askForKey: () => send(Msg.KeyframeRequest, {}), giveUp: () => this.withoutH264() });
-    /** 'h264' or 'mjpeg': what the representative chose, and what is asked for. */
-    this.chosen = 'h264';
-    this.wanted = 'h264';
-    /** What the machine sends, '' until it has said. */
-    this.codec = '';
-    this.hasH264 = true;
-    this.plays = true;
+    this.#send = send;
+    this.#onChange = onChange;
+    this.#jpeg = new JpegPlayer(screen);
+    this.#h264 = new H264Player(screen, {
+      askForKey: () => send(Msg.KeyframeRequest, {}),
+      giveUp: () => this.#withoutH264(),
+    });
     playsH264().then((plays) => {
-      this.plays = plays;
-      if (!plays) this.withoutH264();
+      this.#browserPlaysH264 = plays;
+      if (!plays) this.#withoutH264();
     });
   }
 
-  /** For another session: one machine's stream that could not be played says nothing of another's. */
+  /** The codec that the console asks for. */
+  get wanted() {
+    return this.#wanted;
+  }
+
+  /** The codec that the machine sends; '' until its first configuration message. */
+  get codec() {
+    return this.#codec;
+  }
+
+  /** Whether this browser can play this session's H.264. */
+  get hasH264() {
+    return this.#hasH264;
+  }
+
+  /**
+   * Prepares for another session: a stream of one machine that failed to play says nothing about another's.
+   */
   begin() {
-    this.hasH264 = this.plays;
-    this.wanted = this.hasH264 ? this.chosen : 'mjpeg';
-    this.onChange();
+    this.#hasH264 = this.#browserPlaysH264;
+    this.#wanted = this.#hasH264 ? this.#chosen : 'mjpeg';
+    this.#onChange();
   }
 
-  /** To be called after each start of a stream: it begins with H.264 and knows nothing of the choice. */
+  /** To be called after each start of a stream, which begins with H.264 whatever was chosen before. */
   started() {
-    this.codec = '';
+    this.#codec = '';
     this.drop();
-    if (this.wanted !== 'h264') this.select();
+    if (this.#wanted !== 'h264') this.#select();
   }
 
-  choose(/** @type {string} */ codec) {
-    this.chosen = codec;
-    this.want(codec);
+  choose(/** @type {Codec} */ codec) {
+    this.#chosen = codec;
+    this.#want(codec);
   }
 
-  /** @param {Record<string, unknown> | null} config what the machine says of the frames to come */
+  /** @param {Record<string, unknown> | null} config the machine's description of the frames that follow */
   configured(config) {
-    this.codec = config?.codec === 'h264' ? 'h264' : 'mjpeg';
+    this.#codec = config?.codec === 'h264' ? 'h264' : 'mjpeg';
     this.drop();
-    if (this.codec === 'h264' && !this.hasH264) this.select();
-    this.onChange();
+    if (this.#codec === 'h264' && !this.#hasH264) this.#select();
+    this.#onChange();
   }
 
-  frame(/** @type {Uint8Array} */ payload) {
+  frame(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
     const picture = payload.subarray(STAMP_BYTES);
-    if (this.codec !== 'h264') this.jpeg.show(picture);
-    else if (this.hasH264) this.h264.show(picture, stampOf(payload));
+    if (this.#codec !== 'h264') this.#jpeg.show(picture);
+    else if (this.#hasH264) this.#h264.show(picture, stampOf(payload));
   }
 
-  /** Forgets what is on its way. */
+  /** Drops the frames that are not drawn yet. */
   drop() {
-    this.jpeg.drop();
-    this.h264.drop();
+    this.#jpeg.drop();
+    this.#h264.drop();
   }
 
-  /** @private */
-  want(/** @type {string} */ codec) {
-    this.wanted = codec === 'h264' && this.hasH264 ? 'h264' : 'mjpeg';
-    this.select();
-    this.onChange();
+  #want(/** @type {Codec} */ codec) {
+    this.#wanted = codec === 'h264' && this.#hasH264 ? 'h264' : 'mjpeg';
+    this.#select();
+    this.#onChange();
   }
 
-  /** @private */
-  select() {
-    this.send(Msg.CodecSelect, { codec: this.wanted });
+  #select() {
+    this.#send(Msg.CodecSelect, { codec: this.#wanted });
   }
 
-  /** @private */
-  withoutH264() {
-    if (!this.hasH264) return;
-    this.hasH264 = false;
-    this.h264.drop();
-    this.want('mjpeg');
+  #withoutH264() {
+    if (!this.#hasH264) return;
+    this.#hasH264 = false;
+    this.#h264.drop();
+    this.#want('mjpeg');
   }
 }
 
-/** Microseconds, as a number that is exact for three centuries. */
-function stampOf(/** @type {Uint8Array} */ payload) {
+/** The frame's time in microseconds, as a number that is exact for three centuries. */
+function stampOf(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
   if (payload.length < STAMP_BYTES) return 0;
   return Number(new DataView(payload.buffer, payload.byteOffset).getBigUint64(0, true) & 0x1fffffffffffffn);
 }

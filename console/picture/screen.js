@@ -1,36 +1,46 @@
-// The canvas that shows the machine's screen at the machine's own size. The last good picture stays until a better
-// one is there.
+// The canvas that shows the machine's screen at the machine's own size. The last picture stays until the next
+// one is drawn.
 
 export class Screen {
+  /** The number of pictures drawn since the last reset. */
+  drawn = 0;
+  #context;
+  #onFrame;
+  #onSize;
+
   /**
-   * @param {HTMLCanvasElement} canvas its dataset.frames counts the frames drawn
-   * @param {{onFrame?: () => void, onSize?: () => void}} [options]
+   * @param {HTMLCanvasElement} canvas its dataset.frames counts the pictures drawn
+   * @param {{onFrame?: () => void, onSize?: () => void}} [listeners]
    */
   constructor(canvas, { onFrame, onSize } = {}) {
     this.canvas = canvas;
-    this.context = canvas.getContext('2d', { alpha: false });
-    this.onFrame = onFrame;
-    this.onSize = onSize;
+    this.#context = canvas.getContext('2d', { alpha: false });
+    this.#onFrame = onFrame;
+    this.#onSize = onSize;
     this.reset();
   }
 
-  /** Draws and closes the picture. */
-  draw(/** @type {ImageBitmap | VideoFrame} */ picture, /** @type {number} */ width, /** @type {number} */ height) {
+  /** Draws the picture and closes it. */
+  draw(
+    /** @type {ImageBitmap | VideoFrame} */ picture,
+    /** @type {number} */ width,
+    /** @type {number} */ height,
+  ) {
     const { canvas } = this;
     const resized = canvas.width !== width || canvas.height !== height;
     if (resized) {
       canvas.width = width;
       canvas.height = height;
     }
-    this.context?.drawImage(picture, 0, 0);
+    this.#context?.drawImage(picture, 0, 0);
     picture.close();
     this.drawn += 1;
     canvas.dataset.frames = String(this.drawn);
-    if (resized || this.drawn === 1) this.onSize?.();
-    this.onFrame?.();
+    if (resized || this.drawn === 1) this.#onSize?.();
+    this.#onFrame?.();
   }
 
-  /** For another machine: no picture at all. */
+  /** Removes the picture, for another machine. */
   reset() {
     this.drawn = 0;
     this.canvas.dataset.frames = '0';

@@ -1,31 +1,47 @@
-// What is said over the picture, and the ways on from there.
+// The message over the picture, with the buttons that it offers.
 import { byId } from '../base/dom.js';
 
-const ACTIONS = ['session-again', 'session-go-on', 'session-give-up', 'session-back'];
+const BUTTONS = /** @type {const} */ ({
+  again: 'session-again',
+  goOn: 'session-go-on',
+  giveUp: 'session-give-up',
+  back: 'session-back',
+});
+
+/** @typedef {keyof typeof BUTTONS} Action */
 
 export class Overlay {
-  /** @param {{again: () => void, goOn: () => void, giveUp: () => void, back: () => void}} actions */
-  constructor({ again, goOn, giveUp, back }) {
-    [again, goOn, giveUp, back].forEach((act, i) => byId(ACTIONS[i]).addEventListener('click', act));
+  /** Whether the message stays until the representative has answered it. */
+  #needsAnswer = false;
+
+  /** @param {Record<Action, () => void>} actions */
+  constructor(actions) {
+    for (const [name, id] of Object.entries(BUTTONS))
+      byId(id).addEventListener('click', () => actions[/** @type {Action} */ (name)]());
+  }
+
+  get needsAnswer() {
+    return this.#needsAnswer;
   }
 
   /**
-   * The picture under it is greyed.
+   * Shows a message over the picture, which turns grey.
    * @param {string} text
-   * @param {{busy?: boolean, again?: boolean, goOn?: boolean, giveUp?: boolean, back?: boolean}} [offer] busy: something is
-   *   awaited; goOn: stays until it is answered
+   * @param {Action[]} offered
+   * @param {{busy?: boolean}} [options] busy: shows that something is awaited
    */
-  say(text, { busy = false, again = false, goOn = false, giveUp = false, back = false } = {}) {
-    this.asks = goOn;
+  show(text, offered, { busy = false } = {}) {
+    this.#needsAnswer = offered.includes('goOn');
     byId('session-note').hidden = false;
     byId('session-note-text').textContent = text;
     byId('session-note-busy').hidden = !busy;
-    [again, goOn, giveUp, back].forEach((shown, i) => { byId(ACTIONS[i]).hidden = !shown; });
+    for (const [name, id] of Object.entries(BUTTONS))
+      byId(id).hidden = !offered.includes(/** @type {Action} */ (name));
     byId('stage').classList.add('covered');
   }
 
   clear() {
-    this.asks = false;
+    this.#needsAnswer = false;
     byId('session-note').hidden = true;
     byId('stage').classList.remove('covered');
   }

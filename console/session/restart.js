@@ -1,65 +1,67 @@
-// Restarting the machine: the question before it, and what is said until the machine is back.
+// Restarting the machine: the question before it, and the wait until the machine is back.
+import { emit } from '../base/custom_events.js';
 import { byId } from '../base/dom.js';
-import { Msg } from '../link/messages.js';
 import { texts } from '../base/texts.js';
+import { Msg } from '../link/messages.js';
+import { RESTART_DEADLINE_MS } from '../machines/machine_list.js';
 
-/** The machine answers nothing. One that is still there after this long has refused, or somebody there has. */
-export const PATIENCE_MS = 90_000;
+/**
+ * Events: 'begun' when the machine was asked to restart, 'refused' when it has not restarted in time, 'over'
+ * after the wait.
+ */
+export class Restart extends EventTarget {
+  #channel;
+  #machineName;
+  #dialog = byId('restart-dialog', HTMLDialogElement);
+  #underWay = false;
+  /** @type {ReturnType<typeof setTimeout> | undefined} */
+  #deadline;
 
-export class Restart {
-  /** @param {import('./session.js').SessionView} session dispatches 'restarting' with `on` in its detail */
-  constructor(session) {
-    this.session = session;
-    this.underWay = false;
-    byId('restart').addEventListener('click', () => this.ask());
-    byId('restart-dialog').addEventListener('close', () => {
-      if (byId('restart-dialog').returnValue === 'restart') this.begin();
-      byId('restart-dialog').returnValue = '';
+  /**
+   * @param {import('../link/session_channel.js').SessionChannel} channel
+   * @param {() => string} machineName of the session's machine, for use in a sentence
+   */
+  constructor(channel, machineName) {
+    super();
+    this.#channel = channel;
+    this.#machineName = machineName;
+    byId('restart').addEventListener('click', () => this.#ask());
+    this.#dialog.addEventListener('close', () => {
+      if (this.#dialog.returnValue === 'restart') this.#begin();
+      this.#dialog.returnValue = '';
     });
   }
 
-  /** The machine is back, or nobody waits for it any more. */
-  over() {
-    byId('restart-dialog').close();
-    clearTimeout(this.patience);
-    this.underWay = false;
-    this.session.setHands();
+  /** True from the request until the machine is back or nobody waits for it any more. */
+  get underWay() {
+    return this.#underWay;
   }
 
-  /** Says so over whatever picture there is. */
-  show() {
-    this.session.overlay.say(texts.restarting(this.session.name), { busy: true, back: true });
+  end() {
+    this.#dialog.close();
+    clearTimeout(this.#deadline);
+    this.#underWay = false;
+    emit(this, 'over');
   }
 
-  /** @private */
-  ask() {
-    if (!this.session.accepted) return;
-    byId('restart-question').textContent = texts.restartQuestion(this.session.name);
-    byId('restart-dialog').showModal();
+  #ask() {
+    if (!this.#channel.isOpen) return;
+    byId('restart-question').textContent = texts.restartQuestion(this.#machineName());
+    this.#dialog.showModal();
   }
 
-  /** @private */
-  begin() {
-    const { session } = this;
-    if (!session.accepted) return;
-    session.sendBytes(Msg.Reboot);
-    this.underWay = true;
-    session.setHands();
-    this.show();
-    this.tell(true);
-    this.patience = setTimeout(() => this.refused(), PATIENCE_MS);
+  #begin() {
+    if (!this.#channel.isOpen) return;
+    this.#channel.send(Msg.Reboot);
+    this.#underWay = true;
+    this.#deadline = setTimeout(() => this.#expire(), RESTART_DEADLINE_MS);
+    emit(this, 'begun');
   }
 
-  /** @private A machine that went away is waited for without limit. */
-  refused() {
-    if (!this.session.accepted) return;
-    this.over();
-    this.tell(false);
-    this.session.overlay.say(texts.notRestarted(this.session.name), { goOn: true, back: true });
-  }
-
-  /** @private */
-  tell(/** @type {boolean} */ on) {
-    this.session.dispatchEvent(new CustomEvent('restarting', { detail: { agent: this.session.agent, on } }));
+  /** A machine that has gone offline is waited for without a limit. */
+  #expire() {
+    if (!this.#channel.isOpen) return;
+    this.end();
+    emit(this, 'refused');
   }
 }

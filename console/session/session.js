@@ -1,237 +1,211 @@
-// One session with one machine: asking for it, its stream, and its end. A session that broke with the link or the
-// machine is asked for again when both are back.
-import { attachClipboard } from '../clipboard/clipboard.js';
-import { Displays } from './displays.js';
+// A representative's session with a machine: the request, the consent, and the end. A session that was
+// interrupted with the link or the machine is requested again when both are back.
+import { emit } from '../base/custom_events.js';
 import { byId } from '../base/dom.js';
-import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../link/envelope.js';
-import { Msg } from '../link/messages.js';
-import { attachFiles } from '../files/files.js';
-import { Hands } from '../input/remote_input.js';
 import { inSentence, nameOf } from '../base/names.js';
-import { Overlay } from './overlay.js';
-import { Panels } from './panels.js';
-import { Picture } from '../picture/picture.js';
-import { Restart } from './restart.js';
-import { Screen } from '../picture/screen.js';
-import { RateMeter } from '../base/status.js';
 import { texts } from '../base/texts.js';
-import { attachTools, layOut, showCodec, showStatus } from './toolbar.js';
-
-const BITRATE = 6_000_000;
-const STATUS_EVERY_MS = 500;
-/** Ends after which the machine is expected to come back by itself. */
-const COMES_BACK = ['agent-gone', 'replaced'];
+import { Overlay } from './overlay.js';
+import { Restart } from './restart.js';
 
 /**
- * Events: 'accepted' when envelopes may flow, 'over' when they no longer do, 'restarting'. A panel adds itself to `panels`,
- * what it wants to hear of the machine to `handlers`, and sends by sendBytes and sendJson.
+ * 'none'; 'requested' until the relay has numbered the session; 'waiting' for consent; 'accepted';
+ * 'interrupted' until link and machine are back; 'ended'.
+ * @typedef {'none' | 'requested' | 'waiting' | 'accepted' | 'interrupted' | 'ended'} State
  */
-export class SessionView extends EventTarget {
+/** @typedef {import('../machines/machine_list.js').Machine} Machine */
+/** @typedef {import('../link/link.js').ControlMessage} ControlMessage */
+
+/** Reasons for the end of a session after which the machine is expected to come back. */
+const INTERRUPTIONS = ['agent-gone', 'replaced'];
+
+/**
+ * Opens the channel while the session is accepted. Events: 'ending' just before the channel closes, 'input'
+ * when `inputAllowed` may have changed, 'restarting' (detail: {agent, on}), 'left' (detail: a remark for the
+ * list of machines, '' for none).
+ */
+export class Session extends EventTarget {
+  #link;
+  #channel;
+  #restart;
+  #overlay;
+  /** @type {number | null} the relay's number of the session */
+  #number = null;
+  #agent = '';
+  #name = '';
+
   /**
    * @param {import('../link/link.js').Link} link
-   * @param {(remark: string) => void} onLeave back to the list, with something to say there or ''
+   * @param {import('../link/session_channel.js').SessionChannel} channel
    */
-  constructor(link, onLeave) {
+  constructor(link, channel) {
     super();
-    this.link = link;
-    this.onLeave = onLeave;
-    /** 'none', 'asking' until the relay knows, 'waiting' for consent, 'accepted', 'away' until it can go on, 'over' */
-    this.state = 'none';
-    /** @type {number | null} the relay's number of the session */
-    this.number = null;
-    this.agent = '';
-    this.name = '';
-    this.monitor = 0;
-    this.meter = new RateMeter();
-    this.screen = new Screen(byId('screen'), { onFrame: () => this.drawn(), onSize: () => layOut(this) });
-    this.picture = new Picture(this.screen, { send: (type, value) => this.sendJson(type, value), onChange: () => showCodec(this) });
-    this.overlay = new Overlay({ again: () => this.ask(), goOn: () => this.overlay.clear(), giveUp: () => this.leave(),
-      back: () => this.leave() });
-    this.displays = new Displays(byId('monitor-picker'), (monitor) => this.selectMonitor(monitor));
-    this.hands = new Hands({ canvas: this.screen.canvas, catcher: byId('key-catcher'),
-      send: (payload) => this.sendBytes(Msg.InputEvent, payload), backlog: () => link.backlog });
-    /** @type {Map<number, (payload: Uint8Array) => void>} what to do with the machine's messages */
-    this.handlers = new Map([
-      [Msg.StreamFrame, (payload) => this.showFrame(payload)],
-      [Msg.StreamConfig, (payload) => this.picture.configured(readJson(payload))],
-      [Msg.Thumbnail, (payload) => this.displays.add(payload)],
-    ]);
-    this.panels = new Panels(byId('panels'), byId('panel-buttons'));
-    this.restart = new Restart(this);
-    attachTools(this);
-    attachClipboard(this, attachFiles(this));
-    setInterval(() => showStatus(this), STATUS_EVERY_MS);
+    this.#link = link;
+    this.#channel = channel;
+    this.#overlay = new Overlay({
+      again: () => this.#request(),
+      goOn: () => this.#overlay.clear(),
+      giveUp: () => this.leave(),
+      back: () => this.leave(),
+    });
+    this.#restart = new Restart(channel, () => this.#name);
+    this.#attachRestart();
+    this.#state = 'none';
   }
 
-  get state() {
-    return /** @type {string} */ (byId('view-session').dataset.state);
+  /** @returns {State} */
+  get #state() {
+    return /** @type {State} */ (byId('view-session').dataset.state);
   }
 
-  /** On the page, where the style sheet sees it too. */
-  set state(state) {
+  /** The state is kept on the page, where the style sheet uses it too. */
+  set #state(state) {
     byId('view-session').dataset.state = state;
   }
 
-  get accepted() {
-    return this.state === 'accepted';
+  /** Whether keys and pointer may go to the machine. */
+  get inputAllowed() {
+    return this.#channel.isOpen && !this.#restart.underWay;
   }
 
-  /** @param {import('../machines/machines.js').Machine} machine */
-  begin(machine) {
-    this.agent = machine.id;
-    this.name = inSentence(nameOf(machine));
-    this.monitor = 0;
-    this.screen.reset();
-    this.picture.begin();
-    this.displays.reset();
+  /** Requests a session with a machine. */
+  begin(/** @type {Machine} */ machine) {
+    this.#agent = machine.id;
+    this.#name = inSentence(nameOf(machine));
     byId('session-name').textContent = nameOf(machine);
     byId('session-name').title = nameOf(machine);
-    this.ask();
+    this.#request();
   }
 
-  /** Asks the machine, for the first time or again. */
-  ask() {
-    this.number = null;
-    this.state = 'asking';
-    this.overlay.say(texts.waiting(this.name), { busy: true, giveUp: true });
-    if (!this.link.sendControl({ type: 'open', agent: this.agent })) this.stayAway();
+  /** Ends the session, or stops waiting for it. */
+  leave() {
+    if (this.#state === 'none') return;
+    const withdrawn = this.#state === 'requested' || this.#state === 'waiting';
+    this.#restart.end();
+    this.#stop('none');
+    if (this.#number !== null) this.#link.sendControl({ type: 'close', session: this.#number });
+    this.#number = null;
+    if (document.fullscreenElement) document.exitFullscreen();
+    emit(this, 'left', withdrawn ? texts.withdrawn(this.#name) : '');
   }
 
-  /** @param {{session: number, agent: string, state: string, reason?: string}} message what became of a session */
-  changed({ session, agent, state, reason = 'other' }) {
-    if (agent === this.agent && state === 'waiting' && this.state === 'asking') {
-      this.number = session;
-      this.state = 'waiting';
+  /** Takes the relay's message about a change of a session. */
+  receiveChange(/** @type {ControlMessage} */ { session, agent, state, reason }) {
+    if (typeof session !== 'number') return;
+    if (state === 'waiting') {
+      if (agent === this.#agent && this.#state === 'requested') {
+        this.#number = session;
+        this.#state = 'waiting';
+      } else {
+        // The representative left before the session had a number.
+        this.#link.sendControl({ type: 'close', session });
+      }
     }
-    // A session that was given up before its number was known.
-    else if (state === 'waiting') this.link.sendControl({ type: 'close', session });
-    if (session !== this.number || !['waiting', 'accepted'].includes(this.state)) return;
-    if (state === 'accepted') this.start();
+    if (session !== this.#number || !['waiting', 'accepted'].includes(this.#state)) return;
+    if (state === 'accepted') this.#start(session);
     if (state !== 'ended') return;
-    if (COMES_BACK.includes(reason)) this.stayAway();
-    else this.finish((texts.ended[/** @type {'other'} */ (reason)] ?? texts.ended.other)(this.name));
+    if (INTERRUPTIONS.includes(String(reason))) this.#interrupt();
+    else this.#finish((textIn(texts.ended, String(reason)) ?? texts.ended.other)(this.#name, ''));
   }
 
-  /** @param {{message?: unknown, code?: unknown, agent?: unknown, representative?: unknown}} error of the relay */
-  refused({ message, code, agent, representative }) {
-    if (this.state !== 'asking' || agent !== this.agent) return;
-    const known = texts.refused[/** @type {'in-use'} */ (code)];
-    this.finish(known ? known(this.name, inSentence(String(representative ?? ''))) : String(message ?? texts.failed));
+  /** Takes the relay's refusal of the request. */
+  receiveError(/** @type {ControlMessage} */ { message, code, agent, representative }) {
+    if (this.#state !== 'requested' || agent !== this.#agent) return;
+    const text = textIn(texts.refused, String(code));
+    const who = inSentence(String(representative ?? ''));
+    this.#finish(text ? text(this.#name, who) : String(message ?? texts.failed));
   }
 
-  /** @param {import('../machines/machines.js').Machine[]} list all machines as they are now */
-  machinesChanged(list) {
-    if (this.state !== 'away') return;
-    const machine = list.find(({ id }) => id === this.agent);
-    if (machine?.state === 'online') this.ask();
-    else this.sayAway(machine?.state === 'session' ? machine.representative ?? '' : '');
+  /** Takes the list of all machines as they are now. */
+  machinesChanged(/** @type {Machine[]} */ list) {
+    if (this.#state !== 'interrupted') return;
+    const machine = list.find(({ id }) => id === this.#agent);
+    if (machine?.state === 'online') this.#request();
+    else this.#showInterrupted(machine?.state === 'session' ? (machine.representative ?? '') : '');
   }
 
   linkLost() {
-    if (['asking', 'waiting', 'accepted', 'away'].includes(this.state)) this.stayAway();
+    if (!['none', 'ended'].includes(this.#state)) this.#interrupt();
   }
 
-  /** Ends the session, or gives up waiting for it. */
-  leave() {
-    if (this.state === 'none') return;
-    const asked = this.state === 'asking' || this.state === 'waiting';
-    this.restart.over();
-    this.stop('none');
-    if (this.number !== null) this.link.sendControl({ type: 'close', session: this.number });
-    this.number = null;
-    if (document.fullscreenElement) document.exitFullscreen();
-    this.onLeave(asked ? texts.withdrawn(this.name) : '');
+  /** The picture is there; messages that need no answer disappear. */
+  frameDrawn() {
+    if (this.inputAllowed && !this.#overlay.needsAnswer) this.#overlay.clear();
   }
 
-  /** An envelope of the machine. */
-  receive(/** @type {ArrayBuffer} */ buffer) {
-    const envelope = decodeEnvelope(buffer);
-    if (!envelope || !this.accepted || envelope.session !== this.number) return;
-    this.handlers.get(envelope.type)?.(envelope.payload);
+  #attachRestart() {
+    const restart = this.#restart;
+    restart.addEventListener('begun', () => {
+      emit(this, 'input');
+      this.#showRestarting();
+      emit(this, 'restarting', { agent: this.#agent, on: true });
+    });
+    restart.addEventListener('over', () => emit(this, 'input'));
+    restart.addEventListener('refused', () => {
+      emit(this, 'restarting', { agent: this.#agent, on: false });
+      this.#overlay.show(texts.notRestarted(this.#name), ['goOn', 'back']);
+    });
   }
 
-  sendBytes(/** @type {number} */ type, /** @type {Uint8Array} */ payload = new Uint8Array(0)) {
-    if (this.accepted && this.number !== null) this.link.sendEnvelope(encodeEnvelope(type, this.number, payload));
+  #request() {
+    this.#number = null;
+    this.#state = 'requested';
+    this.#overlay.show(texts.waiting(this.#name), ['giveUp'], { busy: true });
+    if (!this.#link.sendControl({ type: 'open', agent: this.#agent })) this.#interrupt();
   }
 
-  sendJson(/** @type {number} */ type, /** @type {object} */ value) {
-    if (this.accepted && this.number !== null) this.link.sendEnvelope(encodeJson(type, this.number, value));
+  #start(/** @type {number} */ session) {
+    this.#state = 'accepted';
+    this.#restart.end();
+    this.#overlay.show(texts.starting, [], { busy: true });
+    this.#channel.open(session, this.#agent);
   }
 
-  /** Starts the stream, or starts it anew: each stream begins with the pointer shown. */
-  startStream() {
-    this.meter.restart();
-    this.sendJson(Msg.StreamStart, { monitor_id: this.monitor, max_fps: Number(byId('max-fps').value), bitrate: BITRATE });
-    this.sendPointer();
-    this.picture.started();
+  #stop(/** @type {State} */ state) {
+    // Before the channel closes, so that keys which are down can still be released on the machine.
+    if (this.#channel.isOpen) emit(this, 'ending');
+    this.#state = state;
+    this.#channel.close();
   }
 
-  sendPointer() {
-    this.sendJson(Msg.CursorVisibility, { show: byId('show-pointer').checked ? 1 : 0 });
+  /** The last picture stays, grey, with the reason over it. */
+  #finish(/** @type {string} */ reason) {
+    this.#stop('ended');
+    this.#restart.end();
+    this.#number = null;
+    this.#overlay.show(reason, ['again', 'back']);
   }
 
-  setHands() {
-    this.hands.enabled = this.accepted && !this.restart.underWay && !byId('view-only').checked;
+  #interrupt() {
+    this.#stop('interrupted');
+    this.#number = null;
+    this.#showInterrupted();
   }
 
-  /** @private */
-  start() {
-    this.state = 'accepted';
-    this.restart.over();
-    this.overlay.say(texts.starting, { busy: true });
-    this.startStream();
-    this.sendBytes(Msg.ThumbnailRequest);
-    this.setHands();
-    this.hands.focus();
-    this.dispatchEvent(new Event('accepted'));
+  /**
+   * @param {string} [holder] who has a session with the machine; it may be this representative, until the
+   *   relay notices that the old link is dead
+   */
+  #showInterrupted(holder = '') {
+    if (!this.#link.up) this.#showWait(texts.linkDown);
+    else if (holder) this.#showWait(texts.machineTaken(this.#name, inSentence(holder)));
+    else if (this.#restart.underWay) this.#showRestarting();
+    else this.#showWait(texts.machineAway(this.#name));
   }
 
-  /** @private The keys that are down are let go while the machine still hears it. */
-  stop(/** @type {string} */ state) {
-    const was = this.accepted;
-    this.hands.enabled = false;
-    this.state = state;
-    this.picture.drop();
-    if (was) this.dispatchEvent(new Event('over'));
+  #showRestarting() {
+    this.#showWait(texts.restarting(this.#name));
   }
 
-  /** @private The last picture stays, greyed, with the reason over it. */
-  finish(/** @type {string} */ reason) {
-    this.stop('over');
-    this.restart.over();
-    this.number = null;
-    this.overlay.say(reason, { again: true, back: true });
+  #showWait(/** @type {string} */ text) {
+    this.#overlay.show(text, ['back'], { busy: true });
   }
+}
 
-  /** @private */
-  stayAway() {
-    this.stop('away');
-    this.number = null;
-    this.sayAway();
-  }
-
-  /** @private `holder`: who works on the machine, which may be this representative until the relay misses the old link */
-  sayAway(holder = '') {
-    if (!this.link.up) this.overlay.say(texts.linkDown, { busy: true, back: true });
-    else if (holder) this.overlay.say(texts.machineTaken(this.name, inSentence(holder)), { busy: true, back: true });
-    else if (this.restart.underWay) this.restart.show();
-    else this.overlay.say(texts.machineAway(this.name), { busy: true, back: true });
-  }
-
-  /** @private */
-  showFrame(/** @type {Uint8Array} */ payload) {
-    this.meter.add(payload.length);
-    this.picture.frame(payload);
-  }
-
-  /** @private */
-  drawn() {
-    if (this.accepted && !this.restart.underWay && !this.overlay.asks) this.overlay.clear();
-  }
-
-  /** @private */
-  selectMonitor(/** @type {number} */ monitor) {
-    this.monitor = monitor;
-    this.sendJson(Msg.MonitorSelect, { monitor_id: monitor });
-  }
+/**
+ * The text for a code of the relay; undefined for a code without one.
+ * @param {Record<string, (machine: string, who: string) => string>} table
+ * @param {string} code
+ */
+function textIn(table, code) {
+  return Object.hasOwn(table, code) ? table[code] : undefined;
 }

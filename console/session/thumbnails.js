@@ -1,12 +1,16 @@
-// The small pictures of the machine's monitors: the one way to learn how many there are.
+// The thumbnails of the machine's monitors, from which the console learns how many monitors there are.
 
-/** @typedef {{monitor: number, count: number, width: number, height: number, jpeg: Uint8Array}} Thumbnail */
+/**
+ * @typedef {{monitor: number, count: number, width: number, height: number,
+ *   jpeg: Uint8Array<ArrayBuffer>}} Thumbnail
+ */
 
 const HEADER_BYTES = 6;
 
 /**
- * @param {Uint8Array} payload monitor u8, count u8, width and height u16 little-endian, one JPEG file
- * @returns {Thumbnail | null} null when it holds no picture
+ * @param {Uint8Array<ArrayBuffer>} payload monitor u8, count u8, width and height u16 little-endian, one JPEG
+ *   file
+ * @returns {Thumbnail | null} null when it contains no picture
  */
 export function parseThumbnail(payload) {
   if (payload.length <= HEADER_BYTES) return null;
@@ -16,22 +20,27 @@ export function parseThumbnail(payload) {
   return { monitor: payload[0], count: payload[1], width, height, jpeg: payload.subarray(HEADER_BYTES) };
 }
 
-/** The monitors known so far. Fewer pictures than `count` may ever come: a monitor without one still has a place. */
+/**
+ * The monitors known so far. There may be fewer thumbnails than monitors; a monitor without one is listed
+ * too.
+ */
 export class MonitorList {
-  constructor() {
-    /** @type {Map<number, Thumbnail>} */
-    this.pictures = new Map();
-    this.count = 1;
-  }
+  /** @type {Map<number, Thumbnail>} */
+  #thumbnails = new Map();
+  #count = 1;
 
   add(/** @type {Thumbnail} */ thumbnail) {
-    this.count = Math.max(thumbnail.count, thumbnail.monitor + 1);
-    this.pictures.set(thumbnail.monitor, thumbnail);
-    for (const monitor of this.pictures.keys()) if (monitor >= this.count) this.pictures.delete(monitor);
+    this.#count = Math.max(thumbnail.count, thumbnail.monitor + 1);
+    this.#thumbnails.set(thumbnail.monitor, thumbnail);
+    for (const monitor of this.#thumbnails.keys())
+      if (monitor >= this.#count) this.#thumbnails.delete(monitor);
   }
 
   /** @returns {{monitor: number, thumbnail: Thumbnail | undefined}[]} */
   entries() {
-    return Array.from({ length: this.count }, (_, monitor) => ({ monitor, thumbnail: this.pictures.get(monitor) }));
+    return Array.from({ length: this.#count }, (_, monitor) => ({
+      monitor,
+      thumbnail: this.#thumbnails.get(monitor),
+    }));
   }
 }

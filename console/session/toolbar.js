@@ -1,95 +1,102 @@
-// The session's toolbar, the picture's place on the page and the status line.
+// The session's toolbar: its menus, buttons and the dialog for typing a text.
 import { byId, make } from '../base/dom.js';
-import { Msg } from '../link/messages.js';
-import { fit } from '../input/geometry.js';
-import { wholeRoundTrip } from '../base/status.js';
 import { texts } from '../base/texts.js';
+import { Msg } from '../link/messages.js';
 
-const RATES = [5, 10, 15, 25, 30];
-const USUAL_RATE = 15;
+const FRAME_RATES = [5, 10, 15, 25, 30];
+const DEFAULT_FRAME_RATE = 15;
 
-/** @typedef {import('./session.js').SessionView} SessionView */
+/** @typedef {import('../input/remote_input.js').RemoteInput} RemoteInput */
+/** @typedef {import('./stream.js').Stream} Stream */
 
-export function attachTools(/** @type {SessionView} */ session) {
-  const on = (/** @type {string} */ id, /** @type {string} */ name, /** @type {(event: any) => void} */ act) =>
-    byId(id).addEventListener(name, act);
-  const { hands } = session;
-  byId('max-fps').append(...RATES.map((rate) => make('option', { value: String(rate), selected: rate === USUAL_RATE }, String(rate))));
-  on('session-end', 'click', () => session.leave());
-  on('max-fps', 'change', () => session.startStream());
-  on('picture-restart', 'click', () => session.startStream());
-  on('codec', 'change', () => session.picture.choose(byId('codec').value));
-  on('show-pointer', 'change', () => session.sendPointer());
-  on('view-only', 'change', () => session.setHands());
-  on('key-mode', 'change', () => hands.setMode(byId('key-mode').value));
-  on('actual-size', 'change', () => layOut(session));
-  on('full-screen', 'click', () => toggleFullScreen());
-  on('monitor-refresh', 'click', () => session.sendBytes(Msg.ThumbnailRequest));
-  on('keys-menu', 'click', ({ target }) => {
-    const { combination } = target.dataset;
+/**
+ * @param {object} parts
+ * @param {import('../link/session_channel.js').SessionChannel} parts.channel
+ * @param {Stream} parts.stream
+ * @param {RemoteInput} parts.input
+ * @param {() => void} parts.onEnd the representative ends the session
+ * @param {() => void} parts.onViewOnly "view only" was switched on or off
+ */
+export function attachToolbar({ channel, stream, input, onEnd, onViewOnly }) {
+  byId('session-end').addEventListener('click', onEnd);
+  byId('view-only').addEventListener('change', onViewOnly);
+  byId('full-screen').addEventListener('click', toggleFullScreen);
+  attachPictureMenu(stream);
+  attachKeysMenu(input);
+  byId('attention').addEventListener('click', () => {
+    channel.send(Msg.SecureAttention);
+    input.focus();
+  });
+  attachTypeDialog(input);
+  attachMenuClosing();
+}
+
+function attachPictureMenu(/** @type {Stream} */ stream) {
+  const options = FRAME_RATES.map((rate) => {
+    const selected = rate === DEFAULT_FRAME_RATE;
+    return make('option', { value: String(rate), selected }, String(rate));
+  });
+  byId('max-fps').append(...options);
+  byId('max-fps').addEventListener('change', () => stream.start());
+  byId('picture-restart').addEventListener('click', () => stream.start());
+  const codec = byId('codec', HTMLSelectElement);
+  codec.addEventListener('change', () =>
+    stream.chooseCodec(/** @type {import('../picture/picture.js').Codec} */ (codec.value)),
+  );
+  byId('show-pointer').addEventListener('change', () => stream.sendPointer());
+  byId('monitor-refresh').addEventListener('click', () => stream.requestThumbnails());
+}
+
+function attachKeysMenu(/** @type {RemoteInput} */ input) {
+  const mode = byId('key-mode', HTMLSelectElement);
+  mode.addEventListener('change', () =>
+    input.setMode(/** @type {import('../input/keyboard.js').KeyMode} */ (mode.value)),
+  );
+  byId('keys-menu').addEventListener('click', ({ target }) => {
+    const combination = target instanceof HTMLElement && target.dataset.combination;
     if (!combination) return;
-    hands.tap(combination);
-    hands.focus();
+    input.pressCombination(combination);
+    input.focus();
   });
-  on('attention', 'click', () => {
-    session.sendBytes(Msg.SecureAttention);
-    hands.focus();
-  });
-  on('type-text', 'click', () => byId('type-dialog').showModal());
-  on('type-dialog', 'close', () => {
-    const box = byId('type-box');
-    if (byId('type-dialog').returnValue === 'type') hands.type(box.value);
+}
+
+function attachTypeDialog(/** @type {RemoteInput} */ input) {
+  const dialog = byId('type-dialog', HTMLDialogElement);
+  const box = byId('type-box', HTMLTextAreaElement);
+  byId('type-text').addEventListener('click', () => dialog.showModal());
+  dialog.addEventListener('close', () => {
+    if (dialog.returnValue === 'type') input.type(box.value);
     box.value = '';
-    byId('type-dialog').returnValue = '';
+    dialog.returnValue = '';
   });
-  closeMenusOutside();
-  new ResizeObserver(() => layOut(session)).observe(byId('stage'));
 }
 
-/** Fits the picture into the stage, or shows it at its own size in a stage that scrolls. */
-export function layOut(/** @type {SessionView} */ { screen }) {
-  const stage = byId('stage');
-  const actual = byId('actual-size').checked;
-  stage.classList.toggle('actual', actual);
-  const { canvas } = screen;
-  // Never a black rectangle where there is no picture yet.
-  canvas.hidden = screen.drawn === 0;
-  const size = actual ? canvas : fit(canvas, { width: stage.clientWidth, height: stage.clientHeight });
-  canvas.style.width = `${size.width}px`;
-  canvas.style.height = `${size.height}px`;
+/** Shows the codec that the console asks for. H.264 cannot be chosen in a browser that cannot play it. */
+export function showCodec(/** @type {import('../picture/picture.js').Picture} */ { wanted, hasH264 }) {
+  const select = byId('codec', HTMLSelectElement);
+  const h264 = /** @type {HTMLOptionElement} */ (select.querySelector('[value=h264]'));
+  h264.disabled = !hasH264;
+  h264.textContent = hasH264 ? 'H.264' : `H.264 (${texts.notInThisBrowser})`;
+  select.value = wanted;
 }
 
-/** What is asked for; what the browser cannot play cannot be chosen. */
-export function showCodec(/** @type {SessionView} */ { picture }) {
-  const h264 = byId('codec').querySelector('[value=h264]');
-  h264.disabled = !picture.hasH264;
-  h264.textContent = picture.hasH264 ? 'H.264' : `H.264 (${texts.notInThisBrowser})`;
-  byId('codec').value = picture.wanted;
-}
-
-export function showStatus(/** @type {SessionView} */ { accepted, meter, link, screen, picture }) {
-  const { framesPerSecond, kilobytesPerSecond } = meter.read();
-  const { width, height } = screen.canvas;
-  const parts = [texts.status(framesPerSecond, kilobytesPerSecond, wholeRoundTrip(link.browserTrip, link.machineTrip))];
-  if (picture.codec) parts.unshift(picture.codec === 'h264' ? 'H.264' : 'JPEG');
-  if (screen.drawn) parts.unshift(`${width} × ${height}`);
-  if (link.unstable) parts.push(texts.unstable);
-  byId('status-line').textContent = accepted ? parts.join(' · ') : '';
-}
-
-function toggleFullScreen() {
+async function toggleFullScreen() {
   if (document.fullscreenElement) {
     document.exitFullscreen();
     return;
   }
-  // With the keyboard's lock, where there is one, even Escape and Alt+Tab reach the machine.
-  byId('view-session').requestFullscreen()
-    .then(() => /** @type {any} */ (navigator).keyboard?.lock?.())
-    .catch(() => {});
+  try {
+    await byId('view-session').requestFullscreen();
+    // Where a browser can lock the keyboard, even Escape and Alt+Tab reach the machine.
+    const { keyboard } = /** @type {{keyboard?: {lock?: () => Promise<void>}}} */ (navigator);
+    await keyboard?.lock?.();
+  } catch {
+    // The browser refused; the page stays as it is.
+  }
 }
 
-/** A menu closes by a click elsewhere, by Escape in it, and by its own buttons. */
-function closeMenusOutside() {
+/** A menu closes at a click elsewhere, at Escape, and at a click on one of its buttons. */
+function attachMenuClosing() {
   const menus = /** @type {HTMLDetailsElement[]} */ ([...document.querySelectorAll('.menu')]);
   addEventListener('pointerdown', ({ target }) => {
     for (const menu of menus) if (!menu.contains(/** @type {Node} */ (target))) menu.open = false;
@@ -101,7 +108,7 @@ function closeMenusOutside() {
       menu.querySelector('summary')?.focus();
     });
     menu.addEventListener('click', ({ target }) => {
-      if (/** @type {Element} */ (target).closest('button')) menu.open = false;
+      if (target instanceof Element && target.closest('button')) menu.open = false;
     });
   }
 }

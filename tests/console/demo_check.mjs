@@ -1,6 +1,7 @@
-// Plays a representative's whole session in a headless browser against a running demo: log in, open the machine, see
-// its desktop, type into Notepad, click in WineMine. Every step is judged from outside: what was typed by the file
-// that Notepad saves, what is seen by comparing the console's canvas with a picture of the machine's display.
+// Plays a representative's whole session in a headless browser against a running demo: logs in, opens the
+// machine, looks at its desktop, types into Notepad and clicks in WineMine. Every step is checked from
+// outside: typed text in the file that Notepad saves, and the picture by comparing the console's canvas with
+// a screenshot of the machine's display.
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
 import { readFile, writeFile } from 'node:fs/promises';
@@ -8,7 +9,13 @@ import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { parseArgs, promisify } from 'node:util';
 import { launch } from './support/console_page.mjs';
+import { present } from './support/present.mjs';
 import { DEADLINE_MS, until } from './support/waiting.mjs';
+
+/** @typedef {import('playwright-core').Page} Page */
+/** @typedef {import('playwright-core').Locator} Locator */
+/** @typedef {{x: number, y: number}} Point */
+/** @typedef {Point & {width: number, height: number}} Area */
 
 const run = promisify(execFile);
 const DESK_TOOL = join(dirname(fileURLToPath(import.meta.url)), '../../tools/desk');
@@ -16,45 +23,75 @@ const TYPED = 'Typed in the browser, read in Windows: 6 * 7 = 42 (Yes!)';
 // Where tools/demo places the windows, in pixels of the desktop.
 const NOTEPAD_TEXT = { x: 700, y: 250 };
 const NOTEPAD_LINE = { x: 426, y: 86, width: 530, height: 14 };
-const MINE_CELL = { x: 1090, y: 158, width: 12, height: 12 };  // the inside of the middle one
-const NOWHERE = { x: 700, y: 600 };
+// The inside of the middle cell.
+const MINE_CELL = { x: 1090, y: 158, width: 12, height: 12 };
+const BESIDE_WINDOWS = { x: 700, y: 600 };
 const WHOLE = { x: 0, y: 0, width: 1280, height: 720 };
-// Either codec (whose colours are coarse at edges), the painted pointer and a blinking caret stay far below these shares of
-// wrong pixels. A missing window is far above the first, missing text above the second, a cell that is open on one
-// side only above the third.
+// The largest shares of wrong pixels. Both codecs (whose colours are coarse at edges), the painted pointer
+// and a blinking caret stay far below them. A missing window is far above the first, missing text above the
+// second, and a cell that is open on one side only above the third.
 const WRONG_PIXEL = '25%';
-const MAX_WRONG = new Map([[WHOLE, 0.004], [NOTEPAD_LINE, 0.045], [MINE_CELL, 0.3]]);
+/** @type {Map<Area, number>} */
+const MAX_WRONG = new Map([
+  [WHOLE, 0.004],
+  [NOTEPAD_LINE, 0.045],
+  [MINE_CELL, 0.3],
+]);
 
-const { values: options } = parseArgs({
-  options: Object.fromEntries(
-    ['url', 'user', 'machine', 'desk', 'note', 'codec', 'out'].map((name) => [name, { type: 'string' }])),
-});
+const options = readOptions();
 
-// The share of an area's pixels that are not the same in two pictures.
-async function wrongPixels(first, second, area) {
+function readOptions() {
+  const text = /** @type {const} */ ({ type: 'string' });
+  const { values } = parseArgs({
+    options: { url: text, user: text, machine: text, desk: text, note: text, codec: text, out: text },
+  });
+  return {
+    url: present(values.url),
+    user: present(values.user),
+    machine: present(values.machine),
+    desk: present(values.desk),
+    note: present(values.note),
+    codec: present(values.codec),
+    out: present(values.out),
+  };
+}
+
+/** The share of an area's pixels that differ between two pictures. */
+async function wrongPixels(
+  /** @type {string} */ first,
+  /** @type {string} */ second,
+  /** @type {Area} */ area,
+) {
   const crop = ['-crop', `${area.width}x${area.height}+${area.x}+${area.y}`, '+repage'];
-  const { stdout } = await run('convert', [first, second, ...crop, '-alpha', 'off', '-compose', 'difference', '-composite',
-    '-colorspace', 'gray', '-threshold', WRONG_PIXEL, '-format', '%[fx:mean]', 'info:']);
+  const compare = '-alpha off -compose difference -composite -colorspace gray'.split(' ');
+  const share = ['-threshold', WRONG_PIXEL, '-format', '%[fx:mean]', 'info:'];
+  const { stdout } = await run('convert', [first, second, ...crop, ...compare, ...share]);
   return Number(stdout);
 }
 
-async function colours(picture) {
+async function colourCount(/** @type {string} */ picture) {
   const { stdout } = await run('identify', ['-format', '%k', picture]);
   return Number(stdout);
 }
 
-const file = (name) => join(options.out, name);
-const shot = (name) => run(DESK_TOOL, ['shot', options.desk, file(name)]);
+const file = (/** @type {string} */ name) => join(options.out, name);
+const shot = (/** @type {string} */ name) => run(DESK_TOOL, ['shot', options.desk, file(name)]);
+const report = (/** @type {string} */ what) => console.log(`ok  ${what}`);
 
-async function saveCanvas(canvas, name) {
-  const url = await canvas.evaluate((element) => element.toDataURL('image/png'));
+async function saveCanvas(/** @type {Locator} */ canvas, /** @type {string} */ name) {
+  const url = await canvas.evaluate((element) =>
+    /** @type {HTMLCanvasElement} */ (element).toDataURL('image/png'),
+  );
   await writeFile(file(name), Buffer.from(url.slice(url.indexOf(',') + 1), 'base64'));
 }
 
-// The point of the page under which the console shows a point of the desktop.
-async function onPage(canvas, { x, y }) {
-  const box = await canvas.boundingBox();
-  const size = await canvas.evaluate((element) => ({ width: element.width, height: element.height }));
+/** The point of the page at which the console shows a point of the desktop. */
+async function onPage(/** @type {Locator} */ canvas, /** @type {Point} */ { x, y }) {
+  const box = present(await canvas.boundingBox());
+  const size = await canvas.evaluate((element) => {
+    const { width, height } = /** @type {HTMLCanvasElement} */ (element);
+    return { width, height };
+  });
   const scale = Math.min(box.width / size.width, box.height / size.height);
   return {
     x: box.x + (box.width - size.width * scale) / 2 + x * scale,
@@ -62,14 +99,14 @@ async function onPage(canvas, { x, y }) {
   };
 }
 
-async function click(page, canvas, point) {
+async function click(/** @type {Page} */ page, /** @type {Locator} */ canvas, /** @type {Point} */ point) {
   const { x, y } = await onPage(canvas, point);
   await page.mouse.move(x, y);
   await page.mouse.click(x, y, { delay: 60 });
 }
 
-// Wine sends keys to the window that was in front before until the clicked one has taken up its click.
-async function inFront(title) {
+/** Waits for a window in front: after a click, Wine sends keys to the previous window for a moment. */
+async function inFront(/** @type {string} */ title) {
   await until(`${title} is in front`, async () => {
     const focused = '. "$0/env" && xdotool getwindowfocus getwindowname';
     const { stdout } = await run('bash', ['-c', focused, options.desk]);
@@ -78,36 +115,48 @@ async function inFront(title) {
   });
 }
 
-async function sameAsDesktop(canvas, name, ...areas) {
+async function sameAsDesktop(
+  /** @type {Locator} */ canvas,
+  /** @type {string} */ name,
+  /** @type {Area[]} */ ...areas
+) {
   await until(`the picture "${name}" is the desktop's`, async () => {
     await shot(`${name}-desktop.png`);
     await saveCanvas(canvas, `${name}-canvas.png`);
     for (const area of [WHOLE, ...areas]) {
       const wrong = await wrongPixels(file(`${name}-canvas.png`), file(`${name}-desktop.png`), area);
-      if (wrong > MAX_WRONG.get(area)) throw new Error(`${(wrong * 100).toFixed(2)} % of ${JSON.stringify(area)} is wrong`);
+      if (wrong > present(MAX_WRONG.get(area)))
+        throw new Error(`${(wrong * 100).toFixed(2)} % of ${JSON.stringify(area)} is wrong`);
     }
     return true;
   });
-  assert.ok((await colours(file(`${name}-desktop.png`))) > 8, 'the desktop is not blank');
-  console.log(`ok  ${name}: the console shows the desktop`);
+  assert.ok((await colourCount(file(`${name}-desktop.png`))) > 8, 'the desktop is not blank');
+  report(`${name}: the console shows the desktop`);
 }
 
-async function session(page) {
+async function logIn(/** @type {Page} */ page) {
   await page.goto(options.url);
   await page.fill('#login-name', options.user);
-  await page.fill('#login-password', process.env.PASSWORD);
+  await page.fill('#login-password', process.env.PASSWORD ?? '');
   await page.click('#login-submit');
-  console.log('ok  logged in');
+  report('logged in');
+}
 
-  await page.getByText(options.machine).first().waitFor({ timeout: DEADLINE_MS });
+/** Opens a session with the machine. @returns {Promise<Locator>} the picture */
+async function openSession(/** @type {Page} */ page) {
+  const machine = page.getByText(options.machine).first();
+  await machine.waitFor({ timeout: DEADLINE_MS });
   await page.screenshot({ path: file('console-machines.png') });
-  await openMachine(page);
+  await machine.click();
   const canvas = page.locator('canvas[data-frames]');
   await until('frames arrive', async () => Number(await canvas.getAttribute('data-frames')) > 0);
-  console.log('ok  frames arrive');
+  report('frames arrive');
   await usesCodec(page, options.codec);
   await sameAsDesktop(canvas, 'opened');
+  return canvas;
+}
 
+async function typeIntoNotepad(/** @type {Page} */ page, /** @type {Locator} */ canvas) {
   await click(page, canvas, NOTEPAD_TEXT);
   await inFront('Notepad');
   await page.keyboard.type(TYPED, { delay: 20 });
@@ -117,21 +166,25 @@ async function session(page) {
     if (text !== TYPED) throw new Error(JSON.stringify(text));
     return true;
   });
-  console.log('ok  Notepad saved exactly what was typed');
+  report('Notepad saved exactly what was typed');
   await sameAsDesktop(canvas, 'typed', NOTEPAD_LINE);
+}
 
+async function clickInWineMine(/** @type {Page} */ page, /** @type {Locator} */ canvas) {
   await click(page, canvas, { x: MINE_CELL.x + 6, y: MINE_CELL.y + 6 });
-  // Off the field, for the pointer is part of the picture.
-  const aside = await onPage(canvas, NOWHERE);
+  // Off the field, because the pointer is part of the picture.
+  const aside = await onPage(canvas, BESIDE_WINDOWS);
   await page.mouse.move(aside.x, aside.y);
   await until('the cell opened', async () => {
     await shot('clicked-desktop.png');
-    return (await wrongPixels(file('typed-desktop.png'), file('clicked-desktop.png'), MINE_CELL)) > MAX_WRONG.get(MINE_CELL);
+    const changed = await wrongPixels(file('typed-desktop.png'), file('clicked-desktop.png'), MINE_CELL);
+    return changed > present(MAX_WRONG.get(MINE_CELL));
   });
   await sameAsDesktop(canvas, 'clicked', MINE_CELL);
   await page.screenshot({ path: file('console-session.png') });
+}
 
-  if (options.codec === 'JPEG') return;
+async function switchToJpeg(/** @type {Page} */ page, /** @type {Locator} */ canvas) {
   await page.click('#picture-menu summary');
   await page.selectOption('#codec', 'mjpeg');
   await usesCodec(page, 'JPEG');
@@ -139,31 +192,36 @@ async function session(page) {
   await sameAsDesktop(canvas, 'jpeg');
 }
 
-// The machine's encoder and the browser's decoder are what the status line names.
-async function usesCodec(page, codec) {
+/**
+ * Waits until the status line names the codec, which takes both the machine's encoder and the browser's
+ * decoder.
+ */
+async function usesCodec(/** @type {Page} */ page, /** @type {string} */ codec) {
   await until(`the pictures are ${codec}`, async () => {
     const line = await page.locator('#status-line').innerText();
     if (!line.includes(` · ${codec} · `)) throw new Error(line);
     return true;
   });
-  console.log(`ok  the pictures are ${codec}`);
-}
-
-async function openMachine(page) {
-  const name = page.getByText(options.machine).first();
-  await name.click();
+  report(`the pictures are ${codec}`);
 }
 
 const browser = await launch();
 const page = await browser.newPage({ ignoreHTTPSErrors: true, viewport: { width: 1440, height: 900 } });
-page.on('console', (message) => { if (message.type() === 'error') console.error(`browser: ${message.text()}`); });
+page.on('console', (message) => {
+  if (message.type() === 'error') console.error(`browser: ${message.text()}`);
+});
 page.on('pageerror', (error) => console.error(`browser: ${error.message}`));
 let failed = false;
 try {
-  await session(page);
+  await logIn(page);
+  const canvas = await openSession(page);
+  await typeIntoNotepad(page, canvas);
+  await clickInWineMine(page, canvas);
+  if (options.codec !== 'JPEG') await switchToJpeg(page, canvas);
 } catch (error) {
   failed = true;
-  console.error(`FAILED  ${error.message.split('\n', 3).join('\n')}`);
+  const message = error instanceof Error ? error.message : String(error);
+  console.error(`FAILED  ${message.split('\n', 3).join('\n')}`);
   await page.screenshot({ path: file('console-failed.png') }).catch(() => {});
   await shot('failed-desktop.png').catch(() => {});
 } finally {

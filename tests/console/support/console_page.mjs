@@ -1,4 +1,4 @@
-// A browser with the console in it, and the few things that every test does there.
+// A browser page with the console in it, and what every test does there.
 import { mkdirSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -8,33 +8,54 @@ import { DEADLINE_MS, until } from './waiting.mjs';
 
 const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/console-shots');
 
+/**
+ * script: runs before the page's.
+ * @typedef {import('playwright-core').BrowserContextOptions & {script?: string}} PageOptions
+ */
+/** @typedef {{id?: string}} Machine */
+/** @typedef {{x: number, y: number}} Point */
+
 export function launch() {
   return chromium.launch({
     executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync'],
+    args: [
+      '--no-sandbox',
+      '--disable-gpu',
+      '--disable-quic',
+      '--no-first-run',
+      '--disable-background-networking',
+      '--disable-component-update',
+      '--disable-sync',
+    ],
   });
 }
 
 export class ConsolePage {
-  /** @param {import('playwright-core').BrowserContextOptions & {script?: string}} [options] script: run before the page's */
+  /**
+   * @param {import('playwright-core').Browser} browser
+   * @param {import('./relay.mjs').Relay} relay
+   * @param {PageOptions} [options]
+   */
   static async opened(browser, relay, { script = '', ...options } = {}) {
-    const context = await browser.newContext({ ignoreHTTPSErrors: true, viewport: { width: 1440, height: 900 },
-      locale: 'en-GB', ...options });
+    const context = await browser.newContext({
+      ignoreHTTPSErrors: true,
+      viewport: { width: 1440, height: 900 },
+      locale: 'en-GB',
+      ...options,
+    });
     if (script) await context.addInitScript(script);
     const page = await context.newPage();
     page.setDefaultTimeout(DEADLINE_MS);
-    const self = new ConsolePage(page, relay);
+    const self = new ConsolePage(page);
     await page.goto(relay.url);
     return self;
   }
 
-  constructor(page, relay) {
+  constructor(/** @type {import('playwright-core').Page} */ page) {
     this.page = page;
-    this.relay = relay;
-    /** Exceptions of the page's scripts: a test that ends with one has failed. */
-    this.faults = [];
-    page.on('pageerror', (error) => this.faults.push(error.stack));
+    /** @type {string[]} exceptions of the page's scripts; a test that ends with one has failed */
+    this.exceptions = [];
+    page.on('pageerror', (error) => this.exceptions.push(error.stack ?? error.message));
     this.canvas = page.locator('#screen');
   }
 
@@ -44,43 +65,79 @@ export class ConsolePage {
     await this.page.click('#login-submit');
   }
 
-  row(agent) {
+  /** The machine's row in the list. */
+  row(/** @type {Machine} */ agent) {
     return this.page.locator(`.machine[data-agent="${agent.id}"]`);
   }
 
-  /** Asks for a session, without waiting for its start. */
-  async ask(agent) {
+  /** The part of the machine's row that shows a state. */
+  badge(/** @type {Machine} */ agent, /** @type {string} */ state) {
+    return this.row(agent).locator(`.badge[data-state=${state}]`);
+  }
+
+  /** Requests a session, without waiting for its start. */
+  async ask(/** @type {Machine} */ agent) {
     await this.row(agent).locator('.machine-open').click();
   }
 
-  async frames(count) {
-    await until(`${count} frames are drawn`, async () => Number(await this.canvas.getAttribute('data-frames')) >= count);
+  /** Waits until that many frames are drawn. */
+  async frames(/** @type {number} */ count) {
+    await until(`${count} frames are drawn`, async () => (await this.frameCount()) >= count);
   }
 
-  /** The text over the picture, '' when there is none. */
+  async frameCount() {
+    return Number(await this.canvas.getAttribute('data-frames'));
+  }
+
+  /** The size of the picture in its own pixels. */
+  async pictureSize() {
+    return this.canvas.evaluate((/** @type {HTMLCanvasElement} */ canvas) => [canvas.width, canvas.height]);
+  }
+
+  /** The canvas's rectangle on the page. */
+  async canvasBox() {
+    const box = await this.canvas.boundingBox();
+    if (!box) throw new Error('the picture is not visible');
+    return box;
+  }
+
+  /** The message over the picture, '' when there is none. */
   async note() {
     const note = this.page.locator('#session-note');
     return (await note.isVisible()) ? this.page.locator('#session-note-text').innerText() : '';
   }
 
-  async waitForNote(pattern) {
-    await until(`a note like ${pattern}`, async () => pattern.test(await this.note()) || `"${await this.note()}"` && false);
+  async waitForNote(/** @type {RegExp} */ pattern) {
+    await until(`a message like ${pattern}`, async () => {
+      const note = await this.note();
+      if (!pattern.test(note)) throw new Error(`"${note}"`);
+      return true;
+    });
   }
 
-  /** Colours of the canvas at its own pixels, as [red, green, blue]. */
-  async pixels(points) {
-    return this.canvas.evaluate((canvas, places) => places.map(({ x, y }) =>
-      [...canvas.getContext('2d').getImageData(x, y, 1, 1).data.slice(0, 3)]), points);
+  async waitForNoNote() {
+    await until('the message is gone', async () => (await this.note()) === '');
   }
 
-  /** For the eye: build/console-shots/NAME.png. */
-  async shot(name) {
+  /** Colours of the canvas at points in its own pixels, each as [red, green, blue]. */
+  async pixels(/** @type {Point[]} */ points) {
+    return this.canvas.evaluate(
+      (/** @type {HTMLCanvasElement} */ canvas, /** @type {Point[]} */ places) =>
+        places.map(({ x, y }) => [
+          ...(canvas.getContext('2d')?.getImageData(x, y, 1, 1).data.slice(0, 3) ?? []),
+        ]),
+      points,
+    );
+  }
+
+  /** Saves a screenshot as build/console-shots/NAME.png. */
+  async shot(/** @type {string} */ name) {
     mkdirSync(SHOTS, { recursive: true });
     await this.page.screenshot({ path: join(SHOTS, `${name}.png`) });
   }
 
   async close() {
     await this.page.context().close();
-    if (this.faults.length) throw new Error(`the page's scripts failed: ${this.faults.join('\n')}`);
+    if (this.exceptions.length) throw new Error(`the page's scripts failed: ${this.exceptions.join('\n')}`);
   }
 }

@@ -1,17 +1,23 @@
-// One relay and one browser for the tests of a file, and a machine and a page for each of them.
+// One relay and one browser for the tests of a file, and a machine and a page for each test.
 import { after, before } from 'node:test';
 import { ConsolePage, launch } from './console_page.mjs';
 import { plain } from './pictures.mjs';
 import { PASSWORD, Relay, USER } from './relay.mjs';
 import { ScriptedAgent } from './scripted_agent.mjs';
 
+/** @typedef {import('node:test').TestContext} TestContext */
+/** @typedef {{relay: Relay, browser: import('playwright-core').Browser}} Shared */
+/** @typedef {{agent?: import('./scripted_agent.mjs').AgentOptions,
+ *   page?: import('./console_page.mjs').PageOptions}} Options */
+
 /**
- * Call once in a test file. What it gives is filled in before the first test.
+ * Starts a relay and a browser before the first test of a file and ends them after the last. To be called
+ * once in a file; the result is filled in before the first test.
  * @param {string[]} [relayOptions]
+ * @returns {Shared}
  */
 export function fixture(relayOptions) {
-  /** @type {{relay: Relay, browser: import('playwright-core').Browser}} */
-  const shared = /** @type {any} */ ({});
+  const shared = /** @type {Shared} */ ({});
   before(async () => {
     shared.relay = await Relay.started(relayOptions);
     shared.browser = await launch();
@@ -23,8 +29,8 @@ export function fixture(relayOptions) {
   return shared;
 }
 
-/** What a browser keeps of a log-in at that relay, made once: the page of log-in has tests of its own. */
-function login(/** @type {Relay} */ relay, browser) {
+/** What a browser keeps of a log-in at the relay; made once, because the log-in page has tests of its own. */
+function login(/** @type {Shared} */ { relay, browser }) {
   relay.login ??= (async () => {
     const context = await browser.newContext({ ignoreHTTPSErrors: true });
     await context.request.post(`${relay.url}api/login`, { data: { name: USER, password: PASSWORD } });
@@ -35,23 +41,46 @@ function login(/** @type {Relay} */ relay, browser) {
   return relay.login;
 }
 
+/**
+ * A page that shows the log-in; it ends with the test.
+ * @param {TestContext} t
+ * @param {Shared} shared
+ * @param {import('./console_page.mjs').PageOptions} [options]
+ */
+export async function logInPage(t, { relay, browser }, options) {
+  const page = await ConsolePage.opened(browser, relay, options);
+  t.after(() => page.close());
+  await page.page.locator('#login-form').waitFor();
+  return page;
+}
+
 let machines = 0;
 
 /**
  * A machine of its own and a page that is logged in; both end with the test.
- * @param {import('node:test').TestContext} t
- * @param {{agent?: object, page?: object}} [options]
+ * @param {TestContext} t
+ * @param {Shared} shared
+ * @param {Options} [options]
  */
-export async function machineAndPage(t, { relay, browser }, options = {}) {
+export async function machineAndPage(t, shared, options = {}) {
+  const { relay, browser } = shared;
   const agent = await ScriptedAgent.online(relay, { name: `Ship ${++machines}`, ...options.agent });
   t.after(() => agent.drop());
-  const page = await ConsolePage.opened(browser, relay, { storageState: await login(relay, browser), ...options.page });
+  const page = await ConsolePage.opened(browser, relay, {
+    storageState: await login(shared),
+    ...options.page,
+  });
   t.after(() => page.close());
   return { agent, page };
 }
 
-/** The same with a session that runs: one picture of that size is drawn. */
-export async function session(t, shared, { width = 640, height = 360, ...options } = {}) {
+/**
+ * A machine and a page with an open session, in which one picture of that size is drawn.
+ * @param {TestContext} t
+ * @param {Shared} shared
+ * @param {Options & {width?: number, height?: number}} [options]
+ */
+export async function openSession(t, shared, { width = 640, height = 360, ...options } = {}) {
   const { agent, page } = await machineAndPage(t, shared, options);
   agent.onStream = () => {
     agent.config({ width, height });

@@ -1,12 +1,36 @@
-// H.264 streams for the scripted machine, of known pictures, made with ffmpeg's x264.
+// H.264 streams of known pictures for the scripted machine, made with ffmpeg's x264.
 import { spawnSync } from 'node:child_process';
 
-export const CARD = ['#000000', '#ffffff', '#ff0000', '#00ff00', '#0000ff', '#ffff00', '#00ffff', '#ff00ff',
-  '#808080', '#c08040', '#4080c0', '#203040', '#f0e0d0', '#10a070', '#a01050', '#60c020'];
+export const CARD = [
+  '#000000',
+  '#ffffff',
+  '#ff0000',
+  '#00ff00',
+  '#0000ff',
+  '#ffff00',
+  '#00ffff',
+  '#ff00ff',
+  '#808080',
+  '#c08040',
+  '#4080c0',
+  '#203040',
+  '#f0e0d0',
+  '#10a070',
+  '#a01050',
+  '#60c020',
+];
 
-export const rgb = (colour) => [1, 3, 5].map((at) => parseInt(colour.slice(at, at + 2), 16));
+/** Red, green and blue of '#rrggbb'. */
+export const rgb = (/** @type {string} */ colour) =>
+  [1, 3, 5].map((at) => parseInt(colour.slice(at, at + 2), 16));
 
-/** Four by four fields of those colours, as rows of red, green, blue; one colour fills all of it. */
+/**
+ * A picture of four by four fields in these colours, as rows of red, green, blue. With one colour it is all
+ * of that colour.
+ * @param {number} width
+ * @param {number} height
+ * @param {string[]} [colours]
+ */
 export function card(width, height, colours = CARD) {
   const pixels = Buffer.alloc(width * height * 3);
   for (let y = 0; y < height; y++) {
@@ -18,28 +42,48 @@ export function card(width, height, colours = CARD) {
   return pixels;
 }
 
-/** The middle of each field. */
-export const middles = (width, height) => CARD.map((_, field) => ({
-  x: Math.floor(((field % 4) + 0.5) * (width / 4)), y: Math.floor((Math.floor(field / 4) + 0.5) * (height / 4)) }));
+/** The point in the middle of each field. */
+export const middles = (/** @type {number} */ width, /** @type {number} */ height) =>
+  CARD.map((_, field) => ({
+    x: Math.floor(((field % 4) + 0.5) * (width / 4)),
+    y: Math.floor((Math.floor(field / 4) + 0.5) * (height / 4)),
+  }));
 
+/** Settings under which the encoder keeps no frame back and repeats the parameter sets. */
+const X264 = [
+  'aud=1',
+  'bframes=0',
+  'sync-lookahead=0',
+  'rc-lookahead=0',
+  'scenecut=0',
+  'keyint=infinite',
+  'repeat-headers=1',
+];
 const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
 
 /**
- * As the machine's encoders do it: BT.601 in limited range, no B frames, a key frame first and wherever `keys` says. The
- * parameter sets end with the size, as those of a system's encoders do.
+ * Encodes pictures as Windows encoders do for the agent: BT.601 in limited range, no B frames, a key frame
+ * first and at the indices in `keys`, parameter sets without usability information.
  * @param {Buffer[]} pictures of card()
  * @param {{width: number, height: number, keys?: number[]}} how
- * @returns {Buffer[]} one access unit a picture
+ * @returns {Buffer[]} one access unit for each picture
  */
 export function encode(pictures, { width, height, keys = [] }) {
-  const { status, stdout, stderr } = spawnSync('ffmpeg', ['-loglevel', 'error', '-f', 'rawvideo', '-pix_fmt', 'rgb24',
-    '-s', `${width}x${height}`, '-r', '15', '-i', '-', '-vf', 'scale=out_color_matrix=bt601:out_range=tv,format=yuv420p',
-    '-c:v', 'libx264', '-profile:v', 'main', '-qp', '12', '-force_key_frames', `expr:${keys.map((n) => `eq(n,${n})`).join('+') || 0}`,
-    '-x264-params', 'aud=1:bframes=0:sync-lookahead=0:rc-lookahead=0:scenecut=0:keyint=infinite:repeat-headers=1',
-    '-bsf:v', 'filter_units=remove_types=6', '-f', 'h264', '-'], { input: Buffer.concat(pictures), maxBuffer: 1 << 27 });
+  const keyTimes = keys.map((n) => `eq(n,${n})`).join('+') || 0;
+  const options = [
+    `-loglevel error -f rawvideo -pix_fmt rgb24 -s ${width}x${height} -r 15 -i -`,
+    '-vf scale=out_color_matrix=bt601:out_range=tv,format=yuv420p',
+    `-c:v libx264 -profile:v main -qp 12 -force_key_frames expr:${keyTimes}`,
+    `-x264-params ${X264.join(':')}`,
+    '-bsf:v filter_units=remove_types=6 -f h264 -',
+  ];
+  const { status, stdout, stderr } = spawnSync('ffmpeg', options.join(' ').split(' '), {
+    input: Buffer.concat(pictures),
+    maxBuffer: 1 << 27,
+  });
   if (status !== 0) throw new Error(`ffmpeg: ${stderr}`);
   const units = [];
-  for (let at = stdout.indexOf(DELIMITER); at >= 0;) {
+  for (let at = stdout.indexOf(DELIMITER); at >= 0; ) {
     const next = stdout.indexOf(DELIMITER, at + 1);
     const unit = stdout.subarray(at, next < 0 ? stdout.length : next);
     units.push(withoutUsability(unit));
@@ -48,8 +92,8 @@ export function encode(pictures, { width, height, keys = [] }) {
   return units;
 }
 
-/** The access unit with its parameter set cut off where the usability information would begin (main profile only). */
-function withoutUsability(unit) {
+/** Cuts the usability information off the access unit's parameter set (main profile only). */
+function withoutUsability(/** @type {Buffer} */ unit) {
   const at = unit.indexOf(Buffer.from([0, 0, 1, 0x67]));
   if (at < 0) return unit;
   const from = at + 3;
@@ -72,6 +116,9 @@ function withoutUsability(unit) {
   place += bits[place] === '1' ? 2 : 3;
   if (bits[place++] === '1') for (let i = 0; i < 4; i++) golomb();
   const cut = `${bits.slice(0, place)}01`;
-  const bytes = cut.padEnd(Math.ceil(cut.length / 8) * 8, '0').match(/.{8}/g).map((byte) => parseInt(byte, 2));
+  const padded = cut.padEnd(Math.ceil(cut.length / 8) * 8, '0');
+  const bytes = Array.from({ length: padded.length / 8 }, (_, i) =>
+    parseInt(padded.slice(8 * i, 8 * i + 8), 2),
+  );
   return Buffer.concat([unit.subarray(0, from), Buffer.from(bytes), unit.subarray(end)]);
 }

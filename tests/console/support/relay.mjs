@@ -1,4 +1,4 @@
-// A real relay for a test: its own data folder, a free port, one representative.
+// A real relay for a test, with its own data folder, a free port and one representative.
 import { execFileSync, spawn } from 'node:child_process';
 import { mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
@@ -13,7 +13,13 @@ export const USER = 'Sigga';
 export const PASSWORD = 'correct horse battery';
 
 export class Relay {
-  /** @param {string[]} [options] further ones of its command line */
+  /**
+   * A log-in that several tests share; see fixture.mjs.
+   * @type {ReturnType<import('playwright-core').BrowserContext['storageState']> | null}
+   */
+  login = null;
+
+  /** @param {string[]} [options] added to the command line */
   constructor(options = []) {
     this.options = options;
     this.data = mkdtempSync(join(tmpdir(), 'vantelink-console-'));
@@ -24,13 +30,14 @@ export class Relay {
     this.process = null;
   }
 
+  /** @param {string[]} [options] added to the command line */
   static async started(options) {
     const relay = new Relay(options);
     await relay.start();
     return relay;
   }
 
-  addUser(name, password) {
+  addUser(/** @type {string} */ name, /** @type {string} */ password) {
     execFileSync(PROGRAM, ['--data', this.data, '--add-user', name], { input: `${password}\n` });
   }
 
@@ -38,13 +45,26 @@ export class Relay {
     return `https://localhost:${this.port}/`;
   }
 
-  /** Listens on the port that it had before, so that browsers and agents find it again. */
+  /** Starts the relay. A second start uses the same port, so that browsers and agents find it. */
   async start() {
-    const child = spawn(PROGRAM, ['--address', '127.0.0.1', '--port', String(this.port), '--data', this.data,
-      '--console', join(ROOT, 'console'), ...this.options]);
+    const child = spawn(PROGRAM, [
+      '--address',
+      '127.0.0.1',
+      '--port',
+      String(this.port),
+      '--data',
+      this.data,
+      '--console',
+      join(ROOT, 'console'),
+      ...this.options,
+    ]);
     this.process = child;
-    child.stdout.on('data', (text) => { this.log += text; });
-    child.stderr.on('data', (text) => { this.log += text; });
+    child.stdout.on('data', (text) => {
+      this.log += text;
+    });
+    child.stderr.on('data', (text) => {
+      this.log += text;
+    });
     const from = this.log.length;
     const line = await until('the relay listens', () => {
       if (child.exitCode !== null) throw new Error(`it ended: ${this.log}`);
@@ -53,7 +73,7 @@ export class Relay {
     this.port = Number(line[1]);
   }
 
-  /** Dies without a word to its peers, as in a power cut. */
+  /** Ends the relay without a message to its peers, as in a power cut. */
   async kill() {
     const { process: child } = this;
     this.process = null;

@@ -1,4 +1,5 @@
-// A machine for a test: speaks the agent's wire to a relay, records what it is sent and answers as the test says.
+// A machine for a test: speaks the agent's protocol to a relay, records what it receives and answers as the
+// test says.
 import WebSocket from 'ws';
 import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../../console/link/envelope.js';
 import { LinkMsg, Msg } from '../../../console/link/messages.js';
@@ -6,10 +7,18 @@ import { until } from './waiting.mjs';
 
 export const AgentMsg = Object.freeze({ ...LinkMsg, ...Msg });
 
+/** The length of an event by its first byte. */
 const EVENT_BYTES = [0, 5, 3, 3, 7];
 
-/** The events of a batch, each as its bytes; throws when the batch is not exactly what its count says. */
-function eventsOf(payload) {
+/** @typedef {{consent?: 'accept' | 'decline' | 'none', name?: string, machine?: string}} AgentOptions */
+/**
+ * A received message; `json` is its payload read as JSON, {} for one that is not JSON.
+ * @typedef {{type: number, session: number, payload: Uint8Array<ArrayBuffer>, json: Record<string, unknown>}}
+ *   Message
+ */
+
+/** The events of a batch, each as its bytes; throws when the batch does not match its count. */
+function eventsOf(/** @type {Uint8Array} */ payload) {
   const events = [];
   let at = 1;
   for (let i = 0; i < payload[0]; i++) {
@@ -23,95 +32,123 @@ function eventsOf(payload) {
 }
 
 export class ScriptedAgent {
-  /** @param {{consent?: 'accept' | 'decline' | 'none', name?: string, machine?: string}} [options] */
+  /** @type {Message[]} messages of the relay that next() has not taken yet */
+  inbox = [];
+  /** @type {number[][]} input events, the oldest first, each as its bytes */
+  inputs = [];
+  session = 0;
+  /** @type {string | undefined} assigned by the relay */
+  id;
+  /** @type {string | undefined} assigned by the relay */
+  secret;
+  /** Called with the settings of each start of a stream. */
+  onStream = (/** @type {Record<string, unknown>} */ _settings) => {};
+  /** Called for each received message, after it is recorded. */
+  onReceived = () => {};
+  /** @type {WebSocket | null} */
+  #socket = null;
+  #frames = 0;
+
+  /** @param {import('./relay.mjs').Relay} relay @param {AgentOptions} [options] */
   constructor(relay, { name = 'Sæfari', machine = 'SAEFARI-BRIDGE', consent = 'accept' } = {}) {
-    Object.assign(this, { relay, name, machine, consent });
-    /** Messages of the relay that no next() has taken yet. */
-    this.inbox = [];
-    /** Input events, oldest first, as lists of bytes. */
-    this.inputs = [];
-    this.session = 0;
-    this.started = 0;
-    /** Called with the settings of each start of stream. */
-    this.onStream = () => {};
+    this.relay = relay;
+    this.name = name;
+    this.machine = machine;
+    this.consent = consent;
   }
 
+  /** @param {import('./relay.mjs').Relay} relay @param {AgentOptions} [options] */
   static async online(relay, options) {
     const agent = new ScriptedAgent(relay, options);
     await agent.connect();
     return agent;
   }
 
+  get socket() {
+    if (!this.#socket) throw new Error('the machine has never connected');
+    return this.#socket;
+  }
+
+  /** Connects and logs in; the first call enrols the machine. */
   async connect() {
-    const socket = new WebSocket(`wss://localhost:${this.relay.port}/link`, 'vantelink.v1', { rejectUnauthorized: false });
-    this.socket = socket;
-    socket.on('message', (data) => this.receive(data));
+    const url = `wss://localhost:${this.relay.port}/link`;
+    const socket = new WebSocket(url, 'vantelink.v1', { rejectUnauthorized: false });
+    this.#socket = socket;
+    socket.on('message', (data) => this.#receive(/** @type {Buffer} */ (data)));
     socket.on('error', () => {});
     await new Promise((done, failed) => socket.once('open', done).once('error', failed));
     this.sendJson(AgentMsg.Hello, 0, { role: 'agent' });
-    if (this.id) {
+    if (this.id)
       this.sendJson(AgentMsg.Login, 0, { agent_id: this.id, secret: this.secret, name: this.name });
-    } else {
-      this.sendJson(AgentMsg.Enroll, 0, { name: this.name, machine_name: this.machine, os: 'windows', hw_id: 'test' });
-      const { agent_id: id, agent_secret: secret } = readJson((await this.next(AgentMsg.EnrollResult)).payload);
-      Object.assign(this, { id, secret });
-    }
+    else await this.#enrol();
     await this.next(AgentMsg.LoginResult);
   }
 
-  /** The connection breaks without a close. */
+  /** Breaks the connection without a close. */
   drop() {
     this.socket.terminate();
   }
 
+  /** @param {number} type @param {number} session @param {Uint8Array} payload */
   send(type, session, payload) {
     this.socket.send(encodeEnvelope(type, session, payload));
   }
 
+  /** @param {number} type @param {number} session @param {object} value */
   sendJson(type, session, value) {
     this.socket.send(encodeJson(type, session, value));
   }
 
-  rename(name) {
+  rename(/** @type {string} */ name) {
     this.name = name;
     this.sendJson(AgentMsg.NameUpdate, 0, { name });
   }
 
-  /** The next message of that type, taken out of the inbox; `json` is its payload read as such. */
-  async next(type) {
-    return until(`the machine gets a message of type ${type}`, () => {
+  /** Waits for the next message of that type and takes it out of the inbox. @returns {Promise<Message>} */
+  async next(/** @type {number} */ type) {
+    return until(`the machine receives a message of type ${type}`, () => {
       const at = this.inbox.findIndex((message) => message.type === type);
       return at >= 0 && this.inbox.splice(at, 1)[0];
     });
   }
 
-  /** The next `count` input events, taken out. */
-  async events(count) {
-    await until(`${count} input events (have ${JSON.stringify(this.inputs)})`, () => this.inputs.length >= count);
+  /** Waits for the next `count` input events and takes them out. */
+  async events(/** @type {number} */ count) {
+    await until(`${count} input events`, () => {
+      if (this.inputs.length < count) throw new Error(JSON.stringify(this.inputs));
+      return true;
+    });
     return this.inputs.splice(0, count);
   }
 
-  accept(session) {
+  /** Whether a message of that type is in the inbox. */
+  has(/** @type {number} */ type) {
+    return this.inbox.some((message) => message.type === type);
+  }
+
+  accept(/** @type {number} */ session) {
     this.session = session;
     this.send(AgentMsg.SessionAccept, session, new Uint8Array(0));
   }
 
-  decline(session) {
+  decline(/** @type {number} */ session) {
     this.sendJson(AgentMsg.SessionReject, session, { reason: 'declined' });
   }
 
+  /** @param {{codec?: string, width: number, height: number, monitor?: number}} config */
   config({ codec = 'mjpeg', width, height, monitor = 0 }) {
     this.sendJson(AgentMsg.StreamConfig, this.session, { codec, w: width, h: height, monitor_id: monitor });
   }
 
-  frame(data, stampUs = 1000 * ++this.started) {
+  /** @param {Uint8Array} data @param {number} [stampUs] */
+  frame(data, stampUs = 1000 * ++this.#frames) {
     const payload = new Uint8Array(8 + data.length);
     new DataView(payload.buffer).setBigUint64(0, BigInt(stampUs), true);
     payload.set(data, 8);
     this.send(AgentMsg.StreamFrame, this.session, payload);
   }
 
-  /** One monitor's small picture; fewer bytes than a header's worth are possible with `raw`. */
+  /** @param {{monitor: number, count: number, width: number, height: number, jpeg: Uint8Array}} thumbnail */
   thumbnail({ monitor, count, width, height, jpeg }) {
     const payload = new Uint8Array(6 + jpeg.length);
     const view = new DataView(payload.buffer);
@@ -122,15 +159,25 @@ export class ScriptedAgent {
     this.send(AgentMsg.Thumbnail, this.session, payload);
   }
 
-  receive(data) {
+  async #enrol() {
+    const names = { name: this.name, machine_name: this.machine };
+    this.sendJson(AgentMsg.Enroll, 0, { ...names, os: 'windows', hw_id: 'test' });
+    const { json } = await this.next(AgentMsg.EnrollResult);
+    this.id = String(json.agent_id);
+    this.secret = String(json.agent_secret);
+  }
+
+  #receive(/** @type {Buffer} */ data) {
     const envelope = decodeEnvelope(new Uint8Array(data).buffer);
-    if (!envelope) throw new Error('the relay sent something that is no envelope');
+    if (!envelope) throw new Error('the relay sent something that is not an envelope');
     const { type, session, payload } = envelope;
-    if (type === AgentMsg.Heartbeat) this.sendJson(AgentMsg.Heartbeat, 0, readJson(payload));
+    const json = readJson(payload) ?? {};
+    if (type === AgentMsg.Heartbeat) this.sendJson(AgentMsg.Heartbeat, 0, json);
     else if (type === AgentMsg.InputEvent) this.inputs.push(...eventsOf(payload));
-    else this.inbox.push({ ...envelope, json: readJson(payload) });
+    else this.inbox.push({ type, session, payload, json });
     if (type === AgentMsg.SessionRequest && this.consent === 'accept') this.accept(session);
     if (type === AgentMsg.SessionRequest && this.consent === 'decline') this.decline(session);
-    if (type === AgentMsg.StreamStart) this.onStream(readJson(payload));
+    if (type === AgentMsg.StreamStart) this.onStream(json);
+    this.onReceived();
   }
 }

@@ -1,23 +1,27 @@
-// Waiting for conditions with a deadline, the only way in which the console's tests wait.
+// Waiting for a condition with a deadline, the only way in which the console's tests wait.
 
 export const DEADLINE_MS = 40_000;
 
 /**
- * Asks again until the condition gives something true, and gives that back. A condition that throws is asked again.
+ * Calls the condition repeatedly until it returns a true value, and returns that value. A condition that
+ * throws is called again too.
  * @template T
- * @param {string} what for the message of a failure
+ * @param {string} what the condition, for the error message
  * @param {() => T | Promise<T>} condition
  * @param {number} [deadlineMs] milliseconds
- * @returns {Promise<T>}
+ * @returns {Promise<Exclude<T, false | 0 | '' | null | undefined | void>>}
  */
 export async function until(what, condition, deadlineMs = DEADLINE_MS) {
   const deadline = Date.now() + deadlineMs;
-  for (let last; ; ) {
+  /** @type {unknown} */
+  let last;
+  for (;;) {
     try {
-      last = await condition();
-      if (last) return last;
+      const value = await condition();
+      if (value) return /** @type {Exclude<T, false | 0 | '' | null | undefined | void>} */ (value);
+      last = value;
     } catch (error) {
-      last = error.message;
+      last = error instanceof Error ? error.message : error;
     }
     if (Date.now() > deadline) throw new Error(`${what}: not within ${deadlineMs / 1000} s (last: ${last})`);
     await new Promise((done) => setTimeout(done, 20));

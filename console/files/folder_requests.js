@@ -1,0 +1,38 @@
+// Requests for listings of the machine's folders. The machine answers them in their order.
+import { parseListing } from './listing.js';
+
+/** @typedef {import('./listing.js').Listing} Listing */
+
+export class FolderRequests {
+  #send;
+  /** @type {{path: string, resolve: (listing: Listing) => void, reject: (why: Error) => void}[]} */
+  #open = [];
+
+  /** @param {(path: string) => boolean} send returns false when no session is open */
+  constructor(send) {
+    this.#send = send;
+  }
+
+  /**
+   * Lists a folder. One that does not exist or that the agent cannot read looks like an empty one.
+   * @param {string} path '' for the drives
+   * @returns {Promise<Listing>} rejected when the session ends first
+   */
+  list(path) {
+    return new Promise((resolve, reject) => {
+      if (this.#send(path)) this.#open.push({ path, resolve, reject });
+      else reject(new Error('sessionOver'));
+    });
+  }
+
+  /** Takes an answer of the machine. */
+  receive(/** @type {Uint8Array} */ payload) {
+    const listing = parseListing(payload);
+    const at = this.#open.findIndex(({ path }) => path === listing?.path);
+    if (listing && at >= 0) this.#open.splice(at, 1)[0].resolve(listing);
+  }
+
+  sessionOver() {
+    for (const { reject } of this.#open.splice(0)) reject(new Error('sessionOver'));
+  }
+}

@@ -1,0 +1,71 @@
+// The messages of one session between the console and the machine, carried by the link to the relay.
+import { emit, onDetail } from '../base/custom_events.js';
+import { decodeEnvelope, encodeEnvelope, encodeJson } from './envelope.js';
+
+/** @typedef {(payload: Uint8Array<ArrayBuffer>) => void} MessageHandler */
+
+/**
+ * Open while a machine has accepted a session. Messages that are sent while the channel is closed are
+ * dropped; received ones of another session are ignored. Events: 'open' and 'closed'.
+ */
+export class SessionChannel extends EventTarget {
+  #link;
+  /** @type {Map<number, MessageHandler>} */
+  #handlers = new Map();
+  /** @type {number | null} the relay's number of the session; null while the channel is closed */
+  #session = null;
+  #agent = '';
+
+  /** @param {import('./link.js').Link} link */
+  constructor(link) {
+    super();
+    this.#link = link;
+    onDetail(link, 'envelope', (/** @type {ArrayBuffer} */ buffer) => this.#receive(buffer));
+  }
+
+  get isOpen() {
+    return this.#session !== null;
+  }
+
+  get session() {
+    return this.#session;
+  }
+
+  /** The id of the machine of the session that is open or was open last; '' before the first. */
+  get agent() {
+    return this.#agent;
+  }
+
+  open(/** @type {number} */ session, /** @type {string} */ agent) {
+    this.#session = session;
+    this.#agent = agent;
+    emit(this, 'open');
+  }
+
+  close() {
+    if (!this.isOpen) return;
+    this.#session = null;
+    emit(this, 'closed');
+  }
+
+  /** Sets the handler of the machine's messages of one type. */
+  handle(/** @type {number} */ type, /** @type {MessageHandler} */ handler) {
+    this.#handlers.set(type, handler);
+  }
+
+  /** @param {number} type one of Msg @param {Uint8Array} [payload] */
+  send(type, payload) {
+    if (this.#session !== null) this.#link.sendEnvelope(encodeEnvelope(type, this.#session, payload));
+  }
+
+  /** @param {number} type one of Msg @param {object} value */
+  sendJson(type, value) {
+    if (this.#session !== null) this.#link.sendEnvelope(encodeJson(type, this.#session, value));
+  }
+
+  #receive(/** @type {ArrayBuffer} */ buffer) {
+    const envelope = decodeEnvelope(buffer);
+    if (!envelope || envelope.session !== this.#session) return;
+    this.#handlers.get(envelope.type)?.(envelope.payload);
+  }
+}

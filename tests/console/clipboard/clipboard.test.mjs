@@ -1,0 +1,286 @@
+// The clipboard between this computer and the machine: texts, pictures and files in both directions.
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import { readFileSync } from 'node:fs';
+import test from 'node:test';
+import { packFiles, packImage, packText, parseClip } from '../../../console/clipboard/payload.js';
+import { fixture, openSession } from '../support/fixture.mjs';
+import { MachineFolders } from '../support/machine_folders.mjs';
+import { AgentMsg } from '../support/scripted_agent.mjs';
+import { until } from '../support/waiting.mjs';
+
+const shared = fixture();
+const MiB = 1024 * 1024;
+const GRANTED = { page: { permissions: ['clipboard-read', 'clipboard-write'] } };
+/** A browser that writes its clipboard only at a click, and lets no script read it. */
+const STRICT = {
+  page: {
+    script: `
+  Clipboard.prototype.writeText = async function (text) {
+    if (window.event?.type !== 'click') throw new DOMException('no', 'NotAllowedError');
+    window.written = text;
+  };
+  Clipboard.prototype.read = async () => { throw new DOMException('no', 'NotAllowedError'); };
+  Permissions.prototype.query = async () => { throw new TypeError('unknown'); };`,
+  },
+};
+
+/** @typedef {import('playwright-core').Page} Page */
+/** @typedef {import('../support/scripted_agent.mjs').ScriptedAgent} ScriptedAgent */
+/** @typedef {import('../../../console/clipboard/payload.js').ClipFile} ClipFile */
+
+const png = (/** @type {string[]} */ ...args) =>
+  execFileSync('convert', [...args, 'png32:-'], { maxBuffer: 1 << 26 });
+
+const fromMachine = (/** @type {ScriptedAgent} */ agent, /** @type {Uint8Array} */ payload) =>
+  agent.send(AgentMsg.ClipboardData, agent.session, payload);
+/** The next clip that the machine receives; only the field of its kind is set. */
+const clip = async (/** @type {ScriptedAgent} */ agent) =>
+  /** @type {{kind: string, text: string, png: Uint8Array, files: ClipFile[]}} */ (
+    /** @type {unknown} */ (parseClip((await agent.next(AgentMsg.ClipboardData)).payload))
+  );
+const localText = (/** @type {Page} */ p) => p.evaluate(() => navigator.clipboard.readText());
+const setLocal = (/** @type {Page} */ p, /** @type {string} */ text) =>
+  p.evaluate((value) => navigator.clipboard.writeText(value), text);
+const notice = (/** @type {Page} */ p, /** @type {string} */ kind) =>
+  p.locator(`.clip-notice[data-kind=${kind}]`);
+const refocus = (/** @type {Page} */ p) => p.evaluate(() => dispatchEvent(new Event('focus')));
+
+/**
+ * Ctrl+V as the keyboard sends it, with the content that the browser would paste.
+ * @param {Page} p
+ * @param {string} script fills `data`, a DataTransfer
+ */
+async function pasteOn(p, script) {
+  await p.locator('#key-input').evaluate((keyInput, source) => {
+    const clipboardData = new DataTransfer();
+    new Function('data', source)(clipboardData);
+    keyInput.focus();
+    const options = { bubbles: true, cancelable: true };
+    const keyOptions = { key: 'v', code: 'KeyV', ctrlKey: true, ...options };
+    keyInput.dispatchEvent(new KeyboardEvent('keydown', keyOptions));
+    keyInput.dispatchEvent(new ClipboardEvent('paste', { clipboardData, ...options }));
+    keyInput.dispatchEvent(new KeyboardEvent('keyup', keyOptions));
+  }, script);
+}
+
+test('a text from the machine is put into this clipboard at once and is not sent back', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
+  const p = page.page;
+  fromMachine(agent, packText('þjóð\r\nlína 2'));
+  await notice(p, 'copied').waitFor();
+  assert.equal(await localText(p), 'þjóð\nlína 2', 'with the line ends of this computer');
+  await page.shot('clip-copied');
+  await refocus(p);
+  await setLocal(p, 'annað\nog meira');
+  await refocus(p);
+  assert.deepEqual(await clip(agent), { kind: 'text', text: 'annað\r\nog meira' });
+  await refocus(p);
+  await setLocal(p, 'þriðja');
+  await refocus(p);
+  assert.equal((await clip(agent)).text, 'þriðja', 'nothing was sent twice in between');
+});
+
+test('in a browser that requires a click, a notice offers the text', async (t) => {
+  const { agent, page } = await openSession(t, shared, STRICT);
+  const p = page.page;
+  fromMachine(agent, packText('leyndarmál'));
+  await notice(p, 'text').waitFor();
+  await page.shot('clip-text');
+  await notice(p, 'text').getByRole('button', { name: 'Copy' }).click();
+  await notice(p, 'copied').waitFor();
+  assert.equal(await p.evaluate(() => window.written), 'leyndarmál');
+  await p.click('#clip-menu summary');
+  await page.shot('clip-menu');
+  await p.click('#clip-send');
+  await notice(p, 'unreadable').waitFor();
+});
+
+test('a text of 1 MiB is transferred in both directions', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
+  const p = page.page;
+  const long = 'þ'.repeat(MiB / 2);
+  fromMachine(agent, packText(long));
+  await notice(p, 'copied').waitFor();
+  assert.equal(await localText(p), long);
+  await setLocal(p, `${long}.`);
+  await refocus(p);
+  assert.equal((await clip(agent)).text, `${long}.`);
+});
+
+test('pictures are transferred in both directions with every pixel', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
+  const p = page.page;
+  const picture = png('-size', '64x40', 'gradient:#ff0000-#0000ff');
+  const pixels = (/** @type {Uint8Array} */ bytes) =>
+    execFileSync('convert', ['png:-', '-depth', '8', 'rgba:-'], { input: bytes, maxBuffer: 1 << 26 });
+  fromMachine(agent, packImage(Uint8Array.of(0x89, 0x50, 1, 2, 3)));
+  fromMachine(agent, packImage(picture));
+  await notice(p, 'copied').waitFor();
+  const local = Buffer.from(
+    await p.evaluate(async () => {
+      const [item] = await navigator.clipboard.read();
+      return [...new Uint8Array(await (await item.getType('image/png')).arrayBuffer())];
+    }),
+  );
+  assert.deepEqual(pixels(local), pixels(picture));
+  await refocus(p);
+  const other = png('-size', '30x20', 'gradient:#00ff00-#000000');
+  await p.evaluate(
+    async (bytes) => {
+      await navigator.clipboard.write([
+        new ClipboardItem({ 'image/png': new Blob([Uint8Array.from(bytes)], { type: 'image/png' }) }),
+      ]);
+    },
+    [...other],
+  );
+  await refocus(p);
+  assert.deepEqual(pixels((await clip(agent)).png), pixels(other), 'the first one was not sent back');
+});
+
+test('a picture that the browser does not write is offered in a notice and can be saved', async (t) => {
+  const { agent, page } = await openSession(t, shared, {
+    page: { script: 'Clipboard.prototype.write = async () => { throw new Error("no"); };' },
+  });
+  const p = page.page;
+  const picture = png('-size', '200x120', 'plasma:fractal');
+  fromMachine(agent, packImage(picture));
+  await notice(p, 'image').locator('img').waitFor();
+  await page.shot('clip-image');
+  const [download] = await Promise.all([
+    p.waitForEvent('download'),
+    notice(p, 'image').getByRole('button', { name: 'Save' }).click(),
+  ]);
+  assert.equal(download.suggestedFilename(), 'picture.png');
+  assert.deepEqual(readFileSync(await download.path()), picture);
+});
+
+test('files from the machine are listed in a notice and can be saved', async (t) => {
+  const { agent, page } = await openSession(t, shared);
+  const p = page.page;
+  fromMachine(agent, Uint8Array.of(3, 0));
+  fromMachine(agent, Uint8Array.of(9, 9));
+  fromMachine(agent, new Uint8Array(0));
+  const files = [
+    { name: '../../skýrsla.txt', bytes: Buffer.from('innihald') },
+    { name: '<b>.bin', bytes: Buffer.alloc(70_000, 7) },
+    { name: 'tóm', bytes: Buffer.alloc(0) },
+  ];
+  fromMachine(agent, packFiles(files));
+  await notice(p, 'files').waitFor();
+  assert.deepEqual(await notice(p, 'files').locator('li bdi').allInnerTexts(), [
+    'skýrsla.txt',
+    '<b>.bin',
+    'tóm',
+  ]);
+  await page.shot('clip-files');
+  const [download] = await Promise.all([
+    p.waitForEvent('download'),
+    notice(p, 'files').locator('li').first().getByRole('button').click(),
+  ]);
+  assert.equal(download.suggestedFilename(), 'skýrsla.txt');
+  assert.equal(readFileSync(await download.path(), 'utf8'), 'innihald');
+  const all = [];
+  p.on('download', (one) => all.push(one));
+  await notice(p, 'files').getByRole('button', { name: 'Save all' }).click();
+  await until('all are saved', () => all.length === 3);
+  await pasteOn(p, 'data.items.add(new File(["x"], "x.txt"))');
+  await notice(p, 'filesSent').waitFor();
+  assert.equal(await notice(p, 'files').count(), 1, 'a notice of the other direction leaves it open');
+  await notice(p, 'files').locator('.clip-notice-close').click();
+  await notice(p, 'filesSent').locator('.clip-notice-close').click();
+  assert.equal(await p.locator('.clip-notice').count(), 0);
+});
+
+test('Ctrl+V sends the clipboard to the machine before the key', async (t) => {
+  const { agent, page } = await openSession(t, shared, STRICT);
+  const p = page.page;
+  const machine = new MachineFolders(agent, { '': [] });
+  machine.answering = false;
+  await pasteOn(p, 'data.setData("text/plain", "límt")');
+  assert.equal((await clip(agent)).text, 'límt');
+  // On a slow connection the machine receives the clipboard long after the browser has sent it.
+  await until('the machine is asked for a listing after the clipboard', () =>
+    agent.inbox.some(({ type }) => type === AgentMsg.DirListRequest),
+  );
+  assert.deepEqual(agent.inputs, []);
+  machine.answering = true;
+  machine.serve();
+  const keys = await agent.events(2);
+  assert.deepEqual(
+    keys.map((event) => [event[1], event[2]]),
+    [
+      [1, 0x56],
+      [0, 0x56],
+    ],
+  );
+  // The machine has this text already, so only the key is sent.
+  await pasteOn(p, 'data.setData("text/plain", "límt")');
+  await agent.events(2);
+  await pasteOn(p, '');
+  await agent.events(2);
+  assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
+});
+
+test('files are sent with their content, and larger ones are offered for upload', async (t) => {
+  const { agent, page } = await openSession(t, shared);
+  const p = page.page;
+  const machine = new MachineFolders(agent, { '': [{ name: 'C:', dir: true }], 'C:\\': [] });
+  await pasteOn(p, 'data.items.add(new File(["eitt"], "a:b.txt")); data.items.add(new File([], "tvö"))');
+  const { files } = await clip(agent);
+  assert.deepEqual(
+    files.map(({ name, bytes }) => [name, Buffer.from(bytes).toString()]),
+    [
+      ['a_b.txt', 'eitt'],
+      ['tvö', ''],
+    ],
+  );
+  await notice(p, 'filesSent').waitFor();
+  const drop = async (/** @type {number} */ size) => {
+    const data = await p.evaluateHandle((bytes) => {
+      const transfer = new DataTransfer();
+      transfer.items.add(new File([new Uint8Array(bytes)], 'stór.bin'));
+      return transfer;
+    }, size);
+    await p.dispatchEvent('#stage', 'dragover', { dataTransfer: data });
+    assert.equal(await p.locator('#stage.is-target').count(), 1);
+    await p.dispatchEvent('#stage', 'drop', { dataTransfer: data });
+  };
+  const rest = 1 + 4 + 4 + 'stór.bin'.length + 1 + 8;
+  await drop(8 * MiB - rest);
+  assert.equal((await clip(agent)).files[0].bytes.length, 8 * MiB - rest, 'exactly one message');
+  await drop(8 * MiB - rest + 1);
+  await notice(p, 'filesTooLarge').waitFor();
+  await page.shot('clip-too-large');
+  await notice(p, 'filesTooLarge')
+    .getByRole('button', { name: /Upload/ })
+    .click();
+  assert.ok(await p.locator('#files-put').isDisabled(), 'files cannot be uploaded to the list of drives');
+  await p.locator('.file', { hasText: 'C:' }).dblclick();
+  await p.locator('#files-empty').waitFor();
+  await p.click('#files-put');
+  await until('the upload has ended', () => machine.uploadTo('C:\\stór.bin')?.ended);
+});
+
+test('nothing is shared while sharing is off, and nothing is sent in “view only”', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
+  const p = page.page;
+  await setLocal(p, 'mitt');
+  await p.check('#view-only');
+  await refocus(p);
+  await pasteOn(p, 'data.setData("text/plain", "límt")');
+  await p.uncheck('#view-only');
+  await p.click('#clip-menu summary');
+  await p.uncheck('#clip-automatic');
+  await refocus(p);
+  fromMachine(agent, packText('hitt'));
+  agent.rename('Renamed afterwards');
+  await until('everything sent before the new name has arrived', async () =>
+    (await p.locator('#view-machines').innerHTML()).includes('Renamed afterwards'),
+  );
+  assert.equal(await localText(p), 'mitt');
+  await p.click('#clip-send');
+  assert.equal((await clip(agent)).text, 'mitt', 'a click sends it nevertheless');
+  await notice(p, 'sent').waitFor();
+  assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
+});

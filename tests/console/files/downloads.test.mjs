@@ -1,0 +1,153 @@
+// Downloads through the file panel, byte for byte.
+
+import assert from 'node:assert/strict';
+import { randomBytes } from 'node:crypto';
+import { readFileSync } from 'node:fs';
+import test from 'node:test';
+import { fixture } from '../support/fixture.mjs';
+import { CHUNK_BYTES } from '../support/machine_folders.mjs';
+import {
+  DISK,
+  fileRow,
+  MiB,
+  openPanel,
+  openUsers,
+  sha256,
+  transferIs,
+  transferRow,
+  transferText,
+} from '../support/panel_page.mjs';
+import { present } from '../support/present.mjs';
+import { until } from '../support/waiting.mjs';
+
+const shared = fixture();
+/** The time for which the console keeps what it handed to the browser. */
+const SAVING_MS = 60_000;
+/** Thousands of transfers take half a minute on an idle machine. */
+const MANY_MS = 150_000;
+
+/** The number of files that the console has on the browser's private disk. */
+const privateFiles = (/** @type {import('playwright-core').Page} */ p) =>
+  p.evaluate(async () => {
+    const all = await (await navigator.storage.getDirectory()).getDirectoryHandle('downloads');
+    let count = 0;
+    for await (const folder of all.values())
+      if (folder instanceof FileSystemDirectoryHandle) for await (const _ of folder.keys()) count++;
+    return count;
+  });
+
+test('a download is saved byte for byte under its name, and is deleted with its row', async (t) => {
+  const data = randomBytes(5 * MiB + 17);
+  const script = `const wait = setTimeout;
+    window.setTimeout = (act, ms) => wait(act, ms === ${SAVING_MS} ? 300 : ms);`;
+  const { p, page, machine } = await openPanel(t, shared, DISK, { page: { script } });
+  machine.folders['C:\\Users'] = [
+    { name: 'skýrsla ’99.bin', size: data.length, data },
+    { name: 'empty', size: 0, data: Buffer.alloc(0) },
+  ];
+  await fileRow(p, 'C:').dblclick();
+  await fileRow(p, 'Users').dblclick();
+  await fileRow(p, 'skýrsla ’99.bin').click();
+  const [download] = await Promise.all([p.waitForEvent('download'), p.click('#files-download')]);
+  assert.equal(download.suggestedFilename(), 'skýrsla ’99.bin');
+  assert.equal(sha256(readFileSync(await download.path())), sha256(data));
+  await transferIs(p, 'skýrsla ’99.bin', 'done');
+  const [nothing] = await Promise.all([p.waitForEvent('download'), fileRow(p, 'empty').dblclick()]);
+  assert.equal(readFileSync(await nothing.path()).length, 0);
+  await transferIs(p, 'empty', 'done');
+  await page.shot('files-downloaded');
+  assert.equal(await privateFiles(p), 2);
+  await p.click('#transfers-clear');
+  assert.ok(await p.locator('#transfers-section').isHidden());
+  await until('the disk is empty', async () => (await privateFiles(p)) === 0);
+});
+
+test('many files are downloaded at once, also in a browser without a private disk', async (t) => {
+  const files = Array.from({ length: 50 }, (_, i) => ({
+    name: `${i}.txt`,
+    data: randomBytes(1000 + i),
+    size: 1000 + i,
+  }));
+  const { p } = await openPanel(
+    t,
+    shared,
+    { '': [{ name: 'C:', dir: true }], 'C:\\': files },
+    { page: { script: 'StorageManager.prototype.getDirectory = undefined;' } },
+  );
+  await fileRow(p, 'C:').dblclick();
+  await fileRow(p, '0.txt').waitFor();
+  /** @type {import('playwright-core').Download[]} */
+  const downloads = [];
+  p.on('download', (download) => downloads.push(download));
+  await p.locator('#files-list').press('Control+a');
+  await p.click('#files-download');
+  await until('all are saved', () => downloads.length === files.length);
+  for (const download of downloads) {
+    const { data } = present(files.find(({ name }) => name === download.suggestedFilename()));
+    assert.deepEqual(readFileSync(await download.path()), data);
+  }
+});
+
+test('downloads that the machine cannot open, or sends incompletely, are shown as such', async (t) => {
+  const { p, machine, page } = await openPanel(t, shared);
+  await openUsers(p);
+  await fileRow(p, 'b10.txt').dblclick();
+  await transferIs(p, 'b10.txt', 'failed');
+  assert.match(await transferText(p, 'b10.txt'), /cannot open the file/);
+  machine.holding = true;
+  await fileRow(p, 'old.txt').dblclick();
+  const [{ session: number, id }] = await until('it is requested', () => machine.held.length && machine.held);
+  machine.sendChunk(number, id, 1, Buffer.from('x'));
+  await transferIs(p, 'old.txt', 'failed');
+  assert.match(await transferText(p, 'old.txt'), /parts of the file are missing/);
+  // The machine treats a read error as the end of the file.
+  await fileRow(p, 'þjóð.txt').dblclick();
+  const held = await until('the next is requested', () => machine.held[1]);
+  await Promise.all([p.waitForEvent('download'), machine.sendAll(number, held.id, Buffer.alloc(1000))]);
+  await transferIs(p, 'þjóð.txt', 'done');
+  assert.match(await transferText(p, 'þjóð.txt'), /the size differs from the listed one/);
+  await page.shot('files-failed');
+});
+
+test('a cancelled download says that the machine cannot be stopped, and drops the rest', async (t) => {
+  const { p, machine } = await openPanel(t, shared);
+  machine.folders['C:\\Users'] = [
+    { name: 'long.bin', size: 10 * MiB },
+    { name: 'next.bin', size: 3, data: Buffer.from('abc') },
+    { name: 'Zoe', dir: true },
+  ];
+  machine.holding = true;
+  await openUsers(p);
+  await fileRow(p, 'long.bin').dblclick();
+  const held = await until('it is requested', () => machine.held[0]);
+  machine.sendChunk(held.session, held.id, 0, Buffer.alloc(CHUNK_BYTES));
+  await until('it is seen to come', async () =>
+    (await transferText(p, 'long.bin')).startsWith('262 kB of 10.5 MB'),
+  );
+  await transferRow(p, 'long.bin').locator('.transfer-cancel').click();
+  assert.match(await transferText(p, 'long.bin'), /Cancelled · the machine cannot be told to stop/);
+  machine.sendChunk(held.session, held.id, 1, Buffer.alloc(CHUNK_BYTES));
+  machine.holding = false;
+  const [download] = await Promise.all([p.waitForEvent('download'), fileRow(p, 'next.bin').dblclick()]);
+  assert.equal(readFileSync(await download.path()).toString(), 'abc');
+  assert.deepEqual(machine.strays, [], 'the relay does not forward the end of a download');
+});
+
+test('the page stays usable when thousands of transfers fail at once', async (t) => {
+  const { p } = await openPanel(t, shared, {
+    '': [{ name: 'C:', dir: true }],
+    'C:\\': Array.from({ length: 5000 }, (_, i) => ({ name: `${i}`, size: 1 })),
+  });
+  await fileRow(p, 'C:').dblclick();
+  await fileRow(p, '0').waitFor();
+  await p.locator('#files-list').press('Control+a');
+  await p.click('#files-download');
+  await until('each has a row', async () => (await p.locator('.transfer').count()) === 5000, MANY_MS);
+  await until(
+    'each has failed',
+    async () => (await p.locator('.transfer[data-state=failed]').count()) === 5000,
+    MANY_MS,
+  );
+  await p.click('#transfers-clear');
+  assert.equal(await p.locator('.transfer').count(), 0);
+});

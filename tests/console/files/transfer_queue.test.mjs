@@ -1,0 +1,63 @@
+// The queue of transfers without a browser: what happens between two of its steps.
+import assert from 'node:assert/strict';
+import test from 'node:test';
+import { Transfer } from '../../../console/files/transfer.js';
+import { TransferQueue } from '../../../console/files/transfer_queue.js';
+
+/** Waits until all promises that depend on nothing outside have settled. */
+const settled = () => new Promise((done) => setImmediate(done));
+const download = (/** @type {string} */ name) =>
+  new Transfer({ kind: 'download', name, path: `C:\\${name}`, size: 1 });
+
+/** @typedef {import('../../../console/files/download_sink.js').DownloadSink} DownloadSink */
+
+/** A queue in a session, in which sinks open when the test says so. */
+function queueWithSinks() {
+  const state = {
+    session: /** @type {number | null} */ (1),
+    /** Resolves the sinks that are being opened. */
+    opening: /** @type {((sink: DownloadSink) => void)[]} */ ([]),
+    aborted: /** @type {string[]} */ ([]),
+  };
+  const sender = {
+    sendJson: () => {},
+    send: () => {},
+    sendControl: (/** @type {object} */ message) => {
+      const { request } = /** @type {{request: number}} */ (message);
+      queueMicrotask(() => queue.receiveControl({ type: 'transfer', request, transfer: request }));
+      return true;
+    },
+    session: () => state.session,
+  };
+  const queue = new TransferQueue(sender, () => new Promise((opened) => state.opening.push(opened)));
+  const sink = (/** @type {string} */ name) => ({
+    write: async () => {},
+    close: async () => new Blob(),
+    abort: async () => {
+      state.aborted.push(name);
+    },
+  });
+  return { queue, state, sink };
+}
+
+test('a session that ends while sinks are being opened leaves no transfer and no sink', async () => {
+  const { queue, state, sink } = queueWithSinks();
+  const first = ['a', 'b', 'c'].map(download);
+  for (const transfer of first) queue.add(transfer);
+  await settled();
+  assert.equal(state.opening.length, 3);
+  state.session = null;
+  queue.sessionOver();
+  assert.deepEqual(
+    first.map((transfer) => [transfer.state, transfer.remark]),
+    Array(3).fill(['failed', 'sessionOver']),
+  );
+  for (const [i, opened] of state.opening.splice(0).entries()) opened(sink(first[i].name));
+  await settled();
+  assert.deepEqual(state.aborted, ['a', 'b', 'c']);
+
+  state.session = 2;
+  queue.add(download('next'));
+  await settled();
+  assert.equal(state.opening.length, 1, 'the next transfer runs');
+});

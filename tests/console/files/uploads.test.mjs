@@ -1,0 +1,205 @@
+// Uploads through the file panel, byte for byte.
+import assert from 'node:assert/strict';
+import { randomBytes } from 'node:crypto';
+import test from 'node:test';
+import { fixture } from '../support/fixture.mjs';
+import { CHUNK_BYTES, contentOf } from '../support/machine_folders.mjs';
+import {
+  DISK,
+  fileRow,
+  MiB,
+  namesIn,
+  openPanel,
+  openUsers,
+  sha256,
+  transferIs,
+  transferRow,
+  transferText,
+} from '../support/panel_page.mjs';
+import { until } from '../support/waiting.mjs';
+
+const shared = fixture();
+/** The interval at which the console's link checks its ping. */
+const PING_INTERVAL_MS = 2000;
+
+test('files are uploaded completely and in order, and checked afterwards', async (t) => {
+  const data = randomBytes(3 * MiB + 5);
+  const { p, page, machine } = await openPanel(t, shared);
+  await openUsers(p);
+  await p.setInputFiles('#files-input', [
+    { name: 'gögn.bin', mimeType: 'a/b', buffer: data },
+    { name: 'tómt', mimeType: 'a/b', buffer: Buffer.alloc(0) },
+  ]);
+  await transferIs(p, 'gögn.bin', 'done');
+  await transferIs(p, 'tómt', 'done');
+  const upload = machine.uploadTo('C:\\Users\\gögn.bin');
+  assert.equal(upload.size, data.length);
+  assert.deepEqual(
+    upload.chunks.map(({ index }) => index),
+    upload.chunks.map((_, i) => i),
+  );
+  assert.ok(upload.chunks.every(({ bytes }) => bytes.length <= CHUNK_BYTES));
+  assert.equal(sha256(contentOf(upload)), sha256(data));
+  assert.deepEqual(machine.uploadTo('C:\\Users\\tómt').chunks, []);
+  await fileRow(p, 'gögn.bin').waitFor();
+  await page.shot('files-uploaded');
+});
+
+test('names that Windows forbids are changed', async (t) => {
+  const { p, machine } = await openPanel(t, shared);
+  await openUsers(p);
+  await p.setInputFiles('#files-input', [
+    { name: 'what?: "no" .', mimeType: 'a/b', buffer: Buffer.from('1') },
+    { name: 'nul.txt', mimeType: 'a/b', buffer: Buffer.from('2') },
+  ]);
+  await until(
+    'both have begun',
+    () => machine.uploadTo('C:\\Users\\what__ _no___') && machine.uploadTo('C:\\Users\\_nul.txt'),
+  );
+});
+
+test('existing files are replaced only when the representative confirms it', async (t) => {
+  const { p, page, machine } = await openPanel(t, shared);
+  await openUsers(p);
+  const choose = (/** @type {string[]} */ ...names) =>
+    p.setInputFiles(
+      '#files-input',
+      names.map((name) => ({ name, mimeType: 'a/b', buffer: Buffer.from(name) })),
+    );
+  const dialog = p.locator('#overwrite-dialog');
+  await choose('B10.TXT', 'new.txt');
+  await dialog.waitFor();
+  assert.deepEqual(await dialog.locator('li').allInnerTexts(), ['B10.TXT']);
+  await page.shot('files-overwrite');
+  await dialog.locator('[value=cancel]').click();
+  await choose('b10.txt', 'new.txt');
+  await dialog.locator('[value=skip]').click();
+  await transferIs(p, 'new.txt', 'done');
+  assert.equal(machine.uploads.size, 1);
+  await choose('b10.txt', 'zoe');
+  await dialog.locator('[value=overwrite]').click();
+  await transferIs(p, 'b10.txt', 'done');
+  assert.match(await transferText(p, 'zoe'), /a folder has this name/);
+  assert.equal(machine.uploads.size, 2);
+});
+
+test('files that arrived incompletely or not at all are shown as failed', async (t) => {
+  const { p, machine } = await openPanel(t, shared);
+  await openUsers(p);
+  machine.losing = (path, data) => (path.endsWith('short') ? data.subarray(0, 2) : null);
+  await p.setInputFiles(
+    '#files-input',
+    ['short', 'lost'].map((name) => ({ name, mimeType: 'a/b', buffer: Buffer.from('12345') })),
+  );
+  await transferIs(p, 'short', 'failed');
+  await transferIs(p, 'lost', 'failed');
+  assert.match(await transferText(p, 'short'), /only a part arrived/);
+  assert.match(await transferText(p, 'lost'), /could not create the file/);
+});
+
+test('files are uploaded by drop and by paste', async (t) => {
+  const { p, machine } = await openPanel(t, shared);
+  await openUsers(p);
+  const data = await p.evaluateHandle(() => {
+    const transfer = new DataTransfer();
+    transfer.items.add(new File(['dropped'], 'a.txt'));
+    return transfer;
+  });
+  await p.dispatchEvent('#files', 'dragover', { dataTransfer: data });
+  assert.ok(await p.locator('#files.is-target').count());
+  await p.dispatchEvent('#files', 'drop', { dataTransfer: data });
+  await transferIs(p, 'a.txt', 'done');
+  await p.locator('#files-list').evaluate((list) => {
+    const clipboardData = new DataTransfer();
+    clipboardData.items.add(new File(['pasted'], 'b.txt'));
+    list.dispatchEvent(new ClipboardEvent('paste', { clipboardData }));
+  });
+  await transferIs(p, 'b.txt', 'done');
+  assert.equal(contentOf(machine.uploadTo('C:\\Users\\b.txt')).toString(), 'pasted');
+});
+
+test('a cancelled upload is closed on the machine, and its row says what stays there', async (t) => {
+  const { agent, p, machine } = await openPanel(t, shared);
+  await openUsers(p);
+  await p.evaluate(() => {
+    // Large files are never read to their end.
+    Blob.prototype.arrayBuffer = function read() {
+      return this.size < 1000 ? new Response(this).arrayBuffer() : new Promise(() => {});
+    };
+  });
+  await p.setInputFiles('#files-input', [{ name: 'large', mimeType: 'a/b', buffer: Buffer.alloc(2 * MiB) }]);
+  const upload = await until('it has begun', () => machine.uploadTo('C:\\Users\\large'));
+  await transferRow(p, 'large').locator('.transfer-cancel').click();
+  await until('the machine has closed it', () => upload.ended);
+  assert.match(await transferText(p, 'large'), /Cancelled · the part that arrived stays/);
+  assert.ok(agent.session);
+});
+
+test('an upload waits for a machine that does not read, and the link stays up', async (t) => {
+  const data = randomBytes(24 * MiB);
+  const { agent, p, page, machine } = await openPanel(t, shared, DISK, {
+    page: {
+      script: `
+    window.mostWaiting = 0;
+    const { send } = WebSocket.prototype;
+    WebSocket.prototype.send = function (data) {
+      send.call(this, data);
+      window.mostWaiting = Math.max(window.mostWaiting, this.bufferedAmount);
+    };
+    window.ahead = 0;
+    const now = performance.now.bind(performance);
+    performance.now = () => now() + window.ahead;
+    window.checks = 0;
+    const every = window.setInterval;
+    window.setInterval = (act, ms) => every(() => { act(); if (ms === ${PING_INTERVAL_MS}) window.checks++; }, ms);`,
+    },
+  });
+  await openUsers(p);
+  await p.setInputFiles('#files-input', [{ name: 'slow.bin', mimeType: 'a/b', buffer: data }]);
+  await until('it has begun', () => machine.uploadTo('C:\\Users\\slow.bin'));
+  agent.socket.pause();
+  await until('a ping waits after it', async () =>
+    (await p.locator('#status-line').innerText()).includes('unstable link'),
+  );
+  // Longer than the console waits for a silent relay when no upload delays it.
+  const checks = await p.evaluate(() => {
+    window.ahead += 20_000;
+    return window.checks;
+  });
+  await until('the link has checked its ping', () =>
+    p.evaluate((before) => window.checks >= before + 2, checks),
+  );
+  assert.equal(await transferRow(p, 'slow.bin').getAttribute('data-state'), 'running');
+  assert.equal(await page.note(), '');
+  agent.socket.resume();
+  await transferIs(p, 'slow.bin', 'done');
+  assert.ok((await p.evaluate(() => window.mostWaiting)) <= 5 * MiB, 'at most a few MiB wait in the browser');
+  assert.equal(sha256(contentOf(machine.uploadTo('C:\\Users\\slow.bin'))), sha256(data));
+});
+
+test('the end of the session ends all transfers on both sides', async (t) => {
+  const { agent, p, machine, page } = await openPanel(t, shared);
+  machine.folders['C:\\Users'].push({ name: 'down.bin', size: 10 * MiB });
+  await openUsers(p);
+  machine.holding = true;
+  await fileRow(p, 'down.bin').dblclick();
+  await until('it is requested', () => machine.held.length);
+  await p.evaluate(() => {
+    Blob.prototype.arrayBuffer = () => new Promise(() => {});
+  });
+  await p.setInputFiles('#files-input', [{ name: 'up.bin', mimeType: 'a/b', buffer: Buffer.alloc(2 * MiB) }]);
+  const upload = await until('it has begun', () => machine.uploadTo('C:\\Users\\up.bin'));
+  agent.drop();
+  await page.waitForNote(/gone offline/);
+  for (const name of ['down.bin', 'up.bin']) {
+    await transferIs(p, name, 'failed');
+    assert.match(await transferText(p, name), /the session ended/);
+  }
+  await agent.connect();
+  await until('the machine is told after its return', () => upload.ended);
+  await until(
+    'the panel shows the folder again',
+    async () => (await p.locator('#files').getAttribute('aria-busy')) === 'false',
+  );
+  assert.ok((await namesIn(p)).includes('down.bin'));
+});

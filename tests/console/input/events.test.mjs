@@ -1,0 +1,51 @@
+// Input events: their exact bytes, their batches, and the order in which they are sent.
+
+import assert from 'node:assert/strict';
+import test from 'node:test';
+import * as input from '../../../console/input/events.js';
+import { InputSender } from '../../../console/input/sender.js';
+import { typingBatches } from '../../../console/input/typing.js';
+
+test('input events are little-endian', () => {
+  assert.deepEqual(input.move(0x1234, 0x7fff), [1, 0x34, 0x12, 0xff, 0x7f]);
+  assert.deepEqual(input.button(input.Button.right, true), [2, 2, 1]);
+  assert.deepEqual(input.wheel(-120), [3, 0x88, 0xff]);
+  assert.deepEqual(input.key({ vk: 0x25, scan: 0x4b, extended: true }, false), [4, 0, 0x25, 0, 0x4b, 0, 1]);
+  assert.deepEqual(input.unicode('þ'), [
+    [4, 1, 0, 0, 0xfe, 0, 2],
+    [4, 0, 0, 0, 0xfe, 0, 2],
+  ]);
+  assert.equal(input.unicode('😀').length, 4, 'two surrogates, down and up each');
+});
+
+test('a batch has at most 255 events', () => {
+  const payloads = input.batches(Array.from({ length: 600 }, () => input.wheel(120)));
+  assert.deepEqual(
+    payloads.map((one) => one[0]),
+    [255, 255, 90],
+  );
+  assert.equal(payloads[0].length, 1 + 255 * 3);
+  for (const batch of typingBatches('x'.repeat(1000))) assert.ok(batch.length <= 255);
+});
+
+test('moves are merged to one a frame, and a button is sent after its move', () => {
+  /** @type {number[][]} */
+  const sent = [];
+  /** @type {(() => void)[]} */
+  const frames = [];
+  const sender = new InputSender({
+    send: (payload) => sent.push([...payload]),
+    backlog: () => 0,
+    nextFrame: (draw) => frames.push(draw),
+  });
+  sender.move({ x: 1, y: 1 });
+  assert.equal(frames.length, 0, 'nothing is sent while the sender is disabled');
+  sender.enabled = true;
+  sender.move({ x: 1, y: 1 });
+  sender.move({ x: 2, y: 2 });
+  for (const draw of frames) draw();
+  assert.deepEqual(sent.splice(0), [[1, 1, 2, 0, 2, 0]]);
+  sender.move({ x: 3, y: 3 });
+  sender.sendAt({ x: 4, y: 4 }, [input.button(1, true)]);
+  assert.deepEqual(sent, [[2, 1, 4, 0, 4, 0, 2, 1, 1]]);
+});

@@ -1,0 +1,109 @@
+// Requesting a session: what the page shows while the person at the machine decides, and what the machine
+// receives.
+import assert from 'node:assert/strict';
+import test from 'node:test';
+import { fixture, machineAndPage } from '../support/fixture.mjs';
+import { Relay, USER } from '../support/relay.mjs';
+import { AgentMsg } from '../support/scripted_agent.mjs';
+import { until } from '../support/waiting.mjs';
+
+const shared = fixture();
+
+/**
+ * A machine that was asked for a session and has not answered.
+ * @param {import('node:test').TestContext} t
+ */
+async function asked(t) {
+  const { agent, page } = await machineAndPage(t, shared, { agent: { consent: 'none' } });
+  await page.ask(agent);
+  const request = await agent.next(AgentMsg.SessionRequest);
+  await page.waitForNote(/^Waiting for someone at /);
+  return { agent, page, request };
+}
+
+/** @param {import('../support/console_page.mjs').ConsolePage} page @param {string} selector */
+const isShown = (page, selector) => page.page.locator(selector).isVisible();
+
+test('while consent is awaited, the page says so and sends nothing to the machine', async (t) => {
+  const { agent, page, request } = await asked(t);
+  assert.deepEqual(request.json, { rep_name: USER });
+  assert.match(await page.note(), new RegExp(agent.name));
+  assert.ok(await isShown(page, '#session-give-up'));
+  assert.ok(!(await isShown(page, '#session-again')));
+  await page.shot('consent-awaited');
+  await page.page.keyboard.type('x');
+  agent.accept(request.session);
+  const first = await until('a message arrives', () => agent.inbox[0]);
+  assert.equal(first.type, AgentMsg.StreamStart);
+  assert.equal(agent.inputs.length, 0);
+});
+
+test('a declined request is shown, and can be sent again', async (t) => {
+  const { agent, page, request } = await asked(t);
+  agent.decline(request.session);
+  await page.waitForNote(/declined the session/);
+  await page.shot('consent-declined');
+  await page.page.click('#session-again');
+  const second = await agent.next(AgentMsg.SessionRequest);
+  assert.notEqual(second.session, request.session);
+  agent.accept(second.session);
+  await agent.next(AgentMsg.StreamStart);
+});
+
+test('a representative who stops waiting withdraws the prompt on the machine', async (t) => {
+  const { agent, page, request } = await asked(t);
+  await page.page.click('#session-give-up');
+  const end = await agent.next(AgentMsg.SessionEnd);
+  assert.equal(end.session, request.session);
+  await page.page.locator('#view-machines').waitFor();
+  assert.match(await page.page.locator('#link-notice').innerText(), /was withdrawn/);
+  await page.shot('consent-given-up');
+  // An answer that was sent before the withdrawal arrived opens no session.
+  agent.accept(request.session);
+  await page.ask(agent);
+  await agent.next(AgentMsg.SessionRequest);
+  await page.waitForNote(/^Waiting/);
+  assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.StreamStart).length, 0);
+});
+
+test('closing the page while it waits withdraws the prompt on the machine', async (t) => {
+  const { agent, page, request } = await asked(t);
+  await page.page.goto('about:blank');
+  assert.equal((await agent.next(AgentMsg.SessionEnd)).session, request.session);
+});
+
+test('a machine that goes offline during its prompt is asked again when it is back', async (t) => {
+  const { agent, page } = await asked(t);
+  agent.drop();
+  await page.waitForNote(/has gone offline/);
+  await agent.connect();
+  agent.accept((await agent.next(AgentMsg.SessionRequest)).session);
+  await agent.next(AgentMsg.StreamStart);
+});
+
+test('a request for a machine in use is refused with the name of its representative', async (t) => {
+  const { agent } = await asked(t);
+  const { page } = await machineAndPage(t, shared);
+  await page.ask(agent);
+  await page.waitForNote(/is in use by .*Sigga/);
+  await page.page.click('#session-back');
+  await page.page.locator('#view-machines').waitFor();
+});
+
+test('an offline machine cannot be asked', async (t) => {
+  const { agent, page } = await machineAndPage(t, shared);
+  agent.drop();
+  await page.page.locator(`.machine[data-agent="${agent.id}"][data-state=offline]`).waitFor();
+  assert.ok(await page.row(agent).locator('.machine-open').isDisabled());
+});
+
+test('a request that nobody answers is withdrawn, and the page says so', async (t) => {
+  const relay = await Relay.started(['--consent', '1']);
+  t.after(() => relay.remove());
+  const { agent, page } = await machineAndPage(t, { ...shared, relay }, { agent: { consent: 'none' } });
+  await page.ask(agent);
+  const request = await agent.next(AgentMsg.SessionRequest);
+  assert.equal((await agent.next(AgentMsg.SessionEnd)).session, request.session);
+  await page.waitForNote(/Nobody answered/);
+  await page.shot('consent-withdrawn');
+});

@@ -1,0 +1,93 @@
+// Restarting the machine from a session.
+import assert from 'node:assert/strict';
+import test from 'node:test';
+import { fixture, openSession } from '../support/fixture.mjs';
+import { plain } from '../support/pictures.mjs';
+import { AgentMsg } from '../support/scripted_agent.mjs';
+import { until } from '../support/waiting.mjs';
+
+const shared = fixture();
+/** The time after which a machine that has not restarted counts as refusing. */
+const RESTART_DEADLINE_MS = 90_000;
+
+/**
+ * A session in which the representative is asked to confirm a restart.
+ * @param {import('node:test').TestContext} t
+ * @param {import('../support/fixture.mjs').Options} [options]
+ */
+async function restartQuestion(t, options = {}) {
+  const { agent, page } = await openSession(t, shared, options);
+  await agent.next(AgentMsg.StreamStart);
+  await page.page.click('#machine-menu summary');
+  await page.page.click('#restart');
+  assert.match(await page.page.locator('#restart-question').innerText(), /^Restart .*Ship/);
+  return { agent, page };
+}
+
+test('a restart needs a confirmation and is shown until the machine is back', async (t) => {
+  const { agent, page } = await restartQuestion(t);
+  await page.shot('restart-question');
+  await page.page.click('#restart-dialog button[value=restart]');
+  assert.equal((await agent.next(AgentMsg.Reboot)).session, agent.session);
+  await page.waitForNote(/is restarting/);
+  // The stream continues while the machine shuts down.
+  agent.frame(plain(640, 360, '#203040'));
+  await page.frames(2);
+  assert.match(await page.note(), /is restarting/);
+  await page.canvas.click({ force: true, position: { x: 5, y: 5 } });
+  agent.drop();
+  await page.page
+    .locator(`.machine[data-agent="${agent.id}"] .badge[data-state=restarting]`)
+    .waitFor({ state: 'attached' });
+  assert.match(await page.note(), /is restarting/);
+  await page.shot('restarting');
+  assert.deepEqual(agent.inputs, []);
+  await agent.connect();
+  await agent.next(AgentMsg.StreamStart);
+  await page.waitForNoNote();
+  await page.page
+    .locator(`.machine[data-agent="${agent.id}"] .badge[data-state=session]`)
+    .waitFor({ state: 'attached' });
+});
+
+test('the list of machines shows a restart to a representative who has left the session', async (t) => {
+  const { agent, page } = await restartQuestion(t);
+  await page.page.click('#restart-dialog button[value=restart]');
+  await agent.next(AgentMsg.Reboot);
+  await page.page.click('#session-back');
+  // The machine is online for a moment before it shuts down.
+  await page.row(agent).locator('.badge[data-state=online]').waitFor();
+  agent.drop();
+  await until('the restart is shown', async () => /Restarting/.test(await page.row(agent).innerText()));
+  await page.shot('machines-restarting');
+  await agent.connect();
+  await page.row(agent).locator('.badge[data-state=online]').waitFor();
+});
+
+test('a restart that is not confirmed does nothing', async (t) => {
+  const { agent, page } = await restartQuestion(t);
+  await page.page.click('#restart-dialog button[value=cancel]');
+  await page.page.click('#machine-menu summary');
+  await page.page.click('#restart');
+  await page.page.keyboard.press('Escape');
+  await page.page.click('#machine-menu summary');
+  await page.page.click('#attention');
+  await agent.next(AgentMsg.SecureAttention);
+  assert.ok(!agent.inbox.some(({ type }) => type === AgentMsg.Reboot));
+  assert.equal(await page.note(), '');
+});
+
+test('a machine that does not restart is reported, and the session continues', async (t) => {
+  const script = `const wait = setTimeout;
+    window.setTimeout = (act, ms) => wait(act, ms === ${RESTART_DEADLINE_MS} ? 300 : ms);`;
+  const { agent, page } = await restartQuestion(t, { page: { script } });
+  await page.page.click('#restart-dialog button[value=restart]');
+  await agent.next(AgentMsg.Reboot);
+  await page.waitForNote(/has not restarted/);
+  agent.frame(plain(640, 360, '#203040'));
+  await page.frames(2);
+  await page.page.click('#session-go-on');
+  assert.equal(await page.note(), '');
+  await page.canvas.click();
+  await agent.events(4);
+});

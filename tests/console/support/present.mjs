@@ -1,0 +1,10 @@
+/**
+ * The value itself; throws when there is none.
+ * @template T
+ * @param {T} value
+ * @returns {NonNullable<T>}
+ */
+export function present(value) {
+  if (value === null || value === undefined) throw new Error('there is no value');
+  return value;
+}
