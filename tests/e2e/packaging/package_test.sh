@@ -2,7 +2,7 @@
 # A package holds what its manifest and checksums say, is made of the same bytes each time, and bears signatures that
 # an unrelated verifier accepts, down to the uninstaller. A wrong call makes nothing.
 set -euo pipefail
-source_tree=$(cd "$(dirname "$0")/../.." && pwd)
+source_tree=$(cd "$(dirname "$0")/../../.." && pwd)
 make=$source_tree/packaging/make-package
 agent=$source_tree/build/windows/VantelinkAgent.exe
 work=$(mktemp -d)
