@@ -8,7 +8,7 @@
 #include <openssl/evp.h>
 
 #include "e2e/support/agent_fixture.h"
-#include "support/bytes/file_requests.h"
+#include "support/peers/file_requests.h"
 #include "support/temp_folder.h"
 #include "wire/big_endian.h"
 #include "wire/json.h"
