@@ -1,9 +1,10 @@
-// Starts, stops and switches streams many times over and counts what the agent holds: kernel handles, GDI
-// objects, threads, memory, and the objects of the doubles.
-// VANTELINK_FULL_COUNTS=1 in the environment asks for all the rounds, which take minutes.
+// Starts, stops and switches streams many times and checks that the agent's kernel handles, GDI objects,
+// threads, memory and COM objects do not grow. VANTELINK_FULL_COUNTS=1 in the environment runs all rounds,
+// which takes minutes.
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 
 #include "e2e/support/stream_fixture.h"
 
@@ -12,21 +13,22 @@ namespace {
 using namespace vantelink_test;
 using vlk::Msg;
 
+// What the agent's process holds.
 struct Census {
   int handles = 0, gdi_objects = 0, threads = 0;
-  long kilobytes = 0;  // private memory
+  long kilobytes = 0;  // of private memory
 };
 
-class Leaks : public StreamTest, public testing::WithParamInterface<const char*> {
+class LeakTest : public StreamTest, public testing::WithParamInterface<const char*> {
  protected:
-  // What is left of heaps that settle. In a full run a leak of 4 KiB a start exceeds it, and one of 32 KiB a
-  // round of switches.
+  // Growth of the heaps before they reach their final size. In a full run, a leak of 4 KiB a start or 32 KiB
+  // a round of switches exceeds it.
   static constexpr long kMemorySlack = 3 * 1024;  // kilobytes
-  static constexpr int kSlack = 8;  // handles or objects that come and go with threads and caches
+  static constexpr int kSlack = 8;  // handles or objects of threads and caches that may exist or not
 
   void SetUp() override {
     StreamTest::SetUp();
-    register_encoders(GetParam());  // "none" names none: JPEG
+    register_encoders(GetParam());  // "none" registers none, so the stream is JPEG
     set_outputs({{0, 0, 320, 240}, {320, 0, 320, 240}});
   }
 
@@ -35,15 +37,16 @@ class Leaks : public StreamTest, public testing::WithParamInterface<const char*>
     return full != nullptr && *full == '1' ? all : few;
   }
 
-  // Wine 8 loses a registry key for each encoder, present or past, that a search looks at. Where the first
-  // search, for a hardware encoder, finds none, there is a second one.
-  static int lost_by_wine(int openings) { return openings * (GetParam() == std::string("async") ? 1 : 2); }
+  // Wine 8 leaks the handle of a registry key for each encoder, present or removed, that a search finds. A
+  // search for hardware encoders that finds none is followed by a second search.
+  static int leaked_by_wine(int openings) { return openings * (GetParam() == std::string("async") ? 1 : 2); }
 
-  // Between streams. The list of monitors makes the double count, the answer says that it has.
-  Census census() {
+  // Counts between two streams. A thumbnail makes the agent list its monitors, at which the double fills in
+  // the census.
+  Census take_census() {
     Census census;
     (*desktop)->census_wanted = 1;
-    say(Msg::ThumbnailRequest);
+    send(Msg::ThumbnailRequest);
     peer_->read_until(Msg::Thumbnail);
     EXPECT_TRUE(eventually([&] { return (*desktop)->census_wanted == 0; }));
     EXPECT_TRUE(answers());
@@ -51,45 +54,41 @@ class Leaks : public StreamTest, public testing::WithParamInterface<const char*>
     census.gdi_objects = (*desktop)->census_gdi_objects;
     EXPECT_EQ((*desktop)->live, 0);
     EXPECT_EQ((*codec)->live, 0);
-    const std::string process = "/proc/" + std::to_string(pid_);
-    for ([[maybe_unused]] const auto& thread : std::filesystem::directory_iterator(process + "/task"))
-      ++census.threads;
-    std::ifstream map(process + "/smaps_rollup");
-    for (std::string word; map >> word;) {
-      long value = 0;
-      if (word == "Private_Dirty:") map >> value;
-      census.kilobytes += value;
-    }
+    const std::filesystem::directory_iterator threads("/proc/" + std::to_string(pid_) + "/task");
+    census.threads = static_cast<int>(std::distance(threads, {}));
+    census.kilobytes = memory_kilobytes(pid_, {"Private_Dirty:"});
     return census;
   }
 
-  // Each round opens an encoder so many times, or tries to. What is made once is made before the counting.
-  template <typename Round>
-  void expect_level(int count, int openings, Round round) {
+  // Runs `round` that many times and expects equal counts before and after. `openings` is how often a round
+  // opens an encoder or tries to. Ten rounds run before the first census, so that whatever is created only
+  // once exists by then.
+  void expect_no_growth(int count, int openings, const std::function<void()>& round) {
     peer_ = start({}, environment_);
     peer_->read_until(Msg::Hello);
     for (int i = 0; i < 10; ++i)
       round();
-    const Census before = census();
+    const Census before = take_census();
     for (int i = 0; i < count; ++i)
       round();
-    const Census after = census();
+    const Census after = take_census();
     std::printf("%d rounds: handles %d -> %d, GDI objects %d -> %d, threads %d -> %d, KiB %ld -> %ld\n",
                 count, before.handles, after.handles, before.gdi_objects, after.gdi_objects, before.threads,
                 after.threads, before.kilobytes, after.kilobytes);
     EXPECT_GT(before.handles, 0);
-    EXPECT_LE(after.handles, before.handles + lost_by_wine(count * openings) + kSlack);
+    EXPECT_LE(after.handles, before.handles + leaked_by_wine(count * openings) + kSlack);
     EXPECT_LE(after.gdi_objects, before.gdi_objects + kSlack);
     EXPECT_LE(after.threads, before.threads);
     EXPECT_LE(after.kilobytes, before.kilobytes + kMemorySlack);
   }
 
-  void expect_level_of_switches(Msg type, const std::array<const char*, 2>& there_and_back, int openings) {
-    expect_level(rounds(10, 100), openings, [&] {
+  void expect_no_growth_by_switches(Msg type, const std::array<const char*, 2>& there_and_back,
+                                    int openings) {
+    expect_no_growth(rounds(10, 100), openings, [&] {
       start_stream(R"({"max_fps":1000})");
       next_frame();
       for (const char* const text : there_and_back) {
-        say(type, text);
+        send(type, text);
         next_announced();
       }
       stop();
@@ -97,28 +96,28 @@ class Leaks : public StreamTest, public testing::WithParamInterface<const char*>
   }
 
   void stop() {
-    say(Msg::StreamStop);
+    send(Msg::StreamStop);
     ASSERT_TRUE(answers());
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Encoders, Leaks, testing::Values("sync", "async", "none"),
+INSTANTIATE_TEST_SUITE_P(Encoders, LeakTest, testing::Values("sync", "async", "none"),
                          [](const auto& test) { return std::string(test.param); });
 
-TEST_P(Leaks, StreamStartsAndStops) {
-  expect_level(rounds(50, 1000), 1, [&] {
+TEST_P(LeakTest, StartingAndStoppingStreamsLeaksNothing) {
+  expect_no_growth(rounds(50, 1000), 1, [&] {
     start_stream(R"({"max_fps":1000})");
     next_frame();
     stop();
   });
 }
 
-TEST_P(Leaks, MonitorSwitches) {
-  expect_level_of_switches(Msg::MonitorSelect, {R"({"monitor_id":1})", R"({"monitor_id":0})"}, 3);
+TEST_P(LeakTest, SwitchingMonitorsLeaksNothing) {
+  expect_no_growth_by_switches(Msg::MonitorSelect, {R"({"monitor_id":1})", R"({"monitor_id":0})"}, 3);
 }
 
-TEST_P(Leaks, CodecSwitches) {
-  expect_level_of_switches(Msg::CodecSelect, {R"({"codec":"mjpeg"})", R"({"codec":"h264"})"}, 2);
+TEST_P(LeakTest, SwitchingCodecsLeaksNothing) {
+  expect_no_growth_by_switches(Msg::CodecSelect, {R"({"codec":"mjpeg"})", R"({"codec":"h264"})"}, 2);
 }
 
 }  // namespace

@@ -84,7 +84,7 @@ std::string Desk::host(const std::string& command) const {
   return run(". " + quoted(folder_ + "/env") + "; " + command);
 }
 
-void Desk::shot(const std::string& file) const {
+void Desk::screenshot(const std::string& file) const {
   run(tool("shot") + quoted(folder_) + ' ' + quoted(file));
 }
 

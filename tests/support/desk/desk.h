@@ -20,7 +20,7 @@ class Desk {
   Desk& operator=(const Desk&) = delete;
 
   // Runs a Windows program to its end and returns its exit status. `environment` holds NAME=VALUE texts.
-  int exec(const std::vector<std::string>& program,
+  [[nodiscard]] int exec(const std::vector<std::string>& program,
                          const std::vector<std::string>& environment = {}) const;
   // Starts a Windows program and returns its process id on this host.
   int spawn(const std::vector<std::string>& program, const std::vector<std::string>& environment = {}) const;
@@ -29,7 +29,7 @@ class Desk {
   // Runs a shell command of this host, for instance xdotool, with the desk's display and prefix in its
   // environment, and returns its output; throws std::runtime_error when it fails.
   std::string host(const std::string& command) const;
-  void shot(const std::string& file) const;  // of the whole display, as PNG
+  void screenshot(const std::string& file) const;  // of the whole display, as PNG
 
   // Sets a value of the agent's registry key.
   void set(const std::string& name, const std::string& type, const std::string& data) const;
