@@ -93,7 +93,7 @@ class UpdateTest : public ShellTest {
   std::string request_;  // the last request
 };
 
-TEST_F(UpdateTest, OfferIsShownAndNotRightNowStoresNothing) {
+TEST_F(UpdateTest, OfferIsShownAndPostponingItStoresNothing) {
   begin(offer_of("0.1.7"));
   const auto seen = wait_for_dialog();
   EXPECT_EQ(texts_of(seen),
