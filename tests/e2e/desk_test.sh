@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# The desk passes exit statuses and output through, keeps desks apart, and leaves nothing running behind it.
-# Wine's own programs serve as subjects, so that the test needs no build.
+# tools/desk: it passes on exit statuses and output, keeps desks apart, and leaves no process or file. The test runs
+# programs that are part of Wine, so that it needs no build.
 set -euo pipefail
 desk=$(cd "$(dirname "$0")/../.." && pwd)/tools/desk
-# A folder of our own for the desks: what is left in it was left by this test.
+# The desks' folders go here, where everything left was left by this test.
 TMPDIR=$(mktemp -d)
 export TMPDIR
 unset VANTELINK_DESK
@@ -18,15 +18,16 @@ status() {  # WANTED COMMAND...
   timeout 60 "${@:2}" || got=$?
   [ "$got" = "$1" ] || { echo "exit status $got, not $1"; return 1; }
 }
-# A process whose environment names our folder was started by us, the Windows ones too.
-none_left() {
+# Waits until no desk, no process on a desk and none of these processes is left. A process whose Wine prefix lies in
+# this test's folder was started by this test.
+none_left() {  # PID...
   local deadline=$((SECONDS + 20)) left
   while :; do
     left=$(find "$TMPDIR" -mindepth 1 -maxdepth 1 -name 'vantelink-desk.*')
     left+=$(grep -lzs "^WINEPREFIX=$TMPDIR/" /proc/[0-9]*/environ || true)
     for pid in "$@"; do if kill -0 "$pid" 2> /dev/null; then left+=" $pid"; fi; done
     [ -n "$left" ] || return 0
-    if [ $SECONDS -ge $deadline ]; then echo "left: $left"; return 1; fi
+    if [ $SECONDS -ge $deadline ]; then echo "still there: $left"; return 1; fi
     sleep 0.1
   done
 }
@@ -49,33 +50,34 @@ no_wine() {
   [ "$(wc -l < "$TMPDIR/said")" = 1 ] && grep -q 'wine is not installed' "$TMPDIR/said"
 }
 
-expect 'success is passed through' status 0 "$desk" run cmd /c 'exit 0'
-expect 'a failure is passed through' status 7 "$desk" run cmd /c 'exit 7'
+expect 'exit status 0 is passed on' status 0 "$desk" run cmd /c 'exit 0'
+expect 'another exit status is passed on' status 7 "$desk" run cmd /c 'exit 7'
 expect 'a program that does not exist fails' status 53 "$desk" run "$TMPDIR/none.exe"
-expect 'the output is the program'\''s' says_hello_alone
-expect 'a program that hangs is ended' status 137 env VANTELINK_DESK_SECONDS=1 "$desk" run notepad
-expect 'two desks work side by side' two_at_once
-expect 'without Wine there is one clear line' no_wine
+expect 'the output is that of the program alone' says_hello_alone
+expect 'a program that hangs is killed' status 137 env VANTELINK_DESK_SECONDS=1 "$desk" run notepad
+expect 'two desks work at the same time' two_at_once
+expect 'a missing Wine is reported in one line' no_wine
 expect 'a wrong call is refused' status 2 "$desk" exec
-expect 'no run leaves a thing behind' none_left
+expect 'no run leaves anything' none_left
 
 folder=$("$desk" start --owner $$)
 display=$(< "$folder/xvfb.pid")
-expect 'exec passes the exit status through' status 9 "$desk" exec "$folder" cmd /c 'exit 9'
-expect 'a run can use a desk that is there' status 8 env VANTELINK_DESK="$folder" "$desk" run cmd /c 'exit 8'
-expect 'a variable reaches one program' status 5 "$desk" exec --env WANTED=5 "$folder" cmd /c 'exit %WANTED%'
+expect 'exec passes on the exit status' status 9 "$desk" exec "$folder" cmd /c 'exit 9'
+expect 'run can use a running desk' status 8 env VANTELINK_DESK="$folder" "$desk" run cmd /c 'exit 8'
+expect 'exec sets a variable for one program' status 5 "$desk" exec --env WANTED=5 "$folder" cmd /c 'exit %WANTED%'
 program=$("$desk" spawn "$folder" notepad)
 expect 'a spawned program runs' kill -0 "$program"
 "$desk" shot "$folder" "$TMPDIR/shot.png"
-expect 'a shot is a picture of the display' [ "$(identify -format '%wx%h' "$TMPDIR/shot.png")" = 1280x720 ]
+expect 'shot saves a picture of the whole display' [ "$(identify -format '%wx%h' "$TMPDIR/shot.png")" = 1280x720 ]
 "$desk" stop "$folder"
-expect 'stopping ends all, the display and spawned programs too' none_left "$display" "$program"
-expect 'stopping twice is no error' status 0 "$desk" stop "$folder"
+expect 'stop ends the desk, its display and its programs' none_left "$display" "$program"
+expect 'stopping a stopped desk succeeds' status 0 "$desk" stop "$folder"
 
 folder=$("$desk" start --owner $$ --tray)
+# shellcheck source=/dev/null
 expect 'a desk can have a notification area' grep -q trayer <<< "$(. "$folder/env" && xwininfo -root -tree)"
 "$desk" stop "$folder"
-expect 'window manager and notification area end with the desk' none_left
+expect 'the window manager and the notification area end with the desk' none_left
 
 sleep 300 & owner=$!
 folder=$("$desk" start --owner "$owner")
@@ -83,6 +85,6 @@ display=$(< "$folder/xvfb.pid")
 program=$("$desk" spawn "$folder" notepad)
 kill -9 "$owner"
 wait "$owner" 2> /dev/null || true
-expect 'a desk ends with its owner, even one that was killed' none_left "$display" "$program"
+expect 'a desk ends when its owner is killed' none_left "$display" "$program"
 
-[ $failures = 0 ] || { echo "$failures failed"; exit 1; }
+[ $failures = 0 ] || { echo "$failures checks failed"; exit 1; }

@@ -1,4 +1,4 @@
-// Making test certificates with OpenSSL.
+// Makes certificates with OpenSSL.
 #include "support/certificates.h"
 
 #include <openssl/evp.h>
@@ -41,7 +41,7 @@ Certificate make_certificate(const std::string& name, EVP_PKEY* key) {
   return certificate;
 }
 
-// A server's, signed by the issuer, or by itself where there is none.
+// Makes a server's key and certificate, signed by the issuer, or self-signed when `issuer` is null.
 TestAuthority::Identity make_identity(const std::vector<std::string>& dns_names, X509* issuer,
                                       EVP_PKEY* issuer_key) {
   Key key = make_key();

@@ -1,4 +1,4 @@
-// Certificates made on the spot, for servers that tests run.
+// A certificate authority for servers that tests run. Keys and certificates are made at run time.
 #pragma once
 
 #include <memory>
@@ -12,7 +12,7 @@ namespace vantelink_test {
 using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 using Certificate = std::unique_ptr<X509, decltype(&X509_free)>;
 
-// A certificate authority that lives as long as the test. ECDSA P-256, valid for a day around now.
+// Issues ECDSA P-256 certificates that are valid from twelve hours ago to twelve hours from now.
 class TestAuthority {
  public:
   TestAuthority();
@@ -23,7 +23,7 @@ class TestAuthority {
   };
   // A server certificate for the given DNS names.
   Identity issue(const std::vector<std::string>& dns_names) const;
-  // One that nobody but its own key vouches for.
+  // A server certificate signed with its own key.
   static Identity issue_self_signed(const std::vector<std::string>& dns_names);
 
   std::vector<unsigned char> der() const;

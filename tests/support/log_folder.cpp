@@ -1,36 +1,28 @@
-// The folder and the variable that leads to it.
+// Sets TMPDIR and restores it.
 #include "support/log_folder.h"
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
+
+#include "support/bytes/file_bytes.h"
 
 namespace vantelink_test {
 
 LogFolder::LogFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "vlk-log-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make " + pattern);
-  folder_ = pattern;
-  const char* const before = std::getenv("TMPDIR");
-  before_ = before != nullptr ? before : "";
-  setenv("TMPDIR", folder_.c_str(), 1);
+  const char* const previous = std::getenv("TMPDIR");
+  previous_ = previous != nullptr ? previous : "";
+  setenv("TMPDIR", folder_.path().c_str(), 1);
 }
 
 LogFolder::~LogFolder() {
-  if (before_.empty()) {
+  if (previous_.empty()) {
     unsetenv("TMPDIR");
   } else {
-    setenv("TMPDIR", before_.c_str(), 1);
+    setenv("TMPDIR", previous_.c_str(), 1);
   }
-  std::error_code ignored;
-  std::filesystem::remove_all(folder_, ignored);
 }
 
 std::string LogFolder::text() const {
-  std::ostringstream text;
-  text << std::ifstream(folder_ / "vlkagent.log").rdbuf();
-  return text.str();
+  return file_bytes(folder_.path() / "vlkagent.log");
 }
 
 }  // namespace vantelink_test

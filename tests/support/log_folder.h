@@ -1,25 +1,28 @@
-// A debug log of a test's own: a native build writes into the folder that TMPDIR names.
+// A debug log that belongs to one test: a native build writes its log into the folder that TMPDIR names.
 #pragma once
 
 #include <filesystem>
 #include <string>
 
+#include "support/temp_folder.h"
+
 namespace vantelink_test {
 
-// An empty temporary folder while it lives. For one thread, as the environment is the process's.
+// Points TMPDIR at an empty folder until destruction. Not for tests that read or write the environment from
+// several threads.
 class LogFolder {
  public:
-  LogFolder();  // throws std::runtime_error when there is no folder to be had
+  LogFolder();  // throws std::runtime_error when no folder can be made
   ~LogFolder();
   LogFolder(const LogFolder&) = delete;
   LogFolder& operator=(const LogFolder&) = delete;
 
-  std::string text() const;  // of the log; empty when there is none
-  const std::filesystem::path& path() const { return folder_; }
+  std::string text() const;  // of the log; empty when there is no log
+  const std::filesystem::path& path() const { return folder_.path(); }
 
  private:
-  std::filesystem::path folder_;
-  std::string before_;
+  const TempFolder folder_;
+  std::string previous_;  // value of TMPDIR
 };
 
 }  // namespace vantelink_test

@@ -1,4 +1,4 @@
-// The folder's bodies.
+// Makes the folder with mkdtemp and removes it with all it contains.
 #include "support/temp_folder.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace vantelink_test {
 
 TempFolder::TempFolder() {
   std::string pattern = (std::filesystem::temp_directory_path() / "vlk-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a folder");
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make the folder " + pattern);
   path_ = pattern;
 }
 
@@ -35,7 +35,8 @@ void TempFolder::write(const std::string& name, const std::string& bytes) const 
 }
 
 std::string TempFolder::read(const std::string& name) const {
-  if (!std::filesystem::exists(path_ / name)) throw std::runtime_error("there is no file " + name);
+  if (!std::filesystem::exists(path_ / name))
+    throw std::runtime_error("there is no file " + name + " in the temporary folder");
   return file_bytes(path_ / name);
 }
 

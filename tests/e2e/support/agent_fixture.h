@@ -1,91 +1,55 @@
-// The unmodified executable on a desk of the program's own, and the scripted server that it talks to.
+// Runs the shipped executable on a desk, connected to a scripted server.
 #pragma once
 
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/desk/desk.h"
 #include "support/peers/scripted_server.h"
+#include "support/waiting.h"
 
 namespace vantelink_test {
 
 inline constexpr char kAgent[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
 
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
-}
+// Keeps the certificate store of this host from the programs under test.
+void forget_host_certificates();
 
-// Not so for a process that has ended and waits to be collected. One of which the first thread alone has
-// ended still runs: until the last is gone, Wine keeps what it held, and a new agent would find it there.
-inline bool is_running(int pid) {
-  const std::string process = "/proc/" + std::to_string(pid);
-  std::ifstream status(process + "/stat");
-  std::string text;
-  std::getline(status, text);
-  const std::size_t name_end = text.rfind(')');
-  if (name_end == std::string::npos) return false;
-  if (text.find_first_of("ZX", name_end) != name_end + 2) return true;
-  std::size_t threads = 0;
-  std::error_code gone;
-  for (std::filesystem::directory_iterator task(process + "/task", gone); task != end(task);
-       task.increment(gone))
-    ++threads;
-  return threads > 1;
-}
+// Whether the process still has a thread at work. False for a process that has ended and was not waited for.
+// True when only its first thread has ended: until the last one ends, Wine keeps the process's objects, and a
+// new agent would find them.
+[[nodiscard]] bool is_running(int pid);
 
+// The sum of these fields in the process's memory figures, in KiB: "Private_Dirty:" for instance. 0 when the
+// process is not there.
+long memory_kilobytes(int pid, const std::vector<std::string>& fields);
+
+// One desk and one certificate authority for all tests of a program, and a new server for each test.
 class AgentTest : public testing::Test {
  protected:
-  static void SetUpTestSuite() { open_desk(Desk::Kind::VirtualDesktop); }
-  static void open_desk(Desk::Kind kind) {
-    ::unsetenv("SSL_CERT_FILE");
-    ::unsetenv("SSL_CERT_DIR");
-    authority = new TestAuthority;
-    desk = new Desk(kind);
-    std::ofstream(desk->folder() + "/ca.pem") << authority->pem();
-  }
-  static void TearDownTestSuite() {
-    delete desk;
-    delete authority;
-  }
-  void SetUp() override { server_ = std::make_unique<ScriptedServer>(*authority); }
-  void TearDown() override { end_agent(); }
+  static void SetUpTestSuite();
+  static void TearDownTestSuite();
+  static void open_desk(Desk::Kind kind);
+  void SetUp() override;
+  void TearDown() override;
 
-  // Starts the agent with the server's address. `environment` holds NAME=VALUE texts.
-  void launch(const std::vector<std::string>& switches = {}, std::vector<std::string> environment = {}) {
-    std::vector<std::string> program = {agent_, "--host", "localhost", "--port",
-                                        std::to_string(server_->port())};
-    program.insert(program.end(), switches.begin(), switches.end());
-    environment.insert(environment.end(),
-                       {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem", "VLK_DEBUG_INPUT=1"});
-    pid_ = desk->spawn(program, environment);
-  }
-  // The same, and returns its link upgraded; its look for an update finds none.
+  // The command line that connects this executable to the server.
+  std::vector<std::string> command_line(const std::string& program) const;
+  // Starts the agent. `switches` follow the server's address; `environment` holds NAME=VALUE texts.
+  void launch(const std::vector<std::string>& switches = {}, std::vector<std::string> environment = {});
+  // Starts the agent and returns its connection after the upgrade. Its update check is answered with 404.
   std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
-                                          const std::vector<std::string>& environment = {}) {
-    launch(switches, environment);
-    return server_->accept_upgraded();
-  }
-  bool running() const { return is_running(pid_); }
-  void end_agent() {
-    if (running()) ::kill(pid_, SIGKILL);
-    EXPECT_TRUE(eventually([&] { return !running(); }));
-    pid_ = 0;
-  }
+                                          const std::vector<std::string>& environment = {});
+  [[nodiscard]] bool running() const { return is_running(pid_); }
+  [[nodiscard]] bool ends() const;  // whether the agent ends in time
+  void kill_agent();                // if it runs
+
+  // Whether the agent's debug log contains the text, now or before the timeout.
+  [[nodiscard]] static bool logged(const std::string& text);
+  [[nodiscard]] static bool becomes_logged(const std::string& text);
 
   inline static TestAuthority* authority;
   inline static Desk* desk;

@@ -1,4 +1,4 @@
-// The boards' files, the agent's folder, and the reading of a stream.
+// Sets up the boards and the agent's folder, and reads streams.
 #include "e2e/support/stream_fixture.h"
 
 #include <algorithm>
@@ -21,11 +21,6 @@ using vlk::Msg;
 
 constexpr char kDoubles[] = VANTELINK_SOURCE_DIR "/build/windows/tests/doubles/";
 constexpr std::size_t kStampSize = 8;
-
-std::string windows_path(std::string path) {
-  std::replace(path.begin(), path.end(), '/', '\\');
-  return "Z:" + path;
-}
 
 std::string folder() {
   return VANTELINK_SOURCE_DIR "/build/e2e/" + std::to_string(::getpid());
@@ -61,14 +56,14 @@ std::string config_text(const std::string& codec, int width, int height, int mon
 void StreamTest::SetUpTestSuite() {
   AgentTest::SetUpTestSuite();
   fs::create_directories(folder());
-  // Beside the executable, as no other place is looked at before Wine's own.
+  // The doubles lie beside the executable: Wine searches no other folder before its own libraries.
   fs::copy_file(kAgent, folder() + "/VantelinkAgent.exe", fs::copy_options::overwrite_existing);
   for (const char* const name : {"dxgi.dll", "d3d11.dll"})
     fs::copy_file(std::string(kDoubles) + name, folder() + '/' + name, fs::copy_options::overwrite_existing);
   desktop = new SharedBoard<DesktopBoard>(folder() + "/desktop");
   codec = new SharedBoard<CodecBoard>(folder() + "/codec");
   registered.clear();
-  // Away from the pictures, in case that the pointer is drawn before it is hidden.
+  // Moves the pointer out of the pictures, since it may be drawn before it is hidden.
   run(". '" + desk->folder() + "/env' && xdotool mousemove 1275 715");
 }
 
@@ -87,13 +82,13 @@ void StreamTest::SetUp() {
   agent_ = folder() + "/VantelinkAgent.exe";
   environment_ = {
       "WINEDLLOVERRIDES=mscoree,mshtml,winedbg.exe=;dxgi,d3d11=n,b",
-      std::string(vantelink_doubles::kDesktopBoardVariable) + "=" + windows_path(folder() + "/desktop"),
-      std::string(vantelink_doubles::kCodecBoardVariable) + "=" + windows_path(folder() + "/codec")};
+      std::string(vantelink_doubles::kDesktopBoardVariable) + "=" + wine_path(folder() + "/desktop"),
+      std::string(vantelink_doubles::kCodecBoardVariable) + "=" + wine_path(folder() + "/codec")};
 }
 
 void StreamTest::register_encoders(const std::string& kinds) {
   if (registered == kinds + ".") return;
-  const std::string library = windows_path(std::string(kDoubles) + "h264.dll");
+  const std::string library = wine_path(std::string(kDoubles) + "h264.dll");
   ASSERT_EQ(desk->exec({"regsvr32", "/s", "/n", "/i:" + kinds, library}), 0);
   registered = kinds + ".";
 }
@@ -110,7 +105,7 @@ void StreamTest::set_outputs(const std::vector<Area>& areas) {
   (*desktop)->output_count = static_cast<std::int32_t>(areas.size());
 }
 
-void StreamTest::say(Msg type, const std::string& payload) {
+void StreamTest::send(Msg type, const std::string& payload) {
   peer_->send_envelope(type, kSession, payload);
 }
 
@@ -121,13 +116,13 @@ void StreamTest::start_stream(const std::string& settings) {
   }
   last_time_.reset();
   config_.clear();
-  say(Msg::StreamStart, settings);
-  say(Msg::CursorVisibility, R"({"show":0})");
+  send(Msg::StreamStart, settings);
+  send(Msg::CursorVisibility, R"({"show":0})");
 }
 
-StreamedFrame StreamTest::next_frame(Milliseconds patience) {
+StreamedFrame StreamTest::next_frame(Milliseconds timeout) {
   StreamedFrame frame;
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
   for (;;) {
     const auto left = std::chrono::duration_cast<Milliseconds>(deadline - std::chrono::steady_clock::now());
     const Envelope envelope = peer_->read_envelope(std::max(left, Milliseconds(0)));
@@ -139,8 +134,8 @@ StreamedFrame StreamTest::next_frame(Milliseconds patience) {
     }
     if (envelope.type != static_cast<std::uint8_t>(Msg::StreamFrame)) continue;
     EXPECT_EQ(envelope.session_id, kSession);
-    EXPECT_NE(config_, "") << "a frame without an announcement";
-    if (envelope.payload.size() <= kStampSize) throw std::runtime_error("a frame without content");
+    EXPECT_NE(config_, "") << "a frame came before the first announcement";
+    if (envelope.payload.size() <= kStampSize) throw std::runtime_error("a frame has no content");
     for (std::size_t i = 0; i < kStampSize; ++i)
       frame.time |= static_cast<std::int64_t>(envelope.payload[i]) << (8 * i);
     EXPECT_GT(frame.time, last_time_.value_or(-1));
@@ -162,12 +157,18 @@ StreamedFrame StreamTest::next_announced() {
   return frame;
 }
 
-bool StreamTest::answers(Milliseconds patience) {
+StreamedFrame StreamTest::next_announced(const std::string& config) {
+  const StreamedFrame frame = next_announced();
+  EXPECT_EQ(frame.configs, std::vector{config});
+  return frame;
+}
+
+bool StreamTest::answers(Milliseconds timeout) {
   static int calls = 0;
   const std::string question = "there? " + std::to_string(++calls);
-  say(Msg::Heartbeat, question);
+  send(Msg::Heartbeat, question);
   try {
-    while (text_of(peer_->read_until(Msg::Heartbeat, patience)) != question) {
+    while (text_of(peer_->read_until(Msg::Heartbeat, timeout)) != question) {
     }
     return true;
   } catch (const std::runtime_error&) {
@@ -175,8 +176,8 @@ bool StreamTest::answers(Milliseconds patience) {
   }
 }
 
-std::vector<std::uint32_t> StreamTest::numbers(const StreamedFrame& frame, std::uint32_t output) {
-  constexpr double kLikeness = 30;  // decibels
+std::vector<std::uint32_t> StreamTest::check_pictures(const StreamedFrame& frame, std::uint32_t output) {
+  constexpr double kLeastSimilarity = 30;  // decibels
   const bool jpeg = frame.units.empty();
   if (!decoder_) decoder_ = std::make_unique<VideoDecoder>(jpeg ? VideoCodec::Jpeg : VideoCodec::H264);
   std::vector<Bytes> parts;
@@ -188,9 +189,9 @@ std::vector<std::uint32_t> StreamTest::numbers(const StreamedFrame& frame, std::
     const Picture picture = decoder_->decode(part);
     const std::string size =
         R"("w":)" + std::to_string(picture.width) + R"(,"h":)" + std::to_string(picture.height) + ',';
-    EXPECT_NE(config_.find(size), std::string::npos) << config_ << " is " << size;
+    EXPECT_NE(config_.find(size), std::string::npos) << config_ << " announced a picture with " << size;
     found.push_back(number_of(picture));
-    EXPECT_GT(likeness(picture, found.back(), output), kLikeness) << "picture " << found.back();
+    EXPECT_GT(similarity(picture, found.back(), output), kLeastSimilarity) << "picture " << found.back();
   }
   return found;
 }

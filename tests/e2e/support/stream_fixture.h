@@ -1,5 +1,6 @@
-// The executable with the doubles beside it: a scripted desktop that it duplicates and an H.264 encoder that
-// the test chooses, with the boards on which the test sets what both do.
+// The shipped executable with the doubles of Windows' libraries beside it: a scripted desktop that it
+// duplicates, and H.264 encoders that the test chooses. The test controls both through boards in shared
+// memory.
 #pragma once
 
 #include <optional>
@@ -12,7 +13,7 @@
 
 namespace vantelink_test {
 
-// A board in a file that the doubles map.
+// A board in a file that the test and the doubles map.
 template <typename Board>
 class SharedBoard {
  public:
@@ -20,19 +21,19 @@ class SharedBoard {
   ~SharedBoard();
   SharedBoard(const SharedBoard&) = delete;
   SharedBoard& operator=(const SharedBoard&) = delete;
-  void clear();  // only while no agent runs
+  void clear();  // not while an agent runs
   Board* operator->() const { return board_; }
 
  private:
   Board* board_;
 };
 
-// A message of the stream.
+// One message of the stream, and the announcements before it.
 struct StreamedFrame {
-  std::vector<std::string> configs;  // announcements since the frame before, as they came
+  std::vector<std::string> configs;  // announcements since the previous frame, in their order
   std::int64_t time = 0;             // microseconds
-  Bytes data;                        // without the time
-  std::vector<AccessUnit> units;     // while the stream is H.264
+  Bytes data;                        // the message without the time
+  std::vector<AccessUnit> units;     // of an H.264 stream; empty for JPEG
 
   bool key() const { return !units.empty() && units.front().key; }
 };
@@ -45,41 +46,45 @@ class StreamTest : public AgentTest {
   static void TearDownTestSuite();
   void SetUp() override;
 
-  // Which encoders the system has: words out of "sync" and "async".
+  // Registers these encoders and no others: "sync", "async", both with a blank between, or none.
   static void register_encoders(const std::string& kinds);
 
-  // Outputs in the order of the walk, the second and later on the second adapter.
+  // Sets the outputs in the order in which Windows enumerates them: the first on the first adapter, all
+  // others on the second.
   struct Area {
     int left, top, width, height;
   };
   void set_outputs(const std::vector<Area>& areas);
 
-  // Connects an agent, starts its stream with the pointer hidden, and remembers the connection.
+  // Starts the stream, with the pointer hidden. Starts an agent first if none is connected.
   void start_stream(const std::string& settings = R"({"max_fps":30})");
-  void say(vlk::Msg type, const std::string& payload = {});
+  void send(vlk::Msg type, const std::string& payload = {});
 
-  // The next frame. Judges what holds for all: session, rising times, whole pictures, parameter sets before
-  // key frames, the codec that was announced.
-  StreamedFrame next_frame(Milliseconds patience = kPatience);
-  // Passes over frames up to the next announcement; the frame that follows it.
+  // Reads the next frame and checks what holds for each: the session, rising times, complete pictures,
+  // parameter sets before key frames and only there, the announced codec.
+  StreamedFrame next_frame(Milliseconds timeout = kPatience);
+  // Reads up to the first frame after the next announcement.
   StreamedFrame next_announced();
-  // Whether the agent's connection thread is at work: it answers.
-  bool answers(Milliseconds patience = kPatience);
+  // The same; there must be one announcement, and it must be this one.
+  StreamedFrame next_announced(const std::string& config);
+  // Whether the agent's connection thread answers a heartbeat before the timeout.
+  [[nodiscard]] bool answers(Milliseconds timeout = kPatience);
 
-  // Decodes and compares with the scripted desktop; the number of each picture in the frame.
-  std::vector<std::uint32_t> numbers(const StreamedFrame& frame, std::uint32_t output = 0);
+  // Decodes the frame's pictures, compares them with the scripted desktop and returns the number in each.
+  std::vector<std::uint32_t> check_pictures(const StreamedFrame& frame, std::uint32_t output = 0);
 
-  inline static std::string registered;
+  inline static std::string
+      registered;  // encoders, followed by a full stop; empty before the first registration
   inline static SharedBoard<vantelink_doubles::DesktopBoard>* desktop;
   inline static SharedBoard<vantelink_doubles::CodecBoard>* codec;
-  std::vector<std::string> environment_;  // of the agent
+  std::vector<std::string> environment_;  // of agents that start_stream() starts
   std::unique_ptr<ServerConnection> peer_;
-  std::string config_;  // the last one
-  std::optional<std::int64_t> last_time_;
+  std::string config_;                     // the last announcement
+  std::optional<std::int64_t> last_time_;  // of a frame of this stream
   std::unique_ptr<VideoDecoder> decoder_;
 };
 
-// The announcement of a stream.
+// The announcement (StreamConfig) of a stream.
 std::string config_text(const std::string& codec, int width, int height, int monitor = 0);
 
 }  // namespace vantelink_test

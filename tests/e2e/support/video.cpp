@@ -1,4 +1,4 @@
-// By way of FFmpeg's decoders.
+// Splits byte streams, calls FFmpeg's decoders and compares pictures.
 #include "e2e/support/video.h"
 
 extern "C" {
@@ -21,7 +21,7 @@ void require(bool condition, const char* what) {
   if (!condition) throw std::runtime_error(what);
 }
 
-// Where the unit behind the next start code begins; the size when there is none.
+// The position after the next start code; the stream's size when there is none.
 std::size_t next_unit(const Bytes& stream, std::size_t from) {
   for (std::size_t i = from; i + 3 < stream.size(); ++i) {
     if (stream[i] == 0 && stream[i + 1] == 0 && stream[i + 2] == 1) return i + 3;
@@ -53,14 +53,14 @@ std::vector<AccessUnit> access_units(const Bytes& stream) {
   while (at < stream.size()) {
     const std::uint8_t type = stream[at] & 0x1F;
     const std::size_t following = next_unit(stream, at);
-    // The zero that makes a start code four bytes long belongs to it.
+    // A zero before the start code is part of it: start codes have three or four bytes.
     std::size_t end = following == stream.size() ? following : following - 3;
     if (end < stream.size() && stream[end - 1] == 0) --end;
     sequence_set |= type == kSequenceSet;
     picture_set |= type == kPictureSet;
     if (type == kSlice || type == kRefreshSlice) {
-      // The number of the slice's first macroblock is 0: a bit alone.
-      require(at + 1 < stream.size() && (stream[at + 1] & 0x80) != 0, "a picture of several slices");
+      // The first bit is set when the slice's first macroblock is the picture's first.
+      require(at + 1 < stream.size() && (stream[at + 1] & 0x80) != 0, "a picture has several slices");
       unit.bytes.assign(stream.begin() + static_cast<std::ptrdiff_t>(begin),
                         stream.begin() + static_cast<std::ptrdiff_t>(end));
       unit.key = type == kRefreshSlice;
@@ -72,7 +72,7 @@ std::vector<AccessUnit> access_units(const Bytes& stream) {
     }
     at = following;
   }
-  require(begin == stream.size(), "something stands behind the last picture");
+  require(begin == stream.size(), "there are bytes after the last picture");
   return units;
 }
 
@@ -85,12 +85,12 @@ struct VideoDecoder::State {
 VideoDecoder::VideoDecoder(VideoCodec codec) : state_(std::make_unique<State>()) {
   const AVCodec* const decoder =
       avcodec_find_decoder(codec == VideoCodec::H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
-  require(decoder != nullptr, "FFmpeg has no such decoder");
+  require(decoder != nullptr, "FFmpeg does not have the decoder");
   state_->context = avcodec_alloc_context3(decoder);
   state_->context->thread_count = 1;
   state_->context->flags |= AV_CODEC_FLAG_LOW_DELAY;
   state_->context->err_recognition = AV_EF_EXPLODE;
-  require(avcodec_open2(state_->context, decoder, nullptr) == 0, "the decoder does not open");
+  require(avcodec_open2(state_->context, decoder, nullptr) == 0, "FFmpeg cannot open the decoder");
   state_->packet = av_packet_alloc();
   state_->frame = av_frame_alloc();
 }
@@ -106,10 +106,10 @@ Picture VideoDecoder::decode(const Bytes& unit) {
   padded.resize(unit.size() + AV_INPUT_BUFFER_PADDING_SIZE);
   state_->packet->data = padded.data();
   state_->packet->size = static_cast<int>(unit.size());
-  require(avcodec_send_packet(state_->context, state_->packet) == 0, "the decoder found a fault");
+  require(avcodec_send_packet(state_->context, state_->packet) == 0, "the decoder refuses the data");
   const AVFrame& frame = *state_->frame;
-  require(avcodec_receive_frame(state_->context, state_->frame) == 0, "the decoder shows nothing");
-  require(frame.decode_error_flags == 0, "the decoder concealed a fault");
+  require(avcodec_receive_frame(state_->context, state_->frame) == 0, "the decoder returns no picture");
+  require(frame.decode_error_flags == 0, "the decoder concealed an error");
   require(frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P,
           "the picture is not 4:2:0");
   Picture picture;
@@ -129,7 +129,7 @@ std::uint32_t number_of(const Picture& picture) {
   return vantelink_doubles::read_number(picture.y.data(), static_cast<std::size_t>(picture.width));
 }
 
-double likeness(const Picture& picture, std::uint32_t number, std::uint32_t output) {
+double similarity(const Picture& picture, std::uint32_t number, std::uint32_t output) {
   const auto width = static_cast<std::size_t>(picture.width),
              height = static_cast<std::size_t>(picture.height);
   Bytes expected(width * height * 4);

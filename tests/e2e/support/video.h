@@ -1,5 +1,5 @@
-// Looks at what an agent streams with a decoder that is not ours: what H.264 messages consist of, what they
-// show, and how near that is to the scripted picture.
+// Examines the streamed video with FFmpeg's decoders: the structure of H.264 messages, the pictures in them,
+// and how similar those are to the pictures of the scripted desktop.
 #pragma once
 
 #include <cstdint>
@@ -10,20 +10,20 @@ namespace vantelink_test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// One coded picture of a byte stream, with all that precedes it.
+// One coded picture of a byte stream, with the units that precede it.
 struct AccessUnit {
   Bytes bytes;
   bool key = false;             // an instantaneous decoder refresh
-  bool parameter_sets = false;  // a sequence and a picture parameter set stand before the picture
+  bool parameter_sets = false;  // a sequence and a picture parameter set precede the picture
 };
 
-// Takes a byte stream of one slice a picture apart. Throws std::runtime_error on anything else.
+// Splits a byte stream with one slice a picture. Throws std::runtime_error when the stream has another form.
 std::vector<AccessUnit> access_units(const Bytes& stream);
 
 // Planes of 8-bit samples, without padding; the chroma planes have half the width and height, rounded up.
 struct Picture {
   int width = 0, height = 0;
-  bool full_range = false;  // as JPEG has it; otherwise 16 to 235
+  bool full_range = false;  // luma from 0 to 255, as in JPEG, instead of 16 to 235
   Bytes y, u, v;
 };
 
@@ -36,8 +36,8 @@ class VideoDecoder {
   VideoDecoder(const VideoDecoder&) = delete;
   VideoDecoder& operator=(const VideoDecoder&) = delete;
 
-  // The picture that this access unit or file shows. Throws std::runtime_error when the decoder finds any
-  // fault, or gives no picture or another than the next.
+  // Decodes an access unit or a JPEG file. Throws std::runtime_error when the decoder reports an error or
+  // returns no picture at once.
   Picture decode(const Bytes& unit);
 
  private:
@@ -45,11 +45,11 @@ class VideoDecoder {
   std::unique_ptr<State> state_;
 };
 
-// Number that the scripted desktop wrote into its picture.
+// The number that the scripted desktop wrote into its picture.
 std::uint32_t number_of(const Picture& picture);
 
-// Likeness to the scripted desktop's picture of that number on that output, in decibels over blue, green and
-// red.
-double likeness(const Picture& picture, std::uint32_t number, std::uint32_t output);
+// The picture's similarity to the scripted desktop's picture with that number on that output: the peak
+// signal-to-noise ratio over blue, green and red, in decibels.
+double similarity(const Picture& picture, std::uint32_t number, std::uint32_t output);
 
 }  // namespace vantelink_test

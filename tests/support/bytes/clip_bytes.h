@@ -1,4 +1,5 @@
-// The bytes of clipboard messages and of the clipboard's own blocks, written out by hand.
+// Bytes of clipboard messages and of Windows' clipboard blocks, formed by hand. Tests under Windows include
+// this file without the support library, so it has no .cpp.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +9,7 @@
 
 namespace vantelink_test {
 
-// Big-endian, `size` bytes.
+// The value as `size` bytes, big-endian.
 inline std::string number(std::uint64_t value, std::size_t size) {
   std::string bytes;
   for (std::size_t i = size; i-- > 0;)
@@ -16,12 +17,12 @@ inline std::string number(std::uint64_t value, std::size_t size) {
   return bytes;
 }
 
-// One file of a list.
+// One file in a message's list of files.
 inline std::string record(std::string_view name, std::string_view data) {
   return number(name.size(), 4).append(name) + number(data.size(), 8).append(data);
 }
 
-// What stands in front of the paths in a block of CF_HDROP.
+// The header of a CF_HDROP block, which the paths follow.
 inline const std::string kDropHeader("\x14\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\1\0\0\0", 20);
 
 }  // namespace vantelink_test

@@ -1,4 +1,5 @@
-// A file as a test compares it.
+// Whole files as strings. Programs for Windows include this file without the support library, so it has no
+// .cpp.
 #pragma once
 
 #include <filesystem>
@@ -8,7 +9,7 @@
 
 namespace vantelink_test {
 
-// All of the file; empty when there is none.
+// The file's contents; empty when there is no such file.
 inline std::string file_bytes(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};

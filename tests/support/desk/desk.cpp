@@ -1,6 +1,7 @@
-// Desks by way of tools/desk.
+// Runs tools/desk for each operation.
 #include "support/desk/desk.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +34,11 @@ std::string joined(const std::vector<std::string>& words, const std::string& pre
 }
 
 }  // namespace
+
+std::string wine_path(std::string path) {
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return "Z:" + path;
+}
 
 std::string run(const std::string& command) {
   std::FILE* const pipe = ::popen(command.c_str(), "r");
@@ -78,13 +84,13 @@ std::string Desk::host(const std::string& command) const {
   return run(". " + quoted(folder_ + "/env") + "; " + command);
 }
 
-void Desk::shot(const std::string& file) const {
+void Desk::screenshot(const std::string& file) const {
   run(tool("shot") + quoted(folder_) + ' ' + quoted(file));
 }
 
 void Desk::set(const std::string& name, const std::string& type, const std::string& data) const {
   if (exec({"reg", "add", kAgentKey, "/v", name, "/t", type, "/d", data, "/f"}) != 0) {
-    throw std::runtime_error("cannot set " + name);
+    throw std::runtime_error("cannot set the registry value " + name);
   }
 }
 
@@ -94,7 +100,7 @@ std::string Desk::settings() const {
 }
 
 std::string Desk::debug_log() const {
-  // Without the carriage returns that Windows' text files have.
+  // Without the carriage returns at the line ends.
   return run("cat " + quoted(folder_) +
              "/prefix/drive_c/users/*/Temp/vlkagent.log 2>/dev/null | tr -d '\\r'") +
          '\n';

@@ -1,5 +1,5 @@
-// A desk for a test: a private virtual Windows desktop that ends with the object, and with the test's
-// process.
+// A desk: a private virtual display with a private Wine prefix, on which a test runs Windows programs. It
+// ends on destruction, and with the test's process at the latest.
 #pragma once
 
 #include <string>
@@ -10,30 +10,32 @@ namespace vantelink_test {
 class Desk {
  public:
   enum class Kind {
-    VirtualDesktop,    // Wine's own, with its taskbar
-    NotificationArea,  // windows of X under a window manager, beside a notification area
+    VirtualDesktop,    // Wine's virtual desktop with its taskbar
+    NotificationArea,  // X windows under a window manager, and a notification area
   };
-  // Throws std::runtime_error when there is none to be had.
+  // Throws std::runtime_error when the desk cannot be started.
   explicit Desk(Kind kind = Kind::VirtualDesktop);
   ~Desk();
   Desk(const Desk&) = delete;
   Desk& operator=(const Desk&) = delete;
 
-  // Runs a Windows program to its end; its exit status. `environment` holds NAME=VALUE texts.
-  int exec(const std::vector<std::string>& program, const std::vector<std::string>& environment = {}) const;
-  // Starts one; its process id on this host.
+  // Runs a Windows program to its end and returns its exit status. `environment` holds NAME=VALUE texts.
+  [[nodiscard]] int exec(const std::vector<std::string>& program,
+                         const std::vector<std::string>& environment = {}) const;
+  // Starts a Windows program and returns its process id on this host.
   int spawn(const std::vector<std::string>& program, const std::vector<std::string>& environment = {}) const;
-  // Runs one that must succeed; what it printed.
+  // Runs a Windows program and returns its output; throws std::runtime_error when it fails.
   std::string output(const std::vector<std::string>& program) const;
-  // Runs a command of the host, xdotool for instance, on the desk's display; what it printed.
+  // Runs a shell command of this host, for instance xdotool, with the desk's display and prefix in its
+  // environment, and returns its output; throws std::runtime_error when it fails.
   std::string host(const std::string& command) const;
-  void shot(const std::string& file) const;  // a picture of the whole desktop, PNG
+  void screenshot(const std::string& file) const;  // of the whole display, as PNG
 
-  // Sets a registry value of the agent's key.
+  // Sets a value of the agent's registry key.
   void set(const std::string& name, const std::string& type, const std::string& data) const;
-  // The agent's key as `reg query` prints it.
+  // The agent's registry key as `reg query` prints it; empty when there is no such key.
   std::string settings() const;
-  // What the debug log holds so far, with plain line feeds.
+  // The agent's debug log so far, with lines that end in a plain line feed.
   std::string debug_log() const;
 
   const std::string& folder() const { return folder_; }
@@ -42,7 +44,11 @@ class Desk {
   std::string folder_;
 };
 
-// Runs a shell command; its output without the last line feed. Throws when it fails.
+// A path of this host as programs under Wine see it: drive Z and backslashes.
+std::string wine_path(std::string path);
+
+// Runs a shell command and returns its output without the last line feed; throws std::runtime_error when it
+// fails.
 std::string run(const std::string& command);
 
 }  // namespace vantelink_test

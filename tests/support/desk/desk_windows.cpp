@@ -1,4 +1,4 @@
-// The probe's lines, taken apart; the pointer by xdotool.
+// Parses the probe's output and moves the pointer with xdotool.
 #include "support/desk/desk_windows.h"
 
 #include <fstream>
@@ -32,7 +32,9 @@ std::vector<std::vector<std::string>> probe_lines(const Desk& desk, std::vector<
 }
 
 SeenWindow seen_window(const std::vector<std::string>& fields) {
-  if (fields.size() != 15) throw std::runtime_error("the probe printed a line of another shape");
+  if (fields.size() != 15)
+    throw std::runtime_error("the probe printed a window with " + std::to_string(fields.size()) +
+                             " fields, not 15");
   const auto number = [&](std::size_t i) { return std::stoi(fields[i]); };
   const auto bits = [&](std::size_t i) { return static_cast<unsigned>(std::stoul(fields[i], nullptr, 16)); };
   SeenWindow window;
@@ -117,7 +119,7 @@ void point(const Desk& desk, int x, int y) {
 
 void click(const Desk& desk, int x, int y, int button, int times) {
   point(desk, x, y);
-  // A pause that lets both presses count as one double click, and each as a press of its own.
+  // The delay is short enough for a double click and long enough for two separate presses.
   desk.host("xdotool click --repeat " + std::to_string(times) + " --delay 60 " + std::to_string(button));
 }
 

@@ -1,4 +1,4 @@
-// The raw agent's bodies.
+// Connects, and reads and writes frames.
 #include "support/peers/raw_agent.h"
 
 #include <csignal>
@@ -20,7 +20,7 @@ RawAgent::RawAgent(unsigned short port)
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(port);
   if (::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    throw std::runtime_error("nobody listens on that port");
+    throw std::runtime_error("cannot connect to port " + std::to_string(port));
   }
   SSL_set_fd(ssl_.get(), socket_);
   if (SSL_connect(ssl_.get()) != 1) throw std::runtime_error("the TLS handshake failed");
@@ -30,11 +30,12 @@ RawAgent::RawAgent(unsigned short port)
   std::string response;
   while (response.find("\r\n\r\n") == std::string::npos) {
     char buffer[1];
-    if (SSL_read(ssl_.get(), buffer, 1) != 1) throw std::runtime_error("no answer to the upgrade");
+    if (SSL_read(ssl_.get(), buffer, 1) != 1)
+      throw std::runtime_error("the relay did not answer the upgrade request");
     response += buffer[0];
   }
   if (response.find(" 101 ") == std::string::npos)
-    throw std::runtime_error("the upgrade was refused: " + response);
+    throw std::runtime_error("the relay refused the upgrade: " + response);
 }
 
 RawAgent::~RawAgent() {

@@ -1,4 +1,4 @@
-// An agent's end of the link that sends whatever it is told, over the platform's sockets and OpenSSL.
+// The agent's end of a connection to the relay, which sends any messages and bytes that the test gives it.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,8 @@
 
 namespace vantelink_test {
 
-// Blocking; connects and upgrades in the constructor, trusting anybody. Throws std::runtime_error.
+// Uses blocking sockets and OpenSSL. The constructor connects and upgrades, and accepts any certificate; it
+// throws std::runtime_error when one of these steps fails.
 class RawAgent {
  public:
   explicit RawAgent(unsigned short port);
@@ -21,11 +22,11 @@ class RawAgent {
 
   void send(vlk::Msg type, const std::string& payload);
   void send_bytes(const std::string& bytes);  // as one binary message
-  vlk::Envelope read();                       // the next envelope; throws at the end of the connection
-  bool closed();                              // reads until the relay closes
+  vlk::Envelope read();         // the next envelope; throws std::runtime_error at the end of the connection
+  [[nodiscard]] bool closed();  // reads up to a WebSocket close frame or the end of the connection
 
  private:
-  bool fill();
+  [[nodiscard]] bool fill();  // false at the end of the connection
   int socket_ = -1;
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
   std::unique_ptr<SSL, decltype(&SSL_free)> ssl_;

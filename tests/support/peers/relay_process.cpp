@@ -1,14 +1,14 @@
-// A child process and the log that it writes.
+// Starts the child with its output in a log file, from which the port is read.
 #include "support/peers/relay_process.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <thread>
+#include <string_view>
 
 #include "support/bytes/file_bytes.h"
+#include "support/waiting.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -19,7 +19,13 @@
 namespace vantelink_test {
 namespace {
 
-constexpr std::chrono::seconds kStart{30};
+// The port in the line that reports it; 0 until that line is complete.
+int port_in(const std::string& log) {
+  constexpr std::string_view kListening = "listening on https://";
+  const std::size_t line = log.find(kListening);
+  if (line == std::string::npos || log.find('\n', line) == std::string::npos) return 0;
+  return std::atoi(log.c_str() + log.find(':', line + kListening.size()) + 1);
+}
 
 [[noreturn]] void become_relay(const std::vector<std::string>& words, const std::string& log) {
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -45,23 +51,14 @@ std::string RelayProcess::program() {
 RelayProcess::RelayProcess(const std::string& data, const std::vector<std::string>& arguments)
     : log_path_(data + "/relay.log") {
   std::filesystem::create_directories(data);
-  std::filesystem::remove(log_path_);  // an earlier one's would tell its port
+  std::filesystem::remove(log_path_);  // the log of an earlier relay holds another port
   std::vector<std::string> words = {program(), "--address", "127.0.0.1", "--port", "0", "--data", data};
   words.insert(words.end(), arguments.begin(), arguments.end());
   pid_ = ::fork();
-  if (pid_ < 0) throw std::runtime_error("cannot start a process");
+  if (pid_ < 0) throw std::runtime_error("cannot start the relay: fork failed");
   if (pid_ == 0) become_relay(words, log_path_);
-  const auto deadline = std::chrono::steady_clock::now() + kStart;
-  while (port_ == 0) {
-    const std::string text = log();
-    const std::size_t line = text.find("listening on https://");
-    if (line != std::string::npos && text.find('\n', line) != std::string::npos) {
-      port_ = std::atoi(text.c_str() + text.find(':', line + sizeof "listening on https://" - 1) + 1);
-    } else if (std::chrono::steady_clock::now() > deadline) {
-      throw std::runtime_error("the relay does not listen: " + text);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+  const bool listens = eventually([&] { return (port_ = port_in(log())) != 0; });
+  if (!listens) throw std::runtime_error("the relay does not listen: " + log());
 }
 
 RelayProcess::~RelayProcess() {

@@ -1,4 +1,4 @@
-// The relay's own program, for tests that need all of it.
+// The relay's executable as a child process, for tests of the whole program.
 #pragma once
 
 #include <string>
@@ -8,21 +8,22 @@
 
 namespace vantelink_test {
 
-// Runs as long as the object, and not longer than the test's process. Listens on a free port of this machine.
+// Runs until destruction, and ends with the test's process at the latest. Listens on a free port of the
+// loopback address.
 class RelayProcess {
  public:
-  // `data` is its data folder, `arguments` what it gets besides. Throws std::runtime_error when it does not
-  // listen in time.
+  // `data` is the relay's data folder; `arguments` are given to it besides address, port and data folder.
+  // Throws std::runtime_error when it does not listen in time.
   RelayProcess(const std::string& data, const std::vector<std::string>& arguments);
   ~RelayProcess();
   RelayProcess(const RelayProcess&) = delete;
   RelayProcess& operator=(const RelayProcess&) = delete;
 
-  // Its path: it lies in the tree that the test was built in.
+  // The executable's path, in the build tree of the test.
   static std::string program();
   int port() const { return port_; }
-  std::string log() const;  // so far
-  // How often the log holds the text.
+  std::string log() const;  // all that the relay has logged so far
+  // The number of times that the text occurs in the log.
   int logged(const std::string& text) const;
 
  private:

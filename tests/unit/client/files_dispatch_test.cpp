@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/bytes/file_requests.h"
+#include "support/peers/file_requests.h"
 #include "support/temp_folder.h"
 #include "unit/support/link_fixture.h"
 #include "wire/json.h"

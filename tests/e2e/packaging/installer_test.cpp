@@ -1,12 +1,17 @@
-// The installer on a desk: fresh, as an update, failing, and gone again.
+// The installer: new installations, updates, failures, and removal.
+#include <filesystem>
+
 #include "e2e/support/installer_fixture.h"
+#include "update/version.h"
+
+#include <signal.h>
 
 namespace vantelink_test {
 namespace {
 
 using vlk::Msg;
 
-TEST_F(InstallerTest, SilentlyInstallsTheServiceAndLeavesOnlySettingsWhenItGoes) {
+TEST_F(InstallerTest, SilentlyInstallsTheServiceAndRemovalLeavesOnlyTheSettings) {
   const auto before = files();
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   auto peer = greeted();
@@ -21,16 +26,15 @@ TEST_F(InstallerTest, SilentlyInstallsTheServiceAndLeavesOnlySettingsWhenItGoes)
       added(before).contains("/ProgramData/Microsoft/Windows/Start Menu/Programs/Maravek Remote "
                              "Support.lnk"));
   EXPECT_TRUE(eventually([&] { return desk->settings().find("id-1") != std::string::npos; }));
-  // As the agent itself writes it when unattended access is switched on.
-  desk->exec({"reg", "add", kRunKey, "/v", "VantelinkAgent", "/d",
-              '"' + std::string(kInstalledPath) + "\" --unattended", "/f"});
+  // The entry that the agent writes when unattended access is enabled.
+  set_run_entry('"' + std::string(kInstalledPath) + "\" --unattended");
 
   uninstall();
   EXPECT_TRUE(gone("VantelinkAgent.exe"));
   EXPECT_FALSE(service_exists());
   EXPECT_FALSE(key_exists(kUninstallKey));
-  EXPECT_NE(desk->settings().find("id-1"), std::string::npos) << "the settings stay";
-  EXPECT_EQ(desk->exec({"reg", "query", kRunKey, "/v", "VantelinkAgent"}), 1);
+  EXPECT_NE(desk->settings().find("id-1"), std::string::npos) << "the settings were removed";
+  EXPECT_FALSE(run_entry_exists());
   for (const std::string& name : added(before))
     EXPECT_NE(name.find("/Temp/vlkagent.log"), std::string::npos) << name << " was left";
 }
@@ -44,14 +48,14 @@ TEST_F(InstallerTest, WithoutTheServiceTheAgentRunsForTheUser) {
                         "C:\\ProgramData\\Microsoft\\Windows\\Start "
                         "Menu\\Programs\\Maravek Remote Support.lnk"}),
             1);
-  // An autostart entry of another copy is not this installation's.
-  desk->exec({"reg", "add", kRunKey, "/v", "VantelinkAgent", "/d", "\"C:\\other.exe\" --unattended", "/f"});
+  // An autostart entry of another copy does not belong to this installation.
+  set_run_entry("\"C:\\other.exe\" --unattended");
   uninstall();
   EXPECT_TRUE(peer->wait_closed());
-  EXPECT_EQ(desk->exec({"reg", "query", kRunKey, "/v", "VantelinkAgent"}), 0);
+  EXPECT_TRUE(run_entry_exists());
 }
 
-TEST_F(InstallerTest, ServiceCanBeTakenAwayAndGivenBack) {
+TEST_F(InstallerTest, ServiceCanBeRemovedAndInstalledAgain) {
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   greeted();
   ASSERT_EQ(setup(old_setup, {"/S", "/NOSERVICE"}), 0);
@@ -63,28 +67,28 @@ TEST_F(InstallerTest, ServiceCanBeTakenAwayAndGivenBack) {
   EXPECT_EQ(processes(kChild).size(), 1u);
 }
 
-TEST_F(InstallerTest, SilentUpdateKeepsWhatIsInstalled) {
+TEST_F(InstallerTest, SilentUpdateKeepsTheServiceAndReplacesTheAgent) {
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE", "/NOSTARTMENU"}), 0);
   greeted();
   ASSERT_EQ(setup(new_setup), 0);
   greeted();
   EXPECT_EQ(installed_version(), kNewVersion);
-  EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+  EXPECT_TRUE(installed_is(new_agent));
   EXPECT_EQ(processes(kChild).size(), 1u);
-  EXPECT_EQ(files_of_installation(), 2) << "nothing in between is left";
+  EXPECT_EQ(installed_files(), 2) << "temporary files were left";
 }
 
-TEST_F(InstallerTest, AgentComesBackForTheUserWhereTheServiceCannotBeStarted) {
+TEST_F(InstallerTest, AgentStartsForTheUserWhenTheServiceCannotBeStarted) {
   ASSERT_EQ(setup(old_setup), 0);
   greeted();
   add_disabled_service();
   EXPECT_EQ(setup(new_setup), 0);
   greeted();
-  EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+  EXPECT_TRUE(installed_is(new_agent));
   EXPECT_TRUE(processes(kChild).empty());
 }
 
-TEST_F(InstallerTest, ServiceThatCannotBeMadeIsToldAndTheAgentRunsForTheUser) {
+TEST_F(InstallerTest, FailureToCreateTheServiceIsReportedAndTheAgentRunsForTheUser) {
   const DisplayNameTaken taken;
   EXPECT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 2);
   greeted();
@@ -92,18 +96,18 @@ TEST_F(InstallerTest, ServiceThatCannotBeMadeIsToldAndTheAgentRunsForTheUser) {
   EXPECT_TRUE(installed_is(kAgent));
 }
 
-TEST_F(InstallerTest, UninstallerInUseStaysAndTheAgentIsReplaced) {
+TEST_F(InstallerTest, UninstallerInUseIsKeptAndTheAgentIsReplaced) {
   ASSERT_EQ(setup(old_setup), 0);
   greeted();
   const int holder = hold_file(*desk, "C:\\Program Files\\Maravek\\Vantelink\\Uninstall.exe");
   EXPECT_EQ(setup(new_setup), 0);
   ::kill(holder, SIGKILL);
   greeted();
-  EXPECT_TRUE(installed_is(folder + "/newer.exe"));
-  EXPECT_EQ(files_of_installation(), 2) << "nothing in between is left";
+  EXPECT_TRUE(installed_is(new_agent));
+  EXPECT_EQ(installed_files(), 2) << "temporary files were left";
 }
 
-TEST_F(InstallerTest, FileInUseLeavesTheOldVersionWorking) {
+TEST_F(InstallerTest, ExecutableInUseLeavesTheOldVersionWorking) {
   for (const bool service : {true, false}) {
     ASSERT_EQ(setup(old_setup, {"/S", service ? "/SERVICE" : "/NOSERVICE"}), 0);
     greeted();
@@ -115,38 +119,38 @@ TEST_F(InstallerTest, FileInUseLeavesTheOldVersionWorking) {
     EXPECT_TRUE(installed_is(kAgent));
     EXPECT_EQ(installed_version(), vlk::agent::kUpdateVersion);
     EXPECT_EQ(processes(kChild).size(), service ? 1u : 0u);
-    EXPECT_EQ(files_of_installation(), 2);
-    EXPECT_EQ(setup(new_setup), 0) << "once the file is free";
+    EXPECT_EQ(installed_files(), 2);
+    EXPECT_EQ(setup(new_setup), 0) << "the update fails although the file is free";
     greeted();
-    EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+    EXPECT_TRUE(installed_is(new_agent));
   }
 }
 
 TEST_F(InstallerTest, FullDiskLeavesTheOldVersionRunning) {
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   auto peer = greeted();
-  EXPECT_EQ(setup_on_a_full_disk(new_setup), "2");
+  EXPECT_EQ(setup_on_full_disk(new_setup), "2");
   EXPECT_TRUE(installed_is(kAgent));
   EXPECT_EQ(installed_version(), vlk::agent::kUpdateVersion);
-  EXPECT_EQ(files_of_installation(), 2);
+  EXPECT_EQ(installed_files(), 2);
   peer->send_envelope(Msg::Heartbeat, 0, "never stopped");
   EXPECT_EQ(text_of(peer->read_until(Msg::Heartbeat)), "never stopped");
 }
 
-TEST_F(InstallerTest, AgentThatEndedForAnUpdateComesBackFromAFullDisk) {
+TEST_F(InstallerTest, AgentThatEndedForAnUpdateIsStartedAgainWhenTheDiskIsFull) {
   ASSERT_EQ(setup(old_setup), 0);
-  for (const bool service : {false, true}) {  // one that does not run
+  for (const bool service : {false, true}) {  // in the second round there is a service that cannot run
     if (service) add_disabled_service();
     greeted();
     kill_agents();
-    EXPECT_EQ(setup_on_a_full_disk(new_setup), "2");
+    EXPECT_EQ(setup_on_full_disk(new_setup), "2");
   }
   greeted();
   EXPECT_TRUE(installed_is(kAgent));
 }
 
-TEST_F(InstallerTest, FullDiskLeavesNothingOfANewInstallation) {
-  EXPECT_EQ(setup_on_a_full_disk(old_setup), "2");
+TEST_F(InstallerTest, NewInstallationOnAFullDiskLeavesNothing) {
+  EXPECT_EQ(setup_on_full_disk(old_setup), "2");
   EXPECT_FALSE(std::filesystem::exists(desk->folder() + "/prefix/drive_c/Program Files/Maravek"));
   EXPECT_FALSE(service_exists());
   EXPECT_FALSE(key_exists(kUninstallKey));

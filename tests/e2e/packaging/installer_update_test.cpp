@@ -1,20 +1,27 @@
-// The installer as people meet it: through an agent's offer, from the relay to the newer agent's log-in, and
-// as a wizard in both languages.
+// The installer as users meet it: offered by an agent, from the relay's manifest to the log-in of the newer
+// agent, and as a wizard in both languages.
+#include <filesystem>
+#include <fstream>
+
+#include "config/config.h"
 #include "e2e/support/installer_fixture.h"
+#include "support/bytes/file_bytes.h"
 #include "support/peers/relay_process.h"
+#include "update/version.h"
 
 namespace vantelink_test {
 namespace {
 
-constexpr int kUpdateButton = 101;  // of the agent's question
-constexpr int kNextButton = 1;      // of the wizard, whatever it reads
+constexpr int kInstallButton = 101;  // of the agent's update dialog
+constexpr int kNextButton = 1;       // of the wizard; its text changes from page to page
 constexpr int kCancelButton = 2;
 constexpr char kOnline[] = "online as ";  // in the relay's log
 constexpr char kOver[] = "agent disconnected";
 
 class InstallerUpdateTest : public InstallerTest {
  protected:
-  // A relay that offers the newer version and that agents trust, in the place of the scripted server.
+  // Starts a relay that offers the newer version, in place of the scripted server. Agents trust its
+  // certificate.
   void offer_from_relay() {
     const std::string data = folder + "/relay";
     std::filesystem::remove_all(data);
@@ -22,22 +29,22 @@ class InstallerUpdateTest : public InstallerTest {
         data,
         std::vector<std::string>{"--updates", folder + "/new", "--host", vlk::agent::default_server_host()});
     std::ofstream(folder + "/ca.pem") << file_bytes(data + "/relay-cert.pem");
-    lead_to(relay_->port());
+    redirect_to(relay_->port());
   }
   void TearDown() override {
     InstallerTest::TearDown();
     relay_.reset();
     std::ofstream(folder + "/ca.pem") << authority->pem();
-    remove_installer_of_agent();
+    remove_downloads();
   }
-  // What the agent downloaded stays in the user's folder.
-  static void remove_installer_of_agent() {
+  // Removes the installer that the agent has downloaded, and its log.
+  static void remove_downloads() {
     desk->host(
         "rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/VantelinkSetup-*.exe "
         "\"$WINEPREFIX\"/drive_c/users/*/Temp/vlkagent.log");
   }
 
-  // A button of a dialog on the screen, by its id; clicked once it is there.
+  // Waits for the dialog's button with this id and clicks it.
   static void press(int id) {
     SeenWindow found;
     ASSERT_TRUE(eventually([&] {
@@ -47,22 +54,22 @@ class InstallerUpdateTest : public InstallerTest {
         return true;
       }
       return false;
-    })) << "no button "
+    })) << "there is no button "
         << id;
     click(*desk, found);
   }
   void expect_update(bool service) {
     ASSERT_TRUE(eventually([&] { return relay_->logged(kOnline) == 1; })) << relay_->log();
     const std::string identity = desk->settings();
-    press(kUpdateButton);
-    // Without a further question the newer agent takes the older one's place, and is the same machine. A
-    // service starts the older one once more while the installer begins.
+    press(kInstallButton);
+    // The newer agent replaces the older one without another question and keeps its identity. A service
+    // starts the older agent once more before the installer ends it, so there may be more than two log-ins.
     EXPECT_TRUE(eventually([&] {
       return desk->debug_log().find("update: manifest agent_version=0.1.7 current=0.1.7 newer=0") !=
              std::string::npos;
     })) << desk->debug_log();
     EXPECT_TRUE(gone("VantelinkSetup"));
-    EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+    EXPECT_TRUE(installed_is(new_agent));
     EXPECT_EQ(installed_version(), kNewVersion);
     EXPECT_TRUE(eventually([&] {
       const int log_ins = relay_->logged(kOnline);
@@ -75,29 +82,29 @@ class InstallerUpdateTest : public InstallerTest {
   std::unique_ptr<RelayProcess> relay_;
 };
 
-TEST_F(InstallerUpdateTest, OfferTakenFromTheRelayBringsTheNewerAgentUnderTheService) {
+TEST_F(InstallerUpdateTest, RelaysOfferInstallsTheNewerAgentUnderTheService) {
   offer_from_relay();
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   expect_update(true);
 }
 
-TEST_F(InstallerUpdateTest, OfferTakenFromTheRelayBringsTheNewerAgentToTheUser) {
+TEST_F(InstallerUpdateTest, RelaysOfferInstallsTheNewerAgentForTheUser) {
   offer_from_relay();
   ASSERT_EQ(setup(old_setup, {"/S"}), 0);
   expect_update(false);
 }
 
-TEST_F(InstallerUpdateTest, OlderInstallerIsNoUpdateAndAsks) {
+TEST_F(InstallerUpdateTest, OlderInstallerAsksBeforeItReplacesANewerAgent) {
   ASSERT_EQ(setup(new_setup), 0);
   greeted();
   const int pid = desk->spawn({old_setup});
   press(kCancelButton);
   EXPECT_TRUE(eventually([&] { return !is_running(pid); }));
-  EXPECT_TRUE(installed_is(folder + "/newer.exe"));
+  EXPECT_TRUE(installed_is(new_agent));
   EXPECT_EQ(installed_version(), kNewVersion);
 }
 
-TEST_F(InstallerUpdateTest, WizardLeadsThroughInEnglishAndIcelandic) {
+TEST_F(InstallerUpdateTest, WizardInstallsInEnglishAndIcelandic) {
   for (const bool icelandic : {false, true}) {
     std::vector<std::string> variables = {"SSL_CERT_FILE=" + folder + "/ca.pem"};
     if (icelandic) {
@@ -116,7 +123,7 @@ TEST_F(InstallerUpdateTest, WizardLeadsThroughInEnglishAndIcelandic) {
     };
     EXPECT_TRUE(shown(icelandic ? "Maravek Fjaraðstoð" : "Maravek Remote Support Setup")) << texts;
     press(kNextButton);
-    keep_shot(*desk, icelandic ? "installer-icelandic" : "installer-english");
+    keep_screenshot(*desk, icelandic ? "installer-icelandic" : "installer-english");
     press(kNextButton);
     EXPECT_TRUE(shown(icelandic ? "&Setja upp" : "&Install")) << texts;
     press(kNextButton);

@@ -1,5 +1,5 @@
-// The question whether a representative may connect: what stands on the screen, what ends it, and every byte
-// that goes to the server.
+// The prompt that asks the user whether a representative may connect: what it shows, what closes it, and
+// every message that the agent sends.
 #include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
@@ -9,7 +9,7 @@ using vlk::Msg;
 
 constexpr int kYes = 6;
 constexpr int kNo = 7;
-constexpr int kBoxText = 65535;
+constexpr int kPromptText = 65535;
 constexpr unsigned kTopmost = 0x8;           // WS_EX_TOPMOST
 constexpr unsigned kConsentCancel = 0x8009;  // WM_CONSENT_CANCEL
 
@@ -28,19 +28,19 @@ class ConsentTest : public ShellTest {
     peer_->send_envelope(Msg::SessionRequest, session, payload);
   }
 
-  struct Box {
+  struct Prompt {
     SeenWindow window;
     std::vector<SeenWindow> children;
     const SeenWindow& child(int id) const {
       for (const SeenWindow& one : children)
         if (one.id == id) return one;
-      throw std::runtime_error("the box has no control " + std::to_string(id));
+      throw std::runtime_error("the prompt has no control " + std::to_string(id));
     }
-    std::string text() const { return child(kBoxText).text; }
+    std::string text() const { return child(kPromptText).text; }
   };
-  // The boxes that stand, the highest first.
-  static std::vector<Box> boxes() {
-    std::vector<Box> all;
+  // The open prompts, the topmost first.
+  static std::vector<Prompt> prompts() {
+    std::vector<Prompt> all;
     for (const SeenWindow& window : windows_on(*desk, {kDialog})) {
       if (window.child) {
         all.back().children.push_back(window);
@@ -50,82 +50,80 @@ class ConsentTest : public ShellTest {
     }
     return all;
   }
-  static std::vector<Box> wait_for_boxes(std::size_t count) {
-    std::vector<Box> all;
+  static std::vector<Prompt> wait_for_prompts(std::size_t count) {
+    std::vector<Prompt> all;
     EXPECT_TRUE(eventually([&] {
-      all = boxes();
+      all = prompts();
       return all.size() == count && (count == 0 || (all[0].children.size() == 4 && all[0].window.visible));
     })) << all.size()
-        << " stand";
+        << " prompts are open";
     return all;
   }
-  static void answer(int button) { click(*desk, wait_for_boxes(1).at(0).child(button)); }
+  static void answer(int button) { click(*desk, wait_for_prompts(1).at(0).child(button)); }
 
   std::unique_ptr<ServerConnection> peer_;
 };
 
-TEST_F(ConsentTest, BoxNamesTheRepresentativeAndYesAccepts) {
+TEST_F(ConsentTest, PromptNamesTheRepresentativeAndYesAccepts) {
   begin();
   request(7, R"({"rep_name":"Guðrún Ósk"})");
-  const Box box = wait_for_boxes(1).at(0);
-  EXPECT_EQ(box.window.text, "Maravek Remote Support");
-  EXPECT_EQ(box.text(),
+  const Prompt prompt = wait_for_prompts(1).at(0);
+  EXPECT_EQ(prompt.window.text, "Maravek Remote Support");
+  EXPECT_EQ(prompt.text(),
             "Guðrún Ósk from Maravek is requesting to connect to your computer.\\n\\n"
             "Allow this remote support session?");
-  EXPECT_TRUE(box.window.extended_style & kTopmost);
-  EXPECT_EQ(box.child(kYes).text, "&Yes");
-  EXPECT_EQ(box.child(kNo).text, "&No");
-  shot("consent-english");
+  EXPECT_TRUE(prompt.window.extended_style & kTopmost);
+  EXPECT_EQ(prompt.child(kYes).text, "&Yes");
+  EXPECT_EQ(prompt.child(kNo).text, "&No");
+  screenshot("consent-english");
   answer(kYes);
   EXPECT_EQ(line(peer_->read_envelope()), R"(67 1 7 {"session":7})");
-  wait_for_boxes(0);
+  wait_for_prompts(0);
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, NoRejectsAndANamelessRepresentativeHasAStandIn) {
+TEST_F(ConsentTest, NoRejectsAndAMissingNameIsReplaced) {
   begin({}, icelandic());
   request(0xFFFFFFFF, "{}");
-  const Box box = wait_for_boxes(1).at(0);
-  EXPECT_EQ(box.window.text, "Maravek Fjaraðstoð");
-  EXPECT_EQ(box.text(),
+  const Prompt prompt = wait_for_prompts(1).at(0);
+  EXPECT_EQ(prompt.window.text, "Maravek Fjaraðstoð");
+  EXPECT_EQ(prompt.text(),
             "A representative frá Maravek óskar eftir að tengjast tölvunni þinni.\\n\\n"
             "Leyfa þessa fjaraðstoð?");
-  shot("consent-icelandic");
+  screenshot("consent-icelandic");
   answer(kNo);
   EXPECT_EQ(line(peer_->read_envelope()), R"(68 1 4294967295 {"session":4294967295,"reason":"declined"})");
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, YesOpensTheWayForInput) {
+TEST_F(ConsentTest, YesAllowsInput) {
   begin();
   const std::string key("\x01\x04\x01\x41\x00\x00\x00\x00", 8);
   peer_->send_envelope(Msg::InputEvent, 3, key, 0);
-  EXPECT_TRUE(eventually(
-      [&] { return desk->debug_log().find("[inject] DROP: session not active\n") != std::string::npos; }));
+  EXPECT_TRUE(becomes_logged("[inject] DROP: session not active\n"));
   request(3, R"({"rep_name":"R"})");
   answer(kYes);
   peer_->read_until(Msg::SessionAccept);
   peer_->send_envelope(Msg::InputEvent, 3, key, 0);
-  EXPECT_TRUE(
-      eventually([&] { return desk->debug_log().find("[inject] SendInput n=1 OK\n") != std::string::npos; }));
+  EXPECT_TRUE(becomes_logged("[inject] SendInput n=1 OK\n"));
 }
 
-TEST_F(ConsentTest, EndOfTheSessionWithdrawsTheBoxAndStillAnswers) {
+TEST_F(ConsentTest, EndOfTheSessionClosesThePromptAndStillAnswers) {
   begin();
   request(11, R"({"rep_name":"R"})");
-  wait_for_boxes(1);
+  wait_for_prompts(1);
   peer_->send_envelope(Msg::SessionEnd, 11, "{}");
   EXPECT_EQ(line(peer_->read_envelope()), R"(68 1 11 {"session":11,"reason":"declined"})");
-  wait_for_boxes(0);
-  // Another request finds everything as at the beginning.
+  wait_for_prompts(0);
+  // A second request works like the first.
   request(12, R"({"rep_name":"S"})");
-  EXPECT_TRUE(wait_for_boxes(1).at(0).text().starts_with("S from"));
+  EXPECT_TRUE(wait_for_prompts(1).at(0).text().starts_with("S from"));
   peer_->send_envelope(Msg::SessionEnd, 12, "{}");
   EXPECT_EQ(line(peer_->read_envelope()), R"(68 1 12 {"session":12,"reason":"declined"})");
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, EndOfAnotherSessionOrOfNoneChangesNothing) {
+TEST_F(ConsentTest, EndOfAnotherOrNoSessionLeavesThePromptOpen) {
   begin();
   for (const unsigned session : {0u, 1u, 20u}) {
     post(*desk, kConsentCancel, session, 0);
@@ -133,89 +131,90 @@ TEST_F(ConsentTest, EndOfAnotherSessionOrOfNoneChangesNothing) {
   }
   expect_quiet(*peer_);
   request(20, R"({"rep_name":"R"})");
-  wait_for_boxes(1);
+  wait_for_prompts(1);
   for (const unsigned session : {0u, 19u, 21u, 20u << 8})
     peer_->send_envelope(Msg::SessionEnd, session, "");
   expect_quiet(*peer_);
-  wait_for_boxes(1);
+  wait_for_prompts(1);
   answer(kNo);
   EXPECT_EQ(line(peer_->read_envelope()), R"(68 1 20 {"session":20,"reason":"declined"})");
 }
 
-TEST_F(ConsentTest, SecondRequestStandsOverTheFirstWhichThenWaitsForTheUser) {
+TEST_F(ConsentTest, SecondPromptLiesOverTheFirstWhichThenOnlyTheUserCloses) {
   begin();
   request(31, R"({"rep_name":"First"})");
-  wait_for_boxes(1);
+  wait_for_prompts(1);
   request(32, R"({"rep_name":"Second"})");
-  const auto both = wait_for_boxes(2);
+  const auto both = wait_for_prompts(2);
   EXPECT_TRUE(both.at(0).text().starts_with("Second from")) << both.at(0).text();
   EXPECT_TRUE(both.at(1).text().starts_with("First from")) << both.at(1).text();
-  shot("consent-two");
-  // The first is not the standing one any more.
+  screenshot("consent-two");
+  // SessionEnd closes only the newest prompt, which is the second one.
   peer_->send_envelope(Msg::SessionEnd, 31, "");
   expect_quiet(*peer_);
-  wait_for_boxes(2);
+  wait_for_prompts(2);
   peer_->send_envelope(Msg::SessionEnd, 32, "");
   EXPECT_EQ(line(peer_->read_envelope()), R"(68 1 32 {"session":32,"reason":"declined"})");
-  EXPECT_TRUE(wait_for_boxes(1).at(0).text().starts_with("First from"));
+  EXPECT_TRUE(wait_for_prompts(1).at(0).text().starts_with("First from"));
   peer_->send_envelope(Msg::SessionEnd, 31, "");
   expect_quiet(*peer_);
-  wait_for_boxes(1);
+  wait_for_prompts(1);
   answer(kYes);
-  EXPECT_EQ(line(peer_->read_envelope()), R"(67 1 31 {"session":31})") << "each prompt has a copy of its own";
+  EXPECT_EQ(line(peer_->read_envelope()), R"(67 1 31 {"session":31})")
+      << "the answer names the session of the other prompt";
 }
 
-TEST_F(ConsentTest, BoxOutlivesItsConnectionAndItsAnswerIsLost) {
+TEST_F(ConsentTest, PromptOutlivesItsConnectionAndItsAnswerIsLost) {
   begin();
   request(41, R"({"rep_name":"R"})");
-  wait_for_boxes(1);
+  wait_for_prompts(1);
   peer_->abort();
-  EXPECT_TRUE(server_->has_client(kPatience)) << "the link goes on under the box";
-  EXPECT_TRUE(reads(kStatusLabel, "Connecting…")) << "and so does the window";
-  wait_for_boxes(1);
+  EXPECT_TRUE(server_->has_client(kPatience)) << "the agent does not reconnect under the prompt";
+  EXPECT_TRUE(reads(kStatusLabel, "Connecting…")) << "the window does not follow";
+  wait_for_prompts(1);
   answer(kYes);
-  wait_for_boxes(0);
-  // Not before here is there a connection again.
+  wait_for_prompts(0);
+  // The first handshake since the connection was lost.
   peer_ = server_->accept_upgraded();
   EXPECT_EQ(peer_->read_envelope().type, static_cast<std::uint8_t>(Msg::Hello));
   EXPECT_EQ(peer_->read_envelope().type, static_cast<std::uint8_t>(Msg::Enroll));
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, BoxStandsAboveAllAlsoWhileTheWindowIsHidden) {
+TEST_F(ConsentTest, PromptIsTopmostEvenWhileTheWindowIsHidden) {
   desk->spawn({"notepad"});
   EXPECT_TRUE(eventually([] { return !windows_on(*desk, {"Notepad"}).empty(); }));
   begin({"--unattended"});
   request(51, R"({"rep_name":"R"})");
-  const Box box = wait_for_boxes(1).at(0);
+  const Prompt prompt = wait_for_prompts(1).at(0);
   EXPECT_FALSE(panel().front().visible);
-  EXPECT_TRUE(box.window.visible);
-  EXPECT_EQ(window_at(*desk, box.window.screen_left + 5, box.window.screen_top + 5), kDialog);
+  EXPECT_TRUE(prompt.window.visible);
+  EXPECT_EQ(window_at(*desk, prompt.window.screen_left + 5, prompt.window.screen_top + 5), kDialog);
   answer(kYes);
   EXPECT_EQ(line(peer_->read_envelope()), R"(67 1 51 {"session":51})");
   EXPECT_FALSE(panel().front().visible);
 }
 
-TEST_F(ConsentTest, UnattendedMachineIsNotAsked) {
+TEST_F(ConsentTest, UnattendedMachineShowsNoPrompt) {
   desk->set("Unattended", "REG_DWORD", "1");
   begin();
   request(61, R"({"rep_name":"R"})");
   EXPECT_EQ(line(peer_->read_envelope()), R"(67 1 61 {"session":61})");
   expect_quiet(*peer_);
-  EXPECT_TRUE(boxes().empty());
+  EXPECT_TRUE(prompts().empty());
 }
 
-TEST_F(ConsentTest, NamesOfAnyContentAreShownAndBreakNothing) {
+TEST_F(ConsentTest, UnusualNamesAreShownInThePrompt) {
   begin();
   std::uint32_t session = 70;
   for (const std::string& name : {std::string(), std::string(3000, 'W'), std::string("\xff\xfe\x80"),
                                   std::string("%s%n&amp;\\\\"), std::string("two\\nlines")}) {
     request(++session, "{\"rep_name\":\"" + name + "\"}");
-    EXPECT_NE(wait_for_boxes(1).at(0).text().find(" from Maravek is requesting"), std::string::npos);
+    EXPECT_NE(wait_for_prompts(1).at(0).text().find(" from Maravek is requesting"), std::string::npos);
     peer_->send_envelope(Msg::SessionEnd, session, "");
     EXPECT_EQ(line(peer_->read_envelope()), "68 1 " + std::to_string(session) + " {\"session\":" +
                                                 std::to_string(session) + ",\"reason\":\"declined\"}");
-    wait_for_boxes(0);
+    wait_for_prompts(0);
   }
 }
 

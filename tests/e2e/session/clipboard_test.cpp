@@ -1,4 +1,5 @@
-// The shared clipboard of the unmodified executable, with another Windows program at the same clipboard.
+// The clipboard that a representative and the machine share, by the shipped executable. Another Windows
+// program, the probe, copies and pastes on the machine.
 #include <filesystem>
 
 #include "e2e/support/png_codec.h"
@@ -14,11 +15,13 @@ namespace fs = std::filesystem;
 using vlk::Msg;
 
 constexpr std::uint32_t kSession = 21;
-constexpr int kBitmap = 8, kText = 13, kFiles = 15;  // Windows' numbers of the formats
-constexpr Milliseconds kGuarded{400};                // surely less than what the guard lasts
-constexpr int kSide = 2048;                          // pixels of a picture of four megapixels
+constexpr int kBitmap = 8, kText = 13, kFiles = 15;  // CF_DIB, CF_UNICODETEXT, CF_HDROP
+constexpr int kSide = 2048;                          // pixels a side of a picture of four megapixels
+// The agent ignores changes of the clipboard for some time after it has set the clipboard. This time is
+// shorter.
+constexpr Milliseconds kGuarded{400};
 
-// UTF-16, little-endian, of text without characters beyond the first plane.
+// Text as UTF-16, little-endian. Characters beyond U+07FF are not supported.
 std::string utf16(const std::string& text) {
   std::string bytes;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -30,7 +33,7 @@ std::string utf16(const std::string& text) {
   return bytes;
 }
 
-const std::string kZero(2, '\0');  // that ends a text
+const std::string kZero(2, '\0');  // ends a text in UTF-16
 
 std::string mebibyte_of_text() {
   std::string text;
@@ -39,7 +42,7 @@ std::string mebibyte_of_text() {
   return text;
 }
 
-// Flat areas with noise in between, so that it is small enough for a message and no two rows are the same.
+// Flat areas with some noise: small enough for one message when compressed, and no two rows are equal.
 PngPicture four_megapixels() {
   PngPicture picture{kSide, kSide, {}};
   std::uint32_t state = 11;
@@ -54,7 +57,8 @@ PngPicture four_megapixels() {
   return picture;
 }
 
-// A top-down bitmap's block: header of 40 bytes, then blue, green, red and a fourth byte.
+// The clipboard block of a top-down bitmap: a header of 40 bytes, then blue, green, red and a fourth byte a
+// pixel.
 std::string bitmap_block(const PngPicture& picture) {
   const auto little = [](std::int32_t value) {
     const std::string bytes = number(static_cast<std::uint32_t>(value), 4);
@@ -67,7 +71,8 @@ std::string bitmap_block(const PngPicture& picture) {
          std::string(24, '\0') + pixels;
 }
 
-// What the block of CF_HDROP holds behind its header: each path with a zero, and one more zero.
+// The clipboard block of a list of files: a header, each path with a zero character, and one more zero
+// character.
 std::string drop_block(const std::vector<std::string>& paths) {
   std::string list;
   for (const std::string& path : paths)
@@ -93,16 +98,16 @@ class ClipboardTest : public ShellTest {
     peer_->read_until(Msg::StreamFrame);
   }
   void apply(const std::string& payload) { peer_->send_envelope(Msg::ClipboardData, kSession, payload, 0); }
-  static bool becomes(int format, const std::string& block) {
+  [[nodiscard]] static bool becomes(int format, const std::string& block) {
     return eventually([&] { return clipboard_block(*desk, format) == block; });
   }
-  std::string next_clip() {
+  std::string next_clipboard() {
     const vlk::Envelope envelope = peer_->read_until(Msg::ClipboardData);
     EXPECT_EQ(envelope.session_id, kSession);
     EXPECT_EQ(envelope.flags, 0);
     return text_of(envelope);
   }
-  bool clip_comes_within(Milliseconds time) {
+  [[nodiscard]] bool clipboard_comes_within(Milliseconds time) {
     try {
       peer_->read_until(Msg::ClipboardData, time);
       return true;
@@ -110,25 +115,28 @@ class ClipboardTest : public ShellTest {
       return false;
     }
   }
-  // Until the agent has handled all that was asked of it, and its window all changes of the clipboard.
+  // Returns when the agent has handled all messages of the server, and its window all changes of the
+  // clipboard.
   void settle_all() {
     peer_->settle();
     settle();
     peer_->settle();
   }
-  std::size_t clips() {
+  // The number of clipboard messages that the agent has sent so far.
+  std::size_t sent_count() {
     settle_all();
     std::size_t count = 0;
     for (const vlk::Envelope& one : peer_->received())
       count += one.type == static_cast<std::uint8_t>(Msg::ClipboardData);
     return count;
   }
-  // What is sent of the block. Copied again and again, as the guard of what was applied may still hold.
+  // Copies the block on the machine and returns the message in which the agent sends it. Repeats the copying,
+  // since the agent ignores changes shortly after it has set the clipboard itself.
   std::string sent_copy(int format, const std::string& block) {
-    const std::size_t before = clips();
+    const std::size_t before = sent_count();
     EXPECT_TRUE(eventually([&] {
       copy_to_clipboard(*desk, format, block);
-      return clips() > before;
+      return sent_count() > before;
     }));
     for (auto one = peer_->received().rbegin(); one != peer_->received().rend(); ++one)
       if (one->type == static_cast<std::uint8_t>(Msg::ClipboardData)) return text_of(*one);
@@ -146,7 +154,7 @@ TEST_F(ClipboardTest, MebibyteOfTextGoesBothWays) {
   EXPECT_TRUE(sent_copy(kText, utf16("!" + text) + kZero) == "\1!" + text);
 }
 
-TEST_F(ClipboardTest, FourMegapixelsArriveWithEveryPixelAndItsAlpha) {
+TEST_F(ClipboardTest, FourMegapixelsAreAppliedWithEveryPixelAndItsAlpha) {
   const PngPicture picture = four_megapixels();
   const std::string file = encode_png(picture);
   ASSERT_LT(file.size(), std::size_t{vlk::kMaxDecodedPayload});
@@ -158,18 +166,18 @@ TEST_F(ClipboardTest, FourMegapixelsAreSentWithEveryPixel) {
   PngPicture picture = four_megapixels();
   start_stream();
   copy_to_clipboard(*desk, kBitmap, bitmap_block(picture));
-  const std::string clip = next_clip();
-  ASSERT_EQ(clip[0], '\2');
-  const PngPicture sent = decode_png(clip.substr(1));
+  const std::string message = next_clipboard();
+  ASSERT_EQ(message[0], '\2');
+  const PngPicture sent = decode_png(message.substr(1));
   EXPECT_EQ(sent.width, kSide);
   EXPECT_EQ(sent.height, kSide);
-  // The fourth byte of such a bitmap is unused, and comes out as opaque.
+  // The fourth byte of such a bitmap is unused; the agent sends its pixels as opaque.
   for (std::size_t at = 3; at < picture.pixels.size(); at += 4)
     picture.pixels[at] = '\xFF';
   EXPECT_TRUE(sent.pixels == picture.pixels);
 }
 
-TEST_F(ClipboardTest, ThreeFilesGoBothWaysByValue) {
+TEST_F(ClipboardTest, ThreeFilesAreCopiedWithTheirContentsBothWays) {
   const std::string binary("\0\xFF\r\n\x1A", 5);
   apply('\3' + number(3, 4) + record("../skýrsla.txt", "text") + record("empty", "") +
         record("b.bin", binary));
@@ -196,39 +204,39 @@ TEST_F(ClipboardTest, ThreeFilesGoBothWaysByValue) {
             '\3' + number(3, 4) + record("þrír.txt", "1") + record("b c'd", binary) + record("none", ""));
 }
 
-TEST_F(ClipboardTest, WhatIsAppliedIsNotSentBack) {
+TEST_F(ClipboardTest, AppliedClipboardIsNotSentBack) {
   start_stream();
   apply("\1from the representative");
-  // A window that was kept from its work for as long as the guard holds does send it back, rightly.
-  EXPECT_FALSE(clip_comes_within(kGuarded));
+  // Looks only while the guard holds: a window that handles the change later does send it, as it should.
+  EXPECT_FALSE(clipboard_comes_within(kGuarded));
   EXPECT_TRUE(becomes(kText, utf16("from the representative") + kZero));
   EXPECT_EQ(sent_copy(kText, utf16("the user's own") + kZero), "\1the user's own");
 }
 
 TEST_F(ClipboardTest, ChangesAreSentOnlyWhileAStreamRuns) {
   copy_to_clipboard(*desk, kText, utf16("too early") + kZero);
-  EXPECT_EQ(clips(), 0u);
+  EXPECT_EQ(sent_count(), 0u);
   start_stream();
-  EXPECT_EQ(clips(), 0u) << "what was there before stays here";
+  EXPECT_EQ(sent_count(), 0u) << "the clipboard from before the stream was sent";
   copy_to_clipboard(*desk, kText, utf16("in time") + kZero);
-  EXPECT_EQ(next_clip(), "\1in time");
+  EXPECT_EQ(next_clipboard(), "\1in time");
   peer_->send_envelope(Msg::StreamStop, kSession, "");
   settle_all();
-  const std::size_t before = clips();  // one change may be told twice by the system
+  const std::size_t before = sent_count();  // 1 or 2: Windows may report one change twice
   copy_to_clipboard(*desk, kText, utf16("too late") + kZero);
-  EXPECT_EQ(clips(), before);
+  EXPECT_EQ(sent_count(), before);
 }
 
-TEST_F(ClipboardTest, BadClipsHarmNothing) {
+TEST_F(ClipboardTest, MalformedClipboardMessagesAreIgnored) {
   start_stream();
   const std::string good = '\3' + number(2, 4) + record("one", "1") + record("two", "2");
   for (std::size_t size = 0; size < good.size(); ++size)
     apply(good.substr(0, size));
   for (const std::uint64_t size : {std::uint64_t{2}, std::uint64_t{1} << 32, ~std::uint64_t{0}})
     apply('\3' + number(0xFFFFFFFF, 4) + number(1, 4) + 'n' + number(size, 8) + 'x');
-  for (const std::string& clip : {std::string("\7"), std::string("\2\x89PNG"), std::string(1, '\0'),
-                                  std::string("\1\xFF\xC3"), '\2' + std::string(100'000, 'x')})
-    apply(clip);
+  for (const std::string& message : {std::string("\7"), std::string("\2\x89PNG"), std::string(1, '\0'),
+                                     std::string("\1\xFF\xC3"), '\2' + std::string(100'000, 'x')})
+    apply(message);
   apply("\1still here");
   EXPECT_TRUE(becomes(kText, utf16("still here") + kZero));
   peer_->read_until(Msg::StreamFrame);

@@ -1,5 +1,5 @@
-// The stream from a duplicated desktop, on a machine without an encoder: which picture is sent when, and what
-// follows when duplication fails or answers nonsense.
+// The stream from a duplicated desktop on a machine without an H.264 encoder: which picture is sent when, and
+// how the agent continues when duplication fails or returns invalid data.
 #include "e2e/support/stream_fixture.h"
 
 namespace {
@@ -8,9 +8,9 @@ using namespace vantelink_test;
 using vantelink_doubles::DesktopAbsurdity;
 using vlk::Msg;
 
-constexpr std::int32_t kAccessLost = static_cast<std::int32_t>(0x887A0026);
-constexpr std::int32_t kUnsupported = static_cast<std::int32_t>(0x887A0004);
-constexpr std::int64_t kSecond = 1000000;  // microseconds
+constexpr auto kAccessLost = static_cast<std::int32_t>(0x887A0026);   // DXGI_ERROR_ACCESS_LOST
+constexpr auto kUnsupported = static_cast<std::int32_t>(0x887A0004);  // DXGI_ERROR_UNSUPPORTED
+constexpr std::int64_t kSecond = 1000000;                             // microseconds
 
 class DuplicationStream : public StreamTest {
  protected:
@@ -19,16 +19,16 @@ class DuplicationStream : public StreamTest {
     register_encoders("");
   }
 
-  // Reads on until a frame that was captured after this call is the next: the agent has answered, and the
-  // iteration that was at work then has ended.
-  void pass_over_earlier_frames() {
+  // Skips the frames that were captured before this call: those that the agent sends before it answers, and
+  // the one that it was capturing then.
+  void skip_earlier_frames() {
     ASSERT_TRUE(answers());
     next_frame();
     next_frame();
   }
 };
 
-TEST_F(DuplicationStream, ShowsTheDesktopInOrderThroughPaddedRows) {
+TEST_F(DuplicationStream, ShowsTheDesktopInOrderFromPaddedRows) {
   (*desktop)->pitch = 640 * 4 + 52;
   start_stream();
   std::uint32_t last = 0;
@@ -36,7 +36,7 @@ TEST_F(DuplicationStream, ShowsTheDesktopInOrderThroughPaddedRows) {
     const StreamedFrame frame = next_frame();
     EXPECT_EQ(frame.configs,
               i == 0 ? std::vector{config_text("mjpeg", 640, 360)} : std::vector<std::string>());
-    const auto shown = numbers(frame);
+    const auto shown = check_pictures(frame);
     EXPECT_GT(shown.at(0), last);
     last = shown.at(0);
   }
@@ -46,52 +46,48 @@ TEST_F(DuplicationStream, ShowsTheDesktopInOrderThroughPaddedRows) {
   EXPECT_EQ((*desktop)->misuses, 0);
 }
 
-TEST_F(DuplicationStream, FollowsTheChosenMonitorOntoTheSecondAdapter) {
+TEST_F(DuplicationStream, ShowsTheSelectedMonitorOnTheSecondAdapter) {
   set_outputs({{0, 0, 640, 360}, {640, 0, 800, 600}});
   start_stream();
-  numbers(next_frame());
+  check_pictures(next_frame());
   EXPECT_EQ((*desktop)->device_adapter, 0);
-  say(Msg::MonitorSelect, R"({"monitor_id":1})");
-  const StreamedFrame second = next_announced();
-  EXPECT_EQ(second.configs, std::vector{config_text("mjpeg", 800, 600, 1)});
-  numbers(second, 1);
+  send(Msg::MonitorSelect, R"({"monitor_id":1})");
+  const StreamedFrame second = next_announced(config_text("mjpeg", 800, 600, 1));
+  check_pictures(second, 1);
   EXPECT_EQ((*desktop)->device_adapter, 1);
-  // The same monitor again is no change: the next announcement is that of the first.
-  say(Msg::MonitorSelect, R"({"monitor_id":1})");
-  say(Msg::Heartbeat, "chosen");
-  peer_->read_until(Msg::Heartbeat);
+  // Selecting the same monitor again changes nothing.
+  send(Msg::MonitorSelect, R"({"monitor_id":1})");
+  ASSERT_TRUE(answers());
   for (int i = 0; i < 5; ++i)
     EXPECT_TRUE(next_frame().configs.empty());
-  say(Msg::MonitorSelect, R"({"monitor_id":0})");
-  const StreamedFrame first = next_announced();
-  EXPECT_EQ(first.configs, std::vector{config_text("mjpeg", 640, 360)});
-  numbers(first);
+  send(Msg::MonitorSelect, R"({"monitor_id":0})");
+  const StreamedFrame first = next_announced(config_text("mjpeg", 640, 360));
+  check_pictures(first);
 }
 
-TEST_F(DuplicationStream, OutputThatIsNotAttachedHasNoNumber) {
+TEST_F(DuplicationStream, OutputThatIsNotAttachedIsNotCountedAsAMonitor) {
   set_outputs({{0, 0, 1024, 768}, {0, 0, 640, 360}});
   (*desktop)->outputs[0].unattached = 1;
   start_stream();
   const StreamedFrame frame = next_frame();
   EXPECT_EQ(frame.configs, std::vector{config_text("mjpeg", 640, 360)});
-  numbers(frame, 1);
+  check_pictures(frame, 1);
 }
 
-TEST_F(DuplicationStream, DesktopChangesItsSizeInMidStream) {
+TEST_F(DuplicationStream, NewDesktopSizeIsAnnouncedDuringTheStream) {
   start_stream();
-  numbers(next_frame());
+  check_pictures(next_frame());
   (*desktop)->width = 480;
   (*desktop)->height = 270;
-  const StreamedFrame smaller = next_announced();
-  EXPECT_EQ(smaller.configs, std::vector{config_text("mjpeg", 480, 270)});
-  numbers(smaller);
+  const StreamedFrame smaller = next_announced(config_text("mjpeg", 480, 270));
+  check_pictures(smaller);
   EXPECT_EQ((*desktop)->duplications, 1);
 }
 
-TEST_F(DuplicationStream, StillScreenIsSentOnceASecond) {
+TEST_F(DuplicationStream, UnchangedScreenIsSentOnceASecond) {
   (*desktop)->still = 1;
   start_stream();
-  // The first goes out at once, though nothing changed.
+  // The first frame is sent at once, although nothing has changed.
   std::int64_t last = next_frame().time;
   EXPECT_LT(last, kSecond);
   for (int i = 0; i < 3; ++i) {
@@ -103,19 +99,19 @@ TEST_F(DuplicationStream, StillScreenIsSentOnceASecond) {
   EXPECT_EQ((*desktop)->frames, 0);
   (*desktop)->still = 0;
   ASSERT_TRUE(eventually([&] { return (*desktop)->frames > 0; }));
-  pass_over_earlier_frames();
-  numbers(next_frame());
+  skip_earlier_frames();
+  check_pictures(next_frame());
 }
 
-TEST_F(DuplicationStream, LostDuplicationLeavesOneFrameASecondAndIsNotOpenedAgain) {
+TEST_F(DuplicationStream, LostDuplicationLeavesOneFrameASecondAndIsNotReopened) {
   start_stream();
-  numbers(next_frame());
+  check_pictures(next_frame());
   const int factories = (*desktop)->factories;
   (*desktop)->acquire_result = kAccessLost;
   ASSERT_TRUE(eventually([&] { return (*desktop)->losses > 0; }));
   (*desktop)->acquire_result = 0;
   const int frames = (*desktop)->frames;
-  // Passes over the frames that were on their way.
+  // Skips the frames that were captured before the loss.
   StreamedFrame frame = next_frame();
   std::int64_t last = frame.time;
   for (int i = 0; i < frames && frame.time - last < kSecond - 1; ++i) {
@@ -133,13 +129,13 @@ TEST_F(DuplicationStream, LostDuplicationLeavesOneFrameASecondAndIsNotOpenedAgai
   EXPECT_EQ((*desktop)->losses, 1);
   EXPECT_EQ((*desktop)->factories, factories);
   EXPECT_EQ((*desktop)->duplications, 1);
-  // Another monitor opens it.
+  // Selecting another monitor opens a new duplication.
   set_outputs({{0, 0, 640, 360}, {640, 0, 640, 360}});
-  say(Msg::MonitorSelect, R"({"monitor_id":1})");
-  numbers(next_announced(), 1);
+  send(Msg::MonitorSelect, R"({"monitor_id":1})");
+  check_pictures(next_announced(config_text("mjpeg", 640, 360, 1)), 1);
 }
 
-TEST_F(DuplicationStream, WithoutADeviceItCopiesTheScreenAndTriesAgainAtEveryFrame) {
+TEST_F(DuplicationStream, WithoutADeviceTheScreenIsCopiedAndDuplicationTriedAgainAtEveryFrame) {
   (*desktop)->device_result = kUnsupported;
   start_stream();
   const StreamedFrame first = next_frame();
@@ -148,60 +144,59 @@ TEST_F(DuplicationStream, WithoutADeviceItCopiesTheScreenAndTriesAgainAtEveryFra
   for (int i = 0; i < 5; ++i)
     EXPECT_TRUE(next_frame().configs.empty());
   EXPECT_GE((*desktop)->factories, before + 4);
-  EXPECT_NE(desk->debug_log().find("capture: D3D11CreateDevice failed hr=0x887a0004\n"), std::string::npos);
+  EXPECT_TRUE(logged("capture: D3D11CreateDevice failed hr=0x887a0004\n"));
   (*desktop)->device_result = 0;
   ASSERT_TRUE(eventually([&] { return (*desktop)->frames > 0; }));
-  pass_over_earlier_frames();
-  numbers(next_frame());
+  skip_earlier_frames();
+  check_pictures(next_frame());
 }
 
-TEST_F(DuplicationStream, EveryRefusalEndsInAStreamFromTheScreen) {
+TEST_F(DuplicationStream, EveryFailureBeforeDuplicationLeavesAStreamOfTheCopiedScreen) {
   using Board = vantelink_doubles::DesktopBoard;
   for (const auto cell : {&Board::factory_result, &Board::output1_result, &Board::duplicate_result}) {
-    SCOPED_TRACE("");
     (desktop->operator->()->*cell) = kUnsupported;
     start_stream();
     next_frame();
     next_frame();
     EXPECT_EQ((*desktop)->frames, 0);
-    say(Msg::StreamStop);
+    send(Msg::StreamStop);
     ASSERT_TRUE(answers());
     (desktop->operator->()->*cell) = 0;
   }
-  // A failure that leaves the duplication alive gives no frame but that of the still screen.
+  // A failure after duplication has started leaves only the one frame a second of an unchanged screen.
   for (const auto cell : {&Board::texture_result, &Board::staging_result, &Board::map_result}) {
     (desktop->operator->()->*cell) = kUnsupported;
     start_stream();
     const std::int64_t first = next_frame().time;
     EXPECT_GE(next_frame().time - first, kSecond - 1);
     (desktop->operator->()->*cell) = 0;
-    pass_over_earlier_frames();
-    numbers(next_frame());
-    say(Msg::StreamStop);
+    skip_earlier_frames();
+    check_pictures(next_frame());
+    send(Msg::StreamStop);
     ASSERT_TRUE(answers());
   }
   EXPECT_EQ((*desktop)->misuses, 0);
 }
 
-TEST_F(DuplicationStream, AbsurdAnswersNeverEndTheAgent) {
+TEST_F(DuplicationStream, InvalidSurfacesDoNotCrashTheAgent) {
   start_stream();
-  numbers(next_frame());
+  check_pictures(next_frame());
   for (const auto absurdity :
        {DesktopAbsurdity::ZeroWidth, DesktopAbsurdity::ZeroHeight, DesktopAbsurdity::ShortPitch,
         DesktopAbsurdity::NullMemory, DesktopAbsurdity::NullResource}) {
     SCOPED_TRACE(static_cast<int>(absurdity));
     (*desktop)->absurdity = static_cast<std::int32_t>(absurdity);
-    // A staging texture of another size, so that a new pitch counts.
+    // Another width makes the agent create another staging texture, which gets the short pitch.
     (*desktop)->width = absurdity == DesktopAbsurdity::ShortPitch ? 1280 : 640;
     const int frames = (*desktop)->frames;
     ASSERT_TRUE(eventually(
         [&] { return (*desktop)->frames >= frames + 5 || absurdity == DesktopAbsurdity::NullResource; }));
     (*desktop)->absurdity = 0;
     (*desktop)->width = 0;
-    pass_over_earlier_frames();
-    numbers(next_frame());
+    skip_earlier_frames();
+    check_pictures(next_frame());
   }
-  say(Msg::StreamStop);
+  send(Msg::StreamStop);
   ASSERT_TRUE(answers());
   EXPECT_EQ((*desktop)->live, 0);
   EXPECT_TRUE(running());

@@ -1,4 +1,4 @@
-// The icon in a notification area of X: its tooltip, its menu and its clicks, by real events of the mouse.
+// The icon in a notification area of X: its tooltip, its menu and clicks on it, by real mouse events.
 #include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
@@ -6,13 +6,13 @@ namespace {
 
 using vlk::Msg;
 
-// The only icon stands at the right end of the area.
+// The middle of the icon, which is alone at the right end of the area, in pixels of the screen.
 constexpr int kIconX = 1269;
 constexpr int kIconY = 708;
 
 constexpr int kRightButton = 3;
 
-// Middle of a menu's item in pixels from the menu's upper edge, with Wine's own font and frame.
+// The middle of each menu item with Wine's font and frame, in pixels from the menu's top edge.
 constexpr int kOpenItem = 11;
 constexpr int kUnattendedItem = 27;
 constexpr int kExitItem = 52;
@@ -21,10 +21,10 @@ class TrayTest : public ShellTest {
  protected:
   static void SetUpTestSuite() { open_desk(Desk::Kind::NotificationArea); }
 
-  // Leaves by the proper way, so that the icon is not left to the shell's own housekeeping.
+  // Exits through the menu, so that the agent removes its icon itself.
   void TearDown() override {
     if (running()) post(*desk, kCommand, kMenuExit, 0);
-    EXPECT_TRUE(eventually([&] { return !running(); }));
+    EXPECT_TRUE(ends());
     expect_icons(0);
     ShellTest::TearDown();
   }
@@ -42,7 +42,8 @@ class TrayTest : public ShellTest {
     }));
   }
 
-  static bool tooltip_reads(const std::string& text) {
+  // Moves the pointer onto the icon again and again, since a tooltip closes after some time.
+  [[nodiscard]] static bool tooltip_reads(const std::string& text) {
     return eventually([&] {
       point(*desk, 640, 300);
       point(*desk, kIconX - 3, kIconY - 3);
@@ -70,29 +71,30 @@ class TrayTest : public ShellTest {
     click(*desk, menu.screen_left + menu.width / 2, menu.screen_top + item);
     EXPECT_TRUE(eventually([] { return visible_menus().empty(); }));
   }
-  static void turn_away() {
+  static void close_menu() {
     click(*desk, 640, 300);
-    EXPECT_TRUE(eventually([] { return visible_menus().empty(); })) << "a click elsewhere turns it away";
+    EXPECT_TRUE(eventually([] { return visible_menus().empty(); }))
+        << "a click elsewhere does not close the menu";
   }
-  // Whether there is a mark in front of the item: anything but the menu's white ground.
-  static bool unattended_is_marked() {
+  // Whether the menu item has a check mark: dark pixels before its text, where the menu is white otherwise.
+  [[nodiscard]] static bool unattended_is_marked() {
     const SeenWindow menu = open_menu();
-    const bool marked = colours_at(*desk, menu.screen_left + 3, menu.screen_top + kUnattendedItem - 6, 14, 12,
-                                   "minima < 0.5") == "1";
-    if (marked) shot("tray-menu-icelandic");
-    turn_away();
+    const bool marked = evaluate_colours(*desk, menu.screen_left + 3, menu.screen_top + kUnattendedItem - 6,
+                                         14, 12, "minima < 0.5") == "1";
+    if (marked) screenshot("tray-menu-icelandic");
+    close_menu();
     return marked;
   }
 
   std::unique_ptr<ServerConnection> peer_;
 };
 
-TEST_F(TrayTest, TooltipTellsTheStatusInEnglishWhateverTheLanguage) {
+TEST_F(TrayTest, TooltipShowsTheStatusInEnglishInEveryLanguage) {
   begin({}, icelandic());
   EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Connecting…"));
   peer_->send_envelope(Msg::LoginResult, 0, "{}");
   EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Online"));
-  shot("tray-tooltip");
+  screenshot("tray-tooltip");
   for (const unsigned session : {1u, 2u, 3u})
     peer_->send_envelope(Msg::StreamStart, session, R"({"max_fps":1})");
   EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Reps connected: 3"));
@@ -100,48 +102,48 @@ TEST_F(TrayTest, TooltipTellsTheStatusInEnglishWhateverTheLanguage) {
   EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Reps connected: 1"));
   post(*desk, kAgentStatus, 77, 5);
   EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Offline"));
-  EXPECT_EQ(control(kStatusLabel).text, "") << "the window has no word for such a status";
+  EXPECT_EQ(control(kStatusLabel).text, "") << "the window shows a text for an unknown status";
 }
 
-TEST_F(TrayTest, DoubleClickShowsTheWindowAndASingleOneDoesNothing) {
+TEST_F(TrayTest, DoubleClickShowsTheWindowAndASingleClickDoesNot) {
   begin({"--unattended"});
   click(*desk, kIconX, kIconY);
   expect_quiet(*peer_);
   EXPECT_FALSE(panel().front().visible);
   click(*desk, kIconX, kIconY, 1, 2);
-  EXPECT_TRUE(becomes_visible(true));  // whether it gets the foreground is the window manager's affair
+  EXPECT_TRUE(becomes_visible(true));  // the window manager decides whether it comes to the foreground
 }
 
-TEST_F(TrayTest, MenuOpensTheWindowAndEndsTheProgram) {
+TEST_F(TrayTest, MenuOpensTheWindowAndExits) {
   begin({"--unattended"});
   open_menu();
-  shot("tray-menu-english");
-  turn_away();
+  screenshot("tray-menu-english");
+  close_menu();
   EXPECT_FALSE(panel().front().visible);
   choose(kOpenItem);
   EXPECT_TRUE(becomes_visible(true));
   choose(kExitItem);
   EXPECT_TRUE(peer_->wait_closed());
-  EXPECT_TRUE(eventually([&] { return !running(); }));
+  EXPECT_TRUE(ends());
   expect_icons(0);
 }
 
-TEST_F(TrayTest, CheckMarkAndBoxFollowEachOther) {
+TEST_F(TrayTest, MenusCheckMarkAndWindowsCheckBoxFollowEachOther) {
   begin({}, icelandic());
   EXPECT_FALSE(unattended_is_marked());
   choose(kUnattendedItem);
-  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
+  EXPECT_TRUE(becomes_checked(true));
   EXPECT_EQ(registry_of(*desk)["Unattended"], "01000000");
   EXPECT_EQ(registry_of(*desk).count("VantelinkAgent"), 1u);
   EXPECT_TRUE(unattended_is_marked());
   choose(kUnattendedItem);
-  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 0; }));
+  EXPECT_TRUE(becomes_checked(false));
   EXPECT_EQ(registry_of(*desk)["Unattended"], "00000000");
   EXPECT_EQ(registry_of(*desk).count("VantelinkAgent"), 0u);
 
-  // The box reaches the mark by Apply alone.
+  // The check box changes the check mark only at Apply.
   click(*desk, control(kUnattendedCheck));
-  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
+  EXPECT_TRUE(becomes_checked(true));
   EXPECT_FALSE(unattended_is_marked());
   click(*desk, control(kApplyButton));
   peer_->read_until(Msg::NameUpdate);

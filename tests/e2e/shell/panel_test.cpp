@@ -1,4 +1,4 @@
-// The settings panel of the unmodified executable, seen and worked from outside as a person would.
+// The settings window of the shipped executable, read and operated from another process.
 #include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
@@ -6,14 +6,9 @@ namespace {
 
 using vlk::Msg;
 
-const char kOwnPath[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
-
-// What the autostart entry holds for this executable.
+// The autostart entry of this executable.
 std::string own_entry() {
-  std::string path = std::string("Z:") + kOwnPath;
-  for (char& c : path)
-    if (c == '/') c = '\\';
-  return '"' + path + "\" --unattended";
+  return '"' + wine_path(kAgent) + "\" --unattended";
 }
 
 std::string place(const SeenWindow& window) {
@@ -23,7 +18,7 @@ std::string place(const SeenWindow& window) {
 
 class PanelTest : public ShellTest {
  protected:
-  // Reads past the greeting.
+  // Starts the agent and reads the first two messages.
   std::unique_ptr<ServerConnection> start_online(const std::vector<std::string>& environment = {}) {
     auto peer = start({}, environment);
     peer->read_until(Msg::Hello);
@@ -37,17 +32,18 @@ class PanelTest : public ShellTest {
   static void toggle_box() { click(*desk, control(kUnattendedCheck)); }
   static void apply() { click(*desk, control(kApplyButton)); }
 
-  std::string greeting_;  // the message behind the hello
+  std::string greeting_;  // the payload of the message after the Hello
 };
 
-TEST_F(PanelTest, ControlsStandAsLaidOutInEnglish) {
+TEST_F(PanelTest, ControlsHaveTheirPlacesStylesAndEnglishTexts) {
   desk->set("DisplayName", "REG_SZ", "Þórunn Sveinsdóttir VE-401");
   const auto peer = start_online();
   EXPECT_TRUE(reads(kStatusLabel, "Connecting…"));
   const auto all = panel();
   ASSERT_EQ(all.size(), 6u);
   EXPECT_EQ(all[0].text, "Maravek Remote Support");
-  EXPECT_EQ(all[0].style, 0x14CA0000u) << "caption, system menu, minimise box; visible and clipping siblings";
+  EXPECT_EQ(all[0].style, 0x14CA0000u)
+      << "not a caption, system menu and minimise box; visible and clipping siblings";
   EXPECT_EQ(all[0].width, 366);
   EXPECT_EQ(all[0].height, 465);
   const struct {
@@ -58,7 +54,7 @@ TEST_F(PanelTest, ControlsStandAsLaidOutInEnglish) {
     const char* text;
   } rows[] = {
       {"Static", 0, 0x50000000, "24 130 312 18", "Vessel name:"},
-      // Wine's edit control takes the border out of its style and draws it itself.
+      // Wine's edit control removes the border from its style and draws it itself.
       {"Edit", 1001, 0x50000080, "24 152 312 26", "Þórunn Sveinsdóttir VE-401"},
       {"Button", 1002, 0x50000003, "24 192 312 22", "Enable unattended access"},
       {"Button", 1003, 0x50000001, "24 224 100 30", "Apply"},
@@ -75,7 +71,7 @@ TEST_F(PanelTest, ControlsStandAsLaidOutInEnglish) {
     EXPECT_EQ(seen.text, rows[i].text);
     EXPECT_EQ(seen.checked, 0);
   }
-  shot("panel-english");
+  screenshot("panel-english");
 }
 
 TEST_F(PanelTest, TextsAreIcelandicForAnIcelandicUser) {
@@ -86,14 +82,14 @@ TEST_F(PanelTest, TextsAreIcelandicForAnIcelandicUser) {
   EXPECT_EQ(all[0].text, "Maravek Fjaraðstoð");
   EXPECT_EQ(all[1].text, "Skipsnafn/Skipsnúmer:");
   EXPECT_EQ(control(kUnattendedCheck).text, "Leyfa fjaraðstoð án eftirlits.");
-  EXPECT_EQ(control(kUnattendedCheck).checked, 1) << "the stored switch";
+  EXPECT_EQ(control(kUnattendedCheck).checked, 1) << "the stored setting is not shown";
   EXPECT_EQ(control(kApplyButton).text, "Vista");
   post(*desk, kAgentStatus, 2, 0);
   EXPECT_TRUE(reads(kStatusLabel, "Nettengdur, tilbúin fyrir fjaraðstoð"));
-  shot("panel-icelandic");
+  screenshot("panel-icelandic");
 }
 
-TEST_F(PanelTest, StatusLineTellsOfTheConnectionAndNoticesStandUntilTheNextStatus) {
+TEST_F(PanelTest, StatusLineShowsTheConnectionAndErrorsUntilTheNextStatus) {
   auto peer = start_online();
   EXPECT_TRUE(reads(kStatusLabel, "Connecting…"));
   peer->send_envelope(Msg::LoginResult, 0, "{}");
@@ -104,17 +100,17 @@ TEST_F(PanelTest, StatusLineTellsOfTheConnectionAndNoticesStandUntilTheNextStatu
   EXPECT_TRUE(reads(kStatusLabel, "Villa á þjóni"));
   peer->send_envelope(Msg::StreamStop, 4, "");
   EXPECT_TRUE(reads(kStatusLabel, "Online — ready for support"));
-  server_.reset();  // so that it does not come back at once
+  server_.reset();  // so that the agent cannot reconnect
   peer->abort();
   EXPECT_TRUE(reads(kStatusLabel, "Offline"));
 }
 
-TEST_F(PanelTest, ApplyStoresNameAndSwitchAndTellsTheServer) {
+TEST_F(PanelTest, ApplyStoresNameAndUnattendedAccessAndSendsTheName) {
   auto peer = start_online();
   toggle_box();
-  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
+  EXPECT_TRUE(becomes_checked(true));
   type_into(*desk, kNameEdit, "Sæbjörg RE \"5\"");
-  EXPECT_TRUE(registry_of(*desk).empty()) << "before Apply nothing is stored";
+  EXPECT_TRUE(registry_of(*desk).empty()) << "a setting was stored before Apply";
   apply();
   EXPECT_EQ(line(peer->read_envelope()), R"(20 1 0 {"name":"Sæbjörg RE \"5\""})");
   using Values = std::map<std::string, std::string>;
@@ -125,11 +121,11 @@ TEST_F(PanelTest, ApplyStoresNameAndSwitchAndTellsTheServer) {
                                         {"SkippedVersion", ""},
                                         {"VantelinkAgent", own_entry()}}));
   peer->send_envelope(Msg::SessionRequest, 9, "{}");
-  EXPECT_EQ(line(peer->read_envelope()), R"(67 1 9 {"session":9})") << "the switch holds without a restart";
+  EXPECT_EQ(line(peer->read_envelope()), R"(67 1 9 {"session":9})") << "the setting needs a restart";
 
   apply();
   EXPECT_EQ(line(peer->read_envelope()), R"(20 1 0 {"name":"Sæbjörg RE \"5\""})")
-      << "also if nothing changed";
+      << "Apply without a change sends nothing";
 
   toggle_box();
   apply();
@@ -142,7 +138,7 @@ TEST_F(PanelTest, ApplyStoresNameAndSwitchAndTellsTheServer) {
   expect_quiet(*peer);
 }
 
-TEST_F(PanelTest, LongNamesAreCutAndAnEmptyOneIsTheComputersAgainAtTheNextStart) {
+TEST_F(PanelTest, LongNamesAreCutAndAnEmptyNameBecomesTheComputersAtTheNextStart) {
   auto peer = start_online();
   const std::string computer = greeting_.substr(0, greeting_.find(",\"machine_name\""));
   std::string name, cut;
@@ -158,52 +154,52 @@ TEST_F(PanelTest, LongNamesAreCutAndAnEmptyOneIsTheComputersAgainAtTheNextStart)
   apply();
   EXPECT_EQ(line(peer->read_envelope()), R"(20 1 0 {"name":""})");
   EXPECT_EQ(registry_of(*desk)["DisplayName"], "");
-  end_agent();
+  kill_agent();
 
   peer = start_online();
   EXPECT_TRUE(greeting_.starts_with(computer)) << greeting_;
   EXPECT_NE(computer, R"({"name":"")");
 }
 
-TEST_F(PanelTest, MenusSwitchTakesEffectAtOnceAndTheBoxFollows) {
+TEST_F(PanelTest, MenuItemSwitchesUnattendedAccessAtOnceAndTheCheckBoxFollows) {
   auto peer = start_online();
   type_into(*desk, kNameEdit, "typed, not applied");
   post(*desk, kCommand, kMenuUnattended, 0);
-  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 1; }));
-  EXPECT_TRUE(eventually([] { return registry_of(*desk)["Unattended"] == "01000000"; }));
+  EXPECT_TRUE(becomes_checked(true));
+  EXPECT_TRUE(becomes_stored("Unattended", "01000000"));
   EXPECT_EQ(registry_of(*desk)["VantelinkAgent"], own_entry());
   EXPECT_NE(registry_of(*desk)["DisplayName"], "typed, not applied");
-  // The opposite of the stored value, whatever the box shows just now.
+  // The menu item inverts the stored value, not the check box's.
   toggle_box();
-  EXPECT_TRUE(eventually([] { return control(kUnattendedCheck).checked == 0; }));
+  EXPECT_TRUE(becomes_checked(false));
   post(*desk, kCommand, kMenuUnattended, 0);
-  EXPECT_TRUE(eventually([] { return registry_of(*desk)["Unattended"] == "00000000"; }));
+  EXPECT_TRUE(becomes_stored("Unattended", "00000000"));
   EXPECT_EQ(registry_of(*desk).count("VantelinkAgent"), 0u);
   EXPECT_EQ(control(kUnattendedCheck).checked, 0);
   expect_quiet(*peer);
 }
 
-TEST_F(PanelTest, MinimisingAndClosingHideAndTheWindowComesBackAsItWas) {
+TEST_F(PanelTest, MinimisingAndClosingHideTheWindowWhichKeepsItsTexts) {
   auto peer = start_online();
   type_into(*desk, kNameEdit, "half a na");
   click_caption(kMinimiseButton);
   EXPECT_TRUE(becomes_visible(false));
-  EXPECT_EQ(desk->exec({kAgent, "--unattended"}), 0) << "a second copy wakes the first and ends";
+  EXPECT_EQ(desk->exec({kAgent, "--unattended"}), 0) << "a second copy did not end";
   EXPECT_TRUE(becomes_visible(true));
   EXPECT_TRUE(eventually([] { return panel().front().foreground; }));
   click_caption(kCloseButton);
   EXPECT_TRUE(becomes_visible(false));
   EXPECT_TRUE(running());
   post(*desk, kCommand, kMenuOpen | 0x7FFF0000, 0);
-  EXPECT_TRUE(becomes_visible(true)) << "the menu's ids count with any high word";
+  EXPECT_TRUE(becomes_visible(true)) << "a menu item with a high word does nothing";
   EXPECT_EQ(control(kNameEdit).text, "half a na");
   post(*desk, kCommand, kApplyButton | 0x00050000, 0);
-  expect_quiet(*peer);  // no click, so nothing was applied
+  expect_quiet(*peer);  // the high word is not that of a click, so nothing was applied
   EXPECT_EQ(registry_of(*desk).count("DisplayName"), 0u);
 }
 
-// Wine tells of another process's by its trace of the call alone.
-TEST_F(PanelTest, ProcessTakesThePixelsOfEachMonitorAsTheyAre) {
+// Wine's trace of the call shows the awareness that the process has set.
+TEST_F(PanelTest, ProcessIsAwareOfEachMonitorsPixelDensity) {
   desk->output({"reg", "add", "HKCU\\Software\\Wine\\Debug", "/v", "RelayInclude", "/d",
                 "user32.SetProcessDpiAwarenessContext", "/f"});
   const auto peer = start_online({"WINEDEBUG=+relay"});
@@ -211,25 +207,25 @@ TEST_F(PanelTest, ProcessTakesThePixelsOfEachMonitorAsTheyAre) {
   EXPECT_NE(trace.find("Call user32.SetProcessDpiAwarenessContext(fffffffffffffffc)"), std::string::npos);
 }
 
-TEST_F(PanelTest, HiddenStartShowsTheWindowOnlyWhenAsked) {
+TEST_F(PanelTest, WindowStaysHiddenAfterAnUnattendedStartUntilTheMenuOpensIt) {
   const auto peer = start({"--unattended"});
   peer->read_until(Msg::Hello);
   settle();
   EXPECT_FALSE(panel().front().visible);
-  EXPECT_EQ(control(kUnattendedCheck).checked, 0) << "the switch of the command line is not the setting";
+  EXPECT_EQ(control(kUnattendedCheck).checked, 0) << "the command line changed the setting";
   EXPECT_TRUE(registry_of(*desk).empty());
   post(*desk, kCommand, kMenuOpen, 0);
   EXPECT_TRUE(becomes_visible(true));
 }
 
-TEST_F(PanelTest, ExitEndsTheProcessAndItsConnection) {
+TEST_F(PanelTest, ExitInTheMenuEndsTheProcessAndItsConnection) {
   auto peer = start_online();
   post(*desk, kCommand, kMenuExit, 0);
   EXPECT_TRUE(peer->wait_closed());
-  EXPECT_TRUE(eventually([&] { return !running(); }));
+  EXPECT_TRUE(ends());
 }
 
-TEST_F(PanelTest, ApplyInTheRunThatEnrolledOverwritesTheNewIdentity) {
+TEST_F(PanelTest, ApplyAfterEnrolmentInTheSameRunDeletesTheNewIdentity) {
   auto peer = start_online();
   peer->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-1","agent_secret":"s-1"})");
   EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));
@@ -238,19 +234,19 @@ TEST_F(PanelTest, ApplyInTheRunThatEnrolledOverwritesTheNewIdentity) {
   apply();
   peer->read_until(Msg::NameUpdate);
   EXPECT_EQ(registry_of(*desk)["AgentId"], "")
-      << "the window's own copy of the settings knows of no identity";
+      << "Apply did not store the window's older copy of the settings";
   EXPECT_EQ(registry_of(*desk)["AgentSecret"], "");
-  end_agent();
+  kill_agent();
   start_online();
-  EXPECT_NE(greeting_.find("hw_id"), std::string::npos) << "it enrols anew: " << greeting_;
+  EXPECT_NE(greeting_.find("hw_id"), std::string::npos) << "the agent does not enrol again: " << greeting_;
 }
 
-TEST_F(PanelTest, EntryForAnotherPathIsLeftAsItIs) {
-  desk->exec({"reg", "add", "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Run", "/v", "VantelinkAgent",
-              "/d", "elsewhere.exe", "/f"});
+TEST_F(PanelTest, AutostartEntryOfAnotherProgramIsKept) {
+  desk->output({"reg", "add", "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Run", "/v",
+                "VantelinkAgent", "/d", "elsewhere.exe", "/f"});
   const auto peer = start_online();
   post(*desk, kCommand, kMenuUnattended, 0);
-  EXPECT_TRUE(eventually([] { return registry_of(*desk)["Unattended"] == "01000000"; }));
+  EXPECT_TRUE(becomes_stored("Unattended", "01000000"));
   EXPECT_EQ(registry_of(*desk)["VantelinkAgent"], "elsewhere.exe");
 }
 

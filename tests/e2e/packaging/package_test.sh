@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# A package holds what its manifest and checksums say, is made of the same bytes each time, and bears signatures that
-# an unrelated verifier accepts, down to the uninstaller. A wrong call makes nothing.
+# packaging/make-package: its packages match their manifest and checksums, have the same bytes each time, and carry
+# signatures, the uninstaller's too, that another program verifies. A wrong call makes nothing.
 set -euo pipefail
-source_tree=$(cd "$(dirname "$0")/../.." && pwd)
+source_tree=$(cd "$(dirname "$0")/../../.." && pwd)
 make=$source_tree/packaging/make-package
 agent=$source_tree/build/windows/VantelinkAgent.exe
 work=$(mktemp -d)
@@ -15,15 +15,15 @@ expect() {  # NAME COMMAND...
   fi
 }
 
-# With other times, from another folder and with another name for the executable.
+# Packs the executable with another time, name and folder, time zone and locale.
 made_again() {
   cp "$agent" "$work/copy.exe"
   touch -d '2001-02-03' "$work/copy.exe"
   (cd / && TZ=Atlantic/Reykjavik LC_ALL=C "$make" --agent "$work/copy.exe" --version 1.2.3 --out "$work/again/deeper")
   diff -r "$work/first" "$work/again/deeper"
 }
-# What would make two builds of one commit differ.
-no_time_or_place() {
+# Two builds of one commit would differ if the executable contained its build's time (in the PE header) or folder.
+no_time_or_folder() {
   [ "$(od -A n -t u4 -j $((0x$(od -A n -t x4 -j 60 -N 4 "$agent" | tr -d ' ') + 8)) -N 4 "$agent" | tr -d ' ')" = 0 ] \
     && ! grep -qF "$source_tree" "$agent"
 }
@@ -48,7 +48,7 @@ changed_fails() {
   printf 'x' | dd of="$work/changed.exe" bs=1 seek=5000 conv=notrunc
   ! verifies "$work/changed.exe"
 }
-# The installer brings the signed files with it.
+# The installer unpacks the signed executable and a signed uninstaller.
 installed_files_verify() {
   local desk folder
   desk=$("$source_tree/tools/desk" start --owner $$)
@@ -68,21 +68,21 @@ expect 'the manifest names the installer' manifest_names_the_installer
 expect 'the checksums hold' checksums_hold
 expect 'a second package has the same bytes' made_again
 
-expect 'the executable tells neither when nor where it was built' no_time_or_place
+expect 'the executable contains neither its build time nor its build folder' no_time_or_folder
 
-expect 'a certificate for the test is made' make_certificate
-expect 'a PEM file signs' "$make" --agent "$agent" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
-expect 'the signatures verify' both_verify "$work/pem"
+expect 'a test certificate is made' make_certificate
+expect 'a package is signed with a PEM file' "$make" --agent "$agent" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
+expect 'its signatures verify' both_verify "$work/pem"
 expect 'a changed file does not verify' changed_fails
-expect 'what is installed is signed too' installed_files_verify
-expect 'a PKCS#12 file with a password signs' env VANTELINK_SIGN_PASSWORD='a b"c' \
+expect 'the installed files are signed' installed_files_verify
+expect 'a package is signed with a PKCS#12 file that has a password' env VANTELINK_SIGN_PASSWORD='a b"c' \
   "$make" --agent "$agent" --version 1.2.3 --out "$work/p12" --sign-with "$work/both.p12"
 expect 'its signatures verify' both_verify "$work/p12"
 
-expect 'a wrong password makes nothing' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/both.p12"
-expect 'a version must be numbers' refuses --agent "$agent" --version 1.x
-expect 'the executable must exist' refuses --agent "$work/none.exe" --version 1.2.3
-expect 'the certificate must exist' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/none.pem"
-expect 'no version is no call' refuses --agent "$agent"
+expect 'a wrong password is refused' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/both.p12"
+expect 'a version that is not numeric is refused' refuses --agent "$agent" --version 1.x
+expect 'a missing executable is refused' refuses --agent "$work/none.exe" --version 1.2.3
+expect 'a missing certificate is refused' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/none.pem"
+expect 'a call without a version is refused' refuses --agent "$agent"
 
-[ $failures = 0 ] || { echo "$failures failed"; exit 1; }
+[ $failures = 0 ] || { echo "$failures checks failed"; exit 1; }

@@ -1,45 +1,50 @@
-// The unmodified executable as a service of Wine's own service manager: installed, supervised, stopped,
-// removed.
+// The shipped executable as a service under Wine's service manager: installation, supervision of the agent,
+// stop and removal.
+#include <filesystem>
+
 #include "e2e/support/redirect_fixture.h"
+
+#include <signal.h>
 
 namespace vantelink_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr char kChild[] = "--from-service";
 constexpr char kHost[] = "VantelinkAgent.exe --service";
-constexpr Milliseconds kPollInterval{5000};  // anything faster was not found by polling
-constexpr unsigned kStaticKind = 0x1F;       // SS_TYPEMASK
-constexpr unsigned kIconKind = 0x03;         // SS_ICON
+constexpr Milliseconds kPollInterval{
+    5000};                              // between the service's checks; a faster reaction is not due to them
+constexpr unsigned kStaticKind = 0x1F;  // SS_TYPEMASK
+constexpr unsigned kIconKind = 0x03;    // SS_ICON
 
 class ServiceTest : public RedirectTest {
  protected:
-  // Runs one of the two switches and presses the box away; its icon, title and text.
-  static std::string switch_says(const std::string& name, const std::string& program = kAgent) {
+  // Runs the executable with that switch, closes its message box and returns the box's icon, title and text.
+  static std::string message_after(const std::string& name, const std::string& program = kAgent) {
     return box_of(desk->spawn({program, name}));
   }
-  static std::string install() { return switch_says("--install-service"); }
-  static std::string uninstall() { return switch_says("--uninstall-service"); }
+  static std::string install() { return message_after("--install-service"); }
+  static std::string uninstall() { return message_after("--uninstall-service"); }
 
-  // What the box that this process shows says; it is pressed away, and the process ends.
+  // Waits for the message box of the process, closes it, waits until the process ends, and returns the box's
+  // icon, title and text.
   static std::string box_of(int pid) {
     std::vector<SeenWindow> box;
     EXPECT_TRUE(eventually([&] {
       box = windows_on(*desk, {kDialog});
       return box.size() >= 3 && box.front().visible;
-    })) << "no box";
+    })) << "there is no message box";
     std::string text = icon_of(box) + '|';
     for (const SeenWindow& window : box)
       if (!window.child || window.id == 65535) text += window.text + '|';
     for (const SeenWindow& window : box)
       if (window.type == "Button") click(*desk, window);
-    EXPECT_TRUE(eventually([&] { return !is_running(pid); })) << "the box stays";
+    EXPECT_TRUE(eventually([&] { return !is_running(pid); })) << "the message box stays open";
     return text;
   }
 
-  // By its colour, once it is painted on the box's light ground: Wine's information is blue, its warning
-  // orange.
+  // Tells the icon by its colour after it has been painted on the light background: Wine's information icon
+  // is blue, its warning icon orange.
   static std::string icon_of(const std::vector<SeenWindow>& box) {
     const auto icon = std::find_if(box.begin(), box.end(), [](const SeenWindow& window) {
       return window.child && (window.style & kStaticKind) == kIconKind;
@@ -47,10 +52,11 @@ class ServiceTest : public RedirectTest {
     if (icon == box.end()) return "no icon";
     std::string colour;
     EXPECT_TRUE(eventually([&] {
-      colour = colours_at(*desk, icon->screen_left, icon->screen_top, icon->width, icon->height,
-                          "p{0,0}.r < 0.9 ? 0 : mean.b - mean.r > 0.1 ? 1 : mean.g - mean.b > 0.1 ? 2 : 0");
+      colour =
+          evaluate_colours(*desk, icon->screen_left, icon->screen_top, icon->width, icon->height,
+                           "p{0,0}.r < 0.9 ? 0 : mean.b - mean.r > 0.1 ? 1 : mean.g - mean.b > 0.1 ? 2 : 0");
       return colour != "0";
-    })) << "an icon of another colour";
+    })) << "the icon is neither blue nor orange";
     return colour == "1" ? "information" : "warning";
   }
 
@@ -62,14 +68,15 @@ class ServiceTest : public RedirectTest {
 
   int child() const {
     std::vector<int> found;
-    EXPECT_TRUE(eventually([&] { return !(found = processes(kChild)).empty(); })) << "there is no child";
+    EXPECT_TRUE(eventually([&] { return !(found = processes(kChild)).empty(); }))
+        << "the service started no agent";
     return found.empty() ? 0 : found.front();
   }
 };
 
 constexpr char kInstalled[] = "information|Maravek|Service installed and started.|";
 
-TEST_F(ServiceTest, InstallsStartsAndBringsAHiddenAgentToTheDesktop) {
+TEST_F(ServiceTest, InstallationStartsTheServiceWhichStartsAHiddenAgent) {
   EXPECT_EQ(install(), kInstalled);
   const auto peer = greeted();
   const std::string state = query();
@@ -83,7 +90,7 @@ TEST_F(ServiceTest, InstallsStartsAndBringsAHiddenAgentToTheDesktop) {
   EXPECT_FALSE(windows.front().visible);
 }
 
-TEST_F(ServiceTest, KilledAgentComesBackAtOnce) {
+TEST_F(ServiceTest, KilledAgentIsStartedAgainAtOnce) {
   install();
   auto peer = greeted();
   for (int i = 0; i < 3; ++i) {
@@ -94,12 +101,13 @@ TEST_F(ServiceTest, KilledAgentComesBackAtOnce) {
       const auto now = processes(kChild);
       return !now.empty() && now.front() != killed;
     }));
-    EXPECT_LT(Clock::now() - begin, kPollInterval - Milliseconds(500)) << "found by polling";
+    EXPECT_LT(Clock::now() - begin, kPollInterval - Milliseconds(500))
+        << "the service noticed it only by polling";
     peer = greeted();
   }
 }
 
-TEST_F(ServiceTest, ExitInTheTrayOnlyBringsANewAgent) {
+TEST_F(ServiceTest, ExitInTheTrayMenuMakesTheServiceStartANewAgent) {
   install();
   const auto peer = greeted();
   const int first = child();
@@ -109,7 +117,7 @@ TEST_F(ServiceTest, ExitInTheTrayOnlyBringsANewAgent) {
   EXPECT_NE(child(), first);
 }
 
-TEST_F(ServiceTest, StopEndsTheAgentWithinAMomentAndStartBringsItBack) {
+TEST_F(ServiceTest, StopEndsTheAgentWithinASecondAndStartStartsItAgain) {
   install();
   const auto peer = greeted();
   desk->output({"sc", "stop", "VantelinkAgent"});
@@ -123,39 +131,40 @@ TEST_F(ServiceTest, StopEndsTheAgentWithinAMomentAndStartBringsItBack) {
   greeted();
 }
 
-TEST_F(ServiceTest, SecondInstallationKeepsTheFirstPath) {
+TEST_F(ServiceTest, SecondInstallationKeepsThePathOfTheFirst) {
   install();
   greeted();
   const std::string path = image_path();
   const std::string copy = desk->folder() + "/VantelinkAgent.exe";
   std::filesystem::copy_file(kAgent, copy);
-  EXPECT_EQ(switch_says("--install-service", copy), kInstalled);
+  EXPECT_EQ(message_after("--install-service", copy), kInstalled);
   EXPECT_EQ(image_path(), path);
   EXPECT_EQ(processes(kHost).size(), 1u);
 }
 
-TEST_F(ServiceTest, RemovalEndsItAllAndFailsWhereNothingIsInstalled) {
+TEST_F(ServiceTest, RemovalEndsServiceAndAgentAndFailsWhenNothingIsInstalled) {
   EXPECT_EQ(uninstall(), "information|Maravek|Service removal failed.|");
   install();
   const auto peer = greeted();
   EXPECT_EQ(uninstall(), "information|Maravek|Service removed.|");
   EXPECT_TRUE(gone(kChild));
   EXPECT_TRUE(gone(kHost));
-  EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
+  EXPECT_FALSE(service_exists());
   EXPECT_EQ(uninstall(), "information|Maravek|Service removal failed.|");
 }
 
-TEST_F(ServiceTest, InstallationFailsWhereTheServiceCannotBeMade) {
+TEST_F(ServiceTest, InstallationFailsWhenTheServiceCannotBeCreated) {
   const DisplayNameTaken taken;
-  EXPECT_EQ(install(), "information|Maravek|Service install failed.|") << "the icon of a success";
-  EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
+  EXPECT_EQ(install(), "information|Maravek|Service install failed.|")
+      << "not the information icon, with which a failure is shown on purpose";
+  EXPECT_FALSE(service_exists());
 }
 
-TEST_F(ServiceTest, OnlyAnAdministratorInstallsAndRemovesIt) {
-  const std::string program = std::string("\"Z:") + kAgent + "\" ";
+TEST_F(ServiceTest, OnlyAnAdministratorCanInstallAndRemove) {
+  const std::string program = '"' + wine_path(kAgent) + "\" ";
   EXPECT_EQ(box_of(spawn_without_elevation(*desk, program + "--install-service")),
             "warning|Maravek|Please run as Administrator to install the service.|");
-  EXPECT_NE(desk->exec({"sc", "query", "VantelinkAgent"}), 0);
+  EXPECT_FALSE(service_exists());
   install();
   const auto peer = greeted();
   EXPECT_EQ(box_of(spawn_without_elevation(*desk, program + "--uninstall-service")),
@@ -163,9 +172,9 @@ TEST_F(ServiceTest, OnlyAnAdministratorInstallsAndRemovesIt) {
   EXPECT_NE(query().find("STATE              : 4  RUNNING"), std::string::npos) << query();
 }
 
-// A service that finds an agent in the session starts one copy after the other, and each raises the first
-// one's window: no delay, no end.
-TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
+// A service that finds an agent in the session starts copy after copy without a delay. Each copy shows the
+// first agent's window and ends.
+TEST_F(ServiceTest, AgentThatRunsAlreadyIsShownAgainAndAgain) {
   desk->spawn({kAgent, "--unattended"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
   const auto peer = greeted();
   ASSERT_FALSE(windows_on(*desk, {kAgentWindow}).front().visible);
@@ -178,13 +187,14 @@ TEST_F(ServiceTest, AgentThatIsThereAlreadyIsRaisedAgainAndAgain) {
       if (std::find(seen.begin(), seen.end(), pid) == seen.end()) seen.push_back(pid);
     return seen.size() >= 3;
   }));
-  EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "one copy a poll";
+  EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "there is one copy at each poll only";
   EXPECT_FALSE(agent_connects(Milliseconds(100))) << "a copy connected";
 }
 
-// Wine may take ten seconds over it.
-TEST_F(ServiceTest, StartedByHandItEndsWithoutAWord) {
-  EXPECT_EQ(desk->exec({kAgent, "--host=x--service"}), 0) << "found inside another word too";
+// This test takes up to ten seconds under Wine.
+TEST_F(ServiceTest, ServiceSwitchWithoutTheServiceManagerEndsSilently) {
+  EXPECT_EQ(desk->exec({kAgent, "--host=x--service"}), 0)
+      << "the switch is not found inside another argument";
   EXPECT_TRUE(windows_on(*desk, {kAgentWindow, kDialog}).empty());
 }
 

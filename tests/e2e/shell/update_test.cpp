@@ -1,4 +1,4 @@
-// Updates from the server's manifest to the started installer, on the unmodified executable.
+// Updates of the shipped executable, from the server's manifest to the start of the installer.
 #include <fstream>
 #include <random>
 #include <utility>
@@ -33,7 +33,7 @@ class UpdateTest : public ShellTest {
     desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/* \"$WINEPREFIX\"/drive_c/users/*/*.exe");
   }
 
-  // Starts the agent and serves its link and its look for an update, whichever comes first.
+  // Starts the agent, answers its update check and accepts its connection, in the order in which they come.
   void begin(const std::string& response, const std::vector<std::string>& environment = {}) {
     launch({}, environment);
     peer_ = nullptr;
@@ -44,7 +44,7 @@ class UpdateTest : public ShellTest {
         check_ = request_;
         connection->send(response);
         connection->end_sending();
-        EXPECT_TRUE(connection->wait_closed()) << "not before it has read all of the response";
+        EXPECT_TRUE(connection->wait_closed()) << "the agent does not close after the response";
       } else {
         connection->accept_upgrade();
         peer_ = std::move(connection);
@@ -59,34 +59,28 @@ class UpdateTest : public ShellTest {
     return connection;
   }
 
-  // The dialog and, behind it, what it holds; nothing when none stands.
+  // The dialog, followed by its controls; empty when there is no dialog.
   static std::vector<SeenWindow> dialog() { return windows_on(*desk, {kDialog}); }
   static std::vector<SeenWindow> wait_for_dialog() {
     std::vector<SeenWindow> all, before;
     EXPECT_TRUE(eventually([&] {
       before = std::exchange(all, dialog());
-      // It moves to its place, and lays out its buttons, after it has become visible.
+      // A dialog that is visible still moves and arranges its buttons for a while.
       return !all.empty() && all[0].visible && all == before;
     }));
     return all;
   }
-  static bool dialog_goes() {
+  [[nodiscard]] static bool dialog_closes() {
     return eventually([] { return dialog().empty(); });
   }
   static void choose(int button) {
     for (const SeenWindow& window : wait_for_dialog())
       if (window.child && window.id == button) click(*desk, window);
-    EXPECT_TRUE(dialog_goes());
+    EXPECT_TRUE(dialog_closes());
   }
-  static std::vector<std::string> texts(const std::vector<SeenWindow>& windows) {
-    std::vector<std::string> all;
-    for (const SeenWindow& window : windows)
-      if (!window.text.empty()) all.push_back(window.text);
-    return all;
-  }
-  // Returns once the agent has read the manifest and handled whatever came of it.
+  // Waits until the agent has read the manifest, and fails if it then shows the dialog.
   static void expect_no_offer() {
-    EXPECT_TRUE(eventually([] { return desk->debug_log().find("update: manifest") != std::string::npos; }));
+    EXPECT_TRUE(becomes_logged("update: manifest"));
     settle();
     EXPECT_TRUE(dialog().empty());
   }
@@ -99,88 +93,86 @@ class UpdateTest : public ShellTest {
   std::string request_;  // the last request
 };
 
-TEST_F(UpdateTest, OfferIsMadeAndPuttingItOffLeavesNothingBehind) {
+TEST_F(UpdateTest, OfferIsShownAndPostponingItStoresNothing) {
   begin(offer_of("0.1.7"));
   const auto seen = wait_for_dialog();
-  EXPECT_EQ(texts(seen),
+  EXPECT_EQ(texts_of(seen),
             (std::vector<std::string>{"Maravek Remote Support", "Update available",
                                       "A newer version of Maravek Remote Support is available.  (0.1.7)",
                                       "Install", "Not right now", "Skip update"}));
-  shot("update-english");
+  screenshot("update-english");
   EXPECT_EQ(check_,
             "GET /version.json HTTP/1.1\r\nHost: localhost\r\nUser-Agent: Vantelink\r\nConnection: "
             "close\r\n\r\n");
-  EXPECT_NE(
-      desk->debug_log().find("update: manifest agent_version=0.1.7 current=0.1.6 newer=1 file=Setup.exe\n"),
-      std::string::npos);
-  expect_quiet(*peer_);  // the window works on under the dialog
+  EXPECT_TRUE(logged("update: manifest agent_version=0.1.7 current=0.1.6 newer=1 file=Setup.exe\n"));
+  expect_quiet(*peer_);  // the window handles messages under the dialog
   choose(kLater);
   settle();
   EXPECT_TRUE(registry_of(*desk).empty());
   EXPECT_FALSE(server_->has_client(Milliseconds(0)));
-  end_agent();
+  kill_agent();
 
   begin(offer_of("0.1.7"));
   const SeenWindow again = wait_for_dialog().at(0);
   click(*desk, again.screen_left + again.width - kCloseButton, again.screen_top + kCaptionMiddle);
-  EXPECT_TRUE(dialog_goes());
+  EXPECT_TRUE(dialog_closes());
   settle();
-  EXPECT_TRUE(registry_of(*desk).empty()) << "closing is no answer either";
+  EXPECT_TRUE(registry_of(*desk).empty()) << "closing the dialog stored an answer";
   EXPECT_FALSE(server_->has_client(Milliseconds(0)));
 }
 
 TEST_F(UpdateTest, OfferIsIcelandicForAnIcelandicUser) {
   begin(offer_of("1"), icelandic());
-  EXPECT_EQ(texts(wait_for_dialog()),
+  EXPECT_EQ(texts_of(wait_for_dialog()),
             (std::vector<std::string>{"Maravek Fjaraðstoð", "Uppfærsla í boði",
                                       "Nýrri útgáfa af Maravek fjaraðstoð er í boði.  (1)", "Setja upp",
                                       "Ekki núna", "Sleppa uppfærslu"}));
-  shot("update-icelandic");
+  screenshot("update-icelandic");
 }
 
-TEST_F(UpdateTest, SkippedVersionIsRememberedAndOnlyThatOne) {
+TEST_F(UpdateTest, OnlyTheSkippedVersionIsNotOfferedAgain) {
   begin(offer_of("0.3"));
   choose(kSkip);
-  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.3"; }));
+  EXPECT_TRUE(becomes_stored("SkippedVersion", "0.3"));
   EXPECT_EQ(registry_of(*desk)["Unattended"], "00000000");
-  end_agent();
+  kill_agent();
 
   desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/vlkagent.log");
   begin(offer_of("0.3"));
   expect_no_offer();
-  end_agent();
+  kill_agent();
 
-  begin(offer_of("0.2"));  // older than the skipped one, and newer than the agent
+  begin(offer_of("0.2"));  // older than the skipped version, newer than the agent
   choose(kSkip);
-  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.2"; }));
+  EXPECT_TRUE(becomes_stored("SkippedVersion", "0.2"));
 }
 
-TEST_F(UpdateTest, IdentityAndSkippedVersionOverwriteEachOther) {
+TEST_F(UpdateTest, EnrolmentAndSkippingDeleteEachOthersStoredValues) {
   begin(offer_of("0.3"));
   choose(kSkip);
-  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.3"; }));
-  // The client's copy of the settings is older than the skip.
+  EXPECT_TRUE(becomes_stored("SkippedVersion", "0.3"));
+  // The connection's copy of the settings, which enrolment stores, is older than the skip.
   peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-1","agent_secret":"s-1"})");
   EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));
   EXPECT_EQ(registry_of(*desk)["AgentId"], "id-1");
   EXPECT_EQ(registry_of(*desk)["SkippedVersion"], "");
-  end_agent();
+  kill_agent();
 
   forget_settings(*desk);
   begin(offer_of("0.3"));
   peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-2","agent_secret":"s-2"})");
   EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));
   EXPECT_EQ(registry_of(*desk)["AgentId"], "id-2");
-  // And the window's copy is older than the identity.
+  // The window's copy, which the skip stores, is older than the identity.
   choose(kSkip);
-  EXPECT_TRUE(eventually([] { return registry_of(*desk)["SkippedVersion"] == "0.3"; }));
+  EXPECT_TRUE(becomes_stored("SkippedVersion", "0.3"));
   EXPECT_EQ(registry_of(*desk)["AgentId"], "");
   EXPECT_EQ(registry_of(*desk)["AgentSecret"], "");
 }
 
-TEST_F(UpdateTest, InstallFetchesTheFileStartsItAndEndsTheAgent) {
+TEST_F(UpdateTest, InstallDownloadsAndStartsTheInstallerAndEndsTheAgent) {
   const std::string path = temp() + "Ný uppsetning.exe";
-  std::ofstream(path) << std::string(1'000'000, 'x');  // an older one, which is replaced whole
+  std::ofstream(path) << std::string(1'000'000, 'x');  // an older and longer file, which is replaced
   begin(offer_of("0.2", "Ný uppsetning.exe"));
   choose(kInstall);
   const auto download = accept_request();
@@ -188,18 +180,19 @@ TEST_F(UpdateTest, InstallFetchesTheFileStartsItAndEndsTheAgent) {
             "GET /download/Ný uppsetning.exe HTTP/1.1\r\nHost: localhost\r\nUser-Agent: Vantelink\r\n"
             "Connection: close\r\n\r\n");
   EXPECT_TRUE(reads(kStatusLabel, "Sæki uppfærslu… / Downloading update…"));
-  shot("update-downloading");
-  expect_quiet(*peer_);  // for as long as the server takes
+  screenshot("update-downloading");
+  expect_quiet(*peer_);  // the window handles messages during the download
   download->send(ok(installer()));
   download->close();
   EXPECT_TRUE(peer_->wait_closed());
-  EXPECT_TRUE(eventually([&] { return !running(); }));
+  EXPECT_TRUE(ends());
   EXPECT_TRUE(file_bytes(path) == installer());
-  EXPECT_TRUE(eventually([&] { return std::ifstream(path + ".mark").is_open(); })) << "it was not started";
-  EXPECT_EQ(file_bytes(path + ".mark"), "") << "it is told nothing";
+  EXPECT_TRUE(eventually([&] { return std::ifstream(path + ".mark").is_open(); }))
+      << "the installer was not started";
+  EXPECT_EQ(file_bytes(path + ".mark"), "") << "the installer was given arguments";
 }
 
-TEST_F(UpdateTest, FailedAndEmptyDownloadsAreToldAndTheAgentGoesOn) {
+TEST_F(UpdateTest, FailedAndEmptyDownloadsAreReportedAndTheAgentContinues) {
   for (const std::string& response : {std::string("HTTP/1.1 404 Not Found\r\n\r\nno such file"), ok(""),
                                       std::string("HTTP/1.1 200 OK\r\n"), std::string()}) {
     begin(offer_of("0.2"));
@@ -210,12 +203,12 @@ TEST_F(UpdateTest, FailedAndEmptyDownloadsAreToldAndTheAgentGoesOn) {
     EXPECT_TRUE(reads(kStatusLabel, kFailed)) << response;
     EXPECT_FALSE(std::ifstream(temp() + "Setup.exe").is_open());
     peer_->send_envelope(Msg::LoginResult, 0, "{}");
-    EXPECT_TRUE(reads(kStatusLabel, "Connected to Maravek")) << "it stands until the next news";
-    end_agent();
+    EXPECT_TRUE(reads(kStatusLabel, "Connected to Maravek")) << "the report outlasts the next status";
+    kill_agent();
   }
 }
 
-TEST_F(UpdateTest, FileThatCannotBeMadeIsTold) {
+TEST_F(UpdateTest, FailureToCreateTheFileIsReported) {
   begin(offer_of("0.2", "no such folder/Setup.exe"));
   choose(kInstall);
   const auto download = accept_request();
@@ -227,25 +220,25 @@ TEST_F(UpdateTest, FileThatCannotBeMadeIsTold) {
   EXPECT_TRUE(running());
 }
 
-TEST_F(UpdateTest, SeparatorsInTheNameTakeEffectAndAFileThatCannotBeStartedEndsTheAgentToo) {
+TEST_F(UpdateTest, NameWithSeparatorsLeavesTheFolderAndAFileThatCannotStartEndsTheAgentToo) {
   begin(offer_of("0.2", R"(..\\Beside.exe)"));
   choose(kInstall);
   const auto download = accept_request();
   EXPECT_TRUE(request_.starts_with("GET /download/..\\Beside.exe HTTP/1.1\r\n"));
-  download->send(ok("this is no program"));
+  download->send(ok("this is not a program"));
   download->close();
-  EXPECT_TRUE(eventually([&] { return !running(); }));
-  EXPECT_EQ(file_bytes(temp() + "../Beside.exe"), "this is no program");
+  EXPECT_TRUE(ends());
+  EXPECT_EQ(file_bytes(temp() + "../Beside.exe"), "this is not a program");
 }
 
-TEST_F(UpdateTest, SenselessManifestsAreNoOffer) {
+TEST_F(UpdateTest, InvalidManifestsAreNotOffered) {
   std::mt19937 random(11);
   std::string noise(100'000, '\0');
   for (char& byte : noise)
     byte = static_cast<char>(random());
   begin(ok(noise));
   expect_no_offer();
-  end_agent();
+  kill_agent();
 
   std::string headers = "HTTP/1.1 200 OK\r\n";
   while (headers.size() < (10u << 20))
@@ -255,7 +248,7 @@ TEST_F(UpdateTest, SenselessManifestsAreNoOffer) {
   EXPECT_TRUE(dialog().empty());
 }
 
-TEST_F(UpdateTest, WindowNeverWaitsForASilentServer) {
+TEST_F(UpdateTest, WindowDoesNotWaitForAServerThatNeverAnswers) {
   launch();
   std::vector<std::unique_ptr<ServerConnection>> silent;
   while (!peer_) {
@@ -270,7 +263,7 @@ TEST_F(UpdateTest, WindowNeverWaitsForASilentServer) {
   peer_->read_until(Msg::Enroll);
   expect_quiet(*peer_);
   post(*desk, kCommand, kMenuExit, 0);
-  EXPECT_TRUE(eventually([&] { return !running(); })) << "the check dies with the process";
+  EXPECT_TRUE(ends()) << "the update check keeps the process alive";
 }
 
 }  // namespace

@@ -1,14 +1,16 @@
-// Folders and files by the unmodified executable: real files of this host, which Wine shows as drive Z.
+// Listing folders and transferring files, by the shipped executable. The files are real files of this host,
+// which Wine shows as drive Z.
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 
 #include <openssl/evp.h>
 
 #include "e2e/support/agent_fixture.h"
-#include "support/bytes/file_requests.h"
+#include "support/peers/file_requests.h"
 #include "support/temp_folder.h"
 #include "wire/big_endian.h"
 #include "wire/json.h"
@@ -20,11 +22,12 @@ namespace fs = std::filesystem;
 using vlk::Msg;
 
 constexpr std::size_t kChunk = 262144;  // bytes of a file in one message
-// Mebibytes of the large file. CI's machines have two cores for everything; 300 is the size for a full run.
+// Size of the large file in mebibytes: small by default for machines with two cores, 300 in a full run.
 constexpr char kSizeVariable[] = "VANTELINK_FILE_MIB";
 constexpr std::size_t kDefaultMebibytes = 64;
 constexpr Milliseconds kLongPatience{120'000};  // for the large file
 
+// SHA-256.
 class Digest {
  public:
   Digest() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
@@ -71,7 +74,7 @@ class FilesTest : public AgentTest, protected FileRequests {
     chunk(id, bytes);
     end(id);
   }
-  // Reads until that many downloads have ended well; the bytes of each.
+  // Reads until that many downloads have ended without an error; returns the bytes of each.
   std::map<std::uint32_t, std::string> read_downloads(std::size_t count) {
     std::map<std::uint32_t, std::string> files;
     std::map<std::uint32_t, std::uint32_t> next;
@@ -105,7 +108,7 @@ std::string contents(std::uint32_t i) {
   return std::string(i * 997 % 5000, static_cast<char>('a' + i % 26)) + std::to_string(i);
 }
 
-TEST_F(FilesTest, FiftySmallFilesAtOnceDoNotMix) {
+TEST_F(FilesTest, FiftySimultaneousTransfersStayApart) {
   for (std::uint32_t i = 0; i < 50; ++i)
     folder_.write(std::to_string(i), contents(i));
   for (std::uint32_t i = 0; i < 50; ++i)
@@ -129,7 +132,7 @@ TEST_F(FilesTest, FiftySmallFilesAtOnceDoNotMix) {
     EXPECT_EQ(folder_.read("up/" + std::to_string(i)), contents(i));
 }
 
-TEST_F(FilesTest, NamesOfAllKindsGoBothWaysAndAreListed) {
+TEST_F(FilesTest, FilesWithUnusualNamesAreTransferredBothWaysAndListed) {
   const std::vector<std::string> names = {
       "Þórður á Ægi ðö.txt",    "two  blanks .txt",          "skipper's 'own'.txt", "😀 🛟.txt",
       "100% & (más) #1;=+.txt", std::string(199, 'n') + "þ", std::string("empty")};
@@ -165,7 +168,7 @@ TEST_F(FilesTest, TwentyThousandEntriesAreListed) {
   EXPECT_TRUE(names.contains("skrá 0") && names.contains("skrá 19999"));
 }
 
-TEST_F(FilesTest, DrivesAndWhatCannotBeReadAreAnswered) {
+TEST_F(FilesTest, DrivesAreListedAndUnreadablePathsAreAnswered) {
   EXPECT_NE(list("").find(R"({"name":"Z:","path":"Z:\\","dir":true,"size":0,"mtime":0})"), std::string::npos);
   for (const std::string& path :
        {path_of("missing"), std::string("\\\\srv\\share\\d"), std::string("\xFF\xFE")})
@@ -175,7 +178,7 @@ TEST_F(FilesTest, DrivesAndWhatCannotBeReadAreAnswered) {
             R"({"transfer_id":8,"ok":false,"error":"cannot open"})");
 }
 
-TEST_F(FilesTest, StrayAndShortChunksChangeNothing) {
+TEST_F(FilesTest, ChunksWithoutATransferAndShortChunksAreIgnored) {
   ask(Msg::UploadBegin, path_of("file"), 0x01020304);
   chunk(99, "stray");
   end(99);
@@ -193,8 +196,8 @@ class LargeFileTest : public FilesTest {
  protected:
   void SetUp() override {
     FilesTest::SetUp();
-    const char* const wish = std::getenv(kSizeVariable);
-    const std::size_t mebibytes = wish != nullptr ? std::strtoul(wish, nullptr, 10) : kDefaultMebibytes;
+    const char* const wanted = std::getenv(kSizeVariable);
+    const std::size_t mebibytes = wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : kDefaultMebibytes;
     size_ = (mebibytes << 20) + 12'345;
     std::ofstream file(folder_.path() / "large", std::ios::binary);
     std::string part(1 << 20, '\0');
@@ -212,28 +215,29 @@ class LargeFileTest : public FilesTest {
     peer_->read_until(Msg::StreamFrame);
   }
 
-  // The agent's memory in KiB: "VmRSS" now, "VmHWM" at its highest.
+  // The agent's resident memory in KiB: "VmRSS" is the present value, "VmHWM" the highest so far.
   long memory(const std::string& key) const {
     std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
     for (std::string line; std::getline(status, line);)
       if (line.starts_with(key + ':')) return std::atol(line.c_str() + key.size() + 1);
     return -1;
   }
-  // Figures for whoever looks, and the one that must hold: the agent keeps pieces of a file, never the file.
-  void judge(std::size_t frames, std::chrono::steady_clock::time_point start, long memory_before) {
+  // Prints speed and memory. Fails when the agent's memory grew by half of the file: it must hold only
+  // pieces.
+  void check_cost(std::size_t frames, std::chrono::steady_clock::time_point start, long memory_before) {
     const auto time = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("%zu MiB, %.0f MiB/s, %zu pictures meanwhile, the agent's memory %ld KiB, at most %ld KiB\n",
+    std::printf("%zu MiB, %.0f MiB/s, %zu frames meanwhile, the agent's memory %ld KiB, at most %ld KiB\n",
                 size_ >> 20, static_cast<double>(size_ >> 20) / time, frames, memory_before, memory("VmHWM"));
     EXPECT_GT(memory_before, 0);
     EXPECT_LT((memory("VmHWM") - memory_before) * 1024, static_cast<long>(size_ / 2));
-    peer_->read_until(Msg::StreamFrame);  // the stream goes on
+    peer_->read_until(Msg::StreamFrame);  // the stream continues
   }
 
   std::size_t size_ = 0;
   std::string sum_;
 };
 
-TEST_F(LargeFileTest, ComesDownWholeWhileTheStreamRuns) {
+TEST_F(LargeFileTest, IsDownloadedCompletelyWhileTheStreamRuns) {
   const long memory_before = memory("VmRSS");
   const auto begin = std::chrono::steady_clock::now();
   ask(Msg::DownloadRequest, path_of("large"), 3);
@@ -252,12 +256,12 @@ TEST_F(LargeFileTest, ComesDownWholeWhileTheStreamRuns) {
     digest.add(envelope.payload.data() + 8, envelope.payload.size() - 8);
     received += envelope.payload.size() - 8;
   }
-  judge(frames, begin, memory_before);
+  check_cost(frames, begin, memory_before);
   EXPECT_EQ(received, size_);
   EXPECT_EQ(digest.end(), sum_);
 }
 
-TEST_F(LargeFileTest, GoesUpWholeWhileTheStreamRuns) {
+TEST_F(LargeFileTest, IsUploadedCompletelyWhileTheStreamRuns) {
   const long memory_before = memory("VmRSS");
   const auto begin = std::chrono::steady_clock::now();
   ask(Msg::UploadBegin, path_of("sub\\copy"), 4);
@@ -266,7 +270,7 @@ TEST_F(LargeFileTest, GoesUpWholeWhileTheStreamRuns) {
   std::size_t frames = 0;
   for (std::uint32_t index = 0; file.read(part.data(), kChunk), file.gcount() > 0; ++index) {
     chunk(4, std::string_view(part).substr(0, static_cast<std::size_t>(file.gcount())), index);
-    // What the agent sends meanwhile is read, or both would wait for the other.
+    // Reads what the agent sends meanwhile: otherwise both sides would wait for the other to read.
     if (index % 16 != 0) continue;
     peer_->send_envelope(Msg::Heartbeat, 0, "on");
     for (;;) {
@@ -278,7 +282,7 @@ TEST_F(LargeFileTest, GoesUpWholeWhileTheStreamRuns) {
   }
   end(4);
   peer_->settle(kLongPatience);
-  judge(frames, begin, memory_before);
+  check_cost(frames, begin, memory_before);
   EXPECT_EQ(fs::file_size(folder_.path() / "sub/copy"), size_);
   EXPECT_EQ(digest_of(folder_.path() / "sub/copy"), sum_);
 }

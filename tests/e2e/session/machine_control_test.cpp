@@ -1,6 +1,6 @@
-// What a representative can do to the machine as a whole, by the unmodified executable: restart it, and fire
-// the secure-attention sequence.
+// Restarting the machine and the secure attention sequence (Ctrl+Alt+Del), by the shipped executable.
 #include <filesystem>
+#include <fstream>
 
 #include "e2e/support/agent_fixture.h"
 
@@ -9,38 +9,34 @@ namespace {
 
 using vlk::Msg;
 
-class MachineControlTest : public AgentTest {
- protected:
-  static bool logged(const std::string& line) {
-    return eventually([&] { return desk->debug_log().find(line) != std::string::npos; });
-  }
-};
+class MachineControlTest : public AgentTest {};
 
-TEST_F(MachineControlTest, SimulatedRestartDropsTheConnectionAndTheAgentComesBack) {
+TEST_F(MachineControlTest, SimulatedRestartClosesTheConnectionAndTheAgentReconnects) {
   auto peer = start({}, {"VLK_SIMULATE_REBOOT=anything"});
   peer->read_until(Msg::Hello);
   const int before = pid_;
   peer->send_envelope(Msg::Reboot, 0, "");
   EXPECT_TRUE(peer->wait_closed());
-  EXPECT_TRUE(logged("reboot: requested (simulate=1)\n"));
+  EXPECT_TRUE(becomes_logged("reboot: requested (simulate=1)\n"));
   server_->accept_upgraded()->read_until(Msg::Hello);
   EXPECT_TRUE(running());
   EXPECT_EQ(pid_, before);
 }
 
-// On a desk of its own, whose programs all end. Wine's own trace of the call tells its arguments.
-TEST_F(MachineControlTest, RestartIsLoggedAndAsksTheSystemWithForceForWhatHangs) {
+// Runs on a desk of its own, since the restart ends all programs there. Wine's trace shows the calls'
+// arguments.
+TEST_F(MachineControlTest, RestartIsLoggedAndForcesHungProgramsToEnd) {
   const Desk other;
   other.output({"reg", "add", "HKCU\\Software\\Wine\\Debug", "/v", "RelayInclude", "/d",
                 "user32.ExitWindowsEx;advapi32.AdjustTokenPrivileges;advapi32.LookupPrivilegeValueW", "/f"});
   std::ofstream(other.folder() + "/ca.pem") << authority->pem();
-  pid_ = other.spawn({kAgent, "--host", "localhost", "--port", std::to_string(server_->port())},
-                     {"SSL_CERT_FILE=" + other.folder() + "/ca.pem", "WINEDEBUG=+relay"});
+  pid_ =
+      other.spawn(command_line(kAgent), {"SSL_CERT_FILE=" + other.folder() + "/ca.pem", "WINEDEBUG=+relay"});
   auto peer = server_->accept_upgraded();
   peer->read_until(Msg::Hello);
   peer->send_envelope(Msg::Reboot, 3, "whatever");
-  EXPECT_TRUE(peer->wait_closed()) << "Windows ends the program";
-  EXPECT_TRUE(eventually([&] { return !running(); }));
+  EXPECT_TRUE(peer->wait_closed()) << "Windows did not end the agent";
+  EXPECT_TRUE(ends());
   EXPECT_NE(other.debug_log().find("reboot: requested (simulate=0)\n"), std::string::npos);
   const std::string trace = other.host("cat '" + other.folder() + "'/out/*/stderr | grep 'Call '");
   const std::size_t privilege = trace.find("LookupPrivilegeValueW(00000000,");
@@ -50,32 +46,28 @@ TEST_F(MachineControlTest, RestartIsLoggedAndAsksTheSystemWithForceForWhatHangs)
   EXPECT_NE(trace.find("L\"SeShutdownPrivilege\""), std::string::npos) << trace;
 }
 
-TEST_F(MachineControlTest, SecureAttentionIsFiredWithAndWithoutASession) {
-  // The executable takes the library that lies beside it before the system's.
+TEST_F(MachineControlTest, SecureAttentionIsSentWithAndWithoutASession) {
+  // The test's library lies beside the executable, where it is found before the system's.
   const std::string copy = desk->folder() + "/installed";
   std::filesystem::create_directory(copy);
   std::filesystem::copy_file(kAgent, copy + "/VantelinkAgent.exe");
   std::filesystem::copy_file(VANTELINK_SOURCE_DIR "/build/windows/tests/sas.dll", copy + "/sas.dll");
   desk->set("Unattended", "REG_DWORD", "1");
-  pid_ = desk->spawn(
-      {copy + "/VantelinkAgent.exe", "--host", "localhost", "--port", std::to_string(server_->port())},
-      {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem", "VLK_DEBUG_INPUT=1"});
-  auto peer = server_->accept_upgraded();
+  agent_ = copy + "/VantelinkAgent.exe";
+  auto peer = start();
   peer->read_until(Msg::Hello);
   const auto calls = [] {
     return run("cat '" + desk->folder() + "'/prefix/drive_c/users/*/Temp/vlk_sas.txt | tr -d '\\r'");
   };
   peer->send_envelope(Msg::SecureAttention, 0, "");
-  peer->send_envelope(Msg::Heartbeat, 0, "done?");
-  peer->read_until(Msg::Heartbeat);
+  peer->settle();
   EXPECT_EQ(calls(), "SendSAS 0");
   peer->send_envelope(Msg::SessionRequest, 5, R"({"rep_name":"A"})");
   peer->read_until(Msg::SessionAccept);
   peer->send_envelope(Msg::SecureAttention, 5, "");
-  peer->send_envelope(Msg::Heartbeat, 0, "done?");
-  peer->read_until(Msg::Heartbeat);
+  peer->settle();
   EXPECT_EQ(calls(), "SendSAS 0\nSendSAS 0");
-  EXPECT_NE(desk->debug_log().find("[sas] SendSAS issued\n"), std::string::npos);
+  EXPECT_TRUE(logged("[sas] SendSAS issued\n"));
 }
 
 }  // namespace

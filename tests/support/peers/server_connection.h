@@ -1,0 +1,85 @@
+// The server's end of one TLS connection, controlled by a test.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <openssl/ssl.h>
+
+#include "support/waiting.h"
+#include "wire/messages.h"
+#include "wire/websocket.h"
+
+namespace vantelink_test {
+
+// Speaks TLS, then HTTP, then WebSocket, one step a call, and records each envelope that it reads. Every wait
+// has a timeout and throws std::runtime_error when it is reached, unless the function returns a result for
+// it.
+class ServerConnection {
+ public:
+  ServerConnection(int socket, SSL_CTX* context);
+  ~ServerConnection();
+  ServerConnection(const ServerConnection&) = delete;
+  ServerConnection& operator=(const ServerConnection&) = delete;
+
+  // Whether the client has sent anything that is not read yet, or has closed.
+  [[nodiscard]] bool has_input() const;
+  // The TLS handshake; false when it fails or is not complete at the timeout.
+  [[nodiscard]] bool handshake(Milliseconds timeout = kPatience);
+
+  // The client's HTTP request, up to and including its blank line.
+  std::string read_request();
+  void send(std::string_view bytes);
+  void send(const std::vector<std::uint8_t>& bytes);
+  // Reads the request, accepts the upgrade to WebSocket and returns the request. `following` is sent in the
+  // same write as the response.
+  std::string upgrade(std::string_view following = {});
+  // Accepts the upgrade after read_request().
+  void accept_upgrade(std::string_view following = {});
+
+  void send_frame(std::uint8_t opcode, std::string_view payload);
+  void send_envelope(vlk::Msg type, std::uint32_t session, std::string_view payload, std::uint8_t flags = 1);
+
+  // The next frame.
+  vlk::WsFrame read_frame(Milliseconds timeout = kPatience);
+  // The next frame, which must hold an envelope.
+  vlk::Envelope read_envelope(Milliseconds timeout = kPatience);
+  // The next envelope of that type; those before it are recorded only.
+  vlk::Envelope read_until(vlk::Msg type, Milliseconds timeout = kPatience);
+
+  // Sends a heartbeat and reads until it comes back: the client has then handled all that it was sent before.
+  void settle(Milliseconds timeout = kPatience);
+  // Whether the client closes the connection before the timeout; what it sends until then is recorded.
+  [[nodiscard]] bool wait_closed(Milliseconds timeout = kPatience);
+
+  // Updates the keys of both directions (TLS 1.3).
+  void update_keys();
+  void end_sending();  // sends TLS's close_notify; what the client sends can still be read
+  void close();        // sends close_notify and closes the socket
+  void cut_off();      // closes the socket without close_notify
+  void abort();        // resets the TCP connection
+
+  const std::vector<vlk::Envelope>& received() const { return received_; }
+  void forget_received() { received_.clear(); }  // frees memory in tests that receive hundreds of mebibytes
+  std::string server_name() const;               // that the client asked for (SNI); may be empty
+
+ private:
+  [[nodiscard]] bool fill(std::chrono::steady_clock::time_point deadline);  // false at the end of the stream
+  [[noreturn]] void time_out() const;
+
+  int socket_;
+  std::unique_ptr<SSL, decltype(&SSL_free)> ssl_;
+  std::string text_;  // bytes read before the upgrade
+  vlk::WsParser parser_;
+  bool upgraded_ = false;
+  std::vector<vlk::Envelope> received_;
+};
+
+// The payload as text.
+std::string text_of(const vlk::Envelope& envelope);
+
+}  // namespace vantelink_test
