@@ -32,7 +32,7 @@
 #include "tests/doubles/boards.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/support/certificates.h"
-#include "tests/windows/stream/h264_double.h"
+#include "tests/windows/stream/encode/transforms/h264_double.h"
 #include "tests/windows/support/painted_window.h"
 #include "wire/message_frame.h"
 

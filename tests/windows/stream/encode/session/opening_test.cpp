@@ -1,6 +1,6 @@
 // Opening and ending H.264 sessions on a scripted Media Foundation: every call in its order, every failure,
 // and what sessions leave to one another.
-#include "tests/windows/stream/h264_fixture.h"
+#include "tests/windows/stream/encode/session/session_fixture.h"
 
 namespace vlk::agent {
 namespace {

@@ -15,8 +15,8 @@
 #include "stream/encode/h264_encoder.h"
 #include "tests/doubles/boards.h"
 #include "tests/doubles/scripted_picture.h"
-#include "tests/windows/stream/h264_decoder.h"
-#include "tests/windows/stream/h264_double.h"
+#include "tests/windows/stream/encode/transforms/h264_decoder.h"
+#include "tests/windows/stream/encode/transforms/h264_double.h"
 #include "tests/windows/support/holdings.h"
 #include "tests/windows/support/seam.h"
 

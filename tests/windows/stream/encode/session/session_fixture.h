@@ -2,7 +2,7 @@
 // place.
 #pragma once
 
-#include "tests/windows/stream/fake_mft.h"
+#include "tests/windows/stream/encode/session/fake_mft.h"
 // Ends a block, so that the order stays.
 #include <optional>
 

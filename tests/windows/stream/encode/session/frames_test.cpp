@@ -1,5 +1,5 @@
 // Frames through an open H.264 session on a scripted Media Foundation, by both protocols.
-#include "tests/windows/stream/h264_fixture.h"
+#include "tests/windows/stream/encode/session/session_fixture.h"
 
 namespace vlk::agent {
 namespace {

@@ -3,7 +3,7 @@
 
 #include "stream/capture/capture.h"
 #include "stream/capture/monitors.h"
-#include "tests/windows/stream/fake_dxgi.h"
+#include "tests/windows/stream/capture/fake_dxgi.h"
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
 
