@@ -1,4 +1,4 @@
-// The pointer on a frame: against GDI's own drawing over the whole frame, pixel by pixel.
+// The pointer drawn on a frame, compared pixel by pixel with GDI drawing it over the whole frame.
 #include "stream/capture/cursor_overlay.h"
 
 #include <cstring>
@@ -7,84 +7,14 @@
 #include <gtest/gtest.h>
 
 #include "platform/win32/handles_win32.h"
+#include "tests/windows/stream/capture/cursor_seam.h"
+#include "tests/windows/support/holdings.h"
 #include "tests/windows/support/painted_window.h"
-#include "tests/windows/support/seam.h"
-
-namespace {
-
-struct Script {
-  bool scripted = false;  // else the system answers
-  BOOL info_result = TRUE;
-  CURSORINFO info = {};
-  BOOL icon_result = TRUE;
-  bool fail_surface = false;
-  int info_calls = 0, icon_calls = 0, surfaces = 0, draws = 0, memory_dcs = 0;
-  DWORD info_size = 0;
-  int x = 0, y = 0, width = -1, height = -1;
-  UINT step = 99, flags = 0;
-  HBRUSH brush = nullptr;
-};
-Script script;
-
-BOOL WINAPI get_cursor_info(PCURSORINFO info) {
-  static auto* const system = vlk::test::real<decltype(get_cursor_info)>("user32.dll", "GetCursorInfo");
-  ++script.info_calls;
-  script.info_size = info->cbSize;
-  if (!script.scripted) return system(info);
-  const DWORD size = info->cbSize;
-  *info = script.info;
-  info->cbSize = size;
-  return script.info_result;
-}
-
-BOOL WINAPI get_icon_info(HICON icon, PICONINFO info) {
-  static auto* const system = vlk::test::real<decltype(get_icon_info)>("user32.dll", "GetIconInfo");
-  ++script.icon_calls;
-  return script.icon_result ? system(icon, info) : FALSE;
-}
-
-HBITMAP WINAPI create_dib_section(HDC dc, const BITMAPINFO* info, UINT usage, void** bits, HANDLE section,
-                                  DWORD offset) {
-  static auto* const system = vlk::test::real<decltype(create_dib_section)>("gdi32.dll", "CreateDIBSection");
-  ++script.surfaces;
-  if (!script.fail_surface) return system(dc, info, usage, bits, section, offset);
-  *bits = nullptr;
-  return nullptr;
-}
-
-HDC WINAPI create_compatible_dc(HDC dc) {
-  static auto* const system =
-      vlk::test::real<decltype(create_compatible_dc)>("gdi32.dll", "CreateCompatibleDC");
-  ++script.memory_dcs;
-  return system(dc);
-}
-
-BOOL WINAPI draw_icon(HDC dc, int x, int y, HICON icon, int width, int height, UINT step, HBRUSH brush,
-                      UINT flags) {
-  static auto* const system = vlk::test::real<decltype(draw_icon)>("user32.dll", "DrawIconEx");
-  ++script.draws;
-  script.x = x;
-  script.y = y;
-  script.width = width;
-  script.height = height;
-  script.step = step;
-  script.brush = brush;
-  script.flags = flags;
-  return system(dc, x, y, icon, width, height, step, brush, flags);
-}
-
-}  // namespace
-
-extern "C" {
-void* __imp_GetCursorInfo = reinterpret_cast<void*>(get_cursor_info);
-void* __imp_GetIconInfo = reinterpret_cast<void*>(get_icon_info);
-void* __imp_CreateDIBSection = reinterpret_cast<void*>(create_dib_section);
-void* __imp_CreateCompatibleDC = reinterpret_cast<void*>(create_compatible_dc);
-void* __imp_DrawIconEx = reinterpret_cast<void*>(draw_icon);
-}
 
 namespace vlk::agent {
 namespace {
+
+using test::cursor_script;
 
 constexpr int kWidth = 150, kHeight = 90;
 
@@ -103,7 +33,7 @@ CapturedFrame make_frame(int width = kWidth, int height = kHeight) {
   return frame;
 }
 
-// What GDI makes of the pointer at (x, y) when the whole frame goes through a surface of its own.
+// The frame's pixels after GDI draws the pointer at (x, y) on a copy of the whole frame.
 std::vector<std::uint8_t> drawn_by_gdi(const CapturedFrame& frame, HCURSOR cursor, int x, int y) {
   const UniqueMemoryDc dc(CreateCompatibleDC(nullptr));
   const BITMAPINFO info = top_down_bitmap(static_cast<LONG>(frame.width), static_cast<LONG>(frame.height));
@@ -116,7 +46,8 @@ std::vector<std::uint8_t> drawn_by_gdi(const CapturedFrame& frame, HCURSOR curso
   return {first, first + frame.pixels.size()};
 }
 
-// A pointer of a size and hot spot of its own: half transparent, or black and white with inverting pixels.
+// A pointer with the given size and hot spot: half transparent in colour, or black and white with inverting
+// pixels.
 HCURSOR make_cursor(int width, int height, DWORD hot_x, DWORD hot_y, bool in_colour) {
   const auto cells = static_cast<std::size_t>(width * height);
   std::vector<std::uint32_t> colours(cells);
@@ -143,18 +74,18 @@ HCURSOR make_cursor(int width, int height, DWORD hot_x, DWORD hot_y, bool in_col
 class Cursor : public testing::Test {
  protected:
   void SetUp() override {
-    script = Script();
-    script.scripted = true;
-    script.info.flags = CURSOR_SHOWING;
-    script.info.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    script.info.ptScreenPos = {40, 30};
+    cursor_script = {};
+    cursor_script.scripted = true;
+    cursor_script.info.flags = CURSOR_SHOWING;
+    cursor_script.info.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+    cursor_script.info.ptScreenPos = {40, 30};
   }
-  void TearDown() override { script = Script(); }
+  void TearDown() override { cursor_script = {}; }
 
-  static void Point(LONG x, LONG y) { script.info.ptScreenPos = {x, y}; }
+  static void Point(LONG x, LONG y) { cursor_script.info.ptScreenPos = {x, y}; }
 };
 
-TEST_F(Cursor, AFrameWithoutPixelsCallsNothing) {
+TEST_F(Cursor, FrameWithoutPixelsMakesNoCalls) {
   CursorOverlay overlay;
   CapturedFrame empty;
   empty.width = empty.height = 10;
@@ -165,49 +96,50 @@ TEST_F(Cursor, AFrameWithoutPixelsCallsNothing) {
   flat.height = kHeight;
   flat.width = 0;
   overlay.Draw(flat, 0, 0);
-  EXPECT_EQ(script.info_calls, 0);
-  EXPECT_EQ(script.memory_dcs, 0);
+  EXPECT_EQ(cursor_script.info_calls, 0);
+  EXPECT_EQ(cursor_script.memory_dcs, 0);
 }
 
-TEST_F(Cursor, AHiddenOrUnknownPointerLeavesTheFrame) {
+TEST_F(Cursor, HiddenOrUnknownPointerLeavesTheFrameUnchanged) {
   const CapturedFrame untouched = make_frame();
   const auto expect_untouched = [&](const char* why) {
     CursorOverlay overlay;
     CapturedFrame frame = untouched;
     overlay.Draw(frame, 0, 0);
     EXPECT_EQ(frame.pixels, untouched.pixels) << why;
-    EXPECT_EQ(script.draws, 0) << why;
-    EXPECT_EQ(script.memory_dcs, 0) << why;
+    EXPECT_EQ(cursor_script.draws, 0) << why;
+    EXPECT_EQ(cursor_script.memory_dcs, 0) << why;
   };
-  script.info.flags = 2;  // suppressed, as by touch
+  cursor_script.info.flags = 2;  // CURSOR_SUPPRESSED, set while the user works by touch
   expect_untouched("hidden");
-  script.info.flags = CURSOR_SHOWING;
-  script.info_result = FALSE;
+  cursor_script.info.flags = CURSOR_SHOWING;
+  cursor_script.info_result = FALSE;
   expect_untouched("no information");
-  script.info_result = TRUE;
-  const HCURSOR cursor = script.info.hCursor;
-  script.info.hCursor = nullptr;
+  cursor_script.info_result = TRUE;
+  const HCURSOR cursor = cursor_script.info.hCursor;
+  cursor_script.info.hCursor = nullptr;
   expect_untouched("no pointer");
-  EXPECT_EQ(script.icon_calls, 0);
-  script.info.hCursor = cursor;
-  script.icon_result = FALSE;
+  EXPECT_EQ(cursor_script.icon_calls, 0);
+  cursor_script.info.hCursor = cursor;
+  cursor_script.icon_result = FALSE;
   expect_untouched("no icon information");
-  EXPECT_EQ(script.info_size, 24u);
+  EXPECT_EQ(cursor_script.info_size, 24u);
 }
 
-TEST_F(Cursor, IsDrawnAtItsNaturalSizeThroughItsMasks) {
+TEST_F(Cursor, PointerIsDrawnAtItsOwnSizeWithBothMasks) {
   CursorOverlay overlay;
   CapturedFrame frame = make_frame();
   overlay.Draw(frame, 0, 0);
-  EXPECT_EQ(script.width, 0);
-  EXPECT_EQ(script.height, 0);
-  EXPECT_EQ(script.step, 0u);
-  EXPECT_EQ(script.brush, nullptr);
-  EXPECT_EQ(script.flags, 3u);
+  EXPECT_EQ(cursor_script.width, 0);
+  EXPECT_EQ(cursor_script.height, 0);
+  EXPECT_EQ(cursor_script.step, 0u);
+  EXPECT_EQ(cursor_script.brush, nullptr);
+  EXPECT_EQ(cursor_script.flags, 3u);
 }
 
-// Every pixel, inside and outside the pointer's rectangle, for pointers of each kind in every place.
-TEST_F(Cursor, EveryPixelIsWhatGdiMakesOfTheWholeFrame) {
+// Compares every pixel, inside and outside the pointer's rectangle, for each kind of pointer at each
+// position.
+TEST_F(Cursor, EveryPixelEqualsGdisDrawingOnTheWholeFrame) {
   struct Row {
     std::string name;
     HCURSOR cursor;
@@ -233,8 +165,8 @@ TEST_F(Cursor, EveryPixelIsWhatGdiMakesOfTheWholeFrame) {
       EXPECT_EQ(icon.xHotspot, static_cast<DWORD>(row.hot_x));
       EXPECT_EQ(icon.yHotspot, static_cast<DWORD>(row.hot_y));
     }
-    script.info.hCursor = row.cursor;
-    CursorOverlay overlay;  // one for all positions, so that stale pixels of its surface would show
+    cursor_script.info.hCursor = row.cursor;
+    CursorOverlay overlay;  // one for all positions, so that stale pixels of its surface would be seen
     bool drew = false;
     for (const POINT& at : positions) {
       Point(at.x, at.y);
@@ -251,64 +183,64 @@ TEST_F(Cursor, EveryPixelIsWhatGdiMakesOfTheWholeFrame) {
   }
 }
 
-TEST_F(Cursor, PositionCountsFromTheMonitorsOrigin) {
+TEST_F(Cursor, PositionIsRelativeToTheMonitor) {
   Point(1920, 0);
   CursorOverlay overlay;
   CapturedFrame frame = make_frame();
   overlay.Draw(frame, 1920, 0);
-  EXPECT_EQ(script.x, 0);
-  EXPECT_EQ(script.y, 0);
+  EXPECT_EQ(cursor_script.x, 0);
+  EXPECT_EQ(cursor_script.y, 0);
   Point(-1900, -180);
   overlay.Draw(frame, -1920, -200);
-  EXPECT_EQ(script.x, 20);
-  EXPECT_EQ(script.y, 20);
+  EXPECT_EQ(cursor_script.x, 20);
+  EXPECT_EQ(cursor_script.y, 20);
 }
 
-TEST_F(Cursor, HotSpotBeyondThePositionGivesNegativeOnes) {
+TEST_F(Cursor, HotSpotBeyondThePositionGivesNegativeCoordinates) {
   const HCURSOR cursor = make_cursor(32, 32, 20, 25, true);
-  script.info.hCursor = cursor;
+  cursor_script.info.hCursor = cursor;
   Point(3, 4);
   CursorOverlay overlay;
   const CapturedFrame before = make_frame();
   CapturedFrame frame = before;
   overlay.Draw(frame, 0, 0);
-  EXPECT_EQ(script.x, -17);
-  EXPECT_EQ(script.y, -21);
+  EXPECT_EQ(cursor_script.x, -17);
+  EXPECT_EQ(cursor_script.y, -21);
   EXPECT_NE(frame.pixels, before.pixels);
   DestroyIcon(cursor);
 }
 
-TEST_F(Cursor, SurfaceServesWhileTheSizeStays) {
+TEST_F(Cursor, SurfaceIsKeptWhileTheSizeStaysTheSame) {
   CursorOverlay overlay;
   CapturedFrame frame = make_frame();
   for (int i = 0; i < 5; ++i)
     overlay.Draw(frame, 0, 0);
-  EXPECT_EQ(script.surfaces, 1);
-  EXPECT_EQ(script.draws, 5);
+  EXPECT_EQ(cursor_script.surfaces, 1);
+  EXPECT_EQ(cursor_script.draws, 5);
   CapturedFrame other = make_frame(kHeight, kWidth);
   const CapturedFrame before = other;
   overlay.Draw(other, 0, 0);
-  EXPECT_EQ(script.surfaces, 2);
-  EXPECT_EQ(other.pixels, drawn_by_gdi(before, script.info.hCursor, script.x, script.y));
+  EXPECT_EQ(cursor_script.surfaces, 2);
+  EXPECT_EQ(other.pixels, drawn_by_gdi(before, cursor_script.info.hCursor, cursor_script.x, cursor_script.y));
 }
 
-TEST_F(Cursor, SurfaceThatFailedIsTriedAgainOnlyForAnotherSize) {
-  script.fail_surface = true;
+TEST_F(Cursor, FailedSurfaceIsTriedAgainOnlyForAnotherSize) {
+  cursor_script.fail_surface = true;
   CursorOverlay overlay;
   const CapturedFrame before = make_frame();
   CapturedFrame frame = before;
   overlay.Draw(frame, 0, 0);
-  script.fail_surface = false;
+  cursor_script.fail_surface = false;
   overlay.Draw(frame, 0, 0);
-  EXPECT_EQ(script.surfaces, 1);
-  EXPECT_EQ(script.draws, 0);
+  EXPECT_EQ(cursor_script.surfaces, 1);
+  EXPECT_EQ(cursor_script.draws, 0);
   EXPECT_EQ(frame.pixels, before.pixels);
   CapturedFrame other = make_frame(kWidth + 1, kHeight);
   overlay.Draw(other, 0, 0);
-  EXPECT_EQ(script.draws, 1);
+  EXPECT_EQ(cursor_script.draws, 1);
 }
 
-TEST_F(Cursor, OverlaysLeaveNothingBehind) {
+TEST_F(Cursor, OverlaysLeaveNothingOpen) {
   CapturedFrame frame = make_frame();
   CapturedFrame other = make_frame(40, 40);
   const auto live = [&] {
@@ -316,24 +248,14 @@ TEST_F(Cursor, OverlaysLeaveNothingBehind) {
     overlay.Draw(frame, 0, 0);
     overlay.Draw(other, 0, 0);
   };
-  for (int i = 0; i < 3; ++i)
-    live();
-  const test::Holdings before = test::holdings();
-  for (int i = 0; i < 200; ++i)
-    live();
-  EXPECT_EQ(test::holdings().gdi, before.gdi);
-  EXPECT_EQ(test::holdings().handles, before.handles);
+  EXPECT_EQ(test::left_open_by(live), test::Holdings());
 
   CursorOverlay overlay;
-  overlay.Draw(frame, 0, 0);
-  const DWORD steady = test::holdings().gdi;
-  for (int i = 0; i < 200; ++i)
-    overlay.Draw(frame, 0, 0);
-  EXPECT_EQ(test::holdings().gdi, steady);
+  EXPECT_EQ(test::left_open_by([&] { overlay.Draw(frame, 0, 0); }).gdi, 0u);
 }
 
-TEST_F(Cursor, RealPointerOverAnOwnWindowIsDrawnWhereItIs) {
-  script = Script();
+TEST_F(Cursor, RealPointerIsDrawnAtItsPosition) {
+  cursor_script = {};
   const HCURSOR cursor = LoadCursorW(nullptr, IDC_ARROW);
   const test::PaintedWindow window(200, 150, 300, 200, test::pattern, cursor);
   CURSORINFO info = {};

@@ -1,23 +1,27 @@
-// The GDI copy of the real screen, pixel by pixel.
+// The GDI copy of the real screen, compared pixel by pixel.
 #include <gtest/gtest.h>
 
 #include "stream/capture/capture.h"
+#include "tests/windows/support/holdings.h"
 #include "tests/windows/support/painted_window.h"
 
 namespace vlk::agent {
 namespace {
 
-int screen_width() {
-  static const int size = GetSystemMetrics(SM_CXSCREEN);
-  return size;
+using test::screen_height;
+using test::screen_width;
+
+// Copies the screen until the pattern is at that place.
+void expect_captured(int left, int top, int width, int height) {
+  ScreenCapturer capturer;
+  CapturedFrame frame;
+  EXPECT_TRUE(test::pump_until([&] {
+    capturer.CaptureGdi(frame);
+    return test::shows_pattern(frame.pixels, screen_width(), left, top, width, height);
+  }));
 }
 
-int screen_height() {
-  static const int size = GetSystemMetrics(SM_CYSCREEN);
-  return size;
-}
-
-TEST(GdiCapture, WithoutAMonitorItIsThePrimaryScreen) {
+TEST(GdiCapture, CopiesThePrimaryScreenIfNoMonitorIsOpen) {
   ScreenCapturer capturer;
   CapturedFrame frame;
   frame.fresh = false;
@@ -31,30 +35,20 @@ TEST(GdiCapture, WithoutAMonitorItIsThePrimaryScreen) {
   EXPECT_EQ(capturer.height(), 0);
 }
 
-TEST(GdiCapture, EveryPixelOfAWindowIsInItsPlace) {
+TEST(GdiCapture, CopiesEveryPixelOfAWindow) {
   const test::PaintedWindow window(101, 83, 257, 131);
-  ScreenCapturer capturer;
-  CapturedFrame frame;
-  EXPECT_TRUE(test::pump_until([&] {
-    capturer.CaptureGdi(frame);
-    return test::shows_pattern(frame.pixels, screen_width(), 101, 83, 257, 131);
-  }));
+  expect_captured(101, 83, 257, 131);
 }
 
-TEST(GdiCapture, LayeredWindowsAreSeen) {
+TEST(GdiCapture, CopiesLayeredWindows) {
   const test::PaintedWindow window(300, 200, 64, 64);
   SetWindowLongPtrW(window.handle(), GWL_EXSTYLE, WS_EX_LAYERED | WS_EX_TOPMOST);
   SetLayeredWindowAttributes(window.handle(), 0, 255, LWA_ALPHA);
   InvalidateRect(window.handle(), nullptr, FALSE);
-  ScreenCapturer capturer;
-  CapturedFrame frame;
-  EXPECT_TRUE(test::pump_until([&] {
-    capturer.CaptureGdi(frame);
-    return test::shows_pattern(frame.pixels, screen_width(), 300, 200, 64, 64);
-  }));
+  expect_captured(300, 200, 64, 64);
 }
 
-TEST(GdiCapture, AFrameUsedAgainIsFilledAnew) {
+TEST(GdiCapture, ReusedFrameIsOverwritten) {
   const test::PaintedWindow window(10, 10, 40, 40);
   ScreenCapturer capturer;
   CapturedFrame frame;
@@ -67,7 +61,7 @@ TEST(GdiCapture, AFrameUsedAgainIsFilledAnew) {
   EXPECT_EQ(frame.pixels.size(), static_cast<std::size_t>(screen_width() * screen_height() * 4));
 }
 
-TEST(GdiCapture, AForgottenObjectWouldBeSeen) {
+TEST(GdiCapture, LeakedObjectsAreCounted) {
   const test::Holdings before = test::holdings();
   const HBITMAP forgotten = CreateBitmap(3, 3, 1, 32, nullptr);
   const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
@@ -78,21 +72,14 @@ TEST(GdiCapture, AForgottenObjectWouldBeSeen) {
   EXPECT_EQ(test::holdings(), before);
 }
 
-TEST(GdiCapture, CapturesLeaveNothingBehind) {
+TEST(GdiCapture, CapturesLeaveNothingOpen) {
   ScreenCapturer capturer;
   CapturedFrame frame;
-  for (int i = 0; i < 3; ++i)
-    capturer.CaptureGdi(frame);
-  const test::Holdings before = test::holdings();
-  for (int i = 0; i < 200; ++i)
-    capturer.CaptureGdi(frame);
-  const test::Holdings after = test::holdings();
-  EXPECT_EQ(after.gdi, before.gdi);
-  EXPECT_EQ(after.handles, before.handles);
+  EXPECT_EQ(test::left_open_by([&] { capturer.CaptureGdi(frame); }), test::Holdings());
 }
 
-// What Wine lacks: a real duplication. So Open fails there, and must do so without leaving anything open.
-TEST(GdiCapture, OpenAndCloseLeaveNothingBehind) {
+// Wine has no desktop duplication, so Open fails there and must not leave anything open.
+TEST(GdiCapture, OpenAndCloseLeaveNothingOpen) {
   ScreenCapturer capturer;
   for (int i = 0; i < 3; ++i)
     capturer.Open(0);

@@ -3,25 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/windows/support/holdings.h"
 #include "tests/windows/support/painted_window.h"
 
 namespace vlk::agent {
 namespace {
 
 using test::Colour;
+using test::screen_height;
+using test::screen_width;
 
 constexpr Colour kLeft = {200, 30, 10};
 constexpr Colour kRight = {5, 90, 250};
-
-int screen_width() {
-  static const int size = GetSystemMetrics(SM_CXSCREEN);
-  return size;
-}
-
-int screen_height() {
-  static const int size = GetSystemMetrics(SM_CYSCREEN);
-  return size;
-}
 
 TEST(Monitors, AreNumberedFromZeroAndIncludeThePrimaryScreen) {
   const auto monitors = EnumerateMonitors();
@@ -38,7 +31,7 @@ TEST(Monitors, AreNumberedFromZeroAndIncludeThePrimaryScreen) {
   EXPECT_TRUE(primary);
 }
 
-TEST(Monitors, ThumbnailIsTheScreenShrunk) {
+TEST(Monitors, ThumbnailIsTheScaledScreen) {
   const test::PaintedWindow window(0, 0, screen_width(), screen_height(),
                                    [](int x, int) { return x < screen_width() / 2 ? kLeft : kRight; });
   const ThumbnailSize size = FitThumbnail(screen_width(), screen_height(), 320);
@@ -49,7 +42,7 @@ TEST(Monitors, ThumbnailIsTheScreenShrunk) {
     for (int y = 0; y < size.height; ++y) {
       for (int x = 0; x < size.width; ++x) {
         const int middle = size.width / 2;
-        if (x == middle - 1 || x == middle) continue;  // the two colours may mix there
+        if (x == middle - 1 || x == middle) continue;  // the two colours may blend there
         if (test::colour_at(pixels, size.width, x, y) != (x < middle ? kLeft : kRight)) return false;
       }
     }
@@ -63,7 +56,7 @@ TEST(Monitors, ThumbnailIsTheScreenShrunk) {
   EXPECT_EQ(thumbnails[0].pixels.size(), static_cast<std::size_t>(size.width * size.height * 4));
 }
 
-TEST(Monitors, LimitAboveTheScreenGivesItUnscaled) {
+TEST(Monitors, LimitAboveTheScreenSizeGivesAnUnscaledThumbnail) {
   const test::PaintedWindow window(30, 40, 100, 50);
   EXPECT_TRUE(test::pump_until([] {
     const auto thumbnails = CaptureThumbnails(100000);
@@ -73,15 +66,8 @@ TEST(Monitors, LimitAboveTheScreenGivesItUnscaled) {
   }));
 }
 
-TEST(Monitors, ListsAndThumbnailsLeaveNothingBehind) {
-  for (int i = 0; i < 3; ++i)
-    CaptureThumbnails(320);
-  const test::Holdings before = test::holdings();
-  for (int i = 0; i < 20; ++i)
-    CaptureThumbnails(320);
-  const test::Holdings after = test::holdings();
-  EXPECT_EQ(after.gdi, before.gdi);
-  EXPECT_EQ(after.handles, before.handles);
+TEST(Monitors, ListsAndThumbnailsLeaveNothingOpen) {
+  EXPECT_EQ(test::left_open_by([] { CaptureThumbnails(320); }, 20), test::Holdings());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// JPEG files, decoded again, and what the encoder is asked for.
+// JPEG files: their decoded pixels, and the calls to the encoder.
 #include "stream/encode/jpeg_encoder.h"
 
 #include <cstdlib>
@@ -12,6 +12,7 @@
 
 #include <windows.h>
 
+#include "tests/windows/support/holdings.h"
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
 
@@ -118,7 +119,8 @@ namespace {
 namespace gdip = Gdiplus::DllExports;
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::uint32_t kWidth = 64, kHeight = 96;  // fields end at the borders of 16 by 16 blocks
+constexpr std::uint32_t kWidth = 64,
+                        kHeight = 96;  // the fields end at the edges of blocks of 16 by 16 pixels
 
 class Jpeg : public testing::Test {
  protected:
@@ -133,7 +135,7 @@ class Jpeg : public testing::Test {
   static inline ULONG_PTR token_ = 0;
 };
 
-// Four fields of one colour each, which JPEG keeps nearly as they are.
+// Four fields of one colour each, which JPEG changes very little.
 test::Colour field(std::uint32_t x, std::uint32_t y) {
   const auto level = [](bool high) { return static_cast<std::uint8_t>(high ? 220 : 30); };
   return {level(x < kWidth / 2), level(y < kHeight / 2), level((x < kWidth / 2) != (y < kHeight / 2))};
@@ -204,13 +206,13 @@ TEST_F(Jpeg, FileDecodesToTheImage) {
   expect_fields(decode(file));
 }
 
-TEST_F(Jpeg, RowsMayBeFurtherApartThanTheyAreLong) {
+TEST_F(Jpeg, RowsMayBePadded) {
   expect_fields(
       decode(EncodeJpeg(make_image(kWidth * 4 + 28, 0).data(), kWidth, kHeight, kWidth * 4 + 28, 70)));
 }
 
-// Wine's encoder would pass over the fourth byte in a format with alpha too: hence the format itself.
-TEST_F(Jpeg, BitmapLiesOverTheCallersMemoryInAFormatWithoutAlpha) {
+// Checks the format itself, because Wine's encoder ignores the fourth byte in a format with alpha too.
+TEST_F(Jpeg, BitmapUsesTheCallersMemoryInAFormatWithoutAlpha) {
   const Bytes image = make_image(kWidth * 4 + 28, 0);
   EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4 + 28, 70);
   EXPECT_EQ(script.width, static_cast<INT>(kWidth));
@@ -233,7 +235,7 @@ TEST_F(Jpeg, ImageIsNotWrittenTo) {
   EXPECT_EQ(copy, image);
 }
 
-TEST_F(Jpeg, QualityIsPassedAsItStands) {
+TEST_F(Jpeg, QualityIsPassedUnchanged) {
   const Bytes image = make_image(kWidth * 4, 0);
   for (const std::uint32_t quality : {70u, 80u, 0u, 100u, 101u, 4294967295u}) {
     EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, quality);
@@ -245,7 +247,7 @@ TEST_F(Jpeg, QualityIsPassedAsItStands) {
   }
 }
 
-TEST_F(Jpeg, AnImageWithoutAreaGivesNothing) {
+TEST_F(Jpeg, ImageWithoutAreaGivesNothing) {
   const Bytes image = make_image(kWidth * 4, 0);
   EXPECT_TRUE(EncodeJpeg(image.data(), 0, kHeight, kWidth * 4, 70).empty());
   EXPECT_TRUE(EncodeJpeg(image.data(), kWidth, 0, kWidth * 4, 70).empty());
@@ -264,7 +266,7 @@ TEST_F(Jpeg, SystemWithoutAJpegEncoderGivesNothing) {
   EXPECT_FALSE(EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, 70).empty());
 }
 
-TEST_F(Jpeg, FailuresGiveNothingAndDisposeOfTheBitmap) {
+TEST_F(Jpeg, FailuresGiveNothingAndReleaseTheBitmap) {
   const Bytes image = make_image(kWidth * 4, 0);
   script.no_stream = true;
   EXPECT_TRUE(EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, 70).empty());
@@ -294,16 +296,10 @@ TEST_F(Jpeg, TwoThreadsEncodeAtOnce) {
   EXPECT_TRUE(second);
 }
 
-TEST_F(Jpeg, EncodingLeavesNothingBehind) {
+TEST_F(Jpeg, EncodingLeavesNothingOpen) {
   const Bytes image = make_image(kWidth * 4, 0);
   const auto encode = [&] { EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, 70); };
-  for (int i = 0; i < 3; ++i)
-    encode();
-  const test::Holdings before = test::holdings();
-  for (int i = 0; i < 200; ++i)
-    encode();
-  EXPECT_EQ(test::holdings().gdi, before.gdi);
-  EXPECT_EQ(test::holdings().handles, before.handles);
+  EXPECT_EQ(test::left_open_by(encode), test::Holdings());
 }
 
 }  // namespace

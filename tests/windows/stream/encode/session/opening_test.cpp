@@ -1,6 +1,9 @@
-// Opening and ending H.264 sessions on a scripted Media Foundation: every call in its order, every failure,
-// and what sessions leave to one another.
+// Opening and closing the H.264 encoder on a scripted Media Foundation: every call in order, every failure,
+// and the state that stays from one opening to the next.
 #include "tests/windows/stream/encode/session/session_fixture.h"
+
+#include <mfapi.h>
+#include <mferror.h>
 
 namespace vlk::agent {
 namespace {
@@ -12,7 +15,7 @@ std::string Describe(IMFMediaType* type, REFGUID attribute) {
   if (FAILED(type->GetItemType(attribute, &kind))) return "missing";
   if (kind == MF_ATTRIBUTE_UINT32) return "u32 " + std::to_string(MFGetAttributeUINT32(type, attribute, 0));
   if (kind == MF_ATTRIBUTE_UINT64) return "u64 " + hex(MFGetAttributeUINT64(type, attribute, 0));
-  return "something else";
+  return "another type";
 }
 
 void ExpectPictureAttributes(IMFMediaType* type, REFGUID subtype, UINT32 count, const char* rate) {
@@ -30,7 +33,7 @@ void ExpectPictureAttributes(IMFMediaType* type, REFGUID subtype, UINT32 count, 
   EXPECT_EQ(items, count);
 }
 
-TEST_F(H264SessionTest, OpeningTakesTheseSteps) {
+TEST_F(H264SessionTest, OpeningMakesTheseCalls) {
   EXPECT_TRUE(Init());
   EXPECT_EQ(
       machine.calls,
@@ -41,7 +44,7 @@ TEST_F(H264SessionTest, OpeningTakesTheseSteps) {
                "ProcessMessage 0x10000000 0x0", "ProcessMessage 0x10000003 0x0", "GetOutputCurrentType"}));
 }
 
-TEST_F(H264SessionTest, TypesSayWhatTheSessionIs) {
+TEST_F(H264SessionTest, TypesCarryTheSettings) {
   EXPECT_TRUE(Init());
   IMFMediaType* const output = machine.output_type.Get();
   ExpectPictureAttributes(output, MFVideoFormat_H264, 8, "u64 0xf00000001");
@@ -71,7 +74,7 @@ TEST_F(H264SessionTest, BitRatesBelowOneCountAsSixMillion) {
   }
 }
 
-TEST_F(H264SessionTest, SoftwareServesWhereThereIsNoHardware) {
+TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfThereIsNoHardware) {
   encoder_->hardware = true;
   EXPECT_EQ(LogOf([&] { EXPECT_TRUE(Init()); }), "encoder: H.264 software encoder ready hr=0x00000000\n");
   EXPECT_FALSE(encoder_->hardware);
@@ -80,7 +83,7 @@ TEST_F(H264SessionTest, SoftwareServesWhereThereIsNoHardware) {
   EXPECT_EQ(machine.Count("GetEvent 0"), 0);
 }
 
-TEST_F(H264SessionTest, HardwareIsTakenFirstAndUnlocked) {
+TEST_F(H264SessionTest, HardwareEncoderIsPreferredAndUnlocked) {
   machine.hardware = true;
   EXPECT_EQ(LogOf([&] { EXPECT_TRUE(Init()); }), "encoder: H.264 hardware encoder ready hr=0x00000000\n");
   EXPECT_TRUE(encoder_->hardware);
@@ -88,7 +91,7 @@ TEST_F(H264SessionTest, HardwareIsTakenFirstAndUnlocked) {
   EXPECT_EQ(MFGetAttributeUINT32(machine.encoder_attributes.Get(), MF_TRANSFORM_ASYNC_UNLOCK, 0), 1u);
 }
 
-TEST_F(H264SessionTest, HardwareThatDoesNotActivateGivesWayToSoftware) {
+TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfTheHardwareDoesNotActivate) {
   machine.hardware = true;
   machine.failures["ActivateObject(hardware)"] = static_cast<HRESULT>(0xC00D36B2);
   EXPECT_EQ(LogOf([&] { EXPECT_TRUE(Init()); }),
@@ -97,7 +100,7 @@ TEST_F(H264SessionTest, HardwareThatDoesNotActivateGivesWayToSoftware) {
   EXPECT_FALSE(encoder_->hardware);
 }
 
-TEST_F(H264SessionTest, EachFailureToOpenHasItsLine) {
+TEST_F(H264SessionTest, EachFailureToOpenIsLogged) {
   const char* const none = "encoder: no H.264 encoder MFT found hr=0x00000000\n";
   const struct {
     const char* call;
@@ -121,20 +124,20 @@ TEST_F(H264SessionTest, EachFailureToOpenHasItsLine) {
   }
 }
 
-TEST_F(H264SessionTest, NothingUndoesAHalfOpenedSessionButTheDestructor) {
+TEST_F(H264SessionTest, OnlyTheDestructorReleasesAHalfOpenedEncoder) {
   machine.failures["SetInputType"] = E_FAIL;
   EXPECT_FALSE(Init());
   EXPECT_EQ(machine.live, 1);
   EXPECT_FALSE(Init());
-  EXPECT_EQ(machine.live, 1) << "the second encoder took the first one's place";
+  EXPECT_EQ(machine.live, 1) << "the second encoder replaces the first";
   EXPECT_EQ(machine.startups, 2);
   EXPECT_EQ(CallsOf([&] { encoder_.reset(); }),
             (Strings{"ProcessMessage 0x10000002 0x0", "ProcessMessage 0x10000001 0x0", "MFShutdown"}));
-  EXPECT_EQ(machine.startups, 1) << "one start is matched, by design";
+  EXPECT_EQ(machine.startups, 1) << "only one MFStartup has its MFShutdown, deliberately";
   MFShutdown();
 }
 
-TEST_F(H264SessionTest, UncheckedRefusalsDoNotKeepASessionFromOpening) {
+TEST_F(H264SessionTest, FailuresThatAreNotCheckedDoNotPreventOpening) {
   for (const char* const call :
        {"SetValue", "GetOutputStreamInfo", "ProcessMessage", "GetOutputCurrentType"}) {
     machine.failures = {{call, E_FAIL}};
@@ -154,7 +157,7 @@ TEST_F(H264SessionTest, EncoderWithoutAttributesIsSynchronous) {
   EXPECT_EQ(machine.Count("GetEvent 0"), 0);
 }
 
-TEST_F(H264SessionTest, OddSizesAreOpenedAsAskedAndStayWithinTheirBuffers) {
+TEST_F(H264SessionTest, OddSizesAreEncodedWithinTheirBuffers) {
   for (const auto& [width, height] : {std::pair(5, 4), std::pair(4, 5), std::pair(5, 5), std::pair(1, 1)}) {
     EXPECT_TRUE(encoder_->Init(width, height, 15, 1));
     EXPECT_EQ(Describe(machine.output_type.Get(), MF_MT_FRAME_SIZE),
@@ -167,7 +170,7 @@ TEST_F(H264SessionTest, OddSizesAreOpenedAsAskedAndStayWithinTheirBuffers) {
   }
 }
 
-TEST_F(H264SessionTest, TimesAreASteadyClockOfFramesOverAllSessions) {
+TEST_F(H264SessionTest, SampleTimesCountFramesAcrossSessions) {
   EXPECT_TRUE(Init(15));
   for (int i = 0; i < 3; ++i)
     Encode();
@@ -182,7 +185,7 @@ TEST_F(H264SessionTest, TimesAreASteadyClockOfFramesOverAllSessions) {
   }
 }
 
-TEST_F(H264SessionTest, ParameterSetsOfAnEarlierSessionServeOneThatHasNone) {
+TEST_F(H264SessionTest, ParameterSetsOfAnEarlierSessionAreUsedIfThereAreNone) {
   machine.on_input = [](Machine& m) { m.outputs = {key("K")}; };
   EXPECT_TRUE(Init());
   encoder_->Shutdown();
@@ -195,8 +198,9 @@ TEST_F(H264SessionTest, ParameterSetsOfAnEarlierSessionServeOneThatHasNone) {
   EXPECT_EQ(Encode(), "<new>K");
 }
 
-// Deliberate: nothing takes the protocol back, so the later session waits for events that it has none of.
-TEST_F(H264SessionTest, OnceAsynchronousAlwaysAsynchronous) {
+// Deliberate: the encoder stays in asynchronous mode, so a later synchronous session waits for events that
+// never come.
+TEST_F(H264SessionTest, AsynchronousModeIsKept) {
   OpenAsync();
   encoder_->Shutdown();
   machine.hardware = false;
@@ -205,10 +209,10 @@ TEST_F(H264SessionTest, OnceAsynchronousAlwaysAsynchronous) {
   EXPECT_TRUE(EncodeFails());
   encoder_.emplace();
   EXPECT_TRUE(Init());
-  EXPECT_EQ(Encode(), "x") << "a new object starts afresh";
+  EXPECT_EQ(Encode(), "x") << "a new object starts in synchronous mode";
 }
 
-TEST_F(H264SessionTest, ClosedOrWithoutPixelsThereIsNothingToEncode) {
+TEST_F(H264SessionTest, NothingIsEncodedWhileClosedOrWithoutPixels) {
   EXPECT_TRUE(EncodeFails());
   EXPECT_TRUE(Init());
   Bytes out;
@@ -218,7 +222,7 @@ TEST_F(H264SessionTest, ClosedOrWithoutPixelsThereIsNothingToEncode) {
   EXPECT_EQ(machine.Count("ProcessInput 0 0"), 0);
 }
 
-TEST_F(H264SessionTest, ShutdownTakesTheseStepsOnce) {
+TEST_F(H264SessionTest, ShutdownMakesTheseCallsOnce) {
   EXPECT_TRUE(Init());
   machine.outputs = {plain("lost")};
   EXPECT_EQ(CallsOf([&] { encoder_->Shutdown(); }),
@@ -228,14 +232,12 @@ TEST_F(H264SessionTest, ShutdownTakesTheseStepsOnce) {
   EXPECT_TRUE(CallsOf([&] { encoder_.reset(); }).empty());
 }
 
-// Walks two sessions and fails their Nth call, for every N until none is left to fail.
-TEST_F(H264SessionTest, WhateverFailsNothingIsLeftOpen) {
+TEST_F(H264SessionTest, NothingStaysOpenWhicheverCallFails) {
   for (const bool async : {false, true}) {
-    int failing = 1;
-    for (;; ++failing) {
+    const int runs = vantelink_test::fail_each_call([&](vantelink_test::FailNth& failure) {
       machine = Machine();
       machine.hardware = async;
-      machine.fail_at = failing;
+      machine.nth_failure = &failure;
       encoder_.emplace();
       for (int session = 0; session < 2; ++session) {
         if (!Init()) continue;
@@ -247,12 +249,12 @@ TEST_F(H264SessionTest, WhateverFailsNothingIsLeftOpen) {
         encoder_->Shutdown();
       }
       encoder_.reset();
-      ASSERT_EQ(machine.live, 0) << "call " << failing;
+      EXPECT_EQ(machine.live, 0);
       while (machine.startups > 0)
         MFShutdown();
-      if (machine.fallible_calls < failing) break;
-    }
-    EXPECT_GT(failing, 35);
+      machine.nth_failure = nullptr;
+    });
+    EXPECT_GT(runs, 35);
   }
 }
 

@@ -1,15 +1,18 @@
-// What the tests of the H.264 session share. Included by one file of a program, for it takes the system's
-// place.
+// Fixture for tests of the H.264 encoder on a scripted Media Foundation.
 #pragma once
 
-#include "tests/windows/stream/encode/session/fake_mft.h"
-// Ends a block, so that the order stays.
+#include <cstdint>
+#include <functional>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "stream/encode/colour.h"
+#include <windows.h>
+
 #include "stream/encode/h264_encoder.h"
+#include "tests/windows/stream/encode/session/media_foundation_seam.h"
 
 namespace vlk::agent {
 
@@ -24,78 +27,27 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr std::int32_t kWidth = 20, kHeight = 6;
 constexpr std::size_t kNv12Size = kWidth * kHeight * 3 / 2;
 
-inline CapturedFrame MakeFrame(std::uint32_t width, std::uint32_t height, std::uint32_t padding = 0) {
-  CapturedFrame frame;
-  frame.width = width;
-  frame.height = height;
-  frame.stride = static_cast<std::int32_t>(width * 4 + padding);
-  frame.pixels.resize(static_cast<std::size_t>(frame.stride) * height);
-  for (std::size_t i = 0; i < frame.pixels.size(); ++i)
-    frame.pixels[i] = static_cast<std::uint8_t>(i * 37 + 11);
-  return frame;
-}
-
-inline std::string Text(const Bytes& bytes) {
-  return std::string(bytes.begin(), bytes.end());
-}
+// A frame whose rows are `padding` bytes longer than their pixels.
+CapturedFrame MakeFrame(std::uint32_t width, std::uint32_t height, std::uint32_t padding = 0);
 
 class H264Fixture : public testing::Test {
  protected:
-  void SetUp() override {
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    test::remove_debug_log();
-    machine = Machine();
-    encoder_.emplace();
-  }
-  void TearDown() override {
-    encoder_.reset();
-    EXPECT_EQ(machine.live, 0) << "objects left";
-    machine = Machine();
-    test::remove_debug_log();
-    CoUninitialize();
-  }
+  void SetUp() override;
+  void TearDown() override;
 
-  bool Init(std::int32_t fps = 15, std::int32_t bitrate = 4000000) {
-    return encoder_->Init(kWidth, kHeight, fps, bitrate);
-  }
-  // The log of what the function does, and no more.
-  template <typename Act>
-  std::string LogOf(Act act) {
-    test::remove_debug_log();
-    act();
-    return test::debug_log();
-  }
-  template <typename Act>
-  Strings CallsOf(Act act) {
-    machine.calls.clear();
-    act();
-    return machine.calls;
-  }
-  std::string Encode(bool force_keyframe = false) {
-    Bytes out = {'>'};
-    EXPECT_TRUE(encoder_->Encode(frame_, out, force_keyframe));
-    EXPECT_EQ(out.at(0), '>') << "what was there stays";
-    return Text(Bytes(out.begin() + 1, out.end()));
-  }
-  bool EncodeFails() {
-    Bytes out;
-    const bool result = encoder_->Encode(frame_, out, true);
-    EXPECT_TRUE(out.empty());
-    return !result;
-  }
-  static void AnswerEachInput(const std::string& bytes) {
-    machine.on_input = [bytes](Machine& m) {
-      m.outputs.push_back(plain(bytes));
-      m.events.push_back(METransformHaveOutput);
-      m.events.push_back(METransformNeedInput);
-    };
-  }
-  void OpenAsync() {
-    machine.hardware = true;
-    ASSERT_TRUE(Init());
-    machine.events.push_back(METransformNeedInput);
-    AnswerEachInput("x");
-  }
+  bool Init(std::int32_t fps = 15, std::int32_t bitrate = 4000000);
+  // The log lines that the function causes.
+  static std::string LogOf(const std::function<void()>& act);
+  // The calls that the function causes.
+  static Strings CallsOf(const std::function<void()>& act);
+  // Encodes the frame, which must succeed, and returns what is appended to the stream.
+  std::string Encode(bool force_keyframe = false);
+  // Encodes the frame. Returns whether that failed and appended nothing.
+  bool EncodeFails();
+  // Lets the encoder answer each input with one sample of these bytes.
+  static void AnswerEachInput(const std::string& bytes);
+  // Opens an asynchronous encoder that answers each input with "x".
+  void OpenAsync();
 
   const CapturedFrame frame_ = MakeFrame(kWidth, kHeight, 8);
   std::optional<H264Encoder> encoder_;

@@ -1,87 +1,60 @@
-// A scripted DXGI and Direct3D: adapters, outputs, a duplication and its textures as small COM objects that
-// count their references, note every call and fail where a test says so. Included by one file of a program;
-// it takes the place of the system's two entry points there.
-#pragma once
-
+// initguid.h comes first, so that the headers after it define their identifiers.
 #define CINTERFACE
 #include <initguid.h>
-// The identifiers' definitions must come before the headers' declarations.
-#include <cstdint>
-#include <cstring>
-#include <map>
-#include <string>
-#include <vector>
+// clang-format off
+#include "tests/windows/stream/capture/dxgi_seam.h"
+// clang-format on
+#include <utility>
 
 #include "tests/doubles/method_table.h"
 
-#include <d3d11.h>
 #include <dxgi1_2.h>
 
 namespace vlk::test::dxgi {
 
-struct Output {
-  RECT area;
-  bool attached;
-};
+Machine machine;
 
-struct Call {
-  std::string name;
-  std::vector<std::int64_t> arguments;
-  bool operator==(const Call&) const = default;
-};
+HRESULT Machine::Step(const std::string& name, std::vector<std::int64_t> arguments) {
+  calls.push_back({name, std::move(arguments)});
+  if (nth_failure != nullptr && nth_failure->fails()) return E_FAIL;
+  const auto failure = failures.find(name);
+  return failure == failures.end() ? S_OK : failure->second;
+}
 
-// What the machine is, and what was done to it.
-struct Machine {
-  std::vector<std::vector<Output>> adapters;
-  UINT width = 8, height = 4, pitch = 32;   // the desktop texture as it is mapped; pitch in bytes
-  std::vector<std::uint8_t> memory;         // height rows of `pitch` bytes
-  std::map<std::string, HRESULT> failures;  // by call
-  int fail_at = 0;  // the call with that number, from 1 on, fails with E_FAIL; 0: none
-  int fallible_calls = 0;
-  bool null_resource = false;  // frames are acquired that have no resource
-  int live = 0;                // objects not yet released for good
-  std::vector<Call> calls;
-  D3D11_TEXTURE2D_DESC staging = {};
+void Machine::Note(const std::string& name, std::vector<std::int64_t> arguments) {
+  calls.push_back({name, std::move(arguments)});
+}
 
-  HRESULT Step(const std::string& name, std::vector<std::int64_t> arguments = {}) {
-    calls.push_back({name, std::move(arguments)});
-    if (++fallible_calls == fail_at) return E_FAIL;
-    const auto failure = failures.find(name);
-    return failure == failures.end() ? S_OK : failure->second;
-  }
-  void Note(const std::string& name, std::vector<std::int64_t> arguments = {}) {
-    calls.push_back({name, std::move(arguments)});
-  }
-  std::vector<std::string> Names() const {
-    std::vector<std::string> names;
-    for (const Call& call : calls)
-      names.push_back(call.name);
-    return names;
-  }
-  int Count(const std::string& name) const {
-    int count = 0;
-    for (const Call& call : calls)
-      count += call.name == name;
-    return count;
-  }
-};
+std::vector<std::string> Machine::Names() const {
+  std::vector<std::string> names;
+  for (const Call& call : calls)
+    names.push_back(call.name);
+  return names;
+}
 
-inline Machine machine;
+int Machine::Count(const std::string& name) const {
+  int count = 0;
+  for (const Call& call : calls)
+    count += call.name == name;
+  return count;
+}
 
-// One layout for all objects: which interface it is lies in the table of its methods.
+namespace {
+
+// All objects have one layout. The table of methods decides which interface an object has.
 struct Object {
   void** methods;
   ULONG references;
   UINT adapter, output;
 };
 
-inline HRESULT WINAPI query_interface(Object* self, REFIID iid, void** result);
+HRESULT WINAPI query_interface(Object* self, REFIID iid, void** result);
 
-inline ULONG WINAPI add_ref(Object* self) {
+ULONG WINAPI add_ref(Object* self) {
   return ++self->references;
 }
 
-inline ULONG WINAPI release(Object* self) {
+ULONG WINAPI release(Object* self) {
   if (--self->references > 0) return self->references;
   --machine.live;
   delete self;
@@ -90,16 +63,16 @@ inline ULONG WINAPI release(Object* self) {
 
 using Methods = vantelink_doubles::MethodTable;
 
-inline Methods object_methods() {
+Methods object_methods() {
   return {query_interface, add_ref, release};
 }
 
-inline Object* make(Methods& methods, UINT adapter = 0, UINT output = 0) {
+Object* make(Methods& methods, UINT adapter = 0, UINT output = 0) {
   ++machine.live;
   return new Object{methods.get(), 1, adapter, output};
 }
 
-inline Methods& texture_methods() {
+Methods& texture_methods() {
   static Methods methods = object_methods().Set(
       VLK_SLOT(ID3D11Texture2D, GetDesc), +[](Object*, D3D11_TEXTURE2D_DESC* desc) {
         *desc = {};
@@ -113,12 +86,12 @@ inline Methods& texture_methods() {
   return methods;
 }
 
-inline Methods& resource_methods() {
+Methods& resource_methods() {
   static Methods methods = object_methods();
   return methods;
 }
 
-inline Methods& duplication_methods() {
+Methods& duplication_methods() {
   static Methods methods = object_methods()
                                .Set(
                                    VLK_SLOT(IDXGIOutputDuplication, AcquireNextFrame),
@@ -136,7 +109,7 @@ inline Methods& duplication_methods() {
   return methods;
 }
 
-inline Methods& output_methods() {
+Methods& output_methods() {
   static Methods methods =
       object_methods()
           .Set(
@@ -156,7 +129,7 @@ inline Methods& output_methods() {
   return methods;
 }
 
-inline Methods& adapter_methods() {
+Methods& adapter_methods() {
   static Methods methods = object_methods().Set(
       VLK_SLOT(IDXGIAdapter1, EnumOutputs), +[](Object* self, UINT index, void** output) -> HRESULT {
         *output = nullptr;
@@ -167,7 +140,7 @@ inline Methods& adapter_methods() {
   return methods;
 }
 
-inline Methods& factory_methods() {
+Methods& factory_methods() {
   static Methods methods = object_methods().Set(
       VLK_SLOT(IDXGIFactory1, EnumAdapters1), +[](Object*, UINT index, void** adapter) -> HRESULT {
         *adapter = nullptr;
@@ -178,7 +151,7 @@ inline Methods& factory_methods() {
   return methods;
 }
 
-inline Methods& device_methods() {
+Methods& device_methods() {
   static Methods methods = object_methods().Set(
       VLK_SLOT(ID3D11Device, CreateTexture2D),
       +[](Object*, const D3D11_TEXTURE2D_DESC* desc, const void* initial, void** texture) {
@@ -191,7 +164,7 @@ inline Methods& device_methods() {
   return methods;
 }
 
-inline Methods& context_methods() {
+Methods& context_methods() {
   static Methods methods =
       object_methods()
           .Set(
@@ -211,7 +184,7 @@ inline Methods& context_methods() {
   return methods;
 }
 
-inline HRESULT WINAPI query_interface(Object* self, REFIID iid, void** result) {
+HRESULT WINAPI query_interface(Object* self, REFIID iid, void** result) {
   *result = nullptr;
   if (IsEqualIID(iid, IID_IDXGIOutput1)) {
     const HRESULT outcome = machine.Step("QueryInterface(IDXGIOutput1)");
@@ -228,6 +201,7 @@ inline HRESULT WINAPI query_interface(Object* self, REFIID iid, void** result) {
   return E_NOINTERFACE;
 }
 
+}  // namespace
 }  // namespace vlk::test::dxgi
 
 extern "C" HRESULT WINAPI CreateDXGIFactory1(REFIID iid, void** factory) {
