@@ -1,7 +1,6 @@
-// The colour conversion's cost a frame: ours, ours as plain loops, libyuv's conversion of the same frame
-// (which averages its chroma, so it is a peer for speed alone), and a plain copy of the frame's bytes. All on
-// one thread. Rows are either packed at 64-byte addresses, or four bytes longer than their pixels and at odd
-// addresses.
+// Cost of the colour conversion per frame: ours, ours as plain loops, libyuv's (which averages the chroma, so
+// only its speed is comparable), and a plain copy of the frame's bytes. All run on one thread. Rows are
+// either packed and aligned to 64 bytes, or four bytes longer than their pixels and at odd addresses.
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -30,7 +29,7 @@ AlignedBytes make_bytes(std::size_t size) {
   return bytes;
 }
 
-// A frame and room for its conversion.
+// A frame and a buffer for its conversion.
 struct Picture {
   explicit Picture(const benchmark::State& state)
       : width(static_cast<std::int32_t>(state.range(0))),
@@ -80,17 +79,17 @@ void ConvertPlainly(benchmark::State& state) {
 void convert_by_libyuv(benchmark::State& state) {
   convert(state, [](const std::uint8_t* source, std::int32_t width, std::int32_t height, std::int32_t stride,
                     std::uint8_t* luma, std::uint8_t* chroma) {
-    // Its name for bytes in the order blue, green, red, alpha is ARGB.
+    // libyuv names the byte order blue, green, red, alpha "ARGB".
     libyuv::ARGBToNV12(source, stride, luma, width, chroma, width, width, height);
   });
 }
 
-// With the widest registers of this processor.
+// Uses the widest registers of this processor.
 void ConvertLibyuv(benchmark::State& state) {
   convert_by_libyuv(state);
 }
 
-// Held to 128 bits, which is what the agent ships.
+// Limited to 128-bit registers, like the agent.
 void ConvertLibyuv128(benchmark::State& state) {
   libyuv::MaskCpuFlags(libyuv::kCpuInitialized | libyuv::kCpuHasX86 | libyuv::kCpuHasSSE2 |
                        libyuv::kCpuHasSSSE3);

@@ -1,11 +1,8 @@
-// What a frame of the stream costs, step by step and as a whole, on a desktop that changes all the time:
-// H.264 at 1920x1080 and JPEG at 1280x720. The duplication and the H.264 encoder are the doubles of the
-// tests, the JPEG encoder and GDI's copy of the screen are the system's, the network is the loopback under
-// TLS.
-// `./dev bench stream` runs it on a desk. Each step's time is the wall's and the thread's own.
-#include <winsock2.h>
-#include <ws2tcpip.h>
-// The include above must come before windows.h.
+// Cost of one frame of the stream, for each step and for the whole worker, on a desktop that changes all the
+// time: H.264 at 1920x1080 and JPEG at 1280x720. The duplication and the H.264 encoder are the tests'
+// doubles, the JPEG encoder and the GDI copy of the screen are the system's, and the network is TLS over
+// loopback. `./dev bench stream` runs it on a desk. Each step's time is given as wall time and as the
+// thread's CPU time.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -17,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include <winsock2.h>
+#include <ws2tcpip.h>
 #include <windows.h>
 
 #include "net/socket.h"
@@ -32,7 +31,7 @@
 #include "tests/doubles/boards.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/support/certificates.h"
-#include "tests/windows/stream/h264_double.h"
+#include "tests/windows/stream/encode/transforms/h264_double.h"
 #include "tests/windows/support/painted_window.h"
 #include "wire/message_frame.h"
 
@@ -45,14 +44,14 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr int kWidth = 1920, kHeight = 1080;
 constexpr int kJpegWidth = 1280, kJpegHeight = 720;
 constexpr int kQuality = 70;
-constexpr int kRounds = 150;         // of each step
-constexpr std::int32_t kFps = 2000;  // more than can be had, so that nothing waits
+constexpr int kRounds = 150;         // calls of each step
+constexpr std::int32_t kFps = 2000;  // more than any machine reaches, so that nothing waits
 constexpr std::int32_t kBitrate = 6000000;
-constexpr double kMillisecond = 10000;         // of the thread clock's 100 ns
-constexpr std::chrono::seconds kPatience{60};  // with all frames of one stream
+constexpr double kMillisecond = 10000;         // in the thread clock's units of 100 ns
+constexpr std::chrono::seconds kPatience{60};  // limit for all frames of one stream
 constexpr std::size_t kReadSize = 262144;
 
-// What GetThreadTimes or GetProcessTimes tells of a handle: time in the kernel and outside of it.
+// CPU time of a thread or process by GetThreadTimes or GetProcessTimes: kernel and user time together.
 template <typename GetTimes>
 double cpu_milliseconds(GetTimes get_times, HANDLE of) {
   FILETIME created, ended, kernel, user;
@@ -85,10 +84,10 @@ void report(const char* name, Step step) {
               (thread_milliseconds(GetCurrentThread()) - own) / kRounds);
 }
 
-// A TLS server on the loopback that reads and forgets, and the agent's own end of the line.
-class Line {
+// A TLS connection over loopback: the agent's client end, and a server that reads and discards.
+class LoopbackLink {
  public:
-  Line() : server_(SSL_CTX_new(TLS_server_method())), client_(SSL_CTX_new(TLS_client_method())) {
+  LoopbackLink() : server_(SSL_CTX_new(TLS_server_method())), client_(SSL_CTX_new(TLS_client_method())) {
     start_sockets();
     const vantelink_test::TestAuthority authority;
     const auto identity = authority.issue({"localhost"});
@@ -110,14 +109,14 @@ class Line {
     connection_ = std::make_unique<TlsConnection>(client_.get(), socket_, "localhost");
     connected_ = connection_->connect();
   }
-  ~Line() {
+  ~LoopbackLink() {
     interrupt_socket(socket_);
     reader_.join();
     ::closesocket(peer_);
     end_sockets();
   }
-  Line(const Line&) = delete;
-  Line& operator=(const Line&) = delete;
+  LoopbackLink(const LoopbackLink&) = delete;
+  LoopbackLink& operator=(const LoopbackLink&) = delete;
 
   bool connected() const { return connected_; }
   bool Send(Msg type, const unsigned char* data, std::size_t length, std::uint8_t flags) {
@@ -149,7 +148,7 @@ class Line {
   bool connected_ = false;
 };
 
-// A board of this process's own for the desktop: one output, always changing.
+// Creates a board for the desktop double: one output that changes all the time.
 vantelink_doubles::DesktopBoard& set_desktop() {
   char folder[MAX_PATH] = {};
   GetTempPathA(MAX_PATH, folder);
@@ -173,7 +172,7 @@ int count_changes(const Bytes& before, const Bytes& after) {
   return changes;
 }
 
-bool report_steps(Line& line) {
+bool report_steps(LoopbackLink& link) {
   const ComApartment apartment;
   ScreenCapturer capturer;
   CursorOverlay overlay;
@@ -186,7 +185,7 @@ bool report_steps(Line& line) {
          [&] { vantelink_doubles::paint_picture(painted.data(), kWidth, kHeight, kWidth * 4, ++number, 0); });
   CapturedFrame frame;
   report("capture, painting included", [&] {
-    frame.pixels.clear();  // and its memory used again, as the worker does
+    frame.pixels.clear();  // keeps the memory, like the worker
     capturer.AcquireFrame(frame, 0);
   });
   if (frame.width != kWidth) return false;
@@ -209,11 +208,11 @@ bool report_steps(Line& line) {
   });
   const Bytes message(produced / kRounds);
   std::printf("  (%zu bytes a frame)\n", message.size());
-  report("sending", [&] { line.Send(Msg::StreamFrame, message.data(), message.size(), kBinaryPayload); });
+  report("sending", [&] { link.Send(Msg::StreamFrame, message.data(), message.size(), kBinaryPayload); });
   return true;
 }
 
-bool report_jpeg_steps(Line& line) {
+bool report_jpeg_steps(LoopbackLink& link) {
   const ComApartment apartment;
   ScreenCapturer capturer;
   CursorOverlay overlay;
@@ -236,11 +235,11 @@ bool report_jpeg_steps(Line& line) {
                       static_cast<std::uint32_t>(frame.stride), kQuality);
   });
   std::printf("  (%zu bytes a frame)\n", file.size());
-  report("sending", [&] { line.Send(Msg::StreamFrame, file.data(), file.size(), kBinaryPayload); });
+  report("sending", [&] { link.Send(Msg::StreamFrame, file.data(), file.size(), kBinaryPayload); });
   return !file.empty();
 }
 
-bool report_whole(Line& line, const char* codec) {
+bool report_whole(LoopbackLink& link, const char* codec) {
   constexpr int kFrames = 300;
   std::mutex lock;
   std::condition_variable changed;
@@ -248,7 +247,7 @@ bool report_whole(Line& line, const char* codec) {
   std::string announced;
   ScreenStreamer streamer(
       1, [&](Msg type, unsigned, const unsigned char* data, std::size_t length, unsigned char flags) {
-        const bool sent = line.Send(type, data, length, flags);
+        const bool sent = link.Send(type, data, length, flags);
         const std::lock_guard guard(lock);
         if (type == Msg::StreamConfig) announced.assign(reinterpret_cast<const char*>(data), length);
         if (type == Msg::StreamFrame) ++frames;
@@ -262,10 +261,10 @@ bool report_whole(Line& line, const char* codec) {
   streamer.SetCodec(codec);
   streamer.Start(0, kFps, kQuality, kBitrate);
   if (!wait_for(1)) return false;
-  const double wall = wall_milliseconds(), all = process_milliseconds(), reader = line.reader_milliseconds();
+  const double wall = wall_milliseconds(), all = process_milliseconds(), reader = link.reader_milliseconds();
   if (!wait_for(kFrames + 1)) return false;
   const double taken = wall_milliseconds() - wall;
-  const double own = process_milliseconds() - all - (line.reader_milliseconds() - reader);
+  const double own = process_milliseconds() - all - (link.reader_milliseconds() - reader);
   streamer.Stop();
   std::printf("the whole worker: %.1f frames a second, %.2f ms wall and %.2f ms CPU a frame, %s\n",
               kFrames * 1000 / taken, taken / kFrames, own / kFrames, announced.c_str());
@@ -283,30 +282,30 @@ int main() {
   const test::PaintedWindow window(0, 0, 300, 300, test::pattern, LoadCursorW(nullptr, IDC_ARROW));
   SetCursorPos(100, 100);
   test::pump_messages();
-  Line line;
-  if (!line.connected()) {
-    std::puts("no TLS connection");
+  LoopbackLink link;
+  if (!link.connected()) {
+    std::puts("the TLS connection failed");
     return 1;
   }
   for (const wchar_t* const kind : {L"sync", L"async"}) {
     if (!transforms.Register(kind)) {
-      std::puts("no H.264 double");
+      std::puts("the H.264 double could not be registered");
       return 1;
     }
     std::printf("\nH.264 double: %ls\n", kind);
     bool opened = false;
-    std::thread([&] { opened = report_steps(line); }).join();
-    if (!opened || !report_whole(line, "h264")) {
-      std::puts("the doubles do not work");
+    std::thread([&] { opened = report_steps(link); }).join();
+    if (!opened || !report_whole(link, "h264")) {
+      std::puts("the stream on the doubles failed");
       return 1;
     }
   }
   desktop.outputs[0].width = kJpegWidth;
   desktop.outputs[0].height = kJpegHeight;
   bool encoded = false;
-  std::thread([&] { encoded = report_jpeg_steps(line); }).join();
-  if (!encoded || !report_whole(line, "mjpeg")) {
-    std::puts("no JPEG could be made");
+  std::thread([&] { encoded = report_jpeg_steps(link); }).join();
+  if (!encoded || !report_whole(link, "mjpeg")) {
+    std::puts("the JPEG stream failed");
     return 1;
   }
   return 0;

@@ -1,5 +1,5 @@
-// The wire's cost a message: forming and masking a frame against a plain copy and against Boost.Beast, taking
-// frames out of a stream against Boost.Beast, and reading fields of a small JSON text.
+// Costs of one message: encoding and masking a frame compared with a plain copy and with Boost.Beast, parsing
+// frames compared with Boost.Beast, and reading fields of a small JSON text.
 #include <cstring>
 #include <memory>
 #include <string>
@@ -31,7 +31,7 @@ Bytes payload_of(benchmark::State& state) {
   return Bytes(static_cast<std::size_t>(state.range(0)), 0x5A);
 }
 
-// The floor: a fresh buffer and one copy into it.
+// The lower bound: a fresh buffer and one copy into it.
 void CopyPlain(benchmark::State& state) {
   const Bytes payload = payload_of(state);
   for (auto step : state) {
@@ -66,7 +66,7 @@ void MaskOnly(benchmark::State& state) {
   count_bytes(state, payload.size());
 }
 
-// Beast masks in place, so the same bytes are masked again and again.
+// Beast masks in place, so the same bytes are masked repeatedly.
 void MaskOnlyBeast(benchmark::State& state) {
   Bytes payload = payload_of(state);
   for (auto step : state) {
@@ -81,7 +81,7 @@ void MaskOnlyBeast(benchmark::State& state) {
 
 constexpr std::size_t kStreamBytes = 4 << 20;
 
-// A stream of server frames of one size, about four mebibytes in all.
+// Server frames of one size, about four mebibytes in total.
 Bytes server_stream(std::size_t frame_size, std::size_t& frames) {
   const Bytes payload(frame_size, 0x42);
   const std::vector<std::uint8_t> frame =
@@ -94,7 +94,7 @@ Bytes server_stream(std::size_t frame_size, std::size_t& frames) {
   return stream;
 }
 
-// Fed as the connection feeds it: 2,048 bytes a read.
+// Fed like the connection feeds it: 2,048 bytes per read.
 void ParseFrames(benchmark::State& state) {
   std::size_t frames = 0;
   const Bytes stream = server_stream(static_cast<std::size_t>(state.range(0)), frames);
@@ -106,12 +106,12 @@ void ParseFrames(benchmark::State& state) {
       while (const auto frame = parser.next())
         seen += frame->payload.empty() ? 0 : 1;
     }
-    if (seen != frames) state.SkipWithError("frames were lost");
+    if (seen != frames) state.SkipWithError("the parser lost frames");
   }
   count_bytes(state, stream.size());
 }
 
-// Beast's client over a stream in memory that holds all the bytes already.
+// Beast's client over an in-memory stream that already holds all bytes.
 void ParseFramesBeast(benchmark::State& state) {
   std::size_t frames = 0;
   const Bytes stream = server_stream(static_cast<std::size_t>(state.range(0)), frames);
@@ -122,7 +122,7 @@ void ParseFramesBeast(benchmark::State& state) {
     beast::websocket::stream<beast::test::stream> client(context);
     client.next_layer().connect(peer);
     client.read_message_max(0);
-    // The handshake needs the accept key of the request that was sent, so a server of its own answers it.
+    // The handshake needs the accept key of its request, so a Beast server answers it.
     beast::websocket::stream<beast::test::stream&> server(peer);
     client.async_handshake("localhost", "/", [](beast::error_code) {});
     server.async_accept([](beast::error_code) {});

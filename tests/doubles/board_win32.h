@@ -1,12 +1,12 @@
-// A double's side of a board: the mapped file, or a board of its own where there is none.
+// Maps a board's file into a Windows process.
 #pragma once
 
 #include <windows.h>
 
 namespace vantelink_doubles {
 
-// The view that belongs to the file named by the environment variable; `own` when it cannot be had. The
-// mapping lasts as long as the process.
+// The board in the file named by the environment variable, mapped until the process ends; `own` if it cannot
+// be mapped.
 template <typename Board>
 Board& map_board(const char* variable, Board& own) {
   char path[MAX_PATH] = {};

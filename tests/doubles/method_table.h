@@ -1,5 +1,5 @@
-// Tables of COM methods in which only those are filled that a double supports, for interfaces with dozens of
-// others. The including file defines CINTERFACE before the interfaces' headers.
+// Tables of COM methods that contain only those a double supports, for interfaces with dozens of methods. The
+// including file defines CINTERFACE before the interfaces' headers.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace vantelink_doubles {
 
 inline constexpr std::size_t kMostMethods = 200;
 
-// Every method but the three of IUnknown and those that are set ends the program.
+// A call of a method that is not set ends the program. The three methods of IUnknown are always set.
 class MethodTable {
  public:
   template <typename Query, typename AddRef, typename Release>

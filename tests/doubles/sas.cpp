@@ -1,5 +1,5 @@
-// Stands in for the system's sas.dll, which Wine only pretends to have: each SendSAS adds a line with its
-// argument to "vlk_sas.txt" in the temporary folder.
+// The double of sas.dll, which is only a stub in Wine: each call adds a line with its argument to
+// "vlk_sas.txt" in the temporary folder.
 #include <cstdio>
 #include <cstring>
 

@@ -1,7 +1,7 @@
-// The pictures that the desktop double shows, so that a test can say of each frame which it is and how it
-// must look: slanted gradients that move from frame to frame and differ between outputs, under a strip of
-// squares that spells the frame's number. Portable: painted inside the agent's process, recomputed by the
-// test.
+// The pictures that the desktop double shows: slanted gradients that move from frame to frame and differ
+// between outputs, and along the top edge squares that encode the frame's number. A test can therefore
+// identify each frame and recompute its pixels. Portable: the double paints inside the agent's process, the
+// test is a native program.
 #pragma once
 
 #include <cstddef>
@@ -12,9 +12,9 @@
 namespace vantelink_doubles {
 
 inline constexpr std::uint32_t kNumberBits = 16;
-inline constexpr std::uint32_t kSquare = 16;  // pixels a side; bit 0 is the leftmost, white is 1
+inline constexpr std::uint32_t kSquare = 16;  // pixels per side; bit 0 is on the left, white is 1
 
-// One rise and fall from `low` to `high` in `period` steps.
+// A triangle wave between `low` and `high` with a period of `period` steps.
 inline std::uint8_t triangle(std::uint32_t step, std::uint32_t period, std::uint32_t low,
                              std::uint32_t high) {
   const std::uint32_t place = step % period;
@@ -22,12 +22,12 @@ inline std::uint8_t triangle(std::uint32_t step, std::uint32_t period, std::uint
   return static_cast<std::uint8_t>(low + (high - low) * 2 * height / period);
 }
 
-// Blue, green, red and a byte that means nothing; `rows` rows of `pitch` bytes, of which width * 4 are
-// written.
+// Paints `rows` rows of `pitch` bytes and writes width * 4 bytes of each: blue, green, red and an unused byte
+// per pixel.
 inline void paint_picture(std::uint8_t* pixels, std::uint32_t width, std::uint32_t rows, std::size_t pitch,
                           std::uint32_t number, std::uint32_t output) {
-  constexpr std::uint32_t kPeriod = 2048;  // of all channels together
-  // All rows are cut out of one that is long enough, each a little further to the right.
+  constexpr std::uint32_t kPeriod = 2048;  // steps after which all channels repeat
+  // Each row is a part of this long row, shifted a little further to the right.
   std::vector<std::uint8_t> line((width + kPeriod) * std::size_t{4});
   for (std::uint32_t x = 0; x < width + kPeriod; ++x) {
     std::uint8_t* const pixel = line.data() + std::size_t{x} * 4;
@@ -47,7 +47,8 @@ inline void paint_picture(std::uint8_t* pixels, std::uint32_t width, std::uint32
   }
 }
 
-// The number in a picture of one byte a pixel (luma or any channel), which need only be roughly right.
+// The number in a picture of one byte per pixel, luma or any colour channel. Compression errors do not
+// matter.
 inline std::uint32_t read_number(const std::uint8_t* plane, std::size_t pitch) {
   std::uint32_t number = 0;
   for (std::uint32_t bit = 0; bit < kNumberBits; ++bit) {

@@ -1,5 +1,6 @@
-// A program that does nothing but leave a mark: a file of its own name with ".mark" behind it, which holds
-// the arguments that it was given, one a line, and appears once it is whole. It stands in for an installer.
+// A program that replaces an installer in tests: it writes its arguments, one per line, to a file with its
+// own name and
+// ".mark" appended. The file appears only when it is complete.
 #include <cstdio>
 #include <string>
 

@@ -1,5 +1,5 @@
-// Looks at a desk's windows, registry and clipboard from a process of its own, and works them, for tests that
-// run on the host. Prints UTF-8, a window or value a line, fields separated by tabs.
+// Inspects and operates a desk's windows, registry and clipboard for tests that run on the host. Prints
+// UTF-8, one window or value per line, with fields separated by tabs.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,12 +17,13 @@
 
 namespace {
 
-constexpr UINT kAnswerTime = 30000;  // milliseconds that other processes may take
+constexpr UINT kAnswerTime = 30000;  // milliseconds; limit for other processes
 constexpr wchar_t kAgentClass[] = L"VantelinkAgent";
 constexpr wchar_t kSettingsKey[] = L"Software\\Maravek\\Vantelink";
 constexpr wchar_t kRunKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Run";
 
-// Ends the probe if the window is there and does not answer. One that has gone meanwhile answers 0.
+// Sends a message. Ends the probe if the window exists and does not answer; a destroyed window counts as
+// answering 0.
 LRESULT ask(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   DWORD_PTR answer = 0;
   if (!SendMessageTimeoutW(window, message, wparam, lparam, SMTO_NORMAL, kAnswerTime, &answer) &&
@@ -33,7 +34,7 @@ LRESULT ask(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   return static_cast<LRESULT>(answer);
 }
 
-// With tabs and line ends as escapes.
+// The text in UTF-8, with tabs and line ends escaped.
 std::string printable(std::wstring_view text) {
   std::string result;
   for (const char c : vlk::WideToUtf8(text)) {
@@ -60,15 +61,15 @@ std::wstring class_of(HWND window) {
   return name;
 }
 
-// By message, as a control of another process gives its text in no other way.
+// By message, because GetWindowText does not return the text of a control in another process.
 std::wstring text_of(HWND window) {
   std::vector<wchar_t> text(100000);
   ask(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
   return text.data();
 }
 
-// A child's place is in its parent's client pixels, a top-level window's in the screen's, which come last in
-// any case.
+// Prints one window. Its position is in the parent's client pixels for a child and in screen pixels for a
+// top-level window; its screen position follows in both cases.
 void print_window(HWND window, HWND parent) {
   RECT screen = {};
   GetWindowRect(window, &screen);
@@ -85,7 +86,8 @@ void print_window(HWND window, HWND parent) {
               screen.top, printable(text_of(window)).c_str());
 }
 
-// Every top-level window of the classes, from the highest down, each followed by its children.
+// Prints every top-level window of these classes, from the top of the Z order down, each followed by its
+// children.
 int print_windows(const std::vector<std::wstring>& classes) {
   for (HWND window = GetTopWindow(nullptr); window != nullptr; window = GetWindow(window, GW_HWNDNEXT)) {
     const std::wstring type = class_of(window);
@@ -111,7 +113,7 @@ int print_value(HKEY root, const wchar_t* path, const wchar_t* name) {
   RegQueryValueExW(key.get(), name, nullptr, &type, data.data(), &size);
   std::string text;
   if (type == REG_SZ) {
-    // Without the one closing zero that the store keeps; any other shows.
+    // Without the stored terminator; further zeros are printed.
     std::wstring_view wide(reinterpret_cast<const wchar_t*>(data.data()), size / sizeof(wchar_t));
     if (!wide.empty() && wide.back() == L'\0') wide.remove_suffix(1);
     text = printable(wide);
@@ -145,7 +147,8 @@ int print_class_at(const wchar_t* x, const wchar_t* y) {
   return 0;
 }
 
-// Opens the file so that nobody can replace or delete it, and stays; `marker` appears when that is done.
+// Opens the file so that it cannot be replaced or deleted, creates `marker`, and waits until the process is
+// killed.
 int hold(const wchar_t* path, const wchar_t* marker) {
   const vlk::UniqueKernelHandle file(
       CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -156,8 +159,8 @@ int hold(const wchar_t* path, const wchar_t* marker) {
   return 0;
 }
 
-// Runs a program as somebody whose membership of Administrators does not count, as Windows does for a user
-// who has not confirmed an elevation; its exit status.
+// Runs a program with the Administrators group set to deny only, like Windows does for a user without
+// elevation. Returns its exit status.
 int run_without_elevation(std::wstring command_line) {
   BYTE sid[SECURITY_MAX_SID_SIZE];
   DWORD size = sizeof sid;
@@ -184,12 +187,12 @@ int run_without_elevation(std::wstring command_line) {
   return static_cast<int>(status);
 }
 
-// The clipboard, open for a window of this process.
+// Opens the clipboard for a window of this process until the object is destroyed.
 class OpenClipboardHere {
  public:
   OpenClipboardHere()
       : window_(CreateWindowExW(0, L"Static", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr)) {
-    // Others may have it open for a moment.
+    // Another process may have the clipboard open for a moment.
     const ULONGLONG deadline = GetTickCount64() + kAnswerTime;
     while (!(opened_ = OpenClipboard(window_) != FALSE) && GetTickCount64() < deadline)
       Sleep(1);
@@ -207,7 +210,7 @@ class OpenClipboardHere {
   bool opened_ = false;
 };
 
-// Replaces what the clipboard holds with one block, the file's bytes.
+// Replaces the clipboard's content with the file's bytes in one format.
 int copy(UINT format, const std::filesystem::path& path) {
   const std::string bytes = vantelink_test::file_bytes(path);
   const OpenClipboardHere clipboard;
@@ -217,7 +220,7 @@ int copy(UINT format, const std::filesystem::path& path) {
   return SetClipboardData(format, memory.release()) != nullptr ? 0 : 1;
 }
 
-// Writes what the clipboard holds in that format to the file; an empty file when it holds nothing.
+// Writes the clipboard's content in that format to the file; the file is empty if there is none.
 int paste(UINT format, const std::filesystem::path& path) {
   const OpenClipboardHere clipboard;
   if (!clipboard) return 1;

@@ -1,7 +1,7 @@
-// Preloaded into Wine: the host named by VANTELINK_REDIRECT_HOST is this machine, and connections to its
-// HTTPS port go to the port that the file VANTELINK_REDIRECT_PORT_FILE holds at that moment. So the
-// unmodified executable finds its built-in server on a desk. The server side of Wine connects, the program
-// looks names up: both have this library.
+// A library preloaded into Wine, through which the unmodified executable reaches a test's server under its
+// built-in host name. The host in VANTELINK_REDIRECT_HOST resolves to this machine, and connections to this
+// machine's HTTPS port go to the port that the file VANTELINK_REDIRECT_PORT_FILE contains at that moment.
+// Wine's program process resolves names and its server process connects, so both load this library.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,7 +20,7 @@ Function* next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// 0 if there is none.
+// The port in the file; 0 if there is none.
 in_port_t wanted_port() {
   const char* const path = std::getenv("VANTELINK_REDIRECT_PORT_FILE");
   std::FILE* const file = path == nullptr ? nullptr : std::fopen(path, "r");
@@ -38,8 +38,8 @@ extern "C" {
 int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** result) {
   static auto* const real = next<decltype(getaddrinfo)>("getaddrinfo");
   const char* const host = std::getenv("VANTELINK_REDIRECT_HOST");
-  const bool ours = host != nullptr && node != nullptr && std::strcmp(node, host) == 0;
-  return real(ours ? "127.0.0.1" : node, service, hints, result);
+  const bool redirected = host != nullptr && node != nullptr && std::strcmp(node, host) == 0;
+  return real(redirected ? "127.0.0.1" : node, service, hints, result);
 }
 
 int connect(int socket, const sockaddr* address, socklen_t size) {
@@ -49,9 +49,9 @@ int connect(int socket, const sockaddr* address, socklen_t size) {
     return real(socket, address, size);
   }
   std::memcpy(&changed, address, sizeof changed);
-  const bool ours =
+  const bool redirected =
       changed.sin_addr.s_addr == htonl(INADDR_LOOPBACK) && changed.sin_port == htons(kHttpsPort);
-  if (ours) changed.sin_port = htons(wanted_port());
+  if (redirected) changed.sin_port = htons(wanted_port());
   return real(socket, reinterpret_cast<const sockaddr*>(&changed), sizeof changed);
 }
 }

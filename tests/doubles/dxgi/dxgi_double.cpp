@@ -1,9 +1,8 @@
-// Desktop duplication for machines that have none: a dxgi.dll that shows scripted pictures on scripted
-// outputs, with the Direct3D device that copies them. A board (boards.h) says what the machine is and notes
-// what was asked.
+// Desktop duplication for machines without it: a dxgi.dll with scripted pictures on scripted outputs, and the
+// Direct3D device that copies them. A board (boards.h) describes the machine and records the calls.
 #define CINTERFACE
 #include <initguid.h>
-// The identifiers' definitions must come before the headers' declarations.
+// initguid.h comes before the interfaces' headers, so that they define their identifiers.
 #include <memory>
 
 #include "tests/doubles/board_win32.h"
@@ -20,7 +19,7 @@ namespace vantelink_doubles {
 namespace {
 
 constexpr std::int32_t kDefaultWidth = 1280, kDefaultHeight = 720;
-constexpr std::uint32_t kDefaultPadding = 64;  // bytes behind a row
+constexpr std::uint32_t kDefaultPadding = 64;  // bytes after each row
 constexpr std::uint32_t kBytesPerPixel = 4;
 
 DesktopBoard own_board;
@@ -34,15 +33,15 @@ bool is(DesktopAbsurdity absurdity) {
   return board().absurdity == static_cast<std::int32_t>(absurdity);
 }
 
-// One layout for all objects: which interface it is lies in the table of its methods.
+// All objects have one layout. The table of methods decides which interface an object has.
 struct Object {
   void** methods;
   LONG references = 1;
-  std::int32_t place = 0;  // of an output on the board, or the number of an adapter
+  std::int32_t place = 0;  // index of an output on the board, or number of an adapter
   bool frame_held = false;
   // Of a texture.
   std::uint32_t width = 0, height = 0, pitch = 0;
-  std::int32_t number = 0;                // of the picture that a desktop texture shows
+  std::int32_t number = 0;                // of the picture on a desktop texture
   std::unique_ptr<TextureMemory> memory;  // of a staging texture
 };
 
@@ -100,7 +99,7 @@ MethodTable& texture_methods() {
   return methods;
 }
 
-// The desktop's picture of this moment; it is painted when somebody copies it.
+// A texture with the desktop's current picture, which is painted only when the texture is copied.
 Object* make_desktop_texture(std::int32_t place) {
   const RECT area = area_of(place);
   const std::int32_t width = board().width, height = board().height;
@@ -199,7 +198,7 @@ MethodTable& factory_methods() {
   return methods;
 }
 
-// A texture that lies in memory: the only kind that is asked for.
+// Creates a staging texture, the only kind that the agent creates.
 HRESULT WINAPI create_texture(Object*, const D3D11_TEXTURE2D_DESC* desc, const void*, Object** texture) {
   *texture = nullptr;
   if (board().staging_result != 0) return board().staging_result;
@@ -223,7 +222,7 @@ MethodTable& device_methods() {
   return methods;
 }
 
-// Between textures of different sizes or with too short rows nothing is copied, as on a real device.
+// Copies nothing between textures of different sizes or with rows that are too short, like a real device.
 void WINAPI copy_resource(Object*, Object* to, Object* from) {
   if (!to->memory || to->width != from->width || to->height != from->height) return;
   if (to->pitch < to->width * kBytesPerPixel) return;
@@ -289,7 +288,7 @@ extern "C" HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* adapter, D3D_DRIVER_TY
   using namespace vantelink_doubles;
   *device = nullptr;
   *context = nullptr;
-  // A given adapter rules out every other kind of driver.
+  // A call with an adapter allows no other driver type.
   if (adapter == nullptr || type != D3D_DRIVER_TYPE_UNKNOWN || version != D3D11_SDK_VERSION)
     return E_INVALIDARG;
   if (board().device_result != 0) return board().device_result;

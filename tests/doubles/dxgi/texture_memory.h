@@ -1,5 +1,5 @@
-// Memory of a staging texture, laid so that it ends where a page ends that must not be touched: reading one
-// byte past the last row ends the process.
+// Memory of a staging texture that ends at an inaccessible page, so that reading one byte after the last row
+// ends the process.
 #pragma once
 
 #include <cstddef>

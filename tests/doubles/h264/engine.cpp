@@ -1,5 +1,4 @@
-// Settings for a screen that somebody waits for: no look-ahead, no reordering, key frames only when asked
-// for.
+// Low-latency settings: no look-ahead, no reordering, key frames only on request.
 #include "tests/doubles/h264/engine.h"
 
 #include <wels/codec_api.h>
@@ -37,7 +36,7 @@ SEncParamExt parameters(ISVCEncoder& encoder, int width, int height, int fps, in
   wanted.uiIntraPeriod = 0;
   wanted.eSpsPpsIdStrategy = CONSTANT_ID;
   wanted.bEnableFrameSkip = false;
-  // Otherwise each busy frame becomes a key frame that nobody asked for.
+  // Otherwise a frame with many changes becomes a key frame without a request.
   wanted.bEnableSceneChangeDetect = false;
   wanted.iMultipleThreadIdc = 1;
   SSpatialLayerConfig& layer = wanted.sSpatialLayers[0];
@@ -59,7 +58,7 @@ struct Engine::State {
   int width = 0, height = 0, fps = 0;
   std::int64_t frames = 0;
   Bytes parameter_sets;
-  Bytes planar;  // the chroma planes apart, as the encoder wants them
+  Bytes planar;  // the chroma planes separated, as the encoder needs them
 };
 
 Engine::Engine(int width, int height, int fps, int bitrate, bool parameter_sets_in_stream)

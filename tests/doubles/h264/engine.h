@@ -1,4 +1,4 @@
-// One session of the real encoder behind the transforms. No Windows in it.
+// One session of the real encoder that the transforms use. Portable.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,8 @@ struct EncodedFrame {
 
 class Engine {
  public:
-  // Pixels, frames a second, bits a second. Without a sequence header of its own the stream carries the
-  // parameter sets in front of each key frame. Check opened() before all else.
+  // Sizes are in pixels, rates in frames and bits per second. With `parameter_sets_in_stream` the stream
+  // carries the parameter sets before each key frame. No other call is allowed unless opened() is true.
   Engine(int width, int height, int fps, int bitrate, bool parameter_sets_in_stream);
   ~Engine();
   Engine(const Engine&) = delete;
@@ -25,7 +25,7 @@ class Engine {
 
   bool opened() const;
   const Bytes& parameter_sets() const;
-  // `nv12`: width * height bytes of luma, then half as many of U and V in turn.
+  // `nv12`: width * height bytes of luma, then half as many with U and V alternating.
   EncodedFrame encode(const std::uint8_t* nv12, bool force_key);
 
  private:

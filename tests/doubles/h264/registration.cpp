@@ -1,5 +1,5 @@
-// How the transforms come into a system: `regsvr32 /n /i:"sync async" h264.dll` registers those that are
-// named, as classes and as video encoders, and takes out the others.
+// Registers the transforms with the system: `regsvr32 /n /i:"sync async" h264.dll` registers the named ones
+// as classes and as video encoders, and unregisters the others.
 #include <cwchar>
 #include <string>
 
@@ -60,12 +60,12 @@ void remove(int kind) {
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, class_key(kind).c_str());
 }
 
-// Whether the word stands in the text between blanks or ends.
+// Whether the text contains the word, separated by spaces.
 bool names(const wchar_t* text, const wchar_t* word) {
   return (L' ' + std::wstring(text) + L' ').find(L' ' + std::wstring(word) + L' ') != std::wstring::npos;
 }
 
-// Makes transforms of one kind. Lives as long as the library.
+// Creates transforms of one kind. Exists as long as the library.
 class Factory final : public IClassFactory {
  public:
   explicit Factory(Transform kind) : kind_(kind) {}
@@ -104,7 +104,7 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID class_id, REFIID iid, void*
   return CLASS_E_CLASSNOTAVAILABLE;
 }
 
-// The boards' mapping and the threads are in use until the end.
+// The library stays loaded, because the board's mapping and the threads are used until the process ends.
 extern "C" HRESULT WINAPI DllCanUnloadNow() {
   return S_FALSE;
 }

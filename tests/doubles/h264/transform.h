@@ -1,5 +1,5 @@
-// The two H.264 encoder transforms, which differ in how they are driven: one answers within the calls, the
-// other works on a thread of its own and tells by events.
+// The two H.264 encoder transforms. The synchronous one answers within each call; the asynchronous one works
+// on its own thread and reports by events.
 #pragma once
 
 #include <windows.h>

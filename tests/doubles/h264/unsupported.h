@@ -1,4 +1,4 @@
-// The many methods of a transform that nobody calls here, each with the answer that it is not supported.
+// The methods of a transform that no caller here uses. Each returns E_NOTIMPL.
 #pragma once
 
 #include <mftransform.h>

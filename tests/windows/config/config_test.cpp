@@ -1,4 +1,4 @@
-// The settings' store against the real registry.
+// The settings in the real registry.
 #include "config/config.h"
 
 #include <string>
@@ -9,14 +9,13 @@
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
 #include "platform/win32/registry_win32.h"
-#include "tests/windows/support/painted_window.h"
+#include "tests/windows/support/holdings.h"
+#include "tests/windows/support/registry_seam.h"
 #include "tests/windows/support/seam.h"
 
 namespace {
 
 bool fail_computer_name = false;
-bool fail_create = false;
-std::vector<std::wstring>* written_names = nullptr;
 
 BOOL WINAPI get_computer_name(LPWSTR buffer, LPDWORD size) {
   static auto* const system =
@@ -24,25 +23,10 @@ BOOL WINAPI get_computer_name(LPWSTR buffer, LPDWORD size) {
   return fail_computer_name ? FALSE : system(buffer, size);
 }
 
-LSTATUS WINAPI create_key(HKEY key, LPCWSTR name, DWORD reserved, LPWSTR type, DWORD options, REGSAM access,
-                          LPSECURITY_ATTRIBUTES security, PHKEY result, LPDWORD disposition) {
-  static auto* const system = vlk::test::real<decltype(create_key)>("advapi32.dll", "RegCreateKeyExW");
-  if (fail_create) return ERROR_ACCESS_DENIED;
-  return system(key, name, reserved, type, options, access, security, result, disposition);
-}
-
-LSTATUS WINAPI set_value(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
-  static auto* const system = vlk::test::real<decltype(set_value)>("advapi32.dll", "RegSetValueExW");
-  if (written_names) written_names->push_back(name);
-  return system(key, name, reserved, type, data, size);
-}
-
 }  // namespace
 
 extern "C" {
 void* __imp_GetComputerNameW = reinterpret_cast<void*>(get_computer_name);
-void* __imp_RegCreateKeyExW = reinterpret_cast<void*>(create_key);
-void* __imp_RegSetValueExW = reinterpret_cast<void*>(set_value);
 }
 
 namespace vlk::agent {
@@ -55,16 +39,11 @@ class Config : public testing::Test {
   void SetUp() override { RegDeleteTreeW(HKEY_CURRENT_USER, kKey); }
   void TearDown() override {
     fail_computer_name = false;
-    fail_create = false;
-    written_names = nullptr;
+    test::registry = {};
     RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
   }
 
-  static UniqueRegistryKey Key() {
-    HKEY key = nullptr;
-    RegCreateKeyExW(HKEY_CURRENT_USER, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr);
-    return UniqueRegistryKey(key);
-  }
+  static UniqueRegistryKey Key() { return test::user_key(kKey); }
 
   static void Store(const wchar_t* name, DWORD type, const void* data, std::size_t size) {
     ASSERT_EQ(
@@ -94,12 +73,12 @@ class Config : public testing::Test {
   }
 };
 
-std::vector<BYTE> bytes_with_zero(const std::wstring& text) {
+std::vector<BYTE> terminated_bytes(const std::wstring& text) {
   const auto* first = reinterpret_cast<const BYTE*>(text.c_str());
   return {first, first + (text.size() + 1) * sizeof(wchar_t)};
 }
 
-TEST_F(Config, FirstRunGivesTheComputerNameAndNoIdentity) {
+TEST_F(Config, FirstRunHasTheComputerNameAndNoIdentity) {
   const AgentConfig config = load_config();
   EXPECT_FALSE(ComputerName().empty());
   EXPECT_EQ(config.display_name, ComputerName());
@@ -111,13 +90,13 @@ TEST_F(Config, FirstRunGivesTheComputerNameAndNoIdentity) {
   EXPECT_FALSE(config.unattended);
 }
 
-TEST_F(Config, ALoadCreatesNoKey) {
-  load_config();
+TEST_F(Config, LoadingCreatesNoKey) {
+  EXPECT_EQ(load_config().agent_id, "");
   HKEY key = nullptr;
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kKey, 0, KEY_QUERY_VALUE, &key), ERROR_FILE_NOT_FOUND);
 }
 
-TEST_F(Config, MachineWithoutANameIsCalledPC) {
+TEST_F(Config, MachineWithoutANameIsNamedPC) {
   fail_computer_name = true;
   EXPECT_EQ(load_config().display_name, "PC");
 }
@@ -137,7 +116,7 @@ TEST_F(Config, DisplayNameOfAnotherTypeCountsAsMissing) {
   EXPECT_EQ(load_config().display_name, ComputerName());
 }
 
-TEST_F(Config, EveryStoredFieldComesBack) {
+TEST_F(Config, EverySavedFieldIsLoadedAgain) {
   AgentConfig config;
   config.display_name = "Þórunn \xF0\x9F\x9A\xA2";
   config.unattended = true;
@@ -153,13 +132,13 @@ TEST_F(Config, EveryStoredFieldComesBack) {
   EXPECT_EQ(loaded.skipped_version, config.skipped_version);
 }
 
-TEST_F(Config, SavedTextIsUtf16WithItsClosingZero) {
+TEST_F(Config, SavedTextIsUtf16WithATerminator) {
   AgentConfig config;
   config.display_name = "Ægir";
   save_config(config);
   const Value value = Stored(L"DisplayName");
   EXPECT_EQ(value.type, static_cast<DWORD>(REG_SZ));
-  EXPECT_EQ(value.bytes, bytes_with_zero(L"\x00C6gir"));
+  EXPECT_EQ(value.bytes, terminated_bytes(L"\x00C6gir"));
 }
 
 TEST_F(Config, EmptyTextsAreWrittenAndLoadAsEmpty) {
@@ -170,7 +149,7 @@ TEST_F(Config, EmptyTextsAreWrittenAndLoadAsEmpty) {
   const Value value = Stored(L"SkippedVersion");
   EXPECT_EQ(value.status, ERROR_SUCCESS);
   EXPECT_EQ(value.type, static_cast<DWORD>(REG_SZ));
-  EXPECT_EQ(value.bytes, bytes_with_zero(L""));
+  EXPECT_EQ(value.bytes, terminated_bytes(L""));
   EXPECT_EQ(load_config().skipped_version, "");
 }
 
@@ -185,7 +164,7 @@ TEST_F(Config, UnattendedIsADwordOfOneOrZero) {
   EXPECT_EQ(Stored(L"Unattended").bytes, (std::vector<BYTE>{0, 0, 0, 0}));
 }
 
-TEST_F(Config, UnattendedIsReadWhateverItsTypeAsLongAsItFits) {
+TEST_F(Config, UnattendedIsReadFromAnyTypeOfAtMostFourBytes) {
   const DWORD flag = 0x100;
   Store(L"Unattended", REG_DWORD, &flag, sizeof(flag));
   EXPECT_TRUE(load_config().unattended);
@@ -196,15 +175,14 @@ TEST_F(Config, UnattendedIsReadWhateverItsTypeAsLongAsItFits) {
   EXPECT_FALSE(load_config().unattended);
 }
 
-TEST_F(Config, ValuesAreWrittenInTheirOrder) {
-  std::vector<std::wstring> names;
-  written_names = &names;
+TEST_F(Config, ValuesAreWrittenInAFixedOrder) {
   save_config(AgentConfig());
-  EXPECT_EQ(names, (std::vector<std::wstring>{L"DisplayName", L"AgentId", L"AgentSecret", L"SkippedVersion",
-                                              L"Unattended"}));
+  EXPECT_EQ(test::registry.written_names,
+            (std::vector<std::wstring>{L"DisplayName", L"AgentId", L"AgentSecret", L"SkippedVersion",
+                                       L"Unattended"}));
 }
 
-TEST_F(Config, ServerOfTheCommandLineLeavesNoTrace) {
+TEST_F(Config, ServerOfTheCommandLineIsNotSaved) {
   AgentConfig config;
   config.server_host = "relay.test";
   config.server_port = 8443;
@@ -219,7 +197,7 @@ TEST_F(Config, ServerOfTheCommandLineLeavesNoTrace) {
   EXPECT_EQ(load_config().server_port, 0u);
 }
 
-TEST_F(Config, EachSaveOverwritesTheOtherCopyAsAWhole) {
+TEST_F(Config, EachSaveOverwritesEveryValue) {
   AgentConfig window = load_config();
   AgentConfig client = window;
   client.agent_id = "17";
@@ -234,25 +212,25 @@ TEST_F(Config, EachSaveOverwritesTheOtherCopyAsAWhole) {
   EXPECT_EQ(load_config().skipped_version, "");
 }
 
-TEST_F(Config, RegistryThatCannotBeOpenedLosesTheChangeSilently) {
+TEST_F(Config, SavingToAKeyThatCannotBeOpenedIsSilentlyLost) {
   AgentConfig config;
   config.agent_id = "kept";
   save_config(config);
   config.agent_id = "lost";
-  fail_create = true;
+  test::registry.fail_create = true;
   save_config(config);
-  fail_create = false;
+  test::registry.fail_create = false;
   EXPECT_EQ(load_config().agent_id, "kept");
 }
 
-TEST_F(Config, OnlyOneClosingZeroIsDropped) {
+TEST_F(Config, OnlyOneTerminatorIsDropped) {
   Store(L"AgentId", REG_SZ, L"a\0\0", 8);
   EXPECT_EQ(load_config().agent_id, std::string("a\0\0", 3));
-  Store(L"AgentId", REG_SZ, L"ab", 4);  // stored without a closing zero
+  Store(L"AgentId", REG_SZ, L"ab", 4);  // stored without a terminator
   EXPECT_EQ(load_config().agent_id, "ab");
 }
 
-TEST_F(Config, StringsOfNoOrOddLengthDoNoHarm) {
+TEST_F(Config, StringsOfZeroOrOddLengthReadAsEmpty) {
   Store(L"AgentId", REG_SZ, L"", 0);
   EXPECT_EQ(load_config().agent_id, "");
   Store(L"AgentId", REG_SZ, "a", 1);
@@ -265,24 +243,18 @@ TEST_F(Config, MissingValueReadsAsEmpty) {
   EXPECT_EQ(read_registry_string(Key().get(), L"Other"), "x");
 }
 
-TEST_F(Config, NothingIsLeftOpen) {
-  const auto both = [] { save_config(load_config()); };
-  for (int i = 0; i < 3; ++i)
-    both();
-  const DWORD before = test::kernel_handles();
-  for (int i = 0; i < 200; ++i)
-    both();
-  EXPECT_EQ(test::kernel_handles(), before);
+TEST_F(Config, LoadingAndSavingLeaveNoHandleOpen) {
+  EXPECT_EQ(test::left_open_by([] { save_config(load_config()); }).handles, 0u);
 }
 
-TEST(Text, EmptyStaysEmptyAndBadBytesAreReplaced) {
+TEST(Text, EmptyStaysEmptyAndInvalidBytesAreReplaced) {
   EXPECT_EQ(Utf8ToWide(""), L"");
   EXPECT_EQ(WideToUtf8(L""), "");
   EXPECT_EQ(Utf8ToWide("a\xFFz"), L"a\xFFFDz");
   EXPECT_EQ(WideToUtf8(L"a\xD800z"), "a\xEF\xBF\xBDz");
 }
 
-TEST(Text, EveryCharacterComesBackZerosIncluded) {
+TEST(Text, EveryCharacterSurvivesARoundTripZerosIncluded) {
   const std::string text("a\0\xC3\xA6\xE2\x82\xAC\xF0\x9F\x9A\xA2", 11);
   EXPECT_EQ(Utf8ToWide(text).size(), 6u);
   EXPECT_EQ(WideToUtf8(Utf8ToWide(text)), text);

@@ -1,17 +1,17 @@
-// Without the environment variable "VLK_DEBUG_INPUT" input leaves no trace. The gate is looked at once in a
-// process, hence a program of its own.
+// Input without the environment variable "VLK_DEBUG_INPUT" writes no log. The agent reads the variable once
+// per process, so this test is a program of its own.
 #include <cstdlib>
 
 #include <gtest/gtest.h>
 
 #include "input/injector.h"
 #include "platform/debug_log.h"
-#include "tests/windows/support/seam.h"
+#include "tests/windows/support/debug_log_file.h"
 
 namespace vlk::agent {
 namespace {
 
-TEST(InjectorQuiet, WritesNothingAndRemembersThatItShallNot) {
+TEST(InjectorQuiet, ReadsTheVariableOnceAndWritesNothing) {
   _putenv("VLK_DEBUG_INPUT=");
   test::remove_debug_log();
   const unsigned char payload[] = {1, 2, 1, 1};
@@ -23,7 +23,7 @@ TEST(InjectorQuiet, WritesNothingAndRemembersThatItShallNot) {
   EXPECT_EQ(test::debug_log(), "");
 }
 
-TEST(DebugLog, AppendsLinesAndDropsThemWhenTheFileCannotBeOpened) {
+TEST(DebugLog, LinesAreAppendedOrDroppedIfTheFileCannotBeOpened) {
   test::remove_debug_log();
   append_debug_log("first %d\n", 1);
   append_debug_log("second %s %zu\n", "line", std::size_t{2});

@@ -1,4 +1,4 @@
-// What reaches SendInput, byte for byte, the lines of the log, and real input in a window.
+// The records that reach SendInput, byte for byte, the log lines, and real input in a window.
 #include "input/injector.h"
 
 #include <cstdlib>
@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/windows/support/debug_log_file.h"
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
 
@@ -16,14 +17,14 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 struct Script {
-  bool scripted = false;  // else the system answers
+  bool scripted = false;  // otherwise the system answers
   std::map<int, int> metrics;
   std::vector<int> metrics_read;
-  std::vector<Bytes> sent;  // one entry a call
+  std::vector<Bytes> sent;  // one entry per call
   int record_size = 0;
-  UINT accept = 0xFFFFFFFF;  // records that the system takes at most
+  UINT accept = 0xFFFFFFFF;  // largest number of records that the system accepts
   DWORD error = 0;
-  DWORD error_before = 77;  // last error as the call finds it
+  DWORD error_before = 77;  // last error at the moment of the call
 };
 Script script;
 
@@ -45,7 +46,7 @@ int WINAPI get_system_metrics(int index) {
   return script.metrics[index];
 }
 
-// Before anything asks: the log's gate is looked at once in a process. The value plays no part.
+// Set before main, because the agent reads the variable once per process. Any value counts.
 const bool log_requested = _putenv("VLK_DEBUG_INPUT=0") == 0;
 
 }  // namespace
@@ -63,7 +64,7 @@ void put(Bytes& bytes, std::size_t offset, std::uint32_t value, std::size_t size
     bytes[offset + i] = static_cast<unsigned char>(value >> 8 * i);
 }
 
-// Records as the system documents them: 40 bytes, the kind at 0 and its members from 8 on.
+// INPUT records as the system documents them: 40 bytes, the type at 0 and its members from 8 on.
 Bytes mouse_record(std::int32_t dx, std::int32_t dy, std::int32_t data, std::uint32_t flags) {
   Bytes record(40);
   put(record, 8, static_cast<std::uint32_t>(dx), 4);
@@ -123,7 +124,7 @@ class Injector : public testing::Test {
   }
 };
 
-TEST_F(Injector, MoveFillsARecordFromTheMetricsOfThatMoment) {
+TEST_F(Injector, MoveUsesTheCurrentScreenMetrics) {
   // 1919 * 65535 / 3839 and 1079 * 65535 / 1079
   ExpectSent({1, 1, 0xFF, 0x7F, 0xFF, 0x7F}, mouse_record(32758, 65535, 0, 0xC001));
   EXPECT_EQ(script.record_size, 40);
@@ -135,13 +136,13 @@ TEST_F(Injector, MoveFillsARecordFromTheMetricsOfThatMoment) {
   EXPECT_EQ(script.metrics_read.size(), 8u);
 }
 
-TEST_F(Injector, MonitorLeftOfThePrimaryOneStartsAtZero) {
+TEST_F(Injector, MonitorLeftOfThePrimaryStartsAtZero) {
   script.metrics[SM_XVIRTUALSCREEN] = -1920;
   SetActiveMonitorRect(-1920, 0, 1920, 1080);
   ExpectSent({1, 1, 0, 0, 0, 0}, mouse_record(0, 0, 0, 0xC001));
 }
 
-TEST_F(Injector, RectangleWithoutAreaMeansTheWholeVirtualDesktop) {
+TEST_F(Injector, RectangleWithoutAreaCoversTheVirtualDesktop) {
   SetActiveMonitorRect(500, 300, 0, 1080);
   ExpectSent({1, 1, 0xFF, 0x7F, 0xFF, 0x7F}, mouse_record(65535, 65535, 0, 0xC001));
   SetActiveMonitorRect(500, 300, 1920, 0);
@@ -168,13 +169,13 @@ TEST_F(Injector, KeysAreVirtualKeysOrUnicodeUnits) {
   ExpectSent({1, 4, 0, 0x41, 0x42, 0x3D, 0xD8, 2}, key_record(0, 0xD83D, 6));
 }
 
-TEST_F(Injector, ABatchIsOneCallInWireOrder) {
+TEST_F(Injector, BatchIsOneCallInWireOrder) {
   ExpectSent({4, 1, 0, 0, 0, 0, 2, 1, 1, 2, 1, 0, 4, 1, 0x0D, 0, 0x1C, 0, 0},
              mouse_record(0, 0, 0, 0xC001) + mouse_record(0, 0, 0, 2) + mouse_record(0, 0, 0, 4) +
                  key_record(0x0D, 0x1C, 0));
 }
 
-TEST_F(Injector, ALargestBatchIsOneCall) {
+TEST_F(Injector, LargestBatchIsOneCall) {
   Bytes payload = {255};
   Bytes records;
   for (int i = 0; i < 255; ++i) {
@@ -184,7 +185,7 @@ TEST_F(Injector, ALargestBatchIsOneCall) {
   ExpectSent(payload, records);
 }
 
-TEST_F(Injector, CountAndPayloadNeedNotAgree) {
+TEST_F(Injector, CountAndPayloadMayDiffer) {
   ExpectNothingSent({0, 2, 1, 1, 2, 1, 0});
   ExpectSent({3, 2, 1, 1, 2, 1, 0}, mouse_record(0, 0, 0, 2) + mouse_record(0, 0, 0, 4));
   EXPECT_EQ(test::debug_log(), "[inject] SendInput n=2 OK\n");
@@ -192,7 +193,7 @@ TEST_F(Injector, CountAndPayloadNeedNotAgree) {
   ExpectNothingSent({5});
 }
 
-TEST_F(Injector, AnUnknownOrTruncatedEventDiscardsTheWholeBatchSilently) {
+TEST_F(Injector, UnknownOrTruncatedEventSilentlyDiscardsTheBatch) {
   ExpectNothingSent({2, 1, 0, 0, 0, 0, 9});
   ExpectNothingSent({2, 1, 0, 0, 0, 0, 4, 1, 0x41, 0, 0x1E, 0});
   ExpectNothingSent({2, 2, 1, 1, 0, 0, 0});
@@ -216,13 +217,13 @@ TEST_F(Injector, EveryTruncationSendsWholeEventsOrNothing) {
   }
 }
 
-TEST_F(Injector, AnUnknownButtonIsSkippedAloneAndCounts) {
+TEST_F(Injector, UnknownButtonIsSkippedButCounted) {
   ExpectSent({2, 2, 4, 1, 4, 1, 0x41, 0, 0x1E, 0, 0}, key_record(0x41, 0x1E, 0));
   ExpectSent({1, 2, 1, 1, 2, 4, 1}, mouse_record(0, 0, 0, 2));
   ExpectNothingSent({1, 2, 0, 1});
 }
 
-TEST_F(Injector, WithoutASessionEverythingIsDroppedWithALine) {
+TEST_F(Injector, InputWithoutASessionIsDroppedAndLogged) {
   SetInputSessionActive(false);
   ExpectNothingSent({1, 2, 1, 1});
   ExpectNothingSent({});
@@ -233,7 +234,7 @@ TEST_F(Injector, WithoutASessionEverythingIsDroppedWithALine) {
   EXPECT_EQ(test::debug_log(), "");
 }
 
-TEST_F(Injector, KeysAreLoggedWithTheirRawValuesAlsoInADiscardedBatch) {
+TEST_F(Injector, KeysAreLoggedWithTheirRawValuesEvenInADiscardedBatch) {
   ExpectSent({2, 4, 7, 0xCD, 0xAB, 0x1E, 0xE0, 3, 4, 0, 0x41, 0, 0xFE, 0, 2},
              key_record(0xABCD, 0xE01E, 1) + key_record(0, 0xFE, 6));
   EXPECT_EQ(test::debug_log(),
@@ -245,7 +246,7 @@ TEST_F(Injector, KeysAreLoggedWithTheirRawValuesAlsoInADiscardedBatch) {
   EXPECT_EQ(test::debug_log(), "[inject] key down=1 vk=0x41 scan=0x1E ext=0\n");
 }
 
-TEST_F(Injector, AShortfallIsLoggedWithTheError) {
+TEST_F(Injector, PartlyAcceptedBatchIsLoggedWithTheError) {
   script.accept = 1;
   script.error = 5;
   SetLastError(1234);

@@ -1,4 +1,4 @@
-// The secure-attention sequence, with a stand-in for sas.dll beside this program, and without.
+// The secure-attention sequence, with a double of sas.dll beside this program and without the library.
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "input/injector.h"
-#include "tests/windows/support/seam.h"
+#include "tests/windows/support/debug_log_file.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ class SecureAttention : public testing::Test {
   }
 };
 
-TEST_F(SecureAttention, IsFiredWithoutASessionToo) {
+TEST_F(SecureAttention, IsSentWithoutASessionToo) {
   SetInputSessionActive(false);
   SendSecureAttention();
   EXPECT_EQ(calls(), "SendSAS 0\n");
@@ -76,7 +76,7 @@ TEST_F(SecureAttention, IsFiredWithoutASessionToo) {
   EXPECT_EQ(frees, 1);
 }
 
-TEST_F(SecureAttention, LibraryIsLoadedAnewEachTime) {
+TEST_F(SecureAttention, LibraryIsLoadedAgainEachTime) {
   SetInputSessionActive(true);
   SendSecureAttention();
   SendSecureAttention();
@@ -94,7 +94,7 @@ TEST_F(SecureAttention, MissingLibraryIsLogged) {
   EXPECT_EQ(frees, 0);
 }
 
-TEST_F(SecureAttention, LibraryWithoutTheEntryPointIsLoggedAndLetGo) {
+TEST_F(SecureAttention, LibraryWithoutTheEntryPointIsLoggedAndReleased) {
   library_instead = "user32.dll";
   SendSecureAttention();
   EXPECT_EQ(calls(), "");

@@ -1,4 +1,4 @@
-// Roots from the system's certificate store.
+// Trust roots from the system's certificate store.
 #include "net/trust_roots.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ std::ptrdiff_t count_root(const Der& wanted) {
   return std::count(roots.begin(), roots.end(), wanted);
 }
 
-// The certificate stays in the store, which goes with the desk.
+// The certificate stays in the store until the desk is removed.
 TEST(TrustRoots, AreThoseOfTheRootStoreAtThatMoment) {
   const Der ours = vantelink_test::TestAuthority().der();
   EXPECT_EQ(count_root(ours), 0);

@@ -1,5 +1,4 @@
-// The window's procedure, its wiring and its record, worked from inside the process: the client is a real one
-// that finds no server.
+// The main window's procedure and record, tested inside the process with a real client that finds no server.
 #include "shell/main_window.h"
 
 #include <atomic>
@@ -45,7 +44,7 @@ namespace {
 
 constexpr wchar_t kBareClass[] = L"MainWindowTestWithoutRecord";
 
-// As the real procedure, but the record never gets to the window.
+// The real procedure, except that the window never gets its record.
 LRESULT CALLBACK procedure_without_record(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   if (message == WM_CREATE) return 0;
   return main_window_procedure(window, message, wparam, lparam);
@@ -61,7 +60,7 @@ HWND make_window_without_record() {
                          type.hInstance, nullptr);
 }
 
-// Takes the quit message off the queue; false when there is none.
+// Removes WM_QUIT from the queue; false if there is none.
 bool take_quit(int& code) {
   MSG message;
   while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
@@ -97,23 +96,23 @@ TEST_F(MainWindowTest, CreationStoresTheRecordAndStartsTheClient) {
   EXPECT_FALSE(main_.exiting);
 }
 
-TEST_F(MainWindowTest, WithoutItsResourceTheLogoIsEmptyAndPaintingGoesOn) {
+TEST_F(MainWindowTest, PaintingWorksWithoutTheLogosResource) {
   EXPECT_FALSE(main_.logo);
   InvalidateRect(window_, nullptr, FALSE);
   EXPECT_TRUE(UpdateWindow(window_));
-  EXPECT_FALSE(GetUpdateRect(window_, nullptr, FALSE)) << "nothing is left to paint";
+  EXPECT_FALSE(GetUpdateRect(window_, nullptr, FALSE)) << "the window must be painted completely";
 }
 
-TEST_F(MainWindowTest, TheClientsStatusReachesTheRecordAndTheStatusLine) {
+TEST_F(MainWindowTest, StatusOfTheClientReachesTheRecordAndTheStatusLine) {
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_connecting) << "the first text, before any status";
   main_.status = 77;
-  // The attempt fails at once, so that the status before it may have come and gone already.
+  // The connection fails at once, so the earlier status may already have been replaced.
   EXPECT_TRUE(test::pump_until([&] { return main_.status == static_cast<std::int32_t>(Status::Offline); }));
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_offline);
 }
 
-TEST_F(MainWindowTest, AStatusBeforeAnyConnectionReplacesTheFirstText) {
-  shell_.quieten();
+TEST_F(MainWindowTest, StatusBeforeAnyConnectionReplacesTheFirstText) {
+  shell_.stop_client();
   EXPECT_EQ(SendMessageW(window_, WM_AGENT_STATUS, static_cast<WPARAM>(Status::InSession), 3), 0);
   EXPECT_EQ(main_.status, 3);
   EXPECT_EQ(main_.rep_count, 3);
@@ -124,8 +123,8 @@ TEST_F(MainWindowTest, AStatusBeforeAnyConnectionReplacesTheFirstText) {
   EXPECT_EQ(text_of(main_.status_label), L"");
 }
 
-TEST_F(MainWindowTest, ANoticeStandsUntilTheNextStatusAndIsFreed) {
-  shell_.quieten();
+TEST_F(MainWindowTest, NoticeIsShownUntilTheNextStatusAndIsFreed) {
+  shell_.stop_client();
   auto* const notice = new std::wstring(L"Tengd við þjón");
   watched = notice;
   watched_frees = 0;
@@ -139,8 +138,8 @@ TEST_F(MainWindowTest, ANoticeStandsUntilTheNextStatusAndIsFreed) {
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_online);
 }
 
-TEST_F(MainWindowTest, AnOfferOfTheSkippedVersionShowsNothingAndIsFreed) {
-  shell_.quieten();
+TEST_F(MainWindowTest, OfferOfTheSkippedVersionIsNotShownAndIsFreed) {
+  shell_.stop_client();
   main_.skipped_version = "0.9";
   auto* const offer = new UpdateOffer{"0.9", "Setup.exe"};
   watched = offer;
@@ -150,7 +149,7 @@ TEST_F(MainWindowTest, AnOfferOfTheSkippedVersionShowsNothingAndIsFreed) {
   EXPECT_EQ(watched_frees, 1);
 }
 
-TEST_F(MainWindowTest, ClosingHidesBeforeTheEndAndDestroysAfterIt) {
+TEST_F(MainWindowTest, ClosingHidesTheWindowAndDestroysItOnlyOnExit) {
   EXPECT_EQ(SendMessageW(window_, WM_CLOSE, 0, 0), 0);
   EXPECT_TRUE(IsWindow(window_));
   EXPECT_FALSE(IsWindowVisible(window_));
@@ -162,10 +161,10 @@ TEST_F(MainWindowTest, ClosingHidesBeforeTheEndAndDestroysAfterIt) {
   int code = 99;
   EXPECT_TRUE(take_quit(code));
   EXPECT_EQ(code, 0);
-  EXPECT_TRUE(main_.client) << "it is stopped, and kept until the process ends";
+  EXPECT_TRUE(main_.client) << "the client is stopped, but kept until the process ends";
 }
 
-TEST_F(MainWindowTest, OnlyAMinimisedSizeHides) {
+TEST_F(MainWindowTest, OnlyMinimisingHidesTheWindow) {
   for (const WPARAM size : {WPARAM{SIZE_RESTORED}, WPARAM{SIZE_MAXIMIZED}, WPARAM{SIZE_MAXSHOW}}) {
     SendMessageW(window_, WM_SIZE, size, 0);
     EXPECT_TRUE(IsWindowVisible(window_)) << size;
@@ -174,7 +173,7 @@ TEST_F(MainWindowTest, OnlyAMinimisedSizeHides) {
   EXPECT_FALSE(IsWindowVisible(window_));
 }
 
-TEST_F(MainWindowTest, BothWaysOutMarkTheEndAndDestroyTheWindow) {
+TEST_F(MainWindowTest, ExitByMenuOrUpdateDestroysTheWindow) {
   SendMessageW(window_, WM_COMMAND, MAKEWPARAM(kMenuExit, 0xFFFF), 0);
   EXPECT_TRUE(main_.exiting);
   EXPECT_FALSE(IsWindow(window_));
@@ -197,16 +196,16 @@ TEST(MainWindowWithoutRecord, MessagesThatNeedItAreIgnored) {
   SendMessageW(window, WM_EXIT_FOR_UPDATE, 0, 0);
   SendMessageW(window, WM_COMMAND, kMenuExit, 0);
   EXPECT_TRUE(IsWindow(window));
-  std::wstring notice = L"not the window's to free";
+  std::wstring notice = L"owned by the test";
   SendMessageW(window, WM_STATUS_TEXT, reinterpret_cast<WPARAM>(&notice), 0);
-  EXPECT_EQ(notice, L"not the window's to free");
+  EXPECT_EQ(notice, L"owned by the test");
   ShowWindow(window, SW_HIDE);
   SendMessageW(window, WM_SHOW_MAIN, 0, 0);
   SendMessageW(window, WM_COMMAND, kMenuOpen, 0);
   EXPECT_FALSE(IsWindowVisible(window));
   ShowWindow(window, SW_SHOW);
-  UpdateWindow(window);  // paints the ground alone
-  // With no record to say otherwise, closing is the system's own.
+  UpdateWindow(window);  // paints only the background
+  // Without a record the system handles WM_CLOSE.
   SendMessageW(window, WM_CLOSE, 0, 0);
   EXPECT_FALSE(IsWindow(window));
   int code = 99;

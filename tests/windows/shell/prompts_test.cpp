@@ -1,4 +1,5 @@
-// The two prompts, call by call: the system's boxes are stand-ins that answer what the test says.
+// The consent prompt and the update prompt: the system's dialogs are replaced, recorded and answered by the
+// test.
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -28,14 +29,14 @@ LANGID language = 0x0409;
 bool hook_fails = false;
 HOOKPROC hook = nullptr;
 const HHOOK hook_handle = reinterpret_cast<HHOOK>(0x77);
-std::function<int()> on_box;  // what happens while the box stands; its answer
+std::function<int()> on_box;  // called while the box is shown; returns its answer
 TASKDIALOGCONFIG shown = {};
 std::wstring shown_content;
 std::vector<std::pair<int, std::wstring>> shown_buttons;
 HRESULT dialog_result = S_OK;
 int dialog_button = 0;
 HWND posted_to = nullptr;
-int threads_begun = 0;  // by the thread that runs the tests
+int threads_begun = 0;  // by the thread of the tests
 const DWORD test_thread = GetCurrentThreadId();
 
 std::string narrow(const wchar_t* text) {
@@ -66,7 +67,7 @@ LRESULT WINAPI call_next(HHOOK, int code, WPARAM, LPARAM) {
 int WINAPI message_box(HWND owner, LPCWSTR text, LPCWSTR title, UINT style) {
   calls.push_back("box " + std::to_string(style) + (owner == nullptr ? " unowned" : "") + " [" +
                   narrow(title) + "] " + narrow(text));
-  const auto happens = on_box;  // a copy, as it may put another in its place
+  const auto happens = on_box;  // a copy, because the call may replace on_box
   return happens();
 }
 
@@ -82,7 +83,7 @@ HRESULT WINAPI task_dialog(const TASKDIALOGCONFIG* config, int* button, int* rad
 }
 
 BOOL WINAPI post(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
-  // Other threads post as well; a command is what withdraws a box.
+  // Only a command closes a box; other threads post other messages.
   if (message == WM_COMMAND) {
     calls.push_back("post " + std::to_string(wparam) + ' ' + std::to_string(lparam));
     posted_to = window;
@@ -127,7 +128,7 @@ class Prompts : public testing::Test {
     on_box = [] { return IDNO; };
     dialog_result = S_OK;
     dialog_button = 0;
-    shell_.quieten();
+    shell_.stop_client();
     calls.clear();
   }
   void request(std::uint32_t session, const std::string& name) {
@@ -136,13 +137,13 @@ class Prompts : public testing::Test {
     run_consent_prompt(shell_.main);
   }
   static void activate(HWND window) {
-    EXPECT_EQ(hook(HCBT_ACTIVATE, reinterpret_cast<WPARAM>(window), 0), 5) << "the chain's answer";
+    EXPECT_EQ(hook(HCBT_ACTIVATE, reinterpret_cast<WPARAM>(window), 0), 5) << "the next hook's result";
   }
 
   ShellWindow shell_;
 };
 
-TEST_F(Prompts, BoxIsHookedShownAndUnhooked) {
+TEST_F(Prompts, ConsentBoxIsShownWhileItsHookIsSet) {
   request(7, "Jón");
   EXPECT_EQ(calls, (Lines{"hook 5", kEnglishBox, "unhook"}));
   language = 0x040F;
@@ -153,17 +154,17 @@ TEST_F(Prompts, BoxIsHookedShownAndUnhooked) {
             "þinni.\n\nLeyfa þessa fjaraðstoð?");
 }
 
-TEST_F(Prompts, BoxStandsWithoutItsHookToo) {
+TEST_F(Prompts, ConsentBoxIsShownWithoutItsHookToo) {
   hook_fails = true;
   request(7, "Jón");
   EXPECT_EQ(calls, (Lines{"hook 5", kEnglishBox}));
 }
 
-TEST_F(Prompts, BoxIsWithdrawnOnlyByItsOwnSessionAndOnceItsHandleIsKnown) {
+TEST_F(Prompts, ConsentBoxIsClosedOnlyByItsSessionOnceItsWindowIsKnown) {
   on_box = [] {
     cancel_consent_prompt(7);  // not activated yet
     hook(HCBT_CREATEWND, 1, 0);
-    cancel_consent_prompt(7);  // another event of the hook's
+    cancel_consent_prompt(7);  // not an activation
     activate(box);
     cancel_consent_prompt(8);
     cancel_consent_prompt(0);
@@ -177,15 +178,15 @@ TEST_F(Prompts, BoxIsWithdrawnOnlyByItsOwnSessionAndOnceItsHandleIsKnown) {
   calls.clear();
   cancel_consent_prompt(7);
   cancel_consent_prompt(0);
-  EXPECT_EQ(calls, Lines{}) << "none stands";
+  EXPECT_EQ(calls, Lines{}) << "no box is shown";
 }
 
-TEST_F(Prompts, FirstBoxCannotBeWithdrawnAfterOneThatStoodOverIt) {
+TEST_F(Prompts, FirstBoxCannotBeClosedAfterASecondOneWasShown) {
   on_box = [this] {
     activate(box);
     on_box = [] {
       activate(reinterpret_cast<HWND>(0x4712));
-      cancel_consent_prompt(7);  // the inner one's session is the standing one
+      cancel_consent_prompt(7);  // 7 is not the session of the box shown now
       return IDNO;
     };
     request(8, "Gunna");
@@ -199,7 +200,7 @@ TEST_F(Prompts, FirstBoxCannotBeWithdrawnAfterOneThatStoodOverIt) {
   EXPECT_EQ(calls.back(), "unhook");
 }
 
-TEST_F(Prompts, OfferIsShownWithExactlyTheseMembers) {
+TEST_F(Prompts, OfferIsShownWithTheseSettings) {
   run_update_prompt(shell_.main, {"0.2-β", "Setup.exe"});
   EXPECT_EQ(calls, (Lines{"dialog"}));
   TASKDIALOGCONFIG expected = {};
@@ -208,7 +209,7 @@ TEST_F(Prompts, OfferIsShownWithExactlyTheseMembers) {
   expected.dwFlags = 0x1008;
   expected.pszMainIcon = MAKEINTRESOURCEW(65533);
   expected.cButtons = 3;
-  // The texts are compared by themselves.
+  // The texts are compared below.
   expected.pszWindowTitle = shown.pszWindowTitle;
   expected.pszMainInstruction = shown.pszMainInstruction;
   expected.pszContent = shown.pszContent;
@@ -227,7 +228,7 @@ TEST_F(Prompts, OfferIsShownWithExactlyTheseMembers) {
   EXPECT_EQ(shown_buttons, (Buttons{{101, L"Setja upp"}, {102, L"Ekki núna"}, {103, L"Sleppa uppfærslu"}}));
 }
 
-TEST_F(Prompts, OnlyTheVerySkippedVersionIsNotOffered) {
+TEST_F(Prompts, OnlyTheSkippedVersionItselfIsNotOffered) {
   shell_.main.skipped_version = "0.2";
   run_update_prompt(shell_.main, {"0.2", "Setup.exe"});
   EXPECT_EQ(calls, Lines{});
@@ -237,7 +238,7 @@ TEST_F(Prompts, OnlyTheVerySkippedVersionIsNotOffered) {
     run_update_prompt(shell_.main, {version, "Setup.exe"});
     EXPECT_EQ(calls, (Lines{"dialog"})) << version;
   }
-  EXPECT_EQ(shell_.main.skipped_version, "0.2") << "no answer was given";
+  EXPECT_EQ(shell_.main.skipped_version, "0.2") << "the dialog was not answered";
 }
 
 TEST_F(Prompts, SkippingStoresTheVersion) {
@@ -247,7 +248,7 @@ TEST_F(Prompts, SkippingStoresTheVersion) {
   EXPECT_EQ(load_config().skipped_version, "0.3");
 }
 
-TEST_F(Prompts, OtherAnswersAndAFailedDialogDoNothing) {
+TEST_F(Prompts, OtherAnswersAndAFailedDialogChangeNothing) {
   shell_.main.skipped_version = "0.1";
   threads_begun = 0;
   for (const int button : {102, IDCANCEL, IDOK, 0}) {
@@ -263,7 +264,7 @@ TEST_F(Prompts, OtherAnswersAndAFailedDialogDoNothing) {
   EXPECT_EQ(threads_begun, 0) << "no download was started";
 }
 
-TEST_F(Prompts, InstallStartsADownloadThatTellsOfItsFailure) {
+TEST_F(Prompts, InstallStartsADownloadThatShowsItsFailure) {
   dialog_button = 101;
   auto* const offer = new UpdateOffer{"0.5", "Setup.exe"};
   threads_begun = 0;
@@ -276,7 +277,7 @@ TEST_F(Prompts, InstallStartsADownloadThatTellsOfItsFailure) {
   })) << narrow(status);
   EXPECT_TRUE(IsWindow(shell_.window));
   SendMessageW(shell_.window, WM_UPDATE_OFFER, 0, 0);
-  EXPECT_EQ(calls, (Lines{"dialog"})) << "an empty payload is no offer";
+  EXPECT_EQ(calls, (Lines{"dialog"})) << "an empty payload is not an offer";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What lies in the executable beside its code, read from the file: icon, logo, manifest, version record.
+// The resources of the executable, read from its file: icon, logo, manifest, version record.
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -39,7 +39,7 @@ std::uint32_t big_endian(std::string_view bytes, std::size_t at) {
   return value;
 }
 
-// Width and height of a PNG, from its first chunk; nothing but 0 if it is none.
+// Width and height of a PNG from its first chunk; 0 for other data.
 std::pair<std::uint32_t, std::uint32_t> png_size(std::string_view bytes) {
   if (bytes.size() < 24 || bytes.substr(0, 8) != kPngSignature) return {0, 0};
   return {big_endian(bytes, 16), big_endian(bytes, 20)};
@@ -52,7 +52,8 @@ TEST_F(ResourcesTest, LogoIsAPngOfItsSize) {
 }
 
 TEST_F(ResourcesTest, IconHoldsSevenPngImages) {
-  // A group: three words, the last of them the count; then 14 bytes an image, the last two its resource id.
+  // An icon group: three words, the last of them the count; then 14 bytes per image, the last two its
+  // resource id.
   const std::string group = resource(MAKEINTRESOURCEW(IDI_AGENT), MAKEINTRESOURCEW(14));
   EXPECT_EQ(IDI_AGENT, 100);
   ASSERT_EQ(group.size(), 6u + 7 * 14);
@@ -67,7 +68,7 @@ TEST_F(ResourcesTest, IconHoldsSevenPngImages) {
   EXPECT_EQ(sizes, (std::vector<std::uint32_t>{16, 24, 32, 48, 64, 128, 256}));
 }
 
-TEST_F(ResourcesTest, ManifestAsksForNoMoreRightsAndForTheNewControls) {
+TEST_F(ResourcesTest, ManifestRequestsNoElevationAndTheCommonControls) {
   const std::string manifest = resource(MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));
   EXPECT_NE(manifest.find(R"(level="asInvoker" uiAccess="false")"), std::string::npos);
   const std::size_t controls = manifest.find("Microsoft.Windows.Common-Controls");
@@ -75,7 +76,7 @@ TEST_F(ResourcesTest, ManifestAsksForNoMoreRightsAndForTheNewControls) {
   EXPECT_NE(manifest.find(R"(version="6.0.0.0")", controls), std::string::npos);
 }
 
-TEST_F(ResourcesTest, VersionRecordSays011) {
+TEST_F(ResourcesTest, VersionRecordIs011) {
   const std::string record = resource(MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
   constexpr std::uint32_t kSignature = 0xFEEF04BD;  // of VS_FIXEDFILEINFO
   const std::size_t at =

@@ -1,4 +1,4 @@
-// The agent's window, looked at and worked from another process.
+// The agent's window, inspected and operated from another process.
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -30,7 +30,7 @@ bool eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-// A copy of the agent that talks to nobody.
+// A running agent that finds no server.
 class AgentProcess {
  public:
   explicit AgentProcess(const std::wstring& switches, WORD show = SW_SHOWNORMAL) {
@@ -53,7 +53,7 @@ class AgentProcess {
 
   bool running() const { return WaitForSingleObject(process_.hProcess, 0) == WAIT_TIMEOUT; }
   DWORD exit_code() const {
-    EXPECT_EQ(WaitForSingleObject(process_.hProcess, kPatience), WAIT_OBJECT_0) << "it did not end";
+    EXPECT_EQ(WaitForSingleObject(process_.hProcess, kPatience), WAIT_OBJECT_0) << "the process did not end";
     DWORD code = 99;
     GetExitCodeProcess(process_.hProcess, &code);
     return code;
@@ -80,7 +80,7 @@ class WindowTest : public testing::Test {
   }
 };
 
-TEST_F(WindowTest, HasTheSizeStyleAndTitleOfItsDesign) {
+TEST_F(WindowTest, HasItsSizeStyleAndTitle) {
   const AgentProcess agent(L"");
   const HWND window = find_window();
   EXPECT_TRUE(eventually([&] { return shown(window); }));
@@ -98,8 +98,7 @@ TEST_F(WindowTest, HasTheSizeStyleAndTitleOfItsDesign) {
   EXPECT_STREQ(title, L"Maravek Remote Support");
 }
 
-// Top-down rows of the client area, as it ought to look: the executable's own picture, drawn by GDI+ at its
-// place.
+// The expected client area in top-down rows: the background and the executable's logo, drawn by GDI+.
 std::vector<std::uint32_t> expected_client(int width, int height) {
   ULONG_PTR token = 0;
   const Gdiplus::GdiplusStartupInput input;
@@ -129,7 +128,7 @@ std::vector<std::uint32_t> expected_client(int width, int height) {
   return {pixels, pixels + width * height};
 }
 
-// The visible children's places, in client pixels.
+// The rectangles of the child windows, in client pixels.
 std::vector<RECT> children_of(HWND window) {
   std::vector<RECT> places;
   for (HWND child = nullptr; (child = FindWindowExW(window, child, nullptr, nullptr)) != nullptr;) {
@@ -141,7 +140,7 @@ std::vector<RECT> children_of(HWND window) {
   return places;
 }
 
-TEST_F(WindowTest, PaintsTheLogoInItsPlaceOnTheWindowsColourAndNothingElseBesideTheControls) {
+TEST_F(WindowTest, PaintsTheLogoOnTheWindowColour) {
   constexpr int kWidth = 360;
   constexpr int kHeight = 440;
   const std::vector<std::uint32_t> expected = expected_client(kWidth, kHeight);
@@ -150,7 +149,7 @@ TEST_F(WindowTest, PaintsTheLogoInItsPlaceOnTheWindowsColourAndNothingElseBeside
   ASSERT_TRUE(eventually([&] { return shown(window); }));
   POINT origin = {0, 0};
   ClientToScreen(window, &origin);
-  // By a copy of the screen, as a single pixel's reading does not see other processes' windows here.
+  // By a copy of the screen, because GetPixel does not see the windows of other processes under Wine.
   const std::vector<RECT> controls = children_of(window);
   const auto is_control = [&](int x, int y) {
     return std::any_of(controls.begin(), controls.end(),
@@ -177,7 +176,7 @@ TEST_F(WindowTest, PaintsTheLogoInItsPlaceOnTheWindowsColourAndNothingElseBeside
       << " pixels differ, the first at " << first % kWidth << ", " << first / kWidth;
 }
 
-TEST_F(WindowTest, CloseAndMinimiseHideAndShowingBringsItBack) {
+TEST_F(WindowTest, CloseAndMinimiseHideTheWindowUntilItIsShown) {
   const AgentProcess agent(L"");
   const HWND window = find_window();
   ASSERT_TRUE(eventually([&] { return shown(window); }));
@@ -197,18 +196,18 @@ TEST_F(WindowTest, CloseAndMinimiseHideAndShowingBringsItBack) {
 TEST_F(WindowTest, StartsHiddenWithTheSwitch) {
   const AgentProcess agent(L"--unattended");
   const HWND window = find_window();
-  SendMessageW(window, WM_NULL, 0, 0);  // answered once the message loop runs, behind the first showing
+  SendMessageW(window, WM_NULL, 0, 0);  // returns once the message loop runs, after the first ShowWindow
   EXPECT_FALSE(shown(window));
 }
 
-TEST_F(WindowTest, SecondCopyShowsTheFirstAndEndsWithZero) {
+TEST_F(WindowTest, SecondCopyShowsTheFirstAndExitsWithZero) {
   const AgentProcess first(L"--unattended");
   const HWND window = find_window();
   SendMessageW(window, WM_NULL, 0, 0);
   ASSERT_FALSE(shown(window));
   const AgentProcess second(L"--unattended");
   EXPECT_EQ(second.exit_code(), 0u);
-  EXPECT_TRUE(eventually([&] { return shown(window); })) << "also when the second copy was to be hidden";
+  EXPECT_TRUE(eventually([&] { return shown(window); })) << "even if the second copy was started hidden";
   EXPECT_TRUE(first.running());
 }
 
@@ -232,8 +231,8 @@ TEST_F(WindowTest, SecondCopyBringsACoveredWindowToTheFront) {
   DestroyWindow(cover);
 }
 
-TEST_F(WindowTest, SecondCopyEndsWithZeroWhenTheFirstHasNoWindowYet) {
-  // Held here, the mutex stands for a first copy that has come no further.
+TEST_F(WindowTest, SecondCopyExitsWithZeroWhileTheFirstHasNoWindow) {
+  // The mutex held by this test stands for a first copy that has not created its window.
   const vlk::UniqueHandle<HANDLE, CloseHandle> mutex(
       CreateMutexW(nullptr, TRUE, L"Local\\VantelinkAgentSingleton"));
   ASSERT_NE(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
@@ -242,7 +241,7 @@ TEST_F(WindowTest, SecondCopyEndsWithZeroWhenTheFirstHasNoWindowYet) {
   EXPECT_EQ(FindWindowW(kWindowClass, nullptr), nullptr);
 }
 
-TEST_F(WindowTest, MenuExitAndUpdateExitEndTheProcessWithZero) {
+TEST_F(WindowTest, ExitByMenuOrUpdateEndsTheProcessWithZero) {
   for (const bool update : {false, true}) {
     const AgentProcess agent(L"");
     const HWND window = find_window();

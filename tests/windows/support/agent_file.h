@@ -1,20 +1,11 @@
-// Where the executable under test lies.
+// The path of the executable under test.
 #pragma once
 
 #include <string>
 
-#include <windows.h>
-
 namespace vlk::test {
 
 // The agent's executable, in the folder above the test program's.
-inline std::wstring agent_file() {
-  wchar_t path[MAX_PATH];
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder = path;
-  folder.resize(folder.find_last_of(L'\\'));
-  folder.resize(folder.find_last_of(L'\\'));
-  return folder + L"\\VantelinkAgent.exe";
-}
+std::wstring agent_file();
 
 }  // namespace vlk::test

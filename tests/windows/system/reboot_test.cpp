@@ -1,4 +1,4 @@
-// The restart against a system that only notes what it is asked.
+// The restart of the machine against replaced system calls, which record each call and restart nothing.
 #include "system/reboot.h"
 
 #include <set>
@@ -9,6 +9,7 @@
 
 #include <windows.h>
 
+#include "tests/windows/support/debug_log_file.h"
 #include "tests/windows/support/seam.h"
 
 namespace {
@@ -16,7 +17,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 Lines calls;
-std::string log_at_exit;  // as it stands when the restart is asked for
+std::string log_at_exit;  // the debug log at the moment of ExitWindowsEx
 std::set<std::string> failing;
 
 BOOL answer(const std::string& name, const std::string& call) {
@@ -78,13 +79,13 @@ class Reboot : public testing::Test {
   void TearDown() override { SetUp(); }
 };
 
-TEST_F(Reboot, TakesThePrivilegeAndAsksTheSystem) {
+TEST_F(Reboot, EnablesThePrivilegeAndAsksTheSystem) {
   EXPECT_FALSE(reboot_machine());
   EXPECT_EQ(calls, kWhole);
   EXPECT_EQ(test::debug_log(), "reboot: requested (simulate=0)\n");
 }
 
-TEST_F(Reboot, IsOnlySimulatedWithTheSwitchWhateverItsValue) {
+TEST_F(Reboot, IsOnlySimulatedIfTheVariableIsSet) {
   for (const std::string& value : {std::string("1"), std::string("0"), std::string("1234567"),
                                    std::string("12345678"), std::string(5000, 'x')}) {
     test::remove_debug_log();
@@ -95,7 +96,7 @@ TEST_F(Reboot, IsOnlySimulatedWithTheSwitchWhateverItsValue) {
   EXPECT_EQ(calls, Lines());
 }
 
-TEST_F(Reboot, IsAskedForWhateverFailedBefore) {
+TEST_F(Reboot, IsRequestedEvenIfTheStepsBeforeFail) {
   failing = {"open"};
   EXPECT_FALSE(reboot_machine());
   EXPECT_EQ(calls, (Lines{"OpenProcessToken 40", "ExitWindowsEx 18 262145"}));
@@ -105,7 +106,7 @@ TEST_F(Reboot, IsAskedForWhateverFailedBefore) {
   EXPECT_EQ(calls, kWhole);
 }
 
-TEST_F(Reboot, IsLoggedBeforeItBegins) {
+TEST_F(Reboot, IsLoggedBeforeItIsRequested) {
   log_at_exit.clear();
   (void)reboot_machine();
   EXPECT_EQ(log_at_exit, "reboot: requested (simulate=0)\n");

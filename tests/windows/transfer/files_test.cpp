@@ -1,4 +1,4 @@
-// Listings, downloads and uploads by Windows' own calls, which are watched on their way.
+// Directory listings, downloads and uploads on the real file system, with the Windows calls recorded.
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
@@ -22,7 +22,7 @@ std::vector<std::wstring> opened;    // path, blank, mode
 std::vector<std::wstring> searched;  // arguments of FindFirstFileW
 int open_searches = 0;
 bool security_given = false;
-DWORD drives = 0;  // 0: the system's own
+DWORD drives = 0;  // 0: the system's answer
 
 BOOL WINAPI create_directory(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
   static auto* const system = vlk::test::real<decltype(create_directory)>("kernel32.dll", "CreateDirectoryW");
@@ -74,7 +74,7 @@ using Lines = std::vector<std::wstring>;
 class Files : public testing::Test {
  protected:
   void SetUp() override {
-    // One for each test: a file that stays open keeps its folder.
+    // A folder for each test, because a file that stays open keeps its folder.
     static int number = 0;
     root_ = temporary_folder() + L"vlk-files-" + std::to_wstring(++number);
     std::filesystem::create_directory(root_);
@@ -138,7 +138,7 @@ TEST_F(Files, EntriesCarryNameKindSizeAndTime) {
   LARGE_INTEGER size;
   size.QuadPart = 0x1'2345'6789;
   EXPECT_TRUE(SetFilePointerEx(file, size, nullptr, FILE_BEGIN) && SetEndOfFile(file));
-  // One second and a bit after the beginning of 1970.
+  // Almost two seconds after the start of 1970.
   const std::uint64_t ticks = 0x19DB1DED53E8000 + 19'999'999;
   const FILETIME time = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
   EXPECT_TRUE(SetFileTime(file, nullptr, nullptr, &time));
@@ -158,7 +158,7 @@ TEST_F(Files, HiddenAndSystemFilesAreNotFiltered) {
   EXPECT_NE(list().find("\"name\":\"hidden\""), std::string::npos);
 }
 
-TEST_F(Files, WhatIsNoFolderLooksEmpty) {
+TEST_F(Files, PathThatIsNotAFolderIsListedAsEmpty) {
   write(L"file", "x");
   for (const std::string& path :
        {utf8(L"missing"), utf8(L"file"), std::string("Q:\\"), std::string("\\\\srv\\share\\d"),
@@ -170,19 +170,19 @@ TEST_F(Files, WhatIsNoFolderLooksEmpty) {
   EXPECT_EQ(open_searches, 0);
 }
 
-TEST_F(Files, UploadMakesEachFolderFromTheTop) {
+TEST_F(Files, UploadCreatesEachFolderFromTheTop) {
   BeginUpload(1, utf8(L"new\\sub\\f.txt"), 3);
   put(1, "a\nb\r\n\x1A");
   EndUpload(1);
   EXPECT_EQ(opened, Lines({below(L"new\\sub\\f.txt") + L" wb"}));
-  EXPECT_EQ(read(L"new\\sub\\f.txt"), "a\nb\r\n\x1A") << "binary";
+  EXPECT_EQ(read(L"new\\sub\\f.txt"), "a\nb\r\n\x1A") << "bytes must be written unchanged";
   ASSERT_GE(created.size(), 2u);
   EXPECT_EQ(Lines(created.end() - 2, created.end()), Lines({below(L"new"), below(L"new\\sub")}));
-  EXPECT_EQ(created.front().size(), root_.find(L'\\', 3)) << "the root itself is not tried";
+  EXPECT_EQ(created.front().size(), root_.find(L'\\', 3)) << "the root itself is not created";
   EXPECT_FALSE(security_given);
 }
 
-TEST_F(Files, FoldersAreTriedWithThesePaths) {
+TEST_F(Files, ParentFoldersAreCreatedWithThesePaths) {
   EnsureParentDirectories(L"Q:\\new\\sub\\f.txt");
   EXPECT_EQ(created, Lines({L"Q:\\new", L"Q:\\new\\sub"}));
   forget();
@@ -194,7 +194,7 @@ TEST_F(Files, FoldersAreTriedWithThesePaths) {
   EXPECT_EQ(created, Lines({L"Q:\\d"}));
 }
 
-TEST_F(Files, UploadThatCannotBeOpenedIsSilent) {
+TEST_F(Files, UploadToAPathThatCannotBeOpenedFailsSilently) {
   std::filesystem::create_directory(below(L"folder"));
   for (const std::string& path : {utf8(L"folder"), utf8(L"a<b"), std::string("Q:\\x"), std::string()}) {
     BeginUpload(2, path, 1);
@@ -204,31 +204,31 @@ TEST_F(Files, UploadThatCannotBeOpenedIsSilent) {
   EXPECT_EQ(opened.size(), 4u);
 }
 
-TEST_F(Files, PathThatIsNotUtf8IsReplacedAndNotRefused) {
+TEST_F(Files, InvalidUtf8InAPathIsReplaced) {
   BeginUpload(2, WideToUtf8(root_) + "\\sub\xC3\\\xFFz", 1);
   put(2, "x");
   EndUpload(2);
   EXPECT_EQ(read(L"sub\uFFFD\\\uFFFDz"), "x");
 }
 
-TEST_F(Files, SecondBeginOfAnIdLeavesTheFirstOpen) {
+TEST_F(Files, SecondUploadWithAnIdLeavesTheFirstFileOpen) {
   BeginUpload(1, utf8(L"first"), 0);
   put(1, "one");
   BeginUpload(1, utf8(L"second"), 0);
   put(1, "two");
   EndUpload(1);
   EXPECT_EQ(read(L"second"), "two");
-  EXPECT_EQ(read(L"first"), "") << "what it was given is still in its buffer";
+  EXPECT_EQ(read(L"first"), "") << "its bytes are still in the file's buffer";
 }
 
-TEST_F(Files, DownloadSendsEveryByteAndTheEnd) {
+TEST_F(Files, DownloadSendsEveryByteAndTheEndMessage) {
   std::string bytes(262145, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i)
     bytes[i] = static_cast<char>(i * 31 >> 3);
   const std::wstring name = std::wstring(199, L'n') + L'\u00fe';
   write(name.c_str(), bytes);
   forget();
-  // The thread may still be letting go of these when the test is over.
+  // Static, because the download's thread may use them after the test ends.
   static std::mutex lock;
   static std::condition_variable changed;
   static std::string received, end;

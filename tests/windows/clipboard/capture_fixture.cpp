@@ -1,0 +1,65 @@
+#include "tests/windows/clipboard/capture_fixture.h"
+
+#include <filesystem>
+
+#include "clipboard/watch_win32.h"
+#include "platform/win32/paths_win32.h"
+
+namespace vlk::agent {
+namespace {
+
+// The payload in words, as update() returns it.
+std::string described(const std::vector<std::uint8_t>& payload) {
+  const std::string content(payload.begin() + 1, payload.end());
+  if (payload[0] == 1) return "text " + content;
+  if (payload[0] == 2) return content.starts_with("\x89PNG\r\n\x1A\n") ? "image" : "no image";
+  std::string text = "files " + std::to_string(payload[4]);
+  for (const ClipFile& file : ReadClipFiles(payload.data() + 1, payload.size() - 1))
+    text += ' ' + file.name + ' ' + std::to_string(file.size);
+  return text;
+}
+
+}  // namespace
+
+void CaptureTest::SetUp() {
+  ClipboardTest::SetUp();
+  folder_ = temporary_folder() + L"vlk-capture\\";
+  std::filesystem::remove_all(folder_);
+  std::filesystem::create_directory(folder_);
+}
+
+void CaptureTest::TearDown() {
+  std::filesystem::remove_all(folder_);
+}
+
+std::wstring CaptureTest::file_of(const wchar_t* name, std::uint64_t size) const {
+  write(folder_ + name, "");
+  std::filesystem::resize_file(folder_ + name, size);
+  return folder_ + name;
+}
+
+std::string CaptureTest::update() {
+  sent_.clear();
+  OnClipboardUpdate();
+  EXPECT_LE(sent_.size(), 1u);
+  return sent_.empty() ? "" : described(sent_[0]);
+}
+
+std::string dib(LONG width, LONG height, WORD bits, DWORD compression,
+                const std::vector<std::uint32_t>& colours, const std::string& pixels) {
+  BITMAPINFOHEADER header = {};
+  header.biSize = sizeof header;
+  header.biWidth = width;
+  header.biHeight = height;
+  header.biPlanes = 1;
+  header.biBitCount = bits;
+  header.biCompression = compression;
+  return std::string(reinterpret_cast<const char*>(&header), sizeof header) +
+         std::string(reinterpret_cast<const char*>(colours.data()), colours.size() * 4) + pixels;
+}
+
+std::string two_pixels() {
+  return dib(2, -1, 32, BI_RGB, {}, std::string("\x01\x02\x03\xFF\x04\x05\x06\xFF", 8));
+}
+
+}  // namespace vlk::agent

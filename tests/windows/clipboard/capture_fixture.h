@@ -1,0 +1,36 @@
+// Fixture for tests of what a change of the clipboard sends: a folder for copied files, and the sent payload
+// in words.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "tests/windows/clipboard/clipboard_fixture.h"
+
+namespace vlk::agent {
+
+constexpr std::size_t kMebibyte = 1 << 20;
+
+class CaptureTest : public ClipboardTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // Creates a sparse file of zeros, which takes no space, and returns its path.
+  std::wstring file_of(const wchar_t* name, std::uint64_t size) const;
+  // Reports one change of the clipboard. Returns what it sends: "text ...", "image", or "files" with their
+  // count and each name and size; empty if nothing is sent.
+  static std::string update();
+  static void put_bitmap(const std::string& block) { put(CF_DIB, block.data(), block.size()); }
+
+  std::wstring folder_;
+};
+
+// The block of CF_DIB for a bitmap: header, colours, pixels.
+std::string dib(LONG width, LONG height, WORD bits, DWORD compression,
+                const std::vector<std::uint32_t>& colours, const std::string& pixels);
+
+// A bitmap of two pixels.
+std::string two_pixels();
+
+}  // namespace vlk::agent

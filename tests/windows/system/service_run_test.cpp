@@ -1,0 +1,90 @@
+// The running service: the states it reports, and the agent it launches into the console session.
+#include "system/service.h"
+#include "tests/windows/system/service_seam.h"
+
+namespace vlk::agent {
+namespace {
+
+using test::Lines;
+using test::script;
+
+class ServiceRun : public test::ServiceTest {
+ protected:
+  // The calls that launch and end the agent when the service is stopped as soon as it runs.
+  static Lines launch_calls() {
+    script.controls = {SERVICE_CONTROL_STOP};
+    EXPECT_TRUE(run_service_dispatcher());
+    Lines launch;
+    for (const std::string& call : script.calls) {
+      const bool of_service =
+          call.starts_with("Dispatch") || call.starts_with("Register") || call.starts_with("Status");
+      if (!of_service) launch.push_back(call);
+    }
+    return launch;
+  }
+};
+
+TEST_F(ServiceRun, ReportsEachStateAndEndsTheAgentWhenStopped) {
+  script.controls = {SERVICE_CONTROL_INTERROGATE, SERVICE_CONTROL_PAUSE, SERVICE_CONTROL_STOP};
+  const DWORD first = test::last_check_point + 1;
+  EXPECT_TRUE(run_service_dispatcher());
+  EXPECT_EQ(script.calls,
+            (Lines{"Dispatch VantelinkAgent", "Register VantelinkAgent",
+                   "Status 2 0 " + std::to_string(first) + " 3000", "Status 4 1 0 0",
+                   "Status 3 1 " + std::to_string(first + 1) + " 3000", "QueryUserToken 1",
+                   "DuplicateToken queried 2000000 1 1", "Close queried", "CreateEnvironment primary",
+                   "CreateProcess primary 420 block winsta0\\default", "DestroyEnvironment", "Close primary",
+                   "Close thread", "Terminate process 0", "Close process", "Status 1 1 0 0"}));
+}
+
+TEST_F(ServiceRun, EndsAtOnceIfItsHandlerCannotBeRegistered) {
+  script.failing = {"Register"};
+  run_service_dispatcher();
+  EXPECT_EQ(script.calls, (Lines{"Dispatch VantelinkAgent", "Register VantelinkAgent"}));
+}
+
+TEST_F(ServiceRun, DispatcherFailsOutsideTheServiceManager) {
+  script.failing = {"Dispatch"};
+  EXPECT_FALSE(run_service_dispatcher());
+}
+
+TEST_F(ServiceRun, ShutdownStopsIt) {
+  script.controls = {SERVICE_CONTROL_SHUTDOWN};
+  EXPECT_TRUE(run_service_dispatcher());
+  EXPECT_EQ(script.calls.back(), "Status 1 1 0 0");
+}
+
+TEST_F(ServiceRun, StopsAtOnceWhileNobodyIsLoggedOn) {
+  script.failing = {"QueryUserToken"};
+  EXPECT_EQ(launch_calls(), (Lines{"QueryUserToken 1"}));
+}
+
+TEST_F(ServiceRun, LaunchesNothingWithoutAConsoleSession) {
+  script.session = 0xFFFFFFFF;
+  EXPECT_EQ(launch_calls(), Lines());
+}
+
+TEST_F(ServiceRun, LaunchesNothingWithoutAPrimaryToken) {
+  script.failing = {"DuplicateToken"};
+  EXPECT_EQ(launch_calls(),
+            (Lines{"QueryUserToken 1", "DuplicateToken queried 2000000 1 1", "Close queried"}));
+}
+
+TEST_F(ServiceRun, LaunchesWithoutAnEnvironmentBlockIfNoneCanBeMade) {
+  script.failing = {"CreateEnvironment"};
+  EXPECT_EQ(launch_calls(),
+            (Lines{"QueryUserToken 1", "DuplicateToken queried 2000000 1 1", "Close queried",
+                   "CreateEnvironment primary", "CreateProcess primary 420 null winsta0\\default",
+                   "Close primary", "Close thread", "Terminate process 0", "Close process"}));
+}
+
+TEST_F(ServiceRun, FailedLaunchLeavesNothingOpen) {
+  script.failing = {"CreateProcess"};
+  EXPECT_EQ(launch_calls(),
+            (Lines{"QueryUserToken 1", "DuplicateToken queried 2000000 1 1", "Close queried",
+                   "CreateEnvironment primary", "CreateProcess primary 420 block winsta0\\default",
+                   "DestroyEnvironment", "Close primary"}));
+}
+
+}  // namespace
+}  // namespace vlk::agent
