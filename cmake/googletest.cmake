@@ -1,4 +1,5 @@
-# GoogleTest: the distribution's library for native builds, its source package for the cross build.
+# GoogleTest: the distribution's library for native builds; for Windows the library is built from the sources that the
+# distribution installs.
 if(WIN32)
   set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)

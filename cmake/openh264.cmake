@@ -1,4 +1,4 @@
-# OpenH264 as the static library that tools/build-openh264-windows keeps, for the doubles of the tests.
+# OpenH264 for tests/doubles: the static library that tools/libraries/build-openh264-windows builds.
 windows_library(openh264_root build-openh264-windows)
 add_library(openh264 STATIC IMPORTED GLOBAL)
 set_target_properties(openh264 PROPERTIES

@@ -1,7 +1,8 @@
-# OpenSSL: the system's for native builds; for Windows the static libraries that tools/build-openssl-windows keeps.
+# OpenSSL: the system's library for native builds; for Windows the static libraries that
+# tools/libraries/build-openssl-windows builds.
 if(WIN32)
   windows_library(OPENSSL_ROOT_DIR build-openssl-windows)
-  # What was found of an earlier one would be taken again.
+  # Cached results of an earlier library would be used again.
   if(NOT "${OPENSSL_INCLUDE_DIR}" STREQUAL "${OPENSSL_ROOT_DIR}/include")
     foreach(found OPENSSL_INCLUDE_DIR LIB_EAY SSL_EAY)
       unset(${found} CACHE)

@@ -1,12 +1,14 @@
-; The installer, which is also what an agent downloads and starts when its user accepts an update: in the place of an
-; older version it asks nothing. The new files are complete on the disk before the running ones are stopped, and
-; they take their places in one step each, so that a failure leaves the installed version working.
+; The installer. An agent whose user accepts an update downloads and starts the same program; over an older version it
+; asks nothing. It writes the new files completely before it stops running agents, and replaces each old file in one
+; step, so that a failure leaves the installed version working.
 ;
-; Switches: /S silent; /SERVICE, /NOSERVICE and /NOSTARTMENU choose, in place of what is installed already;
-; /D=FOLDER, last and without quotes. Exit status: 0 done, 1 cancelled, 2 failed, or done but for the service.
+; Switches: /S installs silently; /SERVICE, /NOSERVICE and /NOSTARTMENU override the choice of parts, which otherwise is
+; the parts already installed; /D=FOLDER sets the folder and must be last and without quotes.
+; Exit status: 0 success, 1 cancelled, 2 failed, or everything installed except the service.
 ;
-; Given by make-package: VERSION, AGENT (path of the executable), OUT (path of the installer), SOURCE (path of the
-; source tree), SIGN (a command that signs the file named behind it, or nothing).
+; make-package defines VERSION, VERSION_RECORD (the version as four numbers), AGENT (path of the executable),
+; AGENT_KILOBYTES (its size), OUT (path of the installer), SOURCE (path of the source tree) and SIGN (a command that
+; signs the file appended to it; empty for no signature).
 
 Unicode true
 Target amd64-unicode
@@ -41,8 +43,8 @@ ShowUninstDetails nevershow
 !define MUI_ICON "${SOURCE}/agent/resources/icon.ico"
 !define MUI_UNICON "${SOURCE}/agent/resources/icon.ico"
 
-Var IsUpdate ; 1 where an older version is installed
-Var ServiceRan ; 1 if the service was running when the files were replaced; empty while nothing was stopped
+Var IsUpdate ; 1 if an older version is installed
+Var ServiceRan ; 1 if the service ran when it was stopped for the new files, otherwise 0; empty before that
 
 !define MUI_PAGE_CUSTOMFUNCTION_PRE SkipInUpdate
 !insertmacro MUI_PAGE_WELCOME
@@ -55,7 +57,7 @@ Var ServiceRan ; 1 if the service was running when the files were replaced; empt
 !insertmacro MUI_PAGE_FINISH
 !insertmacro MUI_UNPAGE_CONFIRM
 !insertmacro MUI_UNPAGE_INSTFILES
-; Windows' own display language decides; English where it is neither.
+; The display language of Windows selects the language; English is used for all others.
 !insertmacro MUI_LANGUAGE "English"
 !insertmacro MUI_LANGUAGE "Icelandic"
 !include "texts.nsh"
@@ -91,11 +93,12 @@ VIProductVersion "${VERSION_RECORD}"
   Abort "${TEXT}"
 !macroend
 
-; Two at once would take each other's files away. The mutex goes with the process.
+; Lets only one installer or uninstaller run at a time, because two would delete each other's files. The mutex is
+; released when the process ends.
 !macro ONE_AT_A_TIME
   System::Call 'kernel32::CreateMutexW(p 0, i 1, w "Global\VantelinkSetup") p ?e'
   Pop $0
-  ${If} $0 = 183 ; it exists
+  ${If} $0 = 183 ; ERROR_ALREADY_EXISTS
     !insertmacro SHOW_AND_ABORT "$(TextAlreadyRunning)"
   ${EndIf}
 !macroend
@@ -106,14 +109,14 @@ Function SkipInUpdate
   ${EndIf}
 FunctionEnd
 
-; Puts the file named $0 plus ".new" in the place of $0, in one step. Somebody who only reads it, a virus scanner for
-; instance, is given ten seconds. $0 becomes 0 when it did not work.
+; Replaces the file $0 by the file $0.new in one step, and sets $0 to 0 on failure. It tries for ten seconds, because
+; a virus scanner may have the file open.
 Function TakePlace
   Push $1
   Push $2
   StrCpy $1 $0
   ${For} $2 1 50
-    System::Call 'kernel32::MoveFileExW(w "$1.new", w r1, i 9) i .r0' ; replacing, and on the disk before it returns
+    System::Call 'kernel32::MoveFileExW(w "$1.new", w r1, i 9) i .r0' ; MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH
     ${If} $0 != 0
       ${ExitFor}
     ${EndIf}
@@ -134,7 +137,8 @@ Function StopRunning
   Call EndAgents
 FunctionEnd
 
-; The service starts the agent itself, unless it cannot be started, being disabled for instance.
+; Starts the service if it ran, which starts the agent. Without the service, or when it does not start because it is
+; disabled for instance, starts the agent directly.
 Function StartAgain
   StrCpy $0 0
   ${If} $ServiceRan == 1
@@ -145,7 +149,8 @@ Function StartAgain
   ${EndIf}
 FunctionEnd
 
-; The agent that began an update has ended. Where nothing was stopped yet, only a running service has started it again.
+; Starts the old agent again after an update that failed before anything was stopped: the agent that started the update
+; has ended. A running service has started another one already.
 Function StartEndedAgent
   ${If} $IsUpdate == 1
   ${AndIf} $ServiceRan == ""
@@ -154,12 +159,12 @@ Function StartEndedAgent
     ${OrIf} $ServiceState == ${SERVICE_STOPPED}
       Call StartAgent
     ${EndIf}
-    StrCpy $IsUpdate 0 ; once is enough
+    StrCpy $IsUpdate 0 ; so that a second call starts no second agent
   ${EndIf}
 FunctionEnd
 
-; Nothing is left of a new installation that failed, and all of an old one. A file that can be made but not written
-; whole comes here by NSIS's own doing.
+; Removes the new files after a failure and leaves an older installation complete. NSIS calls this function itself when
+; a file can be created but not written completely.
 Function .onInstFailed
   Call StartEndedAgent
   Delete "$INSTDIR\${AGENT_FILE}.new"
@@ -194,7 +199,7 @@ Section "$(TextAgent)" SectionAgent
   ${EndIf}
   StrCpy $0 "$INSTDIR\${UNINSTALLER_FILE}"
   Call TakePlace
-  Delete "$INSTDIR\${UNINSTALLER_FILE}.new" ; an older uninstaller does as well
+  Delete "$INSTDIR\${UNINSTALLER_FILE}.new" ; left only on failure; the older uninstaller works as well
 
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${PRODUCT_NAME}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
@@ -217,7 +222,7 @@ Section /o "$(TextService)" SectionService
   StrCpy $ServiceRan 1
 SectionEnd
 
-; What was deselected goes, and the rest starts.
+; Removes the parts that are not selected and starts the rest.
 Section "-finish"
   ${IfNot} ${SectionIsSelected} ${SectionStartMenu}
     Delete "${SHORTCUT}"
@@ -235,7 +240,7 @@ SectionEnd
   !insertmacro MUI_DESCRIPTION_TEXT ${SectionService} "$(TextServiceHelp)"
 !insertmacro MUI_FUNCTION_DESCRIPTION_END
 
-; The parts that are installed already are the choice to begin with.
+; Selects the parts that are already installed; the switches override that.
 Function SelectSections
   SetShellVarContext all
   ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "DisplayVersion"
@@ -272,55 +277,11 @@ Function .onInit
   ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "DisplayVersion"
   ${VersionCompare} "${VERSION}" "$0" $1
   ${If} $0 != ""
-  ${AndIf} $1 == 1 ; the first is newer
+  ${AndIf} $1 == 1 ; VERSION is newer than the installed one
   ${AndIf} ${FileExists} "$INSTDIR\${AGENT_FILE}"
     StrCpy $IsUpdate 1
     SetAutoClose true
   ${EndIf}
 FunctionEnd
 
-Function un.onInit
-  !insertmacro ONE_AT_A_TIME
-FunctionEnd
-
-; The entries by which users' agents start at logon, as far as they name this installation; those of users who are
-; not logged on cannot be reached and start nothing.
-Function un.RemoveAutostart
-  StrCpy $0 0
-  ${Do}
-    EnumRegKey $1 HKU "" $0
-    ${If} $1 == ""
-      ${ExitDo}
-    ${EndIf}
-    ReadRegStr $2 HKU "$1\${RUN_KEY}" "VantelinkAgent"
-    ${If} $2 == '"$INSTDIR\${AGENT_FILE}" --unattended'
-      DeleteRegValue HKU "$1\${RUN_KEY}" "VantelinkAgent"
-    ${EndIf}
-    IntOp $0 $0 + 1
-  ${Loop}
-FunctionEnd
-
-; The users' settings stay: a machine that is installed again is the same one to the server.
-Section "Uninstall"
-  SetShellVarContext all
-  Call un.RemoveService
-  Call un.EndAgents
-  ${For} $0 1 50
-    ClearErrors
-    Delete "$INSTDIR\${AGENT_FILE}"
-    ${IfNot} ${Errors}
-      ${ExitFor}
-    ${EndIf}
-    Sleep 200
-  ${Next}
-  ${If} ${FileExists} "$INSTDIR\${AGENT_FILE}"
-    !insertmacro SHOW_AND_ABORT "$(TextStillInUse)"
-  ${EndIf}
-  Delete "$INSTDIR\${UNINSTALLER_FILE}"
-  Delete "${SHORTCUT}"
-  Call un.RemoveAutostart
-  DeleteRegKey HKLM "${UNINSTALL_KEY}"
-  SetOutPath "$TEMP"
-  RMDir "$INSTDIR"
-  RMDir "$PROGRAMFILES64\Maravek"
-SectionEnd
+!include "uninstall.nsh"

@@ -1,22 +1,22 @@
-; Running agents: ending those that run from the installation folder, in whichever session, and starting one for the
+; Functions that end the agents running from the installation folder, in all Windows sessions, and start one for the
 ; user at the screen.
 
 !define PROCESS_ENTRY_SIZE 568 ; a PROCESSENTRY32W of 64-bit Windows
-!define END_PATIENCE 10000 ; milliseconds
+!define END_TIMEOUT 10000 ; milliseconds
 
 !macro PROCESS_FUNCTIONS UN
 
-; $0: the id of a process, which is ended if it is an agent of $INSTDIR.
+; Ends the process with the id $0 if its executable is the agent in $INSTDIR.
 Function ${UN}EndIfAgent
   Push $1
   Push $2
-  System::Call 'kernel32::OpenProcess(i 0x101001, i 0, i r0) p .r1' ; terminate, wait, and ask for the name
+  System::Call 'kernel32::OpenProcess(i 0x101001, i 0, i r0) p .r1' ; PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE
   ${If} $1 != 0
     StrCpy $2 ""
     System::Call 'kernel32::QueryFullProcessImageNameW(p r1, i 0, w .r2, *i ${NSIS_MAX_STRLEN}) i'
     ${If} $2 == "$INSTDIR\${AGENT_FILE}"
       System::Call 'kernel32::TerminateProcess(p r1, i 0) i'
-      System::Call 'kernel32::WaitForSingleObject(p r1, i ${END_PATIENCE}) i'
+      System::Call 'kernel32::WaitForSingleObject(p r1, i ${END_TIMEOUT}) i'
     ${EndIf}
     System::Call 'kernel32::CloseHandle(p r1)'
   ${EndIf}
@@ -24,13 +24,13 @@ Function ${UN}EndIfAgent
   Pop $1
 FunctionEnd
 
-; Without it an administrator cannot end another user's process.
+; Enables the debug privilege, without which an administrator cannot end the process of another user.
 Function ${UN}EnableDebugPrivilege
   Push $0
   Push $1
   Push $2
-  System::Call 'advapi32::OpenProcessToken(p -1, i 0x28, *p .r0) i' ; query and adjust
-  System::Call '*(i 1, i 0, i 0, i 2) p .r1' ; TOKEN_PRIVILEGES of one, enabled
+  System::Call 'advapi32::OpenProcessToken(p -1, i 0x28, *p .r0) i' ; TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES
+  System::Call '*(i 1, i 0, i 0, i 2) p .r1' ; TOKEN_PRIVILEGES with one entry, enabled
   IntPtrOp $2 $1 + 4
   System::Call 'advapi32::LookupPrivilegeValueW(p 0, w "SeDebugPrivilege", p r2) i'
   System::Call 'advapi32::AdjustTokenPrivileges(p r0, i 0, p r1, i 0, p 0, p 0) i'
@@ -69,8 +69,8 @@ FunctionEnd
 
 !macro PROCESS_START_FUNCTIONS
 
-; Starts $0 with the rights of the desktop's shell, so that the agent does not inherit the installer's; $0 becomes 1
-; if that worked, otherwise 0.
+; Starts the command $0 with the rights of the desktop's shell, so that the agent does not inherit the installer's
+; administrator rights. Sets $0 to 1 on success, otherwise to 0.
 Function StartAsShell
   Push $1
   Push $2
@@ -84,7 +84,7 @@ Function StartAsShell
   ${If} $1 != 0
     System::Call 'advapi32::OpenProcessToken(p r1, i 2, *p .r2) i'
     System::Call 'advapi32::DuplicateTokenEx(p r2, i 0x2000000, p 0, i 2, i 1, *p .r3) i'
-    System::Alloc 128 ; a STARTUPINFOW of 104 bytes and a PROCESS_INFORMATION of 24
+    System::Alloc 128 ; STARTUPINFOW, 104 bytes, then PROCESS_INFORMATION, 24 bytes
     Pop $5
     System::Call '*$5(i 104)'
     IntPtrOp $1 $5 + 104
@@ -99,7 +99,7 @@ Function StartAsShell
   Pop $1
 FunctionEnd
 
-; A deployment tool in the services' session has no screen to start an agent on.
+; Starts the agent, except in session 0: a deployment tool that runs there has no desktop to show an agent on.
 Function StartAgent
   Push $0
   Push $1

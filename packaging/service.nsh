@@ -1,14 +1,14 @@
-; The agent's service as the installer and the uninstaller need it: what state it is in, stopping it with its end
-; awaited, starting, pointing it at the installed executable, removing it. Defined twice, as NSIS wants it: UN is
-; "un." in the uninstaller.
+; Functions for the agent's Windows service: query its state, stop it and wait for its end, start it, create or
+; reconfigure it, remove it. NSIS needs a second copy of each function that the uninstaller calls, with names that begin
+; with "un."; the parameter UN is that prefix, or empty.
 
 !define SERVICE_NAME "VantelinkAgent"
 !define SERVICE_STOPPED 1
-!define SERVICE_STOP_PATIENCE 300 ; tenths of a second
+!define SERVICE_STOP_TIMEOUT 300 ; tenths of a second
 !define SERVICE_ALL_ACCESS 0xF01FF
 !define SC_MANAGER_ALL_ACCESS 0xF003F
 
-Var ServiceState ; dwCurrentState; 0 when there is no such service
+Var ServiceState ; dwCurrentState of SERVICE_STATUS; 0 if the service does not exist
 Var ServiceManager
 Var Service ; an open handle, or 0
 
@@ -36,7 +36,7 @@ Function ${UN}CloseService
   StrCpy $ServiceManager 0
 FunctionEnd
 
-; Of the open service.
+; Sets $ServiceState from the open service.
 Function ${UN}ReadServiceState
   StrCpy $ServiceState 0
   ${If} $Service == 0
@@ -52,7 +52,7 @@ Function ${UN}ReadServiceState
   Pop $0
 FunctionEnd
 
-; Returns when the service has stopped, or when it did not within the patience.
+; Stops the service; returns when it has stopped or SERVICE_STOP_TIMEOUT has passed.
 Function ${UN}StopService
   Push $0
   Push $1
@@ -63,7 +63,7 @@ Function ${UN}StopService
     System::Call 'advapi32::ControlService(p $Service, i 1, p r0) i'
   ${EndIf}
   System::Free $0
-  ${For} $1 1 ${SERVICE_STOP_PATIENCE}
+  ${For} $1 1 ${SERVICE_STOP_TIMEOUT}
     Call ${UN}ReadServiceState
     ${If} $ServiceState == 0
     ${OrIf} $ServiceState == ${SERVICE_STOPPED}
@@ -87,7 +87,7 @@ FunctionEnd
 
 !macroend
 
-; Those that only the installer needs.
+; Functions that only the installer needs.
 !macro SERVICE_START_FUNCTIONS
 
 Function QueryService
@@ -96,7 +96,7 @@ Function QueryService
   Call CloseService
 FunctionEnd
 
-; $0 becomes 1 if that worked, otherwise 0.
+; Starts the service. Sets $0 to 1 on success, otherwise to 0.
 Function StartService
   StrCpy $0 0
   Call OpenService
@@ -106,8 +106,8 @@ Function StartService
   Call CloseService
 FunctionEnd
 
-; As the agent's own --install-service, but without its message box, and a service that runs another copy of the
-; executable is pointed at the installed one. A failure is told, and the installation goes on without the service.
+; Creates the service as the agent's --install-service does, but without its message box; an existing service is set to
+; run the installed executable. On failure shows a message, and the installation continues without the service.
 Function ConfigureService
   Push $0
   StrCpy $0 '"$INSTDIR\${AGENT_FILE}" --service'
@@ -116,7 +116,7 @@ Function ConfigureService
     System::Call 'advapi32::ChangeServiceConfigW(p $Service, i -1, i -1, i -1, w r0, \
         p 0, p 0, p 0, p 0, p 0, p 0) i .r0'
   ${ElseIf} $ServiceManager != 0
-    ; Own process, started with the system, errors reported as usual, the local system account.
+    ; SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, SERVICE_ERROR_NORMAL, the LocalSystem account.
     System::Call 'advapi32::CreateServiceW(p $ServiceManager, w "${SERVICE_NAME}", w "${PRODUCT_NAME}", \
         i ${SERVICE_ALL_ACCESS}, i 0x10, i 2, i 1, w r0, p 0, p 0, p 0, p 0, p 0) p .s'
     Pop $Service

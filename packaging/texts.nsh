@@ -1,4 +1,4 @@
-; What the installer says beyond NSIS's own pages.
+; The installer's own texts in English and Icelandic; NSIS supplies those of its pages.
 
 !macro TEXT NAME ENGLISH ICELANDIC
   LangString ${NAME} ${LANG_ENGLISH} "${ENGLISH}"

@@ -1,45 +1,74 @@
 #!/usr/bin/env bash
-# tools/check-includes passes the agent's sources and finds each kind of wrong include in a tree made for it.
+# tools/check-includes accepts includes and imports that point down, and finds each kind of wrong one.
 set -euo pipefail
-root=$(cd "$(dirname "$0")/../.." && pwd)
-tree=$(mktemp -d)
-trap 'rm -rf "$tree"' EXIT
-failures=0
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+check=$root/tools/check-includes
+# shellcheck source=tests/tools/expect_findings.sh
+source "$root/tests/tools/expect_findings.sh"
 
-# finds NAME TEXT FILE CONTENT [FILE CONTENT]...: the tree of these files yields exactly one complaint, with TEXT in it;
-# none at all when TEXT is empty.
-finds() {
-  local name=$1 text=$2 said
-  shift 2
-  rm -rf "${tree:?}"/*
-  while [ $# -gt 0 ]; do
-    mkdir -p "$tree/$(dirname "$1")"
-    printf '%b\n' "$2" > "$tree/$1"
-    shift 2
-  done
-  said=$("$root/tools/check-includes" "$tree") || true
-  # An empty text and no complaint are equal; else one line must hold the text.
-  if [ "$said" = "$text" ] || [[ -n $text && $said == *"$text"* && $said != *$'\n'* ]]; then
-    printf 'ok      %s\n' "$name"
-  else
-    printf 'FAILED  %s: %s\n' "$name" "$said"
-    failures=$((failures + 1))
-  fi
-}
+finds 'agent: includes that point down are accepted' '' \
+  agent/shell/a.cpp '#include "client/dispatch.h"' agent/client/dispatch.h '#include "input/b.h"' \
+  agent/input/b.h '#include "net/c.h"\n#include <string>' agent/net/c.h '#include "wire/json.h"\n#include "platform/d.h"' \
+  agent/wire/json.h '#include "wire/messages.def"' agent/wire/messages.def '' agent/platform/d.h ''
+finds 'agent: the wire must not use the platform' 'agent/wire/json.h:2' \
+  agent/wire/json.h '\n#include "platform/a.h"' agent/platform/a.h ''
+finds 'agent: the platform must not use the wire' 'agent/platform/a.h:1' \
+  agent/platform/a.h '#include "wire/json.h"' agent/wire/json.h ''
+finds 'agent: the network must not use a feature' 'agent/net must not use agent/input' \
+  agent/net/a.h '#include "input/b.h"' agent/input/b.h ''
+finds 'agent: a feature must not use the client' 'agent/input/b.cpp:1' \
+  agent/input/b.cpp '#include "client/agent_client.h"' agent/client/agent_client.h ''
+finds 'agent: the client must not use the shell' 'agent/client/a_win32.cpp:1' \
+  agent/client/a_win32.cpp '#include "shell/a.h"' agent/shell/a.h ''
+finds 'agent: a path through the parent folder is an include as well' 'agent/net must not use agent/input' \
+  agent/net/a.h '#include "../input/b.h"' agent/input/b.h ''
+finds 'agent: the relay is off limits' 'agent/net must not use relay/base' \
+  agent/net/a.h '#include "relay/base/log.h"' relay/base/log.h ''
+finds 'agent: test code is off limits' 'agent/ must not use tests/fakes/fakes.h' \
+  agent/net/a.cpp '#include "tests/fakes/fakes.h"' tests/fakes/fakes.h ''
+finds 'agent: native code must not see a Windows header' 'agent/input/b.h:1' \
+  agent/input/a.cpp '#include "input/b.h"' agent/input/b.h '#include <windows.h>'
+finds 'agent: Windows code may see a Windows header' '' \
+  agent/input/a_win32.cpp '#include "input/b.h"' agent/input/b.h '#include <windows.h>'
+finds 'relay: includes that point down are accepted' '' \
+  relay/main.cpp '#include "relay/server.h"' relay/server.h '#include "relay/http/routes.h"' \
+  relay/http/routes.h '#include "relay/links/agent_link.h"' relay/links/agent_link.h '#include "relay/session/router.h"' \
+  relay/session/router.h '#include "relay/net/a.h"' relay/net/a.h '#include "relay/wire/envelope.h"' \
+  relay/wire/envelope.h '#include "wire/messages.h"' agent/wire/messages.h ''
+finds 'relay: a session must not use a link' 'relay/session must not use relay/links' \
+  relay/session/a.cpp '#include "relay/links/b.h"' relay/links/b.h ''
+finds 'relay: storage must not use the server' 'relay/storage must not use relay/server' \
+  relay/storage/a.cpp '#include "relay/server.h"' relay/server.h ''
+finds 'relay: of the agent only the wire is shared' 'relay/net must not use agent/net' \
+  relay/net/a.cpp '#include "net/socket.h"' agent/net/socket.h ''
+finds 'relay: native code must not see a Windows header' 'relay/base/a.h:1' \
+  relay/base/b.cpp '#include "relay/base/a.h"' relay/base/a.h '#include <winsock2.h>'
+finds 'console: imports that point down are accepted' '' \
+  console/app.js "import { a } from './session/a.js';" console/session/a.js "import {\n  b,\n} from '../files/b.js';" \
+  console/files/b.js "/** @type {import('../input/c.js').C} */\nlet c;" console/input/c.js "export * from '../base/d.js';" \
+  console/base/d.js "const words = 'a text from \"elsewhere\"';"
+finds 'console: an import must not point up' 'console/link/a.js:1: console/link must not use console/session' \
+  console/link/a.js "import { b } from '../session/b.js';" console/session/b.js ''
+finds 'console: an import over several lines must not point up' 'console/link must not use console/session' \
+  console/link/a.js "import {\n  b,\n} from\n  '../session/b.js';" console/session/b.js ''
+finds 'console: an import for its effects must not point up' 'console/link must not use console/session' \
+  console/link/a.js "import '../session/b.js';" console/session/b.js ''
+finds 'console: a dynamic import must not point up' 'console/link must not use console/session' \
+  console/link/a.js "await import('../session/b.js');" console/session/b.js ''
+finds 'console: a JSDoc import must not point up' 'console/files/a.js:2: console/files must not use console/session' \
+  console/files/a.js "\n/** @param {import('../session/b.js').B} b */" console/session/b.js ''
+finds 'console: an export must not come from above' 'console/base must not use console/app' \
+  console/base/a.js "export { b } from '../app.js';" console/app.js ''
+finds 'console: a JSDoc import counts in a circle' 'console/files/a.js -> console/files/b.js -> console/files/a.js' \
+  console/files/a.js "import { b } from './b.js';" console/files/b.js "/** @type {import('./a.js').A} */"
+finds 'console: an imported file must exist' 'there is no file ./b.js' console/files/a.js "import { b } from './b.js';"
+finds 'files must not include each other' 'agent/input/a.h -> agent/input/b.h -> agent/input/a.h' \
+  agent/input/a.h '#include "input/b.h"' agent/input/b.h '#include "input/a.h"'
+finds 'rooms of one floor may use each other one way' '' \
+  relay/links/a.cpp '#include "relay/http/b.h"' relay/http/b.h ''
+finds 'rooms of one floor must not use each other both ways' 'a circle of rooms on one floor: console/clipboard -> console/files' \
+  console/clipboard/a.js "import '../files/b.js';" console/files/b.js '' console/files/c.js "import '../clipboard/d.js';" \
+  console/clipboard/d.js ''
+finds 'each room is on a floor' 'relay/attic is on no floor' relay/attic/a.h ''
 
-finds 'includes downward are right' '' \
-  shell/a.cpp '#include "core/dispatch.h"' core/dispatch.h '#include "input/b.h"' \
-  input/b.h '#include "core/json.h"\n#include <string>' core/json.h '#include "platform/c.h"' platform/c.h ''
-finds 'the wire must not know a feature' 'core/json.h:2' core/json.h '\n#include "input/b.h"' input/b.h ''
-finds 'a feature must not know the client' 'input/b.cpp:1' input/b.cpp '#include "core/agent_client.h"' core/agent_client.h ''
-finds 'the floor must not know the wire' 'platform/c.h:1' platform/c.h '#include "core/json.h"' core/json.h ''
-finds 'nobody below may know the shell' 'core/dispatch_win32.cpp:1' \
-  core/dispatch_win32.cpp '#include "shell/a.h"' shell/a.h ''
-finds 'headers must not include each other' 'input/a.h -> input/b.h -> input/a.h' \
-  input/a.h '#include "input/b.h"' input/b.h '#include "input/a.h"'
-finds 'native code must not see a Windows header' 'input/b.h:1' \
-  input/a.cpp '#include "input/b.h"' input/b.h '#include <windows.h>'
-finds 'Windows code may' '' input/a_win32.cpp '#include "input/b.h"' input/b.h '#include <windows.h>'
-
-if "$root/tools/check-includes"; then echo 'ok      the agent'; else failures=$((failures + 1)); fi
-[ $failures = 0 ]
+report
