@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
 #include "input/injector.h"
 #include "platform/debug_log.h"
 #include "tests/windows/support/debug_log_file.h"

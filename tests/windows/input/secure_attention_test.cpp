@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
 #include "input/injector.h"
 #include "tests/windows/support/debug_log_file.h"
 
