@@ -14,7 +14,7 @@
 namespace vlk::agent {
 
 struct LinkState {
-  SslContext ssl_ctx;  // one for the client's whole life
+  SslContext ssl_ctx;  // kept for all connections of the client
 
   // Lets only one thread write at a time, and prevents `ssl` from being destroyed during a write.
   Mutex write_lock;

@@ -21,8 +21,8 @@ void append_debug_log(const char* format, ...) VLK_PRINTF_LIKE;
 // True if the environment variable "VLK_DEBUG_INPUT" exists, whatever its value. Looked up at each call.
 [[nodiscard]] bool debug_input_requested();
 
-// The log of one module that is written only if debug_input_requested() is true. The function is called for
-// the module's first line, and its result is kept until the process ends.
+// An optional log for one module. Its lines are written only if debug_input_requested() was true when the
+// module logged its first line.
 class OptionalDebugLog {
  public:
   template <typename... Arguments>

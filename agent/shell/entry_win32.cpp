@@ -18,7 +18,7 @@ namespace {
 
 using namespace vlk::agent;
 
-constexpr DWORD kWindowStyle = WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;  // of a fixed size
+constexpr DWORD kWindowStyle = WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;  // the size is fixed
 constexpr wchar_t kMessageTitle[] = L"Maravek";
 constexpr RECT kClientArea = {0, 0, 360, 440};  // pixels
 
@@ -51,7 +51,8 @@ void run_uninstall_service() {
 }
 
 // Registers this process as the first copy of the agent in this logon session, by a mutex that stays open and
-// owned until the process ends. False if another copy is registered. True if the mutex cannot be created.
+// owned until the process ends. False if another copy is already registered. If the mutex cannot be created,
+// every copy counts as the first.
 [[nodiscard]] bool become_first_copy() {
   const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"Local\\VantelinkAgentSingleton");
   return mutex == nullptr || GetLastError() != ERROR_ALREADY_EXISTS;

@@ -145,7 +145,7 @@ void on_tray_notify(MainWindow& main, LPARAM mouse_message) {
   }
 }
 
-// Handles a private message that needs the window's record. False if the message is any other message.
+// Handles a private message that needs the window's record. False for every other message.
 bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lparam) {
   main.ui_thread.check();
   switch (message) {

@@ -41,7 +41,7 @@ class StreamWorker {
   StreamWorker(const StreamWorker&) = delete;
   StreamWorker& operator=(const StreamWorker&) = delete;
 
-  // One iteration: at most one frame, then the pause.
+  // Sends at most one frame, then pauses until the next frame is due.
   void RunIteration();
 
  private:

@@ -46,8 +46,8 @@ void run_download(const DownloadJob& job) {
                       .add_string("error", "cannot open"));
     return;
   }
-  // The buffer has room for the header before the file's bytes, so that the bytes need not be copied after
-  // it.
+  // The buffer has room for the header before the file's bytes, so that a chunk is sent without copying the
+  // bytes.
   std::vector<unsigned char> chunk(kChunkHeaderSize + kChunkSize);
   std::uint32_t index = 0;
   std::size_t count = 0;

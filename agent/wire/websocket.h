@@ -1,6 +1,6 @@
 // The client side of the WebSocket protocol (RFC 6455): the upgrade request, outgoing frames and incoming
 // frames, without sockets and TLS. It deliberately checks less than the RFC demands: existing servers rely on
-// that.
+// this.
 #pragma once
 
 #include <cstddef>
@@ -20,8 +20,8 @@ inline constexpr std::uint8_t kWsClose = 8;
 inline constexpr std::uint8_t kWsPing = 9;
 inline constexpr std::uint8_t kWsPong = 10;
 
-inline constexpr std::uint64_t kMaxFramePayload = 0x1000000;  // bytes of one incoming frame's payload
-inline constexpr std::size_t kCompactThreshold = 0x10000;     // more consumed bytes than this are erased
+inline constexpr std::uint64_t kMaxFramePayload = 0x1000000;  // bytes; limit of an incoming frame's payload
+inline constexpr std::size_t kCompactThreshold = 0x10000;     // consumed bytes are erased above this number
 inline constexpr std::size_t kMaskBytes = 4;
 inline constexpr std::size_t kMaxFrameHeader = 10 + kMaskBytes;  // 2 fixed bytes, length, mask key
 

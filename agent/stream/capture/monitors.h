@@ -32,8 +32,8 @@ struct ThumbnailSize {
 [[nodiscard]] std::vector<std::uint8_t> PackThumbnail(const MonitorThumbnail& thumbnail, std::size_t count,
                                                       const std::vector<std::uint8_t>& jpeg);
 
-// Lists the outputs of all adapters that are attached at this moment; never empty. ScreenCapturer::Open uses
-// the same enumeration.
+// Lists all monitors that belong to the desktop at this moment; never empty. ScreenCapturer::Open uses the
+// same enumeration.
 std::vector<MonitorInfo> EnumerateMonitors();
 
 // Makes a thumbnail of each monitor. `max_dimension` limits the longer side, in pixels.

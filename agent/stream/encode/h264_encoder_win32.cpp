@@ -24,13 +24,13 @@ struct H264Encoder::State {
   bool mf_started = false;
   ComPtr<IMFTransform> transform;         // null if no session is open
   ComPtr<IMFMediaEventGenerator> events;  // null for a synchronous encoder
-  ComPtr<ICodecAPI> codec_api;            // if null, no settings and no forced key frames
+  ComPtr<ICodecAPI> codec_api;            // null if the encoder has no settings to change
   bool async = false;                     // set once and never cleared, even by a later session
   bool provides_samples = false;          // the encoder allocates the output samples
   std::int32_t width = 0, height = 0;     // pixels
-  std::int32_t fps = kDefaultH264Fps;     // frames a second
+  std::int32_t fps = kDefaultH264Fps;     // frames per second
   std::uint64_t frame_index = 0;          // counts the frames of all sessions, so that times keep increasing
-  std::vector<std::uint8_t> sequence_header;  // kept from an earlier session if this one has none
+  std::vector<std::uint8_t> sequence_header;  // kept from an earlier session if the present one has none
   std::vector<std::uint8_t> nv12;
 
   bool FindEncoder(bool& hardware);
