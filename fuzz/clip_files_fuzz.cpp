@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     end = file.data + file.size;
     packer.add(file.name, {file.data, end});
   }
-  // Files that are packed again and read again are unchanged.
+  // Files must be unchanged after they are packed again and read again.
   const std::vector<std::uint8_t> payload = packer.payload();
   REQUIRE(payload.empty() == files.empty());
   if (payload.empty()) return 0;

@@ -1,4 +1,4 @@
-// Arbitrary bytes as two messages of an H.264 stream; the first byte gives the length of the first message.
+// Reads any bytes as two messages of an H.264 stream. The first byte gives the length of the first message.
 #include <algorithm>
 
 #include "relay/h264/parameter_sets.h"
@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   (void)stream.complete(first, 0);
   const std::size_t before = second.size();
   (void)stream.complete(second, 0);
-  // A parameter set has at least 4 bytes, and completion adds at most 40.
+  // A parameter set has at least 4 bytes, and its completion adds at most 40 bytes.
   REQUIRE(second.size() <= before * 11);
 
   const auto complete = complete_parameter_set({data, size}, true);

@@ -1,5 +1,5 @@
-// Arbitrary bytes as a message about a file transfer; the first byte selects its type. The agent's reader
-// must find in a message that passes exactly what the relay checked.
+// Reads any bytes as a message about a file transfer. The first byte selects the message's type. If the relay
+// passes the message on, the agent's reader must find in it exactly the values that the relay checked.
 #include <array>
 #include <string_view>
 
@@ -43,7 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Transfers transfers(0);
   REQUIRE(transfers.give(kSession) == 1);
   check(transfers, type, message);
-  // Once more, in the state in which the first message left the transfer.
+  // The same bytes are checked again as an end message, in the state to which the first message brought the
+  // transfer.
   check(transfers, Msg::FileTransferEnd,
         encode_envelope(Msg::FileTransferEnd, kSession, data + 1, size - 1, 1));
   (void)transfers.from_agent(kSession, Msg::FileTransferEnd, message);

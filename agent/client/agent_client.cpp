@@ -14,7 +14,7 @@ namespace vlk::agent {
 namespace {
 
 constexpr char kLinkPath[] = "/link";
-// Differs from the version that updates compare: this text only goes to the server.
+// This version is only sent to the server. Updates compare another version, kUpdateVersion.
 constexpr char kClientVersion[] = "0.1.0-scaffold";
 constexpr std::size_t kReadSize = 2048;        // bytes per read
 constexpr std::int64_t kFirstDelay = 500;      // milliseconds, between two attempts
@@ -98,8 +98,9 @@ void AgentClient::run() {
     report_status(Status::Offline, 0);
     if (!running_) return;
     clock_.sleep_until(clock_.now() + delay * kNanosecondsPerMillisecond);
-    // Changed after the sleep, so that the first wait after several failures is still the long one. A server
-    // that comes back is then not met by all its agents at once.
+    // The delay is changed after the sleep. The first wait after a connection therefore still has the length
+    // that the failures before the connection led to, so that not all agents return to a restarted server at
+    // once.
     delay = ok ? kFirstDelay : std::min(2 * delay, kLongestDelay);
   }
 }
@@ -142,7 +143,7 @@ bool AgentClient::run_connection() {
 bool AgentClient::upgrade(const std::string& host) {
   std::string key;
   const std::string request = build_upgrade_request(host, kLinkPath, key);
-  // A failure shows in the read below.
+  // A failure to write shows in the read below.
   (void)link_->incoming->write(reinterpret_cast<const unsigned char*>(request.data()), request.size());
 
   constexpr std::string_view kBlankLine = "\r\n\r\n";
@@ -239,7 +240,7 @@ void AgentClient::end_connection() {
   }
   std::unique_ptr<TlsConnection> connection = drop_tls();
   connection->shutdown();
-  connection.reset();  // before its socket is closed
+  connection.reset();  // destroyed before its socket is closed
   // stop() may have closed the handle already; the second close then fails without harm.
   close_socket(link_->socket);
   link_->socket = kInvalidSocket;

@@ -1,5 +1,5 @@
-// The agent's outbound connection to the relay server: the thread that keeps it up, and the only path by
-// which every other part reaches the server.
+// The agent's outbound connection to the relay server: the thread that connects and reconnects, and the
+// functions through which all other parts of the agent send messages to the server.
 #pragma once
 
 #include <atomic>
@@ -29,42 +29,42 @@ enum class Status : std::int32_t {
   InSession = 3,   // at least one session has a stream
 };
 
-// The client's reports. All are called on the connection thread and must return at once, so they only pass
-// the values on. An empty one is skipped.
+// The functions through which the client reports events. All are called on the connection thread and must
+// return at once, so they only pass the values on. An empty function is not called.
 struct AgentCallbacks {
-  std::function<void(Status, int)> on_status;  // with the count of representatives
+  std::function<void(Status, int)> on_status;  // the number counts representatives
   std::function<void(std::string)> on_notice;  // UTF-8 text for the status line
-  std::function<void(std::uint32_t, std::string)>
-      on_session_request;  // session, representative's name in UTF-8
+  // The arguments are the session and the representative's name in UTF-8.
+  std::function<void(std::uint32_t, std::string)> on_session_request;
   std::function<void(std::vector<std::uint8_t>)> on_clipboard;
   std::function<void(std::uint32_t)> on_session_ended;
 };
 
 class TlsConnection;
-struct LinkState;  // socket, TLS and stream
+struct LinkState;  // the socket, the TLS connection and the stream
 
 class AgentClient {
  public:
   // Starts no thread and uses no network. `clock` is the steady clock except in tests.
   AgentClient(AgentConfig config, AgentCallbacks callbacks, Clock clock = steady_clock());
-  ~AgentClient();  // stops
+  ~AgentClient();  // calls stop()
   AgentClient(const AgentClient&) = delete;
   AgentClient& operator=(const AgentClient&) = delete;
 
-  // Starts the connection thread. Does nothing if it runs already.
+  // Starts the connection thread. Does nothing if the thread is already running.
   void start();
 
   // Ends the connection and joins its thread. May block for the rest of a reconnect delay, a name
   // resolution or a connect.
   void stop();
 
-  // Writes one message and blocks until it is written. Nothing is ever queued: without a connection the
-  // message is lost and the result false, which most callers ignore. Callable on any thread.
+  // Writes one message and blocks until it is written. Nothing is ever queued: without a connection, the
+  // message is lost and the result is false, which most callers ignore. Callable on any thread.
   bool send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length,
             std::uint8_t flags);
   bool send_text(Msg type, std::uint32_t session_id, std::string_view text);
 
-  // Sends clipboard content to the session that streams; the content is lost if none does.
+  // Sends clipboard content to the session that has the stream. If no session has one, the content is lost.
   void send_clipboard(const unsigned char* data, std::size_t length);
 
   // Answer a session request. The client does not record the answer.
@@ -76,7 +76,8 @@ class AgentClient {
   void set_display_name(std::string name);
   void set_unattended(bool unattended);
 
-  // A message that the agent acts on, and the function that does it; false ends the connection.
+  // A message that the agent acts on, and the function that handles it. The connection ends if the function
+  // returns false.
   struct MessageHandler {
     Msg code{};
     bool (AgentClient::*handle)(const Envelope& envelope) = nullptr;
@@ -91,14 +92,15 @@ class AgentClient {
   bool upgrade(const std::string& host);  // from TLS to WebSocket
   void authenticate();
   void read_frames();
-  bool handle_frame(std::uint8_t opcode,
-                    const std::vector<std::uint8_t>& payload);  // false ends the connection
+  // The connection ends if this function returns false.
+  bool handle_frame(std::uint8_t opcode, const std::vector<std::uint8_t>& payload);
   void end_connection();
-  // Takes the TLS connection from the senders; later sends are lost.
+  // Removes the TLS connection from the link and returns it. Messages that are sent afterwards are lost.
   std::unique_ptr<TlsConnection> drop_tls();
   void report_status(Status status, int count);
 
-  // In dispatch.cpp. dispatch() calls the handler of the message's code; false ends the connection.
+  // The functions below are in dispatch.cpp. dispatch() calls the handler of the message's code. The
+  // connection ends if the handler returns false.
   bool dispatch(const Envelope& envelope);
   bool on_error(const Envelope& envelope);
   bool on_heartbeat(const Envelope& envelope);

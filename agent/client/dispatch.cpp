@@ -1,6 +1,6 @@
 // The table from message code to handler, and the handlers. All of it runs on the connection thread, one
-// message at a time. No handler checks that a session was accepted, since the server holds its messages back
-// until then, and no handler answers with an error.
+// message at a time. No handler checks that a session was accepted, because the server does not pass on a
+// session's messages before that. No handler answers with an error.
 #include <utility>
 
 #include "client/agent_client.h"
@@ -85,7 +85,7 @@ bool AgentClient::on_error(const Envelope& envelope) {
   const std::string code = value_or(read_string(text, "code"), "");
   notify(value_or(read_string(text, "message"), "error"));
   if (code != "AUTH_FAILED") return true;
-  // The next connection finds no identity and enrols again.
+  // Without an identity, the next connection enrols again.
   const MutexLock lock(config_lock_);
   config_.agent_id.clear();
   config_.agent_secret.clear();
@@ -176,7 +176,8 @@ bool AgentClient::on_stream_stop(const Envelope& envelope) {
 }
 
 void AgentClient::end_session(std::uint32_t session) {
-  // There is one stream for all representatives: the end of any session stops it, and input, for all of them.
+  // All representatives share one stream: the end of any session stops the stream and the input of all of
+  // them.
   SetInputSessionActive(false);
   SetClipboardSessionActive(false);
   streaming_session_ = 0;
@@ -209,7 +210,8 @@ bool AgentClient::on_codec_select(const Envelope& envelope) {
 }
 
 bool AgentClient::on_cursor_visibility(const Envelope& envelope) {
-  // Read as a number: the words true and false are not found and leave the pointer visible.
+  // The field is read as a number. The JSON values true and false are not numbers, so they make the pointer
+  // visible.
   if (link_->streamer)
     link_->streamer->SetCursorVisible(value_or(read_int(text_of(envelope), "show"), 1) != 0);
   return true;
@@ -237,7 +239,8 @@ bool AgentClient::on_thumbnail_request(const Envelope& envelope) {
     const std::vector<std::uint8_t> jpeg =
         EncodeJpeg(thumbnail.pixels.data(), width, static_cast<std::uint32_t>(thumbnail.height), width * 4,
                    kThumbnailQuality);
-    // A thumbnail that could not be encoded is left out, but the count in the others' payload includes it.
+    // A thumbnail that could not be encoded is left out, but the count in the payloads of the others includes
+    // it.
     if (jpeg.empty()) continue;
     const std::vector<std::uint8_t> payload = PackThumbnail(thumbnail, thumbnails.size(), jpeg);
     send(Msg::Thumbnail, envelope.session_id, payload.data(), payload.size(), kBinaryPayload);
@@ -280,7 +283,7 @@ bool AgentClient::on_file_transfer_end(const Envelope& envelope) {
 
 bool AgentClient::on_reboot(const Envelope&) {
   if (!reboot_machine()) return true;
-  // The restart was simulated: the server must see the connection end.
+  // The restart was simulated: the connection is ended, as a real restart would end it.
   interrupt_socket(link_->socket);
   return false;
 }

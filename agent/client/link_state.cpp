@@ -1,4 +1,4 @@
-// The one path by which messages leave the agent.
+// Sends messages. All messages of the agent are written by these functions.
 #include "client/link_state.h"
 
 #include "wire/message_frame.h"

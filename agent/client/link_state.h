@@ -14,13 +14,13 @@
 namespace vlk::agent {
 
 struct LinkState {
-  SslContext ssl_ctx;  // one for the client's whole life
+  SslContext ssl_ctx;  // kept for all connections of the client
 
-  // Orders all writers, and keeps `ssl` alive while one of them uses it.
+  // Lets only one thread write at a time, and prevents `ssl` from being destroyed during a write.
   Mutex write_lock;
   std::unique_ptr<TlsConnection> ssl VLK_GUARDED_BY(write_lock);  // null without a connection
-  // The object in `ssl` for the connection thread alone, which reads without write_lock; otherwise reading
-  // would wait for a blocked writer.
+  // The object that `ssl` owns. Only the connection thread uses this pointer: it reads without write_lock,
+  // because it would otherwise wait for a blocked writer.
   TlsConnection* incoming = nullptr;
 
   // Atomic, so that stop() needs no lock: it must not wait for a blocked reader or writer.
@@ -28,8 +28,8 @@ struct LinkState {
   WsParser parser;                           // connection thread only; a new one after each upgrade
   std::unique_ptr<ScreenStreamer> streamer;  // connection thread only; at most one
 
-  // Both are callable on any thread and return false without a connection. A message that was not sent is
-  // lost, so most callers ignore the result.
+  // Both functions are callable on any thread and return false without a connection. A message that was not
+  // sent is lost, so most callers ignore the result.
   bool write_locked(const unsigned char* data, std::size_t length) VLK_EXCLUDES(write_lock);
   bool send(Msg type, std::uint32_t session_id, const unsigned char* data, std::size_t length,
             std::uint8_t flags) VLK_EXCLUDES(write_lock);

@@ -17,10 +17,11 @@
 namespace vlk::agent {
 namespace {
 
-// In the temporary folder. Never cleaned, because the clipboard refers to the files by path.
+// The folder for received files, inside the temporary folder. Never cleaned, because the clipboard refers to
+// the files by path.
 constexpr wchar_t kScratchFolder[] = L"VlkClip\\";
 
-// The header before the paths of CF_HDROP, which Windows documents as DROPFILES.
+// The header before the list of paths in CF_HDROP memory. Windows documents it as DROPFILES.
 struct DropHeader {
   DWORD paths_offset = sizeof(DropHeader);
   LONG x = 0, y = 0;
@@ -37,17 +38,18 @@ void apply_text(std::string_view utf8) {
   UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, size));
   if (!memory) return;
   std::memcpy(LockedGlobal(memory.get()).get(), text.c_str(), size);
-  // Memory that the clipboard refuses is deliberately not freed here, unlike that of the other kinds.
+  // If the clipboard refuses the memory, it is deliberately not freed, unlike the memory for images and
+  // files.
   SetClipboardData(CF_UNICODETEXT, memory.release());
 }
 
 std::wstring make_scratch_folder() {
   const std::wstring folder = temporary_folder() + kScratchFolder;
-  CreateDirectoryW(folder.c_str(), nullptr);  // fails if it exists, which is fine
+  CreateDirectoryW(folder.c_str(), nullptr);  // fails if the folder exists, which is fine
   return folder;
 }
 
-// False if the file cannot be opened. A failure to write is ignored.
+// Writes a received file to `path`. False if the file cannot be opened. A failure to write is ignored.
 [[nodiscard]] bool write_file(const std::wstring& path, const ClipFile& file) {
   const HANDLE opened =
       CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -63,7 +65,7 @@ void publish_paths(const std::vector<std::wstring>& paths) {
   for (const std::wstring& path : paths)
     list.append(path).push_back(L'\0');
   const DropHeader header;
-  const std::size_t list_size = (list.size() + 1) * sizeof(wchar_t);  // one more zero ends the list
+  const std::size_t list_size = (list.size() + 1) * sizeof(wchar_t);  // a second zero ends the list
   UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, sizeof header + list_size));
   if (!memory) return;
   {
@@ -113,7 +115,7 @@ void ApplyClipboard(const std::vector<std::uint8_t>& payload) {
     EmptyClipboard();
     apply_content(kind, payload.data() + 1, length);
   }
-  // In time for the notification of this change, which is handled after this function has returned.
+  // This is early enough: the notification of this change is handled after this function has returned.
   ClipboardEchoGuardUntil = EchoGuardUntil(GetTickCount());
 }
 

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::uint32_t kBitFields = 3;        // BI_BITFIELDS: three masks in place of the colour table
 constexpr std::uint16_t kMostPaletteBits = 8;  // bitmaps with more bits have no colour table
-constexpr std::size_t kColourSize = 4;         // bytes
+constexpr std::size_t kColourSize = 4;         // bytes of one colour or mask
 
 std::size_t colours(const BitmapLayout& layout) {
   if (layout.compression == kBitFields) return 3;

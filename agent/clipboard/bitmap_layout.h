@@ -1,4 +1,4 @@
-// Where a bitmap's pixels are in its block of memory.
+// Finds a bitmap's pixels in its block of memory.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ struct BitmapLayout {
   std::uint32_t colours_used = 0;  // biClrUsed
 };
 
-// Bytes from the start of the header to the pixels.
+// The distance in bytes from the start of the header to the pixels.
 [[nodiscard]] std::size_t BitmapPixelOffset(const BitmapLayout& layout);
 
 }  // namespace vlk::agent

@@ -1,5 +1,5 @@
-// Keeps applied content from being sent back: for a short time after it, all changes of the clipboard are
-// ignored, including the user's.
+// Prevents received content from being sent back: for a short time after the agent has put content on the
+// clipboard, all changes of the clipboard are ignored, including the user's.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +8,17 @@ namespace vlk::agent {
 
 inline constexpr std::uint32_t kEchoGuardTime = 500;  // milliseconds
 
-// Changes before this tick are not sent. UI thread only.
+// Changes of the clipboard before this tick are not sent. Used on the UI thread only.
 inline std::uint32_t ClipboardEchoGuardUntil = 0;
 
-// The tick at which the guard of content applied at `now` ends. Both count milliseconds and wrap around at
-// 2^32.
+// The tick until which changes are ignored if the agent changes the clipboard at tick `now`. Ticks count
+// milliseconds and wrap around at 2^32.
 [[nodiscard]] constexpr std::uint32_t EchoGuardUntil(std::uint32_t now) {
   return now + kEchoGuardTime;
 }
 
-// Whether changes at `now` are still ignored. Deliberately a plain comparison: a guard that wraps to a small
-// number ends at once.
+// Whether changes at tick `now` are still ignored. The comparison deliberately does not allow for the
+// wrap-around: if `until` has wrapped to a small number, changes are no longer ignored.
 [[nodiscard]] constexpr bool EchoGuardHolds(std::uint32_t now, std::uint32_t until) {
   return now < until;
 }

@@ -14,8 +14,8 @@ inline constexpr std::uint32_t kFormatBitmap = 8;  // CF_DIB: header, colour tab
 inline constexpr std::uint32_t kFormatText = 13;   // CF_UNICODETEXT
 inline constexpr std::uint32_t kFormatFiles = 15;  // CF_HDROP
 
-// The format to send from a clipboard with several: files before text before an image. It is chosen even if
-// reading it then gives nothing. No value if none of the three is available.
+// Chooses the format to send if the clipboard offers several: files first, then text, then an image. A format
+// is chosen even if reading it then gives nothing. No value if none of the three formats is available.
 [[nodiscard]] std::optional<ClipboardKind> ChooseClipboardKind(
     const std::function<bool(std::uint32_t format)>& available);
 

@@ -1,4 +1,5 @@
-// Opens the clipboard and writes to it, for both directions. UI thread only.
+// Opens the clipboard, for sending its content and for replacing it, and writes to it. Used on the UI thread
+// only.
 #pragma once
 
 #include <utility>
@@ -9,10 +10,10 @@
 
 namespace vlk::agent {
 
-inline HWND ClipboardWindow = nullptr;  // set when the watch starts
+inline HWND ClipboardWindow = nullptr;  // the main window, set when the watch starts
 
-// Keeps the clipboard open for this window. No other program can use it meanwhile. False if it could not be
-// opened.
+// Keeps the clipboard open for ClipboardWindow until destroyed. No other program can use the clipboard
+// meanwhile. The object converts to false if the clipboard could not be opened.
 class [[nodiscard]] OpenedClipboard {
  public:
   OpenedClipboard() : opened_(OpenClipboard(ClipboardWindow) != FALSE) {}

@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-constexpr std::uint64_t kMaxFileBytes = 0x4000000;  // of all files of one message
+constexpr std::uint64_t kMaxFileBytes = 0x4000000;  // limit for all files of one message together
 constexpr std::size_t kNameLengthSize = 4;
 constexpr std::size_t kFileSizeSize = 8;
 
@@ -20,7 +20,7 @@ std::string_view after_last_separator(std::string_view path) {
   return separator == std::string_view::npos ? path : path.substr(separator + 1);
 }
 
-// Reads a payload from its start. A read of more bytes than are left takes none.
+// Reads a payload from start to end. A read of more bytes than are left fails and consumes nothing.
 class Reader {
  public:
   Reader(const std::uint8_t* data, std::size_t length) : data_(data), left_(length) {}
@@ -47,7 +47,8 @@ class Reader {
   std::size_t left_;
 };
 
-// The next record, with its name unchanged. No value if the rest is too short for one.
+// Reads the record of the next file, with its name unchanged. No value if the rest of the payload is too
+// short.
 std::optional<ClipFile> read_record(Reader& reader) {
   const std::optional<std::uint64_t> name_length = reader.number(kNameLengthSize);
   if (!name_length) return std::nullopt;

@@ -18,7 +18,7 @@ enum class ClipboardKind : std::uint8_t {
 
 inline constexpr std::size_t kClipCountSize = 4;  // bytes of the file count
 
-// The payload for content of that kind.
+// Builds a payload: one byte for `kind`, then `content`.
 [[nodiscard]] std::vector<std::uint8_t> PackClip(ClipboardKind kind, std::string_view content);
 
 // A received file. `data` points into the payload that it was read from.
@@ -28,18 +28,18 @@ struct ClipFile {
   std::size_t size = 0;  // bytes
 };
 
-// The files of a list. `content` is what follows the kind. A list that is cut short gives its complete files.
-// A file without a usable name is left out. Fewer than 4 bytes give no files.
+// Reads a list of files. `content` is the payload without its first byte, the kind. An incomplete list gives
+// its complete files. A file without a usable name is left out. Content of fewer than 4 bytes gives no files.
 [[nodiscard]] std::vector<ClipFile> ReadClipFiles(const std::uint8_t* content, std::size_t length);
 
-// The part of a received file's name after the last separator; empty if that is not usable as a name. Other
+// The part of a received file's name after the last separator; empty if that part is "." or "..". Other
 // invalid names are left to the file system.
 [[nodiscard]] std::string SafeClipFileName(std::string_view name);
 
 // Collects the files of one message, up to a total of 64 MiB.
 class ClipFilePacker {
  public:
-  // Whether a file of that many bytes can still be added.
+  // Whether a file of `size` bytes can still be added.
   [[nodiscard]] bool fits(std::uint64_t size) const;
   // Adds a file. Its name is the part of the UTF-8 path after the last separator.
   void add(std::string_view path, const std::vector<std::uint8_t>& bytes);

@@ -16,7 +16,8 @@ namespace gdip = Gdiplus::DllExports;
 
 constexpr std::size_t kBytesPerPixel = 4;
 
-// Locks a picture's pixels: blue, green, red, alpha. Must be destroyed before the picture.
+// Locks a picture's pixels for reading. The bytes of a pixel are blue, green, red and alpha. Must be
+// destroyed before the picture.
 class [[nodiscard]] LockedPixels {
  public:
   LockedPixels(Gdiplus::GpBitmap* bitmap, UINT width, UINT height) : bitmap_(bitmap) {

@@ -3,8 +3,8 @@
 
 namespace vlk::agent {
 
-// Initially false. While false, changes of the clipboard are lost and not sent later. Received content is
-// applied in both states. Callable on any thread.
+// Turns the sending of clipboard changes on or off; initially it is off. Changes while it is off are never
+// sent. Received content is applied in both states. Callable on any thread.
 void SetClipboardSessionActive(bool active);
 
 }  // namespace vlk::agent

@@ -43,8 +43,8 @@ Bytes capture_image() {
   return PackClip(ClipboardKind::Image, {reinterpret_cast<const char*>(png.data()), png.size()});
 }
 
-// Adds a file. Leaves out a folder and a file that cannot be read. False if the file is too large for the
-// message.
+// Adds a file to the message. Leaves out folders and files that cannot be read. False if the file is too
+// large for the rest of the message.
 [[nodiscard]] bool pack_file(const wchar_t* path, ClipFilePacker& packer) {
   const DWORD attributes = GetFileAttributesW(path);
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return true;
@@ -72,7 +72,7 @@ Bytes capture_files() {
   for (UINT i = 0; i < count; ++i) {
     std::array<wchar_t, kPathSize> path = {};
     if (DragQueryFileW(drop, i, path.data(), kPathSize) == 0) continue;
-    // The files after one that is too large are left out too, even if they would fit.
+    // If a file is too large, the files after it are left out too, even if they would fit.
     if (!pack_file(path.data(), packer)) break;
   }
   return packer.payload();

@@ -7,11 +7,11 @@
 namespace vlk::agent {
 
 // Strings are UTF-8. An empty `server_host` stands for the default server, and a `server_port` of 0 for 443.
-// server_address() applies that; the record itself stays empty and 0.
+// server_address() replaces them by these defaults; the record itself keeps the empty text and the 0.
 struct AgentConfig {
   std::string display_name;       // name under which the representative sees this machine
   bool unattended = false;        // sessions start without a prompt to the local user
-  std::string agent_id;           // identity issued at enrolment; empty before
+  std::string agent_id;           // identity issued at enrolment; empty before enrolment
   std::string agent_secret;       // credential issued at enrolment; stored as plain text
   std::string server_host;        // from the command line only; never stored
   std::uint32_t server_port = 0;  // from the command line only; never stored

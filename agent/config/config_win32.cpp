@@ -33,7 +33,7 @@ AgentConfig load_config() {
   config.agent_secret = read_registry_string(key.get(), L"AgentSecret");
   config.skipped_version = read_registry_string(key.get(), L"SkippedVersion");
 
-  // A value of any type that fits is accepted.
+  // A value of any registry type is accepted if it has at most 4 bytes.
   DWORD unattended = 0;
   DWORD bytes = sizeof(unattended);
   if (RegQueryValueExW(key.get(), L"Unattended", nullptr, nullptr, reinterpret_cast<BYTE*>(&unattended),

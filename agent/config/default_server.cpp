@@ -1,4 +1,5 @@
-// The default server, compiled in: each product that ships the agent sets it when it builds the agent.
+// The default server. Its host name is compiled in: each product that ships the agent sets the name when it
+// builds the agent.
 #include "config/config.h"
 
 namespace vlk::agent {

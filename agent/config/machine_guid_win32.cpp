@@ -7,7 +7,8 @@ namespace vlk::agent {
 
 std::string read_machine_guid() {
   HKEY opened = nullptr;
-  // Always the 64-bit view, so that no redirected copy is read.
+  // Always reads the 64-bit view of the registry, so that Windows does not redirect the read to another copy
+  // of the key.
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Cryptography", 0,
                     KEY_QUERY_VALUE | KEY_WOW64_64KEY, &opened) != ERROR_SUCCESS) {
     return {};

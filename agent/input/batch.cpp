@@ -11,9 +11,9 @@ constexpr std::uint8_t kMoveEvent = 1;
 constexpr std::uint8_t kButtonEvent = 2;
 constexpr std::uint8_t kWheelEvent = 3;
 constexpr std::uint8_t kKeyEvent = 4;
-constexpr std::uint8_t kUnicodeKey = 2;   // value of `ext`
-constexpr double kWireRange = 32767.0;    // last pixel column or row in a batch
-constexpr double kSystemRange = 65535.0;  // last pixel column or row for the system
+constexpr std::uint8_t kUnicodeKey = 2;   // value of `ext` for a UTF-16 unit
+constexpr double kWireRange = 32767.0;    // position of the last pixel column or row in a batch
+constexpr double kSystemRange = 65535.0;  // position of the last pixel column or row for the system
 
 // Bytes of an event, including its type; 0 for an unknown type.
 std::size_t event_length(std::uint8_t type) {
@@ -39,7 +39,8 @@ std::int16_t get_i16_le(const unsigned char* in) {
   return static_cast<std::int16_t>(get_u16_le(in));
 }
 
-// As the processor converts: toward zero, and to the smallest value if the number does not fit.
+// Converts as the processor does: rounds toward zero, and gives the smallest integer if the number does not
+// fit.
 std::int32_t truncate(double value) {
   constexpr double kLimit = 2147483648.0;
   if (!(value > -kLimit - 1.0 && value < kLimit)) return std::numeric_limits<std::int32_t>::min();

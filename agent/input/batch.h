@@ -1,5 +1,5 @@
-// Batches of remote input: converts a message's bytes to records for the system's input call. Needs nothing
-// from the platform except the size of the virtual desktop.
+// Batches of remote input: converts a message's bytes to records for the system's input call. Everything that
+// depends on the platform is supplied by the caller in InputSurroundings.
 #pragma once
 
 #include <cstddef>
@@ -27,10 +27,10 @@ inline constexpr std::uint32_t kKeyUnicode = 0x0004;
 
 enum class InputKind : std::uint8_t { Mouse, Keyboard };
 
-// One input event for the system. The members of the other kind are 0.
+// One input event for the system. Members that only the other kind of event uses are 0.
 struct InputRecord {
   InputKind kind = InputKind::Mouse;
-  std::int32_t dx = 0, dy = 0;   // 0..65535 over the virtual desktop; may lie outside it
+  std::int32_t dx = 0, dy = 0;   // 0..65535 across the virtual desktop; other values are outside it
   std::uint32_t mouse_data = 0;  // wheel amount as two's complement
   std::uint16_t vk = 0, scan = 0;
   std::uint32_t flags = 0;
@@ -38,7 +38,7 @@ struct InputRecord {
   bool operator==(const InputRecord&) const = default;
 };
 
-// Virtual-desktop pixels.
+// A rectangle in virtual-desktop pixels.
 struct DesktopRect {
   std::int32_t left = 0, top = 0, width = 0, height = 0;
 };
@@ -47,25 +47,25 @@ struct DesktopRect {
 struct KeyEvent {
   std::uint8_t down = 0;
   std::uint16_t vk = 0, scan = 0;
-  std::uint8_t ext = 0;  // 0 plain, 2 one UTF-16 unit in `scan`, anything else an extended key
+  std::uint8_t ext = 0;  // 0: plain key; 2: `scan` is a UTF-16 unit; any other value: extended key
 };
 
-// The functions that parsing calls. Each is called for every event that needs it, so that a change of the
-// display takes effect at once.
+// The functions that ParseInputBatch calls. Each function is called for every event that needs it, so that a
+// change of the display takes effect at once.
 struct InputSurroundings {
   std::function<DesktopRect()> virtual_desktop;
-  std::function<DesktopRect()> monitor;  // a width or height of 0 or less: no monitor is known
+  std::function<DesktopRect()> monitor;  // a width or height of 0 or less means that no monitor is known
   std::function<void(const KeyEvent&)> on_key;
 };
 
-// The events of one non-empty payload, in order. No value if an event is unknown or cut short: the whole
-// batch is then discarded. A payload that ends between two events gives the events before its end.
+// Parses the events of one payload, which must not be empty. No value if an event is unknown or incomplete:
+// the whole batch is then discarded. A payload that ends between two events gives the events before its end.
 [[nodiscard]] std::optional<std::vector<InputRecord>> ParseInputBatch(const unsigned char* payload,
                                                                       std::size_t length,
                                                                       const InputSurroundings& surroundings);
 
-// A pointer move to (x, y), which range from 0 to 32767 over the monitor, or over the virtual desktop if no
-// monitor is known.
+// Builds the event that moves the pointer to (x, y). Both coordinates range from 0 to 32767 across the
+// monitor, or across the virtual desktop if no monitor is known.
 [[nodiscard]] InputRecord MapPointer(std::int16_t x, std::int16_t y, const DesktopRect& desktop,
                                      const DesktopRect& monitor);
 

@@ -66,7 +66,7 @@ void InjectInputBatch(const unsigned char* payload, std::size_t length) {
   const auto records = ParseInputBatch(payload, length, {virtual_desktop, active_monitor, log_key});
   if (!records || records->empty()) return;
 
-  // In one call, so that no other input comes in between.
+  // All events are injected in one call, so that no other input comes between them.
   std::array<INPUT, kMaxEvents> inputs;
   std::size_t count = 0;
   for (const InputRecord& record : *records)
@@ -87,7 +87,7 @@ void SendSecureAttention() {
     InputDebugLog.write("[sas] sas.dll not available\n");
     return;
   }
-  // Cast by way of void*, because GCC warns of a direct cast between function types.
+  // The cast goes through void*, because GCC warns about a direct cast between function types.
   const auto send_sas =
       reinterpret_cast<SendSas>(reinterpret_cast<void*>(GetProcAddress(library.get(), "SendSAS")));
   if (send_sas) {

@@ -1,5 +1,5 @@
-// Name resolution and the choice of an address, for both socket files. A template over the resolver of the
-// system, so that it needs no system header.
+// Name resolution and the choice of an address, shared by socket_posix.cpp and socket_win32.cpp. The system's
+// resolver is a template argument, so that this header needs no system header.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 namespace vlk {
 
 // Resolves `host` with Resolve (getaddrinfo) and calls connect(address) for each address in the resolver's
-// order until one gives a socket. `kind` is SOCK_STREAM. kInvalidSocket if none does.
+// order until a call gives a socket. `kind` is SOCK_STREAM. Returns kInvalidSocket if no call gives a socket.
 template <typename Address, auto Resolve, auto Release, typename Connect>
 [[nodiscard]] SocketHandle connect_first(const std::string& host, std::uint32_t port, int kind,
                                          Connect connect) {

@@ -60,7 +60,8 @@ bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length
 }
 
 void interrupt_socket(SocketHandle socket) {
-  // Not closed: the number could become another descriptor while the owner still uses it.
+  // The descriptor is not closed here: the system could reuse its number for another file while the owner
+  // still uses it.
   ::shutdown(descriptor(socket), SHUT_RDWR);
 }
 

@@ -10,7 +10,7 @@
 namespace vlk {
 namespace {
 
-constexpr std::size_t kLargestTransfer = 0x40000000;  // bytes: the calls take an int
+constexpr std::size_t kLargestTransfer = 0x40000000;  // bytes per call, whose size argument is an int
 
 SocketHandle connect_to(const addrinfo& address) {
   const SOCKET candidate = ::socket(address.ai_family, address.ai_socktype, address.ai_protocol);

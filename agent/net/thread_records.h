@@ -3,10 +3,10 @@
 
 namespace vlk {
 
-// Frees OpenSSL's data of the current thread when destroyed. The first object on each thread that uses
-// OpenSSL and ends long before the process: a static OpenSSL on Windows gets no notice of a thread's end, so
-// each thread would leak some kilobytes. A thread_local object would not do: its destructor runs during the
-// thread's teardown and left other threads waiting forever.
+// Frees OpenSSL's data of the current thread when destroyed. Each thread that uses OpenSSL and ends long
+// before the process creates one as its first local object: on Windows, a statically linked OpenSSL is not
+// notified when a thread ends, so each thread would leak some kilobytes. A thread_local object is not used,
+// because its destructor runs during the thread's teardown, which made other threads wait forever.
 struct [[nodiscard]] ThreadRecords {
   ThreadRecords() = default;
   ~ThreadRecords();

@@ -120,7 +120,8 @@ bool TlsConnection::flush(bool everything) {
     const bool sent = send_all(socket_, bytes.data(), bytes.size());
     lock_.lock();
     if (!sent) output_failed_ = true;
-    // The reader returns to reading. Output made since then belongs to a waiting writer, which sends it.
+    // The reader returns to reading. Output that OpenSSL has produced meanwhile belongs to a waiting writer,
+    // which sends it.
     if (!everything) break;
   }
   sending_ = false;

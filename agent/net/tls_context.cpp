@@ -25,7 +25,7 @@ void import_system_roots(SSL_CTX* context) {
   for_each_system_root([store](const unsigned char* der, std::size_t size) {
     const std::unique_ptr<X509, decltype(&X509_free)> certificate(
         d2i_X509(nullptr, &der, static_cast<long>(size)), &X509_free);
-    // A refusal is ignored: mostly the root is a duplicate.
+    // A refusal is ignored: its usual reason is that the store already has the root.
     if (certificate) X509_STORE_add_cert(store, certificate.get());
   });
 }

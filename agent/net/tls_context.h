@@ -1,5 +1,5 @@
 // The TLS client context of the connection to the relay: OpenSSL's defaults, TLS 1.2 or later, certificates
-// verified against the operating system's roots and OpenSSL's own.
+// verified with the trusted roots of the operating system and of OpenSSL.
 #pragma once
 
 #include <memory>
@@ -13,8 +13,8 @@ struct SslContextDeleter {
 };
 using SslContext = std::unique_ptr<SSL_CTX, SslContextDeleter>;
 
-// Called before any other use of OpenSSL in the process. Reads the system's roots once, so certificates added
-// later are not seen. Null without memory; then every handshake fails.
+// Builds the context. Called before any other use of OpenSSL in the process. Reads the system's roots once,
+// so roots that are added later are not trusted. Null if memory runs out; every handshake then fails.
 [[nodiscard]] SslContext build_tls_context();
 
 // Adds the operating system's roots to the context's store. A root that does not parse or is refused is

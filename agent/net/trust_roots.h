@@ -6,8 +6,8 @@
 
 namespace vlk::agent {
 
-// Calls `visit` with the DER bytes of each root, in the system's order; the bytes are valid during the call
-// only. Never calls it if the store cannot be opened.
+// Calls `visit` with the DER bytes of each root, in the system's order; the bytes are valid only during the
+// call. If the store cannot be opened, `visit` is not called.
 void for_each_system_root(const std::function<void(const unsigned char* der, std::size_t size)>& visit);
 
 }  // namespace vlk::agent

@@ -21,7 +21,7 @@ using UniqueStore = std::unique_ptr<HCERTSTORE, StoreCloser>;
 void for_each_system_root(const std::function<void(const unsigned char* der, std::size_t size)>& visit) {
   const UniqueStore store(CertOpenSystemStoreW(0, L"ROOT"));
   if (!store) return;
-  // Each call releases the certificate that the call before returned.
+  // Each call releases the certificate that the previous call returned.
   const CERT_CONTEXT* certificate = nullptr;
   while ((certificate = CertEnumCertificatesInStore(store.get(), certificate)) != nullptr) {
     visit(certificate->pbCertEncoded, certificate->cbCertEncoded);

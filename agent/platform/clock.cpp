@@ -16,8 +16,7 @@ Clock steady_clock() {
       },
       [](std::int64_t deadline) {
         const Steady::time_point end{nanoseconds(deadline)};
-        // The library's sleep_until ends early on Windows, because a sleep is cut to whole milliseconds
-        // there.
+        // On Windows, the library's sleep_until ends early, because it rounds down to whole milliseconds.
         while (Steady::now() < end)
           std::this_thread::sleep_for(std::chrono::ceil<std::chrono::milliseconds>(end - Steady::now()));
       },

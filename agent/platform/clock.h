@@ -1,4 +1,4 @@
-// A clock and its sleep as values, so that a test can run time-dependent code on its own clock.
+// A clock and its sleep function as values, so that a test can run time-dependent code on its own clock.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 namespace vlk {
 
 struct Clock {
-  std::function<std::int64_t()> now;  // nanoseconds from an arbitrary, fixed point; never goes back
+  std::function<std::int64_t()> now;  // nanoseconds from an arbitrary, fixed point; never decreases
   std::function<void(std::int64_t)> sleep_until;  // blocks until now() has reached the argument
 };
 

@@ -1,5 +1,5 @@
-// The debug log: the file "vlkagent.log" in the temporary folder. Each line opens the file, appends and
-// closes it, so that a crash loses no line. A line is dropped silently if the file cannot be opened.
+// The debug log: the file "vlkagent.log" in the temporary folder. The file is opened and closed again for
+// each line, so that a crash loses no line. If the file cannot be opened, the line is dropped silently.
 #pragma once
 
 #include <atomic>
@@ -15,14 +15,14 @@ namespace vlk {
 #define VLK_PRINTF_LIKE
 #endif
 
-// Writes one line by a printf-style format, which includes the line feed. Callable on any thread.
+// Writes one line from a printf-style format, which must contain the line feed. Callable on any thread.
 void append_debug_log(const char* format, ...) VLK_PRINTF_LIKE;
 
 // True if the environment variable "VLK_DEBUG_INPUT" exists, whatever its value. Looked up at each call.
 [[nodiscard]] bool debug_input_requested();
 
-// One module's lines that are written only if debug_input_requested. The module looks it up at its first line
-// and keeps the answer for the life of the process.
+// An optional log for one module. Its lines are written only if debug_input_requested() was true when the
+// module logged its first line.
 class OptionalDebugLog {
  public:
   template <typename... Arguments>

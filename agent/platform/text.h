@@ -1,4 +1,4 @@
-// Text conversion. The agent uses UTF-8, and wide strings only for calls of the Windows API.
+// Converts text between UTF-8, which the agent uses, and the wide strings of the Windows API.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 
 namespace vlk {
 
-// Malformed input is replaced by the system's rule, and characters with the value 0 are kept. Callable on any
-// thread.
+// Both functions replace malformed input by the system's rules and keep characters with the value 0. Callable
+// on any thread.
 [[nodiscard]] std::wstring Utf8ToWide(std::string_view text);
 [[nodiscard]] std::string WideToUtf8(std::wstring_view text);
 

@@ -13,8 +13,8 @@ bool is_surrogate(char32_t point) {
   return point >= 0xD800 && point <= 0xDFFF;
 }
 
-// What a lead byte says: the number of bytes after it, its own bits, and the smallest code point that needs
-// so many.
+// What the first byte of a sequence means: the number of bytes after it, its bits of the code point, and the
+// smallest code point that needs this number of bytes.
 struct Sequence {
   std::size_t continuations = 0;
   char32_t bits = 0;
@@ -29,7 +29,8 @@ Sequence sequence_of(std::uint8_t lead) {
   return {0, kReplacement, 0};
 }
 
-// The code point at `position`, or the replacement for malformed bytes. Moves `position` past the bytes used.
+// Reads the code point at `position` and moves `position` past its bytes. Gives the replacement character for
+// malformed bytes.
 char32_t next_point(std::string_view text, std::size_t& position) {
   const Sequence sequence = sequence_of(static_cast<std::uint8_t>(text[position++]));
   char32_t point = sequence.bits;

@@ -10,7 +10,7 @@ bool contains(std::wstring_view text, std::wstring_view word) {
   return text.find(word) != std::wstring_view::npos;
 }
 
-// The text after the first occurrence of `name` and any blanks and "=" after it.
+// The text after the first occurrence of `name` and after any blanks and "=" that follow it.
 std::optional<std::wstring_view> find_value(std::wstring_view command_line, std::wstring_view name) {
   const std::size_t at = command_line.find(name);
   if (at == std::wstring_view::npos) return std::nullopt;
@@ -19,8 +19,8 @@ std::optional<std::wstring_view> find_value(std::wstring_view command_line, std:
   return begin == std::wstring_view::npos ? std::wstring_view() : rest.substr(begin);
 }
 
-// Converts like _wtoi of the Universal C Runtime: white space, a sign, digits. 0 without digits; on overflow
-// the largest or smallest integer.
+// Converts like _wtoi of the Universal C Runtime: white space, a sign, digits. Gives 0 if there are no
+// digits, and the largest or smallest integer on overflow.
 std::int32_t parse_decimal(std::wstring_view text) {
   const std::size_t begin = text.find_first_not_of(L" \t\n\v\f\r");
   if (begin == std::wstring_view::npos) return 0;

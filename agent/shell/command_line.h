@@ -1,5 +1,5 @@
-// Finds the switches in the raw command line. There deliberately is no option parser: each switch is a
-// case-sensitive search for its letters, so it also counts inside another word or another switch's value.
+// Finds the switches in the raw command line. There deliberately is no option parser: each switch is found by
+// a case-sensitive search for its text, so it also counts inside another word or another switch's value.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ enum class RunMode {
   UninstallService,  // removes the service and shows one message box
 };
 
-// The command line does not contain the program's own path. Of several service switches, `--service` takes
-// precedence, then `--install-service`.
+// Chooses the run mode. `command_line` does not contain the program's own path. Of several service switches,
+// `--service` takes precedence, then `--install-service`.
 [[nodiscard]] RunMode find_run_mode(std::wstring_view command_line);
 
 // Whether the window starts hidden.

@@ -1,5 +1,5 @@
-// The program's entry point: decides between the agent and the service's modes. The agent loads the settings,
-// creates the window and runs the message loop.
+// The program's entry point: chooses between the interactive agent and the service's run modes. The
+// interactive agent loads the settings, creates the window and runs the message loop.
 #include <string>
 
 #include <windows.h>
@@ -18,8 +18,7 @@ namespace {
 
 using namespace vlk::agent;
 
-constexpr DWORD kWindowStyle =
-    WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;  // without a sizing border and a maximise box
+constexpr DWORD kWindowStyle = WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;  // the size is fixed
 constexpr wchar_t kMessageTitle[] = L"Maravek";
 constexpr RECT kClientArea = {0, 0, 360, 440};  // pixels
 
@@ -51,8 +50,9 @@ void run_uninstall_service() {
   show_result(uninstall_service(), L"Service removed.", L"Service removal failed.");
 }
 
-// True for the first copy in this logon session, and also if the mutex cannot be created. The mutex stays
-// open and owned until the process ends.
+// Registers this process as the first copy of the agent in this logon session, by a mutex that stays open and
+// owned until the process ends. False if another copy is already registered. If the mutex cannot be created,
+// every copy counts as the first.
 [[nodiscard]] bool become_first_copy() {
   const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"Local\\VantelinkAgentSingleton");
   return mutex == nullptr || GetLastError() != ERROR_ALREADY_EXISTS;
@@ -67,7 +67,7 @@ void set_dpi_awareness() {
   const HMODULE user32 = GetModuleHandleW(L"user32");
   if (user32 == nullptr) return;
   using SetContext = BOOL(WINAPI*)(DPI_AWARENESS_CONTEXT);
-  // Cast by way of void(*)(), because the two function types are unrelated.
+  // The cast goes through void(*)(), because the two function types are unrelated.
   const auto set_context = reinterpret_cast<SetContext>(
       reinterpret_cast<void (*)()>(GetProcAddress(user32, "SetProcessDpiAwarenessContext")));
   if (set_context != nullptr) {
@@ -122,7 +122,7 @@ void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_comm
   UpdateWindow(window);
   run_message_loop();
 
-  // The record with the logo deliberately exists longer, until the process ends.
+  // The MainWindow record, which owns the logo, deliberately exists longer: until the process ends.
   Gdiplus::GdiplusShutdown(gdiplus);
 }
 

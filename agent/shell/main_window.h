@@ -1,5 +1,5 @@
-// The one top-level window, which everything on the UI thread belongs to. Other threads reach it only by
-// posting the private messages. For Windows files only.
+// The agent's only top-level window, with the state of everything that runs on the UI thread. Other threads
+// communicate with the window only by posting its private messages. For Windows files only.
 #pragma once
 
 #include <cstdint>
@@ -21,8 +21,9 @@ namespace vlk::agent {
 
 inline constexpr wchar_t kWindowClass[] = L"VantelinkAgent";
 
-// The window's record, in static storage. Used on the UI thread only, except for what pending_lock guards.
-// The settings are the UI's own copy: the client has another, and each saves all of its values.
+// The window's state, in static storage. Used on the UI thread only, except for the members that pending_lock
+// guards. The settings are the UI's own copy. The client has another copy, and whichever of the two is saved
+// overwrites all stored values.
 struct MainWindow : AgentConfig {
   std::unique_ptr<AgentClient> client;  // from WM_CREATE to the end of the process
   Logo logo;                            // if empty, nothing is painted
@@ -31,14 +32,14 @@ struct MainWindow : AgentConfig {
   HWND unattended_check = nullptr;
   HWND apply_button = nullptr;
   HWND status_label = nullptr;
-  std::int32_t status = 0;  // as last received
+  std::int32_t status = 0;  // a value of Status, as last received
   std::int32_t rep_count = 0;
-  bool exiting = false;  // closing the window ends the process instead of hiding it
+  bool exiting = false;  // closing the window ends the process instead of hiding the window
   Mutex pending_lock;
   std::uint32_t pending_session VLK_GUARDED_BY(pending_lock) = 0;
   std::string pending_rep_name VLK_GUARDED_BY(pending_lock);  // UTF-8
   NOTIFYICONDATAW notify_data = {};
-  [[no_unique_address]] ThreadChecker ui_thread;  // bound by WM_CREATE
+  [[no_unique_address]] ThreadChecker ui_thread;  // bound to the UI thread by WM_CREATE
 };
 
 // The window procedure. The creation parameter is the MainWindow.

@@ -1,4 +1,5 @@
-// The window procedure, the client's callbacks into it, and the window's painting.
+// The window procedure, the callbacks through which the client posts messages to the window, and the
+// painting.
 #include <utility>
 
 #include "clipboard/apply_win32.h"
@@ -77,8 +78,8 @@ LRESULT on_create(HWND window, LPARAM lparam) {
 LRESULT on_destroy(MainWindow* main) {
   if (main != nullptr) {
     remove_tray_icon(*main);
-    // Blocks until the connection thread has ended, also for the rest of a reconnect delay. The client object
-    // stays until the process ends.
+    // Blocks until the connection thread has ended, which can take the rest of a reconnect delay. The client
+    // object stays until the process ends.
     if (main->client) main->client->stop();
   }
   PostQuitMessage(0);
@@ -110,7 +111,7 @@ void exit_agent(MainWindow& main) {
   DestroyWindow(main.window);
 }
 
-// Whether the id is one of the window's controls or menu entries.
+// Handles a command from a control or a menu entry. False if the id belongs to none of them.
 bool on_command(MainWindow& main, WORD id, WORD notification) {
   main.ui_thread.check();
   switch (id) {
@@ -144,7 +145,7 @@ void on_tray_notify(MainWindow& main, LPARAM mouse_message) {
   }
 }
 
-// Whether the message is a private one that needs the record.
+// Handles a private message that needs the window's record. False for every other message.
 bool on_private_message(MainWindow& main, UINT message, WPARAM wparam, LPARAM lparam) {
   main.ui_thread.check();
   switch (message) {

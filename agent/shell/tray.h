@@ -14,7 +14,7 @@ inline constexpr std::uint16_t kMenuOpen = 40001;
 inline constexpr std::uint16_t kMenuUnattended = 40002;
 inline constexpr std::uint16_t kMenuExit = 40003;
 
-// Fills the icon's record and shows the icon. An icon that is lost because the Windows shell restarts is not
+// Fills the icon's record and shows the icon. If the Windows shell restarts, the icon disappears and is not
 // added again.
 void add_tray_icon(MainWindow& main);
 void remove_tray_icon(MainWindow& main);

@@ -12,7 +12,7 @@ namespace vlk::agent {
 namespace {
 
 constexpr UINT kIconId = 1;
-// Always in English, unlike the window's title.
+// The tooltip is always in English, unlike the window's title.
 constexpr wchar_t kTooltipPrefix[] = L"Maravek Remote Support - ";
 
 static_assert(sizeof(NOTIFYICONDATAW) == 976, "the shell knows the record's version by its size");
@@ -62,7 +62,7 @@ void show_tray_menu(MainWindow& main) {
               ui_texts().menu_unattended);
   AppendMenuW(menu.get(), MF_SEPARATOR, 0, nullptr);
   AppendMenuW(menu.get(), MF_STRING, kMenuExit, ui_texts().menu_exit);
-  // Without this, the menu would stay open when the user clicks elsewhere.
+  // Without this call, the menu would stay open when the user clicks elsewhere.
   SetForegroundWindow(main.window);
   TrackPopupMenu(menu.get(), TPM_RIGHTBUTTON, pointer.x, pointer.y, 0, main.window, nullptr);
 }

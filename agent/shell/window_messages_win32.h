@@ -12,22 +12,22 @@
 
 namespace vlk::agent {
 
-// A payload in wParam is on the heap and belongs to the window procedure once it is posted. The procedure
+// A payload in wParam is on the heap. Once its message is posted, it belongs to the window procedure, which
 // ignores a null payload.
 enum : UINT {
   WM_AGENT_STATUS = WM_APP + 1,  // wParam: Status, lParam: count of representatives
   WM_CONSENT_REQUEST,            // a session request is pending
-  WM_TRAY_NOTIFY,                // from the notification area
-  WM_STATUS_TEXT,                // wParam: heap std::wstring
-  WM_CLIPBOARD_INBOUND,          // wParam: heap std::vector<std::uint8_t>
-  WM_UPDATE_OFFER,               // wParam: heap UpdateOffer
+  WM_TRAY_NOTIFY,                // a mouse event of the tray icon
+  WM_STATUS_TEXT,                // wParam: std::wstring on the heap
+  WM_CLIPBOARD_INBOUND,          // wParam: std::vector<std::uint8_t> on the heap
+  WM_UPDATE_OFFER,               // wParam: UpdateOffer on the heap
   WM_EXIT_FOR_UPDATE,            // the installer was started
   WM_SHOW_MAIN,                  // posted by a second copy of the program
   WM_CONSENT_CANCEL,             // wParam: session
 };
 
-// Posts a message with a copy of `value` on the heap, moved there from an rvalue. The payload is null if
-// there is no memory for it. A failure to post is ignored. Callable on any thread.
+// Posts a message with a copy of `value` on the heap as its payload; an rvalue is moved instead of copied.
+// The payload is null if memory runs out. A failure to post is ignored. Callable on any thread.
 template <typename Value>
 void post_payload(HWND window, UINT message, Value&& value) {
   using Payload = std::remove_cvref_t<Value>;
@@ -35,7 +35,7 @@ void post_payload(HWND window, UINT message, Value&& value) {
   try {
     payload = new Payload(std::forward<Value>(value));
   } catch (const std::bad_alloc&) {
-    // Posted with a null payload, which the procedure ignores.
+    // The message is then posted with a null payload, which the window procedure ignores.
   }
   PostMessageW(window, message, reinterpret_cast<WPARAM>(payload), 0);
 }

@@ -27,7 +27,7 @@ StreamWorker::StreamWorker(std::uint32_t session_id, const SendCallable& send, c
     : session_id_(session_id), send_(send), clock_(clock), settings_(settings) {
   current_monitor_ = settings_.monitor_id;
   dxgi_ok_ = capturer_.Open(current_monitor_);
-  // Also if Open failed: the empty rectangle maps input to the whole virtual desktop.
+  // Called even if Open failed: a rectangle that is then empty maps input to the whole virtual desktop.
   MapInputToMonitor();
   start_time_ = clock_.now();
   last_sent_ = start_time_ - kLongAgo;
@@ -66,7 +66,8 @@ void StreamWorker::CaptureEncodeSend(CapturedFrame& frame, StreamCodec requested
   const StreamCodec effective = UpdateConfig(frame, requested);
   std::vector<std::uint8_t> output;
   EncodeFrame(frame, effective, output);
-  // Cleared even without output: the next key frame then comes with the key frame interval.
+  // The flag is cleared even if there is no output: the next key frame then comes after the key frame
+  // interval.
   force_keyframe_ = false;
   if (output.empty()) return;
   send_(Msg::StreamFrame, session_id_, output.data(), output.size(), kBinaryPayload);
@@ -78,7 +79,7 @@ void StreamWorker::FollowMonitor() {
   if (wanted == current_monitor_) return;
   current_monitor_ = wanted;
   dxgi_ok_ = capturer_.Open(current_monitor_);
-  last_width_ = 0;  // sends the configuration again even if both monitors have the same size
+  last_width_ = 0;  // so that the configuration is sent even if both monitors have the same size
   last_height_ = 0;
   MapInputToMonitor();
   if (!encoder_ok_) return;
@@ -90,8 +91,8 @@ bool StreamWorker::CaptureFrame(CapturedFrame& frame, std::int64_t interval_ms) 
   if (dxgi_ok_ && capturer_.AcquireFrame(frame, static_cast<std::uint32_t>(interval_ms))) return true;
   if (dxgi_ok_ && now_ - last_sent_ < kRefreshInterval) return false;
   const bool got = capturer_.CaptureGdi(frame);
-  // Only a failed Open is retried. A duplication that was lost after a successful Open is deliberately not
-  // reopened.
+  // Only a failed Open is retried. A duplication that the system ended after a successful Open is
+  // deliberately not started again.
   if (!dxgi_ok_) dxgi_ok_ = capturer_.Open(current_monitor_);
   return got;
 }
@@ -134,7 +135,8 @@ void StreamWorker::EncodeFrame(const CapturedFrame& frame, StreamCodec effective
                                std::vector<std::uint8_t>& output) {
   const std::int64_t timestamp_us = (now_ - start_time_) / 1000;
   if (effective == StreamCodec::H264 && encoder_ok_) {
-    // In this order, so that a request during a forced frame stays pending and forces the next frame too.
+    // The flag is checked first, so that a request that arrives during a forced key frame stays pending and
+    // makes the next frame a key frame too.
     const bool key = force_keyframe_ || settings_.keyframe_requested.exchange(false) ||
                      now_ - last_keyframe_ >= kKeyframeInterval;
     output.resize(kStampSize);  // the encoder appends after the time stamp, so that nothing is copied
@@ -152,7 +154,7 @@ void StreamWorker::EncodeFrame(const CapturedFrame& frame, StreamCodec effective
     output.resize(kStampSize);
     output.insert(output.end(), jpeg.begin(), jpeg.end());
   }
-  // Little-endian, unlike the envelope around it: viewers rely on it.
+  // The time stamp is little-endian, unlike the envelope: viewers rely on this order.
   put_u64_le(output.data(), static_cast<std::uint64_t>(timestamp_us));
 }
 

@@ -21,15 +21,17 @@ class ScreenStreamer {
  public:
   // `session_id` is sent with every message of this stream. `clock` is the steady clock except in tests.
   ScreenStreamer(std::uint32_t session_id, SendCallable send, Clock clock = steady_clock());
-  ~ScreenStreamer();  // stops
+  ~ScreenStreamer();  // calls Stop()
   ScreenStreamer(const ScreenStreamer&) = delete;
   ScreenStreamer& operator=(const ScreenStreamer&) = delete;
 
-  // Index in EnumerateMonitors, frames per second, JPEG quality, bits per second; no value is checked. Does
-  // nothing if it runs already. Throws std::system_error if no thread can be created.
+  // Starts the worker thread. `monitor_id` is an index in EnumerateMonitors, `max_fps` is in frames per
+  // second, `quality` is the JPEG quality and `bitrate` is in bits per second; no value is checked. Does
+  // nothing if the stream is already running. Throws std::system_error if no thread can be created.
   void Start(std::int32_t monitor_id, std::int32_t max_fps, std::int32_t quality, std::int32_t bitrate);
 
-  // Blocks without a time limit until the worker has finished its iteration and released everything.
+  // Ends the stream. Blocks without a time limit until the worker has finished its iteration and released
+  // everything.
   void Stop();
 
   void RequestKeyframe();

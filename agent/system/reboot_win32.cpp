@@ -8,14 +8,15 @@
 namespace vlk::agent {
 namespace {
 
-// GetEnvironmentVariable returns the length of the value, or the size needed if it does not fit; 0 if there
-// is none.
+// Whether the variable is set and not empty. GetEnvironmentVariable then returns the length of the value, or
+// the size of the buffer that it needs; otherwise it returns 0.
 bool simulation_requested() {
   char value[8];
   return GetEnvironmentVariableA("VLK_SIMULATE_REBOOT", value, sizeof(value)) != 0;
 }
 
-// A failure is ignored: the restart then fails, which is not reported.
+// Enables the privilege that a restart needs. A failure is ignored: the restart then fails, which is not
+// reported.
 void enable_shutdown_privilege() {
   HANDLE opened = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &opened)) return;

@@ -1,5 +1,5 @@
 // The Windows service, whose only task is to keep one agent running in the console session, and its
-// installation. Failures show only in the results.
+// installation. Failures are reported only by the return values.
 #pragma once
 
 namespace vlk::agent {
@@ -9,14 +9,16 @@ namespace vlk::agent {
 bool run_service_dispatcher();
 
 // Installs this executable as a service that starts with the system, and starts it now. A service that is
-// installed already keeps its path and settings and is started. True also if only the start failed. Needs an
-// administrator.
+// installed already keeps its path and settings and is started. True even if the service is installed but
+// could not be started. Needs an administrator's rights.
 [[nodiscard]] bool install_service();
 
-// Asks the service to stop, without waiting for that, and removes it. False if it was not installed.
+// Asks the service to stop, without waiting until it has stopped, and removes it. False if it was not
+// installed.
 [[nodiscard]] bool uninstall_service();
 
-// Whether the caller's effective token is a member of Administrators. A token without elevation is not.
+// Whether the caller's effective token is a member of Administrators. A token without elevation does not
+// count as a member.
 [[nodiscard]] bool is_administrator();
 
 }  // namespace vlk::agent

@@ -1,4 +1,4 @@
-// The service's names, for the file that runs it and the file that installs it.
+// The service's names, shared by the file that runs the service and the file that installs it.
 #pragma once
 
 namespace vlk::agent {

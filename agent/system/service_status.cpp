@@ -1,4 +1,4 @@
-// The status report for each moment.
+// The contents of the status report for each moment.
 #include "system/service_status.h"
 
 namespace vlk::agent {

@@ -11,8 +11,8 @@
 namespace vlk::agent {
 namespace {
 
-// Used without a lock by the service's main function and by the control handler, which runs on the
-// dispatcher's thread: they run at the same time only at a stop.
+// The service's main function and the control handler, which runs on the dispatcher's thread, use these
+// variables without a lock: the two functions run at the same time only while the service stops.
 SERVICE_STATUS service_status;
 SERVICE_STATUS_HANDLE status_handle;
 HANDLE stop_event;

@@ -33,7 +33,7 @@ UniqueKernelHandle primary_token_of(DWORD session) {
 bool start_copy(HANDLE token, PROCESS_INFORMATION& process) {
   LPVOID made = nullptr;
   CreateEnvironmentBlock(&made, token, FALSE);
-  const UniqueEnvironment environment(made);  // null is allowed below
+  const UniqueEnvironment environment(made);  // the call below accepts null
   wchar_t desktop[] = L"winsta0\\default";
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);

@@ -1,4 +1,4 @@
-// The event of the service's stop, for the file that sets it and the file that waits for it.
+// The event that asks the service to stop, shared by the file that sets it and the file that waits for it.
 #pragma once
 
 #include "platform/win32/handles_win32.h"

@@ -9,7 +9,7 @@ namespace vlk::agent {
 namespace {
 
 constexpr std::uint32_t kDriveLetters = 26;
-constexpr std::uint64_t kEpochTicks = 0x19DB1DED53E8000;  // 1970-01-01, counted from 1601-01-01
+constexpr std::uint64_t kEpochTicks = 0x19DB1DED53E8000;  // 1970-01-01, in ticks since 1601-01-01
 constexpr std::uint64_t kTicksPerSecond = 10'000'000;
 
 struct Entry {
@@ -33,11 +33,12 @@ void add_entry(std::string& entries, const Entry& entry) {
 
 std::string folder_entries(std::string_view path) {
   std::wstring prefix = Utf8ToWide(path);
-  // Only a backslash counts as separator: a path that ends in a slash gets one appended.
+  // Only a backslash counts as a separator: a path that ends in a slash gets a backslash appended.
   if (!prefix.empty() && prefix.back() != L'\\') prefix += L'\\';
   const std::string utf8_prefix = WideToUtf8(prefix);
 
-  // Neither sorted nor filtered: the representative's file browser does both.
+  // The entries are not sorted or filtered, except for "." and "..": the representative's file browser does
+  // both.
   std::string entries = "[";
   std::string entry_path;
   VisitFolder(prefix + L'*', [&](const FolderEntry& found) {
@@ -75,7 +76,7 @@ std::string DriveEntries(std::uint32_t drives) {
 std::string ParentPath(std::string_view path) {
   if (path.ends_with('\\')) path.remove_suffix(1);
   const std::size_t last = path.rfind('\\');
-  // A backslash at 0 or 1 begins "\x" or a server's "\\x", which have no parent folder.
+  // A last backslash at index 0 or 1 is that of "\folder" or of "\\server", which have no parent folder.
   if (last == std::string_view::npos || last <= 1) return {};
   return std::string(path.substr(0, last));
 }

@@ -7,13 +7,14 @@
 
 namespace vlk::agent {
 
-// The folder's entries, or the drives if `path` is empty, with the unchanged path and the parent folder's
-// path. A folder that cannot be read has no entries. Blocks for as long as the disk takes.
+// Lists the folder's entries, or the drives if `path` is empty. The text also contains the unchanged path and
+// the path of the parent folder. A folder that cannot be read has no entries. Blocks for as long as the disk
+// takes.
 std::string ListDirectory(std::string_view path);
 
-// The parts of a listing that need no disk.
+// The functions below are the parts of a listing that do not use the disk.
 
-// The JSON array of drives: bit 0 is A, bit 25 is Z.
+// The JSON array of the drives whose bits are set in `drives`: bit 0 is A, bit 25 is Z.
 [[nodiscard]] std::string DriveEntries(std::uint32_t drives);
 // The path of the parent folder; empty if the parent is the list of drives.
 [[nodiscard]] std::string ParentPath(std::string_view path);

@@ -16,7 +16,8 @@
 namespace vlk::agent {
 namespace {
 
-// The smallest index of a backslash after a folder's name; "C:\\" comes before it.
+// The smallest index of a backslash that can end a folder's name; the characters before it are the drive,
+// "C:\".
 constexpr std::size_t kFirstSeparator = 3;
 
 struct DownloadJob {
@@ -45,7 +46,8 @@ void run_download(const DownloadJob& job) {
                       .add_string("error", "cannot open"));
     return;
   }
-  // The buffer has room for the header before the file's bytes, so that no byte is copied to prepend it.
+  // The buffer has room for the header before the file's bytes, so that a chunk is sent without copying the
+  // bytes.
   std::vector<unsigned char> chunk(kChunkHeaderSize + kChunkSize);
   std::uint32_t index = 0;
   std::size_t count = 0;
@@ -55,8 +57,8 @@ void run_download(const DownloadJob& job) {
     if (!job.send(Msg::FileChunk, job.session_id, chunk.data(), kChunkHeaderSize + count, kBinaryPayload))
       return;
     ++index;
-    // Deliberately taken for the end of the file, although it may be a failure to read, which is reported as
-    // success.
+    // A short read deliberately counts as the end of the file, although it may be a failure to read. The
+    // transfer is reported as successful in both cases.
     if (count < kChunkSize) break;
   }
   file.reset();

@@ -1,6 +1,6 @@
-// File transfers between the machine and the representative, over the one connection. Deliberately simple: no
-// progress, no resumption, no checksums, no temporary names. The connection keeps bytes in order and
-// complete.
+// File transfers between the machine and the representative, over the connection to the relay. They are
+// deliberately simple: no progress, no resumption, no checksums, no temporary names. The connection keeps
+// bytes in order and complete.
 #pragma once
 
 #include <cstddef>
@@ -15,23 +15,26 @@ namespace vlk::agent {
 inline constexpr std::size_t kChunkSize = 0x40000;  // bytes of a file in one chunk that the agent sends
 inline constexpr std::size_t kChunkHeaderSize = 8;  // transfer id u32, chunk index u32, big-endian
 
-// Sends a file on a new thread. Nothing waits for the thread; only the end of the file or a failed send ends
-// it. `send` must stay callable until then. Throws std::system_error if no thread can be created.
+// Sends a file on a new thread. The thread ends when the file cannot be opened, is sent completely, or a
+// message cannot be sent; nothing waits for it. `send` must stay callable until then. Throws
+// std::system_error if no thread can be created.
 void StartDownload(std::uint32_t session_id, std::uint32_t transfer_id, std::string path, SendCallable send);
 
-// Uploads use a table of open files by transfer id, which outlives sessions and connections. Called on the
-// connection thread.
+// Uploads use a table of open files by transfer id, which outlives sessions and connections. The functions
+// for uploads are called on the connection thread.
 
-// Creates or empties the file, and creates the folders above it. `size` is what the representative announced;
-// it is not checked. A file that cannot be opened is not reported, and its chunks are ignored. An id in use
-// then means the new file, and the earlier file stays open until the process ends.
+// Creates or empties the file, and creates the folders above it. `size` is the size that the representative
+// announced; it is not checked. A file that cannot be opened is not reported, and its chunks are ignored. If
+// the id is already in use, it refers to the new file from then on, and the earlier file stays open until the
+// process ends.
 void BeginUpload(std::uint32_t transfer_id, std::string_view path, std::int64_t size);
 // Appends to the file. An unknown id and a failed write are ignored. Blocks for as long as the disk takes.
 void WriteUploadChunk(std::uint32_t transfer_id, const unsigned char* data, std::size_t size);
 // Closes the file, complete or not. An unknown id is ignored.
 void EndUpload(std::uint32_t transfer_id);
 
-// Creates the folders above a path's last part, from the top. Existing folders are left unchanged.
+// Creates all folders of a path, from the outermost on; the path's last part is not created. Existing folders
+// are left unchanged.
 void EnsureParentDirectories(const std::wstring& path);
 
 }  // namespace vlk::agent

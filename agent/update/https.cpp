@@ -49,7 +49,7 @@ std::string request_text(const std::string& host, const std::string& path) {
          "\r\nUser-Agent: Vantelink\r\nConnection: close\r\n\r\n";
 }
 
-// Everything that the server sends until the connection ends, for whatever reason.
+// Reads everything that the server sends until the connection ends, for whatever reason.
 std::string read_to_end(SSL* ssl) {
   std::string response;
   char buffer[kReadSize];
@@ -66,7 +66,8 @@ bool https_get(const std::string& host, std::uint32_t port, const std::string& p
   const SocketLibrary library;
   const Socket socket(host, port);
   if (socket.get() == kInvalidSocket) return false;
-  // Without a trust store and without verification: any certificate of an update server is accepted.
+  // The server's certificate is not verified: the context has no trusted roots and any certificate is
+  // accepted.
   const SslContext context(SSL_CTX_new(TLS_client_method()));
   if (!context) return false;
   const std::unique_ptr<SSL, SslDeleter> ssl(SSL_new(context.get()));

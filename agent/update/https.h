@@ -1,5 +1,5 @@
-// A small HTTP client: one blocking GET over TLS that reads the whole body into memory. It shares nothing
-// with the connection to the relay, and unlike it accepts any certificate.
+// A small HTTP client: one blocking GET over TLS that reads the whole body into memory. It shares no state
+// with the connection to the relay. Unlike that connection, it accepts any certificate.
 #pragma once
 
 #include <cstdint>

@@ -6,7 +6,7 @@
 
 namespace vlk::agent {
 
-// A newer agent, named in the server's manifest. UTF-8.
+// A newer agent that the server's manifest names. Both texts are UTF-8.
 struct UpdateOffer {
   std::string version;
   std::string file;  // the installer's file name, on the server and in the temporary folder

@@ -5,8 +5,7 @@ namespace vlk::agent {
 namespace {
 
 constexpr std::string_view kBlankLine = "\r\n\r\n";
-constexpr std::string_view kGoodStatus =
-    "HTTP/1.1 200";  // the text after it, a reason or more digits, is ignored
+constexpr std::string_view kGoodStatus = "HTTP/1.1 200";  // any text or digits after it are ignored
 
 }  // namespace
 

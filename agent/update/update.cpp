@@ -19,7 +19,7 @@ std::optional<UpdateOffer> check_for_update(const std::string& host, std::uint32
 
 std::string fetch_installer(const std::string& host, std::uint32_t port, const std::string& file) {
   std::string installer;
-  // A failure leaves the text empty.
+  // If the fetch fails, `installer` stays empty.
   (void)https_get(host, port, kDownloadPath + file, installer);
   return installer;
 }

@@ -11,7 +11,7 @@
 namespace vlk::agent {
 
 // Looks once for a newer agent and calls `on_offer` if there is one. Calls nothing otherwise. `host` and
-// `port` are the server itself, not empty or 0 for the default.
+// `port` name a server; empty and 0 do not stand for the default server here.
 void start_update_check(const std::string& host, std::uint32_t port,
                         std::function<void(const UpdateOffer&)> on_offer);
 
@@ -20,8 +20,8 @@ struct DownloadCallbacks {
   std::function<void()> on_installer_started;          // the agent must end now
 };
 
-// Downloads that file from the server into the temporary folder and starts it. The file's name is used
-// unchanged, with any folders in it.
+// Downloads `file` from the server into the temporary folder and starts it. The name is used unchanged,
+// including any folders in it.
 void start_update_download(const std::string& host, std::uint32_t port, const std::string& file,
                            DownloadCallbacks callbacks);
 

@@ -34,7 +34,7 @@ std::wstring path_for(const std::string& file) {
   return temporary_folder() + Utf8ToWide(file);
 }
 
-// False if the file cannot be created. A failure to write all of it is ignored.
+// Writes the file. False if it cannot be created. A failure to write all bytes is ignored.
 [[nodiscard]] bool save(const std::wstring& path, const std::string& bytes) {
   const UniqueStream file = OpenFile(path, L"wb");
   if (!file) return false;
@@ -54,7 +54,8 @@ void run_download(const Download& download) {
     download.callbacks.on_status(kSaveFailed);
     return;
   }
-  // Reported as started in any case: the agent ends even if the installer could not be started.
+  // The installer is reported as started in any case: the agent ends even if the installer could not be
+  // started.
   ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
   download.callbacks.on_installer_started();
 }

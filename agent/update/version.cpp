@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-// The number at the start of the text; 0 without a digit there.
+// The number at the start of the text; 0 if the text does not start with a digit.
 std::int32_t leading_number(std::string_view text) {
   std::uint32_t value = 0;
   for (const char c : text) {
@@ -16,7 +16,7 @@ std::int32_t leading_number(std::string_view text) {
   return static_cast<std::int32_t>(value);
 }
 
-// The text after the next dot; empty without a dot.
+// The text after the next dot; empty if there is no dot.
 std::string_view after_dot(std::string_view text) {
   const std::size_t dot = text.find('.');
   return dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1);

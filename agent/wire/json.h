@@ -1,6 +1,6 @@
 // Flat JSON objects: a writer that appends fields, and a reader that searches the raw text for one field.
 // There is no tree, no validation and no error report. The reader must not become stricter or more capable:
-// the server relies on what it misreads.
+// the server relies on its exact behaviour, including the texts that it misreads.
 #pragma once
 
 #include <cstdint>
@@ -17,12 +17,14 @@ struct JsonWriter {
   // Escapes tab, line feed, carriage return, double quote and backslash; every other byte is copied
   // unchanged.
   JsonWriter& add_string(std::string_view key, std::string_view value);
-  // A signed decimal. The caller widens unsigned 32-bit values, so that they are never negative.
+  // Adds a signed decimal number. The caller converts unsigned 32-bit values to 64 bits, so that they are
+  // never negative.
   JsonWriter& add_int(std::string_view key, std::int64_t value);
   JsonWriter& add_bool(std::string_view key, bool value);
-  // `value` is JSON text.
+  // Adds a field whose value is JSON text, which is copied unchanged.
   JsonWriter& add_raw(std::string_view key, std::string_view value);
-  // The object with its closing brace. The writer is unchanged, so more fields may follow.
+  // Returns the object with its closing brace. The writer is unchanged, so more fields may be added
+  // afterwards.
   [[nodiscard]] std::string finish() const;
 
  private:
@@ -40,10 +42,10 @@ struct JsonValue {
 // key counts, at any depth and even if it is a value. The position may be the end of the text.
 [[nodiscard]] std::size_t find_value(std::string_view text, std::string_view key);
 
-// A string value, unescaped. Of a Unicode escape only the backslash is removed.
+// Reads a string value and replaces its escapes. Of a Unicode escape, only the backslash is removed.
 [[nodiscard]] JsonValue<std::string> read_string(std::string_view text, std::string_view key);
 
-// The leading decimal digits of a number; an overflow wraps around.
+// Reads an integer: an optional sign and the decimal digits after it. An overflow wraps around.
 [[nodiscard]] JsonValue<std::int64_t> read_int(std::string_view text, std::string_view key);
 
 // The value that was found, or the fallback.

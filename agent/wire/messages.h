@@ -1,4 +1,4 @@
-// The messages between relay and agent: their codes, and the envelope that every WebSocket message carries.
+// The messages between relay and agent: their codes, and the envelope, which is the format of every message.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,8 @@ enum class Msg : std::uint8_t {
 
 enum class Direction { ToAgent, FromAgent, BothWays };
 
-// Who exchanges a message: Link and Consent messages end at the relay, Session messages pass through it.
+// Who exchanges a message: Link and Consent messages are between relay and agent. Session messages are
+// between browser and agent, and the relay passes them on.
 enum class Scope { Link, Consent, Session };
 
 struct MessageRule {
@@ -44,7 +45,7 @@ inline constexpr MessageRule kMessageRules[] = {
   return nullptr;
 }
 
-// Values of the envelope's flags byte. No decoder depends on it.
+// Values of the envelope's flags byte. No decoder depends on this byte.
 enum EnvelopeFlags : std::uint8_t {
   kBinaryPayload = 0,
   kJsonPayload = 1,
@@ -56,7 +57,7 @@ inline constexpr std::size_t kEnvelopeHeaderSize = 10;
 // Largest payload that decoding accepts, in bytes. Encoding has no limit.
 inline constexpr std::uint32_t kMaxDecodedPayload = 0x800000;
 
-// A decoded message. `type` may be a code outside Msg: the dispatcher ignores those.
+// A decoded message. `type` may be a code that is not in Msg; the dispatcher ignores such a message.
 struct Envelope {
   std::uint8_t type = 0;
   std::uint8_t flags = 0;
@@ -64,15 +65,15 @@ struct Envelope {
   std::vector<std::uint8_t> payload;
 };
 
-// Sends one message to the server: type, session, payload, payload bytes, flags. Blocks until the message is
-// written; true if it was. Callable on any thread.
+// Sends one message to the server. The arguments are its type, session, payload, payload size in bytes and
+// flags. Blocks until the message is written; false if that failed. Callable on any thread.
 using SendCallable = std::function<bool(Msg, unsigned int, const unsigned char*, std::size_t, unsigned char)>;
 
 // Writes the header for a payload of `length` bytes into the kEnvelopeHeaderSize bytes at `out`.
 void write_envelope_header(unsigned char* out, std::uint8_t type, std::uint8_t flags,
                            std::uint32_t session_id, std::uint32_t length);
 
-// Header and payload in one array, with one allocation.
+// Builds a message, header and payload, in one array with one allocation.
 [[nodiscard]] std::vector<std::uint8_t> encode_envelope(Msg type, std::uint32_t session_id,
                                                         const unsigned char* data, std::size_t length,
                                                         std::uint8_t flags);

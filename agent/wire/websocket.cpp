@@ -22,7 +22,7 @@ std::uint64_t get_be(const unsigned char* in, int bytes) {
 
 // A frame's header. `size` is 0 while the header is incomplete.
 struct FrameHeader {
-  std::size_t size = 0;  // without the mask key
+  std::size_t size = 0;  // bytes, without the mask key
   std::uint64_t length = 0;
 };
 
@@ -89,8 +89,8 @@ std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uin
 
 void apply_mask(unsigned char* target, const unsigned char* source, std::size_t length,
                 const unsigned char key[kMaskBytes], std::size_t phase) {
-  // Words of 8 bytes, with the key twice in each, are several times as fast as single bytes. Four words per
-  // step let the compiler use 128-bit registers.
+  // The mask is applied to words of 8 bytes, which is several times as fast as single bytes; each word of the
+  // mask contains the key twice. Four words per step let the compiler use 128-bit registers.
   unsigned char rotated[8];
   for (std::size_t i = 0; i < sizeof rotated; ++i)
     rotated[i] = key[(phase + i) % kMaskBytes];
@@ -160,8 +160,8 @@ std::optional<WsFrame> WsParser::next() {
     if (opcode == kWsClose || opcode == kWsPing || opcode == kWsPong)
       return WsFrame{opcode, fin, std::move(payload)};
     if (opcode != kWsContinuation) {
-      // A final data frame does not affect a fragmented message in progress; a frame that is not final
-      // replaces it.
+      // A final data frame does not affect a fragmented message in progress; a data frame that is not final
+      // replaces that message.
       if (fin) return WsFrame{opcode, fin, std::move(payload)};
       in_fragment = true;
       fragment_opcode = opcode;

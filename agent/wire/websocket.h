@@ -1,6 +1,6 @@
 // The client side of the WebSocket protocol (RFC 6455): the upgrade request, outgoing frames and incoming
 // frames, without sockets and TLS. It deliberately checks less than the RFC demands: existing servers rely on
-// that.
+// this.
 #pragma once
 
 #include <cstddef>
@@ -20,12 +20,10 @@ inline constexpr std::uint8_t kWsClose = 8;
 inline constexpr std::uint8_t kWsPing = 9;
 inline constexpr std::uint8_t kWsPong = 10;
 
-inline constexpr std::uint64_t kMaxFramePayload = 0x1000000;  // bytes of one incoming frame's payload
-inline constexpr std::size_t kCompactThreshold =
-    0x10000;  // consumed bytes that are kept before they are erased
+inline constexpr std::uint64_t kMaxFramePayload = 0x1000000;  // bytes; limit of an incoming frame's payload
+inline constexpr std::size_t kCompactThreshold = 0x10000;     // consumed bytes are erased above this number
 inline constexpr std::size_t kMaskBytes = 4;
-inline constexpr std::size_t kMaxFrameHeader =
-    10 + kMaskBytes;  // bytes: 2, up to 8 of length, and the mask key
+inline constexpr std::size_t kMaxFrameHeader = 10 + kMaskBytes;  // 2 fixed bytes, length, mask key
 
 // Base64 with the standard alphabet of RFC 4648 and padding, without line breaks.
 [[nodiscard]] std::string base64_encode(const unsigned char* data, std::size_t length);
@@ -38,12 +36,12 @@ inline constexpr std::size_t kMaxFrameHeader =
 // Whether the response counts as a successful upgrade: the digits 101 occur anywhere in it.
 [[nodiscard]] bool upgrade_accepted(std::string_view response);
 
-// One final frame. A masked frame has a new random key.
+// Builds one final frame. A masked frame gets a new random key.
 [[nodiscard]] std::vector<std::uint8_t> encode_frame(std::uint8_t opcode, const unsigned char* data,
                                                      std::size_t length, bool masked);
 
-// Writes the header of a final frame, without the mask key, to `out`, which has room for kMaxFrameHeader
-// bytes. Returns the number of bytes written.
+// Writes the header of a final frame, without the mask key, to `out`, which must have room for
+// kMaxFrameHeader bytes. Returns the number of bytes written.
 [[nodiscard]] std::size_t write_frame_header(unsigned char* out, std::uint8_t opcode, std::uint64_t length,
                                              bool masked);
 
@@ -59,9 +57,9 @@ struct WsFrame {
   std::vector<std::uint8_t> payload;
 };
 
-// Extracts frames from a stream of bytes. One per connection, used by one thread.
+// Extracts frames from a stream of bytes. Each connection has its own parser, which only one thread uses.
 struct WsParser {
-  std::vector<std::uint8_t> buffer;  // bytes received and not yet dropped
+  std::vector<std::uint8_t> buffer;  // received bytes that are not yet erased
   std::size_t pos = 0;               // first unconsumed byte of `buffer`
   bool failed = false;               // a protocol violation: the connection must end
   bool in_fragment = false;

@@ -1,5 +1,5 @@
-// Folders and files of a host without drive letters. Drive C is its root, and backslashes are separators
-// there too.
+// Folders and files of a host without drive letters. Drive C is the host's root folder. Backslashes separate
+// the parts of a path, as on Windows.
 #include <algorithm>
 
 #include "platform/files/file_system.h"

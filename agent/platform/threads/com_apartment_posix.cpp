@@ -1,4 +1,4 @@
-// This host has no COM.
+// The empty COM apartment of a host without COM.
 #include "platform/threads/com_apartment.h"
 
 namespace vlk {

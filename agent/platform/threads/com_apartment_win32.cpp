@@ -1,4 +1,4 @@
-// Enters and leaves the apartment.
+// Enters and leaves the multi-threaded COM apartment.
 #include "platform/threads/com_apartment.h"
 
 #include <objbase.h>

@@ -1,6 +1,6 @@
 // Detached threads with the C runtime of Windows. The C++ library's threads use a POSIX layer in which
-// detaching races with the thread's end: of fifty short threads at once, sometimes one never ran or one ran
-// twice.
+// detaching races with the thread's end: when fifty short threads were started at once, sometimes a thread
+// never ran or ran twice.
 #include <cerrno>
 #include <memory>
 #include <system_error>

@@ -1,6 +1,6 @@
 // A mutex, a scoped lock and a condition variable with Clang's thread-safety annotations. A clang build with
-// -Wthread-safety proves that a guarded member is used only with its mutex held; other compilers see nothing
-// of it. https://clang.llvm.org/docs/ThreadSafetyAnalysis.html
+// -Wthread-safety proves that a guarded member is used only with its mutex held; other compilers ignore the
+// annotations. https://clang.llvm.org/docs/ThreadSafetyAnalysis.html
 #pragma once
 
 #include <condition_variable>
@@ -14,11 +14,11 @@
 
 // The member is used only with the mutex held.
 #define VLK_GUARDED_BY(mutex) VLK_THREAD_ANNOTATION(guarded_by(mutex))
-// What the pointer points at is used only with the mutex held.
+// The object that the pointer points to is used only with the mutex held.
 #define VLK_PT_GUARDED_BY(mutex) VLK_THREAD_ANNOTATION(pt_guarded_by(mutex))
 // The function is called with the mutex held, and returns with it held.
 #define VLK_REQUIRES(mutex) VLK_THREAD_ANNOTATION(requires_capability(mutex))
-// The function locks the mutex, so it is called without it.
+// The function locks the mutex itself, so its caller must not hold it.
 #define VLK_EXCLUDES(mutex) VLK_THREAD_ANNOTATION(locks_excluded(mutex))
 
 namespace vlk {
@@ -49,8 +49,8 @@ class [[nodiscard]] VLK_THREAD_ANNOTATION(scoped_lockable) MutexLock {
 
 class ConditionVariable {
  public:
-  // Unlocks the mutex while it waits for a notification. May return without one, so callers use a loop that
-  // checks the condition.
+  // Unlocks the mutex while it waits for a notification. May return without a notification, so callers check
+  // their condition in a loop.
   void wait(Mutex& mutex) VLK_REQUIRES(mutex) {
     std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
     condition_.wait(lock);

@@ -1,5 +1,5 @@
-// Checks in debug builds that an object is used on one thread only. Release builds (NDEBUG) contain nothing
-// of it.
+// Checks in debug builds that an object is used on one thread only. Release builds (NDEBUG) do not contain
+// the check.
 #pragma once
 
 #ifdef NDEBUG
@@ -11,19 +11,19 @@
 
 namespace vlk {
 
-// Declared as a member with [[no_unique_address]], so that it takes no room in release builds.
+// Declared as a member with [[no_unique_address]], so that it uses no memory in release builds.
 class ThreadChecker {
  public:
 #ifdef NDEBUG
   void rebind() {}
   void check() const {}
 #else
-  // The calling thread becomes the only one allowed, as at construction.
+  // Makes the calling thread the only one that may use the object, as the constructor does.
   void rebind() {
     owner_ = std::this_thread::get_id();
   }
 
-  // Ends the program with a message when called on another thread.
+  // Ends the program with a message if it is called on any other thread.
   void check() const {
     assert(std::this_thread::get_id() == owner_ && "used on another thread than its own");
   }

@@ -21,7 +21,7 @@ std::optional<CLSID> find_image_encoder(const wchar_t* mime_type) {
   const auto* encoders = reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get());
   gdip::GdipGetImageEncoders(count, size, reinterpret_cast<Gdiplus::ImageCodecInfo*>(block.get()));
   for (UINT i = 0; i < count; ++i) {
-    // Null if the call above failed: the records are then empty.
+    // The type is null if the call above failed: the records are then empty.
     const wchar_t* const type = encoders[i].MimeType;
     if (type != nullptr && std::wcscmp(type, mime_type) == 0) return encoders[i].Clsid;
   }
@@ -33,7 +33,7 @@ ComPtr<IStream> stream_over_copy(const void* bytes, std::size_t size) {
   UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, size));
   if (!memory) return stream;
   {
-    // Null for an empty block, which cannot be locked.
+    // The address is null for an empty block, which cannot be locked.
     const LockedGlobal locked(memory.get());
     if (locked.get() != nullptr) std::memcpy(locked.get(), bytes, size);
   }

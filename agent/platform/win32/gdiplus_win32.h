@@ -1,5 +1,5 @@
-// The headers of GDI+, with what they need, and functions that all users of GDI+ share. Included by
-// _win32.cpp files alone. The caller's process has started GDI+.
+// The headers of GDI+, with the declarations that they need, and functions that all users of GDI+ share. For
+// Windows files only. The process must have started GDI+.
 #pragma once
 
 #include <algorithm>
@@ -27,10 +27,10 @@ struct ImageDisposer {
 };
 using UniqueImage = std::unique_ptr<Gdiplus::GpImage, ImageDisposer>;
 
-// The first encoder for the MIME type.
+// The system's first encoder for the MIME type; no value if there is none.
 [[nodiscard]] std::optional<CLSID> find_image_encoder(const wchar_t* mime_type);
 
-// A stream over a copy of the bytes; null without memory.
+// Makes a stream over a copy of the bytes; null if memory runs out.
 [[nodiscard]] Microsoft::WRL::ComPtr<IStream> stream_over_copy(const void* bytes, std::size_t size);
 
 // The whole content of the stream; empty on failure.

@@ -1,5 +1,4 @@
-// RAII owners for Win32 handles: acquired on construction, released on destruction. Included by _win32.cpp
-// files alone.
+// RAII owners for Win32 handles: acquired on construction, released on destruction. For Windows files only.
 #pragma once
 
 #include <memory>
@@ -20,10 +19,10 @@ struct HandleDeleter {
 template <typename Handle, auto Release>
 using UniqueHandle = std::unique_ptr<std::remove_pointer_t<Handle>, HandleDeleter<Release>>;
 
-using UniqueKernelHandle = UniqueHandle<HANDLE, CloseHandle>;  // not for INVALID_HANDLE_VALUE
+using UniqueKernelHandle = UniqueHandle<HANDLE, CloseHandle>;  // must not own INVALID_HANDLE_VALUE
 using UniqueServiceHandle = UniqueHandle<SC_HANDLE, CloseServiceHandle>;
 using UniqueRegistryKey = UniqueHandle<HKEY, RegCloseKey>;
-using UniqueFind = UniqueHandle<HANDLE, FindClose>;  // not for INVALID_HANDLE_VALUE
+using UniqueFind = UniqueHandle<HANDLE, FindClose>;  // must not own INVALID_HANDLE_VALUE
 using UniqueLibrary = UniqueHandle<HMODULE, FreeLibrary>;
 using UniqueGlobal = UniqueHandle<HGLOBAL, GlobalFree>;
 using UniqueMemoryDc = UniqueHandle<HDC, DeleteDC>;
@@ -72,7 +71,7 @@ class [[nodiscard]] Selection {
   const HGDIOBJ previous_;
 };
 
-// The header of a packed, top-down 32-bit image: blue, green, red and a fourth byte.
+// The header of a packed, top-down 32-bit image. The bytes of a pixel are blue, green, red and a fourth byte.
 [[nodiscard]] inline BITMAPINFO top_down_bitmap(LONG width, LONG height) {
   BITMAPINFO info = {};
   info.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);

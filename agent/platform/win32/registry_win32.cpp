@@ -13,7 +13,7 @@ std::string read_registry_string(HKEY key, const wchar_t* name) {
   std::wstring text(bytes / sizeof(wchar_t), L'\0');
   bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
   RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text.data()), &bytes);
-  // One terminating zero belongs to the storage; any further one belongs to the value.
+  // One zero at the end is the terminator. Any zero before it belongs to the value.
   if (!text.empty() && text.back() == L'\0') text.pop_back();
   return WideToUtf8(text);
 }

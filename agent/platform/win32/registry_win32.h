@@ -1,4 +1,4 @@
-// Strings in the registry, converted between UTF-8 and REG_SZ. Included by _win32.cpp files alone.
+// Strings in the registry, converted between UTF-8 and REG_SZ. For Windows files only.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace vlk {
 
-// Empty on any failure, also for a value of another type.
+// Reads a string. Empty on any failure, which includes a value of another type.
 [[nodiscard]] std::string read_registry_string(HKEY key, const wchar_t* name);
 
-// Stores the terminating zero as well. A failure is ignored.
+// Writes a string with its terminating zero. A failure is ignored.
 void write_registry_string(HKEY key, const wchar_t* name, const std::string& text);
 
 }  // namespace vlk

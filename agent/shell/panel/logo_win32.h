@@ -16,7 +16,7 @@ struct LogoDeleter {
 };
 using Logo = std::unique_ptr<Gdiplus::GpImage, LogoDeleter>;
 
-// Empty if the resource is missing or cannot be decoded.
+// Loads the logo. Empty if the resource is missing or cannot be decoded.
 [[nodiscard]] Logo load_logo();
 
 // Draws the logo into the given rectangle without keeping its proportions.

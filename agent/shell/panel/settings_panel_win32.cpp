@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kNameSize = 256;  // characters, including the terminating zero; a longer name is truncated
 
-// In client pixels, independent of the screen's resolution.
+// Left edge and width of the controls, in client pixels. They are not scaled to the screen's resolution.
 constexpr int kLeft = 24;
 constexpr int kWidth = 312;
 

@@ -1,4 +1,5 @@
-// The prompt that asks the local user whether a representative may connect. All of it runs on the UI thread.
+// The prompt that asks the local user whether a representative may connect. Both functions run on the UI
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +12,7 @@ struct MainWindow;
 // answered or the prompt is withdrawn. A second prompt may open over the first.
 void run_consent_prompt(MainWindow& main);
 
-// Withdraws this session's prompt if it is open: the answer is sent as if the user had declined.
+// Withdraws the prompt of `session` if it is open: the same answer is sent as if the user had declined.
 void cancel_consent_prompt(std::uint32_t session);
 
 }  // namespace vlk::agent

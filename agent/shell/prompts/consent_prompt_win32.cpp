@@ -17,8 +17,8 @@ constexpr char kDeclined[] = "declined";
 
 using UniqueHook = UniqueHandle<HHOOK, UnhookWindowsHookEx>;
 
-// Session and window of the open prompt. The end of a second prompt over the first clears both: the first can
-// then no longer be withdrawn and waits for the user.
+// Session and window of the open prompt. If a second prompt opens over the first, the end of the second
+// prompt clears both values: the first prompt can then no longer be withdrawn and waits for the user.
 std::atomic<std::uint32_t> consent_session{0};
 std::atomic<HWND> consent_box{nullptr};  // null until the box is activated
 
@@ -28,7 +28,7 @@ LRESULT CALLBACK note_activated(int code, WPARAM wparam, LPARAM lparam) {
 }
 
 int ask(const MainWindow& main, const std::wstring& text) {
-  // Without the hook the box opens too, but cannot be withdrawn.
+  // If the hook cannot be set, the box still opens but cannot be withdrawn.
   const UniqueHook hook(SetWindowsHookExW(WH_CBT, note_activated, nullptr, GetCurrentThreadId()));
   return MessageBoxW(main.window, text.c_str(), ui_texts().consent_title, kBoxStyle);
 }
@@ -60,7 +60,7 @@ void cancel_consent_prompt(std::uint32_t session) {
   if (session != consent_session) return;
   const HWND box = consent_box;
   if (box == nullptr) return;
-  // Answered also for a session that the server has already ended.
+  // This sends the answer "declined", even if the server has already ended the session.
   PostMessageW(box, WM_COMMAND, IDNO, 0);
 }
 

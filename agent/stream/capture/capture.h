@@ -1,5 +1,5 @@
 // Captures screen images, by desktop duplication (a frame only when the desktop changes) or by a GDI copy (a
-// frame at each call). The caller chooses between the two and retries.
+// frame at each call). The caller chooses between the two ways and retries after failures.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,13 @@
 
 namespace vlk::agent {
 
-// A packed, top-down 32-bit image: blue, green, red and an unused byte.
+// A packed, top-down 32-bit image. The bytes of a pixel are blue, green, red and an unused byte.
 struct CapturedFrame {
   std::uint32_t width = 0;           // pixels
   std::uint32_t height = 0;          // rows
   std::int32_t stride = 0;           // bytes per row: always width * 4
   std::vector<std::uint8_t> pixels;  // height * stride bytes
-  bool fresh = true;                 // false after a time-out or a failure; callers use the results instead
+  bool fresh = true;                 // false after a time-out or a failure; callers check the results instead
 };
 
 // Created, used and destroyed on the streaming worker's thread.
@@ -27,19 +27,20 @@ class ScreenCapturer {
   ScreenCapturer(const ScreenCapturer&) = delete;
   ScreenCapturer& operator=(const ScreenCapturer&) = delete;
 
-  // Calls Close, then starts the duplication of the monitor with that index in EnumerateMonitors; true if it
-  // runs. May be called again. A failure is logged and leaves the earlier rectangle unchanged.
+  // Calls Close, then starts the duplication of the monitor with the index `monitor_index` in
+  // EnumerateMonitors. True if the duplication has started. May be called again. If the monitor is not found,
+  // the rectangle stays unchanged.
   bool Open(std::int32_t monitor_index);
 
-  // Releases the duplication. The rectangle stays.
+  // Releases the duplication. The rectangle stays unchanged.
   void Close();
 
-  // Waits up to `timeout_ms` for a change of the desktop; true if `frame` contains it. A lost duplication is
-  // released silently; only Open starts it again.
+  // Waits up to `timeout_ms` for a change of the desktop; true if `frame` now contains the changed desktop. A
+  // duplication that the system has ended is released silently; only Open starts a new one.
   bool AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms);
 
-  // Copies the monitor's rectangle, or the primary screen if there is none. Always true, even if the copy
-  // fails.
+  // Copies the monitor's rectangle from the screen, or the primary screen if no monitor was found yet. Always
+  // true, even if the copy fails.
   bool CaptureGdi(CapturedFrame& frame);
 
   // The rectangle of the last monitor that Open found, in virtual-desktop pixels; all 0 before.

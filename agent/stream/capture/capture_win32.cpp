@@ -18,7 +18,7 @@ void LogCapture(const char* message, std::int32_t code) {
   append_debug_log("capture: %s hr=0x%08lx\n", message, static_cast<unsigned long>(code));
 }
 
-// Sets everything but the pixels.
+// Sets the width, the height and the stride.
 void set_size(CapturedFrame& frame, std::uint32_t width, std::uint32_t height) {
   frame.width = width;
   frame.height = height;
@@ -33,7 +33,7 @@ struct ScreenCapturer::State {
   ComPtr<ID3D11DeviceContext> context;
   ComPtr<ID3D11Texture2D> staging;  // readable by the CPU; kept while the size stays the same
   UINT staging_width = 0, staging_height = 0;
-  ComPtr<IDXGIOutputDuplication> duplication;  // null if there is none or it was lost
+  ComPtr<IDXGIOutputDuplication> duplication;  // null if not started or ended by the system
   bool frame_held = false;                     // a frame is acquired and not yet released
   std::int32_t width = 0, height = 0, left = 0, top = 0, monitor_index = 0;
 
@@ -86,7 +86,8 @@ bool ScreenCapturer::State::PrepareStaging(D3D11_TEXTURE2D_DESC description) {
   return true;
 }
 
-// The texture's pixel format is copied unchecked: duplication delivers four bytes a pixel.
+// Copies the texture to `frame`. The pixel format is not checked, because duplication delivers four bytes per
+// pixel.
 bool ScreenCapturer::State::CopyTexture(ID3D11Texture2D* texture, CapturedFrame& frame) {
   D3D11_TEXTURE2D_DESC description = {};
   texture->GetDesc(&description);
@@ -95,7 +96,7 @@ bool ScreenCapturer::State::CopyTexture(ID3D11Texture2D* texture, CapturedFrame&
   context->CopyResource(staging.Get(), texture);
   D3D11_MAPPED_SUBRESOURCE mapped = {};
   if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &mapped))) return false;
-  // An invalid answer of a driver must lose one frame, not crash the process.
+  // An invalid result of a driver must lose one frame, not crash the process.
   if (mapped.pData == nullptr || mapped.RowPitch / kBytesPerPixel < description.Width) {
     context->Unmap(staging.Get(), 0);
     return false;
@@ -179,7 +180,8 @@ bool ScreenCapturer::AcquireFrame(CapturedFrame& frame, std::uint32_t timeout_ms
     return false;
   }
   if (FAILED(result)) {
-    // The duplication is lost. It is dropped silently and not reopened here, so that GDI takes over.
+    // The system has ended the duplication. It is released silently and not started again here: the caller
+    // then captures with GDI.
     state_->duplication.Reset();
     frame.fresh = false;
     return false;
@@ -196,7 +198,7 @@ bool ScreenCapturer::CaptureGdi(CapturedFrame& frame) {
   const int width = state_->width != 0 ? state_->width : GetSystemMetrics(SM_CXSCREEN);
   const int height = state_->height != 0 ? state_->height : GetSystemMetrics(SM_CYSCREEN);
 
-  // A failed copy is a black frame, and still a frame.
+  // If the copy fails, the frame is black and still counts as a frame.
   const ScreenDc screen;
   copy_screen(screen.get(), width, height, frame.pixels, [&](HDC memory) {
     BitBlt(memory, 0, 0, width, height, screen.get(), state_->left, state_->top, SRCCOPY | CAPTUREBLT);

@@ -17,8 +17,8 @@ class CursorOverlay {
   CursorOverlay(const CursorOverlay&) = delete;
   CursorOverlay& operator=(const CursorOverlay&) = delete;
 
-  // Changes `frame.pixels` in place. `left` and `top` are the monitor's origin in virtual-desktop pixels. The
-  // frame stays unchanged if the pointer is hidden, elsewhere or unavailable.
+  // Draws the pointer into `frame.pixels`. `left` and `top` are the monitor's origin in virtual-desktop
+  // pixels. The frame stays unchanged if the pointer is hidden, outside the frame or unavailable.
   void Draw(CapturedFrame& frame, std::int32_t left, std::int32_t top);
 
  private:

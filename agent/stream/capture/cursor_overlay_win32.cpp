@@ -40,7 +40,7 @@ std::optional<Pointer> visible_pointer() {
                  info.ptScreenPos.y - static_cast<LONG>(icon.yHotspot), size.cx, size.cy};
 }
 
-// The part of the frame that a pointer at (x, y) can cover; all of it if the pointer's size is unknown.
+// The part of the frame that a pointer at (x, y) can cover; the whole frame if the pointer's size is unknown.
 RECT covered_area(const Pointer& pointer, LONG x, LONG y, LONG width, LONG height) {
   if (pointer.width <= 0 || pointer.height <= 0) return {0, 0, width, height};
   return {std::clamp(x, 0L, width), std::clamp(y, 0L, height), std::clamp(x + pointer.width, 0L, width),
@@ -62,7 +62,7 @@ void copy_area(std::uint8_t* to, const std::uint8_t* from, std::size_t stride, c
 // The drawing surface, of the frame's size. Members are released in the reverse of this order.
 struct CursorOverlay::State {
   UniqueBitmap bitmap;
-  std::uint8_t* bits = nullptr;  // the bitmap's pixels, owned by it
+  std::uint8_t* bits = nullptr;  // the bitmap's pixels, owned by the bitmap
   UniqueMemoryDc dc;
   std::optional<Selection> selection;
   LONG width = 0, height = 0;
@@ -70,7 +70,8 @@ struct CursorOverlay::State {
   void PrepareSurface(LONG new_width, LONG new_height);
 };
 
-// After a failure the surface is not created again until the size changes.
+// Creates the surface if the size has changed. A bitmap that could not be created is not tried again until
+// the size changes.
 void CursorOverlay::State::PrepareSurface(LONG new_width, LONG new_height) {
   if (dc && width == new_width && height == new_height) return;
   selection.reset();

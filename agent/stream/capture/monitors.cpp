@@ -22,7 +22,7 @@ ThumbnailSize FitThumbnail(std::int32_t width, std::int32_t height, std::int32_t
 
 std::vector<std::uint8_t> PackThumbnail(const MonitorThumbnail& thumbnail, std::size_t count,
                                         const std::vector<std::uint8_t>& jpeg) {
-  // Little-endian, unlike the envelope around it: the receiver expects that.
+  // The numbers are little-endian, unlike those of the envelope: receivers expect this order.
   const std::uint8_t header[kThumbnailHeaderSize] = {
       low_byte(thumbnail.id),     low_byte(static_cast<std::int64_t>(count)),
       low_byte(thumbnail.width),  low_byte(thumbnail.width >> 8),

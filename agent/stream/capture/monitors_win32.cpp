@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-// One monitor's pixels, scaled down. A failed copy gives a black picture.
+// Copies one monitor's pixels, scaled down. A failed copy gives a black picture.
 MonitorThumbnail capture_thumbnail(HDC screen, const MonitorInfo& monitor, std::int32_t max_dimension) {
   const ThumbnailSize size = FitThumbnail(monitor.width, monitor.height, max_dimension);
   MonitorThumbnail thumbnail;

@@ -1,6 +1,6 @@
-// Numbers the monitors: enumerates all outputs of all adapters and counts those that belong to the desktop.
-// The monitor list and the capture both use it, so that a number means the same monitor in both. Included by
-// _win32.cpp files alone.
+// Numbers the monitors: enumerates all outputs of all adapters and numbers the outputs that belong to the
+// desktop. The monitor list and the capture both use this enumeration, so that a number means the same
+// monitor in both. For Windows files only.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@ namespace vlk::agent {
 
 using Microsoft::WRL::ComPtr;
 
-// Calls visit(number, adapter, output, description) for each attached output, numbers from 0 on across
-// adapters, until it returns true. Returns whether it did.
+// Calls visit(number, adapter, output, description) for each attached output until a call returns true. The
+// numbers start at 0 and continue from one adapter to the next. Returns whether a call returned true.
 template <typename Visit>
 bool WalkAttachedOutputs(IDXGIFactory1* factory, Visit visit) {
   std::int32_t number = 0;

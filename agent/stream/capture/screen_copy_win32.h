@@ -1,4 +1,4 @@
-// Copies a part of the screen with GDI. Included by _win32.cpp files alone.
+// Copies a part of the screen with GDI. For Windows files only.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 namespace vlk::agent {
 
 // Calls draw(dc) with a device context over a new bitmap of `width` by `height` pixels, then stores the
-// bitmap in `pixels` as packed, top-down rows of 4 bytes a pixel. Every failure is ignored: the picture is
+// bitmap in `pixels` as packed, top-down rows of 4 bytes per pixel. Every failure is ignored: the picture is
 // then black.
 template <typename Draw>
 void copy_screen(HDC screen, int width, int height, std::vector<std::uint8_t>& pixels, Draw draw) {

@@ -1,6 +1,6 @@
-// The conversion as simple loops and with SSSE3 instructions. Only 128-bit registers are used: this project's
-// compiler for Windows aligns spilled 256-bit registers wrongly (GCC bug 54412), and memory limits the speed
-// in any case.
+// The conversion, once as simple loops and once with SSSE3 instructions. Only 128-bit registers are used:
+// this project's compiler for Windows aligns spilled 256-bit registers wrongly (GCC bug 54412), and memory
+// limits the speed in any case.
 #include "stream/encode/colour.h"
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -48,15 +48,16 @@ constexpr std::ptrdiff_t kBlock = 16;  // pixels converted per step
 
 #define VLK_SSSE3 __attribute__((target("ssse3")))
 
-// Every sum below fits in 16 bits. Luma multiplies pixels minus 128 by unsigned coefficients, because 129
-// does not fit in a signed byte: -28160..27940. That offset subtracts 128 * (66 + 129 + 25), which is 110
-// after the shift and is added again together with the formula's 16. Chroma multiplies pixels by signed
-// coefficients: -28560..28560.
+// Every sum below fits in a signed 16-bit word. For luma, the coefficients are unsigned, because 129 does not
+// fit in a signed byte, and 128 is subtracted from each byte of a pixel; the sums are from -28160 to 27940.
+// The subtraction lowers each sum by 128 * (66 + 129 + 25), which is 110 after the shift. This 110 is added
+// again together with the formula's 16. For chroma, the coefficients are signed; the sums are from -28560 to
+// 28560.
 constexpr char kLumaOffset = 110 + 16;
 constexpr char kChromaOffset = -128;  // the same byte as 128
 
-// Distance in bytes at which memory is prefetched. Costs nothing if the frame is in the cache; at 3840 by
-// 2160, which exceeds the cache, it reduced the time for a frame from 2.5 to 1.5 ms.
+// Distance in bytes at which memory is prefetched. Prefetching costs nothing if the frame is in the cache. At
+// 3840 by 2160 pixels, which exceed the cache, it reduced the time for a frame from 2.5 to 1.5 ms.
 constexpr std::uintptr_t kPrefetchDistance = 4096;
 
 VLK_SSSE3 inline __m128i Load(const std::uint8_t* from) {
@@ -67,14 +68,14 @@ VLK_SSSE3 inline void Store(std::uint8_t* to, __m128i value) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(to), value);
 }
 
-// One coefficient for each byte of a pixel, in the order of memory.
+// One coefficient for each byte of a pixel, in the order of the bytes in memory.
 VLK_SSSE3 inline __m128i Coefficients(int first, int second, int third, int fourth = 0) {
   const auto byte = [](int value) { return std::uint32_t{static_cast<std::uint8_t>(value)}; };
   return _mm_set1_epi32(
       static_cast<int>(byte(first) | byte(second) << 8 | byte(third) << 16 | byte(fourth) << 24));
 }
 
-// (sum + 128) >> 8 of signed words.
+// Computes (sum + 128) >> 8 for each signed 16-bit word.
 VLK_SSSE3 inline __m128i RoundedHighBytes(__m128i sums) {
   return _mm_mulhrs_epi16(sums, _mm_set1_epi16(128));
 }
@@ -89,8 +90,9 @@ VLK_SSSE3 inline __m128i LumaOfEight(__m128i four, __m128i next_four) {
   return RoundedHighBytes(_mm_packs_epi32(LumaSums(four), LumaSums(next_four)));
 }
 
-// U and V of four pixels as words. The first product gives U its blue and green and V its red. The second, of
-// pixels with their halves swapped, gives U its red and V its blue and green.
+// U and V of four pixels as 16-bit words. The first product contains the blue and green part of U and the red
+// part of V. The second product is that of the pixels with their halves swapped. It contains the red part of
+// U and the blue and green part of V.
 VLK_SSSE3 inline __m128i ChromaOfFour(__m128i four) {
   const __m128i swapped =
       _mm_shuffle_epi8(four, _mm_setr_epi8(2, 3, 0, 1, 6, 7, 4, 5, 10, 11, 8, 9, 14, 15, 12, 13));
@@ -106,7 +108,8 @@ VLK_SSSE3 inline __m128i EvenPixels(__m128i four, __m128i next_four) {
 
 template <bool kWithChroma>
 VLK_SSSE3 inline void ConvertBlock(const std::uint8_t* pixels, std::uint8_t* luma, std::uint8_t* chroma) {
-  // An integer, because the address can lie after the frame, where a pointer is not allowed.
+  // The address is an integer, because it can be after the end of the frame, where C++ does not allow a
+  // pointer.
   const std::uintptr_t ahead = reinterpret_cast<std::uintptr_t>(pixels) + kPrefetchDistance;
   _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
   const __m128i p0 = Load(pixels), p1 = Load(pixels + 16), p2 = Load(pixels + 32), p3 = Load(pixels + 48);
@@ -128,9 +131,9 @@ VLK_SSSE3 void ConvertRow(const std::uint8_t* row, std::ptrdiff_t width, std::ui
   if constexpr (kWithChroma) ChromaRow(row, x, width, chroma);
 }
 
-// Luma and chroma in one pass over the source. The result equals that of two passes: the planes do not
-// overlap, and the chroma rows are still written in order, so that with an odd width each overwrites the last
-// byte of the row before.
+// Converts luma and chroma in one pass over the source. The result equals that of two passes: the planes do
+// not overlap, and the chroma rows are still written in order. With an odd width, each chroma row therefore
+// overwrites the byte that the previous row has written beyond its own end.
 void ConvertBySsse3(const std::uint8_t* source, std::ptrdiff_t width, std::ptrdiff_t height,
                     std::ptrdiff_t stride, std::uint8_t* luma, std::uint8_t* chroma) {
   for (std::ptrdiff_t y = 0; y < height; y += 2) {

@@ -19,12 +19,12 @@ class H264Encoder {
   H264Encoder(const H264Encoder&) = delete;
   H264Encoder& operator=(const H264Encoder&) = delete;
 
-  // Opens a session, if none is open, for pixels, frames per second and bits per second. False if there is no
-  // encoder.
+  // Opens a session; called while no session is open. The size is in pixels, `fps` in frames per second,
+  // `bitrate` in bits per second. False if no encoder could be opened.
   [[nodiscard]] bool Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate);
 
-  // Encodes a frame and appends the encoder's output to `out`. True with nothing appended means that the
-  // output of the frame comes later.
+  // Encodes a frame and appends the encoder's output to `out`. False on failure. If the result is true and
+  // nothing was appended, the frame's output comes with a later call.
   bool Encode(const CapturedFrame& frame, std::vector<std::uint8_t>& out, bool force_keyframe);
 
   // Ends the session. Init may follow.

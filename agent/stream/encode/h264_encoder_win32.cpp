@@ -1,6 +1,6 @@
 // H.264 on Windows: a session with an encoder of Media Foundation, hardware before software. Supports both
 // protocols: the synchronous one, where each call returns its result, and the asynchronous one, where the
-// encoder works on its own threads and reports by events when it needs input and has output.
+// encoder works on its own threads and reports by events when it needs input or has output.
 #include "stream/encode/colour.h"
 #include "stream/encode/h264_encoder.h"
 #include "stream/encode/h264_sample_win32.h"
@@ -22,15 +22,15 @@ constexpr DWORD kOwnSamples = MFT_OUTPUT_STREAM_PROVIDES_SAMPLES | MFT_OUTPUT_ST
 
 struct H264Encoder::State {
   bool mf_started = false;
-  ComPtr<IMFTransform> transform;         // null: no session
-  ComPtr<IMFMediaEventGenerator> events;  // only of an asynchronous encoder
-  ComPtr<ICodecAPI> codec_api;            // null: no settings and no forced key frames
-  bool async = false;                     // never cleared, even by a later session
+  ComPtr<IMFTransform> transform;         // null if no session is open
+  ComPtr<IMFMediaEventGenerator> events;  // null for a synchronous encoder
+  ComPtr<ICodecAPI> codec_api;            // null if the encoder has no settings to change
+  bool async = false;                     // set once and never cleared, even by a later session
   bool provides_samples = false;          // the encoder allocates the output samples
   std::int32_t width = 0, height = 0;     // pixels
-  std::int32_t fps = kDefaultH264Fps;     // frames a second
-  std::uint64_t frame_index = 0;          // counts over all sessions, so that sample times keep increasing
-  std::vector<std::uint8_t> sequence_header;  // an earlier session's if the present one has none
+  std::int32_t fps = kDefaultH264Fps;     // frames per second
+  std::uint64_t frame_index = 0;          // counts the frames of all sessions, so that times keep increasing
+  std::vector<std::uint8_t> sequence_header;  // kept from an earlier session if the present one has none
   std::vector<std::uint8_t> nv12;
 
   bool FindEncoder(bool& hardware);
@@ -67,7 +67,7 @@ void H264Encoder::State::DetectProtocol() {
                             reinterpret_cast<void**>(events.ReleaseAndGetAddressOf()));
 }
 
-// In this order, because encoders need the output type before the input type.
+// The output type is set first, because encoders need it before the input type.
 bool H264Encoder::State::SetTypes(const H264Format& format) {
   HRESULT result = transform->SetOutputType(kStream, MakeOutputType(format).Get(), 0);
   if (FAILED(result)) {
@@ -131,7 +131,7 @@ bool H264Encoder::State::EncodeAsync(IMFSample* sample, std::vector<std::uint8_t
     LogEncoder("ProcessInput(async) failed", 0);
     return false;
   }
-  // A request for more input is ignored here; the encoder sends another after each output.
+  // A request for more input is ignored here; the encoder sends another request after each output.
   do {
     if (!NextEvent(type)) return false;
   } while (type != METransformHaveOutput);
@@ -161,7 +161,7 @@ bool H264Encoder::State::DrainOutput(std::vector<std::uint8_t>& out) {
   }
   DWORD status = 0;
   const HRESULT result = transform->ProcessOutput(0, 1, &output, &status);
-  // Assigned in this way because Attach of the toolchain's ComPtr wrongly adds a reference.
+  // The pointers are assigned in this way because Attach of the toolchain's ComPtr wrongly adds a reference.
   ComPtr<IMFCollection> stream_events;
   *stream_events.ReleaseAndGetAddressOf() = output.pEvents;
   if (provides_samples) *sample.ReleaseAndGetAddressOf() = output.pSample;
@@ -182,7 +182,8 @@ H264Encoder::~H264Encoder() {
   Shutdown();
 }
 
-// A failure deliberately leaves its partial state: the next Init replaces it, or the destructor releases it.
+// A failed Init deliberately leaves a partial state: the next Init replaces it, or the destructor releases
+// it.
 bool H264Encoder::Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate) {
   worker_thread_.check();
   if (FAILED(MFStartup(kMfVersion, MFSTARTUP_LITE))) {
@@ -211,7 +212,7 @@ bool H264Encoder::Encode(const CapturedFrame& frame, std::vector<std::uint8_t>& 
   return state_->async ? state_->EncodeAsync(sample.Get(), out) : state_->EncodeSync(sample.Get(), out);
 }
 
-// Frames that are still in the encoder are lost: viewers no longer need them.
+// Frames that are still in the encoder are discarded: viewers no longer need them.
 void H264Encoder::Shutdown() {
   worker_thread_.check();
   if (state_->transform) {

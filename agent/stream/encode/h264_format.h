@@ -6,18 +6,20 @@
 
 namespace vlk::agent {
 
-inline constexpr std::int32_t kDefaultH264Fps = 30;           // not the stream's own default
+inline constexpr std::int32_t kDefaultH264Fps = 30;           // differs from kDefaultStreamFps
 inline constexpr std::int32_t kDefaultH264Bitrate = 6000000;  // bits per second
-inline constexpr std::int64_t kSampleTimeSecond = 10000000;   // units of 100 ns
+inline constexpr std::int64_t kSampleTimeSecond = 10000000;   // one second in units of 100 ns
 
-// Pixels, frames per second (at least 1), bits per second (above 0).
+// The size in pixels, the frame rate in frames per second (at least 1) and the bit rate in bits per second
+// (above 0).
 struct H264Format {
   std::int32_t width = 0, height = 0;
   std::int32_t fps = kDefaultH264Fps;
   std::int32_t bitrate = kDefaultH264Bitrate;
 };
 
-// A format with these sizes, odd ones too. A rate below 1 is replaced by its default.
+// Makes a format with this size, which may be odd. A frame rate or bit rate below 1 is replaced by its
+// default.
 [[nodiscard]] H264Format MakeH264Format(std::int32_t width, std::int32_t height, std::int32_t fps,
                                         std::int32_t bitrate);
 
@@ -26,18 +28,18 @@ struct H264Format {
   return kSampleTimeSecond / fps;
 }
 
-// Two 32-bit numbers in one, which is how media types store sizes and ratios.
+// Packs two 32-bit numbers into one 64-bit number, which is how media types store sizes and ratios.
 [[nodiscard]] constexpr std::uint64_t PackPair(std::int32_t high, std::int32_t low) {
   return std::uint64_t{static_cast<std::uint32_t>(high)} << 32 | static_cast<std::uint32_t>(low);
 }
 
-// Bytes of an NV12 picture that the encoder gets: width * height * 3 / 2, computed in 32 bits.
+// Bytes of the NV12 picture that the encoder receives: width * height * 3 / 2, computed with 32-bit integers.
 [[nodiscard]] constexpr std::uint32_t Nv12Size(std::int32_t width, std::int32_t height) {
   return static_cast<std::uint32_t>(width) * static_cast<std::uint32_t>(height) * 3 / 2;
 }
 
-// Bytes of memory that the conversion to NV12 needs: at least Nv12Size, and more for odd sizes. 0 if a size
-// is 0 or less.
+// Bytes of memory that the conversion to NV12 needs, which is more than Nv12Size. 0 if the width or the
+// height is 0 or less.
 [[nodiscard]] std::size_t Nv12Capacity(std::int32_t width, std::int32_t height);
 
 }  // namespace vlk::agent

@@ -26,7 +26,7 @@ class [[nodiscard]] FoundEncoders {
   }
   FoundEncoders(const FoundEncoders&) = delete;
   FoundEncoders& operator=(const FoundEncoders&) = delete;
-  // Null if the search found none.
+  // Null if the search found no encoder.
   IMFActivate* first() const { return count_ == 0 ? nullptr : found_[0]; }
 
  private:

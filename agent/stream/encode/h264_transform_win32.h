@@ -1,4 +1,4 @@
-// Sets up an H.264 encoder of Media Foundation when a session opens. Included by _win32.cpp files alone.
+// Sets up an H.264 encoder of Media Foundation when a session opens. For Windows files only.
 #pragma once
 
 #include <windows.h>
@@ -21,20 +21,22 @@ using Microsoft::WRL::ComPtr;
 void LogEncoder(const char* message, HRESULT code);
 
 // Activates the first encoder from NV12 to H.264 that a search with the flags (MFT_ENUM_FLAG_...) finds. If
-// the search finds none, `transform` is unchanged; if the activation fails, it is null. Both give false.
+// the search finds none, `transform` is unchanged; if the activation fails, it is null. The result is false
+// in both cases.
 [[nodiscard]] bool ActivateEncoder(UINT32 flags, ComPtr<IMFTransform>& transform);
 
-// Null without memory.
+// Make the media types of the encoder's output and input. Null if memory runs out.
 [[nodiscard]] ComPtr<IMFMediaType> MakeOutputType(const H264Format& format);
 [[nodiscard]] ComPtr<IMFMediaType> MakeInputType(const H264Format& format);
 
-// Requests a constant bit rate and low latency. An encoder may refuse either; a failure is ignored.
+// Requests a constant bit rate, low latency and a quality level. A setting that the encoder refuses is
+// ignored.
 void TuneEncoder(ICodecAPI& codec_api, std::int32_t bitrate);
 
 // Asks the encoder to make the next frame a key frame.
 void RequestKeyFrame(ICodecAPI& codec_api);
 
-// Reads the parameter sets of the output type into `header`. Without any, `header` is unchanged.
+// Reads the parameter sets of the output type into `header`. If there are none, `header` stays unchanged.
 void ReadSequenceHeader(IMFTransform& transform, std::vector<std::uint8_t>& header);
 
 }  // namespace vlk::agent

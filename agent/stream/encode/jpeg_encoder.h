@@ -6,8 +6,9 @@
 
 namespace vlk::agent {
 
-// Encodes `height` top-down rows of `stride` bytes: blue, green, red and an unused byte. `quality` is passed
-// to the encoder unchanged. Empty on any failure. Callable on any thread while GDI+ is running.
+// Encodes `height` top-down rows of `stride` bytes. The bytes of a pixel are blue, green, red and an unused
+// byte. `quality` is passed to the encoder unchanged. Empty on any failure. Callable on any thread while GDI+
+// is running.
 std::vector<std::uint8_t> EncodeJpeg(const std::uint8_t* pixels, std::uint32_t width, std::uint32_t height,
                                      std::uint32_t stride, std::uint32_t quality);
 

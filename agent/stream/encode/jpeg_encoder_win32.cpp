@@ -18,8 +18,8 @@ std::vector<std::uint8_t> EncodeJpeg(const std::uint8_t* pixels, std::uint32_t w
   const std::optional<CLSID> encoder = find_image_encoder(L"image/jpeg");
   if (!encoder) return {};
 
-  // The bitmap uses the caller's memory. GDI+ takes it as writable but only reads it here. If the bitmap
-  // cannot be created, saving it fails below.
+  // The bitmap uses the caller's memory. GDI+ requires a pointer to writable memory but only reads from it
+  // here. If the bitmap cannot be created, saving it fails below.
   Gdiplus::GpBitmap* made = nullptr;
   gdip::GdipCreateBitmapFromScan0(static_cast<INT>(width), static_cast<INT>(height), static_cast<INT>(stride),
                                   PixelFormat32bppRGB, const_cast<BYTE*>(pixels), &made);
