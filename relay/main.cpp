@@ -16,7 +16,7 @@ using namespace vlk::relay;
 
 constexpr int kUsageError = 2;
 
-// The path of the database. Creates the data folder if it is missing; only its owner can open the folder.
+// Creates the data folder if it is missing, readable by its owner only, and returns the path of the database.
 std::string database_file(const std::string& data) {
   std::error_code error;
   const bool made = std::filesystem::create_directories(data, error);
@@ -25,7 +25,8 @@ std::string database_file(const std::string& data) {
   return data + "/relay.db";
 }
 
-// One line of standard input as the password. An empty line stands for a random password, which is printed.
+// Reads the password from one line of standard input. If the line is empty, makes a random password and
+// prints it.
 std::string read_password(const std::string& user) {
   std::string password;
   std::getline(std::cin, password);
@@ -59,7 +60,7 @@ int change_user(const Options& options, Store& store) {
   return 1;
 }
 
-// Adds the first representative if there is none, and prints the password.
+// If the database has no representative, adds "admin" and prints its password.
 void prepare_first_start(Store& store) {
   if (store.has_users()) return;
   const std::string password = random_password();

@@ -30,7 +30,7 @@ bool set_user(Options& options, Action action, const std::string& value, std::st
   return true;
 }
 
-// Stores the value of one option; false with a sentence in `problem` if the value is invalid.
+// Stores the value of one option. If the value is invalid, returns false and puts a sentence into `problem`.
 using Setter = std::function<bool(Options&, const std::string& value, std::string& problem)>;
 
 Setter text_option(std::string Options::*field) {
@@ -103,7 +103,7 @@ Certificate
 
 Without --cert the first start makes a self-signed certificate in the data folder, and later starts use it.
 
-Representatives (each option changes the database and exits; a running relay can continue to run)
+Representatives (each option changes the database and exits; the relay need not be stopped for it)
   --add-user NAME      add a representative
   --set-password NAME  set a representative's password and end all of the representative's log-ins
   --remove-user NAME   remove a representative
@@ -142,7 +142,7 @@ bool parse_options(const std::vector<std::string>& arguments, Options& options, 
     if (!setter->second(options, arguments[++i], problem)) return false;
   }
   if (options.certificate.empty() != options.key.empty()) {
-    problem = "--cert and --key belong together.";
+    problem = "--cert and --key must be given together.";
     return false;
   }
   if (options.updates.empty()) options.updates = options.data + "/updates";

@@ -1,4 +1,4 @@
-// Accepts connections and finds out what each is for.
+// Accepts connections and passes each request to the code for its path.
 #include "relay/server.h"
 
 #include <stdexcept>
@@ -27,10 +27,10 @@ namespace vlk::relay {
 namespace {
 
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
-constexpr std::size_t kFragment = 64 * 1024;  // bytes
-// For close frames to reach the browsers when the relay stops.
+constexpr std::size_t kFragment = 64 * 1024;  // bytes of a WebSocket frame
+// How long a stopping relay waits until its close frames have reached the browsers.
 constexpr std::chrono::milliseconds kStopDelay{300};
-// After a failure to accept, for instance because no file descriptor is free.
+// The pause after a failed accept, for instance when no file descriptor is free.
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr char kAgentProtocol[] = "vantelink.v1";
 constexpr char kConsoleProtocol[] = "vantelink.console.v1";
@@ -177,7 +177,7 @@ asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer,
   }
 }
 
-// Each piece has its own time limit, because an installer may take minutes on a slow connection.
+// Each piece of the reply has its own time limit, because an installer may take minutes on a slow connection.
 asio::awaitable<bool> Server::write(TlsStream& stream, Reply& reply) {
   http::response_serializer<ReplyBody> rest(reply);
   while (!rest.is_done()) {
@@ -196,7 +196,7 @@ asio::awaitable<void> Server::refuse(TlsStream& stream, beast::error_code error)
   HttpStatus status = HttpStatus::bad_request;
   if (error == http::error::body_limit) status = HttpStatus::payload_too_large;
   if (error == http::error::header_limit) status = HttpStatus::request_header_fields_too_large;
-  Reply reply = error_reply(request, status, "The relay cannot read that request: " + error.message() + '.');
+  Reply reply = error_reply(request, status, "The relay cannot read the request: " + error.message() + '.');
   beast::get_lowest_layer(stream).expires_after(limits_.handshake);
   co_await write(stream, reply);
   co_await stream.async_shutdown(kAsTuple);
@@ -222,7 +222,7 @@ std::optional<Server::Caller> Server::admit(const Request& request, const std::s
   }
   if (!same_origin(request)) {
     log_.write(peer, "", "refused a browser's WebSocket from another origin");
-    refusal = error_reply(request, HttpStatus::forbidden, "That request came from another site.");
+    refusal = error_reply(request, HttpStatus::forbidden, "The request came from another site.");
     return std::nullopt;
   }
   auto login = api_.login_of(request);

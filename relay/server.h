@@ -1,4 +1,4 @@
-// The relay's server: one TLS port, and what each path on it leads to.
+// The relay's server: listens on one TLS port and serves each path on it.
 #pragma once
 
 #include <optional>
@@ -27,7 +27,7 @@ class Server {
     std::string updates;      // folder of the agents' updates; need not exist
     CertificateFiles certificate;
   };
-  // Starts to listen. `store`, `log` and `limits` outlive the server. Throws std::runtime_error with a
+  // Opens the port. `store`, `log` and `limits` outlive the server. Throws std::runtime_error with a
   // sentence for the operator.
   Server(const Settings& settings, Store& store, const Log& log, const Limits& limits);
 
@@ -44,17 +44,17 @@ class Server {
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);
   boost::asio::awaitable<void> serve_requests(TlsStream stream, std::string peer, std::string source);
-  // False when the peer read nothing for too long, or is gone.
+  // Sends the reply. Returns false if the peer read nothing for too long or has disconnected.
   [[nodiscard]] boost::asio::awaitable<bool> write(TlsStream& stream, Reply& reply);
   boost::asio::awaitable<void> refuse(TlsStream& stream, boost::beast::error_code error);
   boost::asio::awaitable<Reply> answer(const Request& request, const std::string& peer,
                                        const std::string& source);
-  // Who asks for an upgrade to a WebSocket: an agent, or the browser of a log-in.
+  // The sender of an upgrade request: an agent, or a browser with a valid log-in.
   struct Caller {
     bool agent = false;
-    HttpApi::Login login;  // of a browser
+    HttpApi::Login login;  // for a browser only
   };
-  // Nothing if the upgrade is refused; `refusal` is then the reply.
+  // Checks an upgrade request. If it is refused, returns nothing and puts the reply into `refusal`.
   [[nodiscard]] std::optional<Caller> admit(const Request& request, const std::string& peer, Reply& refusal);
   // Completes the upgrade and serves the WebSocket until its connection ends.
   boost::asio::awaitable<void> serve_upgrade(TlsStream stream, Request request, Caller caller,

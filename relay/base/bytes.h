@@ -1,4 +1,4 @@
-// Byte arrays and the reading of big-endian numbers from them.
+// Byte arrays, and a reader of the big-endian numbers in them.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,8 @@ namespace vlk::relay {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Reads big-endian numbers and byte runs in order. A read past the end returns nothing and consumes nothing.
+// Reads big-endian numbers and runs of bytes, one after the other. A read past the end returns nothing and
+// consumes nothing.
 class ByteReader {
  public:
   // The bytes must outlive the reader.

@@ -15,16 +15,16 @@ using LogSink = std::function<void(std::string_view)>;
 // The sink that writes to standard error.
 [[nodiscard]] LogSink standard_error_sink();
 
-// At most 400 bytes of `text`, with a space in place of each control character, so that a peer cannot forge a
-// second line.
+// Returns at most 400 bytes of `text`, with a space in place of each control character, so that a peer's text
+// cannot add a forged line to the log.
 [[nodiscard]] std::string one_line(std::string_view text);
 
 class Log {
  public:
   explicit Log(LogSink sink) : sink_(std::move(sink)) {}
 
-  // `peer` is the address with port, `agent` the agent's id; either may be empty. To be called by one thread
-  // at a time.
+  // Writes one line. `peer` is the address with port, `agent` the agent's id; either may be empty. To be
+  // called by one thread at a time.
   void write(std::string_view peer, std::string_view agent, std::string_view text) const;
 
  private:

@@ -1,4 +1,4 @@
-// Random secrets, their hashes, and password hashing, implemented with libsodium.
+// Random secrets, hashes of secrets, and password hashing, implemented with libsodium.
 #include "relay/base/secrets.h"
 
 #include <stdexcept>

@@ -17,7 +17,7 @@ std::string without_controls(std::string text) {
 std::string_view cut_utf8(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
   std::size_t end = limit;
-  // 10xxxxxx: the second or a later byte of a sequence.
+  // A byte 10xxxxxx is the second or a later byte of a sequence.
   while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
     --end;
   return text.substr(0, end);

@@ -19,10 +19,10 @@ namespace vlk::relay {
 
 [[nodiscard]] bool has_control(std::string_view text);
 
-// `text` with a space in place of each control character.
+// Returns `text` with a space in place of each control character.
 [[nodiscard]] std::string without_controls(std::string text);
 
-// `text` cut to at most `limit` bytes, never inside a UTF-8 sequence.
+// Returns `text` shortened to at most `limit` bytes, never in the middle of a UTF-8 sequence.
 [[nodiscard]] std::string_view cut_utf8(std::string_view text, std::size_t limit);
 
 }  // namespace vlk::relay

@@ -6,12 +6,13 @@
 
 namespace vlk::relay {
 
-// A member of classes that live on the relay's one thread. The first check() remembers its thread; each later
-// one asserts that the thread is the same. Without effect in release builds (NDEBUG).
+// A member of each class that is used only on the relay's one thread. The first call of check() remembers the
+// calling thread; each later call asserts that the thread is the same. In release builds (NDEBUG) it does
+// nothing.
 class ThreadChecker {
  public:
 #ifdef NDEBUG
-  ThreadChecker() {}  // without it, GCC demands an initializer for each const member of this type
+  ThreadChecker() {}  // without this constructor, GCC demands an initializer for each const member
   void check() const {}
 #else
   void check() const {

@@ -1,4 +1,4 @@
-// The relay's version, stated once. See docs/versioning.md for when to raise it.
+// The relay's version; no other source file states it. See docs/versioning.md for when to raise it.
 #pragma once
 
 namespace vlk::relay {

@@ -1,4 +1,4 @@
-// Emulation prevention: a 3 is inserted after two zeros if the next byte is below 4.
+// Emulation prevention: after two bytes 0, a byte 3 is inserted if the next byte is below 4.
 #include "relay/h264/bits.h"
 
 namespace vlk::relay {

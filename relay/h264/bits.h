@@ -1,4 +1,5 @@
-// Reads and writes the bits of H.264 headers, most significant first (ITU-T H.264, 7.2, 7.4.1 and 9.1).
+// Reads and writes the bits of H.264 headers, the most significant bit first (ITU-T H.264, 7.2, 7.4.1
+// and 9.1).
 #pragma once
 
 #include <cstddef>
@@ -10,13 +11,13 @@
 
 namespace vlk::relay {
 
-// Reads bits. After a read past the end, or a number over 32 bits, the reader has failed and returns zeros.
+// Reads bits. After a read past the end, or a number over 32 bits, failed() is true and each read returns 0.
 class BitReader {
  public:
   // The bytes must outlive the reader.
   explicit BitReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
 
-  // Up to 32 bits.
+  // Reads a number of `count` bits, at most 32.
   std::uint32_t bits(unsigned count) {
     std::uint32_t value = 0;
     for (unsigned i = 0; i < count; ++i)
@@ -24,7 +25,7 @@ class BitReader {
     return value;
   }
 
-  // An Exp-Golomb number, ue(v). se(v) has the same bits.
+  // Reads an Exp-Golomb number, ue(v). The signed form, se(v), has the same bits.
   std::uint32_t golomb() {
     unsigned zeros = 0;
     while (!failed_ && bit() == 0) {
@@ -34,7 +35,7 @@ class BitReader {
   }
 
   [[nodiscard]] bool failed() const { return failed_; }
-  [[nodiscard]] std::size_t left() const { return bytes_.size() * 8 - at_; }  // bits
+  [[nodiscard]] std::size_t left() const { return bytes_.size() * 8 - at_; }  // bits not read yet
 
  private:
   std::uint32_t bit() {
@@ -62,7 +63,7 @@ class BitWriter {
     }
   }
 
-  // `value` is below 2^32 - 1.
+  // Writes `value` as ue(v). It must be below 2^32 - 1.
   void golomb(std::uint32_t value) {
     unsigned zeros = 0;
     while (zeros < 31 && (value + 1) >> (zeros + 1) != 0)
@@ -79,11 +80,11 @@ class BitWriter {
 
  private:
   Bytes bytes_;
-  std::size_t used_ = 0;  // bits
+  std::size_t used_ = 0;  // bits written
 };
 
-// Remove and insert the emulation prevention bytes of a unit. `unit` may also begin after the header byte,
-// which is never 0.
+// Remove and insert the emulation prevention bytes of a unit. `unit` may begin with the header byte or after
+// it, because the header byte is never 0.
 [[nodiscard]] Bytes without_emulation_bytes(std::span<const std::uint8_t> unit);
 [[nodiscard]] Bytes with_emulation_bytes(std::span<const std::uint8_t> unit);
 

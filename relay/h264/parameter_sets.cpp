@@ -1,5 +1,5 @@
-// Copies sequence parameter sets field by field. The names of fields are those of ITU-T H.264, 7.3.2.1.1 and
-// E.1.
+// Copies sequence parameter sets field by field. Fields have the names that ITU-T H.264, 7.3.2.1.1 and E.1,
+// give them.
 #include "relay/h264/parameter_sets.h"
 
 #include <algorithm>
@@ -22,14 +22,14 @@ constexpr std::uint32_t kBt709Primaries = 1;
 constexpr std::uint32_t kSrgbTransfer = 13;
 constexpr std::uint32_t kBt601Matrix = 6;
 
-// The exponent of a power of two, in quarter pixels. No level allows longer vectors.
+// The value of both log2_max_mv_length fields: no level allows motion vectors over 2^15 quarter pixels.
 constexpr std::uint32_t kLongestVector = 15;
 
 // Profiles whose parameter sets have the chroma fields.
 constexpr std::array<std::uint32_t, 13> kHighProfiles = {100, 110, 122, 244, 44,  83, 86,
                                                          118, 128, 138, 139, 134, 135};
 
-// Reads fields and writes each one as it was read.
+// Reads fields and writes each field unchanged.
 class Copier {
  public:
   explicit Copier(std::span<const std::uint8_t> payload) : in(payload) {}
@@ -55,7 +55,8 @@ void copy_scaling_list(Copier& copier, int size) {
   int next = 8;
   for (int i = 0; i < size && next != 0 && !copier.in.failed(); ++i) {
     const std::uint32_t code = copier.golomb();
-    // se(v): 1, -1, 2, -2 and so on. The sum is taken modulo 256, also for differences that are out of range.
+    // In se(v), the codes 1, 2, 3, 4 mean 1, -1, 2, -2. H.264 adds the difference modulo 256, so a difference
+    // that is out of range needs no check.
     const auto half = static_cast<int>(code / 2 % 256);
     next = (last + (code % 2 == 1 ? half + 1 : -half) + 256) % 256;
     if (next != 0) last = next;
@@ -75,7 +76,7 @@ void copy_chroma(Copier& copier) {
   }
 }
 
-// False if a field is out of range.
+// Copies the fields of the picture order. Returns false if a field is out of range.
 bool copy_picture_order(Copier& copier) {
   const std::uint32_t pic_order_cnt_type = copier.golomb();
   if (pic_order_cnt_type > 2) return false;
@@ -111,7 +112,7 @@ bool copy_hrd(Copier& copier) {
     copier.golomb();
     copier.bits(1);
   }
-  copier.bits(20);  // the lengths of four fields
+  copier.bits(20);  // the lengths of four other fields
   return true;
 }
 
@@ -131,7 +132,8 @@ void skip_colours(BitReader& in) {
   if (in.bits(1) != 0) in.bits(24);
 }
 
-// The fields between the colours and the bitstream restriction. False if one is out of range.
+// Copies the fields between the colours and the bitstream restriction. Returns false if a field is out of
+// range.
 bool copy_timing(Copier& copier) {
   if (copier.flag()) {  // chroma_loc_info_present_flag
     copier.golomb();
@@ -206,7 +208,7 @@ void write_vui(BitWriter& out, bool in_order, std::uint32_t max_num_ref_frames) 
   }
 }
 
-// True if only the stop bit and its padding are left.
+// True if all is read except the stop bit and its padding.
 bool at_end(BitReader& in) {
   if (in.failed() || in.left() == 0 || in.left() > 8) return false;
   const auto left = static_cast<unsigned>(in.left());

@@ -14,13 +14,13 @@ namespace {
 using View = std::span<const std::uint8_t>;
 
 constexpr std::size_t kStartCode = 3;  // bytes: 0, 0, 1
-// Bytes of a slice that hold its first two numbers.
+// The number of bytes at the start of a slice that contain its first two numbers.
 constexpr std::size_t kSliceHead = 16;
-constexpr std::uint32_t kBSlice = 1;  // a value of slice_type modulo 5
+constexpr std::uint32_t kBSlice = 1;  // slice_type modulo 5 of a B slice
 
 enum UnitType : std::uint8_t { kSlice = 1, kSlicePartitionA = 2, kParameterSet = 7 };
 
-// The offset of the first start code at or after `from`; the size of `bytes` if there is none.
+// The offset of the first start code at or after `from`. If there is none, the size of `bytes`.
 std::size_t next_start_code(View bytes, std::size_t from) {
   while (from + kStartCode <= bytes.size()) {
     const auto* found =
@@ -48,7 +48,7 @@ bool is_b_slice(View unit) {
   return reader.golomb() % 5 == kBSlice && !reader.failed();
 }
 
-// Calls `act` with the offset and the bytes of each unit, without trailing zeros.
+// Calls `act` with the offset and the bytes of each unit. The bytes do not include trailing zeros.
 template <class Act>
 void each_unit(View bytes, Act act) {
   std::size_t at = next_start_code(bytes, 0);
@@ -83,7 +83,7 @@ bool H264Stream::complete(Bytes& message, std::size_t start) {
   promised_ = false;
   Bytes out(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(start));
   out.reserve(message.size() + 64);
-  std::size_t copied = 0;  // bytes of `stream`
+  std::size_t copied = 0;  // offset up to which `stream` was copied or replaced
   const auto copy_to = [&](std::size_t end) {
     out.insert(out.end(), stream.begin() + static_cast<std::ptrdiff_t>(copied),
                stream.begin() + static_cast<std::ptrdiff_t>(end));

@@ -10,14 +10,14 @@ namespace vlk::relay {
 class H264Stream {
  public:
   // Completes the parameter sets of the Annex B stream in `message`, from `start` to the end. Other content,
-  // for instance a JPEG file, stays unchanged. Until a B slice was seen, the sets promise that pictures
-  // arrive in the order in which they are shown. False, once, when a slice breaks that promise: decoders then
-  // need a new key frame.
+  // for instance a JPEG file, stays unchanged. Until a B slice was seen, the completed sets declare that
+  // pictures arrive in the order in which they are shown. Returns false for the first message whose slice
+  // contradicts this declaration: decoders then need a new key frame. Otherwise returns true.
   [[nodiscard]] bool complete(Bytes& message, std::size_t start);
 
  private:
   bool reordered_ = false;  // a B slice was seen
-  bool promised_ = false;   // the last parameter set promised pictures in order
+  bool promised_ = false;   // the last parameter set declared that pictures are in order
 };
 
 }  // namespace vlk::relay

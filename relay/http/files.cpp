@@ -1,4 +1,4 @@
-// Serves files of a folder by their names.
+// Serves the files of a folder by their names.
 #include "relay/http/files.h"
 
 #include <array>
@@ -25,7 +25,7 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 8> kContentT
     {".webmanifest", "application/manifest+json"},
 }};
 
-// Empty for file types that the console does not use.
+// The content type of a file. Empty for file types that the console does not use.
 std::string_view content_type(const std::filesystem::path& path) {
   for (const auto& [ending, type] : kContentTypes) {
     if (path.extension() == ending) return type;
@@ -33,8 +33,8 @@ std::string_view content_type(const std::filesystem::path& path) {
   return {};
 }
 
-// True for paths of letters, digits, "-", "_" and "." in which no component begins with a dot. They contain
-// no "..", no escapes and no hidden files, so they cannot name anything outside the folder.
+// True for paths of letters, digits, "/", "-", "_" and "." in which no component begins with a dot. Without
+// ".." and escapes, a path cannot name anything outside the folder; hidden files are excluded too.
 bool plain_path(std::string_view path) {
   if (path.empty() || path.front() != '/') return false;
   char before = 0;
@@ -47,7 +47,7 @@ bool plain_path(std::string_view path) {
   return true;
 }
 
-// The file, or a reply that there is none. An empty path or type means that there is none.
+// A reply with the file, or with an error if there is no such file. An empty path or type counts as no file.
 Reply reply_with(const std::filesystem::path& file, std::string_view type, const Request& request) {
   if (request.method() != http::verb::get && request.method() != http::verb::head) {
     Reply reply = error_reply(request, HttpStatus::method_not_allowed, "Files can only be read.");

@@ -1,4 +1,4 @@
-// Serves files: those of the console, and the updates for agents.
+// Serves the console's files and the updates for agents.
 #pragma once
 
 #include <string>
@@ -8,15 +8,15 @@
 
 namespace vlk::relay {
 
-// The file of `folder` that the request's target names ("/" names index.html), or a reply that says what is
-// wrong. Only plain names without a leading dot are accepted, so no name leaves the folder.
+// Replies with the file of `folder` that the request's target names ("/" names index.html), or with an error.
+// Only plain names without a leading dot are accepted, so no file outside the folder can be requested.
 [[nodiscard]] Reply serve_file(const std::string& folder, const Request& request);
 
-// True for the paths of updates: the manifest /version.json, and everything under /download/.
+// True if the path is that of the update manifest, /version.json, or is under /download/.
 [[nodiscard]] bool names_update(std::string_view path);
 
-// The manifest or the file of `folder` that the target names, or a reply that says what is wrong. Names
-// follow the same rule, and files in subfolders are not served.
+// Replies with the manifest or with the file of `folder` that the target names, or with an error. The rule
+// for names is that of serve_file. Files in subfolders are not served.
 [[nodiscard]] Reply serve_update(const std::string& folder, const Request& request);
 
 }  // namespace vlk::relay

@@ -14,7 +14,8 @@ namespace {
 
 constexpr std::size_t kPiece = 64 * 1024;  // bytes of a file that are in memory at once
 
-// Allows scripts, styles and connections from the relay only, and images also from the page's memory.
+// Allows the page to load scripts, styles and images from the relay and to connect to it, not to other hosts.
+// Images may also be made by the page itself (blob:).
 constexpr char kContentPolicy[] =
     "default-src 'self'; img-src 'self' blob:; object-src 'none'; base-uri 'none'; "
     "form-action 'self'; frame-ancestors 'none'";
@@ -35,7 +36,7 @@ boost::optional<std::pair<ReplyBody::writer::const_buffers_type, bool>> ReplyBod
   if (!body_.file.is_open()) return {{boost::asio::buffer(body_.text), false}};
   piece_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, left_)));
   const std::size_t size = body_.file.read(piece_.data(), piece_.size(), error);
-  // The file was shortened after its length was sent in the header.
+  // The file was shortened after the header with its length was sent.
   if (size == 0 && left_ > 0 && !error) error = http::error::partial_message;
   left_ -= size;
   return {{boost::asio::buffer(piece_.data(), size), left_ > 0}};

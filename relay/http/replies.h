@@ -1,4 +1,4 @@
-// HTTP requests and replies. Small bodies are held whole in memory, files one piece at a time.
+// HTTP requests and replies. Text bodies are in memory as a whole; files are read one piece at a time.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ namespace vlk::relay {
 using Request = boost::beast::http::request<boost::beast::http::string_body>;
 using HttpStatus = boost::beast::http::status;
 
-// Text, or an open file of which only the piece being sent is in memory.
+// The body of a reply: text, or an open file. Of a file, only the piece being sent is in memory.
 struct ReplyBody {
   struct value_type {
     std::string text;
@@ -28,7 +28,7 @@ struct ReplyBody {
   };
   static std::uint64_t size(const value_type& body) { return body.text.size() + body.file_size; }
 
-  // Gives the serializer one piece after the other.
+  // Passes the pieces of the body to the serializer, one after the other.
   class writer {
    public:
     using const_buffers_type = boost::asio::const_buffer;
@@ -56,11 +56,11 @@ using Reply = boost::beast::http::response<ReplyBody>;
 // The path of the request's target, without its query.
 [[nodiscard]] std::string_view path_of(const Request& request);
 
-// The value of a cookie; empty if there is none.
+// The value of the request's cookie `name`; empty if the request does not have this cookie.
 [[nodiscard]] std::string cookie(const Request& request, std::string_view name);
 
-// False if the request's Origin header names another host than the request was sent to: a page of another
-// site made the request.
+// False if the request's Origin header names a different host from its Host header. Such a request was made
+// by a page of another site.
 [[nodiscard]] bool same_origin(const Request& request);
 
 }  // namespace vlk::relay

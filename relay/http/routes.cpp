@@ -21,13 +21,13 @@ Reply json_reply(const Request& request, const nlohmann::json& body) {
   return make_reply(request, HttpStatus::ok, "application/json", dump(body));
 }
 
-// The JSON object in the request's body; null if there is none.
+// The JSON object in the request's body; null if the body is not a JSON object.
 nlohmann::json body_of(const Request& request) {
   nlohmann::json body = nlohmann::json::parse(request.body(), nullptr, false);
   return body.is_object() ? body : nlohmann::json();
 }
 
-// A text of the body in full length; text_field would cut it.
+// The text under `key` in full length; text_field would shorten it to 200 bytes.
 std::string whole_text(const nlohmann::json& body, const char* key) {
   if (!body.is_object()) return {};
   const auto found = body.find(key);
@@ -60,7 +60,7 @@ asio::awaitable<Reply> HttpApi::answer(const Request& request, std::string peer,
   }
   log_.write(peer, "", problem);
   co_return error_reply(request, HttpStatus::internal_server_error,
-                        "The relay could not do that; its log says why.");
+                        "The relay could not carry out the request; its log says why.");
 }
 
 asio::awaitable<Reply> HttpApi::route(const Request& request, const std::string& peer,
@@ -69,7 +69,7 @@ asio::awaitable<Reply> HttpApi::route(const Request& request, const std::string&
   const bool get = request.method() == http::verb::get;
   const bool post = request.method() == http::verb::post;
   if (!get && !same_origin(request)) {
-    co_return error_reply(request, HttpStatus::forbidden, "That request came from another site.");
+    co_return error_reply(request, HttpStatus::forbidden, "The request came from another site.");
   }
   if (target == "/api/login" && post) co_return co_await log_in(request, peer, source);
   const auto login = login_of(request);
@@ -114,8 +114,8 @@ void HttpApi::count_failure(const std::string& user, const std::string& source) 
   failures_by_address_.add(source, now);
 }
 
-// Takes back the failure that was counted in advance, and all failures of this name from this address.
-// Failures of other names from the address stay.
+// Removes the failure that was counted in advance, and all failures of this name from this address. The
+// failures of other names from this address remain.
 void HttpApi::count_success(const std::string& user, const std::string& source) {
   failures_by_name_.forget(user + '\n' + source);
   failures_by_address_.take_back(source);
@@ -134,15 +134,15 @@ asio::awaitable<Reply> HttpApi::log_in(const Request& request, const std::string
     co_return error_reply(request, HttpStatus::too_many_requests,
                           "Too many failed log-ins. Wait ten minutes and try again.");
   }
-  // Counted in advance, so that many attempts at once are counted too, and taken back by a success.
+  // A failure is counted before the password is verified, so that simultaneous attempts cannot pass the
+  // limit. A success removes it again.
   count_failure(user, source);
   const auto stored = store_.password_hash(user);
   const bool right = co_await verify(stored.value_or(no_user_hash_), password);
   if (!stored || !right) {
     parts_.audit.write({"login-failed", user, "", peer, ""});
     log_.write(peer, "", "wrong name or password for \"" + user + "\"");
-    co_return error_reply(request, HttpStatus::unauthorized,
-                          "That name and password do not belong together.");
+    co_return error_reply(request, HttpStatus::unauthorized, "The name or the password is wrong.");
   }
   count_success(user, source);
   const std::string token = random_token(kTokenBytes);

@@ -1,4 +1,4 @@
-// The console's JSON requests: log-in, password, the list of machines.
+// Answers the console's JSON requests: log-in, password, the list of machines.
 #pragma once
 
 #include <optional>
@@ -16,14 +16,14 @@ namespace vlk::relay {
 
 inline constexpr char kLoginCookie[] = "vantelink_session";
 
-// Used on the relay's one thread. Passwords are hashed on a second thread, because each takes 0.1 s.
+// Used on the relay's one thread. Passwords are hashed on a second thread, because a hash takes 0.1 s.
 class HttpApi {
  public:
   // The arguments outlive this.
   HttpApi(Parts& parts, Store& store, const Log& log, const Limits& limits);
 
-  // Answers a request whose target begins with /api/. `peer` is the address with port, `source` the address
-  // without.
+  // Answers a request whose target begins with /api/. `peer` is the browser's address with port, `source`
+  // its address without the port.
   [[nodiscard]] boost::asio::awaitable<Reply> answer(const Request& request, std::string peer,
                                                      std::string source);
 
@@ -31,7 +31,8 @@ class HttpApi {
     std::string user;
     Bytes token_hash;
   };
-  // The log-in that the request's cookie belongs to; nothing without a valid one. Throws DatabaseError.
+  // The log-in that the request's cookie belongs to; nothing if there is no valid cookie. Throws
+  // DatabaseError.
   [[nodiscard]] std::optional<Login> login_of(const Request& request);
 
  private:
@@ -55,7 +56,8 @@ class HttpApi {
   const Limits& limits_;
   RateCounter failures_by_name_;
   RateCounter failures_by_address_;
-  const std::string no_user_hash_;  // compared for unknown names, so that the time does not show which exist
+  // Used to verify passwords for unknown names, so that the time taken does not show which names exist.
+  const std::string no_user_hash_;
   boost::asio::thread_pool pool_{1};
 };
 

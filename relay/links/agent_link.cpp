@@ -1,5 +1,5 @@
-// The relay's side of an agent's connection. The agent reads messages only after those that came with its
-// upgrade, so nothing is sent before its hello.
+// The relay's side of an agent's connection. Bytes that arrive together with the upgrade response are handled
+// by the agent only after its next read, so the relay sends nothing before the agent's hello.
 #include "relay/links/agent_link.h"
 
 #include <utility>
@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::size_t kIdBytes = 16;
 constexpr std::size_t kSecretBytes = 32;
-// Shorter than usual: after a refused log-in the agent forgets its identity and connects again to enrol.
+// Shorter than the default, because after a refused log-in the agent deletes its identity and connects again
+// to enrol.
 constexpr std::chrono::milliseconds kRefusalDeadline{1000};
 
 class AgentConnection {
@@ -56,20 +57,20 @@ class AgentConnection {
  private:
   void log(const std::string& text) { context_.log.write(peer_->address, peer_->id, text); }
 
-  // One dropped message is logged for each connection, so that an agent cannot fill the log.
+  // Logs only the first dropped message of each connection, so that an agent cannot fill the log.
   void log_once(const std::string& text) {
     if (text.empty() || std::exchange(drop_logged_, true)) return;
     log(text);
   }
 
-  // Sends a message to the browser that owns its session. While that browser does not read, the agent is not
-  // read either: its blocking writes slow it down, and the relay's memory stays bounded.
+  // Sends a message to the browser that owns its session. While that browser does not read, the relay does
+  // not read from the agent. The agent's writes then block, and the relay's memory stays bounded.
   asio::awaitable<void> forward(const Route& route, Bytes message) {
     if (route.key_frame_needed) request_key_frame(route.header.session);
     route.to->send_binary(std::make_shared<const Bytes>(std::move(message)), route.header.session);
     if (!route.to->full()) co_return;
     peer_->paused = true;
-    // Not longer than the session lasts: a machine must become free when its browser was too slow.
+    // The wait ends with the session, so that a machine can be used again after its browser was too slow.
     while (route.to->full() && !route.to->closing() && parts_.sessions.find(route.header.session))
       co_await route.to->wait_for_change();
     peer_->paused = false;
@@ -77,7 +78,7 @@ class AgentConnection {
   }
 
   void request_key_frame(std::uint32_t session) {
-    log("frames of its H.264 stream are out of order");
+    log("the H.264 stream has reordered pictures; a key frame is requested");
     channel_.send_binary(json_envelope(Msg::KeyframeRequest, session, "{}"));
   }
 
@@ -135,8 +136,8 @@ class AgentConnection {
         Msg::Error, 0, std::string("{\"code\":\"") + code + "\",\"message\":\"" + message + "\"}"));
   }
 
-  // Sends an error and keeps the connection open for a while: the agent connects again half a second after
-  // each close.
+  // Sends an error and keeps the connection open for a while, because the agent connects again half a second
+  // after each close.
   void hold_back(const char* code, const char* message) {
     send_error(code, message);
     peer_->refused = true;
@@ -163,7 +164,7 @@ class AgentConnection {
   void log_in(const nlohmann::json& fields) {
     const std::string id = text_field(fields, "agent_id");
     const auto stored = context_.store.agent_secret_hash(id);
-    // Compared for unknown agents too, so that the time does not show which ids exist.
+    // The secret is compared for unknown agents too, so that the time does not show which ids exist.
     const bool same = same_hash(stored.value_or(Bytes(32)), hash_secret(text_field(fields, "secret")));
     const AgentRecord* known = parts_.machines.find(id);
     if (!stored || !same || !known) return refuse_log_in(id, known ? "wrong secret" : "unknown");
@@ -175,7 +176,7 @@ class AgentConnection {
 
   void refuse_log_in(const std::string& id, const char* why) {
     log("log-in refused for agent \"" + id + "\": " + why);
-    // Anybody can cause these rows, and each write waits for the disk.
+    // The number of rows is limited, because anybody can cause them and each write waits for the disk.
     if (!context_.refusals.exhausted(source_, Clock::now())) {
       context_.refusals.add(source_, Clock::now());
       parts_.audit.write({"agent-refused", "", id, peer_->address, why});
@@ -200,7 +201,7 @@ class AgentConnection {
   AgentContext& context_;
   Parts& parts_;
   WebSocketLink& link_;
-  Channel& channel_;  // of peer_
+  Channel& channel_;  // the channel of peer_
   const std::shared_ptr<AgentPeer> peer_;
   const std::string source_;
   bool greeted_ = false;

@@ -22,13 +22,13 @@ struct AgentContext {
   Store& store;
   const Log& log;
   const Limits& limits;
-  // Both by address.
+  // Both count by address.
   RateCounter& enrolments;
-  RateCounter& refusals;  // of log-ins; further ones leave no row in the audit trail
+  RateCounter& refusals;  // refused log-ins; beyond the limit they are not written to the audit trail
 };
 
-// Serves one agent until its connection ends. `address` has the port; `source` is the address by which
-// enrolments and refusals are counted.
+// Serves one agent until its connection ends. `address` includes the port; `source` is the address without
+// it, by which enrolments and refusals are counted.
 [[nodiscard]] boost::asio::awaitable<void> serve_agent(AgentContext& context,
                                                        std::shared_ptr<WebSocketLink> link,
                                                        std::string address, std::string source);

@@ -38,7 +38,7 @@ class ConsoleConnection {
       } else {
         co_await forward(std::move(incoming->bytes));
       }
-      // The browser is not read further until it has read the answers.
+      // The next message is read only when the queue of messages to this browser is not full.
       co_await channel_.wait_for_room();
       peer_->paused = false;
       channel_.count_as_heard(Clock::now());
@@ -64,15 +64,15 @@ class ConsoleConnection {
   }
 
   void control(const Bytes& text) {
-    if (text.size() > limits_.control_message) return refuse("That message is too long.");
+    if (text.size() > limits_.control_message) return refuse("The message is too long.");
     const nlohmann::json message = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
-    if (!message.is_object()) return refuse("That is not a JSON object.");
+    if (!message.is_object()) return refuse("The message is not a JSON object.");
     const std::string type = text_field(message, "type");
     if (type == "open") return open(message);
     if (type == "close") return close(message);
     if (type == "ping") return answer_ping(message);
     if (type == "transfer") return give_transfer(message);
-    refuse("That message has no known type.");
+    refuse("The message's type is unknown.");
   }
 
   void open(const nlohmann::json& message) {
@@ -114,7 +114,7 @@ class ConsoleConnection {
   Parts& parts_;
   const Limits& limits_;
   WebSocketLink& link_;
-  Channel& channel_;  // of peer_
+  Channel& channel_;  // the channel of peer_
   const std::shared_ptr<ConsolePeer> peer_;
 };
 

@@ -1,4 +1,4 @@
-// The relay's side of a browser's WebSocket, as described in docs/protocol.md.
+// The relay's side of a browser's WebSocket, as described in docs/console-protocol.md.
 #pragma once
 
 #include <memory>
@@ -13,8 +13,8 @@ namespace vlk::relay {
 
 class WebSocketLink;
 
-// Serves one browser until its connection ends. `peer` has everything but its channel. `parts` and `limits`
-// outlive the connection.
+// Serves one browser until its connection ends. All fields of `peer` except `channel` are set; this function
+// sets `channel`. `parts` and `limits` outlive the connection.
 [[nodiscard]] boost::asio::awaitable<void> serve_console(Parts& parts, const Limits& limits,
                                                          std::shared_ptr<WebSocketLink> link,
                                                          std::shared_ptr<ConsolePeer> peer);

@@ -1,5 +1,5 @@
-// Makes the self-signed certificate: ECDSA P-256, because its handshakes are cheap when all agents return at
-// once.
+// Makes the self-signed certificate. Its key is ECDSA P-256, which makes handshakes cheap when all agents
+// reconnect at once.
 #include "relay/net/certificate.h"
 
 #include <filesystem>
@@ -22,7 +22,7 @@
 namespace vlk::relay {
 namespace {
 
-// Some browsers refuse certificates with a longer lifetime.
+// The certificate's lifetime. Some browsers refuse certificates with a longer lifetime.
 constexpr long kLifeDays = 825;
 constexpr int kWarnDays = 30;
 constexpr long kDaySeconds = 24 * 3600;
@@ -82,7 +82,7 @@ Certificate make_certificate(EVP_PKEY* key, const std::vector<std::string>& host
   const std::unique_ptr<BIGNUM, Freed<BN_free>> number(BN_bin2bn(serial, sizeof serial, nullptr));
   require(number && BN_to_ASN1_INTEGER(number.get(), X509_get_serialNumber(certificate.get())) != nullptr);
   X509_set_version(certificate.get(), X509_VERSION_3);
-  // Valid from yesterday, for machines whose clock is slow.
+  // The certificate is valid from yesterday on, so that machines whose clock is slow accept it.
   X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -kDaySeconds);
   X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kLifeDays * kDaySeconds);
   X509_NAME* name = X509_get_subject_name(certificate.get());
@@ -91,8 +91,8 @@ Certificate make_certificate(EVP_PKEY* key, const std::vector<std::string>& host
                                      reinterpret_cast<const unsigned char*>(common.c_str()), -1, -1, 0) == 1);
   require(X509_set_issuer_name(certificate.get(), name) == 1);
   require(X509_set_pubkey(certificate.get(), key) == 1);
-  // Not a certificate authority: machines that trust this certificate must trust nothing that its key could
-  // sign.
+  // The certificate is not a certificate authority: machines that trust it must not trust other certificates
+  // that its key could sign.
   add_extension(certificate.get(), NID_basic_constraints, "critical,CA:FALSE");
   add_extension(certificate.get(), NID_ext_key_usage, "serverAuth");
   add_extension(certificate.get(), NID_subject_key_identifier, "hash");
@@ -101,7 +101,8 @@ Certificate make_certificate(EVP_PKEY* key, const std::vector<std::string>& host
   return certificate;
 }
 
-// Writes to a temporary name first, so that a crash leaves no incomplete file.
+// Writes a temporary file and renames it, so that a crash does not leave an incomplete file under the final
+// name.
 void write_file(const std::string& file, BIO* content, unsigned mode) {
   const std::string draft = file + ".new";
   const int descriptor = ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
@@ -156,7 +157,7 @@ CertificateFiles self_made_certificate(const std::string& data, const std::vecto
     remark = remark_on(files, hosts);
     return files;
   }
-  // The key is written first, so a key without a certificate is left by an interrupted first start and can be
+  // The key is written first, so a key without a certificate comes from an interrupted first start and can be
   // replaced. A certificate without its key may be trusted by machines already, so the operator must decide.
   if (has_certificate)
     throw std::runtime_error(files.key + " is missing, though " + files.certificate + " exists.");

@@ -1,4 +1,4 @@
-// The relay's certificate: the operator's, or a self-signed one that the first start makes.
+// The files of the relay's certificate, and the self-signed certificate that is made on the first start.
 #pragma once
 
 #include <string>
@@ -7,13 +7,14 @@
 namespace vlk::relay {
 
 struct CertificateFiles {
-  std::string certificate;  // PEM, the chain from the leaf upwards
-  std::string key;          // PEM
+  std::string certificate;  // PEM file with the chain, the relay's own certificate first
+  std::string key;          // PEM file
 };
 
-// The files in folder `data` of a self-signed certificate for `hosts` (names or addresses), "localhost" and
-// 127.0.0.1. Makes them if they are missing; only their owner can read the key. `remark` receives a sentence
-// if the existing certificate does not match `hosts` or expires soon. Throws std::runtime_error.
+// Makes a self-signed certificate in the folder `data` if it is missing, and returns its files. It is valid
+// for `hosts` (names or addresses), "localhost" and 127.0.0.1. Only the files' owner can read the key.
+// `remark` receives a sentence if an existing certificate does not match `hosts` or expires soon. Throws
+// std::runtime_error.
 [[nodiscard]] CertificateFiles self_made_certificate(const std::string& data,
                                                      const std::vector<std::string>& hosts,
                                                      std::string& remark);

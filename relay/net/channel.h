@@ -1,8 +1,8 @@
-// A peer's connection as the relay's other parts use it: the queue of outgoing messages, the end of the
-// connection, and when the peer was last heard.
+// A peer's connection as the relay's other parts use it: the queue of outgoing messages, the closing of the
+// connection, and the time when the peer last sent something.
 //
-// A Channel does no input or output. A WebSocketLink carries out what is asked of it here; tests read the
-// queue.
+// A Channel does no input or output itself. A WebSocketLink carries out the requests that are made to its
+// Channel; tests read the queue instead.
 #pragma once
 
 #include <chrono>
@@ -27,7 +27,8 @@ namespace vlk::relay {
 // WebSocket close codes (RFC 6455, 7.4.1) that the relay sends.
 enum class CloseCode : std::uint16_t { GoingAway = 1001, UnsupportedData = 1003, PolicyViolation = 1008 };
 
-// Used on the relay's one thread. Held by shared pointers; one is kept while a coroutine of the channel runs.
+// Used on the relay's one thread. Owned by shared pointers; each running coroutine of the channel holds one
+// of them.
 class Channel : public std::enable_shared_from_this<Channel> {
  public:
   struct Outgoing {
@@ -41,21 +42,22 @@ class Channel : public std::enable_shared_from_this<Channel> {
     std::chrono::milliseconds deadline{};
   };
 
-  // More than `queue_bytes` bytes in the queue count as full.
+  // The queue counts as full when it has more than `queue_bytes` bytes.
   Channel(const boost::asio::any_io_executor& executor, std::size_t queue_bytes)
       : queue_bytes_(queue_bytes), changed_(executor, Clock::time_point::max()) {}
 
-  // Queue a message; without effect when the channel is closing. discard() finds messages by `tag`; 0 means
-  // none.
+  // Put a message into the queue, unless the channel is closing. discard() finds messages by their `tag`; 0
+  // means that the message has no tag.
   void send_binary(std::shared_ptr<const Bytes> bytes, std::uint32_t tag = 0);
   void send_text(const std::string& text, std::uint32_t tag = 0);
-  // Removes the queued messages with this tag, except one that is being written.
+  // Removes the queued messages with this tag. A message that is being written is still sent.
   void discard(std::uint32_t tag);
 
-  // Closes the connection after the queue and a close frame are sent, or cuts it after `deadline`.
+  // Closes the connection after the queued messages and a close frame are sent. If they are not sent within
+  // `deadline`, calls cut().
   void close(CloseCode code, const std::string& reason,
              std::chrono::milliseconds deadline = std::chrono::seconds(2));
-  // Drops the connection at once, without a close frame.
+  // Closes the connection at once, without a close frame and without sending the queued messages.
   void cut(const std::string& reason);
   [[nodiscard]] bool closing() const { return closing_; }
   [[nodiscard]] const std::string& end_reason() const { return end_reason_; }
@@ -63,29 +65,31 @@ class Channel : public std::enable_shared_from_this<Channel> {
   [[nodiscard]] bool full() const { return queued_bytes_ > queue_bytes_; }
   // Returns when the queue is not full or the channel is closing.
   [[nodiscard]] boost::asio::awaitable<void> wait_for_room();
-  // Returns when room was made, messages were discarded or the channel began to close.
+  // Returns when the queue is no longer full, messages were discarded or the channel began to close.
   [[nodiscard]] boost::asio::awaitable<void> wait_for_change();
 
-  // Asks the peer for a sign of life, once until one arrives.
+  // Requests a ping to the peer. Does nothing if the peer has sent nothing since the previous ping.
   void ping(Clock::time_point now);
   void count_as_heard(Clock::time_point now) { last_heard_ = now; }
   [[nodiscard]] Clock::time_point last_heard() const { return last_heard_; }
-  // How long no byte of the queue could be sent; zero when nothing is queued.
+  // How long the connection has been unable to send the queued bytes; zero when nothing is queued.
   [[nodiscard]] Clock::duration write_stall(Clock::time_point now) const;
 
-  // The rest is for the connection that carries out what was asked. `act` runs after each request.
+  // The functions below are for the WebSocketLink that carries out the requests. `act` is called after each
+  // request.
   void on_request(std::function<void()> act) { act_ = std::move(act); }
   [[nodiscard]] bool has_work() const { return working_; }
   [[nodiscard]] bool is_cut() const { return cut_; }
   [[nodiscard]] bool ping_requested() const { return ping_requested_; }
   [[nodiscard]] const std::optional<CloseRequest>& close_request() const { return close_request_; }
-  // The next message to write. Its bytes count as queued until written() reports them.
+  // Removes the next message from the queue and returns it, to be written. Its bytes count as queued until
+  // written() reports them.
   [[nodiscard]] std::optional<Outgoing> take();
   void written(std::size_t bytes);
-  // The queue is empty and nothing is being written.
+  // Reports that the queue is empty and nothing is being written.
   void finished_work() { working_ = false; }
   void ping_sent() { ping_requested_ = false; }
-  // The connection ended for this reason, unless a reason is known already.
+  // Reports that the connection ended for this reason. If it is closing already, the first reason is kept.
   void end(const std::string& reason);
 
  private:
@@ -107,7 +111,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   Clock::time_point last_progress_ = Clock::now();
   Clock::time_point last_ping_{};
   std::function<void()> act_;
-  boost::asio::steady_timer changed_;  // never expires; cancelled to resume the coroutines that wait
+  boost::asio::steady_timer changed_;  // never expires; is cancelled to resume the waiting coroutines
 };
 
 }  // namespace vlk::relay

@@ -1,4 +1,4 @@
-// One WebSocket over TLS: reading, and writing what the channel holds.
+// One WebSocket over TLS: reads messages, and writes the messages in the channel's queue.
 #include "relay/net/websocket_link.h"
 
 #include <algorithm>
@@ -44,8 +44,9 @@ asio::awaitable<std::optional<WebSocketLink::Incoming>> WebSocketLink::read() {
   const auto self = shared_from_this();
   Incoming incoming;
   do {
-    // Read in chunks, so that each part of a long message on a slow connection counts as a sign of life, and
-    // so that memory grows with the bytes received and not with the length in a frame's header.
+    // Messages are read in chunks for two reasons. Each part of a long message on a slow connection shows
+    // that the peer is connected, and memory grows with the bytes received, not with the length in a frame's
+    // header.
     auto buffer = asio::dynamic_buffer(incoming.bytes);
     const auto [error, size] = co_await stream_.async_read_some(buffer, kReadChunk, kAsTuple);
     if (error) {

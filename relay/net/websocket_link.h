@@ -1,4 +1,4 @@
-// One WebSocket over TLS: reads messages, and carries out what its Channel was asked to do.
+// One WebSocket over TLS: reads messages, and carries out the requests that are made to its Channel.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,8 @@ namespace vlk::relay {
 
 using TlsStream = boost::beast::ssl_stream<boost::beast::tcp_stream>;
 
-// Used on the relay's one thread. Held by shared pointers; one is kept while a coroutine of the link runs.
+// Used on the relay's one thread. Owned by shared pointers; each running coroutine of the link holds one of
+// them.
 class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
  public:
   using Stream = boost::beast::websocket::stream<TlsStream>;
@@ -29,15 +30,15 @@ class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
   };
 
   // `stream` has completed its upgrade. Messages over `fragment` bytes are sent in fragments of that size, so
-  // that progress is visible on a slow connection. More than `queue_bytes` bytes in the channel's queue count
-  // as full.
+  // that progress is visible on a slow connection. The channel's queue counts as full when it has more than
+  // `queue_bytes` bytes.
   [[nodiscard]] static std::shared_ptr<WebSocketLink> create(Stream stream, std::size_t fragment,
                                                              std::size_t queue_bytes);
 
   [[nodiscard]] const std::shared_ptr<Channel>& channel() const { return channel_; }
 
-  // The next whole message; nothing when the connection is over, for the reason in the channel's
-  // end_reason().
+  // Reads the next whole message. Returns nothing when the connection has ended; the channel's end_reason()
+  // says why.
   [[nodiscard]] boost::asio::awaitable<std::optional<Incoming>> read();
   void set_read_limit(std::size_t bytes) { stream_.read_message_max(bytes); }
 
@@ -57,7 +58,7 @@ class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
   bool pinging_ = false;
   bool socket_closed_ = false;
   bool deadline_started_ = false;
-  boost::asio::steady_timer deadline_;  // of a close
+  boost::asio::steady_timer deadline_;  // the deadline of Channel::close()
 };
 
 }  // namespace vlk::relay

@@ -10,13 +10,13 @@
 
 namespace vlk::relay {
 
-// A row that the database refuses is lost; the log says so, and the relay continues. Used on the relay's one
-// thread.
+// If the database cannot write a row, the row is lost; the log reports this, and the relay continues. Used on
+// the relay's one thread.
 class AuditTrail {
  public:
   // `store` and `log` outlive the audit trail.
   AuditTrail(Store& store, const Log& log) : store_(store), log_(log) {}
-  // Writes the notes that wait.
+  // Writes the notes that have not been written yet.
   ~AuditTrail();
   AuditTrail(const AuditTrail&) = delete;
   AuditTrail& operator=(const AuditTrail&) = delete;

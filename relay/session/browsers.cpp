@@ -1,4 +1,4 @@
-// Keeps the connected browsers.
+// The set of connected browsers, and the messages that do not belong to a session.
 #include "relay/session/browsers.h"
 
 #include <nlohmann/json.hpp>

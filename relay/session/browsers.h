@@ -1,4 +1,5 @@
-// The connected browsers of representatives: who receives the list of machines, and whose log-in has ended.
+// The connected browsers of representatives: sends them the list of machines, and closes those whose log-in
+// ended.
 #pragma once
 
 #include <cstdint>
@@ -14,32 +15,33 @@
 
 namespace vlk::relay {
 
-// The tag of list messages, of which only the newest matters. No session has this number.
+// The channel tag of the messages with the list of machines, by which a newer list replaces a queued one. No
+// session has this number, because session numbers are tags too.
 inline constexpr std::uint32_t kListTag = 0xFFFFFFFF;
 
 // Used on the relay's one thread.
 class Browsers {
  public:
-  // `log` outlives this.
+  // `log` outlives this object.
   explicit Browsers(const Log& log) : log_(log) {}
 
-  // `machines` is the list that the browser receives at once.
+  // Adds a browser and sends it the list `machines`.
   void add(const std::shared_ptr<ConsolePeer>& peer, const nlohmann::json& machines);
   void remove(const std::shared_ptr<ConsolePeer>& peer);
   [[nodiscard]] const std::set<std::shared_ptr<ConsolePeer>>& all() const { return browsers_; }
 
-  // Sends the list of machines to every browser. A list that still waits in a queue is replaced.
+  // Sends the list of machines to every browser. It replaces an older list that is still queued.
   void send_list(const nlohmann::json& machines) const;
 
-  // Tells a browser that its request was refused. `fields` is an object with further members for the
-  // console's code.
+  // Sends a browser the message that its request was refused. `fields` is an object with further members for
+  // the console's code.
   void refuse(ConsolePeer& peer, const std::string& sentence, const std::string& agent,
               const nlohmann::json& fields) const;
   void refuse(ConsolePeer& peer, const std::string& sentence, const std::string& agent = {}) const;
 
-  // Closes the browsers of a log-in that ended.
+  // Closes the connections of all browsers with this log-in, which has ended.
   void end_login(const Bytes& login);
-  // Closes the browsers of all other log-ins of this representative.
+  // Closes the connections of the representative's browsers that have another log-in than `login`.
   void end_other_logins(const std::string& representative, const Bytes& login);
   void close_all(CloseCode code, const std::string& reason);
 

@@ -1,4 +1,4 @@
-// Keeps the machines and their connections.
+// The enrolled machines and their connections.
 #include "relay/session/machines.h"
 
 #include <utility>
@@ -75,7 +75,7 @@ bool Machines::heartbeat_echo(AgentPeer& peer, std::uint32_t number, Clock::time
   thread_.check();
   if (!peer.heartbeat_open || number != peer.heartbeat_number) return false;
   peer.heartbeat_open = false;
-  // The first measurement is shown at once, later ones with the next change of the list.
+  // The first measurement causes the list to be sent; later measurements are sent with its next change.
   if (!peer.round_trip_ms) list_changed_ = true;
   peer.round_trip_ms =
       std::chrono::duration_cast<std::chrono::milliseconds>(now - peer.heartbeat_sent).count();
@@ -89,7 +89,7 @@ void Machines::record_last_seen() {
   if (!ids.empty()) touch(ids, wall_seconds(), nullptr);
 }
 
-// `peer` is whom the log names when the database fails.
+// If the database fails, the log names `peer`, or nobody if `peer` is null.
 void Machines::touch(const std::vector<std::string>& ids, std::int64_t when, const AgentPeer* peer) {
   try {
     store_.touch_agents(ids, when);

@@ -1,4 +1,4 @@
-// All parts of this folder, in the order in which each needs those before it.
+// All parts of this folder as one object. Each part uses only parts that are declared before it.
 #pragma once
 
 #include "relay/base/secrets.h"
@@ -14,7 +14,7 @@ namespace vlk::relay {
 
 // Constructed once by the server, which outlives every connection.
 struct Parts {
-  // `store`, `log` and `limits` outlive this. Throws DatabaseError.
+  // `store`, `log` and `limits` outlive this object. Throws DatabaseError.
   Parts(Store& store, const Log& log, const Limits& limits)
       : audit(store, log),
         machines(store, log),
@@ -23,8 +23,8 @@ struct Parts {
         router(sessions, transfers, audit, limits),
         watchdog(machines, browsers, sessions, audit, store, log, limits) {}
 
-  // Numbers of transfers and sessions start at random, so that a stale number from before a restart of the
-  // relay is unlikely to match a live one.
+  // The numbers of transfers and sessions start at random numbers, so that a stale number from before a
+  // restart of the relay is unlikely to match a transfer or session that exists.
   Transfers transfers{random_number()};
   AuditTrail audit;
   Machines machines;

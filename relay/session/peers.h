@@ -1,7 +1,7 @@
-// The connected peers, and the sessions between them: plain records that the parts of this folder share.
+// The connected peers and the sessions between them, as plain records that the parts of this folder share.
 //
-// A peer is owned by its connection's coroutine. It holds a Channel and no socket, so everything here can be
-// tested without a network.
+// A peer is owned by the coroutine that serves its connection. It has a Channel but no socket, so this folder
+// can be tested without a network.
 #pragma once
 
 #include <cstdint>
@@ -19,16 +19,19 @@ namespace vlk::relay {
 // The connection of an agent, logged in or not.
 struct AgentPeer {
   std::shared_ptr<Channel> channel;
-  std::string address;   // with port
-  std::string id;        // empty until the log-in
-  bool refused = false;  // an error was sent; the connection stays open for a while to delay the next attempt
-  bool paused = false;   // not being read, because a browser has not read what it was sent
-  Clock::time_point since = Clock::now();
+  std::string address;  // with port
+  std::string id;       // empty until the log-in
+  // The agent was refused and an error was sent. The connection stays open for a while to delay the next
+  // attempt.
+  bool refused = false;
+  // The relay does not read from the agent, because a browser has not read the messages that were sent to it.
+  bool paused = false;
+  Clock::time_point since = Clock::now();  // the time of the refusal or, before the log-in, of the connection
   Clock::time_point heartbeat_sent{};
-  bool heartbeat_open = false;  // sent and not echoed yet
+  bool heartbeat_open = false;  // the last heartbeat has not been echoed yet
   std::uint32_t heartbeat_number = 0;
   std::optional<std::int64_t> round_trip_ms;
-  H264Stream video;  // the stream that passes to the browser
+  H264Stream video;  // the stream that the agent sends to the browser
 };
 
 // The connection of a representative's browser.
@@ -37,14 +40,15 @@ struct ConsolePeer {
   std::string address;  // with port
   std::string representative;
   Bytes login;  // hash of the log-in's token
-  bool paused =
-      false;  // not being read, because a machine or the browser itself has not read what it was sent
+  // The relay does not read from the browser, because a machine or the browser itself has not read the
+  // messages that were sent to it.
+  bool paused = false;
   Clock::time_point login_checked = Clock::now();
 };
 
 enum class SessionState { Asked, Accepted, Ended };
 
-// A representative's session with a machine. Only Sessions changes it.
+// A representative's session with a machine. Only the class Sessions changes it.
 struct Session {
   std::uint32_t number = 0;
   std::shared_ptr<AgentPeer> agent;

@@ -1,4 +1,4 @@
-// The decisions about single messages.
+// Decides about each message: whether it is forwarded, handled by the relay, dropped or refused.
 #include "relay/session/router.h"
 
 #include <utility>
@@ -25,7 +25,8 @@ Route forward(const EnvelopeHeader& header, const std::shared_ptr<Channel>& to) 
   return {.kind = Route::Kind::Forward, .header = header, .to = to};
 }
 
-// Completes the parameter sets of a frame's H.264 stream. False when the frame breaks what they promised.
+// Completes the parameter sets of a frame's H.264 stream. Returns false if the frame contradicts what an
+// earlier parameter set declared.
 bool complete_frame(H264Stream& video, Bytes& message) {
   const std::size_t size = message.size();
   const bool in_order = video.complete(message, kEnvelopeHeaderSize + kStampSize);
@@ -48,7 +49,7 @@ Route Router::route_from_agent(AgentPeer& peer, Bytes& message) {
 
 Route Router::for_relay(const EnvelopeHeader& header, const Bytes& message) const {
   const std::string type = std::to_string(static_cast<int>(header.type));
-  // Parsed JSON takes many times its length in memory, and anybody may enrol.
+  // The size is limited because parsed JSON takes many times its length in memory, and anybody may enrol.
   if (message.size() > limits_.control_message)
     return swallow(header, "ignored an oversized message of type " + type);
   const MessageRule* rule = find_rule(header.type);
@@ -59,7 +60,7 @@ Route Router::for_relay(const EnvelopeHeader& header, const Bytes& message) cons
 Route Router::to_browser(AgentPeer& peer, const EnvelopeHeader& header, Bytes& message) {
   const Session* session = sessions_.find(header.session);
   if (!session || session->agent.get() != &peer || !session->accepted()) {
-    // Frames that were sent before the agent heard of a session's end are usual, so they are not logged.
+    // Frames are not logged, because an agent usually sends some before it receives the session's end.
     if (header.type == Msg::StreamFrame) return swallow(header);
     return swallow(header,
                    "dropped a message for session " + std::to_string(header.session) + ", which is not open");
@@ -105,7 +106,7 @@ Route Router::to_machine(const Session& session, const EnvelopeHeader& header, B
     case TransferRuling::Kind::Pass:
       break;
   }
-  // The end of an upload; that of a download never passes.
+  // This message ends an upload: a browser's end message for a download is swallowed above.
   if (header.type == Msg::FileTransferEnd) transfers_.owe(session.agent->id, {ruling.transfer}, Clock::now());
   return route;
 }

@@ -1,5 +1,5 @@
-// Decides which messages pass between machines and browsers. Every message of a peer that is logged in comes
-// through here once, and nothing else lets one pass.
+// Decides which messages pass between machines and browsers. Every message of a logged-in peer goes through
+// the router once; no message passes between a machine and a browser without it.
 #pragma once
 
 #include <cstdint>
@@ -17,34 +17,34 @@
 
 namespace vlk::relay {
 
-// What becomes of one message.
+// The decision about one message.
 struct Route {
   enum class Kind {
-    Malformed,  // not an envelope: the connection is to be closed
-    Forward,    // goes to `to`, with the session's number as its tag
-    ForRelay,   // is addressed to the relay itself
-    Swallow,    // ends here, without an answer
-    Refuse,     // ends here; the browser is told `reason`
+    Malformed,  // the message is not an envelope; the caller closes the connection
+    Forward,    // the caller sends the message to `to`
+    ForRelay,   // the message is for the relay itself
+    Swallow,    // the message is dropped without an answer
+    Refuse,     // the message is dropped, and the browser receives the error `reason`
   };
   Kind kind = Kind::Malformed;
   EnvelopeHeader header{};
   std::shared_ptr<Channel> to{};
-  std::string reason{};  // of Refuse, a sentence; of Swallow, a line for the log, often empty
-  std::string agent{};   // of Refuse: the machine's id, if the session is the browser's own
-  std::optional<std::uint32_t> transfer{};  // of Refuse: the file transfer, if the message is about one
-  bool key_frame_needed = false;            // of Forward: decoders need a key frame to go on
+  std::string reason{};  // for Refuse, a sentence; for Swallow, a line for the log or empty
+  std::string agent{};   // for Refuse: the machine's id, if the browser has this session
+  std::optional<std::uint32_t> transfer{};  // for Refuse: the number of the file transfer, if any
+  bool key_frame_needed = false;            // for Forward: the caller requests a key frame from the agent
 };
 
 // Used on the relay's one thread.
 class Router {
  public:
-  // The parts outlive this.
+  // The arguments outlive this object.
   Router(const Sessions& sessions, Transfers& transfers, AuditTrail& audit, const Limits& limits)
       : sessions_(sessions), transfers_(transfers), audit_(audit), limits_(limits) {}
 
-  // A message of a machine. The parameter sets of an H.264 frame are completed in `message`.
+  // Decides about a message of a machine. Completes the parameter sets of an H.264 frame in `message`.
   [[nodiscard]] Route route_from_agent(AgentPeer& peer, Bytes& message);
-  // A message of a browser. Requests about files are rewritten in `message`.
+  // Decides about a message of a browser. Rewrites a request about files in `message`.
   [[nodiscard]] Route route_from_browser(const ConsolePeer& peer, Bytes& message);
 
  private:

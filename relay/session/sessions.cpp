@@ -1,4 +1,4 @@
-// Carries out the transitions of sessions.
+// Changes the states of sessions, and informs browser, machine and audit trail of each change.
 #include "relay/session/sessions.h"
 
 #include <algorithm>
@@ -21,14 +21,14 @@ Sessions::Sessions(Machines& machines, Browsers& browsers, Transfers& transfers,
       last_number_(start) {}
 
 std::uint32_t Sessions::new_number() {
-  // A session's number is also the tag of its messages, so the list's tag is left out.
+  // A session's number is also the tag of its messages, so it must differ from the tag of the machine list.
   do {
     ++last_number_;
   } while (last_number_ == 0 || last_number_ == kListTag);
   return last_number_;
 }
 
-// The only place that changes a session's state.
+// No other function changes a session's state.
 bool Sessions::apply(Session& session, SessionEvent event) {
   const auto next = next_state(session.state, event);
   if (next) session.state = *next;
@@ -90,7 +90,7 @@ void Sessions::reject(AgentPeer& peer, std::uint32_t number) {
   const Session* session = find_of(peer, number);
   if (!session || !next_state(session->state, SessionEvent::Reject)) {
     return log_.write(peer.address, peer.id,
-                      "rejected session " + std::to_string(number) + ", which does not wait for an answer");
+                      "rejected session " + std::to_string(number) + ", which is not waiting for an answer");
   }
   end(number, SessionEvent::Reject, "declined", Tell::BrowserOnly);
 }
@@ -120,7 +120,7 @@ void Sessions::end(std::uint32_t number, SessionEvent event, const std::string& 
   const Session session = found->second;
   sessions_.erase(found);
   machines_.mark_list_changed();
-  // Frames that still wait for a slow browser are of no use after the end.
+  // Frames that are still queued for a slow browser are not needed after the session's end.
   session.console->channel->discard(number);
   tell_browser(session, "ended", reason);
   end_transfers(session, tell);
@@ -132,7 +132,7 @@ void Sessions::end(std::uint32_t number, SessionEvent event, const std::string& 
                 std::to_string(number) + " " + reason});
 }
 
-// A machine keeps an upload's file open until it is told of the upload's end, even after the session.
+// A machine keeps an upload's file open until it receives the upload's end message, even after the session.
 void Sessions::end_transfers(const Session& session, Tell tell) {
   const Transfers::Leftovers left = transfers_.end_session(session.number);
   for (const AuditNote& note : left.notes)

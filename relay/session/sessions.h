@@ -1,4 +1,4 @@
-// The sessions of representatives with machines: asked, accepted, ended.
+// The sessions of representatives with machines. A session is requested, may be accepted, and ends.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,8 @@
 
 namespace vlk::relay {
 
-// What happens to a session. An End comes from the browser, from a lost connection or from a time limit.
+// An event that changes a session's state. An End is caused by the browser, by the end of a connection or by
+// a time limit.
 enum class SessionEvent { Accept, Reject, End };
 
 struct SessionTransition {
@@ -28,7 +29,7 @@ struct SessionTransition {
   SessionState to;
 };
 
-// All that a session can go through. Each other event is ignored.
+// All transitions of a session's state. An event that is not listed for a state is ignored.
 inline constexpr SessionTransition kSessionTransitions[] = {
     {SessionState::Asked, SessionEvent::Accept, SessionState::Accepted},
     {SessionState::Asked, SessionEvent::Reject, SessionState::Ended},
@@ -43,23 +44,25 @@ inline constexpr SessionTransition kSessionTransitions[] = {
   return std::nullopt;
 }
 
-// Carries out each transition: tells the browser and the machine, and leaves a row in the audit trail. Used
-// on the relay's one thread.
+// Carries out each transition: sends messages to the browser and the machine, and writes a row to the audit
+// trail. Used on the relay's one thread.
 class Sessions {
  public:
-  // The parts outlive this. The first session gets the number after `start`.
+  // The arguments outlive this object. The first session gets the number after `start`.
   Sessions(Machines& machines, Browsers& browsers, Transfers& transfers, AuditTrail& audit, const Log& log,
            const Limits& limits, std::uint32_t start);
 
-  // Asks the machine for a session. The browser is told if that is refused.
+  // Requests a session from the machine. If the relay refuses, for instance because the machine is offline,
+  // the browser receives an error message.
   void open(const std::shared_ptr<ConsolePeer>& console, const std::string& agent_id);
-  // Ends a session of this browser. The browser is told if it has none of that number.
+  // Ends a session of this browser. If the browser has no session with this number, it receives an error
+  // message.
   void close(ConsolePeer& console, std::uint32_t number);
-  // The machine's answers.
+  // Carry out the machine's answer to the request for a session.
   void accept(AgentPeer& peer, std::uint32_t number);
   void reject(AgentPeer& peer, std::uint32_t number);
 
-  // Ends sessions without a request: all of a lost machine, all of a browser, those that nobody answered.
+  // End all sessions of a machine, all sessions of a browser, or all requests that nobody answered in time.
   void end_all_of(const AgentPeer& peer, const std::string& reason);
   void end_all_of(const ConsolePeer& peer, const std::string& reason);
   void end_unanswered(Clock::time_point now);
@@ -90,7 +93,7 @@ class Sessions {
   AuditTrail& audit_;
   const Log& log_;
   const Limits& limits_;
-  std::map<std::uint32_t, Session> sessions_;  // by number
+  std::map<std::uint32_t, Session> sessions_;  // by session number
   std::uint32_t last_number_;
 };
 

@@ -1,4 +1,4 @@
-// The decisions about messages of file transfers.
+// Decides about the messages of file transfers.
 #include "relay/session/transfers.h"
 
 #include <span>
@@ -35,7 +35,8 @@ std::optional<std::uint32_t> transfer_of_json(const nlohmann::json& fields) {
   return static_cast<std::uint32_t>(number);
 }
 
-// Empty if the path is missing, or holds a control character, which no system allows in a file's name.
+// The path of a request. Empty if it is missing or contains a control character, which Windows file names do
+// not have in practice.
 std::string file_path(const nlohmann::json& fields) {
   const auto found = fields.find("path");
   if (found == fields.end() || !found->is_string()) return {};
@@ -77,7 +78,7 @@ std::uint32_t Transfers::give(std::uint32_t session) {
 }
 
 TransferRuling Transfers::from_browser(std::uint32_t session, Msg type, Bytes& message) {
-  static const auto kNone = refuse("That transfer was not given to this session.");
+  static const auto kNone = refuse("The transfer's number does not belong to this session.");
   const auto found = sessions_.find(session);
   if (found == sessions_.end()) return kNone;
   if (type == Msg::FileChunk) return chunk(found->second, message);
@@ -90,13 +91,13 @@ TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg typ
   const auto number = transfer_of_json(fields);
   const auto found = number ? numbers.find(*number) : numbers.end();
   if (found == numbers.end())
-    return refuse("That transfer was not given to this session.", number.value_or(0));
+    return refuse("The transfer's number does not belong to this session.", number.value_or(0));
   if (found->second.state != Transfer::State::Given)
-    return refuse("That transfer has begun already.", *number);
+    return refuse("The transfer has begun already.", *number);
   const std::string path = file_path(fields);
   if (path.empty()) return refuse("The file's path is missing or invalid.", *number);
 
-  // The number comes first, because the agent's reader takes the first text that looks like the key.
+  // The number comes first, because the agent's JSON reader uses the first text that looks like the key.
   nlohmann::ordered_json rewritten = {{"transfer_id", *number}, {"path", path}};
   const bool upload = type == Msg::UploadBegin;
   if (upload) {
@@ -116,7 +117,7 @@ TransferRuling Transfers::chunk(Numbers& numbers, const Bytes& message) {
   const auto number = transfer_of_chunk(message);
   const auto found = number ? numbers.find(*number) : numbers.end();
   if (found == numbers.end() || found->second.state != Transfer::State::Upload)
-    return refuse("That upload is not open.", number.value_or(0));
+    return refuse("The upload is not open.", number.value_or(0));
   found->second.bytes += chunk_bytes(message);
   return {TransferRuling::Kind::Pass, {}, *number};
 }
@@ -124,7 +125,7 @@ TransferRuling Transfers::chunk(Numbers& numbers, const Bytes& message) {
 TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& message) {
   const auto number = transfer_of_json(payload_of(message));
   const auto found = number ? numbers.find(*number) : numbers.end();
-  if (found == numbers.end()) return refuse("That transfer is not open.", number.value_or(0));
+  if (found == numbers.end()) return refuse("The transfer is not open.", number.value_or(0));
   Transfer& transfer = found->second;
   switch (transfer.state) {
     case Transfer::State::Upload: {
@@ -134,7 +135,7 @@ TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& me
       return {TransferRuling::Kind::Pass, {}, *number, note};
     }
     case Transfer::State::Download:
-      // The agent cannot be told to stop a download, so its further chunks are dropped here.
+      // The agent has no message that stops a download, so its further chunks are dropped here.
       transfer.state = Transfer::State::Unwanted;
       return {TransferRuling::Kind::Swallow, {}, *number};
     case Transfer::State::Given:

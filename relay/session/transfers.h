@@ -1,9 +1,9 @@
 // File transfers between browsers and machines: their numbers, what a browser may send for each, and which
 // uploads a machine still has open.
 //
-// An agent accepts any transfer number, and keeps an upload's file open until it is told of the upload's end,
-// even after the session and the connection. So the relay gives out the numbers and makes sure that each end
-// is sent.
+// An agent accepts any transfer number, and keeps an upload's file open until it receives the upload's end
+// message, even after the session and the connection have ended. So the relay assigns the numbers and makes
+// sure that each machine receives the end messages.
 #pragma once
 
 #include <cstddef>
@@ -21,17 +21,17 @@
 
 namespace vlk::relay {
 
-// The decision about a browser's message. Its note is a "download", "upload" or "upload-end".
+// The decision about a browser's message.
 struct TransferRuling {
   enum class Kind {
-    Pass,     // goes to the machine; the message may have been rewritten
-    Swallow,  // ends here
-    Refuse,   // ends here; the browser is told `refusal`
+    Pass,     // the message goes to the machine; it may have been rewritten
+    Swallow,  // the message is dropped without an answer
+    Refuse,   // the message is dropped, and the browser receives the error `refusal`
   };
   Kind kind = Kind::Pass;
-  std::string refusal;         // a sentence
-  std::uint32_t transfer = 0;  // the transfer's number, or 0 if the message names none
-  std::optional<AuditNote> note{};
+  std::string refusal;              // a sentence
+  std::uint32_t transfer = 0;       // the transfer's number, or 0 if the message has none
+  std::optional<AuditNote> note{};  // a "download", "upload" or "upload-end" for the audit trail
 };
 
 // Used on the relay's one thread.
@@ -40,43 +40,45 @@ class Transfers {
   // The first transfer gets the number after `start`.
   explicit Transfers(std::uint32_t start) : last_(start) {}
 
-  // A number for one transfer of the session, never given before by this relay process; 0 when the session
-  // has kOpenPerSession transfers open.
+  // Assigns a number to a new transfer of the session and returns it. The process assigns each number once.
+  // Returns 0 if the session has kOpenPerSession open transfers.
   [[nodiscard]] std::uint32_t give(std::uint32_t session);
 
-  // Decides about a browser's message. A JSON message that passes is rewritten, so that the agent's reader,
-  // which searches the text for keys, finds exactly what was checked here.
+  // Decides about a browser's message. A JSON message that passes is rewritten: the agent's JSON reader
+  // searches the text for keys, and must find exactly the values that were checked here.
   [[nodiscard]] TransferRuling from_browser(std::uint32_t session, Msg type, Bytes& message);
-  // Whether a browser still wants a machine's message, and a "download-end" for the audit trail.
+  // The decision about a machine's message.
   struct Delivery {
-    bool wanted = true;
-    std::optional<AuditNote> note{};
+    bool wanted = true;               // false if the message is not sent to the browser
+    std::optional<AuditNote> note{};  // a "download-end" for the audit trail
   };
   [[nodiscard]] Delivery from_agent(std::uint32_t session, Msg type, const Bytes& message);
 
   struct Leftovers {
-    std::vector<std::uint32_t> uploads;  // whose files the machine still has open
+    std::vector<std::uint32_t> uploads;  // uploads whose files the machine still has open
     std::vector<AuditNote> notes;
   };
-  // Forgets the transfers of a session that ended. The caller tells the machine of the open uploads' ends.
+  // Removes the transfers of a session that ended. The caller sends the machine an end message for each of
+  // the returned uploads.
   [[nodiscard]] Leftovers end_session(std::uint32_t session);
 
-  // Uploads whose end the machine is told at `now` or, if it is not connected, later. A message can be lost
-  // with its connection, so each end is owed until the machine has answered a later heartbeat.
+  // Remembers that the machine must receive the end messages of these uploads. The caller sends them at `now`
+  // or, if the machine is not connected, after its next log-in. A message can be lost when a connection ends,
+  // so each end message stays owed until the machine has answered a later heartbeat.
   void owe(const std::string& agent, const std::vector<std::uint32_t>& uploads, Clock::time_point now);
-  // All ends that the machine is owed. The caller sends them again at `now`.
+  // The uploads whose end messages the machine is owed. The caller sends the messages again at `now`.
   [[nodiscard]] std::vector<std::uint32_t> owed(const std::string& agent, Clock::time_point now);
-  // The machine has read everything that was sent before `sent_at`.
+  // Removes the end messages that were sent before `sent_at`, because the machine has read them.
   void settle(const std::string& agent, Clock::time_point sent_at);
 
   static constexpr std::size_t kOpenPerSession = 1024;
   static constexpr std::size_t kOwedPerAgent = 4 * kOpenPerSession;
-  static constexpr std::size_t kLongestEnd = 4096;   // bytes of a machine's message that a download ended
+  static constexpr std::size_t kLongestEnd = 4096;   // bytes of a machine's end message of a download
   static constexpr std::size_t kLongestPath = 4096;  // bytes of a path in the audit trail
 
  private:
   struct Transfer {
-    // An Unwanted one is a download that the browser cancelled.
+    // Given: numbered but not begun. Unwanted: a download that the browser cancelled.
     enum class State { Given, Download, Unwanted, Upload };
     State state = State::Given;
     std::uint64_t bytes = 0;
@@ -92,15 +94,15 @@ class Transfers {
   static TransferRuling end(std::uint32_t session, Numbers& numbers, Bytes& message);
 
   const ThreadChecker thread_;
-  std::map<std::uint32_t, Numbers> sessions_;
-  std::map<std::string, std::vector<Owed>> owed_;  // by agent
+  std::map<std::uint32_t, Numbers> sessions_;      // by session number
+  std::map<std::string, std::vector<Owed>> owed_;  // by agent id
   std::uint32_t last_;
 };
 
 // True for the types of messages that belong to a transfer.
 [[nodiscard]] bool is_transfer(Msg type);
 
-// The message that tells a machine that an upload ended.
+// The end message of an upload, for the machine.
 [[nodiscard]] std::shared_ptr<const Bytes> upload_end(std::uint32_t session, std::uint32_t transfer);
 
 }  // namespace vlk::relay

@@ -1,4 +1,4 @@
-// Compares the peers with the time limits.
+// Checks the time limits of all peers.
 #include "relay/session/watchdog.h"
 
 #include <string>
@@ -21,7 +21,8 @@ void Watchdog::tick(Clock::time_point now) {
     last_seen_recorded_ = now;
     machines_.record_last_seen();
   }
-  // At most once for each tick: after a restart of the relay all agents return at the same moment.
+  // The list is sent at most once in each tick, because all agents reconnect at once after a restart of the
+  // relay.
   if (machines_.take_list_changed()) browsers_.send_list(machines_.list(sessions_.representatives()));
 }
 
@@ -36,7 +37,7 @@ void Watchdog::watch_agent(AgentPeer& peer, Clock::time_point now) {
     if (now - peer.since >= limits_.handshake) channel.cut("no log-in in time");
     return;
   }
-  // The relay cannot hear an agent that it does not read.
+  // While the relay does not read from an agent, the agent does not count as silent.
   if (peer.paused) channel.count_as_heard(now);
   if (now - channel.last_heard() >= limits_.agent_silence) return channel.cut("silent for too long");
   if (channel.write_stall(now) >= limits_.agent_silence) return channel.cut("does not read");
@@ -61,12 +62,13 @@ void Watchdog::watch_browser(ConsolePeer& peer, Clock::time_point now) {
   watch_login(peer, now);
 }
 
-// Finds browsers whose computer is asleep or gone. The relay cannot hear a browser that it does not read.
+// Finds browsers whose computer is asleep or disconnected. While the relay does not read from a browser, the
+// browser does not count as silent.
 void Watchdog::watch_idle(ConsolePeer& peer, Clock::time_point now) {
   Channel& channel = *peer.channel;
   if (peer.paused) channel.count_as_heard(now);
   const auto silence = now - channel.last_heard();
-  if (silence >= limits_.idle_browser) return channel.cut("answers no ping");
+  if (silence >= limits_.idle_browser) return channel.cut("does not answer pings");
   if (silence >= limits_.browser_ping) channel.ping(now);
 }
 

@@ -1,5 +1,5 @@
-// Everything that happens by time: heartbeats, silent peers, browsers that do not read, requests without an
-// answer, log-ins that ended.
+// Everything that happens after a time: heartbeats are sent; silent peers and peers that do not read are
+// disconnected; unanswered requests end; browsers whose log-in ended are closed.
 #pragma once
 
 #include "relay/base/limits.h"
@@ -16,7 +16,7 @@ namespace vlk::relay {
 // Used on the relay's one thread.
 class Watchdog {
  public:
-  // All of them outlive this.
+  // The arguments outlive this object.
   Watchdog(Machines& machines, Browsers& browsers, Sessions& sessions, AuditTrail& audit, Store& store,
            const Log& log, const Limits& limits)
       : machines_(machines),
@@ -27,7 +27,7 @@ class Watchdog {
         log_(log),
         limits_(limits) {}
 
-  // To be called every Limits::tick.
+  // To be called at the interval Limits::tick.
   void tick(Clock::time_point now);
 
  private:

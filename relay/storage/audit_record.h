@@ -5,7 +5,7 @@
 
 namespace vlk::relay {
 
-// One row. Fields that do not apply are empty.
+// One row of the audit trail. Fields that do not apply are empty.
 struct AuditRecord {
   std::string event;
   std::string representative;
@@ -14,7 +14,7 @@ struct AuditRecord {
   std::string detail;
 };
 
-// The event of a row whose other fields come from the session that it belongs to.
+// A row about a session, without the fields that are copied from the session.
 struct AuditNote {
   std::string event;
   std::string detail;

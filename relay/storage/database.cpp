@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kBusyTimeoutMs = 2000;
 
-// Creates the file with mode 0600, which SQLite also gives to the file of its log. SQLite itself would use
-// the process's umask.
+// Creates the file with mode 0600; left to SQLite, the mode would depend on the process's umask. SQLite gives
+// the file of its write-ahead log the same mode.
 void create_private_file(const std::string& file) {
   const int descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (descriptor < 0) throw DatabaseError("Cannot open " + file + ": " + std::strerror(errno));
@@ -114,7 +114,7 @@ Transaction::~Transaction() {
   try {
     database_.execute("ROLLBACK");
   } catch (const DatabaseError&) {
-    // SQLite has rolled back already, for instance because the disk is full.
+    // The ROLLBACK fails if SQLite has rolled back by itself, for instance because the disk is full.
   }
 }
 

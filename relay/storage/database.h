@@ -36,8 +36,8 @@ class Database {
   std::unique_ptr<sqlite3, Close> handle_;
 };
 
-// One prepared statement. Values are bound from left to right; columns are numbered from 0. All functions
-// throw DatabaseError.
+// One prepared statement. Each bind() sets the next parameter, from left to right; columns are numbered from
+// 0. All functions throw DatabaseError.
 class Statement {
  public:
   Statement(Database& database, const char* sql);
@@ -46,8 +46,8 @@ class Statement {
   Statement& bind(std::int64_t number);
   Statement& bind(const Bytes& bytes);
 
-  bool step();  // true if there is a further row
-  void run();   // steps until there is no further row
+  bool step();  // executes the statement up to its next row; false if there is none
+  void run();   // executes the statement to its end
   [[nodiscard]] std::string text(int column) const;
   [[nodiscard]] std::int64_t number(int column) const;
   [[nodiscard]] Bytes bytes(int column) const;

@@ -6,9 +6,9 @@ namespace {
 
 constexpr std::int64_t kSchemaVersion = 1;
 
-// Each enrolment creates a row, even if its hw_id is known. An hw_id is not a secret: anybody who knows that
-// of another machine could otherwise take over its row, and with it the representatives' trust. After a
-// reinstallation an old row remains; the console can delete it.
+// Each enrolment creates a row, even if its hw_id is known. An hw_id is not a secret: if it selected the
+// row, anybody who knows another machine's hw_id could take over that machine's row, which representatives
+// trust. After a reinstallation the old row remains; it can be deleted in the console.
 constexpr char kSchema[] = R"sql(
 CREATE TABLE agents(
   id TEXT PRIMARY KEY, secret_hash BLOB NOT NULL, name TEXT NOT NULL, machine TEXT NOT NULL, os TEXT NOT NULL,

@@ -25,7 +25,7 @@ struct AgentRecord {
   std::int64_t last_seen = 0;  // seconds since 1970
 };
 
-// Each function throws DatabaseError if it fails, and has then changed nothing.
+// Each function throws DatabaseError if it fails. A function that failed has changed nothing.
 class Store {
  public:
   explicit Store(const std::string& file);
@@ -39,20 +39,21 @@ class Store {
 
   [[nodiscard]] bool has_users();
   [[nodiscard]] std::optional<std::string> password_hash(const std::string& user);
-  // False if the name is taken.
+  // Adds a representative. Returns false if the name exists already.
   bool add_user(const std::string& user, const std::string& hash);
-  // Also ends the user's log-ins, except `keep_login`. False if there is no such user.
+  // Changes the password and ends the user's log-ins, except `keep_login`. Returns false if there is no such
+  // user.
   bool set_password(const std::string& user, const std::string& hash, const Bytes& keep_login);
-  // Also ends the user's log-ins. False if there is no such user.
+  // Removes the user and ends the user's log-ins. Returns false if there is no such user.
   [[nodiscard]] bool remove_user(const std::string& user);
 
   // `expires` is in seconds since 1970.
   void add_login(const Bytes& token_hash, const std::string& user, std::int64_t expires);
-  // Whose log-in this is; nothing if it ended.
+  // The user of this log-in; nothing if the log-in is unknown or has ended.
   [[nodiscard]] std::optional<std::string> login_user(const Bytes& token_hash);
   void remove_login(const Bytes& token_hash);
 
-  // Writes all records or, when it fails, none.
+  // Writes all records in one transaction.
   void audit(const std::vector<AuditRecord>& records);
 
  private:

@@ -10,7 +10,7 @@
 namespace vlk::relay {
 namespace {
 
-constexpr std::uint8_t kFiles = 3;  // the payload's first byte, which gives its kind
+constexpr std::uint8_t kFiles = 3;  // the first byte of a payload that contains files
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// The names of files inside clipboard messages, for the audit trail. Texts and pictures leave nothing there.
+// Notes for the audit trail about files in clipboard messages. There are no notes about texts and pictures.
 #pragma once
 
 #include <optional>
@@ -8,9 +8,9 @@
 
 namespace vlk::relay {
 
-// The number of files in a clipboard envelope, followed by those names that the envelope still holds if it
-// was cut short; nothing for texts, pictures and other envelopes. The result has no control characters and
-// about kLongestClipNote bytes at most.
+// Returns the number of files in a clipboard envelope, followed by their names. If the payload is truncated,
+// only complete files are counted. Returns nothing for texts, pictures and other envelopes. The result has no
+// control characters and about kLongestClipNote bytes at most; names beyond that are left out.
 [[nodiscard]] std::optional<std::string> clip_note(const Bytes& envelope);
 
 inline constexpr std::size_t kLongestClipNote = 4096;  // bytes

@@ -8,12 +8,13 @@
 
 namespace vlk::relay {
 
-// `state` is "waiting", "accepted" or "ended"; `reason` says why a session ended and is empty otherwise.
+// The message that reports a session's new state. `state` is "waiting", "accepted" or "ended"; `reason` says
+// why a session ended and is empty otherwise.
 [[nodiscard]] std::string session_message(std::uint32_t session, const std::string& agent,
                                           const std::string& state, const std::string& reason = {});
 
-// A request that was refused, with a sentence for the representative. `agent` is the machine's id, or empty;
-// `fields` is an object with further members for the console's code.
+// The message that reports a refused request, with a sentence for the representative. `agent` is the
+// machine's id, or empty; `fields` is an object with further members for the console's code.
 [[nodiscard]] std::string error_message(const std::string& sentence, const std::string& agent,
                                         const nlohmann::json& fields);
 

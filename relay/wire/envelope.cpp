@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kLongestName = 200;  // bytes
 
-// Of the header's fields, in bytes.
+// Offsets of the header's fields, in bytes.
 constexpr std::size_t kSessionOffset = 2;
 constexpr std::size_t kLengthOffset = 6;
 

@@ -1,4 +1,5 @@
-// Envelopes as the relay handles them: it reads their headers and passes most payloads on unread.
+// Reads and builds envelopes. The relay reads each envelope's header and passes most payloads on without
+// reading them.
 #pragma once
 
 #include <cstdint>
@@ -19,12 +20,12 @@ struct EnvelopeHeader {
   std::uint32_t session = 0;
 };
 
-// The header of an envelope whose declared length equals the length of its payload; nothing otherwise. Unlike
-// the agent's decoder, this one has no upper limit: an agent's clipboard may fill one envelope of tens of
-// megabytes.
+// Reads the header of an envelope. Returns nothing if the declared length differs from the length of the
+// payload. Unlike the agent's decoder, this function has no upper limit, because an agent's clipboard may be
+// an envelope of tens of megabytes.
 [[nodiscard]] std::optional<EnvelopeHeader> read_header(const Bytes& message);
 
-// Sets the declared length of a whole envelope to the length of its payload.
+// Sets the length in the header of an envelope to the actual length of its payload.
 void set_payload_length(Bytes& message);
 
 // An envelope with a JSON payload. The agent's reader searches the text for keys, so `json` must be a flat
@@ -32,15 +33,15 @@ void set_payload_length(Bytes& message);
 [[nodiscard]] std::shared_ptr<const Bytes> json_envelope(Msg type, std::uint32_t session,
                                                          std::string_view json);
 
-// The JSON object in an agent's payload; null if there is none. The agent writes control characters and
-// broken UTF-8 unchanged, and a machine's name may hold both. They become spaces and question marks, so that
-// the machine can still log in.
+// The JSON object in an agent's payload; null if the payload is not a JSON object. The agent does not escape
+// control characters and does not repair invalid UTF-8, and a machine's name may contain both. Here they
+// become spaces and question marks, so that the machine can still log in.
 [[nodiscard]] nlohmann::json agent_json(const Bytes& message);
 
-// The text under `key`, cut to 200 bytes at a character boundary; empty if there is no text.
+// The text under `key`, shortened to 200 bytes at a character boundary; empty if the object has no such text.
 [[nodiscard]] std::string text_field(const nlohmann::json& object, const char* key);
 
-// JSON text without line breaks; broken UTF-8 is replaced.
+// The value as JSON text without line breaks. Invalid UTF-8 in it is replaced.
 [[nodiscard]] std::string dump(const nlohmann::json& value);
 
 }  // namespace vlk::relay

@@ -1,4 +1,4 @@
-// The browser's requests and messages.
+// Sends the test browser's requests and messages, and reads the answers.
 #include "relay/browser.h"
 
 #include <atomic>

@@ -1,5 +1,5 @@
-// A representative's browser, based on Boost.Beast. This header includes none of Beast's templates, which
-// take minutes to compile under sanitizers.
+// A client that acts as a representative's browser, based on Boost.Beast. This header does not include Beast,
+// whose templates take minutes to compile under sanitizers.
 #pragma once
 
 #include <cstdint>
@@ -25,27 +25,27 @@ class Browser {
   struct Answer {
     unsigned status = 0;
     Json body;
-    std::string cookie;  // of the log-in, if one was set
-    std::string text;
+    std::string cookie;  // the log-in's token, if the answer sets a cookie
+    std::string text;    // the body unparsed
   };
   Answer request(const std::string& method, const std::string& target, const std::string& body = {},
                  const std::string& cookie = {}, const std::string& origin = {});
   // Sends the bytes unchanged and returns all bytes that arrive until the relay closes the connection.
   std::string raw(const std::string& bytes);
-  // Sends the bytes and reads no answer.
+  // Sends the bytes, keeps the connection open and does not read the answer.
   void send_and_hold(const std::string& bytes);
 
-  // Opens the console's WebSocket; false with the HTTP status if it was refused.
+  // Opens the console's WebSocket. Returns false if it was refused. `status` receives the HTTP status.
   bool open_console(const std::string& cookie, unsigned& status, const std::string& origin = {});
   void send(const Json& message);
   void send_envelope(Msg type, std::uint32_t session, const std::string& payload);
   void send_bytes(const std::string& bytes);
-  // The next message of that type; others are skipped. Both throw at the end of the connection.
+  // Return the next message of the given type and skip other messages. Both throw if the connection ends.
   Json read_text(const std::string& type);
   Envelope read_envelope(Msg type);
-  // The number of pings that were read so far.
+  // The number of WebSocket pings received so far.
   int pings() const;
-  // Reads until the relay closes the connection; the close code.
+  // Reads until the relay closes the connection, and returns the close code.
   unsigned wait_closed();
 
  private:

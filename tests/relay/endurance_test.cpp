@@ -1,4 +1,4 @@
-// The relay under stress: browsers that do not read or answer, and a database whose process is killed.
+// The relay with browsers that do not read or answer, and its database after the process was killed.
 #include <set>
 
 #include "fakes/fakes.h"
@@ -21,23 +21,23 @@ std::uint32_t accepted_session(Browser& browser, const std::string& agent) {
   return accepted["session"];
 }
 
-TEST_F(EnduranceTest, BrowserThatDoesNotReadLosesItsSessionAndTheMachineIsFreeAgain) {
+TEST_F(EnduranceTest, SessionOfABrowserThatDoesNotReadEndsAndTheMachineCanBeUsedAgain) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto slow = console();
   const std::uint32_t session = accepted_session(*slow, id);
   on_relay([&] {
     limits_.slow_browser = std::chrono::milliseconds(300);
-    limits_.dead_browser = std::chrono::hours(1);  // the slow browser stays, in the middle of its message
+    limits_.dead_browser = std::chrono::hours(1);  // keeps the slow browser connected
   });
-  // More bytes than the buffers at both ends of a connection hold.
+  // The message is larger than the buffers at both ends of a connection.
   std::thread sender([&] { agent->send_text(Msg::FileChunk, session, std::string(48 << 20, 'x')); });
   EXPECT_TRUE(logged("session " + std::to_string(session) + " ended: slow"));
 
   auto other = console();
   other->send({{"type", "open"}, {"agent", id}});
   const std::uint32_t next = other->read_text("session")["session"];
-  // The machine's answer arrives only if the relay reads from it again.
+  // The machine's answer arrives only if the relay reads from the machine again.
   EXPECT_TRUE(logged("session " + std::to_string(next) + " accepted"));
   sender.join();
 
@@ -46,7 +46,7 @@ TEST_F(EnduranceTest, BrowserThatDoesNotReadLosesItsSessionAndTheMachineIsFreeAg
   EXPECT_EQ(ended["reason"], "slow");
 }
 
-TEST_F(EnduranceTest, BrowserThatNeverReadsAgainIsCut) {
+TEST_F(EnduranceTest, BrowserThatDoesNotReadAgainIsDisconnected) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = accepted_session(*browser, vantelink_fakes::saved_config().agent_id);
@@ -60,7 +60,7 @@ TEST_F(EnduranceTest, BrowserThatNeverReadsAgainIsCut) {
   wait_for_machine("Sæfari", "online");
 }
 
-TEST_F(EnduranceTest, BrowserThatAnswersNoPingFreesItsMachine) {
+TEST_F(EnduranceTest, MachineIsOnlineAgainAfterItsBrowserStoppedAnsweringPings) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   accepted_session(*browser, vantelink_fakes::saved_config().agent_id);
@@ -70,14 +70,14 @@ TEST_F(EnduranceTest, BrowserThatAnswersNoPingFreesItsMachine) {
   wait_for_machine("Sæfari", "online");
 }
 
-TEST_F(EnduranceTest, AnsweredPingCountsAsASignOfLife) {
+TEST_F(EnduranceTest, BrowserIsPingedAgainAfterItAnsweredAPing) {
   auto browser = console();
   std::thread reader([&] {
     while (browser->read_text("agents")["agents"].empty()) {
     }
   });
   on_relay([&] { limits_.browser_ping = std::chrono::milliseconds(20); });
-  // A second ping goes out only when the first has been answered.
+  // The relay sends a further ping only after the previous ping was answered.
   EXPECT_TRUE(eventually([&] { return browser->pings() > 2; }));
   const auto agent = connect_agent("Sæfari");
   reader.join();
@@ -92,7 +92,7 @@ TEST_F(EnduranceTest, AnsweredPingCountsAsASignOfLife) {
   }
 }
 
-TEST(StoreEndurance, StoredRowsSurviveAKilledProcess) {
+TEST(StoreEndurance, RowsAreStillStoredAfterTheProcessWasKilled) {
   char name[] = "/tmp/vantelink-relay-test-XXXXXX";
   const std::string folder = ::mkdtemp(name);
   const std::string file = folder + "/relay.db";
@@ -122,13 +122,13 @@ TEST(StoreEndurance, StoredRowsSurviveAKilledProcess) {
     for (std::uint32_t number = 0; number <= stored; ++number) {
       EXPECT_TRUE(ids.contains(std::to_string(number))) << number << " of " << stored;
     }
-    // The file can still be written.
+    // The database can still be written.
     store.add_agent({"after", "name", "machine", "windows", "", 1}, {1}, "address");
   }
   std::filesystem::remove_all(folder);
 }
 
-TEST(StoreEndurance, FileThatIsNotADatabaseIsRefusedAndNotChanged) {
+TEST(StoreEndurance, FileThatIsNotADatabaseIsRefusedAndKeepsItsSize) {
   char name[] = "/tmp/vantelink-relay-test-XXXXXX";
   const std::string folder = ::mkdtemp(name);
   const std::string file = folder + "/relay.db";

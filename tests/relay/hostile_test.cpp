@@ -1,4 +1,4 @@
-// Invalid input on every endpoint is refused with an error or a closed connection, and has no other effect.
+// Invalid input: each endpoint refuses it with an error or closes the connection, and the relay works on.
 #include <fstream>
 
 #include "fakes/fakes.h"
@@ -12,7 +12,7 @@ namespace {
 class HostileTest : public RelayTest {
  protected:
   void TearDown() override {
-    // The relay still answers after every test.
+    // After each test, the relay must still answer.
     EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, log_in()).status, 200u);
     RelayTest::TearDown();
   }
@@ -28,7 +28,7 @@ TEST_F(HostileTest, ApiRequiresALogIn) {
   EXPECT_EQ(Browser(port_).request("GET", "/api/nothing", {}, log_in()).status, 404u);
 }
 
-TEST_F(HostileTest, LogInWithAWrongOrInvalidBodyIsRefused) {
+TEST_F(HostileTest, LogInWithAWrongPasswordOrAnInvalidBodyIsRefused) {
   for (const char* body : {"", "{", "[]", "null", "{\"name\":5,\"password\":7}", "{\"name\":\"admin\"}"}) {
     EXPECT_EQ(Browser(port_).request("POST", "/api/login", body).status, 400u) << body;
   }
@@ -41,14 +41,14 @@ TEST_F(HostileTest, LogInWithAWrongOrInvalidBodyIsRefused) {
   EXPECT_EQ(Browser(port_).raw(head + "nonsense\r\n\r\n").rfind("HTTP/1.1 400", 0), 0u);
 }
 
-TEST_F(HostileTest, TenWrongPasswordsLockTheNameOut) {
+TEST_F(HostileTest, EleventhAttemptAfterTenWrongPasswordsForANameIsRefused) {
   const Json wrong = {{"name", "guessed"}, {"password", "wrong"}};
   for (int i = 0; i < 10; ++i)
     EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 401u);
   EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 429u);
 }
 
-TEST_F(HostileTest, WrongPasswordsForManyNamesLockTheAddressOutAndCorrectOnesDoNot) {
+TEST_F(HostileTest, WrongPasswordsForSeveralNamesLockTheAddressOutAndCorrectPasswordsDoNot) {
   stop();
   limits_.failures_per_address = 3;
   start();
@@ -69,7 +69,7 @@ TEST_F(HostileTest, WrongPasswordsForManyNamesLockTheAddressOutAndCorrectOnesDoN
   start();
 }
 
-TEST_F(HostileTest, OtherSitesAreRefused) {
+TEST_F(HostileTest, RequestsFromOtherSitesAndWithoutALogInAreRefused) {
   const std::string cookie = log_in();
   EXPECT_EQ(Browser(port_).request("POST", "/api/logout", {}, cookie, "https://evil.example").status, 403u);
   unsigned status = 0;
@@ -81,7 +81,7 @@ TEST_F(HostileTest, OtherSitesAreRefused) {
   EXPECT_TRUE(logged("another origin"));
 }
 
-TEST_F(HostileTest, LogOutEndsTheLogInAndClosesItsBrowser) {
+TEST_F(HostileTest, LogOutEndsTheLogInAndClosesTheBrowsersConnection) {
   const std::string cookie = log_in();
   Browser browser(port_);
   unsigned status = 0;
@@ -91,7 +91,7 @@ TEST_F(HostileTest, LogOutEndsTheLogInAndClosesItsBrowser) {
   EXPECT_EQ(Browser(port_).request("GET", "/api/me", {}, cookie).status, 401u);
 }
 
-TEST_F(HostileTest, PasswordChangeEndsOtherLogIns) {
+TEST_F(HostileTest, PasswordChangeEndsTheRepresentativesOtherLogIns) {
   const std::string mine = log_in(), other = log_in();
   const auto change = [&](const char* from, const char* to) {
     return Browser(port_)
@@ -107,7 +107,7 @@ TEST_F(HostileTest, PasswordChangeEndsOtherLogIns) {
   EXPECT_EQ(change("long enough now", kPassword), 200u);
 }
 
-TEST_F(HostileTest, NoFileOutsideTheFolderIsServed) {
+TEST_F(HostileTest, HiddenFilesAndFilesOutsideTheConsolesFolderAreNotServed) {
   std::ofstream(folder_ / "secret.html") << "secret";
   std::ofstream(folder_ / "console/.hidden.html") << "secret";
   std::ofstream(folder_ / "console/relay.db") << "secret";
@@ -125,7 +125,7 @@ TEST_F(HostileTest, NoFileOutsideTheFolderIsServed) {
   EXPECT_EQ(Browser(port_).request("POST", "/index.html").status, 405u);
 }
 
-TEST_F(HostileTest, InvalidHttpIsRefused) {
+TEST_F(HostileTest, InvalidHttpRequestsAreRefused) {
   for (const std::string& bytes : {std::string("nonsense\r\n\r\n"), std::string(5000, '\0'),
                                    "GET / HTTP/1.1\r\nX: " + std::string(20'000, 'x') + "\r\n\r\n"}) {
     const std::string answer = Browser(port_).raw(bytes);
@@ -133,7 +133,7 @@ TEST_F(HostileTest, InvalidHttpIsRefused) {
   }
 }
 
-TEST_F(HostileTest, SlowRequestIsCutOff) {
+TEST_F(HostileTest, ConnectionIsClosedWhenARequestIsNotCompleteInTime) {
   const auto usual = limits_.handshake;
   on_relay([&] { limits_.handshake = std::chrono::milliseconds(100); });
   // On a busy machine the TLS handshake may take longer than the limit.
@@ -170,13 +170,13 @@ TEST_F(HostileTest, ConsoleConnectionIsClosedAfterAMessageThatIsNotAnEnvelope) {
   EXPECT_EQ(second->wait_closed(), 1009u);
 }
 
-TEST_F(HostileTest, AgentsThatSendMessagesInTheWrongOrderAreClosed) {
+TEST_F(HostileTest, AgentsThatSendInvalidMessagesBeforeTheirLogInAreDisconnected) {
   using vantelink_test::RawAgent;
   const std::string hello = R"({"role":"agent"})";
   {
     RawAgent agent(port_);
     agent.send(Msg::Login, R"({"agent_id":"x","secret":"y"})");
-    EXPECT_TRUE(agent.closed()) << "no hello";
+    EXPECT_TRUE(agent.closed()) << "sent a log-in before the hello";
   }
   {
     RawAgent agent(port_);
@@ -187,7 +187,7 @@ TEST_F(HostileTest, AgentsThatSendMessagesInTheWrongOrderAreClosed) {
     RawAgent agent(port_);
     agent.send(Msg::Hello, hello);
     agent.send(Msg::StreamFrame, "picture");
-    EXPECT_TRUE(agent.closed()) << "before the log-in";
+    EXPECT_TRUE(agent.closed()) << "sent a frame before the log-in";
   }
   {
     RawAgent agent(port_);
@@ -197,7 +197,7 @@ TEST_F(HostileTest, AgentsThatSendMessagesInTheWrongOrderAreClosed) {
   {
     RawAgent agent(port_);
     agent.send(Msg::Hello, std::string(10'000, ' '));
-    EXPECT_TRUE(agent.closed()) << "too large before the log-in";
+    EXPECT_TRUE(agent.closed()) << "sent a message that is too large before the log-in";
   }
   {
     RawAgent agent(port_);
@@ -210,7 +210,7 @@ TEST_F(HostileTest, AgentsThatSendMessagesInTheWrongOrderAreClosed) {
   }
 }
 
-TEST_F(HostileTest, SilentAgentsAreDisconnected) {
+TEST_F(HostileTest, AgentThatDoesNotLogInIsDisconnected) {
   const auto usual = limits_.handshake;
   vantelink_test::RawAgent agent(port_);
   on_relay([&] { limits_.handshake = std::chrono::milliseconds(100); });
@@ -244,7 +244,7 @@ TEST_F(HostileTest, RefusedLogInsOfAgentsDoNotFillTheAuditTrail) {
   EXPECT_EQ(stored("SELECT address FROM audit WHERE event = 'agent-refused'").size(), 2u);
 }
 
-// Parsing them as JSON would take much memory and time.
+// Parsing oversized messages as JSON would take much memory and time.
 TEST_F(HostileTest, OversizedMessagesOfAgentsAreIgnored) {
   vantelink_test::RawAgent agent(port_);
   agent.send(Msg::Hello, R"({"role":"agent"})");

@@ -50,7 +50,7 @@ TEST(OptionsTest, HelpAndVersionNeedNoFurtherOptions) {
   }
 }
 
-TEST(OptionsTest, UpdatesFolderIsTheGivenOneOrInTheDataFolder) {
+TEST(OptionsTest, UpdatesFolderIsTheGivenFolderOrUpdatesInTheDataFolder) {
   Options options;
   std::string problem;
   ASSERT_TRUE(parse_options({"--data", "d"}, options, problem));
@@ -63,7 +63,7 @@ TEST(OptionsTest, UpdatesFolderIsTheGivenOneOrInTheDataFolder) {
   EXPECT_EQ(problem, "--updates needs a value.");
 }
 
-TEST(OptionsTest, NamesOfRepresentativesAreShortAndPlain) {
+TEST(OptionsTest, NamesOfRepresentativesAreLimitedInLengthAndCharacters) {
   for (const std::string& name : {std::string("ada"), std::string("Sigga Jónsdóttir"), std::string(64, 'x')})
     EXPECT_TRUE(valid_user_name(name)) << name;
   for (const std::string& name :

@@ -1,4 +1,4 @@
-// The relay's program as an operator runs it: the first start, representatives' passwords, the version.
+// The relay's program, started as by an operator: the first start, representatives' passwords, the version.
 #include <cstdlib>
 #include <filesystem>
 
@@ -24,7 +24,7 @@ unsigned log_in(const RelayProcess& relay, const std::string& name, const std::s
   return answer.status;
 }
 
-// The rest of the line after `text`; empty if the output does not contain it.
+// The part of a line of `output` that follows `text`; empty if the output does not contain `text`.
 std::string rest_after(const std::string& text, const std::string& output) {
   const std::size_t at = output.find(text);
   if (at == std::string::npos) return {};
@@ -33,8 +33,8 @@ std::string rest_after(const std::string& text, const std::string& output) {
 
 class ProgramTest : public testing::Test {
  protected:
-  // Runs the program until it exits, with one line of input. Returns its exit code and stores its output in
-  // `output_`.
+  // Runs the program with one line of input until it exits. Stores its output in `output_` and returns its
+  // exit code.
   int run(const std::string& arguments, const std::string& line) {
     folder_.write("input", line + '\n');
     const std::string folder = folder_.path();
@@ -65,7 +65,7 @@ TEST_F(ProgramTest, FirstStartAddsARepresentativeAndPrintsThePasswordOnce) {
   EXPECT_EQ(log_in(again, "admin", password), 200u);
 }
 
-TEST_F(ProgramTest, NewPasswordEndsAllLogInsOfARunningRelay) {
+TEST_F(ProgramTest, SetPasswordEndsTheRepresentativesLogInsAtARunningRelay) {
   const RelayProcess relay(data_, {});
   const std::string old_password = rest_after(kFirst, relay.log());
   std::string cookie;

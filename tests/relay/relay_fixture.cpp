@@ -1,4 +1,4 @@
-// The fixture's relay, and the measurement of its heap.
+// Starts and stops the fixture's relay, and measures the heap.
 #include "relay/relay_fixture.h"
 
 #include <fstream>
@@ -169,7 +169,7 @@ std::size_t RelayTest::settled_heap() {
     const std::size_t now = heap_bytes();
     if (now > height + (64 << 10)) quiet = 0;
     height = std::max(height, now);
-    // Gives the relay's thread a turn to read and to write, even on a busy machine.
+    // Waits until the relay's thread has done a round of its work, even on a busy machine.
     on_relay([] {});
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }

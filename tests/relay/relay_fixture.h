@@ -1,4 +1,4 @@
-// A test fixture with a relay in this process, browsers, and the agent's client.
+// A test fixture that runs a relay in the test's process and connects browsers and the agent's client to it.
 #pragma once
 
 #include <chrono>
@@ -24,7 +24,7 @@ namespace vlk::relay {
 
 class Server;
 
-// True if the condition becomes true within 30 seconds.
+// Waits until the condition is true. Returns false if it is not true within 30 seconds.
 template <typename Condition>
 bool eventually(Condition condition) {
   const auto deadline = Clock::now() + std::chrono::seconds(30);
@@ -35,7 +35,7 @@ bool eventually(Condition condition) {
   return true;
 }
 
-// Bytes on the heap of this process, which is relay, agent and browser at once.
+// Bytes allocated on the heap of this process, which runs the relay, the agents and the browsers.
 std::size_t heap_bytes();
 // True if this process has the file open.
 bool is_open(const std::filesystem::path& path);
@@ -47,24 +47,26 @@ class RelayTest : public testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  void start();  // with `limits_`
+  void start();  // starts the relay with `limits_`
   void stop();
-  // Runs `work` on the relay's thread, for instance a change of its limits, and waits until it is done.
+  // Runs `work` on the relay's thread and waits until it is done. `work` changes the relay's limits, for
+  // instance.
   void on_relay(const std::function<void()>& work);
 
-  // Logs in as "admin"; the log-in's cookie, empty if refused.
+  // Logs in as "admin" and returns the log-in's cookie, or an empty string if it was refused.
   std::string log_in();
-  // A browser that is logged in, with its WebSocket open.
+  // Logs a browser in and opens its WebSocket.
   std::unique_ptr<Browser> console();
-  // An agent of that name that trusts the relay and is online.
+  // Connects an agent with the display name `name` and waits until its machine is online.
   std::unique_ptr<agent::AgentClient> connect_agent(const std::string& name, bool unattended = true);
-  // Waits until the machine with that name is in that state; its entry in the list.
+  // Waits until the machine with this name is in this state, and returns its entry in the list of machines.
   Json wait_for_machine(const std::string& name, const std::string& state);
-  // True if a line of the log contains the text, now or within 30 seconds.
+  // Waits until the relay's log contains the text. Returns false if it does not within 30 seconds.
   bool logged(const std::string& text);
-  // The first column of the rows of a database query.
+  // The values in the first column of the query's result.
   std::multiset<std::string> stored(const char* query);
-  // Waits until the heap has not grown during many turns of the relay's thread; its highest size in bytes.
+  // Waits until the heap has stopped growing while the relay's thread was working, and returns the heap's
+  // highest size in bytes.
   std::size_t settled_heap();
 
   std::filesystem::path folder_;

@@ -1,4 +1,4 @@
-// Whole sessions through the relay, between browsers and the agent's client.
+// Whole sessions between browsers and the agent's client, through a relay with real connections.
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
 #include "support/peers/raw_agent.h"
@@ -8,7 +8,7 @@ namespace {
 
 class SessionTest : public RelayTest {
  protected:
-  // Opens the machine and returns the accepted session's number.
+  // Opens a session with the machine and returns its number once it is accepted.
   static std::uint32_t open(Browser& browser, const std::string& id) {
     browser.send({{"type", "open"}, {"agent", id}});
     const Json waiting = browser.read_text("session");
@@ -29,7 +29,7 @@ TEST_F(SessionTest, AgentEnrolsAndIsListed) {
   EXPECT_FALSE(vantelink_fakes::saved_config().agent_secret.empty());
 }
 
-TEST_F(SessionTest, IdentityIsValidAfterARestartAndAWrongSecretEnrolsAgain) {
+TEST_F(SessionTest, IdentityIsValidAfterARestartOfTheRelayAndAgentWithAWrongSecretEnrolsAgain) {
   connect_agent("Sæfari")->stop();
   agent::AgentConfig config = vantelink_fakes::saved_config();
   stop();
@@ -48,7 +48,7 @@ TEST_F(SessionTest, IdentityIsValidAfterARestartAndAWrongSecretEnrolsAgain) {
   EXPECT_TRUE(logged("wrong secret"));
 }
 
-TEST_F(SessionTest, NewerLogInOfAnAgentReplacesTheOlderOne) {
+TEST_F(SessionTest, NewerLogInOfAnAgentEndsTheSessionOfItsOlderConnection) {
   const auto first = connect_agent("Sæfari");
   agent::AgentConfig config = vantelink_fakes::saved_config();
   auto browser = console();
@@ -67,7 +67,7 @@ TEST_F(SessionTest, RenamedAgentIsListedWithItsNewName) {
   EXPECT_EQ(wait_for_machine("Ægir \"quoted\"", "online")["machine"], "before");
 }
 
-TEST_F(SessionTest, SessionCarriesEnvelopesBothWaysAndEnds) {
+TEST_F(SessionTest, SessionPassesEnvelopesInBothDirectionsUntilItIsClosed) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto browser = console();
@@ -88,7 +88,7 @@ TEST_F(SessionTest, SessionCarriesEnvelopesBothWaysAndEnds) {
   EXPECT_NE(open(*browser, id), session) << "each session has a new number";
 }
 
-TEST_F(SessionTest, RestartOfAMachineIsInTheAuditTrail) {
+TEST_F(SessionTest, RestartOfAMachineIsRecordedInTheAuditTrail) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto browser = console();
@@ -103,7 +103,7 @@ TEST_F(SessionTest, RestartOfAMachineIsInTheAuditTrail) {
   }));
 }
 
-TEST_F(SessionTest, NothingPassesBeforeTheUserAccepts) {
+TEST_F(SessionTest, MessageFromTheBrowserIsRefusedBeforeTheLocalUserAccepts) {
   const auto agent = connect_agent("Sæfari", false);
   auto browser = console();
   browser->send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
@@ -127,7 +127,7 @@ TEST_F(SessionTest, UnansweredRequestEndsAfterItsTimeLimit) {
   EXPECT_EQ(browser->read_text("session")["reason"], "no-answer");
 }
 
-TEST_F(SessionTest, SecondRepresentativeIsToldWhoUsesTheMachine) {
+TEST_F(SessionTest, SecondRepresentativeReceivesTheNameOfWhoUsesTheMachine) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto first = console();
@@ -137,7 +137,7 @@ TEST_F(SessionTest, SecondRepresentativeIsToldWhoUsesTheMachine) {
   EXPECT_NE(second->read_text("error")["message"].get<std::string>().find("admin"), std::string::npos);
 }
 
-TEST_F(SessionTest, LostBrowserEndsItsSession) {
+TEST_F(SessionTest, SessionEndsWhenTheBrowserDisconnects) {
   const auto agent = connect_agent("Sæfari");
   {
     auto browser = console();
@@ -149,7 +149,7 @@ TEST_F(SessionTest, LostBrowserEndsItsSession) {
   wait_for_machine("Sæfari", "online");
 }
 
-TEST_F(SessionTest, LostAgentEndsTheSession) {
+TEST_F(SessionTest, SessionEndsWhenTheAgentDisconnects) {
   auto agent = connect_agent("Sæfari");
   auto browser = console();
   open(*browser, vantelink_fakes::saved_config().agent_id);
@@ -158,7 +158,7 @@ TEST_F(SessionTest, LostAgentEndsTheSession) {
   wait_for_machine("Sæfari", "offline");
 }
 
-TEST_F(SessionTest, SessionsOfOthersAndTypesForTheRelayAreRefused) {
+TEST_F(SessionTest, MessagesForSessionsOfOtherBrowsersAndTypesMeantForTheRelayAreRefused) {
   const auto agent = connect_agent("Sæfari");
   auto owner = console();
   const std::uint32_t session = open(*owner, vantelink_fakes::saved_config().agent_id);
@@ -204,7 +204,7 @@ TEST_F(SessionTest, LargeMessagesToASlowBrowserArriveComplete) {
   sender.join();
 }
 
-// An agent whose messages the test writes, in an accepted session with a browser.
+// An accepted session between a browser and an agent whose messages are written by the test.
 class RawSession {
  public:
   RawSession(unsigned short port, Browser& browser) : agent_(port) {
@@ -259,7 +259,7 @@ TEST_F(SessionTest, H264FramesAreCompletedAndJpegFramesAreNot) {
   EXPECT_EQ(passed(b_slice), stamp + b_slice);
   session.read(Msg::KeyframeRequest);
   EXPECT_EQ(passed(start + set + key_slice), stamp + start + order_unknown + key_slice);
-  // A new stream may come from another encoder.
+  // A new stream may come from another encoder, so its first parameter set declares the order again.
   session.send(Msg::StreamConfig, R"({"codec":"h264","w":320,"h":180,"monitor_id":0})");
   EXPECT_EQ(passed(start + set + key_slice), stamp + start + in_order + key_slice);
 }

@@ -1,4 +1,4 @@
-// Builds the bytes of messages about files.
+// Builds the bytes of file transfer messages.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// File transfers through the relay: contents, the ends that machines receive, the audit trail, and the
-// relay's memory while a browser or a machine does not read.
+// File transfers through the relay: contents, the end messages that machines receive, the audit trail, and
+// the relay's memory use while a browser or a machine does not read.
 #include <atomic>
 #include <fstream>
 #include <set>
@@ -44,7 +44,7 @@ class TransferTest : public RelayTest {
   }
   template <typename Meanwhile>
   void upload_to_a_pipe(Meanwhile meanwhile);
-  // The rows of the audit trail about files, after that many were written.
+  // The rows of the audit trail about files. Waits until there are at least `count` rows.
   std::multiset<std::string> audited(std::size_t count) {
     std::multiset<std::string> rows;
     EXPECT_TRUE(eventually([&] {
@@ -90,7 +90,7 @@ TEST_F(TransferTest, UploadedFileCanBeDownloaded) {
                         }));
 }
 
-TEST_F(TransferTest, RefusedMessagesAreAnsweredAndReachNoMachine) {
+TEST_F(TransferTest, RefusedMessagesAreAnsweredAndAreNotSentToTheMachine) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -107,12 +107,12 @@ TEST_F(TransferTest, RefusedMessagesAreAnsweredAndReachNoMachine) {
     browser->send(message);
     EXPECT_NE(browser->read_text("error")["message"], "");
   }
-  // A later message of the same connection arrived, so the refused ones did not.
+  // Messages arrive in order, so a refused message would have arrived before this upload.
   upload_part(*browser, session, file("allowed"));
   EXPECT_FALSE(std::filesystem::exists(file("never")));
 }
 
-TEST_F(TransferTest, ClipboardFilesAreInTheAuditTrail) {
+TEST_F(TransferTest, NamesOfClipboardFilesAreInTheAuditTrail) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -125,7 +125,7 @@ TEST_F(TransferTest, ClipboardFilesAreInTheAuditTrail) {
   EXPECT_EQ(audited(2), (std::multiset<std::string>{"clipboard-up: 1 a.txt", "clipboard-down: 1 a.txt"}));
 }
 
-TEST_F(TransferTest, EndOfTheSessionClosesTheFilesOfOpenUploads) {
+TEST_F(TransferTest, FilesOfOpenUploadsAreClosedWhenTheSessionIsClosed) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -136,7 +136,7 @@ TEST_F(TransferTest, EndOfTheSessionClosesTheFilesOfOpenUploads) {
   EXPECT_EQ(std::filesystem::file_size(file("a")), 4u);
 }
 
-TEST_F(TransferTest, LostBrowserClosesTheFilesOfItsUploads) {
+TEST_F(TransferTest, FilesOfOpenUploadsAreClosedWhenTheBrowserDisconnects) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   upload_part(*browser, open(*browser), file("a"));
@@ -144,7 +144,7 @@ TEST_F(TransferTest, LostBrowserClosesTheFilesOfItsUploads) {
   EXPECT_TRUE(eventually([&] { return !is_open(file("a")); }));
 }
 
-TEST_F(TransferTest, UploadsOfALostMachineAreEndedAfterItsNextLogIn) {
+TEST_F(TransferTest, FilesOfOpenUploadsAreClosedAfterADisconnectedMachineLogsInAgain) {
   auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -167,8 +167,8 @@ Envelope read_until(RawAgent& agent, Msg type) {
   }
 }
 
-// Logs the machine in. Returns the uploads whose ends arrive before the first heartbeat, which is not
-// answered.
+// Logs the machine in and reads until the first heartbeat, without answering it. Returns the uploads whose
+// end messages have arrived by then.
 std::set<std::uint32_t> ends_after_log_in(RawAgent& agent, const Json& identity) {
   agent.send(Msg::Hello, R"({"role":"agent"})");
   agent.send(Msg::Login,
@@ -182,7 +182,7 @@ std::set<std::uint32_t> ends_after_log_in(RawAgent& agent, const Json& identity)
   }
 }
 
-TEST_F(TransferTest, EndsAreSentAgainAfterEachLogInUntilTheMachineAnswersAHeartbeat) {
+TEST_F(TransferTest, EndMessagesOfUploadsAreSentAgainAfterEachLogInUntilTheMachineAnswersAHeartbeat) {
   auto browser = console();
   auto lost = std::make_unique<RawAgent>(port_);
   lost->send(Msg::Hello, R"({"role":"agent"})");
@@ -216,9 +216,9 @@ TEST_F(TransferTest, EndsAreSentAgainAfterEachLogInUntilTheMachineAnswersAHeartb
   EXPECT_EQ(ends_after_log_in(fourth, identity), std::set<std::uint32_t>());
 }
 
-// Uploads kParts mebibytes to a pipe. Without a reader the pipe blocks the machine, as a slow disk would.
-// Calls `meanwhile` with the number of mebibytes that the browser has sent, then reads the pipe until the
-// upload ends.
+// Uploads kParts mebibytes to a named pipe. While nobody reads the pipe, it blocks the machine as a slow disk
+// would. Calls `meanwhile` with a counter of the mebibytes that the browser has sent, then reads the pipe
+// until the upload ends.
 constexpr std::size_t kPart = 1 << 20, kParts = 96;
 template <typename Meanwhile>
 void TransferTest::upload_to_a_pipe(Meanwhile meanwhile) {
@@ -251,7 +251,7 @@ void TransferTest::upload_to_a_pipe(Meanwhile meanwhile) {
   sender.join();
 }
 
-TEST_F(TransferTest, UploadWaitsInTheBrowserWhileTheMachineDoesNotRead) {
+TEST_F(TransferTest, RelayDoesNotBufferAnUploadWhileTheMachineDoesNotRead) {
   const std::size_t before = heap_bytes();
   upload_to_a_pipe([&](const std::atomic<std::size_t>& sent) {
     EXPECT_LT(settled_heap(), before + (24u << 20));
@@ -259,19 +259,19 @@ TEST_F(TransferTest, UploadWaitsInTheBrowserWhileTheMachineDoesNotRead) {
   });
 }
 
-TEST_F(TransferTest, BrowserOfASlowMachineStaysConnected) {
+TEST_F(TransferTest, BrowserThatUploadsToASlowMachineStaysConnected) {
   constexpr std::chrono::milliseconds kShort{50};
   const Limits usual = limits_;
   upload_to_a_pipe([&](const std::atomic<std::size_t>&) {
     settled_heap();
     on_relay([&] { limits_.slow_browser = limits_.dead_browser = limits_.idle_browser = kShort; });
     std::this_thread::sleep_for(10 * kShort);
-    settled_heap();  // the relay has checked its limits many times meanwhile
+    settled_heap();  // the relay checks its limits many times before this returns
     on_relay([&] { limits_ = usual; });
   });
 }
 
-TEST_F(TransferTest, DownloadWaitsInTheMachineWhileTheBrowserDoesNotRead) {
+TEST_F(TransferTest, RelayDoesNotBufferADownloadWhileTheBrowserDoesNotRead) {
   constexpr std::uintmax_t kFile = 192u << 20;
   std::ofstream(file("large")).close();
   std::filesystem::resize_file(file("large"), kFile);

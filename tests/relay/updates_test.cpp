@@ -1,4 +1,4 @@
-// The updates that the relay serves to agents.
+// The manifest and the installers that the relay serves to agents.
 #include <fstream>
 
 #include "relay/relay_fixture.h"
@@ -19,7 +19,7 @@ class UpdatesTest : public RelayTest {
   }
 };
 
-TEST_F(UpdatesTest, WithoutAnUpdatesFolderThereAreNoUpdates) {
+TEST_F(UpdatesTest, RequestsForUpdatesGet404WithoutAnUpdatesFolder) {
   EXPECT_EQ(get("/version.json").status, 404u);
   EXPECT_EQ(get("/download/setup.exe").status, 404u);
 }
@@ -39,10 +39,10 @@ TEST_F(UpdatesTest, ManifestAndFilesAreServedUnchanged) {
   EXPECT_TRUE(head.ends_with("\r\n\r\n")) << head.size();
   EXPECT_EQ(get("/version.json", "POST").status, 405u);
   put("version.json", "changed");
-  EXPECT_EQ(get("/version.json").text, "changed") << "without a restart";
+  EXPECT_EQ(get("/version.json").text, "changed") << "the relay reads the file at each request";
 }
 
-// Anybody may request a file and read it slowly.
+// A file in memory would be dangerous, because anybody may request a large file and read it slowly.
 TEST_F(UpdatesTest, LargeFileIsNotHeldInMemory) {
   put("large.exe", "");
   const auto path = folder_ / "updates/large.exe";

@@ -1,4 +1,4 @@
-// The window and the bound of the rate counter.
+// The rate counter: its sliding window, and the limit on the number of keys.
 #include "relay/base/rate_counter.h"
 
 #include <string>
@@ -10,7 +10,7 @@ namespace {
 
 using std::chrono::seconds;
 
-TEST(RateCounterTest, KeyIsExhaustedWhileTheWindowHoldsTheLimit) {
+TEST(RateCounterTest, KeyIsExhaustedWhileTheWindowContainsAsManyEventsAsTheLimit) {
   RateCounter counter(2, seconds(600), 100);
   const auto start = Clock::now();
   EXPECT_FALSE(counter.exhausted("key", start));
@@ -21,7 +21,7 @@ TEST(RateCounterTest, KeyIsExhaustedWhileTheWindowHoldsTheLimit) {
   EXPECT_FALSE(counter.exhausted("key", start + seconds(600))) << "the first event has left the window";
 }
 
-TEST(RateCounterTest, EventsCanBeTakenBackAndForgotten) {
+TEST(RateCounterTest, TakeBackRemovesTheNewestEventAndForgetRemovesTheKey) {
   RateCounter counter(2, seconds(600), 100);
   const auto start = Clock::now();
   counter.add("key", start);
@@ -36,7 +36,7 @@ TEST(RateCounterTest, EventsCanBeTakenBackAndForgotten) {
   EXPECT_EQ(counter.keys(), 0u);
 }
 
-TEST(RateCounterTest, KeyWithTheOldestLastEventIsForgottenAtTheBound) {
+TEST(RateCounterTest, KeyWithTheOldestLastEventIsRemovedWhenThereAreTooManyKeys) {
   RateCounter counter(2, seconds(600), 100);
   const auto start = Clock::now();
   for (int i = 0; i < 1000; ++i)

@@ -9,7 +9,7 @@
 namespace vlk::relay {
 namespace {
 
-TEST(Text, ControlCharactersAreThoseBelowSpaceAndDel) {
+TEST(Text, ControlCharactersAreTheBytesBelow0x20AndDel) {
   for (int code = 0; code < 256; ++code) {
     const char c = static_cast<char>(code);
     EXPECT_EQ(is_c0_control(c), code < 0x20) << code;
@@ -19,20 +19,20 @@ TEST(Text, ControlCharactersAreThoseBelowSpaceAndDel) {
   }
 }
 
-TEST(Text, CutKeepsWholeCharacters) {
-  const std::string text = "a\xC3\xA6\xE2\x82\xAC\xF0\x9F\x98\x80";  // 1, 2, 3 and 4 bytes
+TEST(Text, CutUtf8KeepsWholeCharacters) {
+  const std::string text = "a\xC3\xA6\xE2\x82\xAC\xF0\x9F\x98\x80";  // characters of 1, 2, 3 and 4 bytes
   const std::size_t expected[] = {0, 1, 1, 3, 3, 3, 6, 6, 6, 6, 10, 10};
   for (std::size_t limit = 0; limit < std::size(expected); ++limit)
     EXPECT_EQ(cut_utf8(text, limit).size(), expected[limit]) << limit;
   EXPECT_EQ(cut_utf8("\x80\x80\x80", 2), "") << "only continuation bytes";
 }
 
-TEST(Text, FieldOfTheLogIsOneLineOfBoundedLength) {
+TEST(Text, OneLineReplacesLineBreaksAndReturnsAtMost400Bytes) {
   EXPECT_EQ(one_line("a\r\nb\x7F"), "a  b ");
   EXPECT_EQ(one_line(std::string(1000, 'x')).size(), 400u);
 }
 
-TEST(ByteReaderTest, ReadsBigEndianNumbersAndRunsInOrder) {
+TEST(ByteReaderTest, ReadsBigEndianNumbersAndRunsOfBytesInOrder) {
   const Bytes bytes = {1, 2, 3, 4, 'a', 'b', 0, 0, 0, 0, 0, 0, 1, 0};
   ByteReader reader(bytes);
   EXPECT_EQ(reader.u32(), 0x01020304u);

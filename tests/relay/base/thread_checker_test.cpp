@@ -8,7 +8,7 @@
 namespace vlk::relay {
 namespace {
 
-TEST(ThreadCheckerTest, AcceptsTheThreadOfTheFirstCheck) {
+TEST(ThreadCheckerTest, FurtherChecksOnTheThreadOfTheFirstCheckSucceed) {
   const ThreadChecker checker;
   std::thread([&] {
     checker.check();
@@ -17,7 +17,7 @@ TEST(ThreadCheckerTest, AcceptsTheThreadOfTheFirstCheck) {
 }
 
 #ifndef NDEBUG
-TEST(ThreadCheckerDeathTest, StopsTheProgramOnASecondThread) {
+TEST(ThreadCheckerDeathTest, CheckOnASecondThreadStopsTheProgram) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(
       {

@@ -1,4 +1,4 @@
-// Parameter sets of real encoders, before and after their completion.
+// Parameter sets that real encoders wrote, and the results of complete_parameter_set for them.
 #pragma once
 
 #include <string>
@@ -17,8 +17,8 @@ inline Bytes from_hex(const std::string& hex) {
 struct KnownSet {
   const char* encoder;
   const char* before;
-  const char* in_order;       // completed, with the promise of pictures in order
-  const char* order_unknown;  // completed, without that promise
+  const char* in_order;       // completed, declares that pictures are in order
+  const char* order_unknown;  // completed, does not declare an order
 };
 
 // The results were checked with FFmpeg's parser (its bitstream filter trace_headers).

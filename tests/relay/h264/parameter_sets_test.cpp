@@ -1,4 +1,4 @@
-// Completion of parameter sets: those of real encoders, thousands of random ones, and broken ones.
+// Completion of parameter sets from real encoders, of thousands of random sets, and of invalid data.
 #include "relay/h264/parameter_sets.h"
 
 #include <random>
@@ -15,19 +15,20 @@
 namespace vlk::relay {
 namespace {
 
-TEST(H264ParameterSet, SetsOfRealEncodersAreCompletedExactly) {
+TEST(H264ParameterSet, SetsOfRealEncodersAreCompletedAsExpected) {
   for (const KnownSet& known : kKnownSets) {
     const Bytes before = from_hex(known.before);
     EXPECT_EQ(complete_parameter_set(before, true), from_hex(known.in_order)) << known.encoder;
     EXPECT_EQ(complete_parameter_set(before, false), from_hex(known.order_unknown)) << known.encoder;
-    // A set that is complete stays unchanged.
+    // A set that was completed already stays unchanged.
     EXPECT_EQ(complete_parameter_set(from_hex(known.in_order), true), from_hex(known.in_order))
         << known.encoder;
   }
 }
 
-// Writes a parameter set field by field. The same seed gives the same set, either as an encoder might write
-// its colours and its bitstream restriction, or as the completion must write them.
+// Writes a random parameter set field by field. With the same seed, all sets have the same fields except the
+// colours and the bitstream restriction: these are random, as from an encoder, or as complete_parameter_set
+// must write them if `completed` is true.
 class RandomSet {
  public:
   RandomSet(unsigned seed, bool completed, bool in_order)
@@ -70,7 +71,7 @@ class RandomSet {
     return list[draw(static_cast<std::uint32_t>(list.size()) - 1)];
   }
   std::uint32_t any(unsigned count) {
-    // Zeros are frequent, so that emulation prevention bytes are too.
+    // About a third of the values are 0, so that emulation prevention bytes are frequent.
     const std::uint32_t value = draw(2) == 0 ? 0 : draw(0xFFFFFFFF) >> (32 - count);
     out_.bits(value, count);
     return value;
@@ -142,7 +143,8 @@ class RandomSet {
       if (aspect == 255) any(32);
     }
     if (any(1) == 1) any(1);
-    // The encoder's colours are drawn in both cases, so that later fields are the same.
+    // The encoder's colours are drawn even if they are not used, so that later fields get the same random
+    // numbers.
     BitWriter kept = out_;
     const bool completed = std::exchange(completed_, false);
     colours();
@@ -185,7 +187,7 @@ class RandomSet {
   BitWriter out_;
 };
 
-TEST(H264ParameterSet, RandomSetsKeepAllOtherFieldsBitForBit) {
+TEST(H264ParameterSet, CompletionOfRandomSetsChangesOnlyColoursAndReordering) {
   for (unsigned seed = 0; seed < 10'000; ++seed) {
     const Bytes before = RandomSet(seed, false, false).build();
     for (const bool in_order : {false, true}) {
@@ -205,7 +207,7 @@ TEST(H264ParameterSet, TruncatedSetsAreNotCompleted) {
   }
 }
 
-TEST(H264ParameterSet, SetsWithExcessBytesAndOtherUnitsAreNotCompleted) {
+TEST(H264ParameterSet, SetsWithExcessBytesAndUnitsOfOtherTypesAreNotCompleted) {
   Bytes unit = from_hex(kKnownSets[0].before);
   unit.push_back(0x80);
   EXPECT_FALSE(complete_parameter_set(unit, true));
@@ -214,7 +216,7 @@ TEST(H264ParameterSet, SetsWithExcessBytesAndOtherUnitsAreNotCompleted) {
   EXPECT_FALSE(complete_parameter_set(unit, true));
 }
 
-TEST(H264ParameterSet, RandomBytesAreSafeAndCompletedOnce) {
+TEST(H264ParameterSet, RandomBytesDoNotCrashAndASecondCompletionChangesNothing) {
   std::mt19937 random(7);
   for (int i = 0; i < 20'000; ++i) {
     Bytes unit(random() % 64);

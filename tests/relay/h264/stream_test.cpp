@@ -1,4 +1,4 @@
-// Whole H.264 streams between a machine and a browser.
+// Completion of the parameter sets in whole H.264 streams.
 #include "relay/h264/stream.h"
 
 #include <initializer_list>
@@ -23,7 +23,7 @@ Bytes joined(std::initializer_list<Bytes> parts) {
   return all;
 }
 
-// The beginning of a slice unit of that type, which is all that is read of one.
+// The beginning of a slice unit of type `slice_type`. The code under test does not read more of a slice.
 Bytes slice(std::uint32_t slice_type, std::uint8_t header = 0x41) {
   BitWriter writer;
   writer.bits(header, 8);
@@ -37,10 +37,10 @@ const Bytes kSet = from_hex(kKnownSets[6].before);
 const Bytes kInOrder = from_hex(kKnownSets[6].in_order);
 const Bytes kOrderUnknown = from_hex(kKnownSets[6].order_unknown);
 const Bytes kPictureSet = {0x68, 0xce, 0x3c, 0x80};
-const Bytes kHead = {83, 0, 0, 0, 0, 7, 0, 0, 0, 0};  // arbitrary bytes before the stream
-constexpr std::uint32_t kP = 5, kB = 6, kI = 7;
+const Bytes kHead = {83, 0, 0, 0, 0, 7, 0, 0, 0, 0};  // bytes before the stream, as an envelope's header
+constexpr std::uint32_t kP = 5, kB = 6, kI = 7;       // values of slice_type
 
-TEST(H264Stream, ParameterSetsOfKeyFramesAreCompletedAndTheRestIsKept) {
+TEST(H264Stream, ParameterSetsOfKeyFramesAreCompletedAndOtherUnitsAreKept) {
   for (const Bytes& start : {kStart, kShortStart}) {
     const auto frame = [&](const Bytes& set) {
       return joined({kHead,
@@ -62,7 +62,7 @@ TEST(H264Stream, ParameterSetsOfKeyFramesAreCompletedAndTheRestIsKept) {
   }
 }
 
-TEST(H264Stream, OtherFramesStayUnchanged) {
+TEST(H264Stream, FramesWithoutParameterSetsAndOtherContentStayUnchanged) {
   H264Stream stream;
   const Bytes frames[] = {joined({kHead, kStart, slice(kP)}),
                           kHead,
@@ -88,7 +88,7 @@ TEST(H264Stream, ParameterSetThatCannotBeParsedStaysUnchanged) {
   EXPECT_EQ(message, frame);
 }
 
-TEST(H264Stream, BFrameEndsThePromiseAndNeedsOneKeyFrame) {
+TEST(H264Stream, FirstBFrameAfterADeclaredOrderIsReportedOnceAndLaterSetsDeclareNoOrder) {
   H264Stream stream;
   const auto key = [](const Bytes& set) { return joined({kHead, kStart, set, kStart, slice(kI, 0x65)}); };
   const auto send = [&](Bytes message) {
@@ -103,7 +103,7 @@ TEST(H264Stream, BFrameEndsThePromiseAndNeedsOneKeyFrame) {
   EXPECT_TRUE(send(joined({kHead, kStart, slice(1)})).first);
 }
 
-TEST(H264Stream, MessageWithBFramesAfterItsKeyFrameGetsNoPromise) {
+TEST(H264Stream, ParameterSetInAMessageThatHasABFrameDeclaresNoOrder) {
   const auto frame = [](const Bytes& set) {
     return joined({kHead, kStart, set, kStart, slice(kI, 0x65), kStart, slice(kP), kStart, slice(kB)});
   };
@@ -112,7 +112,7 @@ TEST(H264Stream, MessageWithBFramesAfterItsKeyFrameGetsNoPromise) {
   EXPECT_EQ(message, frame(kOrderUnknown));
 }
 
-TEST(H264Stream, TruncationsAndRandomBytesKeepTheBytesBeforeTheStream) {
+TEST(H264Stream, BytesBeforeATruncatedOrRandomStreamAreKept) {
   const Bytes whole = joined({kHead, kStart, kSet, kStart, kPictureSet, kStart, slice(kI, 0x65)});
   for (std::size_t size = kHead.size(); size <= whole.size(); ++size) {
     Bytes message(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));

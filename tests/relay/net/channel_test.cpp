@@ -1,4 +1,4 @@
-// The state of a connection: its queue, its end, and who waits for it. No socket takes part.
+// The channel of a connection: its queue, its closing, pings, and waiting coroutines. No socket is used.
 #include "relay/net/channel.h"
 
 #include <memory>
@@ -16,7 +16,7 @@ namespace asio = boost::asio;
 
 class ChannelTest : public testing::Test {
  protected:
-  // Starts the coroutine and runs it until it waits. True, now or later, when it has ended.
+  // Starts the coroutine and runs it until it waits. The result becomes true when the coroutine has ended.
   std::shared_ptr<bool> spawn(asio::awaitable<void> work) {
     const auto done = std::make_shared<bool>(false);
     asio::co_spawn(io_, std::move(work), [done](std::exception_ptr) { *done = true; });
@@ -46,26 +46,26 @@ TEST_F(ChannelTest, MessagesAreTakenInOrderAndDiscardedByTheirTag) {
   EXPECT_EQ(next(), "nothing");
 }
 
-TEST_F(ChannelTest, TakenMessageCountsUntilItIsWritten) {
+TEST_F(ChannelTest, MessageBeingWrittenStillCountsTowardsTheQueueLimit) {
   channel_->send_text("eleven byte");
   EXPECT_TRUE(channel_->full());
   EXPECT_EQ(next(), "eleven byte");
   EXPECT_TRUE(channel_->full());
   channel_->written(1);
-  EXPECT_FALSE(channel_->full()) << "ten bytes are not too many";
+  EXPECT_FALSE(channel_->full()) << "ten bytes are within the limit";
 }
 
-TEST_F(ChannelTest, DiscardedMessageNoLongerCounts) {
+TEST_F(ChannelTest, DiscardedMessageNoLongerCountsTowardsTheQueueLimit) {
   channel_->send_text("more than ten", 7);
   channel_->discard(7);
   EXPECT_FALSE(channel_->full());
 }
 
-TEST_F(ChannelTest, NothingIsQueuedAfterTheClose) {
+TEST_F(ChannelTest, MessagesSentAfterCloseAreNotQueued) {
   channel_->send_text("before");
   channel_->close(CloseCode::GoingAway, "stop");
   channel_->send_text("after");
-  EXPECT_EQ(next(), "before") << "what waits is still sent";
+  EXPECT_EQ(next(), "before") << "a message that is queued at the close is still sent";
   EXPECT_EQ(next(), "nothing");
 }
 
@@ -78,7 +78,7 @@ TEST_F(ChannelTest, CutEmptiesTheQueueAndKeepsTheFirstReason) {
   EXPECT_EQ(channel_->end_reason(), "stop");
 }
 
-TEST_F(ChannelTest, EveryRequestIsReportedToTheConnection) {
+TEST_F(ChannelTest, EachSendPingCloseAndCutCallsTheRequestCallbackOnce) {
   int requests = 0;
   channel_->on_request([&] { ++requests; });
   channel_->send_text("a");
@@ -93,7 +93,7 @@ TEST_F(ChannelTest, EveryRequestIsReportedToTheConnection) {
   EXPECT_EQ(requests, 4);
 }
 
-TEST_F(ChannelTest, PingIsRequestedOnceUntilThePeerIsHeard) {
+TEST_F(ChannelTest, NextPingIsRequestedOnlyAfterThePeerHasSentSomething) {
   const auto start = Clock::now() + std::chrono::seconds(1);
   channel_->ping(start);
   EXPECT_TRUE(channel_->ping_requested());
@@ -105,7 +105,7 @@ TEST_F(ChannelTest, PingIsRequestedOnceUntilThePeerIsHeard) {
   EXPECT_TRUE(channel_->ping_requested());
 }
 
-TEST_F(ChannelTest, StallLastsFromTheFirstUnsentByteOn) {
+TEST_F(ChannelTest, WriteStallIsMeasuredWhileMessagesAreQueued) {
   const auto later = Clock::now() + std::chrono::hours(1);
   EXPECT_EQ(channel_->write_stall(later), Clock::duration::zero());
   channel_->send_text("waits");
@@ -115,7 +115,7 @@ TEST_F(ChannelTest, StallLastsFromTheFirstUnsentByteOn) {
   EXPECT_EQ(channel_->write_stall(later), Clock::duration::zero());
 }
 
-TEST_F(ChannelTest, WaitForRoomReturnsWhenThereIsRoom) {
+TEST_F(ChannelTest, WaitForRoomReturnsWhenTheQueueIsNotFull) {
   EXPECT_TRUE(*spawn(channel_->wait_for_room()));
   channel_->send_text("more than ten");
   const auto done = spawn(channel_->wait_for_room());
@@ -126,7 +126,7 @@ TEST_F(ChannelTest, WaitForRoomReturnsWhenThereIsRoom) {
   EXPECT_TRUE(*done);
 }
 
-TEST_F(ChannelTest, WaitForRoomReturnsAtTheEndOfTheConnection) {
+TEST_F(ChannelTest, WaitForRoomReturnsWhenTheConnectionIsCut) {
   channel_->send_text("more than ten");
   const auto done = spawn(channel_->wait_for_room());
   channel_->cut("gone");

@@ -1,4 +1,4 @@
-// The rows of the audit trail, and what happens when the database refuses them.
+// The rows of the audit trail, and what happens when the database cannot write them.
 #include "relay/session/parts_fixture.h"
 
 namespace vlk::relay {
@@ -24,7 +24,7 @@ TEST_F(AuditTrailTest, RowIsWrittenAtOnceWithAllItsFields) {
   EXPECT_NEAR(static_cast<double>(row.number(5)), static_cast<double>(wall_seconds()), 60);
 }
 
-TEST_F(AuditTrailTest, NotesTakePeopleAndMachineFromTheirSessionAndAreWrittenTogether) {
+TEST_F(AuditTrailTest, NotesAreWrittenByWriteNotesWithTheRepresentativeAndMachineOfTheirSession) {
   parts_->audit.note(session_, {"upload", "1 a"});
   parts_->audit.note(session_, {"upload-end", "1 ended 5"});
   EXPECT_EQ(audited(), Lines{});
@@ -38,19 +38,19 @@ TEST_F(AuditTrailTest, NotesTakePeopleAndMachineFromTheirSessionAndAreWrittenTog
   EXPECT_EQ(row.text(0) + ' ' + row.text(1) + ' ' + row.text(2), "ada a 10.0.0.2:2000");
 }
 
-TEST_F(AuditTrailTest, NotesThatWaitAreWrittenWhenTheRelayStops) {
+TEST_F(AuditTrailTest, UnwrittenNotesAreWrittenWhenTheRelayStops) {
   parts_->audit.note(session_, {"upload", "1 a"});
   parts_.reset();
   EXPECT_EQ(audited(), (Lines{"upload: 1 a"}));
 }
 
-TEST_F(AuditTrailTest, RowThatTheDatabaseRefusesIsLoggedAsLost) {
+TEST_F(AuditTrailTest, RowThatTheDatabaseCannotWriteIsLoggedAsLost) {
   break_audit_trail();
   parts_->audit.write({"login", "ada", "", "", ""});
   EXPECT_TRUE(logged("audit record \"login\" is lost: The database failed"));
 }
 
-TEST_F(AuditTrailTest, NotesThatTheDatabaseRefusesAreLoggedAsLostAndNotTriedAgain) {
+TEST_F(AuditTrailTest, NotesThatTheDatabaseCannotWriteAreLoggedAsLostAndNotTriedAgain) {
   parts_->audit.note(session_, {"upload", "1 a"});
   parts_->audit.note(session_, {"upload-end", "1 ended 5"});
   break_audit_trail();

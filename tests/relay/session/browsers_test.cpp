@@ -6,7 +6,7 @@ namespace {
 
 using BrowsersTest = PartsTest;
 
-TEST_F(BrowsersTest, NewBrowserReceivesTheListAtOnce) {
+TEST_F(BrowsersTest, NewBrowserReceivesTheListOfMachinesAtOnce) {
   log_in("a");
   const auto browser = browse("ada");
   const Lines lines = sent(*browser->channel);
@@ -15,7 +15,7 @@ TEST_F(BrowsersTest, NewBrowserReceivesTheListAtOnce) {
   EXPECT_EQ(Json::parse(lines[0])["agents"][0]["id"], "a");
 }
 
-TEST_F(BrowsersTest, NewerListReplacesTheOneThatStillWaits) {
+TEST_F(BrowsersTest, NewerListOfMachinesReplacesAnOlderListInTheQueue) {
   const auto browser = browse("ada");
   parts_->browsers.refuse(*browser, "No.");
   parts_->browsers.send_list(Json::array({1}));
@@ -24,7 +24,7 @@ TEST_F(BrowsersTest, NewerListReplacesTheOneThatStillWaits) {
             (Lines{R"({"message":"No.","type":"error"})", R"({"agents":[2],"type":"agents"})"}));
 }
 
-TEST_F(BrowsersTest, RefusalNamesTheMachineAndCarriesFurtherFields) {
+TEST_F(BrowsersTest, RefusalContainsTheMachinesIdAndFurtherFields) {
   const auto browser = browse("ada");
   parts_->browsers.refuse(*browser, "No.", "a", {{"transfer", 5}});
   EXPECT_EQ(sent_but_lists(*browser->channel),
@@ -32,7 +32,7 @@ TEST_F(BrowsersTest, RefusalNamesTheMachineAndCarriesFurtherFields) {
   EXPECT_TRUE(logged("refused a request of ada: No."));
 }
 
-TEST_F(BrowsersTest, EndOfALogInClosesItsBrowsersOnly) {
+TEST_F(BrowsersTest, EndOfALogInClosesOnlyTheBrowsersWithThisLogIn) {
   const auto first = browse("ada"), second = browse("ada"), other = browse("ben");
   second->login = {9};
   parts_->browsers.end_login({9});
@@ -41,7 +41,7 @@ TEST_F(BrowsersTest, EndOfALogInClosesItsBrowsersOnly) {
   EXPECT_FALSE(other->channel->closing());
 }
 
-TEST_F(BrowsersTest, ChangedPasswordClosesTheOtherLogInsOfTheRepresentative) {
+TEST_F(BrowsersTest, EndOtherLoginsClosesTheRepresentativesBrowsersWithOtherLogIns) {
   const auto first = browse("ada"), second = browse("ada"), other = browse("ben");
   second->login = {9};
   parts_->browsers.end_other_logins("ada", {9});
@@ -50,7 +50,7 @@ TEST_F(BrowsersTest, ChangedPasswordClosesTheOtherLogInsOfTheRepresentative) {
   EXPECT_FALSE(other->channel->closing());
 }
 
-TEST_F(BrowsersTest, BrowsersAreClosedWithACodeWhenTheRelayStops) {
+TEST_F(BrowsersTest, CloseAllClosesBrowsersWithTheGivenCloseCode) {
   const auto browser = browse("ada");
   parts_->browsers.close_all(CloseCode::GoingAway, "the relay stops");
   ASSERT_TRUE(browser->channel->close_request());

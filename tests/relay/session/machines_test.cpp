@@ -1,4 +1,4 @@
-// Which machines are enrolled and connected, and the list that browsers show of them.
+// The enrolled machines, their connections, and the list of machines for browsers.
 #include "relay/session/parts_fixture.h"
 
 namespace vlk::relay {
@@ -23,7 +23,7 @@ TEST_F(MachinesTest, StoredMachineIsListedAsOfflineAfterARestart) {
   EXPECT_EQ(entry("a"), expected);
 }
 
-TEST_F(MachinesTest, StateFollowsTheConnectionAndTheSession) {
+TEST_F(MachinesTest, ListedStateIsOnlineSessionOrOffline) {
   const auto agent = log_in("a");
   EXPECT_EQ(entry("a")["state"], "online");
   EXPECT_EQ(entry("a", {{"a", "ada"}})["state"], "session");
@@ -40,10 +40,11 @@ TEST_F(MachinesTest, NewerConnectionReplacesTheOlderOne) {
   EXPECT_EQ(parts_->machines.log_in(newer, *parts_->machines.find("a")), older);
   EXPECT_EQ(parts_->machines.connection("a"), newer);
   parts_->machines.remove_connection(older);
-  EXPECT_EQ(parts_->machines.connection("a"), newer) << "the end of the older connection changes nothing";
+  EXPECT_EQ(parts_->machines.connection("a"), newer)
+      << "removing the older connection must keep the newer one";
 }
 
-TEST_F(MachinesTest, RenameIsStoredAndChangesTheListOnce) {
+TEST_F(MachinesTest, NewNameIsStoredAndMarksTheListAsChangedOnce) {
   const auto agent = log_in("a");
   (void)parts_->machines.take_list_changed();
   parts_->machines.rename(*agent, "new");
@@ -70,7 +71,7 @@ TEST_F(MachinesTest, OnlyTheEchoOfTheLastHeartbeatMeasuresTheRoundTrip) {
   const auto echo = [&](std::uint32_t number) {
     return parts_->machines.heartbeat_echo(*agent, number, start + std::chrono::milliseconds(40));
   };
-  EXPECT_FALSE(echo(5)) << "no heartbeat is open";
+  EXPECT_FALSE(echo(5)) << "no heartbeat waits for its echo";
   agent->heartbeat_open = true;
   EXPECT_FALSE(echo(4));
   EXPECT_TRUE(entry("a")["round_trip_ms"].is_null());
@@ -89,7 +90,7 @@ TEST_F(MachinesTest, OnlyAnOfflineMachineCanBeForgotten) {
   EXPECT_TRUE(store_.agents().empty());
 }
 
-TEST_F(MachinesTest, ConnectionsWithoutALogInAreCutToo) {
+TEST_F(MachinesTest, CutConnectionsAlsoCutsConnectionsThatHaveNotLoggedIn) {
   const auto unknown = connect();
   const auto agent = log_in("a");
   parts_->machines.cut_connections("the relay stops");

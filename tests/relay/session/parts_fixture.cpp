@@ -1,4 +1,4 @@
-// Connections without sockets.
+// Connections without sockets, and what was sent to them.
 #include "relay/session/parts_fixture.h"
 
 #include "relay/base/secrets.h"

@@ -1,4 +1,5 @@
-// The parts of the relay without a network: tests act for the connections and read the peers' channels.
+// A fixture with the relay's session parts and no network. Tests call the parts as connections would, and
+// read the peers' channels.
 #pragma once
 
 #include <memory>
@@ -24,19 +25,18 @@ class PartsTest : public testing::Test {
 
   PartsTest();
 
-  // Connections: one of an agent that has not logged in, one of an enrolled machine, one of a browser.
+  // Add a connection: of an agent that has not logged in, of an enrolled machine `id`, or of a browser.
   Agent connect();
   Agent log_in(const std::string& id);
   Console browse(const std::string& representative);
 
-  // A session of the browser with the machine: its number.
+  // Request a session of the browser with the machine and return its number. accepted() also accepts it.
   std::uint32_t ask(const Console& console, const Agent& agent);
   std::uint32_t accepted(const Console& console, const Agent& agent);
 
-  // What the channel was asked to send since the last call: JSON text, or "TYPE/SESSION PAYLOAD" for an
-  // envelope.
+  // Takes the channel's queued messages: each as JSON text or, for an envelope, as "TYPE/SESSION PAYLOAD".
   static Lines sent(Channel& channel);
-  // The same without lists of machines.
+  // The same as sent(), without the messages with lists of machines.
   static Lines sent_but_lists(Channel& channel);
   // The rows of the audit trail as "EVENT: DETAIL".
   Lines audited();
@@ -54,7 +54,7 @@ class PartsTest : public testing::Test {
   std::unique_ptr<Parts> parts_;
 };
 
-// An envelope with a payload of text.
+// An envelope with the given payload.
 Bytes envelope_of(Msg type, std::uint32_t session, const std::string& payload = {});
 
 }  // namespace vlk::relay

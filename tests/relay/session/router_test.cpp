@@ -1,5 +1,4 @@
-// Which messages pass between machines and browsers: each type in each state of a session, in both
-// directions.
+// The router's decision about messages of each type, in each state of a session and in both directions.
 #include "relay/session/parts_fixture.h"
 
 namespace vlk::relay {
@@ -7,7 +6,7 @@ namespace {
 
 using Kind = Route::Kind;
 
-// What the session of a message is to the peer that sends it.
+// The state of a message's session, and whether the session belongs to the sender of the message.
 enum class Belonging { None, OfAnother, Asked, Accepted };
 constexpr Belonging kBelongings[] = {Belonging::None, Belonging::OfAnother, Belonging::Asked,
                                      Belonging::Accepted};
@@ -50,8 +49,8 @@ class RouterTest : public PartsTest {
   Bytes message_;
 };
 
-// All 256 codes, those without a rule included.
-TEST_F(RouterTest, EveryTypeFromAMachineInEveryState) {
+// Tests all 256 message codes, including the codes without a rule.
+TEST_F(RouterTest, MessagesOfAMachinePassByTheirTypeAndTheStateOfTheirSession) {
   for (const Belonging belonging : kBelongings) {
     const std::uint32_t session = session_that_is(belonging);
     for (int code = 0; code < 256; ++code) {
@@ -71,7 +70,7 @@ TEST_F(RouterTest, EveryTypeFromAMachineInEveryState) {
   }
 }
 
-TEST_F(RouterTest, EveryTypeFromABrowserInEveryState) {
+TEST_F(RouterTest, MessagesOfABrowserPassByTheirTypeAndTheStateOfTheirSession) {
   const std::map<Belonging, std::string> refusals = {
       {Belonging::None, "There is no such session."},
       {Belonging::OfAnother, "There is no such session."},
@@ -82,7 +81,7 @@ TEST_F(RouterTest, EveryTypeFromABrowserInEveryState) {
     const std::uint32_t session = session_that_is(belonging);
     for (int code = 0; code < 256; ++code) {
       const auto type = static_cast<Msg>(code);
-      if (belonging == Belonging::Accepted && is_transfer(type)) continue;  // these have tests of their own
+      if (belonging == Belonging::Accepted && is_transfer(type)) continue;  // transfers have their own tests
       const MessageRule* rule = find_rule(type);
       const bool allowed = rule && rule->to_agent() && rule->scope == Scope::Session;
       const Route route = from_browser(type, session);
@@ -95,20 +94,20 @@ TEST_F(RouterTest, EveryTypeFromABrowserInEveryState) {
       EXPECT_EQ(route.to, nullptr);
       EXPECT_EQ(route.reason, refusals.at(belonging)) << code;
       const bool own = belonging == Belonging::Asked || belonging == Belonging::Accepted;
-      EXPECT_EQ(route.agent, own ? "a" : "") << "a machine of another browser is not named";
+      EXPECT_EQ(route.agent, own ? "a" : "") << "the error must not name another browser's machine";
     }
     if (belonging == Belonging::Asked) parts_->sessions.close(*browser_, session);
   }
 }
 
-TEST_F(RouterTest, NothingPassesAfterTheEndOfTheSession) {
+TEST_F(RouterTest, MessagesOfAnEndedSessionDoNotPass) {
   const std::uint32_t session = accepted(browser_, agent_);
   parts_->sessions.close(*browser_, session);
   EXPECT_EQ(from_agent(Msg::StreamFrame, session).kind, Kind::Swallow);
   EXPECT_EQ(from_browser(Msg::InputEvent, session).kind, Kind::Refuse);
 }
 
-TEST_F(RouterTest, WhatIsNotAnEnvelopeIsMalformed) {
+TEST_F(RouterTest, MessageWithAWrongLengthIsMalformed) {
   const std::uint32_t session = accepted(browser_, agent_);
   const Bytes whole = envelope_of(Msg::ClipboardData, session, "\1text");
   for (std::size_t size = 0; size < whole.size(); ++size) {
@@ -127,7 +126,7 @@ TEST_F(RouterTest, EveryMessageBeforeTheLogInIsForTheRelay) {
     EXPECT_EQ(from_agent(rule.code, 0).kind, Kind::ForRelay);
 }
 
-TEST_F(RouterTest, RefusedAndClosingAgentsAreNotHeard) {
+TEST_F(RouterTest, MessagesOfRefusedAndClosingAgentsAreDropped) {
   agent_->refused = true;
   EXPECT_EQ(from_agent(Msg::Heartbeat, 0).kind, Kind::Swallow);
   agent_->refused = false;
@@ -141,7 +140,7 @@ TEST_F(RouterTest, OversizedMessageForTheRelayIsIgnored) {
   EXPECT_EQ(route.reason, "ignored an oversized message of type 4");
 }
 
-TEST_F(RouterTest, TransferPassesOnlyWithANumberOfTheSession) {
+TEST_F(RouterTest, UploadPassesOnlyWithATransferNumberOfItsSession) {
   const std::uint32_t session = accepted(browser_, agent_);
   const std::uint32_t number = parts_->transfers.give(session);
   const auto request = [&](std::uint32_t transfer) {
@@ -159,7 +158,7 @@ TEST_F(RouterTest, TransferPassesOnlyWithANumberOfTheSession) {
                             "upload-end: " + std::to_string(number) + " ended 0"}));
 }
 
-TEST_F(RouterTest, CancelledDownloadIsSwallowedInBothDirections) {
+TEST_F(RouterTest, CancelOfADownloadIsNotSentToTheMachineAndTheMachinesEndMessagePasses) {
   const std::uint32_t session = accepted(browser_, agent_);
   const std::string id = R"({"transfer_id":)" + std::to_string(parts_->transfers.give(session));
   EXPECT_EQ(from_browser(Msg::DownloadRequest, session, id + R"(,"path":"a"})").kind, Kind::Forward);
@@ -169,7 +168,7 @@ TEST_F(RouterTest, CancelledDownloadIsSwallowedInBothDirections) {
   EXPECT_EQ(notes().size(), 2u);
 }
 
-TEST_F(RouterTest, ClipboardFilesAndRestartsLeaveNotes) {
+TEST_F(RouterTest, ClipboardFilesAndRestartsAreNotedForTheAuditTrail) {
   using namespace std::string_literals;
   const std::uint32_t session = accepted(browser_, agent_);
   const std::string file = "\3\0\0\0\1\0\0\0\1a\0\0\0\0\0\0\0\0"s;
@@ -181,7 +180,7 @@ TEST_F(RouterTest, ClipboardFilesAndRestartsLeaveNotes) {
             (Lines{"clipboard-down: 1 a", "clipboard-up: 1 a", "restart: " + std::to_string(session)}));
 }
 
-TEST_F(RouterTest, FramesOfAnH264StreamAreCompletedUntilTheNextStreamConfig) {
+TEST_F(RouterTest, StreamConfigResetsTheStateOfTheH264Stream) {
   using namespace std::string_literals;
   const std::uint32_t session = accepted(browser_, agent_);
   const std::string stamp(8, 't'), start = "\0\0\0\1"s;
@@ -190,7 +189,7 @@ TEST_F(RouterTest, FramesOfAnH264StreamAreCompletedUntilTheNextStreamConfig) {
   const std::string b_slice = start + "\x41\x9c\x80"s;
   EXPECT_FALSE(from_agent(Msg::StreamFrame, session, stamp + start + set).key_frame_needed);
   EXPECT_EQ(payload(), stamp + start + in_order);
-  EXPECT_TRUE(read_header(message_)) << "the declared length follows the payload";
+  EXPECT_TRUE(read_header(message_)) << "the length in the header must match the changed payload";
   const Route broken = from_agent(Msg::StreamFrame, session, stamp + b_slice);
   EXPECT_EQ(broken.kind, Kind::Forward);
   EXPECT_TRUE(broken.key_frame_needed);

@@ -1,4 +1,4 @@
-// The states of a session, and what browser, machine and audit trail receive at each transition.
+// The states of a session, and what the browser, the machine and the audit trail receive when it changes.
 #include "relay/session/parts_fixture.h"
 
 namespace vlk::relay {
@@ -7,7 +7,7 @@ namespace {
 using enum SessionState;
 using enum SessionEvent;
 
-TEST(SessionStates, EveryStateAndEventHasTheExpectedResult) {
+TEST(SessionStates, EachEventInEachStateLeadsToTheExpectedState) {
   const struct {
     SessionState from;
     SessionEvent event;
@@ -40,7 +40,7 @@ class SessionsTest : public PartsTest {
   std::uint32_t number_ = 0;
 };
 
-TEST_F(SessionsTest, RequestReachesTheMachineAndItsAcceptanceTheBrowser) {
+TEST_F(SessionsTest, RequestIsSentToTheMachineAndItsAcceptanceToTheBrowser) {
   number_ = ask(browser_, agent_);
   EXPECT_EQ(to_agent(), (Lines{"65/" + number() + R"( {"rep_name":"ada"})"}));
   parts_->sessions.accept(*agent_, number_);
@@ -56,7 +56,7 @@ TEST_F(SessionsTest, RepeatedAcceptanceHasNoEffect) {
   EXPECT_EQ(audited().size(), 2u);
 }
 
-TEST_F(SessionsTest, RejectionEndsTheSessionWithoutASessionEnd) {
+TEST_F(SessionsTest, RejectionEndsTheSessionWithoutASessionEndMessageToTheMachine) {
   number_ = ask(browser_, agent_);
   (void)to_agent();
   parts_->sessions.reject(*agent_, number_);
@@ -83,7 +83,7 @@ TEST_F(SessionsTest, AnswersFromAnotherMachineAreIgnored) {
   EXPECT_EQ(to_browser(), Lines{});
 }
 
-TEST_F(SessionsTest, ClosedSessionIsEndedOnBothSidesAndItsFramesAreDropped) {
+TEST_F(SessionsTest, CloseInformsBrowserAndMachineAndDropsQueuedFrames) {
   number_ = accepted(browser_, agent_);
   browser_->channel->send_text("a frame that waits", number_);
   parts_->sessions.close(*browser_, number_);
@@ -92,7 +92,7 @@ TEST_F(SessionsTest, ClosedSessionIsEndedOnBothSidesAndItsFramesAreDropped) {
   EXPECT_EQ(audited().back(), "session-end: " + number() + " closed");
 }
 
-TEST_F(SessionsTest, OnlyItsOwnBrowserCanCloseASession) {
+TEST_F(SessionsTest, AnotherBrowserCannotCloseASession) {
   number_ = accepted(browser_, agent_);
   const auto other = browse("ben");
   parts_->sessions.close(*other, number_);
@@ -101,7 +101,7 @@ TEST_F(SessionsTest, OnlyItsOwnBrowserCanCloseASession) {
             (Lines{R"({"message":"There is no such session.","type":"error"})"}));
 }
 
-TEST_F(SessionsTest, RefusedRequestsCarryACode) {
+TEST_F(SessionsTest, ErrorForARefusedRequestContainsACode) {
   parts_->machines.remove_connection(log_in("offline"));
   const auto other = browse("ben");
   accepted(other, agent_);
@@ -118,7 +118,7 @@ TEST_F(SessionsTest, RefusedRequestsCarryACode) {
   }
 }
 
-TEST_F(SessionsTest, BrowserHasABoundedNumberOfSessions) {
+TEST_F(SessionsTest, RequestBeyondTheLimitOfSessionsPerBrowserIsRefused) {
   limits_.sessions_per_browser = 2;
   accepted(browser_, agent_);
   accepted(browser_, log_in("b"));
@@ -126,21 +126,21 @@ TEST_F(SessionsTest, BrowserHasABoundedNumberOfSessions) {
   EXPECT_EQ(Json::parse(to_browser().at(0))["code"], "too-many");
 }
 
-TEST_F(SessionsTest, LostBrowserEndsItsSessionsAndTellsTheMachines) {
+TEST_F(SessionsTest, DisconnectedBrowsersMachineReceivesTheSessionEnd) {
   number_ = accepted(browser_, agent_);
   parts_->sessions.end_all_of(*browser_, "browser-gone");
   EXPECT_EQ(to_agent(), (Lines{"70/" + number() + " {}"}));
   EXPECT_TRUE(parts_->sessions.representatives().empty());
 }
 
-TEST_F(SessionsTest, LostMachineEndsItsSessionAndTellsTheBrowser) {
+TEST_F(SessionsTest, DisconnectedMachinesBrowserReceivesTheSessionEnd) {
   number_ = accepted(browser_, agent_);
   parts_->sessions.end_all_of(*agent_, "agent-gone");
   EXPECT_EQ(to_browser(), (Lines{state_message("ended", "agent-gone")}));
   EXPECT_EQ(to_agent(), Lines{});
 }
 
-TEST_F(SessionsTest, UploadsThatAreOpenAreEndedBeforeTheSession) {
+TEST_F(SessionsTest, EndMessagesOfOpenUploadsAreSentBeforeTheSessionEnd) {
   number_ = accepted(browser_, agent_);
   const std::string upload = std::to_string(parts_->transfers.give(number_));
   Bytes begin = envelope_of(Msg::UploadBegin, number_, R"({"transfer_id":)" + upload + R"(,"path":"a"})");
@@ -148,10 +148,11 @@ TEST_F(SessionsTest, UploadsThatAreOpenAreEndedBeforeTheSession) {
   parts_->sessions.close(*browser_, number_);
   EXPECT_EQ(to_agent(),
             (Lines{"101/" + number() + R"( {"transfer_id":)" + upload + "}", "70/" + number() + " {}"}));
-  EXPECT_EQ(parts_->transfers.owed("a", Clock::now()).size(), 1u) << "until the machine has read on";
+  EXPECT_EQ(parts_->transfers.owed("a", Clock::now()).size(), 1u)
+      << "owed until the machine answers a later heartbeat";
 }
 
-TEST_F(SessionsTest, OnlyUnansweredRequestsEndByTime) {
+TEST_F(SessionsTest, UnansweredRequestEndsAfterTheTimeLimitAndAcceptedSessionDoesNot) {
   number_ = ask(browser_, agent_);
   const auto answered = accepted(browse("ben"), log_in("b"));
   const auto asked = parts_->sessions.find(number_)->asked;
@@ -162,7 +163,7 @@ TEST_F(SessionsTest, OnlyUnansweredRequestsEndByTime) {
   EXPECT_NE(parts_->sessions.find(answered), nullptr);
 }
 
-TEST_F(SessionsTest, RoundTripIsThatOfAnAcceptedSession) {
+TEST_F(SessionsTest, RoundTripIsReportedOnlyForAnAcceptedSession) {
   agent_->round_trip_ms = 40;
   number_ = ask(browser_, agent_);
   EXPECT_EQ(parts_->sessions.round_trip(*browser_), std::nullopt);
@@ -170,7 +171,7 @@ TEST_F(SessionsTest, RoundTripIsThatOfAnAcceptedSession) {
   EXPECT_EQ(parts_->sessions.round_trip(*browser_), 40);
 }
 
-TEST_F(SessionsTest, NumbersSkipZeroAndTheTagOfTheList) {
+TEST_F(SessionsTest, SessionNumbersSkipZeroAndTheTagOfTheMachineList) {
   Sessions sessions(parts_->machines, parts_->browsers, parts_->transfers, parts_->audit, log_, limits_,
                     kListTag - 1);
   sessions.open(browser_, "a");

@@ -1,5 +1,5 @@
-// Decisions about single messages of file transfers: their numbers, what a browser may send for each, and
-// which ends a machine is owed. Also the audit note of clipboard files.
+// File transfers: their numbers, the decisions about their messages, and the end messages that a machine is
+// owed. Also the audit note about clipboard files.
 #include "relay/session/transfers.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ class TransfersTest : public testing::Test {
   Bytes message_;
 };
 
-TEST_F(TransfersTest, NumbersAreNeverZeroAndNeverGivenTwice) {
+TEST_F(TransfersTest, TransferNumbersAreNotZeroAndAreNotUsedTwice) {
   EXPECT_EQ(transfers_.give(7), 0xFFFFFFFF);
   EXPECT_EQ(transfers_.give(7), 1u);
   EXPECT_EQ(transfers_.give(8), 2u);
@@ -41,7 +41,7 @@ TEST_F(TransfersTest, NumbersAreNeverZeroAndNeverGivenTwice) {
   EXPECT_EQ(transfers_.give(7), 3u);
 }
 
-TEST_F(TransfersTest, SessionHasABoundedNumberOfOpenTransfers) {
+TEST_F(TransfersTest, NoNumberIsGivenBeyondTheLimitOfOpenTransfersPerSession) {
   const std::uint32_t first = transfers_.give(7);
   for (std::size_t i = 1; i < Transfers::kOpenPerSession; ++i)
     EXPECT_NE(transfers_.give(7), 0u);
@@ -52,7 +52,7 @@ TEST_F(TransfersTest, SessionHasABoundedNumberOfOpenTransfers) {
   EXPECT_NE(transfers_.give(7), 0u);
 }
 
-TEST_F(TransfersTest, NothingPassesWithoutANumberOfTheSession) {
+TEST_F(TransfersTest, MessagesWithoutATransferNumberOfTheSessionAreRefused) {
   const std::uint32_t other = transfers_.give(8);
   const std::uint32_t own = transfers_.give(7);
   for (const std::uint32_t number : {0u, other, own + 1}) {
@@ -62,13 +62,13 @@ TEST_F(TransfersTest, NothingPassesWithoutANumberOfTheSession) {
     EXPECT_EQ(send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(number) + "}").kind,
               Kind::Refuse);
   }
-  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "given, but not begun";
+  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "the transfer has not begun";
   EXPECT_EQ(request(Msg::DownloadRequest, own).kind, Kind::Pass);
-  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "a download";
-  EXPECT_EQ(request(Msg::UploadBegin, own).kind, Kind::Refuse) << "used already";
+  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).kind, Kind::Refuse) << "the transfer is a download";
+  EXPECT_EQ(request(Msg::UploadBegin, own).kind, Kind::Refuse) << "the number is in use already";
 }
 
-TEST_F(TransfersTest, InvalidRequestsAreRefused) {
+TEST_F(TransfersTest, RequestsWithInvalidNumbersOrPathsAndShortChunksAreRefused) {
   const std::string own = std::to_string(transfers_.give(7));
   for (const std::string& payload : std::vector<std::string>{
            "", "{", "5", "[]", R"({"path":"C:\\a"})", R"({"transfer_id":)" + own + "}",
@@ -84,7 +84,8 @@ TEST_F(TransfersTest, InvalidRequestsAreRefused) {
     EXPECT_EQ(send(Msg::FileChunk, std::string(size, '\0')).kind, Kind::Refuse);
 }
 
-// The agent searches the text for keys, so it must find exactly what was checked here.
+// The agent's JSON reader searches the text for keys, and must find exactly the values that the relay
+// checked.
 TEST_F(TransfersTest, RequestsAreRewrittenSoThatTheMachineReadsWhatWasChecked) {
   const std::string own = std::to_string(transfers_.give(7));
   const std::string hidden =
@@ -100,7 +101,7 @@ TEST_F(TransfersTest, RequestsAreRewrittenSoThatTheMachineReadsWhatWasChecked) {
   EXPECT_EQ(payload_of(message_), R"({"transfer_id":)" + own + "}");
 }
 
-TEST_F(TransfersTest, CancelledDownloadIsSwallowedAndItsChunksDropped) {
+TEST_F(TransfersTest, CancelOfADownloadIsNotSentToTheMachineAndItsFurtherChunksAreDropped) {
   const std::uint32_t own = transfers_.give(7);
   request(Msg::DownloadRequest, own);
   EXPECT_TRUE(transfers_.from_agent(7, Msg::FileChunk, envelope(Msg::FileChunk, 7, chunk(own, "ab"))).wanted);
@@ -114,7 +115,7 @@ TEST_F(TransfersTest, CancelledDownloadIsSwallowedAndItsChunksDropped) {
   EXPECT_EQ(last.note->detail, std::to_string(own) + " cancelled 3");
 }
 
-TEST_F(TransfersTest, BeginAndEndOfATransferLeaveNotes) {
+TEST_F(TransfersTest, BeginAndEndOfAnUploadAreNotedForTheAuditTrail) {
   const std::uint32_t own = transfers_.give(7);
   const auto begin = request(Msg::UploadBegin, own);
   ASSERT_TRUE(begin.note);
@@ -129,7 +130,7 @@ TEST_F(TransfersTest, BeginAndEndOfATransferLeaveNotes) {
   EXPECT_LT(longest.note->detail.size(), 5000u);
 }
 
-TEST_F(TransfersTest, EndOfASessionReturnsTheOpenUploads) {
+TEST_F(TransfersTest, EndSessionReturnsTheOpenUploadsAndForgetsTheTransfers) {
   const std::uint32_t open = transfers_.give(7), unused = transfers_.give(7), down = transfers_.give(7);
   request(Msg::UploadBegin, open);
   request(Msg::DownloadRequest, down);
@@ -140,7 +141,7 @@ TEST_F(TransfersTest, EndOfASessionReturnsTheOpenUploads) {
   EXPECT_EQ(request(Msg::UploadBegin, unused).kind, Kind::Refuse);
 }
 
-TEST_F(TransfersTest, OwedEndsAreBoundedAndSettledByWhatTheMachineReadLater) {
+TEST_F(TransfersTest, OwedEndMessagesAreLimitedAndAreRemovedOnceTheMachineHasReadThem) {
   const auto start = Clock::now();
   const auto at = [&](int second) { return start + std::chrono::seconds(second); };
   transfers_.owe("a", {1, 2}, at(0));
@@ -149,7 +150,8 @@ TEST_F(TransfersTest, OwedEndsAreBoundedAndSettledByWhatTheMachineReadLater) {
   transfers_.settle("a", at(2));
   EXPECT_EQ(transfers_.owed("a", at(5)), std::vector<std::uint32_t>{3});
   transfers_.settle("a", at(3));
-  EXPECT_EQ(transfers_.owed("a", at(6)), std::vector<std::uint32_t>{3}) << "it was sent again since";
+  EXPECT_EQ(transfers_.owed("a", at(6)), std::vector<std::uint32_t>{3})
+      << "the end message was sent again later";
   transfers_.settle("a", at(7));
   EXPECT_TRUE(transfers_.owed("a", at(8)).empty());
   for (std::uint32_t i = 0; i < Transfers::kOwedPerAgent; ++i)
@@ -157,7 +159,7 @@ TEST_F(TransfersTest, OwedEndsAreBoundedAndSettledByWhatTheMachineReadLater) {
   EXPECT_EQ(transfers_.owed("a", at(9)).size(), Transfers::kOwedPerAgent);
 }
 
-TEST_F(TransfersTest, OversizedEndOfADownloadIsDropped) {
+TEST_F(TransfersTest, OversizedEndMessageOfADownloadIsDropped) {
   const std::uint32_t own = transfers_.give(7);
   request(Msg::DownloadRequest, own);
   const std::string end = R"({"transfer_id":)" + std::to_string(own) + R"(,"ok":true})";
@@ -170,7 +172,7 @@ std::optional<std::string> note_of(const std::string& payload) {
   return clip_note(envelope(Msg::ClipboardData, 7, payload));
 }
 
-TEST(ClipNote, HasTheNamesOfFilesOnly) {
+TEST(ClipNote, ContainsTheNamesOfFilesAndNothingOfOtherContents) {
   EXPECT_EQ(note_of(""), std::nullopt);
   EXPECT_EQ(note_of("\1secret"), std::nullopt);
   EXPECT_EQ(note_of("\2png"), std::nullopt);
@@ -179,7 +181,7 @@ TEST(ClipNote, HasTheNamesOfFilesOnly) {
   EXPECT_EQ(note_of(two), "2 þ.txt, b c");
 }
 
-TEST(ClipNote, TruncationsAndOversizedNumbersAreSafe) {
+TEST(ClipNote, CountsOnlyCompleteFilesInTruncatedOrInvalidPayloads) {
   const std::string one = "\3" + big_endian(1) + record("a", "xyz");
   for (std::size_t size = 1; size < one.size(); ++size)
     EXPECT_EQ(note_of(one.substr(0, size)), "0") << size;

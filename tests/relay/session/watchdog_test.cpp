@@ -1,4 +1,4 @@
-// Everything that happens by time, with a clock that the tests set.
+// Time limits of peers, heartbeats and periodic writes. The tests pass the time to each tick.
 #include "relay/session/parts_fixture.h"
 
 namespace vlk::relay {
@@ -9,7 +9,6 @@ using std::chrono::milliseconds;
 class WatchdogTest : public PartsTest {
  protected:
   void tick(Clock::duration after) { parts_->watchdog.tick(start_ + after); }
-  // Without the wait for the list of machines, which is sent at the first tick.
   Lines to_agent(const Agent& agent) { return sent(*agent->channel); }
 
   Agent agent() {
@@ -32,7 +31,7 @@ class WatchdogTest : public PartsTest {
   static constexpr milliseconds kShort{1};
 };
 
-TEST_F(WatchdogTest, HeartbeatsAreSentAtTheirInterval) {
+TEST_F(WatchdogTest, HeartbeatsAreSentAtTheHeartbeatInterval) {
   const auto peer = agent();
   tick({});
   EXPECT_EQ(to_agent(peer), (Lines{R"(4/0 {"beat":1})"}));
@@ -43,7 +42,7 @@ TEST_F(WatchdogTest, HeartbeatsAreSentAtTheirInterval) {
   EXPECT_EQ(peer->heartbeat_sent, start_ + limits_.heartbeat);
 }
 
-TEST_F(WatchdogTest, SilentAgentIsCut) {
+TEST_F(WatchdogTest, SilentAgentIsDisconnected) {
   const auto peer = agent();
   tick(limits_.agent_silence - kShort);
   (void)to_agent(peer);
@@ -53,14 +52,14 @@ TEST_F(WatchdogTest, SilentAgentIsCut) {
   EXPECT_EQ(peer->channel->end_reason(), "silent for too long");
 }
 
-TEST_F(WatchdogTest, AgentThatIsNotReadIsNotSilent) {
+TEST_F(WatchdogTest, AgentThatTheRelayDoesNotReadFromDoesNotCountAsSilent) {
   const auto peer = agent();
   peer->paused = true;
   tick(limits_.agent_silence);
   EXPECT_FALSE(peer->channel->closing());
 }
 
-TEST_F(WatchdogTest, AgentThatDoesNotReadIsCut) {
+TEST_F(WatchdogTest, AgentThatDoesNotReadIsDisconnected) {
   const auto peer = agent();
   peer->channel->send_text("waits");
   peer->channel->count_as_heard(start_ + 2 * limits_.agent_silence);
@@ -68,7 +67,7 @@ TEST_F(WatchdogTest, AgentThatDoesNotReadIsCut) {
   EXPECT_EQ(peer->channel->end_reason(), "does not read");
 }
 
-TEST_F(WatchdogTest, ConnectionWithoutALogInIsCut) {
+TEST_F(WatchdogTest, ConnectionWithoutALogInIsClosedAfterTheHandshakeLimit) {
   const auto peer = connect();
   peer->since = start_;
   tick(limits_.handshake - kShort);
@@ -77,7 +76,7 @@ TEST_F(WatchdogTest, ConnectionWithoutALogInIsCut) {
   EXPECT_EQ(peer->channel->end_reason(), "no log-in in time");
 }
 
-TEST_F(WatchdogTest, RefusedAgentIsClosedLater) {
+TEST_F(WatchdogTest, ConnectionOfARefusedAgentIsClosedAfterTheDelay) {
   const auto peer = connect();
   peer->since = start_;
   peer->refused = true;
@@ -88,7 +87,7 @@ TEST_F(WatchdogTest, RefusedAgentIsClosedLater) {
   EXPECT_EQ(peer->channel->close_request()->code, CloseCode::PolicyViolation);
 }
 
-TEST_F(WatchdogTest, SlowBrowserLosesItsSessionsAndThenItsConnection) {
+TEST_F(WatchdogTest, SessionsOfABrowserThatDoesNotReadEndBeforeItsConnectionIsClosed) {
   const auto peer = browser();
   const auto machine = agent();
   const std::uint32_t session = accepted(peer, machine);
@@ -105,7 +104,7 @@ TEST_F(WatchdogTest, SlowBrowserLosesItsSessionsAndThenItsConnection) {
   EXPECT_EQ(peer->channel->end_reason(), "does not read");
 }
 
-TEST_F(WatchdogTest, SilentBrowserIsPingedOnceAndThenCut) {
+TEST_F(WatchdogTest, SilentBrowserIsPingedOnceAndThenDisconnected) {
   const auto peer = browser();
   tick(limits_.browser_ping - kShort);
   EXPECT_FALSE(peer->channel->ping_requested());
@@ -113,13 +112,13 @@ TEST_F(WatchdogTest, SilentBrowserIsPingedOnceAndThenCut) {
   EXPECT_TRUE(peer->channel->ping_requested());
   peer->channel->ping_sent();
   tick(limits_.browser_ping + kShort);
-  EXPECT_FALSE(peer->channel->ping_requested()) << "the first ping has no answer yet";
+  EXPECT_FALSE(peer->channel->ping_requested()) << "the first ping has not been answered yet";
   (void)sent(*peer->channel);
   tick(limits_.idle_browser);
-  EXPECT_EQ(peer->channel->end_reason(), "answers no ping");
+  EXPECT_EQ(peer->channel->end_reason(), "does not answer pings");
 }
 
-TEST_F(WatchdogTest, BrowserThatAnswersIsPingedAgain) {
+TEST_F(WatchdogTest, BrowserThatAnsweredAPingIsPingedAgain) {
   const auto peer = browser();
   tick(limits_.browser_ping);
   peer->channel->ping_sent();
@@ -128,26 +127,26 @@ TEST_F(WatchdogTest, BrowserThatAnswersIsPingedAgain) {
   EXPECT_TRUE(peer->channel->ping_requested());
 }
 
-TEST_F(WatchdogTest, BrowserThatIsNotReadIsNotSilent) {
+TEST_F(WatchdogTest, BrowserThatTheRelayDoesNotReadFromDoesNotCountAsSilent) {
   const auto peer = browser();
   peer->paused = true;
   tick(limits_.idle_browser);
   EXPECT_FALSE(peer->channel->closing());
 }
 
-TEST_F(WatchdogTest, BrowserIsClosedAfterItsLogInEnded) {
+TEST_F(WatchdogTest, BrowserIsClosedAtTheNextLogInCheckAfterItsLogInEnded) {
   const auto peer = browser();
   peer->paused = true;
   tick(limits_.login_check);
   EXPECT_FALSE(peer->channel->closing());
   store_.remove_login(peer->login);
   tick(2 * limits_.login_check - kShort);
-  EXPECT_FALSE(peer->channel->closing()) << "checked at its interval only";
+  EXPECT_FALSE(peer->channel->closing()) << "the log-in was checked before its interval";
   tick(2 * limits_.login_check);
   EXPECT_EQ(peer->channel->end_reason(), "the log-in ended");
 }
 
-TEST_F(WatchdogTest, FailureOfTheDatabaseClosesNoBrowser) {
+TEST_F(WatchdogTest, BrowserStaysConnectedWhenTheDatabaseFails) {
   const auto peer = browser();
   peer->paused = true;
   Database(file_).execute("DROP TABLE logins");
@@ -156,7 +155,7 @@ TEST_F(WatchdogTest, FailureOfTheDatabaseClosesNoBrowser) {
   EXPECT_TRUE(logged("The database failed"));
 }
 
-TEST_F(WatchdogTest, UnansweredRequestEnds) {
+TEST_F(WatchdogTest, UnansweredSessionRequestEndsAfterTheConsentLimit) {
   const auto peer = browser();
   const std::uint32_t session = ask(peer, agent());
   peer->paused = true;
@@ -164,7 +163,7 @@ TEST_F(WatchdogTest, UnansweredRequestEnds) {
   EXPECT_EQ(audited().back(), "session-end: " + std::to_string(session) + " no-answer");
 }
 
-TEST_F(WatchdogTest, NotesAreWrittenAtTheTick) {
+TEST_F(WatchdogTest, AuditNotesAreWrittenAtEachTick) {
   const auto peer = browser();
   const Session session{7, agent(), peer};
   parts_->audit.note(session, {"upload", "1 a"});
@@ -173,7 +172,7 @@ TEST_F(WatchdogTest, NotesAreWrittenAtTheTick) {
   EXPECT_EQ(audited(), (Lines{"upload: 1 a"}));
 }
 
-TEST_F(WatchdogTest, ConnectedMachinesAreStoredAsSeenAtTheInterval) {
+TEST_F(WatchdogTest, LastSeenTimeOfConnectedMachinesIsStoredAtItsInterval) {
   const auto peer = agent();
   peer->paused = true;
   tick({});
@@ -182,7 +181,7 @@ TEST_F(WatchdogTest, ConnectedMachinesAreStoredAsSeenAtTheInterval) {
   EXPECT_GT(store_.agents().front().last_seen, 1);
 }
 
-TEST_F(WatchdogTest, ChangedListIsSentOnceAtTheNextTick) {
+TEST_F(WatchdogTest, ChangedListOfMachinesIsSentOnceAtTheNextTick) {
   const auto peer = browser();
   agent();
   EXPECT_EQ(sent(*peer->channel), Lines{});
