@@ -5,8 +5,8 @@
 
 namespace vantelink_doubles {
 
-// The board in the file named by the environment variable, mapped until the process ends; `own` if it cannot
-// be mapped.
+// Maps the board in the file that the environment variable names, until the process ends, and returns it.
+// Returns `own` if the file cannot be mapped.
 template <typename Board>
 Board& map_board(const char* variable, Board& own) {
   char path[MAX_PATH] = {};

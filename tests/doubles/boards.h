@@ -1,7 +1,7 @@
 // Boards: records in files that a test and a double inside the agent's process both map. The test sets what
 // the machine is and which calls fail, at any time; the double records the calls it receives. A board of
-// zeros, like a new file, is a machine that works. Portable: the test is a native program, the double a
-// Windows DLL.
+// zeros, such as a new file, describes a machine on which everything works. The code is portable, because the
+// test is a native program and the double a Windows DLL.
 #pragma once
 
 #include <atomic>
@@ -14,30 +14,30 @@ using Cell = std::atomic<std::int32_t>;
 static_assert(Cell::is_always_lock_free && sizeof(Cell) == 4);
 
 // Names of the environment variables with the boards' paths, as the Windows program sees them. A double
-// without a board uses a zeroed one of its own.
+// without a board's file uses a zeroed board of its own.
 inline constexpr char kDesktopBoardVariable[] = "VANTELINK_DESKTOP_BOARD";
 inline constexpr char kCodecBoardVariable[] = "VANTELINK_CODEC_BOARD";
 
 inline constexpr int kMostOutputs = 8;
 
 struct OutputCells {
-  Cell adapter;  // outputs of one adapter are adjacent
-  Cell unattached;
-  Cell left, top, width, height;  // of the desktop rectangle, in pixels
+  Cell adapter;                   // number of the output's adapter; the outputs of an adapter are adjacent
+  Cell unattached;                // if not 0, the output is not attached to the desktop
+  Cell left, top, width, height;  // the output's rectangle on the desktop, in pixels
 };
 
 enum class DesktopAbsurdity : std::int32_t {
   None,
   ZeroWidth,
   ZeroHeight,
-  ShortPitch,   // rows overlap: the pitch is half a row, and the memory ends with the last half row
+  ShortPitch,   // the pitch is half a row, so that rows overlap; the memory ends after the last half row
   NullMemory,   // the mapping succeeds with a null pointer
   NullResource  // an acquired frame has no resource
 };
 
-// Results are HRESULTs; 0 is success.
+// A cell named `..._result` holds the HRESULT that the call in its comment returns; 0 is success.
 struct DesktopBoard {
-  Cell output_count;  // 0: one output of 1280x720 at the origin
+  Cell output_count;  // 0 means one output of 1280x720 at the origin
   OutputCells outputs[kMostOutputs];
   Cell factory_result;    // CreateDXGIFactory1
   Cell device_result;     // D3D11CreateDevice
@@ -47,58 +47,59 @@ struct DesktopBoard {
   Cell texture_result;    // the query for ID3D11Texture2D
   Cell staging_result;    // CreateTexture2D
   Cell map_result;        // Map
-  Cell still;             // the desktop does not change: AcquireNextFrame times out
-  Cell width, height;     // of the desktop's texture; 0: the output's
-  Cell pitch;             // bytes per row; 0: 64 more than the pixels need
-  Cell absurdity;         // DesktopAbsurdity
-  Cell census_wanted;     // fills the census at the next CreateDXGIFactory1 and clears this
+  Cell still;             // if not 0, the desktop does not change and AcquireNextFrame times out
+  Cell width, height;     // size of the desktop's texture; 0 means the output's size
+  Cell pitch;             // bytes per row; 0 means 64 more than the pixels need
+  Cell absurdity;         // a DesktopAbsurdity
+  Cell census_wanted;     // if not 0, the next CreateDXGIFactory1 fills the census cells and clears this cell
 
   // Recorded by the double.
   Cell live;            // objects that are not released
   Cell factories;       // calls of CreateDXGIFactory1
   Cell duplications;    // successful DuplicateOutput calls
-  Cell device_adapter;  // of the last device
-  Cell frames;          // frames given out, which is also the number in the last picture
+  Cell device_adapter;  // number of the last device's adapter
+  Cell frames;          // number of returned frames; the last picture shows the same number
   Cell time_outs;
-  Cell losses;   // AcquireNextFrame calls with another failure
-  Cell misuses;  // frames acquired while one was held, and releases without a held frame
-  // Counted inside the agent's process.
+  Cell losses;   // AcquireNextFrame calls that returned `acquire_result`
+  Cell misuses;  // AcquireNextFrame calls while a frame was held, and ReleaseFrame calls without a held frame
+  // The census: counts of what the agent's process has open.
   Cell census_handles, census_gdi_objects;
 };
 
-// The two transforms.
+// The two H.264 encoder transforms.
 enum class Transform : std::int32_t { Sync, Async };
 inline constexpr int kTransforms = 2;
 
-// Results are HRESULTs; 0 is success. Both transforms share the board, except for the result of the
-// activation.
+// A cell named `..._result` holds the HRESULT that the call in its comment returns; 0 is success. Both
+// transforms use the same cells, except for `activate_result`.
 struct CodecBoard {
-  Cell activate_result[kTransforms];
-  Cell output_type_result;     // SetOutputType
-  Cell input_type_result;      // SetInputType
-  Cell process_input_result;   // ProcessInput
-  Cell process_output_result;  // ProcessOutput
-  Cell buffered_frames;  // number of first frames that are delayed until one more arrives, then given out
-                         // together
-  Cell no_header;        // the output type has no sequence header; the stream contains it instead
-  Cell header_bytes;     // grows the sequence header to about this size; 0: as it is
-  Cell sample_flags;  // of GetOutputStreamInfo, 0x100 or 0x200: the transform's own samples; 0: the caller's
-  Cell no_buffer_size;  // GetOutputStreamInfo returns no buffer size
-  Cell null_sample;     // own samples: ProcessOutput succeeds without one
-  Cell empty_sample;    // own samples: ProcessOutput succeeds with a sample that has no buffer
-  Cell no_codec_api;    // there is no ICodecAPI
-  Cell silent;          // asynchronous: encodes, but reports no output until this is cleared
+  Cell activate_result[kTransforms];  // creation of a transform, indexed by Transform
+  Cell output_type_result;            // SetOutputType
+  Cell input_type_result;             // SetInputType
+  Cell process_input_result;          // ProcessInput
+  Cell process_output_result;         // ProcessOutput
+  Cell buffered_frames;  // number of frames at the start that are delayed until one more arrives; all are
+                         // then output together
+  Cell no_header;        // if not 0, the stream contains the sequence header, not the output type
+  Cell header_bytes;     // extends the sequence header to about this many bytes; 0 means no change
+  Cell sample_flags;     // flags of GetOutputStreamInfo: with 0x100 or 0x200 the transform provides samples,
+                         // with 0 the caller
+  Cell no_buffer_size;   // GetOutputStreamInfo returns no buffer size
+  Cell null_sample;      // if the transform provides samples: ProcessOutput succeeds without a sample
+  Cell empty_sample;     // if the transform provides samples: ProcessOutput returns a sample without a buffer
+  Cell no_codec_api;     // the transform has no ICodecAPI
+  Cell silent;           // the asynchronous transform encodes, but reports no output until this is cleared
 
   // Recorded by the double.
-  Cell live;         // objects that are not released, without samples
+  Cell live;         // transforms that are not released
   Cell activations;  // transforms created
   Cell sessions;     // encoders opened
   Cell inputs, outputs;
-  Cell withheld;  // an output is not reported at this moment, because of `silent`
-  Cell forced;    // requested key frames
-  // The last session's settings: bit rates of the type and of the codec API, frames per second, and others.
+  Cell withheld;  // 1 while an output is not reported because of `silent`
+  Cell forced;    // key frames that the agent requested
+  // The last session's settings. `type_bitrate` comes from the media type, `bitrate` from the codec API.
   Cell width, height, fps, type_bitrate, bitrate, rate_control, low_latency, speed, profile, interlace;
-  Cell time, duration;  // of the last input, in units of 100 ns
+  Cell time, duration;  // time and duration of the last input, in units of 100 ns
   Cell messages;  // ProcessMessage calls, one hexadecimal digit each: 1 flush, 2 begin, 3 start, 4 end of
                   // stream, 5 end
 };

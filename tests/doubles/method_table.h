@@ -1,5 +1,5 @@
-// Tables of COM methods that contain only those a double supports, for interfaces with dozens of methods. The
-// including file defines CINTERFACE before the interfaces' headers.
+// Tables of COM methods that contain only the methods that a double supports, for interfaces with dozens of
+// methods. The including file defines CINTERFACE before the interfaces' headers.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 #include <windows.h>
 
-// The number of a method in its interface's table.
+// The index of a method in its interface's table.
 #define VLK_SLOT(Interface, Method) (offsetof(Interface##Vtbl, Method) / sizeof(void*))
 
 namespace vantelink_doubles {

@@ -1,4 +1,4 @@
-// The double of sas.dll, which is only a stub in Wine: each call adds a line with its argument to
+// The double of sas.dll, needed because Wine's own is only a stub. Each call adds a line with its argument to
 // "vlk_sas.txt" in the temporary folder.
 #include <cstdio>
 #include <cstring>

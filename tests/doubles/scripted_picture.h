@@ -1,7 +1,7 @@
 // The pictures that the desktop double shows: slanted gradients that move from frame to frame and differ
 // between outputs, and along the top edge squares that encode the frame's number. A test can therefore
-// identify each frame and recompute its pixels. Portable: the double paints inside the agent's process, the
-// test is a native program.
+// identify each frame and recompute its pixels. The code is portable, because the double paints inside the
+// agent's process and the test is a native program.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +27,7 @@ inline std::uint8_t triangle(std::uint32_t step, std::uint32_t period, std::uint
 inline void paint_picture(std::uint8_t* pixels, std::uint32_t width, std::uint32_t rows, std::size_t pitch,
                           std::uint32_t number, std::uint32_t output) {
   constexpr std::uint32_t kPeriod = 2048;  // steps after which all channels repeat
-  // Each row is a part of this long row, shifted a little further to the right.
+  // Each row of the picture is a section of this longer row. The section moves to the right from row to row.
   std::vector<std::uint8_t> line((width + kPeriod) * std::size_t{4});
   for (std::uint32_t x = 0; x < width + kPeriod; ++x) {
     std::uint8_t* const pixel = line.data() + std::size_t{x} * 4;
@@ -47,8 +47,8 @@ inline void paint_picture(std::uint8_t* pixels, std::uint32_t width, std::uint32
   }
 }
 
-// The number in a picture of one byte per pixel, luma or any colour channel. Compression errors do not
-// matter.
+// Returns the frame's number, read from one byte per pixel: luma or any colour channel. Compression errors do
+// not change the result.
 inline std::uint32_t read_number(const std::uint8_t* plane, std::size_t pitch) {
   std::uint32_t number = 0;
   for (std::uint32_t bit = 0; bit < kNumberBits; ++bit) {

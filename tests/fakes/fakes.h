@@ -14,22 +14,22 @@
 #include "stream/capture/monitors.h"
 #include "system/session_launcher.h"
 
-// The fake platform's definition. Tests create these.
+// The fakes' definition of StopEvent. Tests create objects of it.
 struct vlk::agent::StopEvent {
   std::string name;
 };
 
 namespace vantelink_fakes {
 
-// The results of the fakes. The comments give the result without a callable.
+// The results of the fakes. The comment on a callable says what the fake returns if the callable is not set.
 struct Script {
   std::function<bool(std::int32_t)> open;                   // false: no duplication
   std::function<bool(vlk::agent::CapturedFrame&)> acquire;  // true with an empty frame
-  std::function<bool(vlk::agent::CapturedFrame&)>
-      capture_gdi;  // true with a frame of `gdi_width` by `gdi_height`
+  // `capture_gdi`: true with a frame of `gdi_width` by `gdi_height`
+  std::function<bool(vlk::agent::CapturedFrame&)> capture_gdi;
   std::uint32_t gdi_width = 8, gdi_height = 4;
-  std::int32_t left = 0, top = 0, width = 0, height = 0;         // the rectangle after a successful open
-  std::function<bool()> init;                                    // false: no encoder
+  std::int32_t left = 0, top = 0, width = 0, height = 0;  // the capturer's rectangle after a successful open
+  std::function<bool()> init;                             // false: no encoder
   std::function<bool(std::vector<std::uint8_t>&, bool)> encode;  // true, appends "h264"
   std::function<std::vector<std::uint8_t>()> jpeg;               // "jpeg"
   std::vector<vlk::agent::MonitorInfo> monitors = {{0, 0, 0, 1280, 720, "Display 1"}};
@@ -38,19 +38,19 @@ struct Script {
   std::string machine_guid = "guid";
   bool simulate_reboot = true;
   std::function<std::uint32_t()> console_session;  // 1
-  std::function<std::string()> launch;             // "child"; an empty name: nothing was started
+  std::function<std::string()> launch;             // "child"; an empty name means that nothing was started
   std::function<vlk::agent::WaitResult()> wait;    // Stop
 };
 
-void reset();          // only while no other thread uses the fakes
-void clear_journal();  // at any time
+void reset();          // allowed only while no other thread uses the fakes
+void clear_journal();  // allowed at any time
 Script& script();
 
 // Records one line for a call, for instance "Open 1" or "Encode key".
 void note(const std::string& line);
 std::vector<std::string> journal();
 std::size_t count(std::string_view line);
-// Waits until a line was recorded `times` times in total. False if that takes too long.
+// Waits until a line was recorded `times` times in total. Returns false if that takes longer than `patience`.
 [[nodiscard]] bool wait_for(std::string_view line, std::size_t times = 1,
                             std::chrono::milliseconds patience = std::chrono::milliseconds(30000));
 

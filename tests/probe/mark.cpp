@@ -1,6 +1,5 @@
-// A program that replaces an installer in tests: it writes its arguments, one per line, to a file with its
-// own name and
-// ".mark" appended. The file appears only when it is complete.
+// A program that replaces an installer in tests: it writes its arguments, one per line, to a file named after
+// the program with ".mark" appended. The file appears only when it is complete.
 #include <cstdio>
 #include <string>
 

@@ -17,13 +17,13 @@
 
 namespace {
 
-constexpr UINT kAnswerTime = 30000;  // milliseconds; limit for other processes
+constexpr UINT kAnswerTime = 30000;  // milliseconds; longest wait for another process
 constexpr wchar_t kAgentClass[] = L"VantelinkAgent";
 constexpr wchar_t kSettingsKey[] = L"Software\\Maravek\\Vantelink";
 constexpr wchar_t kRunKey[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Run";
 
-// Sends a message. Ends the probe if the window exists and does not answer; a destroyed window counts as
-// answering 0.
+// Sends a message and returns the answer, or 0 for a destroyed window. Ends the probe if the window exists
+// but does not answer.
 LRESULT ask(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   DWORD_PTR answer = 0;
   if (!SendMessageTimeoutW(window, message, wparam, lparam, SMTO_NORMAL, kAnswerTime, &answer) &&
@@ -61,15 +61,15 @@ std::wstring class_of(HWND window) {
   return name;
 }
 
-// By message, because GetWindowText does not return the text of a control in another process.
+// Gets the text by a message, because GetWindowText does not return the text of a control in another process.
 std::wstring text_of(HWND window) {
   std::vector<wchar_t> text(100000);
   ask(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
   return text.data();
 }
 
-// Prints one window. Its position is in the parent's client pixels for a child and in screen pixels for a
-// top-level window; its screen position follows in both cases.
+// Prints one window. Its position is relative to the parent's client area for a child and to the screen for a
+// top-level window. The position on the screen follows in both cases.
 void print_window(HWND window, HWND parent) {
   RECT screen = {};
   GetWindowRect(window, &screen);
@@ -113,7 +113,7 @@ int print_value(HKEY root, const wchar_t* path, const wchar_t* name) {
   RegQueryValueExW(key.get(), name, nullptr, &type, data.data(), &size);
   std::string text;
   if (type == REG_SZ) {
-    // Without the stored terminator; further zeros are printed.
+    // The stored terminator is not printed; further zero characters are.
     std::wstring_view wide(reinterpret_cast<const wchar_t*>(data.data()), size / sizeof(wchar_t));
     if (!wide.empty() && wide.back() == L'\0') wide.remove_suffix(1);
     text = printable(wide);
@@ -220,7 +220,7 @@ int copy(UINT format, const std::filesystem::path& path) {
   return SetClipboardData(format, memory.release()) != nullptr ? 0 : 1;
 }
 
-// Writes the clipboard's content in that format to the file; the file is empty if there is none.
+// Writes the clipboard's content in this format to the file. The file is empty if there is no such content.
 int paste(UINT format, const std::filesystem::path& path) {
   const OpenClipboardHere clipboard;
   if (!clipboard) return 1;
@@ -239,11 +239,11 @@ int usage() {
       "       probe type ID TEXT       sets the text of one of the agent's controls\n"
       "       probe post MESSAGE WPARAM LPARAM   posts a message to the agent's window\n"
       "       probe registry           the agent's settings and its autostart entry\n"
-      "       probe forget             deletes both\n"
-      "       probe lower COMMANDLINE  runs a program without an administrator's rights; its exit status\n"
-      "       probe copy FORMAT FILE   puts the file's bytes on the clipboard, alone, in that format\n"
-      "       probe paste FORMAT FILE  writes what the clipboard holds in that format to the file\n"
-      "       probe hold FILE MARKER   keeps a file in use until it is killed; makes MARKER once it is\n",
+      "       probe forget             deletes the settings and the autostart entry\n"
+      "       probe lower COMMANDLINE  runs a program without elevation; exits with its status\n"
+      "       probe copy FORMAT FILE   replaces the clipboard's content with the file's bytes\n"
+      "       probe paste FORMAT FILE  writes the clipboard's content in this format to FILE\n"
+      "       probe hold FILE MARKER   opens FILE, creates MARKER, and keeps FILE open until killed\n",
       stderr);
   return 2;
 }

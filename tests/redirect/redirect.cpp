@@ -20,7 +20,7 @@ Function* next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// The port in the file; 0 if there is none.
+// Returns the port in the file, or 0 if there is no file.
 in_port_t wanted_port() {
   const char* const path = std::getenv("VANTELINK_REDIRECT_PORT_FILE");
   std::FILE* const file = path == nullptr ? nullptr : std::fopen(path, "r");

@@ -2,7 +2,7 @@
 // Direct3D device that copies them. A board (boards.h) describes the machine and records the calls.
 #define CINTERFACE
 #include <initguid.h>
-// initguid.h comes before the interfaces' headers, so that they define their identifiers.
+// initguid.h comes before the interfaces' headers, so that these define the interfaces' identifiers.
 #include <memory>
 
 #include "tests/doubles/board_win32.h"
@@ -39,10 +39,10 @@ struct Object {
   LONG references = 1;
   std::int32_t place = 0;  // index of an output on the board, or number of an adapter
   bool frame_held = false;
-  // Of a texture.
+  // The following members belong to textures.
   std::uint32_t width = 0, height = 0, pitch = 0;
-  std::int32_t number = 0;                // of the picture on a desktop texture
-  std::unique_ptr<TextureMemory> memory;  // of a staging texture
+  std::int32_t number = 0;                // number of the picture on a desktop texture
+  std::unique_ptr<TextureMemory> memory;  // memory of a staging texture
 };
 
 HRESULT WINAPI query_interface(Object* self, REFIID iid, void** result);
@@ -99,7 +99,7 @@ MethodTable& texture_methods() {
   return methods;
 }
 
-// A texture with the desktop's current picture, which is painted only when the texture is copied.
+// Creates a texture for the desktop's current picture. The picture is painted when the texture is copied.
 Object* make_desktop_texture(std::int32_t place) {
   const RECT area = area_of(place);
   const std::int32_t width = board().width, height = board().height;
@@ -209,7 +209,7 @@ HRESULT WINAPI create_texture(Object*, const D3D11_TEXTURE2D_DESC* desc, const v
   object->width = desc->Width;
   object->height = desc->Height;
   object->pitch = pitch;
-  // The last row's padding need not exist.
+  // The memory ends after the last row's pixels, because the padding of the last row need not exist.
   const std::size_t last_row = pitch < row ? pitch : row;
   object->memory = std::make_unique<TextureMemory>(
       desc->Height == 0 ? 0 : std::size_t{pitch} * (desc->Height - 1) + last_row);
@@ -222,7 +222,7 @@ MethodTable& device_methods() {
   return methods;
 }
 
-// Copies nothing between textures of different sizes or with rows that are too short, like a real device.
+// Copies a texture. Like a real device, it copies nothing if the sizes differ or the rows are too short.
 void WINAPI copy_resource(Object*, Object* to, Object* from) {
   if (!to->memory || to->width != from->width || to->height != from->height) return;
   if (to->pitch < to->width * kBytesPerPixel) return;
@@ -288,7 +288,7 @@ extern "C" HRESULT WINAPI D3D11CreateDevice(IDXGIAdapter* adapter, D3D_DRIVER_TY
   using namespace vantelink_doubles;
   *device = nullptr;
   *context = nullptr;
-  // A call with an adapter allows no other driver type.
+  // In a call with an adapter, D3D_DRIVER_TYPE_UNKNOWN is the only valid driver type.
   if (adapter == nullptr || type != D3D_DRIVER_TYPE_UNKNOWN || version != D3D11_SDK_VERSION)
     return E_INVALIDARG;
   if (board().device_result != 0) return board().device_result;

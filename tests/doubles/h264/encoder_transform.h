@@ -1,4 +1,4 @@
-// The encoder transform over the real encoder, with the failures and oddities that the board asks for.
+// The encoder transform. It encodes with a real encoder and has the failures and oddities set on the board.
 #pragma once
 
 #include <condition_variable>
@@ -79,14 +79,14 @@ class EncoderTransform final : public UnsupportedTransform,
 
   bool async() const { return kind_ == Transform::Async; }
   bool locked() const;
-  // Copies the sample of the caller.
+  // Copies the caller's sample into `input`.
   HRESULT ReadSample(IMFSample* sample, Input& input) const;
   // Encodes one picture. Returns the number of outputs that became ready.
   std::size_t Encode(const Input& input);
-  // The asynchronous transform's own thread: encodes what is pending.
+  // Encodes the pending inputs on the asynchronous transform's own thread.
   void Work();
   void QueueSimpleEvent(MediaEventType type) { events_->QueueEventParamVar(type, GUID_NULL, S_OK, nullptr); }
-  // Puts the output into the sample of the caller, or into one of its own.
+  // Puts the output into the caller's sample, or into a new sample if the transform provides samples.
   HRESULT FillSample(const Output& output, MFT_OUTPUT_DATA_BUFFER& target) const;
 
   const Transform kind_;
@@ -94,7 +94,7 @@ class EncoderTransform final : public UnsupportedTransform,
   ComPtr<IMFAttributes> attributes_;
   ComPtr<IMFMediaType> output_type_;
   ComPtr<IMFMediaEventQueue> events_;
-  std::unique_ptr<Engine> engine_;  // used by one thread only once the types are set
+  std::unique_ptr<Engine> engine_;  // used by a single thread after the types are set
   std::size_t picture_size_ = 0;    // bytes
 
   std::mutex lock_;  // guards all members below

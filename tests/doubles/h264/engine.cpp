@@ -1,4 +1,5 @@
-// Low-latency settings: no look-ahead, no reordering, key frames only on request.
+// A session of the real encoder with low-latency settings: no look-ahead, no reordering, and key frames only
+// on request.
 #include "tests/doubles/h264/engine.h"
 
 #include <wels/codec_api.h>
@@ -36,7 +37,7 @@ SEncParamExt parameters(ISVCEncoder& encoder, int width, int height, int fps, in
   wanted.uiIntraPeriod = 0;
   wanted.eSpsPpsIdStrategy = CONSTANT_ID;
   wanted.bEnableFrameSkip = false;
-  // Otherwise a frame with many changes becomes a key frame without a request.
+  // With scene detection, a frame with many changes would become a key frame without a request.
   wanted.bEnableSceneChangeDetect = false;
   wanted.iMultipleThreadIdc = 1;
   SSpatialLayerConfig& layer = wanted.sSpatialLayers[0];
@@ -58,7 +59,7 @@ struct Engine::State {
   int width = 0, height = 0, fps = 0;
   std::int64_t frames = 0;
   Bytes parameter_sets;
-  Bytes planar;  // the chroma planes separated, as the encoder needs them
+  Bytes planar;  // the U plane and then the V plane, as the encoder needs them
 };
 
 Engine::Engine(int width, int height, int fps, int bitrate, bool parameter_sets_in_stream)

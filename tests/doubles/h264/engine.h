@@ -1,4 +1,4 @@
-// One session of the real encoder that the transforms use. Portable.
+// One session of the real encoder that the transforms use. The code is portable.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct EncodedFrame {
 class Engine {
  public:
   // Sizes are in pixels, rates in frames and bits per second. With `parameter_sets_in_stream` the stream
-  // carries the parameter sets before each key frame. No other call is allowed unless opened() is true.
+  // contains the parameter sets before each key frame. No other call is allowed unless opened() is true.
   Engine(int width, int height, int fps, int bitrate, bool parameter_sets_in_stream);
   ~Engine();
   Engine(const Engine&) = delete;
@@ -25,7 +25,8 @@ class Engine {
 
   bool opened() const;
   const Bytes& parameter_sets() const;
-  // `nv12`: width * height bytes of luma, then half as many with U and V alternating.
+  // Encodes one picture. `nv12` is width * height bytes of luma, then half as many bytes in which U and V
+  // alternate.
   EncodedFrame encode(const std::uint8_t* nv12, bool force_key);
 
  private:

@@ -32,14 +32,15 @@ HRESULT EncoderTransform::ReadSample(IMFSample* sample, Input& input) const {
 HRESULT EncoderTransform::ProcessInput(DWORD, IMFSample* sample, DWORD) {
   if (locked()) return MF_E_TRANSFORM_ASYNC_LOCKED;
   if (const HRESULT result = codec_board().process_input_result; result != 0) {
-    if (async()) QueueSimpleEvent(METransformNeedInput);  // its request for input is not consumed
+    // The transform requests input again, because the failed call does not use up the earlier request.
+    if (async()) QueueSimpleEvent(METransformNeedInput);
     return result;
   }
   if (!engine_) return MF_E_TRANSFORM_TYPE_NOT_SET;
   Input input;
   if (const HRESULT result = ReadSample(sample, input); FAILED(result)) return result;
   ++codec_board().inputs;
-  // The frame index times the duration overflows the cell after some minutes, longer than any test runs.
+  // The cell overflows after some minutes of frames, which is longer than any test runs.
   codec_board().time = static_cast<std::int32_t>(input.time);
   codec_board().duration = static_cast<std::int32_t>(input.duration);
   {
@@ -75,7 +76,7 @@ void EncoderTransform::Work() {
     guard.unlock();
     const std::size_t outputs = Encode(input);
     guard.lock();
-    // The other process cannot notify the condition variable, so the board is polled.
+    // The test's process cannot notify the condition variable, so this thread polls the board.
     while (codec_board().silent != 0 && !stopping_) {
       codec_board().withheld = 1;
       changed_.wait_for(guard, kSilenceStep);

@@ -1,5 +1,5 @@
-// Registers the transforms with the system: `regsvr32 /n /i:"sync async" h264.dll` registers the named ones
-// as classes and as video encoders, and unregisters the others.
+// Registers the transforms with the system: `regsvr32 /n /i:"sync async" h264.dll` registers the named
+// transforms as COM classes and as video encoders, and unregisters the others.
 #include <cwchar>
 #include <string>
 
@@ -65,7 +65,7 @@ bool names(const wchar_t* text, const wchar_t* word) {
   return (L' ' + std::wstring(text) + L' ').find(L' ' + std::wstring(word) + L' ') != std::wstring::npos;
 }
 
-// Creates transforms of one kind. Exists as long as the library.
+// The class factory for one kind of transform. The object exists as long as the library is loaded.
 class Factory final : public IClassFactory {
  public:
   explicit Factory(Transform kind) : kind_(kind) {}

@@ -8,7 +8,8 @@
 namespace vantelink_doubles {
 namespace {
 
-constexpr std::int32_t kSmallestSide = 16, kLargestSide = 4096;  // of a picture, in pixels
+// Limits of a picture's width and height, in pixels.
+constexpr std::int32_t kSmallestSide = 16, kLargestSide = 4096;
 
 CodecBoard own_board;
 
@@ -30,7 +31,7 @@ bool encodable(std::int32_t side) {
   return side >= kSmallestSide && side <= kLargestSide && side % 2 == 0;
 }
 
-// The parameter sets, followed by filler (NAL type 12) up to the size on the board.
+// Returns the parameter sets, followed by filler (NAL type 12) up to the size set on the board.
 Bytes sequence_header(const Bytes& parameter_sets) {
   Bytes header = parameter_sets;
   const auto wanted = static_cast<std::size_t>(codec_board().header_bytes);
@@ -202,7 +203,7 @@ CodecBoard& codec_board() {
 
 HRESULT make_transform(Transform kind, REFIID iid, void** result) {
   ComPtr<IMFTransform> transform;
-  // Attach of the toolchain's ComPtr wrongly adds a reference.
+  // The ComPtr's Attach is not used, because the toolchain's version wrongly adds a reference.
   *transform.ReleaseAndGetAddressOf() = new EncoderTransform(kind);
   return transform.CopyTo(iid, result);
 }

@@ -1,4 +1,4 @@
-// The methods of a transform that no caller here uses. Each returns E_NOTIMPL.
+// The methods of a transform that the agent does not call. Each returns E_NOTIMPL.
 #pragma once
 
 #include <mftransform.h>

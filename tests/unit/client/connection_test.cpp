@@ -12,7 +12,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-TEST_F(LinkTest, SaysHelloAndLogsInWithAnIdentity) {
+TEST_F(LinkTest, ClientWithAnIdentitySaysHelloAndLogsIn) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -34,7 +34,7 @@ TEST_F(LinkTest, SaysHelloAndLogsInWithAnIdentity) {
   EXPECT_EQ(log_.lines(), (Lines{"status 1 0", "status 1 0", "status 2 0", "notice Connected to Maravek"}));
 }
 
-TEST_F(LinkTest, EnrolsWithoutAWholeIdentity) {
+TEST_F(LinkTest, ClientWithoutACompleteIdentityEnrols) {
   for (const auto& [id, secret] : {std::pair("", ""), {"id-1", ""}, {"", "secret-1"}}) {
     ScriptedServer server(authority());
     config_.agent_id = id;
@@ -66,7 +66,7 @@ TEST_F(LinkTest, RetryDelayDoublesUpToThirtySecondsWithoutAServer) {
   ASSERT_TRUE(clock.wait_for_sleeps(9));
   EXPECT_EQ(clock.sleeps(),
             (std::vector<std::int64_t>{500, 1000, 2000, 4000, 8000, 16000, 30000, 30000, 30000}));
-  // stop() waits until the present delay has ended.
+  // stop() waits until the current delay has ended.
   const std::future<void> stopped = std::async(std::launch::async, [this] { client_->stop(); });
   EXPECT_EQ(stopped.wait_for(Milliseconds(100)), std::future_status::timeout);
   clock.release();
@@ -76,15 +76,15 @@ TEST_F(LinkTest, RetryDelayDoublesUpToThirtySecondsWithoutAServer) {
             (Lines{"status 1 0", "status 0 0", "status 1 0", "status 0 0"}));
 }
 
-TEST_F(LinkTest, RetryDelayResetsOnlyAfterTheFirstWaitAfterAnUpgrade) {
+TEST_F(LinkTest, RetryDelayIsResetAfterTheFirstWaitThatFollowsAnUpgrade) {
   ScriptedServer server(authority());
   RecordedClock clock(6);
   make_client(server, true, clock.clock());
   client_->start();
   for (int i = 0; i < 3; ++i)
-    server.accept()->abort();  // three failed attempts: 500, 1000, 2000
+    server.accept()->abort();  // three failed attempts, with delays of 500, 1000 and 2000
   for (int i = 0; i < 3; ++i)
-    server.accept_upgraded()->close();  // waits 4000, then 500, 500
+    server.accept_upgraded()->close();  // three upgraded connections, with delays of 4000, 500 and 500
   ASSERT_TRUE(clock.wait_for_sleeps(6));
   const std::vector<std::int64_t> sleeps = clock.sleeps();
   EXPECT_EQ(std::vector<std::int64_t>(sleeps.begin(), sleeps.begin() + 6),
@@ -92,7 +92,7 @@ TEST_F(LinkTest, RetryDelayResetsOnlyAfterTheFirstWaitAfterAnUpgrade) {
   clock.release();
 }
 
-TEST_F(LinkTest, SecondStartMakesNoSecondConnection) {
+TEST_F(LinkTest, StartingTwiceOpensOneConnection) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -102,7 +102,7 @@ TEST_F(LinkTest, SecondStartMakesNoSecondConnection) {
   EXPECT_FALSE(server.has_client(Milliseconds(200)));
 }
 
-TEST_F(LinkTest, RefusedUpgradeEndsTheAttempt) {
+TEST_F(LinkTest, RefusedUpgradeClosesTheConnection) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -114,7 +114,7 @@ TEST_F(LinkTest, RefusedUpgradeEndsTheAttempt) {
   ASSERT_TRUE(log_.wait_for("status 0 0"));
 }
 
-TEST_F(LinkTest, Digits101InAHeaderCountAsAnUpgradeAlsoByteByByte) {
+TEST_F(LinkTest, ResponseWith101InAnyHeaderCountsAsAnUpgradeEvenIfReceivedByteByByte) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();

@@ -31,7 +31,7 @@ TEST_F(DispatchTest, SessionRequestAsksTheUser) {
   EXPECT_EQ(text_of(reject), R"({"session":4294967295,"reason":"declined"})");
 }
 
-TEST_F(DispatchTest, UnattendedAcceptsAtOnceWithoutAsking) {
+TEST_F(DispatchTest, UnattendedMachineAcceptsASessionWithoutAskingTheUser) {
   client_->set_unattended(true);
   peer_->send_envelope(Msg::SessionRequest, 9, R"({"rep_name":"Jón"})");
   peer_->send_envelope(Msg::Heartbeat, 0, "after");
@@ -54,14 +54,14 @@ TEST_F(DispatchTest, StreamStartRunsItsStepsInOrder) {
   ASSERT_TRUE(vantelink_fakes::wait_for("AcquireFrame 40"));
 }
 
-TEST_F(DispatchTest, StreamStartUsesDefaultsAndJpegQuality70) {
+TEST_F(DispatchTest, StreamStartWithoutSettingsUsesTheDefaultsAndJpegQuality70) {
   peer_->send_envelope(Msg::StreamStart, 5, "");
   ASSERT_TRUE(vantelink_fakes::wait_for("EncodeJpeg 8 4 32 70"));
   EXPECT_EQ(count("Init 8 4 15 6000000"), 1u);
   EXPECT_EQ(peer_->read_until(Msg::StreamConfig).session_id, 5u);
 }
 
-TEST_F(DispatchTest, StreamOfAnUnknownMonitorStartsWithoutSettingTheRectangle) {
+TEST_F(DispatchTest, StreamOfAnUnknownMonitorStartsAndKeepsTheInputRectangle) {
   for (const char* text : {R"({"monitor_id":99})", R"({"monitor_id":1})", R"({"monitor_id":-1})"}) {
     vantelink_fakes::clear_journal();
     peer_->send_envelope(Msg::StreamStart, 5, text);
@@ -72,7 +72,7 @@ TEST_F(DispatchTest, StreamOfAnUnknownMonitorStartsWithoutSettingTheRectangle) {
   }
 }
 
-TEST_F(DispatchTest, SecondStreamReplacesTheFirstAndBothSessionsCount) {
+TEST_F(DispatchTest, SecondStreamReplacesTheFirstAndBothSessionsAreCounted) {
   peer_->send_envelope(Msg::StreamStart, 1, "");
   peer_->send_envelope(Msg::StreamStart, 2, "");
   ASSERT_TRUE(log_.wait_for("status 3 2"));
@@ -88,7 +88,7 @@ TEST_F(DispatchTest, SecondStreamReplacesTheFirstAndBothSessionsCount) {
     EXPECT_EQ(line.find("ended"), std::string::npos);
 }
 
-TEST_F(DispatchTest, SameSessionStartingTwiceCountsOnce) {
+TEST_F(DispatchTest, SessionThatStartsTwoStreamsIsCountedOnce) {
   peer_->send_envelope(Msg::StreamStart, 1, "");
   peer_->send_envelope(Msg::StreamStart, 1, "");
   ASSERT_TRUE(log_.wait_for("status 3 1", 2));
@@ -119,7 +119,7 @@ TEST_F(DispatchTest, EndOfTheConnectionStopsStreamInputAndClipboard) {
   auto again = server_.accept_upgraded();
   again->read_until(Msg::Login);
   again->send_envelope(Msg::StreamStart, 2, "");
-  EXPECT_TRUE(log_.wait_for("status 3 1", 2)) << "the count starts again at 1";
+  EXPECT_TRUE(log_.wait_for("status 3 1", 2)) << "the count of sessions starts again at 1";
 }
 
 TEST_F(DispatchTest, MonitorCanChangeWhileTheStreamRuns) {
@@ -154,7 +154,7 @@ TEST_F(DispatchTest, CodecAndPointerCanChangeWhileTheStreamRuns) {
   EXPECT_EQ(count("Draw 0 0"), hidden);
 }
 
-TEST_F(DispatchTest, KeyFramesComeOnRequestAndAfterAReturnToH264) {
+TEST_F(DispatchTest, KeyFramesAreEncodedOnRequestAndAfterTheSwitchBackToH264) {
   script().init = [] { return true; };
   // The time never changes, so that no key frame becomes due.
   const Clock real = steady_clock();
@@ -175,10 +175,10 @@ TEST_F(DispatchTest, KeyFramesComeOnRequestAndAfterAReturnToH264) {
   const std::size_t keys = count("Encode key");
   peer_->send_envelope(Msg::CodecSelect, 1, "");
   EXPECT_TRUE(vantelink_fakes::wait_for("Encode key", keys + 2))
-      << "the first of the new encoder session, and the requested one";
+      << "the new encoder session begins with a key frame, and the switch requests another";
 }
 
-TEST_F(DispatchTest, InputAndSecureAttentionReachTheInjectorUnchecked) {
+TEST_F(DispatchTest, InputAndSecureAttentionArePassedToTheInjectorUnchecked) {
   peer_->send_envelope(Msg::InputEvent, 99, std::string("\x01\x03\x78\x00", 4), 0);
   peer_->send_envelope(Msg::InputEvent, 99, "", 0);
   peer_->send_envelope(Msg::SecureAttention, 0, "");
@@ -218,10 +218,10 @@ TEST_F(DispatchTest, RealRestartDoesNotEndTheConnection) {
 
 TEST_F(DispatchTest, ClipboardContentReachesTheCallbackWithoutASession) {
   peer_->send_envelope(Msg::ClipboardData, 3, std::string(5000, 'c'), 0);
-  EXPECT_TRUE(log_.wait_for("clipboard 5000")) << "with no session at all";
+  EXPECT_TRUE(log_.wait_for("clipboard 5000")) << "even without any session";
 }
 
-TEST_F(DispatchTest, EachThumbnailIsOneMessageWithTheCountOfAll) {
+TEST_F(DispatchTest, EachThumbnailIsSentInAMessageWithTheNumberOfAllThumbnails) {
   script().thumbnails.assign(3, MonitorThumbnail{0, 320, 180, std::vector<std::uint8_t>(320 * 180 * 4)});
   script().thumbnails[1].id = 1;
   script().thumbnails[2].id = 2;
@@ -238,7 +238,7 @@ TEST_F(DispatchTest, EachThumbnailIsOneMessageWithTheCountOfAll) {
   EXPECT_EQ(count("EncodeJpeg 320 180 1280 80"), 3u);
 }
 
-TEST_F(DispatchTest, EnrolmentIsStoredAndUsedOnlyByTheNextConnection) {
+TEST_F(DispatchTest, NewIdentityIsStoredAtOnceAndUsedByTheNextConnection) {
   peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"new","agent_secret":"s3"})");
   ASSERT_TRUE(log_.wait_for("notice Registered with Maravek"));
   EXPECT_EQ(count("save_config new/s3"), 1u);
@@ -268,7 +268,7 @@ TEST_F(DispatchTest, FailedAuthenticationDeletesTheIdentityBeforeTheNextConnecti
   server_.accept_upgraded()->read_until(Msg::Enroll);
 }
 
-TEST_F(DispatchTest, OtherErrorsAreOnlyReported) {
+TEST_F(DispatchTest, ErrorsOtherThanAuthFailedAreReportedAndKeepTheIdentity) {
   peer_->send_envelope(Msg::Error, 0, R"({"code":"AUTH_FAILED2","message":"try later"})");
   peer_->send_envelope(Msg::Error, 0, "");
   peer_->settle();

@@ -29,7 +29,7 @@ class FilesDispatchTest : public OnlineTest, protected FileRequests {
   const TempFolder folder_;
 };
 
-TEST_F(FilesDispatchTest, ListingHasTheSessionOfItsRequest) {
+TEST_F(FilesDispatchTest, ListingIsSentWithTheSessionNumberOfItsRequest) {
   folder_.write("file", "12345");
   ask(Msg::DirListRequest, folder_.windows_path());
   const Envelope listing = peer_->read_until(Msg::DirListResult);
@@ -43,7 +43,7 @@ TEST_F(FilesDispatchTest, ListingHasTheSessionOfItsRequest) {
   EXPECT_EQ(text_of(drives).rfind(R"({"path":"","parent":"","entries":[{"name":"C:")", 0), 0u);
 }
 
-TEST_F(FilesDispatchTest, DownloadHasTheSessionOfItsRequest) {
+TEST_F(FilesDispatchTest, DownloadIsSentWithTheSessionNumberOfItsRequest) {
   folder_.write("file", std::string(kChunk + 1, 'd'));
   ask(Msg::DownloadRequest, folder_.windows_path("file"), 0x1'0000'0005);
   const Envelope first = peer_->read_envelope();
@@ -55,10 +55,10 @@ TEST_F(FilesDispatchTest, DownloadHasTheSessionOfItsRequest) {
   const Envelope last = peer_->read_envelope();
   EXPECT_EQ(last.type, 101);
   EXPECT_EQ(last.session_id, 12u);
-  EXPECT_EQ(text_of(last), R"({"transfer_id":5,"ok":true})") << "the lower 32 bits are the id";
+  EXPECT_EQ(text_of(last), R"({"transfer_id":5,"ok":true})") << "the lower 32 bits are the transfer id";
 }
 
-TEST_F(FilesDispatchTest, DownloadOfAMissingFileFailsWithItsId) {
+TEST_F(FilesDispatchTest, DownloadOfAMissingFileFailsWithTheTransferIdOfItsRequest) {
   ask(Msg::DownloadRequest, folder_.windows_path("missing"), -1);
   EXPECT_EQ(text_of(peer_->read_until(Msg::FileTransferEnd)),
             R"({"transfer_id":4294967295,"ok":false,"error":"cannot open"})");
@@ -80,12 +80,12 @@ TEST_F(FilesDispatchTest, EndMessageFromTheServerDoesNotStopADownload) {
   EXPECT_EQ(received, bytes.size());
 }
 
-TEST_F(FilesDispatchTest, DownloadThreadMayEndAfterTheClient) {
+TEST_F(FilesDispatchTest, DownloadThreadEndsAfterTheClientIsDestroyed) {
   folder_.write("file", std::string(400 * kChunk, 'd'));
-  const std::size_t threads_online = threads();  // including the client's own
+  const std::size_t threads_online = threads();  // including the client's threads
   ask(Msg::DownloadRequest, folder_.windows_path("file"), 5);
   peer_->read_until(Msg::FileChunk);
-  // The download's thread now fills the socket, which nothing reads, until its send fails.
+  // The server reads nothing more, so the download's thread fills the socket until its send fails.
   client_.reset();
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (threads() >= threads_online && std::chrono::steady_clock::now() < deadline)

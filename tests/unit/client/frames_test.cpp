@@ -23,7 +23,7 @@ TEST_F(LinkTest, MessageAfterTheUpgradeResponseIsHandledWithTheNextBytes) {
   EXPECT_TRUE(log_.wait_for("status 2 0"));
 }
 
-TEST_F(LinkTest, AnswersPingsAndHeartbeatsWithTheSameBytes) {
+TEST_F(LinkTest, PingsAndHeartbeatsAreAnsweredWithTheSameBytes) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   peer->send_frame(kWsPing, "still there?");
@@ -74,7 +74,7 @@ TEST_F(LinkTest, InvalidFramingEndsTheConnection) {
 
 TEST_F(LinkTest, RandomBytesAfterTheUpgradeNeverBlockTheClient) {
   ScriptedServer server(authority());
-  RecordedClock clock;  // no pause between two attempts
+  RecordedClock clock;  // a clock without a pause between two connections
   make_client(server, true, clock.clock());
   client_->start();
   for (unsigned seed = 0; seed < 100; ++seed) {

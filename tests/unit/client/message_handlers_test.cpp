@@ -1,4 +1,4 @@
-// The table from message code to handler against the table of all messages.
+// Compares the table of message handlers with the table of all messages.
 #include <algorithm>
 #include <set>
 
@@ -9,7 +9,7 @@
 namespace vlk::agent {
 namespace {
 
-// Messages to the agent that it ignores: none today.
+// The messages to the agent that have no handler. There are none today.
 const std::set<Msg> kIgnored = {};
 
 TEST(MessageHandlers, EveryMessageToTheAgentHasExactlyOneHandler) {

@@ -26,7 +26,7 @@ TEST_F(LinkTest, NameChangeReachesTheServerAndTheNextLogin) {
   EXPECT_NE(text_of(server.accept_upgraded()->read_until(Msg::Login)).find("Ægir"), std::string::npos);
 }
 
-TEST_F(LinkTest, SendsAreLostWithoutAConnection) {
+TEST_F(LinkTest, SendingWithoutAConnectionFails) {
   ScriptedServer server(authority());
   make_client(server);
   EXPECT_FALSE(client_->send_text(Msg::Heartbeat, 0, "x"));

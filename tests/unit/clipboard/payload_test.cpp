@@ -49,7 +49,7 @@ TEST(ClipFiles, CountOfZeroAndIncompleteCountGiveNoFiles) {
   EXPECT_TRUE(read(number(0, 4) + record("a", "b")).empty());
 }
 
-TEST(ClipFiles, FewerRecordsThanCountedAreAllRead) {
+TEST(ClipFiles, AllRecordsAreReadIfTheCountIsTooHigh) {
   EXPECT_EQ(read(number(2, 4) + record("a", "b")), (std::vector<Read>{{"a", "b"}}));
   EXPECT_EQ(read(number(0xFFFFFFFF, 4) + record("a", "b")), (std::vector<Read>{{"a", "b"}}));
 }
@@ -58,7 +58,7 @@ TEST(ClipFiles, RecordsBeyondTheCountAreIgnored) {
   EXPECT_EQ(read(number(1, 4) + record("a", "1") + record("b", "2")), (std::vector<Read>{{"a", "1"}}));
 }
 
-TEST(ClipFiles, EveryTruncationGivesTheCompleteFiles) {
+TEST(ClipFiles, TruncatedListGivesItsCompleteFiles) {
   const std::string first = number(3, 4) + record("one", "1");
   const std::string second = first + record("two", "22");
   const std::string whole = second + record("three", "333");
@@ -108,7 +108,7 @@ TEST(SafeClipFileName, IsThePartAfterTheLastSeparator) {
   EXPECT_EQ(SafeClipFileName("//server/share"), "share");
 }
 
-TEST(SafeClipFileName, IsEmptyIfThePartIsNotUsable) {
+TEST(SafeClipFileName, IsEmptyIfTheLastPartIsNotUsable) {
   for (const char* name : {"", ".", "..", "a/", "a\\", "/.", "\\..", "a/.."})
     EXPECT_EQ(SafeClipFileName(name), "") << name;
 }
@@ -140,7 +140,7 @@ TEST(PackClip, ConsistsOfKindAndContent) {
   EXPECT_EQ(PackClip(ClipboardKind::Image, std::string("\x89P\0", 3)), (Bytes{2, 0x89, 'P', 0}));
 }
 
-TEST(ClipFilePacker, WithoutFilesThePayloadIsEmpty) {
+TEST(ClipFilePacker, PayloadIsEmptyWithoutFiles) {
   EXPECT_TRUE(ClipFilePacker().payload().empty());
 }
 
@@ -155,7 +155,7 @@ TEST(ClipFilePacker, RecordsAreBigEndianAndFollowTheCount) {
                                      0, 0, 0, 0, 0,   0,   0,   0}));
 }
 
-TEST(ClipFilePacker, NameIsThePartAfterTheLastSeparatorOrAll) {
+TEST(ClipFilePacker, NameIsTheLastPartOfThePath) {
   for (const auto& [path, name] : {std::pair("C:\\a/b\\þ.txt", "þ.txt"), std::pair("/x/y", "y"),
                                    std::pair("plain", "plain"), std::pair("C:\\", "")}) {
     ClipFilePacker packer;

@@ -82,7 +82,7 @@ TEST(InputBatch, KeyFlagsFollowFromDownAndExt) {
   }
 }
 
-TEST(InputBatch, CountOfZeroIgnoresTheRest) {
+TEST(InputBatch, EventsAfterACountOfZeroAreIgnored) {
   EXPECT_TRUE(parse(batch(0, {kMoveToEnd, {9, 9}}))->empty());
 }
 
@@ -105,7 +105,7 @@ TEST(InputBatch, EventsBeyondTheCountAreIgnored) {
   EXPECT_EQ(*parse(batch(1, {{3, 120, 0}, {2, 1, 1}})), (Records{{.mouse_data = 120, .flags = 0x0800}}));
 }
 
-TEST(InputBatch, UnknownButtonIsSkippedButCounts) {
+TEST(InputBatch, UnknownButtonIsSkippedButCountsAsAnEvent) {
   const Bytes key = {4, 1, 65, 0, 0, 0, 0};
   for (const unsigned char button : Bytes{0, 4, 255}) {
     EXPECT_EQ(*parse(batch(2, {{2, button, 1}, key})), (Records{{.kind = InputKind::Keyboard, .vk = 65}}));
@@ -126,7 +126,7 @@ TEST(InputBatch, EveryTruncationGivesCompleteEventsOrNothing) {
   }
 }
 
-TEST(InputBatch, DesktopAndMonitorAreReadForEachMoveOnly) {
+TEST(InputBatch, DesktopAndMonitorAreReadForEachMoveAndForNoOtherEvent) {
   const Bytes payload = batch(5, {kMoveToEnd, {2, 1, 1}, {3, 1, 0}, {4, 1, 65, 0, 0, 0, 0}, kMoveToEnd});
   std::string asked;
   (void)ParseInputBatch(payload.data(), payload.size(),
@@ -150,7 +150,7 @@ TEST(InputBatch, CompleteKeysAreReportedEvenIfALaterEventDiscardsTheBatch) {
   EXPECT_EQ(keys.size(), 2u);
 }
 
-TEST(InputBatch, SurvivesRandomBytes) {
+TEST(InputBatch, RandomBytesNeverGiveMoreRecordsThanTheCount) {
   std::mt19937 random(7);
   for (int round = 0; round < 20000; ++round) {
     Bytes payload(random() % 64 + 1);
@@ -193,7 +193,7 @@ TEST(PointerMapping, MatchesTheFormulas) {
       {"empty desktop", 100, 100, {0, 0, 0, 0}, {0, 0, 0, 0}, 0, 0},
       {"left of the monitor", -32768, 0, {0, 0, 1280, 720}, {0, 0, 1280, 720}, -65537, 0},
       {"truncation goes toward zero", -1, 0, {0, 0, 1280, 720}, {0, 0, 1280, 720}, -2, 0},
-      {"pixel one comes out one short", 26, 46, {0, 0, 1280, 720}, {0, 0, 1280, 720}, 52, 92},
+      {"second pixel from the left and from the top", 26, 46, {0, 0, 1280, 720}, {0, 0, 1280, 720}, 52, 92},
   };
   for (const MapCase& one : cases) {
     const InputRecord record = MapPointer(one.x, one.y, one.desktop, one.monitor);

@@ -1,4 +1,4 @@
-// The debug log: each line opens and closes the file, and is dropped if the file cannot be opened.
+// The debug log: each line is appended to the file, or dropped if the file cannot be opened.
 #include "platform/debug_log.h"
 
 #include <cstdlib>
@@ -20,14 +20,14 @@ TEST(DebugLogTest, LinesAreAppendedAsFormatted) {
   EXPECT_EQ(folder.text(), "[inject] key down=1 vk=0x41 scan=0x1E ext=0\n[inject] SendInput n=2 OK\n");
 }
 
-TEST(DebugLogTest, FileThatCannotBeOpenedDropsTheLine) {
+TEST(DebugLogTest, LineIsDroppedIfTheFileCannotBeOpened) {
   const LogFolder folder;
   setenv("TMPDIR", (folder.path() / "missing").c_str(), 1);
   append_debug_log("lost\n");
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
 }
 
-TEST(DebugLogTest, VariableOfAnyValueRequestsTheLog) {
+TEST(DebugLogTest, EnvironmentVariableOfAnyValueRequestsTheLog) {
   unsetenv("VLK_DEBUG_INPUT");
   EXPECT_FALSE(debug_input_requested());
   for (const char* value : {"1", "0", ""}) {

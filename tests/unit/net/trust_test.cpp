@@ -48,7 +48,7 @@ TEST_F(TrustTest, CertificateOfAnotherHostIsRefused) {
   EXPECT_FALSE(connects({.names = {"elsewhere.example"}}));
 }
 
-TEST_F(TrustTest, WildcardMatchesOnlyAWholeLabel) {
+TEST_F(TrustTest, WildcardIsAcceptedOnlyAsAWholeLabel) {
   const SslContext context = build_tls_context();
   for (const auto& [name, good] : {std::pair("*.maravek.example", true), {"rel*.maravek.example", false}}) {
     ScriptedServer server(authority(), {.names = {name}});
@@ -70,14 +70,14 @@ TEST_F(TrustTest, HandshakeFailsWithoutAContext) {
 }
 
 TEST_F(TrustTest, OnlyTls12AndTls13AreAccepted) {
-  // Tests the context's own limit, because the library's defaults may refuse the old version too.
+  // Tests the context's own limit, because the library's defaults may refuse the old versions too.
   EXPECT_EQ(SSL_CTX_get_min_proto_version(build_tls_context().get()), TLS1_2_VERSION);
   EXPECT_FALSE(connects({.lowest_version = TLS1_VERSION, .highest_version = TLS1_1_VERSION}));
   EXPECT_TRUE(connects({.highest_version = TLS1_2_VERSION}));
   EXPECT_TRUE(connects({.lowest_version = TLS1_3_VERSION}));
 }
 
-// Runs in its own process.
+// The statement under test exits, so it runs in a process of its own.
 TEST(TrustDeathTest, ExitDoesNotCleanUpOpenSsl) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto exit_after_use = [] {

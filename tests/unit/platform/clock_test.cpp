@@ -8,7 +8,7 @@ namespace {
 
 TEST(SteadyClock, SleepNeverEndsEarly) {
   const Clock clock = steady_clock();
-  // Up to two milliseconds, mostly fractions of a millisecond.
+  // The sleeps last up to two milliseconds, most of them not a whole number of milliseconds.
   for (int i = 0; i <= 100; ++i) {
     const std::int64_t deadline = clock.now() + i * 20000;
     clock.sleep_until(deadline);
@@ -16,7 +16,7 @@ TEST(SteadyClock, SleepNeverEndsEarly) {
   }
 }
 
-TEST(SteadyClock, PastDeadlineReturnsAndTimeNeverGoesBack) {
+TEST(SteadyClock, SleepUntilAPastDeadlineReturnsAndTimeNeverGoesBack) {
   const Clock clock = steady_clock();
   std::int64_t last = clock.now();
   for (int i = 0; i < 1000; ++i) {

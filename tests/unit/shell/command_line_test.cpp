@@ -15,7 +15,7 @@ std::string Narrow(std::wstring_view text) {
   return narrow;
 }
 
-TEST(CommandLine, ServiceSwitchesSelectTheMode) {
+TEST(CommandLine, ServiceSwitchesSelectTheRunMode) {
   const struct {
     const wchar_t* line;
     RunMode mode;
@@ -45,7 +45,7 @@ TEST(CommandLine, ServiceSwitchesSelectTheMode) {
     EXPECT_EQ(find_run_mode(row.line), row.mode) << Narrow(row.line);
 }
 
-TEST(CommandLine, UnattendedIsFoundAnywhereAndOnlyInLowerCase) {
+TEST(CommandLine, UnattendedSwitchIsFoundAnywhereButOnlyInLowerCase) {
   EXPECT_TRUE(wants_hidden_start(L"--unattended"));
   EXPECT_TRUE(wants_hidden_start(L"--port 1 --unattended"));
   EXPECT_TRUE(wants_hidden_start(L"x--unattendedly"));
@@ -55,10 +55,10 @@ TEST(CommandLine, UnattendedIsFoundAnywhereAndOnlyInLowerCase) {
   EXPECT_FALSE(wants_hidden_start(L"--Unattended"));
 }
 
-TEST(CommandLine, HostValue) {
+TEST(CommandLine, HostIsTheTextAfterItsSwitch) {
   const struct {
     const wchar_t* line;
-    const wchar_t* host;  // null: no value
+    const wchar_t* host;  // null if the line has no host
   } rows[] = {
       {L"", nullptr},
       {L"host", nullptr},
@@ -92,10 +92,10 @@ TEST(CommandLine, HostValue) {
   }
 }
 
-TEST(CommandLine, PortValue) {
+TEST(CommandLine, PortIsTheNumberAfterItsSwitch) {
   const struct {
     const wchar_t* line;
-    std::uint32_t port;  // 0: no value
+    std::uint32_t port;  // 0 if the line has no port
   } rows[] = {
       {L"", 0},
       {L"--port", 0},

@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint16_t kEnglishUs = 0x0409;
 constexpr std::uint16_t kIcelandicIceland = 0x040F;
 
-TEST(Texts, AreIcelandicForItsPrimaryLanguageAndEnglishForAnyOther) {
+TEST(Texts, AreIcelandicIfThePrimaryLanguageIsIcelandicAndElseEnglish) {
   const UiTexts& english = texts_for_language(kEnglishUs);
   const UiTexts& icelandic = texts_for_language(kIcelandicIceland);
   for (std::uint32_t language = 0; language <= 0xFFFF; ++language) {
@@ -23,7 +23,7 @@ TEST(Texts, AreIcelandicForItsPrimaryLanguageAndEnglishForAnyOther) {
   }
 }
 
-// Names letters by code point, so that a source file in a wrong encoding is detected.
+// The expected letters are written as code points, so that a source file in a wrong encoding is detected.
 TEST(Texts, LettersOutsideAsciiAreCorrect) {
   const UiTexts& english = texts_for_language(kEnglishUs);
   const UiTexts& icelandic = texts_for_language(kIcelandicIceland);

@@ -20,7 +20,7 @@ TEST(TrayText, EachStatusHasItsText) {
   }
 }
 
-TEST(TrayText, SessionTextCountsAtLeastOneRepresentative) {
+TEST(TrayText, InSessionTextShowsAtLeastOneRepresentative) {
   EXPECT_TRUE(tray_text(Status::InSession, 3) == L"Reps connected: 3");
   EXPECT_TRUE(tray_text(Status::InSession, 1) == L"Reps connected: 1");
   EXPECT_TRUE(tray_text(Status::InSession, 0) == L"Reps connected: 1");
@@ -29,7 +29,7 @@ TEST(TrayText, SessionTextCountsAtLeastOneRepresentative) {
   EXPECT_TRUE(tray_text(Status::InSession, INT32_MAX) == L"Reps connected: 2147483647");
 }
 
-TEST(TrayText, OtherValuesAreOffline) {
+TEST(TrayText, UnknownStatusIsShownAsOffline) {
   for (const std::int32_t status : {-1, 4, 9999, INT32_MIN, INT32_MAX}) {
     EXPECT_TRUE(tray_status_text(status, 2) == L"Offline") << status;
   }

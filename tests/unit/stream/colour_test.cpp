@@ -1,5 +1,5 @@
-// The colour conversion compared byte for byte with its formulas and its plain form, and the bytes that it
-// must not change.
+// The colour conversion, compared byte for byte with its formulas and with its plain form. Guard bytes show
+// that it writes nothing else.
 #include "stream/encode/colour.h"
 
 #include <memory>
@@ -136,9 +136,9 @@ TEST_P(BothForms, NothingIsWrittenForAnEmptyArea) {
   }
 }
 
-// The last pair of an odd row ends one byte after the row. The next row's first U overwrites that byte; the
-// last row's V stays.
-TEST_P(BothForms, LastPairOfAnOddRowIsPartlyOverwrittenByTheNextRow) {
+// If the width is odd, the last U-V pair of a chroma row ends one byte after the row. The next row's first U
+// overwrites this byte; the last row keeps its V.
+TEST_P(BothForms, LastChromaPairOfAnOddWidthIsPartlyOverwrittenByTheNextRow) {
   const Bytes red = Pixels({{255, 0, 0}, {255, 0, 0}, {255, 0, 0}});
   const Bytes blue = Pixels({{0, 0, 255}, {0, 0, 255}, {0, 0, 255}});
   Bytes source;
@@ -195,8 +195,8 @@ TEST(Colour, NegativeStrideReadsBottomUpRows) {
   EXPECT_EQ(planes, Convert(ConvertBgraToNv12, turned, 33, 4, kRow));
 }
 
-// A row contains all greens and blues of one red, each at an even position, where chroma is computed, and at
-// the odd position after it.
+// Each row has one value of red and all combinations of green and blue. Each colour is at an even position,
+// where chroma is computed, and at the odd position after it.
 TEST(Colour, AllColoursMatchTheFormulas) {
   constexpr std::int32_t kWidth = 2 * 256 * 256;
   Bytes source(kWidth * 4), luma(kWidth), chroma(kWidth), plain_luma(kWidth), plain_chroma(kWidth);

@@ -45,7 +45,7 @@ TEST(H264Format, PictureHasThreeBytesForTwoPixels) {
   EXPECT_EQ(Nv12Size(0, 100), 0u);
 }
 
-TEST(H264Format, CapacityCoversTheConversionAndTheEncoder) {
+TEST(H264Format, CapacityIsEnoughForTheConversionAndTheEncoder) {
   EXPECT_EQ(Nv12Capacity(4, 4), 4u * 4 + 4 * 2 + 1);
   EXPECT_EQ(Nv12Capacity(3, 3), 3u * 3 + 3 * 2 + 1);
   for (std::int32_t width = 0; width <= 9; ++width) {

@@ -37,7 +37,7 @@ TEST(FitThumbnail, NeverExceedsTheLimit) {
   EXPECT_EQ(FitThumbnail(1920, 1080, 1).height, 1);
 }
 
-TEST(PackThumbnail, HasALittleEndianHeaderAndTheFile) {
+TEST(PackThumbnail, StartsWithALittleEndianHeaderFollowedByTheJpegFile) {
   MonitorThumbnail thumbnail;
   thumbnail.id = 2;
   thumbnail.width = 320;

@@ -1,4 +1,4 @@
-// The capture of the stream, its pace and its messages, on a clock of the test.
+// The capture of the stream, its pace and its messages, with a clock that the test controls.
 #include <string>
 
 #include "unit/stream/worker_fixture.h"
@@ -26,7 +26,7 @@ TEST_F(StreamCaptureTest, FirstFrameFollowsItsConfiguration) {
   EXPECT_EQ(sent_[1].session, kSession);
 }
 
-TEST_F(StreamCaptureTest, FailedOpenClearsTheInputRectangleAndUsesGdiWithARetryPerFrame) {
+TEST_F(StreamCaptureTest, FailedOpenClearsTheInputRectangleAndIsRetriedAfterEachGdiFrame) {
   Run(3);
   EXPECT_EQ(vantelink_fakes::journal()[1], "SetActiveMonitorRect 0 0 0 0");
   EXPECT_EQ(count("AcquireFrame 66"), 0u);
@@ -45,16 +45,16 @@ TEST_F(StreamCaptureTest, OpenThatSucceedsOnRetryIsUsedFromTheNextIteration) {
   EXPECT_EQ(count("Open 0"), 2u);
 }
 
-TEST_F(StreamCaptureTest, UnchangedScreenIsSentAtOnceAndThenOnceASecond) {
+TEST_F(StreamCaptureTest, UnchangedScreenIsSentAtTheStartAndThenOnceASecond) {
   with_duplication(640, 480);
   changing_ = false;
   settings_.max_fps = 10;
   Run(1);
-  EXPECT_EQ(frames().size(), 1u) << "the first iteration takes a GDI frame at once";
+  EXPECT_EQ(frames().size(), 1u) << "the first iteration captures a frame by GDI at once";
   Run(9);
   EXPECT_EQ(frames().size(), 1u);
   Run(1);
-  EXPECT_EQ(frames().size(), 2u) << "one second after the last";
+  EXPECT_EQ(frames().size(), 2u) << "one second after the last frame";
   EXPECT_EQ(stamp(frames()[1]), 1000000u);
 }
 
@@ -76,7 +76,7 @@ struct PaceCase {
   std::int64_t interval_ms;
 };
 
-TEST_F(StreamCaptureTest, PausesForTheRestOfTheInterval) {
+TEST_F(StreamCaptureTest, WorkerPausesForTheRestOfTheFrameInterval) {
   for (const PaceCase& one : {PaceCase{0, 66}, {-5, 66}, {7, 142}, {30, 33}, {1, 1000}, {1000, 1}}) {
     settings_.max_fps = one.max_fps;
     pauses_.clear();
@@ -86,13 +86,13 @@ TEST_F(StreamCaptureTest, PausesForTheRestOfTheInterval) {
   }
 }
 
-TEST_F(StreamCaptureTest, NeverPausesAboveAThousandFramesASecond) {
+TEST_F(StreamCaptureTest, WorkerNeverPausesAboveAThousandFramesASecond) {
   settings_.max_fps = 2000;
   Run(5);
   EXPECT_TRUE(pauses_.empty());
 }
 
-TEST_F(StreamCaptureTest, SlowSendShortensThePauseAndASlowerOneSkipsIt) {
+TEST_F(StreamCaptureTest, SlowSendShortensThePauseAndAnEvenSlowerSendSkipsThePause) {
   settings_.max_fps = 10;
   send_time_ = 40 * kMillisecond + kMillisecond / 2;
   Run(1);
@@ -102,7 +102,7 @@ TEST_F(StreamCaptureTest, SlowSendShortensThePauseAndASlowerOneSkipsIt) {
   EXPECT_EQ(pauses_.size(), 1u);
 }
 
-TEST_F(StreamCaptureTest, SelectingThePresentMonitorDoesNothing) {
+TEST_F(StreamCaptureTest, SelectingTheCurrentMonitorDoesNothing) {
   with_duplication(640, 480);
   Run(1);
   settings_.monitor_id = 0;
@@ -111,7 +111,7 @@ TEST_F(StreamCaptureTest, SelectingThePresentMonitorDoesNothing) {
   EXPECT_EQ(count("Open 0"), 1u);
 }
 
-TEST_F(StreamCaptureTest, AnotherMonitorOfTheSameSizeIsConfiguredAgainWithAKeyFrame) {
+TEST_F(StreamCaptureTest, SwitchToAMonitorOfTheSameSizeSendsAConfigurationAndAKeyFrame) {
   with_duplication(640, 480);
   with_encoder();
   Run(2);
@@ -124,7 +124,7 @@ TEST_F(StreamCaptureTest, AnotherMonitorOfTheSameSizeIsConfiguredAgainWithAKeyFr
   EXPECT_EQ(configs().back(), R"({"codec":"h264","w":640,"h":480,"monitor_id":1})");
 }
 
-TEST_F(StreamCaptureTest, MonitorThatCannotBeOpenedKeepsTheOldRectangleAndIsInTheConfiguration) {
+TEST_F(StreamCaptureTest, MonitorThatCannotBeOpenedKeepsTheInputRectangleAndIsNamedInTheConfiguration) {
   with_duplication(640, 480);
   Run(1);
   script().open = [](std::int32_t) { return false; };
@@ -149,7 +149,7 @@ TEST_F(StreamCaptureTest, FrameWithoutPixelsIsNotSent) {
   EXPECT_EQ(count("Draw 0 0"), 0u);
 }
 
-TEST_F(StreamCaptureTest, FailedSendCountsAsSent) {
+TEST_F(StreamCaptureTest, FrameWhoseSendFailedCountsAsSent) {
   with_duplication(640, 480);
   changing_ = false;
   settings_.max_fps = 10;
@@ -167,7 +167,7 @@ TEST_F(StreamCaptureTest, TimeStampIsMicrosecondsFromTheStartInLittleEndian) {
   EXPECT_EQ(stamp(frames()[2]), 284000u);
 }
 
-TEST_F(StreamCaptureTest, DestroysEncoderThenPointerThenCapture) {
+TEST_F(StreamCaptureTest, EncoderIsDestroyedBeforeThePointerAndThePointerBeforeTheCapture) {
   Run(1);
   worker_.reset();
   const Lines lines = vantelink_fakes::journal();

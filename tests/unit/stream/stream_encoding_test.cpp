@@ -11,7 +11,7 @@ using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 using StreamEncodingTest = RecordingFixture;
 
-TEST_F(StreamEncodingTest, EncoderGetsSettingsUnchecked) {
+TEST_F(StreamEncodingTest, SettingsArePassedToTheEncoderUnchecked) {
   with_duplication(640, 480);
   with_encoder();
   settings_.max_fps = 0;
@@ -50,7 +50,7 @@ TEST_F(StreamEncodingTest, SizeChangeReopensTheEncoderAndForcesAKeyFrame) {
   EXPECT_EQ(configs().size(), 2u);
 }
 
-TEST_F(StreamEncodingTest, KeyFrameComesOnceForARequestAndEveryTwoSeconds) {
+TEST_F(StreamEncodingTest, KeyFrameIsForcedOnceForARequestAndEveryTwoSeconds) {
   with_duplication(640, 480);
   with_encoder();
   settings_.max_fps = 10;
@@ -65,7 +65,7 @@ TEST_F(StreamEncodingTest, KeyFrameComesOnceForARequestAndEveryTwoSeconds) {
   Run(18);
   EXPECT_EQ(count("Encode key"), 2u);
   Run(1);
-  EXPECT_EQ(count("Encode key"), 3u) << "two seconds after the last";
+  EXPECT_EQ(count("Encode key"), 3u) << "two seconds after the last key frame";
 }
 
 TEST_F(StreamEncodingTest, KeyFrameRequestDuringAForcedFrameForcesTheNextFrameToo) {
@@ -77,7 +77,7 @@ TEST_F(StreamEncodingTest, KeyFrameRequestDuringAForcedFrameForcesTheNextFrameTo
   EXPECT_EQ(count("Encode"), 1u);
 }
 
-TEST_F(StreamEncodingTest, ForcedFrameWithoutOutputIsRepeatedOnlyByTheInterval) {
+TEST_F(StreamEncodingTest, ForcedFrameWithoutOutputLeavesTheKeyFrameDue) {
   with_duplication(640, 480);
   with_encoder();
   settings_.max_fps = 10;
@@ -126,7 +126,7 @@ TEST_F(StreamEncodingTest, SwitchToJpegClosesTheEncoderAndKeepsAKeyFrameRequest)
   settings_.codec = StreamCodec::H264;
   settings_.keyframe_requested = true;
   Run(3);
-  EXPECT_EQ(count("Encode key"), 3u) << "the first two after the return";
+  EXPECT_EQ(count("Encode key"), 3u) << "the first two frames after the switch back to H.264";
   EXPECT_EQ(count("Encode"), 1u);
 }
 

@@ -17,7 +17,7 @@ using Lines = std::vector<std::string>;
 
 class StreamFaultsTest : public JournalFixture {
  protected:
-  // Starts again with a new worker, whose calls `fail` counts and lets fail.
+  // Starts again with a new worker. `fail` counts the worker's calls and decides which call fails.
   void Restart(FailNth& fail) {
     worker_.reset();
     SetUp();
@@ -39,7 +39,7 @@ class StreamFaultsTest : public JournalFixture {
     script().jpeg = [&] { return std::vector<std::uint8_t>(fail.fails() ? 0 : 1); };
   }
 
-  // Two iterations after each kind of change. Returns the journal of three more iterations.
+  // Runs two iterations after each kind of change. Returns the journal of three more iterations.
   Lines RunThroughChanges() {
     Run(2);
     settings_.monitor_id = 1;
@@ -55,7 +55,7 @@ class StreamFaultsTest : public JournalFixture {
     return JournalOf(3);
   }
 
-  std::uint32_t width_ = 64;  // of captured frames
+  std::uint32_t width_ = 64;  // width of the captured frames
 };
 
 // Checks in the journal that the encoder is used only between opening and closing, and that every frame
@@ -93,7 +93,7 @@ TEST_F(StreamFaultsTest, StreamStaysConsistentAndRunningWhicheverCallFails) {
     worker_.reset();
   });
   EXPECT_GT(runs, 30);
-  EXPECT_EQ(count("~H264Encoder"), 1u) << "in the last run";
+  EXPECT_EQ(count("~H264Encoder"), 1u) << "the journal is the last run's";
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 using StreamOrderTest = JournalFixture;
 
-TEST_F(StreamOrderTest, AnIterationTakesItsStepsInOrder) {
+TEST_F(StreamOrderTest, IterationRunsItsStepsInOrder) {
   EXPECT_EQ(JournalOf(1),
             (Lines{"Open 0", "SetActiveMonitorRect 10 20 64 48", "AcquireFrame 66", "Draw 10 20",
                    "Init 64 48 15 6000000", R"(send {"codec":"h264","w":64,"h":48,"monitor_id":0})",
@@ -20,7 +20,7 @@ TEST_F(StreamOrderTest, AnIterationTakesItsStepsInOrder) {
   EXPECT_EQ(JournalOf(1), (Lines{"AcquireFrame 66", "Draw 10 20", "Encode", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, MonitorChangeOpensMapsInputAndClosesTheEncoderBeforeTheCapture) {
+TEST_F(StreamOrderTest, MonitorChangeSetsTheInputRectangleAndClosesTheEncoderBeforeTheNextFrame) {
   Run(1);
   settings_.monitor_id = 2;
   EXPECT_EQ(JournalOf(1),
@@ -29,7 +29,7 @@ TEST_F(StreamOrderTest, MonitorChangeOpensMapsInputAndClosesTheEncoderBeforeTheC
                    "Encode key", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, RetriedOpenFollowsTheCopyAndDoesNotMapInput) {
+TEST_F(StreamOrderTest, RetriedOpenFollowsTheGdiCaptureAndKeepsTheInputRectangle) {
   script().open = [](std::int32_t) { return false; };
   Run(1);
   script().open = [](std::int32_t) { return true; };
@@ -42,7 +42,7 @@ TEST_F(StreamOrderTest, NegativeMonitorIsPassedOnUnchanged) {
   script().init = nullptr;
   settings_.monitor_id = -3;
   Run(1);
-  EXPECT_EQ(count("Open -3"), 2u) << "at the start, and once more after the copy";
+  EXPECT_EQ(count("Open -3"), 2u) << "at the start, and once more after the GDI capture";
   EXPECT_EQ(count(R"(send {"codec":"mjpeg","w":8,"h":4,"monitor_id":-3})"), 1u);
 }
 
@@ -59,7 +59,7 @@ TEST_F(StreamOrderTest, CodecAndMonitorAreReadBeforeTheCapture) {
                                  "EncodeJpeg 64 48 256 70", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, EncoderIsOpenedWithValuesReadAfterTheCaptureButThePauseIsNot) {
+TEST_F(StreamOrderTest, EncoderUsesSettingsReadAfterTheCaptureButThePauseUsesEarlierSettings) {
   in_acquire_ = [this] {
     settings_.max_fps = 5;
     settings_.bitrate = 123;
@@ -113,7 +113,7 @@ TEST_F(StreamOrderTest, SizeChangesBetweenDuplicationAndGdiReopenTheEncoder) {
                    R"(send {"codec":"h264","w":8,"h":4,"monitor_id":0})", "Encode key", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, FrameIsRefreshedAfterExactlyOneSecond) {
+TEST_F(StreamOrderTest, UnchangedScreenIsSentAgainAfterExactlyOneSecond) {
   Run(1);
   const std::int64_t sent_at = time_ - 66 * kMillisecond;  // the iteration's start
   script().acquire = [](CapturedFrame&) { return false; };
@@ -123,7 +123,7 @@ TEST_F(StreamOrderTest, FrameIsRefreshedAfterExactlyOneSecond) {
   EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi");
 }
 
-TEST_F(StreamOrderTest, RefreshIntervalBeginsWithTheIterationThatSent) {
+TEST_F(StreamOrderTest, RefreshIntervalBeginsAtTheStartOfTheIterationThatSent) {
   Run(1);
   settings_.max_fps = 1;
   script().encode = [this](std::vector<std::uint8_t>& out, bool) {
@@ -133,7 +133,8 @@ TEST_F(StreamOrderTest, RefreshIntervalBeginsWithTheIterationThatSent) {
   };
   Run(1);
   script().acquire = [](CapturedFrame&) { return false; };
-  EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi") << "one second after the start of the iteration that sent";
+  EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi")
+      << "one second after the start of the iteration that sent a frame";
 }
 
 TEST_F(StreamOrderTest, KeyFrameIsDueAfterExactlyTwoSeconds) {

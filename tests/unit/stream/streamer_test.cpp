@@ -33,7 +33,7 @@ TEST_F(StreamerTest, StartTwiceRunsOneWorkerWithTheFirstSettings) {
   EXPECT_EQ(count("~ScreenCapturer"), 1u);
 }
 
-TEST_F(StreamerTest, StopWithoutStartAndTwiceIsHarmless) {
+TEST_F(StreamerTest, StoppingWithoutAStartOrTwiceIsHarmless) {
   ScreenStreamer streamer(1, send_);
   streamer.Stop();
   streamer.Start(0, 100, 70, 1);
@@ -42,7 +42,7 @@ TEST_F(StreamerTest, StopWithoutStartAndTwiceIsHarmless) {
   EXPECT_EQ(count("~ScreenCapturer"), 1u);
 }
 
-TEST_F(StreamerTest, DestructionEndsTheWorker) {
+TEST_F(StreamerTest, DestroyingTheStreamerEndsTheWorker) {
   {
     ScreenStreamer streamer(1, send_);
     streamer.Start(0, 100, 70, 1);
@@ -65,7 +65,7 @@ TEST_F(StreamerTest, SettingsCanChangeWhileTheWorkerRuns) {
   streamer.Stop();
 }
 
-TEST_F(StreamerTest, StartsAndStopsManyTimes) {
+TEST_F(StreamerTest, StreamersCanStartAndStopManyTimes) {
   for (int i = 0; i < 200; ++i) {
     ScreenStreamer streamer(1, send_);
     streamer.Start(0, 1000, 70, 1);

@@ -1,4 +1,4 @@
-// Fixtures that run a stream's worker on a clock of the test.
+// Fixtures that run a stream's worker with a clock that the test controls.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ namespace vlk::agent {
 inline constexpr std::int64_t kMillisecond = 1000000;  // nanoseconds
 inline constexpr std::uint32_t kSession = 0xFFFFFFFE;
 
-// Fills a frame of that size. Returns true, the result of a scripted capture.
+// Fills a frame of this size. Returns true, which a scripted capture can return as its result.
 inline bool Fill(CapturedFrame& frame, std::uint32_t width, std::uint32_t height) {
   frame.width = width;
   frame.height = height;
@@ -68,7 +68,7 @@ class RecordingFixture : public WorkerFixture {
     };
   }
 
-  // Lets the duplication run and give a frame of that size at each call while `changing_` is true.
+  // Scripts a duplication that returns a frame of this size at each call while `changing_` is true.
   void with_duplication(std::uint32_t width, std::uint32_t height) {
     vantelink_fakes::Script& script = vantelink_fakes::script();
     script.open = [](std::int32_t) { return true; };
@@ -143,7 +143,7 @@ class JournalFixture : public WorkerFixture {
     };
   }
 
-  // The journal's lines of the next iterations.
+  // Runs iterations and returns the journal's lines from them.
   std::vector<std::string> JournalOf(int iterations) {
     const std::size_t before = vantelink_fakes::journal().size();
     Run(iterations);

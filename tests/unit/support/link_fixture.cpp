@@ -78,7 +78,7 @@ void RecordedClock::release() {
 }
 
 void LinkTest::SetUp() {
-  // The host may name another certificate store; these tests trust only their own authority.
+  // The environment may name another certificate store, but these tests trust only their own authority.
   ::unsetenv("SSL_CERT_FILE");
   ::unsetenv("SSL_CERT_DIR");
   vantelink_fakes::reset();

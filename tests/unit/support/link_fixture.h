@@ -27,7 +27,7 @@ class CallbackLog {
  public:
   AgentCallbacks callbacks();
   std::vector<std::string> lines() const;
-  // Waits until the line has been recorded `times` times in total. False if that takes too long.
+  // Waits until the line has been recorded `times` times in total. Returns false if that takes too long.
   bool wait_for(const std::string& line, std::size_t times = 1) const;
 
  private:
@@ -42,7 +42,7 @@ class CallbackLog {
 class RecordedClock {
  public:
   explicit RecordedClock(std::size_t limit = ~std::size_t{0});
-  ~RecordedClock();  // releases
+  ~RecordedClock();  // lets a waiting sleep end
   Clock clock();
   std::vector<std::int64_t> sleeps() const;  // milliseconds
   bool wait_for_sleeps(std::size_t count) const;
@@ -65,9 +65,9 @@ class LinkTest : public testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // Creates a client for `server` without starting it. With `enrolled` it has an identity.
+  // Creates a client for `server` without starting it. With `enrolled` the client has an identity.
   void make_client(const ScriptedServer& server, bool enrolled = true, Clock clock = steady_clock());
-  // Creates and starts a client, and returns its connection after upgrade, hello and log-in.
+  // Creates and starts a client. Returns the server's side of the connection after upgrade, hello and log-in.
   std::unique_ptr<ServerConnection> connect(ScriptedServer& server);
 
   static const TestAuthority& authority();

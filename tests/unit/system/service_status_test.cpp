@@ -1,4 +1,4 @@
-// The service's status report for each moment.
+// The status that the service reports at each moment of its run.
 #include "system/service_status.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ void expect_report(const ServiceReport& got, std::uint32_t state, std::uint32_t 
   EXPECT_EQ(got.wait_hint, wait_hint);
 }
 
-TEST(ServiceStatus, CheckPointsIncreaseDuringAServicesLife) {
+TEST(ServiceStatus, CheckPointsIncreaseWhileTheServiceRuns) {
   std::uint32_t check_point = 1;
   expect_report(make_report(ServiceMoment::Registered, check_point), 2, 0, 1, 3000);
   expect_report(make_report(ServiceMoment::EventCreated, check_point), 4, 1, 0, 0);

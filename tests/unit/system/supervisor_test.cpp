@@ -107,7 +107,7 @@ TEST_F(Supervisor, SwitchToASessionWithoutAUserEndsTheAgentAndRetries) {
                           "wait stop 5000", "launch failed", "wait stop 5000"}));
 }
 
-TEST_F(Supervisor, NoConsoleSessionIsTreatedAsASession) {
+TEST_F(Supervisor, AbsentConsoleSessionIsTreatedLikeASession) {
   session_ = kNoSession;
   then_switch(1);
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "terminate c1", "close c1", "launch c2",

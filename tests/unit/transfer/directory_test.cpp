@@ -93,7 +93,7 @@ TEST(Directory, EntriesHaveNamePathKindSizeAndTime) {
   std::filesystem::create_directory(folder.path() / "inner");
   set_time(folder.path() / "höfn's 😀.txt", 1'700'000'000);
   set_time(folder.path() / "inner", 86400);
-  // With and without a backslash at the end, which is not doubled in the entries' paths.
+  // The path is listed with and without a backslash at its end. The entries' paths are the same.
   for (const std::string& path : {folder.windows_path(), folder.windows_path() + '\\'}) {
     const std::string text = ListDirectory(path);
     EXPECT_NE(text.find(entry(folder.windows_path(), "höfn's 😀.txt", "false", "5", "1700000000")),
@@ -106,7 +106,7 @@ TEST(Directory, EntriesHaveNamePathKindSizeAndTime) {
   }
 }
 
-TEST(Directory, SizesMayNeedMoreThan32Bits) {
+TEST(Directory, SizesOfMoreThan32BitsAreListed) {
   const TempFolder folder;
   folder.write("large", "");
   ASSERT_EQ(::truncate((folder.path() / "large").c_str(), 0x1'2345'6789), 0);
@@ -146,7 +146,7 @@ TEST(Directory, PathThatIsNotUtf8IsReturnedUnchanged) {
     EXPECT_EQ(read_string(text, "path").value, path);
     EXPECT_NE(text.find("\"entries\":[]}"), std::string::npos);
   }
-  // For the system the path ends at its first zero; the listing contains all of it.
+  // The system ends the path at its first zero character, but the listing returns the whole path.
   const std::string cut = folder.windows_path() + std::string("\0junk", 5);
   EXPECT_EQ(read_string(ListDirectory(cut), "path").value, cut);
 }

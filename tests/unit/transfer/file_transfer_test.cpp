@@ -25,8 +25,8 @@ struct Sent {
   std::uint8_t flags = 0;
 };
 
-// Records the messages of downloads. Shared with their threads, which may still run when the test has seen
-// the last message.
+// Records the messages of downloads. Its state is shared with the downloads' threads, which may still run
+// when the test has seen the last message.
 class Outbox {
  public:
   // From message number `fail_from` on, every send fails.
@@ -45,7 +45,7 @@ class Outbox {
     };
   }
 
-  // Waits until `ends` downloads have ended; returns the messages.
+  // Waits until `ends` end messages were sent, and returns all messages.
   std::vector<Sent> wait_for_ends(std::size_t ends = 1) const {
     std::unique_lock<std::mutex> guard(state_->lock);
     EXPECT_TRUE(state_->changed.wait_for(guard, kPatience, [&] {
@@ -89,13 +89,12 @@ void put(std::uint32_t transfer_id, const std::string& bytes) {
   WriteUploadChunk(transfer_id, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 }
 
-// The number of threads of this process.
+// The number of files that this process has open.
 std::size_t open_files() {
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-// The number of file bytes in each chunk of a file of that size. Also checks all other content of the
-// messages.
+// Downloads a file of this size and checks the messages. Returns the number of file bytes in each chunk.
 std::vector<std::size_t> download_of(std::size_t size) {
   const TempFolder folder;
   const std::string bytes = pattern(size);
@@ -124,7 +123,7 @@ std::vector<std::size_t> download_of(std::size_t size) {
   return sizes;
 }
 
-TEST(Download, IsSentInChunksWithoutAnEmptyOne) {
+TEST(Download, IsSentInChunksThatAreNeverEmpty) {
   using Sizes = std::vector<std::size_t>;
   EXPECT_EQ(download_of(0), Sizes());
   EXPECT_EQ(download_of(1), Sizes({1}));
@@ -181,7 +180,7 @@ TEST(Download, IsNotAffectedByAnUploadWithTheSameId) {
   EXPECT_EQ(outbox.wait_for_ends().size(), 6u);
 }
 
-TEST(Download, FiftyConcurrentOnesDoNotMix) {
+TEST(Download, FiftyConcurrentDownloadsDoNotMix) {
   const TempFolder folder;
   for (std::uint32_t i = 0; i < 50; ++i)
     folder.write(std::to_string(i), std::string(kChunkSize + i, static_cast<char>(i)));
@@ -210,11 +209,11 @@ TEST(Upload, KeepsNewFoldersIfTheFileCannotBeOpened) {
   put(1, "abc");
   EndUpload(1);
   EXPECT_TRUE(std::filesystem::is_directory(folder.path() / "new/folder"))
-      << "a path that ends in a backslash makes its last part too";
+      << "the last part of a path that ends in a backslash is created too";
   EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "new/folder"));
 }
 
-TEST(Upload, CreatesNoFoldersForSlashes) {
+TEST(Upload, DoesNotCreateFoldersForForwardSlashes) {
   const TempFolder folder;
   BeginUpload(1, folder.path().string() + "/new/f.txt", 3);
   put(1, "abc");
@@ -232,7 +231,8 @@ TEST(Upload, CreatesFoldersOnlyAfterTheThirdCharacter) {
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "a"));
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "ab"));
   EXPECT_TRUE(std::filesystem::exists(folder.path() / "abc"));
-  EXPECT_FALSE(std::filesystem::exists(folder.path() / "de")) << "so that what stands below it fails too";
+  EXPECT_FALSE(std::filesystem::exists(folder.path() / "de"))
+      << "the folder de\\f cannot be created either, because de does not exist";
   EXPECT_TRUE(std::filesystem::exists(folder.path() / "hijk"));
 }
 
@@ -240,7 +240,7 @@ TEST(Upload, OverwritesAnExistingFile) {
   const TempFolder folder;
   folder.write("file", "something longer");
   BeginUpload(1, folder.windows_path("file"), 0);
-  EXPECT_EQ(folder.read("file"), "") << "emptied at once";
+  EXPECT_EQ(folder.read("file"), "") << "the file is emptied at once";
   EndUpload(1);
   EXPECT_EQ(folder.read("file"), "");
 }
@@ -301,7 +301,7 @@ TEST(Upload, IgnoresAFullDisk) {
   BeginUpload(1, "C:\\dev\\full", 0);
   put(1, std::string(1 << 20, 'x'));
   put(1, "y");
-  EXPECT_EQ(open_files(), before + 1) << "the transfer carries on";
+  EXPECT_EQ(open_files(), before + 1) << "the transfer continues";
   EndUpload(1);
   EXPECT_EQ(open_files(), before);
 }

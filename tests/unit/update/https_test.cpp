@@ -37,7 +37,7 @@ class HttpsTest : public testing::Test {
     request_ = connection->read_request();
     return connection;
   }
-  // The result of a response after which the server closes the connection.
+  // Sends a response, closes the connection, and returns the result of the client's request.
   Fetched fetch_response(std::string_view response) {
     auto fetched = fetch(server_);
     const auto connection = accept();
@@ -67,16 +67,16 @@ TEST_F(HttpsTest, BodyIsEverythingAfterTheFirstBlankLine) {
   const Fetched result =
       fetch_response("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nContent-Length: 5\r\n\r\n" + chunked);
   EXPECT_TRUE(result.good);
-  EXPECT_EQ(result.body, chunked) << "neither chunks nor lengths are known";
+  EXPECT_EQ(result.body, chunked) << "chunked encoding and Content-Length are not interpreted";
 }
 
-TEST_F(HttpsTest, BodyMayBeShorterThanAnnouncedOrEmpty) {
+TEST_F(HttpsTest, BodyMayBeEmptyOrShorterThanItsContentLength) {
   const Fetched result = fetch_response("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
   EXPECT_TRUE(result.good);
   EXPECT_EQ(result.body, "");
 }
 
-TEST_F(HttpsTest, OtherStatusLeavesTheBodyUnchanged) {
+TEST_F(HttpsTest, UnexpectedStatusLineLeavesTheBodyUnchanged) {
   for (const char* head : {"HTTP/1.0 200 OK", "HTTP/1.1 204", "HTTP/2 200", "HTTP/1.1 404 Not Found",
                            "HTTP/1.1 301 Moved\r\nLocation: /here", "nonsense"}) {
     const Fetched result = fetch_response(std::string(head) + "\r\n\r\nbody");
@@ -147,7 +147,8 @@ TEST_F(HttpsTest, RequestFailsIfTheServerClosesBeforeOrDuringTheHandshake) {
   for (const bool greeted : {false, true}) {
     auto fetched = fetch(server_);
     auto connection = server_.accept();
-    if (greeted) (void)connection->handshake(vantelink_test::Milliseconds(0));  // answers the first message
+    // The handshake answers the client's first message and then stops.
+    if (greeted) (void)connection->handshake(vantelink_test::Milliseconds(0));
     connection->abort();
     EXPECT_FALSE(fetched.get().good);
   }
@@ -160,7 +161,7 @@ TEST_F(HttpsTest, RequestFailsIfTheHostDoesNotResolveOrAnswer) {
   EXPECT_FALSE(https_get("localhost", closed_port, "/", body));
   EXPECT_FALSE(https_get(std::string(300, 'x'), 443, "/", body));
   EXPECT_FALSE(https_get("", 443, "/", body));
-  EXPECT_FALSE(https_get("localhost", 4'000'000'000u, "/", body)) << "no port";
+  EXPECT_FALSE(https_get("localhost", 4'000'000'000u, "/", body)) << "not a valid port";
   EXPECT_EQ(body, "untouched");
 }
 

@@ -1,4 +1,4 @@
-// The check of a response and the beginning of its body.
+// The check of a response's status, and the position where its body begins.
 #include "update/response.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ TEST(ResponseTest, BodyBeginsAfterTheFirstBlankLineAndMayBeEmpty) {
   EXPECT_EQ(find_body("HTTP/1.1 200\r\n\r\n"), 16u);
   EXPECT_EQ(find_body("HTTP/1.1 200\r\n\r\n\r\n\r\n"), 16u);
   EXPECT_FALSE(find_body("\r\n\r\n")) << "shorter than a status";
-  EXPECT_FALSE(find_body("\r\n\r\nHTTP/1.1 200")) << "a status in the body is none";
+  EXPECT_FALSE(find_body("\r\n\r\nHTTP/1.1 200")) << "a status line in the body does not count";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The manifest, the offer and the installer.
+// The update: reading the manifest, and downloading the manifest and the installer.
 #include "update/update.h"
 
 #include <cstdlib>
@@ -24,7 +24,7 @@ class ManifestTest : public testing::Test {
   const LogFolder log_;
 };
 
-TEST_F(ManifestTest, NewerVersionWithAFileIsAnOffer) {
+TEST_F(ManifestTest, NewerVersionWithAFileIsOffered) {
   const auto offer = read_manifest(R"({"other":1,"agent_file":"Setup-\"7\".exe","agent_version":"0.1.7"})");
   ASSERT_TRUE(offer);
   EXPECT_EQ(offer->version, "0.1.7");
@@ -32,17 +32,17 @@ TEST_F(ManifestTest, NewerVersionWithAFileIsAnOffer) {
   EXPECT_EQ(log_.text(), "update: manifest agent_version=0.1.7 current=0.1.6 newer=1 file=Setup-\"7\".exe\n");
 }
 
-TEST_F(ManifestTest, NewerVersionWithoutAFileIsNoOfferAlthoughTheLogCallsItNewer) {
+TEST_F(ManifestTest, NewerVersionWithoutAFileIsNotOfferedAlthoughItIsLoggedAsNewer) {
   EXPECT_FALSE(read_manifest(R"({"agent_version":"9"})"));
   EXPECT_FALSE(read_manifest(R"({"agent_version":"9","agent_file":""})"));
   const std::string line = "update: manifest agent_version=9 current=0.1.6 newer=1 file=\n";
   EXPECT_EQ(log_.text(), line + line);
 }
 
-TEST_F(ManifestTest, OlderAndEmptyVersionsAreNoOffer) {
+TEST_F(ManifestTest, EqualAndEmptyVersionsAreNotOffered) {
   EXPECT_FALSE(read_manifest(R"({"agent_version":"0.1.6","agent_file":"a.exe"})"));
   EXPECT_FALSE(read_manifest(R"({"agent_version":"","agent_file":"b.exe"})"));
-  EXPECT_FALSE(read_manifest(R"({"agent_version":7,"agent_file":"c.exe"})")) << "a number is no text";
+  EXPECT_FALSE(read_manifest(R"({"agent_version":7,"agent_file":"c.exe"})")) << "a number is not a string";
   EXPECT_EQ(log_.text(),
             "update: manifest agent_version=0.1.6 current=0.1.6 newer=0 file=a.exe\n"
             "update: manifest agent_version= current=0.1.6 newer=0 file=b.exe\n"
@@ -71,7 +71,7 @@ TEST_F(ManifestTest, FileNamesAreUsedUnchanged) {
   EXPECT_EQ(offer->file, "..\\..\\x/y.exe");
 }
 
-TEST_F(ManifestTest, RandomBytesAreNeverAnOffer) {
+TEST_F(ManifestTest, RandomBytesAreNeverOffered) {
   unsetenv("VLK_DEBUG_INPUT");
   std::mt19937 random(7);
   for (int i = 0; i < 2000; ++i) {
@@ -79,7 +79,7 @@ TEST_F(ManifestTest, RandomBytesAreNeverAnOffer) {
     for (char& byte : text)
       byte = static_cast<char>(random());
     EXPECT_FALSE(read_manifest(text));
-    // Random bytes around and inside almost complete fields.
+    // Random bytes also follow and fill almost complete fields.
     EXPECT_FALSE(read_manifest("{\"agent_version\":\"0." + text));
     const auto offer = read_manifest("{\"agent_file\":\"a\",\"agent_version\":\"1" + text + "\"}");
     if (offer) {
@@ -88,8 +88,8 @@ TEST_F(ManifestTest, RandomBytesAreNeverAnOffer) {
   }
 }
 
-// Runs a fetch against a server that answers once with these bytes and closes. Returns the first line of the
-// request.
+// Runs `work` against a server that answers one request with these bytes and then closes the connection.
+// Returns the result of `work`, and the first line of the request in `line`.
 template <typename Work>
 auto served(std::string_view response, std::string& line, Work work) {
   const TestAuthority authority;
@@ -115,20 +115,20 @@ TEST(UpdateTest, CheckReadsTheServersManifest) {
   EXPECT_EQ(offer->file, "a.exe");
 }
 
-TEST(UpdateTest, FailedChecksAreNoOfferAndNotLogged) {
+TEST(UpdateTest, FailedChecksOfferNothingAndAreNotLogged) {
   setenv("VLK_DEBUG_INPUT", "1", 1);
   const LogFolder log;
   std::string line;
   const auto check = [](std::uint32_t port) { return check_for_update("localhost", port); };
   EXPECT_FALSE(served("HTTP/1.1 404 No\r\n\r\n{\"agent_version\":\"9\",\"agent_file\":\"a\"}", line, check));
   EXPECT_FALSE(served("", line, check));
-  EXPECT_EQ(log.text(), "") << "only a completed fetch is told";
+  EXPECT_EQ(log.text(), "") << "only a completed download of the manifest is logged";
   EXPECT_FALSE(served("HTTP/1.1 200 OK\r\n\r\n", line, check));
   EXPECT_EQ(log.text(), "update: manifest agent_version= current=0.1.6 newer=0 file=\n");
   unsetenv("VLK_DEBUG_INPUT");
 }
 
-TEST(UpdateTest, InstallerIsTheBodyOfTheFileAndEmptyOnFailure) {
+TEST(UpdateTest, InstallerIsTheResponsesBodyAndEmptyOnFailure) {
   std::string line;
   const auto fetch = [](std::uint32_t port) { return fetch_installer("localhost", port, "a b/../c.exe"); };
   EXPECT_EQ(served(std::string_view("HTTP/1.1 200 OK\r\n\r\nMZ\0\1", 23), line, fetch),

@@ -10,7 +10,7 @@ bool newer(std::string_view offered) {
   return is_newer("0.1.6", offered);
 }
 
-TEST(VersionTest, UpdatesAreComparedWithTheUpdateVersion) {
+TEST(VersionTest, UpdatesAreComparedWithVersion016) {
   EXPECT_STREQ(kUpdateVersion, "0.1.6");
 }
 
@@ -32,12 +32,12 @@ TEST(VersionTest, TextAfterANumberInItsFieldIsIgnored) {
   for (const char* offered : {"0.1.6-beta", "0.1.6b", "0.1.6 7", "0x9.1y9.6z9", "0.1.6-beta9"}) {
     EXPECT_FALSE(newer(offered)) << offered;
   }
-  EXPECT_TRUE(newer("0.1.6-beta.1")) << "the dot of the tail begins another field";
+  EXPECT_TRUE(newer("0.1.6-beta.1")) << "the dot after the text begins another field";
 }
 
 TEST(VersionTest, FieldThatDoesNotBeginWithADigitIsZero) {
   EXPECT_TRUE(newer("r0.1.7"));
-  EXPECT_TRUE(newer("r9.1.7")) << "the nine is not at the field's front";
+  EXPECT_TRUE(newer("r9.1.7")) << "the 9 is not the first character of its field";
   EXPECT_FALSE(newer("v1"));
   EXPECT_FALSE(newer(" 1"));
   EXPECT_TRUE(newer("-9.2"));
@@ -61,11 +61,11 @@ TEST(VersionTest, NumbersWrapAroundToSigned32BitValues) {
   EXPECT_FALSE(newer("4294967296.0.9")) << "wraps to 0";
   EXPECT_TRUE(newer("4294967297")) << "wraps to 1";
   EXPECT_TRUE(newer("0.1.4294967303")) << "wraps to 7";
-  EXPECT_FALSE(newer("0.1.99999999999999999999999999")) << "wraps, whatever the length";
-  EXPECT_TRUE(is_newer("4294967295", "0")) << "on the current side too";
+  EXPECT_FALSE(newer("0.1.99999999999999999999999999")) << "a number of any length wraps";
+  EXPECT_TRUE(is_newer("4294967295", "0")) << "the current version wraps too";
 }
 
-TEST(VersionTest, AnyOtherBytesCountAsZero) {
+TEST(VersionTest, FieldsOfOtherBytesCountAsZero) {
   EXPECT_FALSE(newer(std::string_view("0.1.6\0.9", 5)));
   EXPECT_TRUE(newer(std::string_view("0.1.6\0.9", 8)));
   EXPECT_FALSE(newer("\xFF\xFE.\x80"));

@@ -1,4 +1,4 @@
-// The JSON of messages, including the fixed misreadings.
+// Writing and reading the JSON of messages, including texts that are deliberately misread.
 #include "wire/json.h"
 
 #include <random>
@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(JsonWriter, WithoutFieldsWritesAnEmptyObject) {
+TEST(JsonWriter, WritesAnEmptyObjectWithoutFields) {
   EXPECT_EQ(JsonWriter().finish(), "{}");
 }
 
@@ -95,7 +95,7 @@ TEST(JsonReader, ReadsStrings) {
       {R"({"k":"v\")", false, ""},
       {R"({"k":"a\nb\rc\td\"e\\f\/g\bh\u0041"})", true, "a\nb\rc\td\"e\\f/gbhu0041"},
       {R"({"outer":{"k":"deep"},"k":"flat"})", true, "deep"},
-      {R"({"a":"k","k":"x"})", false, ""},  // the value is found first, although a field follows
+      {R"({"a":"k","k":"x"})", false, ""},  // "k" is found as a value first, although a field "k" follows
       {R"({"xk":"1","k":"2"})", true, "2"},
       {R"({"k":"1","k":"2"})", true, "1"},
   };
@@ -150,7 +150,7 @@ TEST(JsonReader, EmptyTextGivesTheFallbacks) {
   EXPECT_EQ(value_or(read_int("", "max_fps"), 15), 15);
 }
 
-TEST(JsonReader, SurvivesTenThousandMutatedTexts) {
+TEST(JsonReader, NeverReadsPastTheEndOfMutatedTexts) {
   const std::string base =
       R"({"code":"AUTH_FAILED","message":"a \"b\" \\ c","n":-12,"m":  99999999999999999999 })";
   std::mt19937 random(1);

@@ -62,8 +62,8 @@ TEST(Envelope, TruncatedMessagesAreRefusedAndExtraBytesIgnored) {
     bytes.push_back(static_cast<std::uint8_t>(i));
   Envelope envelope;
   for (std::size_t length = 0; length < bytes.size(); ++length) {
-    const Bytes cut(bytes.begin(),
-                    bytes.begin() + static_cast<std::ptrdiff_t>(length));  // exactly the memory's size
+    // A copy in memory of exactly its size, so that a sanitizer reports a read past its end.
+    const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
     EXPECT_FALSE(decode_envelope(cut.data(), cut.size(), envelope)) << length;
   }
   bytes.insert(bytes.end(), {1, 2, 3});

@@ -77,7 +77,7 @@ TEST(Frame, LengthIsWrittenInTheShortestForm) {
   EXPECT_EQ(Bytes(large.begin() + 2, large.begin() + 10), (Bytes{0, 0, 0, 0, 0, 1, 0, 0}));
 }
 
-TEST(Mask, EqualsTheByteLoopAtEveryLengthAndPhase) {
+TEST(Mask, EqualsMaskingByteByByteAtEveryLengthAndPhase) {
   const unsigned char key[4] = {0x12, 0xFE, 0x00, 0x99};
   for (std::size_t length = 0; length < 140; ++length) {
     for (std::size_t phase = 0; phase < 8; ++phase) {
@@ -111,11 +111,11 @@ TEST(Parser, ReturnsAFrameOnceHoweverItIsSplit) {
   }
 }
 
-TEST(Parser, AcceptsSingleBytes) {
+TEST(Parser, ReturnsFramesReceivedByteByByte) {
   WsParser parser;
   Bytes stream = frame(kWsText, pattern(130), true, true);
   const Bytes second = frame(kWsBinary, {}, true, true);
-  EXPECT_EQ(second.size(), 6u) << "a masked frame without payload contains its key";
+  EXPECT_EQ(second.size(), 6u) << "a masked frame without payload still contains its masking key";
   stream.insert(stream.end(), second.begin(), second.end());
   std::vector<WsFrame> frames;
   for (const std::uint8_t byte : stream) {
@@ -129,7 +129,7 @@ TEST(Parser, AcceptsSingleBytes) {
   EXPECT_TRUE(frames[1].payload.empty());
 }
 
-TEST(Parser, FailsOnAnOversizedLengthAndWaitsForTheLargestFrame) {
+TEST(Parser, FailsForALengthAboveTheLimitAndWaitsForAFrameOfExactlyTheLimit) {
   const Bytes too_large = {0x82, 127, 0, 0, 0, 0, 1, 0, 0, 1};
   WsParser parser;
   feed(parser, too_large);
@@ -208,7 +208,7 @@ TEST(Parser, ErasesConsumedBytesAboveTheThreshold) {
   EXPECT_TRUE(parser.buffer.empty());
 }
 
-TEST(Parser, SurvivesAMebibyteOfRandomBytesInAHundredSeeds) {
+TEST(Parser, NeverReturnsMoreBytesThanItReceivedOfRandomBytes) {
   for (unsigned seed = 0; seed < 100; ++seed) {
     std::mt19937 random(seed);
     WsParser parser;

@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 using vantelink_test::record;
 
-TEST_F(ApplyTest, NamesAreCutToTheirLastPart) {
+TEST_F(ApplyTest, OnlyTheLastPartOfANameIsUsed) {
   apply_files(list(2, record("../../evil.txt", "e"), record("sub\\a.txt", "a")));
   EXPECT_EQ(names_in(scratch()), std::vector<std::wstring>({L"a.txt", L"evil.txt"}));
   EXPECT_EQ(held(CF_HDROP), drop({L"evil.txt", L"a.txt"}));
@@ -32,8 +32,7 @@ TEST_F(ApplyTest, NameEndsAtItsFirstZero) {
 
 using namespace std::string_literals;
 
-// Names that would lead out of the scratch folder, or mean something else than a file, if they were used
-// unchecked.
+// Names that would lead out of the scratch folder, or would not name a file, if they were used unchecked.
 const std::string kHostileNames[] = {"CON"s,
                                      "NUL"s,
                                      "nul.txt"s,

@@ -34,7 +34,7 @@ TEST_F(ApplyTest, NothingIsSetIfMemoryCannotBeAllocated) {
   EXPECT_EQ(read(scratch() + L"a"), "1") << "files are written before the memory is allocated";
 }
 
-TEST_F(ApplyTest, MemoryOfRefusedFilesIsFreed) {
+TEST_F(ApplyTest, MemoryIsFreedIfTheClipboardRefusesTheFiles) {
   script.refuse_set = true;
   apply_files(list(1, record("a", "1")));
   EXPECT_TRUE(script.memory.empty());
@@ -56,7 +56,7 @@ TEST_F(ApplyTest, CountOfZeroCreatesTheFolderAndEmptiesTheClipboard) {
   EXPECT_TRUE(guard_is_set());
 }
 
-TEST_F(ApplyTest, FewerThanFourBytesCreateNoFolder) {
+TEST_F(ApplyTest, PayloadOfFewerThanFourBytesCreatesNoFolder) {
   for (std::size_t size = 0; size < 4; ++size) {
     apply_files(std::string(size, '\1'));
     EXPECT_TRUE(holds_nothing());
@@ -69,7 +69,7 @@ TEST_F(ApplyTest, EmptyFileIsCreatedAndListed) {
   apply_files(list(1, record("empty", "")));
   EXPECT_EQ(script.calls,
             Lines({"open", "empty", "folder", "file empty 0x40000000 0 2 128", "set 15", "close", "tick"}))
-      << "nothing is written";
+      << "no bytes are written to an empty file";
   EXPECT_TRUE(std::filesystem::is_empty(scratch() + L"empty"));
   EXPECT_EQ(held(CF_HDROP), drop({L"empty"}));
 }

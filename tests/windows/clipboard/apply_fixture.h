@@ -12,7 +12,7 @@
 
 namespace vlk::agent {
 
-// A file payload: its count, which may be wrong, and its records.
+// The content of a file payload: a count, which may be wrong, and the records.
 template <typename... Records>
 std::string list(std::uint32_t count, const Records&... records) {
   return vantelink_test::number(count, 4) + (std::string() + ... + records);

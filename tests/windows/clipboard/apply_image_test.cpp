@@ -12,7 +12,7 @@ namespace {
 using clip::Lines;
 using clip::script;
 
-// Pixels from a formula, in the order red, green, blue, alpha.
+// Pixels computed by a formula, in the order red, green, blue, alpha.
 std::string pixels(std::uint32_t width, std::uint32_t height) {
   std::string bytes;
   for (std::uint32_t y = 0; y < height; ++y) {

@@ -33,7 +33,7 @@ TEST_F(ApplyTest, EmptyPayloadDoesNothing) {
 TEST_F(ApplyTest, TextWithoutContentBecomesAnEmptyText) {
   ApplyClipboard({1});
   ASSERT_EQ(script.memory.size(), 1u);
-  EXPECT_EQ(script.memory.begin()->second, 2u) << "bytes";
+  EXPECT_EQ(script.memory.begin()->second, 2u) << "size in bytes";
   EXPECT_EQ(held(CF_UNICODETEXT), std::string(2, '\0'));
   EXPECT_TRUE(guard_is_set());
 }
@@ -73,15 +73,15 @@ TEST_F(ApplyTest, TextOfAMebibyteArrivesWhole) {
   EXPECT_TRUE(held(CF_UNICODETEXT) == wide_bytes(Utf8ToWide(text) + L'\0'));
 }
 
-TEST_F(ApplyTest, ContentIsLostWhileTheClipboardIsInUse) {
+TEST_F(ApplyTest, ContentIsDroppedWhileTheClipboardIsInUse) {
   script.refuse_open = true;
   apply_text("lost");
-  EXPECT_EQ(script.calls, Lines({"open"})) << "no second try";
+  EXPECT_EQ(script.calls, Lines({"open"})) << "opening the clipboard is not retried";
   EXPECT_EQ(ClipboardEchoGuardUntil, 0u);
   EXPECT_EQ(held(CF_UNICODETEXT), wide_bytes(std::wstring(L"what was there before") + L'\0'));
 }
 
-TEST_F(ApplyTest, MemoryOfARefusedTextIsNotFreed) {
+TEST_F(ApplyTest, MemoryIsNotFreedIfTheClipboardRefusesTheText) {
   script.refuse_set = true;
   apply_text("abc");
   EXPECT_EQ(script.memory.size(), 1u);
@@ -107,7 +107,7 @@ TEST_F(ApplyTest, EachPayloadIsLoggedWithItsResult) {
   test::remove_debug_log();
 }
 
-// Set before main, because the agent reads the variable once per process.
+// The variable is set before main, because the agent reads it once per process.
 [[maybe_unused]] const int log_requested = _putenv("VLK_DEBUG_INPUT=1");
 
 }  // namespace

@@ -20,7 +20,7 @@ TEST_F(CaptureTest, FilesAreReadWholeWhileTheClipboardIsOpen) {
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(files[0].data), files[0].size), "contents");
 }
 
-TEST_F(CaptureTest, FolderAloneSendsNothingEvenBesideText) {
+TEST_F(CaptureTest, FolderAloneSendsNothingEvenIfTextWasCopiedToo) {
   on_clipboard([&] {
     put_files({folder_});
     put_text(L"words");
@@ -41,7 +41,7 @@ TEST_F(CaptureTest, FoldersAndUnreadableFilesAreSkipped) {
   EXPECT_EQ(update(), "files 1 good 2");
 }
 
-TEST_F(CaptureTest, FilesAfterOneThatExceedsTheLimitAreNotTried) {
+TEST_F(CaptureTest, FilesAfterAFileThatExceedsTheLimitAreNotOpened) {
   on_clipboard([&] {
     put_files({file_of(L"a", 40 * kMebibyte), file_of(L"b", 40 * kMebibyte), file_of(L"c", 1024)});
   });
@@ -56,10 +56,11 @@ TEST_F(CaptureTest, FilesMayReachTheLimitExactly) {
     put_files({file_of(L"a", 32 * kMebibyte), file_of(L"b", 32 * kMebibyte), file_of(L"c", 0),
                file_of(L"d", 1), file_of(L"e", 0)});
   });
-  EXPECT_EQ(update(), "files 3 a 33554432 b 33554432 c 0") << "e is not tried after d, although it would fit";
+  EXPECT_EQ(update(), "files 3 a 33554432 b 33554432 c 0")
+      << "e would fit, but is not opened, because d before it exceeds the limit";
 }
 
-TEST_F(CaptureTest, FirstFileThatIsTooLargeSendsNothing) {
+TEST_F(CaptureTest, NothingIsSentIfTheFirstFileIsTooLarge) {
   on_clipboard([&] { put_files({file_of(L"a", 64 * kMebibyte + 1), file_of(L"b", 1)}); });
   EXPECT_EQ(update(), "");
   on_clipboard([&] {

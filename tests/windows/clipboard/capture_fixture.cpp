@@ -8,7 +8,7 @@
 namespace vlk::agent {
 namespace {
 
-// The payload in words, as update() returns it.
+// Describes the payload in words, in the form that update() returns.
 std::string described(const std::vector<std::uint8_t>& payload) {
   const std::string content(payload.begin() + 1, payload.end());
   if (payload[0] == 1) return "text " + content;

@@ -16,10 +16,10 @@ class CaptureTest : public ClipboardTest {
   void SetUp() override;
   void TearDown() override;
 
-  // Creates a sparse file of zeros, which takes no space, and returns its path.
+  // Creates a sparse file of zeros, which needs no disk space, and returns its path.
   std::wstring file_of(const wchar_t* name, std::uint64_t size) const;
-  // Reports one change of the clipboard. Returns what it sends: "text ...", "image", or "files" with their
-  // count and each name and size; empty if nothing is sent.
+  // Reports one change of the clipboard to the agent. Returns what the agent sends: "text ...", "image", or
+  // "files" with their count and each name and size. The result is empty if the agent sends nothing.
   static std::string update();
   static void put_bitmap(const std::string& block) { put(CF_DIB, block.data(), block.size()); }
 

@@ -69,7 +69,7 @@ TEST_F(CaptureImageTest, RowsMayBeTopDownOrBottomUp) {
   EXPECT_EQ(script.pixel_offset, 40);
 }
 
-TEST_F(CaptureImageTest, RowsOfThreeBytesPerPixelArePadded) {
+TEST_F(CaptureImageTest, PaddingAfterRowsOf24BitPixelsIsSkipped) {
   const Pixels pixels = sent_pixels(dib(1, -2, 24, BI_RGB, {}, std::string("\1\2\3\0\4\5\6\0", 8)));
   EXPECT_EQ(pixels, Pixels({0xFF030201, 0xFF060504}));
 }

@@ -64,7 +64,7 @@ TEST_F(CaptureTest, UnpairedSurrogatesAreReplaced) {
   EXPECT_EQ(update(), "text a\uFFFDz");
 }
 
-TEST_F(CaptureTest, TextHasNoLimit) {
+TEST_F(CaptureTest, TextHasNoSizeLimit) {
   const std::wstring text(9 * kMebibyte, L'x');
   on_clipboard([&] { put_text(text); });
   EXPECT_TRUE(update() == "text " + std::string(text.size(), 'x'));
@@ -76,7 +76,7 @@ TEST_F(CaptureTest, SameTextTwiceIsSentTwice) {
   EXPECT_EQ(update(), "text again");
 }
 
-TEST_F(CaptureTest, NoOtherFormatIsTriedIfTheChosenOneHasNoData) {
+TEST_F(CaptureTest, NoOtherFormatIsTriedIfTheChosenFormatHasNoData) {
   on_clipboard([] { put_text(L"words"); });
   script.refuse_data = true;
   EXPECT_EQ(update(), "");
@@ -96,7 +96,7 @@ TEST_F(CaptureTest, OnlyAnActiveSessionSends) {
   EXPECT_EQ(update(), "");
   EXPECT_TRUE(script.calls.empty()) << "the clipboard is not even opened";
   SetClipboardSessionActive(true);
-  EXPECT_TRUE(sent_.empty()) << "content from before the session is never sent on its own";
+  EXPECT_TRUE(sent_.empty()) << "content copied before the session is not sent when the session starts";
   EXPECT_EQ(update(), "text before the stream");
 }
 
@@ -114,7 +114,7 @@ TEST_F(CaptureTest, UpdateIsDroppedWhileTheClipboardIsInUse) {
   on_clipboard([] { put_text(L"x"); });
   script.refuse_open = true;
   EXPECT_EQ(update(), "");
-  EXPECT_EQ(script.calls, Lines({"tick", "open"})) << "no second try";
+  EXPECT_EQ(script.calls, Lines({"tick", "open"})) << "opening the clipboard is not retried";
 }
 
 TEST_F(CaptureTest, AppliedContentIsNotSentBackAndALaterCopyIsSent) {
@@ -129,7 +129,7 @@ TEST_F(CaptureTest, AppliedContentIsNotSentBackAndALaterCopyIsSent) {
   EXPECT_EQ(update(), "text the user's own");
 }
 
-TEST_F(CaptureTest, GuardEndsHalfASecondAfterTheContentWasApplied) {
+TEST_F(CaptureTest, EchoGuardEndsHalfASecondAfterTheContentWasApplied) {
   ApplyClipboard(PackClip(ClipboardKind::Text, "x"));
   script.tick += 499;
   EXPECT_EQ(update(), "");
@@ -137,13 +137,13 @@ TEST_F(CaptureTest, GuardEndsHalfASecondAfterTheContentWasApplied) {
   EXPECT_EQ(update(), "text x");
 }
 
-TEST_F(CaptureTest, ContentThatCannotBeAppliedSetsTheGuardToo) {
+TEST_F(CaptureTest, ContentThatCannotBeAppliedSetsTheEchoGuardToo) {
   ApplyClipboard({7});
   on_clipboard([] { put_text(L"x"); });
   EXPECT_EQ(update(), "");
 }
 
-TEST_F(CaptureTest, UpdateIsSentWhenTheGuardsTickCountWraps) {
+TEST_F(CaptureTest, UpdateIsSentWhenTheEchoGuardsTickCountWraps) {
   script.tick = 0xFFFFFFFF - 200;
   ApplyClipboard(PackClip(ClipboardKind::Text, "echo"));
   EXPECT_EQ(ClipboardEchoGuardUntil, 299u);

@@ -94,7 +94,7 @@ std::wstring ClipboardTest::scratch() {
   return temporary_folder() + L"VlkClip\\";
 }
 
-// By Windows calls, because the standard library takes a file name such as "C:" for a drive.
+// Uses Windows calls, because the standard library treats a file name such as "C:" as a drive.
 void ClipboardTest::remove_scratch() {
   WIN32_FIND_DATAW found;
   const HANDLE search = FindFirstFileW((scratch() + L'*').c_str(), &found);

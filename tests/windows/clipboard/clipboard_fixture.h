@@ -28,9 +28,9 @@ class ClipboardTest : public testing::Test {
   // The send callable of the watch: records a call and keeps the payload in sent_.
   static std::function<void(const unsigned char*, std::size_t)> sink();
 
-  // Calls the function while the clipboard is open. Records no calls.
+  // Calls the function while the clipboard is open. The system calls in it are not recorded.
   static void on_clipboard(const std::function<void()>& work);
-  // These three put content on the clipboard, which must be open.
+  // The following three functions put content on the clipboard, which must be open.
   static void put(UINT format, const void* bytes, std::size_t size);
   static void put_text(std::wstring_view text);
   static void put_files(const std::vector<std::wstring>& paths);
@@ -38,13 +38,13 @@ class ClipboardTest : public testing::Test {
   static std::string wide_bytes(std::wstring_view text);
   // The whole block of CF_HDROP for these paths.
   static std::string drop_block(const std::vector<std::wstring>& paths);
-  // What the clipboard holds in that format; empty if it holds nothing in it.
+  // The clipboard's bytes in this format; empty if the clipboard has no such content.
   static std::string held(UINT format);
   static bool holds_nothing() { return CountClipboardFormats() == 0; }
 
   // The folder that received files are written to.
   static std::wstring scratch();
-  // Removes that folder with all its files, whatever their names.
+  // Removes the scratch folder with all its files, whatever their names are.
   static void remove_scratch();
   static void write(const std::wstring& path, const std::string& bytes);
   static std::string read(const std::wstring& path);

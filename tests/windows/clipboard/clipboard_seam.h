@@ -1,5 +1,5 @@
-// The clipboard's system calls as a test controls them: each call is recorded in order and passed on to the
-// real clipboard, fails on demand, and the clock stands still.
+// The clipboard's system calls, controlled by a test: each call is recorded and passed on to the real
+// clipboard, or fails on demand. The tick count changes only when the test sets it.
 #pragma once
 
 #include <cstddef>
@@ -17,15 +17,16 @@ struct Script {
   DWORD tick = 100'000;
   bool refuse_open = false, refuse_set = false, refuse_data = false;
   std::size_t refuse_memory = ~std::size_t{0};  // a request for this number of bytes fails
-  DWORD most_read = ~DWORD{0};                  // bytes that one read returns at most
+  DWORD most_read = ~DWORD{0};                  // the largest number of bytes that one read returns
   bool refuse_read = false;
-  bool refuse_stream = false, refuse_size = false;  // a stream over memory, and asking for its size
-  bool refuse_pixels = false, no_encoders = false;  // of the image library
+  bool refuse_stream = false, refuse_size = false;  // creating a stream over memory, and querying its size
+  bool refuse_pixels = false, no_encoders = false;  // the image library: no access to pixels, no encoders
 
   Lines calls;
   std::map<HGLOBAL, std::size_t> memory;  // allocated blocks that were not freed, with their sizes
-  UINT memory_flags = GMEM_MOVEABLE;      // of all allocations, or the last other flags
-  std::ptrdiff_t pixel_offset = -1;       // of the last bitmap handed to the image library
+  UINT memory_flags = GMEM_MOVEABLE;      // flags of all allocations, or the last flags that differ
+  // Offset of the pixels in the last bitmap that the image library received.
+  std::ptrdiff_t pixel_offset = -1;
 };
 extern Script script;
 

@@ -212,7 +212,7 @@ TEST_F(Config, EachSaveOverwritesEveryValue) {
   EXPECT_EQ(load_config().skipped_version, "");
 }
 
-TEST_F(Config, SavingToAKeyThatCannotBeOpenedIsSilentlyLost) {
+TEST_F(Config, SettingsAreSilentlyNotSavedIfTheKeyCannotBeOpened) {
   AgentConfig config;
   config.agent_id = "kept";
   save_config(config);

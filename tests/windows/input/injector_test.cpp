@@ -17,14 +17,14 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 struct Script {
-  bool scripted = false;  // otherwise the system answers
+  bool scripted = false;  // if false, calls reach the system
   std::map<int, int> metrics;
   std::vector<int> metrics_read;
   std::vector<Bytes> sent;  // one entry per call
   int record_size = 0;
   UINT accept = 0xFFFFFFFF;  // largest number of records that the system accepts
   DWORD error = 0;
-  DWORD error_before = 77;  // last error at the moment of the call
+  DWORD error_before = 77;  // GetLastError() when SendInput is called
 };
 Script script;
 
@@ -46,7 +46,7 @@ int WINAPI get_system_metrics(int index) {
   return script.metrics[index];
 }
 
-// Set before main, because the agent reads the variable once per process. Any value counts.
+// The variable is set before main, because the agent reads it once per process. Any value enables the log.
 const bool log_requested = _putenv("VLK_DEBUG_INPUT=0") == 0;
 
 }  // namespace
@@ -64,7 +64,8 @@ void put(Bytes& bytes, std::size_t offset, std::uint32_t value, std::size_t size
     bytes[offset + i] = static_cast<unsigned char>(value >> 8 * i);
 }
 
-// INPUT records as the system documents them: 40 bytes, the type at 0 and its members from 8 on.
+// INPUT records in the documented layout: 40 bytes, with the type at offset 0 and the type's members from
+// offset 8 on.
 Bytes mouse_record(std::int32_t dx, std::int32_t dy, std::int32_t data, std::uint32_t flags) {
   Bytes record(40);
   put(record, 8, static_cast<std::uint32_t>(dx), 4);
@@ -125,7 +126,7 @@ class Injector : public testing::Test {
 };
 
 TEST_F(Injector, MoveUsesTheCurrentScreenMetrics) {
-  // 1919 * 65535 / 3839 and 1079 * 65535 / 1079
+  // 32758 is 1919 * 65535 / 3839, and 65535 is 1079 * 65535 / 1079.
   ExpectSent({1, 1, 0xFF, 0x7F, 0xFF, 0x7F}, mouse_record(32758, 65535, 0, 0xC001));
   EXPECT_EQ(script.record_size, 40);
   EXPECT_EQ(script.metrics_read, (std::vector<int>{76, 77, 78, 79}));
@@ -136,20 +137,20 @@ TEST_F(Injector, MoveUsesTheCurrentScreenMetrics) {
   EXPECT_EQ(script.metrics_read.size(), 8u);
 }
 
-TEST_F(Injector, MonitorLeftOfThePrimaryStartsAtZero) {
+TEST_F(Injector, LeftEdgeOfAMonitorLeftOfThePrimaryIsInjectedAsZero) {
   script.metrics[SM_XVIRTUALSCREEN] = -1920;
   SetActiveMonitorRect(-1920, 0, 1920, 1080);
   ExpectSent({1, 1, 0, 0, 0, 0}, mouse_record(0, 0, 0, 0xC001));
 }
 
-TEST_F(Injector, RectangleWithoutAreaCoversTheVirtualDesktop) {
+TEST_F(Injector, MonitorRectangleWithoutAreaMeansTheWholeVirtualDesktop) {
   SetActiveMonitorRect(500, 300, 0, 1080);
   ExpectSent({1, 1, 0xFF, 0x7F, 0xFF, 0x7F}, mouse_record(65535, 65535, 0, 0xC001));
   SetActiveMonitorRect(500, 300, 1920, 0);
   ExpectSent({1, 1, 0xFF, 0x7F, 0xFF, 0x7F}, mouse_record(65535, 65535, 0, 0xC001));
 }
 
-TEST_F(Injector, ButtonsAndWheelCarryNoPosition) {
+TEST_F(Injector, ButtonsAndWheelHaveNoPosition) {
   const struct {
     unsigned char button, pressed;
     std::uint32_t flags;
@@ -185,7 +186,7 @@ TEST_F(Injector, LargestBatchIsOneCall) {
   ExpectSent(payload, records);
 }
 
-TEST_F(Injector, CountAndPayloadMayDiffer) {
+TEST_F(Injector, CountMayDifferFromTheNumberOfEvents) {
   ExpectNothingSent({0, 2, 1, 1, 2, 1, 0});
   ExpectSent({3, 2, 1, 1, 2, 1, 0}, mouse_record(0, 0, 0, 2) + mouse_record(0, 0, 0, 4));
   EXPECT_EQ(test::debug_log(), "[inject] SendInput n=2 OK\n");

@@ -1,4 +1,5 @@
-// The secure-attention sequence, with a double of sas.dll beside this program and without the library.
+// The secure-attention sequence, tested with a double of sas.dll in this program's folder and without any
+// sas.dll.
 #include <cstdlib>
 #include <fstream>
 #include <iterator>

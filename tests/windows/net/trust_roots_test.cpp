@@ -24,8 +24,8 @@ std::ptrdiff_t count_root(const Der& wanted) {
   return std::count(roots.begin(), roots.end(), wanted);
 }
 
-// The certificate stays in the store until the desk is removed.
-TEST(TrustRoots, AreThoseOfTheRootStoreAtThatMoment) {
+// The added certificate stays in the store until the test's desk is removed.
+TEST(TrustRoots, AreReadFromTheRootStoreAtEachCall) {
   const Der ours = vantelink_test::TestAuthority().der();
   EXPECT_EQ(count_root(ours), 0);
   const HCERTSTORE store = CertOpenSystemStoreW(0, L"ROOT");

@@ -60,7 +60,7 @@ HWND make_window_without_record() {
                          type.hInstance, nullptr);
 }
 
-// Removes WM_QUIT from the queue; false if there is none.
+// Removes WM_QUIT from the queue and sets `code` to its exit code. Returns false if the queue has no WM_QUIT.
 bool take_quit(int& code) {
   MSG message;
   while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
@@ -187,7 +187,7 @@ TEST_F(MainWindowTest, ExitByMenuOrUpdateDestroysTheWindow) {
   EXPECT_TRUE(take_quit(code));
 }
 
-TEST(MainWindowWithoutRecord, MessagesThatNeedItAreIgnored) {
+TEST(MainWindowWithoutRecord, MessagesThatNeedTheRecordAreIgnored) {
   const HWND window = make_window_without_record();
   ASSERT_NE(window, nullptr);
   SendMessageW(window, WM_AGENT_STATUS, 2, 1);

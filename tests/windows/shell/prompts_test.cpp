@@ -29,14 +29,14 @@ LANGID language = 0x0409;
 bool hook_fails = false;
 HOOKPROC hook = nullptr;
 const HHOOK hook_handle = reinterpret_cast<HHOOK>(0x77);
-std::function<int()> on_box;  // called while the box is shown; returns its answer
+std::function<int()> on_box;  // called while the box is shown; returns the user's answer
 TASKDIALOGCONFIG shown = {};
 std::wstring shown_content;
 std::vector<std::pair<int, std::wstring>> shown_buttons;
 HRESULT dialog_result = S_OK;
 int dialog_button = 0;
 HWND posted_to = nullptr;
-int threads_begun = 0;  // by the thread of the tests
+int threads_begun = 0;  // number of threads that the tests' thread has started
 const DWORD test_thread = GetCurrentThreadId();
 
 std::string narrow(const wchar_t* text) {
@@ -162,9 +162,9 @@ TEST_F(Prompts, ConsentBoxIsShownWithoutItsHookToo) {
 
 TEST_F(Prompts, ConsentBoxIsClosedOnlyByItsSessionOnceItsWindowIsKnown) {
   on_box = [] {
-    cancel_consent_prompt(7);  // not activated yet
+    cancel_consent_prompt(7);  // the box is not activated yet
     hook(HCBT_CREATEWND, 1, 0);
-    cancel_consent_prompt(7);  // not an activation
+    cancel_consent_prompt(7);  // creating a window does not activate it
     activate(box);
     cancel_consent_prompt(8);
     cancel_consent_prompt(0);
@@ -200,7 +200,7 @@ TEST_F(Prompts, FirstBoxCannotBeClosedAfterASecondOneWasShown) {
   EXPECT_EQ(calls.back(), "unhook");
 }
 
-TEST_F(Prompts, OfferIsShownWithTheseSettings) {
+TEST_F(Prompts, UpdateDialogIsShownWithTheseSettings) {
   run_update_prompt(shell_.main, {"0.2-β", "Setup.exe"});
   EXPECT_EQ(calls, (Lines{"dialog"}));
   TASKDIALOGCONFIG expected = {};

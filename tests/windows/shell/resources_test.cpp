@@ -45,15 +45,15 @@ std::pair<std::uint32_t, std::uint32_t> png_size(std::string_view bytes) {
   return {big_endian(bytes, 16), big_endian(bytes, 20)};
 }
 
-TEST_F(ResourcesTest, LogoIsAPngOfItsSize) {
+TEST_F(ResourcesTest, LogoIsAPngOf2058By755Pixels) {
   ASSERT_TRUE(file_);
   EXPECT_EQ(png_size(resource(MAKEINTRESOURCEW(IDR_LOGO), MAKEINTRESOURCEW(10))), std::pair(2058u, 755u));
   EXPECT_EQ(IDR_LOGO, 101);
 }
 
 TEST_F(ResourcesTest, IconHoldsSevenPngImages) {
-  // An icon group: three words, the last of them the count; then 14 bytes per image, the last two its
-  // resource id.
+  // An icon group has three 16-bit words, of which the last is the count, and then 14 bytes for each image,
+  // of which the last two are its resource id.
   const std::string group = resource(MAKEINTRESOURCEW(IDI_AGENT), MAKEINTRESOURCEW(14));
   EXPECT_EQ(IDI_AGENT, 100);
   ASSERT_EQ(group.size(), 6u + 7 * 14);
@@ -76,7 +76,7 @@ TEST_F(ResourcesTest, ManifestRequestsNoElevationAndTheCommonControls) {
   EXPECT_NE(manifest.find(R"(version="6.0.0.0")", controls), std::string::npos);
 }
 
-TEST_F(ResourcesTest, VersionRecordIs011) {
+TEST_F(ResourcesTest, FileVersionIs0110) {
   const std::string record = resource(MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
   constexpr std::uint32_t kSignature = 0xFEEF04BD;  // of VS_FIXEDFILEINFO
   const std::size_t at =

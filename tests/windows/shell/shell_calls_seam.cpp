@@ -42,7 +42,7 @@ void note(const char* format, Words... words) {
   shell_script.calls.push_back(line);
 }
 
-// Which key the path names, since a handle does not say.
+// A name for the key at this path, because a handle does not show which key it is.
 const char* key_name(const wchar_t* path) {
   return std::wstring_view(path).ends_with(L"Run") ? "Run" : "settings";
 }
@@ -54,7 +54,7 @@ LANGID WINAPI user_language() {
 BOOL WINAPI notify_icon(DWORD message, NOTIFYICONDATAW* data) {
   note("Shell_NotifyIcon %lu", message);
   shell_script.icons.push_back(*data);
-  return FALSE;  // the result is not checked
+  return FALSE;  // the agent does not check the result
 }
 
 HICON WINAPI load_icon(HINSTANCE module, LPCWSTR name) {
@@ -127,11 +127,11 @@ LSTATUS WINAPI set_value(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE* 
   } else {
     note("set %s \"%s\"", narrow(name).c_str(), narrow(reinterpret_cast<const wchar_t*>(data)).c_str());
   }
-  return ERROR_ACCESS_DENIED;  // the result is not checked
+  return ERROR_ACCESS_DENIED;  // the agent does not check the result
 }
 
 LSTATUS WINAPI open_key(HKEY, LPCWSTR, DWORD, REGSAM, HKEY*) {
-  return ERROR_FILE_NOT_FOUND;  // there is no entry yet
+  return ERROR_FILE_NOT_FOUND;  // the autostart entry does not exist
 }
 
 LSTATUS WINAPI close_key(HKEY) {

@@ -1,5 +1,5 @@
 // The system calls of the settings panel and the tray icon, each recorded with its arguments, and a fixture
-// for their tests. The registry is scripted and reaches nothing real.
+// for their tests. Registry calls are scripted and do not reach the real registry.
 #pragma once
 
 #include <string>
@@ -24,7 +24,7 @@ struct ShellScript {
   LANGID language = kEnglish;
   bool icon_resource = false;  // whether the program has an icon of its own
 
-  Lines calls;  // of the UI thread
+  Lines calls;  // the recorded calls of the UI thread
   std::vector<NOTIFYICONDATAW> icons;
 };
 extern ShellScript shell_script;

@@ -149,7 +149,7 @@ TEST_F(WindowTest, PaintsTheLogoOnTheWindowColour) {
   ASSERT_TRUE(eventually([&] { return shown(window); }));
   POINT origin = {0, 0};
   ClientToScreen(window, &origin);
-  // By a copy of the screen, because GetPixel does not see the windows of other processes under Wine.
+  // The test copies the screen, because under Wine GetPixel does not see the windows of other processes.
   const std::vector<RECT> controls = children_of(window);
   const auto is_control = [&](int x, int y) {
     return std::any_of(controls.begin(), controls.end(),
@@ -193,7 +193,7 @@ TEST_F(WindowTest, CloseAndMinimiseHideTheWindowUntilItIsShown) {
   EXPECT_TRUE(agent.running());
 }
 
-TEST_F(WindowTest, StartsHiddenWithTheSwitch) {
+TEST_F(WindowTest, StartsHiddenWithTheUnattendedSwitch) {
   const AgentProcess agent(L"--unattended");
   const HWND window = find_window();
   SendMessageW(window, WM_NULL, 0, 0);  // returns once the message loop runs, after the first ShowWindow

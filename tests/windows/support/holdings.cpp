@@ -6,8 +6,9 @@
 
 namespace vlk::test {
 
-// Wine's GetGuiResources always returns 0. There the process's table of GDI handles is counted instead: the
-// process environment block points to it, and its entries of 24 bytes have type 0 when unused.
+// Wine's GetGuiResources always returns 0. Under Wine, the used entries in the process's table of GDI handles
+// are counted instead. The process environment block points to the table. An entry has 24 bytes and type 0 if
+// it is unused.
 DWORD gdi_objects() {
   if (const DWORD count = GetGuiResources(GetCurrentProcess(), GR_GDIOBJECTS)) return count;
   constexpr std::size_t kEntries = 0x4000, kEntrySize = 24, kTypeOffset = 14, kTableOffset = 0xF8;
@@ -26,8 +27,9 @@ DWORD gdi_objects() {
   return count;
 }
 
-// Wine's GetProcessHandleCount always returns 0. There the system's list of all handles is counted instead: a
-// count, then from byte 8 entries of 24 bytes that begin with the owner's process id.
+// Wine's GetProcessHandleCount always returns 0. Under Wine, this process's entries in the system's list of
+// all handles are counted instead. The list begins with its length. Entries of 24 bytes follow from byte 8
+// on, each beginning with the owner's process id.
 DWORD kernel_handles() {
   DWORD count = 0;
   GetProcessHandleCount(GetCurrentProcess(), &count);

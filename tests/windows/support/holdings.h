@@ -17,7 +17,7 @@ struct Holdings {
 
 Holdings holdings();
 
-// What `rounds` calls of `run` leave open. Three calls before the count load what stays loaded.
+// Returns what `rounds` calls of `run` leave open. Three earlier calls, not counted, load what stays loaded.
 Holdings left_open_by(const std::function<void()>& run, int rounds = 200);
 
 }  // namespace vlk::test

@@ -14,7 +14,7 @@ struct Colour {
   bool operator==(const Colour&) const = default;
 };
 
-// The colour of a pixel of the window. Neighbours differ, and so do shifted and mirrored copies of the
+// The colour of a pixel of the window. Adjacent pixels differ, and so do shifted and mirrored copies of the
 // pattern.
 Colour pattern(int x, int y);
 
@@ -25,7 +25,8 @@ int screen_height();
 // Handles the messages that wait in this thread's queue.
 void pump_messages();
 
-// Handles this thread's messages until the condition holds. Returns false after thirty seconds without it.
+// Handles this thread's messages until the condition is true. Returns false if that takes over thirty
+// seconds.
 template <typename Condition>
 bool pump_until(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);

@@ -12,7 +12,7 @@ namespace vlk::test {
 
 struct RegistryScript {
   bool fail_open = false, fail_create = false, fail_set = false;
-  std::vector<std::wstring> written_names;  // of values, in the order of the calls
+  std::vector<std::wstring> written_names;  // names of the written values, in the order of the calls
 };
 extern RegistryScript registry;
 

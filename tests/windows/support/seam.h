@@ -1,5 +1,5 @@
 // Link-time seams: a test program replaces a system call by defining the call's import pointer (__imp_NAME),
-// which the linker takes before the import library's.
+// which the linker uses instead of the import library's.
 #pragma once
 
 #include <windows.h>

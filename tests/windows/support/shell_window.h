@@ -1,4 +1,5 @@
-// The agent's main window inside a test program. The test owns its record, and its client finds no server.
+// The agent's main window inside a test program. The test owns the window's record. The window's client finds
+// no server.
 #pragma once
 
 #include <windows.h>

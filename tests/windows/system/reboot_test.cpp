@@ -1,4 +1,4 @@
-// The restart of the machine against replaced system calls, which record each call and restart nothing.
+// The restart of the machine, tested with replaced system calls that record each call and restart nothing.
 #include "system/reboot.h"
 
 #include <set>
@@ -96,7 +96,7 @@ TEST_F(Reboot, IsOnlySimulatedIfTheVariableIsSet) {
   EXPECT_EQ(calls, Lines());
 }
 
-TEST_F(Reboot, IsRequestedEvenIfTheStepsBeforeFail) {
+TEST_F(Reboot, IsRequestedEvenIfTheEarlierStepsFail) {
   failing = {"open"};
   EXPECT_FALSE(reboot_machine());
   EXPECT_EQ(calls, (Lines{"OpenProcessToken 40", "ExitWindowsEx 18 262145"}));

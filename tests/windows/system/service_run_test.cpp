@@ -48,7 +48,7 @@ TEST_F(ServiceRun, DispatcherFailsOutsideTheServiceManager) {
   EXPECT_FALSE(run_service_dispatcher());
 }
 
-TEST_F(ServiceRun, ShutdownStopsIt) {
+TEST_F(ServiceRun, SystemShutdownStopsTheService) {
   script.controls = {SERVICE_CONTROL_SHUTDOWN};
   EXPECT_TRUE(run_service_dispatcher());
   EXPECT_EQ(script.calls.back(), "Status 1 1 0 0");

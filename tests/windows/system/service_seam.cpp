@@ -32,7 +32,7 @@ std::string own_path() {
 const std::vector<std::string> names = {"manager", "service", "queried", "primary", "process", "thread"};
 constexpr std::uintptr_t kFirstHandle = 0xABC00000;
 
-// The process is waited for, so its handle is an event that is never set.
+// The agent waits for the process, so the process's handle is an event that is never set.
 HANDLE handle(const std::string& name) {
   static const HANDLE process = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   if (name == "process") return process;

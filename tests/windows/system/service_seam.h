@@ -13,21 +13,21 @@ namespace vlk::test {
 
 using Lines = std::vector<std::string>;
 
-// What the system answers. Its handles are numbers that no real handle has.
+// What the scripted system answers. Its handles are numbers that no real handle has.
 struct ServiceScript {
   Lines calls;
-  std::set<std::string> failing;  // names of calls
+  std::set<std::string> failing;  // names of the calls that fail
   DWORD create_error = ERROR_ACCESS_DENIED;
   DWORD session = 1;
-  std::vector<DWORD> controls;  // sent to the handler as soon as the service reports that it runs
+  std::vector<DWORD> controls;  // controls sent to the handler as soon as the service reports that it runs
   LPHANDLER_FUNCTION_EX handler = nullptr;
-  bool member = true;  // of the administrators
+  bool member = true;  // whether the token belongs to the Administrators group
   int open_handles = 0;
 };
 extern ServiceScript script;
-extern DWORD last_check_point;  // counts up during the whole process, so across all tests
+extern DWORD last_check_point;  // increases during the whole process, across all tests
 
-// Begins with a fresh script. Checks at the end that every handle is closed.
+// Starts each test with a new script, and checks at the test's end that every handle is closed.
 class ServiceTest : public testing::Test {
  protected:
   void SetUp() override;

@@ -19,7 +19,7 @@ TEST_F(ServiceSetup, InstallsThisExecutableAndStartsIt) {
                                  "CloseServiceHandle service", "CloseServiceHandle manager"}));
 }
 
-TEST_F(ServiceSetup, InstallingAgainOnlyStartsTheService) {
+TEST_F(ServiceSetup, InstallingAnExistingServiceStartsIt) {
   script.failing = {"CreateService"};
   script.create_error = ERROR_SERVICE_EXISTS;
   EXPECT_TRUE(install_service());
@@ -41,7 +41,7 @@ TEST_F(ServiceSetup, InstallationFailsWithoutTheManagerOrTheService) {
   script.failing = {"CreateService", "OpenService"};
   EXPECT_FALSE(install_service());
   EXPECT_EQ(script.calls, (Lines{"OpenSCManager 2", kCreate, "CloseServiceHandle manager"}))
-      << "only a service that exists is opened";
+      << "the service is opened only if it exists already";
   script.calls.clear();
   script.create_error = ERROR_SERVICE_EXISTS;
   EXPECT_FALSE(install_service());

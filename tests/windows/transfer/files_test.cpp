@@ -18,11 +18,11 @@
 namespace {
 
 std::vector<std::wstring> created;   // arguments of CreateDirectoryW
-std::vector<std::wstring> opened;    // path, blank, mode
+std::vector<std::wstring> opened;    // path and mode given to _wfopen, with a blank between them
 std::vector<std::wstring> searched;  // arguments of FindFirstFileW
 int open_searches = 0;
 bool security_given = false;
-DWORD drives = 0;  // 0: the system's answer
+DWORD drives = 0;  // 0 means the system's own drives
 
 BOOL WINAPI create_directory(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
   static auto* const system = vlk::test::real<decltype(create_directory)>("kernel32.dll", "CreateDirectoryW");
@@ -74,7 +74,7 @@ using Lines = std::vector<std::wstring>;
 class Files : public testing::Test {
  protected:
   void SetUp() override {
-    // A folder for each test, because a file that stays open keeps its folder.
+    // Each test has a folder of its own, because a folder with an open file cannot be removed.
     static int number = 0;
     root_ = temporary_folder() + L"vlk-files-" + std::to_wstring(++number);
     std::filesystem::create_directory(root_);
@@ -130,7 +130,7 @@ TEST_F(Files, PatternIsThePathWithOneBackslashAndAStar) {
   EXPECT_EQ(open_searches, 0);
 }
 
-TEST_F(Files, EntriesCarryNameKindSizeAndTime) {
+TEST_F(Files, EntriesHaveNameKindSizeAndTime) {
   write(L"h\u00f6fn's \U0001F600.txt", "12345");
   std::filesystem::create_directory(below(L"inner"));
   const HANDLE file = CreateFileW(below(L"old").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);

@@ -46,8 +46,8 @@ std::vector<std::uint8_t> drawn_by_gdi(const CapturedFrame& frame, HCURSOR curso
   return {first, first + frame.pixels.size()};
 }
 
-// A pointer with the given size and hot spot: half transparent in colour, or black and white with inverting
-// pixels.
+// Creates a pointer with the given size and hot spot: partly transparent in colour, or black and white with
+// inverting pixels.
 HCURSOR make_cursor(int width, int height, DWORD hot_x, DWORD hot_y, bool in_colour) {
   const auto cells = static_cast<std::size_t>(width * height);
   std::vector<std::uint32_t> colours(cells);
@@ -166,7 +166,7 @@ TEST_F(Cursor, EveryPixelEqualsGdisDrawingOnTheWholeFrame) {
       EXPECT_EQ(icon.yHotspot, static_cast<DWORD>(row.hot_y));
     }
     cursor_script.info.hCursor = row.cursor;
-    CursorOverlay overlay;  // one for all positions, so that stale pixels of its surface would be seen
+    CursorOverlay overlay;  // used for all positions, so that stale pixels of its surface would be found
     bool drew = false;
     for (const POINT& at : positions) {
       Point(at.x, at.y);

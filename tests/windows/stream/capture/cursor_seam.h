@@ -7,7 +7,7 @@
 namespace vlk::test {
 
 struct CursorScript {
-  bool scripted = false;  // otherwise the system answers
+  bool scripted = false;  // if false, GetCursorInfo reaches the system
   BOOL info_result = TRUE;
   CURSORINFO info = {};
   BOOL icon_result = TRUE;

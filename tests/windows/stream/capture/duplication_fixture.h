@@ -24,7 +24,7 @@ class Duplication : public testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // The arguments of the first call of that name; -1 if there was none.
+  // The arguments of the first call with this name, or -1 if there was no such call.
   static Arguments ArgumentsOf(const std::string& name);
   // The pixels of the desktop texture without the bytes between its rows.
   static std::vector<std::uint8_t> ExpectedPixels();

@@ -1,4 +1,4 @@
-// Frames from a duplication on a scripted machine: the calls they take, their pixels, and every failure.
+// Frames from a duplication on a scripted machine: the calls that get a frame, its pixels, and every failure.
 #include "stream/capture/capture.h"
 #include "tests/windows/stream/capture/duplication_fixture.h"
 #include "tests/windows/support/debug_log_file.h"
@@ -54,7 +54,7 @@ TEST_F(Duplication, FrameIsHeldUntilTheNextCall) {
   EXPECT_EQ(machine.Count("ReleaseFrame"), 0);
   machine.calls.clear();
   ASSERT_TRUE(capturer.AcquireFrame(frame, 0));
-  // The staging texture is used again: no second CreateTexture2D.
+  // The staging texture is used again, so CreateTexture2D is not called a second time.
   EXPECT_EQ(machine.Names(), (Strings{"ReleaseFrame", "AcquireNextFrame", "QueryInterface(ID3D11Texture2D)",
                                       "CopyResource", "Map", "Unmap"}));
   machine.calls.clear();
@@ -76,7 +76,7 @@ TEST_F(Duplication, TimeOutKeepsTheDuplication) {
   EXPECT_FALSE(frame.fresh);
   EXPECT_EQ(frame.pixels, pixels);
   EXPECT_FALSE(capturer.AcquireFrame(frame, 0));
-  // One ReleaseFrame: no frame is held after a time-out.
+  // ReleaseFrame is called only once, because no frame is held after a time-out.
   EXPECT_EQ(machine.Names(), (Strings{"ReleaseFrame", "AcquireNextFrame", "AcquireNextFrame"}));
   machine.failures.clear();
   EXPECT_TRUE(capturer.AcquireFrame(frame, 0));
@@ -136,7 +136,7 @@ TEST_F(Duplication, FailureAfterAcquiringHoldsTheFrameUntilTheNextCall) {
   }
 }
 
-TEST_F(Duplication, InvalidAnswersLoseOneFrame) {
+TEST_F(Duplication, InvalidFrameDataDropsOneFrame) {
   const auto good = machine;
   const struct {
     const char* what;

@@ -64,7 +64,8 @@ TEST_F(Duplication, EachMonitorWithAnAreaHasAThumbnail) {
 TEST_F(Duplication, DeviceIsCreatedOnTheMonitorsAdapter) {
   ScreenCapturer capturer;
   ASSERT_TRUE(capturer.Open(1));
-  // Unknown driver type, no module, no flags, no feature levels, SDK version 7, no level returned.
+  // The arguments after the adapter: unknown driver type, no module, no flags, no feature levels and their
+  // count 0, SDK version 7, and no result for the level.
   EXPECT_EQ(ArgumentsOf("D3D11CreateDevice"), (Arguments{1, D3D_DRIVER_TYPE_UNKNOWN, 0, 0, 0, 0, 7, 0}));
   EXPECT_EQ(ArgumentsOf("DuplicateOutput"), (Arguments{1, 0}));
   EXPECT_EQ(capturer.left(), 800);

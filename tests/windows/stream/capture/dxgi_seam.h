@@ -26,13 +26,13 @@ struct Call {
   bool operator==(const Call&) const = default;
 };
 
-// What the machine is, and the calls made to it.
+// The scripted machine, and a record of the calls made to it.
 struct Machine {
   std::vector<std::vector<Output>> adapters;
   UINT width = 8, height = 4, pitch = 32;          // the mapped desktop texture; pitch in bytes
   std::vector<std::uint8_t> memory;                // `height` rows of `pitch` bytes
-  std::map<std::string, HRESULT> failures;         // by call
-  vantelink_test::FailNth* nth_failure = nullptr;  // fails one of all calls with E_FAIL
+  std::map<std::string, HRESULT> failures;         // results of failing calls, by the call's name
+  vantelink_test::FailNth* nth_failure = nullptr;  // chooses the call that fails with E_FAIL
   bool null_resource = false;                      // acquired frames have no resource
   int live = 0;                                    // objects that are not released
   std::vector<Call> calls;

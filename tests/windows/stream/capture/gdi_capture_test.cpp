@@ -11,7 +11,7 @@ namespace {
 using test::screen_height;
 using test::screen_width;
 
-// Copies the screen until the pattern is at that place.
+// Captures the screen until the frame shows the test pattern in the given rectangle.
 void expect_captured(int left, int top, int width, int height) {
   ScreenCapturer capturer;
   CapturedFrame frame;

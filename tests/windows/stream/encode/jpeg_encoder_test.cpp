@@ -119,8 +119,8 @@ namespace {
 namespace gdip = Gdiplus::DllExports;
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::uint32_t kWidth = 64,
-                        kHeight = 96;  // the fields end at the edges of blocks of 16 by 16 pixels
+// Each quarter of the image consists of whole blocks of 16 by 16 pixels.
+constexpr std::uint32_t kWidth = 64, kHeight = 96;
 
 class Jpeg : public testing::Test {
  protected:
@@ -135,7 +135,7 @@ class Jpeg : public testing::Test {
   static inline ULONG_PTR token_ = 0;
 };
 
-// Four fields of one colour each, which JPEG changes very little.
+// The colour of a pixel. Each quarter of the image has one colour, which JPEG changes very little.
 test::Colour field(std::uint32_t x, std::uint32_t y) {
   const auto level = [](bool high) { return static_cast<std::uint8_t>(high ? 220 : 30); };
   return {level(x < kWidth / 2), level(y < kHeight / 2), level((x < kWidth / 2) != (y < kHeight / 2))};

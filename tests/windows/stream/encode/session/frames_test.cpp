@@ -22,7 +22,7 @@ TEST_F(H264EncoderTest, InputIsTheConvertedFrame) {
   EXPECT_EQ(machine.inputs[0].bytes, expected);
 }
 
-TEST_F(H264EncoderTest, RefusedFrameAdvancesTheClockToo) {
+TEST_F(H264EncoderTest, RefusedFrameAdvancesTheSampleTimeToo) {
   EXPECT_TRUE(Init(15));
   machine.failures["ProcessInput"] = E_FAIL;
   EXPECT_TRUE(EncodeFails());
@@ -48,7 +48,7 @@ TEST_F(H264EncoderTest, EncodingWorksWithoutTheCodecApi) {
     EXPECT_FALSE(call.starts_with("SetValue")) << call;
 }
 
-TEST_F(H264EncoderTest, EveryOutputIsTakenAfterEachSynchronousInput) {
+TEST_F(H264EncoderTest, EveryOutputIsReadAfterEachSynchronousInput) {
   EXPECT_TRUE(Init());
   machine.on_input = [](Machine& m) { m.outputs = {plain("one"), plain("two"), plain("three")}; };
   EXPECT_EQ(Encode(), "onetwothree");
@@ -132,7 +132,7 @@ TEST_F(H264EncoderTest, FramesFailWithoutACrashIfMemoryRunsOut) {
   machine.memory_short = true;
   EXPECT_EQ(LogOf([&] { EXPECT_TRUE(EncodeFails()); }), "encoder: ProcessInput(sync) failed hr=0x80004003\n");
   encoder_->Shutdown();
-  EXPECT_TRUE(Init()) << "a type that cannot be created is not checked";
+  EXPECT_TRUE(Init()) << "the result of creating a media type is not checked";
   EXPECT_TRUE(EncodeFails());
   machine.memory_short = false;
   machine.largest_buffer = 0;
@@ -146,7 +146,8 @@ TEST_F(H264EncoderTest, SuccessWithoutASampleSilentlyEndsTheOutput) {
   EXPECT_TRUE(Init());
   machine.on_input = [](Machine& m) { m.outputs = {plain("x"), plain("y")}; };
   EXPECT_EQ(LogOf([&] { EXPECT_EQ(Encode(), ""); }), "");
-  EXPECT_EQ(machine.outputs.size(), 1u) << "reading on would never end";
+  EXPECT_EQ(machine.outputs.size(), 1u)
+      << "reading stops, because an encoder that returns no samples could report success for ever";
 }
 
 TEST_F(H264EncoderTest, RefusedInputIsAFailureLoggedWithItsCode) {
@@ -177,7 +178,7 @@ TEST_F(H264EncoderTest, AsynchronousEncoderIsDrivenByItsEvents) {
                      "ProcessOutput 0 1 0"}));
 }
 
-TEST_F(H264EncoderTest, WaitingAsynchronousOutputIsTakenBeforeTheInput) {
+TEST_F(H264EncoderTest, PendingAsynchronousOutputIsReadBeforeTheInput) {
   OpenAsync();
   machine.outputs = {key("old"), plain("er")};
   machine.events = {METransformHaveOutput, MEError, METransformHaveOutput, METransformDrainComplete,
@@ -185,7 +186,7 @@ TEST_F(H264EncoderTest, WaitingAsynchronousOutputIsTakenBeforeTheInput) {
   EXPECT_EQ(Encode(), "<sets>olderx");
 }
 
-TEST_F(H264EncoderTest, AsynchronousCallTakesOneOutputAfterItsInput) {
+TEST_F(H264EncoderTest, AsynchronousCallReadsOneOutputAfterItsInput) {
   OpenAsync();
   machine.on_input = [](Machine& m) {
     m.outputs = {plain("a"), plain("b")};
@@ -195,16 +196,16 @@ TEST_F(H264EncoderTest, AsynchronousCallTakesOneOutputAfterItsInput) {
   EXPECT_EQ(Encode(), "a");
   EXPECT_EQ(machine.events.size(), 2u);
   machine.on_input = [](Machine& m) { m.events = {METransformHaveOutput}; };
-  EXPECT_EQ(Encode(), "b") << "the remaining event, and then no output";
+  EXPECT_EQ(Encode(), "b") << "the pending output; the new input has no output";
 }
 
 TEST_F(H264EncoderTest, EndOfEventsIsAFailureThatIsNotLogged) {
   machine.hardware = true;
   EXPECT_TRUE(Init());
-  EXPECT_EQ(LogOf([&] { EXPECT_TRUE(EncodeFails()); }), "") << "before the input";
+  EXPECT_EQ(LogOf([&] { EXPECT_TRUE(EncodeFails()); }), "") << "the events end before the input";
   EXPECT_EQ(machine.Count("ProcessInput 0 0"), 0);
   machine.events = {METransformNeedInput, METransformNeedInput};
-  EXPECT_EQ(LogOf([&] { EXPECT_TRUE(EncodeFails()); }), "") << "after it";
+  EXPECT_EQ(LogOf([&] { EXPECT_TRUE(EncodeFails()); }), "") << "the events end after the input";
   EXPECT_EQ(machine.Count("ProcessInput 0 0"), 1);
 }
 

@@ -43,8 +43,8 @@ std::string hex(std::uint64_t number) {
 
 namespace {
 
-// An activation object: a table of methods with IUnknown and ActivateObject, since no other of its methods is
-// called.
+// An activation object. Its method table has only the methods of IUnknown and ActivateObject, because no
+// other method is called.
 struct Activation {
   static constexpr std::size_t kActivateObject = 33;  // follows the methods of IUnknown and IMFAttributes
 
@@ -79,7 +79,7 @@ struct Activation {
     const std::string name = hardware ? "ActivateObject(hardware)" : "ActivateObject(software)";
     if (const HRESULT failure = machine.Step(name); FAILED(failure)) return failure;
     ComPtr<IMFTransform> encoder;
-    // Attach of the toolchain's ComPtr wrongly adds a reference.
+    // The ComPtr's Attach is not used, because the toolchain's version wrongly adds a reference.
     *encoder.ReleaseAndGetAddressOf() = new Encoder(hardware && machine.hardware_async);
     return encoder.CopyTo(iid, result);
   }

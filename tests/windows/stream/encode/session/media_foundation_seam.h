@@ -28,8 +28,8 @@ constexpr UINT32 kHardwareSearch = 0x44, kSoftwareSearch = 0x41;  // flags of MF
 struct Output {
   std::string bytes;
   UINT32 clean_point = 0;
-  bool has_clean_point = false;  // whether the sample has that attribute
-  int buffers = 1;               // the bytes go into the first; each further buffer holds one other byte
+  bool has_clean_point = false;  // whether the sample has the clean-point attribute
+  int buffers = 1;               // the first buffer has the bytes, each further buffer one other byte
 };
 
 Output plain(const std::string& bytes);
@@ -41,28 +41,30 @@ struct Input {
   LONGLONG time = 0, duration = 0;
 };
 
-// What the machine is, and the calls made to it.
+// The scripted machine, and a record of the calls made to it.
 struct Machine {
   bool hardware = false, software = true;  // encoders that the searches find
-  bool hardware_async = true;              // whether the hardware encoder is asynchronous; the other is not
+  bool hardware_async = true;  // whether the hardware encoder is asynchronous; the software encoder is not
   bool has_events = true, has_codec_api = true, has_attributes = true;
-  DWORD stream_flags = 0, buffer_size = 4096;  // of GetOutputStreamInfo
-  std::string header = "<sets>";               // sequence header; empty: none
+  DWORD stream_flags = 0, buffer_size = 4096;  // results of GetOutputStreamInfo
+  std::string header = "<sets>";               // sequence header; empty means that there is none
   bool null_sample = false;
   bool memory_short = false;                       // samples and types cannot be created
   DWORD largest_buffer = 64u << 20;                // bytes; larger buffers cannot be created
-  std::map<std::string, HRESULT> failures;         // by call
-  vantelink_test::FailNth* nth_failure = nullptr;  // fails one of all calls with E_FAIL
+  std::map<std::string, HRESULT> failures;         // results of failing calls, by the call's name
+  vantelink_test::FailNth* nth_failure = nullptr;  // chooses the call that fails with E_FAIL
   std::function<void(Machine&)> on_input;          // called after each accepted input
 
   std::deque<Output> outputs;
-  std::deque<MediaEventType> events;  // GetEvent fails when none is left, where a real encoder would wait
+  // When no event is left, GetEvent fails. A real encoder would wait.
+  std::deque<MediaEventType> events;
 
   int live = 0;      // encoders and activation objects that are not released
   int startups = 0;  // MFStartup calls without their MFShutdown
   std::vector<std::string> calls;
   std::vector<Input> inputs;
-  std::vector<DWORD> output_capacities;  // of the caller's samples; 0 where it passed none
+  // Capacities of the caller's samples; 0 if the caller passed no sample.
+  std::vector<DWORD> output_capacities;
   ComPtr<IMFMediaType> output_type, input_type;
   ComPtr<IMFAttributes> encoder_attributes;
 

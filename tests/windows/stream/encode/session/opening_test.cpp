@@ -44,7 +44,7 @@ TEST_F(H264SessionTest, OpeningMakesTheseCalls) {
                "ProcessMessage 0x10000000 0x0", "ProcessMessage 0x10000003 0x0", "GetOutputCurrentType"}));
 }
 
-TEST_F(H264SessionTest, TypesCarryTheSettings) {
+TEST_F(H264SessionTest, MediaTypesContainTheSettings) {
   EXPECT_TRUE(Init());
   IMFMediaType* const output = machine.output_type.Get();
   ExpectPictureAttributes(output, MFVideoFormat_H264, 8, "u64 0xf00000001");
@@ -185,7 +185,7 @@ TEST_F(H264SessionTest, SampleTimesCountFramesAcrossSessions) {
   }
 }
 
-TEST_F(H264SessionTest, ParameterSetsOfAnEarlierSessionAreUsedIfThereAreNone) {
+TEST_F(H264SessionTest, ParameterSetsOfAnEarlierSessionAreUsedIfTheNewSessionHasNone) {
   machine.on_input = [](Machine& m) { m.outputs = {key("K")}; };
   EXPECT_TRUE(Init());
   encoder_->Shutdown();
@@ -200,7 +200,7 @@ TEST_F(H264SessionTest, ParameterSetsOfAnEarlierSessionAreUsedIfThereAreNone) {
 
 // Deliberate: the encoder stays in asynchronous mode, so a later synchronous session waits for events that
 // never come.
-TEST_F(H264SessionTest, AsynchronousModeIsKept) {
+TEST_F(H264SessionTest, AsynchronousModeIsKeptInLaterSessions) {
   OpenAsync();
   encoder_->Shutdown();
   machine.hardware = false;

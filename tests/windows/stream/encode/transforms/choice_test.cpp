@@ -8,7 +8,7 @@
 namespace vlk::agent {
 namespace {
 
-// Each test registers the transforms it needs, so it runs once.
+// Each test registers the transforms it needs, so one value of the parameter is enough.
 class BothTransformsTest : public H264TransformsTest {};
 INSTANTIATE_TEST_SUITE_P(Preferred, BothTransformsTest, testing::Values(Transform::Async),
                          [](const auto&) { return "HardwareAndSoftware"; });
@@ -22,7 +22,7 @@ TEST_P(BothTransformsTest, HardwareIsPreferredAndSoftwareIsUsedIfItFails) {
   board_.activate_result[static_cast<int>(Transform::Async)] = E_FAIL;
   ASSERT_TRUE(Init());
   EXPECT_FALSE(encoder_->hardware);
-  // The system's code for an encoder that cannot be created.
+  // 0xc00d36b2 is the system's code for an encoder that cannot be created.
   EXPECT_EQ(test::debug_log(),
             "encoder: ActivateObject failed hr=0xc00d36b2\n"
             "encoder: H.264 software encoder ready hr=0x00000000\n");
@@ -61,7 +61,7 @@ TEST_P(BothTransformsTest, CallerWaitsWhileTheEncoderReportsNoOutput) {
   while (board_.inputs == 0 && GetTickCount64() < deadline)
     Sleep(1);
   EXPECT_EQ(board_.inputs, 1);
-  Sleep(50);  // time to return for a caller that does not wait
+  Sleep(50);  // a caller that does not wait would return in this time
   EXPECT_FALSE(returned) << "Encode must wait for the encoder's output";
   board_.silent = 0;
   caller.join();

@@ -31,7 +31,7 @@ DecodedLuma H264Decoder::decode(const std::vector<std::uint8_t>& unit) {
   std::uint8_t* planes[3] = {};
   SBufferInfo info = {};
   if (decoder_->DecodeFrameNoDelay(unit.data(), static_cast<int>(unit.size()), planes, &info) != 0) return {};
-  // A stream without B frames needs no reordering, but the decoder delays each picture for it.
+  // The decoder delays each picture for reordering, which a stream without B frames does not need.
   if (info.iBufferStatus != 1 && decoder_->FlushFrame(planes, &info) != 0) return {};
   if (info.iBufferStatus != 1) return {};
   const SSysMEMBuffer& memory = info.UsrData.sSystemBuffer;

@@ -25,7 +25,7 @@ class H264Decoder {
  public:
   H264Decoder();
 
-  // Empty if the bytes have an error or no picture.
+  // Decodes the bytes of one frame. The result is empty if they have an error or contain no picture.
   DecodedLuma decode(const std::vector<std::uint8_t>& unit);
 
  private:

@@ -13,14 +13,14 @@ INSTANTIATE_TEST_SUITE_P(Both, H264TransformsTest, testing::Values(Transform::Sy
 TEST_P(H264TransformsTest, OddSizeIsRefusedAndTheNextSizeIsAccepted) {
   EXPECT_FALSE(Init(kWidth + 1, kHeight));
   EXPECT_EQ(test::debug_log(), "encoder: SetOutputType failed hr=0xc00d36b4\n");
-  EXPECT_EQ(board_.live, 1) << "left half open, deliberately";
+  EXPECT_EQ(board_.live, 1) << "the encoder is left half open, deliberately";
   ASSERT_TRUE(Init());
   EXPECT_EQ(board_.live, 1);
   test::H264Decoder decoder;
   ExpectShown(decoder, 3, true);
 }
 
-TEST_P(H264TransformsTest, WithoutASequenceHeaderTheParameterSetsAreInTheStream) {
+TEST_P(H264TransformsTest, ParameterSetsAreInTheStreamWithoutASequenceHeader) {
   board_.no_header = 1;
   ASSERT_TRUE(Init());
   test::H264Decoder decoder;
@@ -36,7 +36,7 @@ TEST_P(H264TransformsTest, HugeSequenceHeaderIsKeptWhole) {
   EXPECT_EQ(test::nal_types(bytes).size(), 4u) << "two parameter sets, the filler and the picture";
 }
 
-TEST_P(H264TransformsTest, SamplesOfTheEncoderWorkLikeThoseOfTheCaller) {
+TEST_P(H264TransformsTest, SamplesOfTheEncoderWorkLikeSamplesOfTheCaller) {
   for (const std::int32_t flags : {0x100, 0x200, 0x300}) {
     board_.sample_flags = flags;
     ASSERT_TRUE(Init());
@@ -67,7 +67,7 @@ TEST_P(H264TransformsTest, MissingOrEmptySamplesGiveNoPicture) {
   ExpectShown(decoder, 2, true);
 }
 
-TEST_P(H264TransformsTest, WithoutTheCodecApiNoKeyFrameIsForced) {
+TEST_P(H264TransformsTest, NoKeyFrameIsForcedWithoutTheCodecApi) {
   board_.no_codec_api = 1;
   ASSERT_TRUE(Init());
   EXPECT_EQ(test::nal_types(Encode(Picture(1), true)), kKeyFrame);
@@ -92,7 +92,7 @@ TEST_P(H264TransformsTest, RefusalsAreLoggedAndTheSessionContinues) {
   EXPECT_EQ(test::debug_log(), std::string("encoder: ProcessOutput failed hr=0x80004005\n") +
                                    (async() ? "encoder: ProcessInput(async) failed hr=0x00000000\n"
                                             : "encoder: ProcessInput(sync) failed hr=0x80004005\n"));
-  if (async()) return;  // its request for input is consumed, so the next call would wait for another
+  if (async()) return;  // the rest is checked with the synchronous transform only
   board_.process_input_result = 0;
   ExpectShown(decoder, 5, true);
 }

@@ -76,7 +76,7 @@ void Search(bool async) {
     for (UINT32 i = 0; i < count; ++i)
       found[i]->Release();
     CoTaskMemFree(found);
-    if (async) return;  // found at once
+    if (async) return;  // the first search finds the asynchronous encoder
   }
 }
 

@@ -26,9 +26,9 @@ using Types = std::vector<int>;
 
 constexpr std::int32_t kWidth = 320, kHeight = 240;
 
-extern const Types kKeyFrame, kOtherFrame;  // NAL units of a frame
+extern const Types kKeyFrame, kOtherFrame;  // types of the NAL units of a frame
 
-// The double's picture with that number.
+// The scripted picture with this number.
 CapturedFrame Picture(std::uint32_t number, std::int32_t width = kWidth, std::int32_t height = kHeight);
 
 class H264TransformsTest : public testing::TestWithParam<Transform> {
@@ -42,7 +42,7 @@ class H264TransformsTest : public testing::TestWithParam<Transform> {
   }
   // Encodes the frame, which must succeed.
   Bytes Encode(const CapturedFrame& frame, bool force = false);
-  // Encodes the picture with that number; what comes out must decode to it.
+  // Encodes the picture with this number. The output must decode to the same picture.
   void ExpectShown(test::H264Decoder& decoder, std::uint32_t number, bool force, std::int32_t width = kWidth,
                    std::int32_t height = kHeight);
 
