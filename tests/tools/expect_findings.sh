@@ -1,12 +1,12 @@
 # shellcheck shell=bash
-# Support for the tests of tools/check-*, sourced by them: runs a check on small trees made for it.
+# Support for the tests of tools/check-*, sourced by them: runs a check on small source trees.
 # The test sets `check` to the program under test first, and ends with `report`.
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
 failures=0
 
-# finds NAME TEXT FILE CONTENT [FILE CONTENT]...: the tree of these files yields exactly one finding, with TEXT in it;
-# no finding when TEXT is empty.
+# finds NAME TEXT FILE CONTENT [FILE CONTENT]...: expects that the check reports exactly one finding, with TEXT in it,
+# for a tree of these files; expects no finding when TEXT is empty.
 finds() {
   local name=$1 text=$2 output status=0 expected_status=0
   shift 2
