@@ -51,7 +51,8 @@ constexpr double kMillisecond = 10000;         // in the thread clock's units of
 constexpr std::chrono::seconds kPatience{60};  // limit for all frames of one stream
 constexpr std::size_t kReadSize = 262144;
 
-// CPU time of a thread or process by GetThreadTimes or GetProcessTimes: kernel and user time together.
+// The CPU time of a thread or process, in the kernel and in user mode together. `get_times` is GetThreadTimes
+// or GetProcessTimes.
 template <typename GetTimes>
 double cpu_milliseconds(GetTimes get_times, HANDLE of) {
   FILETIME created, ended, kernel, user;
@@ -84,7 +85,7 @@ void report(const char* name, Step step) {
               (thread_milliseconds(GetCurrentThread()) - own) / kRounds);
 }
 
-// A TLS connection over loopback: the agent's client end, and a server that reads and discards.
+// A TLS connection over loopback: the agent's client end, and a server that discards what it reads.
 class LoopbackLink {
  public:
   LoopbackLink() : server_(SSL_CTX_new(TLS_server_method())), client_(SSL_CTX_new(TLS_client_method())) {

@@ -19,7 +19,7 @@
 namespace vantelink_test {
 namespace {
 
-// The port in the line that reports it; 0 until that line is complete.
+// The port in the log line that reports it; 0 until this line is complete.
 int port_in(const std::string& log) {
   constexpr std::string_view kListening = "listening on https://";
   const std::size_t line = log.find(kListening);
