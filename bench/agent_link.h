@@ -12,7 +12,7 @@
 
 namespace vantelink_bench {
 
-constexpr std::size_t kReadSize = 16384;  // one TLS record
+constexpr std::size_t kReadSize = 16384;  // the size of one TLS record
 
 // Walks over a client's frames and reads each message's type. It does not unmask the content, so it takes
 // almost no time.

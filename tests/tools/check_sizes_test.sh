@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# tools/check-sizes accepts folders and files within the limits and reports those beyond them.
+# tools/check-sizes accepts folders and files within the limits and reports folders and files beyond the limits.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 check=$root/tools/check-sizes

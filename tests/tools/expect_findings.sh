@@ -18,7 +18,7 @@ finds() {
   done
   output=$("${check:?}" "$tree" 2>&1) || status=$?
   if [ -n "$text" ]; then expected_status=1; fi
-  # Without a text the output must be empty; otherwise it is one line that holds the text.
+  # Without a text the output must be empty; otherwise it must be one line that contains the text.
   if [ $status = $expected_status ] && [[ $output == *"$text"* && $output != *$'\n'* && (-n $text || -z $output) ]]; then
     printf 'ok      %s\n' "$name"
   else

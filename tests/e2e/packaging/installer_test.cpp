@@ -139,7 +139,7 @@ TEST_F(InstallerTest, UpdateOnAFullDiskLeavesTheOldVersionRunning) {
 
 TEST_F(InstallerTest, AgentThatEndedForAnUpdateIsStartedAgainWhenTheDiskIsFull) {
   ASSERT_EQ(setup(old_setup), 0);
-  for (const bool service : {false, true}) {  // in the second round there is a service that cannot run
+  for (const bool service : {false, true}) {  // in the second round a disabled service is installed
     if (service) add_disabled_service();
     greeted();
     kill_agents();

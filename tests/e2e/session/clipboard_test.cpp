@@ -33,7 +33,7 @@ std::string utf16(const std::string& text) {
   return bytes;
 }
 
-const std::string kZero(2, '\0');  // ends a text in UTF-16
+const std::string kZero(2, '\0');  // the zero character that ends a text in UTF-16
 
 std::string mebibyte_of_text() {
   std::string text;
@@ -223,7 +223,7 @@ TEST_F(ClipboardTest, ClipboardChangesAreSentOnlyWhileAStreamRuns) {
   EXPECT_EQ(next_clipboard(), "\1in time");
   peer_->send_envelope(Msg::StreamStop, kSession, "");
   settle_all();
-  const std::size_t before = sent_count();  // 1 or 2: Windows may report one change twice
+  const std::size_t before = sent_count();  // 1 or 2, because Windows may report one change twice
   copy_to_clipboard(*desk, kText, utf16("too late") + kZero);
   EXPECT_EQ(sent_count(), before);
 }

@@ -231,7 +231,7 @@ class LargeFileTest : public FilesTest {
                 size_ >> 20, static_cast<double>(size_ >> 20) / time, frames, memory_before, memory("VmHWM"));
     EXPECT_GT(memory_before, 0);
     EXPECT_LT((memory("VmHWM") - memory_before) * 1024, static_cast<long>(size_ / 2));
-    peer_->read_until(Msg::StreamFrame);  // the stream continues
+    peer_->read_until(Msg::StreamFrame);  // fails if the stream does not continue
   }
 
   std::size_t size_ = 0;

@@ -48,7 +48,8 @@ TEST_F(MachineControlTest, RestartIsLoggedAndForcesHungProgramsToEnd) {
 }
 
 TEST_F(MachineControlTest, SecureAttentionSequenceIsSentWithAndWithoutASession) {
-  // The test's sas.dll is in the folder of the executable, where Windows finds it before its own.
+  // The test's sas.dll is in the folder of the executable, where Windows finds it before the sas.dll of the
+  // system.
   const std::string copy = desk->folder() + "/installed";
   std::filesystem::create_directory(copy);
   std::filesystem::copy_file(kAgent, copy + "/VantelinkAgent.exe");

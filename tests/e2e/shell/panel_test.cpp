@@ -194,7 +194,7 @@ TEST_F(PanelTest, MinimisingAndClosingHideTheWindowWhichKeepsItsTexts) {
   EXPECT_TRUE(becomes_visible(true)) << "a menu item with a high word does nothing";
   EXPECT_EQ(control(kNameEdit).text, "half a na");
   post(*desk, kCommand, kApplyButton | 0x00050000, 0);
-  expect_quiet(*peer);  // the high word is not a click's, so nothing was applied
+  expect_quiet(*peer);  // nothing was applied, because the high word is not that of a click
   EXPECT_EQ(registry_of(*desk).count("DisplayName"), 0u);
 }
 

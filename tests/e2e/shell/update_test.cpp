@@ -144,7 +144,7 @@ TEST_F(UpdateTest, OnlyTheSkippedVersionIsNotOfferedAgain) {
   expect_no_offer();
   kill_agent();
 
-  begin(offer_of("0.2"));  // older than the skipped version, newer than the agent
+  begin(offer_of("0.2"));  // this version is older than the skipped version and newer than the agent
   choose(kSkip);
   EXPECT_TRUE(becomes_stored("SkippedVersion", "0.2"));
 }
@@ -175,7 +175,7 @@ TEST_F(UpdateTest, EnrolmentDeletesTheSkippedVersionAndSkippingAVersionDeletesTh
 
 TEST_F(UpdateTest, InstallDownloadsAndStartsTheInstallerAndEndsTheAgent) {
   const std::string path = temp() + "Ný uppsetning.exe";
-  std::ofstream(path) << std::string(1'000'000, 'x');  // an older and longer file, which is replaced
+  std::ofstream(path) << std::string(1'000'000, 'x');  // the download replaces this longer file
   begin(offer_of("0.2", "Ný uppsetning.exe"));
   choose(kInstall);
   const auto download = accept_request();

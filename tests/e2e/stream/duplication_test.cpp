@@ -19,8 +19,8 @@ class DuplicationStream : public StreamTest {
     register_encoders("");
   }
 
-  // Skips the frames that were captured before this call: those that the agent sends before it answers a
-  // heartbeat, and the frame that it captures at that time.
+  // Skips the frames that were captured before this call: the frames that the agent sends before it
+  // answers a heartbeat, and the frame that it captures at that time.
   void skip_earlier_frames() {
     ASSERT_TRUE(answers());
     next_frame();

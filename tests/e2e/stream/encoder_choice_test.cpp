@@ -12,7 +12,7 @@ constexpr auto kFailure = static_cast<std::int32_t>(0x80004005);  // E_FAIL
 
 class EncoderChoice : public StreamTest {
  protected:
-  // Stops a stream while its asynchronous encoder holds a frame back.
+  // Stops a stream while its asynchronous encoder withholds the result of a frame.
   void stop_while_silent() {
     start_stream();
     next_frame();

@@ -44,7 +44,7 @@ class AgentTest : public testing::Test {
   std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
                                           const std::vector<std::string>& environment = {});
   [[nodiscard]] bool running() const { return is_running(pid_); }
-  [[nodiscard]] bool ends() const;  // whether the agent ends in time
+  [[nodiscard]] bool ends() const;  // whether the agent ends before the timeout
   void kill_agent();                // does nothing if the agent does not run
 
   // Whether the agent's debug log contains the text, now or before the timeout.

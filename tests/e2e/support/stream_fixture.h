@@ -30,10 +30,10 @@ class SharedBoard {
 
 // One message of the stream, and the announcements before it.
 struct StreamedFrame {
-  std::vector<std::string> configs;  // announcements since the previous frame, in their order
+  std::vector<std::string> configs;  // the announcements since the previous frame, in order
   std::int64_t time = 0;             // microseconds
   Bytes data;                        // the message without the time
-  std::vector<AccessUnit> units;     // of an H.264 stream; empty for JPEG
+  std::vector<AccessUnit> units;     // the pictures of an H.264 stream; empty for JPEG
 
   bool key() const { return !units.empty() && units.front().key; }
 };
@@ -78,7 +78,7 @@ class StreamTest : public AgentTest {
   inline static std::string registered;
   inline static SharedBoard<vantelink_doubles::DesktopBoard>* desktop;
   inline static SharedBoard<vantelink_doubles::CodecBoard>* codec;
-  std::vector<std::string> environment_;  // of agents that start_stream() starts
+  std::vector<std::string> environment_;  // the environment of agents that start_stream() starts
   std::unique_ptr<ServerConnection> peer_;
   std::string config_;                     // the last announcement
   std::optional<std::int64_t> last_time_;  // the time of the last frame of this stream

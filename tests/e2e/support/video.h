@@ -13,7 +13,7 @@ using Bytes = std::vector<std::uint8_t>;
 // One coded picture of a byte stream, with the NAL units that precede it.
 struct AccessUnit {
   Bytes bytes;
-  bool key = false;             // an instantaneous decoder refresh
+  bool key = false;             // the picture is an instantaneous decoder refresh
   bool parameter_sets = false;  // a sequence and a picture parameter set precede the picture
 };
 

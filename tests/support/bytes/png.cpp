@@ -62,7 +62,7 @@ std::string make_png(std::uint32_t width, std::uint32_t height, std::string_view
   std::string rows;
   const std::size_t row_size = std::size_t{width} * 4;
   for (std::size_t at = 0; at < pixels.size(); at += row_size) {
-    rows += '\0';  // no filter
+    rows += '\0';  // the filter type of the row: none
     rows += pixels.substr(at, row_size);
   }
   const std::string header = number(width, 4) + number(height, 4) + std::string("\x08\x06\x00\x00\x00", 5);

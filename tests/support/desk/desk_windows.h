@@ -21,7 +21,7 @@ struct SeenWindow {
   int checked = 0;
   int left = 0, top = 0, width = 0, height = 0;  // pixels; a child's are relative to its parent's client area
   int screen_left = 0, screen_top = 0;           // pixels on the screen
-  std::string text;                              // tabs and line ends escaped: \t, \r, \n
+  std::string text;                              // tabs and line ends are escaped: \t, \r, \n
 
   bool operator==(const SeenWindow&) const = default;
 };

@@ -51,7 +51,7 @@ std::string RelayProcess::program() {
 RelayProcess::RelayProcess(const std::string& data, const std::vector<std::string>& arguments)
     : log_path_(data + "/relay.log") {
   std::filesystem::create_directories(data);
-  std::filesystem::remove(log_path_);  // the log of an earlier relay holds another port
+  std::filesystem::remove(log_path_);  // the log of an earlier relay contains another port
   std::vector<std::string> words = {program(), "--address", "127.0.0.1", "--port", "0", "--data", data};
   words.insert(words.end(), arguments.begin(), arguments.end());
   pid_ = ::fork();

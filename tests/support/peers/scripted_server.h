@@ -18,9 +18,9 @@ class ScriptedServer {
  public:
   struct Options {
     std::vector<std::string> names = {"localhost"};  // DNS names of the certificate
-    bool self_signed = false;                        // instead of signed by the authority
+    bool self_signed = false;                        // whether its own key signs it, not the authority
     int lowest_version = TLS1_2_VERSION;
-    int highest_version = 0;  // 0: the highest that OpenSSL supports
+    int highest_version = 0;  // 0 means the highest that OpenSSL supports
   };
   explicit ScriptedServer(const TestAuthority& authority);
   ScriptedServer(const TestAuthority& authority, const Options& options);

@@ -114,7 +114,7 @@ void ServerConnection::send(std::string_view bytes) {
     if (count > 0) {
       bytes.remove_prefix(static_cast<std::size_t>(count));
     } else if (!wait_for_ssl(ssl_.get(), socket_, count, deadline)) {
-      return;  // the test's next step notices that the client has closed
+      return;  // the test's next step notices that the client has closed the connection
     }
   }
 }
