@@ -24,7 +24,7 @@ bool FrameWalker::feed(const unsigned char* bytes, std::size_t size, Msg wanted)
     if (head_.size() < 2) continue;
     const std::size_t code = head_[1] & 0x7F;
     const std::size_t extra = code == 127 ? 8 : code == 126 ? 2 : 0;
-    // The extended length, the four bytes of the mask and the first byte of the content.
+    // Waits for the extended length, the four bytes of the mask and the first byte of the content.
     if (head_.size() < 2 + extra + 5) continue;
     std::uint64_t length = extra == 0 ? code : 0;
     for (std::size_t i = 0; i < extra; ++i)

@@ -1,4 +1,4 @@
-// The agent's own client, connected over TLS to a server that the benchmark plays.
+// The agent's own client, connected over TLS to a server that the benchmark simulates.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +12,13 @@
 
 namespace vantelink_bench {
 
-constexpr std::size_t kReadSize = 16384;  // one TLS record
+constexpr std::size_t kReadSize = 16384;  // the size of one TLS record
 
-// Walks over a client's frames and reads each message's type. It does not unmask the content, so it costs
-// next to nothing.
+// Walks over a client's frames and reads each message's type. It does not unmask the content, so it takes
+// almost no time.
 class FrameWalker {
  public:
-  // Returns whether a message of the type began in these bytes.
+  // Processes the bytes. Returns whether a message of the type `wanted` begins in them.
   bool feed(const unsigned char* bytes, std::size_t size, vlk::Msg wanted);
 
  private:

@@ -1,6 +1,7 @@
-// Cost of the colour conversion per frame: ours, ours as plain loops, libyuv's (which averages the chroma, so
-// only its speed is comparable), and a plain copy of the frame's bytes. All run on one thread. Rows are
-// either packed and aligned to 64 bytes, or four bytes longer than their pixels and at odd addresses.
+// Cost of the colour conversion per frame: the agent's conversion, its version in plain loops, libyuv's
+// (which averages the chroma, so only its speed is comparable), and a plain copy of the frame's bytes. All
+// run on one thread. Rows are either packed and aligned to 64 bytes, or four bytes longer than their pixels
+// and at odd addresses.
 #include <cstdint>
 #include <cstring>
 #include <memory>

@@ -17,7 +17,7 @@ namespace {
 
 using vantelink_test::TempFolder;
 
-// A folder with that many empty files. It is kept until the program ends, because both benchmarks list it.
+// A folder with `entries` empty files. It is kept until the program ends, because both benchmarks list it.
 const TempFolder& folder_of(std::int64_t entries) {
   static std::vector<std::pair<std::int64_t, std::unique_ptr<TempFolder>>> made;
   for (const auto& [count, one] : made) {
@@ -37,7 +37,7 @@ void List(benchmark::State& state) {
   state.SetComplexityN(state.range(0));
 }
 
-// The bare enumeration with sizes and times on this host.
+// Enumerates the entries with their sizes and times through this host's functions, and forms no JSON.
 void ListBare(benchmark::State& state) {
   const std::string path = folder_of(state.range(0)).path().string();
   for (auto step : state) {

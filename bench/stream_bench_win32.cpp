@@ -44,14 +44,15 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr int kWidth = 1920, kHeight = 1080;
 constexpr int kJpegWidth = 1280, kJpegHeight = 720;
 constexpr int kQuality = 70;
-constexpr int kRounds = 150;         // calls of each step
-constexpr std::int32_t kFps = 2000;  // more than any machine reaches, so that nothing waits
+constexpr int kRounds = 150;         // the number of calls of each step
+constexpr std::int32_t kFps = 2000;  // more than any machine reaches, so that the worker never waits
 constexpr std::int32_t kBitrate = 6000000;
-constexpr double kMillisecond = 10000;         // in the thread clock's units of 100 ns
-constexpr std::chrono::seconds kPatience{60};  // limit for all frames of one stream
+constexpr double kMillisecond = 10000;         // one millisecond in the thread clock's units of 100 ns
+constexpr std::chrono::seconds kPatience{60};  // the timeout for all frames of one stream
 constexpr std::size_t kReadSize = 262144;
 
-// CPU time of a thread or process by GetThreadTimes or GetProcessTimes: kernel and user time together.
+// The CPU time of a thread or process, in the kernel and in user mode together. `get_times` is GetThreadTimes
+// or GetProcessTimes.
 template <typename GetTimes>
 double cpu_milliseconds(GetTimes get_times, HANDLE of) {
   FILETIME created, ended, kernel, user;
@@ -84,7 +85,7 @@ void report(const char* name, Step step) {
               (thread_milliseconds(GetCurrentThread()) - own) / kRounds);
 }
 
-// A TLS connection over loopback: the agent's client end, and a server that reads and discards.
+// A TLS connection over loopback: the agent's client end, and a server that discards what it reads.
 class LoopbackLink {
  public:
   LoopbackLink() : server_(SSL_CTX_new(TLS_server_method())), client_(SSL_CTX_new(TLS_client_method())) {
@@ -185,7 +186,7 @@ bool report_steps(LoopbackLink& link) {
          [&] { vantelink_doubles::paint_picture(painted.data(), kWidth, kHeight, kWidth * 4, ++number, 0); });
   CapturedFrame frame;
   report("capture, painting included", [&] {
-    frame.pixels.clear();  // keeps the memory, like the worker
+    frame.pixels.clear();  // keeps the memory, as the worker does
     capturer.AcquireFrame(frame, 0);
   });
   if (frame.width != kWidth) return false;

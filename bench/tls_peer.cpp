@@ -15,7 +15,7 @@ using vantelink_test::TestAuthority;
 
 namespace {
 
-// A connected socket's TLS. Nagle's algorithm is off, as in the agent.
+// Starts TLS on a connected socket. Nagle's algorithm is off, as in the agent.
 Ssl tls_over(int socket, SSL_CTX* context, int (*handshake)(SSL*)) {
   const int on = 1;
   ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

@@ -17,7 +17,7 @@ using SslContext = std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)>;
 // The authority that issues the listener's certificate.
 const vantelink_test::TestAuthority& authority();
 
-// Both throw std::runtime_error if the peer has closed the connection.
+// Both functions throw std::runtime_error if the peer has closed the connection.
 void write_all(SSL* ssl, const void* bytes, std::size_t size);
 std::size_t read_some(SSL* ssl, unsigned char* bytes, std::size_t size);
 

@@ -120,7 +120,7 @@ void Upload(benchmark::State& state) {
     for (std::size_t i = 0; i < kPieces; ++i)
       link.send_frame(frame);
     link.send(Msg::FileTransferEnd, end);
-    // Answered after the agent has written everything before it and closed the file.
+    // The agent answers this heartbeat only after it has written all chunks and closed the file.
     link.send(Msg::Heartbeat, "done?");
     link.wait_for(Msg::Heartbeat);
   });

@@ -94,7 +94,7 @@ Bytes server_stream(std::size_t frame_size, std::size_t& frames) {
   return stream;
 }
 
-// Fed like the connection feeds it: 2,048 bytes per read.
+// Feeds the parser as the agent's connection does: 2,048 bytes per read.
 void ParseFrames(benchmark::State& state) {
   std::size_t frames = 0;
   const Bytes stream = server_stream(static_cast<std::size_t>(state.range(0)), frames);

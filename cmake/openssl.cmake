@@ -2,7 +2,7 @@
 # tools/libraries/build-openssl-windows builds.
 if(WIN32)
   windows_library(OPENSSL_ROOT_DIR build-openssl-windows)
-  # Cached results of an earlier library would be used again.
+  # When the folder has changed, CMake must not use the results that it has cached for the earlier library.
   if(NOT "${OPENSSL_INCLUDE_DIR}" STREQUAL "${OPENSSL_ROOT_DIR}/include")
     foreach(found OPENSSL_INCLUDE_DIR LIB_EAY SSL_EAY)
       unset(${found} CACHE)

@@ -1,5 +1,5 @@
-# Sets the variable `result` to the folder of a library for Windows, which a script in tools/libraries/ builds unless it
-# was built before. The script runs each time CMake configures, so a build tree picks up a new version of the library.
+# Sets the variable that `result` names to the folder of a library for Windows. A script in tools/libraries/ builds the
+# library unless it was built before. The script runs each time CMake configures, so a build tree picks up a new version of the library.
 function(windows_library result script)
   execute_process(
     COMMAND "${CMAKE_SOURCE_DIR}/tools/libraries/${script}"

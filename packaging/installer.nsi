@@ -1,14 +1,14 @@
-; The installer. An agent whose user accepts an update downloads and starts the same program; over an older version it
-; asks nothing. It writes the new files completely before it stops running agents, and replaces each old file in one
+; The installer. An agent whose user accepts an update downloads and starts the same program. If an older version is
+; installed, the installer asks nothing. It writes the new files completely before it stops running agents, and replaces each old file in one
 ; step, so that a failure leaves the installed version working.
 ;
-; Switches: /S installs silently; /SERVICE, /NOSERVICE and /NOSTARTMENU override the choice of parts, which otherwise is
-; the parts already installed; /D=FOLDER sets the folder and must be last and without quotes.
+; Switches: /S installs silently; /SERVICE, /NOSERVICE and /NOSTARTMENU override the choice of parts; by default,
+; the parts that are already installed are chosen; /D=FOLDER sets the folder and must be last and without quotes.
 ; Exit status: 0 success, 1 cancelled, 2 failed, or everything installed except the service.
 ;
 ; make-package defines VERSION, VERSION_RECORD (the version as four numbers), AGENT (path of the executable),
 ; AGENT_KILOBYTES (its size), OUT (path of the installer), SOURCE (path of the source tree) and SIGN (a command that
-; signs the file appended to it; empty for no signature).
+; signs the file whose path is appended to it; empty for no signature).
 
 Unicode true
 Target amd64-unicode
@@ -57,7 +57,7 @@ Var ServiceRan ; 1 if the service ran when it was stopped for the new files, oth
 !insertmacro MUI_PAGE_FINISH
 !insertmacro MUI_UNPAGE_CONFIRM
 !insertmacro MUI_UNPAGE_INSTFILES
-; The display language of Windows selects the language; English is used for all others.
+; The installer is in Icelandic if the display language of Windows is Icelandic, otherwise in English.
 !insertmacro MUI_LANGUAGE "English"
 !insertmacro MUI_LANGUAGE "Icelandic"
 !include "texts.nsh"
@@ -137,8 +137,8 @@ Function StopRunning
   Call EndAgents
 FunctionEnd
 
-; Starts the service if it ran, which starts the agent. Without the service, or when it does not start because it is
-; disabled for instance, starts the agent directly.
+; Starts the service again if it ran; the service then starts the agent. If the service did not run or does not start,
+; for instance because it is disabled, starts the agent directly.
 Function StartAgain
   StrCpy $0 0
   ${If} $ServiceRan == 1
@@ -149,8 +149,8 @@ Function StartAgain
   ${EndIf}
 FunctionEnd
 
-; Starts the old agent again after an update that failed before anything was stopped: the agent that started the update
-; has ended. A running service has started another one already.
+; Starts the old agent again after an update that failed before the installer stopped anything: the agent that started
+; the update has ended by itself. If the service runs, it has already started another agent.
 Function StartEndedAgent
   ${If} $IsUpdate == 1
   ${AndIf} $ServiceRan == ""
@@ -159,7 +159,7 @@ Function StartEndedAgent
     ${OrIf} $ServiceState == ${SERVICE_STOPPED}
       Call StartAgent
     ${EndIf}
-    StrCpy $IsUpdate 0 ; so that a second call starts no second agent
+    StrCpy $IsUpdate 0 ; so that a second call does not start a second agent
   ${EndIf}
 FunctionEnd
 
@@ -199,7 +199,7 @@ Section "$(TextAgent)" SectionAgent
   ${EndIf}
   StrCpy $0 "$INSTDIR\${UNINSTALLER_FILE}"
   Call TakePlace
-  Delete "$INSTDIR\${UNINSTALLER_FILE}.new" ; left only on failure; the older uninstaller works as well
+  Delete "$INSTDIR\${UNINSTALLER_FILE}.new" ; exists only if TakePlace failed; the older uninstaller works as well
 
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${PRODUCT_NAME}"
   WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
@@ -222,7 +222,7 @@ Section /o "$(TextService)" SectionService
   StrCpy $ServiceRan 1
 SectionEnd
 
-; Removes the parts that are not selected and starts the rest.
+; Removes the parts that are not selected and starts the service or the agent.
 Section "-finish"
   ${IfNot} ${SectionIsSelected} ${SectionStartMenu}
     Delete "${SHORTCUT}"
@@ -240,7 +240,7 @@ SectionEnd
   !insertmacro MUI_DESCRIPTION_TEXT ${SectionService} "$(TextServiceHelp)"
 !insertmacro MUI_FUNCTION_DESCRIPTION_END
 
-; Selects the parts that are already installed; the switches override that.
+; Selects the parts that are already installed; the switches override this choice.
 Function SelectSections
   SetShellVarContext all
   ReadRegStr $0 HKLM "${UNINSTALL_KEY}" "DisplayVersion"

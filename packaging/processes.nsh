@@ -1,5 +1,5 @@
-; Functions that end the agents running from the installation folder, in all Windows sessions, and start one for the
-; user at the screen.
+; Functions that end the agents running from the installation folder, in all Windows sessions, and start an
+; agent for the user at the screen.
 
 !define PROCESS_ENTRY_SIZE 568 ; a PROCESSENTRY32W of 64-bit Windows
 !define END_TIMEOUT 10000 ; milliseconds

@@ -1,4 +1,4 @@
-; The installer's own texts in English and Icelandic; NSIS supplies those of its pages.
+; The installer's own texts in English and Icelandic; NSIS supplies the texts of its standard pages.
 
 !macro TEXT NAME ENGLISH ICELANDIC
   LangString ${NAME} ${LANG_ENGLISH} "${ENGLISH}"

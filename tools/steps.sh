@@ -23,7 +23,7 @@ try() {
   fi
 }
 
-# step NAME COMMAND...: as try, but a failure ends the script.
+# step NAME COMMAND...: does the same as `try`, but a failure ends the script.
 step() {
-  try "$@" || fail "the step '$1' failed; mend the cause and run the command again. The step's whole output is in $(log_of "$1")"
+  try "$@" || fail "the step '$1' failed; fix the cause and run the command again. The step's whole output is in $(log_of "$1")"
 }

@@ -24,7 +24,7 @@ export const Msg = Object.freeze({
   SecureAttention: 114,
 });
 
-/** Messages between the machine and the relay alone, for tests that play the machine. */
+/** Messages that only the machine and the relay exchange, for tests that simulate the machine. */
 export const LinkMsg = Object.freeze({
   Hello: 1,
   Error: 3,

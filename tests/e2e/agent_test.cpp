@@ -1,5 +1,5 @@
-// The shipped executable against a scripted server: enrolment, the picture, input, connections that fail, and
-// what it costs a machine.
+// Tests of the shipped executable with a scripted server: enrolment, the picture, input, connections that
+// fail, the time of the start and the use of memory.
 #include <chrono>
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ using namespace vantelink_test;
 using vlk::Envelope;
 using vlk::Msg;
 
-TEST_F(AgentTest, EnrolsLogsInWithItsIdentityAndForgetsItWhenRefused) {
+TEST_F(AgentTest, EnrolsLogsInWithItsIdentityAndForgetsTheIdentityWhenTheServerRefusesIt) {
   forget_settings(*desk);
   auto peer = start();
   EXPECT_EQ(text_of(peer->read_until(Msg::Hello)),
@@ -34,7 +34,7 @@ TEST_F(AgentTest, EnrolsLogsInWithItsIdentityAndForgetsItWhenRefused) {
   EXPECT_EQ(desk->settings().find("id-7"), std::string::npos);
 }
 
-TEST_F(AgentTest, StreamsTheDesktopAsJpegAndAnswersThumbnails) {
+TEST_F(AgentTest, StreamsTheDesktopAsJpegAndAnswersAThumbnailRequest) {
   desk->set("Unattended", "REG_DWORD", "1");
   auto peer = start();
   peer->read_until(Msg::Hello);
@@ -97,7 +97,7 @@ TEST_F(AgentTest, RefusesACertificateThatDoesNotVerify) {
   server_ = std::make_unique<ScriptedServer>(stranger);
   pid_ = desk->spawn({kAgent, "--host=localhost", "--port=" + std::to_string(server_->port())},
                      {"SSL_CERT_FILE=" + desk->folder() + "/ca.pem"});
-  // The update check, which verifies no certificate, may come first.
+  // The update check, which does not verify the certificate, may come first.
   bool refused = false;
   while (!refused) {
     const auto client = server_->accept();
@@ -115,8 +115,8 @@ TEST_F(AgentTest, SecondCopyExitsAtOnceAndTheFirstKeepsItsConnection) {
   peer->settle();
 }
 
-TEST_F(AgentTest, StartsInTwoSecondsAndUsesLessThan60MebibytesWhenIdle) {
-  // One quick start of several is enough, since other tests use the machine at the same time.
+TEST_F(AgentTest, StartsWithinTwoSecondsAndUsesLessThan60MebibytesWhenIdle) {
+  // The agent is started until one start is quick, since other tests use the machine at the same time.
   std::unique_ptr<ServerConnection> peer;
   EXPECT_TRUE(eventually([&] {
     kill_agent();

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# tools/desk: it passes on exit statuses and output, keeps desks apart, and leaves no process or file. The test runs
+# Tests tools/desk: it passes on exit statuses and output, keeps desks apart, and leaves no process or file. The test runs
 # programs that are part of Wine, so that it needs no build.
 set -euo pipefail
 desk=$(cd "$(dirname "$0")/../.." && pwd)/tools/desk
-# The desks' folders go here, where everything left was left by this test.
+# The desks' folders are created in this folder, so whatever remains in it was left by this test.
 TMPDIR=$(mktemp -d)
 export TMPDIR
 unset VANTELINK_DESK
@@ -18,7 +18,7 @@ status() {  # WANTED COMMAND...
   timeout 60 "${@:2}" || got=$?
   [ "$got" = "$1" ] || { echo "exit status $got, not $1"; return 1; }
 }
-# Waits until no desk, no process on a desk and none of these processes is left. A process whose Wine prefix lies in
+# Waits until no desk, no process on a desk and none of these processes is left. A process whose Wine prefix is in
 # this test's folder was started by this test.
 none_left() {  # PID...
   local deadline=$((SECONDS + 20)) left
@@ -58,7 +58,7 @@ expect 'a program that hangs is killed' status 137 env VANTELINK_DESK_SECONDS=1 
 expect 'two desks work at the same time' two_at_once
 expect 'a missing Wine is reported in one line' no_wine
 expect 'a wrong call is refused' status 2 "$desk" exec
-expect 'no run leaves anything' none_left
+expect 'no run leaves a desk or a process' none_left
 
 folder=$("$desk" start --owner $$)
 display=$(< "$folder/xvfb.pid")

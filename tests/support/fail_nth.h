@@ -8,13 +8,13 @@
 
 namespace vantelink_test {
 
-// Counts the calls that a stand-in can let fail. The call with the number `nth`, counted from 1, fails; 0
+// Counts the calls that a fake can make fail. The call with the number `nth`, counted from 1, fails; 0
 // means none.
 class FailNth {
  public:
   explicit FailNth(int nth = 0) : nth_(nth) {}
 
-  // Counts one call; true if this is the one that fails.
+  // Counts one call and returns whether this call must fail.
   [[nodiscard]] bool fails() { return ++calls_ == nth_; }
 
   // Whether the failing call has happened.
@@ -25,9 +25,9 @@ class FailNth {
   int calls_ = 0;
 };
 
-// Calls run(fail) with the first call failing, then the second, and so on. Ends after the first run that
-// makes fewer calls than the number that was to fail: that run saw no failure. Returns that number. A run
-// that needs more than `most` repetitions fails the test.
+// Calls run(fail) with the first call failing, then the second, and so on. Ends after the first run in which
+// no call failed because the run made fewer than `nth` calls, and returns this `nth`. The test fails if more
+// than `most` runs would be needed.
 template <typename Run>
 int fail_each_call(Run run, int most = 500) {
   for (int nth = 1; nth <= most; ++nth) {

@@ -17,12 +17,12 @@ class LogFolder {
   LogFolder(const LogFolder&) = delete;
   LogFolder& operator=(const LogFolder&) = delete;
 
-  std::string text() const;  // of the log; empty when there is no log
+  std::string text() const;  // the text of the log; empty when there is no log
   const std::filesystem::path& path() const { return folder_.path(); }
 
  private:
   const TempFolder folder_;
-  std::string previous_;  // value of TMPDIR
+  std::string previous_;  // the value of TMPDIR before this object
 };
 
 }  // namespace vantelink_test

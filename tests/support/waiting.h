@@ -12,7 +12,7 @@ using Milliseconds = std::chrono::milliseconds;
 // did not happen.
 inline constexpr Milliseconds kPatience{40000};
 
-// Checks the condition again and again; false when it is still false at the timeout.
+// Checks the condition repeatedly until it is true, and then returns true. Returns false at the timeout.
 [[nodiscard]] bool eventually(const std::function<bool()>& condition, Milliseconds timeout = kPatience);
 
 }  // namespace vantelink_test

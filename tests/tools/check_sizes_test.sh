@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# tools/check-sizes accepts folders and files within the limits and finds those beyond them.
+# tools/check-sizes accepts folders and files within the limits and reports folders and files beyond the limits.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 check=$root/tools/check-sizes
@@ -13,16 +13,16 @@ files() {  # FOLDER N
   arguments=()
   for number in $(seq "$2"); do arguments+=("$1/file$number.h" ''); done
 }
-# N lines, the last without its end, which `finds` adds.
+# N lines. The last has no line feed, because `finds` adds it.
 lines() { seq -s '\n' "$1"; }
 
-files room 16
+files folder 16
 finds 'a folder of 16 entries is accepted' '' "${arguments[@]}"
-finds 'a folder of 17 entries is found' 'room/ has 17 entries' "${arguments[@]}" room/file17.h ''
-finds 'a subfolder is one entry' 'room/ has 17 entries' "${arguments[@]}" room/more/a.h '' room/more/b.h ''
-finds 'hidden entries are not counted' '' "${arguments[@]}" room/.hidden ''
-finds 'entries of the top folder are counted' './ has 17 entries' "${arguments[@]/#room\//}" extra.h ''
-finds 'files that git ignores are not counted' '' "${arguments[@]}" .gitignore 'ignored' room/ignored ''
+finds 'a folder of 17 entries is found' 'folder/ has 17 entries' "${arguments[@]}" folder/file17.h ''
+finds 'a subfolder is one entry' 'folder/ has 17 entries' "${arguments[@]}" folder/more/a.h '' folder/more/b.h ''
+finds 'hidden entries are not counted' '' "${arguments[@]}" folder/.hidden ''
+finds 'entries of the top folder are counted' './ has 17 entries' "${arguments[@]/#folder\//}" extra.h ''
+finds 'files that git ignores are not counted' '' "${arguments[@]}" .gitignore 'ignored' folder/ignored ''
 files fuzz/corpus/json 17
 finds 'a corpus may be large' '' "${arguments[@]}"
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The agent's executable imports only DLLs that every 64-bit Windows has, and none of the compiler's.
+# Checks that the agent's executable imports only DLLs that every 64-bit Windows has, and no DLL of the compiler.
 set -euo pipefail
 allowed='advapi32 bcrypt comctl32 comdlg32 crypt32 d3d11 dwmapi dxgi gdi32 gdiplus imm32 kernel32 mf mfplat msvcrt ole32
   oleaut32 secur32 shell32 shlwapi user32 userenv version winmm ws2_32 wtsapi32'

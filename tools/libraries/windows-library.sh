@@ -1,13 +1,14 @@
 # shellcheck shell=bash
 # The common part of the scripts build-*-windows, which build a library for 64-bit Windows from a Debian source
-# package. Such a script defines four variables and a function, then sources this file as its last step:
+# package. Each of these scripts defines four variables and the function `build`, then sources
+# this file as its last step:
 #   library   the name of the source package
 #   suite     the Debian release that the source package comes from
-#   recipe    the number of the script's version; raised when its build options change
+#   recipe    the number of the script's version; increase it when the build options change
 #   archive   the file in lib/ whose presence means that the result is complete
-#   build     runs in the unpacked source and leaves include/ and lib/ in the folder $1
+#   build     a function that runs in the unpacked source and leaves include/ and lib/ in the folder $1
 #
-# The last line printed is the folder of the result. It is kept in ${VANTELINK_CACHE:-$HOME/.cache/vantelink} under a
+# The last line printed is the folder of the result. The result is kept in ${VANTELINK_CACHE:-$HOME/.cache/vantelink} under a
 # name that holds the version, so each version is built once.
 cache="${VANTELINK_CACHE:-$HOME/.cache/vantelink}"
 mkdir -p "$cache"

@@ -1,4 +1,4 @@
-// The installer: new installations, updates, failures, and removal.
+// Tests of the installer: new installations, updates, failures, and removal.
 #include <filesystem>
 
 #include "e2e/support/installer_fixture.h"
@@ -11,7 +11,7 @@ namespace {
 
 using vlk::Msg;
 
-TEST_F(InstallerTest, SilentlyInstallsTheServiceAndRemovalLeavesOnlyTheSettings) {
+TEST_F(InstallerTest, SilentInstallationStartsTheServiceAndRemovalLeavesOnlyTheSettings) {
   const auto before = files();
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   auto peer = greeted();
@@ -39,7 +39,7 @@ TEST_F(InstallerTest, SilentlyInstallsTheServiceAndRemovalLeavesOnlyTheSettings)
     EXPECT_NE(name.find("/Temp/vlkagent.log"), std::string::npos) << name << " was left";
 }
 
-TEST_F(InstallerTest, WithoutTheServiceTheAgentRunsForTheUser) {
+TEST_F(InstallerTest, AgentInstalledWithoutTheServiceRunsForTheUser) {
   ASSERT_EQ(setup(old_setup, {"/S", "/NOSTARTMENU"}), 0);
   auto peer = greeted();
   EXPECT_FALSE(service_exists());
@@ -96,7 +96,7 @@ TEST_F(InstallerTest, FailureToCreateTheServiceIsReportedAndTheAgentRunsForTheUs
   EXPECT_TRUE(installed_is(kAgent));
 }
 
-TEST_F(InstallerTest, UninstallerInUseIsKeptAndTheAgentIsReplaced) {
+TEST_F(InstallerTest, UpdateKeepsAnUninstallerInUseAndReplacesTheAgent) {
   ASSERT_EQ(setup(old_setup), 0);
   greeted();
   const int holder = hold_file(*desk, "C:\\Program Files\\Maravek\\Vantelink\\Uninstall.exe");
@@ -107,7 +107,7 @@ TEST_F(InstallerTest, UninstallerInUseIsKeptAndTheAgentIsReplaced) {
   EXPECT_EQ(installed_files(), 2) << "temporary files were left";
 }
 
-TEST_F(InstallerTest, ExecutableInUseLeavesTheOldVersionWorking) {
+TEST_F(InstallerTest, UpdateOfAnExecutableInUseLeavesTheOldVersionWorking) {
   for (const bool service : {true, false}) {
     ASSERT_EQ(setup(old_setup, {"/S", service ? "/SERVICE" : "/NOSERVICE"}), 0);
     greeted();
@@ -126,7 +126,7 @@ TEST_F(InstallerTest, ExecutableInUseLeavesTheOldVersionWorking) {
   }
 }
 
-TEST_F(InstallerTest, FullDiskLeavesTheOldVersionRunning) {
+TEST_F(InstallerTest, UpdateOnAFullDiskLeavesTheOldVersionRunning) {
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   auto peer = greeted();
   EXPECT_EQ(setup_on_full_disk(new_setup), "2");
@@ -139,7 +139,7 @@ TEST_F(InstallerTest, FullDiskLeavesTheOldVersionRunning) {
 
 TEST_F(InstallerTest, AgentThatEndedForAnUpdateIsStartedAgainWhenTheDiskIsFull) {
   ASSERT_EQ(setup(old_setup), 0);
-  for (const bool service : {false, true}) {  // in the second round there is a service that cannot run
+  for (const bool service : {false, true}) {  // in the second round a disabled service is installed
     if (service) add_disabled_service();
     greeted();
     kill_agents();

@@ -1,5 +1,5 @@
-// The installer as users meet it: offered by an agent, from the relay's manifest to the log-in of the newer
-// agent, and as a wizard in both languages.
+// The installer as users see it: as an update that the agent offers, from the relay's manifest to the log-in
+// of the newer agent, and as a wizard in English and Icelandic.
 #include <filesystem>
 #include <fstream>
 
@@ -12,16 +12,16 @@
 namespace vantelink_test {
 namespace {
 
-constexpr int kInstallButton = 101;  // of the agent's update dialog
-constexpr int kNextButton = 1;       // of the wizard; its text changes from page to page
+constexpr int kInstallButton = 101;  // a control of the agent's update dialog
+constexpr int kNextButton = 1;       // a control of the wizard; its text changes from page to page
 constexpr int kCancelButton = 2;
-constexpr char kOnline[] = "online as ";  // in the relay's log
-constexpr char kOver[] = "agent disconnected";
+constexpr char kOnline[] = "online as ";        // the relay logs this at each log-in
+constexpr char kOver[] = "agent disconnected";  // the relay logs this at each disconnect
 
 class InstallerUpdateTest : public InstallerTest {
  protected:
-  // Starts a relay that offers the newer version, in place of the scripted server. Agents trust its
-  // certificate.
+  // Starts a relay that offers the newer version, in place of the scripted server. Agents trust the
+  // relay's certificate.
   void offer_from_relay() {
     const std::string data = folder + "/relay";
     std::filesystem::remove_all(data);
@@ -37,7 +37,7 @@ class InstallerUpdateTest : public InstallerTest {
     std::ofstream(folder + "/ca.pem") << authority->pem();
     remove_downloads();
   }
-  // Removes the installer that the agent has downloaded, and its log.
+  // Removes the installer that the agent has downloaded, and the agent's log.
   static void remove_downloads() {
     desk->host(
         "rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/VantelinkSetup-*.exe "
@@ -82,13 +82,13 @@ class InstallerUpdateTest : public InstallerTest {
   std::unique_ptr<RelayProcess> relay_;
 };
 
-TEST_F(InstallerUpdateTest, RelaysOfferInstallsTheNewerAgentUnderTheService) {
+TEST_F(InstallerUpdateTest, AcceptedUpdateFromTheRelayInstallsTheNewerAgentUnderTheService) {
   offer_from_relay();
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   expect_update(true);
 }
 
-TEST_F(InstallerUpdateTest, RelaysOfferInstallsTheNewerAgentForTheUser) {
+TEST_F(InstallerUpdateTest, AcceptedUpdateFromTheRelayInstallsTheNewerAgentForTheUser) {
   offer_from_relay();
   ASSERT_EQ(setup(old_setup, {"/S"}), 0);
   expect_update(false);

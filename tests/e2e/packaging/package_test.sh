@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# packaging/make-package: its packages match their manifest and checksums, have the same bytes each time, and carry
-# signatures, the uninstaller's too, that another program verifies. A wrong call makes nothing.
+# Tests packaging/make-package: its packages match their manifest and checksums and have the same bytes each time.
+# Another program verifies their signatures, also that of the uninstaller. A wrong call makes no package.
 set -euo pipefail
 source_tree=$(cd "$(dirname "$0")/../../.." && pwd)
 make=$source_tree/packaging/make-package
@@ -15,14 +15,15 @@ expect() {  # NAME COMMAND...
   fi
 }
 
-# Packs the executable with another time, name and folder, time zone and locale.
+# Makes a second package from a copy of the executable with another time, name and folder, in another time zone and
+# locale, and compares it with the first.
 made_again() {
   cp "$agent" "$work/copy.exe"
   touch -d '2001-02-03' "$work/copy.exe"
   (cd / && TZ=Atlantic/Reykjavik LC_ALL=C "$make" --agent "$work/copy.exe" --version 1.2.3 --out "$work/again/deeper")
   diff -r "$work/first" "$work/again/deeper"
 }
-# Two builds of one commit would differ if the executable contained its build's time (in the PE header) or folder.
+# Two builds of one commit would differ if the executable contained the time (in the PE header) or folder of its build.
 no_time_or_folder() {
   [ "$(od -A n -t u4 -j $((0x$(od -A n -t x4 -j 60 -N 4 "$agent" | tr -d ' ') + 8)) -N 4 "$agent" | tr -d ' ')" = 0 ] \
     && ! grep -qF "$source_tree" "$agent"
@@ -72,12 +73,12 @@ expect 'the executable contains neither its build time nor its build folder' no_
 
 expect 'a test certificate is made' make_certificate
 expect 'a package is signed with a PEM file' "$make" --agent "$agent" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
-expect 'its signatures verify' both_verify "$work/pem"
-expect 'a changed file does not verify' changed_fails
+expect 'signatures made with the PEM file verify' both_verify "$work/pem"
+expect 'the signature of a changed file does not verify' changed_fails
 expect 'the installed files are signed' installed_files_verify
 expect 'a package is signed with a PKCS#12 file that has a password' env VANTELINK_SIGN_PASSWORD='a b"c' \
   "$make" --agent "$agent" --version 1.2.3 --out "$work/p12" --sign-with "$work/both.p12"
-expect 'its signatures verify' both_verify "$work/p12"
+expect 'signatures made with the PKCS#12 file verify' both_verify "$work/p12"
 
 expect 'a wrong password is refused' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/both.p12"
 expect 'a version that is not numeric is refused' refuses --agent "$agent" --version 1.x

@@ -1,5 +1,5 @@
-// The shipped executable as a service under Wine's service manager: installation, supervision of the agent,
-// stop and removal.
+// Tests of the shipped executable as a service under Wine's service manager: installation, supervision of the
+// agent, stop and removal.
 #include <filesystem>
 
 #include "e2e/support/redirect_fixture.h"
@@ -12,14 +12,15 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kHost[] = "VantelinkAgent.exe --service";
-constexpr Milliseconds kPollInterval{
-    5000};                              // between the service's checks; a faster reaction is not due to them
+// The service checks at this interval whether the agent runs. A faster reaction has another cause.
+constexpr Milliseconds kPollInterval{5000};
 constexpr unsigned kStaticKind = 0x1F;  // SS_TYPEMASK
 constexpr unsigned kIconKind = 0x03;    // SS_ICON
 
 class ServiceTest : public RedirectTest {
  protected:
-  // Runs the executable with that switch, closes its message box and returns the box's icon, title and text.
+  // Runs the executable with the switch `name`, closes its message box and returns the box's icon, title and
+  // text.
   static std::string message_after(const std::string& name, const std::string& program = kAgent) {
     return box_of(desk->spawn({program, name}));
   }
@@ -43,8 +44,8 @@ class ServiceTest : public RedirectTest {
     return text;
   }
 
-  // Tells the icon by its colour after it has been painted on the light background: Wine's information icon
-  // is blue, its warning icon orange.
+  // Identifies the icon by its colour, after it has been painted on the light background: Wine's information
+  // icon is blue, its warning icon orange.
   static std::string icon_of(const std::vector<SeenWindow>& box) {
     const auto icon = std::find_if(box.begin(), box.end(), [](const SeenWindow& window) {
       return window.child && (window.style & kStaticKind) == kIconKind;
@@ -117,7 +118,7 @@ TEST_F(ServiceTest, ExitInTheTrayMenuMakesTheServiceStartANewAgent) {
   EXPECT_NE(child(), first);
 }
 
-TEST_F(ServiceTest, StopEndsTheAgentWithinASecondAndStartStartsItAgain) {
+TEST_F(ServiceTest, StoppingTheServiceEndsTheAgentWithinASecondAndStartingItStartsTheAgent) {
   install();
   const auto peer = greeted();
   desk->output({"sc", "stop", "VantelinkAgent"});
@@ -131,7 +132,7 @@ TEST_F(ServiceTest, StopEndsTheAgentWithinASecondAndStartStartsItAgain) {
   greeted();
 }
 
-TEST_F(ServiceTest, SecondInstallationKeepsThePathOfTheFirst) {
+TEST_F(ServiceTest, SecondInstallationKeepsTheExecutablePathOfTheFirst) {
   install();
   greeted();
   const std::string path = image_path();
@@ -142,7 +143,7 @@ TEST_F(ServiceTest, SecondInstallationKeepsThePathOfTheFirst) {
   EXPECT_EQ(processes(kHost).size(), 1u);
 }
 
-TEST_F(ServiceTest, RemovalEndsServiceAndAgentAndFailsWhenNothingIsInstalled) {
+TEST_F(ServiceTest, RemovalEndsServiceAndAgentAndFailsWhenNoServiceIsInstalled) {
   EXPECT_EQ(uninstall(), "information|Maravek|Service removal failed.|");
   install();
   const auto peer = greeted();
@@ -160,7 +161,7 @@ TEST_F(ServiceTest, InstallationFailsWhenTheServiceCannotBeCreated) {
   EXPECT_FALSE(service_exists());
 }
 
-TEST_F(ServiceTest, OnlyAnAdministratorCanInstallAndRemove) {
+TEST_F(ServiceTest, OnlyAnAdministratorCanInstallAndRemoveTheService) {
   const std::string program = '"' + wine_path(kAgent) + "\" ";
   EXPECT_EQ(box_of(spawn_without_elevation(*desk, program + "--install-service")),
             "warning|Maravek|Please run as Administrator to install the service.|");
@@ -174,7 +175,7 @@ TEST_F(ServiceTest, OnlyAnAdministratorCanInstallAndRemove) {
 
 // A service that finds an agent in the session starts copy after copy without a delay. Each copy shows the
 // first agent's window and ends.
-TEST_F(ServiceTest, AgentThatRunsAlreadyIsShownAgainAndAgain) {
+TEST_F(ServiceTest, WindowOfAnAgentThatRunsAlreadyIsShownByEachCopyThatTheServiceStarts) {
   desk->spawn({kAgent, "--unattended"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
   const auto peer = greeted();
   ASSERT_FALSE(windows_on(*desk, {kAgentWindow}).front().visible);
@@ -187,12 +188,12 @@ TEST_F(ServiceTest, AgentThatRunsAlreadyIsShownAgainAndAgain) {
       if (std::find(seen.begin(), seen.end(), pid) == seen.end()) seen.push_back(pid);
     return seen.size() >= 3;
   }));
-  EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "there is one copy at each poll only";
+  EXPECT_LT(Clock::now() - begin, 2 * kPollInterval) << "the service starts copies only when it polls";
   EXPECT_FALSE(agent_connects(Milliseconds(100))) << "a copy connected";
 }
 
 // This test takes up to ten seconds under Wine.
-TEST_F(ServiceTest, ServiceSwitchWithoutTheServiceManagerEndsSilently) {
+TEST_F(ServiceTest, AgentStartedWithTheServiceSwitchByAUserEndsSilently) {
   EXPECT_EQ(desk->exec({kAgent, "--host=x--service"}), 0)
       << "the switch is not found inside another argument";
   EXPECT_TRUE(windows_on(*desk, {kAgentWindow, kDialog}).empty());

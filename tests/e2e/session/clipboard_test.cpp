@@ -1,5 +1,5 @@
-// The clipboard that a representative and the machine share, by the shipped executable. Another Windows
-// program, the probe, copies and pastes on the machine.
+// Tests of the clipboard that a representative and the machine share, with the shipped executable. Another
+// Windows program, the probe, copies and pastes on the machine.
 #include <filesystem>
 
 #include "e2e/support/png_codec.h"
@@ -16,9 +16,9 @@ using vlk::Msg;
 
 constexpr std::uint32_t kSession = 21;
 constexpr int kBitmap = 8, kText = 13, kFiles = 15;  // CF_DIB, CF_UNICODETEXT, CF_HDROP
-constexpr int kSide = 2048;                          // pixels a side of a picture of four megapixels
-// The agent ignores changes of the clipboard for some time after it has set the clipboard. This time is
-// shorter.
+constexpr int kSide = 2048;                          // the width and height of a picture of four megapixels
+// A time shorter than that for which the agent ignores changes of the clipboard after it has set the
+// clipboard.
 constexpr Milliseconds kGuarded{400};
 
 // Text as UTF-16, little-endian. Characters beyond U+07FF are not supported.
@@ -33,7 +33,7 @@ std::string utf16(const std::string& text) {
   return bytes;
 }
 
-const std::string kZero(2, '\0');  // ends a text in UTF-16
+const std::string kZero(2, '\0');  // the zero character that ends a text in UTF-16
 
 std::string mebibyte_of_text() {
   std::string text;
@@ -42,7 +42,7 @@ std::string mebibyte_of_text() {
   return text;
 }
 
-// Flat areas with some noise: small enough for one message when compressed, and no two rows are equal.
+// Returns a picture of flat areas with some noise. Compressed, it fits in one message. No two rows are equal.
 PngPicture four_megapixels() {
   PngPicture picture{kSide, kSide, {}};
   std::uint32_t state = 11;
@@ -57,8 +57,8 @@ PngPicture four_megapixels() {
   return picture;
 }
 
-// The clipboard block of a top-down bitmap: a header of 40 bytes, then blue, green, red and a fourth byte a
-// pixel.
+// The clipboard block of a top-down bitmap: a header of 40 bytes, then four bytes a pixel: blue, green,
+// red and an unused one.
 std::string bitmap_block(const PngPicture& picture) {
   const auto little = [](std::int32_t value) {
     const std::string bytes = number(static_cast<std::uint32_t>(value), 4);
@@ -115,8 +115,8 @@ class ClipboardTest : public ShellTest {
       return false;
     }
   }
-  // Returns when the agent has handled all messages of the server, and its window all changes of the
-  // clipboard.
+  // Returns when the agent has handled all messages from the server, and its window has handled all changes
+  // of the clipboard.
   void settle_all() {
     peer_->settle();
     settle();
@@ -146,7 +146,7 @@ class ClipboardTest : public ShellTest {
   std::unique_ptr<ServerConnection> peer_;
 };
 
-TEST_F(ClipboardTest, MebibyteOfTextGoesBothWays) {
+TEST_F(ClipboardTest, OneMebibyteOfTextIsCopiedInBothDirections) {
   const std::string text = mebibyte_of_text();
   apply('\1' + text);
   EXPECT_TRUE(becomes(kText, utf16(text) + kZero));
@@ -154,7 +154,7 @@ TEST_F(ClipboardTest, MebibyteOfTextGoesBothWays) {
   EXPECT_TRUE(sent_copy(kText, utf16("!" + text) + kZero) == "\1!" + text);
 }
 
-TEST_F(ClipboardTest, FourMegapixelsAreAppliedWithEveryPixelAndItsAlpha) {
+TEST_F(ClipboardTest, ReceivedPictureOfFourMegapixelsIsAppliedWithEveryPixelAndItsAlpha) {
   const PngPicture picture = four_megapixels();
   const std::string file = encode_png(picture);
   ASSERT_LT(file.size(), std::size_t{vlk::kMaxDecodedPayload});
@@ -162,7 +162,7 @@ TEST_F(ClipboardTest, FourMegapixelsAreAppliedWithEveryPixelAndItsAlpha) {
   EXPECT_TRUE(becomes(kBitmap, bitmap_block(picture)));
 }
 
-TEST_F(ClipboardTest, FourMegapixelsAreSentWithEveryPixel) {
+TEST_F(ClipboardTest, CopiedPictureOfFourMegapixelsIsSentWithEveryPixel) {
   PngPicture picture = four_megapixels();
   start_stream();
   copy_to_clipboard(*desk, kBitmap, bitmap_block(picture));
@@ -171,13 +171,13 @@ TEST_F(ClipboardTest, FourMegapixelsAreSentWithEveryPixel) {
   const PngPicture sent = decode_png(message.substr(1));
   EXPECT_EQ(sent.width, kSide);
   EXPECT_EQ(sent.height, kSide);
-  // The fourth byte of such a bitmap is unused; the agent sends its pixels as opaque.
+  // The fourth byte of each pixel is unused; the agent sends its pixels as opaque.
   for (std::size_t at = 3; at < picture.pixels.size(); at += 4)
     picture.pixels[at] = '\xFF';
   EXPECT_TRUE(sent.pixels == picture.pixels);
 }
 
-TEST_F(ClipboardTest, ThreeFilesAreCopiedWithTheirContentsBothWays) {
+TEST_F(ClipboardTest, ThreeFilesAreCopiedWithTheirContentsInBothDirections) {
   const std::string binary("\0\xFF\r\n\x1A", 5);
   apply('\3' + number(3, 4) + record("../skýrsla.txt", "text") + record("empty", "") +
         record("b.bin", binary));
@@ -204,16 +204,17 @@ TEST_F(ClipboardTest, ThreeFilesAreCopiedWithTheirContentsBothWays) {
             '\3' + number(3, 4) + record("þrír.txt", "1") + record("b c'd", binary) + record("none", ""));
 }
 
-TEST_F(ClipboardTest, AppliedClipboardIsNotSentBack) {
+TEST_F(ClipboardTest, ClipboardTextFromTheRepresentativeIsNotSentBack) {
   start_stream();
   apply("\1from the representative");
-  // Looks only while the guard holds: a window that handles the change later does send it, as it should.
+  // Checks only while the agent ignores changes: a window that handles the change later does send it, as it
+  // should.
   EXPECT_FALSE(clipboard_comes_within(kGuarded));
   EXPECT_TRUE(becomes(kText, utf16("from the representative") + kZero));
   EXPECT_EQ(sent_copy(kText, utf16("the user's own") + kZero), "\1the user's own");
 }
 
-TEST_F(ClipboardTest, ChangesAreSentOnlyWhileAStreamRuns) {
+TEST_F(ClipboardTest, ClipboardChangesAreSentOnlyWhileAStreamRuns) {
   copy_to_clipboard(*desk, kText, utf16("too early") + kZero);
   EXPECT_EQ(sent_count(), 0u);
   start_stream();
@@ -222,7 +223,7 @@ TEST_F(ClipboardTest, ChangesAreSentOnlyWhileAStreamRuns) {
   EXPECT_EQ(next_clipboard(), "\1in time");
   peer_->send_envelope(Msg::StreamStop, kSession, "");
   settle_all();
-  const std::size_t before = sent_count();  // 1 or 2: Windows may report one change twice
+  const std::size_t before = sent_count();  // 1 or 2, because Windows may report one change twice
   copy_to_clipboard(*desk, kText, utf16("too late") + kZero);
   EXPECT_EQ(sent_count(), before);
 }

@@ -1,5 +1,5 @@
-// Listing folders and transferring files, by the shipped executable. The files are real files of this host,
-// which Wine shows as drive Z.
+// Tests of listing folders and transferring files with the shipped executable. The files are real files of
+// this host, which Wine shows as drive Z.
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -21,13 +21,14 @@ namespace {
 namespace fs = std::filesystem;
 using vlk::Msg;
 
-constexpr std::size_t kChunk = 262144;  // bytes of a file in one message
-// Size of the large file in mebibytes: small by default for machines with two cores, 300 in a full run.
+constexpr std::size_t kChunk = 262144;  // the number of a file's bytes in one message
+// The environment variable that sets the size of the large file in mebibytes. The default is small, for
+// machines with two cores. A full run uses 300.
 constexpr char kSizeVariable[] = "VANTELINK_FILE_MIB";
 constexpr std::size_t kDefaultMebibytes = 64;
-constexpr Milliseconds kLongPatience{120'000};  // for the large file
+constexpr Milliseconds kLongPatience{120'000};  // the timeout for large or many files
 
-// SHA-256.
+// Calculates a SHA-256 checksum.
 class Digest {
  public:
   Digest() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
@@ -74,7 +75,7 @@ class FilesTest : public AgentTest, protected FileRequests {
     chunk(id, bytes);
     end(id);
   }
-  // Reads until that many downloads have ended without an error; returns the bytes of each.
+  // Reads until `count` downloads have ended without an error; returns the bytes of each.
   std::map<std::uint32_t, std::string> read_downloads(std::size_t count) {
     std::map<std::uint32_t, std::string> files;
     std::map<std::uint32_t, std::uint32_t> next;
@@ -108,7 +109,7 @@ std::string contents(std::uint32_t i) {
   return std::string(i * 997 % 5000, static_cast<char>('a' + i % 26)) + std::to_string(i);
 }
 
-TEST_F(FilesTest, FiftySimultaneousTransfersStayApart) {
+TEST_F(FilesTest, FiftySimultaneousTransfersDoNotMixTheirBytes) {
   for (std::uint32_t i = 0; i < 50; ++i)
     folder_.write(std::to_string(i), contents(i));
   for (std::uint32_t i = 0; i < 50; ++i)
@@ -132,7 +133,7 @@ TEST_F(FilesTest, FiftySimultaneousTransfersStayApart) {
     EXPECT_EQ(folder_.read("up/" + std::to_string(i)), contents(i));
 }
 
-TEST_F(FilesTest, FilesWithUnusualNamesAreTransferredBothWaysAndListed) {
+TEST_F(FilesTest, FilesWithUnusualNamesAreUploadedListedAndDownloaded) {
   const std::vector<std::string> names = {
       "Þórður á Ægi ðö.txt",    "two  blanks .txt",          "skipper's 'own'.txt", "😀 🛟.txt",
       "100% & (más) #1;=+.txt", std::string(199, 'n') + "þ", std::string("empty")};
@@ -152,7 +153,7 @@ TEST_F(FilesTest, FilesWithUnusualNamesAreTransferredBothWaysAndListed) {
   }
 }
 
-TEST_F(FilesTest, TwentyThousandEntriesAreListed) {
+TEST_F(FilesTest, FolderWithTwentyThousandEntriesIsListedCompletely) {
   constexpr std::size_t kCount = 20'000;
   fs::create_directory(folder_.path() / "many");
   for (std::size_t i = 0; i < kCount; ++i)
@@ -168,7 +169,7 @@ TEST_F(FilesTest, TwentyThousandEntriesAreListed) {
   EXPECT_TRUE(names.contains("skrá 0") && names.contains("skrá 19999"));
 }
 
-TEST_F(FilesTest, DrivesAreListedAndUnreadablePathsAreAnswered) {
+TEST_F(FilesTest, DrivesAreListedAndRequestsForUnreadablePathsAreAnswered) {
   EXPECT_NE(list("").find(R"({"name":"Z:","path":"Z:\\","dir":true,"size":0,"mtime":0})"), std::string::npos);
   for (const std::string& path :
        {path_of("missing"), std::string("\\\\srv\\share\\d"), std::string("\xFF\xFE")})
@@ -222,15 +223,15 @@ class LargeFileTest : public FilesTest {
       if (line.starts_with(key + ':')) return std::atol(line.c_str() + key.size() + 1);
     return -1;
   }
-  // Prints speed and memory. Fails when the agent's memory grew by half of the file: it must hold only
-  // pieces.
+  // Prints speed and memory. Fails when the agent's memory grew by half of the file's size or more: the agent
+  // must hold only pieces of the file.
   void check_cost(std::size_t frames, std::chrono::steady_clock::time_point start, long memory_before) {
     const auto time = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::printf("%zu MiB, %.0f MiB/s, %zu frames meanwhile, the agent's memory %ld KiB, at most %ld KiB\n",
                 size_ >> 20, static_cast<double>(size_ >> 20) / time, frames, memory_before, memory("VmHWM"));
     EXPECT_GT(memory_before, 0);
     EXPECT_LT((memory("VmHWM") - memory_before) * 1024, static_cast<long>(size_ / 2));
-    peer_->read_until(Msg::StreamFrame);  // the stream continues
+    peer_->read_until(Msg::StreamFrame);  // fails if the stream does not continue
   }
 
   std::size_t size_ = 0;
@@ -270,7 +271,7 @@ TEST_F(LargeFileTest, IsUploadedCompletelyWhileTheStreamRuns) {
   std::size_t frames = 0;
   for (std::uint32_t index = 0; file.read(part.data(), kChunk), file.gcount() > 0; ++index) {
     chunk(4, std::string_view(part).substr(0, static_cast<std::size_t>(file.gcount())), index);
-    // Reads what the agent sends meanwhile: otherwise both sides would wait for the other to read.
+    // Reads what the agent has sent. Otherwise each side would in the end wait for the other to read.
     if (index % 16 != 0) continue;
     peer_->send_envelope(Msg::Heartbeat, 0, "on");
     for (;;) {

@@ -1,4 +1,5 @@
-// Restarting the machine and the secure attention sequence (Ctrl+Alt+Del), by the shipped executable.
+// Tests of restarting the machine and of the secure attention sequence (Ctrl+Alt+Del), with the shipped
+// executable.
 #include <filesystem>
 #include <fstream>
 
@@ -23,8 +24,8 @@ TEST_F(MachineControlTest, SimulatedRestartClosesTheConnectionAndTheAgentReconne
   EXPECT_EQ(pid_, before);
 }
 
-// Runs on a desk of its own, since the restart ends all programs there. Wine's trace shows the calls'
-// arguments.
+// Runs on a separate desk, since the restart ends all programs there. Wine's trace shows the arguments of the
+// system calls.
 TEST_F(MachineControlTest, RestartIsLoggedAndForcesHungProgramsToEnd) {
   const Desk other;
   other.output({"reg", "add", "HKCU\\Software\\Wine\\Debug", "/v", "RelayInclude", "/d",
@@ -46,8 +47,9 @@ TEST_F(MachineControlTest, RestartIsLoggedAndForcesHungProgramsToEnd) {
   EXPECT_NE(trace.find("L\"SeShutdownPrivilege\""), std::string::npos) << trace;
 }
 
-TEST_F(MachineControlTest, SecureAttentionIsSentWithAndWithoutASession) {
-  // The test's library lies beside the executable, where it is found before the system's.
+TEST_F(MachineControlTest, SecureAttentionSequenceIsSentWithAndWithoutASession) {
+  // The test's sas.dll is in the folder of the executable, where Windows finds it before the sas.dll of the
+  // system.
   const std::string copy = desk->folder() + "/installed";
   std::filesystem::create_directory(copy);
   std::filesystem::copy_file(kAgent, copy + "/VantelinkAgent.exe");

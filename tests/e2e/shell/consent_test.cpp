@@ -64,7 +64,7 @@ class ConsentTest : public ShellTest {
   std::unique_ptr<ServerConnection> peer_;
 };
 
-TEST_F(ConsentTest, PromptNamesTheRepresentativeAndYesAccepts) {
+TEST_F(ConsentTest, PromptNamesTheRepresentativeAndYesButtonAcceptsTheSession) {
   begin();
   request(7, R"({"rep_name":"Guðrún Ósk"})");
   const Prompt prompt = wait_for_prompts(1).at(0);
@@ -82,7 +82,7 @@ TEST_F(ConsentTest, PromptNamesTheRepresentativeAndYesAccepts) {
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, NoRejectsAndAMissingNameIsReplaced) {
+TEST_F(ConsentTest, NoButtonRejectsTheSessionAndAMissingNameIsReplaced) {
   begin({}, icelandic());
   request(0xFFFFFFFF, "{}");
   const Prompt prompt = wait_for_prompts(1).at(0);
@@ -96,7 +96,7 @@ TEST_F(ConsentTest, NoRejectsAndAMissingNameIsReplaced) {
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, YesAllowsInput) {
+TEST_F(ConsentTest, YesButtonAllowsInput) {
   begin();
   const std::string key("\x01\x04\x01\x41\x00\x00\x00\x00", 8);
   peer_->send_envelope(Msg::InputEvent, 3, key, 0);
@@ -108,7 +108,7 @@ TEST_F(ConsentTest, YesAllowsInput) {
   EXPECT_TRUE(becomes_logged("[inject] SendInput n=1 OK\n"));
 }
 
-TEST_F(ConsentTest, EndOfTheSessionClosesThePromptAndStillAnswers) {
+TEST_F(ConsentTest, EndOfTheSessionClosesThePromptAndTheAgentStillAnswersTheRequest) {
   begin();
   request(11, R"({"rep_name":"R"})");
   wait_for_prompts(1);
@@ -123,7 +123,7 @@ TEST_F(ConsentTest, EndOfTheSessionClosesThePromptAndStillAnswers) {
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, EndOfAnotherOrNoSessionLeavesThePromptOpen) {
+TEST_F(ConsentTest, EndOfAnotherSessionLeavesThePromptOpen) {
   begin();
   for (const unsigned session : {0u, 1u, 20u}) {
     post(*desk, kConsentCancel, session, 0);
@@ -140,7 +140,7 @@ TEST_F(ConsentTest, EndOfAnotherOrNoSessionLeavesThePromptOpen) {
   EXPECT_EQ(line(peer_->read_envelope()), R"(68 1 20 {"session":20,"reason":"declined"})");
 }
 
-TEST_F(ConsentTest, SecondPromptLiesOverTheFirstWhichThenOnlyTheUserCloses) {
+TEST_F(ConsentTest, SecondPromptIsShownOverTheFirstWhichThenOnlyTheUserCanClose) {
   begin();
   request(31, R"({"rep_name":"First"})");
   wait_for_prompts(1);
@@ -164,24 +164,24 @@ TEST_F(ConsentTest, SecondPromptLiesOverTheFirstWhichThenOnlyTheUserCloses) {
       << "the answer names the session of the other prompt";
 }
 
-TEST_F(ConsentTest, PromptOutlivesItsConnectionAndItsAnswerIsLost) {
+TEST_F(ConsentTest, PromptStaysOpenAfterADisconnectAndItsAnswerIsNotSent) {
   begin();
   request(41, R"({"rep_name":"R"})");
   wait_for_prompts(1);
   peer_->abort();
-  EXPECT_TRUE(server_->has_client(kPatience)) << "the agent does not reconnect under the prompt";
-  EXPECT_TRUE(reads(kStatusLabel, "Connecting…")) << "the window does not follow";
+  EXPECT_TRUE(server_->has_client(kPatience)) << "the agent does not reconnect while the prompt is open";
+  EXPECT_TRUE(reads(kStatusLabel, "Connecting…")) << "the window does not show the new status";
   wait_for_prompts(1);
   answer(kYes);
   wait_for_prompts(0);
-  // The first handshake since the connection was lost.
+  // The agent's first handshake after the disconnect.
   peer_ = server_->accept_upgraded();
   EXPECT_EQ(peer_->read_envelope().type, static_cast<std::uint8_t>(Msg::Hello));
   EXPECT_EQ(peer_->read_envelope().type, static_cast<std::uint8_t>(Msg::Enroll));
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, PromptIsTopmostEvenWhileTheWindowIsHidden) {
+TEST_F(ConsentTest, PromptIsTopmostEvenWhileTheAgentsWindowIsHidden) {
   desk->spawn({"notepad"});
   EXPECT_TRUE(eventually([] { return !windows_on(*desk, {"Notepad"}).empty(); }));
   begin({"--unattended"});

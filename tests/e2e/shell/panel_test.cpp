@@ -43,7 +43,7 @@ TEST_F(PanelTest, ControlsHaveTheirPlacesStylesAndEnglishTexts) {
   ASSERT_EQ(all.size(), 6u);
   EXPECT_EQ(all[0].text, "Maravek Remote Support");
   EXPECT_EQ(all[0].style, 0x14CA0000u)
-      << "not a caption, system menu and minimise box; visible and clipping siblings";
+      << "not a visible window with caption, system menu and minimise box that clips its siblings";
   EXPECT_EQ(all[0].width, 366);
   EXPECT_EQ(all[0].height, 465);
   const struct {
@@ -138,7 +138,7 @@ TEST_F(PanelTest, ApplyStoresNameAndUnattendedAccessAndSendsTheName) {
   expect_quiet(*peer);
 }
 
-TEST_F(PanelTest, LongNamesAreCutAndAnEmptyNameBecomesTheComputersAtTheNextStart) {
+TEST_F(PanelTest, LongNameIsTruncatedAndAnEmptyNameBecomesTheComputersNameAtTheNextStart) {
   auto peer = start_online();
   const std::string computer = greeting_.substr(0, greeting_.find(",\"machine_name\""));
   std::string name, cut;
@@ -169,7 +169,7 @@ TEST_F(PanelTest, MenuItemSwitchesUnattendedAccessAtOnceAndTheCheckBoxFollows) {
   EXPECT_TRUE(becomes_stored("Unattended", "01000000"));
   EXPECT_EQ(registry_of(*desk)["VantelinkAgent"], own_entry());
   EXPECT_NE(registry_of(*desk)["DisplayName"], "typed, not applied");
-  // The menu item inverts the stored value, not the check box's.
+  // The menu item inverts the stored value, not the value of the check box.
   toggle_box();
   EXPECT_TRUE(becomes_checked(false));
   post(*desk, kCommand, kMenuUnattended, 0);
@@ -194,7 +194,7 @@ TEST_F(PanelTest, MinimisingAndClosingHideTheWindowWhichKeepsItsTexts) {
   EXPECT_TRUE(becomes_visible(true)) << "a menu item with a high word does nothing";
   EXPECT_EQ(control(kNameEdit).text, "half a na");
   post(*desk, kCommand, kApplyButton | 0x00050000, 0);
-  expect_quiet(*peer);  // the high word is not that of a click, so nothing was applied
+  expect_quiet(*peer);  // nothing was applied, because the high word is not that of a click
   EXPECT_EQ(registry_of(*desk).count("DisplayName"), 0u);
 }
 

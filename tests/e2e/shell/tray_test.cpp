@@ -1,4 +1,5 @@
-// The icon in a notification area of X: its tooltip, its menu and clicks on it, by real mouse events.
+// Tests of the icon in the notification area of an X display: its tooltip, its menu and clicks on it, with
+// real mouse events.
 #include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
@@ -6,7 +7,7 @@ namespace {
 
 using vlk::Msg;
 
-// The middle of the icon, which is alone at the right end of the area, in pixels of the screen.
+// The middle of the icon, in pixels of the screen. It is the only icon and is at the right end of the area.
 constexpr int kIconX = 1269;
 constexpr int kIconY = 708;
 
@@ -42,7 +43,7 @@ class TrayTest : public ShellTest {
     }));
   }
 
-  // Moves the pointer onto the icon again and again, since a tooltip closes after some time.
+  // Moves the pointer onto the icon repeatedly, since a tooltip closes after some time.
   [[nodiscard]] static bool tooltip_reads(const std::string& text) {
     return eventually([&] {
       point(*desk, 640, 300);
@@ -105,13 +106,14 @@ TEST_F(TrayTest, TooltipShowsTheStatusInEnglishInEveryLanguage) {
   EXPECT_EQ(control(kStatusLabel).text, "") << "the window shows a text for an unknown status";
 }
 
-TEST_F(TrayTest, DoubleClickShowsTheWindowAndASingleClickDoesNot) {
+TEST_F(TrayTest, DoubleClickOnTheIconShowsTheWindowAndASingleClickDoesNot) {
   begin({"--unattended"});
   click(*desk, kIconX, kIconY);
   expect_quiet(*peer_);
   EXPECT_FALSE(panel().front().visible);
   click(*desk, kIconX, kIconY, 1, 2);
-  EXPECT_TRUE(becomes_visible(true));  // the window manager decides whether it comes to the foreground
+  // The window need not be in the foreground: the window manager decides about that.
+  EXPECT_TRUE(becomes_visible(true));
 }
 
 TEST_F(TrayTest, MenuOpensTheWindowAndExits) {
@@ -128,7 +130,7 @@ TEST_F(TrayTest, MenuOpensTheWindowAndExits) {
   expect_icons(0);
 }
 
-TEST_F(TrayTest, MenusCheckMarkAndWindowsCheckBoxFollowEachOther) {
+TEST_F(TrayTest, CheckMarkInTheMenuAndCheckBoxInTheWindowFollowEachOther) {
   begin({}, icelandic());
   EXPECT_FALSE(unattended_is_marked());
   choose(kUnattendedItem);

@@ -1,4 +1,4 @@
-// Updates of the shipped executable, from the server's manifest to the start of the installer.
+// Tests of updates of the shipped executable, from the server's manifest to the start of the installer.
 #include <fstream>
 #include <random>
 #include <utility>
@@ -33,7 +33,8 @@ class UpdateTest : public ShellTest {
     desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/* \"$WINEPREFIX\"/drive_c/users/*/*.exe");
   }
 
-  // Starts the agent, answers its update check and accepts its connection, in the order in which they come.
+  // Starts the agent, answers its update check and accepts its connection, in the order in which the agent
+  // makes them.
   void begin(const std::string& response, const std::vector<std::string>& environment = {}) {
     launch({}, environment);
     peer_ = nullptr;
@@ -44,7 +45,8 @@ class UpdateTest : public ShellTest {
         check_ = request_;
         connection->send(response);
         connection->end_sending();
-        EXPECT_TRUE(connection->wait_closed()) << "the agent does not close after the response";
+        EXPECT_TRUE(connection->wait_closed())
+            << "the agent does not close the connection after the response";
       } else {
         connection->accept_upgrade();
         peer_ = std::move(connection);
@@ -105,7 +107,7 @@ TEST_F(UpdateTest, OfferIsShownAndPostponingItStoresNothing) {
             "GET /version.json HTTP/1.1\r\nHost: localhost\r\nUser-Agent: Vantelink\r\nConnection: "
             "close\r\n\r\n");
   EXPECT_TRUE(logged("update: manifest agent_version=0.1.7 current=0.1.6 newer=1 file=Setup.exe\n"));
-  expect_quiet(*peer_);  // the window handles messages under the dialog
+  expect_quiet(*peer_);  // the window handles messages while the dialog is open
   choose(kLater);
   settle();
   EXPECT_TRUE(registry_of(*desk).empty());
@@ -142,16 +144,17 @@ TEST_F(UpdateTest, OnlyTheSkippedVersionIsNotOfferedAgain) {
   expect_no_offer();
   kill_agent();
 
-  begin(offer_of("0.2"));  // older than the skipped version, newer than the agent
+  begin(offer_of("0.2"));  // this version is older than the skipped version and newer than the agent
   choose(kSkip);
   EXPECT_TRUE(becomes_stored("SkippedVersion", "0.2"));
 }
 
-TEST_F(UpdateTest, EnrolmentAndSkippingDeleteEachOthersStoredValues) {
+TEST_F(UpdateTest, EnrolmentDeletesTheSkippedVersionAndSkippingAVersionDeletesTheIdentity) {
   begin(offer_of("0.3"));
   choose(kSkip);
   EXPECT_TRUE(becomes_stored("SkippedVersion", "0.3"));
-  // The connection's copy of the settings, which enrolment stores, is older than the skip.
+  // Enrolment stores the connection thread's copy of the settings, which was made before the version was
+  // skipped.
   peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-1","agent_secret":"s-1"})");
   EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));
   EXPECT_EQ(registry_of(*desk)["AgentId"], "id-1");
@@ -163,7 +166,7 @@ TEST_F(UpdateTest, EnrolmentAndSkippingDeleteEachOthersStoredValues) {
   peer_->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-2","agent_secret":"s-2"})");
   EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));
   EXPECT_EQ(registry_of(*desk)["AgentId"], "id-2");
-  // The window's copy, which the skip stores, is older than the identity.
+  // Skipping stores the window's copy of the settings, which was made before the enrolment.
   choose(kSkip);
   EXPECT_TRUE(becomes_stored("SkippedVersion", "0.3"));
   EXPECT_EQ(registry_of(*desk)["AgentId"], "");
@@ -172,7 +175,7 @@ TEST_F(UpdateTest, EnrolmentAndSkippingDeleteEachOthersStoredValues) {
 
 TEST_F(UpdateTest, InstallDownloadsAndStartsTheInstallerAndEndsTheAgent) {
   const std::string path = temp() + "Ný uppsetning.exe";
-  std::ofstream(path) << std::string(1'000'000, 'x');  // an older and longer file, which is replaced
+  std::ofstream(path) << std::string(1'000'000, 'x');  // the download replaces this longer file
   begin(offer_of("0.2", "Ný uppsetning.exe"));
   choose(kInstall);
   const auto download = accept_request();
@@ -203,12 +206,13 @@ TEST_F(UpdateTest, FailedAndEmptyDownloadsAreReportedAndTheAgentContinues) {
     EXPECT_TRUE(reads(kStatusLabel, kFailed)) << response;
     EXPECT_FALSE(std::ifstream(temp() + "Setup.exe").is_open());
     peer_->send_envelope(Msg::LoginResult, 0, "{}");
-    EXPECT_TRUE(reads(kStatusLabel, "Connected to Maravek")) << "the report outlasts the next status";
+    EXPECT_TRUE(reads(kStatusLabel, "Connected to Maravek"))
+        << "the error stays on the status line after the next status";
     kill_agent();
   }
 }
 
-TEST_F(UpdateTest, FailureToCreateTheFileIsReported) {
+TEST_F(UpdateTest, FailureToCreateTheInstallersFileIsReported) {
   begin(offer_of("0.2", "no such folder/Setup.exe"));
   choose(kInstall);
   const auto download = accept_request();
@@ -220,7 +224,7 @@ TEST_F(UpdateTest, FailureToCreateTheFileIsReported) {
   EXPECT_TRUE(running());
 }
 
-TEST_F(UpdateTest, NameWithSeparatorsLeavesTheFolderAndAFileThatCannotStartEndsTheAgentToo) {
+TEST_F(UpdateTest, FileNameMayLeadOutOfTheFolderAndAnInstallerThatCannotStartStillEndsTheAgent) {
   begin(offer_of("0.2", R"(..\\Beside.exe)"));
   choose(kInstall);
   const auto download = accept_request();
@@ -231,7 +235,7 @@ TEST_F(UpdateTest, NameWithSeparatorsLeavesTheFolderAndAFileThatCannotStartEndsT
   EXPECT_EQ(file_bytes(temp() + "../Beside.exe"), "this is not a program");
 }
 
-TEST_F(UpdateTest, InvalidManifestsAreNotOffered) {
+TEST_F(UpdateTest, InvalidManifestsDoNotLeadToAnOffer) {
   std::mt19937 random(11);
   std::string noise(100'000, '\0');
   for (char& byte : noise)
@@ -248,7 +252,7 @@ TEST_F(UpdateTest, InvalidManifestsAreNotOffered) {
   EXPECT_TRUE(dialog().empty());
 }
 
-TEST_F(UpdateTest, WindowDoesNotWaitForAServerThatNeverAnswers) {
+TEST_F(UpdateTest, WindowDoesNotWaitForAnUpdateCheckThatIsNeverAnswered) {
   launch();
   std::vector<std::unique_ptr<ServerConnection>> silent;
   while (!peer_) {
@@ -263,7 +267,7 @@ TEST_F(UpdateTest, WindowDoesNotWaitForAServerThatNeverAnswers) {
   peer_->read_until(Msg::Enroll);
   expect_quiet(*peer_);
   post(*desk, kCommand, kMenuExit, 0);
-  EXPECT_TRUE(ends()) << "the update check keeps the process alive";
+  EXPECT_TRUE(ends()) << "the update check keeps the process running";
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ class DuplicationStream : public StreamTest {
     register_encoders("");
   }
 
-  // Skips the frames that were captured before this call: those that the agent sends before it answers, and
-  // the one that it was capturing then.
+  // Skips the frames that were captured before this call: the frames that the agent sends before it
+  // answers a heartbeat, and the frame that it captures at that time.
   void skip_earlier_frames() {
     ASSERT_TRUE(answers());
     next_frame();
@@ -28,7 +28,7 @@ class DuplicationStream : public StreamTest {
   }
 };
 
-TEST_F(DuplicationStream, ShowsTheDesktopInOrderFromPaddedRows) {
+TEST_F(DuplicationStream, ShowsTheDesktopsPicturesInOrderFromPaddedRows) {
   (*desktop)->pitch = 640 * 4 + 52;
   start_stream();
   std::uint32_t last = 0;
@@ -135,7 +135,7 @@ TEST_F(DuplicationStream, LostDuplicationLeavesOneFrameASecondAndIsNotReopened) 
   check_pictures(next_announced(config_text("mjpeg", 640, 360, 1)), 1);
 }
 
-TEST_F(DuplicationStream, WithoutADeviceTheScreenIsCopiedAndDuplicationTriedAgainAtEveryFrame) {
+TEST_F(DuplicationStream, WithoutADeviceTheScreenIsCopiedAndDuplicationIsTriedAgainAtEveryFrame) {
   (*desktop)->device_result = kUnsupported;
   start_stream();
   const StreamedFrame first = next_frame();
@@ -163,7 +163,8 @@ TEST_F(DuplicationStream, EveryFailureBeforeDuplicationLeavesAStreamOfTheCopiedS
     ASSERT_TRUE(answers());
     (desktop->operator->()->*cell) = 0;
   }
-  // A failure after duplication has started leaves only the one frame a second of an unchanged screen.
+  // After a failure once duplication has started, the agent sends one frame a second, as for an unchanged
+  // screen.
   for (const auto cell : {&Board::texture_result, &Board::staging_result, &Board::map_result}) {
     (desktop->operator->()->*cell) = kUnsupported;
     start_stream();

@@ -1,4 +1,4 @@
-// Which encoder the agent chooses, and encoders that keep frames back or never answer.
+// Tests of which encoder the agent chooses, and of encoders that delay frames or never answer.
 #include <algorithm>
 
 #include "e2e/support/stream_fixture.h"
@@ -12,7 +12,7 @@ constexpr auto kFailure = static_cast<std::int32_t>(0x80004005);  // E_FAIL
 
 class EncoderChoice : public StreamTest {
  protected:
-  // Stops a stream while its asynchronous encoder holds a frame back.
+  // Stops a stream while its asynchronous encoder withholds the result of a frame.
   void stop_while_silent() {
     start_stream();
     next_frame();
@@ -22,7 +22,7 @@ class EncoderChoice : public StreamTest {
   }
 };
 
-TEST_F(EncoderChoice, HardwareEncoderIsPreferredAndSoftwareReplacesOneThatFailsToStart) {
+TEST_F(EncoderChoice, HardwareEncoderIsPreferredAndASoftwareEncoderReplacesItWhenItFailsToStart) {
   register_encoders("sync async");
   start_stream();
   check_pictures(next_frame());
@@ -66,7 +66,7 @@ TEST_F(EncoderChoice, StoppingTheStreamWaitsForAnEncoderThatDoesNotAnswer) {
   EXPECT_TRUE(answers());
   EXPECT_EQ((*codec)->live, 0);
 
-  // An encoder that never answers blocks the agent for good.
+  // An encoder that never answers blocks the agent permanently.
   stop_while_silent();
   EXPECT_FALSE(answers(kLongEnough));
   EXPECT_TRUE(running());

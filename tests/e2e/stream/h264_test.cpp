@@ -1,5 +1,5 @@
-// The H.264 stream end to end, once with a synchronous encoder and once with an asynchronous one: which
-// frames are sent when, and that an independent decoder shows the scripted desktop.
+// Tests of the H.264 stream from end to end, once with a synchronous encoder and once with an asynchronous
+// encoder: which frames are sent when, and that an independent decoder decodes the scripted desktop.
 #include <algorithm>
 #include <array>
 
@@ -53,8 +53,8 @@ TEST_P(H264Stream, ShowsTheDesktopInOrderWithAKeyFrameEveryTwoSeconds) {
     const std::uint32_t number = check_pictures(frame).at(0);
     EXPECT_GT(number, last);
     last = number;
-    // The first frame is a key frame, and so is the first frame two seconds after a key frame. No other is
-    // one.
+    // Key frames are the first frame, and each first frame that is two seconds or more after the last key
+    // frame.
     EXPECT_EQ(frame.key(), i == 0 || frame.time - last_key >= kKeyInterval) << frame.time - last_key;
     if (frame.key()) {
       last_key = frame.time;
@@ -76,7 +76,7 @@ TEST_P(H264Stream, ShowsTheDesktopInOrderWithAKeyFrameEveryTwoSeconds) {
 
 TEST_P(H264Stream, KeyframeRequestGivesOneKeyFrame) {
   const std::int64_t first = first_frame().time;
-  // The first frame is a key frame in any case, so the request is sent after the second.
+  // The first frame is a key frame in any case, so the request is sent after the second frame.
   const std::int64_t asked_after = next_frame().time;
   ASSERT_LT(asked_after - first, kKeyInterval);
   send(Msg::KeyframeRequest);
@@ -87,13 +87,13 @@ TEST_P(H264Stream, KeyframeRequestGivesOneKeyFrame) {
   EXPECT_GE(due.time - answer.time, kKeyInterval);
 }
 
-TEST_P(H264Stream, SwitchToJpegAndBackGivesTwoKeyFrames) {
+TEST_P(H264Stream, SwitchToJpegAndBackWithAKeyframeRequestGivesTwoKeyFrames) {
   first_frame();
   send(Msg::CodecSelect, R"({"codec":"mjpeg"})");
   const StreamedFrame jpeg = next_announced(config_text("mjpeg", 640, 360));
   check_pictures(jpeg);
-  // This request is kept until the stream is H.264 again, where it gives a key frame besides the new
-  // encoder's.
+  // The agent keeps this request until the stream is H.264 again. It then causes a key frame after the first
+  // key frame of the new encoder.
   send(Msg::KeyframeRequest);
   for (int i = 0; i < 3; ++i)
     check_pictures(next_frame());
@@ -157,7 +157,7 @@ TEST_P(H264Stream, TimesOfANewStreamStartAtZeroAgain) {
   check_pictures(frame);
 }
 
-TEST_P(H264Stream, EncoderThatRefusesItsTypesLeavesJpegUntilSizeOrCodecChanges) {
+TEST_P(H264Stream, EncoderThatRefusesItsMediaTypesIsReplacedByJpegUntilSizeOrCodecChanges) {
   constexpr auto kInvalidType = static_cast<std::int32_t>(0xC00D36B4);
   (*codec)->input_type_result = kInvalidType;
   start_stream();
@@ -198,7 +198,7 @@ TEST_P(H264Stream, FramesWithEncoderErrorsAreSkippedAndTheStreamContinues) {
     const int frames = (*desktop)->frames;
     ASSERT_TRUE(eventually([&] { return (*desktop)->frames > frames + 5; }));
     (codec->operator->()->*cell) = 0;
-    // Frames are missing, so a new decoder starts with a key frame.
+    // Frames are missing, so the test continues with a new decoder and a key frame.
     send(Msg::KeyframeRequest);
     decoder_.reset();
     const StreamedFrame key = next_key();

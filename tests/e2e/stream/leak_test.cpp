@@ -13,22 +13,23 @@ namespace {
 using namespace vantelink_test;
 using vlk::Msg;
 
-// What the agent's process holds.
+// The resources that the agent's process holds.
 struct Census {
   int handles = 0, gdi_objects = 0, threads = 0;
-  long kilobytes = 0;  // of private memory
+  long kilobytes = 0;  // private memory
 };
 
 class LeakTest : public StreamTest, public testing::WithParamInterface<const char*> {
  protected:
-  // Growth of the heaps before they reach their final size. In a full run, a leak of 4 KiB a start or 32 KiB
-  // a round of switches exceeds it.
+  // The memory by which the heaps may grow until they reach their final size. In a full run, a leak of 4 KiB
+  // at each start, or of 32 KiB in each round of switches, is more than that.
   static constexpr long kMemorySlack = 3 * 1024;  // kilobytes
-  static constexpr int kSlack = 8;  // handles or objects of threads and caches that may exist or not
+  // Handles or objects of threads and caches that exist at some of the counts only.
+  static constexpr int kSlack = 8;
 
   void SetUp() override {
     StreamTest::SetUp();
-    register_encoders(GetParam());  // "none" registers none, so the stream is JPEG
+    register_encoders(GetParam());  // "none" registers no encoder, so the stream is JPEG
     set_outputs({{0, 0, 320, 240}, {320, 0, 320, 240}});
   }
 
@@ -37,12 +38,12 @@ class LeakTest : public StreamTest, public testing::WithParamInterface<const cha
     return full != nullptr && *full == '1' ? all : few;
   }
 
-  // Wine 8 leaks the handle of a registry key for each encoder, present or removed, that a search finds. A
-  // search for hardware encoders that finds none is followed by a second search.
+  // Wine 8 leaks the handle of a registry key for each encoder that a search finds, even if the encoder has
+  // been removed. If a search for hardware encoders finds none, the agent searches a second time.
   static int leaked_by_wine(int openings) { return openings * (GetParam() == std::string("async") ? 1 : 2); }
 
-  // Counts between two streams. A thumbnail makes the agent list its monitors, at which the double fills in
-  // the census.
+  // Counts the resources between two streams. A request for a thumbnail makes the agent list its monitors,
+  // and the double then fills in the census.
   Census take_census() {
     Census census;
     (*desktop)->census_wanted = 1;
@@ -60,9 +61,9 @@ class LeakTest : public StreamTest, public testing::WithParamInterface<const cha
     return census;
   }
 
-  // Runs `round` that many times and expects equal counts before and after. `openings` is how often a round
-  // opens an encoder or tries to. Ten rounds run before the first census, so that whatever is created only
-  // once exists by then.
+  // Runs `round` `count` times and expects the same resources before and after. `openings` is the number of
+  // times that a round opens an encoder or tries to. Ten rounds run before the first census, because they
+  // create the objects that are created only once.
   void expect_no_growth(int count, int openings, const std::function<void()>& round) {
     peer_ = start({}, environment_);
     peer_->read_until(Msg::Hello);

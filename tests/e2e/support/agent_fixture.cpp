@@ -21,7 +21,7 @@ bool is_running(int pid) {
   std::ifstream status(process + "/stat");
   std::string text;
   std::getline(status, text);
-  // The state follows the name, which is in parentheses and may contain some itself.
+  // The state follows the name, which is in parentheses and may contain parentheses itself.
   const std::size_t name_end = text.rfind(')');
   if (name_end == std::string::npos) return false;
   if (text.find_first_of("ZX", name_end) != name_end + 2) return true;

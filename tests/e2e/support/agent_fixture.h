@@ -15,16 +15,15 @@ namespace vantelink_test {
 
 inline constexpr char kAgent[] = VANTELINK_SOURCE_DIR "/build/windows/VantelinkAgent.exe";
 
-// Keeps the certificate store of this host from the programs under test.
+// Hides the certificate store of this host from the programs under test.
 void forget_host_certificates();
 
-// Whether the process still has a thread at work. False for a process that has ended and was not waited for.
-// True when only its first thread has ended: until the last one ends, Wine keeps the process's objects, and a
-// new agent would find them.
+// Whether the process still has a running thread. False for a zombie process. True when only the first thread
+// has ended: Wine keeps the process's objects until the last thread ends, and a new agent would find them.
 [[nodiscard]] bool is_running(int pid);
 
-// The sum of these fields in the process's memory figures, in KiB: "Private_Dirty:" for instance. 0 when the
-// process is not there.
+// The sum, in KiB, of these fields of the process's smaps_rollup in /proc, for instance "Private_Dirty:". 0
+// when the process does not exist.
 long memory_kilobytes(int pid, const std::vector<std::string>& fields);
 
 // One desk and one certificate authority for all tests of a program, and a new server for each test.
@@ -36,16 +35,17 @@ class AgentTest : public testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // The command line that connects this executable to the server.
+  // The command line that starts `program` and connects it to the server.
   std::vector<std::string> command_line(const std::string& program) const;
   // Starts the agent. `switches` follow the server's address; `environment` holds NAME=VALUE texts.
   void launch(const std::vector<std::string>& switches = {}, std::vector<std::string> environment = {});
-  // Starts the agent and returns its connection after the upgrade. Its update check is answered with 404.
+  // Starts the agent and returns its connection after the upgrade. The agent's update check is answered with
+  // 404.
   std::unique_ptr<ServerConnection> start(const std::vector<std::string>& switches = {},
                                           const std::vector<std::string>& environment = {});
   [[nodiscard]] bool running() const { return is_running(pid_); }
-  [[nodiscard]] bool ends() const;  // whether the agent ends in time
-  void kill_agent();                // if it runs
+  [[nodiscard]] bool ends() const;  // whether the agent ends before the timeout
+  void kill_agent();                // does nothing if the agent does not run
 
   // Whether the agent's debug log contains the text, now or before the timeout.
   [[nodiscard]] static bool logged(const std::string& text);

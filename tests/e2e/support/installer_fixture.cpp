@@ -16,7 +16,7 @@ void make_package(const std::string& agent, const std::string& version, const st
       " --out '" + out + "'");
 }
 
-// Writes a copy of the executable that states the newer version.
+// Writes a copy of the executable in which the version number is the newer one.
 void make_newer_agent(const std::string& path) {
   std::string bytes = file_bytes(kAgent);
   const std::string old = vlk::agent::kUpdateVersion + std::string(1, '\0');
@@ -53,7 +53,8 @@ int InstallerTest::setup(const std::string& program, std::vector<std::string> sw
 }
 
 std::string InstallerTest::setup_on_full_disk(const std::string& program) {
-  // In blocks of 512 or 1024 bytes, depending on the shell: a quarter or a half of the executable.
+  // The limit is in blocks of 512 or 1024 bytes, depending on the shell, so it is a quarter or a half of the
+  // executable.
   const auto blocks = std::filesystem::file_size(kAgent) / 2 / 1024;
   return desk->host("trap '' XFSZ; ulimit -f " + std::to_string(blocks) + "; SSL_CERT_FILE='" + folder +
                     "/ca.pem' timeout 120 wine '" + program + "' /S > /dev/null 2>&1 < /dev/null; echo $?");

@@ -1,5 +1,5 @@
-// The installer of this build's agent and of a newer one, on a desk. Packages are made by the script that
-// makes releases. The newer agent is the same executable with another version number in it.
+// Runs the installers of this build's agent and of a newer agent on a desk. Packages are made by the script
+// that makes releases. The newer agent is the same executable with another version number in it.
 #pragma once
 
 #include <set>
@@ -27,7 +27,7 @@ class InstallerTest : public RedirectTest {
   // Runs the installer with every file limited to less than the executable's size; returns the exit status as
   // text.
   static std::string setup_on_full_disk(const std::string& program);
-  // Adds a service, named as the agent's, that Windows refuses to start.
+  // Adds a service that has the name of the agent's service and that Windows refuses to start.
   static void add_disabled_service();
   // Sets the autostart entry of the agent.
   static void set_run_entry(const std::string& command_line);
@@ -37,18 +37,18 @@ class InstallerTest : public RedirectTest {
   [[nodiscard]] static bool key_exists(const std::string& key);
   // The version in the uninstaller's registry entry.
   static std::string installed_version();
-  // Whether the installed executable has the same bytes as this one.
+  // Whether the installed executable has the same bytes as the file `agent`.
   [[nodiscard]] static bool installed_is(const std::string& agent);
   // The number of files in the installation's folder.
   static int installed_files();
-  // All files of drive C except those of Windows and the copy in which an uninstaller runs.
+  // All files of drive C except the files of Windows and the temporary copy of the uninstaller.
   static std::set<std::string> files();
   // The files that were added since `before` was listed.
   static std::set<std::string> added(const std::set<std::string>& before);
 
   inline static std::string old_setup, new_setup;  // the installers
   inline static std::string new_agent;             // the newer executable
-  inline static std::string installed;             // folder of the installation, with a slash
+  inline static std::string installed;             // the folder of the installation, ending in a slash
 };
 
 }  // namespace vantelink_test

@@ -14,8 +14,8 @@
 namespace vantelink_test {
 namespace {
 
-// A process may end while its file is read. The error then stays in the stream; reading through the buffer
-// alone would throw it.
+// A process may end while its file is read. operator<< then only sets an error flag, while a stream iterator
+// would throw.
 std::string text_of_file(const std::filesystem::path& path) {
   std::ostringstream text;
   text << std::ifstream(path).rdbuf();
@@ -48,7 +48,7 @@ void RedirectTest::SetUp() {
 }
 
 void RedirectTest::TearDown() {
-  // Both fail when the test installed no service.
+  // Both commands fail when the test installed no service.
   (void)desk->exec({"sc", "stop", "VantelinkAgent"});
   (void)desk->exec({"sc", "delete", "VantelinkAgent"});
   kill_agents();

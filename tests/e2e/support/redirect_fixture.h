@@ -1,5 +1,5 @@
 // A desk on which connections to the agent's built-in server reach the scripted server, so that an agent
-// needs no switches. For agents that a service or an installer starts.
+// needs no switches. Tests use it for agents that a service or an installer starts.
 #pragma once
 
 #include <memory>
@@ -21,16 +21,16 @@ class RedirectTest : public testing::Test {
   // Removes the service and ends all agents.
   void TearDown() override;
 
-  // Replaces the server. Agents that connect from now on reach the new one.
+  // Replaces the server. Agents that connect from now on reach the new server.
   void serve();
-  // Agents that connect from now on reach this port.
+  // Redirects agents that connect from now on to this port.
   static void redirect_to(int port);
 
   // Sets an environment variable of the user; programs that a service starts get it too.
   static void set_variable(const std::string& name, const std::string& value);
 
-  // The next agent's connection, with its Hello read. Broken connections of agents that have ended are
-  // skipped.
+  // Waits for the next agent's connection and reads its Hello. Skips broken connections of agents that have
+  // ended.
   std::unique_ptr<ServerConnection> greeted() const;
 
   // Whether an agent connects before the timeout. Update checks and broken connections do not count.
@@ -38,7 +38,7 @@ class RedirectTest : public testing::Test {
 
   // The ids on this host of the desk's processes whose command line contains the text.
   static std::vector<int> processes(const std::string& text);
-  // Whether the desk's last process with that text in its command line ends in time.
+  // Whether all processes of the desk whose command line contains the text end in time.
   [[nodiscard]] static bool gone(const std::string& text);
   static void kill_agents();
   // Whether `sc query` finds the agent's service.
@@ -53,7 +53,7 @@ class RedirectTest : public testing::Test {
 
   inline static TestAuthority* authority;
   inline static Desk* desk;
-  inline static std::string folder;  // holds the port and the authority's certificate
+  inline static std::string folder;  // contains files with the port and the authority's certificate
   std::unique_ptr<ScriptedServer> server_;
 };
 

@@ -71,7 +71,8 @@ bool ShellTest::becomes_stored(const std::string& name, const std::string& value
 }
 
 void ShellTest::settle() {
-  // Sets a text first: an empty line that stays empty would show nothing.
+  // Sets a text first, because a status line that is empty already would not show when the window has handled
+  // the last message.
   post(*desk, kAgentStatus, 0, 0);
   EXPECT_TRUE(eventually([] { return !control(kStatusLabel).text.empty(); }));
   post(*desk, kAgentStatus, 9999, 0);

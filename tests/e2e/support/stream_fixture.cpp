@@ -56,7 +56,8 @@ std::string config_text(const std::string& codec, int width, int height, int mon
 void StreamTest::SetUpTestSuite() {
   AgentTest::SetUpTestSuite();
   fs::create_directories(folder());
-  // The doubles lie beside the executable: Wine searches no other folder before its own libraries.
+  // The doubles are copied into the folder of the executable, the only folder that Wine searches before its
+  // own libraries.
   fs::copy_file(kAgent, folder() + "/VantelinkAgent.exe", fs::copy_options::overwrite_existing);
   for (const char* const name : {"dxgi.dll", "d3d11.dll"})
     fs::copy_file(std::string(kDoubles) + name, folder() + '/' + name, fs::copy_options::overwrite_existing);

@@ -1,6 +1,6 @@
-// The shipped executable with the doubles of Windows' libraries beside it: a scripted desktop that it
+// Runs the shipped executable with doubles of Windows' libraries in its folder: a scripted desktop that it
 // duplicates, and H.264 encoders that the test chooses. The test controls both through boards in shared
-// memory.
+// memory, which tests/doubles/boards.h describes.
 #pragma once
 
 #include <optional>
@@ -21,7 +21,7 @@ class SharedBoard {
   ~SharedBoard();
   SharedBoard(const SharedBoard&) = delete;
   SharedBoard& operator=(const SharedBoard&) = delete;
-  void clear();  // not while an agent runs
+  void clear();  // must not be called while an agent runs
   Board* operator->() const { return board_; }
 
  private:
@@ -30,10 +30,10 @@ class SharedBoard {
 
 // One message of the stream, and the announcements before it.
 struct StreamedFrame {
-  std::vector<std::string> configs;  // announcements since the previous frame, in their order
+  std::vector<std::string> configs;  // the announcements since the previous frame, in order
   std::int64_t time = 0;             // microseconds
   Bytes data;                        // the message without the time
-  std::vector<AccessUnit> units;     // of an H.264 stream; empty for JPEG
+  std::vector<AccessUnit> units;     // the pictures of an H.264 stream; empty for JPEG
 
   bool key() const { return !units.empty() && units.front().key; }
 };
@@ -46,7 +46,8 @@ class StreamTest : public AgentTest {
   static void TearDownTestSuite();
   void SetUp() override;
 
-  // Registers these encoders and no others: "sync", "async", both with a blank between, or none.
+  // Registers these encoders and no others: "sync", "async", "sync async" for both, or an
+  // empty text for none.
   static void register_encoders(const std::string& kinds);
 
   // Sets the outputs in the order in which Windows enumerates them: the first on the first adapter, all
@@ -60,12 +61,12 @@ class StreamTest : public AgentTest {
   void start_stream(const std::string& settings = R"({"max_fps":30})");
   void send(vlk::Msg type, const std::string& payload = {});
 
-  // Reads the next frame and checks what holds for each: the session, rising times, complete pictures,
-  // parameter sets before key frames and only there, the announced codec.
+  // Reads the next frame and checks what is true of every frame: the session, rising times, complete
+  // pictures, parameter sets before key frames and only there, the announced codec.
   StreamedFrame next_frame(Milliseconds timeout = kPatience);
   // Reads up to the first frame after the next announcement.
   StreamedFrame next_announced();
-  // The same; there must be one announcement, and it must be this one.
+  // Does the same, and expects exactly one announcement, with this text.
   StreamedFrame next_announced(const std::string& config);
   // Whether the agent's connection thread answers a heartbeat before the timeout.
   [[nodiscard]] bool answers(Milliseconds timeout = kPatience);
@@ -73,14 +74,14 @@ class StreamTest : public AgentTest {
   // Decodes the frame's pictures, compares them with the scripted desktop and returns the number in each.
   std::vector<std::uint32_t> check_pictures(const StreamedFrame& frame, std::uint32_t output = 0);
 
-  inline static std::string
-      registered;  // encoders, followed by a full stop; empty before the first registration
+  // The registered encoders and a full stop; empty before the first registration.
+  inline static std::string registered;
   inline static SharedBoard<vantelink_doubles::DesktopBoard>* desktop;
   inline static SharedBoard<vantelink_doubles::CodecBoard>* codec;
-  std::vector<std::string> environment_;  // of agents that start_stream() starts
+  std::vector<std::string> environment_;  // the environment of agents that start_stream() starts
   std::unique_ptr<ServerConnection> peer_;
   std::string config_;                     // the last announcement
-  std::optional<std::int64_t> last_time_;  // of a frame of this stream
+  std::optional<std::int64_t> last_time_;  // the time of the last frame of this stream
   std::unique_ptr<VideoDecoder> decoder_;
 };
 

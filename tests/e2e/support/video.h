@@ -1,5 +1,5 @@
 // Examines the streamed video with FFmpeg's decoders: the structure of H.264 messages, the pictures in them,
-// and how similar those are to the pictures of the scripted desktop.
+// and how similar these pictures are to the pictures of the scripted desktop.
 #pragma once
 
 #include <cstdint>
@@ -10,14 +10,14 @@ namespace vantelink_test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// One coded picture of a byte stream, with the units that precede it.
+// One coded picture of a byte stream, with the NAL units that precede it.
 struct AccessUnit {
   Bytes bytes;
-  bool key = false;             // an instantaneous decoder refresh
+  bool key = false;             // the picture is an instantaneous decoder refresh
   bool parameter_sets = false;  // a sequence and a picture parameter set precede the picture
 };
 
-// Splits a byte stream with one slice a picture. Throws std::runtime_error when the stream has another form.
+// Splits a byte stream that has one slice in each picture. Throws std::runtime_error for any other stream.
 std::vector<AccessUnit> access_units(const Bytes& stream);
 
 // Planes of 8-bit samples, without padding; the chroma planes have half the width and height, rounded up.

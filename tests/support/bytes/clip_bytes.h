@@ -1,4 +1,4 @@
-// Bytes of clipboard messages and of Windows' clipboard blocks, formed by hand. Tests under Windows include
+// Bytes of clipboard messages and of Windows' clipboard blocks, built by hand. Tests under Windows include
 // this file without the support library, so it has no .cpp.
 #pragma once
 
@@ -22,7 +22,7 @@ inline std::string record(std::string_view name, std::string_view data) {
   return number(name.size(), 4).append(name) + number(data.size(), 8).append(data);
 }
 
-// The header of a CF_HDROP block, which the paths follow.
+// The header of a CF_HDROP block. The paths follow the header.
 inline const std::string kDropHeader("\x14\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\1\0\0\0", 20);
 
 }  // namespace vantelink_test

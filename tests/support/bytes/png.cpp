@@ -1,4 +1,5 @@
-// The PNG format: RFC 2083, with 8 bits a sample and an alpha channel, in stored blocks of RFC 1950 and 1951.
+// Writes PNG files (RFC 2083) with 8 bits a sample and an alpha channel. The data is not compressed: it is in
+// stored blocks (RFC 1950 and 1951).
 #include "support/bytes/png.h"
 
 #include <array>
@@ -9,8 +10,8 @@
 namespace vantelink_test {
 namespace {
 
-constexpr std::size_t kStoredBlock = 0xFFFF;    // most bytes of one stored block
-constexpr std::uint32_t kAdlerModulus = 65521;  // of the checksum Adler-32
+constexpr std::size_t kStoredBlock = 0xFFFF;    // the largest size of a stored block, in bytes
+constexpr std::uint32_t kAdlerModulus = 65521;  // the modulus of the checksum Adler-32
 
 std::uint32_t crc(std::string_view bytes) {
   static const auto table = [] {
@@ -61,7 +62,7 @@ std::string make_png(std::uint32_t width, std::uint32_t height, std::string_view
   std::string rows;
   const std::size_t row_size = std::size_t{width} * 4;
   for (std::size_t at = 0; at < pixels.size(); at += row_size) {
-    rows += '\0';  // no filter
+    rows += '\0';  // the filter type of the row: none
     rows += pixels.substr(at, row_size);
   }
   const std::string header = number(width, 4) + number(height, 4) + std::string("\x08\x06\x00\x00\x00", 5);

@@ -100,7 +100,7 @@ std::string Desk::settings() const {
 }
 
 std::string Desk::debug_log() const {
-  // Without the carriage returns at the line ends.
+  // The carriage returns at the line ends are removed.
   return run("cat " + quoted(folder_) +
              "/prefix/drive_c/users/*/Temp/vlkagent.log 2>/dev/null | tr -d '\\r'") +
          '\n';

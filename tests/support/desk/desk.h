@@ -1,5 +1,5 @@
 // A desk: a private virtual display with a private Wine prefix, on which a test runs Windows programs. It
-// ends on destruction, and with the test's process at the latest.
+// ends on destruction, and at the latest when the test's process ends.
 #pragma once
 
 #include <string>
@@ -29,7 +29,7 @@ class Desk {
   // Runs a shell command of this host, for instance xdotool, with the desk's display and prefix in its
   // environment, and returns its output; throws std::runtime_error when it fails.
   std::string host(const std::string& command) const;
-  void screenshot(const std::string& file) const;  // of the whole display, as PNG
+  void screenshot(const std::string& file) const;  // saves the whole display as PNG
 
   // Sets a value of the agent's registry key.
   void set(const std::string& name, const std::string& type, const std::string& data) const;

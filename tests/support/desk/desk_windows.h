@@ -1,4 +1,5 @@
-// The windows, registry and clipboard of a desk, read and changed through tests/probe, and the mouse.
+// Reads and changes the windows, registry and clipboard of a desk through tests/probe, and moves and clicks
+// its mouse.
 #pragma once
 
 #include <map>
@@ -12,15 +13,15 @@ namespace vantelink_test {
 struct SeenWindow {
   bool child = false;
   std::string type;  // the window's class
-  int id = 0;        // of a child window
+  int id = 0;        // the control id of a child window
   unsigned style = 0;
   unsigned extended_style = 0;
   bool visible = false;
   bool foreground = false;
   int checked = 0;
-  int left = 0, top = 0, width = 0, height = 0;  // pixels; a child's in its parent's client area
+  int left = 0, top = 0, width = 0, height = 0;  // pixels; a child's are relative to its parent's client area
   int screen_left = 0, screen_top = 0;           // pixels on the screen
-  std::string text;                              // tabs and line ends escaped: \t, \r, \n
+  std::string text;                              // tabs and line ends are escaped: \t, \r, \n
 
   bool operator==(const SeenWindow&) const = default;
 };
@@ -41,8 +42,8 @@ std::string window_at(const Desk& desk, int x, int y);
 // Sets the text of one of the agent's controls.
 void type_into(const Desk& desk, int id, const std::string& text);
 
-// Opens a file without sharing it, until the process is killed whose id on this host is returned. `path` is a
-// Windows path.
+// Opens a file without sharing it. The file stays open until the process whose id on this host is returned is
+// killed. `path` is a Windows path.
 int hold_file(const Desk& desk, const std::string& path);
 
 // Starts a program without administrator's rights; returns the process id, on this host, of the process that
@@ -52,14 +53,15 @@ int spawn_without_elevation(const Desk& desk, const std::string& command_line);
 // Posts a message to the agent's window.
 void post(const Desk& desk, unsigned message, unsigned wparam, int lparam);
 
-// The clipboard, used by another Windows program. `format` is Windows' number of a format. Copying replaces
-// all that the clipboard holds; a format that it does not hold reads as empty.
+// Copies to and reads the clipboard from another Windows program, the probe. `format` is the number that
+// Windows gives a clipboard format. Copying replaces everything on the clipboard. Reading a format that is
+// not on the clipboard returns an empty block.
 void copy_to_clipboard(const Desk& desk, int format, const std::string& block);
 std::string clipboard_block(const Desk& desk, int format);
 
 // Real mouse events: moves the pointer to a pixel, or clicks there. Buttons: 1 left, 3 right.
 void point(const Desk& desk, int x, int y);
 void click(const Desk& desk, int x, int y, int button = 1, int times = 1);
-void click(const Desk& desk, const SeenWindow& window);  // in its middle
+void click(const Desk& desk, const SeenWindow& window);  // clicks the middle of the window
 
 }  // namespace vantelink_test

@@ -5,8 +5,8 @@
 
 namespace vantelink_test {
 
-// Waits until the descriptor has one of the events (POLLIN, POLLOUT), an error or a hang-up; false at the
-// deadline. Checks once if the deadline has passed.
+// Waits until the descriptor has one of the events (POLLIN, POLLOUT), an error or a hang-up. Returns false at
+// the deadline. If the deadline has already passed, checks once.
 [[nodiscard]] bool wait_for_descriptor(int descriptor, short events,
                                        std::chrono::steady_clock::time_point deadline);
 

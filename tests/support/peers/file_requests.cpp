@@ -1,4 +1,4 @@
-// Forms the payloads of file requests.
+// Builds and sends the payloads of file requests.
 #include "support/peers/file_requests.h"
 
 #include "wire/big_endian.h"

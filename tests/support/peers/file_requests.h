@@ -17,7 +17,7 @@ class FileRequests {
   // Keeps a reference to the fixture's pointer, so that the fixture may connect again.
   explicit FileRequests(const std::unique_ptr<ServerConnection>& connection) : connection_(connection) {}
 
-  // A request that names a path, and a transfer unless it is about a folder.
+  // Sends a request with this path and transfer id. Folder requests need no transfer id.
   void ask(vlk::Msg type, const std::string& path, std::int64_t transfer_id = 0) const;
   void chunk(std::uint32_t transfer_id, std::string_view bytes, std::uint32_t index = 0) const;
   void end(std::int64_t transfer_id) const;

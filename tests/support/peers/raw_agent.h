@@ -21,12 +21,12 @@ class RawAgent {
   RawAgent& operator=(const RawAgent&) = delete;
 
   void send(vlk::Msg type, const std::string& payload);
-  void send_bytes(const std::string& bytes);  // as one binary message
-  vlk::Envelope read();         // the next envelope; throws std::runtime_error at the end of the connection
+  void send_bytes(const std::string& bytes);  // sends the bytes as one binary message
+  vlk::Envelope read();  // returns the next envelope; throws std::runtime_error at the end of the connection
   [[nodiscard]] bool closed();  // reads up to a WebSocket close frame or the end of the connection
 
  private:
-  [[nodiscard]] bool fill();  // false at the end of the connection
+  [[nodiscard]] bool fill();  // reads bytes into the parser; false at the end of the connection
   int socket_ = -1;
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
   std::unique_ptr<SSL, decltype(&SSL_free)> ssl_;

@@ -19,7 +19,7 @@
 namespace vantelink_test {
 namespace {
 
-// The port in the line that reports it; 0 until that line is complete.
+// The port in the log line that reports it; 0 until this line is complete.
 int port_in(const std::string& log) {
   constexpr std::string_view kListening = "listening on https://";
   const std::size_t line = log.find(kListening);
@@ -51,7 +51,7 @@ std::string RelayProcess::program() {
 RelayProcess::RelayProcess(const std::string& data, const std::vector<std::string>& arguments)
     : log_path_(data + "/relay.log") {
   std::filesystem::create_directories(data);
-  std::filesystem::remove(log_path_);  // the log of an earlier relay holds another port
+  std::filesystem::remove(log_path_);  // the log of an earlier relay contains another port
   std::vector<std::string> words = {program(), "--address", "127.0.0.1", "--port", "0", "--data", data};
   words.insert(words.end(), arguments.begin(), arguments.end());
   pid_ = ::fork();

@@ -8,12 +8,12 @@
 
 namespace vantelink_test {
 
-// Runs until destruction, and ends with the test's process at the latest. Listens on a free port of the
-// loopback address.
+// Runs the relay until destruction, and at the latest until the test's process ends. The relay listens on a
+// free port of the loopback address.
 class RelayProcess {
  public:
   // `data` is the relay's data folder; `arguments` are given to it besides address, port and data folder.
-  // Throws std::runtime_error when it does not listen in time.
+  // Throws std::runtime_error when the relay does not listen in time.
   RelayProcess(const std::string& data, const std::vector<std::string>& arguments);
   ~RelayProcess();
   RelayProcess(const RelayProcess&) = delete;

@@ -1,4 +1,4 @@
-// Certificates and the listening socket.
+// Sets up the certificate and the listening socket, and accepts clients.
 #include "support/peers/scripted_server.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ ScriptedServer::ScriptedServer(const TestAuthority& authority) : ScriptedServer(
 
 ScriptedServer::ScriptedServer(const TestAuthority& authority, const Options& options)
     : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free) {
-  // A write to a client that has closed must not end the test.
+  // A write to a client that has closed its connection must not end the test.
   std::signal(SIGPIPE, SIG_IGN);
   const TestAuthority::Identity identity =
       options.self_signed ? TestAuthority::issue_self_signed(options.names) : authority.issue(options.names);

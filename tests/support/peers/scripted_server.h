@@ -1,4 +1,4 @@
-// A TLS server that takes one connection after another and does with each exactly what the test says: any
+// A TLS server that accepts one connection after another and does with each exactly what the test says: any
 // bytes, in any pieces, at any point of the protocol. The test's own thread drives it.
 #pragma once
 
@@ -18,9 +18,9 @@ class ScriptedServer {
  public:
   struct Options {
     std::vector<std::string> names = {"localhost"};  // DNS names of the certificate
-    bool self_signed = false;                        // instead of signed by the authority
+    bool self_signed = false;                        // whether its own key signs it, not the authority
     int lowest_version = TLS1_2_VERSION;
-    int highest_version = 0;  // 0: the highest that OpenSSL supports
+    int highest_version = 0;  // 0 means the highest that OpenSSL supports
   };
   explicit ScriptedServer(const TestAuthority& authority);
   ScriptedServer(const TestAuthority& authority, const Options& options);
@@ -30,23 +30,23 @@ class ScriptedServer {
 
   std::uint16_t port() const { return port_; }
 
-  // The next client, before its handshake; throws std::runtime_error when none connects in time.
+  // Returns the next client, before its handshake; throws std::runtime_error when none connects in time.
   std::unique_ptr<ServerConnection> accept(Milliseconds timeout = kPatience);
-  // The next agent's connection, after handshake and upgrade. Requests for the update manifest that come
-  // before it are answered with 404.
+  // Returns the next agent's connection, after handshake and upgrade. Requests for the update manifest that
+  // arrive earlier are answered with 404.
   std::unique_ptr<ServerConnection> accept_upgraded(Milliseconds timeout = kPatience);
   // Whether a client connects before the timeout.
   [[nodiscard]] bool has_client(Milliseconds timeout);
 
  private:
-  std::unique_ptr<ServerConnection> take();  // from the listener, where a client waits
-  // The next client that sends something or closes. Others stay in `silent_`: Wine sometimes keeps the
-  // connection of a killed agent open for good.
+  std::unique_ptr<ServerConnection> take();  // accepts a client that already waits
+  // Returns the next client that sends something or closes its connection. Other clients stay in `silent_`,
+  // because Wine sometimes keeps the connection of a killed agent open forever.
   std::unique_ptr<ServerConnection> accept_active(Milliseconds timeout);
 
   int listener_ = -1;
   std::uint16_t port_ = 0;
-  std::vector<std::unique_ptr<ServerConnection>> silent_;  // accepted, nothing received so far
+  std::vector<std::unique_ptr<ServerConnection>> silent_;  // accepted clients that have sent nothing so far
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
 };
 

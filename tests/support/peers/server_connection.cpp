@@ -25,8 +25,8 @@ Milliseconds time_left(Deadline deadline) {
   return std::max(std::chrono::ceil<Milliseconds>(deadline - Clock::now()), Milliseconds(0));
 }
 
-// Waits for the event that OpenSSL needs after a call that did not succeed; false when it needs none or at
-// the deadline.
+// Waits for the event that OpenSSL needs before an unsuccessful call is repeated. Returns false at the
+// deadline, and when the call must not be repeated.
 bool wait_for_ssl(SSL* ssl, int descriptor, int result, Deadline deadline) {
   switch (SSL_get_error(ssl, result)) {
     case SSL_ERROR_WANT_READ:
@@ -114,7 +114,7 @@ void ServerConnection::send(std::string_view bytes) {
     if (count > 0) {
       bytes.remove_prefix(static_cast<std::size_t>(count));
     } else if (!wait_for_ssl(ssl_.get(), socket_, count, deadline)) {
-      return;  // the test's next step notices that the client has closed
+      return;  // the test's next step notices that the client has closed the connection
     }
   }
 }

@@ -17,8 +17,7 @@
 namespace vantelink_test {
 
 // Speaks TLS, then HTTP, then WebSocket, one step a call, and records each envelope that it reads. Every wait
-// has a timeout and throws std::runtime_error when it is reached, unless the function returns a result for
-// it.
+// has a timeout. At the timeout a function throws std::runtime_error, unless its result reports the timeout.
 class ServerConnection {
  public:
   ServerConnection(int socket, SSL_CTX* context);
@@ -26,12 +25,12 @@ class ServerConnection {
   ServerConnection(const ServerConnection&) = delete;
   ServerConnection& operator=(const ServerConnection&) = delete;
 
-  // Whether the client has sent anything that is not read yet, or has closed.
+  // Whether the client has sent anything that is not read yet, or has closed the connection.
   [[nodiscard]] bool has_input() const;
-  // The TLS handshake; false when it fails or is not complete at the timeout.
+  // Performs the TLS handshake; returns false when it fails or is not complete at the timeout.
   [[nodiscard]] bool handshake(Milliseconds timeout = kPatience);
 
-  // The client's HTTP request, up to and including its blank line.
+  // Reads the client's HTTP request, up to and including its blank line.
   std::string read_request();
   void send(std::string_view bytes);
   void send(const std::vector<std::uint8_t>& bytes);
@@ -44,14 +43,14 @@ class ServerConnection {
   void send_frame(std::uint8_t opcode, std::string_view payload);
   void send_envelope(vlk::Msg type, std::uint32_t session, std::string_view payload, std::uint8_t flags = 1);
 
-  // The next frame.
+  // Reads the next frame.
   vlk::WsFrame read_frame(Milliseconds timeout = kPatience);
-  // The next frame, which must hold an envelope.
+  // Reads the next frame, which must hold an envelope.
   vlk::Envelope read_envelope(Milliseconds timeout = kPatience);
-  // The next envelope of that type; those before it are recorded only.
+  // Reads envelopes until one has this type, and returns it. The envelopes before it are only recorded.
   vlk::Envelope read_until(vlk::Msg type, Milliseconds timeout = kPatience);
 
-  // Sends a heartbeat and reads until it comes back: the client has then handled all that it was sent before.
+  // Sends a heartbeat and reads until its answer arrives. The client has then handled all earlier messages.
   void settle(Milliseconds timeout = kPatience);
   // Whether the client closes the connection before the timeout; what it sends until then is recorded.
   [[nodiscard]] bool wait_closed(Milliseconds timeout = kPatience);
@@ -65,10 +64,11 @@ class ServerConnection {
 
   const std::vector<vlk::Envelope>& received() const { return received_; }
   void forget_received() { received_.clear(); }  // frees memory in tests that receive hundreds of mebibytes
-  std::string server_name() const;               // that the client asked for (SNI); may be empty
+  std::string server_name() const;               // the name that the client asked for (SNI); may be empty
 
  private:
-  [[nodiscard]] bool fill(std::chrono::steady_clock::time_point deadline);  // false at the end of the stream
+  // Reads bytes; returns false at the end of the stream.
+  [[nodiscard]] bool fill(std::chrono::steady_clock::time_point deadline);
   [[noreturn]] void time_out() const;
 
   int socket_;
