@@ -1,4 +1,4 @@
-// The console's entry: the log-in, the link to the relay, and the view that is shown.
+// The console's entry point: handles the log-in and the link to the relay, and selects the view to show.
 import { onDetail } from './base/custom_events.js';
 import { byId, showView } from './base/dom.js';
 import { inSentence, nameOf, tidy } from './base/names.js';
@@ -78,7 +78,7 @@ async function logIn() {
   submit.disabled = false;
 }
 
-/** Shows the log-in where a log-in has ended. */
+/** Shows the log-in page if the relay reports that the log-in has ended. */
 async function checkLogin() {
   try {
     await api.me();
@@ -108,7 +108,7 @@ link.addEventListener('down', () => {
   session.linkLost();
   if (!link.wanted) return;
   showNotice(texts.reconnecting);
-  // A page cannot distinguish a refused connection from a relay that is down, so it asks the relay.
+  // A script cannot distinguish a refused WebSocket from a relay that is down, so it asks the relay by HTTP.
   checkLogin();
 });
 onDetail(link, 'control', receiveControl);

@@ -1,4 +1,4 @@
-// Events that carry a value in their `detail`, with the value's type at the listener.
+// Emits and receives events that carry a value in `detail`; a listener declares the type of the value.
 
 /**
  * @param {EventTarget} target

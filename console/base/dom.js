@@ -1,7 +1,7 @@
 // Helpers for the page's elements. Text from outside becomes text nodes, never markup.
 
 /**
- * The page's element with this id; throws when it is missing or of another kind.
+ * Returns the page's element with this id; throws when the element is missing or of another class.
  * @template {HTMLElement} [Kind=HTMLElement]
  * @param {string} id
  * @param {new () => Kind} [kind] the element's class, where more than HTMLElement is needed

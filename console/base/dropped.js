@@ -1,10 +1,13 @@
-// The files of a drop or a paste, including those inside dropped folders.
-
-/** @typedef {{file: File, path: string}} DroppedFile path: the folders above the file, '' or 'sub/sub/' */
+// Finds the files of a drop or a paste, including files inside dropped folders.
 
 /**
- * Files and folders that cannot be read are left out. Must be called while the event is being handled; the
- * files may be read later.
+ * A dropped or pasted file. path: the dropped folders that contain the file, '' or 'sub/sub/'.
+ * @typedef {{file: File, path: string}} DroppedFile
+ */
+
+/**
+ * Returns the files of a drop or a paste. Files and folders that cannot be read are left out. Must be called
+ * while the event is being handled; the files may be read later.
  * @param {DataTransfer} data
  * @returns {Promise<DroppedFile[]>}
  */
@@ -34,13 +37,13 @@ function isFolder(/** @type {FileSystemEntry} */ entry) {
 /**
  * Adds the files of a folder and of the folders below it.
  * @param {FileSystemDirectoryEntry} folder
- * @param {string} path of the folders above it
+ * @param {string} path the dropped folders that contain this folder
  * @param {DroppedFile[]} found
  */
 async function collect(folder, path, found) {
   const below = `${path}${folder.name}/`;
   const reader = folder.createReader();
-  // A reader returns a part of the entries at each call, and none after the last.
+  // Each call returns some of the entries; after the last entry, a call returns an empty list.
   for (;;) {
     /** @type {FileSystemEntry[]} */
     const entries = await new Promise((resolve, reject) => {

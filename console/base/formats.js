@@ -1,19 +1,19 @@
 // Sizes, times, durations and ages in the form in which the page shows them.
 
 /**
- * The latest time shown, in seconds since 1970. Later ones come from times before 1970, which the machine's
- * unsigned numbers cannot represent.
+ * The latest time that is shown, in seconds since 1970. A larger number stands for a time before 1970,
+ * because the machine sends times as unsigned numbers.
  */
 const LATEST_TIME = Date.UTC(9999, 11, 31) / 1000;
 const UNITS = ['kB', 'MB', 'GB', 'TB', 'PB', 'EB'];
 
-/** The time in seconds since 1970, or null when the machine sent none that can be shown. */
+/** Returns the time in seconds since 1970, or null for a time that cannot be shown. */
 export function knownTime(/** @type {number} */ mtime) {
   return mtime > 0 && mtime <= LATEST_TIME ? mtime : null;
 }
 
 /**
- * The age of a moment as a unit and a count. Both moments are in seconds since 1970.
+ * The age of the time `then` at the time `now`, as a unit and a count. Both are in seconds since 1970.
  * @param {number} then
  * @param {number} now
  * @returns {{unit: 'now' | 'minute' | 'hour' | 'day', count: number}}
@@ -36,20 +36,20 @@ export function duration(/** @type {number} */ seconds) {
     : `${minutes}:${twoDigits(whole % 60)}`;
 }
 
-/** Sizes and times in the notation of one locale. */
+/** Formats sizes and times in the notation of one locale. */
 export class Formats {
   #whole;
   #short;
   #moment;
 
-  /** @param {string} [locale] @param {string} [timeZone] the browser's own by default */
+  /** @param {string} [locale] @param {string} [timeZone] the browser's by default */
   constructor(locale, timeZone) {
     this.#whole = new Intl.NumberFormat(locale, { maximumFractionDigits: 0 });
     this.#short = new Intl.NumberFormat(locale, { maximumSignificantDigits: 3 });
     this.#moment = new Intl.DateTimeFormat(locale, { dateStyle: 'short', timeStyle: 'short', timeZone });
   }
 
-  /** A number of bytes in three digits and a unit. */
+  /** A number of bytes with three significant digits and a unit. */
   size(/** @type {number} */ bytes) {
     if (bytes < 1000) return `${this.#whole.format(bytes)} B`;
     let unit = -1;
@@ -63,7 +63,7 @@ export class Formats {
     return this.#whole.format(bytes);
   }
 
-  /** A file's time; '' for one that cannot be shown. */
+  /** A file's time as text; '' for a time that cannot be shown. */
   time(/** @type {number} */ mtime) {
     const known = knownTime(mtime);
     return known === null ? '' : this.#moment.format(known * 1000);

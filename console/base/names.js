@@ -1,11 +1,11 @@
-// Names from a machine, made safe to show. The page shows them only as text, but text can still contain
-// characters that reorder or hide the text around it.
+// Makes names from a machine safe to show. The page shows names as text, never as markup, but a text can
+// still contain characters that reorder or hide the text around it.
 
 const MAX_LENGTH = 200;
 // Control characters, line separators, and the marks that change the direction of text.
 const UNSAFE = /[\p{Cc}\u061c\u200b\u200e\u200f\u2028-\u202e\u2060-\u206f\ufeff]/gu;
 
-/** The name without unsafe characters; '' when nothing is left of it. */
+/** The name without unsafe characters, at most MAX_LENGTH characters long; '' when nothing is left. */
 export function tidy(/** @type {unknown} */ name) {
   const text = typeof name === 'string' ? name : '';
   return [...text.replace(UNSAFE, '').trim()].slice(0, MAX_LENGTH).join('');
@@ -21,7 +21,7 @@ export function inSentence(/** @type {string} */ name) {
   return `\u2068${tidy(name)}\u2069`;
 }
 
-/** The name of a file with each unsafe character replaced by a visible one; nothing is removed. */
+/** The name of a file with a visible character in place of each unsafe character. */
 export function visible(/** @type {string} */ name) {
   return name.replace(UNSAFE, '\ufffd');
 }

@@ -1,4 +1,4 @@
-// Windows paths and file names, composed and split without asking the machine.
+// Composes and splits Windows paths and file names without asking the machine.
 
 /** Characters that Windows forbids in file names. */
 // biome-ignore lint/suspicious/noControlCharactersInRegex: control characters are among those that Windows forbids.
@@ -10,7 +10,7 @@ export function join(/** @type {string} */ folder, /** @type {string} */ name) {
   return folder.endsWith('\\') ? folder + name : `${folder}\\${name}`;
 }
 
-/** The parent folder by the agent's own rule; '' stands for the list of drives. */
+/** The parent folder of a path, by the same rule as in the agent; '' stands for the list of drives. */
 export function parentOf(/** @type {string} */ path) {
   const copy = path.endsWith('\\') ? path.slice(0, -1) : path;
   const last = copy.lastIndexOf('\\');
@@ -24,9 +24,9 @@ export function lastPart(/** @type {string} */ path) {
 }
 
 /**
- * The folders from the drive down to this one, without the list of drives.
+ * The folders on a path, from the drive down to the path itself, without the list of drives.
  * @param {string} path
- * @param {string} parent of the path, as the machine reported it
+ * @param {string} parent the path's parent folder, as the machine reported it
  * @returns {{name: string, path: string}[]}
  */
 export function crumbs(path, parent) {
@@ -38,7 +38,7 @@ export function crumbs(path, parent) {
   return found;
 }
 
-/** The name of a local file, changed to one that Windows accepts: forbidden characters become underscores. */
+/** The name of a local file, changed so that Windows accepts it: forbidden characters become underscores. */
 export function windowsName(/** @type {string} */ name) {
   const plain = name
     .replace(FORBIDDEN, '_')

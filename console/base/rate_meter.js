@@ -2,14 +2,14 @@
 
 const WINDOW_MS = 2000;
 
-/** Counts and bytes per second over the last two seconds. */
+/** Measures the calls of add() and their bytes, per second, over the last two seconds. */
 export class RateMeter {
   #now;
   /** @type {{at: number, bytes: number}[]} */
   #samples = [];
   #started;
 
-  /** @param {() => number} [now] milliseconds */
+  /** @param {() => number} [now] the clock, in milliseconds */
   constructor(now = () => performance.now()) {
     this.#now = now;
     this.#started = now();

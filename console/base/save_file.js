@@ -1,12 +1,12 @@
-// Hands bytes to the browser as an ordinary download.
+// Saves bytes as a file by passing them to the browser as an ordinary download.
 
-/** The time for which the browser may still read the bytes after a save. */
+/** The time after a save for which the browser may still read the bytes. */
 export const SAVING_MS = 60_000;
-/** Chromium drops downloads that a page starts at more than ten a second. */
+/** The pause between saves. Chromium drops downloads when a page starts more than ten of them a second. */
 const GAP_MS = 150;
 let nextSave = 0;
 
-/** Saves the bytes under that name, now or as soon as the gap to earlier saves allows. */
+/** Saves the bytes under this name, at once or, soon after another save, when GAP_MS have passed since it. */
 export function saveFile(/** @type {Blob} */ blob, /** @type {string} */ name) {
   const now = performance.now();
   const at = Math.max(now, nextSave);

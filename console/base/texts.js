@@ -1,4 +1,4 @@
-// The page's texts in the first of the browser's languages that has a table.
+// The page's texts, in the first of the browser's preferred languages for which there is a table.
 import { english } from './texts_en.js';
 import { icelandic } from './texts_is.js';
 
@@ -15,7 +15,7 @@ export function textsFor(languages) {
 
 export const texts = textsFor(globalThis.navigator?.languages ?? []);
 
-/** Where the text goes that an attribute data-KEY of an element names. */
+/** For each attribute data-KEY, the property of the element that receives the text named in the attribute. */
 const PLACES = /** @type {const} */ ({
   text: 'textContent',
   label: 'ariaLabel',

@@ -21,7 +21,7 @@ export const english = {
   change: 'Change',
   wrongPassword: 'The current password is wrong.',
   passwordsDiffer: 'The two new passwords are not the same.',
-  passwordChanged: 'The password has been changed. Other browsers with this name are logged out.',
+  passwordChanged: 'The password has been changed. All other browsers with this log-in name are logged out.',
 
   machines: 'Machines',
   search: 'Search',
@@ -68,13 +68,13 @@ export const english = {
   restarting: (/** @type {string} */ machine) =>
     `${machine} is restarting. The session continues when the machine is back …`,
   notRestarted: (/** @type {string} */ machine) =>
-    `${machine} has not restarted. Windows may have refused to.`,
+    `${machine} has not restarted. Windows may have refused the restart.`,
   closePanel: 'Close',
   viewOnly: 'View only',
   fullScreen: 'Full screen',
   end: 'End',
   screen: 'The machine’s screen',
-  keyInput: 'Keys for the machine',
+  keyInput: 'Keyboard input for the machine',
 
   waiting: (/** @type {string} */ machine) => `Waiting for someone at ${machine} to allow the session …`,
   starting: 'Allowed. Waiting for the first picture …',
@@ -173,12 +173,12 @@ export const english = {
       : `${count} files are on the machine’s clipboard. Paste them there.`,
   clipFilesTooLarge: 'The files are too large for the clipboard, which holds up to 8 MiB.',
   clipNotices: {
-    copied: 'The content copied on the machine is now on this clipboard.',
-    sent: 'The content of this clipboard is now on the machine.',
+    copied: 'The content copied on the machine is now on this computer’s clipboard.',
+    sent: 'The content of this computer’s clipboard is now on the machine’s clipboard.',
     tooLarge: 'The content is too large for the clipboard, which holds up to 8 MiB.',
     unreadable:
       'This browser does not allow reading the clipboard. Click on the picture and press Ctrl+V instead.',
-    nothing: 'This clipboard contains no text and no picture.',
+    nothing: 'This computer’s clipboard contains no text and no picture.',
   },
   copy: 'Copy',
   save: 'Save',

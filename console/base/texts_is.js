@@ -5,7 +5,7 @@ const ms = (/** @type {number | null} */ trip) => (trip === null ? '–' : `${tr
 /** Whether nouns after a count are in the singular: after 1, 21, 31 and so on, but not after 11. */
 const singular = (/** @type {number} */ count) => count % 10 === 1 && count % 100 !== 11;
 
-/** Units in the dative, singular and plural. Many browsers lack the Icelandic forms. */
+/** Units of time in the dative, singular and plural. Many browsers cannot format times in Icelandic. */
 const AGES = {
   minute: ['mínútu', 'mínútum'],
   hour: ['klukkustund', 'klukkustundum'],

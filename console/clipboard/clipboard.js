@@ -16,11 +16,11 @@ const COPIED_PICTURE = 'image.png';
  * @param {object} parts
  * @param {import('../link/session_channel.js').SessionChannel} parts.channel
  * @param {import('../input/remote_input.js').RemoteInput} parts.input
- * @param {HTMLElement} parts.dropTarget files dropped on it are sent to the machine's clipboard
- * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.offerUpload takes files that are
- *   too large
- * @param {() => Promise<boolean>} parts.machineIsIdle resolves when the machine has handled all messages
- *   before
+ * @param {HTMLElement} parts.dropTarget files dropped on this element are sent to the machine's clipboard
+ * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.offerUpload offers to
+ *   upload files that are too large for the clipboard
+ * @param {() => Promise<boolean>} parts.machineIsIdle resolves when the machine has handled all messages that
+ *   were sent before the call
  */
 export function attachClipboard({ channel, input, dropTarget, offerUpload, machineIsIdle }) {
   const notices = new ClipboardNotice(byId('clip-notices'), {
@@ -88,7 +88,7 @@ async function paste(/** @type {ClipboardSync} */ sync, /** @type {DataTransfer}
  * @param {ClipboardSync} sync
  */
 function attachDrop(target, channel, sync) {
-  // A file that is dropped elsewhere on the page would replace the page.
+  // By default the browser opens a file that is dropped elsewhere in place of the page.
   for (const name of ['dragover', 'drop']) addEventListener(name, (event) => event.preventDefault());
   target.addEventListener('dragover', (event) => {
     if (!carriesFiles(event.dataTransfer)) return;

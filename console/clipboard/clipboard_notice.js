@@ -5,7 +5,7 @@ import { saveFile } from '../base/save_file.js';
 import { texts } from '../base/texts.js';
 
 const BRIEF_MS = 4000;
-/** Notices about this computer's clipboard on its way to the machine. */
+/** Outgoing notices: those about sending this computer's clipboard to the machine. */
 const OUTGOING = new Set(['sent', 'filesSent', 'filesTooLarge', 'tooLarge', 'unreadable', 'nothing']);
 /** Notices that disappear by themselves. */
 const BRIEF = new Set(['copied', 'sent', 'filesSent', 'nothing']);
@@ -34,7 +34,10 @@ export class ClipboardNotice {
     this.#formats = formats;
   }
 
-  /** Notices from the machine replace all others; outgoing ones replace each other and stand beside those. */
+  /**
+   * Shows a notice. An outgoing notice replaces only other outgoing notices; any other notice replaces all
+   * notices.
+   */
   show(/** @type {Notice} */ notice) {
     if (!OUTGOING.has(notice.kind)) this.clear();
     const close = make('button', {

@@ -1,5 +1,5 @@
-// Keeps this computer's clipboard and the machine's the same, without sending back what was just received. Of
-// the page it uses only the browser's clipboard.
+// Synchronises this computer's clipboard with the machine's, without sending back what was just received.
+// Uses the browser's clipboard, but no elements of the page.
 import { windowsName } from '../base/paths.js';
 import { MAX_SENT_PAYLOAD } from '../link/envelope.js';
 import { filesPayloadSize, packFiles, packImage, packText, parseClip } from './payload.js';
@@ -21,9 +21,9 @@ export class ClipboardSync {
   #notify;
   #clipboard;
   #crlf;
-  /** What both clipboards hold: a text with LF line ends, or the digest of a picture. */
+  /** The content of both clipboards: a text with LF line ends, or the digest of a picture; '' if unknown. */
   #shared = '';
-  /** @type {{text: string} | {png: Blob} | null} from the machine, not yet in this clipboard */
+  /** @type {{text: string} | {png: Blob} | null} content of the machine that is not yet on this clipboard */
   #waiting = null;
   #received = 0;
 
@@ -46,7 +46,7 @@ export class ClipboardSync {
     return this.#waiting !== null;
   }
 
-  /** Takes a clipboard message of the machine. */
+  /** Handles a clipboard message of the machine. */
   async receive(/** @type {Bytes} */ payload) {
     const clip = parseClip(payload);
     const turn = ++this.#received;
@@ -59,7 +59,7 @@ export class ClipboardSync {
       this.#waiting = { text: this.#crlf ? clip.text : clip.text.replaceAll('\r\n', '\n') };
     } else {
       const png = new Blob([clip.png], { type: PNG });
-      // A picture that the browser cannot decode would be refused at every click.
+      // A picture that the browser cannot decode is dropped, because its clipboard would never accept it.
       if (!(await isReadable(png)) || turn !== this.#received) return;
       this.#waiting = { png };
     }
@@ -88,7 +88,10 @@ export class ClipboardSync {
     this.#notify({ kind: 'copied' });
   }
 
-  /** Browsers encode pictures again when they write them, so the digest is made of what can be read back. */
+  /**
+   * Remembers the digest of the picture on this clipboard. It is computed from the picture that is read back,
+   * because browsers encode a picture again when they write it.
+   */
   async #rememberPicture() {
     try {
       if (!(await mayRead())) return;
@@ -101,7 +104,8 @@ export class ClipboardSync {
 
   /**
    * Sends the content of this computer's clipboard if it is new.
-   * @param {boolean} asked by a click: then the content is sent in any case, and a failure is shown
+   * @param {boolean} asked true after a click: the content is sent even if it is not new, and a failure is
+   *   shown
    */
   async sendLocal(asked) {
     if (!asked && (this.#waiting || !(await mayRead()))) return;
@@ -119,7 +123,7 @@ export class ClipboardSync {
     }
   }
 
-  /** @returns {boolean} whether the text was sent; an unchanged one is not */
+  /** @returns {boolean} whether the text was sent; an empty or unchanged text is not sent */
   sendText(/** @type {string} */ text) {
     const shared = withLf(text);
     if (!shared || shared === this.#shared) return false;
@@ -129,7 +133,9 @@ export class ClipboardSync {
     return true;
   }
 
-  /** @param {Bytes} png @returns {Promise<boolean>} whether the picture was sent; an unchanged one is not */
+  /**
+   * @param {Bytes} png @returns {Promise<boolean>} false when the picture is unchanged or too large to send
+   */
   async sendPicture(png) {
     const shared = await digest(png);
     if (shared === this.#shared || !this.#sendPayload(packImage(png))) return false;
@@ -156,7 +162,7 @@ export class ClipboardSync {
     }
   }
 
-  /** Forgets the machine's clipboard, for another machine. */
+  /** Forgets what was exchanged, before a session with another machine. */
   reset() {
     this.#shared = '';
     this.#waiting = null;
@@ -179,8 +185,8 @@ function withLf(/** @type {string} */ text) {
 }
 
 /**
- * Whether the browser lets a script read the clipboard without a click. Not every browser has such a
- * permission.
+ * Whether the browser lets a script read the clipboard without a click. The answer is false in browsers that
+ * do not have such a permission.
  */
 async function mayRead() {
   try {

@@ -1,15 +1,15 @@
-// Ctrl+V on the picture: sends this computer's clipboard to the machine before the key. The browser's own
-// paste event gives the clipboard's content without a permission; the keys are held back until the machine
-// has it.
+// Handles Ctrl+V on the picture: sends this computer's clipboard to the machine before the keys. The
+// browser's paste event contains the clipboard's content and needs no permission. The keys are held back
+// until the machine has received the content.
 
-/** The wait for a browser that has nothing to paste and fires no event. */
+/** The time to wait for the paste event. A browser that has nothing to paste fires none. */
 const NO_PASTE_MS = 80;
 /** The time that the machine needs to set its clipboard after it has received the content. */
 const SET_CLIPBOARD_MS = 120;
 
 export class PasteKeys {
   #actions;
-  /** @type {KeyboardEvent[] | null} keys that are held back; null while none are */
+  /** @type {KeyboardEvent[] | null} keys that are held back; null while no keys are */
   #held = null;
   /** @type {ReturnType<typeof setTimeout> | undefined} */
   #timer;
@@ -49,7 +49,7 @@ export class PasteKeys {
     event.preventDefault();
     if (!event.clipboardData || !this.#actions.active()) return;
     const held = this.#held;
-    // The keys wait for as long as the connection needs.
+    // From here on, the keys are held back for as long as the connection needs to transfer the content.
     clearTimeout(this.#timer);
     const sent = await this.#actions.paste(event.clipboardData).catch(() => false);
     if (held && held === this.#held) this.#releaseAfter(sent ? SET_CLIPBOARD_MS : 0);
@@ -67,7 +67,8 @@ export class PasteKeys {
   }
 
   /**
-   * Drops held-back keys on loss of focus. All keys are released then, so a key sent later would stay down.
+   * Drops held-back keys on loss of focus. All keys are released on the machine at that moment, so a key sent
+   * later would stay down.
    */
   #drop() {
     clearTimeout(this.#timer);

@@ -59,15 +59,15 @@ export function packFiles(files) {
   return out;
 }
 
-/** The part after the last separator; '' when it is not usable as a name. */
+/** The part of a name after its last path separator; '' when that part is not usable as a name. */
 export function safeFileName(/** @type {string} */ name) {
   const last = name.slice(Math.max(name.lastIndexOf('/'), name.lastIndexOf('\\')) + 1);
   return last === '.' || last === '..' ? '' : last;
 }
 
 /**
- * The bytes of images and files are views of the payload, not copies. From a list that is cut short come the
- * files that are complete.
+ * Parses a payload. The bytes of images and files are views of the payload, not copies. From a list that is
+ * cut short, the complete files are returned.
  * @param {Uint8Array<ArrayBuffer>} payload
  * @returns {Clip | null} null for an empty payload and for an unknown kind
  */

@@ -1,18 +1,19 @@
-// Keeps the bytes of a download until they are saved: on the browser's private disk if it has one, else in
-// memory.
+// Stores the bytes of a download until they are saved: in the browser's origin private file system if there
+// is one, otherwise in memory.
 import { SAVING_MS } from '../base/save_file.js';
 
 const FOLDER = 'downloads';
 const LOCK = 'vantelink-downloads-';
 
 /**
- * `close` returns the whole content. `abort` deletes it, also after `close`, which invalidates the Blob.
+ * The storage for one download. `close` returns the whole content. `abort` deletes the content, also after
+ * `close`; the Blob is then unusable.
  * @typedef {{write: (bytes: Uint8Array<ArrayBuffer>) => Promise<void>, close: () => Promise<Blob>,
  *   abort: () => Promise<void>}} DownloadSink
  */
 
 /**
- * This page's own folder on the private disk, null without one.
+ * This page's own folder in the private file system; null if the browser has no such file system.
  * @type {Promise<FileSystemDirectoryHandle | null> | null}
  */
 let ownFolder = null;
@@ -29,7 +30,7 @@ export async function openSink() {
   }
 }
 
-/** Deletes the content of a saved download as soon as the browser has surely read it. */
+/** Deletes the content of a saved download after the time that the browser needs to read it. */
 export function discard(/** @type {DownloadSink} */ sink) {
   setTimeout(() => sink.abort(), SAVING_MS);
 }
@@ -39,7 +40,7 @@ async function openFolder() {
   const disk = await navigator.storage.getDirectory();
   const all = await disk.getDirectoryHandle(FOLDER, { create: true });
   const own = crypto.randomUUID();
-  // The lock is held for as long as the page lives, so that other pages can recognise abandoned folders.
+  // The lock is held until the page is closed, so that other pages can recognise abandoned folders.
   await new Promise((held) => {
     navigator.locks.request(LOCK + own, () => new Promise(() => held(undefined)));
   });
@@ -78,7 +79,7 @@ async function diskSink(/** @type {FileSystemDirectoryHandle} */ folder) {
 function memorySink() {
   let whole = new Blob();
   return {
-    // Browsers move a growing Blob out of the page's memory.
+    // A Blob is used because browsers move a large Blob out of the page's memory.
     write: async (bytes) => {
       whole = new Blob([whole, bytes]);
     },

@@ -13,7 +13,10 @@ const SEARCH_MS = 800;
 /** @typedef {import('./listing.js').Entry} Entry */
 /** @typedef {{shiftKey?: boolean, ctrlKey?: boolean, metaKey?: boolean}} Modifiers */
 
-/** Events: 'open' (detail: entry; by double click or Enter), 'up' (Backspace), 'select'. */
+/**
+ * Events: 'open' after a double click or Enter (detail: the entry), 'up' after Backspace, 'select' when the
+ * selection may have changed.
+ */
 export class FileList extends EventTarget {
   #place;
   #formats;
@@ -28,7 +31,8 @@ export class FileList extends EventTarget {
   #searchText = '';
   #searchedAt = 0;
   /**
-   * Rows in view; kept while in view, because a double click needs its row to stay.
+   * The rows in view. A row keeps its element while it is in view, because both clicks of a double click have
+   * to hit the same element.
    * @type {Map<Entry, HTMLElement>}
    */
   #rows = new Map();
@@ -50,7 +54,7 @@ export class FileList extends EventTarget {
     new ResizeObserver(() => this.#draw()).observe(place);
   }
 
-  /** Shows another folder from its top, with nothing selected. */
+  /** Shows the entries of another folder from the top, with nothing selected. */
   show(/** @type {Entry[]} */ entries) {
     this.#selected.clear();
     this.#replace(entries, 0);
@@ -69,7 +73,7 @@ export class FileList extends EventTarget {
     emit(this, 'select');
   }
 
-  /** Focuses and selects the entry of that name. */
+  /** Focuses and selects the entry with this name. */
   select(/** @type {string} */ name) {
     const at = this.#entries.findIndex((entry) => entry.name === name);
     if (at >= 0) this.#go(at, {});
@@ -140,7 +144,7 @@ export class FileList extends EventTarget {
     );
   }
 
-  /** The index of the row that an event hit; -1 for none. */
+  /** The index of the row that an event hit; -1 when the event hit no row. */
   #indexAt(/** @type {EventTarget | null} */ target) {
     const row = target instanceof Element ? target.closest('.file') : null;
     return row instanceof HTMLElement ? Number(row.dataset.index) : -1;
@@ -158,7 +162,7 @@ export class FileList extends EventTarget {
   }
 
   /**
-   * Moves the focus, and selects as the modifiers say.
+   * Moves the focus to a row, and changes the selection according to the modifier keys.
    * @param {number} index
    * @param {Modifiers} modifiers
    * @param {boolean} [toggle] whether Ctrl changes the selection of the row
@@ -205,7 +209,7 @@ export class FileList extends EventTarget {
     event.preventDefault();
   }
 
-  /** The rows by which a key moves the focus; undefined for keys that do not move it. */
+  /** The number of rows by which a key moves the focus; undefined for keys that do not move it. */
   #stepOf(/** @type {string} */ key) {
     const page = Math.max(1, Math.floor(this.#place.clientHeight / ROW_PIXELS) - 1);
     const steps = new Map([

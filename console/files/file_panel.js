@@ -55,12 +55,12 @@ export class FilePanel {
     this.#attachDrop();
   }
 
-  /** A session has begun: an open panel shows the folder that it showed before. */
+  /** Handles the start of a session: an open panel requests the folder again that it showed before. */
   start() {
     if (this.#panel.isOpen()) this.#go(this.#wanted);
   }
 
-  /** Closes the panel and forgets the folder, for another machine. */
+  /** Closes the panel and forgets the folder, before a session with another machine. */
   reset() {
     this.#listing = null;
     this.#wanted = '';
@@ -182,7 +182,7 @@ export class FilePanel {
   }
 
   /**
-   * @param {boolean} again the same folder, in which selection and focus are kept
+   * @param {boolean} again true for the folder that is already shown; selection and focus are then kept
    * @param {string} [from] the name of the entry to select
    */
   #draw(again, from = '') {

@@ -14,18 +14,18 @@ import { TransferQueue } from './transfer_queue.js';
 import { TransferRows } from './transfer_rows.js';
 import { Uploads } from './uploads.js';
 
-/** The number of names in the question whether to overwrite. */
+/** The largest number of names that the question whether to overwrite lists. */
 const NAMES_SHOWN = 8;
 
 /**
  * @param {object} parts
  * @param {import('../link/session_channel.js').SessionChannel} parts.channel
- * @param {EventTarget & {sendControl: (message: object) => boolean}} parts.relay its control messages, both
- *   ways
+ * @param {EventTarget & {sendControl: (message: object) => boolean}} parts.relay sends control
+ *   messages to the relay and emits the relay's own as 'control' events
  * @param {import('./file_panel.js').AddPanel} parts.addPanel
  * @returns {{offer: FilePanel['offer'], machineIsIdle: () => Promise<boolean>}} offer: lets the
  *   representative choose a folder for the files; machineIsIdle: resolves when the machine has handled all
- *   messages before
+ *   messages that were sent before the call
  */
 export function attachFiles({ channel, relay, addPanel }) {
   const formats = new Formats(navigator.language);
@@ -63,8 +63,8 @@ export function attachFiles({ channel, relay, addPanel }) {
     queue.receiveControl(message),
   );
   followSessions(channel, panel, [folders, queue]);
-  // The machine answers in order, so the listing of its drives comes after everything that was sent before
-  // the request.
+  // The machine handles messages in order, so it sends this listing of its drives after it has handled all
+  // messages that were sent before the request.
   return { offer: (files) => panel.offer(files), machineIsIdle: async () => !!(await folders.list('')) };
 }
 

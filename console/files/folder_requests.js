@@ -1,4 +1,5 @@
-// Requests for listings of the machine's folders. The machine answers them in their order.
+// Requests for listings of the machine's folders. The machine answers them in the order in which they were
+// sent.
 import { parseListing } from './listing.js';
 
 /** @typedef {import('./listing.js').Listing} Listing */
@@ -14,7 +15,7 @@ export class FolderRequests {
   }
 
   /**
-   * Lists a folder. One that does not exist or that the agent cannot read looks like an empty one.
+   * Lists a folder. A folder that does not exist or that the agent cannot read appears empty.
    * @param {string} path '' for the drives
    * @returns {Promise<Listing>} rejected when the session ends first
    */
@@ -25,7 +26,7 @@ export class FolderRequests {
     });
   }
 
-  /** Takes an answer of the machine. */
+  /** Handles a listing from the machine. */
   receive(/** @type {Uint8Array} */ payload) {
     const listing = parseListing(payload);
     const at = this.#open.findIndex(({ path }) => path === listing?.path);

@@ -2,20 +2,20 @@
 import { knownTime } from '../base/formats.js';
 
 /**
- * mtime: seconds since 1970.
+ * A file or folder in a listing. mtime: the time of the last change, in seconds since 1970.
  * @typedef {{name: string, path: string, dir: boolean, size: number, mtime: number}} Entry
  */
 /** @typedef {{path: string, parent: string, entries: Entry[]}} Listing */
 /** @typedef {'name' | 'size' | 'mtime'} SortKey */
 
-// biome-ignore lint/suspicious/noControlCharactersInRegex: the machine writes them into JSON as they are.
+// biome-ignore lint/suspicious/noControlCharactersInRegex: the machine does not escape them in JSON.
 const CONTROL_CHARACTERS = /[\u0000-\u001f]/g;
 
 const utf8Reader = new TextDecoder();
 
 /**
  * @param {Uint8Array} payload
- * @returns {Listing | null} null when it is not a listing; entries without a name or path are left out
+ * @returns {Listing | null} null for other payloads; entries without a name or path are left out
  */
 export function parseListing(payload) {
   const value = parseJson(utf8Reader.decode(payload));
@@ -27,7 +27,7 @@ export function parseListing(payload) {
   };
 }
 
-/** @returns {Entry[]} the entry, or nothing */
+/** @returns {Entry[]} the entry in a list; an empty list when the value is not an entry */
 function parseEntry(/** @type {unknown} */ value) {
   if (!isRecord(value)) return [];
   const { name, path, dir, size, mtime } = value;
@@ -35,7 +35,10 @@ function parseEntry(/** @type {unknown} */ value) {
   return [{ name, path, dir: dir === true, size: count(size), mtime: count(mtime) }];
 }
 
-/** The JSON value; null when there is none. Control characters, which strict readers refuse, are replaced. */
+/**
+ * Parses JSON; returns null when the text is not JSON. Control characters, which JSON.parse refuses, are
+ * replaced.
+ */
 function parseJson(/** @type {string} */ text) {
   for (const candidate of [text, text.replace(CONTROL_CHARACTERS, '\ufffd')]) {
     try {

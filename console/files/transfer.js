@@ -2,17 +2,17 @@
 import { RateMeter } from '../base/rate_meter.js';
 
 /**
- * 'waiting' in the queue, 'running', 'checking' whether all of it arrived, and at the end 'done', 'failed' or
- * 'cancelled'.
+ * 'waiting' in the queue, 'running', 'checking' whether the whole file arrived, and at the end 'done',
+ * 'failed' or 'cancelled'.
  * @typedef {'waiting' | 'running' | 'checking' | 'done' | 'failed' | 'cancelled'} TransferState
  */
 
 export class Transfer {
   /** @type {TransferState} */
   state = 'waiting';
-  /** Bytes so far. */
+  /** The number of bytes transferred so far. */
   done = 0;
-  /** A key of texts.transferRemarks, or a sentence of the relay. */
+  /** A key of texts.transferRemarks, or a message of the relay. */
   remark = '';
   /** @type {Blob | null} the content of a download that is done */
   blob = null;
@@ -54,7 +54,7 @@ export class Transfer {
     this.#meter.add(bytes);
   }
 
-  /** Sets the result; only the first call counts. */
+  /** Ends the transfer with this result; later calls change nothing. */
   end(/** @type {'done' | 'failed' | 'cancelled'} */ state, remark = '') {
     if (!this.active) return;
     this.state = state;

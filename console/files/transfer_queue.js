@@ -1,5 +1,6 @@
-// The queue of file transfers: runs a few at a time over the session's messages. Knows nothing of the page.
-// The machine does not confirm uploads, so whoever queues one lists the folder afterwards.
+// The queue of file transfers: runs up to MAX_RUNNING transfers at a time over the session's messages, and
+// uses no elements of the page. The machine does not confirm uploads, so the code that adds an upload has to
+// list the folder afterwards and call finish().
 import { emit } from '../base/custom_events.js';
 import { readJson } from '../link/envelope.js';
 import { Msg } from '../link/messages.js';
@@ -7,14 +8,14 @@ import { UploadWindow } from './upload_window.js';
 
 /** @typedef {import('./transfer.js').Transfer} Transfer */
 /** @typedef {import('./download_sink.js').DownloadSink} DownloadSink */
-/** @typedef {{sink: DownloadSink, nextChunk: number, written: Promise<void>}} Incoming a download's bytes */
+/** @typedef {{sink: DownloadSink, nextChunk: number, written: Promise<void>}} Incoming a running download */
 
 const CHUNK_BYTES = 256 * 1024;
 const CHUNK_HEADER_BYTES = 8;
 const MAX_RUNNING = 3;
 
 /**
- * @typedef {object} Sender what the queue sends through
+ * @typedef {object} Sender the functions of the session and the link that the queue uses
  * @property {(type: number, value: object) => void} sendJson
  * @property {(type: number, payload: Uint8Array) => void} send
  * @property {(message: object) => boolean} sendControl to the relay; false when the link is down
@@ -36,9 +37,9 @@ export class TransferQueue extends EventTarget {
    * @type {Map<number, {resolve: (id: number) => void, reject: (why: Error) => void}>}
    */
   #idRequests = new Map();
-  /** @type {Map<number, Transfer>} transfers that the machine knows, by id */
+  /** @type {Map<number, Transfer>} transfers that are open on the machine, by id */
   #open = new Map();
-  /** @type {Map<number, Incoming>} by the id of the transfer */
+  /** @type {Map<number, Incoming>} running downloads, by the id of the transfer */
   #incoming = new Map();
 
   /** @param {Sender} sender @param {() => Promise<DownloadSink>} openSink */
@@ -55,14 +56,14 @@ export class TransferQueue extends EventTarget {
   }
 
   /**
-   * Cancels a transfer. Uploaded bytes stay on the machine; bytes that the machine still sends are dropped.
+   * Cancels a transfer. Uploaded bytes stay on the machine; downloaded bytes that still arrive are dropped.
    */
   cancel(/** @type {Transfer} */ transfer) {
     const begun = transfer.state !== 'waiting';
     this.finish(transfer, 'cancelled', begun ? `${transfer.kind}Cancelled` : '');
   }
 
-  /** Takes a control message of the relay. */
+  /** Handles a control message of the relay. */
   receiveControl(/** @type {import('../link/link.js').ControlMessage} */ message) {
     const { type, id, request, transfer: transferId } = message;
     if (type === 'pong') this.#window.pong(id);
@@ -83,12 +84,12 @@ export class TransferQueue extends EventTarget {
     for (const { reject } of this.#idRequests.values()) reject(new Error('sessionOver'));
     this.#idRequests.clear();
     for (const transfer of [...this.#running, ...this.#waiting]) {
-      // All of a transfer that is being checked has been sent.
+      // A transfer that is being checked was sent completely; its check determines the result.
       if (transfer.state !== 'checking') this.finish(transfer, 'failed', 'sessionOver');
     }
   }
 
-  /** Takes a chunk of a download. */
+  /** Handles a chunk of a download. */
   receiveChunk(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
     if (payload.length < CHUNK_HEADER_BYTES) return;
     const view = new DataView(payload.buffer, payload.byteOffset);
@@ -107,7 +108,7 @@ export class TransferQueue extends EventTarget {
     this.#changed(transfer);
   }
 
-  /** Takes the machine's end of a download. */
+  /** Handles the machine's message that ends a download. */
   async receiveEnd(/** @type {Uint8Array} */ payload) {
     const { transfer_id: transferId, ok, error } = readJson(payload) ?? {};
     const id = numberOf(transferId);
@@ -135,7 +136,7 @@ export class TransferQueue extends EventTarget {
     }
   }
 
-  /** Ends a transfer, on the machine too where it is still open there; a second end changes nothing. */
+  /** Ends a transfer, also on the machine if it is still open there. A second call changes nothing. */
   finish(
     /** @type {Transfer} */ transfer,
     /** @type {'done' | 'failed' | 'cancelled'} */ state,
@@ -148,7 +149,10 @@ export class TransferQueue extends EventTarget {
     this.#changed(transfer);
   }
 
-  /** Ends a transfer early: at this message the machine closes an upload, and the relay drops a download. */
+  /**
+   * Ends a transfer early by an end message. After this message the machine closes an upload, and the relay
+   * drops the rest of a download.
+   */
   #release(/** @type {number} */ id) {
     this.#open.delete(id);
     this.#incoming.get(id)?.sink.abort();
@@ -186,7 +190,7 @@ export class TransferQueue extends EventTarget {
     else await this.#download(transfer, id);
   }
 
-  /** The relay assigns each transfer an id. @returns {Promise<number>} */
+  /** Requests an id for a transfer from the relay. @returns {Promise<number>} */
   #requestId() {
     const request = ++this.#requests;
     return new Promise((resolve, reject) => {

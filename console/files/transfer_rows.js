@@ -45,7 +45,7 @@ export class TransferRows {
     clear.addEventListener('click', () => this.#removeEnded());
   }
 
-  /** Draws at intervals, however many transfers change. */
+  /** Marks the transfer's row for a drawing after DRAW_INTERVAL_MS, which is shared by all changed rows. */
   #changed(/** @type {Transfer} */ transfer) {
     this.#stale.add(transfer);
     this.#drawTimer ??= setTimeout(() => this.#draw(), DRAW_INTERVAL_MS);
@@ -125,7 +125,7 @@ export class TransferRows {
 
 /**
  * @param {string} text
- * @param {string} name of the file, for the accessible name
+ * @param {string} name the name of the file, for the button's accessible name
  * @param {string} className
  * @param {() => void} onclick
  */

@@ -1,40 +1,40 @@
 // Limits the bytes of uploads that are on their way to the machine. The relay answers a ping after it has
 // passed on everything that was sent before the ping, so the delay of each answer shows how full the
-// connection is. A window that is too large delays keys and clicks and in the end breaks the link; one that
-// is too small leaves the connection unused.
+// connection is. A window that is too large delays keys and clicks and can even break the link; a window that
+// is too small leaves a part of the connection's capacity unused.
 
 const SMALLEST = 256 * 1024;
 const LARGEST = 4 * 1024 * 1024;
 const INITIAL = 1024 * 1024;
-/** A faster answer widens the window, a slower one than SLOW_MS halves it. */
+/** An answer within FAST_MS widens the window; an answer after more than SLOW_MS halves it. */
 const FAST_MS = 250;
 const SLOW_MS = 1000;
 
 export class UploadWindow {
   #now;
   #limit = INITIAL;
-  /** Bytes on their way. */
+  /** The number of bytes that are on their way. */
   #open = 0;
   #pings = 0;
   /**
-   * By the id of the ping after them.
+   * Bytes sent and not yet confirmed, by the id of the ping that was sent after them.
    * @type {Map<number, {bytes: number, at: number, onArrived: () => void}>}
    */
   #sent = new Map();
   /** @type {(() => void)[]} */
   #waiting = [];
 
-  /** @param {() => number} [now] milliseconds */
+  /** @param {() => number} [now] the clock, in milliseconds */
   constructor(now = () => performance.now()) {
     this.#now = now;
   }
 
-  /** The bytes that may be on their way at once. */
+  /** The number of bytes that may be on their way at once. */
   get limit() {
     return this.#limit;
   }
 
-  /** Resolves when more may be sent. */
+  /** Resolves when more bytes may be sent. */
   async waitForRoom() {
     while (this.#open >= this.#limit) {
       await new Promise((resolve) => {
@@ -50,14 +50,14 @@ export class UploadWindow {
    * @returns {number} the id of the ping to send after them
    */
   sent(bytes, onArrived) {
-    // Negative, and so never the id of one of the link's own pings.
+    // The id is negative because the link's own pings have positive ids.
     const id = -++this.#pings;
     this.#open += bytes;
     this.#sent.set(id, { bytes, at: this.#now(), onArrived });
     return id;
   }
 
-  /** Takes the answer to a ping; one of another sender's pings is ignored. */
+  /** Handles the answer to a ping; the answer to a ping of another sender is ignored. */
   pong(/** @type {unknown} */ id) {
     const part = typeof id === 'number' ? this.#sent.get(id) : undefined;
     if (typeof id !== 'number' || !part) return;
@@ -70,7 +70,7 @@ export class UploadWindow {
     this.#wake();
   }
 
-  /** Forgets everything that is on its way, after the end of a session. */
+  /** Forgets all bytes that are on their way, after the end of a session. */
   reset() {
     this.#sent.clear();
     this.#open = 0;

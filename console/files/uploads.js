@@ -1,17 +1,17 @@
-// Uploads from the choice of files to the check that they arrived. The machine overwrites files without a
-// question and confirms nothing, so its folders are listed before and after, and the representative is asked
-// before a file is replaced.
+// Runs uploads, from the choice of the files to the check that they arrived. The machine overwrites files
+// without asking and does not confirm uploads. Its folders are therefore listed before and after an upload,
+// and the representative is asked before a file is replaced.
 import { join, windowsName } from '../base/paths.js';
 import { Transfer } from './transfer.js';
 
-/** @typedef {{file: File, path?: string}} LocalFile path: the folders above the file, '' or 'sub/' */
+/** @typedef {{file: File, path?: string}} LocalFile path: the folders that contain the file, '' or 'sub/' */
 /**
  * A local file and its destination on the machine.
  * @typedef {{file: File, folder: string, name: string}} Planned
  */
 /** @typedef {'overwrite' | 'skip' | 'cancel'} Answer */
 
-/** The form in which Windows compares names. */
+/** A form of the name for comparisons, because Windows compares names without regard to case. */
 const folded = (/** @type {string} */ name) => name.toLowerCase();
 
 export class Uploads {
@@ -22,7 +22,7 @@ export class Uploads {
   /**
    * @param {import('./transfer_queue.js').TransferQueue} queue
    * @param {import('./folder_requests.js').FolderRequests} folders
-   * @param {(names: string[]) => Promise<Answer>} ask what to do with files that exist already
+   * @param {(names: string[]) => Promise<Answer>} ask asks what to do with files that exist already
    */
   constructor(queue, folders, ask) {
     this.#queue = queue;
@@ -31,12 +31,12 @@ export class Uploads {
   }
 
   /**
-   * Uploads files into a folder of the machine. Resolves when all of them have ended.
+   * Uploads files into a folder of the machine. Resolves when all the uploads have ended.
    * @param {LocalFile[]} files
    * @param {string} folder
    */
   async upload(files, folder) {
-    /** @type {Map<string, Planned[]>} by folder */
+    /** @type {Map<string, Planned[]>} the files by their destination folder */
     const groups = new Map();
     for (const { file, path = '' } of files) {
       const target = path
@@ -54,7 +54,7 @@ export class Uploads {
   }
 
   /**
-   * The files that remain after the question whether to overwrite.
+   * Asks whether to overwrite existing files, and returns the files that are to be uploaded.
    * @param {Planned[][]} groups
    */
   async #resolveConflicts(groups) {
@@ -70,7 +70,8 @@ export class Uploads {
   }
 
   /**
-   * The files whose name exists already at their destination; true for a folder of that name.
+   * Finds the files whose name exists already at their destination. The value is true when the name belongs
+   * to a folder.
    * @param {Planned[][]} groups
    * @returns {Promise<Map<Planned, boolean>>}
    */
@@ -82,14 +83,14 @@ export class Uploads {
       for (const planned of group) {
         const isFolder = names.get(folded(planned.name));
         if (isFolder !== undefined) existing.set(planned, isFolder);
-        // The second file of one name would overwrite the first.
+        // A second file of the same name would overwrite the first.
         names.set(folded(planned.name), isFolder ?? false);
       }
     }
     return existing;
   }
 
-  /** Shows a row that says why nothing was sent. */
+  /** Shows a row of a failed transfer with the reason why the file was not sent. */
   #reject(/** @type {Planned} */ planned, /** @type {string} */ remark) {
     this.#queue.finish(transferOf(planned), 'failed', remark);
   }

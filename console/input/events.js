@@ -1,5 +1,5 @@
-// Input events as bytes: a count byte, then the events back to back, their numbers little-endian. One payload
-// is one batch, which the machine injects without interruption.
+// Encodes input events as bytes. A payload is one batch: a byte with the number of events, then the events
+// without gaps, with little-endian numbers. The machine injects a batch without interruption.
 
 export const MAX_EVENTS = 255;
 export const POINTER_MAX = 32767;
@@ -13,17 +13,17 @@ const int16 = (/** @type {number} */ n) => [n & 0xff, (n >> 8) & 0xff];
 
 /** @typedef {number[]} InputEvent the bytes of one event */
 
-/** @returns {InputEvent} x and y in 0..POINTER_MAX across the picture */
+/** @returns {InputEvent} a move; x and y are in 0..POINTER_MAX from edge to edge of the picture */
 export const move = (/** @type {number} */ x, /** @type {number} */ y) => [1, ...int16(x), ...int16(y)];
 
-/** @returns {InputEvent} acts at the pointer's position, so a move has to come first */
+/** @returns {InputEvent} a press or release at the pointer's position, so a move has to be sent first */
 export const button = (/** @type {number} */ which, /** @type {boolean} */ pressed) => [
   2,
   which,
   pressed ? 1 : 0,
 ];
 
-/** @returns {InputEvent} delta in 120ths of a notch, positive away from the user */
+/** @returns {InputEvent} a turn of the wheel; delta is in 120ths of a notch, positive away from the user */
 export const wheel = (/** @type {number} */ delta) => [3, ...int16(delta)];
 
 /**
@@ -40,7 +40,8 @@ export const key = ({ vk, scan, extended }, down) => [
 ];
 
 /**
- * Down and up for each UTF-16 unit; a character outside the basic plane is sent as its two surrogates.
+ * Key events that type a text: down and up for each UTF-16 unit. A character outside the basic multilingual
+ * plane is sent as its two surrogates.
  * @param {string} text
  * @returns {InputEvent[]}
  */

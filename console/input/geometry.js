@@ -1,4 +1,4 @@
-// Sizes and positions between the page and the machine's picture.
+// Converts sizes and positions between the page and the machine's picture.
 import { POINTER_MAX, WHEEL_NOTCH } from './events.js';
 
 const PIXELS_PER_NOTCH = 100;
@@ -21,17 +21,17 @@ export function fit(picture, space) {
 }
 
 /**
- * Converts a point of the page to 0..POINTER_MAX, which the machine spreads over its first to last pixel.
- * Points outside the picture are moved to its edge.
+ * Converts a point of the page to the range 0..POINTER_MAX, which the machine maps to its first to last
+ * pixel. A point outside the picture is moved to the picture's edge.
  *
- * The machine truncates twice when it converts back, and Windows spreads 0..65535 over one pixel more than
- * the agent does, so a position drifts by up to a pixel towards the far edge of the whole desktop. Aiming a
- * quarter of a pixel inwards at the near edge and not at all at the far one hits the intended pixel on every
- * monitor of the desktop.
+ * The machine truncates twice when it converts the position back, and Windows maps 0..65535 to one pixel more
+ * than the agent does, so the result could be up to a pixel away from the intended pixel. The function
+ * therefore adds a quarter of a pixel at the left or top edge of the picture, decreasing to nothing at the
+ * opposite edge. This hits the intended pixel on every monitor of the desktop.
  * @param {{x: number, y: number}} point
  * @param {{left: number, top: number, width: number, height: number}} rect where the picture is drawn on the
  *   page
- * @param {Size} picture in the machine's pixels
+ * @param {Size} picture the picture's size in the machine's pixels
  */
 export function toWire(point, rect, picture) {
   const axis = (/** @type {number} */ offset, /** @type {number} */ drawn, /** @type {number} */ pixels) => {
@@ -47,15 +47,15 @@ export function toWire(point, rect, picture) {
 }
 
 /**
- * Converts wheel movement from pixels, lines or pages to 120 a notch, and keeps the fraction for the next
- * call.
+ * Converts wheel movement from pixels, lines or pages to units of 120 for each notch, and keeps the fraction
+ * for the next call.
  */
 export class WheelMeter {
   #rest = 0;
 
   /**
-   * @param {{deltaY: number, deltaMode: number}} event positive towards the user
-   * @returns {number} what to send now, positive away from the user; 0 for nothing yet
+   * @param {{deltaY: number, deltaMode: number}} event its deltaY is positive towards the user
+   * @returns {number} the movement to send now, positive away from the user; 0 when there is nothing to send
    */
   take({ deltaY, deltaMode }) {
     if (!Number.isFinite(deltaY)) return 0;

@@ -1,6 +1,6 @@
 // Turns the representative's key events into characters or keys for the machine, and keeps track of the keys
-// that are down there. Takes plain objects with the fields of KeyboardEvent, so that it also runs without a
-// browser.
+// that are down on the machine. Accepts plain objects with the fields of KeyboardEvent, so that this module
+// also runs without a browser.
 import * as input from './events.js';
 import { keyAt, keyNamed, shortcutKey } from './keymap.js';
 
@@ -36,7 +36,7 @@ export class Keyboard {
    * @type {unknown}
    */
   #heldBackCtrl = null;
-  /** The left Ctrl that is down belongs to AltGr. */
+  /** Whether the left Ctrl that is down belongs to AltGr. */
   #ctrlOfAltGr = false;
   #altGraph = false;
 
@@ -109,7 +109,7 @@ export class Keyboard {
   /**
    * Releases keys that are down on the machine, which would otherwise stay down: on loss of focus, when input
    * is disabled, and before a session ends.
-   * @param {(code: string) => boolean} [which] all of them by default
+   * @param {(code: string) => boolean} [which] selects the keys; all keys by default
    */
   releaseAll(which = () => true) {
     this.#dropHeldBackCtrl();
@@ -132,7 +132,7 @@ export class Keyboard {
     this.#send([input.key(win, false)]);
   }
 
-  /** A repeated Ctrl is ignored: AltGr's comes only once, and the machine has the key down already. */
+  /** Holds back a left Ctrl. Repeated events of a Ctrl that is already down or held back are ignored. */
   #holdBackCtrl() {
     if (this.#held.has('ControlLeft') || this.#heldBackCtrl !== null || this.#ctrlOfAltGr) return true;
     this.#heldBackCtrl = this.#timers.setTimeout(() => this.#sendHeldBackCtrl(), ALTGR_WINDOW_MS);
@@ -165,7 +165,7 @@ export class Keyboard {
   }
 
   #isText(/** @type {KeyEvent} */ event) {
-    // The space bar presses buttons and ticks boxes only when it is sent as a key.
+    // On the machine, the space bar presses buttons and ticks boxes only when it is sent as a key.
     if ([...event.key].length !== 1 || event.key === ' ') return false;
     return !this.#hasModifier(event);
   }

@@ -1,4 +1,4 @@
-// Maps key positions, in the names of `KeyboardEvent.code`, to Windows virtual keys, set-1 scan codes and the
+// Maps key positions, named as in `KeyboardEvent.code`, to Windows virtual keys, set-1 scan codes and the
 // extended flag.
 
 /** @typedef {{vk: number, scan: number, extended: boolean}} WinKey */
@@ -77,8 +77,8 @@ const extended = {
   BrowserFavorites: [0xab, 0x66],
 };
 
-// Virtual key with Num Lock on, scan code, virtual key with Num Lock off. With it off the keys are cursor
-// keys, without the extended flag.
+// For each key: the virtual key with Num Lock on, the scan code, and the virtual key with Num Lock off. With
+// Num Lock off the keys are cursor keys without the extended flag.
 const keypad = {
   Numpad7: [0x67, 0x47, 0x24],
   Numpad8: [0x68, 0x48, 0x26],
@@ -99,7 +99,7 @@ for (const [code, [vk, scan]] of Object.entries(plain)) positions.set(code, { vk
 for (const [code, [vk, scan]] of Object.entries(extended)) positions.set(code, { vk, scan, extended: true });
 for (const [code, [vk, scan]] of Object.entries(keypad)) positions.set(code, { vk, scan, extended: false });
 
-/** The scan codes of a row of letters follow one another. */
+/** Adds a row of letter keys, whose scan codes are consecutive. */
 function addRow(/** @type {string} */ letters, /** @type {number} */ firstScan) {
   for (const [i, letter] of [...letters].entries()) {
     positions.set(`Key${letter}`, { vk: letter.charCodeAt(0), scan: firstScan + i, extended: false });
@@ -142,8 +142,8 @@ export function keyAt({ code, key }) {
 }
 
 /**
- * The Windows key of a shortcut: the letter or digit on the user's own layout, so that Ctrl+Z is Z on every
- * layout; for other keys the position.
+ * The Windows key of a shortcut. A letter or digit is the one of the user's keyboard layout, so that Ctrl+Z
+ * stays Ctrl+Z on every layout. Any other key is found by its position.
  * @param {{code: string, key: string}} event
  * @returns {WinKey | null}
  */
@@ -153,7 +153,7 @@ export function shortcutKey({ code, key }) {
   return keyAt({ code, key });
 }
 
-/** The Windows key at a position of the table; throws for any other. */
+/** The Windows key at a position; throws for a position that is not in the table. */
 export function keyNamed(/** @type {string} */ code) {
   const found = positions.get(code);
   if (!found) throw new Error(`no such key position: ${code}`);

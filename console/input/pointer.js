@@ -1,9 +1,11 @@
-// Mouse, pen and touch input on the picture. The pointer is captured while a button is held, so that a drag
-// that leaves the picture still ends.
+// Mouse, pen and touch input on the picture. The pointer is captured while a button is held, so that the
+// end of a drag outside the picture is received too.
 import * as input from './events.js';
 import { toWire, WheelMeter } from './geometry.js';
 
-/** The machine's buttons by the browser's number of a button, with the browser's bit for each. */
+/**
+ * The machine's buttons, and the bits of `event.buttons`, both indexed by the browser's number of a button.
+ */
 const BUTTONS = [input.Button.left, input.Button.middle, input.Button.right];
 const BUTTON_BITS = [1, 4, 2];
 
@@ -34,7 +36,7 @@ export function attachPointer(canvas, sender, onPress) {
 
   canvas.addEventListener('pointermove', (event) => {
     sender.move(locate(event));
-    // A second button that changes while another is held is reported as a move.
+    // Browsers report as a move that a button changes while another is held.
     if (event.button >= 0) set(BUTTONS[event.button], (event.buttons & BUTTON_BITS[event.button]) !== 0);
   });
   canvas.addEventListener('pointerdown', (event) => {
@@ -44,7 +46,7 @@ export function attachPointer(canvas, sender, onPress) {
     try {
       canvas.setPointerCapture(event.pointerId);
     } catch {
-      // The pointer is already gone; its end is reported without capture.
+      // The pointer no longer exists; its end is reported without capture.
     }
     set(BUTTONS[event.button], true);
   });

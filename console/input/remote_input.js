@@ -1,10 +1,10 @@
-// The representative's pointer and keyboard on the machine, while a session allows input.
+// Sends the representative's pointer and keyboard input to the machine while a session allows input.
 import { Keyboard } from './keyboard.js';
 import { attachPointer } from './pointer.js';
 import { InputSender } from './sender.js';
 import { typeText } from './typing.js';
 
-/** Combinations that a browser or its system keeps for itself. */
+/** Key combinations that a browser or its operating system handles instead of passing them to the page. */
 const COMBINATIONS = new Map([
   ['alt-tab', ['AltLeft', 'Tab']],
   ['alt-f4', ['AltLeft', 'F4']],

@@ -1,8 +1,8 @@
-// Sends input events: merges pointer moves to one an animation frame, and sends other events after the move
-// that came before them. Sends nothing while disabled.
+// Sends input events: merges pointer moves to one for each animation frame, and sends other events after the
+// move that preceded them. Sends nothing while disabled.
 import * as input from './events.js';
 
-/** With more than this waiting for the network, moves are merged over several frames. */
+/** While more bytes than this wait for the network, moves are merged over several frames. */
 const BUSY_BYTES = 64 * 1024;
 
 /** @typedef {{x: number, y: number}} Position in 0..POINTER_MAX */

@@ -12,7 +12,8 @@ const press = (/** @type {string} */ code) => [
 ];
 
 /**
- * Line ends become Enter, tabs become Tab; other control characters are left out.
+ * Splits a text into batches of key events. Line ends become Enter, tabs become Tab; other control characters
+ * are left out.
  * @param {string} text
  * @returns {input.InputEvent[][]} one list for each batch, of at most input.MAX_EVENTS events
  */
@@ -35,7 +36,7 @@ export function typingBatches(text, charactersPerBatch = CHARACTERS_PER_BATCH) {
  * @param {string} text
  * @param {{send: (events: input.InputEvent[]) => void, pause: (ms: number) => Promise<unknown>,
  *   signal: AbortSignal}} outlets
- * @returns {Promise<boolean>} false when it was aborted
+ * @returns {Promise<boolean>} false when the typing was aborted
  */
 export async function typeText(text, { send, pause, signal }) {
   const list = typingBatches(text);

@@ -1,4 +1,4 @@
-// Requests to the relay's JSON interface. Each rejects with an ApiError.
+// Requests to the relay's HTTP interface, in JSON. A request that fails rejects with an ApiError.
 
 export class ApiError extends Error {
   /** @param {number} status the HTTP status; 0 when the relay was not reached @param {string} message */

@@ -31,17 +31,18 @@ export function encodeEnvelope(type, session, payload = new Uint8Array(0), flags
 /**
  * @param {number} type one of Msg
  * @param {number} session u32
- * @param {object} value of numbers and strings only: the agent's integer reader accepts no booleans
+ * @param {object} value an object of numbers and strings only, because the agent does not read booleans
  */
 export function encodeJson(type, session, value) {
   return encodeEnvelope(type, session, utf8.encode(JSON.stringify(value)), FLAG_JSON);
 }
 
 /**
- * The payload is a view of the given bytes, not a copy. Bytes after the declared payload are ignored.
+ * Reads an envelope. The payload is a view of the given bytes, not a copy. Bytes after the declared payload
+ * are ignored.
  * @param {ArrayBuffer} buffer
  * @returns {{type: number, flags: number, session: number, payload: Uint8Array<ArrayBuffer>} | null} null
- *   when the bytes are cut short
+ *   when the header or the payload is incomplete
  */
 export function decodeEnvelope(buffer) {
   if (buffer.byteLength < HEADER_BYTES) return null;

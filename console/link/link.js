@@ -1,6 +1,6 @@
 // The WebSocket from the browser to the relay: control messages as JSON text, envelopes as binary. A broken
-// link connects again by itself after growing, jittered pauses. Pings measure the round trip and detect a
-// dead relay.
+// link reconnects after pauses that grow and vary randomly. Pings measure the round trip and detect a relay
+// that no longer answers.
 import { emit } from '../base/custom_events.js';
 
 const SUBPROTOCOL = 'vantelink.console.v1';
@@ -8,13 +8,13 @@ const PING_INTERVAL_MS = 2000;
 /** The relay counts as dead when a ping is unanswered and nothing has arrived for this long. */
 const DEAD_AFTER_MS = 15000;
 /**
- * The same after an upload: longer than the relay lets a machine go without reading before it ends the
- * session.
+ * The same limit after an upload. It is longer than the time after which the relay ends a session because the
+ * machine does not read.
  */
 const DEAD_AFTER_UPLOAD_MS = 60000;
-/** More bytes than this before a ping count as an upload. */
+/** More bytes than this, sent between two pings, count as an upload. */
 const UPLOAD_BYTES = 16 * 1024;
-/** The slowest connection on which an upload is still waited for, in bytes a millisecond. */
+/** The speed of the slowest upload for which the link waits, in bytes per millisecond. */
 const SLOWEST_UPLOAD = 16;
 const UNSTABLE_AFTER_MS = 1500;
 const FIRST_PAUSE_MS = 500;
@@ -25,14 +25,14 @@ const LONGEST_PAUSE_MS = 15000;
 /**
  * The pause before a new connection attempt, in milliseconds.
  * @param {number} attempt counted from 0
- * @param {number} [random] in 0..1; spreads the pause by a quarter to either side
+ * @param {number} [random] a number in 0..1; it changes the pause by up to a quarter in either direction
  */
 export function backOff(attempt, random = Math.random()) {
   return Math.min(FIRST_PAUSE_MS * 2 ** attempt, LONGEST_PAUSE_MS) * (0.75 + random / 2);
 }
 
 /**
- * A control message of the relay; null for any other text.
+ * Parses a control message of the relay; returns null for any other text.
  * @param {string} text
  * @returns {ControlMessage | null}
  */
@@ -58,7 +58,7 @@ export class Link extends EventTarget {
   /** @type {number | null} */
   #machineRoundTrip = null;
   /**
-   * bytesBefore: sent between the last ping and this one.
+   * The ping that is not answered yet. bytesBefore: the bytes sent between the previous ping and this ping.
    * @type {{id: number, at: number, bytesBefore: number} | null}
    */
   #ping = null;
@@ -178,14 +178,14 @@ export class Link extends EventTarget {
   }
 
   /**
-   * Sends a ping unless one is unanswered. Only one is open at a time, so that a stall shows in the round
-   * trip.
+   * Sends a ping, or checks how long the previous ping has been unanswered. Only one ping is open at a time,
+   * so that the measured round trip includes a stall of the link.
    */
   #checkPing() {
     const now = performance.now();
     if (this.#ping) {
       const { at, bytesBefore } = this.#ping;
-      // While a machine is slow to take an upload, the relay stops reading and so does not see the ping.
+      // While a machine reads an upload slowly, the relay stops reading from the browser and so gets no ping.
       const limit =
         bytesBefore > UPLOAD_BYTES ? DEAD_AFTER_UPLOAD_MS + bytesBefore / SLOWEST_UPLOAD : DEAD_AFTER_MS;
       if (now - Math.max(at, this.#lastReceived) > limit) this.#lose();

@@ -5,8 +5,9 @@ import { decodeEnvelope, encodeEnvelope, encodeJson } from './envelope.js';
 /** @typedef {(payload: Uint8Array<ArrayBuffer>) => void} MessageHandler */
 
 /**
- * Open while a machine has accepted a session. Messages that are sent while the channel is closed are
- * dropped; received ones of another session are ignored. Events: 'open' and 'closed'.
+ * The channel is open from the acceptance of a session until its end. Messages that are sent while the
+ * channel is closed are dropped; received messages of another session are ignored. Events: 'open' and
+ * 'closed'.
  */
 export class SessionChannel extends EventTarget {
   #link;

@@ -5,7 +5,8 @@ import { nameOf, tidy } from '../base/names.js';
 import { texts } from '../base/texts.js';
 
 /**
- * The time that a machine has for going offline after a request to restart. It does not answer the request.
+ * The time within which a machine has to go offline after a request to restart. The machine does not answer
+ * the request.
  */
 export const RESTART_DEADLINE_MS = 90_000;
 
@@ -13,7 +14,7 @@ export const RESTART_DEADLINE_MS = 90_000;
  *   representative: string | null}} Machine */
 /** @typedef {'online' | 'offline' | 'session'} MachineState */
 
-/** Online machines first, then by name. */
+/** A sorted copy: online machines before offline ones, each group by name. */
 export function sorted(/** @type {Machine[]} */ machines) {
   return [...machines].sort(
     (a, b) =>
@@ -38,7 +39,8 @@ export class MachineList {
   /** @type {Machine[]} */
   #machines = [];
   /**
-   * Machines that were asked to restart: whether they have gone offline since, and the deadline for it.
+   * Machines that were asked to restart, by id. away: the machine has gone offline since; until: the time by
+   * which it has to go offline.
    * @type {Map<string, {away: boolean, until: number}>}
    */
   #restarting = new Map();

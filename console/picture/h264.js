@@ -15,12 +15,12 @@ const isSlice = (/** @type {number} */ type) => type >= Unit.slice && type <= Un
 const opensPicture = (/** @type {number} */ type) =>
   (type >= Unit.supplement && type <= Unit.delimiter) || (type >= 14 && type <= 18);
 
-/** Profiles whose parameter sets have the chroma fields. */
+/** Profiles whose sequence parameter sets contain chroma_format_idc and the fields that belong to it. */
 const HIGH_PROFILES = [100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135];
 
 /**
- * The units of a stream: `from` is the offset of the start code, `at` of the unit's header byte, `to` of the
- * first byte after the unit.
+ * Splits a stream into its units: `from` is the offset of the start code, `at` of the unit's header byte,
+ * `to` of the first byte after the unit.
  * @param {Uint8Array} bytes
  */
 export function units(bytes) {
@@ -37,14 +37,14 @@ export function units(bytes) {
 }
 
 /**
- * One picture with the units that belong to it. `parameters` and `slice` are the first such units, without
- * start code.
+ * One picture with the units that belong to it. `parameters` is the picture's first sequence parameter set
+ * and `slice` its first slice, both without start code.
  * @typedef {{data: Uint8Array<ArrayBuffer>, key: boolean, parameters: Uint8Array | null, slice: Uint8Array}}
  *   AccessUnit
  */
 
 /**
- * The pictures of a stream. Units that follow the last slice without a slice of their own are left out.
+ * Splits a stream into its pictures. Units after the last picture that contain no slice are left out.
  * @param {Uint8Array<ArrayBuffer>} bytes the stream of one message
  * @returns {AccessUnit[]}
  */
@@ -59,7 +59,7 @@ export function accessUnits(bytes) {
   let current = null;
   for (const unit of units(bytes)) {
     const slice = isSlice(unit.type);
-    // first_mb_in_slice is 0, a single bit, in the first slice of a picture.
+    // In the first slice of a picture, first_mb_in_slice is 0, which is encoded as the single bit 1.
     const first = slice && (bytes[unit.at + 1] & 0x80) !== 0;
     if (!current || (current.slice && (first || opensPicture(unit.type)))) {
       current = { from: unit.from, to: unit.to, key: false, parameters: null, slice: null };
@@ -76,15 +76,15 @@ export function accessUnits(bytes) {
 }
 
 /**
- * Reads the bits of a unit, most significant first, without its emulation bytes. After the end it reads
- * zeros.
+ * Reads the bits of a unit, most significant first, without the emulation prevention bytes. Bits after the
+ * end of the unit are read as 0.
  */
 class BitReader {
   /** @type {number[]} */
   #bytes = [];
   #at = 0;
 
-  /** @param {Uint8Array} unit @param {number} [longest] bytes read at most */
+  /** @param {Uint8Array} unit @param {number} [longest] the largest number of bytes to read */
   constructor(unit, longest = 256) {
     for (let i = 0, zeros = 0; i < unit.length && this.#bytes.length < longest; i++) {
       if (zeros >= 2 && unit[i] === 3) {
@@ -111,7 +111,7 @@ class BitReader {
     return 2 ** zeros - 1 + this.bits(zeros);
   }
 
-  /** Whether more bits were read than the unit has. */
+  /** Whether bits after the end of the unit were read. */
   get over() {
     return this.#at > this.#bytes.length * 8;
   }
@@ -129,14 +129,14 @@ function skipScalingLists(/** @type {BitReader} */ reader, /** @type {number} */
 }
 
 /**
- * What a sequence parameter set says. `planes`: slices name their colour plane; `gaps`: frame numbers may be
- * skipped on purpose.
+ * The fields of a sequence parameter set that the console needs. `planes`: slice headers contain a colour
+ * plane; `gaps`: the encoder may skip frame numbers.
  * @typedef {{codec: string, frameNumberBits: number, planes: boolean, gaps: boolean}} Parameters
  */
 
 /**
  * @param {Uint8Array} unit a sequence parameter set without start code
- * @returns {Parameters | null} null when the set is cut short
+ * @returns {Parameters | null} null when the set is incomplete or invalid
  */
 export function readParameters(unit) {
   const reader = new BitReader(unit);
@@ -176,13 +176,15 @@ export class PictureCounter {
   #parameters = null;
   #last = 0;
 
-  /** @param {Parameters | null} parameters of the stream from here on; null accepts every picture */
+  /**
+   * @param {Parameters | null} parameters for the pictures that follow; with null, every picture is accepted
+   */
   restart(parameters) {
     this.#parameters = parameters;
     this.#last = 0;
   }
 
-  /** @returns {boolean} false when pictures are missing before this one */
+  /** @returns {boolean} false when pictures are missing before this picture */
   follows(/** @type {Uint8Array} */ slice) {
     const parameters = this.#parameters;
     if (!parameters) return true;

@@ -1,8 +1,8 @@
 // Plays H.264 frames with the browser's own decoder, each as soon as it arrives. After anything that leaves
-// the decoder without a reference picture, the player waits for a key frame and asks for one.
+// the decoder without a reference picture, the player requests a key frame and waits for it.
 import { accessUnits, PictureCounter, readParameters } from './h264.js';
 
-/** What the agent's conversion produces. The stream says so too, but not every decoder reads that. */
+/** The colour space of the agent's pictures. The stream declares it too, but not every decoder reads that. */
 export const COLOURS = Object.freeze({
   primaries: 'bt709',
   transfer: 'iec61966-2-1',
@@ -11,11 +11,12 @@ export const COLOURS = Object.freeze({
 });
 
 const ASK_INTERVAL_MS = 1000;
-/** A decoder counts as late when this many frames wait in it, the oldest for this long. */
+/** A decoder counts as late when more than LATE_FRAMES frames wait in it, the oldest for over LATE_MS. */
 const LATE_FRAMES = 3;
 const LATE_MS = 400;
 /**
- * A decoder counts as silent when this many frames wait in it, the oldest for this long, and none came out.
+ * A decoder counts as silent, and so as failed, when more than SILENT_FRAMES frames wait in it, the oldest
+ * for over SILENT_MS.
  */
 const SILENT_FRAMES = 10;
 const SILENT_MS = 2500;
@@ -33,7 +34,8 @@ export class H264Player {
   /** @type {VideoDecoder | null} */
   #decoder = null;
   /**
-   * Frames in the decoder: their time in the stream, and when they went in.
+   * Frames that wait in the decoder. time: their time in the stream; at: when they were passed to the
+   * decoder.
    * @type {{time: number, at: number}[]}
    */
   #pending = [];
@@ -46,7 +48,8 @@ export class H264Player {
 
   /**
    * @param {import('./screen.js').Screen} screen
-   * @param {{askForKey: () => void, giveUp: () => void}} outlets giveUp: this browser cannot play the stream
+   * @param {{askForKey: () => void, giveUp: () => void}} outlets giveUp: called when the stream cannot be
+   *   played
    */
   constructor(screen, { askForKey, giveUp }) {
     this.#screen = screen;
@@ -55,7 +58,7 @@ export class H264Player {
   }
 
   /**
-   * Drops the frames that are not drawn yet; the drawn picture stays. The next stream begins with a key
+   * Drops the frames that are not drawn yet; the drawn picture stays. Playing continues with the next key
    * frame.
    */
   drop() {
@@ -67,7 +70,7 @@ export class H264Player {
 
   /**
    * @param {Uint8Array<ArrayBuffer>} stream the pictures of one message
-   * @param {number} stamp microseconds
+   * @param {number} stamp the time of the message, in microseconds
    */
   show(stream, stamp) {
     for (const picture of accessUnits(stream)) this.#take(picture, stamp);
@@ -90,7 +93,8 @@ export class H264Player {
   }
 
   /**
-   * Gives the decoder strictly rising times, even when the machine's clock stands still or runs backwards.
+   * Passes the picture to the decoder, with strictly increasing times even when the machine's clock stands
+   * still or runs backwards.
    */
   #decode(/** @type {import('./h264.js').AccessUnit} */ { data, key }, /** @type {number} */ stamp) {
     this.#time = Math.max(stamp, this.#time + 1);
@@ -104,7 +108,7 @@ export class H264Player {
     }
   }
 
-  /** Makes a decoder for this parameter set, unless the present one was made for the same. */
+  /** Creates a decoder for this parameter set, unless the current decoder was created for the same set. */
   #prepare(/** @type {Uint8Array} */ unit) {
     const parameters = readParameters(unit);
     const text = String(unit);
@@ -152,7 +156,7 @@ export class H264Player {
     this.#awaitKey();
   }
 
-  /** Asks at once, and then every second until a key frame arrives, but never more often. */
+  /** Requests a key frame at once, and then every second until one arrives, but never more often. */
   #awaitKey() {
     this.#waitingForKey = true;
     if (this.#askTimer !== undefined) return;

@@ -1,5 +1,5 @@
-// Finds out whether this browser plays H.264 by decoding a sample, because a browser's own answer is not
-// reliable.
+// Checks whether this browser plays H.264 by decoding a sample, because a browser's own statement about it is
+// not reliable.
 import { accessUnits, readParameters } from './h264.js';
 
 /** One grey picture of 64 by 64 pixels, in Annex B format. */
@@ -9,7 +9,7 @@ const DEADLINE_MS = 10_000;
 /** @type {Promise<boolean> | undefined} */
 let answer;
 
-/** Decodes the sample at the first call and returns the same answer at later ones. */
+/** Decodes the sample at the first call; later calls return the same answer. */
 export function playsH264() {
   answer ??= play().catch(() => false);
   return answer;

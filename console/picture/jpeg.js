@@ -27,7 +27,7 @@ export function jpegSize(bytes) {
   return null;
 }
 
-/** Whether the declared size is one that a browser can be asked to decode. */
+/** Whether the file declares a size that a browser can be expected to decode. */
 export function isDrawable(/** @type {Uint8Array} */ bytes) {
   const size = jpegSize(bytes);
   if (!size || size.width === 0 || size.height === 0) return false;

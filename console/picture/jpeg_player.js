@@ -21,7 +21,7 @@ export class JpegPlayer {
     this.#decode = decode;
   }
 
-  /** @param {Bytes} jpeg one whole file; one that cannot be drawn is ignored */
+  /** @param {Bytes} jpeg a complete file; a file that cannot be drawn is ignored */
   show(jpeg) {
     if (!isDrawable(jpeg)) return;
     this.#newest = jpeg;

@@ -1,5 +1,5 @@
-// The picture of a session: chooses the codec, follows the one that the machine sends, and passes frames to
-// its player.
+// The picture of a session: selects the codec, and passes each frame to the player of the codec that the
+// machine sends.
 import { Msg } from '../link/messages.js';
 import { H264Player } from './h264_player.js';
 import { playsH264 } from './h264_probe.js';
@@ -25,8 +25,8 @@ export class Picture {
 
   /**
    * @param {import('./screen.js').Screen} screen
-   * @param {{send: (type: number, value: object) => void, onChange: () => void}} outlets onChange: `wanted`,
-   *   `codec` or `hasH264` has changed
+   * @param {{send: (type: number, value: object) => void, onChange: () => void}} outlets onChange: called
+   *   when `wanted`, `codec` or `hasH264` may have changed
    */
   constructor(screen, { send, onChange }) {
     this.#send = send;
@@ -42,7 +42,7 @@ export class Picture {
     });
   }
 
-  /** The codec that the console asks for. */
+  /** The codec that the console requests. */
   get wanted() {
     return this.#wanted;
   }
@@ -58,7 +58,8 @@ export class Picture {
   }
 
   /**
-   * Prepares for another session: a stream of one machine that failed to play says nothing about another's.
+   * Prepares for another session. If the browser plays H.264, the codec is available again, even after the
+   * stream of another machine failed to play.
    */
   begin() {
     this.#hasH264 = this.#browserPlaysH264;
@@ -66,7 +67,9 @@ export class Picture {
     this.#onChange();
   }
 
-  /** To be called after each start of a stream, which begins with H.264 whatever was chosen before. */
+  /**
+   * To be called after each start of a stream. A stream begins with H.264, whatever codec was chosen before.
+   */
   started() {
     this.#codec = '';
     this.drop();
@@ -116,7 +119,7 @@ export class Picture {
   }
 }
 
-/** The frame's time in microseconds, as a number that is exact for three centuries. */
+/** The frame's time in microseconds, limited to 53 bits, which a number represents exactly. */
 function stampOf(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
   if (payload.length < STAMP_BYTES) return 0;
   return Number(new DataView(payload.buffer, payload.byteOffset).getBigUint64(0, true) & 0x1fffffffffffffn);

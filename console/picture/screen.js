@@ -40,7 +40,7 @@ export class Screen {
     this.#onFrame?.();
   }
 
-  /** Removes the picture, for another machine. */
+  /** Removes the picture, before a session with another machine. */
   reset() {
     this.drawn = 0;
     this.canvas.dataset.frames = '0';

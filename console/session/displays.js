@@ -20,14 +20,16 @@ export class Displays {
     return this.#selected;
   }
 
-  /** Selects the first monitor and forgets the others, for another machine. */
+  /** Selects the first monitor and forgets the others, before a session with another machine. */
   reset() {
     this.#selected = 0;
     this.#monitors = new MonitorList();
     this.#draw();
   }
 
-  /** @param {Uint8Array<ArrayBuffer>} payload of a thumbnail message; one without a picture is ignored */
+  /**
+   * @param {Uint8Array<ArrayBuffer>} payload of a thumbnail message; a message without a picture is ignored
+   */
   add(payload) {
     const thumbnail = parseThumbnail(payload);
     if (!thumbnail) return;

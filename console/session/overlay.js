@@ -25,10 +25,10 @@ export class Overlay {
   }
 
   /**
-   * Shows a message over the picture, which turns grey.
+   * Shows a message over the picture and turns the picture grey.
    * @param {string} text
    * @param {Action[]} offered
-   * @param {{busy?: boolean}} [options] busy: shows that something is awaited
+   * @param {{busy?: boolean}} [options] busy: shows moving dots as a sign of waiting
    */
   show(text, offered, { busy = false } = {}) {
     this.#needsAnswer = offered.includes('goOn');

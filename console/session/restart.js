@@ -19,7 +19,7 @@ export class Restart extends EventTarget {
 
   /**
    * @param {import('../link/session_channel.js').SessionChannel} channel
-   * @param {() => string} machineName of the session's machine, for use in a sentence
+   * @param {() => string} machineName returns the name of the machine, for use in a sentence
    */
   constructor(channel, machineName) {
     super();
@@ -32,7 +32,7 @@ export class Restart extends EventTarget {
     });
   }
 
-  /** True from the request until the machine is back or nobody waits for it any more. */
+  /** True from the request until the machine is back or the wait for it has ended. */
   get underWay() {
     return this.#underWay;
   }
@@ -58,7 +58,7 @@ export class Restart extends EventTarget {
     emit(this, 'begun');
   }
 
-  /** A machine that has gone offline is waited for without a limit. */
+  /** Ends the wait if the machine is still online. The wait for a machine that is offline has no limit. */
   #expire() {
     if (!this.#channel.isOpen) return;
     this.end();

@@ -1,5 +1,5 @@
-// A representative's session with a machine: the request, the consent, and the end. A session that was
-// interrupted with the link or the machine is requested again when both are back.
+// A representative's session with a machine: the request, the consent, and the end. A session is interrupted
+// when the link or the machine disconnects, and is requested again when both are back.
 import { emit } from '../base/custom_events.js';
 import { byId } from '../base/dom.js';
 import { inSentence, nameOf } from '../base/names.js';
@@ -8,20 +8,20 @@ import { Overlay } from './overlay.js';
 import { Restart } from './restart.js';
 
 /**
- * 'none'; 'requested' until the relay has numbered the session; 'waiting' for consent; 'accepted';
- * 'interrupted' until link and machine are back; 'ended'.
+ * The states of a session: 'none'; 'requested' until the relay has assigned a number to the session;
+ * 'waiting' for consent; 'accepted'; 'interrupted' until link and machine are back; 'ended'.
  * @typedef {'none' | 'requested' | 'waiting' | 'accepted' | 'interrupted' | 'ended'} State
  */
 /** @typedef {import('../machines/machine_list.js').Machine} Machine */
 /** @typedef {import('../link/link.js').ControlMessage} ControlMessage */
 
-/** Reasons for the end of a session after which the machine is expected to come back. */
+/** The relay's reasons for the end of a session after which the machine is expected to come back. */
 const INTERRUPTIONS = ['agent-gone', 'replaced'];
 
 /**
- * Opens the channel while the session is accepted. Events: 'ending' just before the channel closes, 'input'
- * when `inputAllowed` may have changed, 'restarting' (detail: {agent, on}), 'left' (detail: a remark for the
- * list of machines, '' for none).
+ * Keeps the channel open while the session is accepted. Events: 'ending' just before the channel closes,
+ * 'input' when `inputAllowed` may have changed, 'restarting' (detail: {agent, on}), 'left' (detail: a remark
+ * for the list of machines, '' for none).
  */
 export class Session extends EventTarget {
   #link;
@@ -57,12 +57,12 @@ export class Session extends EventTarget {
     return /** @type {State} */ (byId('view-session').dataset.state);
   }
 
-  /** The state is kept on the page, where the style sheet uses it too. */
+  /** The state is stored in an attribute on the page, which the style sheet uses too. */
   set #state(state) {
     byId('view-session').dataset.state = state;
   }
 
-  /** Whether keys and pointer may go to the machine. */
+  /** Whether keyboard and pointer input may be sent to the machine. */
   get inputAllowed() {
     return this.#channel.isOpen && !this.#restart.underWay;
   }
@@ -88,7 +88,7 @@ export class Session extends EventTarget {
     emit(this, 'left', withdrawn ? texts.withdrawn(this.#name) : '');
   }
 
-  /** Takes the relay's message about a change of a session. */
+  /** Handles the relay's message about a change of a session. */
   receiveChange(/** @type {ControlMessage} */ { session, agent, state, reason }) {
     if (typeof session !== 'number') return;
     if (state === 'waiting') {
@@ -96,7 +96,7 @@ export class Session extends EventTarget {
         this.#number = session;
         this.#state = 'waiting';
       } else {
-        // The representative left before the session had a number.
+        // The representative left before the session had a number, so it is closed now.
         this.#link.sendControl({ type: 'close', session });
       }
     }
@@ -107,7 +107,7 @@ export class Session extends EventTarget {
     else this.#finish((textIn(texts.ended, String(reason)) ?? texts.ended.other)(this.#name, ''));
   }
 
-  /** Takes the relay's refusal of the request. */
+  /** Handles the relay's refusal of the request. */
   receiveError(/** @type {ControlMessage} */ { message, code, agent, representative }) {
     if (this.#state !== 'requested' || agent !== this.#agent) return;
     const text = textIn(texts.refused, String(code));
@@ -115,7 +115,7 @@ export class Session extends EventTarget {
     this.#finish(text ? text(this.#name, who) : String(message ?? texts.failed));
   }
 
-  /** Takes the list of all machines as they are now. */
+  /** Handles the current list of all machines. */
   machinesChanged(/** @type {Machine[]} */ list) {
     if (this.#state !== 'interrupted') return;
     const machine = list.find(({ id }) => id === this.#agent);
@@ -127,7 +127,7 @@ export class Session extends EventTarget {
     if (!['none', 'ended'].includes(this.#state)) this.#interrupt();
   }
 
-  /** The picture is there; messages that need no answer disappear. */
+  /** Handles the drawing of a frame: removes the message over the picture, unless it needs an answer. */
   frameDrawn() {
     if (this.inputAllowed && !this.#overlay.needsAnswer) this.#overlay.clear();
   }
@@ -161,13 +161,13 @@ export class Session extends EventTarget {
   }
 
   #stop(/** @type {State} */ state) {
-    // Before the channel closes, so that keys which are down can still be released on the machine.
+    // The event precedes the closing, so that keys that are down can still be released on the machine.
     if (this.#channel.isOpen) emit(this, 'ending');
     this.#state = state;
     this.#channel.close();
   }
 
-  /** The last picture stays, grey, with the reason over it. */
+  /** Ends the session. The last picture stays, in grey, with the reason over it. */
   #finish(/** @type {string} */ reason) {
     this.#stop('ended');
     this.#restart.end();
@@ -182,8 +182,8 @@ export class Session extends EventTarget {
   }
 
   /**
-   * @param {string} [holder] who has a session with the machine; it may be this representative, until the
-   *   relay notices that the old link is dead
+   * @param {string} [holder] the representative who has a session with the machine; this can be the same
+   *   representative until the relay notices that the old link is broken
    */
   #showInterrupted(holder = '') {
     if (!this.#link.up) this.#showWait(texts.linkDown);
@@ -202,7 +202,7 @@ export class Session extends EventTarget {
 }
 
 /**
- * The text for a code of the relay; undefined for a code without one.
+ * The text for a code of the relay; undefined for a code that has no text.
  * @param {Record<string, (machine: string, who: string) => string>} table
  * @param {string} code
  */

@@ -29,7 +29,8 @@ export function attachSession(link) {
   const stage = new Stage(screen);
   const stream = new Stream(channel, screen, showCodec);
   const input = attachInput({ channel, session, canvas: screen.canvas, backlog: () => link.backlog });
-  // The stream is attached before the other features, so that a new session asks for the picture first.
+  // This listener is added before those of the other features, so that a new session requests the picture
+  // first.
   channel.addEventListener('open', () => {
     stream.start();
     stream.requestThumbnails();
@@ -62,7 +63,8 @@ export function attachSession(link) {
 }
 
 /**
- * Keys and pointer for the machine, enabled while the session allows input and "view only" is off.
+ * Connects keyboard and pointer input to the session. Input is enabled while the session allows it and
+ * "view only" is off.
  * @param {{channel: SessionChannel, session: Session, canvas: HTMLCanvasElement, backlog: () => number}}
  *   parts
  */

@@ -1,5 +1,5 @@
-// The picture's place on the page: fits the picture into it, or shows the picture at its own size and
-// scrolls.
+// The area of the page that shows the picture: fits the picture to the area, or shows the picture at its own
+// size with scroll bars.
 import { byId } from '../base/dom.js';
 import { fit } from '../input/geometry.js';
 

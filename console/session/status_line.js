@@ -8,7 +8,7 @@ const UPDATE_INTERVAL_MS = 500;
  * The round trip between representative and machine.
  * @param {number | null} browser milliseconds between browser and relay
  * @param {number | null} machine milliseconds between relay and machine
- * @returns {number | null} null until both are known
+ * @returns {number | null} null until both parts are known
  */
 export function wholeRoundTrip(browser, machine) {
   return browser === null || machine === null ? null : Math.round(browser + machine);

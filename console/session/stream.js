@@ -51,7 +51,7 @@ export class Stream {
     return this.#meter.read();
   }
 
-  /** Removes the picture and the monitors, for another machine. */
+  /** Removes the picture and the monitors, before a session with another machine. */
   reset() {
     this.#screen.reset();
     this.#picture.begin();
@@ -59,8 +59,8 @@ export class Stream {
   }
 
   /**
-   * Starts the stream, or starts it again. The machine shows the pointer in each new stream until it is told
-   * not to.
+   * Starts or restarts the stream. The machine shows its pointer at the start of each stream, so the
+   * representative's choice is sent each time.
    */
   start() {
     this.#meter.restart();

@@ -21,8 +21,8 @@ export function parseThumbnail(payload) {
 }
 
 /**
- * The monitors known so far. There may be fewer thumbnails than monitors; a monitor without one is listed
- * too.
+ * The monitors known so far. There may be fewer thumbnails than monitors; a monitor without a thumbnail is
+ * listed too.
  */
 export class MonitorList {
   /** @type {Map<number, Thumbnail>} */

@@ -14,8 +14,8 @@ const DEFAULT_FRAME_RATE = 15;
  * @param {import('../link/session_channel.js').SessionChannel} parts.channel
  * @param {Stream} parts.stream
  * @param {RemoteInput} parts.input
- * @param {() => void} parts.onEnd the representative ends the session
- * @param {() => void} parts.onViewOnly "view only" was switched on or off
+ * @param {() => void} parts.onEnd called when the representative ends the session
+ * @param {() => void} parts.onViewOnly called when "view only" is switched on or off
  */
 export function attachToolbar({ channel, stream, input, onEnd, onViewOnly }) {
   byId('session-end').addEventListener('click', onEnd);
@@ -71,7 +71,7 @@ function attachTypeDialog(/** @type {RemoteInput} */ input) {
   });
 }
 
-/** Shows the codec that the console asks for. H.264 cannot be chosen in a browser that cannot play it. */
+/** Shows the codec that the console requests. H.264 cannot be chosen while the browser cannot play it. */
 export function showCodec(/** @type {import('../picture/picture.js').Picture} */ { wanted, hasH264 }) {
   const select = byId('codec', HTMLSelectElement);
   const h264 = /** @type {HTMLOptionElement} */ (select.querySelector('[value=h264]'));
@@ -95,7 +95,7 @@ async function toggleFullScreen() {
   }
 }
 
-/** A menu closes at a click elsewhere, at Escape, and at a click on one of its buttons. */
+/** Closes a menu after a click elsewhere, after Escape, and after a click on one of the menu's buttons. */
 function attachMenuClosing() {
   const menus = /** @type {HTMLDetailsElement[]} */ ([...document.querySelectorAll('.menu')]);
   addEventListener('pointerdown', ({ target }) => {

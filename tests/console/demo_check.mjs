@@ -23,13 +23,14 @@ const TYPED = 'Typed in the browser, read in Windows: 6 * 7 = 42 (Yes!)';
 // Where tools/demo places the windows, in pixels of the desktop.
 const NOTEPAD_TEXT = { x: 700, y: 250 };
 const NOTEPAD_LINE = { x: 426, y: 86, width: 530, height: 14 };
-// The inside of the middle cell.
+// The inside of the middle cell of WineMine's board.
 const MINE_CELL = { x: 1090, y: 158, width: 12, height: 12 };
 const BESIDE_WINDOWS = { x: 700, y: 600 };
 const WHOLE = { x: 0, y: 0, width: 1280, height: 720 };
-// The largest shares of wrong pixels. Both codecs (whose colours are coarse at edges), the painted pointer
-// and a blinking caret stay far below them. A missing window is far above the first, missing text above the
-// second, and a cell that is open on one side only above the third.
+// The largest accepted share of wrong pixels in each area. The colour errors of both codecs at edges, the
+// pointer in the picture and a blinking caret stay far below these limits. A missing window is far above the
+// limit of WHOLE, missing text above that of NOTEPAD_LINE, and a cell that is open in only one of the two
+// pictures above that of MINE_CELL.
 const WRONG_PIXEL = '25%';
 /** @type {Map<Area, number>} */
 const MAX_WRONG = new Map([
@@ -105,7 +106,7 @@ async function click(/** @type {Page} */ page, /** @type {Locator} */ canvas, /*
   await page.mouse.click(x, y, { delay: 60 });
 }
 
-/** Waits for a window in front: after a click, Wine sends keys to the previous window for a moment. */
+/** Waits until a window is in front: after a click, Wine sends keys to the previous window for a moment. */
 async function inFront(/** @type {string} */ title) {
   await until(`${title} is in front`, async () => {
     const focused = '. "$0/env" && xdotool getwindowfocus getwindowname';
@@ -120,7 +121,7 @@ async function sameAsDesktop(
   /** @type {string} */ name,
   /** @type {Area[]} */ ...areas
 ) {
-  await until(`the picture "${name}" is the desktop's`, async () => {
+  await until(`the picture "${name}" equals the desktop`, async () => {
     await shot(`${name}-desktop.png`);
     await saveCanvas(canvas, `${name}-canvas.png`);
     for (const area of [WHOLE, ...areas]) {
@@ -172,7 +173,7 @@ async function typeIntoNotepad(/** @type {Page} */ page, /** @type {Locator} */ 
 
 async function clickInWineMine(/** @type {Page} */ page, /** @type {Locator} */ canvas) {
   await click(page, canvas, { x: MINE_CELL.x + 6, y: MINE_CELL.y + 6 });
-  // Off the field, because the pointer is part of the picture.
+  // The pointer is moved off the cell, because it is part of the picture.
   const aside = await onPage(canvas, BESIDE_WINDOWS);
   await page.mouse.move(aside.x, aside.y);
   await until('the cell opened', async () => {
@@ -193,8 +194,8 @@ async function switchToJpeg(/** @type {Page} */ page, /** @type {Locator} */ can
 }
 
 /**
- * Waits until the status line names the codec, which takes both the machine's encoder and the browser's
- * decoder.
+ * Waits until the status line names the codec, which requires that the machine's encoder and the browser's
+ * decoder both work.
  */
 async function usesCodec(/** @type {Page} */ page, /** @type {string} */ codec) {
   await until(`the pictures are ${codec}`, async () => {

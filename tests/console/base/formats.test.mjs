@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { age, duration, Formats } from '../../../console/base/formats.js';
 
-test('sizes, times and durations are short', () => {
+test('sizes have three significant digits, and times and durations have a short form', () => {
   const formats = new Formats('en-GB', 'UTC');
   const sizes = {
     0: '0 B',

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { crumbs, join, lastPart, parentOf, windowsName } from '../../../console/base/paths.js';
 
-test('parent folders follow the agent’s rule', () => {
+test('the parent folder of a path is the same as in the agent', () => {
   assert.equal(join('C:\\', 'a'), 'C:\\a');
   assert.equal(join('C:\\a', 'b'), 'C:\\a\\b');
   const above = {

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { RateMeter } from '../../../console/base/rate_meter.js';
 
-test('rates are those of the last two seconds', () => {
+test('rates are measured over the last two seconds', () => {
   let now = 0;
   const meter = new RateMeter(() => now);
   for (let i = 0; i < 30; i++) {

@@ -1,4 +1,4 @@
-// The tables of texts: all languages have the same texts, and the page names only texts that exist.
+// The tables of texts: all languages have the same keys, and the page names only texts that exist.
 import assert from 'node:assert/strict';
 import { readdirSync, readFileSync } from 'node:fs';
 import test from 'node:test';
@@ -24,7 +24,7 @@ function shape(table, path = '') {
     .sort();
 }
 
-test('both languages have the same texts', () => {
+test('both languages have the same keys', () => {
   assert.deepEqual(shape(icelandic), shape(english));
 });
 

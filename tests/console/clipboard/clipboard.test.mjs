@@ -34,7 +34,7 @@ const png = (/** @type {string[]} */ ...args) =>
 
 const fromMachine = (/** @type {ScriptedAgent} */ agent, /** @type {Uint8Array} */ payload) =>
   agent.send(AgentMsg.ClipboardData, agent.session, payload);
-/** The next clip that the machine receives; only the field of its kind is set. */
+/** The next clipboard content that the machine receives; only the property of its kind is set. */
 const clip = async (/** @type {ScriptedAgent} */ agent) =>
   /** @type {{kind: string, text: string, png: Uint8Array, files: ClipFile[]}} */ (
     /** @type {unknown} */ (parseClip((await agent.next(AgentMsg.ClipboardData)).payload))
@@ -64,12 +64,12 @@ async function pasteOn(p, script) {
   }, script);
 }
 
-test('a text from the machine is put into this clipboard at once and is not sent back', async (t) => {
+test('a text from the machine is written to this computer’s clipboard at once and is not sent back', async (t) => {
   const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
   fromMachine(agent, packText('þjóð\r\nlína 2'));
   await notice(p, 'copied').waitFor();
-  assert.equal(await localText(p), 'þjóð\nlína 2', 'with the line ends of this computer');
+  assert.equal(await localText(p), 'þjóð\nlína 2', 'the text has the line ends of this computer');
   await page.shot('clip-copied');
   await refocus(p);
   await setLocal(p, 'annað\nog meira');
@@ -81,7 +81,7 @@ test('a text from the machine is put into this clipboard at once and is not sent
   assert.equal((await clip(agent)).text, 'þriðja', 'nothing was sent twice in between');
 });
 
-test('in a browser that requires a click, a notice offers the text', async (t) => {
+test('in a browser that copies only at a click, a notice offers the machine’s text', async (t) => {
   const { agent, page } = await openSession(t, shared, STRICT);
   const p = page.page;
   fromMachine(agent, packText('leyndarmál'));
@@ -108,7 +108,7 @@ test('a text of 1 MiB is transferred in both directions', async (t) => {
   assert.equal((await clip(agent)).text, `${long}.`);
 });
 
-test('pictures are transferred in both directions with every pixel', async (t) => {
+test('pictures are transferred in both directions without a changed pixel', async (t) => {
   const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
   const picture = png('-size', '64x40', 'gradient:#ff0000-#0000ff');
@@ -135,10 +135,10 @@ test('pictures are transferred in both directions with every pixel', async (t) =
     [...other],
   );
   await refocus(p);
-  assert.deepEqual(pixels((await clip(agent)).png), pixels(other), 'the first one was not sent back');
+  assert.deepEqual(pixels((await clip(agent)).png), pixels(other), 'the machine’s picture is not sent back');
 });
 
-test('a picture that the browser does not write is offered in a notice and can be saved', async (t) => {
+test('a picture that the browser refuses to copy is offered in a notice and can be saved', async (t) => {
   const { agent, page } = await openSession(t, shared, {
     page: { script: 'Clipboard.prototype.write = async () => { throw new Error("no"); };' },
   });
@@ -186,7 +186,7 @@ test('files from the machine are listed in a notice and can be saved', async (t)
   await until('all are saved', () => all.length === 3);
   await pasteOn(p, 'data.items.add(new File(["x"], "x.txt"))');
   await notice(p, 'filesSent').waitFor();
-  assert.equal(await notice(p, 'files').count(), 1, 'a notice of the other direction leaves it open');
+  assert.equal(await notice(p, 'files').count(), 1, 'the received files are still shown');
   await notice(p, 'files').locator('.clip-notice-close').click();
   await notice(p, 'filesSent').locator('.clip-notice-close').click();
   assert.equal(await p.locator('.clip-notice').count(), 0);
@@ -222,7 +222,7 @@ test('Ctrl+V sends the clipboard to the machine before the key', async (t) => {
   assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
 });
 
-test('files are sent with their content, and larger ones are offered for upload', async (t) => {
+test('files are sent with their content, and files that are too large are offered for upload', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const p = page.page;
   const machine = new MachineFolders(agent, { '': [{ name: 'C:', dir: true }], 'C:\\': [] });
@@ -248,7 +248,7 @@ test('files are sent with their content, and larger ones are offered for upload'
   };
   const rest = 1 + 4 + 4 + 'stór.bin'.length + 1 + 8;
   await drop(8 * MiB - rest);
-  assert.equal((await clip(agent)).files[0].bytes.length, 8 * MiB - rest, 'exactly one message');
+  assert.equal((await clip(agent)).files[0].bytes.length, 8 * MiB - rest, 'exactly the largest message');
   await drop(8 * MiB - rest + 1);
   await notice(p, 'filesTooLarge').waitFor();
   await page.shot('clip-too-large');
@@ -280,7 +280,7 @@ test('nothing is shared while sharing is off, and nothing is sent in “view onl
   );
   assert.equal(await localText(p), 'mitt');
   await p.click('#clip-send');
-  assert.equal((await clip(agent)).text, 'mitt', 'a click sends it nevertheless');
+  assert.equal((await clip(agent)).text, 'mitt', 'a click sends the clipboard although sharing is off');
   await notice(p, 'sent').waitFor();
   assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
 });

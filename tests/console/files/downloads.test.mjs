@@ -21,12 +21,12 @@ import { present } from '../support/present.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
-/** The time for which the console keeps what it handed to the browser. */
+/** The time for which the console keeps the content of a saved download. */
 const SAVING_MS = 60_000;
-/** Thousands of transfers take half a minute on an idle machine. */
+/** The time limit for thousands of transfers, which take half a minute on an idle computer. */
 const MANY_MS = 150_000;
 
-/** The number of files that the console has on the browser's private disk. */
+/** The number of files that the console has in the browser's private file system. */
 const privateFiles = (/** @type {import('playwright-core').Page} */ p) =>
   p.evaluate(async () => {
     const all = await (await navigator.storage.getDirectory()).getDirectoryHandle('downloads');
@@ -36,7 +36,7 @@ const privateFiles = (/** @type {import('playwright-core').Page} */ p) =>
     return count;
   });
 
-test('a download is saved byte for byte under its name, and is deleted with its row', async (t) => {
+test('a download is saved byte for byte under its name, and its private copy is deleted with its row', async (t) => {
   const data = randomBytes(5 * MiB + 17);
   const script = `const wait = setTimeout;
     window.setTimeout = (act, ms) => wait(act, ms === ${SAVING_MS} ? 300 : ms);`;
@@ -62,7 +62,7 @@ test('a download is saved byte for byte under its name, and is deleted with its 
   await until('the disk is empty', async () => (await privateFiles(p)) === 0);
 });
 
-test('many files are downloaded at once, also in a browser without a private disk', async (t) => {
+test('many files are downloaded at once, also in a browser without a private file system', async (t) => {
   const files = Array.from({ length: 50 }, (_, i) => ({
     name: `${i}.txt`,
     data: randomBytes(1000 + i),
@@ -88,7 +88,7 @@ test('many files are downloaded at once, also in a browser without a private dis
   }
 });
 
-test('downloads that the machine cannot open, or sends incompletely, are shown as such', async (t) => {
+test('downloads of files that the machine cannot open or sends incompletely are shown with the reason', async (t) => {
   const { p, machine, page } = await openPanel(t, shared);
   await openUsers(p);
   await fileRow(p, 'b10.txt').dblclick();
@@ -109,7 +109,7 @@ test('downloads that the machine cannot open, or sends incompletely, are shown a
   await page.shot('files-failed');
 });
 
-test('a cancelled download says that the machine cannot be stopped, and drops the rest', async (t) => {
+test('a cancelled download drops the rest, and its row says that the machine cannot be stopped', async (t) => {
   const { p, machine } = await openPanel(t, shared);
   machine.folders['C:\\Users'] = [
     { name: 'long.bin', size: 10 * MiB },
@@ -130,7 +130,7 @@ test('a cancelled download says that the machine cannot be stopped, and drops th
   machine.holding = false;
   const [download] = await Promise.all([p.waitForEvent('download'), fileRow(p, 'next.bin').dblclick()]);
   assert.equal(readFileSync(await download.path()).toString(), 'abc');
-  assert.deepEqual(machine.strays, [], 'the relay does not forward the end of a download');
+  assert.deepEqual(machine.strays, [], 'the relay does not forward the console’s end message for a download');
 });
 
 test('the page stays usable when thousands of transfers fail at once', async (t) => {

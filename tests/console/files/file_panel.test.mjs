@@ -125,7 +125,7 @@ test('an answer that is not a listing changes nothing', async (t) => {
     '{"path":"D:\\\\","parent":"","entries":[]}',
   ])
     agent.send(AgentMsg.DirListResult, number, new TextEncoder().encode(text));
-  // Control characters as the machine writes them, and entries without a name.
+  // This answer is a listing, with an unescaped control character and with entries that are left out.
   agent.send(
     AgentMsg.DirListResult,
     number,
@@ -143,7 +143,7 @@ test('twenty thousand entries are listed, sorted and selected without blocking t
     mtime: 1_600_000_000 + i,
   }));
   const { p } = await openPanel(t, shared, { '': [{ name: 'C:', dir: true }], 'C:\\': many });
-  // Processor time, which does not advance while other programs use the processor.
+  // The test measures processor time, which does not advance while other programs use the processor.
   const tools = await p.context().newCDPSession(p);
   await tools.send('Performance.enable', { timeDomain: 'threadTicks' });
   const busySeconds = async () => {
@@ -165,7 +165,7 @@ test('twenty thousand entries are listed, sorted and selected without blocking t
   assert.ok(busy < 3, `the page worked for ${busy} s`);
 });
 
-test('the panel of another machine begins at its drives', async (t) => {
+test('the panel of another machine begins with the list of that machine’s drives', async (t) => {
   const { p, page } = await openPanel(t, shared);
   await openUsers(p);
   const other = await openSession(t, shared);

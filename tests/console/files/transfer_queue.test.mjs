@@ -1,21 +1,21 @@
-// The queue of transfers without a browser: what happens between two of its steps.
+// The queue of transfers, without a browser: a session that ends between two steps of a transfer.
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { Transfer } from '../../../console/files/transfer.js';
 import { TransferQueue } from '../../../console/files/transfer_queue.js';
 
-/** Waits until all promises that depend on nothing outside have settled. */
+/** Waits until all promises that do not depend on timers or on the test have settled. */
 const settled = () => new Promise((done) => setImmediate(done));
 const download = (/** @type {string} */ name) =>
   new Transfer({ kind: 'download', name, path: `C:\\${name}`, size: 1 });
 
 /** @typedef {import('../../../console/files/download_sink.js').DownloadSink} DownloadSink */
 
-/** A queue in a session, in which sinks open when the test says so. */
+/** A queue in a session. A sink opens when the test calls the function in `state.opening`. */
 function queueWithSinks() {
   const state = {
     session: /** @type {number | null} */ (1),
-    /** Resolves the sinks that are being opened. */
+    /** For each sink that is being opened, the function that completes the opening. */
     opening: /** @type {((sink: DownloadSink) => void)[]} */ ([]),
     aborted: /** @type {string[]} */ ([]),
   };
@@ -40,7 +40,7 @@ function queueWithSinks() {
   return { queue, state, sink };
 }
 
-test('a session that ends while sinks are being opened leaves no transfer and no sink', async () => {
+test('the end of a session while sinks are being opened fails all transfers and aborts all sinks', async () => {
   const { queue, state, sink } = queueWithSinks();
   const first = ['a', 'b', 'c'].map(download);
   for (const transfer of first) queue.add(transfer);

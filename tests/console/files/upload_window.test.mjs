@@ -36,7 +36,7 @@ test('an upload waits while a megabyte is on its way, and continues when a part 
   assert.equal(counts.arrived, 1);
 });
 
-test('slow answers narrow the window to one chunk, and fast ones widen it to a limit', () => {
+test('slow answers narrow the window to one chunk, and fast answers widen it up to a limit', () => {
   const { window, clock, send, answer } = windowWithPings();
   for (let i = 0; i < 4; i++) send();
   clock.now = 5000;
@@ -51,7 +51,7 @@ test('slow answers narrow the window to one chunk, and fast ones widen it to a l
   assert.equal(window.limit, 4 * 1024 * 1024);
 });
 
-test('answers to other pings are ignored, and a reset frees the window', async () => {
+test('answers to pings of other senders are ignored, and a reset empties the window', async () => {
   const { window, send } = windowWithPings();
   for (let i = 0; i < 5; i++) send();
   window.pong(12345);

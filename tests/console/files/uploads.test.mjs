@@ -19,7 +19,7 @@ import {
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
-/** The interval at which the console's link checks its ping. */
+/** The interval at which the console's link checks its last ping. */
 const PING_INTERVAL_MS = 2000;
 
 test('files are uploaded completely and in order, and checked afterwards', async (t) => {
@@ -45,7 +45,7 @@ test('files are uploaded completely and in order, and checked afterwards', async
   await page.shot('files-uploaded');
 });
 
-test('names that Windows forbids are changed', async (t) => {
+test('the names of uploaded files are changed where Windows forbids them', async (t) => {
   const { p, machine } = await openPanel(t, shared);
   await openUsers(p);
   await p.setInputFiles('#files-input', [
@@ -118,11 +118,11 @@ test('files are uploaded by drop and by paste', async (t) => {
   assert.equal(contentOf(machine.uploadTo('C:\\Users\\b.txt')).toString(), 'pasted');
 });
 
-test('a cancelled upload is closed on the machine, and its row says what stays there', async (t) => {
+test('a cancelled upload is closed on the machine, and its row says that a part stays there', async (t) => {
   const { agent, p, machine } = await openPanel(t, shared);
   await openUsers(p);
   await p.evaluate(() => {
-    // Large files are never read to their end.
+    // Reading a chunk of a large file never completes.
     Blob.prototype.arrayBuffer = function read() {
       return this.size < 1000 ? new Response(this).arrayBuffer() : new Promise(() => {});
     };
@@ -158,10 +158,11 @@ test('an upload waits for a machine that does not read, and the link stays up', 
   await p.setInputFiles('#files-input', [{ name: 'slow.bin', mimeType: 'a/b', buffer: data }]);
   await until('it has begun', () => machine.uploadTo('C:\\Users\\slow.bin'));
   agent.socket.pause();
-  await until('a ping waits after it', async () =>
+  await until('a ping after the upload is unanswered', async () =>
     (await p.locator('#status-line').innerText()).includes('unstable link'),
   );
-  // Longer than the console waits for a silent relay when no upload delays it.
+  // The clock advances by more than the time for which the console waits for a silent relay without an
+  // upload.
   const checks = await p.evaluate(() => {
     window.ahead += 20_000;
     return window.checks;
@@ -177,7 +178,7 @@ test('an upload waits for a machine that does not read, and the link stays up', 
   assert.equal(sha256(contentOf(machine.uploadTo('C:\\Users\\slow.bin'))), sha256(data));
 });
 
-test('the end of the session ends all transfers on both sides', async (t) => {
+test('the end of the session ends all transfers in the console and on the machine', async (t) => {
   const { agent, p, machine, page } = await openPanel(t, shared);
   machine.folders['C:\\Users'].push({ name: 'down.bin', size: 10 * MiB });
   await openUsers(p);
@@ -196,7 +197,7 @@ test('the end of the session ends all transfers on both sides', async (t) => {
     assert.match(await transferText(p, name), /the session ended/);
   }
   await agent.connect();
-  await until('the machine is told after its return', () => upload.ended);
+  await until('the machine receives the end of the upload after its return', () => upload.ended);
   await until(
     'the panel shows the folder again',
     async () => (await p.locator('#files').getAttribute('aria-busy')) === 'false',

@@ -6,7 +6,7 @@ import * as input from '../../../console/input/events.js';
 import { InputSender } from '../../../console/input/sender.js';
 import { typingBatches } from '../../../console/input/typing.js';
 
-test('input events are little-endian', () => {
+test('numbers in input events are little-endian', () => {
   assert.deepEqual(input.move(0x1234, 0x7fff), [1, 0x34, 0x12, 0xff, 0x7f]);
   assert.deepEqual(input.button(input.Button.right, true), [2, 2, 1]);
   assert.deepEqual(input.wheel(-120), [3, 0x88, 0xff]);
@@ -28,7 +28,7 @@ test('a batch has at most 255 events', () => {
   for (const batch of typingBatches('x'.repeat(1000))) assert.ok(batch.length <= 255);
 });
 
-test('moves are merged to one a frame, and a button is sent after its move', () => {
+test('moves are merged to one for each animation frame, and a button event is sent after its move', () => {
   /** @type {number[][]} */
   const sent = [];
   /** @type {(() => void)[]} */

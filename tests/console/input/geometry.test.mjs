@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fit, toWire, WheelMeter } from '../../../console/input/geometry.js';
 
-test('a position is relative to the picture, and outside it is moved to its edge', () => {
+test('a position is relative to the picture, and a position outside the picture is moved to its edge', () => {
   const picture = { width: 1280, height: 720 };
   assert.deepEqual(fit(picture, { width: 640, height: 640 }), { width: 640, height: 360 });
   const rect = { left: 100, top: 50, width: 640, height: 360 };
@@ -11,7 +11,7 @@ test('a position is relative to the picture, and outside it is moved to its edge
 });
 
 test('every pixel of every monitor can be reached', () => {
-  // Width of the desktop, then left edge and width of the monitor.
+  // Each entry: the width of the desktop, then the left edge and the width of a monitor.
   for (const [whole, left, width] of [
     [1280, 0, 1280],
     [3840, 0, 1920],
@@ -33,7 +33,7 @@ test('every pixel of every monitor can be reached', () => {
   }
 });
 
-test('the wheel sends 120 a notch and keeps the fraction', () => {
+test('the wheel meter returns 120 for each notch and keeps the fraction', () => {
   const meter = new WheelMeter();
   assert.equal(meter.take({ deltaY: -100, deltaMode: 0 }), 120);
   assert.equal(meter.take({ deltaY: 3, deltaMode: 1 }), -120);

@@ -45,7 +45,7 @@ async function aim(page, x, y) {
 const pressed = (/** @type {string} */ code) => [key(keyNamed(code), true), key(keyNamed(code), false)];
 
 /**
- * Types a mark and returns the events that arrived before it.
+ * Types a character as a mark and returns the events that arrived before the mark.
  * @param {import('../support/scripted_agent.mjs').ScriptedAgent} agent
  * @param {import('playwright-core').Keyboard} keyboard
  */
@@ -77,7 +77,7 @@ test('a click is a move, a press and a release at the pixel that is shown', asyn
   }
 });
 
-test('each mouse button is sent as itself, and the browser’s menu does not open', async (t) => {
+test('the right and middle mouse buttons are sent, and the browser’s menu does not open', async (t) => {
   const { agent, page, mouse } = await inputSession(t);
   const { x, y } = await aim(page, 100, 100);
   await mouse.move(x, y);
@@ -106,7 +106,7 @@ test('a drag that leaves the picture stays at its edge and still ends', async (t
   assert.deepEqual((await agent.events(2))[1], button(Button.left, false));
 });
 
-test('a wheel notch is 120, negative towards the user', async (t) => {
+test('a notch of the wheel is sent as 120, negative towards the user', async (t) => {
   const { agent, page, mouse } = await inputSession(t);
   const { x, y, event } = await aim(page, 50, 60);
   await mouse.move(x, y);
@@ -187,7 +187,7 @@ test('“view only” releases all keys and sends nothing until it is switched o
   );
 });
 
-test('keys that a browser keeps for itself can be sent from the menu', async (t) => {
+test('key combinations that a browser does not pass to the page can be sent from the menu', async (t) => {
   const { agent, page } = await inputSession(t);
   const from = async (/** @type {string} */ name) => {
     await page.page.click('#keys-menu summary');

@@ -34,7 +34,7 @@ test('an unknown name gives the same error as a wrong password', async (t) => {
   );
 });
 
-test('a log-in survives a reload and ends with the log-out', async (t) => {
+test('a log-in survives a reload of the page and ends with a log-out', async (t) => {
   const page = await logInPage(t, shared);
   await page.logIn();
   await page.page.locator('#view-machines').waitFor();
@@ -46,7 +46,7 @@ test('a log-in survives a reload and ends with the log-out', async (t) => {
   await page.page.locator('#login-form').waitFor();
 });
 
-test('a change of the password logs out all other browsers with that name', async (t) => {
+test('a change of the password logs out the representative’s other browsers', async (t) => {
   const user = 'Jóna';
   const [first, second] = ['the first password', 'the second password'];
   shared.relay.addUser(user, first);

@@ -42,7 +42,7 @@ test('names of machines are shown as text, whatever they contain', async (t) => 
   assert.ok(width[0] <= width[1], `the page is not wider than the window: ${width}`);
   await page.shot('machines-hostile');
 
-  // The same name in a session, over the picture and in the toolbar.
+  // A session shows the same name over the picture and in the toolbar.
   await page.page.fill('#machine-search', 'onerror');
   await page.ask(agents[0]);
   await until('the session has its name', async () =>

@@ -26,7 +26,7 @@ test('a stream is split into its units, after short and long start codes', () =>
     assert.deepEqual(units(none), []);
 });
 
-test('units form pictures: slices join, and a delimiter or a parameter set begins the next picture', () => {
+test('slices are joined into a picture, and a delimiter or a parameter set begins the next picture', () => {
   const key = bytes(LONG, 9, 0x10, LONG, SET, SHORT, 0x68, 1, SHORT, 0x65, FIRST, 1, SHORT, 0x65, 0x40, 2);
   const delta = bytes(SHORT, 0x41, FIRST, 3, SHORT, 0x41, 0x20, 4);
   const pictures = accessUnits(bytes([...key], [...delta], [...delta], [...key]));
@@ -59,7 +59,7 @@ test('the codec’s name and the length of frame numbers are read from the param
   }
 });
 
-test('random bytes raise no exception', () => {
+test('random bytes do not cause an exception', () => {
   let seed = 1;
   const random = () => {
     seed = (seed * 48271) % 0x7fffffff;

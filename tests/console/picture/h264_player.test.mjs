@@ -19,7 +19,11 @@ const plainStream = (how = {}) =>
     COLOURS.map((colour) => card(WIDTH, HEIGHT, [colour])),
     { ...SIZE, ...how },
   );
-/** The largest difference in a channel. @param {number[]} one @param {number[]} other */
+/**
+ * The largest difference between two colours in any channel.
+ * @param {number[]} one
+ * @param {number[]} other
+ */
 const difference = (one, other) => Math.max(...one.map((value, i) => Math.abs(value - other[i])));
 
 /**
@@ -53,7 +57,7 @@ async function shows(page, colour, levels = 6) {
   });
 }
 
-test('the first frame alone shows a colour card within 3 levels a channel', async (t) => {
+test('the first frame alone shows a colour card with errors of at most 3 levels in each channel', async (t) => {
   const { agent, page } = await watching(t);
   const [first] = encode([card(640, 480)], { width: 640, height: 480 });
   agent.frame(first);
@@ -75,7 +79,7 @@ test('every frame is shown as soon as it arrives', async (t) => {
   }
 });
 
-test('after a lost frame nothing broken is shown, and a key frame is requested', async (t) => {
+test('after a missing frame no damaged picture is shown, and a key frame is requested', async (t) => {
   const { agent, page } = await watching(t);
   const units = plainStream({ keys: [4] });
   agent.frame(units[0]);
@@ -147,7 +151,7 @@ test('after a broken frame the console requests a key frame and continues with i
   await shows(page, COLOURS[3]);
 });
 
-test('a stream that never decodes is replaced by JPEG until the next session', async (t) => {
+test('an H.264 stream that the browser cannot decode is replaced by JPEG until the next session', async (t) => {
   const { agent, page } = await watching(t);
   const [unit] = plainStream();
   const parameters = unit.indexOf(Buffer.from([0, 0, 1, 0x65]));

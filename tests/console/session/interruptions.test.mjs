@@ -37,7 +37,7 @@ test('a session continues by itself when the machine is back', async (t) => {
   await page.waitForNoNote();
 });
 
-test('a machine that the representative’s own old link still occupies is shown as in use', async (t) => {
+test('a machine still in session with the representative’s own broken link is shown as in use', async (t) => {
   const script = `window.sockets = []; window.WebSocket = class extends WebSocket {
     constructor(...all) { super(...all); sockets.push(this); } };`;
   const { agent, page } = await openSession(t, shared, { page: { script } });

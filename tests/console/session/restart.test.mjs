@@ -7,7 +7,7 @@ import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
-/** The time after which a machine that has not restarted counts as refusing. */
+/** The time after which a machine that has not restarted counts as having refused the restart. */
 const RESTART_DEADLINE_MS = 90_000;
 
 /**

@@ -1,4 +1,4 @@
-// Thumbnail messages, and the list of monitors that they make.
+// Thumbnail messages, and the list of monitors that results from them.
 
 import assert from 'node:assert/strict';
 import test from 'node:test';

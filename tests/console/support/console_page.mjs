@@ -1,4 +1,4 @@
-// A browser page with the console in it, and what every test does there.
+// A browser page that shows the console, with the actions and queries that many tests need.
 import { mkdirSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -9,7 +9,7 @@ import { DEADLINE_MS, until } from './waiting.mjs';
 const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/console-shots');
 
 /**
- * script: runs before the page's.
+ * script: runs before the scripts of the page.
  * @typedef {import('playwright-core').BrowserContextOptions & {script?: string}} PageOptions
  */
 /** @typedef {{id?: string}} Machine */
@@ -53,7 +53,7 @@ export class ConsolePage {
 
   constructor(/** @type {import('playwright-core').Page} */ page) {
     this.page = page;
-    /** @type {string[]} exceptions of the page's scripts; a test that ends with one has failed */
+    /** @type {string[]} exceptions of the page's scripts; close() throws if there are any */
     this.exceptions = [];
     page.on('pageerror', (error) => this.exceptions.push(error.stack ?? error.message));
     this.canvas = page.locator('#screen');
@@ -80,7 +80,7 @@ export class ConsolePage {
     await this.row(agent).locator('.machine-open').click();
   }
 
-  /** Waits until that many frames are drawn. */
+  /** Waits until at least `count` frames are drawn. */
   async frames(/** @type {number} */ count) {
     await until(`${count} frames are drawn`, async () => (await this.frameCount()) >= count);
   }
@@ -101,7 +101,7 @@ export class ConsolePage {
     return box;
   }
 
-  /** The message over the picture, '' when there is none. */
+  /** The message over the picture; '' when no message is shown. */
   async note() {
     const note = this.page.locator('#session-note');
     return (await note.isVisible()) ? this.page.locator('#session-note-text').innerText() : '';

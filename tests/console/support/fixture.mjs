@@ -1,4 +1,4 @@
-// One relay and one browser for the tests of a file, and a machine and a page for each test.
+// Starts one relay and one browser for all tests of a file, and a machine and a page for each test.
 import { after, before } from 'node:test';
 import { ConsolePage, launch } from './console_page.mjs';
 import { plain } from './pictures.mjs';
@@ -29,7 +29,10 @@ export function fixture(relayOptions) {
   return shared;
 }
 
-/** What a browser keeps of a log-in at the relay; made once, because the log-in page has tests of its own. */
+/**
+ * The browser's storage after a log-in at the relay. All tests share it, because the log-in page has tests of
+ * its own.
+ */
 function login(/** @type {Shared} */ { relay, browser }) {
   relay.login ??= (async () => {
     const context = await browser.newContext({ ignoreHTTPSErrors: true });
@@ -42,7 +45,7 @@ function login(/** @type {Shared} */ { relay, browser }) {
 }
 
 /**
- * A page that shows the log-in; it ends with the test.
+ * Opens a page that shows the log-in form, and closes the page after the test.
  * @param {TestContext} t
  * @param {Shared} shared
  * @param {import('./console_page.mjs').PageOptions} [options]
@@ -57,7 +60,7 @@ export async function logInPage(t, { relay, browser }, options) {
 let machines = 0;
 
 /**
- * A machine of its own and a page that is logged in; both end with the test.
+ * Connects a new machine and opens a page that is logged in; both are closed after the test.
  * @param {TestContext} t
  * @param {Shared} shared
  * @param {Options} [options]
@@ -75,7 +78,7 @@ export async function machineAndPage(t, shared, options = {}) {
 }
 
 /**
- * A machine and a page with an open session, in which one picture of that size is drawn.
+ * Opens a session between a new machine and a page, in which one picture of the given size is drawn.
  * @param {TestContext} t
  * @param {Shared} shared
  * @param {Options & {width?: number, height?: number}} [options]

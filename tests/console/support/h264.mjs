@@ -25,8 +25,8 @@ export const rgb = (/** @type {string} */ colour) =>
   [1, 3, 5].map((at) => parseInt(colour.slice(at, at + 2), 16));
 
 /**
- * A picture of four by four fields in these colours, as rows of red, green, blue. With one colour it is all
- * of that colour.
+ * A picture of four by four cells in these colours, as rows of red, green, blue. With a single colour, the
+ * whole picture has that colour.
  * @param {number} width
  * @param {number} height
  * @param {string[]} [colours]
@@ -42,14 +42,14 @@ export function card(width, height, colours = CARD) {
   return pixels;
 }
 
-/** The point in the middle of each field. */
+/** The point in the middle of each cell. */
 export const middles = (/** @type {number} */ width, /** @type {number} */ height) =>
   CARD.map((_, field) => ({
     x: Math.floor(((field % 4) + 0.5) * (width / 4)),
     y: Math.floor((Math.floor(field / 4) + 0.5) * (height / 4)),
   }));
 
-/** Settings under which the encoder keeps no frame back and repeats the parameter sets. */
+/** Settings with which the encoder does not delay frames and repeats the parameter sets. */
 const X264 = [
   'aud=1',
   'bframes=0',
@@ -63,8 +63,8 @@ const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
 
 /**
  * Encodes pictures as Windows encoders do for the agent: BT.601 in limited range, no B frames, a key frame
- * first and at the indices in `keys`, parameter sets without usability information.
- * @param {Buffer[]} pictures of card()
+ * first and at the indices in `keys`, parameter sets without video usability information.
+ * @param {Buffer[]} pictures made by card()
  * @param {{width: number, height: number, keys?: number[]}} how
  * @returns {Buffer[]} one access unit for each picture
  */
@@ -92,7 +92,7 @@ export function encode(pictures, { width, height, keys = [] }) {
   return units;
 }
 
-/** Cuts the usability information off the access unit's parameter set (main profile only). */
+/** Removes the video usability information from the access unit's parameter set (main profile only). */
 function withoutUsability(/** @type {Buffer} */ unit) {
   const at = unit.indexOf(Buffer.from([0, 0, 1, 0x67]));
   if (at < 0) return unit;

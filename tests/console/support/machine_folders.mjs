@@ -1,4 +1,5 @@
-// A machine's folders for a test: answers listings, sends downloads and stores uploads as the agent does.
+// A simulated machine's folders: answers requests for listings, sends downloads and stores uploads as the
+// agent does.
 import { parentOf } from '../../../console/base/paths.js';
 import { AgentMsg } from './scripted_agent.mjs';
 
@@ -16,7 +17,7 @@ const DEFAULT_TIME = 1_700_000_000;
 /** @typedef {{session: number, id: number, path: string, data: Buffer | undefined}} Download */
 
 export class MachineFolders {
-  /** Whether listings are answered. */
+  /** Whether requests for listings are answered. */
   answering = true;
   /** Whether downloads are kept in `held` instead of being answered. */
   holding = false;
@@ -24,10 +25,10 @@ export class MachineFolders {
   held = [];
   /** @type {Map<number, Upload>} uploads by id */
   uploads = new Map();
-  /** @type {number[]} the ids of ended transfers that were not uploads */
+  /** @type {number[]} the ids in end messages for transfers that are not uploads */
   strays = [];
   /**
-   * The part of an upload that the disk keeps.
+   * Returns the part of an upload that the disk keeps. Without this function the disk keeps the whole upload.
    * @type {((path: string, data: Buffer) => Buffer | null) | undefined}
    */
   losing;
@@ -57,7 +58,7 @@ export class MachineFolders {
     }
   }
 
-  /** The upload to that path; throws before it has begun. */
+  /** The upload to this path; throws before the upload has begun. */
   uploadTo(/** @type {string} */ path) {
     const found = [...this.uploads.values()].find((upload) => upload.path === path);
     if (!found) throw new Error(`no upload to ${path}`);
@@ -118,7 +119,7 @@ export class MachineFolders {
     this.uploads.get(view.getUint32(0))?.chunks.push(chunk);
   }
 
-  /** As on a disk, the file exists from then on, unless `losing` keeps less of it. */
+  /** Ends an upload. Its file exists from then on, unless `losing` shortens or drops it. */
   #end(/** @type {Message} */ { json }) {
     const id = Number(json.transfer_id);
     const upload = this.uploads.get(id);

@@ -1,4 +1,4 @@
-// What scripts of tests add to the page's window.
+// Properties that the scripts of tests add to the page's window.
 interface Window {
   /** The page's WebSockets, oldest first. */
   sockets: WebSocket[];

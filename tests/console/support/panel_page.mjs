@@ -32,7 +32,7 @@ export const DISK = {
 };
 
 /**
- * A session with its file panel open at the drives.
+ * Opens a session and its file panel, which shows the drives.
  * @param {import('node:test').TestContext} t
  * @param {import('./fixture.mjs').Shared} shared
  * @param {import('./machine_folders.mjs').Folders} [folders]
@@ -81,7 +81,7 @@ export function transferText(/** @type {Page} */ p, /** @type {string} */ name) 
   return transferRow(p, name).first().locator('.transfer-text').innerText();
 }
 
-/** Waits until a transfer is in that state. */
+/** Waits until a transfer is in this state. */
 export function transferIs(/** @type {Page} */ p, /** @type {string} */ name, /** @type {string} */ state) {
   return until(`${name} is ${state}`, async () => {
     const now = await transferRow(p, name).first().getAttribute('data-state');

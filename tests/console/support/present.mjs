@@ -1,5 +1,5 @@
 /**
- * The value itself; throws when there is none.
+ * Returns the value; throws when it is null or undefined.
  * @template T
  * @param {T} value
  * @returns {NonNullable<T>}

@@ -1,5 +1,5 @@
-// A machine for a test: speaks the agent's protocol to a relay, records what it receives and answers as the
-// test says.
+// A simulated machine: speaks the agent's protocol to a relay, records what it receives and answers as the
+// test specifies.
 import WebSocket from 'ws';
 import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../../console/link/envelope.js';
 import { LinkMsg, Msg } from '../../../console/link/messages.js';
@@ -7,12 +7,12 @@ import { until } from './waiting.mjs';
 
 export const AgentMsg = Object.freeze({ ...LinkMsg, ...Msg });
 
-/** The length of an event by its first byte. */
+/** The length of an event in bytes, indexed by the event's first byte. */
 const EVENT_BYTES = [0, 5, 3, 3, 7];
 
 /** @typedef {{consent?: 'accept' | 'decline' | 'none', name?: string, machine?: string}} AgentOptions */
 /**
- * A received message; `json` is its payload read as JSON, {} for one that is not JSON.
+ * A received message; `json` is its payload read as JSON, or {} when the payload is not a JSON object.
  * @typedef {{type: number, session: number, payload: Uint8Array<ArrayBuffer>, json: Record<string, unknown>}}
  *   Message
  */
@@ -32,7 +32,7 @@ function eventsOf(/** @type {Uint8Array} */ payload) {
 }
 
 export class ScriptedAgent {
-  /** @type {Message[]} messages of the relay that next() has not taken yet */
+  /** @type {Message[]} messages of the relay that next() has not removed yet */
   inbox = [];
   /** @type {number[][]} input events, the oldest first, each as its bytes */
   inputs = [];
@@ -84,7 +84,7 @@ export class ScriptedAgent {
     await this.next(AgentMsg.LoginResult);
   }
 
-  /** Breaks the connection without a close. */
+  /** Ends the connection without a closing handshake. */
   drop() {
     this.socket.terminate();
   }
@@ -104,7 +104,7 @@ export class ScriptedAgent {
     this.sendJson(AgentMsg.NameUpdate, 0, { name });
   }
 
-  /** Waits for the next message of that type and takes it out of the inbox. @returns {Promise<Message>} */
+  /** Waits for the next message of this type and removes it from the inbox. @returns {Promise<Message>} */
   async next(/** @type {number} */ type) {
     return until(`the machine receives a message of type ${type}`, () => {
       const at = this.inbox.findIndex((message) => message.type === type);
@@ -112,7 +112,7 @@ export class ScriptedAgent {
     });
   }
 
-  /** Waits for the next `count` input events and takes them out. */
+  /** Waits for the next `count` input events and removes them from `inputs`. */
   async events(/** @type {number} */ count) {
     await until(`${count} input events`, () => {
       if (this.inputs.length < count) throw new Error(JSON.stringify(this.inputs));
@@ -121,7 +121,7 @@ export class ScriptedAgent {
     return this.inputs.splice(0, count);
   }
 
-  /** Whether a message of that type is in the inbox. */
+  /** Whether a message of this type is in the inbox. */
   has(/** @type {number} */ type) {
     return this.inbox.some((message) => message.type === type);
   }

@@ -1,4 +1,4 @@
-// Waiting for a condition with a deadline, the only way in which the console's tests wait.
+// Waits for a condition until a deadline. The console's tests wait in no other way.
 
 export const DEADLINE_MS = 40_000;
 

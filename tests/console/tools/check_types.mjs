@@ -18,7 +18,7 @@ function programOf(file) {
   const { config, error } = ts.readConfigFile(file, ts.sys.readFile);
   if (error) throw new Error(ts.flattenDiagnosticMessageText(error.messageText, '\n'));
   const { fileNames, options } = ts.parseJsonConfigFileContent(config, ts.sys, dirname(file), {}, file);
-  if (!fileNames.length) throw new Error(`${file} names no file`);
+  if (!fileNames.length) throw new Error(`${file} contains no file`);
   return ts.createProgram(fileNames, options);
 }
 
@@ -42,7 +42,8 @@ function bannedIn(file) {
 }
 
 /**
- * By place, because the tests' project reads files of the console again.
+ * The findings by their place in the code. The tests' project reads files of the console again, so a finding
+ * can occur twice.
  * @type {Map<string, ts.Diagnostic>}
  */
 const findings = new Map();
