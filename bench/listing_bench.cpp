@@ -1,4 +1,7 @@
 // Listings of large folders as JSON, compared with the bare enumeration.
+#include <dirent.h>
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -9,9 +12,6 @@
 
 #include "support/temp_folder.h"
 #include "transfer/directory.h"
-
-#include <dirent.h>
-#include <sys/stat.h>
 
 namespace {
 

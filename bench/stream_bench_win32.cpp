@@ -3,6 +3,10 @@
 // doubles, the JPEG encoder and the GDI copy of the screen are the system's, and the network is TLS over
 // loopback. `./dev bench stream` runs it on a desk. Each step's time is given as wall time and as the
 // thread's CPU time.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -13,10 +17,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <winsock2.h>
-#include <ws2tcpip.h>
-#include <windows.h>
 
 #include "net/socket.h"
 #include "net/tls_connection.h"

@@ -1,13 +1,13 @@
 #include "tls_peer.h"
 
-#include <csignal>
-#include <stdexcept>
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <csignal>
+#include <stdexcept>
 
 namespace vantelink_bench {
 

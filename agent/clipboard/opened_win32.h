@@ -2,9 +2,9 @@
 // only.
 #pragma once
 
-#include <utility>
-
 #include <windows.h>
+
+#include <utility>
 
 #include "platform/win32/handles_win32.h"
 

@@ -1,6 +1,8 @@
 // Sends each change of the local clipboard as one message, whatever its size.
 #include "clipboard/watch_win32.h"
 
+#include <shellapi.h>
+
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -16,8 +18,6 @@
 #include "clipboard/watch.h"
 #include "platform/text.h"
 #include "platform/win32/paths_win32.h"
-
-#include <shellapi.h>
 
 namespace vlk::agent {
 namespace {

@@ -2,10 +2,10 @@
 // on the UI thread, which it blocks while it reads files, encodes images and sends. All failures are silent.
 #pragma once
 
+#include <windows.h>
+
 #include <cstddef>
 #include <functional>
-
-#include <windows.h>
 
 namespace vlk::agent {
 

@@ -1,5 +1,6 @@
 // The stored settings: five values of one registry key of the current user.
 #include "config/config.h"
+
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
 #include "platform/win32/registry_win32.h"

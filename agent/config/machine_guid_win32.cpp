@@ -1,5 +1,6 @@
 // The machine's identifier from the registry.
 #include "config/machine_guid.h"
+
 #include "platform/win32/handles_win32.h"
 #include "platform/win32/registry_win32.h"
 

@@ -1,9 +1,10 @@
 // Injects input with SendInput, and the secure-attention sequence with "sas.dll".
+#include "input/injector.h"
+
 #include <array>
 #include <atomic>
 
 #include "input/batch.h"
-#include "input/injector.h"
 #include "platform/debug_log.h"
 #include "platform/win32/handles_win32.h"
 

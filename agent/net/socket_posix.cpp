@@ -1,7 +1,4 @@
 // Blocking sockets of a POSIX system, for native builds.
-#include <cerrno>
-
-#include "net/connect_first.h"
 #include "net/socket.h"
 
 #include <netdb.h>
@@ -9,6 +6,10 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cerrno>
+
+#include "net/connect_first.h"
 
 namespace vlk {
 namespace {

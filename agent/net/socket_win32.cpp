@@ -1,11 +1,12 @@
 // Blocking sockets with Winsock.
-#include <algorithm>
+#include "net/socket.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include <algorithm>
+
 #include "net/connect_first.h"
-#include "net/socket.h"
 
 namespace vlk {
 namespace {

@@ -1,11 +1,10 @@
 // The root certificates of the system's certificate store ROOT.
-#include <memory>
-
-#include <windows.h>
-
 #include "net/trust_roots.h"
 
+#include <windows.h>
 #include <wincrypt.h>
+
+#include <memory>
 
 namespace vlk::agent {
 namespace {

@@ -1,10 +1,11 @@
 // The debug log of a native build, in the folder that TMPDIR names.
+#include "platform/debug_log.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include "platform/debug_log.h"
 #include "platform/files/unique_stream.h"
 
 namespace vlk {

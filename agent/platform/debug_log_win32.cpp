@@ -1,12 +1,13 @@
 // The debug log in the user's temporary folder.
+#include "platform/debug_log.h"
+
+#include <windows.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include <windows.h>
-
-#include "platform/debug_log.h"
 #include "platform/files/unique_stream.h"
 #include "platform/win32/paths_win32.h"
 

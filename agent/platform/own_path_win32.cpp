@@ -1,7 +1,8 @@
 // The executable's path from GetModuleFileName.
+#include "platform/own_path.h"
+
 #include <windows.h>
 
-#include "platform/own_path.h"
 #include "platform/win32/paths_win32.h"
 
 namespace vlk {

@@ -1,7 +1,7 @@
 // Text conversion for hosts whose wide characters are whole code points.
-#include <cstdint>
-
 #include "platform/text.h"
+
+#include <cstdint>
 
 namespace vlk {
 namespace {

@@ -1,7 +1,7 @@
 // Text conversion with the Windows API: one call for the size, one for the text.
-#include <windows.h>
-
 #include "platform/text.h"
+
+#include <windows.h>
 
 namespace vlk {
 namespace {

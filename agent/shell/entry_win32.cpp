@@ -1,8 +1,9 @@
 // The program's entry point: chooses between the interactive agent and the service's run modes. The
 // interactive agent loads the settings, creates the window and runs the message loop.
-#include <string>
-
 #include <windows.h>
+#include <commctrl.h>
+
+#include <string>
 
 #include "platform/text.h"
 #include "platform/win32/gdiplus_win32.h"
@@ -11,8 +12,6 @@
 #include "shell/main_window.h"
 #include "shell/texts.h"
 #include "system/service.h"
-
-#include <commctrl.h>
 
 namespace {
 

@@ -2,11 +2,12 @@
 // communicate with the window only by posting its private messages. For Windows files only.
 #pragma once
 
+#include <windows.h>
+#include <shellapi.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include <windows.h>
 
 #include "client/agent_client.h"
 #include "config/config.h"
@@ -14,8 +15,6 @@
 #include "platform/threads/thread_checker.h"
 #include "shell/panel/logo_win32.h"
 #include "shell/window_messages_win32.h"
-
-#include <shellapi.h>
 
 namespace vlk::agent {
 

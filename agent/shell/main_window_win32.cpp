@@ -1,11 +1,12 @@
 // The window procedure, the callbacks through which the client posts messages to the window, and the
 // painting.
+#include "shell/main_window.h"
+
 #include <utility>
 
 #include "clipboard/apply_win32.h"
 #include "clipboard/watch_win32.h"
 #include "platform/text.h"
-#include "shell/main_window.h"
 #include "shell/panel/settings_panel.h"
 #include "shell/prompts/consent_prompt.h"
 #include "shell/prompts/update_prompt.h"

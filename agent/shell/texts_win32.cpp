@@ -1,7 +1,7 @@
 // Chooses the texts by the user's language in Windows.
-#include <windows.h>
-
 #include "shell/texts.h"
+
+#include <windows.h>
 
 namespace vlk::agent {
 

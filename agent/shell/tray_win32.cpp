@@ -1,12 +1,13 @@
 // The notification area's icon and menu. Failures of the Windows shell are ignored: the agent works without
 // an icon.
+#include "shell/tray.h"
+
 #include <cwchar>
 
 #include "platform/win32/handles_win32.h"
 #include "resources/resource.h"
 #include "shell/main_window.h"
 #include "shell/texts.h"
-#include "shell/tray.h"
 
 namespace vlk::agent {
 namespace {

@@ -2,13 +2,13 @@
 // posting of their payloads.
 #pragma once
 
+#include <windows.h>
+
 #include <memory>
 #include <new>
 #include <string>
 #include <type_traits>
 #include <utility>
-
-#include <windows.h>
 
 namespace vlk::agent {
 

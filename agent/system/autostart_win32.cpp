@@ -1,9 +1,10 @@
 // The autostart entry: a value of the current user's Run key.
+#include "system/autostart.h"
+
 #include <string>
 
 #include "platform/own_path.h"
 #include "platform/win32/handles_win32.h"
-#include "system/autostart.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,9 +1,10 @@
 // Restarts the machine with the privilege of the logged-on user.
-#include "platform/debug_log.h"
-#include "platform/win32/handles_win32.h"
 #include "system/reboot.h"
 
 #include <reason.h>
+
+#include "platform/debug_log.h"
+#include "platform/win32/handles_win32.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,8 +1,9 @@
 // The running service: its main function and its control handler.
+#include "system/service.h"
+
 #include <cstdint>
 #include <string>
 
-#include "system/service.h"
 #include "system/service_names_win32.h"
 #include "system/service_status.h"
 #include "system/stop_event_win32.h"

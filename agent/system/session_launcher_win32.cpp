@@ -1,15 +1,15 @@
 // Starts the console session's agent with the token of the user who is logged on there.
-#include <string>
+#include "system/session_launcher.h"
 
 #include <windows.h>
+#include <userenv.h>
+#include <wtsapi32.h>
+
+#include <string>
 
 #include "platform/own_path.h"
 #include "platform/win32/handles_win32.h"
-#include "system/session_launcher.h"
 #include "system/stop_event_win32.h"
-
-#include <userenv.h>
-#include <wtsapi32.h>
 
 namespace vlk::agent {
 

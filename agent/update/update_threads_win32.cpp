@@ -1,8 +1,11 @@
 // Looks for an update, downloads it and starts it.
-#include <cstdio>
-#include <utility>
+#include "update/update_threads.h"
 
 #include <windows.h>
+#include <shellapi.h>
+
+#include <cstdio>
+#include <utility>
 
 #include "net/thread_records.h"
 #include "platform/files/file_system.h"
@@ -10,9 +13,6 @@
 #include "platform/threads/detached_thread.h"
 #include "platform/win32/paths_win32.h"
 #include "update/update.h"
-#include "update/update_threads.h"
-
-#include <shellapi.h>
 
 namespace vlk::agent {
 namespace {

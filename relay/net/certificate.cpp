@@ -2,6 +2,9 @@
 // reconnect at once.
 #include "relay/net/certificate.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -15,9 +18,6 @@
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace vlk::relay {
 namespace {

@@ -1,13 +1,13 @@
 // Calls SQLite and turns its errors into exceptions.
 #include "relay/storage/database.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
 #include <sqlite3.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace vlk::relay {
 namespace {

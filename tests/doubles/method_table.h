@@ -2,10 +2,10 @@
 // methods. The including file defines CINTERFACE before the interfaces' headers.
 #pragma once
 
+#include <windows.h>
+
 #include <cstddef>
 #include <cstdlib>
-
-#include <windows.h>
 
 // The index of a method in its interface's table.
 #define VLK_SLOT(Interface, Method) (offsetof(Interface##Vtbl, Method) / sizeof(void*))

@@ -1,9 +1,9 @@
 // The double of sas.dll, needed because Wine's own is only a stub. Each call adds a line with its argument to
 // "vlk_sas.txt" in the temporary folder.
+#include <windows.h>
+
 #include <cstdio>
 #include <cstring>
-
-#include <windows.h>
 
 extern "C" __declspec(dllexport) void WINAPI SendSAS(BOOL as_user) {
   char path[MAX_PATH + 16] = {};

@@ -1,9 +1,9 @@
 // A program that replaces an installer in tests: it writes its arguments, one per line, to a file named after
 // the program with ".mark" appended. The file appears only when it is complete.
+#include <windows.h>
+
 #include <cstdio>
 #include <string>
-
-#include <windows.h>
 
 int wmain(int count, wchar_t** words) {
   wchar_t path[MAX_PATH] = {};

@@ -1,5 +1,7 @@
 // Inspects and operates a desk's windows, registry and clipboard for tests that run on the host. Prints
 // UTF-8, one window or value per line, with fields separated by tabs.
+#include <windows.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,8 +10,6 @@
 #include <fstream>
 #include <string>
 #include <vector>
-
-#include <windows.h>
 
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"

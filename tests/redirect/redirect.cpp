@@ -2,14 +2,14 @@
 // built-in host name. The host in VANTELINK_REDIRECT_HOST resolves to this machine, and connections to this
 // machine's HTTPS port go to the port that the file VANTELINK_REDIRECT_PORT_FILE contains at that moment.
 // Wine's program process resolves names and its server process connects, so both load this library.
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include <dlfcn.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 

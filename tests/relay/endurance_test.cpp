@@ -1,12 +1,12 @@
 // The relay with browsers that do not read or answer, and its database after the process was killed.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <set>
 
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
-
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace vlk::relay {
 namespace {

@@ -1,4 +1,6 @@
 // The relay's program, started as by an operator: the first start, representatives' passwords, the version.
+#include <sys/wait.h>
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -8,8 +10,6 @@
 #include "relay/browser.h"
 #include "support/peers/relay_process.h"
 #include "support/temp_folder.h"
-
-#include <sys/wait.h>
 
 namespace vlk::relay {
 namespace {

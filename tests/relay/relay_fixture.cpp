@@ -1,6 +1,8 @@
 // Starts and stops the fixture's relay, and measures the heap.
 #include "relay/relay_fixture.h"
 
+#include <malloc.h>
+
 #include <fstream>
 #include <future>
 
@@ -10,8 +12,6 @@
 #include "fakes/fakes.h"
 #include "relay/base/secrets.h"
 #include "relay/server.h"
-
-#include <malloc.h>
 
 #ifdef __SANITIZE_ADDRESS__
 // Declared here because not every compiler installs the sanitizer's header.

@@ -1,5 +1,7 @@
 // File transfers through the relay: contents, the end messages that machines receive, the audit trail, and
 // the relay's memory use while a browser or a machine does not read.
+#include <sys/stat.h>
+
 #include <atomic>
 #include <fstream>
 #include <set>
@@ -9,8 +11,6 @@
 #include "relay/transfer_bytes.h"
 #include "support/bytes/clip_bytes.h"
 #include "support/peers/raw_agent.h"
-
-#include <sys/stat.h>
 
 namespace vlk::relay {
 namespace {

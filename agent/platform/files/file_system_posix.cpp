@@ -1,13 +1,14 @@
 // Folders and files of a host without drive letters. Drive C is the host's root folder. Backslashes separate
 // the parts of a path, as on Windows.
-#include <algorithm>
-
 #include "platform/files/file_system.h"
-#include "platform/text.h"
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include <algorithm>
+
+#include "platform/text.h"
 
 namespace vlk::agent {
 namespace {

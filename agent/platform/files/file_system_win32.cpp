@@ -1,7 +1,8 @@
 // Folders and files with the Windows API.
+#include "platform/files/file_system.h"
+
 #include <windows.h>
 
-#include "platform/files/file_system.h"
 #include "platform/win32/handles_win32.h"
 
 namespace vlk::agent {

@@ -1,8 +1,8 @@
 // Detached threads with the C++ library.
+#include "platform/threads/detached_thread.h"
+
 #include <thread>
 #include <utility>
-
-#include "platform/threads/detached_thread.h"
 
 namespace vlk {
 

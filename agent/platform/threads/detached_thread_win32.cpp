@@ -1,17 +1,17 @@
 // Detached threads with the C runtime of Windows. The C++ library's threads use a POSIX layer in which
 // detaching races with the thread's end: when fifty short threads were started at once, sometimes a thread
 // never ran or ran twice.
+#include "platform/threads/detached_thread.h"
+
+#include <windows.h>
+#include <process.h>
+
 #include <cerrno>
 #include <memory>
 #include <system_error>
 #include <utility>
 
-#include <windows.h>
-
-#include "platform/threads/detached_thread.h"
 #include "platform/win32/handles_win32.h"
-
-#include <process.h>
 
 namespace vlk {
 namespace {

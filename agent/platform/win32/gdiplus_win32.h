@@ -2,16 +2,16 @@
 // Windows files only. The process must have started GDI+.
 #pragma once
 
+#include <windows.h>
+#include <objidl.h>
+#include <wrl/client.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
-
-#include <windows.h>
-#include <objidl.h>
-#include <wrl/client.h>
 
 namespace Gdiplus {
 using std::max;  // the headers of GDI+ use these names unqualified

@@ -1,10 +1,10 @@
 // RAII owners for Win32 handles: acquired on construction, released on destruction. For Windows files only.
 #pragma once
 
+#include <windows.h>
+
 #include <memory>
 #include <type_traits>
-
-#include <windows.h>
 
 namespace vlk {
 

@@ -1,9 +1,9 @@
 // Paths from the Windows API.
 #pragma once
 
-#include <string>
-
 #include <windows.h>
+
+#include <string>
 
 namespace vlk {
 

@@ -1,9 +1,9 @@
 // Strings in the registry, converted between UTF-8 and REG_SZ. For Windows files only.
 #pragma once
 
-#include <string>
-
 #include <windows.h>
+
+#include <string>
 
 namespace vlk {
 

@@ -1,9 +1,9 @@
 // The logo, loaded from the executable's resources.
 #pragma once
 
-#include <memory>
-
 #include <windows.h>
+
+#include <memory>
 
 namespace Gdiplus {
 class GpImage;

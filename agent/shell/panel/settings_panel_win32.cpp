@@ -1,7 +1,8 @@
 // Creates the controls and applies their values.
+#include "shell/panel/settings_panel.h"
+
 #include "platform/text.h"
 #include "shell/main_window.h"
-#include "shell/panel/settings_panel.h"
 #include "shell/texts.h"
 #include "shell/tray.h"
 #include "system/autostart.h"

@@ -1,11 +1,12 @@
 // The prompt is the system's message box; a hook finds its window handle.
+#include "shell/prompts/consent_prompt.h"
+
 #include <atomic>
 
 #include "input/injector.h"
 #include "platform/text.h"
 #include "platform/win32/handles_win32.h"
 #include "shell/main_window.h"
-#include "shell/prompts/consent_prompt.h"
 #include "shell/texts.h"
 
 namespace vlk::agent {

@@ -1,17 +1,17 @@
 // The update dialog and its three answers.
+#include "shell/prompts/update_prompt.h"
+
+#include <windows.h>
+#include <commctrl.h>
+
 #include <iterator>
 #include <optional>
 
-#include <windows.h>
-
 #include "platform/text.h"
 #include "shell/main_window.h"
-#include "shell/prompts/update_prompt.h"
 #include "shell/texts.h"
 #include "update/manifest.h"
 #include "update/update_threads.h"
-
-#include <commctrl.h>
 
 namespace vlk::agent {
 namespace {

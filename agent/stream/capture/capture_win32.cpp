@@ -1,13 +1,14 @@
 // Screen capture on Windows: DXGI desktop duplication, or GDI where duplication is unavailable.
+#include "stream/capture/capture.h"
+
+#include <d3d11.h>
+
 #include <cstring>
 
 #include "platform/debug_log.h"
 #include "platform/win32/handles_win32.h"
-#include "stream/capture/capture.h"
 #include "stream/capture/outputs_win32.h"
 #include "stream/capture/screen_copy_win32.h"
-
-#include <d3d11.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,10 +1,11 @@
 // Draws the pointer with GDI on a copy of the pixels beneath it.
+#include "stream/capture/cursor_overlay.h"
+
 #include <algorithm>
 #include <cstring>
 #include <optional>
 
 #include "platform/win32/handles_win32.h"
-#include "stream/capture/cursor_overlay.h"
 
 namespace vlk::agent {
 namespace {

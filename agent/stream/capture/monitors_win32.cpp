@@ -1,5 +1,6 @@
 // The monitor list from DXGI, and thumbnails copied from the screen and scaled with GDI.
 #include "stream/capture/monitors.h"
+
 #include "stream/capture/outputs_win32.h"
 #include "stream/capture/screen_copy_win32.h"
 

@@ -3,11 +3,11 @@
 // monitor in both. For Windows files only.
 #pragma once
 
-#include <cstdint>
-
 #include <windows.h>
 #include <dxgi1_2.h>
 #include <wrl/client.h>
+
+#include <cstdint>
 
 namespace vlk::agent {
 

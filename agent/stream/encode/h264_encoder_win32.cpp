@@ -1,13 +1,14 @@
 // H.264 on Windows: a session with an encoder of Media Foundation, hardware before software. Supports both
 // protocols: the synchronous one, where each call returns its result, and the asynchronous one, where the
 // encoder works on its own threads and reports by events when it needs input or has output.
-#include "stream/encode/colour.h"
 #include "stream/encode/h264_encoder.h"
-#include "stream/encode/h264_sample_win32.h"
-#include "stream/encode/h264_transform_win32.h"
 
 #include <mfapi.h>
 #include <mferror.h>
+
+#include "stream/encode/colour.h"
+#include "stream/encode/h264_sample_win32.h"
+#include "stream/encode/h264_transform_win32.h"
 
 namespace vlk::agent {
 namespace {

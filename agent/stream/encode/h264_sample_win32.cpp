@@ -1,9 +1,9 @@
 // Creates and reads media samples.
 #include "stream/encode/h264_sample_win32.h"
 
-#include <cstring>
-
 #include <mfapi.h>
+
+#include <cstring>
 
 namespace vlk::agent {
 namespace {

@@ -1,11 +1,11 @@
 // Converts between Media Foundation samples and bytes. For Windows files only.
 #pragma once
 
-#include <cstdint>
-#include <vector>
-
 #include <mfobjects.h>
 #include <wrl/client.h>
+
+#include <cstdint>
+#include <vector>
 
 namespace vlk::agent {
 

@@ -1,10 +1,10 @@
 // Finds an encoder and sets its media types and properties.
 #include "stream/encode/h264_transform_win32.h"
 
-#include "platform/debug_log.h"
-
 #include <codecapi.h>
 #include <mfapi.h>
+
+#include "platform/debug_log.h"
 
 namespace vlk::agent {
 namespace {

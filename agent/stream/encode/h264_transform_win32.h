@@ -5,14 +5,14 @@
 // The toolchain's codecapi.h needs strmif.h before it.
 #include <strmif.h>
 // This comment ends a block of includes, so that the formatter keeps the order.
+#include <mfidl.h>
+#include <mftransform.h>
+#include <wrl/client.h>
+
 #include <cstdint>
 #include <vector>
 
 #include "stream/encode/h264_format.h"
-
-#include <mfidl.h>
-#include <mftransform.h>
-#include <wrl/client.h>
 
 namespace vlk::agent {
 

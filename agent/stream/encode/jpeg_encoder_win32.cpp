@@ -1,9 +1,10 @@
 // Encodes JPEG with GDI+, which the process has started.
+#include "stream/encode/jpeg_encoder.h"
+
 #include <memory>
 #include <optional>
 
 #include "platform/win32/gdiplus_win32.h"
-#include "stream/encode/jpeg_encoder.h"
 
 namespace vlk::agent {
 namespace {

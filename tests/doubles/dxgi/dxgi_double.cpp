@@ -3,6 +3,9 @@
 #define CINTERFACE
 #include <initguid.h>
 // initguid.h comes before the interfaces' headers, so that these define the interfaces' identifiers.
+#include <d3d11.h>
+#include <dxgi1_2.h>
+
 #include <memory>
 
 #include "tests/doubles/board_win32.h"
@@ -11,9 +14,6 @@
 #include "tests/doubles/method_table.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/windows/support/holdings.h"
-
-#include <d3d11.h>
-#include <dxgi1_2.h>
 
 namespace vantelink_doubles {
 namespace {

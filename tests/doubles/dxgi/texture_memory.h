@@ -2,10 +2,10 @@
 // ends the process.
 #pragma once
 
+#include <windows.h>
+
 #include <cstddef>
 #include <cstdint>
-
-#include <windows.h>
 
 namespace vantelink_doubles {
 

@@ -1,20 +1,19 @@
 // The encoder transform. It encodes with a real encoder and has the failures and oddities set on the board.
 #pragma once
 
+#include <windows.h>
+#include <mfidl.h>
+#include <wrl/client.h>
+
 #include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
 
-#include <windows.h>
-
 #include "tests/doubles/h264/engine.h"
 #include "tests/doubles/h264/transform.h"
 #include "tests/doubles/h264/unsupported.h"
-
-#include <mfidl.h>
-#include <wrl/client.h>
 
 namespace vantelink_doubles {
 

@@ -1,12 +1,12 @@
 // Pictures that go into the encoder transform and frames that come out of it.
+#include <mfapi.h>
+#include <mferror.h>
+
 #include <chrono>
 #include <cstring>
 #include <utility>
 
 #include "tests/doubles/h264/encoder_transform.h"
-
-#include <mfapi.h>
-#include <mferror.h>
 
 namespace vantelink_doubles {
 namespace {

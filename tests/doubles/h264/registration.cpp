@@ -1,15 +1,14 @@
 // Registers the transforms with the system: `regsvr32 /n /i:"sync async" h264.dll` registers the named
 // transforms as COM classes and as video encoders, and unregisters the others.
-#include <cwchar>
-#include <string>
-
 #include <windows.h>
-
-#include "tests/doubles/h264/transform.h"
-
 #include <mfapi.h>
 #include <mfidl.h>
 #include <mftransform.h>
+
+#include <cwchar>
+#include <string>
+
+#include "tests/doubles/h264/transform.h"
 
 namespace vantelink_doubles {
 

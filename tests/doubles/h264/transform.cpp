@@ -1,9 +1,9 @@
-#include "tests/doubles/board_win32.h"
-#include "tests/doubles/h264/encoder_transform.h"
-
 #include <codecapi.h>
 #include <mfapi.h>
 #include <mferror.h>
+
+#include "tests/doubles/board_win32.h"
+#include "tests/doubles/h264/encoder_transform.h"
 
 namespace vantelink_doubles {
 namespace {

@@ -1,10 +1,10 @@
 // Tests of the installer: new installations, updates, failures, and removal.
+#include <signal.h>
+
 #include <filesystem>
 
 #include "e2e/support/installer_fixture.h"
 #include "update/version.h"
-
-#include <signal.h>
 
 namespace vantelink_test {
 namespace {

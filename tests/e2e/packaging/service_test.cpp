@@ -1,10 +1,10 @@
 // Tests of the shipped executable as a service under Wine's service manager: installation, supervision of the
 // agent, stop and removal.
+#include <signal.h>
+
 #include <filesystem>
 
 #include "e2e/support/redirect_fixture.h"
-
-#include <signal.h>
 
 namespace vantelink_test {
 namespace {

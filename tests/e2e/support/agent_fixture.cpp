@@ -1,13 +1,13 @@
 // Starts the desk, the server and the agent, and reads /proc.
 #include "e2e/support/agent_fixture.h"
 
+#include <signal.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
-
-#include <signal.h>
 
 namespace vantelink_test {
 

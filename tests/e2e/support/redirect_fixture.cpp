@@ -1,6 +1,8 @@
 // Preloads the redirecting library and searches /proc for processes.
 #include "e2e/support/redirect_fixture.h"
 
+#include <signal.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,8 +10,6 @@
 #include <stdexcept>
 
 #include "config/config.h"
-
-#include <signal.h>
 
 namespace vantelink_test {
 namespace {

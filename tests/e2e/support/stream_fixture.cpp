@@ -1,14 +1,14 @@
 // Sets up the boards and the agent's folder, and reads streams.
 #include "e2e/support/stream_fixture.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace vantelink_test {
 namespace {

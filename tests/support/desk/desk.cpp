@@ -1,14 +1,14 @@
 // Runs tools/desk for each operation.
 #include "support/desk/desk.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace vantelink_test {
 namespace {

@@ -1,10 +1,10 @@
 // Repeats poll() after interruptions by signals.
 #include "support/peers/descriptor_wait.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
-
-#include <poll.h>
 
 namespace vantelink_test {
 

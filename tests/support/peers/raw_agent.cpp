@@ -1,13 +1,13 @@
 // Connects, and reads and writes frames.
 #include "support/peers/raw_agent.h"
 
-#include <csignal>
-#include <stdexcept>
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <csignal>
+#include <stdexcept>
 
 namespace vantelink_test {
 

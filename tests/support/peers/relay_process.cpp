@@ -1,6 +1,12 @@
 // Starts the child with its output in a log file, from which the port is read.
 #include "support/peers/relay_process.h"
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -9,12 +15,6 @@
 
 #include "support/bytes/file_bytes.h"
 #include "support/waiting.h"
-
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace vantelink_test {
 namespace {

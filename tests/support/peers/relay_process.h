@@ -1,10 +1,10 @@
 // The relay's executable as a child process, for tests of the whole program.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace vantelink_test {
 

@@ -1,16 +1,16 @@
 // Sets up the certificate and the listening socket, and accepts clients.
 #include "support/peers/scripted_server.h"
 
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <stdexcept>
 
 #include "support/peers/descriptor_wait.h"
-
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace vantelink_test {
 namespace {

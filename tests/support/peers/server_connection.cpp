@@ -1,19 +1,19 @@
 // Non-blocking TLS, so that every wait has a deadline.
 #include "support/peers/server_connection.h"
 
-#include <algorithm>
-#include <stdexcept>
-
-#include <openssl/err.h>
-
-#include "support/peers/descriptor_wait.h"
-
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include <openssl/err.h>
+
+#include "support/peers/descriptor_wait.h"
 
 namespace vantelink_test {
 namespace {

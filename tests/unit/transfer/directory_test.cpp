@@ -1,14 +1,14 @@
 // Listings of real folders, and the parts of a listing that need no folder.
 #include "transfer/directory.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "support/temp_folder.h"
 #include "wire/json.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace vlk::agent {
 namespace {

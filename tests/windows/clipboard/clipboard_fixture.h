@@ -2,6 +2,8 @@
 // each test.
 #pragma once
 
+#include <windows.h>
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -9,8 +11,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "clipboard/payload.h"
 #include "tests/windows/clipboard/clipboard_seam.h"

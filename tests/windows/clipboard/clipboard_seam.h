@@ -2,12 +2,12 @@
 // clipboard, or fails on demand. The tick count changes only when the test sets it.
 #pragma once
 
+#include <windows.h>
+
 #include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
-
-#include <windows.h>
 
 namespace clip {
 

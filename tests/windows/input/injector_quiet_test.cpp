@@ -1,10 +1,10 @@
 // Input without the environment variable "VLK_DEBUG_INPUT" writes no log. The agent reads the variable once
 // per process, so this test is a program of its own.
+#include <windows.h>
+
 #include <cstdlib>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "input/injector.h"
 #include "platform/debug_log.h"

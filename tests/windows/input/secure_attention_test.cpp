@@ -1,13 +1,13 @@
 // The secure-attention sequence, tested with a double of sas.dll in this program's folder and without any
 // sas.dll.
+#include <windows.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "input/injector.h"
 #include "tests/windows/support/debug_log_file.h"

@@ -1,16 +1,15 @@
 // Trust roots from the system's certificate store.
 #include "net/trust_roots.h"
 
+#include <windows.h>
+#include <wincrypt.h>
+
 #include <algorithm>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
 #include "support/certificates.h"
-
-#include <wincrypt.h>
 
 namespace vlk::agent {
 namespace {

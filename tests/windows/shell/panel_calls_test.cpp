@@ -1,9 +1,9 @@
 // The system calls of the settings panel, with every argument, in both languages.
+#include <commctrl.h>
+
 #include "shell/panel/settings_panel.h"
 #include "tests/windows/shell/shell_calls_seam.h"
 #include "tests/windows/support/shell_window.h"
-
-#include <commctrl.h>
 
 namespace vlk::agent {
 namespace {

@@ -1,5 +1,9 @@
 // The consent prompt and the update prompt: the system's dialogs are replaced, recorded and answered by the
 // test.
+#include <windows.h>
+#include <commctrl.h>
+#include <process.h>
+
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -8,17 +12,12 @@
 
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
 #include "platform/text.h"
 #include "shell/prompts/consent_prompt.h"
 #include "shell/prompts/update_prompt.h"
 #include "tests/windows/support/seam.h"
 #include "tests/windows/support/shell_window.h"
 #include "update/manifest.h"
-
-#include <commctrl.h>
-#include <process.h>
 
 namespace {
 

@@ -1,4 +1,6 @@
 // The resources of the executable, read from its file: icon, logo, manifest, version record.
+#include <windows.h>
+
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -6,8 +8,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "platform/win32/handles_win32.h"
 #include "resources/resource.h"

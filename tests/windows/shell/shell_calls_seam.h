@@ -2,13 +2,13 @@
 // for their tests. Registry calls are scripted and do not reach the real registry.
 #pragma once
 
+#include <windows.h>
+#include <shellapi.h>
+
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
-#include <shellapi.h>
 
 namespace vlk::test {
 

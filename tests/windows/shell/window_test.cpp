@@ -1,4 +1,6 @@
 // The agent's window, inspected and operated from another process.
+#include <windows.h>
+
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -6,8 +8,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "platform/win32/gdiplus_win32.h"
 #include "platform/win32/handles_win32.h"

@@ -1,10 +1,10 @@
 #include "tests/windows/support/debug_log_file.h"
 
+#include <windows.h>
+
 #include <cstdio>
 #include <fstream>
 #include <iterator>
-
-#include <windows.h>
 
 namespace vlk::test {
 

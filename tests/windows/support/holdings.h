@@ -1,9 +1,9 @@
 // Counts of the GDI objects and kernel handles that this process holds, for tests that look for leaks.
 #pragma once
 
-#include <functional>
-
 #include <windows.h>
+
+#include <functional>
 
 namespace vlk::test {
 

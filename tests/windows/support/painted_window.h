@@ -1,11 +1,11 @@
 // A window with known colours, for tests that capture the screen or send input to a window.
 #pragma once
 
+#include <windows.h>
+
 #include <chrono>
 #include <cstdint>
 #include <vector>
-
-#include <windows.h>
 
 namespace vlk::test {
 

@@ -1,10 +1,10 @@
 // Registry calls that fail on demand, else reach the real registry.
 #pragma once
 
+#include <windows.h>
+
 #include <string>
 #include <vector>
-
-#include <windows.h>
 
 #include "platform/win32/handles_win32.h"
 

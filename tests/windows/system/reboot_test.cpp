@@ -1,13 +1,13 @@
 // The restart of the machine, tested with replaced system calls that record each call and restart nothing.
 #include "system/reboot.h"
 
+#include <windows.h>
+
 #include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "tests/windows/support/debug_log_file.h"
 #include "tests/windows/support/seam.h"

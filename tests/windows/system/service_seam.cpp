@@ -1,12 +1,12 @@
 #include "tests/windows/system/service_seam.h"
 
+#include <userenv.h>
+#include <wtsapi32.h>
+
 #include <cstdio>
 #include <cstring>
 
 #include "tests/windows/support/seam.h"
-
-#include <userenv.h>
-#include <wtsapi32.h>
 
 namespace vlk::test {
 namespace {

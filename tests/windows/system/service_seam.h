@@ -1,13 +1,13 @@
 // A scripted service manager, with tokens and processes: each call is recorded in order and fails on demand.
 #pragma once
 
+#include <windows.h>
+
 #include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 namespace vlk::test {
 

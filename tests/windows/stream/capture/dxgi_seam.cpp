@@ -4,11 +4,11 @@
 // clang-format off
 #include "tests/windows/stream/capture/dxgi_seam.h"
 // clang-format on
+#include <dxgi1_2.h>
+
 #include <utility>
 
 #include "tests/doubles/method_table.h"
-
-#include <dxgi1_2.h>
 
 namespace vlk::test::dxgi {
 

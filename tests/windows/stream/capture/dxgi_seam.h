@@ -2,16 +2,15 @@
 // count their references, record each call and fail on demand. It replaces the system's two entry points.
 #pragma once
 
+#include <windows.h>
+#include <d3d11.h>
+
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
-#include <windows.h>
-
 #include "tests/support/fail_nth.h"
-
-#include <d3d11.h>
 
 namespace vlk::test::dxgi {
 

@@ -1,6 +1,11 @@
 // JPEG files: their decoded pixels, and the calls to the encoder.
 #include "stream/encode/jpeg_encoder.h"
 
+#include <windows.h>
+#include <objidl.h>
+#include <gdiplus.h>
+#include <wrl/client.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -10,15 +15,9 @@
 
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
 #include "tests/windows/support/holdings.h"
 #include "tests/windows/support/painted_window.h"
 #include "tests/windows/support/seam.h"
-
-#include <objidl.h>
-#include <gdiplus.h>
-#include <wrl/client.h>
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Frames through an open H.264 encoder on a scripted Media Foundation, synchronous and asynchronous.
+#include <mferror.h>
+
 #include "stream/encode/colour.h"
 #include "tests/windows/stream/encode/session/session_fixture.h"
-
-#include <mferror.h>
 
 namespace vlk::agent {
 namespace {

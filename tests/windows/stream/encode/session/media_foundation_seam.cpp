@@ -1,13 +1,13 @@
 #include "tests/windows/stream/encode/session/media_foundation_seam.h"
 
+#include <mfapi.h>
+#include <mftransform.h>
+
 #include <cstdio>
 
 #include "tests/doubles/method_table.h"
 #include "tests/windows/stream/encode/session/scripted_encoder.h"
 #include "tests/windows/support/seam.h"
-
-#include <mfapi.h>
-#include <mftransform.h>
 
 namespace vlk::test::mf {
 

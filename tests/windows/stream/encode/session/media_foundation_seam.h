@@ -3,6 +3,11 @@
 // own.
 #pragma once
 
+#include <windows.h>
+#include <mfidl.h>
+#include <mfobjects.h>
+#include <wrl/client.h>
+
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -10,13 +15,7 @@
 #include <string>
 #include <vector>
 
-#include <windows.h>
-
 #include "tests/support/fail_nth.h"
-
-#include <mfidl.h>
-#include <mfobjects.h>
-#include <wrl/client.h>
 
 namespace vlk::test::mf {
 

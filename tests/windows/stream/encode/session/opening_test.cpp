@@ -1,9 +1,9 @@
 // Opening and closing the H.264 encoder on a scripted Media Foundation: every call in order, every failure,
 // and the state that stays from one opening to the next.
-#include "tests/windows/stream/encode/session/session_fixture.h"
-
 #include <mfapi.h>
 #include <mferror.h>
+
+#include "tests/windows/stream/encode/session/session_fixture.h"
 
 namespace vlk::agent {
 namespace {

@@ -1,10 +1,10 @@
 #include "tests/windows/stream/encode/session/scripted_encoder.h"
 
-#include <utility>
-
 #include <codecapi.h>
 #include <mfapi.h>
 #include <mferror.h>
+
+#include <utility>
 
 namespace vlk::test::mf {
 namespace {

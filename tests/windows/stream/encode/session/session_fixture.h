@@ -1,6 +1,8 @@
 // Fixture for tests of the H.264 encoder on a scripted Media Foundation.
 #pragma once
 
+#include <windows.h>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -8,8 +10,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "stream/encode/h264_encoder.h"
 #include "tests/windows/stream/encode/session/media_foundation_seam.h"

@@ -1,13 +1,13 @@
 // The H.264 encoder on transforms around a real encoder, which the system itself finds and activates: every
 // frame decodes to its picture.
+#include <mfapi.h>
+
 #include <string>
 #include <utility>
 
 #include "tests/windows/stream/encode/transforms/transforms_fixture.h"
 #include "tests/windows/support/debug_log_file.h"
 #include "tests/windows/support/holdings.h"
-
-#include <mfapi.h>
 
 namespace vlk::agent {
 namespace {

@@ -2,14 +2,14 @@
 // with the asynchronous one.
 #pragma once
 
+#include <windows.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include <windows.h>
 
 #include "platform/threads/com_apartment.h"
 #include "stream/encode/h264_encoder.h"
