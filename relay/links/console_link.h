@@ -1,4 +1,4 @@
-// The relay's side of a browser's WebSocket, as described in docs/protocol.md.
+// The relay's side of a browser's WebSocket, as described in docs/console-protocol.md.
 #pragma once
 
 #include <memory>
