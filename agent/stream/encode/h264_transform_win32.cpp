@@ -1,8 +1,8 @@
 // Finds an encoder and sets its media types and properties.
 #include "stream/encode/h264_transform_win32.h"
 
-#include <codecapi.h>
 #include <mfapi.h>
+#include <codecapi.h>
 
 #include "platform/debug_log.h"
 

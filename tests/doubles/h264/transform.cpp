@@ -1,6 +1,6 @@
-#include <codecapi.h>
 #include <mfapi.h>
 #include <mferror.h>
+#include <codecapi.h>
 
 #include "tests/doubles/board_win32.h"
 #include "tests/doubles/h264/encoder_transform.h"

@@ -1,4 +1,5 @@
 // The system calls of the settings panel, with every argument, in both languages.
+#include <windows.h>
 #include <commctrl.h>
 
 #include "shell/panel/settings_panel.h"

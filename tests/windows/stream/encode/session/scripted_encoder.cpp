@@ -1,8 +1,8 @@
 #include "tests/windows/stream/encode/session/scripted_encoder.h"
 
-#include <codecapi.h>
 #include <mfapi.h>
 #include <mferror.h>
+#include <codecapi.h>
 
 #include <utility>
 
