@@ -1,3 +1,4 @@
+// Finds messages in the bytes that the agent sends, and connects its client to a simulated server.
 #include "agent_link.h"
 
 #include <algorithm>

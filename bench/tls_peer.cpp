@@ -1,3 +1,4 @@
+// Sockets, certificate and TLS contexts of the bare connections.
 #include "tls_peer.h"
 
 #include <arpa/inet.h>

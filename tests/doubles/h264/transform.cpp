@@ -1,3 +1,4 @@
+// The double's encoder transform: media types, settings and the calls of IMFTransform and ICodecAPI.
 #include <mfapi.h>
 #include <mferror.h>
 #include <codecapi.h>

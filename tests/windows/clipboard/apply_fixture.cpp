@@ -1,3 +1,4 @@
+// Puts a text on the clipboard before each test and reads back what a payload has made of it.
 #include "tests/windows/clipboard/apply_fixture.h"
 
 #include <algorithm>

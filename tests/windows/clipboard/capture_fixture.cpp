@@ -1,3 +1,4 @@
+// Makes the folder for copied files and describes sent payloads in words.
 #include "tests/windows/clipboard/capture_fixture.h"
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+// Creates the window, starts the clipboard watch and empties the clipboard.
 #include "tests/windows/clipboard/clipboard_fixture.h"
 
 #include <cstring>

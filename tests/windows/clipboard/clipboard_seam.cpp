@@ -1,3 +1,4 @@
+// The replaced clipboard calls, which record themselves, fail on demand or call the real ones.
 #include "tests/windows/clipboard/clipboard_seam.h"
 
 #include <algorithm>

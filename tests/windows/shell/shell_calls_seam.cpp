@@ -1,3 +1,4 @@
+// The replaced calls of the settings panel and the tray icon, and the record of their arguments.
 #include "tests/windows/shell/shell_calls_seam.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// Looks for the executable in the folder above that of the test program.
 #include "tests/windows/support/agent_file.h"
 
 #include <windows.h>

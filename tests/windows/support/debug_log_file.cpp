@@ -1,3 +1,4 @@
+// Reads and removes the debug log in the temporary folder.
 #include "tests/windows/support/debug_log_file.h"
 
 #include <windows.h>

@@ -1,3 +1,4 @@
+// Asks the system for the counts.
 #include "tests/windows/support/holdings.h"
 
 #include <cstdint>

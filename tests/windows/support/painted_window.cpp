@@ -1,3 +1,4 @@
+// Creates, paints and closes the window.
 #include "tests/windows/support/painted_window.h"
 
 namespace vlk::test {

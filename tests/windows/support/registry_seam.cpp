@@ -1,3 +1,4 @@
+// The replaced registry calls.
 #include "tests/windows/support/registry_seam.h"
 
 #include "tests/windows/support/seam.h"

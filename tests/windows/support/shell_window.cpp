@@ -1,3 +1,4 @@
+// Creates the window's record and the window.
 #include "tests/windows/support/shell_window.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The replaced calls for services, tokens and processes.
 #include "tests/windows/system/service_seam.h"
 
 #include <userenv.h>

@@ -1,3 +1,4 @@
+// The replaced pointer and drawing calls.
 #include "tests/windows/stream/capture/cursor_seam.h"
 
 #include "tests/windows/support/seam.h"

@@ -1,3 +1,4 @@
+// Builds the scripted adapters, outputs and desktop texture.
 #include "tests/windows/stream/capture/duplication_fixture.h"
 
 #include "tests/windows/support/debug_log_file.h"

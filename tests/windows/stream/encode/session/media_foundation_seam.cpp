@@ -1,3 +1,4 @@
+// The replaced calls of Media Foundation: start, end and the search for encoders.
 #include "tests/windows/stream/encode/session/media_foundation_seam.h"
 
 #include <mfapi.h>

@@ -1,3 +1,4 @@
+// The scripted encoder's COM interfaces, each call recorded.
 #include "tests/windows/stream/encode/session/scripted_encoder.h"
 
 #include <mfapi.h>

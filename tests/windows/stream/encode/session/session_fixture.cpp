@@ -1,3 +1,4 @@
+// Opens encoder sessions on the scripted Media Foundation and compares the recorded calls.
 #include "tests/windows/stream/encode/session/session_fixture.h"
 
 #include "tests/windows/support/debug_log_file.h"

@@ -1,3 +1,4 @@
+// Decodes with OpenH264, which the double's encoder comes from too.
 #include "tests/windows/stream/encode/transforms/h264_decoder.h"
 
 #include <cmath>

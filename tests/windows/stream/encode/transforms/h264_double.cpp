@@ -1,3 +1,4 @@
+// Loads the double's DLL and calls its registration.
 #include "tests/windows/stream/encode/transforms/h264_double.h"
 
 #include <fstream>

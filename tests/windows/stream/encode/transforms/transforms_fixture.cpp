@@ -1,3 +1,4 @@
+// Draws the test pictures, encodes them and compares what is decoded.
 #include "tests/windows/stream/encode/transforms/transforms_fixture.h"
 
 #include <cstring>
