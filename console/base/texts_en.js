@@ -142,7 +142,7 @@ export const english = {
   },
   transferRemarks: {
     uploadCancelled: 'the part that arrived stays on the machine',
-    downloadCancelled: 'the machine cannot be told to stop; the rest of the file is discarded',
+    downloadCancelled: 'the machine cannot be told to stop sending; the rest of the file is discarded',
     sessionOver: 'the session ended; the part that arrived stays on the machine',
     outOfOrder: 'parts of the file are missing',
     cannotOpen: 'the machine cannot open the file',

@@ -83,7 +83,7 @@ asio::awaitable<Reply> HttpApi::route(const Request& request, const std::string&
   if (target.starts_with(kAgentsPath) && request.method() == http::verb::delete_) {
     co_return forget(request, *login, peer);
   }
-  co_return error_reply(request, HttpStatus::not_found, "There is no such request.");
+  co_return error_reply(request, HttpStatus::not_found, "The relay has nothing at this address.");
 }
 
 std::optional<HttpApi::Login> HttpApi::login_of(const Request& request) {

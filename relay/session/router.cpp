@@ -84,7 +84,7 @@ Route Router::route_from_browser(const ConsolePeer& peer, Bytes& message) {
   if (!session->accepted()) return refuse(*header, "The session has not been accepted.", session->agent->id);
   const MessageRule* rule = find_rule(header->type);
   if (!rule || !rule->to_agent() || rule->scope != Scope::Session)
-    return refuse(*header, "A message of that type is not for the machine.", session->agent->id);
+    return refuse(*header, "A message of that type may not be sent to the machine.", session->agent->id);
   return to_machine(*session, *header, message);
 }
 

@@ -59,14 +59,14 @@ finds 'console: a JSDoc import must not refer to a higher layer' 'console/files/
   console/files/a.js "\n/** @param {import('../session/b.js').B} b */" console/session/b.js ''
 finds 'console: a re-export must not come from a higher layer' 'console/base must not use console/app' \
   console/base/a.js "export { b } from '../app.js';" console/app.js ''
-finds 'console: a JSDoc import counts in a circle' 'console/files/a.js -> console/files/b.js -> console/files/a.js' \
+finds 'console: a JSDoc import counts in a cycle' 'console/files/a.js -> console/files/b.js -> console/files/a.js' \
   console/files/a.js "import { b } from './b.js';" console/files/b.js "/** @type {import('./a.js').A} */"
 finds 'console: an imported file must exist' 'there is no file ./b.js' console/files/a.js "import { b } from './b.js';"
 finds 'files must not include each other' 'agent/input/a.h -> agent/input/b.h -> agent/input/a.h' \
   agent/input/a.h '#include "input/b.h"' agent/input/b.h '#include "input/a.h"'
 finds 'folders of one layer may use each other in one direction' '' \
   relay/links/a.cpp '#include "relay/http/b.h"' relay/http/b.h ''
-finds 'folders of one layer must not use each other in both directions' 'a circle of folders in one layer: console/clipboard -> console/files' \
+finds 'folders of one layer must not use each other in both directions' 'a cycle of folders in one layer: console/clipboard -> console/files' \
   console/clipboard/a.js "import '../files/b.js';" console/files/b.js '' console/files/c.js "import '../clipboard/d.js';" \
   console/clipboard/d.js ''
 finds 'each folder is in a layer' 'relay/attic is not in a layer' relay/attic/a.h ''

@@ -16,7 +16,7 @@ namespace {
 constexpr ULONG kMfVersion = 0x20070;
 constexpr UINT32 kHardwareSearch = MFT_ENUM_FLAG_HARDWARE | MFT_ENUM_FLAG_SORTANDFILTER;
 constexpr UINT32 kSoftwareSearch = MFT_ENUM_FLAG_SYNCMFT | MFT_ENUM_FLAG_SORTANDFILTER;
-constexpr DWORD kStream = 0;  // number of the input and of the output stream
+constexpr DWORD kStream = 0;  // identifier of the transform's input stream and of its output stream
 constexpr DWORD kOwnSamples = MFT_OUTPUT_STREAM_PROVIDES_SAMPLES | MFT_OUTPUT_STREAM_CAN_PROVIDE_SAMPLES;
 
 }  // namespace

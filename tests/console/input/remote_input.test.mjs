@@ -26,7 +26,8 @@ async function inputSession(t) {
 }
 
 /**
- * The point of the page at which a pixel of the machine is shown, and the event of a move to it.
+ * The point of the page at which a pixel of the machine is shown, and the input event that the agent receives when
+ * the pointer moves to that point.
  * @param {import('../support/console_page.mjs').ConsolePage} page
  * @param {number} x
  * @param {number} y

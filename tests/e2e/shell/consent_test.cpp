@@ -82,7 +82,7 @@ TEST_F(ConsentTest, PromptNamesTheRepresentativeAndYesButtonAcceptsTheSession) {
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, NoButtonRejectsTheSessionAndAMissingNameIsReplaced) {
+TEST_F(ConsentTest, AnsweringNoRejectsTheSessionAndAMissingNameIsReplaced) {
   begin({}, icelandic());
   request(0xFFFFFFFF, "{}");
   const Prompt prompt = wait_for_prompts(1).at(0);
@@ -96,7 +96,7 @@ TEST_F(ConsentTest, NoButtonRejectsTheSessionAndAMissingNameIsReplaced) {
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, YesButtonAllowsInput) {
+TEST_F(ConsentTest, AnsweringYesAllowsInput) {
   begin();
   const std::string key("\x01\x04\x01\x41\x00\x00\x00\x00", 8);
   peer_->send_envelope(Msg::InputEvent, 3, key, 0);

@@ -75,7 +75,7 @@ TEST_F(RouterTest, MessagesOfABrowserPassByTheirTypeAndTheStateOfTheirSession) {
       {Belonging::None, "There is no such session."},
       {Belonging::OfAnother, "There is no such session."},
       {Belonging::Asked, "The session has not been accepted."},
-      {Belonging::Accepted, "A message of that type is not for the machine."},
+      {Belonging::Accepted, "A message of that type may not be sent to the machine."},
   };
   for (const Belonging belonging : kBelongings) {
     const std::uint32_t session = session_that_is(belonging);

@@ -1,5 +1,5 @@
-// The colour conversion, compared byte for byte with its formulas and with its plain form. Guard bytes show
-// that it writes nothing else.
+// The colour conversion, compared byte for byte with its formulas and with its plain implementation. Guard
+// bytes show that it writes nothing else.
 #include "stream/encode/colour.h"
 
 #include <memory>
@@ -157,7 +157,7 @@ TEST(Colour, ChromaCapacityCoversEverythingWritten) {
   EXPECT_EQ(ChromaCapacity(65535, 65535), std::size_t{65535} * 32768 + 1);
 }
 
-TEST(Colour, FastFormEqualsThePlainFormForEverySizeStrideAndAddress) {
+TEST(Colour, FastConversionEqualsThePlainConversionForEverySizeStrideAndAddress) {
   std::uint32_t seed = 0;
   for (std::int32_t width = 1; width <= 70; ++width) {
     for (std::int32_t height = 1; height <= 5; ++height) {

@@ -35,7 +35,7 @@ TEST_F(StreamCaptureTest, FailedOpenClearsTheInputRectangleAndIsRetriedAfterEach
   EXPECT_EQ(frames().size(), 3u);
 }
 
-TEST_F(StreamCaptureTest, OpenThatSucceedsOnRetryIsUsedFromTheNextIteration) {
+TEST_F(StreamCaptureTest, DuplicationThatOpensOnARetryIsUsedFromTheNextIteration) {
   int opens = 0;
   script().open = [&](std::int32_t) { return ++opens > 1; };
   script().acquire = [](CapturedFrame& frame) { return Fill(frame, 640, 480); };

@@ -199,7 +199,7 @@ TEST_F(Prompts, FirstBoxCannotBeClosedAfterASecondOneWasShown) {
   EXPECT_EQ(calls.back(), "unhook");
 }
 
-TEST_F(Prompts, UpdateDialogIsShownWithTheseSettings) {
+TEST_F(Prompts, UpdateDialogIsShownWithTheExpectedSettings) {
   run_update_prompt(shell_.main, {"0.2-β", "Setup.exe"});
   EXPECT_EQ(calls, (Lines{"dialog"}));
   TASKDIALOGCONFIG expected = {};
@@ -240,7 +240,7 @@ TEST_F(Prompts, OnlyTheSkippedVersionItselfIsNotOffered) {
   EXPECT_EQ(shell_.main.skipped_version, "0.2") << "the dialog was not answered";
 }
 
-TEST_F(Prompts, SkippingStoresTheVersion) {
+TEST_F(Prompts, SkippingAnUpdateStoresItsVersion) {
   dialog_button = 103;
   run_update_prompt(shell_.main, {"0.3", "Setup.exe"});
   EXPECT_EQ(shell_.main.skipped_version, "0.3");

@@ -33,7 +33,7 @@ void ExpectPictureAttributes(IMFMediaType* type, REFGUID subtype, UINT32 count, 
   EXPECT_EQ(items, count);
 }
 
-TEST_F(H264SessionTest, OpeningMakesTheseCalls) {
+TEST_F(H264SessionTest, OpeningMakesOnlyTheExpectedCallsInOrder) {
   EXPECT_TRUE(Init());
   EXPECT_EQ(
       machine.calls,
@@ -222,7 +222,7 @@ TEST_F(H264SessionTest, NothingIsEncodedWhileClosedOrWithoutPixels) {
   EXPECT_EQ(machine.Count("ProcessInput 0 0"), 0);
 }
 
-TEST_F(H264SessionTest, ShutdownMakesTheseCallsOnce) {
+TEST_F(H264SessionTest, ShutdownMakesTheExpectedCallsOnce) {
   EXPECT_TRUE(Init());
   machine.outputs = {plain("lost")};
   EXPECT_EQ(CallsOf([&] { encoder_->Shutdown(); }),
