@@ -125,7 +125,7 @@ test('a cancelled download drops the rest, and its row says that the machine can
     (await transferText(p, 'long.bin')).startsWith('262 kB of 10.5 MB'),
   );
   await transferRow(p, 'long.bin').locator('.transfer-cancel').click();
-  assert.match(await transferText(p, 'long.bin'), /Cancelled · the machine cannot be told to stop/);
+  assert.match(await transferText(p, 'long.bin'), /Cancelled · the machine cannot be told to stop sending/);
   machine.sendChunk(held.session, held.id, 1, Buffer.alloc(CHUNK_BYTES));
   machine.holding = false;
   const [download] = await Promise.all([p.waitForEvent('download'), fileRow(p, 'next.bin').dblclick()]);
