@@ -98,7 +98,7 @@ class LoopbackLink {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    (void)::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     ::listen(listener, 1);
     int size = sizeof(address);
     ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);

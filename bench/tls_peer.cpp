@@ -60,7 +60,7 @@ TlsListener::TlsListener() : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX
   listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address = loopback(0);
   socklen_t size = sizeof address;
-  ::bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
+  (void)::bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
   ::listen(listener_, 8);
   ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
   port = ntohs(address.sin_port);
@@ -77,7 +77,7 @@ Ssl TlsListener::accept() const {
 Ssl connect_to(const TlsListener& listener, SSL_CTX* context) {
   const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
   const sockaddr_in address = loopback(listener.port);
-  ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  (void)::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
   return tls_over(socket, context, SSL_connect);
 }
 

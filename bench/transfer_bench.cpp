@@ -66,7 +66,8 @@ void time_transfers(benchmark::State& state, Transfer transfer) {
     transfer();
     state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * kFileSize);
+  state.SetBytesProcessed(
+      static_cast<std::int64_t>(static_cast<std::uint64_t>(state.iterations()) * kFileSize));
 }
 
 void Download(benchmark::State& state) {

@@ -146,7 +146,7 @@ bool parse_options(const std::vector<std::string>& arguments, Options& options, 
     return false;
   }
   if (options.updates.empty()) options.updates = options.data + "/updates";
-  if (options.hosts.empty()) options.hosts.push_back("localhost");
+  if (options.hosts.empty()) options.hosts.emplace_back("localhost");
   return true;
 }
 

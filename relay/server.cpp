@@ -64,7 +64,6 @@ tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned 
 Server::Server(const Settings& settings, Store& store, const Log& log, const Limits& limits)
     : console_(settings.console),
       updates_(settings.updates),
-      store_(store),
       log_(log),
       limits_(limits),
       tls_(make_tls(settings.certificate)),

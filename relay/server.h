@@ -62,7 +62,6 @@ class Server {
 
   const std::string console_;
   const std::string updates_;
-  Store& store_;
   const Log& log_;
   const Limits& limits_;
   boost::asio::io_context io_{1};

@@ -44,7 +44,7 @@ void apply_text(std::string_view utf8) {
 }
 
 std::wstring make_scratch_folder() {
-  const std::wstring folder = temporary_folder() + kScratchFolder;
+  std::wstring folder = temporary_folder() + kScratchFolder;
   CreateDirectoryW(folder.c_str(), nullptr);  // fails if the folder exists, which is fine
   return folder;
 }

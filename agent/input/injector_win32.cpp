@@ -68,7 +68,7 @@ void InjectInputBatch(const unsigned char* payload, std::size_t length) {
   if (!records || records->empty()) return;
 
   // All events are injected in one call, so that no other input comes between them.
-  std::array<INPUT, kMaxEvents> inputs;
+  std::array<INPUT, kMaxEvents> inputs = {};
   std::size_t count = 0;
   for (const InputRecord& record : *records)
     inputs[count++] = to_system(record);

@@ -35,7 +35,7 @@ AgentCallbacks make_callbacks(MainWindow& main) {
   callbacks.on_status = [window](Status status, int count) {
     PostMessageW(window, WM_AGENT_STATUS, static_cast<WPARAM>(status), count);
   };
-  callbacks.on_notice = [window](std::string text) { post_status_text(window, Utf8ToWide(text)); };
+  callbacks.on_notice = [window](const std::string& text) { post_status_text(window, Utf8ToWide(text)); };
   callbacks.on_session_request = [window, &main](std::uint32_t session, std::string representative) {
     {
       const MutexLock lock(main.pending_lock);

@@ -145,7 +145,7 @@ std::optional<WsFrame> WsParser::next() {
       failed = true;
       return std::nullopt;
     }
-    const std::size_t length = static_cast<std::size_t>(header.length);
+    const auto length = static_cast<std::size_t>(header.length);
     const std::size_t body = header.size + (masked ? kMaskBytes : 0);
     if (available < body + length) return std::nullopt;
 

@@ -145,7 +145,8 @@ bool copy_timing(Copier& copier) {
     copier.bits(1);
   }
   const std::size_t before = copier.in.left();
-  if (!copy_hrd(copier) || !copy_hrd(copier)) return false;
+  if (!copy_hrd(copier)) return false;  // nal_hrd_parameters
+  if (!copy_hrd(copier)) return false;  // vcl_hrd_parameters
   const bool any_hrd = before - copier.in.left() > 2;
   if (any_hrd) copier.bits(1);  // low_delay_hrd_flag
   copier.bits(1);               // pic_struct_present_flag

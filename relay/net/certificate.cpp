@@ -52,7 +52,7 @@ void require(bool good) {
 std::string alternative_names(const std::vector<std::string>& hosts) {
   std::vector<std::string> all = hosts;
   for (const char* local : {"localhost", "127.0.0.1"}) {
-    if (std::find(all.begin(), all.end(), local) == all.end()) all.push_back(local);
+    if (std::find(all.begin(), all.end(), local) == all.end()) all.emplace_back(local);
   }
   std::string text;
   for (const std::string& host : all) {
@@ -151,7 +151,7 @@ std::string remark_on(const CertificateFiles& files, const std::vector<std::stri
 
 CertificateFiles self_made_certificate(const std::string& data, const std::vector<std::string>& hosts,
                                        std::string& remark) {
-  const CertificateFiles files{data + "/relay-cert.pem", data + "/relay-key.pem"};
+  CertificateFiles files{data + "/relay-cert.pem", data + "/relay-key.pem"};
   const bool has_certificate = std::filesystem::exists(files.certificate);
   if (has_certificate && std::filesystem::exists(files.key)) {
     remark = remark_on(files, hosts);

@@ -24,7 +24,7 @@ constexpr std::size_t kReadChunk = 64 * 1024;  // bytes
 
 std::shared_ptr<WebSocketLink> WebSocketLink::create(Stream stream, std::size_t fragment,
                                                      std::size_t queue_bytes) {
-  const std::shared_ptr<WebSocketLink> link(new WebSocketLink(std::move(stream), fragment, queue_bytes));
+  std::shared_ptr<WebSocketLink> link(new WebSocketLink(std::move(stream), fragment, queue_bytes));
   link->channel_->on_request([weak = link->weak_from_this()] {
     if (const auto self = weak.lock()) self->carry_out();
   });

@@ -89,7 +89,7 @@ Route Router::route_from_browser(const ConsolePeer& peer, Bytes& message) {
 }
 
 Route Router::to_machine(const Session& session, const EnvelopeHeader& header, Bytes& message) {
-  const Route route = forward(header, session.agent->channel);
+  Route route = forward(header, session.agent->channel);
   if (header.type == Msg::ClipboardData) note_clipboard(session, "clipboard-up", message);
   if (header.type == Msg::Reboot) audit_.note(session, {"restart", std::to_string(session.number)});
   if (!is_transfer(header.type)) return route;

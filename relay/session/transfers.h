@@ -84,7 +84,7 @@ class Transfers {
     std::uint64_t bytes = 0;
   };
   struct Owed {
-    std::uint32_t upload;
+    std::uint32_t upload = 0;
     Clock::time_point sent_at;
   };
   using Numbers = std::map<std::uint32_t, Transfer>;

@@ -3,8 +3,8 @@
 
 namespace vlk {
 
-ComApartment::ComApartment() {}
+ComApartment::ComApartment() = default;
 
-ComApartment::~ComApartment() {}
+ComApartment::~ComApartment() = default;
 
 }  // namespace vlk

@@ -34,7 +34,7 @@ struct H264Encoder::State {
   std::vector<std::uint8_t> sequence_header;  // kept from an earlier session if the present one has none
   std::vector<std::uint8_t> nv12;
 
-  bool FindEncoder(bool& hardware);
+  bool FindEncoder(bool& is_hardware);
   void DetectProtocol();
   bool SetTypes(const H264Format& format);
   void Begin(std::int32_t bitrate);
@@ -46,12 +46,12 @@ struct H264Encoder::State {
   bool DrainOutput(std::vector<std::uint8_t>& out);
 };
 
-bool H264Encoder::State::FindEncoder(bool& hardware) {
+bool H264Encoder::State::FindEncoder(bool& is_hardware) {
   if (ActivateEncoder(kHardwareSearch, transform)) {
-    hardware = true;
+    is_hardware = true;
     return true;
   }
-  hardware = false;
+  is_hardware = false;
   if (ActivateEncoder(kSoftwareSearch, transform)) return true;
   LogEncoder("no H.264 encoder MFT found", 0);
   return false;

@@ -20,8 +20,10 @@ class [[nodiscard]] FoundEncoders {
     if (FAILED(MFTEnumEx(MFT_CATEGORY_VIDEO_ENCODER, flags, &input, &output, &found_, &count_))) count_ = 0;
   }
   ~FoundEncoders() {
-    for (UINT32 i = 0; i < count_; ++i)
+    for (UINT32 i = 0; i < count_; ++i) {
+      // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): MFTEnumEx fills as many entries as it counts
       found_[i]->Release();
+    }
     CoTaskMemFree(found_);
   }
   FoundEncoders(const FoundEncoders&) = delete;

@@ -22,8 +22,10 @@ std::vector<std::uint8_t> EncodeJpeg(const std::uint8_t* pixels, std::uint32_t w
   // The bitmap uses the caller's memory. GDI+ requires a pointer to writable memory but only reads from it
   // here. If the bitmap cannot be created, saving it fails below.
   Gdiplus::GpBitmap* made = nullptr;
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
+  auto* const memory = const_cast<BYTE*>(pixels);
   gdip::GdipCreateBitmapFromScan0(static_cast<INT>(width), static_cast<INT>(height), static_cast<INT>(stride),
-                                  PixelFormat32bppRGB, const_cast<BYTE*>(pixels), &made);
+                                  PixelFormat32bppRGB, memory, &made);
   const UniqueImage bitmap(made);
 
   ULONG quality_value = quality;
