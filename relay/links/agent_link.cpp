@@ -82,28 +82,49 @@ class AgentConnection {
     channel_.send_binary(json_envelope(Msg::KeyframeRequest, session, "{}"));
   }
 
+  // Handles a message that is addressed to the relay itself.
   void handle(const EnvelopeHeader& header, const Bytes& message) {
     if (peer_->id.empty()) return authenticate(header.type, message);
-    switch (header.type) {
-      case Msg::Heartbeat:
-        return heartbeat(message);
-      case Msg::NameUpdate:
-        return parts_.machines.rename(*peer_, text_field(agent_json(message), "name"));
-      case Msg::SessionAccept:
-        return parts_.sessions.accept(*peer_, header.session);
-      case Msg::SessionReject:
-        return parts_.sessions.reject(*peer_, header.session);
-      default:  // hello, enrolment or log-in
-        refuse_order("the agent is already logged in");
+    struct MessageHandler {
+      Msg code;
+      void (AgentConnection::*handle)(const EnvelopeHeader&, const Bytes&);
+    };
+    static constexpr MessageHandler kHandlers[] = {
+        {Msg::Hello, &AgentConnection::on_second_log_in},
+        {Msg::Heartbeat, &AgentConnection::on_heartbeat},
+        {Msg::Enroll, &AgentConnection::on_second_log_in},
+        {Msg::Login, &AgentConnection::on_second_log_in},
+        {Msg::NameUpdate, &AgentConnection::on_name_update},
+        {Msg::SessionAccept, &AgentConnection::on_session_accept},
+        {Msg::SessionReject, &AgentConnection::on_session_reject},
+    };
+    for (const MessageHandler& handler : kHandlers) {
+      if (handler.code == header.type) return (this->*handler.handle)(header, message);
     }
   }
 
-  void heartbeat(const Bytes& message) {
+  void on_second_log_in(const EnvelopeHeader&, const Bytes&) {
+    refuse_order("the agent is already logged in");
+  }
+
+  void on_heartbeat(const EnvelopeHeader&, const Bytes& message) {
     const nlohmann::json fields = agent_json(message);
     const auto beat = fields.find("beat");
     if (beat == fields.end() || !beat->is_number_unsigned()) return;
     if (parts_.machines.heartbeat_echo(*peer_, beat->get<std::uint32_t>(), Clock::now()))
       parts_.transfers.settle(peer_->id, peer_->heartbeat_sent);
+  }
+
+  void on_name_update(const EnvelopeHeader&, const Bytes& message) {
+    parts_.machines.rename(*peer_, text_field(agent_json(message), "name"));
+  }
+
+  void on_session_accept(const EnvelopeHeader& header, const Bytes&) {
+    parts_.sessions.accept(*peer_, header.session);
+  }
+
+  void on_session_reject(const EnvelopeHeader& header, const Bytes&) {
+    parts_.sessions.reject(*peer_, header.session);
   }
 
   // Closes the connection of an agent that sends messages in the wrong order.
