@@ -46,7 +46,7 @@ TEST_F(EnduranceTest, SessionOfABrowserThatDoesNotReadEndsAndTheMachineCanBeUsed
   EXPECT_EQ(ended["reason"], "slow");
 }
 
-TEST_F(EnduranceTest, BrowserThatDoesNotReadAgainIsDisconnected) {
+TEST_F(EnduranceTest, BrowserThatStillDoesNotReadAfterItsSessionEndedIsDisconnected) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = accepted_session(*browser, vantelink_fakes::saved_config().agent_id);

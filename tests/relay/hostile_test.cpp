@@ -41,14 +41,14 @@ TEST_F(HostileTest, LogInWithAWrongPasswordOrAnInvalidBodyIsRefused) {
   EXPECT_EQ(Browser(port_).raw(head + "nonsense\r\n\r\n").rfind("HTTP/1.1 400", 0), 0u);
 }
 
-TEST_F(HostileTest, EleventhAttemptAfterTenWrongPasswordsForANameIsRefused) {
+TEST_F(HostileTest, EleventhLogInAfterTenWrongPasswordsForANameIsRefused) {
   const Json wrong = {{"name", "guessed"}, {"password", "wrong"}};
   for (int i = 0; i < 10; ++i)
     EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 401u);
   EXPECT_EQ(Browser(port_).request("POST", "/api/login", wrong.dump()).status, 429u);
 }
 
-TEST_F(HostileTest, WrongPasswordsForSeveralNamesLockTheAddressOutAndCorrectPasswordsDoNot) {
+TEST_F(HostileTest, WrongPasswordsForSeveralNamesBlockTheAddressAndCorrectPasswordsDoNot) {
   stop();
   limits_.failures_per_address = 3;
   start();
@@ -69,7 +69,7 @@ TEST_F(HostileTest, WrongPasswordsForSeveralNamesLockTheAddressOutAndCorrectPass
   start();
 }
 
-TEST_F(HostileTest, RequestsFromOtherSitesAndWithoutALogInAreRefused) {
+TEST_F(HostileTest, RequestsFromOtherSitesAndRequestsWithoutALogInAreRefused) {
   const std::string cookie = log_in();
   EXPECT_EQ(Browser(port_).request("POST", "/api/logout", {}, cookie, "https://evil.example").status, 403u);
   unsigned status = 0;

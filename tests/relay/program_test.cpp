@@ -65,7 +65,7 @@ TEST_F(ProgramTest, FirstStartAddsARepresentativeAndPrintsThePasswordOnce) {
   EXPECT_EQ(log_in(again, "admin", password), 200u);
 }
 
-TEST_F(ProgramTest, SetPasswordEndsTheRepresentativesLogInsAtARunningRelay) {
+TEST_F(ProgramTest, SetPasswordOptionEndsTheRepresentativesLogInsAtARunningRelay) {
   const RelayProcess relay(data_, {});
   const std::string old_password = rest_after(kFirst, relay.log());
   std::string cookie;

@@ -29,7 +29,7 @@ TEST_F(SessionTest, AgentEnrolsAndIsListed) {
   EXPECT_FALSE(vantelink_fakes::saved_config().agent_secret.empty());
 }
 
-TEST_F(SessionTest, IdentityIsValidAfterARestartOfTheRelayAndAgentWithAWrongSecretEnrolsAgain) {
+TEST_F(SessionTest, IdentityIsValidAfterARestartOfTheRelayAndAnAgentWithAWrongSecretEnrolsAgain) {
   connect_agent("Sæfari")->stop();
   agent::AgentConfig config = vantelink_fakes::saved_config();
   stop();
@@ -116,7 +116,7 @@ TEST_F(SessionTest, MessageFromTheBrowserIsRefusedBeforeTheLocalUserAccepts) {
   EXPECT_EQ(vantelink_fakes::count("SetInputSessionActive true"), 0u);
 }
 
-TEST_F(SessionTest, UnansweredRequestEndsAfterItsTimeLimit) {
+TEST_F(SessionTest, UnansweredSessionRequestEndsAfterItsTimeLimit) {
   stop();
   limits_.consent = std::chrono::milliseconds(50);
   start();
@@ -127,7 +127,7 @@ TEST_F(SessionTest, UnansweredRequestEndsAfterItsTimeLimit) {
   EXPECT_EQ(browser->read_text("session")["reason"], "no-answer");
 }
 
-TEST_F(SessionTest, SecondRepresentativeReceivesTheNameOfWhoUsesTheMachine) {
+TEST_F(SessionTest, SecondRepresentativeReceivesTheNameOfTheRepresentativeWhoUsesTheMachine) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto first = console();
@@ -158,7 +158,7 @@ TEST_F(SessionTest, SessionEndsWhenTheAgentDisconnects) {
   wait_for_machine("Sæfari", "offline");
 }
 
-TEST_F(SessionTest, MessagesForSessionsOfOtherBrowsersAndTypesMeantForTheRelayAreRefused) {
+TEST_F(SessionTest, MessagesForSessionsOfOtherBrowsersAndMessagesOfTypesForTheRelayAreRefused) {
   const auto agent = connect_agent("Sæfari");
   auto owner = console();
   const std::uint32_t session = open(*owner, vantelink_fakes::saved_config().agent_id);
@@ -190,7 +190,7 @@ TEST_F(SessionTest, HeartbeatsMeasureTheRoundTripToTheAgent) {
   }
 }
 
-TEST_F(SessionTest, LargeMessagesToASlowBrowserArriveComplete) {
+TEST_F(SessionTest, LargeMessagesToASlowBrowserArriveCompletely) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser, vantelink_fakes::saved_config().agent_id);
@@ -236,7 +236,7 @@ class RawSession {
   std::uint32_t number_ = 0;
 };
 
-TEST_F(SessionTest, H264FramesAreCompletedAndJpegFramesAreNot) {
+TEST_F(SessionTest, ParameterSetsOfH264FramesAreCompletedAndJpegFramesStayUnchanged) {
   using namespace std::string_literals;
   auto browser = console();
   RawSession session(port_, *browser);

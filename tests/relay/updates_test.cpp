@@ -19,7 +19,7 @@ class UpdatesTest : public RelayTest {
   }
 };
 
-TEST_F(UpdatesTest, RequestsForUpdatesGet404WithoutAnUpdatesFolder) {
+TEST_F(UpdatesTest, RequestsForUpdatesAreAnsweredWith404WithoutAnUpdatesFolder) {
   EXPECT_EQ(get("/version.json").status, 404u);
   EXPECT_EQ(get("/download/setup.exe").status, 404u);
 }
@@ -43,7 +43,7 @@ TEST_F(UpdatesTest, ManifestAndFilesAreServedUnchanged) {
 }
 
 // A file in memory would be dangerous, because anybody may request a large file and read it slowly.
-TEST_F(UpdatesTest, LargeFileIsNotHeldInMemory) {
+TEST_F(UpdatesTest, LargeFileIsServedWithoutBeingHeldInMemory) {
   put("large.exe", "");
   const auto path = folder_ / "updates/large.exe";
   std::filesystem::resize_file(path, 192u << 20);
@@ -75,7 +75,7 @@ TEST_F(UpdatesTest, AgentsUpdateClientFetchesTheOfferAndTheInstaller) {
   EXPECT_EQ(agent::fetch_installer("localhost", port_, "none.exe"), "");
 }
 
-TEST_F(UpdatesTest, NamesThatLeaveTheFolderAreRefused) {
+TEST_F(UpdatesTest, DownloadNamesOtherThanAPlainFileNameAreRefused) {
   put("a.exe", "a");
   put("deeper/b.exe", "b");
   put(".hidden", "c");

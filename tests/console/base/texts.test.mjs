@@ -28,7 +28,7 @@ test('both languages have the same keys', () => {
   assert.deepEqual(shape(icelandic), shape(english));
 });
 
-test('no text is the same in both languages', () => {
+test('every text differs between the two languages', () => {
   const other = new Map(Object.entries(icelandic));
   const same = Object.entries(english).filter(
     ([key, text]) => typeof text === 'string' && text === other.get(key),
@@ -51,7 +51,7 @@ test('the page names only texts that exist, and every text is used', () => {
   assert.deepEqual(unused, []);
 });
 
-test('the first of the browser’s languages that has a table is used', () => {
+test('the page uses the first of the browser’s languages that has a table of texts', () => {
   assert.equal(textsFor(['de', 'is-IS', 'en']).language, 'is');
   assert.equal(textsFor(['EN-us', 'is']).language, 'en');
   assert.equal(textsFor(['isx']).language, 'en');

@@ -222,7 +222,7 @@ test('Ctrl+V sends the clipboard to the machine before the key', async (t) => {
   assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
 });
 
-test('files are sent with their content, and files that are too large are offered for upload', async (t) => {
+test('pasted files are sent with their content, and files that are too large are offered for upload', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const p = page.page;
   const machine = new MachineFolders(agent, { '': [{ name: 'C:', dir: true }], 'C:\\': [] });
@@ -262,7 +262,7 @@ test('files are sent with their content, and files that are too large are offere
   await until('the upload has ended', () => machine.uploadTo('C:\\stór.bin')?.ended);
 });
 
-test('nothing is shared while sharing is off, and nothing is sent in “view only”', async (t) => {
+test('the clipboard is not shared while sharing is off, and is not sent in “view only”', async (t) => {
   const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
   await setLocal(p, 'mitt');

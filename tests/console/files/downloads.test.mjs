@@ -109,7 +109,7 @@ test('downloads of files that the machine cannot open or sends incompletely are 
   await page.shot('files-failed');
 });
 
-test('a cancelled download drops the rest, and its row says that the machine cannot be stopped', async (t) => {
+test('chunks of a cancelled download are dropped, and its row says that the machine cannot be stopped', async (t) => {
   const { p, machine } = await openPanel(t, shared);
   machine.folders['C:\\Users'] = [
     { name: 'long.bin', size: 10 * MiB },

@@ -90,7 +90,7 @@ test('keys and clicks select several rows', async (t) => {
   assert.equal(await count(), '6 items, 2 selected');
 });
 
-test('hostile names are shown as text, with direction marks made visible', async (t) => {
+test('hostile file names are shown as text, with direction marks made visible', async (t) => {
   const hostile = [
     '<img src=x onerror=alert(1)>',
     'innocent\u202egpj.exe',
@@ -111,7 +111,7 @@ test('hostile names are shown as text, with direction marks made visible', async
   await page.shot('files-hostile');
 });
 
-test('an answer that is not a listing changes nothing', async (t) => {
+test('an answer that is not a folder listing does not change the panel', async (t) => {
   const { agent, p, machine } = await openPanel(t, shared);
   machine.answering = false;
   await fileRow(p, 'C:').dblclick();

@@ -26,7 +26,7 @@ test('a listing is read, and payloads that are not listings are refused', () => 
   );
 });
 
-test('folders come first in every order', () => {
+test('folders come before files in every sort order', () => {
   /** @param {string} name @param {boolean} dir @param {number} size @param {number} mtime */
   const entry = (name, dir, size, mtime) => ({ name, path: name, dir, size, mtime });
   const entries = [

@@ -40,7 +40,7 @@ function queueWithSinks() {
   return { queue, state, sink };
 }
 
-test('the end of a session while sinks are being opened fails all transfers and aborts all sinks', async () => {
+test('when a session ends while sinks are being opened, all transfers fail and all sinks are aborted', async () => {
   const { queue, state, sink } = queueWithSinks();
   const first = ['a', 'b', 'c'].map(download);
   for (const transfer of first) queue.add(transfer);

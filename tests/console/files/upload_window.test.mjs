@@ -22,7 +22,7 @@ function windowWithPings() {
   return { window, clock, counts, send, answer };
 }
 
-test('an upload waits while a megabyte is on its way, and continues when a part has arrived', async () => {
+test('an upload waits while one megabyte is unconfirmed, and continues when a part is confirmed', async () => {
   const { window, counts, send, answer } = windowWithPings();
   for (let i = 0; i < 4; i++) send();
   let resumed = false;

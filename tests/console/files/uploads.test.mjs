@@ -58,7 +58,7 @@ test('the names of uploaded files are changed where Windows forbids them', async
   );
 });
 
-test('existing files are replaced only when the representative confirms it', async (t) => {
+test('existing files are replaced only if the representative confirms the replacement', async (t) => {
   const { p, page, machine } = await openPanel(t, shared);
   await openUsers(p);
   const choose = (/** @type {string[]} */ ...names) =>
@@ -118,7 +118,7 @@ test('files are uploaded by drop and by paste', async (t) => {
   assert.equal(contentOf(machine.uploadTo('C:\\Users\\b.txt')).toString(), 'pasted');
 });
 
-test('a cancelled upload is closed on the machine, and its row says that a part stays there', async (t) => {
+test('a cancelled upload is closed on the machine, and its row says that part of the file stays there', async (t) => {
   const { agent, p, machine } = await openPanel(t, shared);
   await openUsers(p);
   await p.evaluate(() => {
@@ -135,7 +135,7 @@ test('a cancelled upload is closed on the machine, and its row says that a part 
   assert.ok(agent.session);
 });
 
-test('an upload waits for a machine that does not read, and the link stays up', async (t) => {
+test('an upload waits while the machine does not read, and the connection stays open', async (t) => {
   const data = randomBytes(24 * MiB);
   const { agent, p, page, machine } = await openPanel(t, shared, DISK, {
     page: {

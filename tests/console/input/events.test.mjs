@@ -28,7 +28,7 @@ test('a batch has at most 255 events', () => {
   for (const batch of typingBatches('x'.repeat(1000))) assert.ok(batch.length <= 255);
 });
 
-test('moves are merged to one for each animation frame, and a button event is sent after its move', () => {
+test('pointer moves are merged into one move per animation frame, and a button event follows its move', () => {
   /** @type {number[][]} */
   const sent = [];
   /** @type {(() => void)[]} */

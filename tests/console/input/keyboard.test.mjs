@@ -6,7 +6,7 @@ import { Keyboard } from '../../../console/input/keyboard.js';
 import { keyAt, keyNamed } from '../../../console/input/keymap.js';
 import { typingBatches } from '../../../console/input/typing.js';
 
-test('a key has a virtual key, a scan code and an extended flag', () => {
+test('each key has a virtual-key code, a scan code and an extended flag', () => {
   assert.deepEqual(keyNamed('ArrowLeft'), { vk: 0x25, scan: 0x4b, extended: true });
   assert.equal(keyNamed('ControlRight').extended, true);
   assert.equal(keyNamed('ControlLeft').extended, false);

@@ -57,7 +57,7 @@ async function allUntilMark(agent, keyboard, mark = 'Ω') {
   return agent.inputs.splice(0).slice(0, -2);
 }
 
-test('a click is a move, a press and a release at the pixel that is shown', async (t) => {
+test('a click is sent as a move, a press and a release at the pixel under the pointer', async (t) => {
   const { agent, page, mouse } = await inputSession(t);
   for (const [x, y] of [
     [0, 0],
@@ -92,7 +92,7 @@ test('the right and middle mouse buttons are sent, and the browser’s menu does
   }
 });
 
-test('a drag that leaves the picture stays at its edge and still ends', async (t) => {
+test('a drag that leaves the picture continues at the picture’s edge until the button is released', async (t) => {
   const { agent, page, mouse } = await inputSession(t);
   const inside = await aim(page, 600, 300);
   await mouse.move(inside.x, inside.y);
@@ -107,7 +107,7 @@ test('a drag that leaves the picture stays at its edge and still ends', async (t
   assert.deepEqual((await agent.events(2))[1], button(Button.left, false));
 });
 
-test('a notch of the wheel is sent as 120, negative towards the user', async (t) => {
+test('a notch of the wheel is sent as 120, or as −120 towards the user', async (t) => {
   const { agent, page, mouse } = await inputSession(t);
   const { x, y, event } = await aim(page, 50, 60);
   await mouse.move(x, y);
@@ -208,7 +208,7 @@ test('key combinations that a browser does not pass to the page can be sent from
   assert.equal(agent.inputs.length, 0);
 });
 
-test('a whole text is typed, with its line ends as Enter', async (t) => {
+test('a whole text is typed on the machine, with its line ends as Enter', async (t) => {
   const { agent, page } = await inputSession(t);
   const text = 'Ahoy, þú!\nSecond line';
   await page.page.click('#keys-menu summary');

@@ -34,7 +34,7 @@ test('an unknown name gives the same error as a wrong password', async (t) => {
   );
 });
 
-test('a log-in survives a reload of the page and ends with a log-out', async (t) => {
+test('a log-in stays valid after a reload of the page and ends with a log-out', async (t) => {
   const page = await logInPage(t, shared);
   await page.logIn();
   await page.page.locator('#view-machines').waitFor();

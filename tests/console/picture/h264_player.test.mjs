@@ -57,7 +57,7 @@ async function shows(page, colour, levels = 6) {
   });
 }
 
-test('the first frame alone shows a colour card with errors of at most 3 levels in each channel', async (t) => {
+test('a single frame shows a colour card with errors of at most 3 levels in each channel', async (t) => {
   const { agent, page } = await watching(t);
   const [first] = encode([card(640, 480)], { width: 640, height: 480 });
   agent.frame(first);
@@ -95,7 +95,7 @@ test('after a missing frame no damaged picture is shown, and a key frame is requ
   await shows(page, COLOURS[5]);
 });
 
-test('a stream that begins without a key frame waits for one and requests it', async (t) => {
+test('if a stream begins without a key frame, the console requests a key frame and waits for it', async (t) => {
   const { agent, page } = await watching(t);
   const units = plainStream({ keys: [3] });
   agent.frame(units[1]);
@@ -105,7 +105,7 @@ test('a stream that begins without a key frame waits for one and requests it', a
   await shows(page, COLOURS[3]);
 });
 
-test('the request for a key frame is repeated until one arrives', async (t) => {
+test('the request for a key frame is repeated until a key frame arrives', async (t) => {
   const { agent } = await watching(t);
   const units = plainStream();
   agent.frame(units[1]);
@@ -122,7 +122,7 @@ test('several pictures in one message are all shown', async (t) => {
   await shows(page, COLOURS[5]);
 });
 
-test('a stream that changes its size continues by itself', async (t) => {
+test('a stream that changes its size is shown in the new size', async (t) => {
   const { agent, page } = await watching(t);
   agent.frame(plainStream()[0]);
   await page.frames(1);
@@ -132,7 +132,7 @@ test('a stream that changes its size continues by itself', async (t) => {
   assert.deepEqual(await page.pictureSize(), [200, 120]);
 });
 
-test('frames whose times stand still or run backwards are shown', async (t) => {
+test('frames whose time stamps decrease are shown', async (t) => {
   const { agent, page } = await watching(t);
   for (const [i, unit] of plainStream().entries()) agent.frame(unit, 5000 - i * 100);
   await page.frames(6);

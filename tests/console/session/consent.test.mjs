@@ -72,7 +72,7 @@ test('closing the page while it waits withdraws the prompt on the machine', asyn
   assert.equal((await agent.next(AgentMsg.SessionEnd)).session, request.session);
 });
 
-test('a machine that goes offline during its prompt is asked again when it is back', async (t) => {
+test('a machine that goes offline during its consent prompt is asked again when it is online', async (t) => {
   const { agent, page } = await asked(t);
   agent.drop();
   await page.waitForNote(/has gone offline/);
@@ -81,7 +81,7 @@ test('a machine that goes offline during its prompt is asked again when it is ba
   await agent.next(AgentMsg.StreamStart);
 });
 
-test('a request for a machine in use is refused with the name of its representative', async (t) => {
+test('a request for a machine in use is refused with the name of the representative who uses it', async (t) => {
   const { agent } = await asked(t);
   const { page } = await machineAndPage(t, shared);
   await page.ask(agent);
@@ -90,7 +90,7 @@ test('a request for a machine in use is refused with the name of its representat
   await page.page.locator('#view-machines').waitFor();
 });
 
-test('an offline machine cannot be asked', async (t) => {
+test('an offline machine cannot be asked for a session', async (t) => {
   const { agent, page } = await machineAndPage(t, shared);
   agent.drop();
   await page.page.locator(`.machine[data-agent="${agent.id}"][data-state=offline]`).waitFor();

@@ -26,7 +26,7 @@ test('the last picture stays while the relay is down, and the session continues 
   await page.waitForNoNote();
 });
 
-test('a session continues by itself when the machine is back', async (t) => {
+test('a session continues by itself when the machine is online again', async (t) => {
   const { agent, page } = await openSession(t, shared);
   await agent.next(AgentMsg.StreamStart);
   agent.drop();
@@ -37,7 +37,7 @@ test('a session continues by itself when the machine is back', async (t) => {
   await page.waitForNoNote();
 });
 
-test('a machine still in session with the representative’s own broken link is shown as in use', async (t) => {
+test('a machine whose session still has the representative’s own broken connection is shown as in use', async (t) => {
   const script = `window.sockets = []; window.WebSocket = class extends WebSocket {
     constructor(...all) { super(...all); sockets.push(this); } };`;
   const { agent, page } = await openSession(t, shared, { page: { script } });
@@ -54,7 +54,7 @@ test('a machine still in session with the representative’s own broken link is 
   await page.waitForNoNote();
 });
 
-test('the end of a session is sent to the machine, and the next one begins without a picture', async (t) => {
+test('the end of a session is sent to the machine, and the next session begins without a picture', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const { session: number } = await agent.next(AgentMsg.StreamStart);
   await page.page.click('#session-end');

@@ -22,7 +22,7 @@ test('a session starts a stream, requests thumbnails and shows the picture', asy
   assert.equal(await page.note(), '');
 });
 
-test('broken and oversized pictures are ignored, and the last good one stays', async (t) => {
+test('broken and oversized pictures are ignored, and the last good picture stays', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const whole = plain(320, 200, '#ff0000');
   agent.frame(new Uint8Array(0));

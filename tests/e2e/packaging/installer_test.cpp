@@ -149,7 +149,7 @@ TEST_F(InstallerTest, AgentThatEndedForAnUpdateIsStartedAgainWhenTheDiskIsFull) 
   EXPECT_TRUE(installed_is(kAgent));
 }
 
-TEST_F(InstallerTest, NewInstallationOnAFullDiskLeavesNothing) {
+TEST_F(InstallerTest, NewInstallationOnAFullDiskLeavesNoFilesServiceOrRegistryKey) {
   EXPECT_EQ(setup_on_full_disk(old_setup), "2");
   EXPECT_FALSE(std::filesystem::exists(desk->folder() + "/prefix/drive_c/Program Files/Maravek"));
   EXPECT_FALSE(service_exists());

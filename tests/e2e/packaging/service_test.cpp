@@ -108,7 +108,7 @@ TEST_F(ServiceTest, KilledAgentIsStartedAgainAtOnce) {
   }
 }
 
-TEST_F(ServiceTest, ExitInTheTrayMenuMakesTheServiceStartANewAgent) {
+TEST_F(ServiceTest, ChoosingExitInTheTrayMenuMakesTheServiceStartANewAgent) {
   install();
   const auto peer = greeted();
   const int first = child();
@@ -132,7 +132,7 @@ TEST_F(ServiceTest, StoppingTheServiceEndsTheAgentWithinASecondAndStartingItStar
   greeted();
 }
 
-TEST_F(ServiceTest, SecondInstallationKeepsTheExecutablePathOfTheFirst) {
+TEST_F(ServiceTest, SecondInstallationOfTheServiceKeepsTheExecutablePathOfTheFirst) {
   install();
   greeted();
   const std::string path = image_path();
@@ -143,7 +143,7 @@ TEST_F(ServiceTest, SecondInstallationKeepsTheExecutablePathOfTheFirst) {
   EXPECT_EQ(processes(kHost).size(), 1u);
 }
 
-TEST_F(ServiceTest, RemovalEndsServiceAndAgentAndFailsWhenNoServiceIsInstalled) {
+TEST_F(ServiceTest, RemovalEndsTheServiceAndItsAgentAndFailsWhenNoServiceIsInstalled) {
   EXPECT_EQ(uninstall(), "information|Maravek|Service removal failed.|");
   install();
   const auto peer = greeted();
@@ -175,7 +175,7 @@ TEST_F(ServiceTest, OnlyAnAdministratorCanInstallAndRemoveTheService) {
 
 // A service that finds an agent in the session starts copy after copy without a delay. Each copy shows the
 // first agent's window and ends.
-TEST_F(ServiceTest, WindowOfAnAgentThatRunsAlreadyIsShownByEachCopyThatTheServiceStarts) {
+TEST_F(ServiceTest, EachCopyThatTheServiceStartsShowsTheWindowOfTheAgentThatRunsAlready) {
   desk->spawn({kAgent, "--unattended"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
   const auto peer = greeted();
   ASSERT_FALSE(windows_on(*desk, {kAgentWindow}).front().visible);

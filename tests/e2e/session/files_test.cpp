@@ -179,7 +179,7 @@ TEST_F(FilesTest, DrivesAreListedAndRequestsForUnreadablePathsAreAnswered) {
             R"({"transfer_id":8,"ok":false,"error":"cannot open"})");
 }
 
-TEST_F(FilesTest, ChunksWithoutATransferAndShortChunksAreIgnored) {
+TEST_F(FilesTest, ChunksOfUnknownTransfersAndTruncatedChunksAreIgnored) {
   ask(Msg::UploadBegin, path_of("file"), 0x01020304);
   chunk(99, "stray");
   end(99);

@@ -64,7 +64,7 @@ class ConsentTest : public ShellTest {
   std::unique_ptr<ServerConnection> peer_;
 };
 
-TEST_F(ConsentTest, PromptNamesTheRepresentativeAndYesButtonAcceptsTheSession) {
+TEST_F(ConsentTest, PromptNamesTheRepresentativeAndAnsweringYesAcceptsTheSession) {
   begin();
   request(7, R"({"rep_name":"Guðrún Ósk"})");
   const Prompt prompt = wait_for_prompts(1).at(0);
@@ -82,7 +82,7 @@ TEST_F(ConsentTest, PromptNamesTheRepresentativeAndYesButtonAcceptsTheSession) {
   expect_quiet(*peer_);
 }
 
-TEST_F(ConsentTest, AnsweringNoRejectsTheSessionAndAMissingNameIsReplaced) {
+TEST_F(ConsentTest, AnsweringNoRejectsTheSessionAndAMissingRepresentativeNameIsReplaced) {
   begin({}, icelandic());
   request(0xFFFFFFFF, "{}");
   const Prompt prompt = wait_for_prompts(1).at(0);
@@ -108,7 +108,7 @@ TEST_F(ConsentTest, AnsweringYesAllowsInput) {
   EXPECT_TRUE(becomes_logged("[inject] SendInput n=1 OK\n"));
 }
 
-TEST_F(ConsentTest, EndOfTheSessionClosesThePromptAndTheAgentStillAnswersTheRequest) {
+TEST_F(ConsentTest, EndOfTheSessionClosesThePromptAndTheAgentDeclinesTheRequest) {
   begin();
   request(11, R"({"rep_name":"R"})");
   wait_for_prompts(1);
@@ -140,7 +140,7 @@ TEST_F(ConsentTest, EndOfAnotherSessionLeavesThePromptOpen) {
   EXPECT_EQ(line(peer_->read_envelope()), R"(68 1 20 {"session":20,"reason":"declined"})");
 }
 
-TEST_F(ConsentTest, SecondPromptIsShownOverTheFirstWhichThenOnlyTheUserCanClose) {
+TEST_F(ConsentTest, SecondPromptIsShownOverTheFirstPromptWhichThenOnlyTheUserCanClose) {
   begin();
   request(31, R"({"rep_name":"First"})");
   wait_for_prompts(1);
@@ -204,7 +204,7 @@ TEST_F(ConsentTest, UnattendedMachineShowsNoPrompt) {
   EXPECT_TRUE(prompts().empty());
 }
 
-TEST_F(ConsentTest, UnusualNamesAreShownInThePrompt) {
+TEST_F(ConsentTest, UnusualNamesOfRepresentativesAreShownInThePrompt) {
   begin();
   std::uint32_t session = 70;
   for (const std::string& name : {std::string(), std::string(3000, 'W'), std::string("\xff\xfe\x80"),

@@ -35,7 +35,7 @@ class PanelTest : public ShellTest {
   std::string greeting_;  // the payload of the message after the Hello
 };
 
-TEST_F(PanelTest, ControlsHaveTheirPlacesStylesAndEnglishTexts) {
+TEST_F(PanelTest, ControlsHaveTheExpectedPlacesStylesAndEnglishTexts) {
   desk->set("DisplayName", "REG_SZ", "Þórunn Sveinsdóttir VE-401");
   const auto peer = start_online();
   EXPECT_TRUE(reads(kStatusLabel, "Connecting…"));
@@ -89,7 +89,7 @@ TEST_F(PanelTest, TextsAreIcelandicForAnIcelandicUser) {
   screenshot("panel-icelandic");
 }
 
-TEST_F(PanelTest, StatusLineShowsTheConnectionAndErrorsUntilTheNextStatus) {
+TEST_F(PanelTest, StatusLineShowsTheConnectionStatusAndShowsErrorsUntilTheNextStatus) {
   auto peer = start_online();
   EXPECT_TRUE(reads(kStatusLabel, "Connecting…"));
   peer->send_envelope(Msg::LoginResult, 0, "{}");
@@ -105,7 +105,7 @@ TEST_F(PanelTest, StatusLineShowsTheConnectionAndErrorsUntilTheNextStatus) {
   EXPECT_TRUE(reads(kStatusLabel, "Offline"));
 }
 
-TEST_F(PanelTest, ApplyStoresNameAndUnattendedAccessAndSendsTheName) {
+TEST_F(PanelTest, ApplyButtonStoresNameAndUnattendedAccessAndSendsTheName) {
   auto peer = start_online();
   toggle_box();
   EXPECT_TRUE(becomes_checked(true));
@@ -161,7 +161,7 @@ TEST_F(PanelTest, LongNameIsTruncatedAndAnEmptyNameBecomesTheComputersNameAtTheN
   EXPECT_NE(computer, R"({"name":"")");
 }
 
-TEST_F(PanelTest, MenuItemSwitchesUnattendedAccessAtOnceAndTheCheckBoxFollows) {
+TEST_F(PanelTest, MenuItemSwitchesUnattendedAccessAtOnceAndUpdatesTheCheckBox) {
   auto peer = start_online();
   type_into(*desk, kNameEdit, "typed, not applied");
   post(*desk, kCommand, kMenuUnattended, 0);
@@ -218,14 +218,14 @@ TEST_F(PanelTest, WindowStaysHiddenAfterAnUnattendedStartUntilTheMenuOpensIt) {
   EXPECT_TRUE(becomes_visible(true));
 }
 
-TEST_F(PanelTest, ExitInTheMenuEndsTheProcessAndItsConnection) {
+TEST_F(PanelTest, ChoosingExitInTheMenuEndsTheProcessAndItsConnection) {
   auto peer = start_online();
   post(*desk, kCommand, kMenuExit, 0);
   EXPECT_TRUE(peer->wait_closed());
   EXPECT_TRUE(ends());
 }
 
-TEST_F(PanelTest, ApplyAfterEnrolmentInTheSameRunDeletesTheNewIdentity) {
+TEST_F(PanelTest, ApplyButtonAfterAnEnrolmentInTheSameRunDeletesTheNewIdentity) {
   auto peer = start_online();
   peer->send_envelope(Msg::EnrollResult, 0, R"({"agent_id":"id-1","agent_secret":"s-1"})");
   EXPECT_TRUE(reads(kStatusLabel, "Registered with Maravek"));

@@ -90,7 +90,7 @@ class TrayTest : public ShellTest {
   std::unique_ptr<ServerConnection> peer_;
 };
 
-TEST_F(TrayTest, TooltipShowsTheStatusInEnglishInEveryLanguage) {
+TEST_F(TrayTest, TooltipShowsTheStatusInEnglishToUsersOfEveryLanguage) {
   begin({}, icelandic());
   EXPECT_TRUE(tooltip_reads("Maravek Remote Support - Connecting…"));
   peer_->send_envelope(Msg::LoginResult, 0, "{}");
@@ -116,7 +116,7 @@ TEST_F(TrayTest, DoubleClickOnTheIconShowsTheWindowAndASingleClickDoesNot) {
   EXPECT_TRUE(becomes_visible(true));
 }
 
-TEST_F(TrayTest, MenuOpensTheWindowAndExits) {
+TEST_F(TrayTest, MenuItemsShowTheWindowAndEndTheAgent) {
   begin({"--unattended"});
   open_menu();
   screenshot("tray-menu-english");
@@ -130,7 +130,7 @@ TEST_F(TrayTest, MenuOpensTheWindowAndExits) {
   expect_icons(0);
 }
 
-TEST_F(TrayTest, CheckMarkInTheMenuAndCheckBoxInTheWindowFollowEachOther) {
+TEST_F(TrayTest, CheckMarkInTheMenuAndCheckBoxInTheWindowShowTheSameState) {
   begin({}, icelandic());
   EXPECT_FALSE(unattended_is_marked());
   choose(kUnattendedItem);

@@ -95,7 +95,7 @@ class UpdateTest : public ShellTest {
   std::string request_;  // the last request
 };
 
-TEST_F(UpdateTest, OfferIsShownAndPostponingItStoresNothing) {
+TEST_F(UpdateTest, UpdateOfferIsShownAndPostponingTheUpdateStoresNothing) {
   begin(offer_of("0.1.7"));
   const auto seen = wait_for_dialog();
   EXPECT_EQ(texts_of(seen),
@@ -123,7 +123,7 @@ TEST_F(UpdateTest, OfferIsShownAndPostponingItStoresNothing) {
   EXPECT_FALSE(server_->has_client(Milliseconds(0)));
 }
 
-TEST_F(UpdateTest, OfferIsIcelandicForAnIcelandicUser) {
+TEST_F(UpdateTest, UpdateOfferIsInIcelandicForAnIcelandicUser) {
   begin(offer_of("1"), icelandic());
   EXPECT_EQ(texts_of(wait_for_dialog()),
             (std::vector<std::string>{"Maravek Fjaraðstoð", "Uppfærsla í boði",
@@ -132,7 +132,7 @@ TEST_F(UpdateTest, OfferIsIcelandicForAnIcelandicUser) {
   screenshot("update-icelandic");
 }
 
-TEST_F(UpdateTest, OnlyTheSkippedVersionIsNotOfferedAgain) {
+TEST_F(UpdateTest, SkippedVersionIsNotOfferedAgainAndOtherVersionsAre) {
   begin(offer_of("0.3"));
   choose(kSkip);
   EXPECT_TRUE(becomes_stored("SkippedVersion", "0.3"));
@@ -173,7 +173,7 @@ TEST_F(UpdateTest, EnrolmentDeletesTheSkippedVersionAndSkippingAVersionDeletesTh
   EXPECT_EQ(registry_of(*desk)["AgentSecret"], "");
 }
 
-TEST_F(UpdateTest, InstallDownloadsAndStartsTheInstallerAndEndsTheAgent) {
+TEST_F(UpdateTest, ChoosingInstallDownloadsAndStartsTheInstallerAndEndsTheAgent) {
   const std::string path = temp() + "Ný uppsetning.exe";
   std::ofstream(path) << std::string(1'000'000, 'x');  // the download replaces this longer file
   begin(offer_of("0.2", "Ný uppsetning.exe"));
@@ -224,7 +224,7 @@ TEST_F(UpdateTest, FailureToCreateTheInstallersFileIsReported) {
   EXPECT_TRUE(running());
 }
 
-TEST_F(UpdateTest, FileNameMayLeadOutOfTheFolderAndAnInstallerThatCannotStartStillEndsTheAgent) {
+TEST_F(UpdateTest, InstallerNameMayLeadOutOfItsFolderAndAnInstallerThatCannotStartAlsoEndsTheAgent) {
   begin(offer_of("0.2", R"(..\\Beside.exe)"));
   choose(kInstall);
   const auto download = accept_request();
@@ -235,7 +235,7 @@ TEST_F(UpdateTest, FileNameMayLeadOutOfTheFolderAndAnInstallerThatCannotStartSti
   EXPECT_EQ(file_bytes(temp() + "../Beside.exe"), "this is not a program");
 }
 
-TEST_F(UpdateTest, InvalidManifestsDoNotLeadToAnOffer) {
+TEST_F(UpdateTest, InvalidManifestsDoNotLeadToAnUpdateOffer) {
   std::mt19937 random(11);
   std::string noise(100'000, '\0');
   for (char& byte : noise)

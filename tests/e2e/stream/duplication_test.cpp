@@ -28,7 +28,7 @@ class DuplicationStream : public StreamTest {
   }
 };
 
-TEST_F(DuplicationStream, ShowsTheDesktopsPicturesInOrderFromPaddedRows) {
+TEST_F(DuplicationStream, ShowsTheDesktopsPicturesInOrderAlthoughTheirRowsArePadded) {
   (*desktop)->pitch = 640 * 4 + 52;
   start_stream();
   std::uint32_t last = 0;
@@ -103,7 +103,7 @@ TEST_F(DuplicationStream, UnchangedScreenIsSentOnceASecond) {
   check_pictures(next_frame());
 }
 
-TEST_F(DuplicationStream, LostDuplicationLeavesOneFrameASecondAndIsNotReopened) {
+TEST_F(DuplicationStream, AfterDuplicationIsLostOneFrameASecondIsSentAndDuplicationIsNotReopened) {
   start_stream();
   check_pictures(next_frame());
   const int factories = (*desktop)->factories;
@@ -135,7 +135,7 @@ TEST_F(DuplicationStream, LostDuplicationLeavesOneFrameASecondAndIsNotReopened) 
   check_pictures(next_announced(config_text("mjpeg", 640, 360, 1)), 1);
 }
 
-TEST_F(DuplicationStream, WithoutADeviceTheScreenIsCopiedAndDuplicationIsTriedAgainAtEveryFrame) {
+TEST_F(DuplicationStream, WithoutAGraphicsDeviceTheScreenIsCopiedAndDuplicationIsTriedAgainAtEveryFrame) {
   (*desktop)->device_result = kUnsupported;
   start_stream();
   const StreamedFrame first = next_frame();
@@ -151,7 +151,7 @@ TEST_F(DuplicationStream, WithoutADeviceTheScreenIsCopiedAndDuplicationIsTriedAg
   check_pictures(next_frame());
 }
 
-TEST_F(DuplicationStream, EveryFailureBeforeDuplicationLeavesAStreamOfTheCopiedScreen) {
+TEST_F(DuplicationStream, StreamShowsTheCopiedScreenWhicheverStepOfOpeningDuplicationFails) {
   using Board = vantelink_doubles::DesktopBoard;
   for (const auto cell : {&Board::factory_result, &Board::output1_result, &Board::duplicate_result}) {
     (desktop->operator->()->*cell) = kUnsupported;

@@ -43,7 +43,7 @@ class H264Stream : public StreamTest, public testing::WithParamInterface<const c
 INSTANTIATE_TEST_SUITE_P(Encoders, H264Stream, testing::Values(kSync, kAsync),
                          [](const auto& test) { return std::string(test.param); });
 
-TEST_P(H264Stream, ShowsTheDesktopInOrderWithAKeyFrameEveryTwoSeconds) {
+TEST_P(H264Stream, ShowsTheDesktopsPicturesInOrderWithAKeyFrameEveryTwoSeconds) {
   std::int64_t last_key = 0;
   std::uint32_t last = 0;
   int keys = 0;
@@ -126,7 +126,7 @@ TEST_P(H264Stream, SwitchToAnotherMonitorOpensANewEncoder) {
   }
 }
 
-TEST_P(H264Stream, NewSizeOpensANewEncoder) {
+TEST_P(H264Stream, NewPictureSizeOpensANewEncoder) {
   first_frame();
   (*desktop)->width = 800;
   (*desktop)->height = 450;
@@ -140,7 +140,7 @@ TEST_P(H264Stream, NewSizeOpensANewEncoder) {
   EXPECT_EQ((*codec)->height, 450);
 }
 
-TEST_P(H264Stream, TimesOfANewStreamStartAtZeroAgain) {
+TEST_P(H264Stream, TimeStampsOfANewStreamStartAtZeroAgain) {
   first_frame();
   std::int64_t time = 0;
   for (int i = 0; i < 20; ++i)

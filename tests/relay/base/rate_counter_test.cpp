@@ -21,7 +21,7 @@ TEST(RateCounterTest, KeyIsExhaustedWhileTheWindowContainsAsManyEventsAsTheLimit
   EXPECT_FALSE(counter.exhausted("key", start + seconds(600))) << "the first event has left the window";
 }
 
-TEST(RateCounterTest, TakeBackRemovesTheNewestEventAndForgetRemovesTheKey) {
+TEST(RateCounterTest, TakingBackRemovesTheNewestEventOfAKeyAndForgettingRemovesTheKey) {
   RateCounter counter(2, seconds(600), 100);
   const auto start = Clock::now();
   counter.add("key", start);

@@ -19,7 +19,7 @@ TEST(Text, ControlCharactersAreTheBytesBelow0x20AndDel) {
   }
 }
 
-TEST(Text, CutUtf8KeepsWholeCharacters) {
+TEST(Text, FunctionCutUtf8NeverSplitsACharacter) {
   const std::string text = "a\xC3\xA6\xE2\x82\xAC\xF0\x9F\x98\x80";  // characters of 1, 2, 3 and 4 bytes
   const std::size_t expected[] = {0, 1, 1, 3, 3, 3, 6, 6, 6, 6, 10, 10};
   for (std::size_t limit = 0; limit < std::size(expected); ++limit)
@@ -27,7 +27,7 @@ TEST(Text, CutUtf8KeepsWholeCharacters) {
   EXPECT_EQ(cut_utf8("\x80\x80\x80", 2), "") << "only continuation bytes";
 }
 
-TEST(Text, OneLineReplacesLineBreaksAndReturnsAtMost400Bytes) {
+TEST(Text, FunctionOneLineReplacesLineBreaksAndReturnsAtMost400Bytes) {
   EXPECT_EQ(one_line("a\r\nb\x7F"), "a  b ");
   EXPECT_EQ(one_line(std::string(1000, 'x')).size(), 400u);
 }
@@ -42,7 +42,7 @@ TEST(ByteReaderTest, ReadsBigEndianNumbersAndRunsOfBytesInOrder) {
   EXPECT_EQ(reader.take(1), std::nullopt);
 }
 
-TEST(ByteReaderTest, ReadPastTheEndConsumesNothing) {
+TEST(ByteReaderTest, ReadingPastTheEndConsumesNoBytes) {
   const Bytes bytes = {1, 2, 3};
   ByteReader reader(bytes);
   EXPECT_EQ(reader.u32(), std::nullopt);

@@ -15,7 +15,7 @@
 namespace vlk::relay {
 namespace {
 
-TEST(H264ParameterSet, SetsOfRealEncodersAreCompletedAsExpected) {
+TEST(H264ParameterSet, ParameterSetsOfRealEncodersAreCompletedAsExpected) {
   for (const KnownSet& known : kKnownSets) {
     const Bytes before = from_hex(known.before);
     EXPECT_EQ(complete_parameter_set(before, true), from_hex(known.in_order)) << known.encoder;
@@ -187,7 +187,7 @@ class RandomSet {
   BitWriter out_;
 };
 
-TEST(H264ParameterSet, CompletionOfRandomSetsChangesOnlyColoursAndReordering) {
+TEST(H264ParameterSet, CompletionOfRandomSetsChangesOnlyTheColourAndReorderingFields) {
   for (unsigned seed = 0; seed < 10'000; ++seed) {
     const Bytes before = RandomSet(seed, false, false).build();
     for (const bool in_order : {false, true}) {
@@ -207,7 +207,7 @@ TEST(H264ParameterSet, TruncatedSetsAreNotCompleted) {
   }
 }
 
-TEST(H264ParameterSet, SetsWithExcessBytesAndUnitsOfOtherTypesAreNotCompleted) {
+TEST(H264ParameterSet, SetsWithExcessBytesAreNotCompletedNorAreUnitsOfOtherTypes) {
   Bytes unit = from_hex(kKnownSets[0].before);
   unit.push_back(0x80);
   EXPECT_FALSE(complete_parameter_set(unit, true));
@@ -216,7 +216,7 @@ TEST(H264ParameterSet, SetsWithExcessBytesAndUnitsOfOtherTypesAreNotCompleted) {
   EXPECT_FALSE(complete_parameter_set(unit, true));
 }
 
-TEST(H264ParameterSet, RandomBytesDoNotCrashAndASecondCompletionChangesNothing) {
+TEST(H264ParameterSet, CompletionDoesNotCrashOnRandomBytesAndASecondCompletionChangesNothing) {
   std::mt19937 random(7);
   for (int i = 0; i < 20'000; ++i) {
     Bytes unit(random() % 64);

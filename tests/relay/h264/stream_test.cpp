@@ -62,7 +62,7 @@ TEST(H264Stream, ParameterSetsOfKeyFramesAreCompletedAndOtherUnitsAreKept) {
   }
 }
 
-TEST(H264Stream, FramesWithoutParameterSetsAndOtherContentStayUnchanged) {
+TEST(H264Stream, FramesWithoutParameterSetsStayUnchangedAndSoDoesOtherContent) {
   H264Stream stream;
   const Bytes frames[] = {joined({kHead, kStart, slice(kP)}),
                           kHead,
@@ -88,7 +88,7 @@ TEST(H264Stream, ParameterSetThatCannotBeParsedStaysUnchanged) {
   EXPECT_EQ(message, frame);
 }
 
-TEST(H264Stream, FirstBFrameAfterADeclaredOrderIsReportedOnceAndLaterSetsDeclareNoOrder) {
+TEST(H264Stream, FirstBFrameAfterADeclaredFrameOrderIsReportedOnceAndLaterSetsDeclareNoFrameOrder) {
   H264Stream stream;
   const auto key = [](const Bytes& set) { return joined({kHead, kStart, set, kStart, slice(kI, 0x65)}); };
   const auto send = [&](Bytes message) {
@@ -103,7 +103,7 @@ TEST(H264Stream, FirstBFrameAfterADeclaredOrderIsReportedOnceAndLaterSetsDeclare
   EXPECT_TRUE(send(joined({kHead, kStart, slice(1)})).first);
 }
 
-TEST(H264Stream, ParameterSetInAMessageThatHasABFrameDeclaresNoOrder) {
+TEST(H264Stream, ParameterSetInAMessageThatHasABFrameDeclaresNoFrameOrder) {
   const auto frame = [](const Bytes& set) {
     return joined({kHead, kStart, set, kStart, slice(kI, 0x65), kStart, slice(kP), kStart, slice(kB)});
   };

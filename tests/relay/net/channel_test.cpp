@@ -69,7 +69,7 @@ TEST_F(ChannelTest, MessagesSentAfterCloseAreNotQueued) {
   EXPECT_EQ(next(), "nothing");
 }
 
-TEST_F(ChannelTest, CutEmptiesTheQueueAndKeepsTheFirstReason) {
+TEST_F(ChannelTest, CuttingAConnectionEmptiesItsQueueAndKeepsTheFirstReasonForItsEnd) {
   channel_->send_text("lost");
   channel_->close(CloseCode::GoingAway, "stop");
   channel_->cut("later");
@@ -78,7 +78,7 @@ TEST_F(ChannelTest, CutEmptiesTheQueueAndKeepsTheFirstReason) {
   EXPECT_EQ(channel_->end_reason(), "stop");
 }
 
-TEST_F(ChannelTest, EachSendPingCloseAndCutCallsTheRequestCallbackOnce) {
+TEST_F(ChannelTest, EachCallOfSendPingCloseOrCutCallsTheRequestCallbackOnce) {
   int requests = 0;
   channel_->on_request([&] { ++requests; });
   channel_->send_text("a");

@@ -41,7 +41,7 @@ TEST_F(BrowsersTest, EndOfALogInClosesOnlyTheBrowsersWithThisLogIn) {
   EXPECT_FALSE(other->channel->closing());
 }
 
-TEST_F(BrowsersTest, EndOtherLoginsClosesTheRepresentativesBrowsersWithOtherLogIns) {
+TEST_F(BrowsersTest, EndingOtherLogInsClosesTheRepresentativesBrowsersWithThoseLogIns) {
   const auto first = browse("ada"), second = browse("ada"), other = browse("ben");
   second->login = {9};
   parts_->browsers.end_other_logins("ada", {9});
@@ -50,7 +50,7 @@ TEST_F(BrowsersTest, EndOtherLoginsClosesTheRepresentativesBrowsersWithOtherLogI
   EXPECT_FALSE(other->channel->closing());
 }
 
-TEST_F(BrowsersTest, CloseAllClosesBrowsersWithTheGivenCloseCode) {
+TEST_F(BrowsersTest, ClosingAllBrowsersSendsEachBrowserTheGivenCloseCode) {
   const auto browser = browse("ada");
   parts_->browsers.close_all(CloseCode::GoingAway, "the relay stops");
   ASSERT_TRUE(browser->channel->close_request());

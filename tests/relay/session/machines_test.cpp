@@ -23,7 +23,7 @@ TEST_F(MachinesTest, StoredMachineIsListedAsOfflineAfterARestart) {
   EXPECT_EQ(entry("a"), expected);
 }
 
-TEST_F(MachinesTest, ListedStateIsOnlineSessionOrOffline) {
+TEST_F(MachinesTest, StateOfAListedMachineIsOnlineSessionOrOffline) {
   const auto agent = log_in("a");
   EXPECT_EQ(entry("a")["state"], "online");
   EXPECT_EQ(entry("a", {{"a", "ada"}})["state"], "session");
@@ -34,7 +34,7 @@ TEST_F(MachinesTest, ListedStateIsOnlineSessionOrOffline) {
   EXPECT_EQ(store_.agents().front().last_seen, entry("a")["last_seen"]);
 }
 
-TEST_F(MachinesTest, NewerConnectionReplacesTheOlderOne) {
+TEST_F(MachinesTest, NewerConnectionOfAMachineReplacesItsOlderConnection) {
   const auto older = log_in("a");
   const auto newer = connect();
   EXPECT_EQ(parts_->machines.log_in(newer, *parts_->machines.find("a")), older);
@@ -44,7 +44,7 @@ TEST_F(MachinesTest, NewerConnectionReplacesTheOlderOne) {
       << "removing the older connection must keep the newer one";
 }
 
-TEST_F(MachinesTest, NewNameIsStoredAndMarksTheListAsChangedOnce) {
+TEST_F(MachinesTest, NewNameOfAMachineIsStoredAndMarksTheListAsChangedOnce) {
   const auto agent = log_in("a");
   (void)parts_->machines.take_list_changed();
   parts_->machines.rename(*agent, "new");
@@ -55,7 +55,7 @@ TEST_F(MachinesTest, NewNameIsStoredAndMarksTheListAsChangedOnce) {
   EXPECT_EQ(entry("a")["name"], "new");
 }
 
-TEST_F(MachinesTest, FailedRenameKeepsTheOldName) {
+TEST_F(MachinesTest, MachineKeepsItsOldNameIfTheNewNameCannotBeStored) {
   const auto agent = log_in("a");
   Database(file_).execute("DROP TABLE agents");
   parts_->machines.rename(*agent, "new");
@@ -90,7 +90,7 @@ TEST_F(MachinesTest, OnlyAnOfflineMachineCanBeForgotten) {
   EXPECT_TRUE(store_.agents().empty());
 }
 
-TEST_F(MachinesTest, CutConnectionsAlsoCutsConnectionsThatHaveNotLoggedIn) {
+TEST_F(MachinesTest, CuttingAllConnectionsIncludesConnectionsThatHaveNotLoggedIn) {
   const auto unknown = connect();
   const auto agent = log_in("a");
   parts_->machines.cut_connections("the relay stops");

@@ -50,7 +50,7 @@ class RouterTest : public PartsTest {
 };
 
 // Tests all 256 message codes, including the codes without a rule.
-TEST_F(RouterTest, MessagesOfAMachinePassByTheirTypeAndTheStateOfTheirSession) {
+TEST_F(RouterTest, MessageOfAMachineIsForwardedOrNotByItsTypeAndTheStateOfItsSession) {
   for (const Belonging belonging : kBelongings) {
     const std::uint32_t session = session_that_is(belonging);
     for (int code = 0; code < 256; ++code) {
@@ -70,7 +70,7 @@ TEST_F(RouterTest, MessagesOfAMachinePassByTheirTypeAndTheStateOfTheirSession) {
   }
 }
 
-TEST_F(RouterTest, MessagesOfABrowserPassByTheirTypeAndTheStateOfTheirSession) {
+TEST_F(RouterTest, MessageOfABrowserIsForwardedOrNotByItsTypeAndTheStateOfItsSession) {
   const std::map<Belonging, std::string> refusals = {
       {Belonging::None, "There is no such session."},
       {Belonging::OfAnother, "There is no such session."},
@@ -100,14 +100,14 @@ TEST_F(RouterTest, MessagesOfABrowserPassByTheirTypeAndTheStateOfTheirSession) {
   }
 }
 
-TEST_F(RouterTest, MessagesOfAnEndedSessionDoNotPass) {
+TEST_F(RouterTest, MessagesOfAnEndedSessionAreNotForwarded) {
   const std::uint32_t session = accepted(browser_, agent_);
   parts_->sessions.close(*browser_, session);
   EXPECT_EQ(from_agent(Msg::StreamFrame, session).kind, Kind::Swallow);
   EXPECT_EQ(from_browser(Msg::InputEvent, session).kind, Kind::Refuse);
 }
 
-TEST_F(RouterTest, MessageWithAWrongLengthIsMalformed) {
+TEST_F(RouterTest, MessageWithAWrongLengthCountsAsMalformed) {
   const std::uint32_t session = accepted(browser_, agent_);
   const Bytes whole = envelope_of(Msg::ClipboardData, session, "\1text");
   for (std::size_t size = 0; size < whole.size(); ++size) {
@@ -120,7 +120,7 @@ TEST_F(RouterTest, MessageWithAWrongLengthIsMalformed) {
   EXPECT_EQ(parts_->router.route_from_agent(*agent_, longer).kind, Kind::Malformed);
 }
 
-TEST_F(RouterTest, EveryMessageBeforeTheLogInIsForTheRelay) {
+TEST_F(RouterTest, EveryMessageBeforeTheLogInIsHandledByTheRelayItself) {
   agent_ = connect();
   for (const MessageRule& rule : kMessageRules)
     EXPECT_EQ(from_agent(rule.code, 0).kind, Kind::ForRelay);
@@ -140,7 +140,7 @@ TEST_F(RouterTest, OversizedMessageForTheRelayIsIgnored) {
   EXPECT_EQ(route.reason, "ignored an oversized message of type 4");
 }
 
-TEST_F(RouterTest, UploadPassesOnlyWithATransferNumberOfItsSession) {
+TEST_F(RouterTest, UploadIsForwardedOnlyWithATransferNumberOfItsSession) {
   const std::uint32_t session = accepted(browser_, agent_);
   const std::uint32_t number = parts_->transfers.give(session);
   const auto request = [&](std::uint32_t transfer) {
@@ -158,7 +158,7 @@ TEST_F(RouterTest, UploadPassesOnlyWithATransferNumberOfItsSession) {
                             "upload-end: " + std::to_string(number) + " ended 0"}));
 }
 
-TEST_F(RouterTest, CancelOfADownloadIsNotSentToTheMachineAndTheMachinesEndMessagePasses) {
+TEST_F(RouterTest, CancellationOfADownloadIsNotSentToTheMachineWhoseEndMessageIsForwarded) {
   const std::uint32_t session = accepted(browser_, agent_);
   const std::string id = R"({"transfer_id":)" + std::to_string(parts_->transfers.give(session));
   EXPECT_EQ(from_browser(Msg::DownloadRequest, session, id + R"(,"path":"a"})").kind, Kind::Forward);

@@ -40,7 +40,7 @@ class SessionsTest : public PartsTest {
   std::uint32_t number_ = 0;
 };
 
-TEST_F(SessionsTest, RequestIsSentToTheMachineAndItsAcceptanceToTheBrowser) {
+TEST_F(SessionsTest, SessionRequestIsSentToTheMachineAndItsAcceptanceToTheBrowser) {
   number_ = ask(browser_, agent_);
   EXPECT_EQ(to_agent(), (Lines{"65/" + number() + R"( {"rep_name":"ada"})"}));
   parts_->sessions.accept(*agent_, number_);
@@ -83,7 +83,7 @@ TEST_F(SessionsTest, AnswersFromAnotherMachineAreIgnored) {
   EXPECT_EQ(to_browser(), Lines{});
 }
 
-TEST_F(SessionsTest, CloseInformsBrowserAndMachineAndDropsQueuedFrames) {
+TEST_F(SessionsTest, ClosingASessionInformsBrowserAndMachineAndDropsQueuedFrames) {
   number_ = accepted(browser_, agent_);
   browser_->channel->send_text("a frame that waits", number_);
   parts_->sessions.close(*browser_, number_);
@@ -101,7 +101,7 @@ TEST_F(SessionsTest, AnotherBrowserCannotCloseASession) {
             (Lines{R"({"message":"There is no such session.","type":"error"})"}));
 }
 
-TEST_F(SessionsTest, ErrorForARefusedRequestContainsACode) {
+TEST_F(SessionsTest, ErrorMessageForARefusedRequestContainsAnErrorCode) {
   parts_->machines.remove_connection(log_in("offline"));
   const auto other = browse("ben");
   accepted(other, agent_);
@@ -126,14 +126,14 @@ TEST_F(SessionsTest, RequestBeyondTheLimitOfSessionsPerBrowserIsRefused) {
   EXPECT_EQ(Json::parse(to_browser().at(0))["code"], "too-many");
 }
 
-TEST_F(SessionsTest, DisconnectedBrowsersMachineReceivesTheSessionEnd) {
+TEST_F(SessionsTest, MachineReceivesASessionEndWhenItsBrowserDisconnects) {
   number_ = accepted(browser_, agent_);
   parts_->sessions.end_all_of(*browser_, "browser-gone");
   EXPECT_EQ(to_agent(), (Lines{"70/" + number() + " {}"}));
   EXPECT_TRUE(parts_->sessions.representatives().empty());
 }
 
-TEST_F(SessionsTest, DisconnectedMachinesBrowserReceivesTheSessionEnd) {
+TEST_F(SessionsTest, BrowserReceivesASessionEndWhenItsMachineDisconnects) {
   number_ = accepted(browser_, agent_);
   parts_->sessions.end_all_of(*agent_, "agent-gone");
   EXPECT_EQ(to_browser(), (Lines{state_message("ended", "agent-gone")}));
@@ -152,7 +152,7 @@ TEST_F(SessionsTest, EndMessagesOfOpenUploadsAreSentBeforeTheSessionEnd) {
       << "owed until the machine answers a later heartbeat";
 }
 
-TEST_F(SessionsTest, UnansweredRequestEndsAfterTheTimeLimitAndAcceptedSessionDoesNot) {
+TEST_F(SessionsTest, UnansweredRequestEndsAfterTheTimeLimitAndAnAcceptedSessionDoesNot) {
   number_ = ask(browser_, agent_);
   const auto answered = accepted(browse("ben"), log_in("b"));
   const auto asked = parts_->sessions.find(number_)->asked;

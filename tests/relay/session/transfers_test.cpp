@@ -41,7 +41,7 @@ TEST_F(TransfersTest, TransferNumbersAreNotZeroAndAreNotUsedTwice) {
   EXPECT_EQ(transfers_.give(7), 3u);
 }
 
-TEST_F(TransfersTest, NoNumberIsGivenBeyondTheLimitOfOpenTransfersPerSession) {
+TEST_F(TransfersTest, TransferBeyondTheLimitOfOpenTransfersPerSessionGetsNoNumber) {
   const std::uint32_t first = transfers_.give(7);
   for (std::size_t i = 1; i < Transfers::kOpenPerSession; ++i)
     EXPECT_NE(transfers_.give(7), 0u);
@@ -68,7 +68,7 @@ TEST_F(TransfersTest, MessagesWithoutATransferNumberOfTheSessionAreRefused) {
   EXPECT_EQ(request(Msg::UploadBegin, own).kind, Kind::Refuse) << "the number is in use already";
 }
 
-TEST_F(TransfersTest, RequestsWithInvalidNumbersOrPathsAndShortChunksAreRefused) {
+TEST_F(TransfersTest, RequestsWithInvalidNumbersOrPathsAreRefusedAndSoAreTruncatedChunks) {
   const std::string own = std::to_string(transfers_.give(7));
   for (const std::string& payload : std::vector<std::string>{
            "", "{", "5", "[]", R"({"path":"C:\\a"})", R"({"transfer_id":)" + own + "}",
@@ -101,7 +101,7 @@ TEST_F(TransfersTest, RequestsAreRewrittenSoThatTheMachineReadsWhatWasChecked) {
   EXPECT_EQ(payload_of(message_), R"({"transfer_id":)" + own + "}");
 }
 
-TEST_F(TransfersTest, CancelOfADownloadIsNotSentToTheMachineAndItsFurtherChunksAreDropped) {
+TEST_F(TransfersTest, CancellationOfADownloadIsNotSentToTheMachineAndFurtherChunksAreDropped) {
   const std::uint32_t own = transfers_.give(7);
   request(Msg::DownloadRequest, own);
   EXPECT_TRUE(transfers_.from_agent(7, Msg::FileChunk, envelope(Msg::FileChunk, 7, chunk(own, "ab"))).wanted);
@@ -115,7 +115,7 @@ TEST_F(TransfersTest, CancelOfADownloadIsNotSentToTheMachineAndItsFurtherChunksA
   EXPECT_EQ(last.note->detail, std::to_string(own) + " cancelled 3");
 }
 
-TEST_F(TransfersTest, BeginAndEndOfAnUploadAreNotedForTheAuditTrail) {
+TEST_F(TransfersTest, StartAndEndOfAnUploadAreNotedForTheAuditTrail) {
   const std::uint32_t own = transfers_.give(7);
   const auto begin = request(Msg::UploadBegin, own);
   ASSERT_TRUE(begin.note);
@@ -130,7 +130,7 @@ TEST_F(TransfersTest, BeginAndEndOfAnUploadAreNotedForTheAuditTrail) {
   EXPECT_LT(longest.note->detail.size(), 5000u);
 }
 
-TEST_F(TransfersTest, EndSessionReturnsTheOpenUploadsAndForgetsTheTransfers) {
+TEST_F(TransfersTest, EndingASessionReturnsItsOpenUploadsAndForgetsItsTransfers) {
   const std::uint32_t open = transfers_.give(7), unused = transfers_.give(7), down = transfers_.give(7);
   request(Msg::UploadBegin, open);
   request(Msg::DownloadRequest, down);
@@ -141,7 +141,7 @@ TEST_F(TransfersTest, EndSessionReturnsTheOpenUploadsAndForgetsTheTransfers) {
   EXPECT_EQ(request(Msg::UploadBegin, unused).kind, Kind::Refuse);
 }
 
-TEST_F(TransfersTest, OwedEndMessagesAreLimitedAndAreRemovedOnceTheMachineHasReadThem) {
+TEST_F(TransfersTest, PendingEndMessagesAreLimitedAndAreRemovedAfterTheMachineHasReadThem) {
   const auto start = Clock::now();
   const auto at = [&](int second) { return start + std::chrono::seconds(second); };
   transfers_.owe("a", {1, 2}, at(0));
@@ -172,7 +172,7 @@ std::optional<std::string> note_of(const std::string& payload) {
   return clip_note(envelope(Msg::ClipboardData, 7, payload));
 }
 
-TEST(ClipNote, ContainsTheNamesOfFilesAndNothingOfOtherContents) {
+TEST(ClipNote, ContainsFileNamesAndNoOtherClipboardContent) {
   EXPECT_EQ(note_of(""), std::nullopt);
   EXPECT_EQ(note_of("\1secret"), std::nullopt);
   EXPECT_EQ(note_of("\2png"), std::nullopt);

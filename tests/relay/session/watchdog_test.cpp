@@ -134,7 +134,7 @@ TEST_F(WatchdogTest, BrowserThatTheRelayDoesNotReadFromDoesNotCountAsSilent) {
   EXPECT_FALSE(peer->channel->closing());
 }
 
-TEST_F(WatchdogTest, BrowserIsClosedAtTheNextLogInCheckAfterItsLogInEnded) {
+TEST_F(WatchdogTest, BrowserIsDisconnectedAtTheNextLogInCheckAfterItsLogInEnded) {
   const auto peer = browser();
   peer->paused = true;
   tick(limits_.login_check);
@@ -172,7 +172,7 @@ TEST_F(WatchdogTest, AuditNotesAreWrittenAtEachTick) {
   EXPECT_EQ(audited(), (Lines{"upload: 1 a"}));
 }
 
-TEST_F(WatchdogTest, LastSeenTimeOfConnectedMachinesIsStoredAtItsInterval) {
+TEST_F(WatchdogTest, LastSeenTimeOfConnectedMachinesIsStoredAtRegularIntervals) {
   const auto peer = agent();
   peer->paused = true;
   tick({});

@@ -92,7 +92,7 @@ TEST_F(LinkTest, RetryDelayIsResetAfterTheFirstWaitThatFollowsAnUpgrade) {
   clock.release();
 }
 
-TEST_F(LinkTest, StartingTwiceOpensOneConnection) {
+TEST_F(LinkTest, StartingTheClientTwiceOpensOneConnection) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -128,7 +128,7 @@ TEST_F(LinkTest, ResponseWith101InAnyHeaderCountsAsAnUpgradeEvenIfReceivedByteBy
   EXPECT_TRUE(log_.wait_for("status 1 0", 2)) << "hello and login were sent";
 }
 
-TEST_F(LinkTest, StopEndsTheConnectionInEveryPhase) {
+TEST_F(LinkTest, StoppingTheClientEndsTheConnectionInEveryPhase) {
   enum Phase { kBeforeHandshake, kBeforeUpgrade, kInUpgrade, kBeforeLogin, kOnline, kStreaming, kPhases };
   for (int phase = 0; phase < kPhases; ++phase) {
     ScriptedServer server(authority());
@@ -157,7 +157,7 @@ TEST_F(LinkTest, StopEndsTheConnectionInEveryPhase) {
   }
 }
 
-TEST_F(LinkTest, ReconnectsManyTimesWhileAnotherThreadSends) {
+TEST_F(LinkTest, ClientReconnectsManyTimesWhileAnotherThreadSends) {
   ScriptedServer server(authority());
   RecordedClock clock;
   make_client(server, true, clock.clock());

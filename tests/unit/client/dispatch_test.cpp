@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 
 using DispatchTest = OnlineTest;
 
-TEST_F(DispatchTest, SessionRequestAsksTheUser) {
+TEST_F(DispatchTest, SessionRequestIsPassedToTheUserAndTheAnswerIsSent) {
   peer_->send_envelope(Msg::SessionRequest, 7, R"({"rep_name":"Jón"})");
   peer_->send_envelope(Msg::SessionRequest, 8, "{}");
   peer_->settle();
@@ -41,7 +41,7 @@ TEST_F(DispatchTest, UnattendedMachineAcceptsASessionWithoutAskingTheUser) {
     EXPECT_EQ(line.find("request"), std::string::npos);
 }
 
-TEST_F(DispatchTest, StreamStartRunsItsStepsInOrder) {
+TEST_F(DispatchTest, StreamStartMessageRunsTheStepsOfTheStartInOrder) {
   script().open = [](std::int32_t) { return true; };
   peer_->send_envelope(Msg::StreamStart, 5, R"({"monitor_id":0,"max_fps":25,"bitrate":123})");
   ASSERT_TRUE(log_.wait_for("status 3 1"));
@@ -54,7 +54,7 @@ TEST_F(DispatchTest, StreamStartRunsItsStepsInOrder) {
   ASSERT_TRUE(vantelink_fakes::wait_for("AcquireFrame 40"));
 }
 
-TEST_F(DispatchTest, StreamStartWithoutSettingsUsesTheDefaultsAndJpegQuality70) {
+TEST_F(DispatchTest, StreamStartMessageWithoutSettingsUsesTheDefaultsAndJpegQuality70) {
   peer_->send_envelope(Msg::StreamStart, 5, "");
   ASSERT_TRUE(vantelink_fakes::wait_for("EncodeJpeg 8 4 32 70"));
   EXPECT_EQ(count("Init 8 4 15 6000000"), 1u);
@@ -108,7 +108,7 @@ TEST_F(DispatchTest, EndOfAnUnknownSessionStopsTheStreamAndIsReported) {
     EXPECT_NE(one.type, 87);
 }
 
-TEST_F(DispatchTest, EndOfTheConnectionStopsStreamInputAndClipboard) {
+TEST_F(DispatchTest, EndOfTheConnectionStopsTheStreamAndDisablesInputAndClipboard) {
   peer_->send_envelope(Msg::StreamStart, 1, "");
   ASSERT_TRUE(log_.wait_for("status 3 1"));
   peer_->close();
@@ -178,7 +178,7 @@ TEST_F(DispatchTest, KeyFramesAreEncodedOnRequestAndAfterTheSwitchBackToH264) {
       << "the new encoder session begins with a key frame, and the switch requests another";
 }
 
-TEST_F(DispatchTest, InputAndSecureAttentionArePassedToTheInjectorUnchecked) {
+TEST_F(DispatchTest, InputAndSecureAttentionRequestsArePassedToTheInjectorUnchecked) {
   peer_->send_envelope(Msg::InputEvent, 99, std::string("\x01\x03\x78\x00", 4), 0);
   peer_->send_envelope(Msg::InputEvent, 99, "", 0);
   peer_->send_envelope(Msg::SecureAttention, 0, "");
@@ -216,7 +216,7 @@ TEST_F(DispatchTest, RealRestartDoesNotEndTheConnection) {
   EXPECT_EQ(vantelink_fakes::journal(), (Lines{"reboot_machine"}));
 }
 
-TEST_F(DispatchTest, ClipboardContentReachesTheCallbackWithoutASession) {
+TEST_F(DispatchTest, ReceivedClipboardContentReachesTheCallbackEvenWithoutASession) {
   peer_->send_envelope(Msg::ClipboardData, 3, std::string(5000, 'c'), 0);
   EXPECT_TRUE(log_.wait_for("clipboard 5000")) << "even without any session";
 }
@@ -251,7 +251,7 @@ TEST_F(DispatchTest, NewIdentityIsStoredAtOnceAndUsedByTheNextConnection) {
       std::string::npos);
 }
 
-TEST_F(DispatchTest, EmptyEnrolmentStoresAnEmptyIdentityAndTheClientEnrolsAgain) {
+TEST_F(DispatchTest, EmptyEnrolmentResultStoresAnEmptyIdentityAndTheClientEnrolsAgain) {
   peer_->send_envelope(Msg::EnrollResult, 0, "");
   ASSERT_TRUE(log_.wait_for("notice Registered with Maravek"));
   EXPECT_EQ(count("save_config /"), 1u);
@@ -277,7 +277,7 @@ TEST_F(DispatchTest, ErrorsOtherThanAuthFailedAreReportedAndKeepTheIdentity) {
   EXPECT_EQ(count("save_config /"), 0u);
 }
 
-TEST_F(DispatchTest, OutgoingMessagesAndUnknownCodesAreIgnored) {
+TEST_F(DispatchTest, ReceivedMessagesOfOutgoingTypesAndOfUnknownTypesAreIgnored) {
   for (int code = 0; code < 256; ++code) {
     const bool known =
         std::string("\3\4\21\23\101\106\120\121\124\125\126\127\130\131\132\140\142\143\144\145\160\162")
@@ -289,7 +289,7 @@ TEST_F(DispatchTest, OutgoingMessagesAndUnknownCodesAreIgnored) {
   EXPECT_EQ(log_.lines().back(), "status 1 0");
 }
 
-TEST_F(DispatchTest, StreamSettingsWithoutAStreamDoNothing) {
+TEST_F(DispatchTest, StreamSettingsReceivedWithoutAStreamDoNothing) {
   for (const Msg type : {Msg::KeyframeRequest, Msg::MonitorSelect, Msg::CodecSelect, Msg::CursorVisibility}) {
     peer_->send_envelope(type, 1, R"({"monitor_id":1,"codec":"mjpeg","show":0})");
   }

@@ -104,7 +104,7 @@ TEST_F(FilesDispatchTest, UploadAppendsChunksInTheOrderOfArrival) {
   EXPECT_EQ(folder_.read("sub/file"), "one,two,three");
 }
 
-TEST_F(FilesDispatchTest, UploadContinuesAfterAReconnect) {
+TEST_F(FilesDispatchTest, UploadContinuesAfterTheClientReconnects) {
   ask(Msg::UploadBegin, folder_.windows_path("file"), 6);
   chunk(6, "before ");
   peer_->settle();
@@ -117,7 +117,7 @@ TEST_F(FilesDispatchTest, UploadContinuesAfterAReconnect) {
   EXPECT_EQ(folder_.read("file"), "before and after");
 }
 
-TEST_F(FilesDispatchTest, TruncatedAndUnknownMessagesChangeNothing) {
+TEST_F(FilesDispatchTest, TruncatedMessagesAndMessagesOfUnknownTransfersChangeNothing) {
   ask(Msg::UploadBegin, folder_.windows_path("file"), 0x01020304);
   const std::string whole("\1\2\3\4\0\0\0\0x", 9);
   for (std::size_t size = 0; size < 8; ++size)
@@ -136,7 +136,7 @@ TEST_F(FilesDispatchTest, TruncatedAndUnknownMessagesChangeNothing) {
   EXPECT_EQ(folder_.read("file"), "x");
 }
 
-TEST_F(FilesDispatchTest, UploadSizesOfAnyKindAreIgnored) {
+TEST_F(FilesDispatchTest, SizeInAnUploadBeginMessageIsIgnoredWhateverItsValue) {
   for (const char* size : {"18446744073709551615", "-1", "99999999999999999999999", "\"much\"", "{}"}) {
     peer_->send_envelope(Msg::UploadBegin, 12,
                          JsonWriter()

@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST_F(LinkTest, MessageAfterTheUpgradeResponseIsHandledWithTheNextBytes) {
+TEST_F(LinkTest, MessageReceivedWithTheUpgradeResponseIsHandledWhenTheNextBytesArrive) {
   ScriptedServer server(authority());
   make_client(server);
   client_->start();
@@ -38,7 +38,7 @@ TEST_F(LinkTest, PingsAndHeartbeatsAreAnsweredWithTheSameBytes) {
   EXPECT_EQ(text_of(echo), "beat");
 }
 
-TEST_F(LinkTest, FramesWithoutAnEnvelopeAreIgnored) {
+TEST_F(LinkTest, FramesWithoutACompleteEnvelopeAreIgnored) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   std::string bytes("\x04\x00\x00\x00\x00\x00\x00\x00\x00\x05hello", 15);

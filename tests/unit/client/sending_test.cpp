@@ -10,7 +10,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST_F(LinkTest, NameChangeReachesTheServerAndTheNextLogin) {
+TEST_F(LinkTest, ChangedNameIsSentToTheServerAtOnceAndInTheNextLogIn) {
   ScriptedServer server(authority());
   make_client(server);
   client_->set_display_name("name before the start");
@@ -50,7 +50,7 @@ TEST_F(LinkTest, ClipboardContentIsSentOnlyToAStreamingSession) {
   EXPECT_EQ(text_of(clip), "b");
 }
 
-TEST_F(LinkTest, MessagesOfEightSendersDoNotMix) {
+TEST_F(LinkTest, MessagesOfEightSendingThreadsDoNotMix) {
   ScriptedServer server(authority());
   auto peer = connect(server);
   constexpr int kSenders = 8, kMessages = 60;

@@ -31,7 +31,7 @@ TEST(BitmapPixels, BeginAfterThreeMasks) {
   EXPECT_EQ(BitmapPixelOffset({124, 32, 3, 0}), 124u + 3 * 4) << "a longer header has the masks after it too";
 }
 
-TEST(BitmapPixels, OffsetsDoNotOverflow) {
+TEST(BitmapPixels, OffsetOfThePixelsIsComputedWithoutOverflow) {
   EXPECT_EQ(BitmapPixelOffset({0xFFFFFFFF, 8, 0, 0xFFFFFFFF}), 0xFFFFFFFFull * 5);
 }
 

@@ -21,7 +21,7 @@ TEST(EchoGuard, IsInactiveBeforeContentWasApplied) {
   EXPECT_FALSE(EchoGuardHolds(0xFFFFFFFF, 0));
 }
 
-TEST(EchoGuard, EndsAtOnceIfItsTickCountWrapsAround) {
+TEST(EchoGuard, EndsAtOnceIfTheTickCountOfItsEndWrapsAround) {
   const std::uint32_t until = EchoGuardUntil(0xFFFFFFFF - 99);
   EXPECT_EQ(until, 400u);
   EXPECT_FALSE(EchoGuardHolds(0xFFFFFFFF, until)) << "the change is sent";

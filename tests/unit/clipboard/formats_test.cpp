@@ -20,7 +20,7 @@ TEST(ClipboardChoice, FilesArePreferredToTextAndTextToAnImage) {
   EXPECT_EQ(choose({8}), ClipboardKind::Image);
 }
 
-TEST(ClipboardChoice, OtherFormatsAreNotSent) {
+TEST(ClipboardChoice, FormatsOtherThanFilesTextAndImagesAreNotSent) {
   EXPECT_EQ(choose({}), std::nullopt);
   EXPECT_EQ(choose({1, 2, 7, 16, 17, 0xC009}), std::nullopt);
 }

@@ -94,7 +94,7 @@ TEST(ClipFiles, RecordWithoutAUsableNameIsSkipped) {
   }
 }
 
-TEST(ClipFiles, SameNameTwiceIsReadTwice) {
+TEST(ClipFiles, FilesWithTheSameNameAreBothRead) {
   EXPECT_EQ(read(number(2, 4) + record("a", "1") + record("a", "2")),
             (std::vector<Read>{{"a", "1"}, {"a", "2"}}));
 }
@@ -113,7 +113,7 @@ TEST(SafeClipFileName, IsEmptyIfTheLastPartIsNotUsable) {
     EXPECT_EQ(SafeClipFileName(name), "") << name;
 }
 
-TEST(SafeClipFileName, KeepsOtherInvalidNames) {
+TEST(SafeClipFileName, KeepsNamesThatWindowsForbidsForOtherReasons) {
   using namespace std::string_literals;
   for (const std::string& name :
        {"..."s, ".. "s, "CON"s, "NUL.txt"s, "C:"s, "a:stream"s, "a\0b"s, "\xFF\xC0"s, "\xC0\xAF"s, "*?\"<>|"s,
@@ -134,7 +134,7 @@ TEST(SafeClipFileName, NeverContainsASeparator) {
   }
 }
 
-TEST(PackClip, ConsistsOfKindAndContent) {
+TEST(PackClip, ReturnsTheKindFollowedByTheContent) {
   EXPECT_EQ(PackClip(ClipboardKind::Text, "þ"), (Bytes{1, 0xC3, 0xBE}));
   EXPECT_EQ(PackClip(ClipboardKind::Text, ""), (Bytes{1}));
   EXPECT_EQ(PackClip(ClipboardKind::Image, std::string("\x89P\0", 3)), (Bytes{2, 0x89, 'P', 0}));
@@ -175,7 +175,7 @@ TEST(ClipFilePacker, PackedFilesCanBeRead) {
             (std::vector<Read>{{"long name", std::string(70000, '\xA5')}, {"b", "2"}}));
 }
 
-TEST(ClipFilePacker, TotalIsLimitedTo64Mebibytes) {
+TEST(ClipFilePacker, TotalSizeOfTheFilesIsLimitedTo64Mebibytes) {
   constexpr std::uint64_t kLimit = 0x4000000;
   ClipFilePacker packer;
   EXPECT_TRUE(packer.fits(kLimit));
@@ -190,7 +190,7 @@ TEST(ClipFilePacker, TotalIsLimitedTo64Mebibytes) {
   EXPECT_EQ(packer.payload().size(), 5 + 2 * (4 + 1 + 8) + kLimit);
 }
 
-TEST(ClipFilePacker, NamesDoNotCountTowardsTheTotal) {
+TEST(ClipFilePacker, FileNamesDoNotCountTowardsTheTotalSize) {
   ClipFilePacker packer;
   packer.add(std::string(1000, 'n'), {});
   EXPECT_TRUE(packer.fits(0x4000000));

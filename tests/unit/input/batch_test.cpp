@@ -44,7 +44,7 @@ TEST(InputBatch, MoveIsAbsoluteOnTheVirtualDesktop) {
   EXPECT_EQ(*records, (Records{{.dx = 32758, .dy = 65535, .flags = 0xC001}}));
 }
 
-TEST(InputBatch, ButtonsPressAndReleaseWithoutAPosition) {
+TEST(InputBatch, ButtonsArePressedAndReleasedWithoutAPosition) {
   const std::uint32_t flags[3][2] = {{0x0004, 0x0002}, {0x0010, 0x0008}, {0x0040, 0x0020}};
   for (unsigned char button = 1; button <= 3; ++button) {
     for (const unsigned char pressed : Bytes{0, 1, 255}) {
@@ -66,7 +66,7 @@ struct KeyCase {
   std::uint32_t flags;
 };
 
-TEST(InputBatch, KeyFlagsFollowFromDownAndExt) {
+TEST(InputBatch, KeyFlagsFollowFromTheFieldsDownAndExt) {
   const KeyCase cases[] = {{1, 0, 0x1234, 0}, {0, 0, 0x1234, 2}, {1, 1, 0x1234, 1}, {0, 1, 0x1234, 3},
                            {9, 3, 0x1234, 1}, {1, 2, 0, 4},      {0, 2, 0, 6},      {1, 255, 0x1234, 1}};
   for (const KeyCase& one : cases) {
@@ -113,7 +113,7 @@ TEST(InputBatch, UnknownButtonIsSkippedButCountsAsAnEvent) {
   }
 }
 
-TEST(InputBatch, EveryTruncationGivesCompleteEventsOrNothing) {
+TEST(InputBatch, BatchTruncatedAtAnyByteGivesCompleteEventsOrNothing) {
   const Bytes whole = batch(4, {kMoveToEnd, {2, 1, 1}, {3, 120, 0}, {4, 1, 65, 0, 0, 0, 0}});
   const std::size_t ends[] = {1, 6, 9, 12, 19};
   for (std::size_t length = 1; length <= whole.size(); ++length) {
@@ -126,7 +126,7 @@ TEST(InputBatch, EveryTruncationGivesCompleteEventsOrNothing) {
   }
 }
 
-TEST(InputBatch, DesktopAndMonitorAreReadForEachMoveAndForNoOtherEvent) {
+TEST(InputBatch, DesktopAndMonitorRectanglesAreReadForEachMoveAndForNoOtherEvent) {
   const Bytes payload = batch(5, {kMoveToEnd, {2, 1, 1}, {3, 1, 0}, {4, 1, 65, 0, 0, 0, 0}, kMoveToEnd});
   std::string asked;
   (void)ParseInputBatch(payload.data(), payload.size(),
@@ -142,7 +142,7 @@ TEST(InputBatch, DesktopAndMonitorAreReadForEachMoveAndForNoOtherEvent) {
   EXPECT_EQ(asked, "desktop monitor key desktop monitor ");
 }
 
-TEST(InputBatch, CompleteKeysAreReportedEvenIfALaterEventDiscardsTheBatch) {
+TEST(InputBatch, CompleteKeyEventsAreReportedEvenIfALaterEventDiscardsTheBatch) {
   std::vector<KeyEvent> keys;
   EXPECT_FALSE(parse(batch(3, {{4, 1, 65, 0, 0, 0, 0}, {9}, {4, 1, 66, 0, 0, 0, 0}}), &keys));
   EXPECT_EQ(keys.size(), 1u);
@@ -170,7 +170,7 @@ struct MapCase {
   std::int32_t dx, dy;
 };
 
-TEST(PointerMapping, MatchesTheFormulas) {
+TEST(PointerMapping, ScalesMonitorCoordinatesToTheVirtualDesktop) {
   const MapCase cases[] = {
       {"last pixel of the left of two monitors",
        32767,

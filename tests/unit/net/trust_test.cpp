@@ -37,7 +37,7 @@ TEST_F(TrustTest, ServerWithoutAKnownRootIsRefused) {
   EXPECT_FALSE(connects({}));
 }
 
-TEST_F(TrustTest, CorruptAndDuplicateRootsAreSkipped) {
+TEST_F(TrustTest, CorruptAndDuplicateRootCertificatesAreSkipped) {
   std::vector<unsigned char> cut = authority().der();
   cut.resize(cut.size() / 2);
   vantelink_fakes::script().roots = {{}, {0x30, 0x03, 1, 2, 3}, cut, authority().der(), authority().der()};
@@ -48,7 +48,7 @@ TEST_F(TrustTest, CertificateOfAnotherHostIsRefused) {
   EXPECT_FALSE(connects({.names = {"elsewhere.example"}}));
 }
 
-TEST_F(TrustTest, WildcardIsAcceptedOnlyAsAWholeLabel) {
+TEST_F(TrustTest, WildcardInACertificateIsAcceptedOnlyAsAWholeLabel) {
   const SslContext context = build_tls_context();
   for (const auto& [name, good] : {std::pair("*.maravek.example", true), {"rel*.maravek.example", false}}) {
     ScriptedServer server(authority(), {.names = {name}});
@@ -62,7 +62,7 @@ TEST_F(TrustTest, WildcardIsAcceptedOnlyAsAWholeLabel) {
   }
 }
 
-TEST_F(TrustTest, HandshakeFailsWithoutAContext) {
+TEST_F(TrustTest, HandshakeFailsWithoutATlsContext) {
   ScriptedServer server(authority());
   const SocketHandle socket = connect_socket("localhost", server.port());
   EXPECT_FALSE(TlsConnection(nullptr, socket, "localhost").connect());
@@ -78,7 +78,7 @@ TEST_F(TrustTest, OnlyTls12AndTls13AreAccepted) {
 }
 
 // The statement under test exits, so it runs in a process of its own.
-TEST(TrustDeathTest, ExitDoesNotCleanUpOpenSsl) {
+TEST(TrustDeathTest, ExitOfTheProgramDoesNotCleanUpOpenSsl) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto exit_after_use = [] {
     (void)build_tls_context();

@@ -27,7 +27,7 @@ TEST(DebugLogTest, LineIsDroppedIfTheFileCannotBeOpened) {
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
 }
 
-TEST(DebugLogTest, EnvironmentVariableOfAnyValueRequestsTheLog) {
+TEST(DebugLogTest, EnvironmentVariableWithAnyValueRequestsTheLog) {
   unsetenv("VLK_DEBUG_INPUT");
   EXPECT_FALSE(debug_input_requested());
   for (const char* value : {"1", "0", ""}) {

@@ -7,7 +7,7 @@
 namespace vlk {
 namespace {
 
-TEST(Text, SequencesOfEveryLengthConvertBothWays) {
+TEST(Text, Utf8SequencesOfEveryLengthAreConvertedInBothDirections) {
   const std::string text("a\0þ€😀", 11);
   EXPECT_EQ(Utf8ToWide(text), std::wstring(L"a\0þ€😀", 5));
   EXPECT_EQ(WideToUtf8(Utf8ToWide(text)), text);
@@ -20,7 +20,7 @@ TEST(Text, SequencesOfEveryLengthConvertBothWays) {
   }
 }
 
-TEST(Text, MalformedInputIsReplacedAndTheRestConverted) {
+TEST(Text, MalformedSequencesAreReplacedAndTheRestIsConverted) {
   for (const char* bytes : {"\x80", "\xFF", "\xC3", "\xC0\x80", "\xE2\x82", "\xE0\x80\x80", "\xED\xA0\x80",
                             "\xF5\x80", "\xF4\x90\x80\x80", "\xF0\x80\x80\x80"}) {
     const std::wstring wide = Utf8ToWide(std::string(bytes) + "x");

@@ -51,7 +51,7 @@ TEST(Texts, ConsentPromptHasTheProgramsTitleAndTwoParagraphs) {
   }
 }
 
-TEST(Texts, EachStatusHasATextAndOtherValuesHaveNone) {
+TEST(Texts, EachStatusHasATextAndUnknownStatusValuesHaveNone) {
   for (const std::uint16_t language : {kEnglishUs, kIcelandicIceland}) {
     const UiTexts& texts = texts_for_language(language);
     EXPECT_EQ(status_text(texts, static_cast<std::int32_t>(Status::Offline)), texts.status_offline);

@@ -12,7 +12,7 @@ std::wstring tray_text(Status status, std::int32_t rep_count) {
   return tray_status_text(static_cast<std::int32_t>(status), rep_count);
 }
 
-TEST(TrayText, EachStatusHasItsText) {
+TEST(TrayText, EachStatusHasItsOwnText) {
   for (const std::int32_t count : {INT32_MIN, 0, 3}) {
     EXPECT_TRUE(tray_text(Status::Offline, count) == L"Offline");
     EXPECT_TRUE(tray_text(Status::Connecting, count) == L"Connecting\u2026");
@@ -20,7 +20,7 @@ TEST(TrayText, EachStatusHasItsText) {
   }
 }
 
-TEST(TrayText, InSessionTextShowsAtLeastOneRepresentative) {
+TEST(TrayText, TextOfTheInSessionStatusCountsAtLeastOneRepresentative) {
   EXPECT_TRUE(tray_text(Status::InSession, 3) == L"Reps connected: 3");
   EXPECT_TRUE(tray_text(Status::InSession, 1) == L"Reps connected: 1");
   EXPECT_TRUE(tray_text(Status::InSession, 0) == L"Reps connected: 1");

@@ -58,11 +58,12 @@ Bytes Pixels(std::initializer_list<std::initializer_list<std::uint8_t>> rgb) {
   return bytes;
 }
 
-struct BothForms : testing::TestWithParam<Conversion*> {};
-INSTANTIATE_TEST_SUITE_P(Colour, BothForms, testing::Values(ConvertBgraToNv12, ConvertBgraToNv12Plainly),
+struct BothConversions : testing::TestWithParam<Conversion*> {};
+INSTANTIATE_TEST_SUITE_P(Colour, BothConversions,
+                         testing::Values(ConvertBgraToNv12, ConvertBgraToNv12Plainly),
                          [](const auto& form) { return form.index == 0 ? "Shipped" : "Plain"; });
 
-TEST_P(BothForms, KnownColoursConvertToKnownValues) {
+TEST_P(BothConversions, KnownColoursAreConvertedToKnownValues) {
   const struct {
     std::initializer_list<std::uint8_t> rgb;
     std::uint8_t y, u, v;
@@ -88,7 +89,7 @@ TEST_P(BothForms, KnownColoursConvertToKnownValues) {
   }
 }
 
-TEST_P(BothForms, FourthByteIsIgnored) {
+TEST_P(BothConversions, FourthByteOfEachPixelIsIgnored) {
   Bytes source = Noise(64 * 4 * 2, 1);
   const Planes before = Convert(GetParam(), source, 64, 2, 64 * 4);
   for (std::size_t i = 3; i < source.size(); i += 4)
@@ -96,7 +97,7 @@ TEST_P(BothForms, FourthByteIsIgnored) {
   EXPECT_EQ(Convert(GetParam(), source, 64, 2, 64 * 4), before);
 }
 
-TEST_P(BothForms, ChromaComesFromTheTopLeftPixelOnly) {
+TEST_P(BothConversions, ChromaOfEachTwoByTwoBlockComesOnlyFromItsTopLeftPixel) {
   const Bytes corner = Pixels({{200, 30, 90}});
   const Planes alone = Convert(GetParam(), corner, 1, 1, 4);
   for (const std::int32_t width : {2, 32}) {
@@ -113,7 +114,7 @@ TEST_P(BothForms, ChromaComesFromTheTopLeftPixelOnly) {
   }
 }
 
-TEST_P(BothForms, RowsAreFoundByTheStride) {
+TEST_P(BothConversions, RowsStartAtMultiplesOfTheStride) {
   constexpr std::int32_t kWidth = 37, kHeight = 5, kStride = kWidth * 4 + 19;
   const Bytes padded = Noise(kStride * (kHeight - 1) + kWidth * 4, 7);
   Bytes packed;
@@ -123,7 +124,7 @@ TEST_P(BothForms, RowsAreFoundByTheStride) {
             Convert(GetParam(), packed, kWidth, kHeight, kWidth * 4));
 }
 
-TEST_P(BothForms, NothingIsWrittenForAnEmptyArea) {
+TEST_P(BothConversions, ConversionOfAnEmptyAreaWritesNothing) {
   const Bytes source = Noise(64 * 4, 3);
   for (const std::int32_t width : {-2147483647 - 1, -1, 0, 64}) {
     for (const std::int32_t height : {-2147483647 - 1, -1, 0}) {
@@ -138,7 +139,7 @@ TEST_P(BothForms, NothingIsWrittenForAnEmptyArea) {
 
 // If the width is odd, the last U-V pair of a chroma row ends one byte after the row. The next row's first U
 // overwrites this byte; the last row keeps its V.
-TEST_P(BothForms, LastChromaPairOfAnOddWidthIsPartlyOverwrittenByTheNextRow) {
+TEST_P(BothConversions, LastChromaPairOfARowOfOddWidthIsPartlyOverwrittenByTheNextRow) {
   const Bytes red = Pixels({{255, 0, 0}, {255, 0, 0}, {255, 0, 0}});
   const Bytes blue = Pixels({{0, 0, 255}, {0, 0, 255}, {0, 0, 255}});
   Bytes source;
@@ -149,7 +150,7 @@ TEST_P(BothForms, LastChromaPairOfAnOddWidthIsPartlyOverwrittenByTheNextRow) {
   EXPECT_EQ(chroma, (Bytes{90, 240, 90, 240, 110, 240, 110}));
 }
 
-TEST(Colour, ChromaCapacityCoversEverythingWritten) {
+TEST(Colour, ChromaCapacityIncludesEveryByteThatTheConversionWrites) {
   EXPECT_EQ(ChromaCapacity(4, 4), 4u * 2 + 1);
   EXPECT_EQ(ChromaCapacity(3, 3), 3u * 2 + 1);
   EXPECT_EQ(ChromaCapacity(4, 5), 4u * 3 + 1);
@@ -181,7 +182,7 @@ TEST(Colour, FastConversionEqualsThePlainConversionForEverySizeStrideAndAddress)
   }
 }
 
-TEST(Colour, NegativeStrideReadsBottomUpRows) {
+TEST(Colour, NegativeStrideReadsTheRowsFromTheBottomUp) {
   constexpr std::size_t kRow = 33 * 4;
   const Bytes source = Noise(kRow * 4, 5);
   Bytes turned;

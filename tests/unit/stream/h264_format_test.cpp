@@ -8,7 +8,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST(H264Format, RatesBelowOneBecomeTheDefaults) {
+TEST(H264Format, FrameRatesAndBitRatesBelowOneAreReplacedByTheDefaults) {
   for (const std::int32_t fps : {std::numeric_limits<std::int32_t>::min(), -1, 0}) {
     EXPECT_EQ(MakeH264Format(640, 480, fps, 1).fps, 30) << fps;
   }
@@ -17,7 +17,7 @@ TEST(H264Format, RatesBelowOneBecomeTheDefaults) {
   }
 }
 
-TEST(H264Format, OtherValuesAreUsedUnchanged) {
+TEST(H264Format, SizesAndPositiveRatesAreUsedUnchanged) {
   const H264Format format = MakeH264Format(1919, 1, 2000, 1);
   EXPECT_EQ(format.width, 1919);
   EXPECT_EQ(format.height, 1);
@@ -33,19 +33,19 @@ TEST(H264Format, FrameDurationIsInWholeUnitsOf100Nanoseconds) {
   EXPECT_EQ(FrameDuration(std::numeric_limits<std::int32_t>::max()), 0);
 }
 
-TEST(H264Format, PairHasTheFirstNumberInItsHighHalf) {
+TEST(H264Format, PackedPairOfNumbersHasTheFirstNumberInItsHighHalf) {
   EXPECT_EQ(PackPair(1920, 1080), 0x00000780'00000438u);
   EXPECT_EQ(PackPair(1, -1), 0x00000001'FFFFFFFFu);
   EXPECT_EQ(PackPair(-1, 1), 0xFFFFFFFF'00000001u);
 }
 
-TEST(H264Format, PictureHasThreeBytesForTwoPixels) {
+TEST(H264Format, Nv12PictureHasThreeBytesForTwoPixels) {
   EXPECT_EQ(Nv12Size(1920, 1080), 3110400u);
   EXPECT_EQ(Nv12Size(3, 3), 13u);
   EXPECT_EQ(Nv12Size(0, 100), 0u);
 }
 
-TEST(H264Format, CapacityIsEnoughForTheConversionAndTheEncoder) {
+TEST(H264Format, Nv12CapacityIsEnoughForTheConversionAndTheEncoder) {
   EXPECT_EQ(Nv12Capacity(4, 4), 4u * 4 + 4 * 2 + 1);
   EXPECT_EQ(Nv12Capacity(3, 3), 3u * 3 + 3 * 2 + 1);
   for (std::int32_t width = 0; width <= 9; ++width) {

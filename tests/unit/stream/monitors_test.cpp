@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST(FitThumbnail, KeepsTheProportionsUpToTruncation) {
+TEST(FitThumbnail, KeepsTheProportionsAndTruncatesFractionsOfAPixel) {
   const struct {
     std::int32_t width, height, expected_width, expected_height;
   } rows[] = {
@@ -46,7 +46,7 @@ TEST(PackThumbnail, StartsWithALittleEndianHeaderFollowedByTheJpegFile) {
             (std::vector<std::uint8_t>{2, 3, 0x40, 0x01, 0xB4, 0x00, 0xFF, 0xD8, 0x00, 0xD9}));
 }
 
-TEST(PackThumbnail, WritesTheLowBytesOfLargeNumbers) {
+TEST(PackThumbnail, WritesOnlyTheLowBytesOfNumbersThatExceedTheirFields) {
   MonitorThumbnail thumbnail;
   thumbnail.id = 0x1FE;
   thumbnail.width = 0x12345;
@@ -55,7 +55,7 @@ TEST(PackThumbnail, WritesTheLowBytesOfLargeNumbers) {
             (std::vector<std::uint8_t>{0xFE, 0x03, 0x45, 0x23, 0xFF, 0xFF}));
 }
 
-TEST(PackThumbnail, IgnoresThePixels) {
+TEST(PackThumbnail, IgnoresTheUncompressedPixels) {
   MonitorThumbnail thumbnail;
   thumbnail.width = thumbnail.height = 1;
   thumbnail.pixels = {1, 2, 3, 4};

@@ -11,7 +11,7 @@ using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 using StreamCaptureTest = RecordingFixture;
 
-TEST_F(StreamCaptureTest, FirstFrameFollowsItsConfiguration) {
+TEST_F(StreamCaptureTest, ConfigurationIsSentBeforeTheFirstFrame) {
   with_duplication(640, 480);
   with_encoder();
   Run(1);
@@ -26,7 +26,7 @@ TEST_F(StreamCaptureTest, FirstFrameFollowsItsConfiguration) {
   EXPECT_EQ(sent_[1].session, kSession);
 }
 
-TEST_F(StreamCaptureTest, FailedOpenClearsTheInputRectangleAndIsRetriedAfterEachGdiFrame) {
+TEST_F(StreamCaptureTest, DuplicationThatDoesNotOpenClearsTheInputRectangleAndIsRetriedAfterEachGdiFrame) {
   Run(3);
   EXPECT_EQ(vantelink_fakes::journal()[1], "SetActiveMonitorRect 0 0 0 0");
   EXPECT_EQ(count("AcquireFrame 66"), 0u);
@@ -92,7 +92,7 @@ TEST_F(StreamCaptureTest, WorkerNeverPausesAboveAThousandFramesASecond) {
   EXPECT_TRUE(pauses_.empty());
 }
 
-TEST_F(StreamCaptureTest, SlowSendShortensThePauseAndAnEvenSlowerSendSkipsThePause) {
+TEST_F(StreamCaptureTest, SlowSendingShortensThePauseAndEvenSlowerSendingSkipsThePause) {
   settings_.max_fps = 10;
   send_time_ = 40 * kMillisecond + kMillisecond / 2;
   Run(1);
@@ -149,7 +149,7 @@ TEST_F(StreamCaptureTest, FrameWithoutPixelsIsNotSent) {
   EXPECT_EQ(count("Draw 0 0"), 0u);
 }
 
-TEST_F(StreamCaptureTest, FrameWhoseSendFailedCountsAsSent) {
+TEST_F(StreamCaptureTest, FrameThatCouldNotBeSentCountsAsSent) {
   with_duplication(640, 480);
   changing_ = false;
   settings_.max_fps = 10;
@@ -158,7 +158,7 @@ TEST_F(StreamCaptureTest, FrameWhoseSendFailedCountsAsSent) {
   EXPECT_EQ(frames().size(), 1u);
 }
 
-TEST_F(StreamCaptureTest, TimeStampIsMicrosecondsFromTheStartInLittleEndian) {
+TEST_F(StreamCaptureTest, TimeStampOfAFrameIsMicrosecondsFromTheStartInLittleEndian) {
   settings_.max_fps = 7;
   Run(3);
   ASSERT_EQ(frames().size(), 3u);
@@ -167,7 +167,7 @@ TEST_F(StreamCaptureTest, TimeStampIsMicrosecondsFromTheStartInLittleEndian) {
   EXPECT_EQ(stamp(frames()[2]), 284000u);
 }
 
-TEST_F(StreamCaptureTest, EncoderIsDestroyedBeforeThePointerAndThePointerBeforeTheCapture) {
+TEST_F(StreamCaptureTest, EncoderIsDestroyedBeforeTheCursorOverlayAndTheOverlayBeforeTheCapturer) {
   Run(1);
   worker_.reset();
   const Lines lines = vantelink_fakes::journal();

@@ -77,7 +77,7 @@ TEST_F(StreamEncodingTest, KeyFrameRequestDuringAForcedFrameForcesTheNextFrameTo
   EXPECT_EQ(count("Encode"), 1u);
 }
 
-TEST_F(StreamEncodingTest, ForcedFrameWithoutOutputLeavesTheKeyFrameDue) {
+TEST_F(StreamEncodingTest, KeyFrameIsStillDueAfterAForcedFrameWithoutOutput) {
   with_duplication(640, 480);
   with_encoder();
   settings_.max_fps = 10;
@@ -92,7 +92,7 @@ TEST_F(StreamEncodingTest, ForcedFrameWithoutOutputLeavesTheKeyFrameDue) {
   EXPECT_EQ(frames().size(), 2u);
 }
 
-TEST_F(StreamEncodingTest, FailedEncodingSendsNothingAndTheNextFrameIsEncoded) {
+TEST_F(StreamEncodingTest, FrameWhoseEncodingFailsIsNotSentAndTheNextFrameIsEncoded) {
   with_duplication(640, 480);
   with_encoder();
   int calls = 0;
@@ -106,7 +106,7 @@ TEST_F(StreamEncodingTest, FailedEncodingSendsNothingAndTheNextFrameIsEncoded) {
   EXPECT_EQ(count("EncodeJpeg 640 480 2560 70"), 0u);
 }
 
-TEST_F(StreamEncodingTest, FailedJpegSendsNothing) {
+TEST_F(StreamEncodingTest, FrameIsNotSentIfJpegEncodingFails) {
   script().jpeg = [] { return std::vector<std::uint8_t>(); };
   Run(2);
   EXPECT_TRUE(frames().empty());

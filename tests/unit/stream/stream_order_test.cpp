@@ -29,7 +29,7 @@ TEST_F(StreamOrderTest, MonitorChangeSetsTheInputRectangleAndClosesTheEncoderBef
                    "Encode key", "send frame"}));
 }
 
-TEST_F(StreamOrderTest, RetriedOpenFollowsTheGdiCaptureAndKeepsTheInputRectangle) {
+TEST_F(StreamOrderTest, RetryOfOpeningDuplicationFollowsTheGdiCaptureAndKeepsTheInputRectangle) {
   script().open = [](std::int32_t) { return false; };
   Run(1);
   script().open = [](std::int32_t) { return true; };
@@ -37,7 +37,7 @@ TEST_F(StreamOrderTest, RetriedOpenFollowsTheGdiCaptureAndKeepsTheInputRectangle
   EXPECT_EQ(count("SetActiveMonitorRect 10 20 64 48"), 0u);
 }
 
-TEST_F(StreamOrderTest, NegativeMonitorIsPassedOnUnchanged) {
+TEST_F(StreamOrderTest, NegativeMonitorNumberIsPassedOnUnchanged) {
   script().open = [](std::int32_t index) { return index >= 0; };
   script().init = nullptr;
   settings_.monitor_id = -3;
@@ -123,7 +123,7 @@ TEST_F(StreamOrderTest, UnchangedScreenIsSentAgainAfterExactlyOneSecond) {
   EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi");
 }
 
-TEST_F(StreamOrderTest, RefreshIntervalBeginsAtTheStartOfTheIterationThatSent) {
+TEST_F(StreamOrderTest, RefreshIntervalBeginsAtTheStartOfTheIterationThatSentAFrame) {
   Run(1);
   settings_.max_fps = 1;
   script().encode = [this](std::vector<std::uint8_t>& out, bool) {
@@ -146,7 +146,7 @@ TEST_F(StreamOrderTest, KeyFrameIsDueAfterExactlyTwoSeconds) {
   EXPECT_EQ(JournalOf(1).at(2), "Encode key");
 }
 
-TEST_F(StreamOrderTest, TimeStampIsTruncatedToMicroseconds) {
+TEST_F(StreamOrderTest, TimeStampOfAFrameIsTruncatedToMicroseconds) {
   Run(1);
   const std::int64_t start = time_ - 66 * kMillisecond;
   time_ = start + 0x0012030405060708 * 1000 + 999;

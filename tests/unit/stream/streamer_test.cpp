@@ -23,7 +23,7 @@ class StreamerTest : public testing::Test {
   SendCallable send_ = [](Msg, unsigned, const unsigned char*, std::size_t, unsigned char) { return true; };
 };
 
-TEST_F(StreamerTest, StartTwiceRunsOneWorkerWithTheFirstSettings) {
+TEST_F(StreamerTest, StartingAStreamerTwiceRunsOneWorkerWithTheFirstSettings) {
   ScreenStreamer streamer(1, send_);
   streamer.Start(3, 100, 70, 1);
   streamer.Start(4, 100, 70, 1);
@@ -65,7 +65,7 @@ TEST_F(StreamerTest, SettingsCanChangeWhileTheWorkerRuns) {
   streamer.Stop();
 }
 
-TEST_F(StreamerTest, StreamersCanStartAndStopManyTimes) {
+TEST_F(StreamerTest, StreamersCanBeStartedAndStoppedManyTimes) {
   for (int i = 0; i < 200; ++i) {
     ScreenStreamer streamer(1, send_);
     streamer.Start(0, 1000, 70, 1);
@@ -101,7 +101,7 @@ TEST_F(StreamThreadTest, OnlyTheExactNameMjpegSelectsJpeg) {
   }
 }
 
-TEST_F(StreamThreadTest, StopWaitsForTheSendInProgressAndNoSendFollows) {
+TEST_F(StreamThreadTest, StoppingWaitsForTheSendInProgressAndNothingIsSentAfterwards) {
   std::promise<void> release, stop;
   const std::shared_future<void> released = release.get_future().share();
   std::atomic<int> sends{0};

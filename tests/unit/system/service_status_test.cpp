@@ -23,13 +23,13 @@ TEST(ServiceStatus, CheckPointsIncreaseWhileTheServiceRuns) {
   EXPECT_EQ(check_point, 3u);
 }
 
-TEST(ServiceStatus, RepeatedStopHasAHigherCheckPoint) {
+TEST(ServiceStatus, RepeatedStopRequestIsReportedWithAHigherCheckPoint) {
   std::uint32_t check_point = 2;
   (void)make_report(ServiceMoment::ControlReceived, check_point);
   EXPECT_EQ(make_report(ServiceMoment::ControlReceived, check_point).check_point, 3u);
 }
 
-TEST(ServiceStatus, OnlyStopAndShutdownEndTheService) {
+TEST(ServiceStatus, OnlyTheStopAndShutdownControlsEndTheService) {
   for (std::uint32_t control = 0; control < 256; ++control) {
     EXPECT_EQ(ends_service(control), control == 1 || control == 5) << control;
   }

@@ -51,7 +51,7 @@ class Supervisor : public testing::Test {
   std::deque<std::function<WaitResult()>> waits_;
 };
 
-TEST_F(Supervisor, StartsOneAgentAndEndsItWhenStopped) {
+TEST_F(Supervisor, StartsOneAgentAndEndsTheAgentWhenTheSupervisorIsStopped) {
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "terminate c1", "close c1"}));
 }
 
@@ -62,7 +62,7 @@ TEST_F(Supervisor, KeepsARunningAgentAtEachPoll) {
                           "terminate c1", "close c1"}));
 }
 
-TEST_F(Supervisor, ReplacesEndedAgentsAtOnceWithoutALimit) {
+TEST_F(Supervisor, ReplacesEndedAgentsAtOnceAnyNumberOfTimes) {
   for (int i = 0; i < 1000; ++i)
     then(WaitResult::ChildEnded);
   const Lines lines = run();
@@ -78,7 +78,7 @@ TEST_F(Supervisor, RestartsTheAgentInANewConsoleSession) {
                           "wait stop or c2 5000", "terminate c2", "close c2"}));
 }
 
-TEST_F(Supervisor, RetriesWhileNobodyIsLoggedOn) {
+TEST_F(Supervisor, RetriesToStartTheAgentWhileNobodyIsLoggedOn) {
   fails_ = true;
   then(WaitResult::Neither);
   then(WaitResult::Neither);
@@ -96,7 +96,7 @@ TEST_F(Supervisor, StartsTheAgentWhenAUserLogsOnLater) {
                           "terminate c1", "close c1"}));
 }
 
-TEST_F(Supervisor, SwitchToASessionWithoutAUserEndsTheAgentAndRetries) {
+TEST_F(Supervisor, SwitchToASessionWithoutAUserEndsTheAgentAndItsStartIsRetried) {
   waits_.push_back([this] {
     session_ = 2;
     fails_ = true;
@@ -107,14 +107,14 @@ TEST_F(Supervisor, SwitchToASessionWithoutAUserEndsTheAgentAndRetries) {
                           "wait stop 5000", "launch failed", "wait stop 5000"}));
 }
 
-TEST_F(Supervisor, AbsentConsoleSessionIsTreatedLikeASession) {
+TEST_F(Supervisor, MissingConsoleSessionIsTreatedLikeAnyOtherSession) {
   session_ = kNoSession;
   then_switch(1);
   EXPECT_EQ(run(), (Lines{"launch c1", "wait stop or c1 5000", "terminate c1", "close c1", "launch c2",
                           "wait stop or c2 5000", "terminate c2", "close c2"}));
 }
 
-TEST_F(Supervisor, HandleOfAnAgentThatEndsDuringASwitchIsClosedOnce) {
+TEST_F(Supervisor, HandleOfAnAgentThatEndsDuringASessionSwitchIsClosedOnce) {
   waits_.push_back([this] {
     session_ = 2;
     return WaitResult::ChildEnded;

@@ -50,7 +50,7 @@ TEST(Directory, DrivesAreListedInOrderWithoutSizeOrTime) {
       R"({"path":"","parent":"","entries":[{"name":"C:","path":"C:\\","dir":true,"size":0,"mtime":0}]})");
 }
 
-TEST(Directory, ParentIsThePartBeforeTheLastBackslash) {
+TEST(Directory, ParentFolderIsThePartOfThePathBeforeTheLastBackslash) {
   const struct {
     const char *path, *parent;
   } rows[] = {{"", ""},
@@ -80,7 +80,7 @@ TEST(Directory, TimesBefore1970WrapAround) {
   EXPECT_EQ(UnixSeconds(0), (~std::uint64_t{0} - 0x19DB1DED53E7FFF) / 10'000'000);
 }
 
-TEST(Directory, EmptyFolderHasAnEmptyArray) {
+TEST(Directory, ListingOfAnEmptyFolderHasAnEmptyArray) {
   const TempFolder folder;
   const std::string path = folder.windows_path();
   EXPECT_EQ(ListDirectory(path), "{\"path\":\"" + escaped(path) + "\",\"parent\":\"" +
@@ -128,7 +128,7 @@ TEST(Directory, PathThatIsNotAFolderIsListedAsEmpty) {
   std::filesystem::permissions(folder.path() / "locked", std::filesystem::perms::owner_all);
 }
 
-TEST(Directory, BackslashIsAppendedAfterASlashAtTheEnd) {
+TEST(Directory, BackslashIsAppendedToAPathThatEndsWithASlash) {
   const TempFolder folder;
   folder.write("file", "x");
   const std::string path = folder.windows_path() + '/';

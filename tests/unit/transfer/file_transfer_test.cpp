@@ -221,7 +221,7 @@ TEST(Upload, DoesNotCreateFoldersForForwardSlashes) {
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "new"));
 }
 
-TEST(Upload, CreatesFoldersOnlyAfterTheThirdCharacter) {
+TEST(Upload, CreatesFoldersOnlyAfterTheThirdCharacterOfThePath) {
   const TempFolder folder;
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder.path());
@@ -245,7 +245,7 @@ TEST(Upload, OverwritesAnExistingFile) {
   EXPECT_EQ(folder.read("file"), "");
 }
 
-TEST(Upload, SecondBeginWithTheSameIdGetsTheChunks) {
+TEST(Upload, SecondUploadWithTheSameIdReceivesTheChunks) {
   const TempFolder folder;
   BeginUpload(1, folder.windows_path("first"), 0);
   put(1, "one");
@@ -270,7 +270,7 @@ TEST(Upload, IgnoresTheAnnouncedSize) {
   }
 }
 
-TEST(Upload, UnknownIdsAreIgnored) {
+TEST(Upload, MessagesWithUnknownIdsAreIgnored) {
   const TempFolder folder;
   put(4, "x");
   EndUpload(4);

@@ -115,7 +115,7 @@ TEST_F(HttpsTest, ServerMayCloseAfterAnyByteOfTheResponse) {
   }
 }
 
-TEST_F(HttpsTest, ResponseInSingleBytesIsReadCompletely) {
+TEST_F(HttpsTest, ResponseReceivedByteByByteIsReadCompletely) {
   auto fetched = fetch(server_);
   const auto connection = accept();
   for (const char byte : std::string("HTTP/1.1 200 OK\r\n\r\nbody"))

@@ -6,7 +6,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST(ResponseTest, OnlyTheFirstTwelveBytesAreTheStatus) {
+TEST(ResponseTest, OnlyTheFirstTwelveBytesOfTheResponseAreComparedAsItsStatus) {
   for (const char* head : {"HTTP/1.1 200 OK", "HTTP/1.1 200", "HTTP/1.1 200 ", "HTTP/1.1 2000",
                            "HTTP/1.1 200 Anything at all", "HTTP/1.1 200\r\nTransfer-Encoding: chunked"}) {
     const std::string response = std::string(head) + "\r\n\r\nbody";

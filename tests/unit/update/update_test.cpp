@@ -59,19 +59,19 @@ TEST_F(ManifestTest, TextThatIsNotJsonHasNoFields) {
   }
 }
 
-TEST_F(ManifestTest, NothingIsLoggedWithoutTheEnvironmentVariable) {
+TEST_F(ManifestTest, ManifestIsNotLoggedWithoutTheEnvironmentVariable) {
   unsetenv("VLK_DEBUG_INPUT");
   EXPECT_TRUE(read_manifest(R"({"agent_version":"1","agent_file":"x"})"));
   EXPECT_EQ(log_.text(), "");
 }
 
-TEST_F(ManifestTest, FileNamesAreUsedUnchanged) {
+TEST_F(ManifestTest, FileNameInTheManifestIsUsedUnchanged) {
   const auto offer = read_manifest(R"({"agent_version":"1","agent_file":"..\\..\\x/y.exe"})");
   ASSERT_TRUE(offer);
   EXPECT_EQ(offer->file, "..\\..\\x/y.exe");
 }
 
-TEST_F(ManifestTest, RandomBytesAreNeverOffered) {
+TEST_F(ManifestTest, ManifestOfRandomBytesNeverLeadsToAnOffer) {
   unsetenv("VLK_DEBUG_INPUT");
   std::mt19937 random(7);
   for (int i = 0; i < 2000; ++i) {
@@ -104,7 +104,7 @@ auto served(std::string_view response, std::string& line, Work work) {
   return result.get();
 }
 
-TEST(UpdateTest, CheckReadsTheServersManifest) {
+TEST(UpdateTest, UpdateCheckReadsTheServersManifest) {
   std::string line;
   const auto check = [](std::uint32_t port) { return check_for_update("localhost", port); };
   const auto offer =
@@ -115,7 +115,7 @@ TEST(UpdateTest, CheckReadsTheServersManifest) {
   EXPECT_EQ(offer->file, "a.exe");
 }
 
-TEST(UpdateTest, FailedChecksOfferNothingAndAreNotLogged) {
+TEST(UpdateTest, FailedUpdateChecksOfferNothingAndAreNotLogged) {
   setenv("VLK_DEBUG_INPUT", "1", 1);
   const LogFolder log;
   std::string line;

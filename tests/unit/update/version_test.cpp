@@ -10,18 +10,18 @@ bool newer(std::string_view offered) {
   return is_newer("0.1.6", offered);
 }
 
-TEST(VersionTest, UpdatesAreComparedWithVersion016) {
+TEST(VersionTest, OfferedVersionsAreComparedWithVersion016) {
   EXPECT_STREQ(kUpdateVersion, "0.1.6");
 }
 
-TEST(VersionTest, GreaterNumbersAndMoreFieldsAreNewer) {
+TEST(VersionTest, VersionsWithGreaterNumbersOrMoreFieldsAreNewer) {
   for (const char* offered :
        {"0.1.7", "0.2", "0.2.0", "1", "0.1.6.1", "0.1.6.0.1", "0.1.10", "00.01.07", "0.1.7-beta"}) {
     EXPECT_TRUE(newer(offered)) << offered;
   }
 }
 
-TEST(VersionTest, EqualAndSmallerNumbersAreNotNewer) {
+TEST(VersionTest, VersionsWithEqualOrSmallerNumbersAreNotNewer) {
   for (const char* offered : {"0.1.6", "0.1.5", "0.1.5.9", "0.0.9", "0.1.6.0", "0.1.6.0.0", "", "0", "0.1.06",
                               "0.1", "0.1.", "....", "0.1.6....", "-1.1", "0.-1"}) {
     EXPECT_FALSE(newer(offered)) << offered;
@@ -35,7 +35,7 @@ TEST(VersionTest, TextAfterANumberInItsFieldIsIgnored) {
   EXPECT_TRUE(newer("0.1.6-beta.1")) << "the dot after the text begins another field";
 }
 
-TEST(VersionTest, FieldThatDoesNotBeginWithADigitIsZero) {
+TEST(VersionTest, FieldThatDoesNotBeginWithADigitCountsAsZero) {
   EXPECT_TRUE(newer("r0.1.7"));
   EXPECT_TRUE(newer("r9.1.7")) << "the 9 is not the first character of its field";
   EXPECT_FALSE(newer("v1"));
@@ -46,7 +46,7 @@ TEST(VersionTest, FieldThatDoesNotBeginWithADigitIsZero) {
   EXPECT_FALSE(newer("r0.1.6"));
 }
 
-TEST(VersionTest, MissingFieldsAreZeroOnEitherSide) {
+TEST(VersionTest, MissingFieldsOfEitherVersionCountAsZero) {
   EXPECT_TRUE(is_newer("", "0.0.1"));
   EXPECT_FALSE(is_newer("0.0.1", ""));
   EXPECT_FALSE(is_newer("", ""));
@@ -65,7 +65,7 @@ TEST(VersionTest, NumbersWrapAroundToSigned32BitValues) {
   EXPECT_TRUE(is_newer("4294967295", "0")) << "the current version wraps too";
 }
 
-TEST(VersionTest, FieldsOfOtherBytesCountAsZero) {
+TEST(VersionTest, FieldsOfBytesOtherThanDigitsCountAsZero) {
   EXPECT_FALSE(newer(std::string_view("0.1.6\0.9", 5)));
   EXPECT_TRUE(newer(std::string_view("0.1.6\0.9", 8)));
   EXPECT_FALSE(newer("\xFF\xFE.\x80"));

@@ -26,7 +26,7 @@ TEST(JsonWriter, WritesFieldsInOrderWithoutBlanksAndAllowsRepeatedKeys) {
   EXPECT_EQ(writer.finish(), R"({"a":"x","b":-1,"c":true,"c":false,"d":[1, 2],"e":1})");
 }
 
-TEST(JsonWriter, EscapesOnlyFiveBytes) {
+TEST(JsonWriter, EscapesOnlyTabLineFeedReturnQuoteAndBackslash) {
   std::string every;
   for (int byte = 0; byte < 256; ++byte)
     every += static_cast<char>(byte);
@@ -145,7 +145,7 @@ TEST(JsonReader, ReadsIntegers) {
   }
 }
 
-TEST(JsonReader, EmptyTextGivesTheFallbacks) {
+TEST(JsonReader, FieldsOfAnEmptyTextHaveTheirFallbackValues) {
   EXPECT_EQ(value_or(read_string("", "rep_name"), "A representative"), "A representative");
   EXPECT_EQ(value_or(read_int("", "max_fps"), 15), 15);
 }

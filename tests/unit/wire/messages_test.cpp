@@ -19,7 +19,7 @@ Bytes header(std::uint32_t length, std::uint8_t type = 4) {
   return bytes;
 }
 
-TEST(Envelope, HelloIsTenHeaderBytesAndItsText) {
+TEST(Envelope, HelloMessageConsistsOfTenHeaderBytesAndItsText) {
   constexpr std::string_view kText = R"({"role":"agent","client_version":"0.1.0-scaffold","os":"windows"})";
   const Bytes bytes =
       encode_envelope(Msg::Hello, 0, reinterpret_cast<const unsigned char*>(kText.data()), kText.size(), 1);
@@ -33,7 +33,7 @@ TEST(Envelope, HeaderIsBigEndian) {
   EXPECT_EQ(header(0x0A0B0C0D), (Bytes{4, 7, 1, 2, 3, 4, 0x0A, 0x0B, 0x0C, 0x0D}));
 }
 
-TEST(Envelope, HeaderAloneDecodesAndOneByteLessDoesNot) {
+TEST(Envelope, HeaderWithoutAPayloadIsDecodedAndATruncatedHeaderIsNot) {
   Envelope envelope;
   const Bytes bytes = header(0);
   for (std::size_t length = 0; length < 10; ++length) {
@@ -71,13 +71,13 @@ TEST(Envelope, TruncatedMessagesAreRefusedAndExtraBytesIgnored) {
   EXPECT_EQ(envelope.payload, Bytes(bytes.begin() + 10, bytes.begin() + 30));
 }
 
-TEST(Envelope, LargestLengthDoesNotOverflowTheSizeCheck) {
+TEST(Envelope, LargestPayloadLengthDoesNotOverflowTheSizeCheck) {
   Envelope envelope;
   const Bytes bytes = header(0xFFFFFFFF);
   EXPECT_FALSE(decode_envelope(bytes.data(), bytes.size(), envelope));
 }
 
-TEST(MessageFrame, ContainsTheMaskedEnvelopeAtEveryLength) {
+TEST(MessageFrame, ContainsTheMaskedEnvelopeForEveryPayloadLength) {
   for (const std::size_t length : {0, 1, 6, 7, 31, 32, 100, 115, 116, 65525, 65526, 300000}) {
     Bytes payload(length);
     for (std::size_t i = 0; i < length; ++i)

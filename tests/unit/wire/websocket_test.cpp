@@ -28,7 +28,7 @@ void feed(WsParser& parser, const Bytes& bytes) {
   parser.feed(bytes.data(), bytes.size());
 }
 
-TEST(Base64, PadsToAMultipleOfFour) {
+TEST(Base64, PadsTheTextToAMultipleOfFourCharacters) {
   const auto encode = [](std::string_view text) {
     return base64_encode(reinterpret_cast<const unsigned char*>(text.data()), text.size());
   };
@@ -39,7 +39,7 @@ TEST(Base64, PadsToAMultipleOfFour) {
   EXPECT_EQ(encode("\xFF\xFE\xFD\xFC"), "//79/A==");
 }
 
-TEST(Upgrade, RequestIsSevenLinesWithoutAPort) {
+TEST(Upgrade, RequestHasSevenLinesAndNamesTheHostWithoutAPort) {
   std::string key;
   const std::string request = build_upgrade_request("relay.example", "/link", key);
   EXPECT_EQ(request,
@@ -56,7 +56,7 @@ TEST(Upgrade, RequestIsSevenLinesWithoutAPort) {
   EXPECT_NE(key, other);
 }
 
-TEST(Upgrade, Digits101AnywhereCountAsSuccess) {
+TEST(Upgrade, Digits101AnywhereInTheResponseCountAsSuccess) {
   EXPECT_TRUE(upgrade_accepted("HTTP/1.1 101 Switching Protocols\r\n\r\n"));
   EXPECT_TRUE(upgrade_accepted("HTTP/1.1 403 Forbidden\r\nX-Trace: 51015\r\n\r\n"));
   EXPECT_FALSE(upgrade_accepted("HTTP/1.1 403 Forbidden\r\n\r\n"));
@@ -161,7 +161,7 @@ TEST(Parser, AllowsControlFramesBetweenFragments) {
   EXPECT_EQ(message->payload, (Bytes{1, 2, 3, 4}));
 }
 
-TEST(Parser, ContinuationWithoutAStartFails) {
+TEST(Parser, FailsForAContinuationFrameWithoutAStartedMessage) {
   WsParser parser;
   feed(parser, frame(kWsContinuation, {1}));
   EXPECT_FALSE(parser.next());
@@ -179,7 +179,7 @@ TEST(Parser, SecondFragmentedMessageDiscardsTheFirst) {
   EXPECT_EQ(message->payload, (Bytes{2, 3}));
 }
 
-TEST(Parser, FinalDataFrameDoesNotAffectAFragmentedMessage) {
+TEST(Parser, UnfragmentedDataFrameDoesNotAffectAFragmentedMessage) {
   WsParser parser;
   feed(parser, frame(kWsText, {1}, false));
   feed(parser, frame(kWsBinary, {2}));
@@ -196,7 +196,7 @@ TEST(Parser, ReservedOpcodesCountAsDataAndReservedBitsAreIgnored) {
   EXPECT_EQ(parser.next()->opcode, 3);
 }
 
-TEST(Parser, ErasesConsumedBytesAboveTheThreshold) {
+TEST(Parser, ErasesConsumedBytesOnceTheyExceedTheThreshold) {
   WsParser parser;
   for (int i = 0; i < 3; ++i)
     feed(parser, frame(kWsBinary, pattern(30000)));

@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 using vantelink_test::record;
 
-TEST_F(ApplyTest, OnlyTheLastPartOfANameIsUsed) {
+TEST_F(ApplyTest, OnlyTheLastPartOfAFileNameIsUsed) {
   apply_files(list(2, record("../../evil.txt", "e"), record("sub\\a.txt", "a")));
   EXPECT_EQ(names_in(scratch()), std::vector<std::wstring>({L"a.txt", L"evil.txt"}));
   EXPECT_EQ(held(CF_HDROP), drop({L"evil.txt", L"a.txt"}));
@@ -25,7 +25,7 @@ TEST_F(ApplyTest, FilesWithUnusableNamesAreSkipped) {
   }
 }
 
-TEST_F(ApplyTest, NameEndsAtItsFirstZero) {
+TEST_F(ApplyTest, FileNameEndsAtItsFirstZeroCharacter) {
   apply_files(list(1, record(std::string_view("a\0b", 3), "1")));
   EXPECT_EQ(names_in(scratch()), std::vector<std::wstring>({L"a"}));
 }
@@ -84,7 +84,7 @@ std::vector<fs::path> paths_around(const fs::path& here) {
   }
 }
 
-TEST_F(ApplyTest, NothingIsWrittenOutsideTheScratchFolder) {
+TEST_F(ApplyTest, FilesAreNeverWrittenOutsideTheScratchFolder) {
   const fs::path here = temporary_folder() + L"clip-test";
   fs::create_directory(here);
   const fs::path before_here = fs::current_path();

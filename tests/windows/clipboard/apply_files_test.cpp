@@ -12,7 +12,7 @@ using clip::script;
 using vantelink_test::number;
 using vantelink_test::record;
 
-TEST_F(ApplyTest, FilesAreWrittenAndListedInOneBlock) {
+TEST_F(ApplyTest, ReceivedFilesAreWrittenToTheFolderAndListedOnTheClipboard) {
   apply_files(list(2, record("a.txt", "alpha"), record("Þýðing 😀.bin", std::string_view("\0\xFF", 2))));
   EXPECT_EQ(read(scratch() + L"a.txt"), "alpha");
   EXPECT_EQ(read(scratch() + L"Þýðing 😀.bin"), std::string("\0\xFF", 2));
@@ -23,7 +23,7 @@ TEST_F(ApplyTest, FilesAreWrittenAndListedInOneBlock) {
   EXPECT_EQ(script.memory_flags, unsigned{GMEM_MOVEABLE});
 }
 
-TEST_F(ApplyTest, NothingIsSetIfMemoryCannotBeAllocated) {
+TEST_F(ApplyTest, ClipboardStaysEmptyIfMemoryCannotBeAllocated) {
   script.refuse_memory = 8;
   apply_text("abc");
   EXPECT_EQ(script.calls, Lines({"open", "empty", "close", "tick"}));
@@ -49,7 +49,7 @@ TEST_F(ApplyTest, TruncatedListPublishesItsCompleteFiles) {
   EXPECT_EQ(names_in(scratch()), std::vector<std::wstring>({L"one", L"whole"}));
 }
 
-TEST_F(ApplyTest, CountOfZeroCreatesTheFolderAndEmptiesTheClipboard) {
+TEST_F(ApplyTest, FileCountOfZeroCreatesTheFolderAndEmptiesTheClipboard) {
   apply_files(list(0));
   EXPECT_TRUE(std::filesystem::is_directory(scratch()));
   EXPECT_TRUE(holds_nothing());
@@ -102,7 +102,7 @@ TEST_F(ApplyTest, FileThatCannotBeCreatedIsLeftOut) {
   EXPECT_EQ(read(scratch() + L"b"), "2");
 }
 
-TEST_F(ApplyTest, EveryTruncationAndEveryWrongLengthIsHarmless) {
+TEST_F(ApplyTest, EveryTruncationOfAFileListAndEveryWrongLengthIsHarmless) {
   const std::string whole = list(2, record("one", "11"), record("two", "22"));
   for (std::size_t size = 0; size < whole.size(); ++size) {
     apply_files(std::string_view(whole).substr(0, size));

@@ -14,7 +14,7 @@ namespace {
 using clip::Lines;
 using clip::script;
 
-TEST_F(ApplyTest, TextReplacesTheContent) {
+TEST_F(ApplyTest, ReceivedTextReplacesTheContentOfTheClipboard) {
   apply_text("Þórður á 😀\n");
   EXPECT_EQ(held(CF_UNICODETEXT), wide_bytes(std::wstring(L"Þórður á 😀\n") + L'\0'));
   EXPECT_EQ(script.calls, Lines({"open", "empty", "set 13", "close", "tick"}))
@@ -30,7 +30,7 @@ TEST_F(ApplyTest, EmptyPayloadDoesNothing) {
   EXPECT_FALSE(holds_nothing());
 }
 
-TEST_F(ApplyTest, TextWithoutContentBecomesAnEmptyText) {
+TEST_F(ApplyTest, PayloadOfAnEmptyTextPutsAnEmptyTextOnTheClipboard) {
   ApplyClipboard({1});
   ASSERT_EQ(script.memory.size(), 1u);
   EXPECT_EQ(script.memory.begin()->second, 2u) << "size in bytes";
@@ -38,7 +38,7 @@ TEST_F(ApplyTest, TextWithoutContentBecomesAnEmptyText) {
   EXPECT_TRUE(guard_is_set());
 }
 
-TEST_F(ApplyTest, UnknownKindsEmptyTheClipboard) {
+TEST_F(ApplyTest, PayloadsOfUnknownKindsEmptyTheClipboard) {
   for (const int kind : {0, 4, 7, 255}) {
     on_clipboard([] { put_text(L"before"); });
     for (const std::string content : {"", "some content"}) {
@@ -52,7 +52,7 @@ TEST_F(ApplyTest, UnknownKindsEmptyTheClipboard) {
   }
 }
 
-TEST_F(ApplyTest, ZerosInATextAreKept) {
+TEST_F(ApplyTest, ZeroCharactersInATextAreKept) {
   apply_text(std::string_view("a\0b\0", 4));
   EXPECT_EQ(held(CF_UNICODETEXT), wide_bytes(std::wstring_view(L"a\0b\0\0", 5)));
 }
@@ -65,7 +65,7 @@ TEST_F(ApplyTest, InvalidUtf8IsReplacedByTheSystemsRule) {
   }
 }
 
-TEST_F(ApplyTest, TextOfAMebibyteArrivesWhole) {
+TEST_F(ApplyTest, TextOfOneMebibyteIsAppliedCompletely) {
   std::string text;
   while (text.size() < 1 << 20)
     text += "línan " + std::to_string(text.size()) + '\n';
@@ -73,7 +73,7 @@ TEST_F(ApplyTest, TextOfAMebibyteArrivesWhole) {
   EXPECT_TRUE(held(CF_UNICODETEXT) == wide_bytes(Utf8ToWide(text) + L'\0'));
 }
 
-TEST_F(ApplyTest, ContentIsDroppedWhileTheClipboardIsInUse) {
+TEST_F(ApplyTest, ReceivedContentIsDroppedWhileTheClipboardIsInUse) {
   script.refuse_open = true;
   apply_text("lost");
   EXPECT_EQ(script.calls, Lines({"open"})) << "opening the clipboard is not retried";
@@ -88,7 +88,7 @@ TEST_F(ApplyTest, MemoryIsNotFreedIfTheClipboardRefusesTheText) {
   EXPECT_TRUE(guard_is_set());
 }
 
-TEST_F(ApplyTest, ContentIsAppliedWithoutASessionToo) {
+TEST_F(ApplyTest, ReceivedContentIsAppliedEvenWithoutASession) {
   SetClipboardSessionActive(false);
   apply_text("x");
   EXPECT_EQ(held(CF_UNICODETEXT), wide_bytes(std::wstring_view(L"x\0", 2)));

@@ -10,7 +10,7 @@ namespace {
 using clip::Lines;
 using clip::script;
 
-TEST_F(CaptureTest, FilesAreReadWholeWhileTheClipboardIsOpen) {
+TEST_F(CaptureTest, FilesAreReadCompletelyWhileTheClipboardIsOpen) {
   write(folder_ + L"höfn's 😀 .txt", "contents");
   on_clipboard([&] { put_files({folder_ + L"höfn's 😀 .txt", file_of(L"empty", 0)}); });
   EXPECT_EQ(update(), "files 2 höfn's 😀 .txt 8 empty 0");
@@ -20,7 +20,7 @@ TEST_F(CaptureTest, FilesAreReadWholeWhileTheClipboardIsOpen) {
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(files[0].data), files[0].size), "contents");
 }
 
-TEST_F(CaptureTest, FolderAloneSendsNothingEvenIfTextWasCopiedToo) {
+TEST_F(CaptureTest, CopiedFolderWithoutFilesSendsNothingEvenIfTextWasCopiedToo) {
   on_clipboard([&] {
     put_files({folder_});
     put_text(L"words");
@@ -51,7 +51,7 @@ TEST_F(CaptureTest, FilesAfterAFileThatExceedsTheLimitAreNotOpened) {
                                  "file b 0x80000000 1 3 128", "close", "sink"}));
 }
 
-TEST_F(CaptureTest, FilesMayReachTheLimitExactly) {
+TEST_F(CaptureTest, FilesWhoseTotalSizeIsExactlyTheLimitAreSent) {
   on_clipboard([&] {
     put_files({file_of(L"a", 32 * kMebibyte), file_of(L"b", 32 * kMebibyte), file_of(L"c", 0),
                file_of(L"d", 1), file_of(L"e", 0)});
@@ -70,7 +70,7 @@ TEST_F(CaptureTest, NothingIsSentIfTheFirstFileIsTooLarge) {
   EXPECT_EQ(update(), "");
 }
 
-TEST_F(CaptureTest, ShortReadSendsTheBytesThatWereRead) {
+TEST_F(CaptureTest, FileThatCannotBeReadToItsEndIsSentWithTheBytesThatWereRead) {
   script.most_read = 5;
   on_clipboard([&] { put_files({file_of(L"a", 8), file_of(L"b", 3)}); });
   EXPECT_EQ(update(), "files 2 a 5 b 3");

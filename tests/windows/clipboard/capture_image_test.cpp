@@ -80,7 +80,7 @@ TEST_F(CaptureImageTest, BitmapThatCannotBeDecodedSendsNothing) {
   EXPECT_TRUE(sent_.empty());
 }
 
-TEST_F(CaptureImageTest, NothingIsSentWithoutAStreamOrItsSizeOrAnEncoder) {
+TEST_F(CaptureImageTest, ImageIsNotSentIfItsMemoryStreamTheStreamsSizeOrTheEncoderIsMissing) {
   for (bool clip::Script::*const missing :
        {&clip::Script::refuse_stream, &clip::Script::refuse_size, &clip::Script::no_encoders}) {
     script.*missing = true;

@@ -35,7 +35,7 @@ TEST_F(CaptureTest, FilesArePreferredToTextAndTextToAnImage) {
   EXPECT_EQ(update(), "image");
 }
 
-TEST_F(CaptureTest, OtherFormatsAndAnEmptyClipboardSendNothing) {
+TEST_F(CaptureTest, UnsupportedFormatsAndAnEmptyClipboardSendNothing) {
   EXPECT_EQ(update(), "");
   on_clipboard([] { put(RegisterClipboardFormatW(L"HTML Format"), "<b>", 4); });
   EXPECT_EQ(update(), "");
@@ -54,7 +54,7 @@ TEST_F(CaptureTest, EmptyTextIsSentAsAKindWithoutContent) {
   EXPECT_EQ(sent_[0], Bytes({1}));
 }
 
-TEST_F(CaptureTest, TextEndsAtItsFirstZero) {
+TEST_F(CaptureTest, CopiedTextEndsAtItsFirstZeroCharacter) {
   on_clipboard([] { put_text(std::wstring_view(L"seen\0hidden", 11)); });
   EXPECT_EQ(update(), "text seen");
 }
@@ -64,13 +64,13 @@ TEST_F(CaptureTest, UnpairedSurrogatesAreReplaced) {
   EXPECT_EQ(update(), "text a\uFFFDz");
 }
 
-TEST_F(CaptureTest, TextHasNoSizeLimit) {
+TEST_F(CaptureTest, CopiedTextIsSentWithoutASizeLimit) {
   const std::wstring text(9 * kMebibyte, L'x');
   on_clipboard([&] { put_text(text); });
   EXPECT_TRUE(update() == "text " + std::string(text.size(), 'x'));
 }
 
-TEST_F(CaptureTest, SameTextTwiceIsSentTwice) {
+TEST_F(CaptureTest, TextThatIsCopiedTwiceIsSentTwice) {
   on_clipboard([] { put_text(L"again"); });
   EXPECT_EQ(update(), "text again");
   EXPECT_EQ(update(), "text again");
@@ -90,7 +90,7 @@ TEST_F(CaptureTest, NoOtherFormatIsTriedIfTheChosenFormatHasNoData) {
   EXPECT_EQ(update(), "");
 }
 
-TEST_F(CaptureTest, OnlyAnActiveSessionSends) {
+TEST_F(CaptureTest, ClipboardIsSentOnlyDuringAnActiveSession) {
   on_clipboard([] { put_text(L"before the stream"); });
   SetClipboardSessionActive(false);
   EXPECT_EQ(update(), "");
@@ -100,7 +100,7 @@ TEST_F(CaptureTest, OnlyAnActiveSessionSends) {
   EXPECT_EQ(update(), "text before the stream");
 }
 
-TEST_F(CaptureTest, ClipboardIsNotOpenedWithoutASink) {
+TEST_F(CaptureTest, ClipboardIsNotOpenedWithoutASinkForItsContent) {
   StartClipboardWatch(window_, nullptr);
   EXPECT_EQ(script.calls, Lines({"listen"}));
   script.calls.clear();
@@ -110,7 +110,7 @@ TEST_F(CaptureTest, ClipboardIsNotOpenedWithoutASink) {
   StartClipboardWatch(window_, sink());
 }
 
-TEST_F(CaptureTest, UpdateIsDroppedWhileTheClipboardIsInUse) {
+TEST_F(CaptureTest, ClipboardUpdateIsDroppedWhileTheClipboardIsInUse) {
   on_clipboard([] { put_text(L"x"); });
   script.refuse_open = true;
   EXPECT_EQ(update(), "");
@@ -143,7 +143,7 @@ TEST_F(CaptureTest, ContentThatCannotBeAppliedSetsTheEchoGuardToo) {
   EXPECT_EQ(update(), "");
 }
 
-TEST_F(CaptureTest, UpdateIsSentWhenTheEchoGuardsTickCountWraps) {
+TEST_F(CaptureTest, ClipboardUpdateIsSentWhenTheEchoGuardsTickCountWrapsAround) {
   script.tick = 0xFFFFFFFF - 200;
   ApplyClipboard(PackClip(ClipboardKind::Text, "echo"));
   EXPECT_EQ(ClipboardEchoGuardUntil, 299u);

@@ -78,7 +78,7 @@ std::vector<BYTE> terminated_bytes(const std::wstring& text) {
   return {first, first + (text.size() + 1) * sizeof(wchar_t)};
 }
 
-TEST_F(Config, FirstRunHasTheComputerNameAndNoIdentity) {
+TEST_F(Config, SettingsOfTheFirstRunHaveTheComputerNameAndNoIdentity) {
   const AgentConfig config = load_config();
   EXPECT_FALSE(ComputerName().empty());
   EXPECT_EQ(config.display_name, ComputerName());
@@ -90,13 +90,13 @@ TEST_F(Config, FirstRunHasTheComputerNameAndNoIdentity) {
   EXPECT_FALSE(config.unattended);
 }
 
-TEST_F(Config, LoadingCreatesNoKey) {
+TEST_F(Config, LoadingTheSettingsCreatesNoRegistryKey) {
   EXPECT_EQ(load_config().agent_id, "");
   HKEY key = nullptr;
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kKey, 0, KEY_QUERY_VALUE, &key), ERROR_FILE_NOT_FOUND);
 }
 
-TEST_F(Config, MachineWithoutANameIsNamedPC) {
+TEST_F(Config, ComputerWithoutANameIsNamedPC) {
   fail_computer_name = true;
   EXPECT_EQ(load_config().display_name, "PC");
 }
@@ -108,7 +108,7 @@ TEST_F(Config, EmptyDisplayNameLoadsAsTheComputerNameWhileAnEmptyIdentityStaysEm
   EXPECT_EQ(load_config().agent_id, "");
 }
 
-TEST_F(Config, DisplayNameOfAnotherTypeCountsAsMissing) {
+TEST_F(Config, DisplayNameOfAnotherRegistryTypeCountsAsMissing) {
   const DWORD number = 7;
   Store(L"DisplayName", REG_DWORD, &number, sizeof(number));
   EXPECT_EQ(load_config().display_name, ComputerName());
@@ -141,7 +141,7 @@ TEST_F(Config, SavedTextIsUtf16WithATerminator) {
   EXPECT_EQ(value.bytes, terminated_bytes(L"\x00C6gir"));
 }
 
-TEST_F(Config, EmptyTextsAreWrittenAndLoadAsEmpty) {
+TEST_F(Config, EmptyTextsAreWrittenAndLoadedAsEmpty) {
   AgentConfig before;
   before.skipped_version = "2.0";
   save_config(before);
@@ -153,7 +153,7 @@ TEST_F(Config, EmptyTextsAreWrittenAndLoadAsEmpty) {
   EXPECT_EQ(load_config().skipped_version, "");
 }
 
-TEST_F(Config, UnattendedIsADwordOfOneOrZero) {
+TEST_F(Config, UnattendedAccessIsStoredAsADwordOfOneOrZero) {
   AgentConfig config;
   config.unattended = true;
   save_config(config);
@@ -164,7 +164,7 @@ TEST_F(Config, UnattendedIsADwordOfOneOrZero) {
   EXPECT_EQ(Stored(L"Unattended").bytes, (std::vector<BYTE>{0, 0, 0, 0}));
 }
 
-TEST_F(Config, UnattendedIsReadFromAnyTypeOfAtMostFourBytes) {
+TEST_F(Config, UnattendedAccessIsReadFromAValueOfAnyTypeOfAtMostFourBytes) {
   const DWORD flag = 0x100;
   Store(L"Unattended", REG_DWORD, &flag, sizeof(flag));
   EXPECT_TRUE(load_config().unattended);
@@ -212,7 +212,7 @@ TEST_F(Config, EachSaveOverwritesEveryValue) {
   EXPECT_EQ(load_config().skipped_version, "");
 }
 
-TEST_F(Config, SettingsAreSilentlyNotSavedIfTheKeyCannotBeOpened) {
+TEST_F(Config, SavingFailsSilentlyIfTheRegistryKeyCannotBeOpened) {
   AgentConfig config;
   config.agent_id = "kept";
   save_config(config);
@@ -223,21 +223,21 @@ TEST_F(Config, SettingsAreSilentlyNotSavedIfTheKeyCannotBeOpened) {
   EXPECT_EQ(load_config().agent_id, "kept");
 }
 
-TEST_F(Config, OnlyOneTerminatorIsDropped) {
+TEST_F(Config, OnlyOneTerminatorOfAStoredTextIsRemoved) {
   Store(L"AgentId", REG_SZ, L"a\0\0", 8);
   EXPECT_EQ(load_config().agent_id, std::string("a\0\0", 3));
   Store(L"AgentId", REG_SZ, L"ab", 4);  // stored without a terminator
   EXPECT_EQ(load_config().agent_id, "ab");
 }
 
-TEST_F(Config, StringsOfZeroOrOddLengthReadAsEmpty) {
+TEST_F(Config, StoredTextsOfZeroOrOddLengthAreReadAsEmpty) {
   Store(L"AgentId", REG_SZ, L"", 0);
   EXPECT_EQ(load_config().agent_id, "");
   Store(L"AgentId", REG_SZ, "a", 1);
   EXPECT_EQ(load_config().agent_id, "");
 }
 
-TEST_F(Config, MissingValueReadsAsEmpty) {
+TEST_F(Config, MissingRegistryValueIsReadAsEmpty) {
   EXPECT_EQ(read_registry_string(Key().get(), L"NoSuchValue"), "");
   write_registry_string(Key().get(), L"Other", "x");
   EXPECT_EQ(read_registry_string(Key().get(), L"Other"), "x");
@@ -247,14 +247,14 @@ TEST_F(Config, LoadingAndSavingLeaveNoHandleOpen) {
   EXPECT_EQ(test::left_open_by([] { save_config(load_config()); }).handles, 0u);
 }
 
-TEST(Text, EmptyStaysEmptyAndInvalidBytesAreReplaced) {
+TEST(Text, EmptyTextStaysEmptyAndInvalidBytesAreReplaced) {
   EXPECT_EQ(Utf8ToWide(""), L"");
   EXPECT_EQ(WideToUtf8(L""), "");
   EXPECT_EQ(Utf8ToWide("a\xFFz"), L"a\xFFFDz");
   EXPECT_EQ(WideToUtf8(L"a\xD800z"), "a\xEF\xBF\xBDz");
 }
 
-TEST(Text, EveryCharacterSurvivesARoundTripZerosIncluded) {
+TEST(Text, CharactersAndZerosAreUnchangedAfterConversionToUtf16AndBack) {
   const std::string text("a\0\xC3\xA6\xE2\x82\xAC\xF0\x9F\x9A\xA2", 11);
   EXPECT_EQ(Utf8ToWide(text).size(), 6u);
   EXPECT_EQ(WideToUtf8(Utf8ToWide(text)), text);

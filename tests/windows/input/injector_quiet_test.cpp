@@ -13,7 +13,7 @@
 namespace vlk::agent {
 namespace {
 
-TEST(InjectorQuiet, ReadsTheVariableOnceAndWritesNothing) {
+TEST(InjectorQuiet, ReadsTheEnvironmentVariableOnceAndWritesNoDebugLog) {
   _putenv("VLK_DEBUG_INPUT=");
   test::remove_debug_log();
   const unsigned char payload[] = {1, 2, 1, 1};

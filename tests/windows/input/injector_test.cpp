@@ -125,7 +125,7 @@ class Injector : public testing::Test {
   }
 };
 
-TEST_F(Injector, MoveUsesTheCurrentScreenMetrics) {
+TEST_F(Injector, PointerMoveUsesTheCurrentScreenMetrics) {
   // 32758 is 1919 * 65535 / 3839, and 65535 is 1079 * 65535 / 1079.
   ExpectSent({1, 1, 0xFF, 0x7F, 0xFF, 0x7F}, mouse_record(32758, 65535, 0, 0xC001));
   EXPECT_EQ(script.record_size, 40);
@@ -150,7 +150,7 @@ TEST_F(Injector, MonitorRectangleWithoutAreaMeansTheWholeVirtualDesktop) {
   ExpectSent({1, 1, 0xFF, 0x7F, 0xFF, 0x7F}, mouse_record(65535, 65535, 0, 0xC001));
 }
 
-TEST_F(Injector, ButtonsAndWheelHaveNoPosition) {
+TEST_F(Injector, ButtonAndWheelEventsHaveNoPosition) {
   const struct {
     unsigned char button, pressed;
     std::uint32_t flags;
@@ -161,7 +161,7 @@ TEST_F(Injector, ButtonsAndWheelHaveNoPosition) {
   ExpectSent({1, 3, 0x78, 0x00}, mouse_record(0, 0, 120, 0x0800));
 }
 
-TEST_F(Injector, KeysAreVirtualKeysOrUnicodeUnits) {
+TEST_F(Injector, KeyEventsHaveAVirtualKeyOrAUnicodeUnit) {
   ExpectSent({1, 4, 1, 0x41, 0x00, 0x1E, 0x00, 0}, key_record(0x41, 0x1E, 0));
   ExpectSent({1, 4, 0, 0x41, 0x00, 0x1E, 0x00, 0}, key_record(0x41, 0x1E, 2));
   ExpectSent({1, 4, 1, 0x25, 0x00, 0x4B, 0xE0, 1}, key_record(0x25, 0xE04B, 1));
@@ -170,13 +170,13 @@ TEST_F(Injector, KeysAreVirtualKeysOrUnicodeUnits) {
   ExpectSent({1, 4, 0, 0x41, 0x42, 0x3D, 0xD8, 2}, key_record(0, 0xD83D, 6));
 }
 
-TEST_F(Injector, BatchIsOneCallInWireOrder) {
+TEST_F(Injector, EventsOfABatchAreInjectedInOneCallInWireOrder) {
   ExpectSent({4, 1, 0, 0, 0, 0, 2, 1, 1, 2, 1, 0, 4, 1, 0x0D, 0, 0x1C, 0, 0},
              mouse_record(0, 0, 0, 0xC001) + mouse_record(0, 0, 0, 2) + mouse_record(0, 0, 0, 4) +
                  key_record(0x0D, 0x1C, 0));
 }
 
-TEST_F(Injector, LargestBatchIsOneCall) {
+TEST_F(Injector, LargestBatchIsInjectedInOneCall) {
   Bytes payload = {255};
   Bytes records;
   for (int i = 0; i < 255; ++i) {
@@ -186,7 +186,7 @@ TEST_F(Injector, LargestBatchIsOneCall) {
   ExpectSent(payload, records);
 }
 
-TEST_F(Injector, CountMayDifferFromTheNumberOfEvents) {
+TEST_F(Injector, CountInABatchMayDifferFromItsNumberOfEvents) {
   ExpectNothingSent({0, 2, 1, 1, 2, 1, 0});
   ExpectSent({3, 2, 1, 1, 2, 1, 0}, mouse_record(0, 0, 0, 2) + mouse_record(0, 0, 0, 4));
   EXPECT_EQ(test::debug_log(), "[inject] SendInput n=2 OK\n");
@@ -201,7 +201,7 @@ TEST_F(Injector, UnknownOrTruncatedEventSilentlyDiscardsTheBatch) {
   EXPECT_EQ(test::debug_log(), "");
 }
 
-TEST_F(Injector, EveryTruncationSendsWholeEventsOrNothing) {
+TEST_F(Injector, BatchTruncatedAtAnyByteInjectsCompleteEventsOrNothing) {
   const Bytes payload = {4, 1, 0, 0, 0, 0, 2, 1, 1, 3, 120, 0, 4, 1, 0x41, 0, 0x1E, 0, 0};
   const std::map<std::size_t, std::size_t> ends = {{6, 1}, {9, 2}, {12, 3}, {19, 4}};
   for (std::size_t length = 0; length <= payload.size(); ++length) {
@@ -218,7 +218,7 @@ TEST_F(Injector, EveryTruncationSendsWholeEventsOrNothing) {
   }
 }
 
-TEST_F(Injector, UnknownButtonIsSkippedButCounted) {
+TEST_F(Injector, UnknownButtonIsSkippedButCountsAsAnEvent) {
   ExpectSent({2, 2, 4, 1, 4, 1, 0x41, 0, 0x1E, 0, 0}, key_record(0x41, 0x1E, 0));
   ExpectSent({1, 2, 1, 1, 2, 4, 1}, mouse_record(0, 0, 0, 2));
   ExpectNothingSent({1, 2, 0, 1});
@@ -235,7 +235,7 @@ TEST_F(Injector, InputWithoutASessionIsDroppedAndLogged) {
   EXPECT_EQ(test::debug_log(), "");
 }
 
-TEST_F(Injector, KeysAreLoggedWithTheirRawValuesEvenInADiscardedBatch) {
+TEST_F(Injector, KeyEventsAreLoggedWithTheirRawValuesEvenInADiscardedBatch) {
   ExpectSent({2, 4, 7, 0xCD, 0xAB, 0x1E, 0xE0, 3, 4, 0, 0x41, 0, 0xFE, 0, 2},
              key_record(0xABCD, 0xE01E, 1) + key_record(0, 0xFE, 6));
   EXPECT_EQ(test::debug_log(),
@@ -257,7 +257,7 @@ TEST_F(Injector, PartlyAcceptedBatchIsLoggedWithTheError) {
   EXPECT_EQ(script.sent.size(), 1u);
 }
 
-TEST_F(Injector, RealInputReachesAWindow) {
+TEST_F(Injector, RealInjectedInputReachesAWindow) {
   script.scripted = false;
   const test::PaintedWindow window(400, 200, 200, 160);
   const int width = GetSystemMetrics(SM_CXSCREEN);

@@ -70,7 +70,7 @@ class SecureAttention : public testing::Test {
   }
 };
 
-TEST_F(SecureAttention, IsSentWithoutASessionToo) {
+TEST_F(SecureAttention, IsSentEvenWithoutASession) {
   SetInputSessionActive(false);
   SendSecureAttention();
   EXPECT_EQ(calls(), "SendSAS 0\n");
@@ -79,7 +79,7 @@ TEST_F(SecureAttention, IsSentWithoutASessionToo) {
   EXPECT_EQ(frees, 1);
 }
 
-TEST_F(SecureAttention, LibraryIsLoadedAgainEachTime) {
+TEST_F(SecureAttention, LibraryIsLoadedAgainForEachRequest) {
   SetInputSessionActive(true);
   SendSecureAttention();
   SendSecureAttention();

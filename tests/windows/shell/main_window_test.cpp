@@ -87,7 +87,7 @@ class MainWindowTest : public testing::Test {
   const HWND window_ = shell_.window;
 };
 
-TEST_F(MainWindowTest, CreationStoresTheRecordAndStartsTheClient) {
+TEST_F(MainWindowTest, CreatingTheWindowStoresItsRecordAndStartsTheClient) {
   ASSERT_NE(window_, nullptr);
   EXPECT_EQ(reinterpret_cast<MainWindow*>(GetWindowLongPtrW(window_, GWLP_USERDATA)), &main_);
   EXPECT_EQ(main_.window, window_);
@@ -103,7 +103,7 @@ TEST_F(MainWindowTest, PaintingWorksWithoutTheLogosResource) {
   EXPECT_FALSE(GetUpdateRect(window_, nullptr, FALSE)) << "the window must be painted completely";
 }
 
-TEST_F(MainWindowTest, StatusOfTheClientReachesTheRecordAndTheStatusLine) {
+TEST_F(MainWindowTest, StatusOfTheClientIsStoredInTheRecordAndShownInTheStatusLine) {
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_connecting) << "the first text, before any status";
   main_.status = 77;
   // The connection fails at once, so the earlier status may already have been replaced.
@@ -111,7 +111,7 @@ TEST_F(MainWindowTest, StatusOfTheClientReachesTheRecordAndTheStatusLine) {
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_offline);
 }
 
-TEST_F(MainWindowTest, StatusBeforeAnyConnectionReplacesTheFirstText) {
+TEST_F(MainWindowTest, StatusBeforeAnyConnectionReplacesTheFirstTextOfTheStatusLine) {
   shell_.stop_client();
   EXPECT_EQ(SendMessageW(window_, WM_AGENT_STATUS, static_cast<WPARAM>(Status::InSession), 3), 0);
   EXPECT_EQ(main_.status, 3);
@@ -123,7 +123,7 @@ TEST_F(MainWindowTest, StatusBeforeAnyConnectionReplacesTheFirstText) {
   EXPECT_EQ(text_of(main_.status_label), L"");
 }
 
-TEST_F(MainWindowTest, NoticeIsShownUntilTheNextStatusAndIsFreed) {
+TEST_F(MainWindowTest, NoticeIsShownUntilTheNextStatusAndItsMemoryIsFreed) {
   shell_.stop_client();
   auto* const notice = new std::wstring(L"Tengd við þjón");
   watched = notice;
@@ -138,7 +138,7 @@ TEST_F(MainWindowTest, NoticeIsShownUntilTheNextStatusAndIsFreed) {
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_online);
 }
 
-TEST_F(MainWindowTest, OfferOfTheSkippedVersionIsNotShownAndIsFreed) {
+TEST_F(MainWindowTest, UpdateOfferOfTheSkippedVersionIsNotShownAndItsMemoryIsFreed) {
   shell_.stop_client();
   main_.skipped_version = "0.9";
   auto* const offer = new UpdateOffer{"0.9", "Setup.exe"};
@@ -149,7 +149,7 @@ TEST_F(MainWindowTest, OfferOfTheSkippedVersionIsNotShownAndIsFreed) {
   EXPECT_EQ(watched_frees, 1);
 }
 
-TEST_F(MainWindowTest, ClosingHidesTheWindowAndDestroysItOnlyOnExit) {
+TEST_F(MainWindowTest, ClosingHidesTheWindowUnlessTheProgramIsExiting) {
   EXPECT_EQ(SendMessageW(window_, WM_CLOSE, 0, 0), 0);
   EXPECT_TRUE(IsWindow(window_));
   EXPECT_FALSE(IsWindowVisible(window_));
@@ -164,7 +164,7 @@ TEST_F(MainWindowTest, ClosingHidesTheWindowAndDestroysItOnlyOnExit) {
   EXPECT_TRUE(main_.client) << "the client is stopped, but kept until the process ends";
 }
 
-TEST_F(MainWindowTest, OnlyMinimisingHidesTheWindow) {
+TEST_F(MainWindowTest, MinimisingHidesTheWindowAndOtherSizeChangesDoNot) {
   for (const WPARAM size : {WPARAM{SIZE_RESTORED}, WPARAM{SIZE_MAXIMIZED}, WPARAM{SIZE_MAXSHOW}}) {
     SendMessageW(window_, WM_SIZE, size, 0);
     EXPECT_TRUE(IsWindowVisible(window_)) << size;

@@ -50,7 +50,7 @@ TEST_F(PanelCalls, PanelIsIcelandicForAnIcelandicUser) {
                               }));
 }
 
-TEST_F(PanelCalls, ApplySavesTheNameBeforeTheUnattendedSwitch) {
+TEST_F(PanelCalls, ApplyButtonSavesTheNameBeforeUnattendedAccess) {
   AgentConfig config;
   config.agent_id = "id";
   config.agent_secret = "secret";
@@ -73,7 +73,7 @@ TEST_F(PanelCalls, ApplySavesTheNameBeforeTheUnattendedSwitch) {
   EXPECT_TRUE(shell.main.unattended) << "although every write failed";
 }
 
-TEST_F(PanelCalls, OnlyTheCheckedStateCountsAsChecked) {
+TEST_F(PanelCalls, IndeterminateCheckBoxCountsAsUnchecked) {
   ShellWindow shell;
   shell.stop_client();
   SendMessageW(shell.main.unattended_check, BM_SETSTYLE, BS_AUTO3STATE, 0);

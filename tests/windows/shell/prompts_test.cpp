@@ -153,13 +153,13 @@ TEST_F(Prompts, ConsentBoxIsShownWhileItsHookIsSet) {
             "þinni.\n\nLeyfa þessa fjaraðstoð?");
 }
 
-TEST_F(Prompts, ConsentBoxIsShownWithoutItsHookToo) {
+TEST_F(Prompts, ConsentBoxIsShownEvenIfItsHookCannotBeSet) {
   hook_fails = true;
   request(7, "Jón");
   EXPECT_EQ(calls, (Lines{"hook 5", kEnglishBox}));
 }
 
-TEST_F(Prompts, ConsentBoxIsClosedOnlyByItsSessionOnceItsWindowIsKnown) {
+TEST_F(Prompts, OnlyTheEndOfItsSessionClosesAConsentBoxAndOnlyAfterTheBoxIsActivated) {
   on_box = [] {
     cancel_consent_prompt(7);  // the box is not activated yet
     hook(HCBT_CREATEWND, 1, 0);
@@ -180,7 +180,7 @@ TEST_F(Prompts, ConsentBoxIsClosedOnlyByItsSessionOnceItsWindowIsKnown) {
   EXPECT_EQ(calls, Lines{}) << "no box is shown";
 }
 
-TEST_F(Prompts, FirstBoxCannotBeClosedAfterASecondOneWasShown) {
+TEST_F(Prompts, FirstConsentBoxCannotBeClosedAfterASecondBoxWasShown) {
   on_box = [this] {
     activate(box);
     on_box = [] {
@@ -227,7 +227,7 @@ TEST_F(Prompts, UpdateDialogIsShownWithTheExpectedSettings) {
   EXPECT_EQ(shown_buttons, (Buttons{{101, L"Setja upp"}, {102, L"Ekki núna"}, {103, L"Sleppa uppfærslu"}}));
 }
 
-TEST_F(Prompts, OnlyTheSkippedVersionItselfIsNotOffered) {
+TEST_F(Prompts, SkippedVersionIsNotOfferedAndEveryOtherVersionIs) {
   shell_.main.skipped_version = "0.2";
   run_update_prompt(shell_.main, {"0.2", "Setup.exe"});
   EXPECT_EQ(calls, Lines{});
@@ -247,7 +247,7 @@ TEST_F(Prompts, SkippingAnUpdateStoresItsVersion) {
   EXPECT_EQ(load_config().skipped_version, "0.3");
 }
 
-TEST_F(Prompts, OtherAnswersAndAFailedDialogChangeNothing) {
+TEST_F(Prompts, OtherAnswersToAnUpdateOfferAndAFailedDialogChangeNothing) {
   shell_.main.skipped_version = "0.1";
   threads_begun = 0;
   for (const int button : {102, IDCANCEL, IDOK, 0}) {
@@ -263,7 +263,7 @@ TEST_F(Prompts, OtherAnswersAndAFailedDialogChangeNothing) {
   EXPECT_EQ(threads_begun, 0) << "no download was started";
 }
 
-TEST_F(Prompts, InstallStartsADownloadThatShowsItsFailure) {
+TEST_F(Prompts, ChoosingInstallStartsADownloadWhoseFailureIsShown) {
   dialog_button = 101;
   auto* const offer = new UpdateOffer{"0.5", "Setup.exe"};
   threads_begun = 0;

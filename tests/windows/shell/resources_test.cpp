@@ -51,7 +51,7 @@ TEST_F(ResourcesTest, LogoIsAPngOf2058By755Pixels) {
   EXPECT_EQ(IDR_LOGO, 101);
 }
 
-TEST_F(ResourcesTest, IconHoldsSevenPngImages) {
+TEST_F(ResourcesTest, IconContainsSevenPngImages) {
   // An icon group has three 16-bit words, of which the last is the count, and then 14 bytes for each image,
   // of which the last two are its resource id.
   const std::string group = resource(MAKEINTRESOURCEW(IDI_AGENT), MAKEINTRESOURCEW(14));
@@ -68,7 +68,7 @@ TEST_F(ResourcesTest, IconHoldsSevenPngImages) {
   EXPECT_EQ(sizes, (std::vector<std::uint32_t>{16, 24, 32, 48, 64, 128, 256}));
 }
 
-TEST_F(ResourcesTest, ManifestRequestsNoElevationAndTheCommonControls) {
+TEST_F(ResourcesTest, ManifestRequestsTheCommonControlsAndNoElevation) {
   const std::string manifest = resource(MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));
   EXPECT_NE(manifest.find(R"(level="asInvoker" uiAccess="false")"), std::string::npos);
   const std::size_t controls = manifest.find("Microsoft.Windows.Common-Controls");

@@ -35,7 +35,7 @@ TEST_F(TrayCalls, IconIsAddedWithTheTitleAndShowsOfflineBeforeAnyStatus) {
   }
 }
 
-TEST_F(TrayCalls, IconIsTheProgramsOwnIfItHasOne) {
+TEST_F(TrayCalls, IconIsTheProgramsIconResourceIfThereIsOne) {
   shell_script.icon_resource = true;
   const ShellWindow shell;
   EXPECT_EQ(calls_with("LoadIcon"), (Lines{"LoadIcon 1 100"}));
@@ -89,7 +89,7 @@ TEST_F(TrayCalls, MenuIsCreatedShownAndDestroyed) {
                    "AppendMenu 1 800 0 (none)", "AppendMenu 1 0 40003 Hætta"}));
 }
 
-TEST_F(TrayCalls, OnlyADoubleClickAndTheReleasedRightButtonAct) {
+TEST_F(TrayCalls, OnlyADoubleClickAndTheReleaseOfTheRightButtonHaveAnEffect) {
   ShellWindow shell;
   shell.stop_client();
   forget();

@@ -80,7 +80,7 @@ class WindowTest : public testing::Test {
   }
 };
 
-TEST_F(WindowTest, HasItsSizeStyleAndTitle) {
+TEST_F(WindowTest, HasTheExpectedSizeStyleAndTitle) {
   const AgentProcess agent(L"");
   const HWND window = find_window();
   EXPECT_TRUE(eventually([&] { return shown(window); }));
@@ -176,7 +176,7 @@ TEST_F(WindowTest, PaintsTheLogoOnTheWindowColour) {
       << " pixels differ, the first at " << first % kWidth << ", " << first / kWidth;
 }
 
-TEST_F(WindowTest, CloseAndMinimiseHideTheWindowUntilItIsShown) {
+TEST_F(WindowTest, ClosingAndMinimisingHideTheWindowUntilItIsShownAgain) {
   const AgentProcess agent(L"");
   const HWND window = find_window();
   ASSERT_TRUE(eventually([&] { return shown(window); }));
@@ -200,7 +200,7 @@ TEST_F(WindowTest, StartsHiddenWithTheUnattendedSwitch) {
   EXPECT_FALSE(shown(window));
 }
 
-TEST_F(WindowTest, SecondCopyShowsTheFirstAndExitsWithZero) {
+TEST_F(WindowTest, SecondCopyShowsTheWindowOfTheFirstAndExitsWithZero) {
   const AgentProcess first(L"--unattended");
   const HWND window = find_window();
   SendMessageW(window, WM_NULL, 0, 0);
@@ -254,7 +254,7 @@ TEST_F(WindowTest, ExitByMenuOrUpdateEndsTheProcessWithZero) {
   }
 }
 
-TEST_F(WindowTest, EmptyPayloadsAndUnknownCommandsAreIgnored) {
+TEST_F(WindowTest, EmptyMessagePayloadsAndUnknownCommandsAreIgnored) {
   const AgentProcess agent(L"");
   const HWND window = find_window();
   for (const UINT message : {WM_AGENT_STATUS, WM_TRAY_NOTIFY, WM_STATUS_TEXT, WM_CLIPBOARD_INBOUND,

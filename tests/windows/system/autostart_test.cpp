@@ -52,11 +52,11 @@ std::wstring own_command() {
   return command + std::wstring(1, L'\0');
 }
 
-TEST_F(Autostart, NoValueMeansNoEntry) {
+TEST_F(Autostart, EntryDoesNotExistWithoutARegistryValue) {
   EXPECT_FALSE(autostart_exists());
 }
 
-TEST_F(Autostart, AddingPointsTheEntryToThisExecutable) {
+TEST_F(Autostart, AddedEntryStartsThisExecutable) {
   EXPECT_TRUE(add_autostart());
   EXPECT_TRUE(autostart_exists());
   DWORD type = 0;
@@ -64,18 +64,18 @@ TEST_F(Autostart, AddingPointsTheEntryToThisExecutable) {
   EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
 }
 
-TEST_F(Autostart, EntryForAnotherPathCounts) {
+TEST_F(Autostart, EntryForAnotherPathCountsAsExisting) {
   Store(L"VantelinkAgent", L"\"C:\\elsewhere\\VantelinkAgent.exe\" --unattended");
   EXPECT_TRUE(autostart_exists());
 }
 
-TEST_F(Autostart, EntryOfAnyTypeCounts) {
+TEST_F(Autostart, EntryOfAnyRegistryTypeCountsAsExisting) {
   const DWORD number = 0;
   RegSetValueExW(run_.get(), L"VantelinkAgent", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), 4);
   EXPECT_TRUE(autostart_exists());
 }
 
-TEST_F(Autostart, RemovingLeavesOtherEntries) {
+TEST_F(Autostart, RemovingTheEntryLeavesOtherEntries) {
   Store(L"Other", L"kept");
   ASSERT_TRUE(add_autostart());
   EXPECT_TRUE(remove_autostart());
@@ -89,7 +89,7 @@ TEST_F(Autostart, RemovingAMissingEntrySucceeds) {
   EXPECT_EQ(Stored(L"Other"), std::wstring(L"kept\0", 5));
 }
 
-TEST_F(Autostart, KeyThatCannotBeOpenedCountsAsWithoutEntry) {
+TEST_F(Autostart, RegistryKeyThatCannotBeOpenedCountsAsHavingNoEntry) {
   ASSERT_TRUE(add_autostart());
   test::registry.fail_open = true;
   EXPECT_FALSE(autostart_exists());
@@ -98,7 +98,7 @@ TEST_F(Autostart, KeyThatCannotBeOpenedCountsAsWithoutEntry) {
   EXPECT_TRUE(autostart_exists());
 }
 
-TEST_F(Autostart, FailureToWriteIsReported) {
+TEST_F(Autostart, FailureToWriteTheEntryIsReported) {
   test::registry.fail_create = true;
   EXPECT_FALSE(add_autostart());
   test::registry.fail_create = false;

@@ -79,13 +79,13 @@ class Reboot : public testing::Test {
   void TearDown() override { SetUp(); }
 };
 
-TEST_F(Reboot, EnablesThePrivilegeAndAsksTheSystem) {
+TEST_F(Reboot, EnablesTheShutdownPrivilegeAndRequestsARestart) {
   EXPECT_FALSE(reboot_machine());
   EXPECT_EQ(calls, kWhole);
   EXPECT_EQ(test::debug_log(), "reboot: requested (simulate=0)\n");
 }
 
-TEST_F(Reboot, IsOnlySimulatedIfTheVariableIsSet) {
+TEST_F(Reboot, IsSimulatedIfTheEnvironmentVariableIsSet) {
   for (const std::string& value : {std::string("1"), std::string("0"), std::string("1234567"),
                                    std::string("12345678"), std::string(5000, 'x')}) {
     test::remove_debug_log();

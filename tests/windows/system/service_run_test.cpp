@@ -59,18 +59,18 @@ TEST_F(ServiceRun, StopsAtOnceWhileNobodyIsLoggedOn) {
   EXPECT_EQ(launch_calls(), (Lines{"QueryUserToken 1"}));
 }
 
-TEST_F(ServiceRun, LaunchesNothingWithoutAConsoleSession) {
+TEST_F(ServiceRun, LaunchesNoAgentWithoutAConsoleSession) {
   script.session = 0xFFFFFFFF;
   EXPECT_EQ(launch_calls(), Lines());
 }
 
-TEST_F(ServiceRun, LaunchesNothingWithoutAPrimaryToken) {
+TEST_F(ServiceRun, LaunchesNoAgentWithoutAPrimaryToken) {
   script.failing = {"DuplicateToken"};
   EXPECT_EQ(launch_calls(),
             (Lines{"QueryUserToken 1", "DuplicateToken queried 2000000 1 1", "Close queried"}));
 }
 
-TEST_F(ServiceRun, LaunchesWithoutAnEnvironmentBlockIfNoneCanBeMade) {
+TEST_F(ServiceRun, LaunchesTheAgentWithoutAnEnvironmentBlockIfNoneCanBeCreated) {
   script.failing = {"CreateEnvironment"};
   EXPECT_EQ(launch_calls(),
             (Lines{"QueryUserToken 1", "DuplicateToken queried 2000000 1 1", "Close queried",

@@ -13,7 +13,7 @@ using ServiceSetup = test::ServiceTest;
 
 const std::string kCreate = "CreateService manager|VantelinkAgent|Maravek Remote Support|f01ff 10 2 1";
 
-TEST_F(ServiceSetup, InstallsThisExecutableAndStartsIt) {
+TEST_F(ServiceSetup, InstallationRegistersThisExecutableAndStartsTheService) {
   EXPECT_TRUE(install_service());
   EXPECT_EQ(script.calls, (Lines{"OpenSCManager 2", kCreate, "StartService service",
                                  "CloseServiceHandle service", "CloseServiceHandle manager"}));
@@ -33,7 +33,7 @@ TEST_F(ServiceSetup, InstallationSucceedsEvenIfTheServiceDoesNotStart) {
   EXPECT_TRUE(install_service());
 }
 
-TEST_F(ServiceSetup, InstallationFailsWithoutTheManagerOrTheService) {
+TEST_F(ServiceSetup, InstallationFailsIfTheServiceManagerOrTheServiceCannotBeOpened) {
   script.failing = {"OpenSCManager"};
   EXPECT_FALSE(install_service());
   EXPECT_EQ(script.calls, (Lines{"OpenSCManager 2"}));
@@ -58,14 +58,14 @@ TEST_F(ServiceSetup, RemovalStopsAndDeletesTheService) {
   }
 }
 
-TEST_F(ServiceSetup, RemovalFailsWithoutTheManagerTheServiceOrTheRight) {
+TEST_F(ServiceSetup, RemovalFailsIfTheManagerOrTheServiceCannotBeOpenedOrDeletionIsRefused) {
   for (const char* const step : {"OpenSCManager", "OpenService", "DeleteService"}) {
     script.failing = {step};
     EXPECT_FALSE(uninstall_service()) << step;
   }
 }
 
-TEST_F(ServiceSetup, AdministratorIsDecidedByTheEffectiveToken) {
+TEST_F(ServiceSetup, EffectiveTokenDecidesWhetherTheUserIsAnAdministrator) {
   EXPECT_TRUE(is_administrator());
   EXPECT_EQ(script.calls, (Lines{"Sid 5 2 32 544", "Member null service", "FreeSid service"}));
   script.member = false;

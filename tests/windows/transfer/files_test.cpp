@@ -106,7 +106,7 @@ void put(std::uint32_t id, const std::string& bytes) {
   WriteUploadChunk(id, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 }
 
-TEST_F(Files, DrivesComeFromTheSystem) {
+TEST_F(Files, DrivesReportedByTheSystemAreListed) {
   drives = 1u << 2 | 1u << 4;
   EXPECT_EQ(ListDirectory(""),
             R"({"path":"","parent":"","entries":[{"name":"C:","path":"C:\\","dir":true,"size":0,"mtime":0},)"
@@ -115,13 +115,13 @@ TEST_F(Files, DrivesComeFromTheSystem) {
   EXPECT_NE(ListDirectory("").find(R"("path":"C:\\")"), std::string::npos);
 }
 
-TEST_F(Files, EmptyFolderHasAnEmptyArrayAndTheSearchIsClosed) {
+TEST_F(Files, ListingOfAnEmptyFolderHasAnEmptyArrayAndTheSearchIsClosed) {
   EXPECT_NE(list().find("\"entries\":[]}"), std::string::npos);
   EXPECT_EQ(searched, Lines({root_ + L"\\*"}));
   EXPECT_EQ(open_searches, 0);
 }
 
-TEST_F(Files, PatternIsThePathWithOneBackslashAndAStar) {
+TEST_F(Files, SearchPatternIsThePathWithOneBackslashAndAStar) {
   ListDirectory("C:");
   ListDirectory("C:\\");
   ListDirectory("C:/temp/");
@@ -152,7 +152,7 @@ TEST_F(Files, EntriesHaveNameKindSizeAndTime) {
   EXPECT_EQ(text.find("\"name\":\"..\""), std::string::npos);
 }
 
-TEST_F(Files, HiddenAndSystemFilesAreNotFiltered) {
+TEST_F(Files, HiddenAndSystemFilesAreListed) {
   write(L"hidden", "");
   SetFileAttributesW(below(L"hidden").c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
   EXPECT_NE(list().find("\"name\":\"hidden\""), std::string::npos);
@@ -182,7 +182,7 @@ TEST_F(Files, UploadCreatesEachFolderFromTheTop) {
   EXPECT_FALSE(security_given);
 }
 
-TEST_F(Files, ParentFoldersAreCreatedWithThesePaths) {
+TEST_F(Files, ParentFoldersOfAPathAreCreatedInOrder) {
   EnsureParentDirectories(L"Q:\\new\\sub\\f.txt");
   EXPECT_EQ(created, Lines({L"Q:\\new", L"Q:\\new\\sub"}));
   forget();
@@ -211,7 +211,7 @@ TEST_F(Files, InvalidUtf8InAPathIsReplaced) {
   EXPECT_EQ(read(L"sub\uFFFD\\\uFFFDz"), "x");
 }
 
-TEST_F(Files, SecondUploadWithAnIdLeavesTheFirstFileOpen) {
+TEST_F(Files, SecondUploadWithTheSameIdLeavesTheFirstFileOpen) {
   BeginUpload(1, utf8(L"first"), 0);
   put(1, "one");
   BeginUpload(1, utf8(L"second"), 0);

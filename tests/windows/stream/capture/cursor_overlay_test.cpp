@@ -139,7 +139,7 @@ TEST_F(Cursor, PointerIsDrawnAtItsOwnSizeWithBothMasks) {
 
 // Compares every pixel, inside and outside the pointer's rectangle, for each kind of pointer at each
 // position.
-TEST_F(Cursor, EveryPixelEqualsGdisDrawingOnTheWholeFrame) {
+TEST_F(Cursor, EveryPixelIsTheSameAsWhenGdiDrawsOnTheWholeFrame) {
   struct Row {
     std::string name;
     HCURSOR cursor;
@@ -183,7 +183,7 @@ TEST_F(Cursor, EveryPixelEqualsGdisDrawingOnTheWholeFrame) {
   }
 }
 
-TEST_F(Cursor, PositionIsRelativeToTheMonitor) {
+TEST_F(Cursor, PointerPositionIsRelativeToTheMonitor) {
   Point(1920, 0);
   CursorOverlay overlay;
   CapturedFrame frame = make_frame();
@@ -196,7 +196,7 @@ TEST_F(Cursor, PositionIsRelativeToTheMonitor) {
   EXPECT_EQ(cursor_script.y, 20);
 }
 
-TEST_F(Cursor, HotSpotBeyondThePositionGivesNegativeCoordinates) {
+TEST_F(Cursor, HotSpotGreaterThanThePositionGivesNegativeCoordinates) {
   const HCURSOR cursor = make_cursor(32, 32, 20, 25, true);
   cursor_script.info.hCursor = cursor;
   Point(3, 4);
@@ -210,7 +210,7 @@ TEST_F(Cursor, HotSpotBeyondThePositionGivesNegativeCoordinates) {
   DestroyIcon(cursor);
 }
 
-TEST_F(Cursor, SurfaceIsKeptWhileTheSizeStaysTheSame) {
+TEST_F(Cursor, SurfaceIsReusedForFramesOfTheSameSize) {
   CursorOverlay overlay;
   CapturedFrame frame = make_frame();
   for (int i = 0; i < 5; ++i)
@@ -224,7 +224,7 @@ TEST_F(Cursor, SurfaceIsKeptWhileTheSizeStaysTheSame) {
   EXPECT_EQ(other.pixels, drawn_by_gdi(before, cursor_script.info.hCursor, cursor_script.x, cursor_script.y));
 }
 
-TEST_F(Cursor, FailedSurfaceIsTriedAgainOnlyForAnotherSize) {
+TEST_F(Cursor, CreatingASurfaceThatFailedIsRetriedOnlyForAFrameOfAnotherSize) {
   cursor_script.fail_surface = true;
   CursorOverlay overlay;
   const CapturedFrame before = make_frame();

@@ -28,7 +28,7 @@ TEST_F(Duplication, FrameIsPackedForEveryRowPitch) {
   }
 }
 
-TEST_F(Duplication, AcquiringAFrameMakesTheseCalls) {
+TEST_F(Duplication, AcquiringAFrameMakesOnlyTheExpectedCallsInOrder) {
   ScreenCapturer capturer;
   ASSERT_TRUE(capturer.Open(0));
   machine.calls.clear();
@@ -64,7 +64,7 @@ TEST_F(Duplication, FrameIsHeldUntilTheNextCall) {
   EXPECT_EQ(machine.Names(), (Strings{"ReleaseFrame"}));
 }
 
-TEST_F(Duplication, TimeOutKeepsTheDuplication) {
+TEST_F(Duplication, TimeOutOfAFrameKeepsTheDuplicationOpen) {
   ScreenCapturer capturer;
   ASSERT_TRUE(capturer.Open(0));
   CapturedFrame frame;
@@ -119,7 +119,7 @@ TEST_F(Duplication, DesktopOfANewSizeGetsANewStagingTexture) {
   EXPECT_EQ(capturer.width(), 800);
 }
 
-TEST_F(Duplication, FailureAfterAcquiringHoldsTheFrameUntilTheNextCall) {
+TEST_F(Duplication, AcquiredFrameThatCannotBeReadIsHeldUntilTheNextCall) {
   for (const char* const call : {"QueryInterface(ID3D11Texture2D)", "CreateTexture2D", "Map"}) {
     ScreenCapturer capturer;
     ASSERT_TRUE(capturer.Open(0));
@@ -136,7 +136,7 @@ TEST_F(Duplication, FailureAfterAcquiringHoldsTheFrameUntilTheNextCall) {
   }
 }
 
-TEST_F(Duplication, InvalidFrameDataDropsOneFrame) {
+TEST_F(Duplication, FrameWithInvalidDataIsDroppedAndTheNextFrameIsReturned) {
   const auto good = machine;
   const struct {
     const char* what;

@@ -9,7 +9,7 @@ namespace {
 
 using test::dxgi::machine;
 
-TEST_F(Duplication, MonitorsAreNumberedInTheOrderOfTheWalk) {
+TEST_F(Duplication, MonitorsAreNumberedInTheOrderOfAdaptersAndOutputs) {
   machine.adapters = {{{kSecond, true}, {{0, 0, 1, 1}, false}, {kFirst, true}}, {}, {{kThird, true}}};
   const auto monitors = EnumerateMonitors();
   ASSERT_EQ(monitors.size(), 3u);
@@ -25,7 +25,7 @@ TEST_F(Duplication, MonitorsAreNumberedInTheOrderOfTheWalk) {
   EXPECT_EQ(machine.calls, (std::vector<test::dxgi::Call>{{"CreateDXGIFactory1", {1}}}));
 }
 
-TEST_F(Duplication, ListHasThePrimaryScreenIfThereIsNoFactory) {
+TEST_F(Duplication, MonitorListHasThePrimaryScreenIfThereIsNoFactory) {
   machine.failures["CreateDXGIFactory1"] = E_NOINTERFACE;
   const auto monitors = EnumerateMonitors();
   ASSERT_EQ(monitors.size(), 1u);
@@ -37,7 +37,7 @@ TEST_F(Duplication, ListHasThePrimaryScreenIfThereIsNoFactory) {
   EXPECT_EQ(monitors[0].name, "Primary");
 }
 
-TEST_F(Duplication, ListHasThePrimaryScreenIfNoOutputIsAttached) {
+TEST_F(Duplication, MonitorListHasThePrimaryScreenIfNoOutputIsAttached) {
   machine.adapters = {{{kFirst, false}}, {}};
   EXPECT_EQ(EnumerateMonitors().at(0).name, "Primary");
   const auto thumbnails = CaptureThumbnails(320);
@@ -75,7 +75,7 @@ TEST_F(Duplication, DeviceIsCreatedOnTheMonitorsAdapter) {
   EXPECT_EQ(test::debug_log(), "capture: DXGI duplication started hr=0x00000000\n");
 }
 
-TEST_F(Duplication, UnattachedOutputHasNoIndex) {
+TEST_F(Duplication, OutputThatIsNotAttachedHasNoMonitorNumber) {
   machine.adapters = {{{kSecond, false}, {kFirst, true}, {kSecond, false}, {kThird, true}}};
   ScreenCapturer capturer;
   ASSERT_TRUE(capturer.Open(1));
@@ -83,7 +83,7 @@ TEST_F(Duplication, UnattachedOutputHasNoIndex) {
   EXPECT_EQ(capturer.left(), -1280);
 }
 
-TEST_F(Duplication, UnknownMonitorIsLoggedAndKeepsTheRectangle) {
+TEST_F(Duplication, UnknownMonitorIsLoggedAndTheRectangleOfTheLastMonitorIsKept) {
   ScreenCapturer capturer;
   ASSERT_TRUE(capturer.Open(1));
   test::remove_debug_log();
@@ -100,7 +100,7 @@ TEST_F(Duplication, UnknownMonitorIsLoggedAndKeepsTheRectangle) {
   EXPECT_FALSE(capturer.AcquireFrame(frame, 0));
 }
 
-TEST_F(Duplication, EachFailureToOpenIsLogged) {
+TEST_F(Duplication, EachFailureToOpenADuplicationIsLogged) {
   const struct {
     const char* call;
     HRESULT result;
@@ -125,7 +125,7 @@ TEST_F(Duplication, EachFailureToOpenIsLogged) {
   }
 }
 
-TEST_F(Duplication, AcquiringBeforeOpenLeavesTheFrameUnchanged) {
+TEST_F(Duplication, AcquiringAFrameBeforeOpeningLeavesTheFrameUnchanged) {
   ScreenCapturer capturer;
   CapturedFrame frame;
   EXPECT_FALSE(capturer.AcquireFrame(frame, 100));

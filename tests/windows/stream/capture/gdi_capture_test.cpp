@@ -79,7 +79,7 @@ TEST(GdiCapture, CapturesLeaveNothingOpen) {
 }
 
 // Wine has no desktop duplication, so Open fails there and must not leave anything open.
-TEST(GdiCapture, OpenAndCloseLeaveNothingOpen) {
+TEST(GdiCapture, OpeningAndClosingLeaveNothingOpen) {
   ScreenCapturer capturer;
   for (int i = 0; i < 3; ++i)
     capturer.Open(0);

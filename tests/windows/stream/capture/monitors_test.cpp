@@ -31,7 +31,7 @@ TEST(Monitors, AreNumberedFromZeroAndIncludeThePrimaryScreen) {
   EXPECT_TRUE(primary);
 }
 
-TEST(Monitors, ThumbnailIsTheScaledScreen) {
+TEST(Monitors, ThumbnailShowsTheScaledScreen) {
   const test::PaintedWindow window(0, 0, screen_width(), screen_height(),
                                    [](int x, int) { return x < screen_width() / 2 ? kLeft : kRight; });
   const ThumbnailSize size = FitThumbnail(screen_width(), screen_height(), 320);

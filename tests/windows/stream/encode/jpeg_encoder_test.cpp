@@ -195,7 +195,7 @@ void expect_fields(const Image& image) {
   }
 }
 
-TEST_F(Jpeg, FileDecodesToTheImage) {
+TEST_F(Jpeg, EncodedFileShowsTheImage) {
   const Bytes file = EncodeJpeg(make_image(kWidth * 4, 0).data(), kWidth, kHeight, kWidth * 4, 80);
   ASSERT_GT(file.size(), 4u);
   EXPECT_EQ(file[0], 0xFF);
@@ -205,7 +205,7 @@ TEST_F(Jpeg, FileDecodesToTheImage) {
   expect_fields(decode(file));
 }
 
-TEST_F(Jpeg, RowsMayBePadded) {
+TEST_F(Jpeg, RowsOfTheImageMayBePadded) {
   expect_fields(
       decode(EncodeJpeg(make_image(kWidth * 4 + 28, 0).data(), kWidth, kHeight, kWidth * 4 + 28, 70)));
 }
@@ -221,13 +221,13 @@ TEST_F(Jpeg, BitmapUsesTheCallersMemoryInAFormatWithoutAlpha) {
   EXPECT_EQ(script.pixels, image.data());
 }
 
-TEST_F(Jpeg, FourthByteHasNoEffect) {
+TEST_F(Jpeg, FourthByteOfEachPixelHasNoEffect) {
   const Bytes file = EncodeJpeg(make_image(kWidth * 4, 0).data(), kWidth, kHeight, kWidth * 4, 70);
   EXPECT_EQ(EncodeJpeg(make_image(kWidth * 4, 0xFF).data(), kWidth, kHeight, kWidth * 4, 70), file);
   EXPECT_EQ(EncodeJpeg(make_image(kWidth * 4, 0x5A).data(), kWidth, kHeight, kWidth * 4, 70), file);
 }
 
-TEST_F(Jpeg, ImageIsNotWrittenTo) {
+TEST_F(Jpeg, EncodingDoesNotChangeTheImage) {
   const Bytes image = make_image(kWidth * 4, 7);
   Bytes copy = image;
   EncodeJpeg(copy.data(), kWidth, kHeight, kWidth * 4, 70);
@@ -246,14 +246,14 @@ TEST_F(Jpeg, QualityIsPassedUnchanged) {
   }
 }
 
-TEST_F(Jpeg, ImageWithoutAreaGivesNothing) {
+TEST_F(Jpeg, ImageWithoutAreaGivesNoFile) {
   const Bytes image = make_image(kWidth * 4, 0);
   EXPECT_TRUE(EncodeJpeg(image.data(), 0, kHeight, kWidth * 4, 70).empty());
   EXPECT_TRUE(EncodeJpeg(image.data(), kWidth, 0, kWidth * 4, 70).empty());
   EXPECT_TRUE(EncodeJpeg(image.data(), 0, 0, 0, 70).empty());
 }
 
-TEST_F(Jpeg, SystemWithoutAJpegEncoderGivesNothing) {
+TEST_F(Jpeg, SystemWithoutAJpegEncoderGivesNoFile) {
   const Bytes image = make_image(kWidth * 4, 0);
   script.no_encoders = true;
   EXPECT_TRUE(EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, 70).empty());
@@ -265,7 +265,7 @@ TEST_F(Jpeg, SystemWithoutAJpegEncoderGivesNothing) {
   EXPECT_FALSE(EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, 70).empty());
 }
 
-TEST_F(Jpeg, FailuresGiveNothingAndReleaseTheBitmap) {
+TEST_F(Jpeg, FailedEncodingGivesNoFileAndReleasesTheBitmap) {
   const Bytes image = make_image(kWidth * 4, 0);
   script.no_stream = true;
   EXPECT_TRUE(EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, 70).empty());
@@ -277,7 +277,7 @@ TEST_F(Jpeg, FailuresGiveNothingAndReleaseTheBitmap) {
   EXPECT_EQ(script.disposals, 1);
 }
 
-TEST_F(Jpeg, TwoThreadsEncodeAtOnce) {
+TEST_F(Jpeg, TwoThreadsCanEncodeAtTheSameTime) {
   const Bytes image = make_image(kWidth * 4, 0);
   const Bytes expected = EncodeJpeg(image.data(), kWidth, kHeight, kWidth * 4, 70);
   const auto encode = [&](bool& equal) {

@@ -9,7 +9,7 @@ namespace {
 
 using H264EncoderTest = H264Fixture;
 
-TEST_F(H264EncoderTest, InputIsTheConvertedFrame) {
+TEST_F(H264EncoderTest, EncoderReceivesTheConvertedFrame) {
   EXPECT_TRUE(Init());
   Encode();
   ASSERT_EQ(machine.inputs.size(), 1u);
@@ -22,7 +22,7 @@ TEST_F(H264EncoderTest, InputIsTheConvertedFrame) {
   EXPECT_EQ(machine.inputs[0].bytes, expected);
 }
 
-TEST_F(H264EncoderTest, RefusedFrameAdvancesTheSampleTimeToo) {
+TEST_F(H264EncoderTest, SampleTimeAdvancesEvenIfAFrameIsRefused) {
   EXPECT_TRUE(Init(15));
   machine.failures["ProcessInput"] = E_FAIL;
   EXPECT_TRUE(EncodeFails());
@@ -55,14 +55,14 @@ TEST_F(H264EncoderTest, EveryOutputIsReadAfterEachSynchronousInput) {
   EXPECT_TRUE(machine.outputs.empty());
 }
 
-TEST_F(H264EncoderTest, DelayedFrameIsNotAFailure) {
+TEST_F(H264EncoderTest, DelayedOutputOfAFrameIsNotAFailure) {
   EXPECT_TRUE(Init());
   EXPECT_EQ(LogOf([&] { EXPECT_EQ(Encode(), ""); }), "");
   machine.on_input = [](Machine& m) { m.outputs = {key("first"), plain("second")}; };
   EXPECT_EQ(Encode(), "<sets>firstsecond");
 }
 
-TEST_F(H264EncoderTest, ParameterSetsPrecedeCleanPointsOnly) {
+TEST_F(H264EncoderTest, ParameterSetsAreWrittenOnlyBeforeCleanPoints) {
   EXPECT_TRUE(Init());
   machine.on_input = [](Machine& m) {
     m.outputs = {key("K"), plain("p"), {"z", 0, true, 1}, {"Q", 7, true, 1}};
@@ -70,7 +70,7 @@ TEST_F(H264EncoderTest, ParameterSetsPrecedeCleanPointsOnly) {
   EXPECT_EQ(Encode(), "<sets>Kpz<sets>Q");
 }
 
-TEST_F(H264EncoderTest, CleanPointWithoutParameterSetsHasOnlyItsBytes) {
+TEST_F(H264EncoderTest, CleanPointIsWrittenUnchangedIfThereAreNoParameterSets) {
   machine.header.clear();
   EXPECT_TRUE(Init());
   machine.on_input = [](Machine& m) { m.outputs = {key("K")}; };
@@ -98,7 +98,7 @@ TEST_F(H264EncoderTest, SampleWithoutABufferGivesOnlyTheParameterSets) {
   EXPECT_EQ(Encode(), "<sets>x");
 }
 
-TEST_F(H264EncoderTest, CallerPassesTheSampleUnlessTheEncoderProvidesIt) {
+TEST_F(H264EncoderTest, CallerPassesAnOutputSampleUnlessTheEncoderProvidesSamples) {
   const struct {
     DWORD flags, size, capacity;
   } rows[] = {{0, 100, 100},

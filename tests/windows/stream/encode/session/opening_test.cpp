@@ -74,7 +74,7 @@ TEST_F(H264SessionTest, BitRatesBelowOneCountAsSixMillion) {
   }
 }
 
-TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfThereIsNoHardware) {
+TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfThereIsNoHardwareEncoder) {
   encoder_->hardware = true;
   EXPECT_EQ(LogOf([&] { EXPECT_TRUE(Init()); }), "encoder: H.264 software encoder ready hr=0x00000000\n");
   EXPECT_FALSE(encoder_->hardware);
@@ -83,7 +83,7 @@ TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfThereIsNoHardware) {
   EXPECT_EQ(machine.Count("GetEvent 0"), 0);
 }
 
-TEST_F(H264SessionTest, HardwareEncoderIsPreferredAndUnlocked) {
+TEST_F(H264SessionTest, HardwareEncoderIsPreferredAndUnlockedForAsynchronousUse) {
   machine.hardware = true;
   EXPECT_EQ(LogOf([&] { EXPECT_TRUE(Init()); }), "encoder: H.264 hardware encoder ready hr=0x00000000\n");
   EXPECT_TRUE(encoder_->hardware);
@@ -91,7 +91,7 @@ TEST_F(H264SessionTest, HardwareEncoderIsPreferredAndUnlocked) {
   EXPECT_EQ(MFGetAttributeUINT32(machine.encoder_attributes.Get(), MF_TRANSFORM_ASYNC_UNLOCK, 0), 1u);
 }
 
-TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfTheHardwareDoesNotActivate) {
+TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfTheHardwareEncoderCannotBeActivated) {
   machine.hardware = true;
   machine.failures["ActivateObject(hardware)"] = static_cast<HRESULT>(0xC00D36B2);
   EXPECT_EQ(LogOf([&] { EXPECT_TRUE(Init()); }),
@@ -100,7 +100,7 @@ TEST_F(H264SessionTest, SoftwareEncoderIsUsedIfTheHardwareDoesNotActivate) {
   EXPECT_FALSE(encoder_->hardware);
 }
 
-TEST_F(H264SessionTest, EachFailureToOpenIsLogged) {
+TEST_F(H264SessionTest, EachFailureToOpenTheEncoderIsLogged) {
   const char* const none = "encoder: no H.264 encoder MFT found hr=0x00000000\n";
   const struct {
     const char* call;
@@ -148,7 +148,7 @@ TEST_F(H264SessionTest, FailuresThatAreNotCheckedDoNotPreventOpening) {
   }
 }
 
-TEST_F(H264SessionTest, EncoderWithoutAttributesIsSynchronous) {
+TEST_F(H264SessionTest, EncoderWithoutAttributesIsUsedSynchronously) {
   machine.hardware = true;
   machine.has_attributes = false;
   EXPECT_TRUE(Init());

@@ -13,7 +13,7 @@ class BothTransformsTest : public H264TransformsTest {};
 INSTANTIATE_TEST_SUITE_P(Preferred, BothTransformsTest, testing::Values(Transform::Async),
                          [](const auto&) { return "HardwareAndSoftware"; });
 
-TEST_P(BothTransformsTest, HardwareIsPreferredAndSoftwareIsUsedIfItFails) {
+TEST_P(BothTransformsTest, HardwareEncoderIsPreferredAndTheSoftwareEncoderIsUsedIfHardwareFails) {
   ASSERT_TRUE(the_double().Register(L"sync async"));
   ASSERT_TRUE(Init());
   EXPECT_TRUE(encoder_->hardware);

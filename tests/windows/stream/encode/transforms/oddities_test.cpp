@@ -36,7 +36,7 @@ TEST_P(H264TransformsTest, HugeSequenceHeaderIsKeptWhole) {
   EXPECT_EQ(test::nal_types(bytes).size(), 4u) << "two parameter sets, the filler and the picture";
 }
 
-TEST_P(H264TransformsTest, SamplesOfTheEncoderWorkLikeSamplesOfTheCaller) {
+TEST_P(H264TransformsTest, SamplesAllocatedByTheEncoderWorkLikeSamplesAllocatedByTheCaller) {
   for (const std::int32_t flags : {0x100, 0x200, 0x300}) {
     board_.sample_flags = flags;
     ASSERT_TRUE(Init());
@@ -67,7 +67,7 @@ TEST_P(H264TransformsTest, MissingOrEmptySamplesGiveNoPicture) {
   ExpectShown(decoder, 2, true);
 }
 
-TEST_P(H264TransformsTest, NoKeyFrameIsForcedWithoutTheCodecApi) {
+TEST_P(H264TransformsTest, KeyFramesAreNotForcedWithoutTheCodecApi) {
   board_.no_codec_api = 1;
   ASSERT_TRUE(Init());
   EXPECT_EQ(test::nal_types(Encode(Picture(1), true)), kKeyFrame);
@@ -76,7 +76,7 @@ TEST_P(H264TransformsTest, NoKeyFrameIsForcedWithoutTheCodecApi) {
   EXPECT_EQ(board_.forced, 0);
 }
 
-TEST_P(H264TransformsTest, RefusalsAreLoggedAndTheSessionContinues) {
+TEST_P(H264TransformsTest, RefusedInputAndRefusedOutputAreLoggedAndTheSessionContinues) {
   ASSERT_TRUE(Init());
   test::H264Decoder decoder;
   ExpectShown(decoder, 1, true);

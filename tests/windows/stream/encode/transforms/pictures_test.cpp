@@ -20,7 +20,7 @@ std::string ReadyLine(bool async) {
                : "encoder: H.264 software encoder ready hr=0x00000000\n";
 }
 
-TEST_P(H264TransformsTest, EveryFrameDecodesAndKeyFramesComeOnRequest) {
+TEST_P(H264TransformsTest, EveryFrameCanBeDecodedAndKeyFramesAreEncodedOnRequest) {
   ASSERT_TRUE(Init());
   EXPECT_EQ(test::debug_log(), ReadyLine(async()));
   EXPECT_EQ(encoder_->hardware, async());
@@ -53,7 +53,7 @@ TEST_P(H264TransformsTest, FirstFrameIsAKeyFrameWithoutARequest) {
   EXPECT_EQ(test::nal_types(Encode(Picture(1))), kKeyFrame);
 }
 
-TEST_P(H264TransformsTest, SettingsReachTheEncoder) {
+TEST_P(H264TransformsTest, AllSettingsArePassedToTheEncoder) {
   ASSERT_TRUE(encoder_->Init(kWidth, kHeight, 15, 1234567));
   EXPECT_EQ(board_.width, kWidth);
   EXPECT_EQ(board_.height, kHeight);
