@@ -132,7 +132,7 @@ bool parse_options(const std::vector<std::string>& arguments, Options& options, 
     }
     const auto setter = setters().find(name);
     if (setter == setters().end()) {
-      problem = "There is no option \"" + name + "\"; --help lists them.";
+      problem = "There is no option \"" + name + "\"; --help lists the options.";
       return false;
     }
     if (i + 1 == arguments.size() || arguments[i + 1].empty()) {

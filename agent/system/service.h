@@ -4,8 +4,8 @@
 
 namespace vlk::agent {
 
-// Runs the service in this process, which the service manager must have started. Returns when the service has
-// stopped; false at once if the process was started in another way.
+// Runs the service in this process, which the service manager must have started. Returns true when the
+// service has stopped, or false at once if the process was started in another way.
 bool run_service_dispatcher();
 
 // Installs this executable as a service that starts with the system, and starts it now. A service that is

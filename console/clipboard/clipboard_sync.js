@@ -162,7 +162,7 @@ export class ClipboardSync {
     }
   }
 
-  /** Forgets what was exchanged, before a session with another machine. */
+  /** Discards remembered and waiting clipboard content. To be called before a session with another machine. */
   reset() {
     this.#shared = '';
     this.#waiting = null;

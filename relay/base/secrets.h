@@ -10,7 +10,8 @@
 
 namespace vlk::relay {
 
-// Initialises libsodium. To be called before every other function here. Throws std::runtime_error.
+// Initialises libsodium. Must be called once before any other function here. Throws std::runtime_error if it
+// fails.
 void start_sodium();
 
 // Returns `bytes` random bytes as base64url without padding.

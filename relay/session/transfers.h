@@ -44,8 +44,9 @@ class Transfers {
   // Returns 0 if the session has kOpenPerSession open transfers.
   [[nodiscard]] std::uint32_t give(std::uint32_t session);
 
-  // Decides about a browser's message. A JSON message that passes is rewritten: the agent's JSON reader
-  // searches the text for keys, and must find exactly the values that were checked here.
+  // Decides whether a browser's message is sent to the machine. A JSON message that passes is replaced by one
+  // with only the checked values, because the agent's JSON reader searches the text for keys and could find
+  // other values in the original.
   [[nodiscard]] TransferRuling from_browser(std::uint32_t session, Msg type, Bytes& message);
   // The decision about a machine's message.
   struct Delivery {

@@ -45,7 +45,7 @@ class Outbox {
     };
   }
 
-  // Waits until `ends` end messages were sent, and returns all messages.
+  // Waits until at least `ends` messages FileTransferEnd were sent. Returns all messages sent so far.
   std::vector<Sent> wait_for_ends(std::size_t ends = 1) const {
     std::unique_lock<std::mutex> guard(state_->lock);
     EXPECT_TRUE(state_->changed.wait_for(guard, kPatience, [&] {

@@ -76,7 +76,7 @@ TEST_F(HttpsTest, BodyMayBeEmptyOrShorterThanItsContentLength) {
   EXPECT_EQ(result.body, "");
 }
 
-TEST_F(HttpsTest, UnexpectedStatusLineLeavesTheBodyUnchanged) {
+TEST_F(HttpsTest, UnexpectedStatusLineFailsAndLeavesTheCallersBodyUnchanged) {
   for (const char* head : {"HTTP/1.0 200 OK", "HTTP/1.1 204", "HTTP/2 200", "HTTP/1.1 404 Not Found",
                            "HTTP/1.1 301 Moved\r\nLocation: /here", "nonsense"}) {
     const Fetched result = fetch_response(std::string(head) + "\r\n\r\nbody");

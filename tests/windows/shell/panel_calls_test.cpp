@@ -50,7 +50,7 @@ TEST_F(PanelCalls, PanelIsIcelandicForAnIcelandicUser) {
                               }));
 }
 
-TEST_F(PanelCalls, ApplyButtonSavesTheNameBeforeUnattendedAccess) {
+TEST_F(PanelCalls, ApplyButtonSavesTheNameBeforeTheUnattendedAccessSetting) {
   AgentConfig config;
   config.agent_id = "id";
   config.agent_secret = "secret";
