@@ -236,7 +236,7 @@ class RawSession {
   std::uint32_t number_ = 0;
 };
 
-TEST_F(SessionTest, ParameterSetsOfH264FramesAreCompletedAndJpegFramesStayUnchanged) {
+TEST_F(SessionTest, ColoursAndOrderAreDeclaredInH264ParameterSetsAndJpegFramesStayUnchanged) {
   using namespace std::string_literals;
   auto browser = console();
   RawSession session(port_, *browser);
