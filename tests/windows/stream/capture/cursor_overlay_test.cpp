@@ -85,7 +85,7 @@ class Cursor : public testing::Test {
   static void Point(LONG x, LONG y) { cursor_script.info.ptScreenPos = {x, y}; }
 };
 
-TEST_F(Cursor, FrameWithoutPixelsMakesNoCalls) {
+TEST_F(Cursor, FrameWithoutPixelsCausesNoCallsToWindows) {
   CursorOverlay overlay;
   CapturedFrame empty;
   empty.width = empty.height = 10;
