@@ -13,7 +13,9 @@
   "Keeps the program running for whoever is logged on, also after a restart." \
   "Heldur forritinu gangandi fyrir þann sem er skráður inn, líka eftir endurræsingu."
 !insertmacro TEXT TextStartMenu "Start menu entry" "Færsla í upphafsvalmynd"
-!insertmacro TEXT TextStartMenuHelp "An entry for all users." "Færsla fyrir alla notendur."
+!insertmacro TEXT TextStartMenuHelp \
+  "Adds the program to the Start menu of all users." \
+  "Bætir forritinu við upphafsvalmynd allra notenda."
 !insertmacro TEXT TextNoSpace \
   "The files could not be written. Nothing was changed." \
   "Ekki tókst að skrifa skrárnar. Engu var breytt."
