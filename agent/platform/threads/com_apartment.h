@@ -6,6 +6,7 @@ namespace vlk {
 class [[nodiscard]] ComApartment {
  public:
   ComApartment();  // a failure is ignored
+  // NOLINTNEXTLINE(performance-trivially-destructible): on Windows the destructor leaves the apartment
   ~ComApartment();
   ComApartment(const ComApartment&) = delete;
   ComApartment& operator=(const ComApartment&) = delete;

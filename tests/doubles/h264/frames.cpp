@@ -47,13 +47,13 @@ HRESULT EncoderTransform::ProcessInput(DWORD, IMFSample* sample, DWORD) {
     const std::lock_guard guard(lock_);
     if (!async() && released_ && !ready_.empty()) return MF_E_NOTACCEPTING;
     input.force_key = std::exchange(force_key_, false);
-    if (async()) pending_.push_back(std::move(input));
+    if (async()) {
+      pending_.push_back(std::move(input));
+      changed_.notify_all();
+      return S_OK;
+    }
   }
-  if (async()) {
-    changed_.notify_all();
-  } else {
-    Encode(input);
-  }
+  Encode(input);
   return S_OK;
 }
 

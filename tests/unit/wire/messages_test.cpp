@@ -78,7 +78,7 @@ TEST(Envelope, LargestPayloadLengthDoesNotOverflowTheSizeCheck) {
 }
 
 TEST(MessageFrame, ContainsTheMaskedEnvelopeForEveryPayloadLength) {
-  for (const std::size_t length : {0, 1, 6, 7, 31, 32, 100, 115, 116, 65525, 65526, 300000}) {
+  for (const unsigned length : {0u, 1u, 6u, 7u, 31u, 32u, 100u, 115u, 116u, 65525u, 65526u, 300000u}) {
     Bytes payload(length);
     for (std::size_t i = 0; i < length; ++i)
       payload[i] = static_cast<std::uint8_t>(i * 7 + 3);

@@ -92,7 +92,7 @@ TEST(Mask, EqualsMaskingByteByByteAtEveryLengthAndPhase) {
 }
 
 TEST(Parser, ReturnsAFrameOnceHoweverItIsSplit) {
-  for (const std::size_t length : {0, 5, 125, 126, 300, 65535, 65536}) {
+  for (const unsigned length : {0u, 5u, 125u, 126u, 300u, 65535u, 65536u}) {
     for (const bool masked : {false, true}) {
       const Bytes bytes = frame(kWsBinary, pattern(length), true, masked);
       const std::size_t last_split = std::min<std::size_t>(bytes.size(), 24);

@@ -131,8 +131,11 @@ class Prompts : public testing::Test {
     calls.clear();
   }
   void request(std::uint32_t session, const std::string& name) {
-    shell_.main.pending_session = session;
-    shell_.main.pending_rep_name = name;
+    {
+      const MutexLock lock(shell_.main.pending_lock);
+      shell_.main.pending_session = session;
+      shell_.main.pending_rep_name = name;
+    }
     run_consent_prompt(shell_.main);
   }
   static void activate(HWND window) {
