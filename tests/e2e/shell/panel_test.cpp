@@ -241,7 +241,7 @@ TEST_F(PanelTest, ApplyButtonAfterAnEnrolmentInTheSameRunDeletesTheNewIdentity) 
   EXPECT_NE(greeting_.find("hw_id"), std::string::npos) << "the agent does not enrol again: " << greeting_;
 }
 
-TEST_F(PanelTest, AutostartEntryOfAnotherProgramIsKept) {
+TEST_F(PanelTest, SwitchingUnattendedAccessOnDoesNotOverwriteAnExistingAutostartEntry) {
   desk->output({"reg", "add", "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Run", "/v",
                 "VantelinkAgent", "/d", "elsewhere.exe", "/f"});
   const auto peer = start_online();

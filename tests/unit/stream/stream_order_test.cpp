@@ -123,7 +123,7 @@ TEST_F(StreamOrderTest, UnchangedScreenIsSentAgainAfterExactlyOneSecond) {
   EXPECT_EQ(JournalOf(1).at(1), "CaptureGdi");
 }
 
-TEST_F(StreamOrderTest, RefreshIntervalBeginsAtTheStartOfTheIterationThatSentAFrame) {
+TEST_F(StreamOrderTest, UnchangedScreenIsSentAgainOneSecondAfterTheStartOfTheIterationThatSentTheLastFrame) {
   Run(1);
   settings_.max_fps = 1;
   script().encode = [this](std::vector<std::uint8_t>& out, bool) {
