@@ -64,7 +64,8 @@ test('a change of the password logs out the representative’s other browsers', 
   await p.click('#password');
   await page.shot('password');
   await p.fill('#password-old', 'not the first one');
-  await p.fill('#password-new', 'too short');
+  // Firefox limits the length only of what a person types.
+  await p.locator('#password-new').pressSequentially('too short');
   await p.fill('#password-again', second);
   await p.click('#password-submit');
   assert.ok(await p.locator('#password-new').evaluate((field) => field.matches(':user-invalid')));

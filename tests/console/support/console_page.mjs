@@ -2,7 +2,7 @@
 import { mkdirSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { chromium } from 'playwright-core';
+import { chromium, firefox } from 'playwright-core';
 import { PASSWORD, USER } from './relay.mjs';
 import { DEADLINE_MS, until } from './waiting.mjs';
 
@@ -15,7 +15,17 @@ const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/cons
 /** @typedef {{id?: string}} Machine */
 /** @typedef {{x: number, y: number}} Point */
 
+/** The browser in which the tests run: 'firefox' if the environment variable BROWSER says so. */
+export const BROWSER = process.env.BROWSER === 'firefox' ? 'firefox' : 'chromium';
+
+/** Starts the distribution's browser: Chromium over its own protocol, Firefox over WebDriver BiDi. */
 export function launch() {
+  if (BROWSER === 'firefox') {
+    return firefox.launch({
+      channel: 'moz-firefox',
+      executablePath: process.env.FIREFOX ?? '/usr/bin/firefox-esr',
+    });
+  }
   return chromium.launch({
     executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
     args: [
@@ -27,6 +37,29 @@ export function launch() {
       '--disable-component-update',
       '--disable-sync',
     ],
+  });
+}
+
+/**
+ * Firefox also reports as errors what its scripts did not throw: lost connections, and the style that a screenshot
+ * adds to the page, which the page's policy forbids.
+ */
+function isWarning(/** @type {Error} */ { name, message }) {
+  return (
+    BROWSER === 'firefox' &&
+    /^Content-Security-Policy|^Firefox can’t establish a connection|^The connection to wss:/.test(
+      `${name}: ${message}`.replace(/^(Error)?: /, ''),
+    )
+  );
+}
+
+/** Runs in the page. Firefox does not count clicks that come over WebDriver BiDi, so it reports no double click. */
+function countClicks() {
+  let last = -Infinity;
+  addEventListener('click', ({ target, timeStamp, clientX, clientY }) => {
+    const isSecond = timeStamp - last < 2000;
+    last = isSecond ? -Infinity : timeStamp;
+    if (isSecond) target?.dispatchEvent(new MouseEvent('dblclick', { bubbles: true, clientX, clientY }));
   });
 }
 
@@ -43,6 +76,7 @@ export class ConsolePage {
       locale: 'en-GB',
       ...options,
     });
+    if (BROWSER === 'firefox') await context.addInitScript(countClicks);
     if (script) await context.addInitScript(script);
     const page = await context.newPage();
     page.setDefaultTimeout(DEADLINE_MS);
@@ -55,7 +89,9 @@ export class ConsolePage {
     this.page = page;
     /** @type {string[]} exceptions of the page's scripts; close() throws if there are any */
     this.exceptions = [];
-    page.on('pageerror', (error) => this.exceptions.push(error.stack ?? error.message));
+    page.on('pageerror', (error) => {
+      if (!isWarning(error)) this.exceptions.push(error.stack ?? error.message);
+    });
     this.canvas = page.locator('#screen');
   }
 
