@@ -12,15 +12,17 @@ const BUTTON_BITS = [1, 4, 2];
 /**
  * @param {HTMLCanvasElement} canvas
  * @param {import('./sender.js').InputSender} sender
- * @param {() => void} onPress called at each press, so that the keyboard's element takes the focus
+ * @param {{onEvent: (event: MouseEvent) => void, onPress: () => void}} listeners onEvent: called before each
+ *   event is sent; onPress: called at each press, so that the keyboard's element takes the focus
  * @returns {{releaseAll: () => void}}
  */
-export function attachPointer(canvas, sender, onPress) {
+export function attachPointer(canvas, sender, { onEvent, onPress }) {
   /** @type {Set<number>} */
   const held = new Set();
   let last = { x: 0, y: 0 };
 
   const locate = (/** @type {MouseEvent} */ event) => {
+    onEvent(event);
     last = toWire({ x: event.clientX, y: event.clientY }, canvas.getBoundingClientRect(), canvas);
     return last;
   };

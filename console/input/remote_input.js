@@ -30,7 +30,10 @@ export class RemoteInput {
     this.#keyInput = keyInput;
     this.#sender = new InputSender({ send, backlog });
     this.#keyboard = new Keyboard((events) => this.#sender.send(events));
-    this.#pointer = attachPointer(canvas, this.#sender, () => this.focus());
+    this.#pointer = attachPointer(canvas, this.#sender, {
+      onEvent: (event) => this.#keyboard.releaseModifiers(event),
+      onPress: () => this.focus(),
+    });
     this.#attachKeys();
     this.#attachText();
   }
