@@ -19,7 +19,7 @@ const LOCAL_LOCKS = new Set(['CapsLock', 'NumLock']);
  */
 
 /** @type {Timers} */
-const BROWSER_TIMERS = {
+export const BROWSER_TIMERS = {
   setTimeout: (act, ms) => setTimeout(act, ms),
   clearTimeout: (id) => clearTimeout(/** @type {number} */ (id)),
 };
