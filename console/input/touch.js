@@ -36,11 +36,13 @@ export class TouchGestures {
   #timers;
   /** @type {Map<number, Point>} */
   #fingers = new Map();
-  /** @type {'none' | 'one' | 'drag' | 'two' | 'scroll' | 'view' | 'over'} over: until all fingers are lifted */
+  /** @type {'none' | 'one' | 'drag' | 'two' | 'scroll' | 'move' | 'zoom' | 'over'} over: until all are lifted */
   #state = 'none';
   /** @type {Point} where the first finger came down */
-  #start = { x: 0, y: 0 };
-  /** @type {Pair | null} the two fingers when the gesture began */
+  #down = { x: 0, y: 0 };
+  /** @type {Point} where it acts */
+  #start = this.#down;
+  /** @type {Pair | null} the two fingers when the state began */
   #pair = null;
   #lastTap = { at: { x: 0, y: 0 }, time: -DOUBLE_TAP_MS };
   /** @type {unknown} */
@@ -59,16 +61,18 @@ export class TouchGestures {
 
   /** @param {number} finger @param {Point} at @param {number} time in milliseconds */
   down(finger, at, time) {
+    const [first] = this.#fingers.values();
     this.#fingers.set(finger, at);
     this.#timers.clearTimeout(this.#longPress);
     if (this.#fingers.size === 1) {
+      this.#down = at;
       this.#start = this.#isSecondTap(at, time) ? this.#lastTap.at : at;
       this.#state = 'one';
       this.#actions.move(this.#start);
       this.#longPress = this.#timers.setTimeout(() => this.#pressedLong(), LONG_PRESS_MS);
       return;
     }
-    if (this.#state === 'drag') this.#actions.release(at);
+    if (this.#state === 'drag') this.#actions.release(first);
     const begins = this.#fingers.size === 2 && this.#state !== 'over';
     this.#state = begins ? 'two' : 'over';
     if (begins) this.#pair = this.#measure();
@@ -79,7 +83,7 @@ export class TouchGestures {
     if (!this.#fingers.has(finger)) return;
     const before = this.#fingers.size === 2 ? this.#measure().centre : at;
     this.#fingers.set(finger, at);
-    if (this.#state === 'one' && distance(at, this.#start) > SLOP) {
+    if (this.#state === 'one' && distance(at, this.#down) > SLOP) {
       this.#timers.clearTimeout(this.#longPress);
       this.#state = 'drag';
       this.#actions.press(this.#start);
@@ -128,17 +132,20 @@ export class TouchGestures {
     const pair = this.#pair;
     const now = this.#measure();
     if (!pair) return;
-    if (this.#state === 'two') {
-      const spreads = Math.abs(now.distance - pair.distance) > SPREAD_SLOP;
-      if (!spreads && distance(now.centre, pair.centre) <= SLOP) return;
-      this.#state = spreads || this.#view.isLarger ? 'view' : 'scroll';
-      // The movement up to here is not carried out, which would be a jump.
-      this.#pair = now;
-    } else if (this.#state === 'view') {
+    const spreads = Math.abs(now.distance - pair.distance) > SPREAD_SLOP;
+    const moves = distance(now.centre, pair.centre) > SLOP;
+    if (this.#state === 'two' && moves) this.#begin(this.#view.isLarger ? 'move' : 'scroll', now);
+    else if (spreads && ['two', 'move'].includes(this.#state)) this.#begin('zoom', now);
+    else if (this.#state === 'move') this.#view.show(pair.zoom, pair.anchor, now.centre);
+    else if (this.#state === 'scroll') this.#actions.scroll(pair.centre, before.y - now.centre.y);
+    else if (this.#state === 'zoom')
       this.#view.show((pair.zoom * now.distance) / pair.distance, pair.anchor, now.centre);
-    } else if (this.#state === 'scroll') {
-      this.#actions.scroll(pair.centre, before.y - now.centre.y);
-    }
+  }
+
+  /** What the fingers did until now is not carried out, because the picture would jump. */
+  #begin(/** @type {'move' | 'scroll' | 'zoom'} */ state, /** @type {Pair} */ pair) {
+    this.#state = state;
+    this.#pair = pair;
   }
 }
 

@@ -62,18 +62,19 @@ export class Stage {
    * @param {Point} at
    */
   show(zoom, anchor, at) {
-    const actual = this.#actualZoom;
-    const limited = Math.min(Math.max(zoom, Math.min(1, actual)), Math.max(MAX_ZOOM, actual));
-    // An actual size is kept while the fingers only move the picture.
-    if (Math.abs(limited - this.zoom) > SNAP * this.zoom || !this.#actualSize.checked) {
-      this.#chosen = Math.abs(limited - 1) < SNAP ? null : limited;
-      this.#actualSize.checked = false;
-    }
+    if (zoom !== this.zoom) this.#zoomTo(zoom);
     this.layOut();
     const now = this.anchorAt(at);
     const { width, height } = this.#screen.canvas.getBoundingClientRect();
     this.#area.scrollLeft += (anchor.x - now.x) * width;
     this.#area.scrollTop += (anchor.y - now.y) * height;
+  }
+
+  #zoomTo(/** @type {number} */ zoom) {
+    const actual = this.#actualZoom;
+    const limited = Math.min(Math.max(zoom, Math.min(1, actual)), Math.max(MAX_ZOOM, actual));
+    this.#chosen = Math.abs(limited - 1) < SNAP ? null : limited;
+    this.#actualSize.checked = false;
   }
 
   /** Ends a zoom that was chosen with the fingers. */
