@@ -3,23 +3,23 @@
 // also runs without a browser.
 import * as input from './events.js';
 import { keyAt, keyNamed, shortcutKey } from './keymap.js';
+import { isModifier, modifiersUp } from './modifiers.js';
 
 /** Windows reports AltGr as a left Ctrl that nobody pressed, followed by the right Alt within this time. */
 const ALTGR_WINDOW_MS = 50;
 
-const MODIFIER = /^(Shift|Control|Alt|Meta|OS)(Left|Right)$/;
 const LOCAL_LOCKS = new Set(['CapsLock', 'NumLock']);
 
 /** @typedef {'character' | 'position'} KeyMode whether letters are sent as characters or as key positions */
-/** @typedef {{code: string, key: string, ctrlKey: boolean, altKey: boolean, metaKey: boolean, repeat?: boolean,
- *   isComposing?: boolean, getModifierState?: (name: string) => boolean}} KeyEvent */
+/** @typedef {import('./modifiers.js').ModifierFlags & {code: string, key: string, repeat?: boolean,
+ *   isComposing?: boolean}} KeyEvent */
 /**
  * @typedef {{setTimeout: (act: () => void, ms: number) => unknown,
  *   clearTimeout: (id: unknown) => void}} Timers
  */
 
 /** @type {Timers} */
-const BROWSER_TIMERS = {
+export const BROWSER_TIMERS = {
   setTimeout: (act, ms) => setTimeout(act, ms),
   clearTimeout: (id) => clearTimeout(/** @type {number} */ (id)),
 };
@@ -54,6 +54,7 @@ export class Keyboard {
    * @returns {boolean} true when the browser must not act on the event
    */
   keyDown(event) {
+    this.releaseModifiers(event);
     if (leftToInputMethod(event)) return false;
     if (event.key === 'AltGraph') return this.#altGraphDown(event);
     if (event.code === 'ControlLeft') return this.#holdBackCtrl();
@@ -77,6 +78,7 @@ export class Keyboard {
    */
   keyUp(event) {
     if (event.key === 'AltGraph' || (event.code === 'AltRight' && this.#altGraph)) this.#altGraph = false;
+    this.releaseModifiers(event);
     if (event.code === 'ControlLeft') {
       if (this.#ctrlOfAltGr) {
         this.#ctrlOfAltGr = false;
@@ -87,9 +89,18 @@ export class Keyboard {
     // Browsers on Windows report only the release of Print Screen.
     if (event.code === 'PrintScreen' && !this.#held.has('PrintScreen')) this.press(['PrintScreen']);
     this.#up(event.code || event.key);
-    // macOS does not report the release of other keys while Meta is held.
-    if (event.key === 'Meta') this.releaseAll((code) => !MODIFIER.test(code));
+    if (event.key === 'Meta') this.#releaseOthers();
     return true;
+  }
+
+  /**
+   * Releases the modifiers that are down on the machine but up according to a key or pointer event. To be
+   * called before the event itself is sent.
+   */
+  releaseModifiers(/** @type {import('./modifiers.js').ModifierFlags & {code?: string}} */ event) {
+    const up = modifiersUp(event, this.#held.keys(), this.#altGraph);
+    for (const code of up) this.#up(code);
+    if (up.some((code) => code.startsWith('Meta'))) this.#releaseOthers();
   }
 
   /** Sends a text from an input method, a dead key or dictation as characters, in both modes. */
@@ -130,6 +141,11 @@ export class Keyboard {
     if (!win) return;
     this.#held.delete(code);
     this.#send([input.key(win, false)]);
+  }
+
+  /** Releases all keys except modifiers: macOS does not report their release while Meta is held. */
+  #releaseOthers() {
+    this.releaseAll((code) => !isModifier(code));
   }
 
   /** Holds back a left Ctrl. Repeated events of a Ctrl that is already down or held back are ignored. */

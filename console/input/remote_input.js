@@ -23,14 +23,26 @@ export class RemoteInput {
   #typing = null;
 
   /**
-   * @param {{canvas: HTMLCanvasElement, keyInput: HTMLTextAreaElement, send: (payload: Uint8Array) => void,
-   *   backlog: () => number}} parts keyInput: the invisible field that receives the keys
+   * @param {object} parts
+   * @param {HTMLCanvasElement} parts.canvas
+   * @param {HTMLElement} parts.area the part of the page in which the canvas is moved and zoomed
+   * @param {import('./touch.js').View} parts.view moves and zooms the canvas
+   * @param {HTMLTextAreaElement} parts.keyInput the invisible field that receives the keys
+   * @param {(payload: Uint8Array) => void} parts.send
+   * @param {() => number} parts.backlog
    */
-  constructor({ canvas, keyInput, send, backlog }) {
+  constructor({ canvas, area, view, keyInput, send, backlog }) {
     this.#keyInput = keyInput;
     this.#sender = new InputSender({ send, backlog });
     this.#keyboard = new Keyboard((events) => this.#sender.send(events));
-    this.#pointer = attachPointer(canvas, this.#sender, () => this.focus());
+    this.#pointer = attachPointer({
+      area,
+      canvas,
+      view,
+      sender: this.#sender,
+      onEvent: (event) => this.#keyboard.releaseModifiers(event),
+      onPress: () => this.focus(),
+    });
     this.#attachKeys();
     this.#attachText();
   }
@@ -47,6 +59,15 @@ export class RemoteInput {
   set enabled(/** @type {boolean} */ on) {
     if (!on) this.#release();
     this.#sender.enabled = on;
+  }
+
+  /**
+   * Holds back everything that is sent to the machine, pointer and keys alike, until the returned function is
+   * called. The events are then sent in the order in which they happened.
+   * @returns {() => void}
+   */
+  hold() {
+    return this.#sender.hold();
   }
 
   focus() {

@@ -28,7 +28,7 @@ export function attachSession(link) {
   });
   const stage = new Stage(screen);
   const stream = new Stream(channel, screen, showCodec);
-  const input = attachInput({ channel, session, canvas: screen.canvas, backlog: () => link.backlog });
+  const input = attachInput({ channel, session, stage, canvas: screen.canvas, backlog: () => link.backlog });
   // This listener is added before those of the other features, so that a new session requests the picture
   // first.
   channel.addEventListener('open', () => {
@@ -57,6 +57,7 @@ export function attachSession(link) {
   });
   const begin = (/** @type {import('../machines/machine_list.js').Machine} */ machine) => {
     stream.reset();
+    stage.reset();
     session.begin(machine);
   };
   return { session, begin };
@@ -65,12 +66,14 @@ export function attachSession(link) {
 /**
  * Connects keyboard and pointer input to the session. Input is enabled while the session allows it and
  * "view only" is off.
- * @param {{channel: SessionChannel, session: Session, canvas: HTMLCanvasElement, backlog: () => number}}
- *   parts
+ * @param {{channel: SessionChannel, session: Session, stage: Stage, canvas: HTMLCanvasElement,
+ *   backlog: () => number}} parts
  */
-function attachInput({ channel, session, canvas, backlog }) {
+function attachInput({ channel, session, stage, canvas, backlog }) {
   const remote = new RemoteInput({
     canvas,
+    area: stage.area,
+    view: stage,
     keyInput: byId('key-input', HTMLTextAreaElement),
     send: (payload) => channel.send(Msg.InputEvent, payload),
     backlog,
