@@ -1,10 +1,11 @@
 // The console's entry point: handles the log-in and the link to the relay, and selects the view to show.
 import { onDetail } from './base/custom_events.js';
 import { byId, showView } from './base/dom.js';
-import { inSentence, nameOf, tidy } from './base/names.js';
+import { nameOf, tidy } from './base/names.js';
 import { fillIn, texts } from './base/texts.js';
 import * as api from './link/api.js';
 import { Link } from './link/link.js';
+import { askToForget } from './machines/forget.js';
 import { MachineList } from './machines/machine_list.js';
 import { attachPassword } from './machines/password.js';
 import { attachSession } from './session/session_page.js';
@@ -23,15 +24,19 @@ const link = new Link(`wss://${location.host}/console`);
 const { session, begin } = attachSession(link);
 const machines = new MachineList({ open: openMachine, forget: forgetMachine });
 
+/** The id of the machine with which the last session was requested. */
+let opened = '';
+
 function openMachine(/** @type {Machine} */ machine) {
   if (!link.up) return;
+  opened = machine.id;
   showNotice('');
-  showView('session');
+  showView('session', nameOf(machine));
   begin(machine);
 }
 
 async function forgetMachine(/** @type {Machine} */ machine) {
-  if (!confirm(texts.forgetQuestion(inSentence(nameOf(machine))))) return;
+  if (!(await askToForget(machine))) return;
   try {
     await api.forget(machine.id);
   } catch (error) {
@@ -48,18 +53,18 @@ function showNotice(/** @type {string} */ text) {
 function enter(/** @type {unknown} */ name) {
   byId('user-name').textContent = tidy(name);
   showNotice(texts.connecting);
-  showView('machines');
+  showView('machines', texts.machines);
   link.start();
 }
 
 function askForLogin(/** @type {string} */ message) {
   session.leave();
   link.stop();
-  byId('password-dialog', HTMLDialogElement).close();
+  const [name, password] = ['login-name', 'login-password'].map((id) => byId(id, HTMLInputElement));
   byId('login-error').textContent = message;
-  byId('login-password', HTMLInputElement).value = '';
-  showView('login');
-  byId('login-name').focus();
+  password.value = '';
+  showView('login', texts.logIn);
+  (name.value ? password : name).focus();
 }
 
 async function logIn() {
@@ -71,6 +76,7 @@ async function logIn() {
     byId('login-error').textContent = '';
     password.value = '';
     enter(name);
+    byId('machines-title').focus();
   } catch (error) {
     byId('login-error').textContent = LOGIN_ERRORS.get(api.statusOf(error) ?? -1) ?? texts.failed;
     password.select();
@@ -98,7 +104,8 @@ function receiveControl(/** @type {ControlMessage} */ message) {
 
 onDetail(session, 'left', (/** @type {string} */ remark) => {
   showNotice(link.up ? remark : texts.reconnecting);
-  showView('machines');
+  showView('machines', texts.machines);
+  if (!machines.focus(opened)) byId('machines-title').focus();
 });
 onDetail(session, 'restarting', (/** @type {{agent: string, on: boolean}} */ { agent, on }) =>
   machines.showRestarting(agent, on),

@@ -31,9 +31,37 @@ export function make(tag, properties, ...children) {
 }
 
 /**
- * Shows one of the page's views and hides the others.
- * @param {'login' | 'machines' | 'session'} name
+ * Makes the items the children of the list, in this order. An item that contains the focus stays in place and
+ * the others are moved around it, because an element that is moved loses the focus.
+ * @param {HTMLElement} list
+ * @param {HTMLElement[]} items
  */
-export function showView(name) {
+export function arrange(list, items) {
+  const wanted = new Set(/** @type {Element[]} */ (items));
+  for (const child of [...list.children]) if (!wanted.has(child)) child.remove();
+  /** @type {HTMLElement | null} */
+  let next = null;
+  for (const item of items.toReversed()) {
+    const hasFocus = item.contains(document.activeElement);
+    if (item.parentElement !== list || (!hasFocus && item.nextElementSibling !== next))
+      list.insertBefore(item, next);
+    next = item;
+  }
+}
+
+/**
+ * Shows one of the page's views and hides the others. Open dialogs are closed, because a modal dialog in a
+ * hidden view would still block the page.
+ * @param {'login' | 'machines' | 'session'} name
+ * @param {string} title what the title of the page says before the product's name
+ */
+export function showView(name, title) {
+  for (const dialog of document.querySelectorAll('dialog')) dialog.close();
+  setTitle(title);
   for (const view of ['login', 'machines', 'session']) byId(`view-${view}`).hidden = view !== name;
+}
+
+/** Sets the title of the page, which names what the page shows before the product. */
+export function setTitle(/** @type {string} */ title) {
+  document.title = `${title} - Vantelink`;
 }

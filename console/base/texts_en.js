@@ -15,6 +15,7 @@ export const english = {
   loginEnded: 'Your log-in has ended. Please log in again.',
   failed: 'The relay could not carry out the request.',
   changePassword: 'Change password …',
+  passwordTitle: 'Change password',
   oldPassword: 'Current password',
   newPassword: 'New password, 10 characters or more',
   newPasswordAgain: 'Repeat the new password',
@@ -28,6 +29,8 @@ export const english = {
   searchMachines: 'Search machines',
   machineCount: (/** @type {number} */ all, /** @type {number} */ online) =>
     `${all} ${all === 1 ? 'machine' : 'machines'}, ${online} online`,
+  machinesFound: (/** @type {number} */ found, /** @type {number} */ all) =>
+    `${found} of ${all} ${all === 1 ? 'machine' : 'machines'}`,
   noMachines: 'No machine has enrolled yet. A machine appears here when the agent is started on it.',
   noMatch: 'No machine matches the search.',
   connect: 'Connect',
@@ -104,6 +107,7 @@ export const english = {
   status: (/** @type {number} */ fps, /** @type {number} */ kilobytes, /** @type {number | null} */ trip) =>
     `${fps.toFixed(0)} frames/s · ${kilobytes.toFixed(0)} kB/s · ${ms(trip)} round trip`,
   unstable: 'unstable link',
+  sessionStates: { requested: 'Waiting', waiting: 'Waiting', interrupted: 'Interrupted', ended: 'Ended' },
 
   files: 'Files',
   drives: 'Drives',

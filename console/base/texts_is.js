@@ -25,6 +25,7 @@ export const icelandic = {
   loginEnded: 'Innskráningin er útrunnin. Skráðu þig inn aftur.',
   failed: 'Miðlarinn gat ekki gert þetta.',
   changePassword: 'Breyta lykilorði …',
+  passwordTitle: 'Breyta lykilorði',
   oldPassword: 'Núverandi lykilorð',
   newPassword: 'Nýtt lykilorð, að minnsta kosti 10 stafir',
   newPasswordAgain: 'Nýja lykilorðið aftur',
@@ -38,6 +39,8 @@ export const icelandic = {
   searchMachines: 'Leita að tölvu',
   machineCount: (/** @type {number} */ all, /** @type {number} */ online) =>
     `${all} ${singular(all) ? 'tölva' : 'tölvur'}, ${online} ${singular(online) ? 'nettengd' : 'nettengdar'}`,
+  machinesFound: (/** @type {number} */ found, /** @type {number} */ all) =>
+    `${found} af ${all} ${singular(all) ? 'tölvu' : 'tölvum'}`,
   noMachines: 'Engin tölva hefur verið skráð enn. Ræstu forritið á tölvu og þá birtist hún hér.',
   noMatch: 'Engin tölva ber slíkt nafn.',
   connect: 'Tengjast',
@@ -116,6 +119,7 @@ export const icelandic = {
   status: (/** @type {number} */ fps, /** @type {number} */ kilobytes, /** @type {number | null} */ trip) =>
     `${fps.toFixed(0)} myndir/s · ${kilobytes.toFixed(0)} kB/s · ${ms(trip)} fram og til baka`,
   unstable: 'óstöðugt samband',
+  sessionStates: { requested: 'Beðið', waiting: 'Beðið', interrupted: 'Rofið', ended: 'Lokið' },
 
   files: 'Skrár',
   drives: 'Drif',

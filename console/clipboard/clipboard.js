@@ -3,6 +3,7 @@
 import { byId } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
 import { Formats } from '../base/formats.js';
+import { locale } from '../base/locale.js';
 import { Msg } from '../link/messages.js';
 import { ClipboardNotice } from './clipboard_notice.js';
 import { ClipboardSync } from './clipboard_sync.js';
@@ -26,7 +27,7 @@ export function attachClipboard({ channel, input, dropTarget, offerUpload, machi
   const notices = new ClipboardNotice(byId('clip-notices'), {
     copy: () => sync.copyWaiting(),
     upload: offerUpload,
-    formats: new Formats(navigator.language),
+    formats: new Formats(locale),
   });
   const sync = new ClipboardSync({
     send: (payload) => channel.send(Msg.ClipboardData, payload),

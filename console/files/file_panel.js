@@ -2,6 +2,7 @@
 import { onDetail } from '../base/custom_events.js';
 import { byId, make } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
+import { locale } from '../base/locale.js';
 import { visible } from '../base/names.js';
 import { crumbs, lastPart } from '../base/paths.js';
 import { texts } from '../base/texts.js';
@@ -188,7 +189,7 @@ export class FilePanel {
   #draw(again, from = '') {
     if (!this.#listing) return;
     const { by, descending } = this.#order;
-    const entries = sorted(this.#listing.entries, by, descending, navigator.language);
+    const entries = sorted(this.#listing.entries, by, descending, locale);
     if (again) this.#list.update(entries);
     else this.#list.show(entries);
     if (from) this.#list.select(from);

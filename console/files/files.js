@@ -2,6 +2,7 @@
 import { onDetail } from '../base/custom_events.js';
 import { byId, make } from '../base/dom.js';
 import { Formats } from '../base/formats.js';
+import { locale } from '../base/locale.js';
 import { visible } from '../base/names.js';
 import { saveFile } from '../base/save_file.js';
 import { texts } from '../base/texts.js';
@@ -28,7 +29,7 @@ const NAMES_SHOWN = 8;
  *   messages that were sent before the call
  */
 export function attachFiles({ channel, relay, addPanel }) {
-  const formats = new Formats(navigator.language);
+  const formats = new Formats(locale);
   const folders = new FolderRequests((path) => {
     channel.sendJson(Msg.DirListRequest, { path });
     return channel.isOpen;

@@ -1,8 +1,8 @@
 // The list of machines: each with its state and a button that opens a session.
-import { byId, make } from '../base/dom.js';
-import { age } from '../base/formats.js';
+import { arrange, byId } from '../base/dom.js';
 import { nameOf, tidy } from '../base/names.js';
 import { texts } from '../base/texts.js';
+import { MachineRow } from './machine_row.js';
 
 /**
  * The time within which a machine has to go offline after a request to restart. The machine does not answer
@@ -10,9 +10,7 @@ import { texts } from '../base/texts.js';
  */
 export const RESTART_DEADLINE_MS = 90_000;
 
-/** @typedef {{id: string, name: string, machine: string, state: string, last_seen: number,
- *   representative: string | null}} Machine */
-/** @typedef {'online' | 'offline' | 'session'} MachineState */
+/** @typedef {import('./machine_row.js').Machine} Machine */
 
 /** A sorted copy: online machines before offline ones, each group by name. */
 export function sorted(/** @type {Machine[]} */ machines) {
@@ -29,11 +27,6 @@ function matches(/** @type {Machine} */ machine, /** @type {string} */ search) {
   return names.toLowerCase().includes(search.trim().toLowerCase());
 }
 
-/** @returns {MachineState} */
-function stateOf(/** @type {Machine} */ { state }) {
-  return state === 'session' || state === 'online' ? state : 'offline';
-}
-
 export class MachineList {
   #actions;
   /** @type {Machine[]} */
@@ -46,7 +39,10 @@ export class MachineList {
   #restarting = new Map();
   #search = byId('machine-search', HTMLInputElement);
 
-  /** @param {{open: (machine: Machine) => void, forget: (machine: Machine) => void}} actions */
+  /** @type {Map<string, MachineRow>} the rows on the page, in their order, by the machine's id */
+  #rows = new Map();
+
+  /** @param {import('./machine_row.js').Actions} actions */
   constructor(actions) {
     this.#actions = actions;
     this.#search.addEventListener('input', () => this.#draw());
@@ -73,51 +69,55 @@ export class MachineList {
     else this.#restarting.delete(id);
   }
 
+  /** Focuses a machine's row; returns false if the list does not show the machine. */
+  focus(/** @type {string} */ id) {
+    this.#rows.get(id)?.focus();
+    return this.#rows.has(id);
+  }
+
   #draw() {
     const all = this.#machines;
     const shown = sorted(all).filter((machine) => matches(machine, this.#search.value));
-    const online = all.filter(({ state }) => state !== 'offline').length;
-    byId('machine-list').replaceChildren(...shown.map((machine) => this.#row(machine)));
+    this.#drawRows(shown);
     byId('machine-note').hidden = shown.length > 0;
     byId('machine-note-text').textContent = all.length ? texts.noMatch : texts.noMachines;
-    byId('machine-count').textContent = all.length ? texts.machineCount(all.length, online) : '';
+    this.#drawCount(shown.length);
   }
 
-  #row(/** @type {Machine} */ machine) {
-    const state = stateOf(machine);
-    const name = nameOf(machine);
-    const open = make(
-      'button',
-      { type: 'button', className: 'machine-open', disabled: state === 'offline', title: name },
-      make('bdi', { className: 'machine-name' }, name),
-      make('span', { className: 'machine-details' }, ...details(machine, state)),
+  #drawRows(/** @type {Machine[]} */ shown) {
+    const before = this.#rows;
+    this.#rows = new Map(
+      shown.map((machine) => [machine.id, before.get(machine.id) ?? new MachineRow(machine, this.#actions)]),
     );
-    open.addEventListener('click', () => this.#actions.open(machine));
-    const shown = state === 'offline' && this.#restarting.has(machine.id) ? 'restarting' : state;
-    const badge = make('span', { className: 'badge', dataset: { state: shown } }, texts.state[shown]);
-    const properties = { className: 'machine', dataset: { agent: machine.id, state } };
-    const item = make('li', properties, open, badge);
-    if (shown === 'offline') item.append(this.#forgetButton(machine));
-    else if (state === 'online') {
-      item.append(make('span', { className: 'go', ariaHidden: 'true' }, texts.connect));
-    }
-    return item;
+    for (const machine of shown)
+      this.#rows.get(machine.id)?.update(machine, this.#restarting.has(machine.id));
+    this.#passFocus([...before]);
+    arrange(
+      byId('machine-list'),
+      [...this.#rows.values()].map(({ element }) => element),
+    );
   }
 
-  #forgetButton(/** @type {Machine} */ machine) {
-    const onclick = () => this.#actions.forget(machine);
-    return make('button', { type: 'button', className: 'quiet machine-forget', onclick }, texts.forget);
+  /**
+   * Moves the focus out of a row that is about to disappear: to the next row that stays, otherwise to the last
+   * one before it, otherwise to the search field.
+   */
+  #passFocus(/** @type {[string, MachineRow][]} */ before) {
+    const at = before.findIndex(([, { element }]) => element.contains(document.activeElement));
+    if (at < 0 || this.#rows.has(before[at][0])) return;
+    const neighbours = [...before.slice(at + 1), ...before.slice(0, at).reverse()];
+    const stays = neighbours.find(([id]) => this.#rows.has(id));
+    (stays?.[1] ?? this.#search).focus();
   }
-}
 
-/** The line under the name; each part is isolated, so that right-to-left names do not reorder the line. */
-function details(/** @type {Machine} */ machine, /** @type {MachineState} */ state) {
-  const { unit, count } = age(machine.last_seen, Date.now() / 1000);
-  const computer = tidy(machine.machine);
-  const parts = [
-    computer === nameOf(machine) ? '' : computer,
-    state === 'offline' ? texts.lastSeen(unit, count) : '',
-    machine.representative ? texts.with(tidy(machine.representative)) : '',
-  ].filter(Boolean);
-  return parts.flatMap((part, i) => [...(i ? [' · '] : []), make('bdi', {}, part)]);
+  /** Writes how many machines there are, or how many match the search. The latter is read out as it changes. */
+  #drawCount(/** @type {number} */ shown) {
+    const all = this.#machines;
+    const online = all.filter(({ state }) => state !== 'offline').length;
+    const searching = this.#search.value.trim() !== '';
+    const text = searching ? texts.machinesFound(shown, all.length) : texts.machineCount(all.length, online);
+    const count = byId('machine-count');
+    count.ariaLive = searching ? 'polite' : 'off';
+    count.textContent = all.length ? text : '';
+  }
 }

@@ -1,5 +1,6 @@
 // The message over the picture, with the buttons that it offers.
 import { byId } from '../base/dom.js';
+import { FocusLoan } from '../base/focus_loan.js';
 
 const BUTTONS = /** @type {const} */ ({
   again: 'session-again',
@@ -13,6 +14,9 @@ const BUTTONS = /** @type {const} */ ({
 export class Overlay {
   /** Whether the message stays until the representative has answered it. */
   #needsAnswer = false;
+  /** The actions that the message on the page offers; null while no message is shown. @type {string | null} */
+  #offered = null;
+  #focus = new FocusLoan(byId('session-note'), byId('key-input'));
 
   /** @param {Record<Action, () => void>} actions */
   constructor(actions) {
@@ -25,7 +29,8 @@ export class Overlay {
   }
 
   /**
-   * Shows a message over the picture and turns the picture grey.
+   * Shows a message over the picture and turns the picture grey. The message takes the focus when it appears
+   * and when it offers something else.
    * @param {string} text
    * @param {Action[]} offered
    * @param {{busy?: boolean}} [options] busy: shows moving dots as a sign of waiting
@@ -38,10 +43,14 @@ export class Overlay {
     for (const [name, id] of Object.entries(BUTTONS))
       byId(id).hidden = !offered.includes(/** @type {Action} */ (name));
     byId('stage').classList.add('covered');
+    if (this.#offered !== offered.join()) this.#focus.take();
+    this.#offered = offered.join();
   }
 
   clear() {
     this.#needsAnswer = false;
+    this.#offered = null;
+    this.#focus.giveBack();
     byId('session-note').hidden = true;
     byId('stage').classList.remove('covered');
   }

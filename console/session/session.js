@@ -6,6 +6,7 @@ import { inSentence, nameOf } from '../base/names.js';
 import { texts } from '../base/texts.js';
 import { Overlay } from './overlay.js';
 import { Restart } from './restart.js';
+import { showTitle } from './title.js';
 
 /**
  * The states of a session: 'none'; 'requested' until the relay has assigned a number to the session;
@@ -60,6 +61,7 @@ export class Session extends EventTarget {
   /** The state is stored in an attribute on the page, which the style sheet uses too. */
   set #state(state) {
     byId('view-session').dataset.state = state;
+    showTitle(state, this.#name);
   }
 
   /** Whether keyboard and pointer input may be sent to the machine. */
@@ -82,6 +84,7 @@ export class Session extends EventTarget {
     const withdrawn = this.#state === 'requested' || this.#state === 'waiting';
     this.#restart.end();
     this.#stop('none');
+    this.#overlay.clear();
     if (this.#number !== null) this.#link.sendControl({ type: 'close', session: this.#number });
     this.#number = null;
     if (document.fullscreenElement) document.exitFullscreen();

@@ -93,6 +93,27 @@ test('a change of the password logs out the representative’s other browsers', 
   );
 });
 
+test('after an ended log-in the focus is on the first empty field', async (t) => {
+  const { relay } = shared;
+  const page = await logInPage(t, shared);
+  const p = page.page;
+  const focused = () => p.evaluate(() => document.activeElement?.id);
+  assert.equal(await focused(), 'login-name');
+  await page.logIn();
+  await p.locator('#view-machines').waitFor();
+  await p.click('#password');
+  // The relay ends the log-in in answer to the console's own cookie, and closes the link.
+  await p.context().request.post(`${relay.url}api/logout`);
+  await until('the page says so', async () =>
+    /log-in has ended/.test(await p.locator('#login-error').innerText()),
+  );
+  assert.equal(await focused(), 'login-password');
+  assert.equal(await p.locator('dialog:visible').count(), 0);
+  await p.keyboard.type('correct horse battery');
+  await p.keyboard.press('Enter');
+  await p.locator('#view-machines').waitFor();
+});
+
 test('the console is in Icelandic in an Icelandic browser', async (t) => {
   const page = await logInPage(t, shared, { locale: 'is-IS' });
   assert.equal(await page.page.getAttribute('html', 'lang'), 'is');

@@ -2,6 +2,8 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, logInPage, machineAndPage } from '../support/fixture.mjs';
+import { present } from '../support/present.mjs';
+import { Relay } from '../support/relay.mjs';
 import { ScriptedAgent } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -66,12 +68,69 @@ test('the list shows new, renamed and offline machines, and offline machines can
   await page.page.fill('#machine-search', '');
   agent.drop();
   await until('it is offline', async () => /last seen just now/.test(await page.row(agent).innerText()));
-  let question = '';
-  page.page.once('dialog', (dialog) => {
-    question = dialog.message();
-    dialog.accept();
-  });
   await page.row(agent).locator('.machine-forget').click();
+  const dialog = page.page.getByRole('dialog', { name: /^Forget .*Þorlákur.*\?/ });
+  await page.shot('machine-forget');
+  await dialog.getByRole('button', { name: 'Cancel' }).click();
+  assert.ok(await page.row(agent).isVisible());
+  await page.row(agent).locator('.machine-forget').click();
+  await dialog.getByRole('button', { name: 'Forget' }).click();
   await page.row(agent).waitFor({ state: 'detached' });
-  assert.match(question, /^Forget .*Þorlákur.*\?/);
+});
+
+test('the count above the list is that of the machines that match the search', async (t) => {
+  const names = ['Count one', 'Count two', 'Another'];
+  const relay = await Relay.started();
+  t.after(() => relay.remove());
+  const page = await logInPage(t, { ...shared, relay });
+  for (const name of names) {
+    const agent = await ScriptedAgent.online(relay, { name });
+    t.after(() => agent.drop());
+  }
+  await page.logIn();
+  const shows = (/** @type {string} */ text) =>
+    until(
+      `the count is "${text}"`,
+      async () => (await page.page.locator('#machine-count').innerText()) === text,
+    );
+  await shows('3 machines, 3 online');
+  await page.page.fill('#machine-search', 'count');
+  await shows('2 of 3 machines');
+  await page.page.fill('#machine-search', 'none of them');
+  await shows('0 of 3 machines');
+  await page.page.fill('#machine-search', ' ');
+  await shows('3 machines, 3 online');
+});
+
+test('the name of a machine without details is in the middle of its row', async (t) => {
+  const agent = await ScriptedAgent.online(shared.relay, { name: 'SOLO', machine: 'SOLO' });
+  t.after(() => agent.drop());
+  const page = await logInPage(t, shared);
+  await page.logIn();
+  const middle = async (/** @type {import('playwright-core').Locator} */ element) => {
+    const { y, height } = present(await element.boundingBox());
+    return y + height / 2;
+  };
+  const [row, name] = [page.row(agent), page.row(agent).locator('.machine-name')];
+  assert.ok(Math.abs((await middle(row)) - (await middle(name))) < 2);
+});
+
+test('a long name of a machine is legible on a phone', async (t) => {
+  const name = 'Herjólfur, engine room, second computer from the left';
+  const agent = await ScriptedAgent.online(shared.relay, { name, machine: 'HERJOLFUR-ENGINE-ROOM-2' });
+  t.after(() => agent.drop());
+  const page = await logInPage(t, shared, { viewport: { width: 390, height: 800 } });
+  await page.logIn();
+  await page.row(agent).waitFor();
+  await page.shot('machines-phone');
+  for (const part of ['.machine-name', '.machine-details']) {
+    const cut = await page
+      .row(agent)
+      .locator(part)
+      .evaluate((element) => [
+        element.scrollWidth - element.clientWidth,
+        element.scrollHeight - element.clientHeight,
+      ]);
+    assert.deepEqual(cut, [0, 0], part);
+  }
 });
