@@ -67,8 +67,12 @@ export const english = {
   restartNow: 'Restart',
   restarting: (/** @type {string} */ machine) =>
     `${machine} is restarting. The session continues when the machine is back …`,
+  restartRequested: (/** @type {string} */ machine) =>
+    `${machine} was asked to restart. It is closing its programs, and may ask about programs that do not close. ` +
+    'The session continues after the restart.',
   notRestarted: (/** @type {string} */ machine) =>
-    `${machine} has not restarted. Windows may have refused the restart.`,
+    `${machine} has not restarted within 90 seconds. A program may be waiting for an answer, or Windows has ` +
+    'refused the restart.',
   closePanel: 'Close',
   viewOnly: 'View only',
   fullScreen: 'Full screen',
@@ -79,7 +83,6 @@ export const english = {
   waiting: (/** @type {string} */ machine) => `Waiting for someone at ${machine} to allow the session …`,
   starting: 'Allowed. Waiting for the first picture …',
   stopWaiting: 'Stop waiting',
-  goOn: 'Continue',
   askAgain: 'Ask again',
   backToMachines: 'Back to the machines',
   withdrawn: (/** @type {string} */ machine) => `The request to ${machine} was withdrawn.`,

@@ -77,8 +77,12 @@ export const icelandic = {
   restartNow: 'Endurræsa',
   restarting: (/** @type {string} */ machine) =>
     `Tölvan ${machine} er að endurræsa sig. Fjaraðstoðin heldur áfram þegar hún er komin aftur …`,
+  restartRequested: (/** @type {string} */ machine) =>
+    `Tölvan ${machine} var beðin um að endurræsa sig. Hún lokar nú forritum og spyr ef til vill um forrit sem ` +
+    'lokast ekki. Fjaraðstoðin heldur áfram eftir endurræsinguna.',
   notRestarted: (/** @type {string} */ machine) =>
-    `Tölvan ${machine} endurræsti sig ekki. Verið getur að kerfið hafi neitað því.`,
+    `Tölvan ${machine} hefur ekki endurræst sig á 90 sekúndum. Forrit bíður ef til vill eftir svari, eða ` +
+    'Windows hefur neitað endurræsingunni.',
   closePanel: 'Loka',
   viewOnly: 'Aðeins horfa',
   fullScreen: 'Fylla skjáinn',
@@ -90,7 +94,6 @@ export const icelandic = {
     `Beðið eftir að einhver við tölvuna ${machine} leyfi fjaraðstoðina …`,
   starting: 'Leyft. Beðið eftir fyrstu myndinni …',
   stopWaiting: 'Hætta að bíða',
-  goOn: 'Halda áfram',
   askAgain: 'Biðja aftur',
   backToMachines: 'Aftur í tölvulistann',
   withdrawn: (/** @type {string} */ machine) => `Beiðnin til tölvunnar ${machine} var afturkölluð.`,

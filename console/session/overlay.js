@@ -3,7 +3,6 @@ import { byId } from '../base/dom.js';
 
 const BUTTONS = /** @type {const} */ ({
   again: 'session-again',
-  goOn: 'session-go-on',
   giveUp: 'session-give-up',
   back: 'session-back',
 });
@@ -11,17 +10,10 @@ const BUTTONS = /** @type {const} */ ({
 /** @typedef {keyof typeof BUTTONS} Action */
 
 export class Overlay {
-  /** Whether the message stays until the representative has answered it. */
-  #needsAnswer = false;
-
   /** @param {Record<Action, () => void>} actions */
   constructor(actions) {
     for (const [name, id] of Object.entries(BUTTONS))
       byId(id).addEventListener('click', () => actions[/** @type {Action} */ (name)]());
-  }
-
-  get needsAnswer() {
-    return this.#needsAnswer;
   }
 
   /**
@@ -31,7 +23,6 @@ export class Overlay {
    * @param {{busy?: boolean}} [options] busy: shows moving dots as a sign of waiting
    */
   show(text, offered, { busy = false } = {}) {
-    this.#needsAnswer = offered.includes('goOn');
     byId('session-note').hidden = false;
     byId('session-note-text').textContent = text;
     byId('session-note-busy').hidden = !busy;
@@ -41,7 +32,6 @@ export class Overlay {
   }
 
   clear() {
-    this.#needsAnswer = false;
     byId('session-note').hidden = true;
     byId('stage').classList.remove('covered');
   }
