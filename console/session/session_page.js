@@ -8,6 +8,7 @@ import { RemoteInput } from '../input/remote_input.js';
 import { Msg } from '../link/messages.js';
 import { SessionChannel } from '../link/session_channel.js';
 import { Screen } from '../picture/screen.js';
+import { BarLayout } from './bar/bar_layout.js';
 import { Panels } from './panels.js';
 import { Strips } from './reports/strips.js';
 import { Session } from './session.js';
@@ -48,6 +49,8 @@ export function attachSession(link) {
     onEnd: () => session.leave(),
     onViewOnly: input.update,
   });
+  const bar = new BarLayout();
+  session.addEventListener('state', () => bar.enable(session.isAccepted));
   attachStatusLine({ channel, link, stream });
   const panels = new Panels(byId('panels'), byId('panel-buttons'));
   const files = attachFiles({ channel, relay: link, addPanel: (panel) => panels.add(panel) });
