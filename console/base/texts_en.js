@@ -46,6 +46,7 @@ export const english = {
 
   displays: 'Displays',
   display: (/** @type {number} */ number) => `Display ${number}`,
+  displayOf: (/** @type {number} */ number, /** @type {number} */ count) => `Display ${number} of ${count}`,
   picture: 'Picture',
   rate: 'Frames per second',
   codec: 'Encoding',
@@ -70,11 +71,21 @@ export const english = {
   restartNow: 'Restart',
   restarting: (/** @type {string} */ machine) =>
     `${machine} is restarting. The session continues when the machine is back …`,
+  restartRequested: (/** @type {string} */ machine) =>
+    `${machine} was asked to restart. It is closing its programs, and may ask about programs that do not close. ` +
+    'The session continues after the restart.',
   notRestarted: (/** @type {string} */ machine) =>
-    `${machine} has not restarted. Windows may have refused the restart.`,
+    `${machine} has not restarted within 90 seconds. A program may be waiting for an answer, or Windows has ` +
+    'refused the restart.',
   closePanel: 'Close',
   viewOnly: 'View only',
+  menu: 'Menu',
+  showBar: 'Show the toolbar',
   fullScreen: 'Full screen',
+  leaveFullScreen: 'Leave full screen',
+  leaveByF11: 'F11 leaves full screen',
+  holdEscape: 'Holding the Escape key down leaves full screen too',
+  escapeLeaves: 'The Escape key leaves full screen too',
   end: 'End',
   screen: 'The machine’s screen',
   keyInput: 'Keyboard input for the machine',
@@ -82,7 +93,6 @@ export const english = {
   waiting: (/** @type {string} */ machine) => `Waiting for someone at ${machine} to allow the session …`,
   starting: 'Allowed. Waiting for the first picture …',
   stopWaiting: 'Stop waiting',
-  goOn: 'Continue',
   askAgain: 'Ask again',
   backToMachines: 'Back to the machines',
   withdrawn: (/** @type {string} */ machine) => `The request to ${machine} was withdrawn.`,

@@ -56,6 +56,7 @@ export const icelandic = {
 
   displays: 'Skjáir',
   display: (/** @type {number} */ number) => `Skjár ${number}`,
+  displayOf: (/** @type {number} */ number, /** @type {number} */ count) => `Skjár ${number} af ${count}`,
   picture: 'Mynd',
   rate: 'Myndir á sekúndu',
   codec: 'Kóðun',
@@ -80,11 +81,21 @@ export const icelandic = {
   restartNow: 'Endurræsa',
   restarting: (/** @type {string} */ machine) =>
     `Tölvan ${machine} er að endurræsa sig. Fjaraðstoðin heldur áfram þegar hún er komin aftur …`,
+  restartRequested: (/** @type {string} */ machine) =>
+    `Tölvan ${machine} var beðin um að endurræsa sig. Hún lokar nú forritum og spyr ef til vill um forrit sem ` +
+    'lokast ekki. Fjaraðstoðin heldur áfram eftir endurræsinguna.',
   notRestarted: (/** @type {string} */ machine) =>
-    `Tölvan ${machine} endurræsti sig ekki. Verið getur að kerfið hafi neitað því.`,
+    `Tölvan ${machine} hefur ekki endurræst sig á 90 sekúndum. Forrit bíður ef til vill eftir svari, eða ` +
+    'Windows hefur neitað endurræsingunni.',
   closePanel: 'Loka',
   viewOnly: 'Aðeins horfa',
+  menu: 'Valmynd',
+  showBar: 'Sýna tækjastikuna',
   fullScreen: 'Fylla skjáinn',
+  leaveFullScreen: 'Hætta að fylla skjáinn',
+  leaveByF11: 'F11 hættir að fylla skjáinn',
+  holdEscape: 'Einnig má halda Escape-lyklinum niðri til að hætta að fylla skjáinn',
+  escapeLeaves: 'Escape-lykillinn hættir líka að fylla skjáinn',
   end: 'Ljúka',
   screen: 'Skjár tölvunnar',
   keyInput: 'Lyklar fyrir tölvuna',
@@ -93,7 +104,6 @@ export const icelandic = {
     `Beðið eftir að einhver við tölvuna ${machine} leyfi fjaraðstoðina …`,
   starting: 'Leyft. Beðið eftir fyrstu myndinni …',
   stopWaiting: 'Hætta að bíða',
-  goOn: 'Halda áfram',
   askAgain: 'Biðja aftur',
   backToMachines: 'Aftur í tölvulistann',
   withdrawn: (/** @type {string} */ machine) => `Beiðnin til tölvunnar ${machine} var afturkölluð.`,

@@ -4,7 +4,6 @@ import { FocusLoan } from '../base/focus_loan.js';
 
 const BUTTONS = /** @type {const} */ ({
   again: 'session-again',
-  goOn: 'session-go-on',
   giveUp: 'session-give-up',
   back: 'session-back',
 });
@@ -12,8 +11,6 @@ const BUTTONS = /** @type {const} */ ({
 /** @typedef {keyof typeof BUTTONS} Action */
 
 export class Overlay {
-  /** Whether the message stays until the representative has answered it. */
-  #needsAnswer = false;
   /** The actions that the message on the page offers; null while no message is shown. @type {string | null} */
   #offered = null;
   #focus = new FocusLoan(byId('session-note'), byId('key-input'));
@@ -24,10 +21,6 @@ export class Overlay {
       byId(id).addEventListener('click', () => actions[/** @type {Action} */ (name)]());
   }
 
-  get needsAnswer() {
-    return this.#needsAnswer;
-  }
-
   /**
    * Shows a message over the picture and turns the picture grey. The message takes the focus when it appears
    * and when it offers something else.
@@ -36,7 +29,6 @@ export class Overlay {
    * @param {{busy?: boolean}} [options] busy: shows moving dots as a sign of waiting
    */
   show(text, offered, { busy = false } = {}) {
-    this.#needsAnswer = offered.includes('goOn');
     byId('session-note').hidden = false;
     byId('session-note-text').textContent = text;
     byId('session-note-busy').hidden = !busy;
@@ -48,7 +40,6 @@ export class Overlay {
   }
 
   clear() {
-    this.#needsAnswer = false;
     this.#offered = null;
     this.#focus.giveBack();
     byId('session-note').hidden = true;

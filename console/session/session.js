@@ -20,15 +20,16 @@ import { showTitle } from './title.js';
 const INTERRUPTIONS = ['agent-gone', 'replaced'];
 
 /**
- * Keeps the channel open while the session is accepted. Events: 'ending' just before the channel closes,
- * 'input' when `inputAllowed` may have changed, 'restarting' (detail: {agent, on}), 'left' (detail: a remark
- * for the list of machines, '' for none).
+ * Keeps the channel open while the session is accepted. Events: 'state' after each change of `state`,
+ * 'ending' just before the channel closes, 'restarting' (detail: {agent, on}), 'left' (detail: a remark for
+ * the list of machines, '' for none).
  */
 export class Session extends EventTarget {
   #link;
   #channel;
   #restart;
   #overlay;
+  #strips;
   /** @type {number | null} the relay's number of the session */
   #number = null;
   #agent = '';
@@ -37,14 +38,15 @@ export class Session extends EventTarget {
   /**
    * @param {import('../link/link.js').Link} link
    * @param {import('../link/session_channel.js').SessionChannel} channel
+   * @param {import('./reports/strips.js').Strips} strips
    */
-  constructor(link, channel) {
+  constructor(link, channel, strips) {
     super();
     this.#link = link;
     this.#channel = channel;
+    this.#strips = strips;
     this.#overlay = new Overlay({
       again: () => this.#request(),
-      goOn: () => this.#overlay.clear(),
       giveUp: () => this.leave(),
       back: () => this.leave(),
     });
@@ -62,11 +64,16 @@ export class Session extends EventTarget {
   set #state(state) {
     byId('view-session').dataset.state = state;
     showTitle(state, this.#name);
+    emit(this, 'state');
   }
 
-  /** Whether keyboard and pointer input may be sent to the machine. */
-  get inputAllowed() {
-    return this.#channel.isOpen && !this.#restart.underWay;
+  /** Whether a session is requested or under way; an interrupted session is under way. */
+  get inUse() {
+    return !['none', 'ended'].includes(this.#state);
+  }
+
+  get isAccepted() {
+    return this.#state === 'accepted';
   }
 
   /** Requests a session with a machine. */
@@ -127,25 +134,24 @@ export class Session extends EventTarget {
   }
 
   linkLost() {
-    if (!['none', 'ended'].includes(this.#state)) this.#interrupt();
+    if (this.inUse) this.#interrupt();
   }
 
-  /** Handles the drawing of a frame: removes the message over the picture, unless it needs an answer. */
+  /** Handles the drawing of a frame: removes the message over the picture. */
   frameDrawn() {
-    if (this.inputAllowed && !this.#overlay.needsAnswer) this.#overlay.clear();
+    if (this.#channel.isOpen) this.#overlay.clear();
   }
 
   #attachRestart() {
     const restart = this.#restart;
     restart.addEventListener('begun', () => {
-      emit(this, 'input');
-      this.#showRestarting();
+      this.#strips.show('restart', texts.restartRequested(this.#name));
       emit(this, 'restarting', { agent: this.#agent, on: true });
     });
-    restart.addEventListener('over', () => emit(this, 'input'));
+    restart.addEventListener('over', () => this.#strips.hide('restart'));
     restart.addEventListener('refused', () => {
       emit(this, 'restarting', { agent: this.#agent, on: false });
-      this.#overlay.show(texts.notRestarted(this.#name), ['goOn', 'back']);
+      this.#strips.show('restart', texts.notRestarted(this.#name));
     });
   }
 
@@ -181,6 +187,7 @@ export class Session extends EventTarget {
   #interrupt() {
     this.#stop('interrupted');
     this.#number = null;
+    this.#strips.hide('restart');
     this.#showInterrupted();
   }
 
@@ -191,12 +198,8 @@ export class Session extends EventTarget {
   #showInterrupted(holder = '') {
     if (!this.#link.up) this.#showWait(texts.linkDown);
     else if (holder) this.#showWait(texts.machineTaken(this.#name, inSentence(holder)));
-    else if (this.#restart.underWay) this.#showRestarting();
+    else if (this.#restart.underWay) this.#showWait(texts.restarting(this.#name));
     else this.#showWait(texts.machineAway(this.#name));
-  }
-
-  #showRestarting() {
-    this.#showWait(texts.restarting(this.#name));
   }
 
   #showWait(/** @type {string} */ text) {

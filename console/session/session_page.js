@@ -1,13 +1,16 @@
 // The session's part of the page: creates the features and connects them with the session.
 
 import { byId } from '../base/dom.js';
+import { askBeforeLeaving } from '../base/leaving.js';
 import { attachClipboard } from '../clipboard/clipboard.js';
 import { attachFiles } from '../files/files.js';
 import { RemoteInput } from '../input/remote_input.js';
 import { Msg } from '../link/messages.js';
 import { SessionChannel } from '../link/session_channel.js';
 import { Screen } from '../picture/screen.js';
+import { BarLayout } from './bar/bar_layout.js';
 import { Panels } from './panels.js';
+import { Strips } from './reports/strips.js';
 import { Session } from './session.js';
 import { Stage } from './stage.js';
 import { attachStatusLine } from './status_line.js';
@@ -21,7 +24,8 @@ import { attachToolbar, showCodec } from './toolbar.js';
  */
 export function attachSession(link) {
   const channel = new SessionChannel(link);
-  const session = new Session(link, channel);
+  const strips = new Strips(() => input.remote.focus());
+  const session = new Session(link, channel, strips);
   const screen = new Screen(byId('screen', HTMLCanvasElement), {
     onFrame: () => session.frameDrawn(),
     onSize: () => stage.layOut(),
@@ -45,6 +49,8 @@ export function attachSession(link) {
     onEnd: () => session.leave(),
     onViewOnly: input.update,
   });
+  const bar = new BarLayout();
+  session.addEventListener('state', () => bar.enable(session.isAccepted));
   attachStatusLine({ channel, link, stream });
   const panels = new Panels(byId('panels'), byId('panel-buttons'));
   const files = attachFiles({ channel, relay: link, addPanel: (panel) => panels.add(panel) });
@@ -55,6 +61,8 @@ export function attachSession(link) {
     offerUpload: files.offer,
     machineIsIdle: files.machineIsIdle,
   });
+  // File transfers end with their session, so the question covers them too.
+  askBeforeLeaving(() => session.inUse);
   const begin = (/** @type {import('../machines/machine_list.js').Machine} */ machine) => {
     stream.reset();
     stage.reset();
@@ -64,7 +72,7 @@ export function attachSession(link) {
 }
 
 /**
- * Connects keyboard and pointer input to the session. Input is enabled while the session allows it and
+ * Connects keyboard and pointer input to the session. Input is enabled while the session is open and
  * "view only" is off.
  * @param {{channel: SessionChannel, session: Session, stage: Stage, canvas: HTMLCanvasElement,
  *   backlog: () => number}} parts
@@ -80,9 +88,8 @@ function attachInput({ channel, session, stage, canvas, backlog }) {
   });
   const viewOnly = byId('view-only', HTMLInputElement);
   const update = () => {
-    remote.enabled = session.inputAllowed && !viewOnly.checked;
+    remote.enabled = channel.isOpen && !viewOnly.checked;
   };
-  session.addEventListener('input', update);
   session.addEventListener('ending', () => {
     remote.enabled = false;
   });

@@ -2,6 +2,7 @@
 import { byId, make } from '../base/dom.js';
 import { texts } from '../base/texts.js';
 import { Msg } from '../link/messages.js';
+import { attachFullScreen } from './bar/full_screen.js';
 
 const FRAME_RATES = [5, 10, 15, 25, 30];
 const DEFAULT_FRAME_RATE = 15;
@@ -20,7 +21,7 @@ const DEFAULT_FRAME_RATE = 15;
 export function attachToolbar({ channel, stream, input, onEnd, onViewOnly }) {
   byId('session-end').addEventListener('click', onEnd);
   byId('view-only').addEventListener('change', onViewOnly);
-  byId('full-screen').addEventListener('click', toggleFullScreen);
+  attachFullScreen(() => input.focus());
   attachPictureMenu(stream);
   attachKeysMenu(input);
   byId('attention').addEventListener('click', () => {
@@ -78,21 +79,6 @@ export function showCodec(/** @type {import('../picture/picture.js').Picture} */
   h264.disabled = !hasH264;
   h264.textContent = hasH264 ? 'H.264' : `H.264 (${texts.notInThisBrowser})`;
   select.value = wanted;
-}
-
-async function toggleFullScreen() {
-  if (document.fullscreenElement) {
-    document.exitFullscreen();
-    return;
-  }
-  try {
-    await byId('view-session').requestFullscreen();
-    // Where a browser can lock the keyboard, even Escape and Alt+Tab reach the machine.
-    const { keyboard } = /** @type {{keyboard?: {lock?: () => Promise<void>}}} */ (navigator);
-    await keyboard?.lock?.();
-  } catch {
-    // The browser refused; the page stays as it is.
-  }
 }
 
 /** Closes a menu after a click elsewhere, after Escape, and after a click on one of the menu's buttons. */

@@ -4,7 +4,6 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, openSession } from '../support/fixture.mjs';
 import { desktop, plain } from '../support/pictures.mjs';
-import { present } from '../support/present.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -97,14 +96,4 @@ test('at most one panel is open beside the picture', async (t) => {
   await page.page.click('#panel-two header button');
   assert.ok(await page.page.locator('#panels').isHidden());
   await until('the picture is as wide as before', async () => (await width()) === before);
-});
-
-test('the menus fit on a narrow screen', async (t) => {
-  const { page } = await openSession(t, shared, { page: { viewport: { width: 380, height: 700 } } });
-  for (const menu of ['picture', 'keys', 'machine']) {
-    await page.page.click(`#${menu}-menu summary`);
-    const { x, width } = present(await page.page.locator(`#${menu}-menu .panel`).boundingBox());
-    assert.ok(x >= 0 && x + width <= 380, `${menu}: ${x}, ${width}`);
-    await page.page.click(`#${menu}-menu summary`);
-  }
 });

@@ -10,4 +10,6 @@ interface Window {
   ahead: number;
   /** How often the page's link has checked its ping. */
   checks: number;
+  /** Stands in for the media query of full screen. */
+  wholeScreen: EventTarget & { matches: boolean };
 }
