@@ -39,6 +39,12 @@ export const key = ({ vk, scan, extended }, down) => [
   extended ? KeyKind.extended : KeyKind.plain,
 ];
 
+/** Whether the event releases a button or a key. A character that was typed is not a key that stays down. */
+export function isRelease(/** @type {InputEvent} */ event) {
+  if (event[0] === 2) return event[2] === 0;
+  return event[0] === 4 && event[1] === 0 && event[6] !== KeyKind.unicode;
+}
+
 /**
  * Key events that type a text: down and up for each UTF-16 unit. A character outside the basic multilingual
  * plane is sent as its two surrogates.

@@ -49,6 +49,15 @@ export class RemoteInput {
     this.#sender.enabled = on;
   }
 
+  /**
+   * Holds back everything that is sent to the machine, pointer and keys alike, until the returned function is
+   * called. The events are then sent in the order in which they happened.
+   * @returns {() => void}
+   */
+  hold() {
+    return this.#sender.hold();
+  }
+
   focus() {
     this.#keyInput.focus({ preventScroll: true });
   }

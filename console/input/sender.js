@@ -1,5 +1,5 @@
 // Sends input events: merges pointer moves to one for each animation frame, and sends other events after the
-// move that preceded them. Sends nothing while disabled.
+// move that preceded them. Sends nothing while disabled, and keeps everything in order while held.
 import * as input from './events.js';
 
 /** While more bytes than this wait for the network, moves are merged over several frames. */
@@ -8,13 +8,17 @@ const BUSY_BYTES = 64 * 1024;
 /** @typedef {{x: number, y: number}} Position in 0..POINTER_MAX */
 
 export class InputSender {
-  enabled = false;
+  #enabled = false;
   #sendPayload;
   #backlog;
   #nextFrame;
   /** @type {Position | null} the newest move that is not sent yet */
   #waiting = null;
   #scheduled = false;
+  /** @type {Set<object>} the holds that have not ended */
+  #holds = new Set();
+  /** @type {input.InputEvent[][]} what is sent after the last hold has ended */
+  #kept = [];
 
   /**
    * @param {{send: (payload: Uint8Array) => void, backlog: () => number,
@@ -24,6 +28,36 @@ export class InputSender {
     this.#sendPayload = send;
     this.#backlog = backlog;
     this.#nextFrame = nextFrame;
+  }
+
+  get enabled() {
+    return this.#enabled;
+  }
+
+  /** Disabling ends all holds: it sends the releases among the events that are kept, and drops the others. */
+  set enabled(/** @type {boolean} */ on) {
+    if (!on) {
+      this.#holds.clear();
+      const releases = this.#kept.flat().filter(input.isRelease);
+      this.#kept = [];
+      this.#waiting = null;
+      if (releases.length) this.#write(releases);
+    }
+    this.#enabled = on;
+  }
+
+  /**
+   * Keeps all events, in their order, until the returned function is called. If several holds overlap, the
+   * end of the last one sends the events.
+   * @returns {() => void} ends the hold; further calls do nothing
+   */
+  hold() {
+    const hold = {};
+    this.#holds.add(hold);
+    return () => {
+      if (!this.#holds.delete(hold) || this.#holds.size) return;
+      for (const events of this.#kept.splice(0)) this.#write(events);
+    };
   }
 
   move(/** @type {Position} */ position) {
@@ -42,7 +76,13 @@ export class InputSender {
     const before = this.#waiting ? [input.move(this.#waiting.x, this.#waiting.y)] : [];
     this.#waiting = null;
     if (!this.enabled) return;
-    for (const payload of input.batches([...before, ...events])) this.#sendPayload(payload);
+    const all = [...before, ...events];
+    if (this.#holds.size) this.#kept.push(all);
+    else this.#write(all);
+  }
+
+  #write(/** @type {input.InputEvent[]} */ events) {
+    for (const payload of input.batches(events)) this.#sendPayload(payload);
   }
 
   #schedule() {

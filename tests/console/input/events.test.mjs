@@ -49,3 +49,38 @@ test('pointer moves are merged into one move per animation frame, and a button e
   sender.sendAt({ x: 4, y: 4 }, [input.button(1, true)]);
   assert.deepEqual(sent, [[2, 1, 4, 0, 4, 0, 2, 1, 1]]);
 });
+
+test('held-back events are sent in their order after the last hold, and disabling sends only their releases', () => {
+  /** @type {number[][]} */
+  const sent = [];
+  /** @type {(() => void)[]} */
+  const frames = [];
+  const sender = new InputSender({
+    send: (payload) => sent.push([...payload]),
+    backlog: () => 0,
+    nextFrame: (draw) => frames.push(draw),
+  });
+  sender.enabled = true;
+  const key = { vk: 0x56, scan: 0x2f };
+  const [paste, second] = [sender.hold(), sender.hold()];
+  sender.send([input.key(key, true), input.key(key, false)]);
+  sender.move({ x: 1, y: 1 });
+  for (const draw of frames.splice(0)) draw();
+  sender.sendAt({ x: 2, y: 2 }, [input.button(1, true)]);
+  paste();
+  paste();
+  assert.deepEqual(sent, [], 'the second hold has not ended');
+  second();
+  assert.deepEqual(sent.splice(0), [
+    [2, ...input.key(key, true), ...input.key(key, false)],
+    [1, ...input.move(1, 1)],
+    [2, ...input.move(2, 2), ...input.button(1, true)],
+  ]);
+  const end = sender.hold();
+  sender.send([...input.unicode('x'), input.key(key, true), input.key(key, false)]);
+  sender.sendAt({ x: 2, y: 2 }, [input.button(1, false)]);
+  sender.enabled = false;
+  assert.deepEqual(sent.splice(0), [[2, ...input.key(key, false), ...input.button(1, false)]]);
+  end();
+  assert.deepEqual(sent, []);
+});
