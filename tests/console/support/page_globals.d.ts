@@ -10,4 +10,8 @@ interface Window {
   ahead: number;
   /** How often the page's link has checked its ping. */
   checks: number;
+  /** Whether the page's clipboard refuses to be written, as without focus. */
+  away: boolean;
+  /** How often the page's clipboard was read. */
+  reads: number;
 }
