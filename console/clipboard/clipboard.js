@@ -7,6 +7,7 @@ import { Formats } from '../base/formats.js';
 import { Msg } from '../link/messages.js';
 import { ClipboardNotice } from './clipboard_notice.js';
 import { ClipboardSync } from './clipboard_sync.js';
+import { MachineCopies } from './machine_copies.js';
 import { PasteKeys } from './paste_keys.js';
 
 const PNG = 'image/png';
@@ -49,15 +50,21 @@ export function attachClipboard({ channel, input, dropTarget, offerUpload, machi
     return channel.isOpen && !viewOnly.checked;
   };
 
-  receiveClipboards(channel, { sync, notices, isAutomatic });
+  const active = () => isAutomatic() && input.enabled;
+  const copies = new MachineCopies(input.keyInput, { active, machineIsIdle });
+  receiveClipboards(channel, { sync, copies, notices, isAutomatic });
   new PasteKeys(input.keyInput, {
-    active: () => isAutomatic() && input.enabled,
+    active,
     hold: () => input.hold(),
     replay: (event) => input.replay(event),
     take: (data) => {
       const { session } = channel;
       const send = pasted(sync, data);
-      return async () => session === channel.session && (await send()) && (await machineIsIdle());
+      const mayBeOlder = sync.isUnchanged(data.getData('text/plain'));
+      return async () => {
+        if (mayBeOlder && (await copies.areNewer())) return false;
+        return session === channel.session && (await send()) && (await machineIsIdle());
+      };
     },
   });
   addEventListener('focus', () => isAutomatic() && sync.focused(input.enabled));
@@ -68,15 +75,19 @@ export function attachClipboard({ channel, input, dropTarget, offerUpload, machi
 
 /**
  * @param {import('../link/session_channel.js').SessionChannel} channel
- * @param {{sync: ClipboardSync, notices: ClipboardNotice, isAutomatic: () => boolean}} parts
+ * @param {{sync: ClipboardSync, copies: MachineCopies, notices: ClipboardNotice, isAutomatic: () => boolean}}
+ *   parts
  */
-function receiveClipboards(channel, { sync, notices, isAutomatic }) {
+function receiveClipboards(channel, { sync, copies, notices, isAutomatic }) {
+  channel.addEventListener('closed', () => copies.forget());
   channel.handle(Msg.ClipboardData, (payload) => {
+    copies.machineChanged();
     if (isAutomatic()) sync.receive(payload);
     else sync.machineChanged();
   });
   onDetail(channel, 'too-large', (/** @type {import('../link/session_channel.js').TooLarge} */ { type }) => {
     if (type !== Msg.ClipboardData) return;
+    copies.machineChanged();
     sync.machineChanged();
     if (isAutomatic()) notices.show({ kind: 'machineTooLarge' });
   });

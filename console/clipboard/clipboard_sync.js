@@ -150,6 +150,11 @@ export class ClipboardSync {
     else if (await this.#sendContent(content)) this.#notify({ kind: 'sent' });
   }
 
+  /** Whether this clipboard's content, of which the text is given, was there before as far as is known. */
+  isUnchanged(/** @type {string} */ text) {
+    return this.#here === '' || this.#here === withLf(text);
+  }
+
   /** @returns {boolean} whether the text was sent; an empty text and an unchanged large text are not sent */
   sendText(/** @type {string} */ text) {
     const id = withLf(text);

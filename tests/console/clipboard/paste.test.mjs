@@ -149,3 +149,29 @@ test('a text that the machine’s clipboard no longer contains is sent again at 
   });
   await sent('the machine’s clipboard changed while sharing was off');
 });
+
+test('Ctrl+V pastes what Ctrl+C has copied on the machine, unless something else was copied since', async (t) => {
+  const { agent, p, machine } = await pasteSession(t);
+  const copyKeys = async () => {
+    await p.keyboard.press('Control+c');
+    await agent.events(4);
+  };
+  await copyKeys();
+  machine.answering = false;
+  await pasteText(p, 'eldri');
+  await asked(agent);
+  fromMachine(agent, packFiles([{ name: 'skrá', bytes: new Uint8Array(1) }]));
+  answerOnce(machine);
+  machine.answering = true;
+  assert.deepEqual(await agent.events(2), V_KEY);
+  await pasteText(p, 'eldri');
+  assert.deepEqual(await agent.events(2), V_KEY);
+  assert.ok(!agent.has(AgentMsg.ClipboardData), 'the files on the machine’s clipboard were kept');
+  await p.evaluate(() => dispatchEvent(new Event('blur')));
+  await pasteText(p, 'eldri');
+  assert.equal((await clip(agent)).text, 'eldri', 'the page was left, so this clipboard may be newer');
+  await agent.events(2);
+  await copyKeys();
+  await pasteText(p, 'eldri');
+  assert.equal((await clip(agent)).text, 'eldri', 'Ctrl+C has copied nothing');
+});
