@@ -193,6 +193,8 @@ export const english = {
     unreadable:
       'This browser does not allow reading the clipboard. Click on the picture and press Ctrl+V instead.',
     nothing: 'This computer’s clipboard contains no text and no picture.',
+    viewOnly: 'Nothing was sent, because “View only” is on.',
+    machineTooLarge: 'What was copied on the machine is too large to be transferred.',
   },
   copy: 'Copy',
   save: 'Save',

@@ -202,6 +202,8 @@ export const icelandic = {
     tooLarge: 'Þetta er of mikið fyrir klippiborðið, sem tekur 8 MiB.',
     unreadable: 'Vafrinn leyfir ekki lestur klippiborðsins. Smelltu á myndina og ýttu á Ctrl+V í staðinn.',
     nothing: 'Hvorki texti né mynd er á þessu klippiborði.',
+    viewOnly: 'Ekkert var sent, því að kveikt er á „Aðeins horfa“.',
+    machineTooLarge: 'Það sem var afritað á tölvunni er of stórt til að flytja það hingað.',
   },
   copy: 'Afrita',
   save: 'Vista',

@@ -1,5 +1,6 @@
 // Clipboard sharing in a session: decides when this computer's clipboard is read and sent, and shows what is
 // received.
+import { onDetail } from '../base/custom_events.js';
 import { byId } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
 import { Formats } from '../base/formats.js';
@@ -7,6 +8,7 @@ import { locale } from '../base/locale.js';
 import { Msg } from '../link/messages.js';
 import { ClipboardNotice } from './clipboard_notice.js';
 import { ClipboardSync } from './clipboard_sync.js';
+import { MachineCopies } from './machine_copies.js';
 import { PasteKeys } from './paste_keys.js';
 
 const PNG = 'image/png';
@@ -24,36 +26,72 @@ const COPIED_PICTURE = 'image.png';
  *   were sent before the call
  */
 export function attachClipboard({ channel, input, dropTarget, offerUpload, machineIsIdle }) {
+  const viewOnly = byId('view-only', HTMLInputElement);
   const notices = new ClipboardNotice(byId('clip-notices'), {
-    copy: () => sync.copyWaiting(),
+    copy: (offer) => sync.copy(offer),
+    refuse: (notice) => sync.refuse(notice),
     upload: offerUpload,
     formats: new Formats(locale),
   });
   const sync = new ClipboardSync({
-    send: (payload) => channel.send(Msg.ClipboardData, payload),
+    send: (payload) => {
+      const may = channel.isOpen && !viewOnly.checked;
+      if (may) channel.send(Msg.ClipboardData, payload);
+      return may;
+    },
     notify: (notice) => notices.show(notice),
     clipboard: navigator.clipboard,
     crlf: navigator.platform.startsWith('Win'),
   });
   const automatic = byId('clip-automatic', HTMLInputElement);
   const isAutomatic = () => channel.isOpen && automatic.checked;
+  /** Asks whether the representative may send something, and shows a notice if not. */
+  const maySend = () => {
+    if (viewOnly.checked) notices.show({ kind: 'viewOnly' });
+    return channel.isOpen && !viewOnly.checked;
+  };
 
-  channel.handle(Msg.ClipboardData, (payload) => {
-    if (isAutomatic()) sync.receive(payload);
-  });
+  const active = () => isAutomatic() && input.enabled;
+  const copies = new MachineCopies(input.keyInput, { active, machineIsIdle });
+  receiveClipboards(channel, { sync, copies, notices, isAutomatic });
   new PasteKeys(input.keyInput, {
-    active: () => isAutomatic() && input.enabled,
-    paste: async (data) => (await paste(sync, data)) && (await machineIsIdle()),
+    active,
+    hold: () => input.hold(),
     replay: (event) => input.replay(event),
+    take: (data) => {
+      const { session } = channel;
+      const send = pasted(sync, data);
+      const mayBeOlder = sync.isUnchanged(data.getData('text/plain'));
+      return async () => {
+        if (mayBeOlder && (await copies.areNewer())) return false;
+        return session === channel.session && (await send()) && (await machineIsIdle());
+      };
+    },
   });
-  addEventListener('focus', async () => {
-    if (!isAutomatic()) return;
-    if (sync.isWaiting) await sync.copyWaiting();
-    else if (input.enabled) await sync.sendLocal(false);
-  });
-  byId('clip-send').addEventListener('click', () => channel.isOpen && sync.sendLocal(true));
-  attachDrop(dropTarget, channel, sync);
+  addEventListener('focus', () => isAutomatic() && sync.focused(input.enabled));
+  byId('clip-send').addEventListener('click', () => maySend() && sync.sendNow());
+  attachDrop(dropTarget, { channel, sync, maySend });
   followSessions(channel, sync, notices);
+}
+
+/**
+ * @param {import('../link/session_channel.js').SessionChannel} channel
+ * @param {{sync: ClipboardSync, copies: MachineCopies, notices: ClipboardNotice, isAutomatic: () => boolean}}
+ *   parts
+ */
+function receiveClipboards(channel, { sync, copies, notices, isAutomatic }) {
+  channel.addEventListener('closed', () => copies.forget());
+  channel.handle(Msg.ClipboardData, (payload) => {
+    copies.machineChanged();
+    if (isAutomatic()) sync.receive(payload);
+    else sync.machineChanged();
+  });
+  onDetail(channel, 'too-large', (/** @type {import('../link/session_channel.js').TooLarge} */ { type }) => {
+    if (type !== Msg.ClipboardData) return;
+    copies.machineChanged();
+    sync.machineChanged();
+    if (isAutomatic()) notices.show({ kind: 'machineTooLarge' });
+  });
 }
 
 /**
@@ -67,28 +105,36 @@ function followSessions(channel, sync, notices) {
     if (agent !== channel.agent) sync.reset();
     agent = channel.agent;
   });
-  channel.addEventListener('closed', () => notices.clear());
+  channel.addEventListener('closed', () => {
+    sync.sessionOver();
+    notices.clear();
+  });
 }
 
-/** @returns {Promise<boolean>} whether something new was sent to the machine */
-async function paste(/** @type {ClipboardSync} */ sync, /** @type {DataTransfer} */ data) {
+/**
+ * Reads the content of a paste. Must be called while the event is being handled.
+ * @param {ClipboardSync} sync
+ * @param {DataTransfer} data
+ * @returns {() => Promise<boolean>} sends the content; resolves with whether anything was sent
+ */
+function pasted(sync, data) {
   const text = data.getData('text/plain');
   const files = [...data.files];
   const isPicture = files.length === 1 && files[0].type === PNG && files[0].name === COPIED_PICTURE;
   if (files.length && !isPicture) {
-    await sync.sendFiles(await droppedFiles(data));
-    return true;
+    const dropped = droppedFiles(data);
+    return async () => sync.sendFiles(await dropped);
   }
-  if (text) return sync.sendText(text);
-  return isPicture ? sync.sendPicture(new Uint8Array(await files[0].arrayBuffer())) : false;
+  if (text) return async () => sync.sendText(text);
+  return async () => isPicture && sync.sendPicture(new Uint8Array(await files[0].arrayBuffer()));
 }
 
 /**
  * @param {HTMLElement} target
- * @param {import('../link/session_channel.js').SessionChannel} channel
- * @param {ClipboardSync} sync
+ * @param {{channel: import('../link/session_channel.js').SessionChannel, sync: ClipboardSync,
+ *   maySend: () => boolean}} parts
  */
-function attachDrop(target, channel, sync) {
+function attachDrop(target, { channel, sync, maySend }) {
   // By default the browser opens a file that is dropped elsewhere in place of the page.
   for (const name of ['dragover', 'drop']) addEventListener(name, (event) => event.preventDefault());
   target.addEventListener('dragover', (event) => {
@@ -101,7 +147,9 @@ function attachDrop(target, channel, sync) {
     target.classList.remove('is-target');
     if (!event.dataTransfer || !carriesFiles(event.dataTransfer)) return;
     event.preventDefault();
+    if (!maySend()) return;
+    const { session } = channel;
     const files = await droppedFiles(event.dataTransfer);
-    if (channel.isOpen) await sync.sendFiles(files);
+    if (session === channel.session) await sync.sendFiles(files);
   });
 }

@@ -6,30 +6,42 @@ import { texts } from '../base/texts.js';
 
 const BRIEF_MS = 4000;
 /** Outgoing notices: those about sending this computer's clipboard to the machine. */
-const OUTGOING = new Set(['sent', 'filesSent', 'filesTooLarge', 'tooLarge', 'unreadable', 'nothing']);
+const OUTGOING = new Set([
+  'sent',
+  'filesSent',
+  'filesTooLarge',
+  'tooLarge',
+  'unreadable',
+  'nothing',
+  'viewOnly',
+]);
 /** Notices that disappear by themselves. */
-const BRIEF = new Set(['copied', 'sent', 'filesSent', 'nothing']);
+const BRIEF = new Set(['copied', 'sent', 'filesSent', 'nothing', 'viewOnly']);
 
 /** @typedef {import('./clipboard_sync.js').Notice} Notice */
+/** @typedef {import('./clipboard_sync.js').Offer} Offer */
 /** @typedef {import('./payload.js').ClipFile} ClipFile */
 
 export class ClipboardNotice {
   #place;
   #copy;
+  #refuse;
   #upload;
   #formats;
 
   /**
    * @param {HTMLElement} place
    * @param {object} parts
-   * @param {() => void} parts.copy writes the machine's text or picture to this clipboard; called within a
-   *   click
+   * @param {(offer: Offer) => void} parts.copy writes the machine's text or picture to this clipboard; called
+   *   within a click
+   * @param {(notice: Notice) => void} parts.refuse called when the representative closes a notice
    * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.upload
    * @param {import('../base/formats.js').Formats} parts.formats
    */
-  constructor(place, { copy, upload, formats }) {
+  constructor(place, { copy, refuse, upload, formats }) {
     this.#place = place;
     this.#copy = copy;
+    this.#refuse = refuse;
     this.#upload = upload;
     this.#formats = formats;
   }
@@ -45,7 +57,10 @@ export class ClipboardNotice {
       className: 'quiet clip-notice-close',
       textContent: '×',
       ariaLabel: texts.closePanel,
-      onclick: () => remove(card),
+      onclick: () => {
+        this.#refuse(notice);
+        remove(card);
+      },
     });
     const properties = { className: 'clip-notice', dataset: { kind: notice.kind } };
     const card = make('div', properties, ...this.#parts(notice), close);
@@ -66,9 +81,9 @@ export class ClipboardNotice {
   #parts(/** @type {Notice} */ notice) {
     switch (notice.kind) {
       case 'text':
-        return [textSpan(texts.clipText), this.#copyButton()];
+        return [textSpan(texts.clipText), this.#copyButton(notice)];
       case 'image':
-        return this.#imageParts(notice.png);
+        return this.#imageParts(notice);
       case 'files':
         return [this.#fileList(notice.files)];
       case 'filesSent':
@@ -80,14 +95,15 @@ export class ClipboardNotice {
     }
   }
 
-  #imageParts(/** @type {Blob} */ png) {
+  #imageParts(/** @type {Offer & {kind: 'image'}} */ offer) {
+    const { png } = offer;
     const save = button(texts.save, () => saveFile(png, `${texts.clipImageName}.png`));
     const image = make('img', { src: URL.createObjectURL(png), alt: '' });
-    return [image, textSpan(texts.clipImage), this.#copyButton(), save];
+    return [image, textSpan(texts.clipImage), this.#copyButton(offer), save];
   }
 
-  #copyButton() {
-    return button(texts.copy, () => this.#copy(), 'primary');
+  #copyButton(/** @type {Offer} */ offer) {
+    return button(texts.copy, () => this.#copy(offer), 'primary');
   }
 
   #uploadButton(/** @type {import('../base/dropped.js').DroppedFile[]} */ files) {

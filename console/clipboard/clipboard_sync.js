@@ -5,15 +5,29 @@ import { MAX_SENT_PAYLOAD } from '../link/envelope.js';
 import { filesPayloadSize, packFiles, packImage, packText, parseClip } from './payload.js';
 
 const PNG = 'image/png';
+/**
+ * A text whose payload has at most this many bytes is sent at each Ctrl+V, because the machine's clipboard
+ * may have changed without a message. A larger content is sent only if it is new, because sending takes time.
+ */
+const ALWAYS_SENT_BYTES = 64 * 1024;
 
 /** @typedef {import('../base/dropped.js').DroppedFile} DroppedFile */
 /** @typedef {import('./payload.js').ClipFile} ClipFile */
 /** @typedef {Uint8Array<ArrayBuffer>} Bytes */
 /**
+ * A text or picture of the machine that this page can write to this clipboard.
+ * @typedef {{kind: 'text', text: string} | {kind: 'image', png: Blob}} Offer
+ */
+/**
  * A result that the page shows.
- * @typedef {{kind: 'copied' | 'sent' | 'tooLarge' | 'unreadable' | 'nothing'}
- *   | {kind: 'text', text: string} | {kind: 'image', png: Blob} | {kind: 'files', files: ClipFile[]}
+ * @typedef {{kind: 'copied' | 'sent' | 'tooLarge' | 'unreadable' | 'nothing' | 'viewOnly' | 'machineTooLarge'}
+ *   | Offer | {kind: 'files', files: ClipFile[]}
  *   | {kind: 'filesSent', count: number} | {kind: 'filesTooLarge', files: DroppedFile[]}} Notice
+ */
+/**
+ * Content read from this clipboard. id: the text with LF line ends, or the digest of the picture; '' if there
+ * is neither.
+ * @typedef {{id: string, text: string | null, png: Bytes | null}} Content
  */
 
 export class ClipboardSync {
@@ -21,15 +35,19 @@ export class ClipboardSync {
   #notify;
   #clipboard;
   #crlf;
-  /** The content of both clipboards: a text with LF line ends, or the digest of a picture; '' if unknown. */
-  #shared = '';
-  /** @type {{text: string} | {png: Blob} | null} content of the machine that is not yet on this clipboard */
+  /** The id of the machine's content, as far as it is known; '' otherwise. */
+  #there = '';
+  /** The id of this clipboard's content when it was last read or written; '' if unknown. */
+  #here = '';
+  /** @type {Offer | null} the machine's newest content, while it is not yet on this clipboard */
   #waiting = null;
+  /** Counts the received messages and the sessions, to detect that either has changed meanwhile. */
   #received = 0;
+  #session = 0;
 
   /**
    * @param {object} parts
-   * @param {(payload: Uint8Array) => void} parts.send
+   * @param {(payload: Uint8Array) => boolean} parts.send returns false when nothing may be sent
    * @param {(notice: Notice) => void} parts.notify
    * @param {Clipboard} parts.clipboard
    * @param {boolean} parts.crlf whether this computer ends lines as Windows does
@@ -41,140 +59,179 @@ export class ClipboardSync {
     this.#crlf = crlf;
   }
 
-  /** Whether content from the machine waits to be written to this clipboard. */
-  get isWaiting() {
-    return this.#waiting !== null;
-  }
-
   /** Handles a clipboard message of the machine. */
   async receive(/** @type {Bytes} */ payload) {
+    this.machineChanged();
     const clip = parseClip(payload);
-    const turn = ++this.#received;
     if (!clip) return;
     if (clip.kind === 'files') {
       if (clip.files.length) this.#notify(clip);
       return;
     }
+    /** @type {Offer} */
+    let offer;
     if (clip.kind === 'text') {
-      this.#waiting = { text: this.#crlf ? clip.text : clip.text.replaceAll('\r\n', '\n') };
+      offer = { kind: 'text', text: this.#crlf ? clip.text : clip.text.replaceAll('\r\n', '\n') };
     } else {
-      const png = new Blob([clip.png], { type: PNG });
+      offer = { kind: 'image', png: new Blob([clip.png], { type: PNG }) };
+      const turn = this.#received;
       // A picture that the browser cannot decode is dropped, because its clipboard would never accept it.
-      if (!(await isReadable(png)) || turn !== this.#received) return;
-      this.#waiting = { png };
+      if (!(await isReadable(offer.png)) || turn !== this.#received) return;
     }
-    await this.copyWaiting();
+    this.#waiting = offer;
+    await this.copy(offer);
   }
 
-  /** Writes the waiting content to this clipboard. If the browser refuses, a notice offers the content. */
-  async copyWaiting() {
-    const waiting = this.#waiting;
-    if (!waiting) return;
-    try {
-      if ('text' in waiting) {
-        await this.#clipboard.writeText(waiting.text);
-        this.#shared = withLf(waiting.text);
-      } else {
-        await this.#clipboard.write([new ClipboardItem({ [PNG]: waiting.png })]);
-        await this.#rememberPicture();
-      }
-    } catch {
-      this.#notify(
-        'text' in waiting ? { kind: 'text', text: waiting.text } : { kind: 'image', png: waiting.png },
-      );
-      return;
-    }
-    if (this.#waiting === waiting) this.#waiting = null;
-    this.#notify({ kind: 'copied' });
-  }
-
-  /**
-   * Remembers the digest of the picture on this clipboard. It is computed from the picture that is read back,
-   * because browsers encode a picture again when they write it.
-   */
-  async #rememberPicture() {
-    try {
-      if (!(await mayRead())) return;
-      const png = await pictureIn(await this.#clipboard.read());
-      if (png) this.#shared = await digest(png);
-    } catch {
-      // Without a digest the picture may be sent back once, which is harmless.
-    }
-  }
-
-  /**
-   * Sends the content of this computer's clipboard if it is new.
-   * @param {boolean} asked true after a click: the content is sent even if it is not new, and a failure is
-   *   shown
-   */
-  async sendLocal(asked) {
-    if (!asked && (this.#waiting || !(await mayRead()))) return;
-    try {
-      const items = await this.#clipboard.read();
-      const text = await textIn(items);
-      const png = text === null ? await pictureIn(items) : null;
-      if (asked) this.#shared = '';
-      if (text !== null) this.sendText(text);
-      else if (png) await this.sendPicture(png);
-      else if (asked) this.#notify({ kind: 'nothing' });
-      if (asked && this.#shared) this.#notify({ kind: 'sent' });
-    } catch {
-      if (asked) this.#notify({ kind: 'unreadable' });
-    }
-  }
-
-  /** @returns {boolean} whether the text was sent; an empty or unchanged text is not sent */
-  sendText(/** @type {string} */ text) {
-    const shared = withLf(text);
-    if (!shared || shared === this.#shared) return false;
-    const payload = packText(shared.replaceAll('\n', '\r\n'));
-    if (!this.#sendPayload(payload)) return false;
-    this.#shared = shared;
-    return true;
-  }
-
-  /**
-   * @param {Bytes} png @returns {Promise<boolean>} false when the picture is unchanged or too large to send
-   */
-  async sendPicture(png) {
-    const shared = await digest(png);
-    if (shared === this.#shared || !this.#sendPayload(packImage(png))) return false;
-    this.#shared = shared;
-    return true;
-  }
-
-  /** Sends files with their content if they fit into one message; else a notice offers an upload. */
-  async sendFiles(/** @type {DroppedFile[]} */ dropped) {
-    if (!dropped.length) return;
-    const named = dropped.map(({ file }) => ({ name: windowsName(file.name), size: file.size }));
-    if (dropped.some(({ path }) => path) || filesPayloadSize(named) > MAX_SENT_PAYLOAD) {
-      this.#notify({ kind: 'filesTooLarge', files: dropped });
-      return;
-    }
-    try {
-      const contents = await Promise.all(dropped.map(({ file }) => file.arrayBuffer()));
-      const files = contents.map((bytes, i) => ({ name: named[i].name, bytes: new Uint8Array(bytes) }));
-      if (!this.#sendPayload(packFiles(files))) return;
-      this.#shared = '';
-      this.#notify({ kind: 'filesSent', count: files.length });
-    } catch {
-      this.#notify({ kind: 'unreadable' });
-    }
-  }
-
-  /** Discards remembered and waiting clipboard content. To be called before a session with another machine. */
-  reset() {
-    this.#shared = '';
+  /** Handles a change of the machine's clipboard whose content is not known. */
+  machineChanged() {
+    this.#received += 1;
+    this.#there = '';
     this.#waiting = null;
   }
 
-  #sendPayload(/** @type {Uint8Array} */ payload) {
+  /** Writes an offer to this clipboard. If the browser refuses, a notice shows the offer. */
+  async copy(/** @type {Offer} */ offer) {
+    const turn = this.#received;
+    let id = '';
+    try {
+      if (offer.kind === 'text') {
+        await this.#clipboard.writeText(offer.text);
+        id = withLf(offer.text);
+      } else {
+        await this.#clipboard.write([new ClipboardItem({ [PNG]: offer.png })]);
+        // Browsers encode a picture again when they write it, so it is read back. A picture without an id
+        // may be sent back once, which is harmless.
+        if (await mayRead()) ({ id } = await this.#read().catch(() => ({ id: '' })));
+      }
+    } catch {
+      if (turn === this.#received) this.#notify(offer);
+      return;
+    }
+    this.#here = id;
+    if (this.#waiting === offer) {
+      this.#waiting = null;
+      this.#there = id;
+    }
+    if (turn === this.#received) this.#notify({ kind: 'copied' });
+  }
+
+  /** Handles that the representative has refused an offer. */
+  refuse(/** @type {Notice} */ offer) {
+    if (this.#waiting === offer) this.#waiting = null;
+  }
+
+  /**
+   * Handles the return of the focus to the page: brings what was copied on one side to the other, if the
+   * browser allows to look.
+   * @param {boolean} maySend
+   */
+  async focused(maySend) {
+    if (!(await mayRead())) return;
+    const waiting = this.#waiting;
+    const content = await this.#read().catch(() => null);
+    if (!content || waiting !== this.#waiting) return;
+    const changed = !content.id || content.id !== this.#here;
+    if (waiting) {
+      // Content that was copied here in the meantime may be newer than the machine's.
+      if (!changed) await this.copy(waiting);
+      return;
+    }
+    if (maySend && changed && content.id !== this.#there) await this.#sendContent(content);
+  }
+
+  /** Sends this clipboard after a click, even if its content is not new. A failure is shown. */
+  async sendNow() {
+    const session = this.#session;
+    const content = await this.#read().catch(() => null);
+    if (session !== this.#session) return;
+    this.#there = '';
+    if (!content) this.#notify({ kind: 'unreadable' });
+    else if (!content.id) this.#notify({ kind: 'nothing' });
+    else if (await this.#sendContent(content)) this.#notify({ kind: 'sent' });
+  }
+
+  /** Whether this clipboard's content, of which the text is given, was there before as far as is known. */
+  isUnchanged(/** @type {string} */ text) {
+    return this.#here === '' || this.#here === withLf(text);
+  }
+
+  /** @returns {boolean} whether the text was sent; an empty text and an unchanged large text are not sent */
+  sendText(/** @type {string} */ text) {
+    const id = withLf(text);
+    this.#here = id;
+    if (!id) return false;
+    const payload = packText(id.replaceAll('\n', '\r\n'));
+    if (payload.length > ALWAYS_SENT_BYTES && id === this.#there) return false;
+    return this.#sendPayload(payload, id);
+  }
+
+  /**
+   * @param {Bytes} png @returns {Promise<boolean>} false when the picture is unchanged or cannot be sent
+   */
+  async sendPicture(png) {
+    const session = this.#session;
+    const id = await digest(png);
+    this.#here = id;
+    return session === this.#session && id !== this.#there && this.#sendPayload(packImage(png), id);
+  }
+
+  /**
+   * Sends files with their content if they fit into one message; else a notice offers an upload.
+   * @returns {Promise<boolean>} whether the files were sent
+   */
+  async sendFiles(/** @type {DroppedFile[]} */ dropped) {
+    if (!dropped.length) return false;
+    const named = dropped.map(({ file }) => ({ name: windowsName(file.name), size: file.size }));
+    if (dropped.some(({ path }) => path) || filesPayloadSize(named) > MAX_SENT_PAYLOAD) {
+      this.#notify({ kind: 'filesTooLarge', files: dropped });
+      return false;
+    }
+    const session = this.#session;
+    try {
+      const contents = await Promise.all(dropped.map(({ file }) => file.arrayBuffer()));
+      const files = contents.map((bytes, i) => ({ name: named[i].name, bytes: new Uint8Array(bytes) }));
+      if (session !== this.#session || !this.#sendPayload(packFiles(files), '')) return false;
+      this.#notify({ kind: 'filesSent', count: files.length });
+      return true;
+    } catch {
+      this.#notify({ kind: 'unreadable' });
+      return false;
+    }
+  }
+
+  /** Forgets what concerns a session. To be called at its end. */
+  sessionOver() {
+    this.#session += 1;
+    this.machineChanged();
+  }
+
+  /** Forgets this clipboard too, so that it is sent to another machine although it has not changed. */
+  reset() {
+    this.#here = '';
+  }
+
+  /** @returns {Promise<Content>} rejected when the browser refuses */
+  async #read() {
+    const items = await this.#clipboard.read();
+    const text = await textIn(items);
+    const png = text === null ? await pictureIn(items) : null;
+    return { id: text !== null ? withLf(text) : png ? await digest(png) : '', text, png };
+  }
+
+  async #sendContent(/** @type {Content} */ { text, png }) {
+    if (text !== null) return this.sendText(text);
+    return png !== null && this.sendPicture(png);
+  }
+
+  /** @param {Uint8Array} payload @param {string} id */
+  #sendPayload(payload, id) {
     if (payload.length > MAX_SENT_PAYLOAD) {
       this.#notify({ kind: 'tooLarge' });
       return false;
     }
+    if (!this.#send(payload)) return false;
     this.#waiting = null;
-    this.#send(payload);
+    this.#there = id;
     return true;
   }
 }

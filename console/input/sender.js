@@ -6,6 +6,7 @@ import * as input from './events.js';
 const BUSY_BYTES = 64 * 1024;
 
 /** @typedef {{x: number, y: number}} Position in 0..POINTER_MAX */
+/** @typedef {{over: boolean}} Hold */
 
 export class InputSender {
   #enabled = false;
@@ -15,9 +16,7 @@ export class InputSender {
   /** @type {Position | null} the newest move that is not sent yet */
   #waiting = null;
   #scheduled = false;
-  /** @type {Set<object>} the holds that have not ended */
-  #holds = new Set();
-  /** @type {input.InputEvent[][]} what is sent after the last hold has ended */
+  /** @type {(Hold | input.InputEvent[])[]} the first hold that has not ended, and all that came after it */
   #kept = [];
 
   /**
@@ -37,8 +36,7 @@ export class InputSender {
   /** Disabling ends all holds: it sends the releases among the events that are kept, and drops the others. */
   set enabled(/** @type {boolean} */ on) {
     if (!on) {
-      this.#holds.clear();
-      const releases = this.#kept.flat().filter(input.isRelease);
+      const releases = this.#kept.flatMap((one) => (isHold(one) ? [] : one.filter(input.isRelease)));
       this.#kept = [];
       this.#waiting = null;
       if (releases.length) this.#write(releases);
@@ -47,16 +45,16 @@ export class InputSender {
   }
 
   /**
-   * Keeps all events, in their order, until the returned function is called. If several holds overlap, the
-   * end of the last one sends the events.
+   * Keeps all later events, in their order, until the returned function is called. If several holds overlap,
+   * the events between two of them are sent when the first ends.
    * @returns {() => void} ends the hold; further calls do nothing
    */
   hold() {
-    const hold = {};
-    this.#holds.add(hold);
+    const hold = { over: false };
+    this.#kept.push(hold);
     return () => {
-      if (!this.#holds.delete(hold) || this.#holds.size) return;
-      for (const events of this.#kept.splice(0)) this.#write(events);
+      hold.over = true;
+      this.#sendKept();
     };
   }
 
@@ -77,8 +75,18 @@ export class InputSender {
     this.#waiting = null;
     if (!this.enabled) return;
     const all = [...before, ...events];
-    if (this.#holds.size) this.#kept.push(all);
+    if (this.#kept.length) this.#kept.push(all);
     else this.#write(all);
+  }
+
+  /** Sends what was kept, up to the first hold that has not ended. */
+  #sendKept() {
+    for (;;) {
+      const [first] = this.#kept;
+      if (!first || (isHold(first) && !first.over)) return;
+      this.#kept.shift();
+      if (!isHold(first)) this.#write(first);
+    }
   }
 
   #write(/** @type {input.InputEvent[]} */ events) {
@@ -95,4 +103,9 @@ export class InputSender {
       else this.send([]);
     });
   }
+}
+
+/** @returns {kept is Hold} */
+function isHold(/** @type {Hold | input.InputEvent[]} */ kept) {
+  return !Array.isArray(kept);
 }

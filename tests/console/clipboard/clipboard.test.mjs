@@ -3,7 +3,18 @@ import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import test from 'node:test';
-import { packFiles, packImage, packText, parseClip } from '../../../console/clipboard/payload.js';
+import { packFiles, packImage, packText } from '../../../console/clipboard/payload.js';
+import {
+  clip,
+  fromMachine,
+  GRANTED,
+  localText,
+  notice,
+  pasteOn,
+  refocus,
+  STRICT,
+  setLocal,
+} from '../support/clipboard_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
 import { MachineFolders } from '../support/machine_folders.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
@@ -11,58 +22,9 @@ import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
 const MiB = 1024 * 1024;
-const GRANTED = { page: { permissions: ['clipboard-read', 'clipboard-write'] } };
-/** A browser that writes its clipboard only at a click, and lets no script read it. */
-const STRICT = {
-  page: {
-    script: `
-  Clipboard.prototype.writeText = async function (text) {
-    if (window.event?.type !== 'click') throw new DOMException('no', 'NotAllowedError');
-    window.written = text;
-  };
-  Clipboard.prototype.read = async () => { throw new DOMException('no', 'NotAllowedError'); };
-  Permissions.prototype.query = async () => { throw new TypeError('unknown'); };`,
-  },
-};
-
-/** @typedef {import('playwright-core').Page} Page */
-/** @typedef {import('../support/scripted_agent.mjs').ScriptedAgent} ScriptedAgent */
-/** @typedef {import('../../../console/clipboard/payload.js').ClipFile} ClipFile */
 
 const png = (/** @type {string[]} */ ...args) =>
   execFileSync('convert', [...args, 'png32:-'], { maxBuffer: 1 << 26 });
-
-const fromMachine = (/** @type {ScriptedAgent} */ agent, /** @type {Uint8Array} */ payload) =>
-  agent.send(AgentMsg.ClipboardData, agent.session, payload);
-/** The next clipboard content that the machine receives; only the property of its kind is set. */
-const clip = async (/** @type {ScriptedAgent} */ agent) =>
-  /** @type {{kind: string, text: string, png: Uint8Array, files: ClipFile[]}} */ (
-    /** @type {unknown} */ (parseClip((await agent.next(AgentMsg.ClipboardData)).payload))
-  );
-const localText = (/** @type {Page} */ p) => p.evaluate(() => navigator.clipboard.readText());
-const setLocal = (/** @type {Page} */ p, /** @type {string} */ text) =>
-  p.evaluate((value) => navigator.clipboard.writeText(value), text);
-const notice = (/** @type {Page} */ p, /** @type {string} */ kind) =>
-  p.locator(`.clip-notice[data-kind=${kind}]`);
-const refocus = (/** @type {Page} */ p) => p.evaluate(() => dispatchEvent(new Event('focus')));
-
-/**
- * Ctrl+V as the keyboard sends it, with the content that the browser would paste.
- * @param {Page} p
- * @param {string} script fills `data`, a DataTransfer
- */
-async function pasteOn(p, script) {
-  await p.locator('#key-input').evaluate((keyInput, source) => {
-    const clipboardData = new DataTransfer();
-    new Function('data', source)(clipboardData);
-    keyInput.focus();
-    const options = { bubbles: true, cancelable: true };
-    const keyOptions = { key: 'v', code: 'KeyV', ctrlKey: true, ...options };
-    keyInput.dispatchEvent(new KeyboardEvent('keydown', keyOptions));
-    keyInput.dispatchEvent(new ClipboardEvent('paste', { clipboardData, ...options }));
-    keyInput.dispatchEvent(new KeyboardEvent('keyup', keyOptions));
-  }, script);
-}
 
 test('a text from the machine is written to this computer’s clipboard at once and is not sent back', async (t) => {
   const { agent, page } = await openSession(t, shared, GRANTED);
@@ -190,36 +152,6 @@ test('files from the machine are listed in a notice and can be saved', async (t)
   await notice(p, 'files').locator('.clip-notice-close').click();
   await notice(p, 'filesSent').locator('.clip-notice-close').click();
   assert.equal(await p.locator('.clip-notice').count(), 0);
-});
-
-test('Ctrl+V sends the clipboard to the machine before the key', async (t) => {
-  const { agent, page } = await openSession(t, shared, STRICT);
-  const p = page.page;
-  const machine = new MachineFolders(agent, { '': [] });
-  machine.answering = false;
-  await pasteOn(p, 'data.setData("text/plain", "límt")');
-  assert.equal((await clip(agent)).text, 'límt');
-  // On a slow connection the machine receives the clipboard long after the browser has sent it.
-  await until('the machine is asked for a listing after the clipboard', () =>
-    agent.inbox.some(({ type }) => type === AgentMsg.DirListRequest),
-  );
-  assert.deepEqual(agent.inputs, []);
-  machine.answering = true;
-  machine.serve();
-  const keys = await agent.events(2);
-  assert.deepEqual(
-    keys.map((event) => [event[1], event[2]]),
-    [
-      [1, 0x56],
-      [0, 0x56],
-    ],
-  );
-  // The machine has this text already, so only the key is sent.
-  await pasteOn(p, 'data.setData("text/plain", "límt")');
-  await agent.events(2);
-  await pasteOn(p, '');
-  await agent.events(2);
-  assert.equal(agent.inbox.filter(({ type }) => type === AgentMsg.ClipboardData).length, 0);
 });
 
 test('pasted files are sent with their content, and files that are too large are offered for upload', async (t) => {

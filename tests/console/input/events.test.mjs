@@ -84,3 +84,19 @@ test('held-back events are sent in their order after the last hold, and disablin
   end();
   assert.deepEqual(sent, []);
 });
+
+test('the events between two overlapping holds are sent when the first of them ends', () => {
+  /** @type {number[][]} */
+  const sent = [];
+  const sender = new InputSender({ send: (payload) => sent.push([...payload]), backlog: () => 0 });
+  sender.enabled = true;
+  const [first, second] = [input.unicode('a'), input.unicode('b')];
+  const endFirst = sender.hold();
+  sender.send(first);
+  const endSecond = sender.hold();
+  sender.send(second);
+  endFirst();
+  assert.deepEqual(sent.splice(0), [[2, ...first.flat()]]);
+  endSecond();
+  assert.deepEqual(sent, [[2, ...second.flat()]]);
+});

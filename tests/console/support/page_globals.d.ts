@@ -12,4 +12,8 @@ interface Window {
   checks: number;
   /** Stands in for the media query of full screen. */
   wholeScreen: EventTarget & { matches: boolean };
+  /** Whether the page's clipboard refuses to be written, as without focus. */
+  away: boolean;
+  /** How often the page's clipboard was read. */
+  reads: number;
 }
