@@ -2,12 +2,18 @@
 import { emit, onDetail } from '../base/custom_events.js';
 import { decodeEnvelope, encodeEnvelope, encodeJson } from './envelope.js';
 
+/** @typedef {import('./link.js').ControlMessage} ControlMessage */
 /** @typedef {(payload: Uint8Array<ArrayBuffer>) => void} MessageHandler */
+/**
+ * A message of the machine that the relay dropped because of its size. type: one of Msg. bytes: its length
+ * with the header.
+ * @typedef {{type: number, bytes: number}} TooLarge
+ */
 
 /**
  * The channel is open from the acceptance of a session until its end. Messages that are sent while the
- * channel is closed are dropped; received messages of another session are ignored. Events: 'open' and
- * 'closed'.
+ * channel is closed are dropped; received messages of another session are ignored. Events: 'open', 'closed'
+ * and 'too-large' (detail: TooLarge).
  */
 export class SessionChannel extends EventTarget {
   #link;
@@ -22,6 +28,7 @@ export class SessionChannel extends EventTarget {
     super();
     this.#link = link;
     onDetail(link, 'envelope', (/** @type {ArrayBuffer} */ buffer) => this.#receive(buffer));
+    onDetail(link, 'control', (/** @type {ControlMessage} */ message) => this.#receiveControl(message));
   }
 
   get isOpen() {
@@ -64,9 +71,24 @@ export class SessionChannel extends EventTarget {
     if (this.#session !== null) this.#link.sendEnvelope(encodeJson(type, this.#session, value));
   }
 
+  /**
+   * Asks the relay to close the machine's connection, which also ends this session and every transfer that
+   * the machine still sends. The machine connects again within about a second.
+   * @returns {boolean} false when no session is open or the link is down
+   */
+  cutMachine() {
+    return this.#session !== null && this.#link.sendControl({ type: 'cut', session: this.#session });
+  }
+
   #receive(/** @type {ArrayBuffer} */ buffer) {
     const envelope = decodeEnvelope(buffer);
     if (!envelope || envelope.session !== this.#session) return;
     this.#handlers.get(envelope.type)?.(envelope.payload);
+  }
+
+  #receiveControl(/** @type {ControlMessage} */ { type, session, message, bytes }) {
+    if (type !== 'too-large' || this.#session === null || session !== this.#session) return;
+    if (typeof message === 'number' && typeof bytes === 'number')
+      emit(this, 'too-large', { type: message, bytes });
   }
 }
