@@ -10,4 +10,9 @@ interface Window {
   ahead: number;
   /** How often the page's link has checked its ping. */
   checks: number;
+  /** Fulfilled by release(): lets what a test has held back go on. */
+  released: Promise<unknown>;
+  release: () => void;
+  /** Bytes of binary messages that the page has received. */
+  receivedBytes: number;
 }
