@@ -124,6 +124,7 @@ export const english = {
   place: 'Folder shown',
   folderAbove: 'Folder above',
   listAgain: 'List again',
+  fileColumns: 'Columns',
   fileName: 'Name',
   fileSize: 'Size',
   fileTime: 'Changed',

@@ -136,6 +136,7 @@ export const icelandic = {
   place: 'Mappan sem sést',
   folderAbove: 'Mappan fyrir ofan',
   listAgain: 'Lesa aftur',
+  fileColumns: 'Dálkar',
   fileName: 'Heiti',
   fileSize: 'Stærð',
   fileTime: 'Breytt',

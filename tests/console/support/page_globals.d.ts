@@ -1,5 +1,7 @@
 // Properties that the scripts of tests add to the page's window.
 interface Window {
+  /** Added by the accessibility tests. */
+  axe: typeof import('axe-core');
   /** The page's WebSockets, oldest first. */
   sockets: WebSocket[];
   /** The text that was last written to the clipboard. */
