@@ -6,13 +6,15 @@ export const GRANTED = { page: { permissions: ['clipboard-read', 'clipboard-writ
 /** A browser that writes its clipboard only at a click, and lets no script read it. */
 export const STRICT = {
   page: {
-    script: `
+    // Pages that are not secure, such as the empty page before the console, have no clipboard.
+    script: `if (window.Clipboard) {
   Clipboard.prototype.writeText = async function (text) {
     if (window.event?.type !== 'click') throw new DOMException('no', 'NotAllowedError');
     window.written = text;
   };
   Clipboard.prototype.read = async () => { throw new DOMException('no', 'NotAllowedError'); };
-  Permissions.prototype.query = async () => { throw new TypeError('unknown'); };`,
+  Permissions.prototype.query = async () => { throw new TypeError('unknown'); };
+}`,
   },
 };
 
@@ -47,7 +49,10 @@ export async function pasteOn(p, script) {
     const options = { bubbles: true, cancelable: true };
     const keyOptions = { key: 'v', code: 'KeyV', ctrlKey: true, ...options };
     keyInput.dispatchEvent(new KeyboardEvent('keydown', keyOptions));
-    keyInput.dispatchEvent(new ClipboardEvent('paste', { clipboardData, ...options }));
+    const paste = new ClipboardEvent('paste', options);
+    // Firefox leaves out the content when it is given to the constructor.
+    Object.defineProperty(paste, 'clipboardData', { value: clipboardData });
+    keyInput.dispatchEvent(paste);
     keyInput.dispatchEvent(new KeyboardEvent('keyup', keyOptions));
   }, script);
 }
