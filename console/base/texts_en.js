@@ -51,6 +51,20 @@ export const english = {
   rate: 'Frames per second',
   codec: 'Encoding',
   notInThisBrowser: 'not in this browser',
+  codecInUse: (/** @type {string} */ codec) => `In use: ${codec}`,
+  codecObstacles: {
+    noEncoder: 'the machine has no H.264 encoder that works',
+    noDecoder: 'this browser cannot play H.264',
+    cannotPlay: 'this browser cannot play this machine’s H.264',
+  },
+  codecSwitched:
+    'This browser cannot play the machine’s H.264 pictures, so they now come as JPEG, which needs a faster line.',
+  slowWithoutH264:
+    'This browser cannot play the machine’s H.264 pictures. On a slow line they do not change to JPEG by ' +
+    'themselves, because JPEG needs up to 1 MB/s.',
+  useJpeg: 'Use JPEG',
+  tryH264Again: 'Try H.264 again',
+  slowLine: 'Slow line: 2 frames a second',
   showPointer: 'Show the machine’s pointer',
   actualSize: 'Actual size',
   restartPicture: 'Restart the picture',
@@ -92,6 +106,14 @@ export const english = {
 
   waiting: (/** @type {string} */ machine) => `Waiting for someone at ${machine} to allow the session …`,
   starting: 'Allowed. Waiting for the first picture …',
+  pictureLate: (/** @type {string} */ machine) =>
+    `No picture has come from ${machine} yet. Its screen may be switched off, locked, or showing a question of ` +
+    'Windows that the agent may not see.',
+  pictureNotShown: (/** @type {string} */ machine) =>
+    `Pictures come from ${machine}, but this browser has not been able to show one yet.`,
+  nextDisplay: 'Show another display',
+  wake: 'Wake the screen',
+  linkStill: 'Nothing arrives on the link. The picture is no longer up to date.',
   stopWaiting: 'Stop waiting',
   askAgain: 'Ask again',
   backToMachines: 'Back to the machines',

@@ -61,6 +61,20 @@ export const icelandic = {
   rate: 'Myndir á sekúndu',
   codec: 'Kóðun',
   notInThisBrowser: 'ekki í þessum vafra',
+  codecInUse: (/** @type {string} */ codec) => `Í notkun: ${codec}`,
+  codecObstacles: {
+    noEncoder: 'tölvan hefur engan nothæfan H.264-kóðara',
+    noDecoder: 'vafrinn getur ekki spilað H.264',
+    cannotPlay: 'vafrinn getur ekki spilað H.264 frá þessari tölvu',
+  },
+  codecSwitched:
+    'Vafrinn getur ekki spilað H.264-myndir tölvunnar. Þær koma nú sem JPEG, sem þarf hraðara samband.',
+  slowWithoutH264:
+    'Vafrinn getur ekki spilað H.264-myndir tölvunnar. Á hægu sambandi er ekki skipt sjálfkrafa yfir í JPEG, ' +
+    'því að það þarf allt að 1 MB/s.',
+  useJpeg: 'Nota JPEG',
+  tryH264Again: 'Reyna H.264 aftur',
+  slowLine: 'Hægt samband: 2 myndir á sekúndu',
   showPointer: 'Sýna bendil tölvunnar',
   actualSize: 'Raunstærð',
   restartPicture: 'Endurræsa myndina',
@@ -103,6 +117,14 @@ export const icelandic = {
   waiting: (/** @type {string} */ machine) =>
     `Beðið eftir að einhver við tölvuna ${machine} leyfi fjaraðstoðina …`,
   starting: 'Leyft. Beðið eftir fyrstu myndinni …',
+  pictureLate: (/** @type {string} */ machine) =>
+    `Engin mynd hefur borist frá tölvunni ${machine} enn. Ef til vill er slökkt á skjánum, hann læstur, eða ` +
+    'Windows sýnir spurningu sem forritið fær ekki að sjá.',
+  pictureNotShown: (/** @type {string} */ machine) =>
+    `Myndir berast frá tölvunni ${machine}, en vafrinn hefur ekki getað sýnt neina enn.`,
+  nextDisplay: 'Sýna annan skjá',
+  wake: 'Vekja skjáinn',
+  linkStill: 'Ekkert berst um sambandið. Myndin er ekki lengur ný.',
   stopWaiting: 'Hætta að bíða',
   askAgain: 'Biðja aftur',
   backToMachines: 'Aftur í tölvulistann',

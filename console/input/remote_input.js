@@ -12,6 +12,8 @@ const COMBINATIONS = new Map([
   ['task-manager', ['ControlLeft', 'ShiftLeft', 'Escape']],
   ['lock', ['MetaLeft', 'KeyL']],
   ['print', ['PrintScreen']],
+  // Has no effect in programs, and wakes a screen that is switched off.
+  ['shift', ['ShiftLeft']],
 ]);
 
 export class RemoteInput {

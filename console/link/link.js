@@ -45,7 +45,10 @@ export function parseControl(text) {
   }
 }
 
-/** Events: 'up', 'down', 'control' (detail: ControlMessage), 'envelope' (detail: ArrayBuffer). */
+/**
+ * Events: 'up', 'down', 'heard' for each message of the relay, 'control' (detail: ControlMessage), 'envelope'
+ * (detail: ArrayBuffer).
+ */
 export class Link extends EventTarget {
   #url;
   /** @type {WebSocket | null} */
@@ -65,6 +68,7 @@ export class Link extends EventTarget {
   #pings = 0;
   #bytesSinceLastPing = 0;
   #lastReceived = 0;
+  #upSince = 0;
   /** @type {ReturnType<typeof setTimeout> | undefined} */
   #retryTimer;
   /** @type {ReturnType<typeof setInterval> | undefined} */
@@ -102,6 +106,11 @@ export class Link extends EventTarget {
   /** True when a ping has been unanswered for longer than is usual on a healthy link. */
   get unstable() {
     return this.#ping !== null && performance.now() - this.#ping.at > UNSTABLE_AFTER_MS;
+  }
+
+  /** Milliseconds since the relay was last heard; 0 while nothing is expected from it. */
+  get silence() {
+    return this.#ping ? performance.now() - Math.max(this.#lastReceived, this.#upSince) : 0;
   }
 
   start() {
@@ -146,6 +155,7 @@ export class Link extends EventTarget {
 
   #opened() {
     this.#up = true;
+    this.#upSince = performance.now();
     this.#bytesSinceLastPing = 0;
     this.#attempt = 0;
     this.#pingTimer = setInterval(() => this.#checkPing(), PING_INTERVAL_MS);
@@ -168,6 +178,7 @@ export class Link extends EventTarget {
 
   #receive(/** @type {unknown} */ data) {
     this.#lastReceived = performance.now();
+    emit(this, 'heard');
     if (data instanceof ArrayBuffer) {
       emit(this, 'envelope', data);
       return;

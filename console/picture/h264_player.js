@@ -16,7 +16,7 @@ const LATE_FRAMES = 3;
 const LATE_MS = 400;
 /**
  * A decoder counts as silent, and so as failed, when more than SILENT_FRAMES frames wait in it, the oldest
- * for over SILENT_MS.
+ * for over SILENT_MS, and it has put out no frame for as long. A slow decoder is late, but not silent.
  */
 const SILENT_FRAMES = 10;
 const SILENT_MS = 2500;
@@ -40,6 +40,8 @@ export class H264Player {
    */
   #pending = [];
   #time = -1;
+  /** When the last frame came out of a decoder. */
+  #drawnAt = 0;
   /** The parameter set that the decoder is configured for, as text. */
   #parameters = '';
   #waitingForKey = true;
@@ -79,7 +81,7 @@ export class H264Player {
   #take(/** @type {import('./h264.js').AccessUnit} */ picture, /** @type {number} */ stamp) {
     if (picture.key && picture.parameters) this.#prepare(picture.parameters);
     const complete = this.#counter.follows(picture.slice);
-    if (this.#isBehind(SILENT_FRAMES, SILENT_MS)) {
+    if (this.#isBehind(SILENT_FRAMES, SILENT_MS) && performance.now() - this.#drawnAt > SILENT_MS) {
       this.#fail(true);
       return;
     }
@@ -137,6 +139,7 @@ export class H264Player {
   #drawn(/** @type {VideoFrame} */ frame) {
     this.#pending = this.#pending.filter(({ time }) => time > frame.timestamp);
     this.#failures = 0;
+    this.#drawnAt = performance.now();
     this.#screen.draw(frame, frame.displayWidth, frame.displayHeight);
   }
 

@@ -6,6 +6,11 @@ import { playsH264 } from './h264_probe.js';
 import { JpegPlayer } from './jpeg_player.js';
 
 /** @typedef {'h264' | 'mjpeg'} Codec */
+/**
+ * Why the pictures are not shown in H.264 although the representative chose it: the machine sends JPEG; this
+ * browser has no decoder; its decoder failed with this machine's stream.
+ * @typedef {'noEncoder' | 'noDecoder' | 'cannotPlay'} Obstacle
+ */
 
 const STAMP_BYTES = 8;
 
@@ -22,11 +27,13 @@ export class Picture {
   #codec = '';
   #hasH264 = true;
   #browserPlaysH264 = true;
+  #noEncoder = false;
+  #slowLine = false;
 
   /**
    * @param {import('./screen.js').Screen} screen
    * @param {{send: (type: number, value: object) => void, onChange: () => void}} outlets onChange: called
-   *   when `wanted`, `codec` or `hasH264` may have changed
+   *   when `wanted`, `codec`, `hasH264` or `obstacle` may have changed
    */
   constructor(screen, { send, onChange }) {
     this.#send = send;
@@ -57,13 +64,37 @@ export class Picture {
     return this.#hasH264;
   }
 
+  /** @returns {Obstacle | ''} '' without an obstacle, and when the representative chose JPEG */
+  get obstacle() {
+    if (this.#chosen !== 'h264') return '';
+    if (!this.#browserPlaysH264) return 'noDecoder';
+    if (!this.#hasH264) return 'cannotPlay';
+    return this.#noEncoder ? 'noEncoder' : '';
+  }
+
+  get slowLine() {
+    return this.#slowLine;
+  }
+
+  /**
+   * Prepares for a line on which the picture never changes to JPEG by itself, because JPEG needs many times
+   * the bytes. To be set before the start of a stream.
+   */
+  set slowLine(/** @type {boolean} */ on) {
+    this.#slowLine = on;
+    this.#wanted = this.#permitted();
+    this.#onChange();
+  }
+
   /**
    * Prepares for another session. If the browser plays H.264, the codec is available again, even after the
    * stream of another machine failed to play.
    */
   begin() {
     this.#hasH264 = this.#browserPlaysH264;
-    this.#wanted = this.#hasH264 ? this.#chosen : 'mjpeg';
+    this.#wanted = this.#permitted();
+    this.#codec = '';
+    this.#noEncoder = false;
     this.#onChange();
   }
 
@@ -78,14 +109,23 @@ export class Picture {
 
   choose(/** @type {Codec} */ codec) {
     this.#chosen = codec;
-    this.#want(codec);
+    this.#noEncoder = false;
+    this.#wantPermitted();
+  }
+
+  /** Tries again to play H.264 after the decoder has failed. */
+  retry() {
+    this.#hasH264 = this.#browserPlaysH264;
+    this.#h264.drop();
+    this.#wantPermitted();
   }
 
   /** @param {Record<string, unknown> | null} config the machine's description of the frames that follow */
   configured(config) {
     this.#codec = config?.codec === 'h264' ? 'h264' : 'mjpeg';
+    this.#noEncoder = this.#codec === 'mjpeg' && this.#wanted === 'h264';
     this.drop();
-    if (this.#codec === 'h264' && !this.#hasH264) this.#select();
+    if (this.#codec === 'h264' && !this.#hasH264 && this.#wanted === 'mjpeg') this.#select();
     this.#onChange();
   }
 
@@ -101,9 +141,15 @@ export class Picture {
     this.#h264.drop();
   }
 
-  #want(/** @type {Codec} */ codec) {
-    this.#wanted = codec === 'h264' && this.#hasH264 ? 'h264' : 'mjpeg';
-    this.#select();
+  /** @returns {Codec} the representative's choice, or JPEG where H.264 cannot be played */
+  #permitted() {
+    return this.#hasH264 || this.#slowLine ? this.#chosen : 'mjpeg';
+  }
+
+  #wantPermitted() {
+    const before = this.#wanted;
+    this.#wanted = this.#permitted();
+    if (this.#wanted !== before) this.#select();
     this.#onChange();
   }
 
@@ -115,7 +161,7 @@ export class Picture {
     if (!this.#hasH264) return;
     this.#hasH264 = false;
     this.#h264.drop();
-    this.#want('mjpeg');
+    this.#wantPermitted();
   }
 }
 

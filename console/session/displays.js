@@ -20,6 +20,15 @@ export class Displays {
     return this.#selected;
   }
 
+  get count() {
+    return this.#monitors.entries().length;
+  }
+
+  /** Selects the monitor after the selected one, and after the last one the first. */
+  selectNext() {
+    this.#select((this.#selected + 1) % this.count);
+  }
+
   /** Selects the first monitor and forgets the others, before a session with another machine. */
   reset() {
     this.#selected = 0;

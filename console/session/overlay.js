@@ -6,6 +6,10 @@ const BUTTONS = /** @type {const} */ ({
   again: 'session-again',
   giveUp: 'session-give-up',
   back: 'session-back',
+  restartPicture: 'session-picture-restart',
+  nextDisplay: 'session-next-display',
+  wake: 'session-wake',
+  useJpeg: 'session-use-jpeg',
 });
 
 /** @typedef {keyof typeof BUTTONS} Action */

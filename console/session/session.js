@@ -21,8 +21,9 @@ const INTERRUPTIONS = ['agent-gone', 'replaced'];
 
 /**
  * Keeps the channel open while the session is accepted. Events: 'state' after each change of `state`,
- * 'ending' just before the channel closes, 'restarting' (detail: {agent, on}), 'left' (detail: a remark for
- * the list of machines, '' for none).
+ * 'ending' just before the channel closes, 'starting' when the page says that it waits for the first picture,
+ * 'remedy' when the representative chooses what may help when that is late (detail: an action of the message),
+ * 'restarting' (detail: {agent, on}), 'left' (detail: a remark for the list of machines, '' for none).
  */
 export class Session extends EventTarget {
   #link;
@@ -34,6 +35,9 @@ export class Session extends EventTarget {
   #number = null;
   #agent = '';
   #name = '';
+  /** Whether a picture was drawn since the session was accepted. */
+  #hasPicture = false;
+  #linkStill = false;
 
   /**
    * @param {import('../link/link.js').Link} link
@@ -49,6 +53,10 @@ export class Session extends EventTarget {
       again: () => this.#request(),
       giveUp: () => this.leave(),
       back: () => this.leave(),
+      restartPicture: () => emit(this, 'remedy', 'restartPicture'),
+      nextDisplay: () => emit(this, 'remedy', 'nextDisplay'),
+      wake: () => emit(this, 'remedy', 'wake'),
+      useJpeg: () => emit(this, 'remedy', 'useJpeg'),
     });
     this.#restart = new Restart(channel, () => this.#name);
     this.#attachRestart();
@@ -139,7 +147,35 @@ export class Session extends EventTarget {
 
   /** Handles the drawing of a frame: removes the message over the picture. */
   frameDrawn() {
-    if (this.#channel.isOpen) this.#overlay.clear();
+    if (!this.isAccepted) return;
+    this.#hasPicture = true;
+    if (!this.#linkStill) this.#overlay.clear();
+  }
+
+  /** Says that the page waits for the first picture, unless there is one. */
+  awaitPicture() {
+    if (!this.isAccepted || this.#hasPicture) return;
+    this.#overlay.show(texts.starting, [], { busy: true });
+    emit(this, 'starting');
+  }
+
+  /**
+   * Says that the first picture is late, unless there is one.
+   * @param {(machine: string) => string} text
+   * @param {import('./overlay.js').Action[]} offered
+   */
+  pictureLate(text, offered) {
+    if (this.isAccepted && !this.#hasPicture && !this.#linkStill)
+      this.#overlay.show(text(this.#name), offered);
+  }
+
+  /** Says that nothing is heard on the link, or that something is heard again. */
+  linkStill(/** @type {boolean} */ still) {
+    if (!this.isAccepted || still === this.#linkStill) return;
+    this.#linkStill = still;
+    if (still) this.#showWait(texts.linkStill, []);
+    else if (this.#hasPicture) this.#overlay.clear();
+    else this.awaitPicture();
   }
 
   #attachRestart() {
@@ -165,7 +201,9 @@ export class Session extends EventTarget {
   #start(/** @type {number} */ session) {
     this.#state = 'accepted';
     this.#restart.end();
-    this.#overlay.show(texts.starting, [], { busy: true });
+    this.#hasPicture = false;
+    this.#linkStill = false;
+    this.awaitPicture();
     this.#channel.open(session, this.#agent);
   }
 
@@ -202,8 +240,9 @@ export class Session extends EventTarget {
     else this.#showWait(texts.machineAway(this.#name));
   }
 
-  #showWait(/** @type {string} */ text) {
-    this.#overlay.show(text, ['back'], { busy: true });
+  /** @param {string} text @param {import('./overlay.js').Action[]} [offered] */
+  #showWait(text, offered = ['back']) {
+    this.#overlay.show(text, offered, { busy: true });
   }
 }
 

@@ -10,12 +10,15 @@ import { SessionChannel } from '../link/session_channel.js';
 import { Screen } from '../picture/screen.js';
 import { BarLayout } from './bar/bar_layout.js';
 import { Panels } from './panels.js';
+import { CodecReport } from './reports/codec_report.js';
+import { attachFirstPicture } from './reports/first_picture.js';
+import { watchLink } from './reports/still_link.js';
 import { Strips } from './reports/strips.js';
 import { Session } from './session.js';
 import { Stage } from './stage.js';
 import { attachStatusLine } from './status_line.js';
 import { Stream } from './stream.js';
-import { attachToolbar, showCodec } from './toolbar.js';
+import { attachToolbar } from './toolbar.js';
 
 /**
  * @param {import('../link/link.js').Link} link
@@ -31,7 +34,8 @@ export function attachSession(link) {
     onSize: () => stage.layOut(),
   });
   const stage = new Stage(screen);
-  const stream = new Stream(channel, screen, showCodec);
+  const codecReport = new CodecReport(strips);
+  const stream = new Stream(channel, screen, (picture) => codecReport.show(picture));
   const input = attachInput({ channel, session, stage, canvas: screen.canvas, backlog: () => link.backlog });
   // This listener is added before those of the other features, so that a new session requests the picture
   // first.
@@ -49,6 +53,13 @@ export function attachSession(link) {
     onEnd: () => session.leave(),
     onViewOnly: input.update,
   });
+  attachFirstPicture({
+    session,
+    stream,
+    inputAllowed: () => input.remote.enabled,
+    wake: () => input.remote.pressCombination('shift'),
+  });
+  watchLink({ link, session, stream });
   const bar = new BarLayout();
   session.addEventListener('state', () => bar.enable(session.isAccepted));
   attachStatusLine({ channel, link, stream });
@@ -64,7 +75,7 @@ export function attachSession(link) {
   // File transfers end with their session, so the question covers them too.
   askBeforeLeaving(() => session.inUse);
   const begin = (/** @type {import('../machines/machine_list.js').Machine} */ machine) => {
-    stream.reset();
+    stream.reset(machine.id);
     stage.reset();
     files.begin(machine.id);
     session.begin(machine);

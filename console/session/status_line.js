@@ -1,6 +1,7 @@
 // The status line: the picture's size and codec, its rates, and the round trip to the machine.
 import { byId } from '../base/dom.js';
 import { texts } from '../base/texts.js';
+import { codecName } from './reports/codec_report.js';
 
 const UPDATE_INTERVAL_MS = 500;
 
@@ -29,11 +30,12 @@ export function attachStatusLine({ channel, link, stream }) {
 }
 
 /** @param {import('../link/link.js').Link} link @param {import('./stream.js').Stream} stream */
-function statusOf(link, { size, codec, rates: { framesPerSecond, kilobytesPerSecond } }) {
+function statusOf(link, { size, codec, obstacle, rates: { framesPerSecond, kilobytesPerSecond } }) {
   const roundTrip = wholeRoundTrip(link.browserRoundTrip, link.machineRoundTrip);
   const parts = [texts.status(framesPerSecond, kilobytesPerSecond, roundTrip)];
-  if (codec) parts.unshift(codec === 'h264' ? 'H.264' : 'JPEG');
+  if (codec) parts.unshift(codecName(codec));
   if (size) parts.unshift(`${size.width} × ${size.height}`);
+  if (obstacle) parts.push(texts.codecObstacles[obstacle]);
   if (link.unstable) parts.push(texts.unstable);
   return parts.join(' · ');
 }

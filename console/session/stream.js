@@ -8,6 +8,11 @@ import { Picture } from '../picture/picture.js';
 import { Displays } from './displays.js';
 
 const BITRATE = 6_000_000;
+/**
+ * The settings for a slow line. The machine sends a key frame every 2 s in any case, so a lower rate of frames
+ * saves little more.
+ */
+const SLOW_LINE = Object.freeze({ max_fps: 2, bitrate: 128_000 });
 
 export class Stream {
   #channel;
@@ -15,6 +20,10 @@ export class Stream {
   #picture;
   #displays;
   #meter = new RateMeter();
+  #received = 0;
+  #agent = '';
+  /** The ids of the machines that are on a slow line, as the representative has said since the page was loaded. */
+  #slowMachines = new Set();
 
   /**
    * @param {import('../link/session_channel.js').SessionChannel} channel
@@ -41,6 +50,36 @@ export class Stream {
     return this.#picture.codec;
   }
 
+  /** Why the pictures are not shown in H.264; '' without such a reason. */
+  get obstacle() {
+    return this.#picture.obstacle;
+  }
+
+  get slowLine() {
+    return this.#picture.slowLine;
+  }
+
+  /** Changes the running stream to the settings for a slow line, or back. */
+  set slowLine(/** @type {boolean} */ on) {
+    if (on) this.#slowMachines.add(this.#agent);
+    else this.#slowMachines.delete(this.#agent);
+    this.#applySlowLine();
+    this.start();
+  }
+
+  /** The number of frames received since the stream was started. */
+  get received() {
+    return this.#received;
+  }
+
+  get displayCount() {
+    return this.#displays.count;
+  }
+
+  selectNextDisplay() {
+    this.#displays.selectNext();
+  }
+
   /** The size of the picture; null without a picture. */
   get size() {
     return this.#screen.drawn ? this.#screen.canvas : null;
@@ -52,8 +91,10 @@ export class Stream {
   }
 
   /** Removes the picture and the monitors, before a session with another machine. */
-  reset() {
+  reset(/** @type {string} */ agent) {
+    this.#agent = agent;
     this.#screen.reset();
+    this.#applySlowLine();
     this.#picture.begin();
     this.#displays.reset();
   }
@@ -64,10 +105,12 @@ export class Stream {
    */
   start() {
     this.#meter.restart();
+    this.#received = 0;
     this.#channel.sendJson(Msg.StreamStart, {
       monitor_id: this.#displays.selected,
       max_fps: Number(byId('max-fps', HTMLSelectElement).value),
       bitrate: BITRATE,
+      ...(this.slowLine ? SLOW_LINE : {}),
     });
     this.sendPointer();
     this.#picture.started();
@@ -92,8 +135,16 @@ export class Stream {
     this.#channel.send(Msg.ThumbnailRequest);
   }
 
+  #applySlowLine() {
+    const on = this.#slowMachines.has(this.#agent);
+    byId('slow-line', HTMLInputElement).checked = on;
+    byId('max-fps', HTMLSelectElement).disabled = on;
+    this.#picture.slowLine = on;
+  }
+
   #frame(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
     this.#meter.add(payload.length);
+    this.#received += 1;
     this.#picture.frame(payload);
   }
 }

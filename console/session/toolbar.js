@@ -1,6 +1,5 @@
 // The session's toolbar: its menus, buttons and the dialog for typing a text.
 import { byId, make } from '../base/dom.js';
-import { texts } from '../base/texts.js';
 import { Msg } from '../link/messages.js';
 import { attachFullScreen } from './bar/full_screen.js';
 
@@ -39,6 +38,10 @@ function attachPictureMenu(/** @type {Stream} */ stream) {
   });
   byId('max-fps').append(...options);
   byId('max-fps').addEventListener('change', () => stream.start());
+  const slowLine = byId('slow-line', HTMLInputElement);
+  slowLine.addEventListener('change', () => {
+    stream.slowLine = slowLine.checked;
+  });
   byId('picture-restart').addEventListener('click', () => stream.start());
   const codec = byId('codec', HTMLSelectElement);
   codec.addEventListener('change', () =>
@@ -70,15 +73,6 @@ function attachTypeDialog(/** @type {RemoteInput} */ input) {
     box.value = '';
     dialog.returnValue = '';
   });
-}
-
-/** Shows the codec that the console requests. H.264 cannot be chosen while the browser cannot play it. */
-export function showCodec(/** @type {import('../picture/picture.js').Picture} */ { wanted, hasH264 }) {
-  const select = byId('codec', HTMLSelectElement);
-  const h264 = /** @type {HTMLOptionElement} */ (select.querySelector('[value=h264]'));
-  h264.disabled = !hasH264;
-  h264.textContent = hasH264 ? 'H.264' : `H.264 (${texts.notInThisBrowser})`;
-  select.value = wanted;
 }
 
 /** Closes a menu after a click elsewhere, after Escape, and after a click on one of the menu's buttons. */

@@ -151,6 +151,32 @@ test('after a broken frame the console requests a key frame and continues with i
   await shows(page, COLOURS[3]);
 });
 
+test('a decoder that is slow but puts out pictures does not count as failed', async (t) => {
+  const script = `{
+    const { decode } = VideoDecoder.prototype;
+    let before = Promise.resolve();
+    const pause = () => new Promise((done) => setTimeout(done, 150));
+    VideoDecoder.prototype.decode = function (chunk) {
+      const late = () => this.state === 'configured' && decode.call(this, chunk);
+      if (window.isSlow) before = before.then(pause).then(late);
+      else late();
+    };
+  }`;
+  const { agent, page } = await watching(t, { page: { script } });
+  const [key, next] = plainStream();
+  agent.frame(key);
+  await page.frames(1);
+  await page.page.evaluate(() => {
+    window.isSlow = true;
+  });
+  for (let i = 0; i < 40; i++) agent.frame(key);
+  // More than 2.5 s after the first frame, more than 10 frames still wait.
+  await page.frames(20);
+  agent.frame(next);
+  await page.frames(40);
+  assert.ok(!agent.inbox.some(({ type }) => type === AgentMsg.CodecSelect));
+});
+
 test('an H.264 stream that the browser cannot decode is replaced by JPEG until the next session', async (t) => {
   const { agent, page } = await watching(t);
   const [unit] = plainStream();

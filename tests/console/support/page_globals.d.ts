@@ -23,4 +23,6 @@ interface Window {
   release: () => void;
   /** Bytes of binary messages that the page has received. */
   receivedBytes: number;
+  /** Whether the page's decoders are slow. */
+  isSlow: boolean;
 }

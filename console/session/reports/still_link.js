@@ -1,0 +1,20 @@
+// Notices that nothing is heard on the link, so that an old picture is not taken for a current one.
+
+/** The time without anything heard after which the link counts as standing still, in milliseconds. */
+const STILL_MS = 3000;
+/** On a slow line, a single picture can take several seconds, and only whole messages are heard. */
+const STILL_ON_SLOW_LINE_MS = 10_000;
+const CHECK_MS = 250;
+
+/**
+ * @param {object} parts
+ * @param {import('../../link/link.js').Link} parts.link
+ * @param {import('../session.js').Session} parts.session
+ * @param {import('../stream.js').Stream} parts.stream
+ */
+export function watchLink({ link, session, stream }) {
+  setInterval(() => {
+    if (link.silence > (stream.slowLine ? STILL_ON_SLOW_LINE_MS : STILL_MS)) session.linkStill(true);
+  }, CHECK_MS);
+  link.addEventListener('heard', () => session.linkStill(false));
+}
