@@ -8,6 +8,6 @@ interface Window {
   mostWaiting: number;
   /** Milliseconds by which the page's clock is ahead. */
   ahead: number;
-  /** How often the page's link has checked its ping. */
-  checks: number;
+  /** The alive messages that the relay has sent. */
+  alive: number;
 }
