@@ -10,8 +10,6 @@ interface Window {
   mostWaiting: number;
   /** Milliseconds by which the page's clock is ahead. */
   ahead: number;
-  /** How often the page's link has checked its ping. */
-  checks: number;
   /** Stands in for the media query of full screen. */
   wholeScreen: EventTarget & { matches: boolean };
   /** Whether the page's clipboard refuses to be written, as without focus. */
@@ -25,4 +23,6 @@ interface Window {
   receivedBytes: number;
   /** Whether the page's decoders are slow. */
   isSlow: boolean;
+  /** The alive messages that the relay has sent. */
+  alive: number;
 }
