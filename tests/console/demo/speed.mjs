@@ -1,6 +1,7 @@
 // Measures the stream while the picture changes: the frames that the console draws each second, and the time
 // from a key press in the browser to the changed picture.
 import { present } from '../support/present.mjs';
+import { DEADLINE_MS } from '../support/waiting.mjs';
 import { NOTEPAD_LINE } from './desktop.mjs';
 
 /** @typedef {import('playwright-core').Page} Page */
@@ -17,39 +18,46 @@ const HOLD_STEPS = 5;
 /**
  * Starts to watch the line of text in Notepad, and returns an object whose property `result` is a promise of the
  * milliseconds between the next key press and the frame in which the line has appeared or disappeared.
+ *
+ * A frame can show Notepad in the middle of painting. Therefore the watch begins only when the line has its old state
+ * in a frame that was drawn after the call.
  * @param {Locator} canvas
  * @param {boolean} appears whether the line appears
  */
 function watchLine(canvas, appears) {
   return canvas.evaluateHandle(
-    (element, { area: { x, y, width, height }, wanted }) => {
+    async (element, { area: { x, y, width, height }, wanted, deadline }) => {
+      const screen = /** @type {HTMLCanvasElement} */ (element);
       const context = new OffscreenCanvas(width, height).getContext('2d', { willReadFrequently: true });
       if (!context) throw new Error('the browser has no 2d context');
       const isText = () => {
-        context.drawImage(/** @type {HTMLCanvasElement} */ (element), -x, -y);
+        context.drawImage(screen, -x, -y);
         const { data } = context.getImageData(0, 0, width, height);
         let dark = 0;
         for (let i = 1; i < data.length; i += 4) if ((data[i] ?? 0) < 128) dark += 1;
         // The caret alone is less than one percent of the area.
         return dark > width * height * 0.03;
       };
-      if (isText() === wanted) throw new Error('the line was changed before the key was pressed');
-      const result = new Promise((resolve) => {
-        addEventListener(
-          'keydown',
-          ({ timeStamp }) => {
-            const look = () => {
-              if (isText() === wanted) resolve(performance.now() - timeStamp);
-              else requestAnimationFrame(look);
-            };
-            requestAnimationFrame(look);
-          },
-          { capture: true, once: true },
-        );
+      const drawn = async (/** @type {() => boolean} */ condition) => {
+        const begin = performance.now();
+        while (!condition()) {
+          if (performance.now() - begin > deadline) throw new Error('the line of text did not change');
+          await new Promise(requestAnimationFrame);
+        }
+      };
+      const { frames } = screen.dataset;
+      await drawn(() => screen.dataset.frames !== frames && isText() !== wanted);
+      const pressed = new Promise((resolve) => {
+        addEventListener('keydown', (event) => resolve(event.timeStamp), { capture: true, once: true });
       });
-      return { result };
+      const measured = async () => {
+        const begin = Number(await pressed);
+        await drawn(() => isText() === wanted);
+        return performance.now() - begin;
+      };
+      return { result: measured() };
     },
-    { area: NOTEPAD_LINE, wanted: appears },
+    { area: NOTEPAD_LINE, wanted: appears, deadline: DEADLINE_MS },
   );
 }
 
