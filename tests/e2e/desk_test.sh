@@ -49,6 +49,29 @@ no_wine() {
   rm -r "$empty"
   [ "$(wc -l < "$TMPDIR/said")" = 1 ] && grep -q 'wine is not installed' "$TMPDIR/said"
 }
+renderer_of() { "$desk" exec "$1" reg query 'HKCU\Software\Wine\Direct3D' /v renderer 2>&1 || true; }
+has_no_renderer() { grep -q no3d <<< "$(renderer_of "$1")"; }
+has_default_renderer() { ! has_no_renderer "$1"; }
+shows() {  # DESK TITLE
+  # shellcheck source=/dev/null
+  (. "$1/env" && xdotool search --onlyvisible --name "$2" > "$TMPDIR/found" 2> /dev/null)
+}
+hides() { ! shows "$@"; }
+wait_until() {  # COMMAND...
+  local deadline=$((SECONDS + 20))
+  until "$@"; do
+    if [ $SECONDS -ge $deadline ]; then echo "not within 20 s: $*"; return 1; fi
+    sleep 0.1
+  done
+}
+# The desktop disappears when Windows shuts down and is back after the restart. A program can only be ended by the
+# shutdown once it has opened its window.
+restarts_after_shutdown() {
+  wait_until shows "$1" Notepad || return 1
+  "$desk" exec "$1" wineboot --end-session --shutdown || return 1
+  wait_until hides "$1" 'Wine desktop' || return 1
+  "$desk" restart "$1" && wait_until shows "$1" 'Wine desktop'
+}
 
 expect 'exit status 0 is passed on' status 0 "$desk" run cmd /c 'exit 0'
 expect 'another exit status is passed on' status 7 "$desk" run cmd /c 'exit 7'
@@ -65,8 +88,15 @@ display=$(< "$folder/xvfb.pid")
 expect 'exec passes on the exit status' status 9 "$desk" exec "$folder" cmd /c 'exit 9'
 expect 'run can use a running desk' status 8 env VANTELINK_DESK="$folder" "$desk" run cmd /c 'exit 8'
 expect 'exec sets a variable for one program' status 5 "$desk" exec --env WANTED=5 "$folder" cmd /c 'exit %WANTED%'
+expect 'Direct3D has no renderer' has_no_renderer "$folder"
 program=$("$desk" spawn "$folder" notepad)
 expect 'a spawned program runs' kill -0 "$program"
+expect 'restart starts Windows again after a shutdown' restarts_after_shutdown "$folder"
+program=$("$desk" spawn "$folder" notepad)
+expect 'restart ends the programs that run' status 0 "$desk" restart "$folder"
+expect 'the program that ran before the restart has ended' status 1 kill -0 "$program"
+program=$("$desk" spawn "$folder" notepad)
+expect 'a program runs after the restart' kill -0 "$program"
 "$desk" shot "$folder" "$TMPDIR/shot.png"
 expect 'shot saves a picture of the whole display' [ "$(identify -format '%wx%h' "$TMPDIR/shot.png")" = 1280x720 ]
 "$desk" stop "$folder"
@@ -78,6 +108,10 @@ folder=$("$desk" start --owner $$ --tray)
 expect 'a desk can have a notification area' grep -q trayer <<< "$(. "$folder/env" && xwininfo -root -tree)"
 "$desk" stop "$folder"
 expect 'the window manager and the notification area end with the desk' none_left
+
+folder=$("$desk" start --owner $$ --3d)
+expect 'a desk started with --3d has the default renderer' has_default_renderer "$folder"
+"$desk" stop "$folder"
 
 sleep 300 & owner=$!
 folder=$("$desk" start --owner "$owner")
