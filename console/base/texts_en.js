@@ -226,7 +226,7 @@ export const english = {
   clipAutomatic: 'Share texts, pictures and files',
   clipSend: 'Send my clipboard now',
   clipHint:
-    'Ctrl+V on the picture pastes this computer’s clipboard on the machine. Files can also be dropped on the picture.',
+    'Ctrl+V on the picture pastes this computer’s clipboard on the machine, or what Ctrl+C on the picture has just copied there. Files can also be dropped on the picture.',
   clipText: 'A text was copied on the machine.',
   clipImage: 'A picture was copied on the machine.',
   clipImageName: 'picture',

@@ -239,7 +239,7 @@ export const icelandic = {
   clipAutomatic: 'Deila texta, myndum og skrám',
   clipSend: 'Senda mitt klippiborð núna',
   clipHint:
-    'Ctrl+V á myndinni límir þangað það sem er á klippiborði þessarar tölvu. Einnig má draga skrár á myndina.',
+    'Ctrl+V á myndinni límir þangað það sem er á klippiborði þessarar tölvu, eða það sem Ctrl+C á myndinni afritaði þar rétt áður. Einnig má draga skrár á myndina.',
   clipText: 'Texti var afritaður á tölvunni.',
   clipImage: 'Mynd var afrituð á tölvunni.',
   clipImageName: 'mynd',

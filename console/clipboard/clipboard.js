@@ -31,6 +31,7 @@ export function attachClipboard({ channel, input, dropTarget, offerUpload, machi
     copy: (offer) => sync.copy(offer),
     refuse: (notice) => sync.refuse(notice),
     upload: offerUpload,
+    focusPicture: () => input.focus(),
     formats: new Formats(locale),
   });
   const sync = new ClipboardSync({

@@ -27,6 +27,7 @@ export class ClipboardNotice {
   #copy;
   #refuse;
   #upload;
+  #focusPicture;
   #formats;
 
   /**
@@ -36,14 +37,20 @@ export class ClipboardNotice {
    *   within a click
    * @param {(notice: Notice) => void} parts.refuse called when the representative closes a notice
    * @param {(files: import('../base/dropped.js').DroppedFile[]) => void} parts.upload
+   * @param {() => void} parts.focusPicture
    * @param {import('../base/formats.js').Formats} parts.formats
    */
-  constructor(place, { copy, refuse, upload, formats }) {
+  constructor(place, { copy, refuse, upload, focusPicture, formats }) {
     this.#place = place;
     this.#copy = copy;
     this.#refuse = refuse;
     this.#upload = upload;
+    this.#focusPicture = focusPicture;
     this.#formats = formats;
+    // The picture takes keys again after a click; whoever uses the keyboard stays in the notice.
+    place.addEventListener('click', ({ detail, target }) => {
+      if (detail > 0 && target instanceof HTMLButtonElement) focusPicture();
+    });
   }
 
   /**
@@ -52,25 +59,43 @@ export class ClipboardNotice {
    */
   show(/** @type {Notice} */ notice) {
     if (!OUTGOING.has(notice.kind)) this.clear();
+    const refuse = () => {
+      this.#refuse(notice);
+      this.#remove(card);
+    };
     const close = make('button', {
       type: 'button',
       className: 'quiet clip-notice-close',
       textContent: '×',
       ariaLabel: texts.closePanel,
-      onclick: () => {
-        this.#refuse(notice);
-        remove(card);
-      },
+      onclick: refuse,
     });
     const properties = { className: 'clip-notice', dataset: { kind: notice.kind } };
     const card = make('div', properties, ...this.#parts(notice), close);
-    for (const before of this.#cards()) if (OUTGOING.has(before.dataset.kind ?? '')) remove(before);
+    card.addEventListener('keydown', ({ key }) => key === 'Escape' && refuse());
+    for (const before of this.#cards()) if (OUTGOING.has(before.dataset.kind ?? '')) this.#remove(before);
     this.#place.append(card);
-    if (BRIEF.has(notice.kind)) setTimeout(() => remove(card), BRIEF_MS);
+    if (BRIEF.has(notice.kind)) this.#removeLater(card);
   }
 
   clear() {
-    for (const card of this.#cards()) remove(card);
+    for (const card of this.#cards()) this.#remove(card);
+  }
+
+  /** Removes a notice, which gives its focus back to the picture. */
+  #remove(/** @type {HTMLElement} */ card) {
+    const hasFocus = card.contains(document.activeElement);
+    for (const { src } of card.querySelectorAll('img')) URL.revokeObjectURL(src);
+    card.remove();
+    if (hasFocus) this.#focusPicture();
+  }
+
+  /** Removes a notice after a while, but not while it has the focus. */
+  #removeLater(/** @type {HTMLElement} */ card) {
+    setTimeout(() => {
+      if (card.contains(document.activeElement)) this.#removeLater(card);
+      else this.#remove(card);
+    }, BRIEF_MS);
   }
 
   #cards() {
@@ -116,13 +141,18 @@ export class ClipboardNotice {
 
   #fileList(/** @type {ClipFile[]} */ files) {
     const save = (/** @type {ClipFile} */ { name, bytes }) => saveFile(new Blob([bytes]), visible(name));
+    const saveButton = (/** @type {ClipFile} */ file) => {
+      const one = button(texts.save, () => save(file), 'quiet');
+      one.ariaLabel = `${texts.save} ${visible(file.name)}`;
+      return one;
+    };
     const rows = files.map((file) =>
       make(
         'li',
         {},
         make('bdi', {}, visible(file.name)),
         make('span', { className: 'muted' }, this.#formats.size(file.bytes.length)),
-        button(texts.save, () => save(file), 'quiet'),
+        saveButton(file),
       ),
     );
     const saveAll = button(texts.saveAll, () => files.forEach(save), 'primary');
@@ -130,11 +160,6 @@ export class ClipboardNotice {
     if (files.length > 1) head.append(saveAll);
     return make('div', { className: 'clip-notice-files' }, head, make('ul', {}, ...rows));
   }
-}
-
-function remove(/** @type {Element} */ card) {
-  for (const { src } of card.querySelectorAll('img')) URL.revokeObjectURL(src);
-  card.remove();
 }
 
 function textSpan(/** @type {string} */ text) {

@@ -89,9 +89,11 @@ export class ScriptedAgent {
     this.socket.terminate();
   }
 
-  /** @param {number} type @param {number} session @param {Uint8Array} payload */
+  /** @param {number} type @param {number} session @param {Uint8Array} payload of any length */
   send(type, session, payload) {
-    this.socket.send(encodeEnvelope(type, session, payload));
+    const header = encodeEnvelope(type, session);
+    new DataView(header.buffer).setUint32(6, payload.length);
+    this.socket.send(Buffer.concat([header, payload]));
   }
 
   /** @param {number} type @param {number} session @param {object} value */
