@@ -94,9 +94,17 @@ test('the title of the page names the view, or the machine and the state of the 
   await hasTitle(page, 'Machines - Vantelink');
 });
 
-test('the picture and the dialogs of a session have names', async (t) => {
+test('the picture and the dialogs have names', async (t) => {
   const { agent, page } = await openSession(t, shared);
   const p = page.page;
+  const unnamed = await p
+    .locator('dialog, [role=dialog]')
+    .evaluateAll((all) =>
+      all
+        .filter((one) => !document.getElementById(one.getAttribute('aria-labelledby') ?? ''))
+        .map(({ id }) => id),
+    );
+  assert.deepEqual(unnamed, []);
   assert.ok(await p.getByRole('img', { name: 'The machine’s screen' }).isVisible());
   for (const [menu, button, name] of [
     ['keys-menu', 'type-text', 'Text to type on the machine'],
