@@ -76,6 +76,13 @@ export class RemoteInput {
     this.#keyInput.focus({ preventScroll: true });
   }
 
+  /** Shows the on-screen keyboard of a phone or tablet, which a tap on the picture does not open. */
+  showKeyboard() {
+    this.#keyInput.blur();
+    this.#keyInput.inputMode = 'text';
+    this.focus();
+  }
+
   setMode(/** @type {import('./keyboard.js').KeyMode} */ mode) {
     this.#keyboard.releaseAll();
     this.#keyboard.mode = mode;
@@ -117,7 +124,10 @@ export class RemoteInput {
     this.#keyInput.addEventListener('keyup', (event) => {
       if (this.enabled && keyboard.keyUp(event)) event.preventDefault();
     });
-    this.#keyInput.addEventListener('blur', () => keyboard.releaseAll());
+    this.#keyInput.addEventListener('blur', () => {
+      keyboard.releaseAll();
+      this.#keyInput.inputMode = 'none';
+    });
   }
 
   /** Text that reaches the field comes from an input method, a dead key or dictation. */

@@ -9,6 +9,7 @@ import { Msg } from '../link/messages.js';
 import { SessionChannel } from '../link/session_channel.js';
 import { Screen } from '../picture/screen.js';
 import { BarLayout } from './bar/bar_layout.js';
+import { Focus } from './focus.js';
 import { Panels } from './panels.js';
 import { CodecReport } from './reports/codec_report.js';
 import { attachFirstPicture } from './reports/first_picture.js';
@@ -19,6 +20,7 @@ import { Stage } from './stage.js';
 import { attachStatusLine } from './status_line.js';
 import { Stream } from './stream.js';
 import { attachToolbar } from './toolbar.js';
+import { ViewOnly } from './view_only.js';
 
 /**
  * @param {import('../link/link.js').Link} link
@@ -42,8 +44,7 @@ export function attachSession(link) {
   channel.addEventListener('open', () => {
     stream.start();
     stream.requestThumbnails();
-    input.update();
-    input.remote.focus();
+    input.start();
   });
   channel.addEventListener('closed', () => stream.end());
   attachToolbar({
@@ -51,7 +52,6 @@ export function attachSession(link) {
     stream,
     input: input.remote,
     onEnd: () => session.leave(),
-    onViewOnly: input.update,
   });
   attachFirstPicture({
     session,
@@ -77,6 +77,7 @@ export function attachSession(link) {
   const begin = (/** @type {import('../machines/machine_list.js').Machine} */ machine) => {
     stream.reset(machine.id);
     stage.reset();
+    input.reset();
     files.begin(machine.id);
     session.begin(machine);
   };
@@ -98,12 +99,21 @@ function attachInput({ channel, session, stage, canvas, backlog }) {
     send: (payload) => channel.send(Msg.InputEvent, payload),
     backlog,
   });
-  const viewOnly = byId('view-only', HTMLInputElement);
-  const update = () => {
-    remote.enabled = channel.isOpen && !viewOnly.checked;
+  const enable = (/** @type {boolean} */ on) => {
+    remote.enabled = on;
+    stage.element.classList.toggle('live', on);
   };
-  session.addEventListener('ending', () => {
-    remote.enabled = false;
-  });
-  return { remote, update };
+  const update = () => enable(channel.isOpen && !viewOnly.isOn);
+  const viewOnly = new ViewOnly(update);
+  const focus = new Focus();
+  const start = () => {
+    update();
+    focus.giveBack();
+  };
+  const reset = () => {
+    viewOnly.reset();
+    focus.reset();
+  };
+  session.addEventListener('ending', () => enable(false));
+  return { remote, start, reset };
 }

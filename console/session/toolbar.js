@@ -15,18 +15,13 @@ const DEFAULT_FRAME_RATE = 15;
  * @param {Stream} parts.stream
  * @param {RemoteInput} parts.input
  * @param {() => void} parts.onEnd called when the representative ends the session
- * @param {() => void} parts.onViewOnly called when "view only" is switched on or off
  */
-export function attachToolbar({ channel, stream, input, onEnd, onViewOnly }) {
+export function attachToolbar({ channel, stream, input, onEnd }) {
   byId('session-end').addEventListener('click', onEnd);
-  byId('view-only').addEventListener('change', onViewOnly);
-  attachFullScreen(() => input.focus());
+  attachFullScreen();
   attachPictureMenu(stream);
   attachKeysMenu(input);
-  byId('attention').addEventListener('click', () => {
-    channel.send(Msg.SecureAttention);
-    input.focus();
-  });
+  byId('attention').addEventListener('click', () => channel.send(Msg.SecureAttention));
   attachTypeDialog(input);
   attachMenuClosing();
 }
@@ -56,11 +51,10 @@ function attachKeysMenu(/** @type {RemoteInput} */ input) {
   mode.addEventListener('change', () =>
     input.setMode(/** @type {import('../input/keyboard.js').KeyMode} */ (mode.value)),
   );
+  byId('show-keyboard').addEventListener('click', () => input.showKeyboard());
   byId('keys-menu').addEventListener('click', ({ target }) => {
     const combination = target instanceof HTMLElement && target.dataset.combination;
-    if (!combination) return;
-    input.pressCombination(combination);
-    input.focus();
+    if (combination) input.pressCombination(combination);
   });
 }
 

@@ -12,8 +12,7 @@ const MARGIN = 24;
 const wholeScreen = matchMedia('(display-mode: fullscreen)');
 const { keyboard } = /** @type {{keyboard?: {lock?: () => Promise<void>}}} */ (navigator);
 
-/** @param {() => void} onDone called after the representative has used the button */
-export function attachFullScreen(onDone) {
+export function attachFullScreen() {
   const view = byId('view-session');
   const button = byId('full-screen', HTMLButtonElement);
   const show = () => {
@@ -28,10 +27,7 @@ export function attachFullScreen(onDone) {
   };
   document.addEventListener('fullscreenchange', show);
   wholeScreen.addEventListener('change', show);
-  button.addEventListener('click', async () => {
-    await toggle(view);
-    onDone();
-  });
+  button.addEventListener('click', () => toggle(view));
   attachEdge(view);
 }
 
