@@ -1,6 +1,7 @@
 // The picture's place and size: a pixel of the machine on a pixel of the display, and zooming.
 import assert from 'node:assert/strict';
 import test from 'node:test';
+import { BROWSER } from '../support/console_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -78,7 +79,7 @@ for (const density of [1, 1.5, 2]) {
 }
 
 test('the actual size follows the display’s density, and a picture larger than its area can be scrolled', async (t) => {
-  if (process.env.BROWSER === 'firefox') {
+  if (BROWSER === 'firefox') {
     t.skip('Firefox cannot change the density of an open page over WebDriver BiDi');
     return;
   }
