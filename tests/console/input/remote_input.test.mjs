@@ -79,6 +79,13 @@ test('a click is sent as a move, a press and a release at the pixel under the po
   }
 });
 
+test('a press at a new position is sent after a move of its own', async (t) => {
+  const { agent, page } = await inputSession(t);
+  const { x, y, event } = await aim(page, 400, 200);
+  await page.canvas.dispatchEvent('pointerdown', { pointerType: 'mouse', button: 0, clientX: x, clientY: y });
+  assert.deepEqual(await agent.events(3), [event, event, button(Button.left, true)]);
+});
+
 test('the right and middle mouse buttons are sent, and the browser’s menu does not open', async (t) => {
   const { agent, page, mouse } = await inputSession(t);
   const { x, y } = await aim(page, 100, 100);

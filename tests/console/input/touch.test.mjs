@@ -66,7 +66,7 @@ test('a tap clicks, and a second tap beside it becomes a double click at the sam
   );
   const { event } = await shown(page, at);
   const click = [event, button(Button.left, true), event, button(Button.left, false)];
-  assert.deepEqual(await agent.events(8), [...click, ...click]);
+  assert.deepEqual(await agent.events(9), [event, ...click, ...click]);
   const keyInput = page.page.locator('#key-input');
   assert.ok(await keyInput.evaluate((field) => field === document.activeElement));
   assert.equal(await keyInput.getAttribute('inputmode'), 'none', 'no on-screen keyboard covers the picture');
@@ -90,7 +90,8 @@ test('one finger drags with the left button, which a second finger or a cancelle
   await touch(['down', 1, at], ['move', 1, { x: at.x + 20, y: at.y }], ['move', 1, to], ['up', 1, to]);
   const start = (await shown(page, at)).event;
   const end = (await shown(page, to)).event;
-  assert.deepEqual(await agent.events(4), [
+  assert.deepEqual(await agent.events(5), [
+    start,
     start,
     button(Button.left, true),
     end,
