@@ -12,11 +12,11 @@ import { BarLayout } from './bar/bar_layout.js';
 import { Panels } from './panels.js';
 import { CodecReport } from './reports/codec_report.js';
 import { attachFirstPicture } from './reports/first_picture.js';
+import { attachStatusLine } from './reports/status_line.js';
 import { watchLink } from './reports/still_link.js';
 import { Strips } from './reports/strips.js';
 import { Session } from './session.js';
 import { Stage } from './stage.js';
-import { attachStatusLine } from './status_line.js';
 import { Stream } from './stream.js';
 import { attachToolbar } from './toolbar.js';
 
