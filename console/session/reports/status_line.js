@@ -1,7 +1,7 @@
 // The status line: the picture's size and codec, its rates, and the round trip to the machine.
-import { byId } from '../base/dom.js';
-import { texts } from '../base/texts.js';
-import { codecName } from './reports/codec_report.js';
+import { byId } from '../../base/dom.js';
+import { texts } from '../../base/texts.js';
+import { codecName } from './codec_report.js';
 
 const UPDATE_INTERVAL_MS = 500;
 
@@ -18,9 +18,9 @@ export function wholeRoundTrip(browser, machine) {
 /**
  * Updates the status line at intervals. It is empty while no session is open.
  * @param {object} parts
- * @param {import('../link/session_channel.js').SessionChannel} parts.channel
- * @param {import('../link/link.js').Link} parts.link
- * @param {import('./stream.js').Stream} parts.stream
+ * @param {import('../../link/session_channel.js').SessionChannel} parts.channel
+ * @param {import('../../link/link.js').Link} parts.link
+ * @param {import('../stream.js').Stream} parts.stream
  */
 export function attachStatusLine({ channel, link, stream }) {
   const update = () => {
@@ -29,7 +29,7 @@ export function attachStatusLine({ channel, link, stream }) {
   setInterval(update, UPDATE_INTERVAL_MS);
 }
 
-/** @param {import('../link/link.js').Link} link @param {import('./stream.js').Stream} stream */
+/** @param {import('../../link/link.js').Link} link @param {import('../stream.js').Stream} stream */
 function statusOf(link, { size, codec, obstacle, rates: { framesPerSecond, kilobytesPerSecond } }) {
   const roundTrip = wholeRoundTrip(link.browserRoundTrip, link.machineRoundTrip);
   const parts = [texts.status(framesPerSecond, kilobytesPerSecond, roundTrip)];
