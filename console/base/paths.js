@@ -43,6 +43,8 @@ export function windowsName(/** @type {string} */ name) {
   const plain = name
     .replace(FORBIDDEN, '_')
     .slice(0, MAX_LENGTH)
+    // The cut can leave the first half of a character that has two UTF-16 units.
+    .replace(/[\ud800-\udbff]$/, '')
     .replace(/[. ]+$/, (end) => '_'.repeat(end.length));
   return DEVICE.test(plain) ? `_${plain}` : plain || '_';
 }

@@ -48,4 +48,6 @@ test('local names are changed to names that Windows accepts', () => {
   };
   for (const [name, wanted] of Object.entries(made)) assert.equal(windowsName(name), wanted, name);
   assert.equal(windowsName('x'.repeat(400)).length, 255);
+  assert.equal(windowsName(`${'x'.repeat(254)}😀.txt`), 'x'.repeat(254), 'no character is cut in half');
+  assert.equal(windowsName(`${'x'.repeat(253)}😀.txt`), `${'x'.repeat(253)}😀`);
 });
