@@ -132,40 +132,68 @@ export const english = {
     `${all} ${all === 1 ? 'item' : 'items'}${chosen ? `, ${chosen} selected` : ''}`,
   download: 'Download',
   upload: 'Upload …',
-  dropHint: 'or drop files here',
+  hintDrives: 'Open a folder to send files to it.',
+  hintSelect: 'Select files to download.',
+  hintSelectOrDrop: 'Select files to download, or drop files here to send them.',
+  hintDrop: 'or drop files here',
+  hintFolders: 'Folders cannot be downloaded. Open the folder and select files in it.',
+  hintFoldersLeftOut: (/** @type {number} */ count) =>
+    `${count === 1 ? 'The selected folder is' : `The ${count} selected folders are`} not downloaded.`,
+  folderTooLarge: (/** @type {string} */ size) =>
+    `The folder contains too much to be listed: the list alone has ${size}.`,
+  listingInterrupted:
+    'The session was interrupted while this folder was being listed. Press ⟳ to list it again.',
   putHere: (/** @type {number} */ count) => `Put ${count === 1 ? 'the file' : `${count} files`} here`,
   overwriteQuestion: (/** @type {number} */ count) =>
-    count === 1
-      ? 'A file of this name exists already. It would be replaced.'
-      : `${count} files of these names exist already. They would be replaced.`,
+    count === 1 ? 'Replace this file on the machine?' : `Replace these ${count} files on the machine?`,
+  versionThere: (/** @type {string} */ size, /** @type {string} */ time) =>
+    `On the machine: ${size}${time && `, changed ${time}`}`,
+  versionHere: (/** @type {string} */ size, /** @type {string} */ time) =>
+    `To be sent: ${size}${time && `, changed ${time}`}`,
   andMore: (/** @type {number} */ count) => `and ${count} more`,
   skipThese: 'Skip',
   overwrite: 'Replace',
   transfers: 'Transfers',
   clearTransfers: 'Clear finished',
   saveAgain: 'Save again',
+  savePart: 'Save what arrived',
+  stillSent: 'the machine sends the file to its end unless it is stopped',
+  stopSending: 'Stop the machine …',
+  cutQuestion:
+    'Stop what the machine is still sending? The relay closes the machine’s connection for this, so the ' +
+    'session is interrupted for a moment and all running transfers end. A machine with a local user asks for ' +
+    'permission again.',
+  cutNow: 'Close the connection',
   transferDone: (/** @type {string} */ done, /** @type {string} */ all) => `${done} of ${all}`,
   transferLeft: (/** @type {string} */ time) => `${time} left`,
   transferStates: {
     waiting: 'Waiting',
     running: 'Running',
     checking: 'Checking what arrived …',
-    done: 'Done',
     failed: 'Failed',
     cancelled: 'Cancelled',
   },
+  transferResults: { download: 'Downloaded', upload: 'Uploaded' },
   transferRemarks: {
     uploadCancelled: 'the part that arrived stays on the machine',
-    downloadCancelled: 'the machine cannot be told to stop sending; the rest of the file is discarded',
+    downloadCancelled: 'the rest of the file is discarded',
     sessionOver: 'the session ended; the part that arrived stays on the machine',
+    downloadOver: 'the session ended; the rest of the file is discarded',
     outOfOrder: 'parts of the file are missing',
     cannotOpen: 'the machine cannot open the file',
     machineFailed: 'the machine could not send the file',
     cannotRead: 'the file can no longer be read on this computer',
     noRoom: 'there is no space for the file on this computer',
-    otherSize:
-      'the size differs from the listed one: the file has changed, or the machine could not read all of it',
+    unreadableEnd: 'the machine’s message about the end of the file could not be read',
+    fileChanged: 'the file has changed since it was listed',
+    otherSize: 'the size differs from the listed one: the machine could not read all of the file',
     notThere: 'the machine could not create the file',
+    notReplaced:
+      'not replaced: the machine’s file has the same size and time as before. It may be open in a program, ' +
+      'read-only or hidden',
+    sameTarget: 'another upload to this file has not ended yet',
+    folderTooLarge:
+      'the folder contains too much to be listed, so the console cannot see which files would be replaced',
     cutShort: 'only a part arrived: the machine’s disk may be full',
     unchecked: 'sent, but the console could not check whether all of it arrived',
     isFolder: 'a folder has this name',

@@ -144,40 +144,69 @@ export const icelandic = {
     `${all} atriði${chosen ? `, ${chosen} ${singular(chosen) ? 'valið' : 'valin'}` : ''}`,
   download: 'Sækja',
   upload: 'Senda skrár …',
-  dropHint: 'eða dragðu skrár hingað',
+  hintDrives: 'Opnaðu möppu til að senda skrár í hana.',
+  hintSelect: 'Veldu skrár til að sækja.',
+  hintSelectOrDrop: 'Veldu skrár til að sækja eða dragðu skrár hingað til að senda þær.',
+  hintDrop: 'eða dragðu skrár hingað',
+  hintFolders: 'Ekki er hægt að sækja möppur. Opnaðu möppuna og veldu skrár í henni.',
+  hintFoldersLeftOut: (/** @type {number} */ count) =>
+    count === 1 ? 'Valda mappan er ekki sótt.' : `${count} valdar möppur eru ekki sóttar.`,
+  folderTooLarge: (/** @type {string} */ size) =>
+    `Of margt er í möppunni til að hægt sé að telja það upp: listinn einn er ${size}.`,
+  listingInterrupted: 'Fjaraðstoðin rofnaði meðan mappan var lesin. Ýttu á ⟳ til að lesa hana aftur.',
   putHere: (/** @type {number} */ count) =>
     `Setja ${singular(count) ? `${count} skrá` : `${count} skrár`} hér`,
   overwriteQuestion: (/** @type {number} */ count) =>
     count === 1
-      ? 'Þessi skrá er þegar til. Henni yrði skipt út.'
-      : `${count} ${singular(count) ? 'skrá er' : 'skrár eru'} þegar til. Þeim yrði skipt út.`,
+      ? 'Skipta þessari skrá út á tölvunni?'
+      : `Skipta ${count} ${singular(count) ? 'skrá' : 'skrám'} út á tölvunni?`,
+  versionThere: (/** @type {string} */ size, /** @type {string} */ time) =>
+    `Á tölvunni: ${size}${time && `, breytt ${time}`}`,
+  versionHere: (/** @type {string} */ size, /** @type {string} */ time) =>
+    `Til sendingar: ${size}${time && `, breytt ${time}`}`,
   andMore: (/** @type {number} */ count) => `og ${count} til viðbótar`,
   skipThese: 'Sleppa',
   overwrite: 'Skipta út',
   transfers: 'Flutningar',
   clearTransfers: 'Hreinsa lokna',
   saveAgain: 'Vista aftur',
+  savePart: 'Vista það sem barst',
+  stillSent: 'tölvan sendir skrána til enda nema hún sé stöðvuð',
+  stopSending: 'Stöðva tölvuna …',
+  cutQuestion:
+    'Stöðva það sem tölvan er enn að senda? Til þess lokar miðlarinn tengingu tölvunnar. Fjaraðstoðin rofnar ' +
+    'því stutta stund og allir flutningar í gangi hætta. Tölva sem notandi situr við biður aftur um leyfi.',
+  cutNow: 'Loka tengingunni',
   transferDone: (/** @type {string} */ done, /** @type {string} */ all) => `${done} af ${all}`,
   transferLeft: (/** @type {string} */ time) => `${time} eftir`,
   transferStates: {
     waiting: 'Bíður',
     running: 'Í gangi',
     checking: 'Athuga hvað barst …',
-    done: 'Lokið',
     failed: 'Mistókst',
     cancelled: 'Hætt við',
   },
+  transferResults: { download: 'Sótt', upload: 'Sent' },
   transferRemarks: {
     uploadCancelled: 'það sem þegar barst verður eftir á tölvunni',
-    downloadCancelled: 'ekki er hægt að stöðva tölvuna; því sem hún sendir enn er hent',
+    downloadCancelled: 'því sem eftir er af skránni er hent',
     sessionOver: 'fjaraðstoðinni lauk; það sem hafði borist á tölvuna verður þar eftir',
+    downloadOver: 'fjaraðstoðinni lauk; því sem eftir er af skránni er hent',
     outOfOrder: 'hluta vantar',
     cannotOpen: 'tölvan getur ekki opnað skrána',
     machineFailed: 'tölvan gat ekki sent skrána',
     cannotRead: 'ekki er lengur hægt að lesa skrána á þessari tölvu',
     noRoom: 'ekkert pláss er fyrir skrána á þessari tölvu',
-    otherSize: 'stærðin er önnur en í listanum: skráin breyttist eða tölvan gat ekki lesið hana alla',
+    unreadableEnd: 'ekki var hægt að lesa skilaboð tölvunnar um enda skrárinnar',
+    fileChanged: 'skráin hefur breyst síðan möppan var lesin',
+    otherSize: 'stærðin er önnur en í listanum: tölvan gat ekki lesið alla skrána',
     notThere: 'skráin er ekki þar: tölvan gat ekki búið hana til',
+    notReplaced:
+      'ekki skipt út: skráin á tölvunni hefur sömu stærð og tíma og áður. Hún er ef til vill opin í forriti, ' +
+      'ritvarin eða falin',
+    sameTarget: 'annarri sendingu í þessa skrá er ekki lokið',
+    folderTooLarge:
+      'of margt er í möppunni til að hægt sé að telja það upp, svo að ekki sést hvaða skrám yrði skipt út',
     cutShort: 'aðeins hluti barst: diskur tölvunnar er ef til vill fullur',
     unchecked: 'send, en ekki var hægt að athuga hvað barst',
     isFolder: 'mappa ber þetta heiti',

@@ -5,6 +5,10 @@ import { make } from '../base/dom.js';
 import { visible } from '../base/names.js';
 
 const ROW_PIXELS = 30;
+/** On a narrow page, size and time stand below the name, and a row is high enough for a finger. */
+const NARROW_ROW_PIXELS = 52;
+/** The same condition as in files.css. */
+const NARROW_PAGE = '(max-width: 640px)';
 /** Rows that are drawn beyond each edge of the view. */
 const MARGIN_ROWS = 8;
 /** Letters typed within this time of each other form one search text. */
@@ -30,6 +34,9 @@ export class FileList extends EventTarget {
   #anchor = 0;
   #searchText = '';
   #searchedAt = 0;
+  #rowPixels = ROW_PIXELS;
+  /** Whether the last press was that of a finger. */
+  #touched = false;
   /**
    * The rows in view. A row keeps its element while it is in view, because both clicks of a double click have
    * to hit the same element.
@@ -50,7 +57,13 @@ export class FileList extends EventTarget {
     place.addEventListener('scroll', () => this.#draw());
     place.addEventListener('keydown', (event) => this.#key(event));
     place.addEventListener('pointerdown', (event) => this.#press(event));
-    place.addEventListener('dblclick', ({ target }) => this.#emitOpen(this.#indexAt(target)));
+    place.addEventListener('click', ({ target }) => this.#tap(this.#indexAt(target)));
+    place.addEventListener('dblclick', ({ target }) => {
+      if (!this.#touched) this.#emitOpen(this.#indexAt(target));
+    });
+    const narrow = matchMedia(NARROW_PAGE);
+    narrow.addEventListener('change', () => this.#setRowHeight(narrow.matches));
+    this.#setRowHeight(narrow.matches);
     new ResizeObserver(() => this.#draw()).observe(place);
   }
 
@@ -96,15 +109,15 @@ export class FileList extends EventTarget {
     this.#entries = entries;
     this.#focus = Math.max(0, focus);
     this.#anchor = this.#focus;
-    this.#sheet.style.height = `${entries.length * ROW_PIXELS}px`;
+    this.#sheet.style.height = `${entries.length * this.#rowPixels}px`;
   }
 
   #draw() {
     const { scrollTop, clientHeight } = this.#place;
-    const from = Math.max(0, Math.floor(scrollTop / ROW_PIXELS) - MARGIN_ROWS);
+    const from = Math.max(0, Math.floor(scrollTop / this.#rowPixels) - MARGIN_ROWS);
     const to = Math.min(
       this.#entries.length,
-      Math.ceil((scrollTop + clientHeight) / ROW_PIXELS) + MARGIN_ROWS,
+      Math.ceil((scrollTop + clientHeight) / this.#rowPixels) + MARGIN_ROWS,
     );
     const inView = new Map(this.#entries.slice(from, to).map((entry, i) => [entry, from + i]));
     for (const [entry, row] of this.#rows) {
@@ -129,7 +142,7 @@ export class FileList extends EventTarget {
     row.ariaPosInSet = String(index + 1);
     row.ariaSetSize = String(this.#entries.length);
     row.classList.toggle('has-focus', index === this.#focus);
-    row.style.top = `${index * ROW_PIXELS}px`;
+    row.style.top = `${index * this.#rowPixels}px`;
   }
 
   #makeRow(/** @type {Entry} */ { name, dir, size, mtime }) {
@@ -150,9 +163,26 @@ export class FileList extends EventTarget {
     return row instanceof HTMLElement ? Number(row.dataset.index) : -1;
   }
 
+  #setRowHeight(/** @type {boolean} */ narrow) {
+    this.#rowPixels = narrow ? NARROW_ROW_PIXELS : ROW_PIXELS;
+    this.#place.style.setProperty('--file-row', `${this.#rowPixels}px`);
+    this.#replace(this.#entries, this.#focus);
+    this.#draw();
+  }
+
+  /** Handles a tap: it opens a folder, and selects a file in addition to the others or deselects it. */
+  #tap(/** @type {number} */ index) {
+    const entry = this.#entries[index];
+    if (!this.#touched || !entry) return;
+    if (entry.dir) this.#emitOpen(index);
+    else this.#go(index, { ctrlKey: true });
+  }
+
   #press(/** @type {PointerEvent} */ event) {
     const index = this.#indexAt(event.target);
-    if (event.button !== 0) return;
+    // The touch of a finger may begin a scroll.
+    this.#touched = event.pointerType === 'touch';
+    if (event.button !== 0 || this.#touched) return;
     if (index >= 0) this.#go(index, event);
     else if (event.target === this.#sheet || event.target === this.#place) {
       this.#selected.clear();
@@ -185,11 +215,11 @@ export class FileList extends EventTarget {
   }
 
   #reveal() {
-    const top = this.#focus * ROW_PIXELS;
+    const top = this.#focus * this.#rowPixels;
     const place = this.#place;
     if (top < place.scrollTop) place.scrollTop = top;
-    else if (top + ROW_PIXELS > place.scrollTop + place.clientHeight)
-      place.scrollTop = top + ROW_PIXELS - place.clientHeight;
+    else if (top + this.#rowPixels > place.scrollTop + place.clientHeight)
+      place.scrollTop = top + this.#rowPixels - place.clientHeight;
   }
 
   #key(/** @type {KeyboardEvent} */ event) {
@@ -211,7 +241,7 @@ export class FileList extends EventTarget {
 
   /** The number of rows by which a key moves the focus; undefined for keys that do not move it. */
   #stepOf(/** @type {string} */ key) {
-    const page = Math.max(1, Math.floor(this.#place.clientHeight / ROW_PIXELS) - 1);
+    const page = Math.max(1, Math.floor(this.#place.clientHeight / this.#rowPixels) - 1);
     const steps = new Map([
       ['ArrowUp', -1],
       ['ArrowDown', 1],

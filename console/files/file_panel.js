@@ -4,9 +4,10 @@ import { byId, make } from '../base/dom.js';
 import { carriesFiles, droppedFiles } from '../base/dropped.js';
 import { locale } from '../base/locale.js';
 import { visible } from '../base/names.js';
-import { crumbs, lastPart } from '../base/paths.js';
+import { crumbs, lastPart, parentOf } from '../base/paths.js';
 import { texts } from '../base/texts.js';
 import { FileList } from './file_list.js';
+import { TooLargeError } from './folder_requests.js';
 import { sorted } from './listing.js';
 
 /** @typedef {import('./listing.js').Entry} Entry */
@@ -21,6 +22,7 @@ import { sorted } from './listing.js';
 
 export class FilePanel {
   #folders;
+  #formats;
   #actions;
   #panel;
   #root = byId('files');
@@ -29,6 +31,8 @@ export class FilePanel {
   #listing = null;
   /** The folder that was requested last. */
   #wanted = '';
+  /** Why that folder is not listed again before the representative asks for it; '' when it may be. */
+  #problem = '';
   /** @type {{by: SortKey, descending: boolean}} */
   #order = { by: 'name', descending: false };
   /** @type {LocalFile[]} files for which the representative is to choose a folder */
@@ -43,6 +47,7 @@ export class FilePanel {
    */
   constructor(addPanel, folders, formats, actions) {
     this.#folders = folders;
+    this.#formats = formats;
     this.#actions = actions;
     this.#list = new FileList(byId('files-list'), formats);
     this.#panel = addPanel({
@@ -58,15 +63,25 @@ export class FilePanel {
 
   /** Handles the start of a session: an open panel requests the folder again that it showed before. */
   start() {
-    if (this.#panel.isOpen()) this.#go(this.#wanted);
+    if (this.#panel.isOpen() && !this.#problem) this.#go(this.#wanted);
+  }
+
+  /**
+   * Handles the end of a session. A listing that was under way may have been its cause, so it is not
+   * requested again by itself.
+   */
+  sessionOver() {
+    if (this.#root.ariaBusy === 'true') this.#showProblem(this.#wanted, texts.listingInterrupted);
   }
 
   /** Closes the panel and forgets the folder, before a session with another machine. */
   reset() {
     this.#listing = null;
     this.#wanted = '';
+    this.#problem = '';
     this.#offered = [];
     this.#list.show([]);
+    byId('files-crumbs').replaceChildren();
     this.#panel.toggle(false);
     this.#drawState();
   }
@@ -92,6 +107,7 @@ export class FilePanel {
    */
   async #go(path, from = '') {
     this.#wanted = path;
+    this.#problem = '';
     this.#root.ariaBusy = 'true';
     try {
       const listing = await this.#folders.list(path);
@@ -100,10 +116,19 @@ export class FilePanel {
       const again = this.#listing?.path === path;
       this.#listing = listing;
       this.#draw(again, from);
-    } catch {
-      // The session has ended; the message over the picture says so.
+    } catch (error) {
+      // After the end of a session, the message over the picture says why nothing is listed.
+      if (this.#wanted === path && error instanceof TooLargeError)
+        this.#showProblem(path, texts.folderTooLarge(this.#formats.size(error.bytes)));
     }
     if (this.#wanted === path) this.#root.ariaBusy = 'false';
+  }
+
+  /** Shows why a folder is not listed, in place of its entries. */
+  #showProblem(/** @type {string} */ path, /** @type {string} */ problem) {
+    this.#problem = problem;
+    this.#listing = { path, parent: parentOf(path), entries: [] };
+    this.#draw(false);
   }
 
   #attachList() {
@@ -111,8 +136,8 @@ export class FilePanel {
     onDetail(list, 'open', (/** @type {Entry} */ entry) => this.#open(entry));
     list.addEventListener('up', () => this.#up());
     list.addEventListener('select', () => this.#drawState());
-    byId('files-list').addEventListener('paste', async ({ clipboardData }) => {
-      if (clipboardData) this.#upload(await droppedFiles(clipboardData));
+    byId('files-list').addEventListener('paste', ({ clipboardData }) => {
+      if (clipboardData) this.#upload(droppedFiles(clipboardData));
     });
   }
 
@@ -143,12 +168,12 @@ export class FilePanel {
       if (!(relatedTarget instanceof Node && root.contains(relatedTarget)))
         root.classList.remove('is-target');
     });
-    root.addEventListener('drop', async (event) => {
+    root.addEventListener('drop', (event) => {
       root.classList.remove('is-target');
       if (!event.dataTransfer || !carriesFiles(event.dataTransfer)) return;
       event.preventDefault();
       event.stopPropagation();
-      this.#upload(await droppedFiles(event.dataTransfer));
+      this.#upload(droppedFiles(event.dataTransfer));
     });
   }
 
@@ -166,14 +191,18 @@ export class FilePanel {
     if (listing?.path) this.#go(listing.parent, lastPart(listing.path));
   }
 
-  /** Uploads files into the folder that is shown, and lists it again afterwards. */
-  async #upload(/** @type {LocalFile[]} */ files) {
+  /**
+   * Uploads files into the folder that is shown now, and lists it again afterwards.
+   * @param {LocalFile[] | Promise<LocalFile[]>} files
+   */
+  async #upload(files) {
     const folder = this.#listing?.path;
-    if (!folder || !files.length) return;
+    const found = await files;
+    if (!folder || !found.length) return;
     this.#offered = [];
     this.#drawState();
-    await this.#actions.upload(files, folder).catch(() => {});
-    if (this.#panel.isOpen() && this.#wanted === folder) this.#go(folder);
+    await this.#actions.upload(found, folder).catch(() => {});
+    if (this.#panel.isOpen() && this.#wanted === folder && !this.#problem) this.#go(folder);
   }
 
   #sort(/** @type {SortKey} */ by) {
@@ -221,13 +250,30 @@ export class FilePanel {
     const inFolder = !!listing?.path;
     byId('files-up', HTMLButtonElement).disabled = !inFolder;
     byId('files-upload', HTMLButtonElement).disabled = !inFolder;
-    byId('files-download', HTMLButtonElement).disabled = this.#selectedFiles().length === 0;
+    const download = byId('files-download', HTMLButtonElement);
+    download.disabled = this.#selectedFiles().length === 0;
+    const hint = offered.length ? '' : this.#hint();
+    download.title = download.disabled ? hint : '';
+    byId('files-hint').textContent = hint;
     const put = byId('files-put', HTMLButtonElement);
     put.hidden = offered.length === 0;
     put.disabled = !inFolder;
     put.textContent = texts.putHere(offered.length);
     byId('files-count').textContent = listing ? texts.entryCount(list.count, list.selected.length) : '';
+    byId('files-empty').textContent = this.#problem || texts.folderEmpty;
     byId('files-empty').hidden = !listing || list.count > 0;
+  }
+
+  /** What can be done with the selection, or why it cannot be downloaded. */
+  #hint() {
+    if (!this.#listing) return '';
+    if (!this.#listing.path) return texts.hintDrives;
+    const files = this.#selectedFiles().length;
+    const folders = this.#list.selected.length - files;
+    if (folders) return files ? texts.hintFoldersLeftOut(folders) : texts.hintFolders;
+    const canDrop = matchMedia('(any-hover: hover)').matches;
+    if (files) return canDrop ? texts.hintDrop : '';
+    return canDrop ? texts.hintSelectOrDrop : texts.hintSelect;
   }
 }
 

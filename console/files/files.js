@@ -1,32 +1,37 @@
 // File transfer in a session: connects the panel, the transfers and the messages to and from the machine.
 import { onDetail } from '../base/custom_events.js';
-import { byId, make } from '../base/dom.js';
+import { byId } from '../base/dom.js';
 import { Formats } from '../base/formats.js';
 import { locale } from '../base/locale.js';
 import { visible } from '../base/names.js';
+import { lastPart, parentOf } from '../base/paths.js';
 import { saveFile } from '../base/save_file.js';
-import { texts } from '../base/texts.js';
 import { Msg } from '../link/messages.js';
 import { openSink } from './download_sink.js';
 import { FilePanel } from './file_panel.js';
 import { FolderRequests } from './folder_requests.js';
+import { Questions } from './questions.js';
 import { Transfer } from './transfer.js';
 import { TransferQueue } from './transfer_queue.js';
 import { TransferRows } from './transfer_rows.js';
 import { Uploads } from './uploads.js';
 
-/** The largest number of names that the question whether to overwrite lists. */
-const NAMES_SHOWN = 8;
+/** @typedef {import('../link/link.js').ControlMessage} ControlMessage */
+/** @typedef {import('../link/session_channel.js').SessionChannel} SessionChannel */
+/** @typedef {EventTarget & {sendControl: (message: object) => boolean}} Relay */
+
+/** The relay's reasons for the end of a session that mean the end of the machine's connection. */
+const MACHINE_GONE = ['agent-gone', 'replaced'];
 
 /**
  * @param {object} parts
- * @param {import('../link/session_channel.js').SessionChannel} parts.channel
- * @param {EventTarget & {sendControl: (message: object) => boolean}} parts.relay sends control
- *   messages to the relay and emits the relay's own as 'control' events
+ * @param {SessionChannel} parts.channel
+ * @param {Relay} parts.relay sends control messages to the relay and emits the relay's own as 'control' events
  * @param {import('./file_panel.js').AddPanel} parts.addPanel
- * @returns {{offer: FilePanel['offer'], machineIsIdle: () => Promise<boolean>}} offer: lets the
- *   representative choose a folder for the files; machineIsIdle: resolves when the machine has handled all
- *   messages that were sent before the call
+ * @returns {{begin: (agent: string) => void, offer: FilePanel['offer'],
+ *   machineIsIdle: () => Promise<boolean>}} begin: to be called before a session with a machine is requested;
+ *   offer: lets the representative choose a folder for the files; machineIsIdle: resolves when the machine has
+ *   handled all messages that were sent before the call
  */
 export function attachFiles({ channel, relay, addPanel }) {
   const formats = new Formats(locale);
@@ -34,22 +39,12 @@ export function attachFiles({ channel, relay, addPanel }) {
     channel.sendJson(Msg.DirListRequest, { path });
     return channel.isOpen;
   });
-  const queue = new TransferQueue(
-    {
-      sendJson: (type, value) => channel.sendJson(type, value),
-      send: (type, payload) => channel.send(type, payload),
-      sendControl: (message) => relay.sendControl(message),
-      session: () => channel.session,
-    },
-    openSink,
-  );
-  const rowParts = {
-    list: byId('transfers'),
-    clear: byId('transfers-clear'),
-    section: byId('transfers-section'),
-  };
-  new TransferRows(rowParts, queue, formats);
-  const uploads = new Uploads(queue, folders, askToOverwrite);
+  const queue = makeQueue(channel, relay, folders);
+  const questions = new Questions(formats);
+  const rows = makeRows(queue, formats, async () => {
+    if (await questions.cut().catch(() => false)) channel.cutMachine();
+  });
+  const uploads = new Uploads(queue, folders, (conflicts) => questions.overwrite(conflicts));
   const panel = new FilePanel(addPanel, folders, formats, {
     download: (entries) => {
       for (const entry of entries) download(queue, entry);
@@ -57,33 +52,90 @@ export function attachFiles({ channel, relay, addPanel }) {
     upload: (files, folder) => uploads.upload(files, folder),
   });
 
-  channel.handle(Msg.DirListResult, (payload) => folders.receive(payload));
-  channel.handle(Msg.FileChunk, (payload) => queue.receiveChunk(payload));
-  channel.handle(Msg.FileTransferEnd, (payload) => queue.receiveEnd(payload));
-  onDetail(relay, 'control', (/** @type {import('../link/link.js').ControlMessage} */ message) =>
-    queue.receiveControl(message),
-  );
-  followSessions(channel, panel, [folders, queue]);
+  attachMessages(channel, relay, folders, queue);
+  channel.addEventListener('open', () => panel.start());
+  channel.addEventListener('closed', () => {
+    for (const part of [panel, questions, uploads, folders, queue]) part.sessionOver();
+  });
+  let machine = '';
+  const begin = (/** @type {string} */ agent) => {
+    if (agent === machine) return;
+    machine = agent;
+    panel.reset();
+    rows.reset();
+  };
   // The machine handles messages in order, so it sends this listing of its drives after it has handled all
   // messages that were sent before the request.
-  return { offer: (files) => panel.offer(files), machineIsIdle: async () => !!(await folders.list('')) };
+  const machineIsIdle = async () => !!(await folders.list(''));
+  return { begin, offer: (files) => panel.offer(files), machineIsIdle };
 }
 
 /**
- * @param {import('../link/session_channel.js').SessionChannel} channel
- * @param {FilePanel} panel
- * @param {{sessionOver: () => void}[]} others
+ * @param {SessionChannel} channel
+ * @param {Relay} relay
+ * @param {FolderRequests} folders
  */
-function followSessions(channel, panel, others) {
-  let agent = '';
-  channel.addEventListener('open', () => {
-    if (agent !== channel.agent) panel.reset();
-    agent = channel.agent;
-    panel.start();
+function makeQueue(channel, relay, folders) {
+  const entryOf = async (/** @type {string} */ path) => {
+    const folder = parentOf(path);
+    const { entries } = await folders.list(folder.endsWith(':') ? `${folder}\\` : folder);
+    return entries.find(({ name }) => name === lastPart(path));
+  };
+  return new TransferQueue(
+    {
+      sendJson: (type, value) => channel.sendJson(type, value),
+      send: (type, payload) => channel.send(type, payload),
+      sendControl: (message) => relay.sendControl(message),
+      session: () => channel.session,
+      entryOf,
+    },
+    openSink,
+  );
+}
+
+/**
+ * @param {TransferQueue} queue
+ * @param {Formats} formats
+ * @param {() => void} onStop stops what the machine is still sending
+ */
+function makeRows(queue, formats, onStop) {
+  const parts = {
+    list: byId('transfers'),
+    clear: byId('transfers-clear'),
+    section: byId('transfers-section'),
+  };
+  return new TransferRows(parts, queue, formats, onStop);
+}
+
+/**
+ * Hands the messages of the machine and of the relay to the parts that they concern.
+ * @param {SessionChannel} channel
+ * @param {Relay} relay
+ * @param {FolderRequests} folders
+ * @param {TransferQueue} queue
+ */
+function attachMessages(channel, relay, folders, queue) {
+  channel.handle(Msg.DirListResult, (payload) => folders.receive(payload));
+  channel.handle(Msg.FileChunk, (payload) => queue.receiveChunk(payload));
+  channel.handle(Msg.FileTransferEnd, (payload) => queue.receiveEnd(payload));
+  onDetail(channel, 'too-large', (/** @type {{type: number, bytes: number}} */ { type, bytes }) => {
+    if (type === Msg.DirListResult) folders.tooLarge(bytes);
   });
-  channel.addEventListener('closed', () => {
-    for (const other of others) other.sessionOver();
+  onDetail(relay, 'control', (/** @type {ControlMessage} */ message) => {
+    queue.receiveControl(message);
+    // The session, which may receive the same message later, ends its transfers first.
+    if (machineIsGone(message, channel.agent)) queueMicrotask(() => queue.machineGone());
   });
+}
+
+/** Whether the message reports that the machine is no longer connected as it was. */
+function machineIsGone(/** @type {ControlMessage} */ message, /** @type {string} */ agent) {
+  if (message.type === 'session')
+    return (
+      message.agent === agent && message.state === 'ended' && MACHINE_GONE.includes(String(message.reason))
+    );
+  if (message.type !== 'agents' || !Array.isArray(message.agents)) return false;
+  return message.agents.some(({ id, state }) => id === agent && state === 'offline');
 }
 
 /** Downloads a file and saves it as soon as it is complete. */
@@ -95,22 +147,4 @@ async function download(
   queue.add(transfer);
   await transfer.ended;
   if (transfer.blob && transfer.state === 'done') saveFile(transfer.blob, visible(name));
-}
-
-/** @returns {Promise<import('./uploads.js').Answer>} */
-function askToOverwrite(/** @type {string[]} */ names) {
-  const dialog = byId('overwrite-dialog', HTMLDialogElement);
-  byId('overwrite-question').textContent = texts.overwriteQuestion(names.length);
-  const more = names.length - NAMES_SHOWN;
-  byId('overwrite-names').replaceChildren(
-    ...names.slice(0, NAMES_SHOWN).map((name) => make('li', {}, make('bdi', {}, visible(name)))),
-    ...(more > 0 ? [make('li', {}, texts.andMore(more))] : []),
-  );
-  dialog.returnValue = '';
-  dialog.showModal();
-  return new Promise((resolve) => {
-    const answered = () =>
-      resolve(/** @type {import('./uploads.js').Answer} */ (dialog.returnValue || 'cancel'));
-    dialog.addEventListener('close', answered, { once: true });
-  });
 }

@@ -4,6 +4,15 @@ import { parseListing } from './listing.js';
 
 /** @typedef {import('./listing.js').Listing} Listing */
 
+/** The machine's listing is larger than the relay passes on. */
+export class TooLargeError extends Error {
+  /** @param {number} bytes the length of the listing */
+  constructor(bytes) {
+    super('folderTooLarge');
+    this.bytes = bytes;
+  }
+}
+
 export class FolderRequests {
   #send;
   /** @type {{path: string, resolve: (listing: Listing) => void, reject: (why: Error) => void}[]} */
@@ -17,7 +26,7 @@ export class FolderRequests {
   /**
    * Lists a folder. A folder that does not exist or that the agent cannot read appears empty.
    * @param {string} path '' for the drives
-   * @returns {Promise<Listing>} rejected when the session ends first
+   * @returns {Promise<Listing>} rejected when the session ends first, or with a TooLargeError
    */
   list(path) {
     return new Promise((resolve, reject) => {
@@ -31,6 +40,11 @@ export class FolderRequests {
     const listing = parseListing(payload);
     const at = this.#open.findIndex(({ path }) => path === listing?.path);
     if (listing && at >= 0) this.#open.splice(at, 1)[0].resolve(listing);
+  }
+
+  /** Handles the relay's message that it dropped a listing, which answers the oldest open request. */
+  tooLarge(/** @type {number} */ bytes) {
+    this.#open.shift()?.reject(new TooLargeError(bytes));
   }
 
   sessionOver() {

@@ -12,6 +12,8 @@ export class Transfer {
   state = 'waiting';
   /** The number of bytes transferred so far. */
   done = 0;
+  /** Whether the machine may still be sending a download that has ended here. */
+  stillSent = false;
   /** A key of texts.transferRemarks, or a message of the relay. */
   remark = '';
   /** @type {Blob | null} the content of a download that is done */

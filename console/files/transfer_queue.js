@@ -2,13 +2,12 @@
 // uses no elements of the page. The machine does not confirm uploads, so the code that adds an upload has to
 // list the folder afterwards and call finish().
 import { emit } from '../base/custom_events.js';
-import { readJson } from '../link/envelope.js';
 import { Msg } from '../link/messages.js';
+import { Downloads } from './downloads.js';
 import { UploadWindow } from './upload_window.js';
 
 /** @typedef {import('./transfer.js').Transfer} Transfer */
 /** @typedef {import('./download_sink.js').DownloadSink} DownloadSink */
-/** @typedef {{sink: DownloadSink, nextChunk: number, written: Promise<void>}} Incoming a running download */
 
 const CHUNK_BYTES = 256 * 1024;
 const CHUNK_HEADER_BYTES = 8;
@@ -20,6 +19,8 @@ const MAX_RUNNING = 3;
  * @property {(type: number, payload: Uint8Array) => void} send
  * @property {(message: object) => boolean} sendControl to the relay; false when the link is down
  * @property {() => number | null} session the number of the open session
+ * @property {(path: string) => Promise<import('./listing.js').Entry | undefined>} entryOf lists the folder of a
+ *   file and returns the file's entry
  */
 
 /** Events: 'change' (detail: the transfer). */
@@ -39,14 +40,21 @@ export class TransferQueue extends EventTarget {
   #idRequests = new Map();
   /** @type {Map<number, Transfer>} transfers that are open on the machine, by id */
   #open = new Map();
-  /** @type {Map<number, Incoming>} running downloads, by the id of the transfer */
-  #incoming = new Map();
+  #downloads;
 
   /** @param {Sender} sender @param {() => Promise<DownloadSink>} openSink */
   constructor(sender, openSink) {
     super();
     this.#sender = sender;
     this.#openSink = openSink;
+    this.#downloads = new Downloads({
+      finish: (transfer, state, remark) => this.finish(transfer, state, remark),
+      changed: (transfer) => this.#changed(transfer),
+      ended: (id) => this.#open.delete(id),
+      sendControl: (message) => sender.sendControl(message),
+      session: () => sender.session(),
+      entryOf: (path) => sender.entryOf(path),
+    });
   }
 
   add(/** @type {Transfer} */ transfer) {
@@ -85,55 +93,24 @@ export class TransferQueue extends EventTarget {
     this.#idRequests.clear();
     for (const transfer of [...this.#running, ...this.#waiting]) {
       // A transfer that is being checked was sent completely; its check determines the result.
-      if (transfer.state !== 'checking') this.finish(transfer, 'failed', 'sessionOver');
+      if (transfer.state === 'checking') continue;
+      this.finish(transfer, 'failed', transfer.kind === 'upload' ? 'sessionOver' : 'downloadOver');
     }
   }
 
   /** Handles a chunk of a download. */
   receiveChunk(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
-    if (payload.length < CHUNK_HEADER_BYTES) return;
-    const view = new DataView(payload.buffer, payload.byteOffset);
-    const transfer = this.#open.get(view.getUint32(0));
-    const incoming = this.#incoming.get(view.getUint32(0));
-    if (!transfer || !incoming || transfer.state !== 'running') return;
-    if (view.getUint32(4) !== incoming.nextChunk) {
-      this.finish(transfer, 'failed', 'outOfOrder');
-      return;
-    }
-    incoming.nextChunk = (incoming.nextChunk + 1) >>> 0;
-    transfer.advance(payload.length - CHUNK_HEADER_BYTES);
-    const write = incoming.sink.write(payload.subarray(CHUNK_HEADER_BYTES));
-    incoming.written = Promise.all([incoming.written, write]).then(() => {});
-    incoming.written.catch(() => this.finish(transfer, 'failed', 'noRoom'));
-    this.#changed(transfer);
+    this.#downloads.receiveChunk(payload);
   }
 
   /** Handles the machine's message that ends a download. */
-  async receiveEnd(/** @type {Uint8Array} */ payload) {
-    const { transfer_id: transferId, ok, error } = readJson(payload) ?? {};
-    const id = numberOf(transferId);
-    const transfer = this.#open.get(id);
-    const incoming = this.#incoming.get(id);
-    if (!transfer || !incoming || transfer.state !== 'running') return;
-    this.#open.delete(id);
-    this.#incoming.delete(id);
-    const { sink } = incoming;
-    if (ok !== true) {
-      sink.abort();
-      this.finish(transfer, 'failed', error === 'cannot open' ? 'cannotOpen' : 'machineFailed');
-      return;
-    }
-    transfer.state = 'checking';
-    this.#changed(transfer);
-    try {
-      await incoming.written;
-      transfer.blob = await sink.close();
-      transfer.sink = sink;
-      this.finish(transfer, 'done', transfer.done === transfer.size ? '' : 'otherSize');
-    } catch {
-      sink.abort();
-      this.finish(transfer, 'failed', 'noRoom');
-    }
+  receiveEnd(/** @type {Uint8Array} */ payload) {
+    this.#downloads.receiveEnd(payload);
+  }
+
+  /** Handles the end of the machine's connection. */
+  machineGone() {
+    this.#downloads.machineGone();
   }
 
   /** Ends a transfer, also on the machine if it is still open there. A second call changes nothing. */
@@ -155,8 +132,7 @@ export class TransferQueue extends EventTarget {
    */
   #release(/** @type {number} */ id) {
     this.#open.delete(id);
-    this.#incoming.get(id)?.sink.abort();
-    this.#incoming.delete(id);
+    this.#downloads.release(id);
     this.#sendEnd(id);
   }
 
@@ -210,7 +186,7 @@ export class TransferQueue extends EventTarget {
       return;
     }
     this.#open.set(id, transfer);
-    this.#incoming.set(id, { sink, nextChunk: 0, written: Promise.resolve() });
+    this.#downloads.begin(id, transfer, sink);
     this.#sender.sendJson(Msg.DownloadRequest, { transfer_id: id, path: transfer.path });
     await transfer.ended;
   }

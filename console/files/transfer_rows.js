@@ -11,9 +11,11 @@ const DRAW_INTERVAL_MS = 200;
 /** Rates are drawn again at this interval, because they also fall while nothing arrives. */
 const RATE_INTERVAL_MS = 1000;
 
+const DIRECTIONS = { download: '↓', upload: '↑' };
+
 /** @typedef {import('./transfer.js').Transfer} Transfer */
 /** @typedef {{item: HTMLElement, bar: HTMLProgressElement, text: HTMLElement, save: HTMLElement,
- *   cancel: HTMLElement}} Row */
+ *   cancel: HTMLElement, stop: HTMLElement}} Row */
 
 export class TransferRows {
   #list;
@@ -21,10 +23,13 @@ export class TransferRows {
   #section;
   #queue;
   #formats;
+  #onStop;
   /** @type {Map<Transfer, Row>} */
   #rows = new Map();
   /** @type {Set<Transfer>} transfers whose row has to be drawn again */
   #stale = new Set();
+  /** @type {WeakSet<Transfer>} transfers of an earlier machine, which have no row */
+  #forgotten = new WeakSet();
   /** @type {ReturnType<typeof setTimeout> | undefined} */
   #drawTimer;
   /** @type {ReturnType<typeof setTimeout> | undefined} */
@@ -34,19 +39,33 @@ export class TransferRows {
    * @param {{list: HTMLElement, clear: HTMLElement, section: HTMLElement}} parts
    * @param {import('./transfer_queue.js').TransferQueue} queue
    * @param {import('../base/formats.js').Formats} formats
+   * @param {() => void} onStop asks to stop what the machine is still sending
    */
-  constructor({ list, clear, section }, queue, formats) {
+  constructor({ list, clear, section }, queue, formats, onStop) {
     this.#list = list;
     this.#section = section;
     this.#clear = clear;
     this.#queue = queue;
     this.#formats = formats;
+    this.#onStop = onStop;
     onDetail(queue, 'change', (/** @type {Transfer} */ transfer) => this.#changed(transfer));
     clear.addEventListener('click', () => this.#removeEnded());
   }
 
+  /** Removes all rows and their saved copies, before a session with another machine. */
+  reset() {
+    for (const transfer of [...this.#rows.keys(), ...this.#stale]) {
+      this.#forgotten.add(transfer);
+      // A download that is being checked is still saved.
+      transfer.ended.then(() => this.#remove(transfer));
+      this.#remove(transfer);
+    }
+    this.#draw();
+  }
+
   /** Marks the transfer's row for a drawing after DRAW_INTERVAL_MS, which is shared by all changed rows. */
   #changed(/** @type {Transfer} */ transfer) {
+    if (this.#forgotten.has(transfer)) return;
     this.#stale.add(transfer);
     this.#drawTimer ??= setTimeout(() => this.#draw(), DRAW_INTERVAL_MS);
   }
@@ -70,7 +89,7 @@ export class TransferRows {
       this.#rows.set(transfer, row);
       this.#list.prepend(row.item);
     }
-    const { item, bar, text, save, cancel } = row;
+    const { item, bar, text, save, cancel, stop } = row;
     item.dataset.state = transfer.state;
     bar.hidden = !transfer.active;
     bar.max = Math.max(1, transfer.size);
@@ -78,6 +97,9 @@ export class TransferRows {
     text.textContent = this.#textOf(transfer);
     cancel.hidden = !transfer.active || transfer.state === 'checking';
     save.hidden = !transfer.blob;
+    save.textContent = transfer.state === 'failed' ? texts.savePart : texts.saveAgain;
+    save.ariaLabel = `${save.textContent} ${visible(transfer.name)}`;
+    stop.hidden = !transfer.stillSent;
   }
 
   /** @returns {Row} */
@@ -92,12 +114,16 @@ export class TransferRows {
       this.#queue.cancel(transfer);
       this.#draw();
     });
+    const stop = button(texts.stopSending, name, 'transfer-stop', () => this.#onStop());
     const properties = { className: `transfer is-${transfer.kind}`, title: visible(transfer.path) };
+    const direction = make('span', { className: 'transfer-direction' }, DIRECTIONS[transfer.kind]);
+    direction.ariaHidden = 'true';
     const title = make('bdi', { className: 'transfer-name' }, name);
-    return { item: make('li', properties, title, save, cancel, bar, text), bar, text, save, cancel };
+    const item = make('li', properties, direction, title, save, cancel, bar, text, stop);
+    return { item, bar, text, save, cancel, stop };
   }
 
-  #textOf(/** @type {Transfer} */ { state, size, done, rate, remark }) {
+  #textOf(/** @type {Transfer} */ { kind, state, size, done, rate, remark, stillSent }) {
     const formats = this.#formats;
     if (state === 'running') {
       const parts = [texts.transferDone(formats.size(done), formats.size(size))];
@@ -106,20 +132,25 @@ export class TransferRows {
       return parts.join(' · ');
     }
     const remarks = /** @type {Record<string, string>} */ (texts.transferRemarks);
-    const result = texts.transferStates[state];
-    const parts = state === 'done' ? [result, formats.size(done)] : [result];
+    const parts =
+      state === 'done' ? [texts.transferResults[kind], formats.size(done)] : [texts.transferStates[state]];
     if (remark) parts.push(remarks[remark] ?? remark);
+    if (stillSent) parts.push(texts.stillSent);
     return parts.join(' · ');
   }
 
   #removeEnded() {
-    for (const [transfer, { item }] of this.#rows) {
-      if (transfer.active) continue;
-      item.remove();
-      if (transfer.sink) discard(transfer.sink);
-      this.#rows.delete(transfer);
-    }
+    for (const transfer of this.#rows.keys()) if (!transfer.active) this.#remove(transfer);
     this.#draw();
+  }
+
+  /** Removes a row, and deletes the saved copy of its file. */
+  #remove(/** @type {Transfer} */ transfer) {
+    this.#rows.get(transfer)?.item.remove();
+    this.#rows.delete(transfer);
+    this.#stale.delete(transfer);
+    if (transfer.sink) discard(transfer.sink);
+    transfer.sink = null;
   }
 }
 

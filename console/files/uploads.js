@@ -2,14 +2,17 @@
 // without asking and does not confirm uploads. Its folders are therefore listed before and after an upload,
 // and the representative is asked before a file is replaced.
 import { join, windowsName } from '../base/paths.js';
+import { arrivalOf } from './arrival.js';
 import { Transfer } from './transfer.js';
 
+/** @typedef {import('./listing.js').Entry} Entry */
+/** @typedef {import('./questions.js').Answer} Answer */
+/** @typedef {import('./questions.js').Conflict} Conflict */
 /** @typedef {{file: File, path?: string}} LocalFile path: the folders that contain the file, '' or 'sub/' */
 /**
- * A local file and its destination on the machine.
- * @typedef {{file: File, folder: string, name: string}} Planned
+ * A local file and its destination on the machine. before: the entry of this name before the upload.
+ * @typedef {{file: File, folder: string, name: string, before?: Entry}} Planned
  */
-/** @typedef {'overwrite' | 'skip' | 'cancel'} Answer */
 
 /** A form of the name for comparisons, because Windows compares names without regard to case. */
 const folded = (/** @type {string} */ name) => name.toLowerCase();
@@ -18,11 +21,14 @@ export class Uploads {
   #queue;
   #folders;
   #ask;
+  #sessions = 0;
+  /** @type {Set<string>} the folded paths of the uploads that have not ended */
+  #targets = new Set();
 
   /**
    * @param {import('./transfer_queue.js').TransferQueue} queue
    * @param {import('./folder_requests.js').FolderRequests} folders
-   * @param {(names: string[]) => Promise<Answer>} ask asks what to do with files that exist already
+   * @param {(conflicts: Conflict[]) => Promise<Answer>} ask asks what to do with files that exist already
    */
   constructor(queue, folders, ask) {
     this.#queue = queue;
@@ -36,21 +42,19 @@ export class Uploads {
    * @param {string} folder
    */
   async upload(files, folder) {
-    /** @type {Map<string, Planned[]>} the files by their destination folder */
-    const groups = new Map();
-    for (const { file, path = '' } of files) {
-      const target = path
-        .split('/')
-        .filter(Boolean)
-        .reduce((at, part) => join(at, windowsName(part)), folder);
-      const planned = { file, folder: target, name: windowsName(file.name) };
-      groups.set(target, [...(groups.get(target) ?? []), planned]);
-    }
-    const wanted = await this.#resolveConflicts([...groups.values()]).catch(() => {
-      for (const planned of [...groups.values()].flat()) this.#reject(planned, 'sessionOver');
+    const session = this.#sessions;
+    const groups = byFolder(files, folder);
+    const wanted = await this.#resolveConflicts(groups).catch((error) => {
+      for (const planned of groups.flat()) this.#reject(planned, error.message);
       return [];
     });
-    await Promise.all(wanted.map((group) => this.#uploadGroup(group)));
+    if (session === this.#sessions) await Promise.all(wanted.map((group) => this.#uploadGroup(group)));
+    else for (const planned of wanted.flat()) this.#reject(planned, 'sessionOver');
+  }
+
+  /** Files whose destination is still being examined are not uploaded in the next session. */
+  sessionOver() {
+    this.#sessions++;
   }
 
   /**
@@ -58,36 +62,24 @@ export class Uploads {
    * @param {Planned[][]} groups
    */
   async #resolveConflicts(groups) {
-    const existing = await this.#existing(groups);
-    if (!existing.size) return groups;
-    const files = [...existing].filter(([, isFolder]) => !isFolder).map(([planned]) => planned);
-    for (const [planned, isFolder] of existing) if (isFolder) this.#reject(planned, 'isFolder');
-    const answer = files.length ? await this.#ask(files.map(({ name }) => name)) : 'skip';
+    for (const group of groups) await this.#findExisting(group);
+    const isFolder = (/** @type {Planned} */ { before }) => !!before?.dir;
+    for (const planned of groups.flat().filter(isFolder)) this.#reject(planned, 'isFolder');
+    const free = groups.map((group) => group.filter((planned) => !isFolder(planned)));
+    const conflicts = free.flat().flatMap(conflictOf);
+    const answer = conflicts.length ? await this.#ask(conflicts) : 'overwrite';
     if (answer === 'cancel') return [];
-    const remains = (/** @type {Planned} */ planned) =>
-      !existing.has(planned) || (answer === 'overwrite' && !existing.get(planned));
-    return groups.map((group) => group.filter(remains)).filter(({ length }) => length);
+    const wanted = free.map((group) =>
+      group.filter(({ before }) => answer === 'overwrite' || before === undefined),
+    );
+    return wanted.filter(({ length }) => length);
   }
 
-  /**
-   * Finds the files whose name exists already at their destination. The value is true when the name belongs
-   * to a folder.
-   * @param {Planned[][]} groups
-   * @returns {Promise<Map<Planned, boolean>>}
-   */
-  async #existing(groups) {
-    const existing = new Map();
-    for (const group of groups) {
-      const { entries } = await this.#folders.list(group[0].folder);
-      const names = new Map(entries.map(({ name, dir }) => [folded(name), dir]));
-      for (const planned of group) {
-        const isFolder = names.get(folded(planned.name));
-        if (isFolder !== undefined) existing.set(planned, isFolder);
-        // A second file of the same name would overwrite the first.
-        names.set(folded(planned.name), isFolder ?? false);
-      }
-    }
-    return existing;
+  /** Finds the machine's entries that have the names of the files. */
+  async #findExisting(/** @type {Planned[]} */ group) {
+    const { entries } = await this.#folders.list(group[0].folder);
+    const byName = new Map(entries.map((entry) => [folded(entry.name), entry]));
+    for (const planned of group) planned.before = byName.get(folded(planned.name));
   }
 
   /** Shows a row of a failed transfer with the reason why the file was not sent. */
@@ -96,27 +88,74 @@ export class Uploads {
   }
 
   /**
-   * Uploads the files of one folder and checks their sizes in a new listing.
+   * Uploads the files of one folder and checks in a new listing whether they arrived.
    * @param {Planned[]} group
    */
   async #uploadGroup(group) {
-    const transfers = group.map(transferOf);
-    for (const transfer of transfers) this.#queue.add(transfer);
-    await allSent(this.#queue, transfers);
-    const unchecked = transfers.filter(({ state }) => state === 'checking');
+    /** @type {Map<Transfer, Planned>} */
+    const transfers = new Map();
+    for (const planned of group) {
+      const transfer = this.#begin(planned);
+      if (transfer) transfers.set(transfer, planned);
+    }
+    await allSent(this.#queue, [...transfers.keys()]);
+    const unchecked = [...transfers].filter(([{ state }]) => state === 'checking');
     if (!unchecked.length) return;
     try {
       const { entries } = await this.#folders.list(group[0].folder);
-      const sizes = new Map(entries.filter(({ dir }) => !dir).map(({ name, size }) => [folded(name), size]));
-      for (const transfer of unchecked) {
-        const size = sizes.get(folded(transfer.name));
-        if (size === transfer.size) this.#queue.finish(transfer, 'done');
-        else this.#queue.finish(transfer, 'failed', size === undefined ? 'notThere' : 'cutShort');
+      const byName = new Map(entries.map((entry) => [folded(entry.name), entry]));
+      for (const [transfer, { before }] of unchecked) {
+        const { state, remark } = arrivalOf(transfer.size, before, byName.get(folded(transfer.name)));
+        this.#queue.finish(transfer, state, remark);
       }
     } catch {
-      for (const transfer of unchecked) this.#queue.finish(transfer, 'failed', 'unchecked');
+      for (const [transfer] of unchecked) this.#queue.finish(transfer, 'failed', 'unchecked');
     }
   }
+
+  /**
+   * Adds an upload to the queue. Returns null when another upload to the same path has not ended, because the
+   * machine would mix the bytes of both.
+   */
+  #begin(/** @type {Planned} */ planned) {
+    const transfer = transferOf(planned);
+    const target = folded(transfer.path);
+    if (this.#targets.has(target)) {
+      this.#queue.finish(transfer, 'failed', 'sameTarget');
+      return null;
+    }
+    this.#targets.add(target);
+    transfer.ended.then(() => this.#targets.delete(target));
+    this.#queue.add(transfer);
+    return transfer;
+  }
+}
+
+/**
+ * The files grouped by their destination folder.
+ * @param {LocalFile[]} files
+ * @param {string} folder
+ * @returns {Planned[][]}
+ */
+function byFolder(files, folder) {
+  /** @type {Map<string, Planned[]>} */
+  const groups = new Map();
+  for (const { file, path = '' } of files) {
+    const target = path
+      .split('/')
+      .filter(Boolean)
+      .reduce((at, part) => join(at, windowsName(part)), folder);
+    const planned = { file, folder: target, name: windowsName(file.name) };
+    groups.set(target, [...(groups.get(target) ?? []), planned]);
+  }
+  return [...groups.values()];
+}
+
+/** @returns {Conflict[]} the conflict in a list; an empty list when the name is free */
+function conflictOf(/** @type {Planned} */ { file, name, before }) {
+  if (!before) return [];
+  const here = { size: file.size, mtime: Math.floor(file.lastModified / 1000) };
+  return [{ name, there: before, here }];
 }
 
 function transferOf(/** @type {Planned} */ { file, folder, name }) {

@@ -66,6 +66,7 @@ export function attachSession(link) {
   const begin = (/** @type {import('../machines/machine_list.js').Machine} */ machine) => {
     stream.reset();
     stage.reset();
+    files.begin(machine.id);
     session.begin(machine);
   };
   return { session, begin };
