@@ -63,15 +63,25 @@ class AgentConnection {
     log(text);
   }
 
+  // Whether the browser has not read the messages, or not stored the downloads, that were sent to it.
+  [[nodiscard]] bool browser_is_behind(const Route& route) const {
+    const Session* session = parts_.sessions.find(route.header.session);
+    if (!session) return false;
+    if (route.to->full()) return true;
+    // While the relay does not read from the browser, it also does not receive what the browser has stored.
+    // Both sides would wait for each other if the machine were not read until then.
+    return parts_.transfers.ahead_of_browser(route.header.session) && !session->console->paused;
+  }
+
   // Sends a message to the browser that owns its session. While that browser does not read, the relay does
   // not read from the agent. The agent's writes then block, and the relay's memory stays bounded.
   asio::awaitable<void> forward(const Route& route, Bytes message) {
     if (route.key_frame_needed) request_key_frame(route.header.session);
     route.to->send_binary(std::make_shared<const Bytes>(std::move(message)), route.header.session);
-    if (!route.to->full()) co_return;
+    if (!browser_is_behind(route)) co_return;
     peer_->paused = true;
     // The wait ends with the session, so that a machine can be used again after its browser was too slow.
-    while (route.to->full() && !route.to->closing() && parts_.sessions.find(route.header.session))
+    while (browser_is_behind(route) && !route.to->closing())
       co_await route.to->wait_for_change();
     peer_->paused = false;
     channel_.count_as_heard(Clock::now());

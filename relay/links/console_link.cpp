@@ -54,6 +54,8 @@ class ConsoleConnection {
     if (route.kind == Route::Kind::Refuse) refuse(route);
     if (route.kind != Route::Kind::Forward) co_return;
     route.to->send_binary(std::make_shared<const Bytes>(std::move(message)));
+    // While this browser is not read, its machines are read whatever it has stored.
+    if (route.to->full()) channel_.resume_waiting();
     co_await route.to->wait_for_room();
   }
 
@@ -72,6 +74,7 @@ class ConsoleConnection {
     if (type == "close") return close(message);
     if (type == "ping") return answer_ping(message);
     if (type == "transfer") return give_transfer(message);
+    if (type == "stored") return confirm_downloads(message);
     refuse("The message's type is unknown.");
   }
 
@@ -109,6 +112,18 @@ class ConsoleConnection {
     if (transfer == 0)
       return parts_.browsers.refuse(*peer_, "Too many transfers are open.", session->agent->id, fields);
     channel_.send_text(dump(nlohmann::json{{"type", "transfer"}, {"request", id}, {"transfer", transfer}}));
+  }
+
+  // Does nothing for a session that has ended, because the browser may not know of the end yet.
+  void confirm_downloads(const nlohmann::json& message) {
+    const auto number = session_number(message);
+    const auto bytes = message.find("bytes");
+    if (!number || bytes == message.end() || !bytes->is_number_unsigned())
+      return refuse("The session's number or the number of bytes is missing.");
+    const Session* session = parts_.sessions.find(*number);
+    if (!session || session->console != peer_) return;
+    parts_.transfers.confirm(*number, bytes->get<std::uint64_t>());
+    if (!parts_.transfers.ahead_of_browser(*number)) channel_.resume_waiting();
   }
 
   Parts& parts_;

@@ -65,8 +65,11 @@ class Channel : public std::enable_shared_from_this<Channel> {
   [[nodiscard]] bool full() const { return queued_bytes_ > queue_bytes_; }
   // Returns when the queue is not full or the channel is closing.
   [[nodiscard]] boost::asio::awaitable<void> wait_for_room();
-  // Returns when the queue is no longer full, messages were discarded or the channel began to close.
+  // Returns when the queue is no longer full, messages were discarded, resume_waiting() was called or the
+  // channel began to close.
   [[nodiscard]] boost::asio::awaitable<void> wait_for_change();
+  // Resumes the coroutines in wait_for_change(), for a change that the channel does not know of.
+  void resume_waiting() { changed_.cancel(); }
 
   // Requests a ping to the peer. Does nothing if the peer has sent nothing since the previous ping.
   void ping(Clock::time_point now);

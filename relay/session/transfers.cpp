@@ -1,6 +1,7 @@
 // Decides about the messages of file transfers.
 #include "relay/session/transfers.h"
 
+#include <algorithm>
 #include <span>
 #include <utility>
 
@@ -162,6 +163,7 @@ Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const
   if (!unwanted && transfer.state != Transfer::State::Download) return {};
   if (is_chunk) {
     transfer.bytes += chunk_bytes(message);
+    if (!unwanted) downloaded_[session].sent += chunk_bytes(message);
     return {!unwanted};
   }
   const auto ok = fields.find("ok");
@@ -172,8 +174,22 @@ Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const
   return {true, note};
 }
 
+void Transfers::confirm(std::uint32_t session, std::uint64_t bytes) {
+  thread_.check();
+  DownloadBytes& total = downloaded_[session];
+  // A browser that confirms more than it was sent gains nothing by it.
+  total.confirmed = std::min(std::max(bytes, total.confirmed.value_or(0)), total.sent);
+}
+
+bool Transfers::ahead_of_browser(std::uint32_t session) const {
+  const auto found = downloaded_.find(session);
+  if (found == downloaded_.end() || !found->second.confirmed) return false;
+  return found->second.sent - *found->second.confirmed > kDownloadWindow;
+}
+
 Transfers::Leftovers Transfers::end_session(std::uint32_t session) {
   thread_.check();
+  downloaded_.erase(session);
   Leftovers result;
   const auto found = sessions_.find(session);
   if (found == sessions_.end()) return result;

@@ -55,6 +55,12 @@ class Transfers {
   };
   [[nodiscard]] Delivery from_agent(std::uint32_t session, Msg type, const Bytes& message);
 
+  // Records the number of bytes of the session's downloads that the browser has stored or dropped, in total.
+  void confirm(std::uint32_t session, std::uint64_t bytes);
+  // True while the browser has not confirmed the receipt of more than kDownloadWindow bytes. Always false
+  // before the session's first confirmation.
+  [[nodiscard]] bool ahead_of_browser(std::uint32_t session) const;
+
   struct Leftovers {
     std::vector<std::uint32_t> uploads;  // uploads whose files the machine still has open
     std::vector<AuditNote> notes;
@@ -76,6 +82,9 @@ class Transfers {
   static constexpr std::size_t kOwedPerAgent = 4 * kOpenPerSession;
   static constexpr std::size_t kLongestEnd = 4096;   // bytes of a machine's end message of a download
   static constexpr std::size_t kLongestPath = 4096;  // bytes of a path in the audit trail
+  // Bytes of a session's downloads that may be on their way to the browser's disk. Twice what a connection
+  // with 100 Mbit/s and a round trip of 300 ms holds.
+  static constexpr std::uint64_t kDownloadWindow = std::uint64_t{8} << 20;
 
  private:
   struct Transfer {
@@ -89,14 +98,20 @@ class Transfers {
     Clock::time_point sent_at;
   };
   using Numbers = std::map<std::uint32_t, Transfer>;
+  // The bytes of a session's downloads, in total.
+  struct DownloadBytes {
+    std::uint64_t sent = 0;  // to the browser
+    std::optional<std::uint64_t> confirmed{};
+  };
 
   static TransferRuling begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message);
   static TransferRuling chunk(Numbers& numbers, const Bytes& message);
   static TransferRuling end(std::uint32_t session, Numbers& numbers, Bytes& message);
 
   const ThreadChecker thread_;
-  std::map<std::uint32_t, Numbers> sessions_;      // by session number
-  std::map<std::string, std::vector<Owed>> owed_;  // by agent id
+  std::map<std::uint32_t, Numbers> sessions_;          // by session number
+  std::map<std::uint32_t, DownloadBytes> downloaded_;  // by session number
+  std::map<std::string, std::vector<Owed>> owed_;      // by agent id
   std::uint32_t last_;
 };
 

@@ -1,0 +1,114 @@
+// Downloads whose bytes the browser stores more slowly than they arrive: the relay reads from the machine
+// only as far ahead as the browser has confirmed.
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "fakes/fakes.h"
+#include "relay/relay_fixture.h"
+#include "relay/session/transfers.h"
+#include "relay/transfer_bytes.h"
+
+namespace vlk::relay {
+namespace {
+
+constexpr std::uintmax_t kFile = 64u << 20;
+constexpr std::size_t kAgentChunk = 262'144;
+
+class DownloadWindowTest : public RelayTest {
+ protected:
+  void SetUp() override {
+    RelayTest::SetUp();
+    std::ofstream(folder_ / "large").close();
+    std::filesystem::resize_file(folder_ / "large", kFile);
+    agent_ = connect_agent("Sæfari");
+    browser_ = console();
+    browser_->send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
+    Json session;
+    while (session["state"] != "accepted")
+      session = browser_->read_text("session");
+    session_ = session["session"];
+  }
+  std::uint32_t number() {
+    browser_->send({{"type", "transfer"}, {"session", session_}, {"request", 5}});
+    return browser_->read_text("transfer")["transfer"];
+  }
+  void request(Msg type, std::uint32_t transfer, const char* name) {
+    const Json fields = {{"transfer_id", transfer}, {"path", folder_ / name}};
+    browser_->send_envelope(type, session_, fields.dump());
+  }
+  void confirm(std::uint64_t bytes) {
+    browser_->send({{"type", "stored"}, {"session", session_}, {"bytes", bytes}});
+  }
+  // Reads the next chunk, which must have this index.
+  void expect_chunk(std::uint32_t index) {
+    const auto payload = browser_->read_envelope(Msg::FileChunk).payload;
+    ASSERT_EQ(std::string(payload.begin() + 4, payload.begin() + 8), big_endian(index));
+  }
+
+  std::unique_ptr<agent::AgentClient> agent_;
+  std::unique_ptr<Browser> browser_;
+  std::uint32_t session_ = 0;
+};
+
+TEST_F(DownloadWindowTest, RelayReadsNoFurtherThanTheWindowAheadOfTheConfirmedBytes) {
+  const std::uint32_t transfer = number();
+  confirm(0);
+  request(Msg::DownloadRequest, transfer, "large");
+  constexpr std::uint32_t kHeld = Transfers::kDownloadWindow / kAgentChunk + 1;
+  for (std::uint32_t index = 0; index < kHeld; ++index)
+    expect_chunk(index);
+  // Chunks that arrived between these answers would be skipped, and the next index would be a later one.
+  for (int i = 0; i < 100; ++i) {
+    browser_->send({{"type", "ping"}, {"id", i}});
+    browser_->read_text("pong");
+  }
+  confirm(kFile);  // counts as the bytes that were sent so far
+  for (std::uint32_t index = kHeld; index < kFile / kAgentChunk; ++index) {
+    expect_chunk(index);
+    confirm((index + 1) * kAgentChunk);
+  }
+  EXPECT_EQ(Json::parse(browser_->read_envelope(Msg::FileTransferEnd).payload)["ok"], true);
+}
+
+TEST_F(DownloadWindowTest, BrowserThatConfirmsNothingReceivesTheWholeDownload) {
+  const std::uint32_t transfer = number();
+  request(Msg::DownloadRequest, transfer, "large");
+  for (std::uint32_t index = 0; index < kFile / kAgentChunk; ++index)
+    expect_chunk(index);
+}
+
+TEST_F(DownloadWindowTest, HeldDownloadAndAnUploadDoNotWaitForEachOther) {
+  const std::uint32_t down = number();
+  const std::uint32_t up = number();
+  confirm(0);
+  request(Msg::DownloadRequest, down, "large");
+  std::atomic<bool> sent{false};
+  std::thread sender([&] {
+    // The machine's answer to the listing waits for the download, and the machine reads nothing until then.
+    browser_->send_envelope(Msg::DirListRequest, session_, R"({"path":"/"})");
+    request(Msg::UploadBegin, up, "upload");
+    const std::string part = chunk(up, std::string(1 << 20, 'x'));
+    for (int i = 0; i < 48; ++i)
+      browser_->send_envelope(Msg::FileChunk, session_, part);
+    confirm(kFile);
+    sent = true;
+  });
+  for (std::uint32_t index = 0; index < kFile / kAgentChunk; ++index) {
+    expect_chunk(index);
+    if (sent) confirm((index + 1) * kAgentChunk);
+  }
+  sender.join();
+}
+
+TEST_F(DownloadWindowTest, ConfirmationWithoutNumbersIsRefused) {
+  for (const Json& message :
+       {Json{{"type", "stored"}}, Json{{"type", "stored"}, {"session", session_}, {"bytes", -1}}}) {
+    browser_->send(message);
+    browser_->read_text("error");
+  }
+}
+
+}  // namespace
+}  // namespace vlk::relay
