@@ -18,6 +18,7 @@ import {
   transferText,
 } from '../support/panel_page.mjs';
 import { present } from '../support/present.mjs';
+import { AgentMsg, ScriptedAgent } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
@@ -62,6 +63,28 @@ test('a download is saved byte for byte under its name, and its private copy is 
   await until('the disk is empty', async () => (await privateFiles(p)) === 0);
 });
 
+test('rows and saved copies of a machine are removed when another machine is asked for a session', async (t) => {
+  const script = `const wait = setTimeout;
+    window.setTimeout = (act, ms) => wait(act, ms === ${SAVING_MS} ? 300 : ms);`;
+  const { p, page, agent, machine } = await openPanel(t, shared, DISK, { page: { script } });
+  const other = await ScriptedAgent.online(shared.relay, { name: 'Other', consent: 'none' });
+  t.after(() => other.drop());
+  machine.folders['C:\\Users'].push({ name: 'kept', size: 3, data: Buffer.from('abc') });
+  await openUsers(p);
+  await Promise.all([p.waitForEvent('download'), fileRow(p, 'kept').dblclick()]);
+  await transferIs(p, 'kept', 'done');
+  await p.click('#session-end');
+  await page.ask(agent);
+  await fileRow(p, 'kept').waitFor();
+  assert.ok(await transferRow(p, 'kept').isVisible(), 'the row stays for the same machine');
+  await p.click('#session-end');
+  await page.ask(other);
+  await page.waitForNote(/to allow the session/);
+  assert.equal(await p.locator('.transfer').count(), 0);
+  assert.ok(await p.locator('#panel-files').isHidden(), 'the folder of the earlier machine is hidden');
+  await until('the disk is empty', async () => (await privateFiles(p)) === 0);
+});
+
 test('many files are downloaded at once, also in a browser without a private file system', async (t) => {
   const files = Array.from({ length: 50 }, (_, i) => ({
     name: `${i}.txt`,
@@ -103,13 +126,31 @@ test('downloads of files that the machine cannot open or sends incompletely are 
   // The machine treats a read error as the end of the file.
   await fileRow(p, 'þjóð.txt').dblclick();
   const held = await until('the next is requested', () => machine.held[1]);
-  await Promise.all([p.waitForEvent('download'), machine.sendAll(number, held.id, Buffer.alloc(1000))]);
-  await transferIs(p, 'þjóð.txt', 'done');
+  machine.sendAll(number, held.id, Buffer.alloc(1000));
+  await transferIs(p, 'þjóð.txt', 'failed');
   assert.match(await transferText(p, 'þjóð.txt'), /the size differs from the listed one/);
+  const save = transferRow(p, 'þjóð.txt').locator('.transfer-save');
+  assert.equal(await save.innerText(), 'Save what arrived');
+  const [part] = await Promise.all([p.waitForEvent('download'), save.click()]);
+  assert.equal(readFileSync(await part.path()).length, 1000);
   await page.shot('files-failed');
 });
 
-test('chunks of a cancelled download are dropped, and its row says that the machine cannot be stopped', async (t) => {
+test('a file that has grown since it was listed is downloaded, and its row says that it has changed', async (t) => {
+  const { p, machine } = await openPanel(t, shared);
+  await openUsers(p);
+  machine.holding = true;
+  await fileRow(p, 'þjóð.txt').dblclick();
+  const held = await until('it is requested', () => machine.held[0]);
+  Object.assign(present(machine.folders['C:\\Users'].find(({ name }) => name === 'þjóð.txt')), {
+    size: 3000,
+  });
+  await Promise.all([p.waitForEvent('download'), machine.sendAll(held.session, held.id, Buffer.alloc(2000))]);
+  await transferIs(p, 'þjóð.txt', 'done');
+  assert.match(await transferText(p, 'þjóð.txt'), /^Downloaded · 2 kB · the file has changed/);
+});
+
+test('chunks of a cancelled download are dropped, and its row says that the machine goes on until the end', async (t) => {
   const { p, machine } = await openPanel(t, shared);
   machine.folders['C:\\Users'] = [
     { name: 'long.bin', size: 10 * MiB },
@@ -125,11 +166,16 @@ test('chunks of a cancelled download are dropped, and its row says that the mach
     (await transferText(p, 'long.bin')).startsWith('262 kB of 10.5 MB'),
   );
   await transferRow(p, 'long.bin').locator('.transfer-cancel').click();
-  assert.match(await transferText(p, 'long.bin'), /Cancelled · the machine cannot be told to stop sending/);
+  assert.match(await transferText(p, 'long.bin'), /Cancelled · .* · the machine sends the file to its end/);
   machine.sendChunk(held.session, held.id, 1, Buffer.alloc(CHUNK_BYTES));
   machine.holding = false;
   const [download] = await Promise.all([p.waitForEvent('download'), fileRow(p, 'next.bin').dblclick()]);
   assert.equal(readFileSync(await download.path()).toString(), 'abc');
+  const stop = transferRow(p, 'long.bin').locator('.transfer-stop');
+  assert.ok(await stop.isVisible());
+  machine.agent.sendJson(AgentMsg.FileTransferEnd, held.session, { transfer_id: held.id, ok: true });
+  await stop.waitFor({ state: 'hidden' });
+  assert.equal(await transferText(p, 'long.bin'), 'Cancelled · the rest of the file is discarded');
   assert.deepEqual(machine.strays, [], 'the relay does not forward the console’s end message for a download');
 });
 

@@ -23,11 +23,13 @@ function queueWithSinks() {
     sendJson: () => {},
     send: () => {},
     sendControl: (/** @type {object} */ message) => {
-      const { request } = /** @type {{request: number}} */ (message);
+      const { type, request } = /** @type {{type: string, request: number}} */ (message);
+      if (type !== 'transfer') return true;
       queueMicrotask(() => queue.receiveControl({ type: 'transfer', request, transfer: request }));
       return true;
     },
     session: () => state.session,
+    entryOf: async () => undefined,
   };
   const queue = new TransferQueue(sender, () => new Promise((opened) => state.opening.push(opened)));
   const sink = (/** @type {string} */ name) => ({
@@ -50,7 +52,7 @@ test('when a session ends while sinks are being opened, all transfers fail and a
   queue.sessionOver();
   assert.deepEqual(
     first.map((transfer) => [transfer.state, transfer.remark]),
-    Array(3).fill(['failed', 'sessionOver']),
+    Array(3).fill(['failed', 'downloadOver']),
   );
   for (const [i, opened] of state.opening.splice(0).entries()) opened(sink(first[i].name));
   await settled();
@@ -60,4 +62,26 @@ test('when a session ends while sinks are being opened, all transfers fail and a
   queue.add(download('next'));
   await settled();
   assert.equal(state.opening.length, 1, 'the next transfer runs');
+});
+
+test('an end message that is not valid JSON ends the download that it names, or all if it names none', async () => {
+  const { queue, state, sink } = queueWithSinks();
+  const transfers = ['a', 'b', 'c'].map(download);
+  for (const transfer of transfers) queue.add(transfer);
+  await settled();
+  for (const [i, opened] of state.opening.splice(0).entries()) opened(sink(transfers[i].name));
+  await settled();
+  const end = (/** @type {string} */ text) => queue.receiveEnd(new TextEncoder().encode(text));
+  end('{"transfer_id":2,"ok":tr');
+  end('{"transfer_id":99,"ok":tr');
+  assert.deepEqual(
+    transfers.map((transfer) => transfer.state),
+    ['running', 'failed', 'running'],
+  );
+  end('\u0000');
+  assert.deepEqual(
+    transfers.map((transfer) => [transfer.state, transfer.remark]),
+    Array(3).fill(['failed', 'unreadableEnd']),
+  );
+  assert.deepEqual(state.aborted, ['b', 'a', 'c']);
 });

@@ -58,31 +58,6 @@ test('the names of uploaded files are changed where Windows forbids them', async
   );
 });
 
-test('existing files are replaced only if the representative confirms the replacement', async (t) => {
-  const { p, page, machine } = await openPanel(t, shared);
-  await openUsers(p);
-  const choose = (/** @type {string[]} */ ...names) =>
-    p.setInputFiles(
-      '#files-input',
-      names.map((name) => ({ name, mimeType: 'a/b', buffer: Buffer.from(name) })),
-    );
-  const dialog = p.locator('#overwrite-dialog');
-  await choose('B10.TXT', 'new.txt');
-  await dialog.waitFor();
-  assert.deepEqual(await dialog.locator('li').allInnerTexts(), ['B10.TXT']);
-  await page.shot('files-overwrite');
-  await dialog.locator('[value=cancel]').click();
-  await choose('b10.txt', 'new.txt');
-  await dialog.locator('[value=skip]').click();
-  await transferIs(p, 'new.txt', 'done');
-  assert.equal(machine.uploads.size, 1);
-  await choose('b10.txt', 'zoe');
-  await dialog.locator('[value=overwrite]').click();
-  await transferIs(p, 'b10.txt', 'done');
-  assert.match(await transferText(p, 'zoe'), /a folder has this name/);
-  assert.equal(machine.uploads.size, 2);
-});
-
 test('files that arrived incompletely or not at all are shown as failed', async (t) => {
   const { p, machine } = await openPanel(t, shared);
   await openUsers(p);

@@ -81,6 +81,9 @@ export class MachineFolders {
     this.agent.send(AgentMsg.FileChunk, session, payload);
   }
 
+  /** The time of the file that was uploaded last. */
+  #uploadTime = DEFAULT_TIME;
+
   #list(/** @type {Message} */ { session, json }) {
     const path = String(json.path);
     const found = this.folders[path] ?? this.folders[`${path}\\`] ?? [];
@@ -136,7 +139,8 @@ export class MachineFolders {
     const others = (this.folders[folder] ?? []).filter(
       (entry) => entry.name.toLowerCase() !== name.toLowerCase(),
     );
-    this.folders[folder] = [...others, { name, size: kept.length, data: kept }];
+    const mtime = ++this.#uploadTime;
+    this.folders[folder] = [...others, { name, size: kept.length, mtime, data: kept }];
   }
 }
 

@@ -16,4 +16,9 @@ interface Window {
   away: boolean;
   /** How often the page's clipboard was read. */
   reads: number;
+  /** Fulfilled by release(): lets what a test has held back go on. */
+  released: Promise<unknown>;
+  release: () => void;
+  /** Bytes of binary messages that the page has received. */
+  receivedBytes: number;
 }

@@ -1,0 +1,78 @@
+// Folders whose listing the relay cannot pass on, or that end the session.
+import assert from 'node:assert/strict';
+import test from 'node:test';
+import { Msg } from '../../../console/link/messages.js';
+import { fixture } from '../support/fixture.mjs';
+import { DISK, fileRow, openPanel, shows, transferIs, transferText } from '../support/panel_page.mjs';
+import { AgentMsg } from '../support/scripted_agent.mjs';
+import { until } from '../support/waiting.mjs';
+
+/** @typedef {import('../support/machine_folders.mjs').MachineFolders} MachineFolders */
+
+const shared = fixture();
+
+/** Keeps the page's sockets, so that a test can act as the relay. */
+const KEEP_SOCKETS = `
+  window.sockets = [];
+  const Socket = window.WebSocket;
+  window.WebSocket = class extends Socket {
+    constructor(...parts) { super(...parts); window.sockets.push(this); }
+  };`;
+
+/** Waits for the next request for a listing, and answers it as the relay does for an oversized listing. */
+async function refuseListing(
+  /** @type {MachineFolders} */ { agent },
+  /** @type {import('playwright-core').Page} */ p,
+) {
+  const { session } = await agent.next(AgentMsg.DirListRequest);
+  const message = { type: 'too-large', session, message: Msg.DirListResult, bytes: 70_000_000 };
+  await p.evaluate((data) => {
+    for (const socket of window.sockets) socket.dispatchEvent(new MessageEvent('message', { data }));
+  }, JSON.stringify(message));
+}
+
+test('a folder that is too large is named so, and is listed again only on request', async (t) => {
+  const { p, page, agent, machine } = await openPanel(t, shared, DISK, { page: { script: KEEP_SOCKETS } });
+  machine.answering = false;
+  await fileRow(p, 'C:').dblclick();
+  await refuseListing(machine, p);
+  const problem = p.locator('#files-empty');
+  await until('the reason is shown', async () =>
+    /too much to be listed.* 70 MB/.test(await problem.innerText()),
+  );
+  assert.equal(await p.locator('.file').count(), 0);
+  await page.shot('files-too-large');
+
+  await p.setInputFiles('#files-input', [{ name: 'a', mimeType: 'a/b', buffer: Buffer.from('1') }]);
+  await refuseListing(machine, p);
+  await transferIs(p, 'a', 'failed');
+  assert.match(await transferText(p, 'a'), /too much to be listed/);
+
+  agent.drop();
+  await page.waitForNote(/gone offline/);
+  await agent.connect();
+  // The picture is requested after the panel has handled the start of the session.
+  await agent.next(AgentMsg.StreamStart);
+  await agent.next(AgentMsg.ThumbnailRequest);
+  assert.ok(!agent.has(AgentMsg.DirListRequest), 'the folder is not listed again by itself');
+  machine.answering = true;
+  await p.click('#files-again');
+  await shows(p, ['Users']);
+});
+
+test('a listing that was under way when the session was interrupted is repeated only on request', async (t) => {
+  const { p, page, agent, machine } = await openPanel(t, shared);
+  machine.answering = false;
+  await fileRow(p, 'C:').dblclick();
+  await agent.next(AgentMsg.DirListRequest);
+  agent.drop();
+  await until('the reason is shown', async () =>
+    /interrupted while this folder was being listed/.test(await p.locator('#files-empty').innerText()),
+  );
+  await agent.connect();
+  await page.frames(2);
+  assert.ok(!agent.has(AgentMsg.DirListRequest));
+  machine.answering = true;
+  await p.click('#files-again');
+  await shows(p, ['Users']);
+});

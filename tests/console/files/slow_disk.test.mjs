@@ -1,0 +1,70 @@
+// Downloads to a disk that is slower than the connection.
+import assert from 'node:assert/strict';
+import { randomBytes } from 'node:crypto';
+import { readFileSync } from 'node:fs';
+import test from 'node:test';
+import { fixture } from '../support/fixture.mjs';
+import {
+  DISK,
+  fileRow,
+  MiB,
+  openPanel,
+  sha256,
+  shows,
+  transferIs,
+  transferRow,
+} from '../support/panel_page.mjs';
+import { until } from '../support/waiting.mjs';
+
+const shared = fixture();
+/** The unconfirmed bytes above which the relay does not read from the machine. */
+const WINDOW = 8 * MiB;
+
+/** Counts the bytes that arrive, and keeps the disk from writing until release() is called. */
+const SLOW_DISK = `
+  window.receivedBytes = 0;
+  window.released = new Promise((release) => { window.release = () => release(); });
+  const Socket = window.WebSocket;
+  window.WebSocket = class extends Socket {
+    constructor(...parts) {
+      super(...parts);
+      this.addEventListener('message', ({ data }) => { window.receivedBytes += data.byteLength ?? 0; });
+    }
+  };
+  const { write } = FileSystemWritableFileStream.prototype;
+  FileSystemWritableFileStream.prototype.write = async function (bytes) {
+    await window.released;
+    return write.call(this, bytes);
+  };`;
+
+/** Starts a download of 40 MiB, and waits until the relay has sent as much of it as it may. */
+async function heldDownload(/** @type {import('node:test').TestContext} */ t) {
+  const data = randomBytes(40 * MiB);
+  const parts = await openPanel(t, shared, DISK, { page: { script: SLOW_DISK } });
+  const { p, machine } = parts;
+  machine.folders['C:\\'].push({ name: 'large', size: data.length, data });
+  await fileRow(p, 'C:').dblclick();
+  await fileRow(p, 'large').dblclick();
+  await until('the window is full', () => p.evaluate((bytes) => window.receivedBytes > bytes, WINDOW));
+  // The relay answers each request after it has read what it wants to read from the machine.
+  await p.evaluate(async () => {
+    for (let i = 0; i < 30; i++) await (await fetch('/api/agents')).json();
+  });
+  const received = await p.evaluate(() => window.receivedBytes);
+  assert.ok(received < WINDOW + 2 * MiB, `${received} bytes are in the browser`);
+  return { ...parts, data };
+}
+
+test('a download waits in the machine while the browser’s disk is slow, and is then complete', async (t) => {
+  const { p, data } = await heldDownload(t);
+  const [download] = await Promise.all([p.waitForEvent('download'), p.evaluate(() => window.release())]);
+  await transferIs(p, 'large', 'done');
+  assert.equal(sha256(readFileSync(await download.path())), sha256(data));
+});
+
+test('after the cancellation of a waiting download, the machine is read again', async (t) => {
+  const { p } = await heldDownload(t);
+  await transferRow(p, 'large').locator('.transfer-cancel').click();
+  await p.click('#files-up');
+  await shows(p, ['C:', 'E:']);
+});
