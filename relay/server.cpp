@@ -27,13 +27,17 @@ namespace vlk::relay {
 namespace {
 
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
-constexpr std::size_t kFragment = 64 * 1024;  // bytes of a WebSocket frame
+// How messages are written. Agents read WebSocket fragments. A browser's scripts see only whole WebSocket
+// messages, so long messages are divided into parts. A part with its headers fits into one TLS record, and
+// takes 8 seconds at 2 kB/s, so the console sees progress within its time limit.
+constexpr Channel::Division kToAgent{false, 64 * 1024};
+constexpr Channel::Division kToBrowser{true, 16'000};
 // How long a stopping relay waits until its close frames have reached the browsers.
 constexpr std::chrono::milliseconds kStopDelay{300};
 // The pause after a failed accept, for instance when no file descriptor is free.
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr char kAgentProtocol[] = "vantelink.v1";
-constexpr char kConsoleProtocol[] = "vantelink.console.v1";
+constexpr char kConsoleProtocol[] = "vantelink.console.v2";
 
 asio::ssl::context make_tls(const CertificateFiles& files) {
   asio::ssl::context tls(asio::ssl::context::tls_server);
@@ -249,7 +253,8 @@ asio::awaitable<void> Server::serve_upgrade(TlsStream stream, Request request, C
     log_.write(peer, "", "WebSocket upgrade failed: " + error.message());
     co_return;
   }
-  const auto link = WebSocketLink::create(std::move(socket), kFragment, limits_.queue_bytes);
+  const auto link = WebSocketLink::create(std::move(socket), limits_.queue_bytes,
+                                          caller.agent ? kToAgent : kToBrowser);
   if (caller.agent) co_return co_await serve_agent(agents_, link, peer, source);
   const auto console = std::make_shared<ConsolePeer>();
   console->address = peer;

@@ -2,20 +2,16 @@
 // link reconnects after pauses that grow and vary randomly. Pings measure the round trip and detect a relay
 // that no longer answers.
 import { emit } from '../base/custom_events.js';
+import { PartJoiner } from './parts.js';
 
-const SUBPROTOCOL = 'vantelink.console.v1';
+const SUBPROTOCOL = 'vantelink.console.v2';
 const PING_INTERVAL_MS = 2000;
-/** The relay counts as dead when a ping is unanswered and nothing has arrived for this long. */
-const DEAD_AFTER_MS = 15000;
 /**
- * The same limit after an upload. It is longer than the time after which the relay ends a session because the
- * machine does not read.
+ * The relay counts as dead when a ping is unanswered and nothing has arrived for this long. The relay sends
+ * something every few seconds, even while it cannot read a ping because an upload takes long, and divides long
+ * messages into parts. So the limit does not depend on the size of messages.
  */
-const DEAD_AFTER_UPLOAD_MS = 60000;
-/** More bytes than this, sent between two pings, count as an upload. */
-const UPLOAD_BYTES = 16 * 1024;
-/** The speed of the slowest upload for which the link waits, in bytes per millisecond. */
-const SLOWEST_UPLOAD = 16;
+const DEAD_AFTER_MS = 15000;
 const UNSTABLE_AFTER_MS = 1500;
 const FIRST_PAUSE_MS = 500;
 const LONGEST_PAUSE_MS = 15000;
@@ -58,13 +54,13 @@ export class Link extends EventTarget {
   /** @type {number | null} */
   #machineRoundTrip = null;
   /**
-   * The ping that is not answered yet. bytesBefore: the bytes sent between the previous ping and this ping.
-   * @type {{id: number, at: number, bytesBefore: number} | null}
+   * The ping that is not answered yet.
+   * @type {{id: number, at: number} | null}
    */
   #ping = null;
   #pings = 0;
-  #bytesSinceLastPing = 0;
   #lastReceived = 0;
+  #parts = new PartJoiner();
   /** @type {ReturnType<typeof setTimeout> | undefined} */
   #retryTimer;
   /** @type {ReturnType<typeof setInterval> | undefined} */
@@ -131,7 +127,6 @@ export class Link extends EventTarget {
   /** @param {Uint8Array<ArrayBuffer>} bytes @returns {boolean} false when the link is down */
   sendEnvelope(bytes) {
     if (this.#up) this.#socket?.send(bytes);
-    this.#bytesSinceLastPing += bytes.length;
     return this.#up;
   }
 
@@ -146,7 +141,6 @@ export class Link extends EventTarget {
 
   #opened() {
     this.#up = true;
-    this.#bytesSinceLastPing = 0;
     this.#attempt = 0;
     this.#pingTimer = setInterval(() => this.#checkPing(), PING_INTERVAL_MS);
     emit(this, 'up');
@@ -160,6 +154,7 @@ export class Link extends EventTarget {
     this.#ping = null;
     this.#browserRoundTrip = null;
     this.#machineRoundTrip = null;
+    this.#parts.clear();
     clearInterval(this.#pingTimer);
     socket?.close();
     if (this.#wanted) this.#retryTimer = setTimeout(() => this.#connect(), backOff(this.#attempt++));
@@ -168,13 +163,11 @@ export class Link extends EventTarget {
 
   #receive(/** @type {unknown} */ data) {
     this.#lastReceived = performance.now();
-    if (data instanceof ArrayBuffer) {
-      emit(this, 'envelope', data);
-      return;
-    }
-    const message = typeof data === 'string' ? parseControl(data) : null;
+    const whole = data instanceof ArrayBuffer ? this.#parts.join(data) : data;
+    if (whole instanceof ArrayBuffer) emit(this, 'envelope', whole);
+    const message = typeof whole === 'string' ? parseControl(whole) : null;
     if (message?.type === 'pong' && message.id === this.#ping?.id) this.#receivePong(message);
-    else if (message) emit(this, 'control', message);
+    else if (message && message.type !== 'alive') emit(this, 'control', message);
   }
 
   /**
@@ -184,15 +177,10 @@ export class Link extends EventTarget {
   #checkPing() {
     const now = performance.now();
     if (this.#ping) {
-      const { at, bytesBefore } = this.#ping;
-      // While a machine reads an upload slowly, the relay stops reading from the browser and so gets no ping.
-      const limit =
-        bytesBefore > UPLOAD_BYTES ? DEAD_AFTER_UPLOAD_MS + bytesBefore / SLOWEST_UPLOAD : DEAD_AFTER_MS;
-      if (now - Math.max(at, this.#lastReceived) > limit) this.#lose();
+      if (now - Math.max(this.#ping.at, this.#lastReceived) > DEAD_AFTER_MS) this.#lose();
       return;
     }
-    this.#ping = { id: ++this.#pings, at: now, bytesBefore: this.#bytesSinceLastPing };
-    this.#bytesSinceLastPing = 0;
+    this.#ping = { id: ++this.#pings, at: now };
     this.sendControl({ type: 'ping', id: this.#ping.id });
   }
 

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "relay/base/secrets.h"
+#include "relay/links/intake.h"
 #include "relay/net/websocket_link.h"
 #include "relay/wire/envelope.h"
 
@@ -21,6 +22,16 @@ constexpr std::size_t kSecretBytes = 32;
 // to enrol.
 constexpr std::chrono::milliseconds kRefusalDeadline{1000};
 
+bool is_picture(Msg type) {
+  return type == Msg::StreamConfig || type == Msg::StreamFrame || type == Msg::Thumbnail;
+}
+
+// A message in the queue of a browser.
+struct Held {
+  Bytes message;
+  MemoryBudget::Claim claim;
+};
+
 class AgentConnection {
  public:
   AgentConnection(AgentContext& context, WebSocketLink& link, std::shared_ptr<AgentPeer> peer,
@@ -30,12 +41,15 @@ class AgentConnection {
         link_(link),
         channel_(*peer->channel),
         peer_(std::move(peer)),
-        source_(std::move(source)) {}
+        source_(std::move(source)),
+        intake_(context.parts.router, *peer_, [this](const std::string& text) { log(text); }) {}
 
   asio::awaitable<void> run() {
     link_.set_read_limit(context_.limits.unauthenticated_message);
+    link_.on_arrival([this](Incoming& incoming) { return intake_.keep(incoming); });
     while (auto incoming = co_await link_.read()) {
-      const Route route = incoming->text ? Route{} : parts_.router.route_from_agent(*peer_, incoming->bytes);
+      MemoryBudget::Claim claim = intake_.take_claim();
+      const Route route = intake_.route(*incoming);
       switch (route.kind) {
         case Route::Kind::Malformed:
           channel_.close(CloseCode::UnsupportedData, "not an envelope");
@@ -44,7 +58,7 @@ class AgentConnection {
           handle(route.header, incoming->bytes);
           break;
         case Route::Kind::Forward:
-          co_await forward(route, std::move(incoming->bytes));
+          co_await forward(route, std::move(incoming->bytes), std::move(claim));
           break;
         case Route::Kind::Swallow:
         case Route::Kind::Refuse:
@@ -75,13 +89,34 @@ class AgentConnection {
 
   // Sends a message to the browser that owns its session. While that browser does not read, the relay does
   // not read from the agent. The agent's writes then block, and the relay's memory stays bounded.
-  asio::awaitable<void> forward(const Route& route, Bytes message) {
-    if (route.key_frame_needed) request_key_frame(route.header.session);
-    route.to->send_binary(std::make_shared<const Bytes>(std::move(message)), route.header.session);
-    if (!browser_is_behind(route)) co_return;
+  //
+  // Only pictures overtake a large message: the browser needs them at once, and they do not depend on the
+  // order.
+  asio::awaitable<void> forward(Route route, Bytes message, MemoryBudget::Claim claim) {
+    const std::uint32_t session = route.header.session;
+    if (route.key_frame_needed) request_key_frame(session);
+    const bool picture = is_picture(route.header.type);
+    if (!picture) {
+      co_await wait_while(route, [&] { return route.to->has_bulk(session); });
+      if (!parts_.sessions.find(session)) co_return;
+    }
+    const bool bulk = !picture && message.size() > context_.limits.bulk_message;
+    const auto held = std::make_shared<const Held>(std::move(message), std::move(claim));
+    const std::shared_ptr<const Bytes> bytes(held, &held->message);
+    if (bulk) {
+      route.to->send_bulk(bytes, session);
+    } else {
+      route.to->send_binary(bytes, session);
+    }
+    co_await wait_while(route, [&] { return browser_is_behind(route); });
+  }
+
+  // The wait ends with the session, so that a machine can be used again after its browser was too slow.
+  template <class Condition>
+  asio::awaitable<void> wait_while(const Route& route, Condition condition) {
+    if (!condition()) co_return;
     peer_->paused = true;
-    // The wait ends with the session, so that a machine can be used again after its browser was too slow.
-    while (browser_is_behind(route) && !route.to->closing())
+    while (condition() && !route.to->closing() && parts_.sessions.find(route.header.session))
       co_await route.to->wait_for_change();
     peer_->paused = false;
     channel_.count_as_heard(Clock::now());
@@ -219,7 +254,7 @@ class AgentConnection {
 
   void go_online(const AgentRecord& record) {
     channel_.send_binary(json_envelope(Msg::LoginResult, 0, "{}"));
-    link_.set_read_limit(context_.limits.agent_message);
+    link_.set_read_limit(0);  // intake_ limits the messages from now on
     if (const auto older = parts_.machines.log_in(peer_, record)) {
       parts_.sessions.end_all_of(*older, "replaced");
       older->channel->cut("replaced by a newer log-in");
@@ -235,6 +270,7 @@ class AgentConnection {
   Channel& channel_;  // the channel of peer_
   const std::shared_ptr<AgentPeer> peer_;
   const std::string source_;
+  Intake intake_;
   bool greeted_ = false;
   bool drop_logged_ = false;
 };

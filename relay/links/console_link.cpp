@@ -72,6 +72,7 @@ class ConsoleConnection {
     const std::string type = text_field(message, "type");
     if (type == "open") return open(message);
     if (type == "close") return close(message);
+    if (type == "cut") return cut(message);
     if (type == "ping") return answer_ping(message);
     if (type == "transfer") return give_transfer(message);
     if (type == "stored") return confirm_downloads(message);
@@ -88,6 +89,12 @@ class ConsoleConnection {
     const auto number = session_number(message);
     if (!number) return refuse("The session's number is missing.");
     parts_.sessions.close(*peer_, *number);
+  }
+
+  void cut(const nlohmann::json& message) {
+    const auto number = session_number(message);
+    if (!number) return refuse("The session's number is missing.");
+    parts_.sessions.cut(*peer_, *number);
   }
 
   void answer_ping(const nlohmann::json& message) {

@@ -2,6 +2,7 @@
 #include "relay/net/websocket_link.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include <boost/asio/as_tuple.hpp>
@@ -9,6 +10,10 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/use_awaitable.hpp>
+
+#include "relay/net/tcp_progress.h"
+#include "relay/wire/part.h"
+#include "wire/messages.h"
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
@@ -22,40 +27,50 @@ constexpr std::size_t kReadChunk = 64 * 1024;  // bytes
 
 }  // namespace
 
-std::shared_ptr<WebSocketLink> WebSocketLink::create(Stream stream, std::size_t fragment,
-                                                     std::size_t queue_bytes) {
-  std::shared_ptr<WebSocketLink> link(new WebSocketLink(std::move(stream), fragment, queue_bytes));
+std::shared_ptr<WebSocketLink> WebSocketLink::create(Stream stream, std::size_t queue_bytes,
+                                                     Channel::Division division) {
+  std::shared_ptr<WebSocketLink> link(new WebSocketLink(std::move(stream), queue_bytes, division));
   link->channel_->on_request([weak = link->weak_from_this()] {
     if (const auto self = weak.lock()) self->carry_out();
+  });
+  link->channel_->on_measure([weak = link->weak_from_this()] {
+    const auto self = weak.lock();
+    return self ? confirmed_bytes(beast::get_lowest_layer(self->stream_).socket().native_handle()) : 0;
   });
   return link;
 }
 
-WebSocketLink::WebSocketLink(Stream stream, std::size_t fragment, std::size_t queue_bytes)
+WebSocketLink::WebSocketLink(Stream stream, std::size_t queue_bytes, Channel::Division division)
     : stream_(std::move(stream)),
-      fragment_(fragment),
-      channel_(std::make_shared<Channel>(stream_.get_executor(), queue_bytes)),
+      channel_(std::make_shared<Channel>(stream_.get_executor(), queue_bytes, division)),
       deadline_(stream_.get_executor()) {
   stream_.auto_fragment(false);
   stream_.control_callback([this](auto, auto) { channel_->count_as_heard(Clock::now()); });
 }
 
-asio::awaitable<std::optional<WebSocketLink::Incoming>> WebSocketLink::read() {
+asio::awaitable<std::optional<Incoming>> WebSocketLink::read() {
   const auto self = shared_from_this();
   Incoming incoming;
+  Bytes dropped;
   do {
     // Messages are read in chunks for two reasons. Each part of a long message on a slow connection shows
     // that the peer is connected, and memory grows with the bytes received, not with the length in a frame's
     // header.
-    auto buffer = asio::dynamic_buffer(incoming.bytes);
+    dropped.clear();
+    auto buffer = asio::dynamic_buffer(incoming.kept ? incoming.bytes : dropped);
     const auto [error, size] = co_await stream_.async_read_some(buffer, kReadChunk, kAsTuple);
     if (error) {
       channel_->end(error == websocket::error::closed ? "closed by the peer" : error.message());
       co_return std::nullopt;
     }
     channel_->count_as_heard(Clock::now());
+    incoming.size += size;
+    incoming.text = stream_.got_text();
+    if (!incoming.kept || !keep_ || keep_(incoming)) continue;
+    incoming.kept = false;
+    incoming.bytes.resize(std::min(incoming.bytes.size(), kEnvelopeHeaderSize));
+    incoming.bytes.shrink_to_fit();
   } while (!stream_.is_message_done());
-  incoming.text = stream_.got_text();
   co_return incoming;
 }
 
@@ -99,9 +114,9 @@ asio::awaitable<void> WebSocketLink::write_all() {
   const auto self = shared_from_this();
   bool good = true;
   while (good) {
-    const auto message = channel_->take();
-    if (!message) break;
-    good = co_await write_message(*message);
+    const auto piece = channel_->take();
+    if (!piece) break;
+    good = co_await write_piece(*piece);
   }
   if (good && channel_->close_request() && !channel_->is_cut()) {
     const auto& request = *channel_->close_request();
@@ -113,20 +128,19 @@ asio::awaitable<void> WebSocketLink::write_all() {
   channel_->finished_work();
 }
 
-asio::awaitable<bool> WebSocketLink::write_message(const Channel::Outgoing& message) {
-  stream_.text(message.text);
-  const std::size_t size = message.bytes->size();
-  std::size_t offset = 0;
-  do {
-    const std::size_t part = std::min(fragment_, size - offset);
-    const bool last = offset + part == size;
-    const auto [error, written] =
-        co_await stream_.async_write_some(last, asio::buffer(message.bytes->data() + offset, part), kAsTuple);
-    if (error) channel_->cut("writing failed: " + error.message());
-    if (channel_->is_cut()) co_return false;
-    offset += part;
-    channel_->written(part);
-  } while (offset < size);
+asio::awaitable<bool> WebSocketLink::write_piece(const Channel::Piece& piece) {
+  const bool whole = piece.first && piece.last;
+  const bool part = channel_->divides_into_parts() && !whole;
+  if (piece.first || part) stream_.text(piece.text && !part);
+  const auto header = part_header(piece.first, piece.last, piece.bulk, piece.text);
+  const std::array<asio::const_buffer, 2> buffers = {
+      asio::buffer(header.data(), part ? header.size() : 0),
+      asio::buffer(piece.bytes().data(), piece.size),
+  };
+  const auto [error, written] = co_await stream_.async_write_some(piece.last || part, buffers, kAsTuple);
+  if (error) channel_->cut("writing failed: " + error.message());
+  if (channel_->is_cut()) co_return false;
+  channel_->written(piece);
   co_return true;
 }
 

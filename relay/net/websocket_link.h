@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -12,8 +14,8 @@
 #include <boost/beast/websocket.hpp>
 #include <boost/beast/websocket/ssl.hpp>
 
-#include "relay/base/bytes.h"
 #include "relay/net/channel.h"
+#include "relay/net/incoming.h"
 
 namespace vlk::relay {
 
@@ -24,35 +26,34 @@ using TlsStream = boost::beast::ssl_stream<boost::beast::tcp_stream>;
 class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
  public:
   using Stream = boost::beast::websocket::stream<TlsStream>;
-  struct Incoming {
-    bool text = false;
-    Bytes bytes;
-  };
 
-  // `stream` has completed its upgrade. Messages over `fragment` bytes are sent in fragments of that size, so
-  // that progress is visible on a slow connection. The channel's queue counts as full when it has more than
-  // `queue_bytes` bytes.
-  [[nodiscard]] static std::shared_ptr<WebSocketLink> create(Stream stream, std::size_t fragment,
-                                                             std::size_t queue_bytes);
+  // `stream` has completed its upgrade. The channel's queue counts as full when it has more than
+  // `queue_bytes` bytes; its messages are written in pieces, as `division` says.
+  [[nodiscard]] static std::shared_ptr<WebSocketLink> create(Stream stream, std::size_t queue_bytes,
+                                                             Channel::Division division);
 
   [[nodiscard]] const std::shared_ptr<Channel>& channel() const { return channel_; }
 
   // Reads the next whole message. Returns nothing when the connection has ended; the channel's end_reason()
   // says why.
   [[nodiscard]] boost::asio::awaitable<std::optional<Incoming>> read();
+  // Sets the size of the largest message in bytes; a larger one ends the connection. 0 means no limit.
   void set_read_limit(std::size_t bytes) { stream_.read_message_max(bytes); }
+  // Sets a function that decides whether a message is kept. It is called with each run of bytes of a message
+  // that arrives, until it returns false. The rest of the message is then read and dropped.
+  void on_arrival(std::function<bool(Incoming&)> keep) { keep_ = std::move(keep); }
 
  private:
-  WebSocketLink(Stream stream, std::size_t fragment, std::size_t queue_bytes);
+  WebSocketLink(Stream stream, std::size_t queue_bytes, Channel::Division division);
   void carry_out();
   void close_socket();
   void start_deadline(std::chrono::milliseconds deadline);
   void send_ping();
   boost::asio::awaitable<void> write_all();
-  boost::asio::awaitable<bool> write_message(const Channel::Outgoing& message);
+  boost::asio::awaitable<bool> write_piece(const Channel::Piece& piece);
 
   Stream stream_;
-  const std::size_t fragment_;
+  std::function<bool(Incoming&)> keep_;
   const std::shared_ptr<Channel> channel_;
   bool writing_ = false;
   bool pinging_ = false;

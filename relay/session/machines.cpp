@@ -54,7 +54,7 @@ const AgentRecord* Machines::find(const std::string& id) const {
 
 std::shared_ptr<AgentPeer> Machines::connection(const std::string& id) const {
   const auto found = online_.find(id);
-  return found == online_.end() ? nullptr : found->second;
+  return found == online_.end() || found->second->channel->closing() ? nullptr : found->second;
 }
 
 void Machines::rename(const AgentPeer& peer, const std::string& name) {

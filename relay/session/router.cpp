@@ -25,6 +25,22 @@ Route forward(const EnvelopeHeader& header, const std::shared_ptr<Channel>& to) 
   return {.kind = Route::Kind::Forward, .header = header, .to = to};
 }
 
+bool is_for_browser(Msg type) {
+  const MessageRule* rule = find_rule(type);
+  return rule && rule->from_agent() && rule->scope == Scope::Session;
+}
+
+std::string oversized(Msg type) {
+  return "ignored an oversized message of type " + std::to_string(static_cast<int>(type));
+}
+
+// What the log reports about a message that no session accepts. Frames are not logged, because an agent
+// usually sends some before it receives the session's end.
+std::string unwanted(const EnvelopeHeader& header) {
+  if (header.type == Msg::StreamFrame) return {};
+  return "dropped a message for session " + std::to_string(header.session) + ", which is not open";
+}
+
 // Completes the parameter sets of a frame's H.264 stream. Returns false if the frame contradicts what an
 // earlier parameter set declared.
 bool complete_frame(H264Stream& video, Bytes& message) {
@@ -36,35 +52,51 @@ bool complete_frame(H264Stream& video, Bytes& message) {
 
 }  // namespace
 
+Arrival Router::arrival_from_agent(const AgentPeer& peer, const EnvelopeStart& start) {
+  thread_.check();
+  const EnvelopeHeader& header = start.header;
+  if (start.size <= limits_.control_message) return {};
+  if (!is_for_browser(header.type)) return {.kind = Arrival::Kind::Drop, .reason = oversized(header.type)};
+  const Session* session = session_of(peer, header.session);
+  if (!session) return {.kind = Arrival::Kind::Drop, .reason = unwanted(header)};
+  const std::shared_ptr<Channel>& browser = session->console->channel;
+  if (start.size <= limits_.small_message) return {};
+  if (start.size > limits_.agent_message) return {.kind = Arrival::Kind::TooLarge, .to = browser};
+  MemoryBudget::Claim claim = large_messages_.claim(static_cast<std::size_t>(start.size));
+  if (!claim) return {.kind = Arrival::Kind::TooLarge, .to = browser};
+  return {.claim = std::move(claim)};
+}
+
+bool Router::still_wanted(const AgentPeer& peer, const EnvelopeStart& start) const {
+  return start.size <= limits_.control_message || session_of(peer, start.header.session);
+}
+
+const Session* Router::session_of(const AgentPeer& peer, std::uint32_t number) const {
+  const Session* session = sessions_.find(number);
+  return session && session->agent.get() == &peer && session->accepted() ? session : nullptr;
+}
+
 Route Router::route_from_agent(AgentPeer& peer, Bytes& message) {
   thread_.check();
   const auto header = read_header(message);
   if (!header) return {};
   if (peer.refused || peer.channel->closing()) return swallow(*header);
   if (peer.id.empty()) return {.kind = Route::Kind::ForRelay, .header = *header};
-  const MessageRule* rule = find_rule(header->type);
-  const bool to_browser_type = rule && rule->from_agent() && rule->scope == Scope::Session;
-  return to_browser_type ? to_browser(peer, *header, message) : for_relay(*header, message);
+  return is_for_browser(header->type) ? to_browser(peer, *header, message) : for_relay(*header, message);
 }
 
 Route Router::for_relay(const EnvelopeHeader& header, const Bytes& message) const {
-  const std::string type = std::to_string(static_cast<int>(header.type));
   // The size is limited because parsed JSON takes many times its length in memory, and anybody may enrol.
-  if (message.size() > limits_.control_message)
-    return swallow(header, "ignored an oversized message of type " + type);
+  if (message.size() > limits_.control_message) return swallow(header, oversized(header.type));
   const MessageRule* rule = find_rule(header.type);
-  if (!rule || !rule->from_agent()) return swallow(header, "ignored a message of type " + type);
+  if (!rule || !rule->from_agent())
+    return swallow(header, "ignored a message of type " + std::to_string(static_cast<int>(header.type)));
   return {.kind = Route::Kind::ForRelay, .header = header};
 }
 
 Route Router::to_browser(AgentPeer& peer, const EnvelopeHeader& header, Bytes& message) {
-  const Session* session = sessions_.find(header.session);
-  if (!session || session->agent.get() != &peer || !session->accepted()) {
-    // Frames are not logged, because an agent usually sends some before it receives the session's end.
-    if (header.type == Msg::StreamFrame) return swallow(header);
-    return swallow(header,
-                   "dropped a message for session " + std::to_string(header.session) + ", which is not open");
-  }
+  const Session* session = session_of(peer, header.session);
+  if (!session) return swallow(header, unwanted(header));
   Route route = forward(header, session->console->channel);
   if (header.type == Msg::StreamConfig) peer.video = {};
   if (header.type == Msg::StreamFrame) route.key_frame_needed = !complete_frame(peer.video, message);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "relay/base/limits.h"
+#include "relay/base/memory_budget.h"
 #include "relay/base/thread_checker.h"
 #include "relay/session/audit_trail.h"
 #include "relay/session/peers.h"
@@ -35,12 +36,36 @@ struct Route {
   bool key_frame_needed = false;            // for Forward: the caller requests a key frame from the agent
 };
 
+// The decision about a message of a machine while it arrives.
+struct Arrival {
+  enum class Kind {
+    Hold,      // the message may be held in memory
+    Drop,      // the message is read and dropped
+    TooLarge,  // the same, and the browser `to` is informed
+  };
+  Kind kind = Kind::Hold;
+  std::string reason{};  // for Drop: a line for the log or empty
+  std::shared_ptr<Channel> to{};
+  MemoryBudget::Claim claim{};  // for Hold: to be kept as long as the message
+};
+
 // Used on the relay's one thread.
 class Router {
  public:
   // The arguments outlive this object.
   Router(const Sessions& sessions, Transfers& transfers, AuditTrail& audit, const Limits& limits)
-      : sessions_(sessions), transfers_(transfers), audit_(audit), limits_(limits) {}
+      : sessions_(sessions),
+        transfers_(transfers),
+        audit_(audit),
+        limits_(limits),
+        large_messages_(limits.large_messages) {}
+
+  // Decides whether a message of a machine that has logged in may be held, as soon as its header has arrived.
+  // A machine without an accepted session can make the relay hold only small messages.
+  [[nodiscard]] Arrival arrival_from_agent(const AgentPeer& peer, const EnvelopeStart& start);
+  // True while a message that was allowed by arrival_from_agent may be held. A session can end while its
+  // message arrives.
+  [[nodiscard]] bool still_wanted(const AgentPeer& peer, const EnvelopeStart& start) const;
 
   // Decides about a message of a machine. Completes the parameter sets of an H.264 frame in `message`.
   [[nodiscard]] Route route_from_agent(AgentPeer& peer, Bytes& message);
@@ -48,6 +73,8 @@ class Router {
   [[nodiscard]] Route route_from_browser(const ConsolePeer& peer, Bytes& message);
 
  private:
+  // The machine's accepted session with this number, or null.
+  [[nodiscard]] const Session* session_of(const AgentPeer& peer, std::uint32_t number) const;
   [[nodiscard]] Route for_relay(const EnvelopeHeader& header, const Bytes& message) const;
   [[nodiscard]] Route to_browser(AgentPeer& peer, const EnvelopeHeader& header, Bytes& message);
   [[nodiscard]] Route to_machine(const Session& session, const EnvelopeHeader& header, Bytes& message);
@@ -58,6 +85,7 @@ class Router {
   Transfers& transfers_;
   AuditTrail& audit_;
   const Limits& limits_;
+  MemoryBudget large_messages_;
 };
 
 }  // namespace vlk::relay

@@ -18,7 +18,8 @@ Sessions::Sessions(Machines& machines, Browsers& browsers, Transfers& transfers,
       audit_(audit),
       log_(log),
       limits_(limits),
-      last_number_(start) {}
+      last_number_(start),
+      cuts_(limits.cuts_per_machine, limits.failure_window, limits.counted_keys) {}
 
 std::uint32_t Sessions::new_number() {
   // A session's number is also the tag of its messages, so it must differ from the tag of the machine list.
@@ -70,6 +71,23 @@ void Sessions::close(ConsolePeer& console, std::uint32_t number) {
   if (!session || session->console.get() != &console)
     return browsers_.refuse(console, "There is no such session.");
   end(number, SessionEvent::End, "closed", Tell::MachineToo);
+}
+
+void Sessions::cut(ConsolePeer& console, std::uint32_t number) {
+  const Session* session = find(number);
+  if (!session || session->console.get() != &console)
+    return browsers_.refuse(console, "There is no such session.");
+  const std::shared_ptr<AgentPeer> agent = session->agent;
+  if (!session->accepted()) return browsers_.refuse(console, "The session has not been accepted.", agent->id);
+  const auto now = Clock::now();
+  if (cuts_.exhausted(agent->id, now)) {
+    return browsers_.refuse(console, "This machine's connection was closed too often. Try again later.",
+                            agent->id, {{"code", "too-many"}});
+  }
+  cuts_.add(agent->id, now);
+  audit_.write({"agent-cut", console.representative, agent->id, console.address, std::to_string(number)});
+  end_all_of(*agent, "agent-gone");
+  agent->channel->cut("closed at the request of " + console.representative);
 }
 
 void Sessions::accept(AgentPeer& peer, std::uint32_t number) {

@@ -10,6 +10,7 @@
 
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
+#include "relay/base/rate_counter.h"
 #include "relay/base/thread_checker.h"
 #include "relay/session/audit_trail.h"
 #include "relay/session/browsers.h"
@@ -58,6 +59,10 @@ class Sessions {
   // Ends a session of this browser. If the browser has no session with this number, it receives an error
   // message.
   void close(ConsolePeer& console, std::uint32_t number);
+  // Closes the connection of the machine in an accepted session of this browser, which ends the session. A
+  // machine cannot be told to stop what it sends, for instance a download. If the relay refuses, the browser
+  // receives an error message.
+  void cut(ConsolePeer& console, std::uint32_t number);
   // Carry out the machine's answer to the request for a session.
   void accept(AgentPeer& peer, std::uint32_t number);
   void reject(AgentPeer& peer, std::uint32_t number);
@@ -95,6 +100,7 @@ class Sessions {
   const Limits& limits_;
   std::map<std::uint32_t, Session> sessions_;  // by session number
   std::uint32_t last_number_;
+  RateCounter cuts_;  // by the machine's id
 };
 
 }  // namespace vlk::relay

@@ -58,8 +58,17 @@ void Watchdog::watch_browser(ConsolePeer& peer, Clock::time_point now) {
   const auto stall = channel.write_stall(now);
   if (stall >= limits_.dead_browser) return channel.cut("does not read");
   if (stall >= limits_.slow_browser) sessions_.end_all_of(peer, "slow");
+  watch_alive(peer, now);
   watch_idle(peer, now);
   watch_login(peer, now);
+}
+
+// While a long message of the browser arrives, or waits for a slow machine, the relay cannot read the
+// browser's pings behind it. The browser must not take the relay for dead then.
+void Watchdog::watch_alive(ConsolePeer& peer, Clock::time_point now) {
+  Channel& channel = *peer.channel;
+  if (channel.idle() && now - channel.last_sent() >= limits_.browser_alive)
+    channel.send_text(R"({"type":"alive"})");
 }
 
 // Finds browsers whose computer is asleep or disconnected. While the relay does not read from a browser, the

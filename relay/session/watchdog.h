@@ -34,6 +34,7 @@ class Watchdog {
   void watch_agent(AgentPeer& peer, Clock::time_point now);
   void send_heartbeat(AgentPeer& peer, Clock::time_point now);
   void watch_browser(ConsolePeer& peer, Clock::time_point now);
+  void watch_alive(ConsolePeer& peer, Clock::time_point now);
   void watch_idle(ConsolePeer& peer, Clock::time_point now);
   void watch_login(ConsolePeer& peer, Clock::time_point now);
 

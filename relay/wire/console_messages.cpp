@@ -14,6 +14,11 @@ std::string session_message(std::uint32_t session, const std::string& agent, con
   return dump(message);
 }
 
+std::string too_large_message(std::uint32_t session, std::uint8_t type, std::uint64_t bytes) {
+  return dump(
+      nlohmann::json{{"type", "too-large"}, {"session", session}, {"message", type}, {"bytes", bytes}});
+}
+
 std::string error_message(const std::string& sentence, const std::string& agent,
                           const nlohmann::json& fields) {
   nlohmann::json message = {{"type", "error"}, {"message", sentence}};

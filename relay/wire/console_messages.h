@@ -13,6 +13,10 @@ namespace vlk::relay {
 [[nodiscard]] std::string session_message(std::uint32_t session, const std::string& agent,
                                           const std::string& state, const std::string& reason = {});
 
+// The message that reports that the relay dropped a machine's message because of its size. `type` is its
+// code, `bytes` its size with the header.
+[[nodiscard]] std::string too_large_message(std::uint32_t session, std::uint8_t type, std::uint64_t bytes);
+
 // The message that reports a refused request, with a sentence for the representative. `agent` is the
 // machine's id, or empty; `fields` is an object with further members for the console's code.
 [[nodiscard]] std::string error_message(const std::string& sentence, const std::string& agent,

@@ -19,10 +19,16 @@ constexpr std::size_t kLengthOffset = 6;
 
 }  // namespace
 
-std::optional<EnvelopeHeader> read_header(const Bytes& message) {
+std::optional<EnvelopeStart> read_start(const Bytes& message) {
   if (message.size() < kEnvelopeHeaderSize) return std::nullopt;
-  if (get_u32_be(&message[kLengthOffset]) != message.size() - kEnvelopeHeaderSize) return std::nullopt;
-  return EnvelopeHeader{static_cast<Msg>(message[0]), get_u32_be(&message[kSessionOffset])};
+  return EnvelopeStart{{static_cast<Msg>(message[0]), get_u32_be(&message[kSessionOffset])},
+                       std::uint64_t{kEnvelopeHeaderSize} + get_u32_be(&message[kLengthOffset])};
+}
+
+std::optional<EnvelopeHeader> read_header(const Bytes& message) {
+  const auto start = read_start(message);
+  if (!start || start->size != message.size()) return std::nullopt;
+  return start->header;
 }
 
 void set_payload_length(Bytes& message) {

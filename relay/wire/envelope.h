@@ -20,6 +20,15 @@ struct EnvelopeHeader {
   std::uint32_t session = 0;
 };
 
+// An envelope of which at least the header has arrived.
+struct EnvelopeStart {
+  EnvelopeHeader header;
+  std::uint64_t size = 0;  // bytes of the whole envelope, as its header declares
+};
+
+// Reads the header of an envelope that may be incomplete. Returns nothing if the header is incomplete.
+[[nodiscard]] std::optional<EnvelopeStart> read_start(const Bytes& message);
+
 // Reads the header of an envelope. Returns nothing if the declared length differs from the length of the
 // payload. Unlike the agent's decoder, this function has no upper limit, because an agent's clipboard may be
 // an envelope of tens of megabytes.

@@ -2,7 +2,10 @@
 #include "relay/browser.h"
 
 #include <atomic>
+#include <map>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -17,6 +20,8 @@
 #include <boost/beast/websocket.hpp>
 #include <boost/beast/websocket/ssl.hpp>
 
+#include "relay/wire/part.h"
+
 namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = beast::http;
@@ -27,17 +32,51 @@ namespace vlk::relay {
 struct Browser::Wire {
   using Tls = beast::ssl_stream<beast::tcp_stream>;
 
-  explicit Wire(unsigned short its_port) : port(its_port) {}
+  Wire(unsigned short its_port, int its_receive_buffer)
+      : port(its_port), receive_buffer(its_receive_buffer) {}
 
   std::unique_ptr<Tls> connect() {
     auto stream = std::make_unique<Tls>(io, tls);
     beast::get_lowest_layer(*stream).expires_never();
-    beast::get_lowest_layer(*stream).connect({asio::ip::address_v4::loopback(), port});
+    auto& socket = beast::get_lowest_layer(*stream).socket();
+    socket.open(asio::ip::tcp::v4());
+    if (receive_buffer > 0) socket.set_option(asio::socket_base::receive_buffer_size(receive_buffer));
+    socket.connect({asio::ip::address_v4::loopback(), port});
     stream->handshake(asio::ssl::stream_base::client);
     return stream;
   }
 
+  struct Message {
+    bool text = false;
+    std::string bytes;
+  };
+  // Reads one WebSocket message. Returns nothing if it is a part that does not complete its message.
+  std::optional<Message> read_piece(beast::error_code& error) {
+    beast::flat_buffer buffer;
+    socket->read(buffer, error);
+    if (error) return std::nullopt;
+    std::string bytes = beast::buffers_to_string(buffer.data());
+    if (socket->got_text()) return Message{true, std::move(bytes)};
+    if (bytes.size() < kPartHeaderSize || static_cast<std::uint8_t>(bytes[0]) != kPartMark)
+      return Message{false, std::move(bytes)};
+    const auto flags = static_cast<std::uint8_t>(bytes[1]);
+    std::string& whole = unfinished[flags & kBulkPart];
+    if (flags & kFirstPart) whole.clear();
+    whole += bytes.substr(kPartHeaderSize);
+    if (!(flags & kLastPart)) return std::nullopt;
+    return Message{(flags & kTextPart) != 0, std::exchange(whole, {})};
+  }
+  Message read() {
+    for (;;) {
+      beast::error_code error;
+      if (auto message = read_piece(error)) return std::move(*message);
+      if (error) throw beast::system_error(error);
+    }
+  }
+
   const unsigned short port;
+  const int receive_buffer;
+  std::map<int, std::string> unfinished;
   asio::io_context io;
   asio::ssl::context tls{asio::ssl::context::tls_client};
   std::unique_ptr<websocket::stream<Tls>> socket;
@@ -45,7 +84,8 @@ struct Browser::Wire {
   std::atomic<int> pings{0};
 };
 
-Browser::Browser(unsigned short port) : wire_(std::make_unique<Wire>(port)) {}
+Browser::Browser(unsigned short port, int receive_buffer)
+    : wire_(std::make_unique<Wire>(port, receive_buffer)) {}
 
 Browser::~Browser() = default;
 
@@ -92,7 +132,7 @@ bool Browser::open_console(const std::string& cookie, unsigned& status, const st
   wire_->socket->set_option(websocket::stream_base::decorator([&](websocket::request_type& request) {
     if (!cookie.empty()) request.set(http::field::cookie, "vantelink_session=" + cookie);
     if (!origin.empty()) request.set(http::field::origin, origin);
-    request.set(http::field::sec_websocket_protocol, "vantelink.console.v1");
+    request.set(http::field::sec_websocket_protocol, "vantelink.console.v2");
   }));
   websocket::response_type response;
   beast::error_code error;
@@ -123,25 +163,37 @@ void Browser::send_bytes(const std::string& bytes) {
 
 Json Browser::read_text(const std::string& type) {
   for (;;) {
-    beast::flat_buffer buffer;
-    wire_->socket->read(buffer);
-    if (!wire_->socket->got_text()) continue;
-    Json message = Json::parse(beast::buffers_to_string(buffer.data()));
+    const Wire::Message read = wire_->read();
+    if (!read.text) continue;
+    Json message = Json::parse(read.bytes);
     if (message["type"] == type) return message;
   }
 }
 
 Envelope Browser::read_envelope(Msg type) {
   for (;;) {
-    beast::flat_buffer buffer;
-    wire_->socket->read(buffer);
-    if (wire_->socket->got_text()) continue;
+    const Wire::Message read = wire_->read();
+    if (read.text) continue;
     Envelope envelope;
-    if (!decode_envelope(static_cast<const unsigned char*>(buffer.data().data()), buffer.size(), envelope)) {
+    if (!decode_envelope(reinterpret_cast<const unsigned char*>(read.bytes.data()), read.bytes.size(),
+                         envelope)) {
       throw std::runtime_error("the relay sent a binary message that is not an envelope");
     }
     if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
   }
+}
+
+Browser::Arrived Browser::read_binary() {
+  for (;;) {
+    const Wire::Message read = wire_->read();
+    if (!read.text) return {static_cast<Msg>(read.bytes.at(0)), read.bytes.size()};
+  }
+}
+
+bool Browser::read_piece() {
+  beast::error_code error;
+  (void)wire_->read_piece(error);
+  return !error;
 }
 
 int Browser::pings() const {

@@ -17,7 +17,9 @@ using Json = nlohmann::json;
 // A blocking HTTP and WebSocket client that accepts every certificate.
 class Browser {
  public:
-  explicit Browser(unsigned short port);
+  // A receive buffer of a few kilobytes makes the relay notice early that this browser reads slowly. 0 leaves
+  // the size to the system.
+  explicit Browser(unsigned short port, int receive_buffer = 0);
   ~Browser();
   Browser(const Browser&) = delete;
   Browser& operator=(const Browser&) = delete;
@@ -43,6 +45,14 @@ class Browser {
   // Return the next message of the given type and skip other messages. Both throw if the connection ends.
   Json read_text(const std::string& type);
   Envelope read_envelope(Msg type);
+  // Reads the next binary message, of any size. Returns its header's code, and the size of the whole message.
+  struct Arrived {
+    Msg type{};
+    std::size_t size = 0;
+  };
+  Arrived read_binary();
+  // Reads one WebSocket message: a whole message or a part of one. Returns false if the connection has ended.
+  bool read_piece();
   // The number of WebSocket pings received so far.
   int pings() const;
   // Reads until the relay closes the connection, and returns the close code.

@@ -113,8 +113,8 @@ std::string RelayTest::log_in() {
       .cookie;
 }
 
-std::unique_ptr<Browser> RelayTest::console() {
-  auto browser = std::make_unique<Browser>(port_);
+std::unique_ptr<Browser> RelayTest::console(int receive_buffer) {
+  auto browser = std::make_unique<Browser>(port_, receive_buffer);
   unsigned status = 0;
   EXPECT_TRUE(browser->open_console(log_in(), status)) << status;
   return browser;

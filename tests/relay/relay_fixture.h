@@ -56,7 +56,7 @@ class RelayTest : public testing::Test {
   // Logs in as "admin" and returns the log-in's cookie, or an empty string if it was refused.
   std::string log_in();
   // Logs a browser in and opens its WebSocket.
-  std::unique_ptr<Browser> console();
+  std::unique_ptr<Browser> console(int receive_buffer = 0);
   // Connects an agent with the display name `name` and waits until its machine is online.
   std::unique_ptr<agent::AgentClient> connect_agent(const std::string& name, bool unattended = true);
   // Waits until the machine with this name is in this state, and returns its entry in the list of machines.

@@ -1,5 +1,6 @@
 // Whole sessions between browsers and the agent's client, through a relay with real connections.
 #include "fakes/fakes.h"
+#include "relay/links/raw_session.h"
 #include "relay/relay_fixture.h"
 #include "support/peers/raw_agent.h"
 
@@ -203,38 +204,6 @@ TEST_F(SessionTest, LargeMessagesToASlowBrowserArriveCompletely) {
     EXPECT_EQ(browser->read_envelope(Msg::FileChunk).payload.size(), large.size());
   sender.join();
 }
-
-// An accepted session between a browser and an agent whose messages are written by the test.
-class RawSession {
- public:
-  RawSession(unsigned short port, Browser& browser) : agent_(port) {
-    agent_.send(Msg::Hello, R"({"role":"agent"})");
-    agent_.send(Msg::Enroll, R"({"name":"Raw","machine_name":"Raw","os":"windows","hw_id":"x"})");
-    const Envelope enrolled = read(Msg::EnrollResult);
-    browser.send({{"type", "open"}, {"agent", Json::parse(enrolled.payload)["agent_id"]}});
-    number_ = read(Msg::SessionRequest).session_id;
-    send(Msg::SessionAccept, "{}");
-    browser.read_text("session");
-    EXPECT_EQ(browser.read_text("session")["state"], "accepted");
-  }
-
-  void send(Msg type, const std::string& payload) {
-    const auto bytes = encode_envelope(type, number_, reinterpret_cast<const unsigned char*>(payload.data()),
-                                       payload.size(), 0);
-    agent_.send_bytes({bytes.begin(), bytes.end()});
-  }
-
-  Envelope read(Msg type) {
-    for (;;) {
-      Envelope envelope = agent_.read();
-      if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
-    }
-  }
-
- private:
-  vantelink_test::RawAgent agent_;
-  std::uint32_t number_ = 0;
-};
 
 TEST_F(SessionTest, ColoursAndOrderAreDeclaredInH264ParameterSetsAndJpegFramesStayUnchanged) {
   using namespace std::string_literals;

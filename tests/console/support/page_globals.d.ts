@@ -8,8 +8,8 @@ interface Window {
   mostWaiting: number;
   /** Milliseconds by which the page's clock is ahead. */
   ahead: number;
-  /** How often the page's link has checked its ping. */
-  checks: number;
+  /** The alive messages that the relay has sent. */
+  alive: number;
   /** Stands in for the media query of full screen. */
   wholeScreen: EventTarget & { matches: boolean };
   /** Whether the page's clipboard refuses to be written, as without focus. */

@@ -27,9 +27,16 @@ class ChannelTest : public testing::Test {
     io_.restart();
     io_.poll();
   }
-  std::string next() {
-    const auto message = channel_->take();
-    return message ? std::string(message->bytes->begin(), message->bytes->end()) : "nothing";
+  static std::string next(Channel& channel) {
+    const auto piece = channel.take();
+    return piece ? std::string(piece->bytes().begin(), piece->bytes().end()) : "nothing";
+  }
+  std::string next() { return next(*channel_); }
+  std::shared_ptr<Channel> divided(bool parts) {
+    return std::make_shared<Channel>(io_.get_executor(), 10, Channel::Division{parts, 4});
+  }
+  static std::shared_ptr<const Bytes> bytes(std::string_view text) {
+    return std::make_shared<const Bytes>(text.begin(), text.end());
   }
 
   asio::io_context io_;
@@ -47,12 +54,74 @@ TEST_F(ChannelTest, MessagesAreTakenInOrderAndDiscardedByTheirTag) {
 }
 
 TEST_F(ChannelTest, MessageBeingWrittenStillCountsTowardsTheQueueLimit) {
-  channel_->send_text("eleven byte");
-  EXPECT_TRUE(channel_->full());
-  EXPECT_EQ(next(), "eleven byte");
-  EXPECT_TRUE(channel_->full());
-  channel_->written(1);
-  EXPECT_FALSE(channel_->full()) << "ten bytes are within the limit";
+  const auto channel = divided(false);
+  channel->send_text("fourteen bytes");
+  EXPECT_TRUE(channel->full());
+  const auto piece = channel->take();
+  EXPECT_TRUE(channel->full());
+  channel->written(*piece);
+  EXPECT_FALSE(channel->full()) << "ten bytes are within the limit";
+}
+
+TEST_F(ChannelTest, LongMessageIsTakenInPieces) {
+  const auto channel = divided(false);
+  channel->send_text("fourteen bytes");
+  channel->send_text("");
+  const struct {
+    const char* text;
+    bool first;
+    bool last;
+  } rows[] = {{"four", true, false},
+              {"teen", false, false},
+              {" byt", false, false},
+              {"es", false, true},
+              {"", true, true}};
+  for (const auto& row : rows) {
+    const auto piece = channel->take();
+    ASSERT_TRUE(piece);
+    EXPECT_EQ(std::string(piece->bytes().begin(), piece->bytes().end()), row.text);
+    EXPECT_EQ(piece->first, row.first) << row.text;
+    EXPECT_EQ(piece->last, row.last) << row.text;
+  }
+  EXPECT_EQ(next(*channel), "nothing");
+}
+
+TEST_F(ChannelTest, PiecesOfABulkMessageAlternateWithOtherMessages) {
+  const auto channel = divided(true);
+  channel->send_bulk(bytes("aaaabbbbccccd"), 7);
+  channel->send_text("one");
+  channel->send_text("two");
+  EXPECT_FALSE(channel->full()) << "a bulk message does not count";
+  EXPECT_TRUE(channel->has_bulk(7));
+  EXPECT_FALSE(channel->has_bulk(8));
+  std::string order;
+  for (int i = 0; i < 6; ++i)
+    order += next(*channel) + ' ';
+  EXPECT_EQ(order, "one aaaa two bbbb cccc d ");
+  EXPECT_FALSE(channel->has_bulk(7));
+}
+
+TEST_F(ChannelTest, OtherPartsOfADiscardedMessageAreNotTaken) {
+  const auto channel = divided(true);
+  channel->send_binary(bytes("aaaabbbb"), 7);
+  channel->send_bulk(bytes("ccccdddd"), 7);
+  const auto first = channel->take();
+  (void)channel->take();
+  channel->discard(7);
+  channel->send_text("ended");
+  channel->written(*first);
+  EXPECT_EQ(next(*channel), "ende");
+  EXPECT_EQ(next(*channel), "d");
+  EXPECT_EQ(next(*channel), "nothing");
+  EXPECT_FALSE(channel->full()) << "the discarded bytes no longer count";
+}
+
+TEST_F(ChannelTest, FragmentsOfADiscardedMessageAreTakenOnceItsFirstFragmentWas) {
+  const auto channel = divided(false);
+  channel->send_binary(bytes("aaaabbbb"), 7);
+  EXPECT_EQ(next(*channel), "aaaa");
+  channel->discard(7);
+  EXPECT_EQ(next(*channel), "bbbb") << "the WebSocket message could not be completed otherwise";
 }
 
 TEST_F(ChannelTest, DiscardedMessageNoLongerCountsTowardsTheQueueLimit) {
@@ -115,13 +184,24 @@ TEST_F(ChannelTest, WriteStallIsMeasuredWhileMessagesAreQueued) {
   EXPECT_EQ(channel_->write_stall(later), Clock::duration::zero());
 }
 
+TEST_F(ChannelTest, EachConfirmedByteEndsAWriteStall) {
+  std::uint64_t confirmed = 100;
+  channel_->on_measure([&] { return confirmed; });
+  channel_->send_text("waits");
+  const auto start = Clock::now();
+  (void)channel_->write_stall(start);
+  EXPECT_EQ(channel_->write_stall(start + std::chrono::seconds(14)), std::chrono::seconds(14));
+  ++confirmed;
+  EXPECT_EQ(channel_->write_stall(start + std::chrono::seconds(14)), std::chrono::seconds(0));
+  EXPECT_EQ(channel_->write_stall(start + std::chrono::seconds(29)), std::chrono::seconds(15));
+}
+
 TEST_F(ChannelTest, WaitForRoomReturnsWhenTheQueueIsNotFull) {
   EXPECT_TRUE(*spawn(channel_->wait_for_room()));
   channel_->send_text("more than ten");
   const auto done = spawn(channel_->wait_for_room());
   EXPECT_FALSE(*done);
-  (void)next();
-  channel_->written(5);
+  channel_->written(*channel_->take());
   run();
   EXPECT_TRUE(*done);
 }

@@ -7,9 +7,9 @@
 namespace vlk::relay {
 namespace {
 
-std::string line_of(const Channel::Outgoing& message) {
-  const Bytes& bytes = *message.bytes;
-  if (message.text) return {bytes.begin(), bytes.end()};
+std::string line_of(const Channel::Piece& piece) {
+  const Bytes& bytes = *piece.message;
+  if (piece.text) return {bytes.begin(), bytes.end()};
   const auto header = read_header(bytes);
   if (!header) return "not an envelope";
   return std::to_string(static_cast<int>(header->type)) + "/" + std::to_string(header->session) + " " +
@@ -68,9 +68,9 @@ std::uint32_t PartsTest::accepted(const Console& console, const Agent& agent) {
 
 Lines PartsTest::sent(Channel& channel) {
   Lines lines;
-  while (const auto message = channel.take()) {
-    lines.push_back(line_of(*message));
-    channel.written(message->bytes->size());
+  while (const auto piece = channel.take()) {
+    lines.push_back(line_of(*piece));
+    channel.written(*piece);
   }
   channel.finished_work();
   return lines;

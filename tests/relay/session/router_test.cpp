@@ -199,5 +199,62 @@ TEST_F(RouterTest, StreamConfigResetsTheStateOfTheH264Stream) {
   EXPECT_EQ(payload(), stamp + start + in_order);
 }
 
+using Held = Arrival::Kind;
+
+TEST_F(RouterTest, MachineWithoutAnAcceptedSessionCanSendOnlySmallMessages) {
+  for (const Belonging belonging : kBelongings) {
+    const std::uint32_t session = session_that_is(belonging);
+    const auto arrival = [&](Msg type, std::size_t size) {
+      return parts_->router.arrival_from_agent(*agent_, {{type, session}, size}).kind;
+    };
+    EXPECT_EQ(arrival(Msg::ClipboardData, limits_.control_message), Held::Hold);
+    EXPECT_EQ(arrival(Msg::ClipboardData, limits_.control_message + 1),
+              belonging == Belonging::Accepted ? Held::Hold : Held::Drop);
+    EXPECT_EQ(arrival(Msg::NameUpdate, limits_.control_message + 1), Held::Drop)
+        << "no session makes messages for the relay larger";
+    if (belonging == Belonging::Asked) parts_->sessions.close(*browser_, session);
+  }
+}
+
+TEST_F(RouterTest, LargestClipboardOfAnAgentIsHeldAndALargerMessageIsNot) {
+  const std::uint32_t session = accepted(browser_, agent_);
+  const auto arrival = [&](std::size_t size) {
+    return parts_->router.arrival_from_agent(*agent_, {{Msg::ClipboardData, session}, size});
+  };
+  constexpr std::size_t kLongestName = 255 * 3;  // UTF-8 bytes of a name with 255 UTF-16 units
+  const std::size_t clipboard = kEnvelopeHeaderSize + 5 + (64u << 20) + 5000 * (4 + kLongestName + 8);
+  EXPECT_EQ(arrival(clipboard).kind, Held::Hold);
+  EXPECT_EQ(arrival(limits_.agent_message).kind, Held::Hold);
+  const Arrival larger = arrival(limits_.agent_message + 1);
+  EXPECT_EQ(larger.kind, Held::TooLarge);
+  EXPECT_EQ(larger.to, browser_->channel);
+}
+
+TEST_F(RouterTest, LargeMessagesOfAllMachinesShareABudget) {
+  limits_.large_messages = 2 * limits_.agent_message;
+  parts_ = std::make_unique<Parts>(store_, log_, limits_);
+  const auto arrival = [&](const std::string& id, std::size_t size) {
+    const Agent agent = log_in(id);
+    const std::uint32_t session = accepted(browse("ada"), agent);
+    return parts_->router.arrival_from_agent(*agent, {{Msg::ClipboardData, session}, size});
+  };
+  const Arrival first = arrival("c", limits_.agent_message);
+  {
+    const Arrival second = arrival("d", limits_.agent_message);
+    EXPECT_EQ(second.kind, Held::Hold);
+    EXPECT_EQ(arrival("e", limits_.small_message + 1).kind, Held::TooLarge);
+    EXPECT_EQ(arrival("f", limits_.small_message).kind, Held::Hold) << "small messages need no budget";
+  }
+  EXPECT_EQ(arrival("g", limits_.agent_message).kind, Held::Hold) << "the second message is gone";
+}
+
+TEST_F(RouterTest, MessageThatArrivesIsNoLongerWantedAfterItsSessionEnded) {
+  const std::uint32_t session = accepted(browser_, agent_);
+  const EnvelopeStart start{{Msg::ClipboardData, session}, limits_.small_message};
+  EXPECT_TRUE(parts_->router.still_wanted(*agent_, start));
+  parts_->sessions.close(*browser_, session);
+  EXPECT_FALSE(parts_->router.still_wanted(*agent_, start));
+}
+
 }  // namespace
 }  // namespace vlk::relay

@@ -178,5 +178,46 @@ TEST_F(SessionsTest, SessionNumbersSkipZeroAndTheTagOfTheMachineList) {
   EXPECT_NE(sessions.find(1), nullptr);
 }
 
+TEST_F(SessionsTest, CutOfItsOwnSessionClosesTheMachinesConnection) {
+  number_ = accepted(browser_, agent_);
+  parts_->sessions.cut(*browser_, number_);
+  EXPECT_EQ(to_browser(), (Lines{state_message("ended", "agent-gone")}));
+  EXPECT_TRUE(agent_->channel->is_cut());
+  EXPECT_EQ(agent_->channel->end_reason(), "closed at the request of ada");
+  EXPECT_EQ(parts_->machines.connection("a"), nullptr) << "a closed connection cannot serve a session";
+  const Lines rows = audited();
+  EXPECT_EQ((Lines{rows.end() - 2, rows.end()}),
+            (Lines{"agent-cut: " + number(), "session-end: " + number() + " agent-gone"}));
+}
+
+TEST_F(SessionsTest, CutOfAnUnknownAForeignOrAnUnacceptedSessionIsRefused) {
+  const auto refusal = [&](const Console& console, std::uint32_t session) {
+    (void)sent(*console->channel);
+    parts_->sessions.cut(*console, session);
+    const Lines lines = sent_but_lists(*console->channel);
+    return lines.size() == 1 ? Json::parse(lines[0]).value("message", "") : "";
+  };
+  EXPECT_EQ(refusal(browser_, 12345), "There is no such session.");
+  number_ = ask(browser_, agent_);
+  EXPECT_EQ(refusal(browser_, number_), "The session has not been accepted.");
+  parts_->sessions.accept(*agent_, number_);
+  EXPECT_EQ(refusal(browse("ben"), number_), "There is no such session.");
+  EXPECT_FALSE(agent_->channel->closing());
+  EXPECT_NE(parts_->sessions.find(number_), nullptr);
+}
+
+TEST_F(SessionsTest, CutsOfOneMachineAreLimited) {
+  for (std::size_t i = 0; i < limits_.cuts_per_machine; ++i)
+    parts_->sessions.cut(*browser_, accepted(browser_, log_in("a")));
+  const Agent again = log_in("a");
+  number_ = accepted(browser_, again);
+  parts_->sessions.cut(*browser_, number_);
+  EXPECT_FALSE(again->channel->closing());
+  EXPECT_EQ(Json::parse(to_browser().at(0))["code"], "too-many");
+  const Agent other = log_in("b");
+  parts_->sessions.cut(*browser_, accepted(browser_, other));
+  EXPECT_TRUE(other->channel->is_cut()) << "another machine has its own limit";
+}
+
 }  // namespace
 }  // namespace vlk::relay

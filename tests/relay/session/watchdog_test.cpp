@@ -9,6 +9,11 @@ using std::chrono::milliseconds;
 class WatchdogTest : public PartsTest {
  protected:
   void tick(Clock::duration after) { parts_->watchdog.tick(start_ + after); }
+  // A tick after which everything that was sent to the browser is written.
+  void tick_and_write(const Console& peer, Clock::duration after) {
+    tick(after);
+    (void)sent(*peer->channel);
+  }
   Lines to_agent(const Agent& agent) { return sent(*agent->channel); }
 
   Agent agent() {
@@ -104,23 +109,39 @@ TEST_F(WatchdogTest, SessionsOfABrowserThatDoesNotReadEndBeforeItsConnectionIsCl
   EXPECT_EQ(peer->channel->end_reason(), "does not read");
 }
 
+TEST_F(WatchdogTest, BrowserToWhichNothingIsSentGetsAnAliveMessage) {
+  const auto peer = browser();
+  peer->paused = true;  // a long message of the browser waits for a slow machine
+  const auto sent_at = Clock::now() - start_;
+  tick(limits_.browser_alive - kShort);
+  EXPECT_EQ(sent(*peer->channel), Lines{});
+  tick(sent_at + limits_.browser_alive);
+  EXPECT_EQ(sent(*peer->channel), (Lines{R"({"type":"alive"})"}));
+}
+
+TEST_F(WatchdogTest, NoAliveMessageIsQueuedWhileAnotherMessageIsWritten) {
+  const auto peer = browser();
+  peer->channel->send_text("waits");
+  tick(Clock::now() - start_ + limits_.browser_alive);
+  EXPECT_EQ(sent(*peer->channel), (Lines{"waits"}));
+}
+
 TEST_F(WatchdogTest, SilentBrowserIsPingedOnceAndThenDisconnected) {
   const auto peer = browser();
-  tick(limits_.browser_ping - kShort);
+  tick_and_write(peer, limits_.browser_ping - kShort);
   EXPECT_FALSE(peer->channel->ping_requested());
-  tick(limits_.browser_ping);
+  tick_and_write(peer, limits_.browser_ping);
   EXPECT_TRUE(peer->channel->ping_requested());
   peer->channel->ping_sent();
-  tick(limits_.browser_ping + kShort);
+  tick_and_write(peer, limits_.browser_ping + kShort);
   EXPECT_FALSE(peer->channel->ping_requested()) << "the first ping has not been answered yet";
-  (void)sent(*peer->channel);
   tick(limits_.idle_browser);
   EXPECT_EQ(peer->channel->end_reason(), "does not answer pings");
 }
 
 TEST_F(WatchdogTest, BrowserThatAnsweredAPingIsPingedAgain) {
   const auto peer = browser();
-  tick(limits_.browser_ping);
+  tick_and_write(peer, limits_.browser_ping);
   peer->channel->ping_sent();
   peer->channel->count_as_heard(start_ + limits_.browser_ping + kShort);
   tick(2 * limits_.browser_ping + kShort);
@@ -137,10 +158,10 @@ TEST_F(WatchdogTest, BrowserThatTheRelayDoesNotReadFromDoesNotCountAsSilent) {
 TEST_F(WatchdogTest, BrowserIsDisconnectedAtTheNextLogInCheckAfterItsLogInEnded) {
   const auto peer = browser();
   peer->paused = true;
-  tick(limits_.login_check);
+  tick_and_write(peer, limits_.login_check);
   EXPECT_FALSE(peer->channel->closing());
   store_.remove_login(peer->login);
-  tick(2 * limits_.login_check - kShort);
+  tick_and_write(peer, 2 * limits_.login_check - kShort);
   EXPECT_FALSE(peer->channel->closing()) << "the log-in was checked before its interval";
   tick(2 * limits_.login_check);
   EXPECT_EQ(peer->channel->end_reason(), "the log-in ended");

@@ -54,6 +54,10 @@ void RawAgent::send_bytes(const std::string& bytes) {
   SSL_write(ssl_.get(), frame.data(), static_cast<int>(frame.size()));
 }
 
+void RawAgent::send_raw(const std::string& bytes) {
+  SSL_write(ssl_.get(), bytes.data(), static_cast<int>(bytes.size()));
+}
+
 bool RawAgent::fill() {
   unsigned char buffer[4096];
   const int count = SSL_read(ssl_.get(), buffer, sizeof buffer);

@@ -22,6 +22,7 @@ class RawAgent {
 
   void send(vlk::Msg type, const std::string& payload);
   void send_bytes(const std::string& bytes);  // sends the bytes as one binary message
+  void send_raw(const std::string& bytes);    // sends the bytes as they are, for instance a part of a frame
   vlk::Envelope read();  // returns the next envelope; throws std::runtime_error at the end of the connection
   [[nodiscard]] bool closed();  // reads up to a WebSocket close frame or the end of the connection
 
