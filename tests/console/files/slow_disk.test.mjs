@@ -31,8 +31,10 @@ const SLOW_DISK = `
       this.addEventListener('message', ({ data }) => { window.receivedBytes += data.byteLength ?? 0; });
     }
   };
-  const { write } = FileSystemWritableFileStream.prototype;
-  FileSystemWritableFileStream.prototype.write = async function (bytes) {
+  // The script also runs in Firefox's empty first page, which has no files.
+  const files = window.FileSystemWritableFileStream?.prototype ?? {};
+  const { write } = files;
+  files.write = async function (bytes) {
     await window.released;
     return write.call(this, bytes);
   };`;
