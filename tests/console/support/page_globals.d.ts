@@ -21,4 +21,6 @@ interface Window {
   release: () => void;
   /** Bytes of binary messages that the page has received. */
   receivedBytes: number;
+  /** The content that the page saved last. */
+  savedBlob: Blob;
 }
