@@ -185,8 +185,8 @@ export const english = {
   clearTransfers: 'Clear finished',
   saveAgain: 'Save again',
   savePart: 'Save what arrived',
-  stillSent: 'the machine sends the file to its end unless it is stopped',
-  stopSending: 'Stop the machine …',
+  stillSent: 'the machine sends the file to its end unless the sending is stopped',
+  stopSending: 'Stop the sending …',
   cutQuestion:
     'Stop what the machine is still sending? The relay closes the machine’s connection for this, so the ' +
     'session is interrupted for a moment and all running transfers end. A machine with a local user asks for ' +
@@ -214,7 +214,7 @@ export const english = {
     noRoom: 'there is no space for the file on this computer',
     unreadableEnd: 'the machine’s message about the end of the file could not be read',
     fileChanged: 'the file has changed since it was listed',
-    otherSize: 'the size differs from the listed one: the machine could not read all of the file',
+    otherSize: 'the size differs from that on the machine: parts of the file may be missing',
     notThere: 'the machine could not create the file',
     notReplaced:
       'not replaced: the machine’s file has the same size and time as before. It may be open in a program, ' +

@@ -199,8 +199,8 @@ export const icelandic = {
   clearTransfers: 'Hreinsa lokna',
   saveAgain: 'Vista aftur',
   savePart: 'Vista það sem barst',
-  stillSent: 'tölvan sendir skrána til enda nema hún sé stöðvuð',
-  stopSending: 'Stöðva tölvuna …',
+  stillSent: 'tölvan sendir skrána til enda nema sendingin sé stöðvuð',
+  stopSending: 'Stöðva sendinguna …',
   cutQuestion:
     'Stöðva það sem tölvan er enn að senda? Til þess lokar miðlarinn tengingu tölvunnar. Fjaraðstoðin rofnar ' +
     'því stutta stund og allir flutningar í gangi hætta. Tölva sem notandi situr við biður aftur um leyfi.',
@@ -227,7 +227,7 @@ export const icelandic = {
     noRoom: 'ekkert pláss er fyrir skrána á þessari tölvu',
     unreadableEnd: 'ekki var hægt að lesa skilaboð tölvunnar um enda skrárinnar',
     fileChanged: 'skráin hefur breyst síðan möppan var lesin',
-    otherSize: 'stærðin er önnur en í listanum: tölvan gat ekki lesið alla skrána',
+    otherSize: 'stærðin er önnur en á tölvunni: ef til vill vantar hluta af skránni',
     notThere: 'skráin er ekki þar: tölvan gat ekki búið hana til',
     notReplaced:
       'ekki skipt út: skráin á tölvunni hefur sömu stærð og tíma og áður. Hún er ef til vill opin í forriti, ' +

@@ -161,8 +161,8 @@ export class FilePanel {
       if (!event.dataTransfer || !carriesFiles(event.dataTransfer)) return;
       event.preventDefault();
       event.stopPropagation();
-      event.dataTransfer.dropEffect = this.#listing?.path ? 'copy' : 'none';
-      root.classList.toggle('is-target', !!this.#listing?.path);
+      event.dataTransfer.dropEffect = this.#takesFiles ? 'copy' : 'none';
+      root.classList.toggle('is-target', this.#takesFiles);
     });
     root.addEventListener('dragleave', ({ relatedTarget }) => {
       if (!(relatedTarget instanceof Node && root.contains(relatedTarget)))
@@ -175,6 +175,11 @@ export class FilePanel {
       event.stopPropagation();
       this.#upload(droppedFiles(event.dataTransfer));
     });
+  }
+
+  /** Whether files can be uploaded into the folder that is shown. */
+  get #takesFiles() {
+    return !!this.#listing?.path && !this.#problem;
   }
 
   #selectedFiles() {
@@ -247,9 +252,8 @@ export class FilePanel {
 
   #drawState() {
     const [list, listing, offered] = [this.#list, this.#listing, this.#offered];
-    const inFolder = !!listing?.path;
-    byId('files-up', HTMLButtonElement).disabled = !inFolder;
-    byId('files-upload', HTMLButtonElement).disabled = !inFolder;
+    byId('files-up', HTMLButtonElement).disabled = !listing?.path;
+    byId('files-upload', HTMLButtonElement).disabled = !this.#takesFiles;
     const download = byId('files-download', HTMLButtonElement);
     download.disabled = this.#selectedFiles().length === 0;
     const hint = offered.length ? '' : this.#hint();
@@ -257,16 +261,17 @@ export class FilePanel {
     byId('files-hint').textContent = hint;
     const put = byId('files-put', HTMLButtonElement);
     put.hidden = offered.length === 0;
-    put.disabled = !inFolder;
+    put.disabled = !this.#takesFiles;
     put.textContent = texts.putHere(offered.length);
-    byId('files-count').textContent = listing ? texts.entryCount(list.count, list.selected.length) : '';
+    byId('files-count').textContent =
+      listing && !this.#problem ? texts.entryCount(list.count, list.selected.length) : '';
     byId('files-empty').textContent = this.#problem || texts.folderEmpty;
     byId('files-empty').hidden = !listing || list.count > 0;
   }
 
   /** What can be done with the selection, or why it cannot be downloaded. */
   #hint() {
-    if (!this.#listing) return '';
+    if (!this.#listing || this.#problem) return '';
     if (!this.#listing.path) return texts.hintDrives;
     const files = this.#selectedFiles().length;
     const folders = this.#list.selected.length - files;

@@ -128,7 +128,7 @@ test('downloads of files that the machine cannot open or sends incompletely are 
   const held = await until('the next is requested', () => machine.held[1]);
   machine.sendAll(number, held.id, Buffer.alloc(1000));
   await transferIs(p, 'þjóð.txt', 'failed');
-  assert.match(await transferText(p, 'þjóð.txt'), /the size differs from the listed one/);
+  assert.match(await transferText(p, 'þjóð.txt'), /the size differs from that on the machine/);
   const save = transferRow(p, 'þjóð.txt').locator('.transfer-save');
   assert.equal(await save.innerText(), 'Save what arrived');
   const [part] = await Promise.all([p.waitForEvent('download'), save.click()]);
@@ -177,6 +177,28 @@ test('chunks of a cancelled download are dropped, and its row says that the mach
   await stop.waitFor({ state: 'hidden' });
   assert.equal(await transferText(p, 'long.bin'), 'Cancelled · the rest of the file is discarded');
   assert.deepEqual(machine.strays, [], 'the relay does not forward the console’s end message for a download');
+});
+
+test('the machine’s connection is closed on request to stop what nobody wants any more', async (t) => {
+  const { p, page, agent, machine } = await openPanel(t, shared);
+  machine.holding = true;
+  await openUsers(p);
+  await fileRow(p, 'old.txt').dblclick();
+  await until('it is requested', () => machine.held[0]);
+  await transferRow(p, 'old.txt').locator('.transfer-cancel').click();
+  const stop = transferRow(p, 'old.txt').locator('.transfer-stop');
+  await stop.click();
+  await page.shot('files-cut-question');
+  await p.locator('#cut-dialog [value=cancel]').click();
+  await stop.click();
+  const closed = new Promise((done) => agent.socket.once('close', done));
+  await p.locator('#cut-dialog [value=cut]').click();
+  await closed;
+  await page.waitForNote(/gone offline/);
+  await agent.connect();
+  await page.waitForNoNote();
+  await stop.waitFor({ state: 'hidden' });
+  assert.equal(await transferText(p, 'old.txt'), 'Cancelled · the rest of the file is discarded');
 });
 
 test('the page stays usable when thousands of transfers fail at once', async (t) => {

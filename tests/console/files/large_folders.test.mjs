@@ -3,7 +3,15 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { Msg } from '../../../console/link/messages.js';
 import { fixture } from '../support/fixture.mjs';
-import { DISK, fileRow, openPanel, shows, transferIs, transferText } from '../support/panel_page.mjs';
+import {
+  DISK,
+  fileRow,
+  openPanel,
+  openUsers,
+  shows,
+  transferIs,
+  transferText,
+} from '../support/panel_page.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -41,12 +49,8 @@ test('a folder that is too large is named so, and is listed again only on reques
     /too much to be listed.* 70 MB/.test(await problem.innerText()),
   );
   assert.equal(await p.locator('.file').count(), 0);
+  assert.ok(await p.locator('#files-upload').isDisabled());
   await page.shot('files-too-large');
-
-  await p.setInputFiles('#files-input', [{ name: 'a', mimeType: 'a/b', buffer: Buffer.from('1') }]);
-  await refuseListing(machine, p);
-  await transferIs(p, 'a', 'failed');
-  assert.match(await transferText(p, 'a'), /too much to be listed/);
 
   agent.drop();
   await page.waitForNote(/gone offline/);
@@ -75,4 +79,15 @@ test('a listing that was under way when the session was interrupted is repeated 
   machine.answering = true;
   await p.click('#files-again');
   await shows(p, ['Users']);
+});
+
+test('files are not uploaded into a folder that is too large to show what they would replace', async (t) => {
+  const { p, machine } = await openPanel(t, shared, DISK, { page: { script: KEEP_SOCKETS } });
+  await openUsers(p);
+  machine.answering = false;
+  await p.setInputFiles('#files-input', [{ name: 'a', mimeType: 'a/b', buffer: Buffer.from('1') }]);
+  await refuseListing(machine, p);
+  await transferIs(p, 'a', 'failed');
+  assert.match(await transferText(p, 'a'), /too much to be listed/);
+  assert.equal(machine.uploads.size, 0);
 });

@@ -25,4 +25,6 @@ interface Window {
   isSlow: boolean;
   /** The alive messages that the relay has sent. */
   alive: number;
+  /** The content that the page saved last. */
+  savedBlob: Blob;
 }

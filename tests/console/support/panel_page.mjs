@@ -41,9 +41,16 @@ export const DISK = {
 export async function openPanel(t, shared, folders = DISK, options = {}) {
   const { agent, page } = await openSession(t, shared, options);
   const machine = new MachineFolders(agent, structuredClone(folders));
-  await page.page.click('#panel-files-button');
+  await clickPanelButton(page.page);
   await page.page.locator('.file').first().waitFor();
   return { agent, machine, page, p: page.page };
+}
+
+/** Opens the file panel by its button, which a narrow page has in a menu. */
+export async function clickPanelButton(/** @type {Page} */ p) {
+  const button = p.locator('#panel-files-button');
+  if (!(await button.isVisible())) await p.click('#bar-menu');
+  await button.click();
 }
 
 /** The names of the rows on the page, in their order. */
