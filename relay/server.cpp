@@ -253,8 +253,8 @@ asio::awaitable<void> Server::serve_upgrade(TlsStream stream, Request request, C
     log_.write(peer, "", "WebSocket upgrade failed: " + error.message());
     co_return;
   }
-  const auto link = WebSocketLink::create(std::move(socket), limits_.queue_bytes,
-                                          caller.agent ? kToAgent : kToBrowser);
+  const auto link =
+      WebSocketLink::create(std::move(socket), limits_.queue_bytes, caller.agent ? kToAgent : kToBrowser);
   if (caller.agent) co_return co_await serve_agent(agents_, link, peer, source);
   const auto console = std::make_shared<ConsolePeer>();
   console->address = peer;

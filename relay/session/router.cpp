@@ -60,8 +60,8 @@ Arrival Router::arrival_from_agent(const AgentPeer& peer, const EnvelopeStart& s
   const Session* session = session_of(peer, header.session);
   if (!session) return {.kind = Arrival::Kind::Drop, .reason = unwanted(header)};
   const std::shared_ptr<Channel>& browser = session->console->channel;
-  if (start.size <= limits_.small_message) return {};
   if (start.size > limits_.agent_message) return {.kind = Arrival::Kind::TooLarge, .to = browser};
+  if (start.size <= limits_.small_message) return {};
   MemoryBudget::Claim claim = large_messages_.claim(static_cast<std::size_t>(start.size));
   if (!claim) return {.kind = Arrival::Kind::TooLarge, .to = browser};
   return {.claim = std::move(claim)};

@@ -38,10 +38,10 @@ struct Browser::Wire {
   std::unique_ptr<Tls> connect() {
     auto stream = std::make_unique<Tls>(io, tls);
     beast::get_lowest_layer(*stream).expires_never();
-    auto& socket = beast::get_lowest_layer(*stream).socket();
-    socket.open(asio::ip::tcp::v4());
-    if (receive_buffer > 0) socket.set_option(asio::socket_base::receive_buffer_size(receive_buffer));
-    socket.connect({asio::ip::address_v4::loopback(), port});
+    auto& tcp = beast::get_lowest_layer(*stream).socket();
+    tcp.open(asio::ip::tcp::v4());
+    if (receive_buffer > 0) tcp.set_option(asio::socket_base::receive_buffer_size(receive_buffer));
+    tcp.connect({asio::ip::address_v4::loopback(), port});
     stream->handshake(asio::ssl::stream_base::client);
     return stream;
   }
