@@ -60,7 +60,10 @@ export class Focus {
   /** Whether the click has opened something that the representative is going to use next. */
   #hasOpened(/** @type {HTMLButtonElement} */ button) {
     if (button.ariaExpanded === 'true') return true;
-    return this.#byKeyboard && button.ariaPressed === 'true' && !!button.closest('#panel-buttons');
+    if (!this.#byKeyboard) return false;
+    // Who uses a notice by keyboard may want its next button.
+    if (button.closest('#clip-notices')) return true;
+    return button.ariaPressed === 'true' && !!button.closest('#panel-buttons');
   }
 
   /** A selection that the arrow keys change is not final. */

@@ -2,6 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, logInPage, machineAndPage, openSession } from '../support/fixture.mjs';
+import { plain } from '../support/pictures.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -37,6 +38,10 @@ test('the message over the picture has the focus while it is shown, and then the
   await page.page.keyboard.press('Space');
   await page.page.keyboard.press('Tab');
   await hasFocus(page, 'session-give-up');
+  agent.onStream = () => {
+    agent.config({ width: 64, height: 36 });
+    agent.frame(plain(64, 36, '#406080'));
+  };
   agent.accept(session);
   await hasFocus(page, 'key-input');
   agent.drop();

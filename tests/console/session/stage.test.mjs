@@ -36,6 +36,8 @@ async function stripes(/** @type {ConsolePage} */ page) {
       if (context) context.fillStyle = x % 2 ? '#fff' : '#000';
       context?.fillRect(x, 0, 1, canvas.height);
     }
+    // The picture becomes bright gradually after a message over it.
+    return Promise.all(canvas.getAnimations().map(({ finished }) => finished)).then(() => {});
   });
   const { canvas, area } = await measure(page);
   const png = (await page.page.screenshot({ scale: 'device' })).toString('base64');
