@@ -7,10 +7,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/ssl/context.hpp>
+#include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -55,7 +58,10 @@ struct Browser::Wire {
     beast::flat_buffer buffer;
     socket->read(buffer, error);
     if (error) return std::nullopt;
-    std::string bytes = beast::buffers_to_string(buffer.data());
+    return joined(beast::buffers_to_string(buffer.data()));
+  }
+  // Adds the bytes of the WebSocket message that was read last. Returns nothing until a message is complete.
+  std::optional<Message> joined(std::string bytes) {
     if (socket->got_text()) return Message{true, std::move(bytes)};
     if (bytes.size() < kPartHeaderSize || static_cast<std::uint8_t>(bytes[0]) != kPartMark)
       return Message{false, std::move(bytes)};
@@ -181,6 +187,35 @@ Envelope Browser::read_envelope(Msg type) {
     }
     if (envelope.type == static_cast<std::uint8_t>(type)) return envelope;
   }
+}
+
+void Browser::send_while_reading(const std::vector<std::string>& messages,
+                                 const std::function<void(Msg, const std::string&)>& received) {
+  // Both directions run in one thread, because OpenSSL allows only one thread at a time in a connection.
+  const auto write = [&]() -> asio::awaitable<void> {
+    wire_->socket->binary(true);
+    for (const std::string& message : messages)
+      co_await wire_->socket->async_write(asio::buffer(message), asio::use_awaitable);
+    wire_->socket->text(true);
+    co_await wire_->socket->async_write(asio::buffer(R"({"type":"ping","id":0})", 22), asio::use_awaitable);
+  };
+  const auto read = [&]() -> asio::awaitable<void> {
+    for (;;) {
+      beast::flat_buffer buffer;
+      co_await wire_->socket->async_read(buffer, asio::use_awaitable);
+      const auto message = wire_->joined(beast::buffers_to_string(buffer.data()));
+      if (!message) continue;
+      if (message->text && Json::parse(message->bytes)["type"] == "pong") co_return;
+      if (!message->text) received(static_cast<Msg>(message->bytes.at(0)), message->bytes.substr(10));
+    }
+  };
+  const auto rethrow = [](const std::exception_ptr& failure) {
+    if (failure) std::rethrow_exception(failure);
+  };
+  asio::co_spawn(wire_->io, write, rethrow);
+  asio::co_spawn(wire_->io, read, rethrow);
+  wire_->io.restart();
+  wire_->io.run();
 }
 
 Browser::Arrived Browser::read_binary() {

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -42,6 +44,10 @@ class Browser {
   void send(const Json& message);
   void send_envelope(Msg type, std::uint32_t session, const std::string& payload);
   void send_bytes(const std::string& bytes);
+  // Sends binary messages while it passes on the code and the payload of each envelope that arrives. Returns
+  // when the relay has handled all of the messages.
+  void send_while_reading(const std::vector<std::string>& messages,
+                          const std::function<void(Msg, const std::string&)>& received);
   // Return the next message of the given type and skip other messages. Both throw if the connection ends.
   Json read_text(const std::string& type);
   Envelope read_envelope(Msg type);

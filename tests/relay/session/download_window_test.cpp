@@ -1,9 +1,7 @@
 // Downloads whose bytes the browser stores more slowly than they arrive: the relay reads from the machine
 // only as far ahead as the browser has confirmed.
-#include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
@@ -84,22 +82,26 @@ TEST_F(DownloadWindowTest, HeldDownloadAndAnUploadDoNotWaitForEachOther) {
   const std::uint32_t up = number();
   confirm(0);
   request(Msg::DownloadRequest, down, "large");
-  std::atomic<bool> sent{false};
-  std::thread sender([&] {
-    // The machine's answer to the listing waits for the download, and the machine reads nothing until then.
-    browser_->send_envelope(Msg::DirListRequest, session_, R"({"path":"/"})");
-    request(Msg::UploadBegin, up, "upload");
-    const std::string part = chunk(up, std::string(1 << 20, 'x'));
-    for (int i = 0; i < 48; ++i)
-      browser_->send_envelope(Msg::FileChunk, session_, part);
-    confirm(kFile);
-    sent = true;
+  const auto envelope = [&](Msg type, const std::string& payload) {
+    const auto bytes = encode_envelope(type, session_, reinterpret_cast<const unsigned char*>(payload.data()),
+                                       payload.size(), 1);
+    return std::string(bytes.begin(), bytes.end());
+  };
+  // The machine's answer to the listing waits for the download, and the machine reads nothing until then.
+  std::vector<std::string> messages = {
+      envelope(Msg::DirListRequest, R"({"path":"/"})"),
+      envelope(Msg::UploadBegin, Json{{"transfer_id", up}, {"path", folder_ / "upload"}}.dump())};
+  messages.insert(messages.end(), 48, envelope(Msg::FileChunk, chunk(up, std::string(1 << 20, 'x'))));
+  std::uint32_t index = 0;
+  browser_->send_while_reading(messages, [&](Msg type, const std::string& payload) {
+    if (type != Msg::FileChunk) return;
+    EXPECT_EQ(payload.substr(4, 4), big_endian(index++));
   });
-  for (std::uint32_t index = 0; index < kFile / kAgentChunk; ++index) {
+  confirm(kFile);
+  for (; index < kFile / kAgentChunk; ++index) {
     expect_chunk(index);
-    if (sent) confirm((index + 1) * kAgentChunk);
+    confirm((index + 1) * kAgentChunk);
   }
-  sender.join();
 }
 
 TEST_F(DownloadWindowTest, ConfirmationWithoutNumbersIsRefused) {
