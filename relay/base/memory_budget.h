@@ -17,6 +17,8 @@ class MemoryBudget {
    public:
     Claim() = default;
     Claim(Claim&& other) noexcept : used_(std::move(other.used_)), bytes_(std::exchange(other.bytes_, 0)) {}
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
     Claim& operator=(Claim&& other) noexcept {
       std::swap(used_, other.used_);
       std::swap(bytes_, other.bytes_);
