@@ -57,6 +57,8 @@ shows() {  # DESK TITLE
   (. "$1/env" && xdotool search --onlyvisible --name "$2" > "$TMPDIR/found" 2> /dev/null)
 }
 hides() { ! shows "$@"; }
+# A killed process remains in the table of processes until its parent has read its exit status.
+ended() { ! kill -0 "$1" 2> /dev/null; }
 wait_until() {  # COMMAND...
   local deadline=$((SECONDS + 20))
   until "$@"; do
@@ -94,7 +96,7 @@ expect 'a spawned program runs' kill -0 "$program"
 expect 'restart starts Windows again after a shutdown' restarts_after_shutdown "$folder"
 program=$("$desk" spawn "$folder" notepad)
 expect 'restart ends the programs that run' status 0 "$desk" restart "$folder"
-expect 'the program that ran before the restart has ended' status 1 kill -0 "$program"
+expect 'the program that ran before the restart has ended' wait_until ended "$program"
 program=$("$desk" spawn "$folder" notepad)
 expect 'a program runs after the restart' kill -0 "$program"
 "$desk" shot "$folder" "$TMPDIR/shot.png"
