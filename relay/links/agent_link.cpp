@@ -101,7 +101,7 @@ class AgentConnection {
       if (!parts_.sessions.find(session)) co_return;
     }
     const bool bulk = !picture && message.size() > context_.limits.bulk_message;
-    const auto held = std::make_shared<const Held>(std::move(message), std::move(claim));
+    const auto held = std::make_shared<const Held>(Held{std::move(message), std::move(claim)});
     const std::shared_ptr<const Bytes> bytes(held, &held->message);
     if (bulk) {
       route.to->send_bulk(bytes, session);
