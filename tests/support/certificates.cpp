@@ -1,6 +1,7 @@
 // Makes certificates with OpenSSL.
 #include "support/certificates.h"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
@@ -58,6 +59,15 @@ TestAuthority::Identity make_identity(const std::vector<std::string>& dns_names,
   X509_sign(certificate.get(), issuer_key, EVP_sha256());
   return {std::move(certificate), std::move(key)};
 }
+
+// Initialises OpenSSL as the agent does, without a clean-up at exit: a detached thread of the code under test
+// may still use the library while the process exits. The first initialisation counts, and tests issue
+// certificates before they create an agent.
+bool initialise_without_clean_up() {
+  return OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+}
+
+[[maybe_unused]] const bool kInitialised = initialise_without_clean_up();
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 // The prompt that asks the user whether a representative may connect: what it shows, what closes it, and
 // every message that the agent sends.
+#include <algorithm>
+
 #include "e2e/support/shell_fixture.h"
 
 namespace vantelink_test {
@@ -50,11 +52,14 @@ class ConsentTest : public ShellTest {
     }
     return all;
   }
+  // Waits for the prompts to be visible, because a prompt that is still being created is not yet above the
+  // others.
   static std::vector<Prompt> wait_for_prompts(std::size_t count) {
+    const auto complete = [](const Prompt& one) { return one.children.size() == 4 && one.window.visible; };
     std::vector<Prompt> all;
     EXPECT_TRUE(eventually([&] {
       all = prompts();
-      return all.size() == count && (count == 0 || (all[0].children.size() == 4 && all[0].window.visible));
+      return all.size() == count && std::ranges::all_of(all, complete);
     })) << all.size()
         << " prompts are open";
     return all;
