@@ -1,5 +1,5 @@
-// The downloads that the machine is sending: stores their bytes and checks whether each is complete. Tells
-// the relay how many bytes are stored, so that it reads from the machine no faster than this computer's disk
+// The downloads that the machine is sending: stores their bytes and checks whether each is complete. Reports
+// to the relay how many bytes are stored, so that it reads from the machine no faster than this computer's disk
 // writes.
 import { readJson } from '../link/envelope.js';
 import { completenessOf } from './arrival.js';

@@ -11,6 +11,8 @@ export class Focus {
   #keyInput = byId('key-input');
   #tip = byId('leave-tip');
   #tipIsDue = true;
+  /** @type {ReturnType<typeof setTimeout> | undefined} */
+  #tipTimer;
   /** Whether the last action came from the keyboard. */
   #byKeyboard = false;
 
@@ -35,6 +37,7 @@ export class Focus {
 
   /** Prepares for another session, in which the tip about the way to the toolbar is shown again. */
   reset() {
+    clearTimeout(this.#tipTimer);
     this.#tipIsDue = true;
     this.#tip.hidden = true;
   }
@@ -110,7 +113,7 @@ export class Focus {
     if (!this.#tipIsDue || this.#view.dataset.state !== 'accepted') return;
     this.#tipIsDue = false;
     this.#tip.hidden = false;
-    setTimeout(() => {
+    this.#tipTimer = setTimeout(() => {
       this.#tip.hidden = true;
     }, TIP_MS);
   }

@@ -60,7 +60,7 @@ class Sessions {
   // message.
   void close(ConsolePeer& console, std::uint32_t number);
   // Closes the connection of the machine in an accepted session of this browser, which ends the session. A
-  // machine cannot be told to stop what it sends, for instance a download. If the relay refuses, the browser
+  // machine cannot be asked to stop what it sends, for instance a download. If the relay refuses, the browser
   // receives an error message.
   void cut(ConsolePeer& console, std::uint32_t number);
   // Carry out the machine's answer to the request for a session.

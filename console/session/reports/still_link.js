@@ -2,7 +2,7 @@
 
 /** The time without anything heard after which the link counts as standing still, in milliseconds. */
 const STILL_MS = 3000;
-/** On a slow line, a single picture can take several seconds, and only whole messages are heard. */
+/** On a slow line, the part of a picture that one message carries can take several seconds. */
 const STILL_ON_SLOW_LINE_MS = 10_000;
 const CHECK_MS = 250;
 
