@@ -4,10 +4,11 @@
 ;
 ; Switches: /S installs silently; /SERVICE, /NOSERVICE and /NOSTARTMENU override the choice of parts; by default,
 ; the parts that are already installed are chosen; /D=FOLDER sets the folder and must be last and without quotes.
+; The installer calls itself with /VERIFYRELAY (relay.nsh).
 ; Exit status: 0 success, 1 cancelled, 2 failed, or everything installed except the service.
 ;
 ; make-package defines VERSION, VERSION_RECORD (the version as four numbers), AGENT (path of the executable),
-; AGENT_KILOBYTES (its size), OUT (path of the installer), SOURCE (path of the source tree) and SIGN (a command that
+; AGENT_KILOBYTES (its size), RELAY (the host name of the relay that is compiled into it), OUT (path of the installer), SOURCE (path of the source tree) and SIGN (a command that
 ; signs the file whose path is appended to it; empty for no signature).
 
 Unicode true
@@ -44,6 +45,7 @@ ShowUninstDetails nevershow
 !define MUI_UNICON "${SOURCE}/agent/resources/icon.ico"
 
 Var IsUpdate ; 1 if an older version is installed
+Var RelayError ; of the request to the relay, an error code of Windows; 0 after a success or without a request
 Var ServiceRan ; 1 if the service ran when it was stopped for the new files, otherwise 0; empty before that
 
 !define MUI_PAGE_CUSTOMFUNCTION_PRE SkipInUpdate
@@ -80,6 +82,7 @@ VIProductVersion "${VERSION_RECORD}"
 
 !include "service.nsh"
 !include "processes.nsh"
+!include "relay.nsh"
 !insertmacro SERVICE_FUNCTIONS ""
 !insertmacro SERVICE_FUNCTIONS "un."
 !insertmacro SERVICE_START_FUNCTIONS
@@ -190,6 +193,10 @@ Section "$(TextAgent)" SectionAgent
     !insertmacro SHOW_AND_ABORT "$(TextNoSpace)"
   ${EndIf}
 
+  ; An agent that offered an update has just been connected, so Windows knows the root.
+  ${If} $IsUpdate == 0
+    Call RequestRelay
+  ${EndIf}
   Call StopRunning
   StrCpy $0 "$INSTDIR\${AGENT_FILE}"
   Call TakePlace
@@ -232,6 +239,9 @@ Section "-finish"
     StrCpy $ServiceRan 0
   ${EndIf}
   Call StartAgain
+  ${If} $IsUpdate == 0
+    Call ReportRelayError
+  ${EndIf}
 SectionEnd
 
 !insertmacro MUI_FUNCTION_DESCRIPTION_BEGIN
@@ -271,6 +281,12 @@ Function SelectSections
 FunctionEnd
 
 Function .onInit
+  ${GetParameters} $1
+  ClearErrors
+  ${GetOptions} $1 "${VERIFY_RELAY}" $2
+  ${IfNot} ${Errors}
+    Call VerifyRelay
+  ${EndIf}
   !insertmacro ONE_AT_A_TIME
   Call SelectSections
   StrCpy $IsUpdate 0

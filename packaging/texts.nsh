@@ -31,3 +31,18 @@
 !insertmacro TEXT TextAlreadyRunning \
   "The installation is running already." \
   "Uppsetningin er þegar í gangi."
+!insertmacro TEXT TextRelayUnknown \
+  "The name of the relay, ${RELAY}, is not known on this network." \
+  "Nafn miðlarans, ${RELAY}, er ekki þekkt á þessu neti."
+!insertmacro TEXT TextRelaySilent \
+  "The relay ${RELAY} did not answer." \
+  "Miðlarinn ${RELAY} svaraði ekki."
+!insertmacro TEXT TextRelayNotTrusted \
+  "Windows does not trust the certificate of the relay ${RELAY} (error $RelayError).$\r$\nThe program is installed, and connects after the relay's root certificate has been added to Windows and the program has been started again." \
+  "Windows treystir ekki skilríki miðlarans ${RELAY} (villa $RelayError).$\r$\nForritið er uppsett og tengist eftir að rótarskilríki miðlarans hefur verið bætt við Windows og forritið ræst aftur."
+!insertmacro TEXT TextRelayError \
+  "The relay ${RELAY} could not be reached. Windows reports error" \
+  "Ekki náðist samband við miðlarann ${RELAY}. Windows gefur upp villu"
+!insertmacro TEXT TextRelayLater \
+  "The program is installed and connects as soon as it can reach the relay." \
+  "Forritið er uppsett og tengist um leið og samband næst við miðlarann."

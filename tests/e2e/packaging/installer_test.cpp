@@ -55,6 +55,34 @@ TEST_F(InstallerTest, AgentInstalledWithoutTheServiceRunsForTheUser) {
   EXPECT_TRUE(run_entry_exists());
 }
 
+TEST_F(InstallerTest, NewInstallationLetsWindowsVerifyTheRelaysCertificateBeforeTheAgentStarts) {
+  desk->spawn({old_setup, "/S"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
+  const auto first = server_->accept();
+  EXPECT_TRUE(first->handshake());
+  // Windows verifies the certificate after the handshake and refuses it, so it sends no request.
+  EXPECT_THROW(first->read_request(), std::runtime_error);
+  greeted();
+  EXPECT_TRUE(gone("VantelinkSetup"));
+  EXPECT_TRUE(installed_is(kAgent));
+}
+
+TEST_F(InstallerTest, NewInstallationEndsAlthoughTheRelayDoesNotAnswer) {
+  EXPECT_EQ(setup_with_relay(old_setup), 0);
+  greeted();
+  EXPECT_TRUE(installed_is(kAgent));
+}
+
+TEST_F(InstallerTest, UpdateSendsNoRequestOfItsOwnToTheRelay) {
+  ASSERT_EQ(setup(old_setup), 0);
+  greeted();
+  desk->spawn({new_setup, "/S"}, {"SSL_CERT_FILE=" + folder + "/ca.pem"});
+  const auto next = server_->accept();
+  EXPECT_TRUE(next->handshake());
+  EXPECT_TRUE(next->read_request().starts_with("GET /")) << "the first connection is that of an agent";
+  EXPECT_TRUE(gone("VantelinkSetup"));
+  EXPECT_TRUE(installed_is(new_agent));
+}
+
 TEST_F(InstallerTest, ServiceCanBeRemovedAndInstalledAgain) {
   ASSERT_EQ(setup(old_setup, {"/S", "/SERVICE"}), 0);
   greeted();

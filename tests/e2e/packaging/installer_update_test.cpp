@@ -58,6 +58,12 @@ class InstallerUpdateTest : public InstallerTest {
         << id;
     click(*desk, found);
   }
+  // Closes the message box, which is above the wizard.
+  static void press_ok() {
+    for (const SeenWindow& window : windows_on(*desk, {kDialog}))
+      if (window.text == "OK") return click(*desk, window);
+    FAIL() << "there is no message";
+  }
   void expect_update(bool service) {
     ASSERT_TRUE(eventually([&] { return relay_->logged(kOnline) == 1; })) << relay_->log();
     const std::string identity = desk->settings();
@@ -128,6 +134,11 @@ TEST_F(InstallerUpdateTest, WizardInstallsInEnglishAndIcelandic) {
     EXPECT_TRUE(shown(icelandic ? "&Setja upp" : "&Install")) << texts;
     press(kNextButton);
     greeted();
+    EXPECT_TRUE(shown(icelandic ? "Windows treystir ekki skilríki miðlarans"
+                                : "Windows does not trust the certificate of the relay"))
+        << texts;
+    keep_screenshot(*desk, icelandic ? "installer-relay-icelandic" : "installer-relay-english");
+    press_ok();
     press(kNextButton);
     EXPECT_TRUE(gone("VantelinkSetup"));
     EXPECT_TRUE(windows_on(*desk, {kAgentWindow}).front().visible);

@@ -5,6 +5,7 @@ set -euo pipefail
 source_tree=$(cd "$(dirname "$0")/../../.." && pwd)
 make=$source_tree/packaging/make-package
 agent=$source_tree/build/windows/VantelinkAgent.exe
+relay=$(sed -n 's/^VANTELINK_DEFAULT_SERVER_HOST:STRING=//p' "$source_tree/build/windows/CMakeCache.txt")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -20,13 +21,19 @@ expect() {  # NAME COMMAND...
 made_again() {
   cp "$agent" "$work/copy.exe"
   touch -d '2001-02-03' "$work/copy.exe"
-  (cd / && TZ=Atlantic/Reykjavik LC_ALL=C "$make" --agent "$work/copy.exe" --version 1.2.3 --out "$work/again/deeper")
+  (cd / && TZ=Atlantic/Reykjavik LC_ALL=C "$make" --agent "$work/copy.exe" --relay "$relay" --version 1.2.3 --out "$work/again/deeper")
   diff -r "$work/first" "$work/again/deeper"
 }
 # Two builds of one commit would differ if the executable contained the time (in the PE header) or folder of its build.
 no_time_or_folder() {
   [ "$(od -A n -t u4 -j $((0x$(od -A n -t x4 -j 60 -N 4 "$agent" | tr -d ' ') + 8)) -N 4 "$agent" | tr -d ' ')" = 0 ] \
     && ! grep -qF "$source_tree" "$agent"
+}
+# OpenSSL would read a configuration from its compiled-in folders. All of them have to be the agent's own.
+openssl_folders_are_the_agents() {
+  local folders
+  folders=$(grep -aoE '[A-Za-z]:/[ -~]*(SSL|engines|modules)|/openssl/[ -~]*' "$agent" | sort -u)
+  [ -n "$folders" ] && ! grep -v '^C:/Program Files/Maravek/Vantelink/OpenSSL' <<< "$folders"
 }
 checksums_hold() {
   [ "$(wc -l < "$work/first/SHA256SUMS")" = 3 ] && (cd "$work/first" && sha256sum -c SHA256SUMS)
@@ -64,26 +71,28 @@ refuses() {
   ! "$make" --out "$work/refused" "$@" && [ ! -e "$work/refused" ]
 }
 
-expect 'a package is made' "$make" --agent "$agent" --version 1.2.3 --out "$work/first"
+expect 'a package is made' "$make" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/first"
 expect 'the manifest names the installer' manifest_names_the_installer
 expect 'the checksums hold' checksums_hold
 expect 'a second package has the same bytes' made_again
 
 expect 'the executable contains neither its build time nor its build folder' no_time_or_folder
+expect "OpenSSL's folders in the executable are the agent's own" openssl_folders_are_the_agents
 
 expect 'a test certificate is made' make_certificate
-expect 'a package is signed with a PEM file' "$make" --agent "$agent" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
+expect 'a package is signed with a PEM file' "$make" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
 expect 'signatures made with the PEM file verify' both_verify "$work/pem"
 expect 'the signature of a changed file does not verify' changed_fails
 expect 'the installed files are signed' installed_files_verify
 expect 'a package is signed with a PKCS#12 file that has a password' env VANTELINK_SIGN_PASSWORD='a b"c' \
-  "$make" --agent "$agent" --version 1.2.3 --out "$work/p12" --sign-with "$work/both.p12"
+  "$make" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/p12" --sign-with "$work/both.p12"
 expect 'signatures made with the PKCS#12 file verify' both_verify "$work/p12"
 
-expect 'a wrong password is refused' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/both.p12"
-expect 'a version that is not numeric is refused' refuses --agent "$agent" --version 1.x
-expect 'a missing executable is refused' refuses --agent "$work/none.exe" --version 1.2.3
-expect 'a missing certificate is refused' refuses --agent "$agent" --version 1.2.3 --sign-with "$work/none.pem"
-expect 'a call without a version is refused' refuses --agent "$agent"
+expect 'a wrong password is refused' refuses --agent "$agent" --relay "$relay" --version 1.2.3 --sign-with "$work/both.p12"
+expect 'a version that is not numeric is refused' refuses --agent "$agent" --relay "$relay" --version 1.x
+expect 'a missing executable is refused' refuses --agent "$work/none.exe" --relay "$relay" --version 1.2.3
+expect 'a missing certificate is refused' refuses --agent "$agent" --relay "$relay" --version 1.2.3 --sign-with "$work/none.pem"
+expect 'a relay whose name the agent does not contain is refused' refuses --agent "$agent" --relay other.example --version 1.2.3
+expect 'a call without a version is refused' refuses --agent "$agent" --relay "$relay"
 
 [ $failures = 0 ] || { echo "$failures checks failed"; exit 1; }

@@ -5,15 +5,18 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "config/config.h"
 #include "support/bytes/file_bytes.h"
 #include "update/version.h"
 
 namespace vantelink_test {
 namespace {
 
+constexpr int kRefusingPort = 0;  // the system refuses connections to it
+
 void make_package(const std::string& agent, const std::string& version, const std::string& out) {
-  run(VANTELINK_SOURCE_DIR "/packaging/make-package --agent '" + agent + "' --version " + version +
-      " --out '" + out + "'");
+  run(VANTELINK_SOURCE_DIR "/packaging/make-package --agent '" + agent + "' --relay " +
+      vlk::agent::default_server_host() + " --version " + version + " --out '" + out + "'");
 }
 
 // Writes a copy of the executable in which the version number is the newer one.
@@ -48,6 +51,14 @@ void InstallerTest::TearDown() {
 }
 
 int InstallerTest::setup(const std::string& program, std::vector<std::string> switches) const {
+  const int port = redirected_port();
+  redirect_to(kRefusingPort);
+  const int status = setup_with_relay(program, std::move(switches));
+  redirect_to(port);
+  return status;
+}
+
+int InstallerTest::setup_with_relay(const std::string& program, std::vector<std::string> switches) const {
   switches.insert(switches.begin(), program);
   return desk->exec(switches, {"SSL_CERT_FILE=" + folder + "/ca.pem", "VLK_DEBUG_INPUT=1"});
 }

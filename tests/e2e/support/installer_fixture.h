@@ -22,8 +22,11 @@ class InstallerTest : public RedirectTest {
   // Removes the installation, the agent's settings and all agents.
   void TearDown() override;
 
-  // Runs the installer and returns its exit status.
+  // Runs the installer and returns its exit status. Meanwhile connections to the relay are refused, so that a
+  // new installation does not wait for an answer of the scripted server.
   int setup(const std::string& program, std::vector<std::string> switches = {"/S"}) const;
+  // Runs the installer while the relay accepts connections.
+  int setup_with_relay(const std::string& program, std::vector<std::string> switches = {"/S"}) const;
   // Runs the installer with every file limited to less than the executable's size; returns the exit status as
   // text.
   static std::string setup_on_full_disk(const std::string& program);

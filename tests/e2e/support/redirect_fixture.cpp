@@ -65,6 +65,10 @@ void RedirectTest::redirect_to(int port) {
   std::ofstream(folder + "/port") << port << '\n';
 }
 
+int RedirectTest::redirected_port() {
+  return std::stoi(text_of_file(folder + "/port"));
+}
+
 void RedirectTest::set_variable(const std::string& name, const std::string& value) {
   desk->output({"reg", "add", "HKCU\\Environment", "/v", name, "/d", value, "/f"});
 }

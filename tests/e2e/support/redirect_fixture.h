@@ -25,6 +25,7 @@ class RedirectTest : public testing::Test {
   void serve();
   // Redirects agents that connect from now on to this port.
   static void redirect_to(int port);
+  static int redirected_port();
 
   // Sets an environment variable of the user; programs that a service starts get it too.
   static void set_variable(const std::string& name, const std::string& value);

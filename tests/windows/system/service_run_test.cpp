@@ -1,4 +1,6 @@
 // The running service: the states it reports, and the agent it launches into the console session.
+#include <algorithm>
+
 #include "system/service.h"
 #include "tests/windows/system/service_seam.h"
 
@@ -57,6 +59,40 @@ TEST_F(ServiceRun, SystemShutdownStopsTheService) {
 TEST_F(ServiceRun, StopsAtOnceWhileNobodyIsLoggedOn) {
   script.failing = {"QueryUserToken"};
   EXPECT_EQ(launch_calls(), (Lines{"QueryUserToken 1"}));
+}
+
+// The user of session 1 leaves the console to another session, which the service finds at its next poll.
+class ServiceSessionSwitch : public ServiceRun {
+ protected:
+  static Lines calls_after_the_launch(bool user_in_new_session) {
+    script.on_query = [=](DWORD session) {
+      if (session == 1) {
+        script.session = 2;
+        return;
+      }
+      if (!user_in_new_session) script.failing = {"QueryUserToken"};
+      script.handler(SERVICE_CONTROL_STOP, 0, nullptr, nullptr);
+    };
+    EXPECT_TRUE(run_service_dispatcher());
+    const auto first = std::ranges::find(script.calls, "Close thread");
+    EXPECT_NE(first, script.calls.end());
+    Lines later(first, script.calls.end());
+    std::erase_if(later, [](const std::string& call) { return call.starts_with("Status"); });
+    return later;
+  }
+};
+
+TEST_F(ServiceSessionSwitch, EndsTheAgentAndLaunchesOneForTheOtherUser) {
+  EXPECT_EQ(calls_after_the_launch(true),
+            (Lines{"Close thread", "Terminate process 0", "Close process", "QueryUserToken 2",
+                   "DuplicateToken queried 2000000 1 1", "Close queried", "CreateEnvironment primary",
+                   "CreateProcess primary 420 block winsta0\\default", "DestroyEnvironment", "Close primary",
+                   "Close thread", "Terminate process 0", "Close process"}));
+}
+
+TEST_F(ServiceSessionSwitch, EndsTheAgentAlsoWhenNobodyIsLoggedOnInTheOtherSession) {
+  EXPECT_EQ(calls_after_the_launch(false),
+            (Lines{"Close thread", "Terminate process 0", "Close process", "QueryUserToken 2"}));
 }
 
 TEST_F(ServiceRun, LaunchesNoAgentWithoutAConsoleSession) {

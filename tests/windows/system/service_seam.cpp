@@ -248,6 +248,7 @@ void* __imp_FreeSid = reinterpret_cast<void*>(vlk::test::free_sid);
 BOOL WINAPI WTSQueryUserToken(ULONG session, PHANDLE token) {
   using namespace vlk::test;
   note("QueryUserToken " + std::to_string(session));
+  if (script.on_query) script.on_query(session);
   if (!works("QueryUserToken")) return FALSE;
   *token = open<HANDLE>("queried");
   return TRUE;
