@@ -2,10 +2,11 @@
 import test from 'node:test';
 import { packFiles, packImage, packText } from '../../../console/clipboard/payload.js';
 import { fixture, logInPage, machineAndPage, openSession } from '../support/fixture.mjs';
-import { DISK, openPanel, openUsers, transferIs } from '../support/panel_page.mjs';
+import { DISK, openPanel, openUsers } from '../support/panel_page.mjs';
 import { desktop, plain } from '../support/pictures.mjs';
 import { Relay, USER } from '../support/relay.mjs';
 import { AgentMsg, ScriptedAgent } from '../support/scripted_agent.mjs';
+import { transferIs } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 import { assertAccessible } from './findings.mjs';
 
