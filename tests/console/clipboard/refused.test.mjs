@@ -115,6 +115,7 @@ test('a clipboard of the machine that is too large to be transferred is reported
   await clip(agent);
   const report = { type: 'too-large', session: agent.session, bytes: 80_000_000 };
   await deliver(p, { ...report, message: AgentMsg.DirListResult });
+  assert.equal(await p.locator('.clip-notice').count(), 0, 'a listing is not a clipboard');
   await deliver(p, { ...report, message: AgentMsg.ClipboardData });
   await notice(p, 'machineTooLarge').waitFor();
   assert.match(await notice(p, 'machineTooLarge').innerText(), /copied on the machine is too large/);

@@ -181,9 +181,8 @@ test('the machine’s connection is closed on request to stop what nobody wants 
   await page.shot('files-cut-question');
   await p.locator('#cut-dialog [value=cancel]').click();
   await stop.click();
-  const closed = new Promise((done) => agent.socket.once('close', done));
   await p.locator('#cut-dialog [value=cut]').click();
-  await closed;
+  await until('the relay closes the connection', () => agent.socket.readyState === agent.socket.CLOSED);
   await page.waitForNote(/gone offline/);
   await agent.connect();
   await page.waitForNoNote();

@@ -100,6 +100,7 @@ test('the picture is grey while nothing is heard on the link, and at once clear 
   await page.shot('link-still');
   relay?.kill('SIGCONT');
   await page.waitForNoNote();
+  await until('the picture is clear', async () => (await filter()) === 'none');
   agent.frame(plain(640, 360, '#203040'));
   await page.frames(2);
 });
