@@ -60,7 +60,9 @@ test('notices fit on the page, and on a phone they leave the bottom of the pictu
     await p.setViewportSize({ width, height });
     const place = await until('the notice lies on the page', async () => {
       const box = await notice(p, 'files').boundingBox();
-      if (!box || box.x < 0 || box.x + box.width > width) throw new Error(JSON.stringify(box));
+      const fits =
+        box && box.x >= 0 && box.y >= 0 && box.x + box.width <= width && box.y + box.height <= height;
+      if (!fits) throw new Error(JSON.stringify(box));
       return box;
     });
     const button = await notice(p, 'files').locator('.clip-notice-close').boundingBox();
