@@ -49,12 +49,14 @@ no_wine() {
   rm -r "$empty"
   [ "$(wc -l < "$TMPDIR/said")" = 1 ] && grep -q 'wine is not installed' "$TMPDIR/said"
 }
-renderer_of() { "$desk" exec "$1" reg query 'HKCU\Software\Wine\Direct3D' /v renderer 2>&1 || true; }
+query() { "$desk" exec "$1" reg query "${@:2}"; }  # DESK KEY ARGUMENT...
+renderer_of() { query "$1" 'HKCU\Software\Wine\Direct3D' /v renderer; }
 has_no_renderer() { grep -q no3d <<< "$(renderer_of "$1")"; }
-has_default_renderer() { ! has_no_renderer "$1"; }
+# The registry can be read, and has no value for the renderer.
+has_default_renderer() { query "$1" 'HKCU\Software' > /dev/null && ! renderer_of "$1" > /dev/null 2>&1; }
 shows() {  # DESK TITLE
   # shellcheck source=/dev/null
-  (. "$1/env" && xdotool search --onlyvisible --name "$2" > "$TMPDIR/found" 2> /dev/null)
+  (. "$1/env" && xdotool search --onlyvisible --name "$2" > /dev/null 2>&1)
 }
 hides() { ! shows "$@"; }
 # A killed process remains in the table of processes until its parent has read its exit status.

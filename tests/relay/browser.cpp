@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include <boost/asio/awaitable.hpp>
@@ -167,6 +168,19 @@ void Browser::send_bytes(const std::string& bytes) {
   wire_->socket->write(asio::buffer(bytes));
 }
 
+std::uint32_t Browser::open_session(const std::string& agent) {
+  send({{"type", "open"}, {"agent", agent}});
+  return accepted_session();
+}
+
+std::uint32_t Browser::accepted_session() {
+  for (;;) {
+    const Json session = read_text("session");
+    if (session["state"] == "accepted") return session["session"];
+    if (session["state"] == "ended") throw std::runtime_error("the session was not accepted");
+  }
+}
+
 Json Browser::read_text(const std::string& type) {
   for (;;) {
     const Wire::Message read = wire_->read();
@@ -191,13 +205,14 @@ Envelope Browser::read_envelope(Msg type) {
 
 void Browser::send_while_reading(const std::vector<std::string>& messages,
                                  const std::function<void(Msg, const std::string&)>& received) {
+  constexpr std::string_view kPing = R"({"type":"ping","id":0})";
   // Both directions run in one thread, because OpenSSL allows only one thread at a time in a connection.
   const auto write = [&]() -> asio::awaitable<void> {
     wire_->socket->binary(true);
     for (const std::string& message : messages)
       co_await wire_->socket->async_write(asio::buffer(message), asio::use_awaitable);
     wire_->socket->text(true);
-    co_await wire_->socket->async_write(asio::buffer(R"({"type":"ping","id":0})", 22), asio::use_awaitable);
+    co_await wire_->socket->async_write(asio::buffer(kPing), asio::use_awaitable);
   };
   const auto read = [&]() -> asio::awaitable<void> {
     for (;;) {

@@ -48,6 +48,10 @@ class Browser {
   // when the relay has handled all of the messages.
   void send_while_reading(const std::vector<std::string>& messages,
                           const std::function<void(Msg, const std::string&)>& received);
+  // Requests a session with the machine, and returns the session's number once it is accepted.
+  std::uint32_t open_session(const std::string& agent);
+  // Waits until a session is accepted, and returns its number.
+  std::uint32_t accepted_session();
   // Return the next message of the given type and skip other messages. Both throw if the connection ends.
   Json read_text(const std::string& type);
   Envelope read_envelope(Msg type);

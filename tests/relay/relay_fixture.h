@@ -19,21 +19,13 @@
 #include "relay/browser.h"
 #include "relay/net/certificate.h"
 #include "relay/storage/store.h"
+#include "support/waiting.h"
 
 namespace vlk::relay {
 
 class Server;
 
-// Waits until the condition is true. Returns false if it is not true within 30 seconds.
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto deadline = Clock::now() + std::chrono::seconds(30);
-  while (!condition()) {
-    if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
+using vantelink_test::eventually;
 
 // Bytes allocated on the heap of this process, which runs the relay, the agents and the browsers.
 std::size_t heap_bytes();
@@ -61,7 +53,7 @@ class RelayTest : public testing::Test {
   std::unique_ptr<agent::AgentClient> connect_agent(const std::string& name, bool unattended = true);
   // Waits until the machine with this name is in this state, and returns its entry in the list of machines.
   Json wait_for_machine(const std::string& name, const std::string& state);
-  // Waits until the relay's log contains the text. Returns false if it does not within 30 seconds.
+  // Waits until the relay's log contains the text. Returns false at the timeout of eventually().
   bool logged(const std::string& text);
   // The values in the first column of the query's result.
   std::multiset<std::string> stored(const char* query);

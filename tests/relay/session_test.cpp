@@ -2,7 +2,6 @@
 #include "fakes/fakes.h"
 #include "relay/links/raw_session.h"
 #include "relay/relay_fixture.h"
-#include "support/peers/raw_agent.h"
 
 namespace vlk::relay {
 namespace {

@@ -1,11 +1,13 @@
 // The whole console examined with axe-core, view by view, in both colour themes.
+import assert from 'node:assert/strict';
 import test from 'node:test';
 import { packFiles, packImage, packText } from '../../../console/clipboard/payload.js';
 import { fixture, logInPage, machineAndPage, openSession } from '../support/fixture.mjs';
-import { DISK, openPanel, openUsers, transferIs } from '../support/panel_page.mjs';
+import { DISK, openPanel, openUsers } from '../support/panel_page.mjs';
 import { desktop, plain } from '../support/pictures.mjs';
 import { Relay, USER } from '../support/relay.mjs';
 import { AgentMsg, ScriptedAgent } from '../support/scripted_agent.mjs';
+import { transferIs } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 import { assertAccessible } from './findings.mjs';
 
@@ -97,7 +99,9 @@ test('an open session, its menus and its dialogs are accessible', async (t) => {
     .filter({ hasText: /round trip/ })
     .waitFor();
   await assertAccessible(p, 'session');
-  for (const menu of await p.locator('.bar .menu:visible').all()) {
+  const menus = await p.locator('.bar .menu:visible').all();
+  assert.ok(menus.length >= 4, `${menus.length} menus are visible`);
+  for (const menu of menus) {
     await menu.locator('summary').first().click();
     await assertAccessible(p, `menu ${await menu.getAttribute('id')}`);
     await menu.locator('summary').first().click();

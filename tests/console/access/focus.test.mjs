@@ -2,6 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, logInPage, machineAndPage, openSession } from '../support/fixture.mjs';
+import { hasFocus } from '../support/focus.mjs';
 import { plain } from '../support/pictures.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
@@ -9,15 +10,6 @@ import { until } from '../support/waiting.mjs';
 /** @typedef {import('../support/console_page.mjs').ConsolePage} ConsolePage */
 
 const shared = fixture();
-
-/** Waits until the element with this id has the focus. */
-function hasFocus(/** @type {ConsolePage} */ { page }, /** @type {string} */ id) {
-  return until(`the focus is on #${id}`, async () => {
-    const focused = await page.evaluate(() => document.activeElement?.id ?? '');
-    if (focused !== id) throw new Error(`#${focused}`);
-    return true;
-  });
-}
 
 /** Waits until the page has this title. */
 function hasTitle(/** @type {ConsolePage} */ { page }, /** @type {string} */ title) {
@@ -32,40 +24,40 @@ test('the message over the picture has the focus while it is shown, and then the
   const { agent, page } = await machineAndPage(t, shared, { agent: { consent: 'none' } });
   await page.ask(agent);
   const { session } = await agent.next(AgentMsg.SessionRequest);
-  await hasFocus(page, 'session-note');
+  await hasFocus(page.page, 'session-note');
   // A key that was meant for the machine does not answer the message.
   await page.page.keyboard.press('Enter');
   await page.page.keyboard.press('Space');
   await page.page.keyboard.press('Tab');
-  await hasFocus(page, 'session-give-up');
+  await hasFocus(page.page, 'session-give-up');
   agent.onStream = () => {
     agent.config({ width: 64, height: 36 });
     agent.frame(plain(64, 36, '#406080'));
   };
   agent.accept(session);
-  await hasFocus(page, 'key-input');
+  await hasFocus(page.page, 'key-input');
   agent.drop();
   await page.waitForNote(/has gone offline/);
-  await hasFocus(page, 'session-note');
+  await hasFocus(page.page, 'session-note');
   await agent.connect();
   agent.decline((await agent.next(AgentMsg.SessionRequest)).session);
   await page.waitForNote(/declined/);
-  await hasFocus(page, 'session-note');
+  await hasFocus(page.page, 'session-note');
   await page.page.keyboard.press('Tab');
-  await hasFocus(page, 'session-again');
+  await hasFocus(page.page, 'session-again');
 });
 
 test('a message that appears behind a dialog gets the focus when the dialog closes', async (t) => {
   const { agent, page } = await openSession(t, shared);
   await page.page.click('#keys-menu summary');
   await page.page.click('#type-text');
-  await hasFocus(page, 'type-box');
+  await hasFocus(page.page, 'type-box');
   agent.drop();
   await page.waitForNote(/has gone offline/);
   await page.page.keyboard.type('text');
   assert.equal(await page.page.inputValue('#type-box'), 'text');
   await page.page.keyboard.press('Escape');
-  await hasFocus(page, 'session-note');
+  await hasFocus(page.page, 'session-note');
 });
 
 test('after a session the focus is on the machine, and after a log-in on the heading of the list', async (t) => {
@@ -77,7 +69,7 @@ test('after a session the focus is on the machine, and after a log-in on the hea
   await until('the focus is on the machine', () => open.evaluate((one) => one === document.activeElement));
   const other = await logInPage(t, shared);
   await other.logIn();
-  await hasFocus(other, 'machines-title');
+  await hasFocus(other.page, 'machines-title');
 });
 
 test('the title of the page names the view, or the machine and the state of the session', async (t) => {

@@ -8,12 +8,11 @@ import {
   clip,
   fromMachine,
   GRANTED,
-  localText,
+  local,
   notice,
   pasteOn,
   refocus,
   STRICT,
-  setLocal,
 } from '../support/clipboard_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
 import { MachineFolders } from '../support/machine_folders.mjs';
@@ -31,14 +30,14 @@ test('a text from the machine is written to this computer’s clipboard at once 
   const p = page.page;
   fromMachine(agent, packText('þjóð\r\nlína 2'));
   await notice(p, 'copied').waitFor();
-  assert.equal(await localText(p), 'þjóð\nlína 2', 'the text has the line ends of this computer');
+  assert.equal(await local.text(p), 'þjóð\nlína 2', 'the text has the line ends of this computer');
   await page.shot('clip-copied');
   await refocus(p);
-  await setLocal(p, 'annað\nog meira');
+  await local.setText(p, 'annað\nog meira');
   await refocus(p);
   assert.deepEqual(await clip(agent), { kind: 'text', text: 'annað\r\nog meira' });
   await refocus(p);
-  await setLocal(p, 'þriðja');
+  await local.setText(p, 'þriðja');
   await refocus(p);
   assert.equal((await clip(agent)).text, 'þriðja', 'nothing was sent twice in between');
 });
@@ -64,8 +63,8 @@ test('a text of 1 MiB is transferred in both directions', async (t) => {
   const long = 'þ'.repeat(MiB / 2);
   fromMachine(agent, packText(long));
   await notice(p, 'copied').waitFor();
-  assert.equal(await localText(p), long);
-  await setLocal(p, `${long}.`);
+  assert.equal(await local.text(p), long);
+  await local.setText(p, `${long}.`);
   await refocus(p);
   assert.equal((await clip(agent)).text, `${long}.`);
 });
@@ -197,7 +196,7 @@ test('pasted files are sent with their content, and files that are too large are
 test('the clipboard is not shared while sharing is off, and is not sent in “view only”', async (t) => {
   const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
-  await setLocal(p, 'mitt');
+  await local.setText(p, 'mitt');
   await p.check('#view-only');
   await refocus(p);
   await pasteOn(p, 'data.setData("text/plain", "límt")');
@@ -210,7 +209,7 @@ test('the clipboard is not shared while sharing is off, and is not sent in “vi
   await until('everything sent before the new name has arrived', async () =>
     (await p.locator('#view-machines').innerHTML()).includes('Renamed afterwards'),
   );
-  assert.equal(await localText(p), 'mitt');
+  assert.equal(await local.text(p), 'mitt');
   await p.click('#clip-send');
   assert.equal((await clip(agent)).text, 'mitt', 'a click sends the clipboard although sharing is off');
   await notice(p, 'sent').waitFor();

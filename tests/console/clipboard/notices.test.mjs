@@ -4,6 +4,7 @@ import test from 'node:test';
 import { packFiles, packText } from '../../../console/clipboard/payload.js';
 import { fromMachine, notice, STRICT } from '../support/clipboard_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
+import { focused, hasFocus } from '../support/focus.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
@@ -12,22 +13,10 @@ const FILES = packFiles([
   { name: 'önnur.bin', bytes: new Uint8Array(70_000) },
 ]);
 
-/** @typedef {import('playwright-core').Page} Page */
-
-/** The id of the element that has the focus, or else its accessible name. */
-const focused = (/** @type {Page} */ p) =>
-  p.evaluate(() => document.activeElement?.id || document.activeElement?.ariaLabel || '');
-const focusIsOn = (/** @type {Page} */ p, /** @type {RegExp} */ wanted) =>
-  until(`the focus is on ${wanted}`, async () => {
-    const now = await focused(p);
-    if (!wanted.test(now)) throw new Error(now);
-    return true;
-  });
-
 test('a notice leaves the focus alone, is reached with the Tab key and closes with Escape', async (t) => {
   const { agent, page } = await openSession(t, shared, STRICT);
   const p = page.page;
-  await focusIsOn(p, /^key-input$/);
+  await hasFocus(p, 'key-input');
   fromMachine(agent, FILES);
   await notice(p, 'files').waitFor();
   assert.equal(await focused(p), 'key-input');
@@ -42,7 +31,7 @@ test('a notice leaves the focus alone, is reached with the Tab key and closes wi
   assert.match(await focused(p), /^Save skýrsla/, 'whoever uses the keyboard stays in the notice');
   await p.keyboard.press('Escape');
   await notice(p, 'files').waitFor({ state: 'detached' });
-  await focusIsOn(p, /^key-input$/);
+  await hasFocus(p, 'key-input');
 });
 
 test('after a click in a notice, the picture takes keys again', async (t) => {
@@ -50,12 +39,12 @@ test('after a click in a notice, the picture takes keys again', async (t) => {
   const p = page.page;
   fromMachine(agent, FILES);
   await notice(p, 'files').getByRole('button', { name: 'Save önnur.bin' }).click();
-  await focusIsOn(p, /^key-input$/);
+  await hasFocus(p, 'key-input');
   await notice(p, 'files').locator('.clip-notice-close').click();
-  await focusIsOn(p, /^key-input$/);
+  await hasFocus(p, 'key-input');
   fromMachine(agent, packText('texti'));
   await notice(p, 'text').getByRole('button', { name: 'Copy' }).click();
-  await focusIsOn(p, /^key-input$/);
+  await hasFocus(p, 'key-input');
 });
 
 test('notices fit on the page, and on a phone they leave the bottom of the picture free', async (t) => {
@@ -71,7 +60,9 @@ test('notices fit on the page, and on a phone they leave the bottom of the pictu
     await p.setViewportSize({ width, height });
     const place = await until('the notice lies on the page', async () => {
       const box = await notice(p, 'files').boundingBox();
-      if (!box || box.x < 0 || box.x + box.width > width) throw new Error(JSON.stringify(box));
+      const fits =
+        box && box.x >= 0 && box.y >= 0 && box.x + box.width <= width && box.y + box.height <= height;
+      if (!fits) throw new Error(JSON.stringify(box));
       return box;
     });
     const button = await notice(p, 'files').locator('.clip-notice-close').boundingBox();

@@ -3,18 +3,10 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { packFiles, packText } from '../../../console/clipboard/payload.js';
-import {
-  clip,
-  fromMachine,
-  GRANTED,
-  localText,
-  notice,
-  pasteOn,
-  refocus,
-  setLocal,
-} from '../support/clipboard_page.mjs';
+import { clip, fromMachine, GRANTED, local, notice, pasteOn, refocus } from '../support/clipboard_page.mjs';
 import { BROWSER } from '../support/console_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
+import { deliver, KEEP_SOCKETS } from '../support/page_scripts.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -40,19 +32,6 @@ const AWAY = {
 };
 /** Only with the permission to read can the page tell whether something was copied on this computer. */
 const NEEDS_READING = { skip: BROWSER === 'firefox' && 'Firefox has no permission to read the clipboard' };
-/** A page that records its WebSockets. */
-const SOCKETS = {
-  page: {
-    script: `
-  window.sockets = [];
-  window.WebSocket = class extends WebSocket {
-    constructor(...parts) {
-      super(...parts);
-      window.sockets.push(this);
-    }
-  };`,
-  },
-};
 
 /** @typedef {import('playwright-core').Page} Page */
 
@@ -79,29 +58,23 @@ async function returned(/** @type {Page} */ p) {
   await until('the clipboard is read', async () => (await p.evaluate(() => window.reads)) > before);
 }
 
-/** Delivers a control message to the page as the relay would. */
-const deliver = (/** @type {Page} */ p, /** @type {object} */ message) =>
-  p.evaluate((data) => {
-    window.sockets.at(-1)?.dispatchEvent(new MessageEvent('message', { data }));
-  }, JSON.stringify(message));
-
 test(
   'a text that waited for the focus does not overwrite a text that was copied here since',
   NEEDS_READING,
   async (t) => {
     const { agent, page } = await openSession(t, shared, AWAY);
     const p = page.page;
-    await setLocal(p, 'fyrst');
+    await local.setText(p, 'fyrst');
     await returned(p);
     assert.equal((await clip(agent)).text, 'fyrst');
     await receiveAway(agent, p, 'frá tölvunni');
-    await setLocal(p, 'afritað síðar');
+    await local.setText(p, 'afritað síðar');
     await returned(p);
     await returned(p);
-    assert.equal(await localText(p), 'afritað síðar');
+    assert.equal(await local.text(p), 'afritað síðar');
     await notice(p, 'text').getByRole('button', { name: 'Copy' }).click();
     await notice(p, 'copied').waitFor();
-    assert.equal(await localText(p), 'frá tölvunni', 'the notice still offered the text');
+    assert.equal(await local.text(p), 'frá tölvunni', 'the notice still offered the text');
     await returned(p);
     assert.ok(!agent.has(AgentMsg.ClipboardData), 'nothing was sent to the machine');
   },
@@ -113,28 +86,28 @@ test(
   async (t) => {
     const { agent, page } = await openSession(t, shared, AWAY);
     const p = page.page;
-    await setLocal(p, 'óbreytt');
+    await local.setText(p, 'óbreytt');
     await returned(p);
     await clip(agent);
     await receiveAway(agent, p, 'hafnað');
     await notice(p, 'text').locator('.clip-notice-close').click();
     await returned(p);
-    assert.equal(await localText(p), 'óbreytt');
+    assert.equal(await local.text(p), 'óbreytt');
     await receiveAway(agent, p, 'eldra');
     fromMachine(agent, packFiles([{ name: 'skrá', bytes: new Uint8Array(1) }]));
     await notice(p, 'files').waitFor();
     await returned(p);
-    assert.equal(await localText(p), 'óbreytt', 'the files are newer than the text');
+    assert.equal(await local.text(p), 'óbreytt', 'the files are newer than the text');
     await receiveAway(agent, p, 'nýtt');
     await returned(p);
     await notice(p, 'copied').waitFor();
-    assert.equal(await localText(p), 'nýtt');
+    assert.equal(await local.text(p), 'nýtt');
     assert.ok(!agent.has(AgentMsg.ClipboardData), 'nothing was sent to the machine');
   },
 );
 
 test('a clipboard of the machine that is too large to be transferred is reported in words', async (t) => {
-  const { agent, page } = await openSession(t, shared, SOCKETS);
+  const { agent, page } = await openSession(t, shared, { page: { script: KEEP_SOCKETS } });
   const p = page.page;
   const large = 'a'.repeat(100_000);
   const paste = () => pasteOn(p, `data.setData('text/plain', '${large}')`);
@@ -142,6 +115,7 @@ test('a clipboard of the machine that is too large to be transferred is reported
   await clip(agent);
   const report = { type: 'too-large', session: agent.session, bytes: 80_000_000 };
   await deliver(p, { ...report, message: AgentMsg.DirListResult });
+  assert.equal(await p.locator('.clip-notice').count(), 0, 'a listing is not a clipboard');
   await deliver(p, { ...report, message: AgentMsg.ClipboardData });
   await notice(p, 'machineTooLarge').waitFor();
   assert.match(await notice(p, 'machineTooLarge').innerText(), /copied on the machine is too large/);
@@ -155,7 +129,7 @@ test('a clipboard of the machine that is too large to be transferred is reported
 test('in “view only” nothing is sent to the machine’s clipboard, and a notice says so', async (t) => {
   const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
-  await setLocal(p, 'mitt');
+  await local.setText(p, 'mitt');
   await p.check('#view-only');
   await pasteOn(p, 'data.setData("text/plain", "límt")');
   await p.click('#clip-menu summary');

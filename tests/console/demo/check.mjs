@@ -224,8 +224,9 @@ try {
   failed = true;
   const message = error instanceof Error ? error.message : String(error);
   console.error(`FAILED  ${message.split('\n', 3).join('\n')}`);
-  await page.screenshot({ path: desktop.file('console-failed.png') }).catch(() => {});
-  await desktop.shot('failed-desktop.png').catch(() => {});
+  const noPicture = (/** @type {Error} */ problem) => console.error(`no screenshot: ${problem.message}`);
+  await page.screenshot({ path: desktop.file('console-failed.png') }).catch(noPicture);
+  await desktop.shot('failed-desktop.png').catch(noPicture);
 } finally {
   await browser.close();
 }

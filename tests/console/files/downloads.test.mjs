@@ -6,19 +6,11 @@ import { readFileSync } from 'node:fs';
 import test from 'node:test';
 import { fixture } from '../support/fixture.mjs';
 import { CHUNK_BYTES } from '../support/machine_folders.mjs';
-import {
-  DISK,
-  fileRow,
-  MiB,
-  openPanel,
-  openUsers,
-  sha256,
-  transferIs,
-  transferRow,
-  transferText,
-} from '../support/panel_page.mjs';
+import { shortTimer } from '../support/page_scripts.mjs';
+import { DISK, fileRow, MiB, openPanel, openUsers, sha256 } from '../support/panel_page.mjs';
 import { present } from '../support/present.mjs';
 import { AgentMsg, ScriptedAgent } from '../support/scripted_agent.mjs';
+import { transferIs, transferRow, transferText } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
@@ -39,8 +31,7 @@ const privateFiles = (/** @type {import('playwright-core').Page} */ p) =>
 
 test('a download is saved byte for byte under its name, and its private copy is deleted with its row', async (t) => {
   const data = randomBytes(5 * MiB + 17);
-  const script = `const wait = setTimeout;
-    window.setTimeout = (act, ms) => wait(act, ms === ${SAVING_MS} ? 300 : ms);`;
+  const script = shortTimer(SAVING_MS);
   const { p, page, machine } = await openPanel(t, shared, DISK, { page: { script } });
   machine.folders['C:\\Users'] = [
     { name: 'skýrsla ’99.bin', size: data.length, data },
@@ -64,8 +55,7 @@ test('a download is saved byte for byte under its name, and its private copy is 
 });
 
 test('rows and saved copies of a machine are removed when another machine is asked for a session', async (t) => {
-  const script = `const wait = setTimeout;
-    window.setTimeout = (act, ms) => wait(act, ms === ${SAVING_MS} ? 300 : ms);`;
+  const script = shortTimer(SAVING_MS);
   const { p, page, agent, machine } = await openPanel(t, shared, DISK, { page: { script } });
   const other = await ScriptedAgent.online(shared.relay, { name: 'Other', consent: 'none' });
   t.after(() => other.drop());
@@ -191,9 +181,8 @@ test('the machine’s connection is closed on request to stop what nobody wants 
   await page.shot('files-cut-question');
   await p.locator('#cut-dialog [value=cancel]').click();
   await stop.click();
-  const closed = new Promise((done) => agent.socket.once('close', done));
   await p.locator('#cut-dialog [value=cut]').click();
-  await closed;
+  await until('the relay closes the connection', () => agent.socket.readyState === agent.socket.CLOSED);
   await page.waitForNote(/gone offline/);
   await agent.connect();
   await page.waitForNoNote();

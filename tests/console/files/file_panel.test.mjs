@@ -5,18 +5,10 @@ import test from 'node:test';
 import { BROWSER } from '../support/console_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
 import { MachineFolders } from '../support/machine_folders.mjs';
-import {
-  DISK,
-  fileRow,
-  namesIn,
-  openPanel,
-  openUsers,
-  shows,
-  transferIs,
-  transferText,
-} from '../support/panel_page.mjs';
+import { DISK, fileRow, namesIn, openPanel, openUsers, shows } from '../support/panel_page.mjs';
 import { present } from '../support/present.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
+import { transferIs, transferText } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();

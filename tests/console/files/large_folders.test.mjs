@@ -3,29 +3,15 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { Msg } from '../../../console/link/messages.js';
 import { fixture } from '../support/fixture.mjs';
-import {
-  DISK,
-  fileRow,
-  openPanel,
-  openUsers,
-  shows,
-  transferIs,
-  transferText,
-} from '../support/panel_page.mjs';
+import { deliver, KEEP_SOCKETS } from '../support/page_scripts.mjs';
+import { DISK, fileRow, openPanel, openUsers, shows } from '../support/panel_page.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
+import { transferIs, transferText } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 
 /** @typedef {import('../support/machine_folders.mjs').MachineFolders} MachineFolders */
 
 const shared = fixture();
-
-/** Keeps the page's sockets, so that a test can act as the relay. */
-const KEEP_SOCKETS = `
-  window.sockets = [];
-  const Socket = window.WebSocket;
-  window.WebSocket = class extends Socket {
-    constructor(...parts) { super(...parts); window.sockets.push(this); }
-  };`;
 
 /** Waits for the next request for a listing, and answers it as the relay does for an oversized listing. */
 async function refuseListing(
@@ -33,10 +19,7 @@ async function refuseListing(
   /** @type {import('playwright-core').Page} */ p,
 ) {
   const { session } = await agent.next(AgentMsg.DirListRequest);
-  const message = { type: 'too-large', session, message: Msg.DirListResult, bytes: 70_000_000 };
-  await p.evaluate((data) => {
-    for (const socket of window.sockets) socket.dispatchEvent(new MessageEvent('message', { data }));
-  }, JSON.stringify(message));
+  await deliver(p, { type: 'too-large', session, message: Msg.DirListResult, bytes: 70_000_000 });
 }
 
 test('a folder that is too large is named so, and is listed again only on request', async (t) => {

@@ -3,8 +3,9 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 import { BROWSER } from '../support/console_page.mjs';
 import { fixture } from '../support/fixture.mjs';
-import { DISK, fileRow, openPanel, openUsers, transferIs, transferRow } from '../support/panel_page.mjs';
+import { DISK, fileRow, openPanel, openUsers } from '../support/panel_page.mjs';
 import { present } from '../support/present.mjs';
+import { transferIs, transferRow } from '../support/transfer_rows.mjs';
 
 const shared = fixture();
 const PHONE = { width: 390, height: 844 };

@@ -3,7 +3,8 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture } from '../support/fixture.mjs';
-import { fileRow, openPanel, openUsers, transferIs, transferText } from '../support/panel_page.mjs';
+import { fileRow, openPanel, openUsers } from '../support/panel_page.mjs';
+import { transferIs, transferText } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 
 /** @typedef {import('playwright-core').Page} Page */

@@ -3,16 +3,8 @@ import assert from 'node:assert/strict';
 import { randomBytes } from 'node:crypto';
 import test from 'node:test';
 import { fixture } from '../support/fixture.mjs';
-import {
-  DISK,
-  fileRow,
-  MiB,
-  openPanel,
-  sha256,
-  shows,
-  transferIs,
-  transferRow,
-} from '../support/panel_page.mjs';
+import { DISK, fileRow, MiB, openPanel, sha256, shows } from '../support/panel_page.mjs';
+import { transferIs, transferRow } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();

@@ -4,18 +4,8 @@ import { randomBytes } from 'node:crypto';
 import test from 'node:test';
 import { fixture } from '../support/fixture.mjs';
 import { CHUNK_BYTES, contentOf } from '../support/machine_folders.mjs';
-import {
-  DISK,
-  fileRow,
-  MiB,
-  namesIn,
-  openPanel,
-  openUsers,
-  sha256,
-  transferIs,
-  transferRow,
-  transferText,
-} from '../support/panel_page.mjs';
+import { DISK, fileRow, MiB, namesIn, openPanel, openUsers, sha256 } from '../support/panel_page.mjs';
+import { transferIs, transferRow, transferText } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();

@@ -130,15 +130,7 @@ test('the first press after input is enabled again waits for its move', () => {
 });
 
 test('held-back events are sent in their order after the last hold, and disabling sends only their releases', () => {
-  /** @type {number[][]} */
-  const sent = [];
-  /** @type {(() => void)[]} */
-  const frames = [];
-  const sender = new InputSender({
-    send: (payload) => sent.push([...payload]),
-    backlog: () => 0,
-    nextFrame: (draw) => frames.push(draw),
-  });
+  const { sender, sent, frames } = timedSender();
   sender.enabled = true;
   const key = { vk: 0x56, scan: 0x2f };
   const [paste, second] = [sender.hold(), sender.hold()];
@@ -165,9 +157,7 @@ test('held-back events are sent in their order after the last hold, and disablin
 });
 
 test('the events between two overlapping holds are sent when the first of them ends', () => {
-  /** @type {number[][]} */
-  const sent = [];
-  const sender = new InputSender({ send: (payload) => sent.push([...payload]), backlog: () => 0 });
+  const { sender, sent } = timedSender();
   sender.enabled = true;
   const [first, second] = [input.unicode('a'), input.unicode('b')];
   const endFirst = sender.hold();

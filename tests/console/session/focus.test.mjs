@@ -4,6 +4,7 @@ import test from 'node:test';
 import { key, unicode } from '../../../console/input/events.js';
 import { keyNamed } from '../../../console/input/keymap.js';
 import { fixture, openSession } from '../support/fixture.mjs';
+import { focused, hasFocus } from '../support/focus.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -14,16 +15,9 @@ async function session(t, options = {}) {
   const { agent, page } = await openSession(t, shared, options);
   await agent.next(AgentMsg.ThumbnailRequest);
   const p = page.page;
-  const focused = () =>
-    p.evaluate(() => document.activeElement?.id || document.activeElement?.tagName.toLowerCase());
-  const onPicture = (/** @type {string} */ after) =>
-    until(`the picture has the keyboard after ${after}`, async () => {
-      const now = await focused();
-      if (now !== 'key-input') throw new Error(now);
-      return true;
-    });
+  const onPicture = (/** @type {string} */ after) => hasFocus(p, 'key-input', `after ${after}`);
   await onPicture('the start');
-  return { agent, page, p, focused, onPicture };
+  return { agent, page, p, onPicture };
 }
 
 /** Types a letter and waits until it has reached the machine. */
@@ -82,19 +76,19 @@ test('the keyboard goes back to the picture after each use of the toolbar by mou
 });
 
 test('the panels keep the focus until they are closed', async (t) => {
-  const { agent, p, focused, onPicture } = await session(t);
+  const { agent, p, onPicture } = await session(t);
   await p.click('#panel-files-button');
   await p.locator('#files-list').focus();
   await p.evaluate(() => document.querySelector('#files-list')?.dispatchEvent(new MouseEvent('click')));
   agent.thumbnail({ monitor: 1, count: 2, width: 64, height: 36, jpeg: new Uint8Array([255, 216, 1]) });
   await p.locator('[data-monitor="1"]').waitFor();
-  assert.equal(await focused(), 'files-list');
+  assert.equal(await focused(p), 'files-list');
   await p.click('#panel-files header button');
   await onPicture('the panel is closed');
 });
 
 test('Ctrl+Alt+Home leads to the toolbar and releases the keys on the machine', async (t) => {
-  const { agent, p, focused, page } = await session(t);
+  const { agent, p, page } = await session(t);
   await p.locator('#leave-tip').waitFor();
   await page.shot('leave-tip');
   const field = p.locator('#key-input');
@@ -106,7 +100,7 @@ test('Ctrl+Alt+Home leads to the toolbar and releases the keys on the machine', 
     const init = { key: 'Home', code: 'Home', ctrlKey: true, altKey: true, modifierAltGraph: true };
     element.dispatchEvent(new KeyboardEvent('keydown', { ...init, bubbles: true, cancelable: true }));
   });
-  assert.equal(await focused(), 'key-input');
+  assert.equal(await focused(p), 'key-input');
   agent.inputs.length = 0;
   await p.keyboard.down('ControlRight');
   await p.keyboard.down('AltLeft');
@@ -123,7 +117,7 @@ test('Ctrl+Alt+Home leads to the toolbar and releases the keys on the machine', 
 });
 
 test('the toolbar can be used without a mouse, and Escape or the press of a button leads back', async (t) => {
-  const { agent, p, focused, onPicture, page } = await session(t);
+  const { agent, p, onPicture, page } = await session(t);
   const reach = async (/** @type {string} */ selector) => {
     for (let i = 0; i < 40; i++) {
       if (await p.evaluate((wanted) => document.activeElement?.matches(wanted), selector)) return;
@@ -133,8 +127,7 @@ test('the toolbar can be used without a mouse, and Escape or the press of a butt
   };
   const leave = async () => {
     await p.keyboard.press('Control+Alt+Home');
-    await until('the keys are released', () => agent.inputs.length % 2 === 0);
-    agent.inputs.length = 0;
+    await agent.events(4);
   };
   await leave();
   await reach('#picture-menu summary');
@@ -142,9 +135,9 @@ test('the toolbar can be used without a mouse, and Escape or the press of a butt
   await reach('#max-fps');
   await p.keyboard.press('ArrowDown');
   await p.keyboard.press('ArrowDown');
-  assert.equal(await focused(), 'max-fps', 'the arrow keys go on choosing');
+  assert.equal(await focused(p), 'max-fps', 'the arrow keys go on choosing');
   // The first Escape may close the list of a select; another one closes the menu.
-  for (let i = 0; i < 3 && (await focused()) !== 'key-input'; i++) await p.keyboard.press('Escape');
+  for (let i = 0; i < 3 && (await focused(p)) !== 'key-input'; i++) await p.keyboard.press('Escape');
   await onPicture('Escape on the toolbar');
   await leave();
   await reach('#keys-menu summary');
@@ -171,6 +164,7 @@ test('a frame shows that the keys reach the machine', async (t) => {
   await p.locator('#session-end').focus();
   assert.ok(!(await frame()));
   await p.locator('#key-input').focus();
+  assert.ok(await frame());
   await p.evaluate(() => document.getElementById('view-only')?.click());
   assert.ok(!(await frame()), 'with view only, keys do not reach the machine');
 });

@@ -2,6 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, openSession } from '../support/fixture.mjs';
+import { KEEP_SOCKETS } from '../support/page_scripts.mjs';
 import { plain } from '../support/pictures.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
@@ -38,9 +39,7 @@ test('a session continues by itself when the machine is online again', async (t)
 });
 
 test('a machine whose session still has the representative’s own broken connection is shown as in use', async (t) => {
-  const script = `window.sockets = []; window.WebSocket = class extends WebSocket {
-    constructor(...all) { super(...all); sockets.push(this); } };`;
-  const { agent, page } = await openSession(t, shared, { page: { script } });
+  const { agent, page } = await openSession(t, shared, { page: { script: KEEP_SOCKETS } });
   await agent.next(AgentMsg.StreamStart);
   await page.page.evaluate(() => {
     // The page notices the end of its link before the relay does.

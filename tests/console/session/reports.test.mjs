@@ -2,6 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, machineAndPage, openSession } from '../support/fixture.mjs';
+import { shortTimer } from '../support/page_scripts.mjs';
 import { desktop, plain } from '../support/pictures.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
@@ -9,9 +10,8 @@ import { until } from '../support/waiting.mjs';
 const shared = fixture();
 const SIZE = { width: 640, height: 360 };
 const SHIFT = 0xa0;
-/** Makes a first picture late after a moment instead of 5 s. */
-const IMPATIENT = `const wait = setTimeout;
-  window.setTimeout = (act, ms) => wait(act, ms === 5000 ? 300 : ms);`;
+/** The time after which a first picture is late. */
+const LATE_MS = 5000;
 
 /** @param {import('../support/console_page.mjs').ConsolePage} page @param {RegExp} pattern */
 const statusLine = (page, pattern) =>
@@ -27,7 +27,7 @@ const statusLine = (page, pattern) =>
  * @param {(agent: import('../support/scripted_agent.mjs').ScriptedAgent) => void} onStream
  */
 async function latePicture(t, onStream) {
-  const { agent, page } = await machineAndPage(t, shared, { page: { script: IMPATIENT } });
+  const { agent, page } = await machineAndPage(t, shared, { page: { script: shortTimer(LATE_MS) } });
   agent.onStream = () => onStream(agent);
   await page.ask(agent);
   await agent.next(AgentMsg.StreamStart);
@@ -100,6 +100,7 @@ test('the picture is grey while nothing is heard on the link, and at once clear 
   await page.shot('link-still');
   relay?.kill('SIGCONT');
   await page.waitForNoNote();
+  await until('the picture is clear', async () => (await filter()) === 'none');
   agent.frame(plain(640, 360, '#203040'));
   await page.frames(2);
 });

@@ -2,6 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, openSession } from '../support/fixture.mjs';
+import { shortTimer } from '../support/page_scripts.mjs';
 import { plain } from '../support/pictures.mjs';
 import { present } from '../support/present.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
@@ -103,8 +104,7 @@ test('a restart that is not confirmed does nothing', async (t) => {
 });
 
 test('a machine that does not restart is reported, and the session continues', async (t) => {
-  const script = `const wait = setTimeout;
-    window.setTimeout = (act, ms) => wait(act, ms === ${RESTART_DEADLINE_MS} ? 300 : ms);`;
+  const script = shortTimer(RESTART_DEADLINE_MS);
   const { agent, page } = await restartQuestion(t, { page: { script } });
   await page.page.click('#restart-dialog button[value=restart]');
   await agent.next(AgentMsg.Reboot);

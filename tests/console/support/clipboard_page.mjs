@@ -29,9 +29,12 @@ export const clip = async (/** @type {ScriptedAgent} */ agent) =>
   /** @type {{kind: string, text: string, png: Uint8Array, files: ClipFile[]}} */ (
     /** @type {unknown} */ (parseClip((await agent.next(AgentMsg.ClipboardData)).payload))
   );
-export const localText = (/** @type {Page} */ p) => p.evaluate(() => navigator.clipboard.readText());
-export const setLocal = (/** @type {Page} */ p, /** @type {string} */ text) =>
-  p.evaluate((value) => navigator.clipboard.writeText(value), text);
+/** This computer's clipboard. */
+export const local = {
+  text: (/** @type {Page} */ p) => p.evaluate(() => navigator.clipboard.readText()),
+  setText: (/** @type {Page} */ p, /** @type {string} */ text) =>
+    p.evaluate((value) => navigator.clipboard.writeText(value), text),
+};
 export const notice = (/** @type {Page} */ p, /** @type {string} */ kind) =>
   p.locator(`.clip-notice[data-kind=${kind}]`);
 export const refocus = (/** @type {Page} */ p) => p.evaluate(() => dispatchEvent(new Event('focus')));

@@ -55,10 +55,10 @@ function isWarning(/** @type {Error} */ { name, message }) {
 
 /** Runs in the page. Firefox does not count clicks that come over WebDriver BiDi, so it reports no double click. */
 function countClicks() {
-  let last = -Infinity;
-  addEventListener('click', ({ target, timeStamp, clientX, clientY }) => {
-    const isSecond = timeStamp - last < 2000;
-    last = isSecond ? -Infinity : timeStamp;
+  let last = { time: -Infinity, x: 0, y: 0 };
+  addEventListener('click', ({ target, timeStamp: time, clientX, clientY }) => {
+    const isSecond = time - last.time < 2000 && Math.hypot(clientX - last.x, clientY - last.y) < 5;
+    last = { time: isSecond ? -Infinity : time, x: clientX, y: clientY };
     if (isSecond) target?.dispatchEvent(new MouseEvent('dblclick', { bubbles: true, clientX, clientY }));
   });
 }

@@ -32,6 +32,8 @@ export class MachineFolders {
    * @type {((path: string, data: Buffer) => Buffer | null) | undefined}
    */
   losing;
+  /** The time of the file that was uploaded last. */
+  #uploadTime = DEFAULT_TIME;
 
   /** @param {import('./scripted_agent.mjs').ScriptedAgent} agent @param {Folders} folders */
   constructor(agent, folders) {
@@ -80,9 +82,6 @@ export class MachineFolders {
     payload.set(bytes, 8);
     this.agent.send(AgentMsg.FileChunk, session, payload);
   }
-
-  /** The time of the file that was uploaded last. */
-  #uploadTime = DEFAULT_TIME;
 
   #list(/** @type {Message} */ { session, json }) {
     const path = String(json.path);

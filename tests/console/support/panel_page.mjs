@@ -1,4 +1,4 @@
-// The file panel in a browser, for tests of the panel, of downloads and of uploads.
+// The file panel in a browser: its folders, for tests of the panel, of downloads and of uploads.
 import { createHash } from 'node:crypto';
 import { openSession } from './fixture.mjs';
 import { MachineFolders } from './machine_folders.mjs';
@@ -76,25 +76,6 @@ export function shows(/** @type {Page} */ p, /** @type {string[]} */ wanted) {
 /** The row of a file. */
 export function fileRow(/** @type {Page} */ p, /** @type {string} */ name) {
   return p.locator('.file', { has: p.locator(`bdi:text-is(${JSON.stringify(name)})`) });
-}
-
-/** The row of a transfer. */
-export function transferRow(/** @type {Page} */ p, /** @type {string} */ name) {
-  return p.locator('.transfer', { has: p.locator(`.transfer-name:text-is(${JSON.stringify(name)})`) });
-}
-
-/** The progress or the result of a transfer, as the page shows it. */
-export function transferText(/** @type {Page} */ p, /** @type {string} */ name) {
-  return transferRow(p, name).first().locator('.transfer-text').innerText();
-}
-
-/** Waits until a transfer is in this state. */
-export function transferIs(/** @type {Page} */ p, /** @type {string} */ name, /** @type {string} */ state) {
-  return until(`${name} is ${state}`, async () => {
-    const now = await transferRow(p, name).first().getAttribute('data-state');
-    if (now !== state) throw new Error(`${now}: ${await transferText(p, name)}`);
-    return true;
-  });
 }
 
 /** Opens the folder C:\Users of DISK. */

@@ -5,26 +5,17 @@
 namespace vlk::relay {
 namespace {
 
-class CutTest : public RelayTest {
- protected:
-  static std::uint32_t open(Browser& browser) {
-    browser.send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
-    for (;;) {
-      const Json session = browser.read_text("session");
-      if (session["state"] == "accepted") return session["session"];
-    }
-  }
-};
+using CutTest = RelayTest;
 
 TEST_F(CutTest, MachineIsBackAfterItsConnectionWasClosedAndCanBeUsedAgain) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
-  const std::uint32_t session = open(*browser);
+  const std::uint32_t session = browser->open_session(vantelink_fakes::saved_config().agent_id);
   browser->send({{"type", "cut"}, {"session", session}});
   EXPECT_EQ(browser->read_text("session")["reason"], "agent-gone");
   EXPECT_TRUE(logged("agent disconnected: closed at the request of admin"));
   wait_for_machine("Sæfari", "online");
-  EXPECT_NE(open(*browser), session);
+  EXPECT_NE(browser->open_session(vantelink_fakes::saved_config().agent_id), session);
   EXPECT_EQ(stored("SELECT detail FROM audit WHERE event = 'agent-cut' AND representative = 'admin'"),
             (std::multiset<std::string>{std::to_string(session)}));
 }
@@ -32,7 +23,7 @@ TEST_F(CutTest, MachineIsBackAfterItsConnectionWasClosedAndCanBeUsedAgain) {
 TEST_F(CutTest, ConnectionIsClosedWhileItsBrowserDoesNotReadWhatTheMachineSends) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console(4096);
-  const std::uint32_t session = open(*browser);
+  const std::uint32_t session = browser->open_session(vantelink_fakes::saved_config().agent_id);
   std::thread sender([&] {
     for (int i = 0; i < 64; ++i)
       agent->send_text(Msg::FileChunk, session, std::string(256 << 10, 'x'));
@@ -47,7 +38,7 @@ TEST_F(CutTest, ConnectionIsClosedWhileItsBrowserDoesNotReadWhatTheMachineSends)
 TEST_F(CutTest, StrangerCannotCloseTheConnection) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
-  const std::uint32_t session = open(*browser);
+  const std::uint32_t session = browser->open_session(vantelink_fakes::saved_config().agent_id);
   auto stranger = console();
   for (const Json& message : {Json{{"type", "cut"}, {"session", session}}, Json{{"type", "cut"}},
                               Json{{"type", "cut"}, {"session", "x"}}}) {

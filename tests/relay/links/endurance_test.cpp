@@ -1,10 +1,4 @@
-// The relay with browsers that do not read or answer, and its database after the process was killed.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <set>
-
+// The relay with browsers that do not read or answer.
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
 
@@ -13,19 +7,11 @@ namespace {
 
 using EnduranceTest = RelayTest;
 
-std::uint32_t accepted_session(Browser& browser, const std::string& agent) {
-  browser.send({{"type", "open"}, {"agent", agent}});
-  EXPECT_EQ(browser.read_text("session")["state"], "waiting");
-  const Json accepted = browser.read_text("session");
-  EXPECT_EQ(accepted["state"], "accepted");
-  return accepted["session"];
-}
-
 TEST_F(EnduranceTest, SessionOfABrowserThatDoesNotReadEndsAndTheMachineCanBeUsedAgain) {
   const auto agent = connect_agent("Sæfari");
   const std::string id = vantelink_fakes::saved_config().agent_id;
   auto slow = console();
-  const std::uint32_t session = accepted_session(*slow, id);
+  const std::uint32_t session = slow->open_session(id);
   on_relay([&] {
     limits_.slow_browser = std::chrono::milliseconds(300);
     limits_.dead_browser = std::chrono::hours(1);  // keeps the slow browser connected
@@ -49,7 +35,7 @@ TEST_F(EnduranceTest, SessionOfABrowserThatDoesNotReadEndsAndTheMachineCanBeUsed
 TEST_F(EnduranceTest, BrowserThatStillDoesNotReadAfterItsSessionEndedIsDisconnected) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
-  const std::uint32_t session = accepted_session(*browser, vantelink_fakes::saved_config().agent_id);
+  const std::uint32_t session = browser->open_session(vantelink_fakes::saved_config().agent_id);
   on_relay([&] {
     limits_.slow_browser = std::chrono::milliseconds(100);
     limits_.dead_browser = std::chrono::milliseconds(300);
@@ -63,7 +49,7 @@ TEST_F(EnduranceTest, BrowserThatStillDoesNotReadAfterItsSessionEndedIsDisconnec
 TEST_F(EnduranceTest, MachineIsOnlineAgainAfterItsBrowserStoppedAnsweringPings) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
-  accepted_session(*browser, vantelink_fakes::saved_config().agent_id);
+  browser->open_session(vantelink_fakes::saved_config().agent_id);
   // The test's browser answers pings only while it reads.
   on_relay([&] { limits_.idle_browser = std::chrono::milliseconds(100); });
   EXPECT_TRUE(logged("ended: browser-gone"));
@@ -81,65 +67,6 @@ TEST_F(EnduranceTest, BrowserIsPingedAgainAfterItAnsweredAPing) {
   EXPECT_TRUE(eventually([&] { return browser->pings() > 2; }));
   const auto agent = connect_agent("Sæfari");
   reader.join();
-}
-
-// Adds machines until the process is killed, and writes the number of each to `pipe` after it is stored.
-[[noreturn]] void add_machines_forever(const std::string& file, int pipe) {
-  Store store(file);
-  for (std::uint32_t number = 0;; ++number) {
-    store.add_agent({std::to_string(number), "name", "machine", "windows", "", 1}, {1, 2, 3}, "address");
-    if (::write(pipe, &number, sizeof number) != sizeof number) ::_exit(1);
-  }
-}
-
-TEST(StoreEndurance, RowsAreStillStoredAfterTheProcessWasKilled) {
-  char name[] = "/tmp/vantelink-relay-test-XXXXXX";
-  const std::string folder = ::mkdtemp(name);
-  const std::string file = folder + "/relay.db";
-  std::uint32_t stored = 0;
-  for (const std::uint32_t enough : {1u, 7u, 40u}) {
-    std::filesystem::remove(file);
-    std::filesystem::remove(file + "-wal");
-    std::filesystem::remove(file + "-shm");
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) add_machines_forever(file, ends[1]);
-    ::close(ends[1]);
-    while (::read(ends[0], &stored, sizeof stored) == sizeof stored && stored < enough) {
-    }
-    ::kill(child, SIGKILL);
-    while (::read(ends[0], &stored, sizeof stored) == sizeof stored) {
-    }
-    ::close(ends[0]);
-    ::waitpid(child, nullptr, 0);
-
-    Store store(file);
-    std::set<std::string> ids;
-    for (const AgentRecord& agent : store.agents())
-      ids.insert(agent.id);
-    for (std::uint32_t number = 0; number <= stored; ++number) {
-      EXPECT_TRUE(ids.contains(std::to_string(number))) << number << " of " << stored;
-    }
-    // The database can still be written.
-    store.add_agent({"after", "name", "machine", "windows", "", 1}, {1}, "address");
-  }
-  std::filesystem::remove_all(folder);
-}
-
-TEST(StoreEndurance, FileThatIsNotADatabaseIsRefusedAndKeepsItsSize) {
-  char name[] = "/tmp/vantelink-relay-test-XXXXXX";
-  const std::string folder = ::mkdtemp(name);
-  const std::string file = folder + "/relay.db";
-  const std::string text(4096, 'n');
-  std::FILE* stream = std::fopen(file.c_str(), "w");
-  ASSERT_NE(stream, nullptr);
-  std::fwrite(text.data(), 1, text.size(), stream);
-  std::fclose(stream);
-  EXPECT_THROW(Store{file}, DatabaseError);
-  EXPECT_EQ(std::filesystem::file_size(file), text.size());
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

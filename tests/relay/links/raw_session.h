@@ -1,4 +1,4 @@
-// A session between the test's browser and an agent whose messages are written by the test.
+// An accepted session between the test's browser and an agent whose messages are written by the test.
 #pragma once
 
 #include <string>
@@ -8,7 +8,6 @@
 
 namespace vlk::relay {
 
-// An accepted session between a browser and an agent whose messages are written by the test.
 class RawSession {
  public:
   RawSession(unsigned short port, Browser& browser) : agent_(port) {
@@ -18,8 +17,7 @@ class RawSession {
     browser.send({{"type", "open"}, {"agent", Json::parse(enrolled.payload)["agent_id"]}});
     number_ = read(Msg::SessionRequest).session_id;
     send(Msg::SessionAccept, "{}");
-    while (browser.read_text("session")["state"] != "accepted") {
-    }
+    browser.accepted_session();
   }
 
   void send(Msg type, const std::string& payload) {

@@ -6,11 +6,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "support/waiting.h"
 
 namespace vlk::relay {
 namespace {
@@ -59,29 +59,24 @@ class Connection {
   int sender_ = -1;
 };
 
-bool eventually(const auto& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
-
 TEST(TcpProgress, ConfirmedBytesGrowInSmallStepsWhileTheSendBufferStaysFull) {
   const Connection connection;
   connection.fill();
   std::uint64_t before = connection.confirmed();
   for (int i = 0; i < 10; ++i) {
     connection.read(8192);
-    EXPECT_TRUE(eventually([&] { return connection.confirmed() > before; }));
+    EXPECT_TRUE(vantelink_test::eventually([&] { return connection.confirmed() > before; }));
     before = connection.confirmed();
   }
 }
 
 TEST(TcpProgress, DescriptorThatIsNotATcpSocketHasNoConfirmedBytes) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  EXPECT_EQ(confirmed_bytes(ends[1]), 0u);
+  ::close(ends[0]);
+  ::close(ends[1]);
   EXPECT_EQ(confirmed_bytes(-1), 0u);
-  EXPECT_EQ(confirmed_bytes(0), 0u);
 }
 
 }  // namespace

@@ -22,11 +22,7 @@ class DownloadWindowTest : public RelayTest {
     std::filesystem::resize_file(folder_ / "large", kFile);
     agent_ = connect_agent("Sæfari");
     browser_ = console();
-    browser_->send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
-    Json session;
-    while (session["state"] != "accepted")
-      session = browser_->read_text("session");
-    session_ = session["session"];
+    session_ = browser_->open_session(vantelink_fakes::saved_config().agent_id);
   }
   std::uint32_t number() {
     browser_->send({{"type", "transfer"}, {"session", session_}, {"request", 5}});

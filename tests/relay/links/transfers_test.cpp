@@ -20,11 +20,7 @@ using vantelink_test::record;
 class TransferTest : public RelayTest {
  protected:
   std::uint32_t open(Browser& browser) {
-    browser.send({{"type", "open"}, {"agent", vantelink_fakes::saved_config().agent_id}});
-    for (;;) {
-      const Json session = browser.read_text("session");
-      if (session["state"] == "accepted") return session["session"];
-    }
+    return browser.open_session(vantelink_fakes::saved_config().agent_id);
   }
   static std::uint32_t number(Browser& browser, std::uint32_t session) {
     browser.send({{"type", "transfer"}, {"session", session}, {"request", 5}});
@@ -192,8 +188,7 @@ TEST_F(TransferTest, EndMessagesOfUploadsAreSentAgainAfterEachLogInUntilTheMachi
   const std::uint32_t session = read_until(*lost, Msg::SessionRequest).session_id;
   const Bytes yes = envelope(Msg::SessionAccept, session, "{}");
   lost->send_bytes({yes.begin(), yes.end()});
-  while (browser->read_text("session")["state"] != "accepted") {
-  }
+  browser->accepted_session();
   std::set<std::uint32_t> uploads;
   for (const char* name : {"ended by the browser", "open at the session's end"}) {
     const std::uint32_t transfer = number(*browser, session);

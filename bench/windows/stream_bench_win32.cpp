@@ -12,10 +12,11 @@
 #include <thread>
 #include <vector>
 
-#include "bench/loopback_link_win32.h"
-#include "bench/stream_cost_win32.h"
+#include "bench/windows/cost_win32.h"
+#include "bench/windows/loopback_link_win32.h"
+#include "bench/windows/painted_desktop_win32.h"
+#include "bench/windows/stream_cost_win32.h"
 #include "platform/threads/com_apartment.h"
-#include "platform/win32/gdiplus_win32.h"
 #include "stream/encode/colour.h"
 #include "stream/encode/jpeg_encoder.h"
 #include "stream/streamer.h"
@@ -23,7 +24,6 @@
 #include "tests/doubles/boards.h"
 #include "tests/doubles/scripted_picture.h"
 #include "tests/windows/stream/encode/transforms/h264_double.h"
-#include "tests/windows/support/painted_window.h"
 
 namespace {
 
@@ -34,7 +34,6 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr int kWidth = 1920, kHeight = 1080;
 constexpr int kJpegWidth = 1280, kJpegHeight = 720;
-constexpr std::int32_t kBitrate = 6000000;
 
 template <typename Step>
 void report(const char* name, Step step) {
@@ -144,14 +143,10 @@ bool report_whole(LoopbackLink& link, const char* codec) {
 }  // namespace
 
 int main() {
-  const Gdiplus::GdiplusStartupInput input;
-  ULONG_PTR gdiplus = 0;
-  Gdiplus::GdiplusStartup(&gdiplus, &input, nullptr);
   vantelink_doubles::DesktopBoard& desktop = set_desktop();
   test::Double& transforms = test::the_double();
-  const test::PaintedWindow window(0, 0, 300, 300, test::pattern, LoadCursorW(nullptr, IDC_ARROW));
   SetCursorPos(100, 100);
-  test::pump_messages();
+  const PaintedDesktop painted;
   LoopbackLink link;
   if (!link.connected()) {
     std::puts("the TLS connection failed");

@@ -1,5 +1,5 @@
 // Sets up both ends of the connection, and reads on a thread.
-#include "bench/loopback_link_win32.h"
+#include "bench/windows/loopback_link_win32.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
@@ -7,7 +7,7 @@
 
 #include <vector>
 
-#include "bench/stream_cost_win32.h"
+#include "bench/windows/cost_win32.h"
 #include "tests/support/certificates.h"
 #include "wire/message_frame.h"
 

@@ -9,14 +9,14 @@
 #include <string>
 #include <thread>
 
-#include "bench/loopback_link_win32.h"
-#include "bench/stream_cost_win32.h"
+#include "bench/windows/cost_win32.h"
+#include "bench/windows/loopback_link_win32.h"
+#include "bench/windows/painted_desktop_win32.h"
+#include "bench/windows/stream_cost_win32.h"
 #include "platform/threads/com_apartment.h"
-#include "platform/win32/gdiplus_win32.h"
 #include "stream/capture/capture.h"
 #include "stream/encode/jpeg_encoder.h"
 #include "tests/windows/stream/encode/transforms/h264_double.h"
-#include "tests/windows/support/painted_window.h"
 
 namespace {
 
@@ -60,11 +60,7 @@ bool print_stream(LoopbackLink& link, const char* codec, const char* name) {
 }  // namespace
 
 int main() {
-  const Gdiplus::GdiplusStartupInput input;
-  ULONG_PTR gdiplus = 0;
-  Gdiplus::GdiplusStartup(&gdiplus, &input, nullptr);
-  const test::PaintedWindow window(0, 0, 300, 300, test::pattern, LoadCursorW(nullptr, IDC_ARROW));
-  test::pump_messages();
+  const PaintedDesktop painted;
   LoopbackLink link;
   if (!link.connected() || !test::the_double().Register(L"sync")) {
     std::fputs("the TLS connection or the H.264 double failed\n", stderr);

@@ -1,5 +1,5 @@
-// Reads the clocks of threads and of the process, and runs the stream.
-#include "bench/stream_cost_win32.h"
+// Runs the stream until it has sent the frames.
+#include "bench/windows/stream_cost_win32.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -15,36 +15,9 @@ using vlk::Msg;
 using vlk::agent::ScreenStreamer;
 
 constexpr std::int32_t kFps = 2000;  // more than any machine reaches, so that the worker never waits
-constexpr std::int32_t kBitrate = 6000000;
-constexpr double kMillisecond = 10000;         // one millisecond in the thread clock's units of 100 ns
 constexpr std::chrono::seconds kPatience{60};  // the timeout for all frames of one stream
 
-// The CPU time of a thread or process, in the kernel and in user mode together. `get_times` is GetThreadTimes
-// or GetProcessTimes.
-template <typename GetTimes>
-double cpu_milliseconds(GetTimes get_times, HANDLE of) {
-  FILETIME created, ended, kernel, user;
-  get_times(of, &created, &ended, &kernel, &user);
-  const auto count = [](const FILETIME& time) {
-    return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
-  };
-  return (count(kernel) + count(user)) / kMillisecond;
-}
-
 }  // namespace
-
-double thread_milliseconds(HANDLE thread) {
-  return cpu_milliseconds(GetThreadTimes, thread);
-}
-
-double process_milliseconds() {
-  return cpu_milliseconds(GetProcessTimes, GetCurrentProcess());
-}
-
-double wall_milliseconds() {
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
 
 std::optional<StreamCost> cost_of_stream(LoopbackLink& link, const char* codec, int frames) {
   std::mutex lock;
