@@ -35,6 +35,7 @@ Script& script() {
 }
 
 void note(const std::string& line) {
+  if (current.on_note) current.on_note(line);
   const std::lock_guard<std::mutex> guard(lock);
   lines.push_back(line);
   noted.notify_all();

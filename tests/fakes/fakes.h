@@ -40,6 +40,8 @@ struct Script {
   std::function<std::uint32_t()> console_session;  // 1
   std::function<std::string()> launch;             // "child"; an empty name means that nothing was started
   std::function<vlk::agent::WaitResult()> wait;    // Stop
+  // Called with each line on the thread of the call, before the line is recorded.
+  std::function<void(const std::string&)> on_note;
 };
 
 void reset();          // allowed only while no other thread uses the fakes
