@@ -86,6 +86,7 @@ TEST_F(StoppingTest, AttemptThatSucceedsAfterTheStopLogsInAndReadsNothing) {
     peer->upgrade({reinterpret_cast<const char*>(frame.data()), frame.size()});
     peer->read_until(Msg::Login);
     EXPECT_TRUE(peer->wait_closed());
+    peer->abort();  // lets a client end that has begun to read
     EXPECT_TRUE(stops());
     EXPECT_EQ(log_.lines(), (Lines{"status 1 0", "status 1 0", "status 0 0"}));
     client_.reset();
@@ -118,6 +119,7 @@ TEST_F(StoppingTest, StoppingTheClientEndsTheConnectionInEveryPhaseWithoutTheSer
     stopped_ = std::async(std::launch::async, [this] { client_->stop(); });
     EXPECT_TRUE(stops()) << phase;
     peer->abort();  // lets a client end that stop() did not end
+    stopped_.wait();
     client_.reset();
     EXPECT_EQ(log_.lines().back(), "status 0 0") << phase;
   }
