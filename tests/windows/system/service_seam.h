@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@ struct ServiceScript {
   DWORD session = 1;
   std::vector<DWORD> controls;  // controls sent to the handler as soon as the service reports that it runs
   LPHANDLER_FUNCTION_EX handler = nullptr;
+  // Called before each wait for the stop or the agent, with the number of handles and the time limit.
+  std::function<void(DWORD handles, DWORD milliseconds)> on_wait;
   bool member = true;  // whether the token belongs to the Administrators group
   int open_handles = 0;
 };
