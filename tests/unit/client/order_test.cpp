@@ -14,7 +14,6 @@ namespace vlk::agent {
 namespace {
 
 using vantelink_fakes::note;
-using vantelink_fakes::script;
 using Lines = std::vector<std::string>;
 
 constexpr char kInputOn[] = "SetInputSessionActive true";
@@ -39,20 +38,20 @@ class OrderTest : public LinkTest {
     vantelink_fakes::clear_journal();
   }
   void TearDown() override {
-    client_->stop();  // may call script().on_note, which uses the client
+    client_->stop();  // may call the watcher, which uses the client
     LinkTest::TearDown();
     peer_.reset();
   }
 
   // Sends a clip with the line's text, and counts the threads, when one of the lines is about to be recorded.
   void try_at(const Lines& lines) {
-    script().on_note = [this, lines](const std::string& line) {
+    vantelink_fakes::watch([this, lines](const std::string& line) {
       if (std::find(lines.begin(), lines.end(), line) == lines.end()) return;
       client_->send_clipboard(reinterpret_cast<const unsigned char*>(line.data()), line.size());
       const std::lock_guard<std::mutex> guard(lock_);
       threads_at_[line] = vantelink_test::threads();
       sent_at_[line] = client_->send_text(Msg::NameUpdate, 0, line);
-    };
+    });
   }
   void start_stream(std::uint32_t session) {
     peer_->send_envelope(Msg::StreamStart, session, R"({"max_fps":100})");
@@ -96,6 +95,7 @@ TEST_F(OrderTest, StreamStartsAfterInputTheStreamingSessionAndTheClipboard) {
   peer_->settle();
   EXPECT_EQ(clips(), (Lines{std::string("5 ") + kClipboardOn, "5 status 3 1"}))
       << "the streaming session is set between input and clipboard";
+  const std::lock_guard<std::mutex> guard(lock_);
   EXPECT_EQ(threads_at_[kInputOn], threads_before);
   EXPECT_EQ(threads_at_[kClipboardOn], threads_before) << "the stream's thread starts before the clipboard";
   EXPECT_EQ(threads_at_["status 3 1"], threads_before + 1);

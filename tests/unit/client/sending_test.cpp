@@ -51,6 +51,20 @@ TEST_F(LinkTest, ClipboardContentIsSentOnlyToAStreamingSession) {
   EXPECT_EQ(text_of(clip), "b");
 }
 
+// A stream with the session number 0 enables the clipboard while no session counts as streaming.
+TEST_F(LinkTest, ClipboardContentDuringAStreamOfSessionZeroIsNotSent) {
+  ScriptedServer server(authority());
+  auto peer = connect(server);
+  peer->send_envelope(Msg::StreamStart, 0, R"({"max_fps":1})");
+  ASSERT_TRUE(log_.wait_for("status 3 1"));
+  EXPECT_EQ(vantelink_fakes::count("SetClipboardSessionActive true"), 1u);
+  client_->send_clipboard(reinterpret_cast<const unsigned char*>("lost"), 4);
+  peer->send_envelope(Msg::StreamStart, 41, R"({"max_fps":1})");
+  ASSERT_TRUE(log_.wait_for("status 3 2"));
+  client_->send_clipboard(reinterpret_cast<const unsigned char*>("b"), 1);
+  EXPECT_EQ(text_of(peer->read_until(Msg::ClipboardData)), "b");
+}
+
 TEST_F(LinkTest, MessagesOfEightSendingThreadsDoNotMix) {
   ScriptedServer server(authority());
   auto peer = connect(server);
