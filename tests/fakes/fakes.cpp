@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace vantelink_fakes {
 namespace {
@@ -12,6 +13,7 @@ std::mutex lock;
 std::condition_variable noted;
 std::vector<std::string> lines;
 Script current;
+std::function<void(const std::string&)> watching;
 
 std::size_t count_locked(std::string_view line) {
   return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
@@ -23,6 +25,7 @@ void reset() {
   const std::lock_guard<std::mutex> guard(lock);
   lines.clear();
   current = Script();
+  watching = nullptr;
 }
 
 void clear_journal() {
@@ -35,9 +38,19 @@ Script& script() {
 }
 
 void note(const std::string& line) {
+  const std::function<void(const std::string&)> watcher = [] {
+    const std::lock_guard<std::mutex> guard(lock);
+    return watching;
+  }();
+  if (watcher) watcher(line);
   const std::lock_guard<std::mutex> guard(lock);
   lines.push_back(line);
   noted.notify_all();
+}
+
+void watch(std::function<void(const std::string&)> watcher) {
+  const std::lock_guard<std::mutex> guard(lock);
+  watching = std::move(watcher);
 }
 
 std::vector<std::string> journal() {

@@ -48,6 +48,9 @@ Script& script();
 
 // Records one line for a call, for instance "Open 1" or "Encode key".
 void note(const std::string& line);
+// From now on, calls `watcher` with each line on the thread of the call, before the line is recorded. Allowed
+// at any time.
+void watch(std::function<void(const std::string&)> watcher);
 std::vector<std::string> journal();
 std::size_t count(std::string_view line);
 // Waits until a line was recorded `times` times in total. Returns false if that takes longer than `patience`.

@@ -90,11 +90,15 @@ std::unique_ptr<ServerConnection> ScriptedServer::accept_upgraded(Milliseconds t
         accept_active(std::chrono::ceil<Milliseconds>(deadline - Clock::now()));
     // The update check of an agent that was killed may still wait in the queue.
     if (!connection->handshake()) continue;
-    if (!connection->read_request().starts_with("GET /version.json ")) {
-      connection->accept_upgrade();
-      return connection;
+    try {
+      if (!connection->read_request().starts_with("GET /version.json ")) {
+        connection->accept_upgrade();
+        return connection;
+      }
+      connection->send("HTTP/1.1 404 Not Found\r\n\r\n");
+    } catch (const NotAGetRequest&) {
+      connection->send("HTTP/1.1 400 Bad Request\r\n\r\n");
     }
-    connection->send("HTTP/1.1 404 Not Found\r\n\r\n");
     connection->close();
   }
 }

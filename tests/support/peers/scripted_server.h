@@ -33,7 +33,8 @@ class ScriptedServer {
   // Returns the next client, before its handshake; throws std::runtime_error when none connects in time.
   std::unique_ptr<ServerConnection> accept(Milliseconds timeout = kPatience);
   // Returns the next agent's connection, after handshake and upgrade. Requests for the update manifest that
-  // arrive earlier are answered with 404.
+  // arrive earlier are answered with 404. Connections whose first bytes are not a GET request are answered
+  // with 400 and closed, as by any web server.
   std::unique_ptr<ServerConnection> accept_upgraded(Milliseconds timeout = kPatience);
   // Whether a client connects before the timeout.
   [[nodiscard]] bool has_client(Milliseconds timeout);

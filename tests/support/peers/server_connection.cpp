@@ -52,8 +52,8 @@ ServerConnection::~ServerConnection() {
   if (socket_ >= 0) ::close(socket_);
 }
 
-bool ServerConnection::has_input() const {
-  return wait_for_descriptor(socket_, POLLIN, Clock::now());
+bool ServerConnection::has_input(Milliseconds timeout) const {
+  return wait_for_descriptor(socket_, POLLIN, Clock::now() + timeout);
 }
 
 bool ServerConnection::handshake(Milliseconds timeout) {
@@ -92,8 +92,10 @@ void ServerConnection::time_out() const {
 }
 
 std::string ServerConnection::read_request() {
+  constexpr std::string_view kMethod = "GET ";
   const Deadline deadline = Clock::now() + kPatience;
   for (;;) {
+    if (!kMethod.starts_with(std::string_view(text_).substr(0, kMethod.size()))) throw NotAGetRequest();
     const std::size_t end = text_.find("\r\n\r\n");
     if (end != std::string::npos) {
       std::string request = text_.substr(0, end + 4);
@@ -222,6 +224,10 @@ void ServerConnection::abort() {
   ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
   ::close(socket_);
   socket_ = -1;
+}
+
+bool ServerConnection::client_ended_sending() const {
+  return (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) != 0;
 }
 
 std::string ServerConnection::server_name() const {

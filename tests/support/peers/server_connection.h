@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,11 @@
 
 namespace vantelink_test {
 
+// A client's first bytes are not those of a GET request.
+struct NotAGetRequest : std::runtime_error {
+  NotAGetRequest() : std::runtime_error("the client's first bytes are not a GET request") {}
+};
+
 // Speaks TLS, then HTTP, then WebSocket, one step a call, and records each envelope that it reads. Every wait
 // has a timeout. At the timeout a function throws std::runtime_error, unless its result reports the timeout.
 class ServerConnection {
@@ -25,12 +31,14 @@ class ServerConnection {
   ServerConnection(const ServerConnection&) = delete;
   ServerConnection& operator=(const ServerConnection&) = delete;
 
-  // Whether the client has sent anything that is not read yet, or has closed the connection.
-  [[nodiscard]] bool has_input() const;
+  // Whether the client sends anything or closes the connection before the timeout. Bytes that it has sent
+  // earlier count if they are not read yet.
+  [[nodiscard]] bool has_input(Milliseconds timeout = Milliseconds(0)) const;
   // Performs the TLS handshake; returns false when it fails or is not complete at the timeout.
   [[nodiscard]] bool handshake(Milliseconds timeout = kPatience);
 
-  // Reads the client's HTTP request, up to and including its blank line.
+  // Reads the client's HTTP request, up to and including its blank line. Throws NotAGetRequest as soon as the
+  // bytes are not those of a GET request.
   std::string read_request();
   void send(std::string_view bytes);
   void send(const std::vector<std::uint8_t>& bytes);
@@ -61,6 +69,9 @@ class ServerConnection {
   void close();        // sends close_notify and closes the socket
   void cut_off();      // closes the socket without close_notify
   void abort();        // resets the TCP connection
+
+  // Whether the client has sent TLS's close_notify. True only after it was read.
+  [[nodiscard]] bool client_ended_sending() const;
 
   const std::vector<vlk::Envelope>& received() const { return received_; }
   void forget_received() { received_.clear(); }  // frees memory in tests that receive hundreds of mebibytes

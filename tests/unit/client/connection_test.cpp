@@ -1,4 +1,4 @@
-// The connection with a real TLS peer: connecting, authenticating, reconnecting and stopping.
+// The connection with a real TLS peer: connecting, authenticating and reconnecting.
 #include <future>
 #include <thread>
 
@@ -126,35 +126,6 @@ TEST_F(LinkTest, ResponseWith101InAnyHeaderCountsAsAnUpgradeEvenIfReceivedByteBy
   for (const char byte : response)
     peer->send(std::string_view(&byte, 1));
   EXPECT_TRUE(log_.wait_for("status 1 0", 2)) << "hello and login were sent";
-}
-
-TEST_F(LinkTest, StoppingTheClientEndsTheConnectionInEveryPhase) {
-  enum Phase { kBeforeHandshake, kBeforeUpgrade, kInUpgrade, kBeforeLogin, kOnline, kStreaming, kPhases };
-  for (int phase = 0; phase < kPhases; ++phase) {
-    ScriptedServer server(authority());
-    make_client(server);
-    client_->start();
-    auto peer = server.accept();
-    if (phase >= kBeforeUpgrade) {
-      ASSERT_TRUE(peer->handshake());
-    }
-    if (phase == kInUpgrade) {
-      peer->read_request();
-      peer->send("HTTP/1.1 101 Sw");
-    }
-    if (phase >= kBeforeLogin) peer->upgrade();
-    if (phase >= kOnline) peer->read_until(Msg::Login);
-    if (phase == kStreaming) {
-      peer->send_envelope(Msg::StreamStart, 1, R"({"max_fps":100})");
-      peer->read_until(Msg::StreamFrame);
-    }
-    std::thread stopper([this] { client_->stop(); });
-    // stop() may not know the socket yet, so the server ends the handshake.
-    if (phase == kBeforeHandshake) peer->abort();
-    stopper.join();
-    client_.reset();
-    EXPECT_EQ(log_.lines().back(), "status 0 0") << phase;
-  }
 }
 
 TEST_F(LinkTest, ClientReconnectsManyTimesWhileAnotherThreadSends) {

@@ -69,7 +69,20 @@ TEST_F(DispatchTest, StreamOfAnUnknownMonitorStartsAndKeepsTheInputRectangle) {
     EXPECT_EQ(count("SetActiveMonitorRect 0 0 1280 720"), 0u) << text;
     EXPECT_EQ(count("SetInputSessionActive true"), 1u);
     ASSERT_TRUE(vantelink_fakes::wait_for("CaptureGdi"));
+    const std::string number(text + std::string_view(R"({"monitor_id":)").size());
+    EXPECT_GE(count("Open " + number.substr(0, number.size() - 1)), 1u) << "the stream decides what it shows";
   }
+}
+
+TEST_F(DispatchTest, MonitorNumberIsTakenAsItsLowest32Bits) {
+  script().open = [](std::int32_t) { return true; };
+  peer_->send_envelope(Msg::StreamStart, 5, R"({"monitor_id":4294967296})");
+  ASSERT_TRUE(vantelink_fakes::wait_for("Open 0"));
+  EXPECT_EQ(count("SetActiveMonitorRect 0 0 1280 720"), 1u);
+  vantelink_fakes::clear_journal();
+  peer_->send_envelope(Msg::StreamStart, 5, R"({"monitor_id":4294967297})");
+  ASSERT_TRUE(vantelink_fakes::wait_for("Open 1"));
+  EXPECT_EQ(count("SetActiveMonitorRect 0 0 1280 720"), 0u);
 }
 
 TEST_F(DispatchTest, SecondStreamReplacesTheFirstAndBothSessionsAreCounted) {

@@ -1,12 +1,14 @@
 // Listings, downloads and uploads of real files, requested by the server.
-#include <filesystem>
+#include <mutex>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "support/peers/file_requests.h"
 #include "support/temp_folder.h"
+#include "unit/client/system_calls_seam.h"
 #include "unit/support/link_fixture.h"
+#include "unit/support/threads.h"
 #include "wire/json.h"
 
 namespace vlk::agent {
@@ -14,13 +16,9 @@ namespace {
 
 using vantelink_test::FileRequests;
 using vantelink_test::TempFolder;
+using vantelink_test::threads;
 
 constexpr std::size_t kChunk = 262144;
-
-// The number of threads of this process.
-std::size_t threads() {
-  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
-}
 
 class FilesDispatchTest : public OnlineTest, protected FileRequests {
  protected:
@@ -102,6 +100,29 @@ TEST_F(FilesDispatchTest, UploadAppendsChunksInTheOrderOfArrival) {
   end(5);
   peer_->settle();
   EXPECT_EQ(folder_.read("sub/file"), "one,two,three");
+}
+
+TEST_F(FilesDispatchTest, ChunkOfOnlyAHeaderIsAWriteOfNothing) {
+  ask(Msg::UploadBegin, folder_.windows_path("file"), 5);
+  peer_->settle();
+  std::mutex lock;
+  std::vector<std::size_t> writes;
+  vantelink_test::SystemCalls calls;
+  calls.fwrite = [&](std::size_t size) {
+    const std::lock_guard<std::mutex> guard(lock);
+    writes.push_back(size);
+  };
+  {
+    const vantelink_test::ReplacedSystemCalls replaced(calls);
+    chunk(5, "");
+    chunk(5, "end");
+    peer_->send_envelope(Msg::FileChunk, kSession, std::string("\0\0\0\5\0\0\0", 7), 0);
+    end(5);
+    peer_->settle();
+    client_.reset();
+  }
+  EXPECT_EQ(writes, (std::vector<std::size_t>{0, 3}));
+  EXPECT_EQ(folder_.read("file"), "end");
 }
 
 TEST_F(FilesDispatchTest, UploadContinuesAfterTheClientReconnects) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "client/agent_client.h"
+#include "unit/client/system_calls_seam.h"
 #include "unit/support/link_fixture.h"
 
 namespace vlk::agent {
@@ -50,6 +51,20 @@ TEST_F(LinkTest, ClipboardContentIsSentOnlyToAStreamingSession) {
   EXPECT_EQ(text_of(clip), "b");
 }
 
+// A stream with the session number 0 enables the clipboard while no session counts as streaming.
+TEST_F(LinkTest, ClipboardContentDuringAStreamOfSessionZeroIsNotSent) {
+  ScriptedServer server(authority());
+  auto peer = connect(server);
+  peer->send_envelope(Msg::StreamStart, 0, R"({"max_fps":1})");
+  ASSERT_TRUE(log_.wait_for("status 3 1"));
+  EXPECT_EQ(vantelink_fakes::count("SetClipboardSessionActive true"), 1u);
+  client_->send_clipboard(reinterpret_cast<const unsigned char*>("lost"), 4);
+  peer->send_envelope(Msg::StreamStart, 41, R"({"max_fps":1})");
+  ASSERT_TRUE(log_.wait_for("status 3 2"));
+  client_->send_clipboard(reinterpret_cast<const unsigned char*>("b"), 1);
+  EXPECT_EQ(text_of(peer->read_until(Msg::ClipboardData)), "b");
+}
+
 TEST_F(LinkTest, MessagesOfEightSendingThreadsDoNotMix) {
   ScriptedServer server(authority());
   auto peer = connect(server);
@@ -75,6 +90,37 @@ TEST_F(LinkTest, MessagesOfEightSendingThreadsDoNotMix) {
   }
   for (std::thread& sender : senders)
     sender.join();
+}
+
+// A message can be sent as soon as the handshake is complete. If that happens before the client has written
+// its upgrade request, the request is not the first that the server reads.
+TEST_F(LinkTest, KnownMessageSentBeforeTheUpgradeRequestMakesTheServerRefuseTheConnection) {
+  constexpr int kKeySize = 16;  // the random bytes of the upgrade request
+  ScriptedServer server(authority());
+  std::atomic<int> requests{0};
+  vantelink_test::SystemCalls calls;
+  calls.random = [&](int size) {
+    if (size != kKeySize || ++requests > 1) return;
+    EXPECT_TRUE(client_->send_text(Msg::Heartbeat, 0, "early"));
+  };
+  const vantelink_test::ReplacedSystemCalls replaced(calls);
+  RecordedClock clock;
+  make_client(server, true, clock.clock());
+  client_->start();
+  auto refused = server.accept();
+  ASSERT_TRUE(refused->handshake());
+  EXPECT_THROW(refused->read_request(), vantelink_test::NotAGetRequest);
+  refused->send("HTTP/1.1 400 Bad Request\r\n\r\n");
+  refused->close();
+  auto peer = server.accept_upgraded();
+  peer->read_until(Msg::Login);
+  peer->close();
+  ASSERT_TRUE(clock.wait_for_sleeps(2));
+  client_.reset();
+  const std::vector<std::int64_t> sleeps = clock.sleeps();
+  EXPECT_EQ(std::vector<std::int64_t>(sleeps.begin(), sleeps.begin() + 2),
+            (std::vector<std::int64_t>{500, 1000}))
+      << "the refused connection counts as a failed attempt";
 }
 
 TEST_F(LinkTest, ReaderContinuesWhileAWriterIsBlocked) {

@@ -32,6 +32,11 @@ std::vector<std::string> CallbackLog::lines() const {
   return lines_;
 }
 
+void CallbackLog::clear() {
+  const std::lock_guard<std::mutex> guard(lock_);
+  lines_.clear();
+}
+
 bool CallbackLog::wait_for(const std::string& line, std::size_t times) const {
   std::unique_lock<std::mutex> guard(lock_);
   return noted_.wait_for(guard, kPatience, [&] {

@@ -27,6 +27,7 @@ class CallbackLog {
  public:
   AgentCallbacks callbacks();
   std::vector<std::string> lines() const;
+  void clear();
   // Waits until the line has been recorded `times` times in total. Returns false if that takes too long.
   bool wait_for(const std::string& line, std::size_t times = 1) const;
 

@@ -145,6 +145,20 @@ TEST(Parser, FailsForALengthAboveTheLimitAndWaitsForAFrameOfExactlyTheLimit) {
   EXPECT_TRUE(huge.failed);
 }
 
+TEST(Parser, ReturnsAFrameOfExactlyTheLimit) {
+  constexpr std::size_t kLimit = 0x1000000;
+  const Bytes bytes = frame(kWsBinary, pattern(kLimit), true, true);
+  WsParser parser;
+  parser.feed(bytes.data(), bytes.size() - 1);
+  EXPECT_FALSE(parser.next());
+  parser.feed(&bytes.back(), 1);
+  const auto result = parser.next();
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->payload.size(), kLimit);
+  EXPECT_TRUE(result->payload == pattern(kLimit));
+  EXPECT_FALSE(parser.failed);
+}
+
 TEST(Parser, AllowsControlFramesBetweenFragments) {
   WsParser parser;
   feed(parser, frame(kWsText, {1, 2}, false));

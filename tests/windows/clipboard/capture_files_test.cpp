@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "platform/win32/handles_win32.h"
+#include "support/bytes/clip_bytes.h"
 #include "tests/windows/clipboard/capture_fixture.h"
 
 namespace vlk::agent {
@@ -9,6 +10,8 @@ namespace {
 
 using clip::Lines;
 using clip::script;
+using vantelink_test::number;
+using vantelink_test::record;
 
 TEST_F(CaptureTest, FilesAreReadCompletelyWhileTheClipboardIsOpen) {
   write(folder_ + L"höfn's 😀 .txt", "contents");
@@ -42,22 +45,28 @@ TEST_F(CaptureTest, FoldersAndUnreadableFilesAreSkipped) {
 }
 
 TEST_F(CaptureTest, FilesAfterAFileThatExceedsTheLimitAreNotOpened) {
+  const std::string first = distinct_bytes(40 * kMebibyte, 1);
   on_clipboard([&] {
-    put_files({file_of(L"a", 40 * kMebibyte), file_of(L"b", 40 * kMebibyte), file_of(L"c", 1024)});
+    put_files({file_with(L"a", first), file_of(L"b", 40 * kMebibyte), file_of(L"c", 1024)});
   });
   script.calls.clear();
   EXPECT_EQ(update(), "files 1 a 41943040");
   EXPECT_EQ(script.calls, Lines({"tick", "open", "get 15", "file a 0x80000000 1 3 128", "read 41943040",
                                  "file b 0x80000000 1 3 128", "close", "sink"}));
+  EXPECT_TRUE(sent_.at(0) == payload(ClipboardKind::Files, number(1, 4) + record("a", first)));
 }
 
 TEST_F(CaptureTest, FilesWhoseTotalSizeIsExactlyTheLimitAreSent) {
+  const std::string first = distinct_bytes(32 * kMebibyte, 1);
+  const std::string second = distinct_bytes(32 * kMebibyte, 1u << 30);
   on_clipboard([&] {
-    put_files({file_of(L"a", 32 * kMebibyte), file_of(L"b", 32 * kMebibyte), file_of(L"c", 0),
-               file_of(L"d", 1), file_of(L"e", 0)});
+    put_files({file_with(L"a", first), file_with(L"b", second), file_of(L"c", 0), file_of(L"d", 1),
+               file_of(L"e", 0)});
   });
   EXPECT_EQ(update(), "files 3 a 33554432 b 33554432 c 0")
       << "e would fit, but is not opened, because d before it exceeds the limit";
+  EXPECT_TRUE(sent_.at(0) == payload(ClipboardKind::Files, number(3, 4) + record("a", first) +
+                                                               record("b", second) + record("c", "")));
 }
 
 TEST_F(CaptureTest, NothingIsSentIfTheFirstFileIsTooLarge) {

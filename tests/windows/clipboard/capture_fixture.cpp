@@ -1,6 +1,7 @@
 // Makes the folder for copied files and describes sent payloads in words.
 #include "tests/windows/clipboard/capture_fixture.h"
 
+#include <cstring>
 #include <filesystem>
 
 #include "clipboard/watch_win32.h"
@@ -33,6 +34,11 @@ void CaptureTest::TearDown() {
   std::filesystem::remove_all(folder_);
 }
 
+std::wstring CaptureTest::file_with(const wchar_t* name, const std::string& bytes) const {
+  write(folder_ + name, bytes);
+  return folder_ + name;
+}
+
 std::wstring CaptureTest::file_of(const wchar_t* name, std::uint64_t size) const {
   write(folder_ + name, "");
   std::filesystem::resize_file(folder_ + name, size);
@@ -57,6 +63,15 @@ std::string dib(LONG width, LONG height, WORD bits, DWORD compression,
   header.biCompression = compression;
   return std::string(reinterpret_cast<const char*>(&header), sizeof header) +
          std::string(reinterpret_cast<const char*>(colours.data()), colours.size() * 4) + pixels;
+}
+
+std::string distinct_bytes(std::size_t size, std::uint32_t seed) {
+  std::string bytes(size, '\0');
+  for (std::uint32_t i = 0; i < size / sizeof i; ++i) {
+    const std::uint32_t value = (i + seed) * 2654435761u;
+    std::memcpy(&bytes[i * sizeof i], &value, sizeof value);
+  }
+  return bytes;
 }
 
 std::string two_pixels() {

@@ -16,6 +16,8 @@ class CaptureTest : public ClipboardTest {
   void SetUp() override;
   void TearDown() override;
 
+  // Creates a file with this content and returns its path.
+  std::wstring file_with(const wchar_t* name, const std::string& bytes) const;
   // Creates a sparse file of zeros, which needs no disk space, and returns its path.
   std::wstring file_of(const wchar_t* name, std::uint64_t size) const;
   // Reports one change of the clipboard to the agent. Returns what the agent sends: "text ...", "image", or
@@ -32,5 +34,8 @@ std::string dib(LONG width, LONG height, WORD bits, DWORD compression,
 
 // A bitmap of two pixels.
 std::string two_pixels();
+
+// Bytes in which no two blocks of four bytes are equal. Different seeds give different bytes.
+std::string distinct_bytes(std::size_t size, std::uint32_t seed);
 
 }  // namespace vlk::agent

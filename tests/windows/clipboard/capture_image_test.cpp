@@ -80,15 +80,26 @@ TEST_F(CaptureImageTest, BitmapThatCannotBeDecodedSendsNothing) {
   EXPECT_TRUE(sent_.empty());
 }
 
-TEST_F(CaptureImageTest, ImageIsNotSentIfItsMemoryStreamTheStreamsSizeOrTheEncoderIsMissing) {
-  for (bool clip::Script::*const missing :
-       {&clip::Script::refuse_stream, &clip::Script::refuse_size, &clip::Script::no_encoders}) {
-    script.*missing = true;
+TEST_F(CaptureImageTest, ImageIsNotSentIfAnyStepOfItsConversionFails) {
+  for (bool clip::Script::*const failing :
+       {&clip::Script::refuse_data, &clip::Script::refuse_lock, &clip::Script::refuse_stream,
+        &clip::Script::no_encoders, &clip::Script::refuse_save, &clip::Script::refuse_size,
+        &clip::Script::refuse_stream_read}) {
+    script.*failing = true;
     EXPECT_TRUE(sent_pixels(two_pixels()).empty());
     EXPECT_TRUE(sent_.empty());
     EXPECT_EQ(script.calls.back(), "close");
     script = {};
   }
+}
+
+TEST_F(CaptureImageTest, ImageThatIsReadOnlyInPartIsSentWithTheBytesThatWereRead) {
+  ASSERT_EQ(sent_pixels(two_pixels()).size(), 2u);
+  const Bytes whole = sent_.at(0);
+  script.most_streamed = 20;
+  EXPECT_TRUE(sent_pixels(two_pixels()).empty()) << "an incomplete image cannot be decoded";
+  ASSERT_EQ(sent_.size(), 1u);
+  EXPECT_EQ(sent_[0], Bytes(whole.begin(), whole.begin() + 1 + 20));
 }
 
 }  // namespace

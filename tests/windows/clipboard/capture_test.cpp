@@ -90,6 +90,13 @@ TEST_F(CaptureTest, NoOtherFormatIsTriedIfTheChosenFormatHasNoData) {
   EXPECT_EQ(update(), "");
 }
 
+TEST_F(CaptureTest, TextWhoseMemoryCannotBeLockedIsNotSent) {
+  on_clipboard([] { put_text(L"words"); });
+  script.refuse_lock = true;
+  EXPECT_EQ(update(), "");
+  EXPECT_EQ(script.calls, Lines({"tick", "open", "get 13", "close"}));
+}
+
 TEST_F(CaptureTest, ClipboardIsSentOnlyDuringAnActiveSession) {
   on_clipboard([] { put_text(L"before the stream"); });
   SetClipboardSessionActive(false);

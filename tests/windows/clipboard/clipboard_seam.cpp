@@ -85,6 +85,11 @@ HGLOBAL WINAPI global_alloc(UINT flags, SIZE_T size) {
   return memory;
 }
 
+LPVOID WINAPI global_lock(HGLOBAL memory) {
+  static auto* const system = real<decltype(global_lock)>("kernel32.dll", "GlobalLock");
+  return script.refuse_lock ? nullptr : system(memory);
+}
+
 HGLOBAL WINAPI global_free(HGLOBAL memory) {
   static auto* const system = real<decltype(global_free)>("kernel32.dll", "GlobalFree");
   script.memory.erase(memory);
@@ -119,13 +124,28 @@ BOOL WINAPI create_directory(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
   return system(path, security);
 }
 
-// Replaces the stream's Stat, entry 12 of its method table, by a function that fails.
-void take_size_from(IStream* stream) {
-  constexpr std::size_t kStat = 12, kMethods = 14;
+// Replaces the stream's Read and Stat, entries 3 and 12 of its method table, by functions that obey the
+// script.
+void take_methods_from(IStream* stream) {
+  constexpr std::size_t kRead = 3, kStat = 12, kMethods = 14;
+  using Read = HRESULT(WINAPI*)(IStream*, void*, ULONG, ULONG*);
+  using Stat = HRESULT(WINAPI*)(IStream*, STATSTG*, DWORD);
   static void* table[kMethods];
+  static Read system_read;
+  static Stat system_stat;
   void**& methods = *reinterpret_cast<void***>(stream);
+  if (methods == table) return;
   std::copy(methods, methods + kMethods, table);
-  HRESULT(WINAPI* const stat)(IStream*, STATSTG*, DWORD) = [](IStream*, STATSTG*, DWORD) { return E_FAIL; };
+  system_read = reinterpret_cast<Read>(table[kRead]);
+  system_stat = reinterpret_cast<Stat>(table[kStat]);
+  const Read read = [](IStream* self, void* bytes, ULONG size, ULONG* count) {
+    return script.refuse_stream_read ? E_FAIL
+                                     : system_read(self, bytes, std::min(size, script.most_streamed), count);
+  };
+  const Stat stat = [](IStream* self, STATSTG* status, DWORD flags) {
+    return script.refuse_size ? E_FAIL : system_stat(self, status, flags);
+  };
+  table[kRead] = reinterpret_cast<void*>(read);
   table[kStat] = reinterpret_cast<void*>(stat);
   methods = table;
 }
@@ -135,7 +155,7 @@ HRESULT WINAPI create_stream(HGLOBAL memory, BOOL delete_on_release, IStream** s
   note(delete_on_release ? "stream" : "stream that keeps its memory");
   if (script.refuse_stream) return E_OUTOFMEMORY;
   const HRESULT result = system(memory, delete_on_release, stream);
-  if (script.refuse_size) take_size_from(*stream);
+  take_methods_from(*stream);
   return result;
 }
 
@@ -151,6 +171,7 @@ void* __imp_SetClipboardData = reinterpret_cast<void*>(clip::set_data);
 void* __imp_GetClipboardData = reinterpret_cast<void*>(clip::get_data);
 void* __imp_AddClipboardFormatListener = reinterpret_cast<void*>(clip::add_listener);
 void* __imp_GlobalAlloc = reinterpret_cast<void*>(clip::global_alloc);
+void* __imp_GlobalLock = reinterpret_cast<void*>(clip::global_lock);
 void* __imp_GlobalFree = reinterpret_cast<void*>(clip::global_free);
 void* __imp_CreateFileW = reinterpret_cast<void*>(clip::create_file);
 void* __imp_ReadFile = reinterpret_cast<void*>(clip::read_file);
@@ -176,6 +197,14 @@ extern "C" GpStatus WINGDIPAPI GdipBitmapLockBits(GpBitmap* bitmap, const Rect* 
       vlk::test::real<GpStatus WINGDIPAPI(GpBitmap*, const Rect*, UINT, PixelFormat, BitmapData*)>(
           "gdiplus.dll", "GdipBitmapLockBits");
   return clip::script.refuse_pixels ? OutOfMemory : system(bitmap, part, mode, format, data);
+}
+
+extern "C" GpStatus WINGDIPAPI GdipSaveImageToStream(GpImage* image, IStream* stream, const CLSID* encoder,
+                                                     const EncoderParameters* parameters) {
+  static auto* const system =
+      vlk::test::real<GpStatus WINGDIPAPI(GpImage*, IStream*, const CLSID*, const EncoderParameters*)>(
+          "gdiplus.dll", "GdipSaveImageToStream");
+  return clip::script.refuse_save ? GenericError : system(image, stream, encoder, parameters);
 }
 
 extern "C" GpStatus WINGDIPAPI GdipGetImageEncodersSize(UINT* count, UINT* size) {

@@ -15,12 +15,16 @@ using Lines = std::vector<std::string>;
 
 struct Script {
   DWORD tick = 100'000;
-  bool refuse_open = false, refuse_set = false, refuse_data = false;
+  bool refuse_open = false, refuse_set = false, refuse_data = false, refuse_lock = false;
   std::size_t refuse_memory = ~std::size_t{0};  // a request for this number of bytes fails
   DWORD most_read = ~DWORD{0};                  // the largest number of bytes that one read returns
   bool refuse_read = false;
   bool refuse_stream = false, refuse_size = false;  // creating a stream over memory, and querying its size
-  bool refuse_pixels = false, no_encoders = false;  // the image library: no access to pixels, no encoders
+  // Reading a stream over memory: the largest number of bytes that one read returns, and reads that fail.
+  ULONG most_streamed = ~ULONG{0};
+  bool refuse_stream_read = false;
+  // The image library: no access to pixels, no encoders, no saving to a stream.
+  bool refuse_pixels = false, no_encoders = false, refuse_save = false;
 
   Lines calls;
   std::map<HGLOBAL, std::size_t> memory;  // allocated blocks that were not freed, with their sizes

@@ -138,6 +138,19 @@ TEST_F(MainWindowTest, NoticeIsShownUntilTheNextStatusAndItsMemoryIsFreed) {
   EXPECT_EQ(text_of(main_.status_label), ui_texts().status_online);
 }
 
+TEST_F(MainWindowTest, ClipboardContentIsAppliedAndItsMemoryIsFreed) {
+  shell_.stop_client();
+  const DWORD changes = GetClipboardSequenceNumber();
+  auto* const payload = new std::vector<std::uint8_t>{1, 'a', 'b'};
+  watched = payload;
+  watched_frees = 0;
+  EXPECT_EQ(SendMessageW(window_, WM_CLIPBOARD_INBOUND, reinterpret_cast<WPARAM>(payload), 0), 0);
+  watched = nullptr;
+  EXPECT_EQ(watched_frees, 1);
+  EXPECT_NE(GetClipboardSequenceNumber(), changes);
+  EXPECT_TRUE(IsClipboardFormatAvailable(CF_UNICODETEXT));
+}
+
 TEST_F(MainWindowTest, UpdateOfferOfTheSkippedVersionIsNotShownAndItsMemoryIsFreed) {
   shell_.stop_client();
   main_.skipped_version = "0.9";

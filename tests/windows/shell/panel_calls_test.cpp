@@ -73,6 +73,24 @@ TEST_F(PanelCalls, ApplyButtonSavesTheNameBeforeTheUnattendedAccessSetting) {
   EXPECT_TRUE(shell.main.unattended) << "although every write failed";
 }
 
+TEST_F(PanelCalls, ApplyButtonSavesTwiceEvenIfNothingHasChanged) {
+  AgentConfig config;
+  config.display_name = "Ægir";
+  ShellWindow shell(config);
+  shell.stop_client();
+  for (int i = 0; i < 2; ++i) {
+    forget();
+    SendMessageW(shell.window, WM_COMMAND, MAKEWPARAM(1003, BN_CLICKED),
+                 reinterpret_cast<LPARAM>(shell.main.apply_button));
+    const Lines saved = {"create 1 settings 2",  "set DisplayName \"Ægir\"", "set AgentId \"\"",
+                         "set AgentSecret \"\"", "set SkippedVersion \"\"",  "set Unattended 0"};
+    Lines expected = saved;
+    expected.insert(expected.end(), saved.begin(), saved.end());
+    expected.emplace_back("Shell_NotifyIcon 1");
+    EXPECT_EQ(shell_script.calls, expected);
+  }
+}
+
 TEST_F(PanelCalls, IndeterminateCheckBoxCountsAsUnchecked) {
   ShellWindow shell;
   shell.stop_client();

@@ -202,6 +202,29 @@ TEST_F(Prompts, FirstConsentBoxCannotBeClosedAfterASecondBoxWasShown) {
   EXPECT_EQ(calls.back(), "unhook");
 }
 
+TEST_F(Prompts, TwoRequestsBeforeTheFirstBoxShowTwoBoxesForTheSecondRequest) {
+  int boxes = 0;
+  on_box = [&] {
+    activate(box);
+    // The box's own message loop handles the second request's message.
+    if (++boxes == 1) test::pump_messages();
+    cancel_consent_prompt(7);
+    return IDNO;
+  };
+  for (const std::uint32_t session : {7u, 8u}) {
+    const MutexLock lock(shell_.main.pending_lock);
+    shell_.main.pending_session = session;
+    shell_.main.pending_rep_name = session == 7 ? "Jón" : "Gunna";
+    PostMessageW(shell_.window, WM_CONSENT_REQUEST, 0, 0);
+  }
+  test::pump_messages();
+  const std::string second =
+      "box 4132 [Maravek Remote Support] Gunna from Maravek is requesting to connect to your computer.\n\n"
+      "Allow this remote support session?";
+  EXPECT_EQ(calls, (Lines{"hook 5", second, "next 5", "hook 5", second, "next 5", "unhook", "unhook"}))
+      << "the first request is lost, and no box belongs to its session";
+}
+
 TEST_F(Prompts, UpdateDialogIsShownWithTheExpectedSettings) {
   run_update_prompt(shell_.main, {"0.2-β", "Setup.exe"});
   EXPECT_EQ(calls, (Lines{"dialog"}));

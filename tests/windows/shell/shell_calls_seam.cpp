@@ -1,6 +1,9 @@
-// The replaced calls of the settings panel and the tray icon, and the record of their arguments.
+// The replaced calls of the window, the settings panel and the tray icon, and the record of their arguments.
 #include "tests/windows/shell/shell_calls_seam.h"
 
+#include <process.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
@@ -35,11 +38,13 @@ std::string ShellCallsTest::tip() {
 namespace {
 
 constexpr UINT_PTR kMenu = 0x5678;
+const DWORD test_thread = GetCurrentThreadId();
 
 template <typename... Words>
 void note(const char* format, Words... words) {
   char line[400];
   std::snprintf(line, sizeof line, format, words...);
+  if (shell_script.on_call) shell_script.on_call(line);
   shell_script.calls.push_back(line);
 }
 
@@ -113,6 +118,40 @@ HWND WINAPI create_window(DWORD extended, LPCWSTR type, LPCWSTR text, DWORD styl
       extended, type, text, style, x, y, width, height, parent, menu, instance, parameter);
 }
 
+LONG_PTR WINAPI set_window_value(HWND window, int index, LONG_PTR value) {
+  note("SetWindowLongPtr %d", index);
+  return real<decltype(set_window_value)>("user32.dll", "SetWindowLongPtrW")(window, index, value);
+}
+
+HRSRC WINAPI find_resource(HMODULE module, LPCWSTR name, LPCWSTR type) {
+  note("FindResource %d %d", static_cast<int>(reinterpret_cast<UINT_PTR>(name)),
+       static_cast<int>(reinterpret_cast<UINT_PTR>(type)));
+  return real<decltype(find_resource)>("kernel32.dll", "FindResourceW")(module, name, type);
+}
+
+BOOL WINAPI add_clipboard_listener(HWND window) {
+  note("AddClipboardFormatListener");
+  return real<decltype(add_clipboard_listener)>("user32.dll", "AddClipboardFormatListener")(window);
+}
+
+void WINAPI post_quit(int code) {
+  note("PostQuitMessage %d", code);
+  real<decltype(post_quit)>("user32.dll", "PostQuitMessage")(code);
+}
+
+std::uintptr_t begin_thread(void* security, unsigned stack, unsigned(__stdcall* start)(void*), void* argument,
+                            unsigned flags, unsigned* id) {
+  static auto* const system = real<decltype(begin_thread)>("msvcrt.dll", "_beginthreadex");
+  const std::uintptr_t thread = system(security, stack, start, argument, flags, id);
+  if (GetCurrentThreadId() != test_thread) return thread;
+  note("thread");
+  HANDLE copy = nullptr;
+  DuplicateHandle(GetCurrentProcess(), reinterpret_cast<HANDLE>(thread), GetCurrentProcess(), &copy,
+                  SYNCHRONIZE, FALSE, 0);
+  shell_script.threads.emplace_back(copy);
+  return thread;
+}
+
 LSTATUS WINAPI create_key(HKEY root, LPCWSTR path, DWORD, LPWSTR, DWORD, REGSAM access, SECURITY_ATTRIBUTES*,
                           HKEY* key, DWORD*) {
   note("create %d %s %lx", root == HKEY_CURRENT_USER, key_name(path), access);
@@ -154,6 +193,11 @@ void* __imp_GetCursorPos = reinterpret_cast<void*>(vlk::test::cursor_position);
 void* __imp_SetForegroundWindow = reinterpret_cast<void*>(vlk::test::to_foreground);
 void* __imp_ShowWindow = reinterpret_cast<void*>(vlk::test::show);
 void* __imp_CreateWindowExW = reinterpret_cast<void*>(vlk::test::create_window);
+void* __imp_SetWindowLongPtrW = reinterpret_cast<void*>(vlk::test::set_window_value);
+void* __imp_FindResourceW = reinterpret_cast<void*>(vlk::test::find_resource);
+void* __imp_AddClipboardFormatListener = reinterpret_cast<void*>(vlk::test::add_clipboard_listener);
+void* __imp_PostQuitMessage = reinterpret_cast<void*>(vlk::test::post_quit);
+void* __imp__beginthreadex = reinterpret_cast<void*>(vlk::test::begin_thread);
 void* __imp_RegCreateKeyExW = reinterpret_cast<void*>(vlk::test::create_key);
 void* __imp_RegSetValueExW = reinterpret_cast<void*>(vlk::test::set_value);
 void* __imp_RegOpenKeyExW = reinterpret_cast<void*>(vlk::test::open_key);

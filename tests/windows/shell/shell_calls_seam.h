@@ -1,14 +1,17 @@
-// The system calls of the settings panel and the tray icon, each recorded with its arguments, and a fixture
-// for their tests. Registry calls are scripted and do not reach the real registry.
+// The system calls of the window, the settings panel and the tray icon, each recorded with its arguments, and
+// a fixture for their tests. Registry calls are scripted and do not reach the real registry.
 #pragma once
 
 #include <windows.h>
 #include <shellapi.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "platform/win32/handles_win32.h"
 
 namespace vlk::test {
 
@@ -26,6 +29,8 @@ struct ShellScript {
 
   Lines calls;  // the recorded calls of the UI thread
   std::vector<NOTIFYICONDATAW> icons;
+  std::vector<UniqueKernelHandle> threads;               // the threads that the UI thread has started
+  std::function<void(const std::string& call)> on_call;  // called before a call is recorded
 };
 extern ShellScript shell_script;
 
@@ -33,7 +38,7 @@ std::string narrow(const wchar_t* text);
 
 class ShellCallsTest : public testing::Test {
  protected:
-  void SetUp() override { shell_script = {}; }
+  void SetUp() override { shell_script = ShellScript(); }
 
   // Clears the recorded calls.
   static void forget();

@@ -1,5 +1,7 @@
 // The running service: the states it reports, and the agent it launches into the console session.
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "system/service.h"
 #include "tests/windows/system/service_seam.h"
@@ -93,6 +95,25 @@ TEST_F(ServiceSessionSwitch, EndsTheAgentAndLaunchesOneForTheOtherUser) {
 TEST_F(ServiceSessionSwitch, EndsTheAgentAlsoWhenNobodyIsLoggedOnInTheOtherSession) {
   EXPECT_EQ(calls_after_the_launch(false),
             (Lines{"Close thread", "Terminate process 0", "Close process", "QueryUserToken 2"}));
+}
+
+TEST_F(ServiceRun, StopDuringTheWaitForAUserEndsTheServiceBeforeItsNextPoll) {
+  script.failing = {"QueryUserToken"};
+  // The handler runs on another thread, as in a real service, while the service waits for five seconds.
+  std::thread dispatcher;
+  std::chrono::steady_clock::time_point begin;
+  script.on_wait = [&](DWORD handles, DWORD milliseconds) {
+    EXPECT_EQ(handles, 1u);
+    EXPECT_EQ(milliseconds, 5000u);
+    ASSERT_FALSE(dispatcher.joinable()) << "the service waits again after the stop";
+    begin = std::chrono::steady_clock::now();
+    dispatcher = std::thread([] { script.handler(SERVICE_CONTROL_STOP, 0, nullptr, nullptr); });
+  };
+  EXPECT_TRUE(run_service_dispatcher());
+  const auto time = std::chrono::steady_clock::now() - begin;
+  dispatcher.join();
+  EXPECT_LT(time, std::chrono::seconds(4)) << "the wait of five seconds was not interrupted";
+  EXPECT_EQ(script.calls.back(), "Status 1 1 0 0");
 }
 
 TEST_F(ServiceRun, LaunchesNoAgentWithoutAConsoleSession) {

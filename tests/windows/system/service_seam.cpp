@@ -12,6 +12,8 @@
 namespace vlk::test {
 namespace {
 
+const DWORD test_thread = GetCurrentThreadId();
+
 bool works(const std::string& name) {
   return !script.failing.contains(name);
 }
@@ -187,6 +189,12 @@ BOOL WINAPI close_handle(HANDLE value) {
   return TRUE;
 }
 
+DWORD WINAPI wait_for_objects(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+  static auto* const system = real<decltype(wait_for_objects)>("kernel32.dll", "WaitForMultipleObjects");
+  if (script.on_wait && GetCurrentThreadId() == test_thread) script.on_wait(count, milliseconds);
+  return system(count, handles, all, milliseconds);
+}
+
 BOOL WINAPI allocate_sid(PSID_IDENTIFIER_AUTHORITY authority, BYTE count, DWORD first, DWORD second, DWORD,
                          DWORD, DWORD, DWORD, DWORD, DWORD, PSID* sid) {
   note("Sid " + std::to_string(authority->Value[5]) + ' ' + std::to_string(count) + ' ' +
@@ -240,6 +248,7 @@ void* __imp_DuplicateTokenEx = reinterpret_cast<void*>(vlk::test::duplicate_toke
 void* __imp_CreateProcessAsUserW = reinterpret_cast<void*>(vlk::test::create_process);
 void* __imp_TerminateProcess = reinterpret_cast<void*>(vlk::test::terminate_process);
 void* __imp_CloseHandle = reinterpret_cast<void*>(vlk::test::close_handle);
+void* __imp_WaitForMultipleObjects = reinterpret_cast<void*>(vlk::test::wait_for_objects);
 void* __imp_AllocateAndInitializeSid = reinterpret_cast<void*>(vlk::test::allocate_sid);
 void* __imp_CheckTokenMembership = reinterpret_cast<void*>(vlk::test::check_membership);
 void* __imp_FreeSid = reinterpret_cast<void*>(vlk::test::free_sid);

@@ -24,6 +24,8 @@ struct ServiceScript {
   LPHANDLER_FUNCTION_EX handler = nullptr;
   // Called with each session whose user's token is queried, before the query succeeds or fails.
   std::function<void(DWORD)> on_query;
+  // Called before each wait for the stop or the agent, with the number of handles and the time limit.
+  std::function<void(DWORD handles, DWORD milliseconds)> on_wait;
   bool member = true;  // whether the token belongs to the Administrators group
   int open_handles = 0;
 };
