@@ -33,10 +33,10 @@ std::size_t next_start_code(View bytes, std::size_t from) {
   return bytes.size();
 }
 
+// A stream may begin with any number of zeros (ITU-T H.264, B.1.1).
 bool begins_with_start_code(View bytes) {
-  const View head = bytes.first(std::min<std::size_t>(bytes.size(), kStartCode + 1));
-  const std::size_t first = next_start_code(head, 0);
-  return first < head.size() && (first == 0 || head[0] == 0);
+  const auto first = std::ranges::find_if(bytes, [](std::uint8_t byte) { return byte != 0; });
+  return first != bytes.end() && *first == 1 && first - bytes.begin() >= 2;
 }
 
 bool is_b_slice(View unit) {

@@ -45,7 +45,7 @@ no_wine() {
   local empty=$TMPDIR/bin tool
   mkdir "$empty"
   for tool in bash realpath dirname; do ln -s "$(command -v $tool)" "$empty/$tool"; done
-  status 1 env PATH="$empty" "$(command -v bash)" "$desk" run cmd 2> "$TMPDIR/said"
+  status 1 env -u VANTELINK_WINE PATH="$empty" "$(command -v bash)" "$desk" run cmd 2> "$TMPDIR/said"
   rm -r "$empty"
   [ "$(wc -l < "$TMPDIR/said")" = 1 ] && grep -q 'wine is not installed' "$TMPDIR/said"
 }

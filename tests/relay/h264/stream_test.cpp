@@ -62,12 +62,25 @@ TEST(H264Stream, ParameterSetsOfKeyFramesAreCompletedAndOtherUnitsAreKept) {
   }
 }
 
+TEST(H264Stream, ParameterSetAfterAnyNumberOfLeadingZerosIsCompletedAndTheZerosAreKept) {
+  for (const std::size_t zeros : {0, 1, 2, 3, 8, 1000}) {
+    const auto frame = [&](const Bytes& set) {
+      return joined({kHead, Bytes(zeros), kShortStart, set, kShortStart, slice(kI, 0x65)});
+    };
+    Bytes message = frame(kSet);
+    EXPECT_TRUE(H264Stream().complete(message, kHead.size()));
+    EXPECT_EQ(message, frame(kInOrder)) << zeros << " zeros";
+  }
+}
+
 TEST(H264Stream, FramesWithoutParameterSetsStayUnchangedAndSoDoesOtherContent) {
   H264Stream stream;
   const Bytes frames[] = {joined({kHead, kStart, slice(kP)}),
                           kHead,
                           joined({kHead, kStart}),
                           joined({kHead, {0, 0}}),
+                          joined({kHead, Bytes(1000)}),
+                          joined({kHead, {0, 0, 0, 0, 0, 2}, kStart, kSet}),
                           joined({kHead, {0xff, 0xd8}, kStart, kSet}),
                           joined({kHead, {9}, kStart, kSet}),
                           joined({kHead, {9}, kShortStart, kSet})};
