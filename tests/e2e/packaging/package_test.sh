@@ -70,6 +70,8 @@ expect 'the checksums hold' checksums_hold
 expect 'a second package has the same bytes' made_again
 
 expect 'the executable contains neither its build time nor its build folder' no_time_or_folder
+expect 'the executable and the installer have the flags of the protections' \
+  "$source_tree/tests/tools/image_flags_test.sh" --flags-only "$work/first/VantelinkAgent.exe" "$work/first/VantelinkSetup-1.2.3.exe"
 
 expect 'a test certificate is made' make_certificate
 expect 'a package is signed with a PEM file' "$make" --agent "$agent" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
