@@ -45,8 +45,7 @@ void AgentClient::start() {
 
 void AgentClient::stop() {
   running_ = false;
-  const SocketHandle socket = link_->socket;
-  if (socket != kInvalidSocket) interrupt_socket(socket);
+  link_->socket.interrupt();
   if (run_thread_.joinable()) run_thread_.join();
 }
 
@@ -113,13 +112,12 @@ bool AgentClient::run_connection() {
   const SocketHandle socket = connect_socket(host, port);
   if (socket == kInvalidSocket) return false;
   send_at_once(socket);
-  link_->socket = socket;
+  link_->socket.set(socket);
 
   auto connection = std::make_unique<TlsConnection>(link_->ssl_ctx.get(), socket, host);
   if (!connection->connect()) {
     connection.reset();
-    close_socket(socket);
-    link_->socket = kInvalidSocket;
+    link_->socket.close();
     return false;
   }
   link_->incoming = connection.get();
@@ -129,8 +127,7 @@ bool AgentClient::run_connection() {
   }
   if (!upgrade(host)) {
     drop_tls();
-    close_socket(socket);
-    link_->socket = kInvalidSocket;
+    link_->socket.close();
     return false;
   }
   authenticate();
@@ -241,9 +238,7 @@ void AgentClient::end_connection() {
   std::unique_ptr<TlsConnection> connection = drop_tls();
   connection->shutdown();
   connection.reset();  // destroyed before its socket is closed
-  // stop() may have closed the handle already; the second close then fails without harm.
-  close_socket(link_->socket);
-  link_->socket = kInvalidSocket;
+  link_->socket.close();
 }
 
 std::unique_ptr<TlsConnection> AgentClient::drop_tls() {

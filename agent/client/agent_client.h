@@ -36,7 +36,7 @@ struct AgentCallbacks {
   std::function<void(std::string)> on_notice;  // UTF-8 text for the status line
   // The arguments are the session and the representative's name in UTF-8.
   std::function<void(std::uint32_t, std::string)> on_session_request;
-  std::function<void(std::vector<std::uint8_t>)> on_clipboard;
+  std::function<void(const std::vector<std::uint8_t>&)> on_clipboard;  // copies what it keeps
   std::function<void(std::uint32_t)> on_session_ended;
 };
 

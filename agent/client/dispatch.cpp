@@ -284,7 +284,7 @@ bool AgentClient::on_file_transfer_end(const Envelope& envelope) {
 bool AgentClient::on_reboot(const Envelope&) {
   if (!reboot_machine()) return true;
   // The restart was simulated: the connection is ended, as a real restart would end it.
-  interrupt_socket(link_->socket);
+  link_->socket.interrupt();
   return false;
 }
 

@@ -1,7 +1,6 @@
 // The socket, the TLS connection and the stream of an AgentClient.
 #pragma once
 
-#include <atomic>
 #include <memory>
 
 #include "net/socket.h"
@@ -23,8 +22,8 @@ struct LinkState {
   // because it would otherwise wait for a blocked writer.
   TlsConnection* incoming = nullptr;
 
-  // Atomic, so that stop() needs no lock: it must not wait for a blocked reader or writer.
-  std::atomic<SocketHandle> socket{kInvalidSocket};
+  // Needs no lock: stop() must not wait for a blocked reader or writer.
+  SharedSocket socket;
   WsParser parser;                           // connection thread only; a new one after each upgrade
   std::unique_ptr<ScreenStreamer> streamer;  // connection thread only; at most one
 

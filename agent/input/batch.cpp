@@ -122,11 +122,14 @@ std::optional<std::vector<InputRecord>> ParseInputBatch(const unsigned char* pay
         records.push_back({.mouse_data = static_cast<std::uint32_t>(std::int32_t{get_i16_le(event + 1)}),
                            .flags = kMouseWheel});
         break;
-      default: {
+      case kKeyEvent: {
         const KeyEvent key{event[1], get_u16_le(event + 2), get_u16_le(event + 4), event[6]};
         surroundings.on_key(key);
         records.push_back(key_record(key));
+        break;
       }
+      default:  // not reached: event_length accepts only the types above
+        break;
     }
   }
   return records;

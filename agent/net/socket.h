@@ -1,6 +1,7 @@
 // Blocking TCP sockets and name resolution.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -29,12 +30,26 @@ void send_at_once(SocketHandle socket);
 [[nodiscard]] std::ptrdiff_t receive_some(SocketHandle socket, unsigned char* buffer, std::size_t size);
 [[nodiscard]] bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length);
 
-// Makes blocked and later transfers on the socket return at once. Callable on any thread until the owner
-// closes the socket. On Windows this closes the handle, and the owner's later close_socket fails without
-// harm.
-void interrupt_socket(SocketHandle socket);
-
-// Closes the socket. Called once, on the owning thread. A failure is ignored.
+// Closes a socket that no other thread uses. A failure is ignored.
 void close_socket(SocketHandle socket);
+
+// A socket that its owner uses and that any thread may interrupt. The handle is invalidated in the same
+// atomic step in which it is taken to be closed, so that it is closed once only: the system may already have
+// given the same value to another socket when a second close comes.
+class SharedSocket {
+ public:
+  // Stores an open socket; called by the owner while none is stored.
+  void set(SocketHandle socket) { handle_ = socket; }
+
+  // Makes blocked and later transfers on the socket return at once. Callable on any thread. On Windows this
+  // closes the handle. Does nothing if no socket is stored.
+  void interrupt();
+
+  // Closes the socket. Called by the owner. Does nothing if no socket is stored. A failure is ignored.
+  void close();
+
+ private:
+  std::atomic<SocketHandle> handle_{kInvalidSocket};
+};
 
 }  // namespace vlk

@@ -60,14 +60,20 @@ bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length
   return true;
 }
 
-void interrupt_socket(SocketHandle socket) {
-  // The descriptor is not closed here: the system could reuse its number for another file while the owner
-  // still uses it.
-  ::shutdown(descriptor(socket), SHUT_RDWR);
-}
-
 void close_socket(SocketHandle socket) {
   ::close(descriptor(socket));
+}
+
+void SharedSocket::interrupt() {
+  // The descriptor is not closed here: the system could reuse its number for another file while the owner
+  // still uses it.
+  const SocketHandle socket = handle_;
+  if (socket != kInvalidSocket) ::shutdown(descriptor(socket), SHUT_RDWR);
+}
+
+void SharedSocket::close() {
+  const SocketHandle socket = handle_.exchange(kInvalidSocket);
+  if (socket != kInvalidSocket) close_socket(socket);
 }
 
 }  // namespace vlk

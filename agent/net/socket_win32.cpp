@@ -59,12 +59,17 @@ bool send_all(SocketHandle socket, const unsigned char* data, std::size_t length
   return true;
 }
 
-void interrupt_socket(SocketHandle socket) {
+void close_socket(SocketHandle socket) {
   ::closesocket(socket);
 }
 
-void close_socket(SocketHandle socket) {
-  ::closesocket(socket);
+void SharedSocket::interrupt() {
+  close();
+}
+
+void SharedSocket::close() {
+  const SocketHandle socket = handle_.exchange(kInvalidSocket);
+  if (socket != kInvalidSocket) close_socket(socket);
 }
 
 }  // namespace vlk

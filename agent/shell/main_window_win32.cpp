@@ -6,7 +6,6 @@
 
 #include "clipboard/apply_win32.h"
 #include "clipboard/watch_win32.h"
-#include "platform/text.h"
 #include "shell/panel/settings_panel.h"
 #include "shell/prompts/consent_prompt.h"
 #include "shell/prompts/update_prompt.h"
@@ -35,7 +34,7 @@ AgentCallbacks make_callbacks(MainWindow& main) {
   callbacks.on_status = [window](Status status, int count) {
     PostMessageW(window, WM_AGENT_STATUS, static_cast<WPARAM>(status), count);
   };
-  callbacks.on_notice = [window](const std::string& text) { post_status_text(window, Utf8ToWide(text)); };
+  callbacks.on_notice = [window](const std::string& text) { post_status_text(window, text); };
   callbacks.on_session_request = [window, &main](std::uint32_t session, std::string representative) {
     {
       const MutexLock lock(main.pending_lock);
@@ -44,8 +43,8 @@ AgentCallbacks make_callbacks(MainWindow& main) {
     }
     PostMessageW(window, WM_CONSENT_REQUEST, 0, 0);
   };
-  callbacks.on_clipboard = [window](std::vector<std::uint8_t> payload) {
-    post_payload(window, WM_CLIPBOARD_INBOUND, std::move(payload));
+  callbacks.on_clipboard = [window](const std::vector<std::uint8_t>& payload) {
+    post_payload(window, WM_CLIPBOARD_INBOUND, payload);
   };
   callbacks.on_session_ended = [window](std::uint32_t session) {
     PostMessageW(window, WM_CONSENT_CANCEL, session, 0);

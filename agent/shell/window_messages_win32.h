@@ -8,7 +8,8 @@
 #include <new>
 #include <string>
 #include <type_traits>
-#include <utility>
+
+#include "platform/text.h"
 
 namespace vlk::agent {
 
@@ -26,18 +27,24 @@ enum : UINT {
   WM_CONSENT_CANCEL,             // wParam: session
 };
 
-// Posts a message with a copy of `value` on the heap as its payload; an rvalue is moved instead of copied.
-// The payload is null if memory runs out. A failure to post is ignored. Callable on any thread.
-template <typename Value>
-void post_payload(HWND window, UINT message, Value&& value) {
-  using Payload = std::remove_cvref_t<Value>;
+// Posts a message with the result of `make`, on the heap, as its payload. The payload is null if memory runs
+// out, also inside `make`. A failure to post is ignored. Callable on any thread.
+template <typename Make>
+void post_made_payload(HWND window, UINT message, const Make& make) {
+  using Payload = std::invoke_result_t<const Make&>;
   Payload* payload = nullptr;
   try {
-    payload = new Payload(std::forward<Value>(value));
+    payload = new Payload(make());
   } catch (const std::bad_alloc&) {
     // The message is then posted with a null payload, which the window procedure ignores.
   }
   PostMessageW(window, message, reinterpret_cast<WPARAM>(payload), 0);
+}
+
+// Posts a message with a copy of `value` as its payload.
+template <typename Value>
+void post_payload(HWND window, UINT message, const Value& value) {
+  post_made_payload(window, message, [&value] { return Value(value); });
 }
 
 // The payload of a received message, now owned by the caller; may be null.
@@ -46,9 +53,12 @@ template <typename Payload>
   return std::unique_ptr<Payload>(reinterpret_cast<Payload*>(wparam));
 }
 
-// Posts WM_STATUS_TEXT.
+// Post WM_STATUS_TEXT. `text` is in UTF-8.
 inline void post_status_text(HWND window, const std::wstring& text) {
   post_payload(window, WM_STATUS_TEXT, text);
+}
+inline void post_status_text(HWND window, const std::string& text) {
+  post_made_payload(window, WM_STATUS_TEXT, [&text] { return Utf8ToWide(text); });
 }
 
 }  // namespace vlk::agent

@@ -46,7 +46,7 @@ LoopbackLink::LoopbackLink()
 }
 
 LoopbackLink::~LoopbackLink() {
-  interrupt_socket(socket_);
+  close_socket(socket_);  // ends the reader
   reader_.join();
   ::closesocket(peer_);
   end_sockets();

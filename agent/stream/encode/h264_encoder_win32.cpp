@@ -3,12 +3,12 @@
 // encoder works on its own threads and reports by events when it needs input or has output.
 #include "stream/encode/h264_encoder.h"
 
-#include <mfapi.h>
 #include <mferror.h>
 
 #include "stream/encode/colour.h"
 #include "stream/encode/h264_sample_win32.h"
 #include "stream/encode/h264_transform_win32.h"
+#include "stream/encode/media_foundation_win32.h"
 
 namespace vlk::agent {
 namespace {
@@ -187,7 +187,7 @@ H264Encoder::~H264Encoder() {
 // it.
 bool H264Encoder::Init(std::int32_t width, std::int32_t height, std::int32_t fps, std::int32_t bitrate) {
   worker_thread_.check();
-  if (FAILED(MFStartup(kMfVersion, MFSTARTUP_LITE))) {
+  if (FAILED(media_foundation().Startup(kMfVersion, MFSTARTUP_LITE))) {
     LogEncoder("MFStartup failed", 0);
     return false;
   }
@@ -224,7 +224,7 @@ void H264Encoder::Shutdown() {
   state_->events.Reset();
   state_->codec_api.Reset();
   if (!state_->mf_started) return;
-  MFShutdown();
+  media_foundation().Shutdown();
   state_->mf_started = false;
 }
 

@@ -1,9 +1,9 @@
 // Creates and reads media samples.
 #include "stream/encode/h264_sample_win32.h"
 
-#include <mfapi.h>
-
 #include <cstring>
+
+#include "stream/encode/media_foundation_win32.h"
 
 namespace vlk::agent {
 namespace {
@@ -32,7 +32,7 @@ class [[nodiscard]] LockedBuffer {
 
 ComPtr<IMFSample> make_sample(IMFMediaBuffer* buffer) {
   ComPtr<IMFSample> sample;
-  if (FAILED(MFCreateSample(sample.ReleaseAndGetAddressOf()))) return nullptr;
+  if (FAILED(media_foundation().CreateSample(sample.ReleaseAndGetAddressOf()))) return nullptr;
   if (buffer != nullptr) sample->AddBuffer(buffer);
   return sample;
 }
@@ -41,13 +41,13 @@ ComPtr<IMFSample> make_sample(IMFMediaBuffer* buffer) {
 
 ComPtr<IMFSample> MakeEmptySample(DWORD size) {
   ComPtr<IMFMediaBuffer> buffer;
-  if (FAILED(MFCreateMemoryBuffer(size, buffer.ReleaseAndGetAddressOf()))) buffer.Reset();
+  if (FAILED(media_foundation().CreateMemoryBuffer(size, buffer.ReleaseAndGetAddressOf()))) buffer.Reset();
   return make_sample(buffer.Get());
 }
 
 ComPtr<IMFSample> MakeFilledSample(const std::uint8_t* bytes, DWORD size, LONGLONG time, LONGLONG duration) {
   ComPtr<IMFMediaBuffer> buffer;
-  if (SUCCEEDED(MFCreateMemoryBuffer(size, buffer.ReleaseAndGetAddressOf()))) {
+  if (SUCCEEDED(media_foundation().CreateMemoryBuffer(size, buffer.ReleaseAndGetAddressOf()))) {
     {
       const LockedBuffer locked(*buffer.Get());
       if (locked.bytes() != nullptr) std::memcpy(locked.bytes(), bytes, size);

@@ -1,10 +1,10 @@
 // Finds an encoder and sets its media types and properties.
 #include "stream/encode/h264_transform_win32.h"
 
-#include <mfapi.h>
 #include <codecapi.h>
 
 #include "platform/debug_log.h"
+#include "stream/encode/media_foundation_win32.h"
 
 namespace vlk::agent {
 namespace {
@@ -17,11 +17,13 @@ class [[nodiscard]] FoundEncoders {
   explicit FoundEncoders(UINT32 flags) {
     const MFT_REGISTER_TYPE_INFO input = {MFMediaType_Video, MFVideoFormat_NV12};
     const MFT_REGISTER_TYPE_INFO output = {MFMediaType_Video, MFVideoFormat_H264};
-    if (FAILED(MFTEnumEx(MFT_CATEGORY_VIDEO_ENCODER, flags, &input, &output, &found_, &count_))) count_ = 0;
+    if (FAILED(media_foundation().EnumTransforms(MFT_CATEGORY_VIDEO_ENCODER, flags, &input, &output, &found_,
+                                                 &count_)))
+      count_ = 0;
   }
   ~FoundEncoders() {
     for (UINT32 i = 0; i < count_; ++i) {
-      // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): MFTEnumEx fills as many entries as it counts
+      // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): the call fills as many entries as it counts
       found_[i]->Release();
     }
     CoTaskMemFree(found_);
@@ -69,7 +71,7 @@ bool ActivateEncoder(UINT32 flags, ComPtr<IMFTransform>& transform) {
 
 ComPtr<IMFMediaType> MakeOutputType(const H264Format& format) {
   ComPtr<IMFMediaType> type;
-  if (FAILED(MFCreateMediaType(type.ReleaseAndGetAddressOf()))) return nullptr;
+  if (FAILED(media_foundation().CreateMediaType(type.ReleaseAndGetAddressOf()))) return nullptr;
   type->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);
   type->SetGUID(MF_MT_SUBTYPE, MFVideoFormat_H264);
   type->SetUINT32(MF_MT_AVG_BITRATE, static_cast<UINT32>(format.bitrate));
@@ -80,7 +82,7 @@ ComPtr<IMFMediaType> MakeOutputType(const H264Format& format) {
 
 ComPtr<IMFMediaType> MakeInputType(const H264Format& format) {
   ComPtr<IMFMediaType> type;
-  if (FAILED(MFCreateMediaType(type.ReleaseAndGetAddressOf()))) return nullptr;
+  if (FAILED(media_foundation().CreateMediaType(type.ReleaseAndGetAddressOf()))) return nullptr;
   type->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);
   type->SetGUID(MF_MT_SUBTYPE, MFVideoFormat_NV12);
   set_picture(*type.Get(), format);

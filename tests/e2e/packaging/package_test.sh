@@ -78,6 +78,8 @@ expect 'a second package has the same bytes' made_again
 
 expect 'the executable contains neither its build time nor its build folder' no_time_or_folder
 expect "OpenSSL's folders in the executable are the agent's own" openssl_folders_are_the_agents
+expect 'the executable and the installer have the flags of the protections' \
+  "$source_tree/tests/tools/image_flags_test.sh" --flags-only "$work/first/VantelinkAgent.exe" "$work/first/VantelinkSetup-1.2.3.exe"
 
 expect 'a test certificate is made' make_certificate
 expect 'a package is signed with a PEM file' "$make" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"

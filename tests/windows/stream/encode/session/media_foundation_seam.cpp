@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "stream/encode/media_foundation_win32.h"
 #include "tests/doubles/method_table.h"
 #include "tests/windows/stream/encode/session/scripted_encoder.h"
 #include "tests/windows/support/seam.h"
@@ -142,3 +143,13 @@ HRESULT WINAPI MFShutdown() {
 }
 
 }  // extern "C"
+
+namespace vlk::agent {
+
+const MediaFoundation& media_foundation() {
+  static constexpr MediaFoundation kScripted = {MFStartup,         MFShutdown,     MFTEnumEx,
+                                                MFCreateMediaType, MFCreateSample, MFCreateMemoryBuffer};
+  return kScripted;
+}
+
+}  // namespace vlk::agent
