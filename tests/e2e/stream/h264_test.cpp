@@ -195,7 +195,7 @@ TEST_P(H264Stream, FramesWithEncoderErrorsAreSkippedAndTheStreamContinues) {
   const bool async = GetParam() == kAsync;
   first_frame();
   for (const auto cell : {&Board::process_output_result, &Board::process_input_result}) {
-    // A refused input stops the stream of an asynchronous encoder; waits_test.cpp tests that.
+    // A refused input stops the stream of an asynchronous encoder; event_order_test.cpp tests that.
     if (async && cell == &Board::process_input_result) continue;
     (codec->operator->()->*cell) = kFailure;
     const int frames = (*desktop)->frames;
