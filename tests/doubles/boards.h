@@ -70,6 +70,13 @@ struct DesktopBoard {
 enum class Transform : std::int32_t { Sync, Async };
 inline constexpr int kTransforms = 2;
 
+// Encoders whose output type contains the sequence header only after the first output.
+enum class LateHeader : std::int32_t {
+  None,
+  InStream,     // the stream contains the header too
+  NotInStream,  // the output type is the only source of the header
+};
+
 // A cell named `..._result` holds the HRESULT that the call in its comment returns; 0 is success. Both
 // transforms use the same cells, except for `activate_result`.
 struct CodecBoard {
@@ -89,19 +96,42 @@ struct CodecBoard {
   Cell empty_sample;     // if the transform provides samples: ProcessOutput returns a sample without a buffer
   Cell no_codec_api;     // the transform has no ICodecAPI
   Cell silent;           // the asynchronous transform encodes, but reports no output until this is cleared
+  Cell first_requests;   // number of inputs that the asynchronous transform requests at the start; 0 means 1
+  Cell asks_at_once;     // the asynchronous transform requests the next input before it reports an output
+  Cell lagging_frames;   // number of frames that stay in the transform until more arrive
+  Cell stream_change;    // no output is returned until the client has set the output type again
+  Cell failing_input;    // number of the input to which the asynchronous transform reports MEError and after
+                         // which it does nothing more; 0 means that none fails
+  Cell late_header;      // a LateHeader
+  Cell slices;           // number of slices in each picture; 0 means 1
+  Cell delimiters;       // an access unit delimiter and an SEI message precede each picture
+  Cell fixed_properties;  // properties other than the request for a key frame are refused after the types are
+                          // set
+  Cell d3d_aware;         // the transform accepts a Direct3D device manager
+  // The asynchronous transform uses one of the sessions that a graphics card has.
+  Cell session_limit;       // number of sessions that can be open at the same time; 0 means no limit
+  Cell sessions_elsewhere;  // sessions that other programs have open
+  Cell limits_creation;     // a transform takes its session when it is created, not in SetOutputType
+  Cell keeps_session;       // a session stays open after its transform's release, except after IMFShutdown
 
   // Recorded by the double.
   Cell live;         // transforms that are not released
   Cell activations;  // transforms created
   Cell sessions;     // encoders opened
   Cell inputs, outputs;
-  Cell withheld;  // 1 while an output is not reported because of `silent`
-  Cell forced;    // key frames that the agent requested
+  Cell withheld;   // 1 while an output is not reported because of `silent`
+  Cell misuses;    // calls of ProcessInput and ProcessOutput that no event allowed
+  Cell stalled;    // 1 while the client waits for an event and the asynchronous transform has nothing to do
+                   // before the client's next call
+  Cell shutdowns;  // calls of IMFShutdown::Shutdown
+  Cell open_sessions;       // sessions of the card that transforms have open
+  Cell refused_properties;  // refusals because of `fixed_properties`
+  Cell forced;              // key frames that the agent requested
   // The last session's settings. `type_bitrate` comes from the media type, `bitrate` from the codec API.
   Cell width, height, fps, type_bitrate, bitrate, rate_control, low_latency, speed, profile, interlace;
   Cell time, duration;  // time and duration of the last input, in units of 100 ns
   Cell messages;  // ProcessMessage calls, one hexadecimal digit each: 1 flush, 2 begin, 3 start, 4 end of
-                  // stream, 5 end
+                  // stream, 5 end, 6 Direct3D device manager
 };
 
 }  // namespace vantelink_doubles

@@ -12,6 +12,8 @@
 #include <thread>
 
 #include "tests/doubles/h264/engine.h"
+#include "tests/doubles/h264/event_counts.h"
+#include "tests/doubles/h264/session_slot.h"
 #include "tests/doubles/h264/transform.h"
 #include "tests/doubles/h264/unsupported.h"
 
@@ -21,6 +23,8 @@ using Microsoft::WRL::ComPtr;
 
 struct Input {
   Bytes nv12;
+  int number = 0;   // counts the inputs of the transform, from 1
+  int flushes = 0;  // number of flushes before the input
   bool force_key = false;
   LONGLONG time = 0, duration = 0;
 };
@@ -32,9 +36,11 @@ struct Output {
 
 class EncoderTransform final : public UnsupportedTransform,
                                public UnsupportedCodecApi,
-                               public IMFMediaEventGenerator {
+                               public IMFMediaEventGenerator,
+                               public IMFShutdown {
  public:
-  explicit EncoderTransform(Transform kind);
+  // `slot` is null if the transform takes its session of the card later.
+  EncoderTransform(Transform kind, std::unique_ptr<SessionSlot> slot);
 
   // IUnknown
   STDMETHODIMP QueryInterface(REFIID iid, void** result) override;
@@ -50,6 +56,7 @@ class EncoderTransform final : public UnsupportedTransform,
   STDMETHODIMP GetOutputStreamInfo(DWORD, MFT_OUTPUT_STREAM_INFO* info) override;
   STDMETHODIMP SetOutputType(DWORD, IMFMediaType* type, DWORD) override;
   STDMETHODIMP SetInputType(DWORD, IMFMediaType* type, DWORD) override;
+  STDMETHODIMP GetOutputAvailableType(DWORD stream, DWORD index, IMFMediaType** type) override;
   STDMETHODIMP GetOutputCurrentType(DWORD, IMFMediaType** type) override;
   STDMETHODIMP ProcessMessage(MFT_MESSAGE_TYPE message, ULONG_PTR) override;
   STDMETHODIMP ProcessInput(DWORD, IMFSample* sample, DWORD) override;
@@ -59,50 +66,72 @@ class EncoderTransform final : public UnsupportedTransform,
   STDMETHODIMP SetValue(const GUID* key, VARIANT* value) override;
 
   // IMFMediaEventGenerator
-  STDMETHODIMP GetEvent(DWORD flags, IMFMediaEvent** event) override {
-    return events_->GetEvent(flags, event);
-  }
+  STDMETHODIMP GetEvent(DWORD flags, IMFMediaEvent** event) override { return events_->Next(flags, event); }
   STDMETHODIMP BeginGetEvent(IMFAsyncCallback* callback, IUnknown* state) override {
-    return events_->BeginGetEvent(callback, state);
+    return events_->queue().BeginGetEvent(callback, state);
   }
   STDMETHODIMP EndGetEvent(IMFAsyncResult* result, IMFMediaEvent** event) override {
-    return events_->EndGetEvent(result, event);
+    return events_->queue().EndGetEvent(result, event);
   }
   STDMETHODIMP QueueEvent(MediaEventType type, REFGUID extended, HRESULT status,
                           const PROPVARIANT* value) override {
-    return events_->QueueEventParamVar(type, extended, status, value);
+    return events_->queue().QueueEventParamVar(type, extended, status, value);
   }
+
+  // IMFShutdown
+  STDMETHODIMP Shutdown() override;
+  STDMETHODIMP GetShutdownStatus(MFSHUTDOWN_STATUS* status) override;
 
  private:
   ~EncoderTransform() override;
 
   bool async() const { return kind_ == Transform::Async; }
-  bool locked() const;
+  // The failure of all calls to a transform that is shut down, or asynchronous and not unlocked.
+  HRESULT Refusal() const;
+  // Opens the encoder for the type, whose size and rate are on the board.
+  HRESULT OpenEncoder(IMFMediaType& type);
+  void PutHeaderIntoType();
+  // Continues with the output type that the client sets after a stream change. False if there was no change.
+  bool ContinueWithNewType();
+  // Starts the requests for input.
+  void StartOfStream();
   // Copies the caller's sample into `input`.
   HRESULT ReadSample(IMFSample* sample, Input& input) const;
-  // Encodes one picture. Returns the number of outputs that became ready.
-  std::size_t Encode(const Input& input);
+  // Accepts the input, or refuses it while outputs wait.
+  HRESULT Accept(Input& input);
+  // Keeps the encoded frame. Returns the number of outputs that became ready. `lock_` is held.
+  std::size_t Keep(EncodedFrame frame, const Input& input);
   // Encodes the pending inputs on the asynchronous transform's own thread.
   void Work();
-  void QueueSimpleEvent(MediaEventType type) { events_->QueueEventParamVar(type, GUID_NULL, S_OK, nullptr); }
+  // Sends the events that follow an encoded input. `lock_` is held.
+  void Report(const Input& input, EncodedFrame frame);
+  // Whether no output is returned before the client sets the output type again. `lock_` is held.
+  bool needs_new_type() const { return codec_board().stream_change != 0 && !type_renewed_; }
   // Puts the output into the caller's sample, or into a new sample if the transform provides samples.
   HRESULT FillSample(const Output& output, MFT_OUTPUT_DATA_BUFFER& target) const;
 
   const Transform kind_;
   LONG references_ = 1;
+  bool shut_down_ = false;
+  std::unique_ptr<SessionSlot> slot_;
   ComPtr<IMFAttributes> attributes_;
   ComPtr<IMFMediaType> output_type_;
-  ComPtr<IMFMediaEventQueue> events_;
-  std::unique_ptr<Engine> engine_;  // used by a single thread after the types are set
-  std::size_t picture_size_ = 0;    // bytes
+  std::unique_ptr<EventCounts> events_;  // null for a synchronous transform
+  std::unique_ptr<Engine> engine_;       // used by a single thread after the types are set
+  std::size_t picture_size_ = 0;         // bytes
 
   std::mutex lock_;  // guards all members below
   std::condition_variable changed_;
   bool stopping_ = false;
+  bool streaming_ = false;  // inputs are requested: from the stream's start to its end or a flush
   bool force_key_ = false;
-  bool released_ = false;  // the frames buffered at the start have been released
+  bool type_requested_ = false;  // the client was told of the stream change
+  bool type_renewed_ = false;    // the client has set the output type after it
+  bool released_ = false;        // the frames buffered at the start have been released
+  int inputs_ = 0, flushes_ = 0;
   std::deque<Input> pending_;
-  std::deque<Output> ready_;
+  std::deque<Output> held_;   // encoded and not yet ready
+  std::deque<Output> ready_;  // waiting for ProcessOutput
   std::thread thread_;
 };
 

@@ -23,16 +23,16 @@ void append_layer(const SLayerBSInfo& layer, Bytes& bytes) {
   bytes.insert(bytes.end(), layer.pBsBuf, layer.pBsBuf + size);
 }
 
-SEncParamExt parameters(ISVCEncoder& encoder, int width, int height, int fps, int bitrate) {
+SEncParamExt parameters(ISVCEncoder& encoder, const EngineFormat& format) {
   SEncParamExt wanted = {};
   encoder.GetDefaultParams(&wanted);
   wanted.iUsageType = CAMERA_VIDEO_REAL_TIME;
-  wanted.iPicWidth = width;
-  wanted.iPicHeight = height;
-  wanted.iTargetBitrate = bitrate;
+  wanted.iPicWidth = format.width;
+  wanted.iPicHeight = format.height;
+  wanted.iTargetBitrate = format.bitrate;
   wanted.iMaxBitrate = UNSPECIFIED_BIT_RATE;
   wanted.iRCMode = RC_BITRATE_MODE;
-  wanted.fMaxFrameRate = static_cast<float>(fps);
+  wanted.fMaxFrameRate = static_cast<float>(format.fps);
   wanted.iComplexityMode = LOW_COMPLEXITY;
   wanted.uiIntraPeriod = 0;
   wanted.eSpsPpsIdStrategy = CONSTANT_ID;
@@ -42,11 +42,15 @@ SEncParamExt parameters(ISVCEncoder& encoder, int width, int height, int fps, in
   wanted.iMultipleThreadIdc = 1;
   SSpatialLayerConfig& layer = wanted.sSpatialLayers[0];
   layer.uiProfileIdc = PRO_MAIN;
-  layer.iVideoWidth = width;
-  layer.iVideoHeight = height;
+  layer.iVideoWidth = format.width;
+  layer.iVideoHeight = format.height;
   layer.fFrameRate = wanted.fMaxFrameRate;
-  layer.iSpatialBitrate = bitrate;
+  layer.iSpatialBitrate = format.bitrate;
   layer.iMaxSpatialBitrate = UNSPECIFIED_BIT_RATE;
+  if (format.slices > 1) {
+    layer.sSliceArgument.uiSliceMode = SM_FIXEDSLCNUM_SLICE;
+    layer.sSliceArgument.uiSliceNum = static_cast<unsigned>(format.slices);
+  }
   return wanted;
 }
 
@@ -55,31 +59,26 @@ SEncParamExt parameters(ISVCEncoder& encoder, int width, int height, int fps, in
 struct Engine::State {
   std::unique_ptr<ISVCEncoder, EncoderCloser> encoder;
   bool opened = false;
-  bool parameter_sets_in_stream = false;
-  int width = 0, height = 0, fps = 0;
+  EngineFormat format;
   std::int64_t frames = 0;
   Bytes parameter_sets;
   Bytes planar;  // the U plane and then the V plane, as the encoder needs them
 };
 
-Engine::Engine(int width, int height, int fps, int bitrate, bool parameter_sets_in_stream)
-    : state_(std::make_unique<State>()) {
-  state_->width = width;
-  state_->height = height;
-  state_->fps = fps;
-  state_->parameter_sets_in_stream = parameter_sets_in_stream;
+Engine::Engine(const EngineFormat& format) : state_(std::make_unique<State>()) {
+  state_->format = format;
   ISVCEncoder* encoder = nullptr;
   if (WelsCreateSVCEncoder(&encoder) != 0) return;
   state_->encoder.reset(encoder);
   int quiet = WELS_LOG_QUIET;
   encoder->SetOption(ENCODER_OPTION_TRACE_LEVEL, &quiet);
-  const SEncParamExt wanted = parameters(*encoder, width, height, fps, bitrate);
+  const SEncParamExt wanted = parameters(*encoder, format);
   if (encoder->InitializeExt(&wanted) != 0) return;
   SFrameBSInfo info = {};
   if (encoder->EncodeParameterSets(&info) != 0) return;
   for (int i = 0; i < info.iLayerNum; ++i)
     append_layer(info.sLayerInfo[i], state_->parameter_sets);
-  state_->planar.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) / 2);
+  state_->planar.resize(static_cast<std::size_t>(format.width) * static_cast<std::size_t>(format.height) / 2);
   state_->opened = true;
 }
 
@@ -94,7 +93,8 @@ const Bytes& Engine::parameter_sets() const {
 }
 
 EncodedFrame Engine::encode(const std::uint8_t* nv12, bool force_key) {
-  const auto luma_size = static_cast<std::size_t>(state_->width) * static_cast<std::size_t>(state_->height);
+  const EngineFormat& format = state_->format;
+  const auto luma_size = static_cast<std::size_t>(format.width) * static_cast<std::size_t>(format.height);
   std::uint8_t* const u = state_->planar.data();
   std::uint8_t* const v = u + luma_size / 4;
   for (std::size_t i = 0; i < luma_size / 4; ++i) {
@@ -103,14 +103,14 @@ EncodedFrame Engine::encode(const std::uint8_t* nv12, bool force_key) {
   }
   SSourcePicture picture = {};
   picture.iColorFormat = videoFormatI420;
-  picture.iPicWidth = state_->width;
-  picture.iPicHeight = state_->height;
-  picture.iStride[0] = state_->width;
-  picture.iStride[1] = picture.iStride[2] = state_->width / 2;
+  picture.iPicWidth = format.width;
+  picture.iPicHeight = format.height;
+  picture.iStride[0] = format.width;
+  picture.iStride[1] = picture.iStride[2] = format.width / 2;
   picture.pData[0] = const_cast<std::uint8_t*>(nv12);
   picture.pData[1] = u;
   picture.pData[2] = v;
-  picture.uiTimeStamp = state_->frames++ * kMillisecondsPerSecond / state_->fps;
+  picture.uiTimeStamp = state_->frames++ * kMillisecondsPerSecond / format.fps;
   if (force_key) state_->encoder->ForceIntraFrame(true);
 
   SFrameBSInfo info = {};
@@ -119,7 +119,7 @@ EncodedFrame Engine::encode(const std::uint8_t* nv12, bool force_key) {
   frame.key = info.eFrameType == videoFrameTypeIDR;
   for (int i = 0; i < info.iLayerNum; ++i) {
     const SLayerBSInfo& layer = info.sLayerInfo[i];
-    if (layer.uiLayerType == NON_VIDEO_CODING_LAYER && !state_->parameter_sets_in_stream) continue;
+    if (layer.uiLayerType == NON_VIDEO_CODING_LAYER && !format.parameter_sets_in_stream) continue;
     append_layer(layer, frame.bytes);
   }
   return frame;

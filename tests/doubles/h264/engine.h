@@ -14,11 +14,17 @@ struct EncodedFrame {
   bool key = false;
 };
 
+struct EngineFormat {
+  int width = 0, height = 0;              // pixels
+  int fps = 0, bitrate = 0;               // frames and bits per second
+  int slices = 1;                         // in each picture
+  bool parameter_sets_in_stream = false;  // before each key frame
+};
+
 class Engine {
  public:
-  // Sizes are in pixels, rates in frames and bits per second. With `parameter_sets_in_stream` the stream
-  // contains the parameter sets before each key frame. No other call is allowed unless opened() is true.
-  Engine(int width, int height, int fps, int bitrate, bool parameter_sets_in_stream);
+  // No other call is allowed unless opened() is true.
+  explicit Engine(const EngineFormat& format);
   ~Engine();
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;

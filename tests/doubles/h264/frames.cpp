@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "tests/doubles/h264/byte_stream.h"
 #include "tests/doubles/h264/encoder_transform.h"
 
 namespace vantelink_doubles {
@@ -19,6 +20,7 @@ HRESULT EncoderTransform::ReadSample(IMFSample* sample, Input& input) const {
   ComPtr<IMFMediaBuffer> buffer;
   BYTE* bytes = nullptr;
   DWORD length = 0;
+  if (sample == nullptr) return E_POINTER;
   HRESULT result = sample->ConvertToContiguousBuffer(buffer.GetAddressOf());
   if (FAILED(result) || FAILED(result = buffer->Lock(&bytes, nullptr, &length))) return result;
   if (length == picture_size_) input.nv12.assign(bytes, bytes + length);
@@ -30,40 +32,51 @@ HRESULT EncoderTransform::ReadSample(IMFSample* sample, Input& input) const {
 }
 
 HRESULT EncoderTransform::ProcessInput(DWORD, IMFSample* sample, DWORD) {
-  if (locked()) return MF_E_TRANSFORM_ASYNC_LOCKED;
-  if (const HRESULT result = codec_board().process_input_result; result != 0) {
-    // The transform requests input again, because the failed call does not use up the earlier request.
-    if (async()) QueueSimpleEvent(METransformNeedInput);
-    return result;
-  }
+  if (const HRESULT refusal = Refusal(); FAILED(refusal)) return refusal;
+  // The call uses up a request even if the input is refused.
+  if (async() && !events_->UseRequest()) return MF_E_NOTACCEPTING;
+  if (const HRESULT result = codec_board().process_input_result; result != 0) return result;
   if (!engine_) return MF_E_TRANSFORM_TYPE_NOT_SET;
   Input input;
   if (const HRESULT result = ReadSample(sample, input); FAILED(result)) return result;
-  ++codec_board().inputs;
+  return Accept(input);
+}
+
+HRESULT EncoderTransform::Accept(Input& input) {
+  CodecBoard& board = codec_board();
+  const std::lock_guard guard(lock_);
+  if (!async() && !ready_.empty()) return MF_E_NOTACCEPTING;
+  ++board.inputs;
   // The cell overflows after some minutes of frames, which is longer than any test runs.
-  codec_board().time = static_cast<std::int32_t>(input.time);
-  codec_board().duration = static_cast<std::int32_t>(input.duration);
-  {
-    const std::lock_guard guard(lock_);
-    if (!async() && released_ && !ready_.empty()) return MF_E_NOTACCEPTING;
-    input.force_key = std::exchange(force_key_, false);
-    if (async()) {
-      pending_.push_back(std::move(input));
-      changed_.notify_all();
-      return S_OK;
-    }
+  board.time = static_cast<std::int32_t>(input.time);
+  board.duration = static_cast<std::int32_t>(input.duration);
+  input.number = ++inputs_;
+  input.flushes = flushes_;
+  input.force_key = std::exchange(force_key_, false);
+  if (!async()) {
+    Keep(engine_->encode(input.nv12.data(), input.force_key), input);
+    return S_OK;
   }
-  Encode(input);
+  events_->SetWorking(true);
+  pending_.push_back(std::move(input));
+  changed_.notify_all();
+  if (board.asks_at_once != 0) events_->RequestInput();
   return S_OK;
 }
 
-std::size_t EncoderTransform::Encode(const Input& input) {
-  EncodedFrame frame = engine_->encode(input.nv12.data(), input.force_key);
-  const std::lock_guard guard(lock_);
-  ready_.push_back({std::move(frame), input.time, input.duration});
-  if (released_) return 1;
-  released_ = ready_.size() > static_cast<std::size_t>(codec_board().buffered_frames);
-  return released_ ? ready_.size() : 0;
+std::size_t EncoderTransform::Keep(EncodedFrame frame, const Input& input) {
+  const CodecBoard& board = codec_board();
+  add_delimiters(frame.bytes);
+  held_.push_back({std::move(frame), input.time, input.duration});
+  const auto buffered = static_cast<std::size_t>(board.buffered_frames);
+  if (!released_ && held_.size() <= buffered) return 0;
+  released_ = true;
+  std::size_t outputs = 0;
+  for (; held_.size() > static_cast<std::size_t>(board.lagging_frames); ++outputs) {
+    ready_.push_back(std::move(held_.front()));
+    held_.pop_front();
+  }
+  return outputs;
 }
 
 void EncoderTransform::Work() {
@@ -74,7 +87,7 @@ void EncoderTransform::Work() {
     const Input input = std::move(pending_.front());
     pending_.pop_front();
     guard.unlock();
-    const std::size_t outputs = Encode(input);
+    EncodedFrame frame = engine_->encode(input.nv12.data(), input.force_key);
     guard.lock();
     // The test's process cannot notify the condition variable, so this thread polls the board.
     while (codec_board().silent != 0 && !stopping_) {
@@ -82,24 +95,42 @@ void EncoderTransform::Work() {
       changed_.wait_for(guard, kSilenceStep);
     }
     codec_board().withheld = 0;
-    for (std::size_t i = 0; i < outputs; ++i)
-      QueueSimpleEvent(METransformHaveOutput);
-    QueueSimpleEvent(METransformNeedInput);
+    if (input.flushes == flushes_) Report(input, std::move(frame));
+    events_->SetWorking(!pending_.empty());
   }
 }
 
+void EncoderTransform::Report(const Input& input, EncodedFrame frame) {
+  const CodecBoard& board = codec_board();
+  if (input.number == board.failing_input) {
+    streaming_ = false;
+    events_->ReportError(E_FAIL);
+    return;
+  }
+  for (std::size_t outputs = Keep(std::move(frame), input); outputs > 0; --outputs)
+    events_->AnnounceOutput();
+  if (streaming_ && board.asks_at_once == 0 && !needs_new_type()) events_->RequestInput();
+}
+
 HRESULT EncoderTransform::ProcessOutput(DWORD, DWORD count, MFT_OUTPUT_DATA_BUFFER* output, DWORD* status) {
-  if (locked()) return MF_E_TRANSFORM_ASYNC_LOCKED;
+  if (const HRESULT refusal = Refusal(); FAILED(refusal)) return refusal;
   if (count != 1) return E_INVALIDARG;
+  if (async() && !events_->UseOutput()) return E_UNEXPECTED;
   *status = 0;
   Output next;
   {
     const std::lock_guard guard(lock_);
-    if (!released_ || ready_.empty()) return MF_E_TRANSFORM_NEED_MORE_INPUT;
+    if (ready_.empty()) return MF_E_TRANSFORM_NEED_MORE_INPUT;
+    if (needs_new_type()) {
+      type_requested_ = true;
+      output->dwStatus = MFT_OUTPUT_DATA_BUFFER_FORMAT_CHANGE;
+      return MF_E_TRANSFORM_STREAM_CHANGE;
+    }
     next = std::move(ready_.front());
     ready_.pop_front();
   }
   if (codec_board().process_output_result != 0) return codec_board().process_output_result;
+  if (codec_board().late_header != 0) PutHeaderIntoType();
   ++codec_board().outputs;
   return FillSample(next, *output);
 }

@@ -8,6 +8,7 @@
 #include <cwchar>
 #include <string>
 
+#include "tests/doubles/h264/event_counts.h"
 #include "tests/doubles/h264/transform.h"
 
 namespace vantelink_doubles {
@@ -115,4 +116,9 @@ extern "C" HRESULT WINAPI DllInstall(BOOL install, const wchar_t* wanted) {
     if (const HRESULT result = add(kind); FAILED(result)) return result;
   }
   return S_OK;
+}
+
+// For tests whose client waits for an event that will not come.
+extern "C" void WINAPI ShutDownEvents() {
+  shut_down_events();
 }

@@ -1,9 +1,12 @@
-// The double's encoder transform: media types, settings and the calls of IMFTransform and ICodecAPI.
+// The life of an encoder transform, its interfaces and its media types.
 #include <mfapi.h>
 #include <mferror.h>
-#include <codecapi.h>
+
+#include <algorithm>
+#include <utility>
 
 #include "tests/doubles/board_win32.h"
+#include "tests/doubles/h264/byte_stream.h"
 #include "tests/doubles/h264/encoder_transform.h"
 
 namespace vantelink_doubles {
@@ -32,27 +35,20 @@ bool encodable(std::int32_t side) {
   return side >= kSmallestSide && side <= kLargestSide && side % 2 == 0;
 }
 
-// Returns the parameter sets, followed by filler (NAL type 12) up to the size set on the board.
-Bytes sequence_header(const Bytes& parameter_sets) {
-  Bytes header = parameter_sets;
-  const auto wanted = static_cast<std::size_t>(codec_board().header_bytes);
-  if (wanted <= header.size()) return header;
-  const std::uint8_t filler[] = {0, 0, 0, 1, 12};
-  header.insert(header.end(), filler, filler + sizeof(filler));
-  header.resize(wanted, 0xFF);
-  header.push_back(0x80);
-  return header;
-}
-
 }  // namespace
 
-EncoderTransform::EncoderTransform(Transform kind) : kind_(kind) {
+EncoderTransform::EncoderTransform(Transform kind, std::unique_ptr<SessionSlot> slot)
+    : kind_(kind), slot_(std::move(slot)) {
   ++codec_board().live;
   ++codec_board().activations;
-  MFCreateAttributes(attributes_.GetAddressOf(), 2);
+  MFCreateAttributes(attributes_.GetAddressOf(), 4);
+  if (codec_board().d3d_aware != 0) {
+    attributes_->SetUINT32(MF_SA_D3D_AWARE, 1);
+    attributes_->SetUINT32(MF_SA_D3D11_AWARE, 1);
+  }
   if (!async()) return;
   attributes_->SetUINT32(MF_TRANSFORM_ASYNC, 1);
-  MFCreateEventQueue(events_.GetAddressOf());
+  events_ = std::make_unique<EventCounts>();
   thread_ = std::thread([this] { Work(); });
 }
 
@@ -65,7 +61,7 @@ EncoderTransform::~EncoderTransform() {
     changed_.notify_all();
     thread_.join();
   }
-  if (events_) events_->Shutdown();
+  if (slot_ && codec_board().keeps_session != 0) slot_->Keep();
   --codec_board().live;
 }
 
@@ -77,6 +73,8 @@ HRESULT EncoderTransform::QueryInterface(REFIID iid, void** result) {
     *result = static_cast<ICodecAPI*>(this);
   } else if (iid == IID_IMFMediaEventGenerator && async()) {
     *result = static_cast<IMFMediaEventGenerator*>(this);
+  } else if (iid == IID_IMFShutdown && async()) {
+    *result = static_cast<IMFShutdown*>(this);
   }
   if (*result == nullptr) return E_NOINTERFACE;
   AddRef();
@@ -84,9 +82,11 @@ HRESULT EncoderTransform::QueryInterface(REFIID iid, void** result) {
 }
 
 // An asynchronous transform refuses callers that did not set MF_TRANSFORM_ASYNC_UNLOCK.
-bool EncoderTransform::locked() const {
+HRESULT EncoderTransform::Refusal() const {
+  if (shut_down_) return MF_E_SHUTDOWN;
   UINT32 unlocked = 0;
-  return async() && (FAILED(attributes_->GetUINT32(MF_TRANSFORM_ASYNC_UNLOCK, &unlocked)) || unlocked == 0);
+  if (async()) attributes_->GetUINT32(MF_TRANSFORM_ASYNC_UNLOCK, &unlocked);
+  return async() && unlocked == 0 ? MF_E_TRANSFORM_ASYNC_LOCKED : S_OK;
 }
 
 HRESULT EncoderTransform::GetOutputStreamInfo(DWORD, MFT_OUTPUT_STREAM_INFO* info) {
@@ -97,7 +97,8 @@ HRESULT EncoderTransform::GetOutputStreamInfo(DWORD, MFT_OUTPUT_STREAM_INFO* inf
 }
 
 HRESULT EncoderTransform::SetOutputType(DWORD, IMFMediaType* type, DWORD) {
-  if (locked()) return MF_E_TRANSFORM_ASYNC_LOCKED;
+  if (const HRESULT refusal = Refusal(); FAILED(refusal)) return refusal;
+  if (ContinueWithNewType()) return S_OK;
   if (codec_board().output_type_result != 0) return codec_board().output_type_result;
   UINT64 size = 0, rate = 0;
   if (FAILED(type->GetUINT64(MF_MT_FRAME_SIZE, &size)) || FAILED(type->GetUINT64(MF_MT_FRAME_RATE, &rate))) {
@@ -113,21 +114,45 @@ HRESULT EncoderTransform::SetOutputType(DWORD, IMFMediaType* type, DWORD) {
   board.messages = 0;
   if (!encodable(board.width) || !encodable(board.height) || board.fps < 1) return MF_E_INVALIDMEDIATYPE;
 
+  return OpenEncoder(*type);
+}
+
+HRESULT EncoderTransform::OpenEncoder(IMFMediaType& type) {
+  const CodecBoard& board = codec_board();
+  if (async() && !slot_) slot_ = SessionSlot::Take();
+  if (async() && !slot_) return kNoFreeSession;
   picture_size_ = static_cast<std::size_t>(board.width) * static_cast<std::size_t>(board.height) * 3 / 2;
-  engine_ = std::make_unique<Engine>(board.width, board.height, board.fps, board.type_bitrate,
-                                     board.no_header != 0);
+  engine_ = std::make_unique<Engine>(EngineFormat{.width = board.width,
+                                                  .height = board.height,
+                                                  .fps = board.fps,
+                                                  .bitrate = board.type_bitrate,
+                                                  .slices = std::max(board.slices.load(), 1),
+                                                  .parameter_sets_in_stream = header_in_stream()});
   if (!engine_->opened()) return MF_E_INVALIDMEDIATYPE;
   MFCreateMediaType(output_type_.ReleaseAndGetAddressOf());
-  type->CopyAllItems(output_type_.Get());
-  if (board.no_header == 0) {
-    const Bytes header = sequence_header(engine_->parameter_sets());
-    output_type_->SetBlob(MF_MT_MPEG_SEQUENCE_HEADER, header.data(), static_cast<UINT32>(header.size()));
-  }
+  type.CopyAllItems(output_type_.Get());
+  if (header_in_first_type()) PutHeaderIntoType();
   return S_OK;
 }
 
+void EncoderTransform::PutHeaderIntoType() {
+  const Bytes header = sequence_header(engine_->parameter_sets());
+  output_type_->SetBlob(MF_MT_MPEG_SEQUENCE_HEADER, header.data(), static_cast<UINT32>(header.size()));
+}
+
+bool EncoderTransform::ContinueWithNewType() {
+  const std::lock_guard guard(lock_);
+  if (!type_requested_ || type_renewed_) return false;
+  type_renewed_ = true;
+  if (!async()) return true;
+  for (std::size_t i = 0; i < ready_.size(); ++i)
+    events_->AnnounceOutput();
+  events_->RequestInput();
+  return true;
+}
+
 HRESULT EncoderTransform::SetInputType(DWORD, IMFMediaType* type, DWORD) {
-  if (locked()) return MF_E_TRANSFORM_ASYNC_LOCKED;
+  if (const HRESULT refusal = Refusal(); FAILED(refusal)) return refusal;
   if (codec_board().input_type_result != 0) return codec_board().input_type_result;
   if (!output_type_) return MF_E_TRANSFORM_TYPE_NOT_SET;
   GUID format = {};
@@ -141,60 +166,14 @@ HRESULT EncoderTransform::SetInputType(DWORD, IMFMediaType* type, DWORD) {
   return S_OK;
 }
 
+HRESULT EncoderTransform::GetOutputAvailableType(DWORD stream, DWORD index, IMFMediaType** type) {
+  return index == 0 ? GetOutputCurrentType(stream, type) : MF_E_NO_MORE_TYPES;
+}
+
 HRESULT EncoderTransform::GetOutputCurrentType(DWORD, IMFMediaType** type) {
   *type = nullptr;
+  if (const HRESULT refusal = Refusal(); FAILED(refusal)) return refusal;
   return output_type_ ? output_type_.CopyTo(type) : MF_E_TRANSFORM_TYPE_NOT_SET;
-}
-
-HRESULT EncoderTransform::ProcessMessage(MFT_MESSAGE_TYPE message, ULONG_PTR) {
-  std::int32_t digit = 0;
-  switch (message) {
-    case MFT_MESSAGE_COMMAND_FLUSH: {
-      const std::lock_guard guard(lock_);
-      pending_.clear();
-      ready_.clear();
-      digit = 1;
-      break;
-    }
-    case MFT_MESSAGE_NOTIFY_BEGIN_STREAMING:
-      digit = 2;
-      break;
-    case MFT_MESSAGE_NOTIFY_START_OF_STREAM:
-      digit = 3;
-      if (async()) QueueSimpleEvent(METransformNeedInput);
-      break;
-    case MFT_MESSAGE_NOTIFY_END_OF_STREAM:
-      digit = 4;
-      break;
-    case MFT_MESSAGE_NOTIFY_END_STREAMING:
-      digit = 5;
-      break;
-    default:
-      return E_NOTIMPL;
-  }
-  codec_board().messages = codec_board().messages * 16 + digit;
-  return S_OK;
-}
-
-HRESULT EncoderTransform::SetValue(const GUID* key, VARIANT* value) {
-  CodecBoard& board = codec_board();
-  const auto number = static_cast<std::int32_t>(value->ulVal);
-  if (*key == CODECAPI_AVEncVideoForceKeyFrame && value->vt == VT_UI4) {
-    const std::lock_guard guard(lock_);
-    force_key_ = number != 0;
-    ++board.forced;
-  } else if (*key == CODECAPI_AVEncCommonRateControlMode && value->vt == VT_UI4) {
-    board.rate_control = number;
-  } else if (*key == CODECAPI_AVEncCommonMeanBitRate && value->vt == VT_UI4) {
-    board.bitrate = number;
-  } else if (*key == CODECAPI_AVLowLatencyMode && value->vt == VT_BOOL) {
-    board.low_latency = value->boolVal;
-  } else if (*key == CODECAPI_AVEncCommonQualityVsSpeed && value->vt == VT_UI4) {
-    board.speed = number;
-  } else {
-    return E_INVALIDARG;
-  }
-  return S_OK;
 }
 
 CodecBoard& codec_board() {
@@ -203,9 +182,14 @@ CodecBoard& codec_board() {
 }
 
 HRESULT make_transform(Transform kind, REFIID iid, void** result) {
+  std::unique_ptr<SessionSlot> slot;
+  if (kind == Transform::Async && codec_board().limits_creation != 0) {
+    slot = SessionSlot::Take();
+    if (!slot) return kNoFreeSession;
+  }
   ComPtr<IMFTransform> transform;
   // The ComPtr's Attach is not used, because the toolchain's version wrongly adds a reference.
-  *transform.ReleaseAndGetAddressOf() = new EncoderTransform(kind);
+  *transform.ReleaseAndGetAddressOf() = new EncoderTransform(kind, std::move(slot));
   return transform.CopyTo(iid, result);
 }
 

@@ -192,8 +192,11 @@ TEST_P(H264Stream, EncoderThatRefusesItsMediaTypesIsReplacedByJpegUntilSizeOrCod
 
 TEST_P(H264Stream, FramesWithEncoderErrorsAreSkippedAndTheStreamContinues) {
   using Board = vantelink_doubles::CodecBoard;
+  const bool async = GetParam() == kAsync;
   first_frame();
-  for (const auto cell : {&Board::process_input_result, &Board::process_output_result}) {
+  for (const auto cell : {&Board::process_output_result, &Board::process_input_result}) {
+    // A refused input stops the stream of an asynchronous encoder; event_order_test.cpp tests that.
+    if (async && cell == &Board::process_input_result) continue;
     (codec->operator->()->*cell) = kFailure;
     const int frames = (*desktop)->frames;
     ASSERT_TRUE(eventually([&] { return (*desktop)->frames > frames + 5; }));
@@ -207,11 +210,8 @@ TEST_P(H264Stream, FramesWithEncoderErrorsAreSkippedAndTheStreamContinues) {
     check_pictures(next_frame());
   }
   EXPECT_EQ((*codec)->sessions, 1);
-  const std::string log = desk->debug_log();
-  EXPECT_NE(log.find(GetParam() == kAsync ? "encoder: ProcessInput(async) failed hr=0x00000000\n"
-                                          : "encoder: ProcessInput(sync) failed hr=0x80004005\n"),
-            std::string::npos);
-  EXPECT_NE(log.find("encoder: ProcessOutput failed hr=0x80004005\n"), std::string::npos);
+  EXPECT_TRUE(logged("encoder: ProcessOutput failed hr=0x80004005\n"));
+  EXPECT_TRUE(async || logged("encoder: ProcessInput(sync) failed hr=0x80004005\n"));
 }
 
 TEST_P(H264Stream, EveryKindOfOutputSampleAllocationWorks) {

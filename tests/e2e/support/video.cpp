@@ -45,34 +45,38 @@ double clamped(double sample) {
 
 std::vector<AccessUnit> access_units(const Bytes& stream) {
   std::vector<AccessUnit> units;
-  AccessUnit unit;
-  std::size_t begin = 0;
-  bool sequence_set = false, picture_set = false;
+  bool sequence_set = false, picture_set = false, in_picture = false;
   std::size_t at = next_unit(stream, 0);
   require(at == 3 || (at == 4 && stream[0] == 0), "the stream does not begin with a start code");
+  std::size_t begin = 0;       // of the access unit
+  std::size_t unit_begin = 0;  // of the NAL unit with its start code
+  const auto end_picture = [&](std::size_t end) {
+    units.back().bytes.assign(stream.begin() + static_cast<std::ptrdiff_t>(begin),
+                              stream.begin() + static_cast<std::ptrdiff_t>(end));
+    sequence_set = picture_set = in_picture = false;
+    begin = end;
+  };
   while (at < stream.size()) {
     const std::uint8_t type = stream[at] & 0x1F;
-    const std::size_t following = next_unit(stream, at);
-    // A zero before the start code is part of it: start codes have three or four bytes.
-    std::size_t end = following == stream.size() ? following : following - 3;
-    if (end < stream.size() && stream[end - 1] == 0) --end;
+    const bool slice = type == kSlice || type == kRefreshSlice;
+    // The first bit is set when the slice's first macroblock is the picture's first.
+    const bool first = slice && at + 1 < stream.size() && (stream[at + 1] & 0x80) != 0;
+    if (in_picture && (!slice || first)) end_picture(unit_begin);
     sequence_set |= type == kSequenceSet;
     picture_set |= type == kPictureSet;
-    if (type == kSlice || type == kRefreshSlice) {
-      // The first bit is set when the slice's first macroblock is the picture's first.
-      require(at + 1 < stream.size() && (stream[at + 1] & 0x80) != 0, "a picture has several slices");
-      unit.bytes.assign(stream.begin() + static_cast<std::ptrdiff_t>(begin),
-                        stream.begin() + static_cast<std::ptrdiff_t>(end));
-      unit.key = type == kRefreshSlice;
-      unit.parameter_sets = sequence_set && picture_set;
-      units.push_back(std::move(unit));
-      unit = {};
-      sequence_set = picture_set = false;
-      begin = end;
+    if (first) {
+      in_picture = true;
+      units.push_back({{}, type == kRefreshSlice, sequence_set && picture_set, 0});
     }
-    at = following;
+    require(first || !slice || in_picture, "a picture's first slice is missing");
+    if (slice) ++units.back().slices;
+    at = next_unit(stream, at);
+    // A zero before the start code is part of it: start codes have three or four bytes.
+    unit_begin = at == stream.size() ? at : at - 3;
+    if (unit_begin < stream.size() && stream[unit_begin - 1] == 0) --unit_begin;
   }
-  require(begin == stream.size(), "there are bytes after the last picture");
+  require(in_picture, "there are bytes after the last picture");
+  end_picture(stream.size());
   return units;
 }
 

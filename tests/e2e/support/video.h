@@ -15,9 +15,10 @@ struct AccessUnit {
   Bytes bytes;
   bool key = false;             // the picture is an instantaneous decoder refresh
   bool parameter_sets = false;  // a sequence and a picture parameter set precede the picture
+  int slices = 0;
 };
 
-// Splits a byte stream that has one slice in each picture. Throws std::runtime_error for any other stream.
+// Splits a byte stream. Throws std::runtime_error unless it begins with a start code and ends with a picture.
 std::vector<AccessUnit> access_units(const Bytes& stream);
 
 // Planes of 8-bit samples, without padding; the chroma planes have half the width and height, rounded up.

@@ -10,7 +10,7 @@ class ISVCDecoder;
 namespace vlk::test {
 
 // NAL unit types of H.264, table 7-1.
-constexpr int kSlice = 1, kKeySlice = 5, kSequenceSet = 7, kPictureSet = 8;
+constexpr int kSlice = 1, kKeySlice = 5, kInformation = 6, kSequenceSet = 7, kPictureSet = 8, kDelimiter = 9;
 
 // Types of all NAL units, in order.
 std::vector<int> nal_types(const std::vector<std::uint8_t>& stream);

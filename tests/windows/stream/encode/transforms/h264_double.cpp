@@ -26,6 +26,8 @@ Double::Double() {
   HMODULE loaded = LoadLibraryW((name + L"doubles\\h264.dll").c_str());
   if (loaded == nullptr) loaded = LoadLibraryW((name + L"h264.dll").c_str());
   install_ = reinterpret_cast<Install*>(reinterpret_cast<void*>(GetProcAddress(loaded, "DllInstall")));
+  shut_down_events_ =
+      reinterpret_cast<void(WINAPI*)()>(reinterpret_cast<void*>(GetProcAddress(loaded, "ShutDownEvents")));
 }
 
 Double& the_double() {

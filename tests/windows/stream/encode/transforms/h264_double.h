@@ -16,6 +16,8 @@ class Double {
 
   // Registers the transforms named in the text ("sync", "async", both or none) and removes the others.
   bool Register(const wchar_t* kinds) { return install_ != nullptr && SUCCEEDED(install_(TRUE, kinds)); }
+  // Ends the waits for events of all asynchronous transforms. GetEvent fails from then on.
+  void ShutDownEvents() { shut_down_events_(); }
   vantelink_doubles::CodecBoard& board() { return *board_; }
   bool shared() const { return board_ != &fallback_; }
 
@@ -24,6 +26,7 @@ class Double {
   vantelink_doubles::CodecBoard fallback_ = {};
   vantelink_doubles::CodecBoard* board_ = nullptr;
   Install* install_ = nullptr;
+  void(WINAPI* shut_down_events_)() = nullptr;
 };
 
 Double& the_double();

@@ -1,7 +1,9 @@
 // Draws the test pictures, encodes them and compares what is decoded.
 #include "tests/windows/stream/encode/transforms/transforms_fixture.h"
 
+#include <atomic>
 #include <cstring>
+#include <thread>
 
 #include "stream/encode/colour.h"
 #include "tests/doubles/scripted_picture.h"
@@ -10,7 +12,8 @@
 namespace vlk::agent {
 namespace {
 
-constexpr double kSmallestPsnr = 30;  // decibels
+constexpr double kSmallestPsnr = 30;    // decibels
+constexpr ULONGLONG kPatience = 30000;  // milliseconds
 
 Bytes LumaOf(const CapturedFrame& frame) {
   const auto width = static_cast<std::int32_t>(frame.width), height = static_cast<std::int32_t>(frame.height);
@@ -47,6 +50,7 @@ void H264TransformsTest::TearDown() {
   board_.silent = 0;
   encoder_.reset();
   EXPECT_EQ(board_.live, 0) << "transforms are not released";
+  EXPECT_EQ(board_.misuses, 0) << "calls were made that no event allowed";
 }
 
 Bytes H264TransformsTest::Encode(const CapturedFrame& frame, bool force) {
@@ -55,11 +59,30 @@ Bytes H264TransformsTest::Encode(const CapturedFrame& frame, bool force) {
   return out;
 }
 
-void H264TransformsTest::ExpectShown(test::H264Decoder& decoder, std::uint32_t number, bool force,
-                                     std::int32_t width, std::int32_t height) {
+void H264TransformsTest::ExpectWaitsForever(const CapturedFrame& frame, bool force) {
+  std::atomic<bool> returned{false};
+  bool result = true;
+  Bytes out;
+  std::thread caller([&] {
+    result = encoder_->Encode(frame, out, force);
+    returned = true;
+  });
+  const ULONGLONG deadline = GetTickCount64() + kPatience;
+  while (board_.stalled == 0 && !returned && GetTickCount64() < deadline)
+    Sleep(1);
+  EXPECT_EQ(board_.stalled, 1);
+  EXPECT_FALSE(returned);
+  the_double().ShutDownEvents();
+  caller.join();
+  EXPECT_FALSE(result);
+  EXPECT_TRUE(out.empty());
+}
+
+void H264TransformsTest::ExpectShown(test::H264Decoder& decoder, std::uint32_t number, const Types& types,
+                                     bool force, std::int32_t width, std::int32_t height) {
   const CapturedFrame frame = Picture(number, width, height);
   const Bytes bytes = Encode(frame, force);
-  EXPECT_EQ(test::nal_types(bytes), force ? kKeyFrame : kOtherFrame) << number;
+  EXPECT_EQ(test::nal_types(bytes), types) << number;
   const test::DecodedLuma shown = decoder.decode(bytes);
   ASSERT_EQ(shown.width, width) << number;
   ASSERT_EQ(shown.height, height) << number;

@@ -42,9 +42,17 @@ class H264TransformsTest : public testing::TestWithParam<Transform> {
   }
   // Encodes the frame, which must succeed.
   Bytes Encode(const CapturedFrame& frame, bool force = false);
+  // Encodes the frame, which must never return: the call waits for an event, and the transform has nothing to
+  // do before the next call. The wait is then ended, so the session cannot be used further.
+  void ExpectWaitsForever(const CapturedFrame& frame, bool force = false);
   // Encodes the picture with this number. The output must decode to the same picture.
   void ExpectShown(test::H264Decoder& decoder, std::uint32_t number, bool force, std::int32_t width = kWidth,
-                   std::int32_t height = kHeight);
+                   std::int32_t height = kHeight) {
+    ExpectShown(decoder, number, force ? kKeyFrame : kOtherFrame, force, width, height);
+  }
+  // Does the same, and expects NAL units of these types.
+  void ExpectShown(test::H264Decoder& decoder, std::uint32_t number, const Types& types, bool force,
+                   std::int32_t width = kWidth, std::int32_t height = kHeight);
 
   const ComApartment apartment_;
   vantelink_doubles::CodecBoard& board_ = the_double().board();
