@@ -87,6 +87,7 @@ HRESULT WINAPI acquire_next_frame(Duplication* self, UINT timeout_ms, DXGI_OUTDU
   if (info == nullptr || resource == nullptr) return misuse(DesktopMisuse::NullArgument);
   *resource = nullptr;
   *info = {};
+  desktop_board().wait = static_cast<std::int32_t>(timeout_ms);
   if (holds_frame(self)) return misuse(DesktopMisuse::FrameNotReleased, DXGI_ERROR_INVALID_CALL);
   const HRESULT result = wait_for_change(self, timeout_ms);
   if (result == DXGI_ERROR_WAIT_TIMEOUT) {
