@@ -24,6 +24,7 @@ struct OutputCells {
   Cell adapter;                   // number of the output's adapter; the outputs of an adapter are adjacent
   Cell unattached;                // if not 0, the output is not attached to the desktop
   Cell left, top, width, height;  // the output's rectangle on the desktop, in pixels
+  Cell rotation;                  // a DXGI_MODE_ROTATION; 0 means not turned
 };
 
 enum class DesktopAbsurdity : std::int32_t {
@@ -35,6 +36,26 @@ enum class DesktopAbsurdity : std::int32_t {
   NullResource  // an acquired frame has no resource
 };
 
+// Calls that Windows forbids. The double refuses them as Windows does, and records them.
+enum class DesktopMisuse : std::int32_t {
+  None,
+  NullArgument,
+  ReleasedTooOften,     // Release without a reference
+  DeviceArguments,      // D3D11CreateDevice with other arguments than an adapter permits
+  ForeignDevice,        // DuplicateOutput without a device of the output's adapter
+  SecondDuplication,    // DuplicateOutput while the program has a duplication of the output
+  FrameNotReleased,     // AcquireNextFrame while a frame is held
+  NoFrameHeld,          // ReleaseFrame without a held frame
+  ReleasedFrameUsed,    // CopyResource from the texture of a released frame
+  TextureDescription,   // CreateTexture2D of anything but a readable staging texture without initial data
+  CopyArguments,        // CopyResource between textures that differ in device, size or format
+  CopyWhileMapped,      // CopyResource while one of the textures is mapped
+  MapArguments,         // Map of anything but a staging texture for reading
+  MappedTwice,          // Map of a mapped texture
+  NotMapped,            // Unmap of a texture that is not mapped
+  ReleasedWhileMapped,  // the last reference of a mapped texture released
+};
+
 // A cell named `..._result` holds the HRESULT that the call in its comment returns; 0 is success.
 struct DesktopBoard {
   Cell output_count;  // 0 means one output of 1280x720 at the origin
@@ -43,25 +64,31 @@ struct DesktopBoard {
   Cell device_result;     // D3D11CreateDevice
   Cell output1_result;    // the query for IDXGIOutput1
   Cell duplicate_result;  // DuplicateOutput
-  Cell acquire_result;    // AcquireNextFrame; used only while `still` is 0
+  Cell acquire_result;    // AcquireNextFrame; used only while `still` is 0. A duplication that returned
+                          // DXGI_ERROR_ACCESS_LOST returns it at each later call
   Cell texture_result;    // the query for ID3D11Texture2D
   Cell staging_result;    // CreateTexture2D
   Cell map_result;        // Map
   Cell still;             // if not 0, the desktop does not change and AcquireNextFrame times out
+  Cell refresh_rate;      // changes of the desktop per second; 0 means 60
+  Cell other_programs;    // programs that duplicate the desktop too; Windows permits four in all
   Cell width, height;     // size of the desktop's texture; 0 means the output's size
   Cell pitch;             // bytes per row; 0 means 64 more than the pixels need
   Cell absurdity;         // a DesktopAbsurdity
   Cell census_wanted;     // if not 0, the next CreateDXGIFactory1 fills the census cells and clears this cell
 
   // Recorded by the double.
-  Cell live;            // objects that are not released
+  Cell live;            // objects that are not destroyed; a child keeps its parent alive
+  Cell references;      // references that the program holds
   Cell factories;       // calls of CreateDXGIFactory1
   Cell duplications;    // successful DuplicateOutput calls
   Cell device_adapter;  // number of the last device's adapter
   Cell frames;          // number of returned frames; the last picture shows the same number
   Cell time_outs;
-  Cell losses;   // AcquireNextFrame calls that returned `acquire_result`
-  Cell misuses;  // AcquireNextFrame calls while a frame was held, and ReleaseFrame calls without a held frame
+  Cell wait;         // timeout of the last AcquireNextFrame, in milliseconds
+  Cell losses;       // AcquireNextFrame calls that failed, except by a time-out
+  Cell misuses;      // number of forbidden calls
+  Cell last_misuse;  // a DesktopMisuse
   // The census: counts of what the agent's process has open.
   Cell census_handles, census_gdi_objects;
 };

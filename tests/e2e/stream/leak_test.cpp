@@ -54,6 +54,7 @@ class LeakTest : public StreamTest, public testing::WithParamInterface<const cha
     census.handles = (*desktop)->census_handles;
     census.gdi_objects = (*desktop)->census_gdi_objects;
     EXPECT_EQ((*desktop)->live, 0);
+    EXPECT_EQ((*desktop)->references, 0);
     EXPECT_EQ((*codec)->live, 0);
     const std::filesystem::directory_iterator threads("/proc/" + std::to_string(pid_) + "/task");
     census.threads = static_cast<int>(std::distance(threads, {}));

@@ -87,6 +87,11 @@ void StreamTest::SetUp() {
       std::string(vantelink_doubles::kCodecBoardVariable) + "=" + wine_path(folder() + "/codec")};
 }
 
+void StreamTest::TearDown() {
+  EXPECT_EQ((*desktop)->misuses, 0) << "the last was DesktopMisuse " << (*desktop)->last_misuse;
+  AgentTest::TearDown();
+}
+
 void StreamTest::register_encoders(const std::string& kinds) {
   if (registered == kinds + ".") return;
   const std::string library = wine_path(std::string(kDoubles) + "h264.dll");

@@ -45,6 +45,8 @@ class StreamTest : public AgentTest {
   static void SetUpTestSuite();
   static void TearDownTestSuite();
   void SetUp() override;
+  // Also checks that the agent made no call that the desktop's double forbids.
+  void TearDown() override;
 
   // Registers these encoders and no others: "sync", "async", "sync async" for both, or an
   // empty text for none.
