@@ -47,10 +47,6 @@ export class ClipboardNotice {
     this.#upload = upload;
     this.#focusPicture = focusPicture;
     this.#formats = formats;
-    // The picture takes keys again after a click; whoever uses the keyboard stays in the notice.
-    place.addEventListener('click', ({ detail, target }) => {
-      if (detail > 0 && target instanceof HTMLButtonElement) focusPicture();
-    });
   }
 
   /**

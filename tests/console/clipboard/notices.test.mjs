@@ -8,9 +8,14 @@ import { focused, hasFocus } from '../support/focus.mjs';
 import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
-const FILES = packFiles([
+const TWO = [
   { name: 'skýrsla með mjög löngu nafni sem kemst hvergi fyrir á litlum skjá.txt', bytes: new Uint8Array(9) },
   { name: 'önnur.bin', bytes: new Uint8Array(70_000) },
+];
+const FILES = packFiles(TWO);
+const MANY_FILES = packFiles([
+  ...TWO,
+  ...Array.from({ length: 40 }, (_, i) => ({ ...TWO[1], name: `${i}` })),
 ]);
 
 test('a notice leaves the focus alone, is reached with the Tab key and closes with Escape', async (t) => {
@@ -34,6 +39,16 @@ test('a notice leaves the focus alone, is reached with the Tab key and closes wi
   await hasFocus(p, 'key-input');
 });
 
+test('the picture takes keys again after the notice that has the focus is replaced', async (t) => {
+  const { agent, page } = await openSession(t, shared, STRICT);
+  const p = page.page;
+  fromMachine(agent, FILES);
+  await notice(p, 'files').getByRole('button', { name: 'Save önnur.bin' }).focus();
+  fromMachine(agent, packText('texti'));
+  await notice(p, 'text').waitFor();
+  await hasFocus(p, 'key-input');
+});
+
 test('after a click in a notice, the picture takes keys again', async (t) => {
   const { agent, page } = await openSession(t, shared, STRICT);
   const p = page.page;
@@ -50,7 +65,7 @@ test('after a click in a notice, the picture takes keys again', async (t) => {
 test('notices fit on the page, and on a phone they leave the bottom of the picture free', async (t) => {
   const { agent, page } = await openSession(t, shared, STRICT);
   const p = page.page;
-  fromMachine(agent, FILES);
+  fromMachine(agent, MANY_FILES);
   await notice(p, 'files').waitFor();
   for (const [width, height] of [
     [390, 844],

@@ -150,3 +150,30 @@ test('in “view only” nothing is sent to the machine’s clipboard, and a not
   await notice(p, 'sent').waitFor();
   assert.ok(!agent.has(AgentMsg.ClipboardData), 'nothing else was sent');
 });
+
+test('files that are still being read when “view only” begins are not sent', async (t) => {
+  const { agent, page } = await openSession(t, shared, GRANTED);
+  const p = page.page;
+  await p.evaluate(() => {
+    const read = Blob.prototype.arrayBuffer;
+    window.released = new Promise((release) => {
+      window.release = () => release(undefined);
+    });
+    Blob.prototype.arrayBuffer = async function held() {
+      await window.released;
+      return read.call(this);
+    };
+  });
+  await pasteOn(p, 'data.items.add(new File(["x"], "x.txt"))');
+  await p.check('#view-only');
+  // Reads end in the order in which they began.
+  await p.evaluate(() => {
+    window.release();
+    return new Blob(['later']).arrayBuffer().then(() => {});
+  });
+  await p.uncheck('#view-only');
+  await local.setText(p, 'mitt');
+  await p.click('#clip-menu summary');
+  await p.click('#clip-send');
+  assert.deepEqual(await clip(agent), { kind: 'text', text: 'mitt' });
+});

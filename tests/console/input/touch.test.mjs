@@ -181,6 +181,7 @@ test('at actual size two fingers move the picture and keep its size', async (t) 
     ]);
     const name = i ? 'move' : 'down';
     await touch([name, 1, points[0]], [name, 2, points[1]]);
+    if (i === 10) await touch(['up', 1, points[0]], ['up', 2, points[1]]);
   }
   const after = await page.canvasBox();
   assert.ok(before.x - after.x > 50, `moved by ${after.x - before.x}`);
