@@ -21,6 +21,7 @@ class ConsentTest : public ShellTest {
   void SetUp() override {
     ShellTest::SetUp();
     peer_ = nullptr;
+    desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/vlkagent.log");
   }
   void begin(const std::vector<std::string>& switches = {},
              const std::vector<std::string>& environment = {}) {
