@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "e2e/support/redirect_fixture.h"
+#include "support/bytes/file_bytes.h"
 
 namespace vantelink_test {
 namespace {
@@ -14,6 +15,7 @@ using Clock = std::chrono::steady_clock;
 constexpr char kHost[] = "VantelinkAgent.exe --service";
 // The service checks at this interval whether the agent runs. A faster reaction has another cause.
 constexpr Milliseconds kPollInterval{5000};
+constexpr int kInstall = 101;           // a button of the update dialog
 constexpr unsigned kStaticKind = 0x1F;  // SS_TYPEMASK
 constexpr unsigned kIconKind = 0x03;    // SS_ICON
 
@@ -67,6 +69,40 @@ class ServiceTest : public RedirectTest {
         {"reg", "query", "HKLM\\System\\CurrentControlSet\\Services\\VantelinkAgent", "/v", "ImagePath"});
   }
 
+  // Answers the next update check with an offer, and returns the connection of the agent that made it.
+  std::unique_ptr<ServerConnection> offer_update() const {
+    std::unique_ptr<ServerConnection> peer;
+    for (bool offered = false; !offered || !peer;) {
+      auto connection = server_->accept();
+      if (!connection->handshake()) continue;
+      if (connection->read_request().starts_with("GET /version.json ")) {
+        connection->send("HTTP/1.1 200 OK\r\n\r\n{\"agent_version\":\"9\",\"agent_file\":\"Setup.exe\"}");
+        connection->close();
+        offered = true;
+      } else {
+        connection->accept_upgrade();
+        peer = std::move(connection);
+      }
+    }
+    return peer;
+  }
+  // Accepts the offered update, and answers the download with a program that writes a file beside itself.
+  void accept_update() const {
+    SeenWindow button;
+    ASSERT_TRUE(eventually([&] {
+      for (const SeenWindow& window : windows_on(*desk, {kDialog}))
+        if (window.child && window.id == kInstall && window.visible) button = window;
+      return button.id == kInstall;
+    })) << "there is no update dialog";
+    click(*desk, button);
+    const auto download = server_->accept();
+    ASSERT_TRUE(download->handshake());
+    ASSERT_TRUE(download->read_request().starts_with("GET /download/Setup.exe "));
+    download->send("HTTP/1.1 200 OK\r\n\r\n" +
+                   file_bytes(VANTELINK_SOURCE_DIR "/build/windows/tests/mark.exe"));
+    download->close();
+  }
+
   int child() const {
     std::vector<int> found;
     EXPECT_TRUE(eventually([&] { return !(found = processes(kChild)).empty(); }))
@@ -116,6 +152,27 @@ TEST_F(ServiceTest, ChoosingExitInTheTrayMenuMakesTheServiceStartANewAgent) {
   EXPECT_TRUE(peer->wait_closed());
   greeted();
   EXPECT_NE(child(), first);
+}
+
+TEST_F(ServiceTest, AgentThatEndsForAnUpdateIsStartedAgainAtOnceFromTheOldExecutable) {
+  desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/Setup.exe*");
+  install();
+  const auto peer = offer_update();
+  const int first = child();
+  accept_update();
+  EXPECT_TRUE(peer->wait_closed());
+  const auto begin = Clock::now();
+  std::vector<int> now;
+  EXPECT_TRUE(eventually([&] {
+    now = processes("VantelinkAgent.exe --unattended --from-service");
+    return now.size() == 1 && now.front() != first;
+  })) << "the service does not start the agent again";
+  EXPECT_LT(Clock::now() - begin, kPollInterval - Milliseconds(500))
+      << "the service noticed it only by polling";
+  const auto again = greeted();
+  EXPECT_TRUE(eventually([] {
+    return desk->host("ls \"$WINEPREFIX\"/drive_c/users/*/Temp").find("Setup.exe.mark") != std::string::npos;
+  })) << "the installer was not started";
 }
 
 TEST_F(ServiceTest, StoppingTheServiceEndsTheAgentWithinASecondAndStartingItStartsTheAgent) {

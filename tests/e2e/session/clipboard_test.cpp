@@ -228,6 +228,15 @@ TEST_F(ClipboardTest, ClipboardChangesAreSentOnlyWhileAStreamRuns) {
   EXPECT_EQ(sent_count(), before);
 }
 
+TEST_F(ClipboardTest, ClipboardChangesDuringAStreamOfSessionZeroAreNotSent) {
+  peer_->send_envelope(Msg::StreamStart, 0, R"({"max_fps":2})");
+  peer_->read_until(Msg::StreamFrame);
+  copy_to_clipboard(*desk, kText, utf16("for nobody") + kZero);
+  EXPECT_EQ(sent_count(), 0u);
+  start_stream();
+  EXPECT_EQ(sent_copy(kText, utf16("for the session") + kZero), "\1for the session");
+}
+
 TEST_F(ClipboardTest, MalformedClipboardMessagesAreIgnored) {
   start_stream();
   const std::string good = '\3' + number(2, 4) + record("one", "1") + record("two", "2");

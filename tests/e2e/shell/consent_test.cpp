@@ -1,6 +1,8 @@
 // The prompt that asks the user whether a representative may connect: what it shows, what closes it, and
 // every message that the agent sends.
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 
 #include "e2e/support/shell_fixture.h"
 
@@ -20,6 +22,7 @@ class ConsentTest : public ShellTest {
   void SetUp() override {
     ShellTest::SetUp();
     peer_ = nullptr;
+    desk->host("rm -f \"$WINEPREFIX\"/drive_c/users/*/Temp/vlkagent.log");
   }
   void begin(const std::vector<std::string>& switches = {},
              const std::vector<std::string>& environment = {}) {
@@ -111,6 +114,25 @@ TEST_F(ConsentTest, AnsweringYesAllowsInput) {
   peer_->read_until(Msg::SessionAccept);
   peer_->send_envelope(Msg::InputEvent, 3, key, 0);
   EXPECT_TRUE(becomes_logged("[inject] SendInput n=1 OK\n"));
+}
+
+// A download that the server does not read keeps the agent from sending its answer.
+TEST_F(ConsentTest, AnsweringYesAllowsInputBeforeTheAnswerIsSent) {
+  const std::string file = desk->folder() + "/prefix/drive_c/large";
+  std::ofstream(file).close();
+  std::filesystem::resize_file(file, 64 << 20);  // more than the buffers of the sockets
+  begin();
+  peer_->send_envelope(Msg::DownloadRequest, 3, R"({"path":"C:\\large","transfer_id":1})");
+  request(3, R"({"rep_name":"R"})");
+  answer(kYes);
+  const std::string key("\x01\x04\x01\x41\x00\x00\x00\x00", 8);
+  EXPECT_TRUE(eventually([&] {
+    peer_->send_envelope(Msg::InputEvent, 3, key, 0);
+    return logged("[inject] SendInput n=1 OK\n");
+  }));
+  EXPECT_EQ(line(peer_->read_until(Msg::SessionAccept)), R"(67 1 3 {"session":3})");
+  peer_->read_until(Msg::FileTransferEnd);
+  std::filesystem::remove(file);
 }
 
 TEST_F(ConsentTest, EndOfTheSessionClosesThePromptAndTheAgentDeclinesTheRequest) {
