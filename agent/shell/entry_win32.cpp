@@ -121,7 +121,10 @@ void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_comm
   UpdateWindow(window);
   run_message_loop();
 
-  // The MainWindow record, which owns the logo, deliberately exists longer: until the process ends.
+  // No object of GDI+ may exist at its shutdown. The MainWindow record exists until the process ends, so its
+  // logo is destroyed here, and stop() ends the threads that encode pictures if the window has not done so.
+  if (main.client) main.client->stop();
+  main.logo.reset();
   Gdiplus::GdiplusShutdown(gdiplus);
 }
 
