@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/text.h"
+#include "platform/threads/file_errors.h"
 #include "platform/win32/gdiplus_win32.h"
 #include "resources/resource.h"
 #include "shell/command_line.h"
@@ -131,6 +132,7 @@ void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_comm
 }  // namespace
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR raw_command_line, int show_command) {
+  vlk::disable_file_error_boxes();
   const std::wstring command_line = raw_command_line != nullptr ? raw_command_line : L"";
   switch (find_run_mode(command_line)) {
     case RunMode::Service:
