@@ -29,11 +29,14 @@ class SystemCallsTest : public ShellTest {
  protected:
   static void SetUpTestSuite() {
     ShellTest::SetUpTestSuite();
+    // Some functions of kernel32.dll are those of kernelbase.dll, and the trace names either library.
+    std::string traced = "gdiplus.*";
+    for (const char* const library : {"kernel32", "kernelbase"})
+      for (const char* const function : {"SetThreadErrorMode", "SetErrorMode", "CreateFileA", "CreateFileW",
+                                         "FindFirstFileW", "FindFirstFileExW"})
+        traced += std::string(";") + library + '.' + function;
     EXPECT_EQ(
-        desk->exec({"reg", "add", R"(HKCU\Software\Wine\Debug)", "/v", "RelayInclude", "/d",
-                    "gdiplus.*;*.SetThreadErrorMode;*.SetErrorMode;kernel32.CreateFileA;kernel32.CreateFileW;"
-                    "*.FindFirstFileW;*.FindFirstFileExW",
-                    "/f"}),
+        desk->exec({"reg", "add", R"(HKCU\Software\Wine\Debug)", "/v", "RelayInclude", "/d", traced, "/f"}),
         0);
   }
 
@@ -115,6 +118,33 @@ TEST_F(SystemCallsTest, NoObjectOfGdiPlusExistsAtItsShutdown) {
     EXPECT_EQ(at_shutdown, 0) << (by_quit ? "ended by WM_QUIT" : "ended by the tray menu");
     EXPECT_GE(objects.created(), 3) << "the logo, what draws it, and a picture of the stream";
   }
+}
+
+TEST_F(SystemCallsTest, FileErrorsOfEachThreadThatUsesFilesShowNoMessageBoxes) {
+  const auto peer = start_traced();
+  peer->send_envelope(Msg::DirListRequest, kSession, R"({"path":"C:\\windows"})");
+  peer->read_until(Msg::DirListResult);
+  peer->send_envelope(Msg::DownloadRequest, kSession, R"({"path":"C:\\windows\\win.ini","transfer_id":1})");
+  peer->read_until(Msg::FileTransferEnd);
+  peer->send_envelope(Msg::StreamStart, kSession, R"({"max_fps":10})");  // writes to the debug log
+  peer->read_until(Msg::StreamFrame);
+  post(*desk, kCommand, kMenuExit, 0);
+  ASSERT_TRUE(ends());
+
+  std::set<std::string> quiet, users;
+  for (const Call& call : calls()) {
+    EXPECT_NE(call.function, "SetErrorMode") << "programs that the agent starts inherit the process's mode";
+    if (call.ended) continue;
+    if (call.function == "SetThreadErrorMode") {
+      EXPECT_TRUE(call.values.starts_with("00008001,00000000)")) << call.values;
+      quiet.insert(call.thread);
+    } else if (call.function.starts_with("CreateFile") || call.function.starts_with("FindFirstFile")) {
+      EXPECT_TRUE(quiet.contains(call.thread)) << call.function << '(' << call.values;
+      users.insert(call.thread);
+    }
+  }
+  EXPECT_GE(users.size(), 4u) << "the window's, the connection's, the download's and the stream's thread";
+  EXPECT_GT(quiet.size(), users.size()) << "the update check's thread, which uses no file, is prepared too";
 }
 
 }  // namespace
