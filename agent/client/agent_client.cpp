@@ -8,6 +8,7 @@
 #include "clipboard/watch.h"
 #include "config/machine_guid.h"
 #include "input/injector.h"
+#include "platform/threads/start_thread.h"
 #include "wire/json.h"
 
 namespace vlk::agent {
@@ -40,7 +41,7 @@ AgentClient::~AgentClient() {
 
 void AgentClient::start() {
   if (running_.exchange(true)) return;
-  run_thread_ = std::thread([this] { run(); });
+  run_thread_ = start_thread([this] { run(); });
 }
 
 void AgentClient::stop() {

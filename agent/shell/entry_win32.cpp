@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/text.h"
+#include "platform/threads/file_errors.h"
 #include "platform/win32/gdiplus_win32.h"
 #include "resources/resource.h"
 #include "shell/command_line.h"
@@ -121,13 +122,17 @@ void run_agent(HINSTANCE instance, std::wstring_view command_line, int show_comm
   UpdateWindow(window);
   run_message_loop();
 
-  // The MainWindow record, which owns the logo, deliberately exists longer: until the process ends.
+  // No object of GDI+ may exist at its shutdown. The MainWindow record exists until the process ends, so its
+  // logo is destroyed here, and stop() ends the threads that encode pictures if the window has not done so.
+  if (main.client) main.client->stop();
+  main.logo.reset();
   Gdiplus::GdiplusShutdown(gdiplus);
 }
 
 }  // namespace
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR raw_command_line, int show_command) {
+  vlk::disable_file_error_boxes();
   const std::wstring command_line = raw_command_line != nullptr ? raw_command_line : L"";
   switch (find_run_mode(command_line)) {
     case RunMode::Service:

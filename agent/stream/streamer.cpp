@@ -5,6 +5,7 @@
 
 #include "net/thread_records.h"
 #include "platform/threads/com_apartment.h"
+#include "platform/threads/start_thread.h"
 
 namespace vlk::agent {
 
@@ -23,7 +24,7 @@ void ScreenStreamer::Start(std::int32_t monitor_id, std::int32_t max_fps, std::i
   settings_.max_fps = max_fps;
   settings_.quality = quality;
   settings_.bitrate = bitrate;
-  worker_ = std::thread([this] {
+  worker_ = start_thread([this] {
     const ThreadRecords records;
     Run();
   });

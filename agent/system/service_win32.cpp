@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/threads/file_errors.h"
 #include "system/service_names_win32.h"
 #include "system/service_status.h"
 #include "system/stop_event_win32.h"
@@ -46,6 +47,7 @@ void run_until_stopped() {
 }
 
 void WINAPI service_main(DWORD, LPWSTR*) {
+  disable_file_error_boxes();
   status_handle = RegisterServiceCtrlHandlerExW(kServiceName, handle_control, nullptr);
   if (status_handle == nullptr) return;
   report(ServiceMoment::Registered);

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/threads/file_errors.h"
 #include "platform/win32/handles_win32.h"
 
 namespace vlk {
@@ -20,6 +21,7 @@ using Work = std::function<void()>;
 
 unsigned __stdcall run(void* argument) {
   const std::unique_ptr<Work> work(static_cast<Work*>(argument));
+  disable_file_error_boxes();
   (*work)();
   return 0;
 }

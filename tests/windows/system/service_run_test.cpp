@@ -41,6 +41,12 @@ TEST_F(ServiceRun, ReportsEachStateAndEndsTheAgentWhenStopped) {
                    "Close thread", "Terminate process 0", "Close process", "Status 1 1 0 0"}));
 }
 
+TEST_F(ServiceRun, FileErrorsOfItsThreadShowNoMessageBoxes) {
+  SetThreadErrorMode(0, nullptr);
+  launch_calls();  // the scripted dispatcher runs the service on the calling thread
+  EXPECT_EQ(GetThreadErrorMode(), DWORD{SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX});
+}
+
 TEST_F(ServiceRun, EndsAtOnceIfItsHandlerCannotBeRegistered) {
   script.failing = {"Register"};
   run_service_dispatcher();
