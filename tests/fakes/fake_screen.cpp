@@ -1,4 +1,6 @@
 // Fakes of capture, pointer, encoders and monitors.
+#include <utility>
+
 #include "fakes/fakes.h"
 #include "stream/capture/cursor_overlay.h"
 #include "stream/encode/h264_encoder.h"
@@ -77,9 +79,12 @@ void CursorOverlay::Draw(CapturedFrame&, std::int32_t left, std::int32_t top) {
   note("Draw " + std::to_string(left) + ' ' + std::to_string(top));
 }
 
-struct H264Encoder::State {};
+// The size of the last session.
+struct H264Encoder::State {
+  std::int32_t width = 0, height = 0;
+};
 
-H264Encoder::H264Encoder() = default;
+H264Encoder::H264Encoder() : state_(std::make_unique<State>()) {}
 
 H264Encoder::~H264Encoder() {
   worker_thread_.check();
@@ -90,12 +95,15 @@ bool H264Encoder::Init(std::int32_t width, std::int32_t height, std::int32_t fps
   worker_thread_.check();
   note("Init " + std::to_string(width) + ' ' + std::to_string(height) + ' ' + std::to_string(fps) + ' ' +
        std::to_string(bitrate));
+  *state_ = {width, height};
   return script().init && script().init();
 }
 
-bool H264Encoder::Encode(const CapturedFrame&, std::vector<std::uint8_t>& out, bool force_keyframe) {
+bool H264Encoder::Encode(const CapturedFrame& frame, std::vector<std::uint8_t>& out, bool force_keyframe) {
   worker_thread_.check();
-  note(force_keyframe ? "Encode key" : "Encode");
+  const bool fits =
+      std::cmp_equal(frame.width, state_->width) && std::cmp_equal(frame.height, state_->height);
+  note(std::string(force_keyframe ? "Encode key" : "Encode") + (fits ? "" : " of another size"));
   if (script().encode) return script().encode(out, force_keyframe);
   out.insert(out.end(), {'h', '2', '6', '4'});
   return true;

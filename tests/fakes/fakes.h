@@ -46,7 +46,8 @@ void reset();          // allowed only while no other thread uses the fakes
 void clear_journal();  // allowed at any time
 Script& script();
 
-// Records one line for a call, for instance "Open 1" or "Encode key".
+// Records one line for a call, for instance "Open 1" or "Encode key". The line of an encoded frame ends with
+// "of another size" if the frame's size is not that of the encoder's last Init.
 void note(const std::string& line);
 // From now on, calls `watcher` with each line on the thread of the call, before the line is recorded. Allowed
 // at any time.

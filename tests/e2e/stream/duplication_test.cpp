@@ -84,6 +84,16 @@ TEST_F(DuplicationStream, NewDesktopSizeIsAnnouncedDuringTheStream) {
   EXPECT_EQ((*desktop)->duplications, 1);
 }
 
+TEST_F(DuplicationStream, KnownTurnedMonitorStreamsLyingOnItsSideAndUprightWhileItIsUnchanged) {
+  set_outputs({{0, 0, 360, 640}});
+  (*desktop)->outputs[0].rotation = 2;  // by 90 degrees
+  start_stream();
+  const StreamedFrame lying = next_announced(config_text("mjpeg", 640, 360));
+  check_pictures(lying);
+  (*desktop)->still = 1;
+  next_announced(config_text("mjpeg", 360, 640));
+}
+
 TEST_F(DuplicationStream, UnchangedScreenIsSentOnceASecond) {
   (*desktop)->still = 1;
   start_stream();
@@ -103,7 +113,7 @@ TEST_F(DuplicationStream, UnchangedScreenIsSentOnceASecond) {
   check_pictures(next_frame());
 }
 
-TEST_F(DuplicationStream, AfterDuplicationIsLostOneFrameASecondIsSentAndDuplicationIsNotReopened) {
+TEST_F(DuplicationStream, KnownLostDuplicationStaysAtOneFrameASecondUntilAnotherMonitorIsSelected) {
   start_stream();
   check_pictures(next_frame());
   const int factories = (*desktop)->factories;

@@ -72,6 +72,7 @@ void ExpectConsistent(const Lines& lines) {
       open = false;
     } else if (line.starts_with("Encode") && !line.starts_with("EncodeJpeg")) {
       EXPECT_TRUE(open) << "a frame was encoded without an open encoder";
+      EXPECT_EQ(line.find("another size"), std::string::npos);
     } else if (line.starts_with("send {")) {
       EXPECT_EQ(line.find("h264") != std::string::npos, open);
       announced = true;

@@ -1,5 +1,7 @@
 // The order of the steps of an iteration, the moment at which each setting is read, and exact times.
+#include <algorithm>
 #include <string>
+#include <utility>
 
 #include "unit/stream/worker_fixture.h"
 
@@ -111,6 +113,26 @@ TEST_F(StreamOrderTest, SizeChangesBetweenDuplicationAndGdiReopenTheEncoder) {
   EXPECT_EQ(JournalOf(1),
             (Lines{"AcquireFrame 66", "CaptureGdi", "Draw 10 20", "Shutdown", "Init 8 4 15 6000000",
                    R"(send {"codec":"h264","w":8,"h":4,"monitor_id":0})", "Encode key", "send frame"}));
+}
+
+TEST_F(StreamOrderTest, EveryFrameIsEncodedWithTheSizeThatTheEncoderWasOpenedFor) {
+  std::uint32_t width = 64, height = 48;
+  script().acquire = [&](CapturedFrame& frame) { return Fill(frame, width, height); };
+  Run(2);
+  width = 80;
+  Run(2);
+  height = 60;
+  Run(2);
+  std::swap(width, height);
+  Run(2);
+  script().acquire = [](CapturedFrame&) { return false; };
+  time_ += 1000 * kMillisecond;
+  Run(1);
+  const Lines lines = journal();
+  EXPECT_EQ(
+      std::count_if(lines.begin(), lines.end(), [](const auto& line) { return line.starts_with("Init "); }),
+      5);
+  EXPECT_EQ(count("Encode key") + count("Encode"), 9u) << "no frame has another size";
 }
 
 TEST_F(StreamOrderTest, UnchangedScreenIsSentAgainAfterExactlyOneSecond) {
