@@ -232,10 +232,21 @@ int paste(UINT format, const std::filesystem::path& path) {
   return 0;
 }
 
+// Changes the resolution of the screen. Returns 0 if the system accepts it.
+int resize_display(const wchar_t* width, const wchar_t* height) {
+  DEVMODEW mode = {};
+  mode.dmSize = sizeof mode;
+  mode.dmPelsWidth = static_cast<DWORD>(std::wcstoul(width, nullptr, 10));
+  mode.dmPelsHeight = static_cast<DWORD>(std::wcstoul(height, nullptr, 10));
+  mode.dmFields = DM_PELSWIDTH | DM_PELSHEIGHT;
+  return ChangeDisplaySettingsW(&mode, 0) == DISP_CHANGE_SUCCESSFUL ? 0 : 1;
+}
+
 int usage() {
   std::fputs(
       "Usage: probe windows CLASS...   the top-level windows of these classes and their children\n"
       "       probe at X Y             the class of the top-level window at a pixel of the screen\n"
+      "       probe display WIDTH HEIGHT   changes the resolution of the screen\n"
       "       probe type ID TEXT       sets the text of one of the agent's controls\n"
       "       probe post MESSAGE WPARAM LPARAM   posts a message to the agent's window\n"
       "       probe registry           the agent's settings and its autostart entry\n"
@@ -255,6 +266,7 @@ int wmain(int count, wchar_t** words) {
   const HWND agent = FindWindowW(kAgentClass, nullptr);
   if (verb == L"windows" && count > 2) return print_windows({words + 2, words + count});
   if (verb == L"at" && count == 4) return print_class_at(words[2], words[3]);
+  if (verb == L"display" && count == 4) return resize_display(words[2], words[3]);
   if (verb == L"registry" && count == 2) return print_registry();
   if (verb == L"forget" && count == 2) return forget();
   if (verb == L"lower" && count == 3) return run_without_elevation(words[2]);

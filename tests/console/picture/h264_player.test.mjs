@@ -57,17 +57,32 @@ async function shows(page, colour, levels = 6) {
   });
 }
 
-test('a single frame shows a colour card with errors of at most 3 levels in each channel', async (t) => {
+/**
+ * Sends one frame that shows the colour card and returns the largest error of a cell in any channel.
+ * @param {import('node:test').TestContext} t
+ * @param {{bt709?: boolean}} [how]
+ */
+async function worstError(t, how = {}) {
   const { agent, page } = await watching(t);
-  const [first] = encode([card(640, 480)], { width: 640, height: 480 });
+  const [first] = encode([card(640, 480)], { width: 640, height: 480, ...how });
   agent.frame(first);
   await page.frames(1);
   const seen = await page.pixels(middles(640, 480));
-  const worst = Math.max(...CARD.map((colour, i) => difference(seen[i], rgb(colour))));
-  t.diagnostic(`worst difference: ${worst}`);
-  assert.ok(worst <= 3, CARD.map((colour, i) => `${colour} as ${seen[i]}`).join('; '));
+  t.diagnostic(CARD.map((colour, i) => `${colour} as ${seen[i]}`).join('; '));
   assert.deepEqual(await page.pictureSize(), [640, 480]);
+  return { page, worst: Math.max(...CARD.map((colour, i) => difference(seen[i], rgb(colour)))) };
+}
+
+test('a single frame shows a colour card with errors of at most 3 levels in each channel', async (t) => {
+  const { page, worst } = await worstError(t);
+  assert.ok(worst <= 3, `worst difference: ${worst}`);
   await page.shot('h264-card');
+});
+
+// x264 in GStreamer, which Wine 10 uses, declares these colours for pictures of high definition.
+test('the colours are as right if the encoder declares those of BT.709', async (t) => {
+  const { worst } = await worstError(t, { bt709: true });
+  assert.ok(worst <= 3, `worst difference: ${worst}`);
 });
 
 test('every frame is shown as soon as it arrives', async (t) => {

@@ -59,23 +59,27 @@ const X264 = [
   'keyint=infinite',
   'repeat-headers=1',
 ];
+/** A bitstream filter that changes only what the parameter sets declare. */
+const BT709 =
+  ',h264_metadata=colour_primaries=1:transfer_characteristics=1:matrix_coefficients=1:video_full_range_flag=0';
 const DELIMITER = Buffer.from([0, 0, 0, 1, 9]);
 
 /**
  * Encodes pictures as Windows encoders do for the agent: BT.601 in limited range, no B frames, a key frame
- * first and at the indices in `keys`, parameter sets without video usability information.
+ * first and at the indices in `keys`, parameter sets without video usability information. With `bt709`, the
+ * parameter sets declare BT.709's colours instead, although the pictures have BT.601's.
  * @param {Buffer[]} pictures made by card()
- * @param {{width: number, height: number, keys?: number[]}} how
+ * @param {{width: number, height: number, keys?: number[], bt709?: boolean}} how
  * @returns {Buffer[]} one access unit for each picture
  */
-export function encode(pictures, { width, height, keys = [] }) {
+export function encode(pictures, { width, height, keys = [], bt709 = false }) {
   const keyTimes = keys.map((n) => `eq(n,${n})`).join('+') || 0;
   const options = [
     `-loglevel error -f rawvideo -pix_fmt rgb24 -s ${width}x${height} -r 15 -i -`,
     '-vf scale=out_color_matrix=bt601:out_range=tv,format=yuv420p',
     `-c:v libx264 -profile:v main -qp 12 -force_key_frames expr:${keyTimes}`,
     `-x264-params ${X264.join(':')}`,
-    '-bsf:v filter_units=remove_types=6 -f h264 -',
+    `-bsf:v filter_units=remove_types=6${bt709 ? BT709 : ''} -f h264 -`,
   ];
   const { status, stdout, stderr } = spawnSync('ffmpeg', options.join(' ').split(' '), {
     input: Buffer.concat(pictures),
@@ -86,7 +90,7 @@ export function encode(pictures, { width, height, keys = [] }) {
   for (let at = stdout.indexOf(DELIMITER); at >= 0; ) {
     const next = stdout.indexOf(DELIMITER, at + 1);
     const unit = stdout.subarray(at, next < 0 ? stdout.length : next);
-    units.push(withoutUsability(unit));
+    units.push(bt709 ? unit : withoutUsability(unit));
     at = next;
   }
   return units;

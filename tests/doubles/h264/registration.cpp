@@ -1,5 +1,6 @@
 // Registers the transforms with the system: `regsvr32 /n /i:"sync async" h264.dll` registers the named
-// transforms as COM classes and as video encoders, and unregisters the others.
+// transforms as COM classes and as video encoders, and unregisters the others. It also unregisters the H.264
+// encoder of the system, which a search would otherwise find before the transforms.
 #include <windows.h>
 #include <mfapi.h>
 #include <mfidl.h>
@@ -19,6 +20,10 @@ const GUID kTransformClasses[kTransforms] = {
     {0x6E2D3C1A, 0x8B54, 0x4F0E, {0x9A, 0x61, 0x1B, 0x7C, 0x5D, 0x2E, 0x9F, 0x02}}};
 
 namespace {
+
+// The class of the H.264 encoder of Windows, which Wine implements since version 9.
+constexpr GUID kSystemEncoder = {
+    0x6CA50344, 0x051A, 0x4DED, {0x97, 0x79, 0xA4, 0x33, 0x05, 0x16, 0x5E, 0x35}};
 
 constexpr const wchar_t* kNames[kTransforms] = {L"sync", L"async"};
 constexpr UINT32 kFlags[kTransforms] = {MFT_ENUM_FLAG_SYNCMFT,
@@ -110,6 +115,7 @@ extern "C" HRESULT WINAPI DllCanUnloadNow() {
 }
 
 extern "C" HRESULT WINAPI DllInstall(BOOL install, const wchar_t* wanted) {
+  MFTUnregister(kSystemEncoder);  // fails if it is not registered
   for (int kind = 0; kind < kTransforms; ++kind) {
     remove(kind);
     if (!install || wanted == nullptr || !names(wanted, kNames[kind])) continue;

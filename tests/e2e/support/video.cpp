@@ -133,16 +133,23 @@ std::uint32_t number_of(const Picture& picture) {
   return vantelink_doubles::read_number(picture.y.data(), static_cast<std::size_t>(picture.width));
 }
 
-double similarity(const Picture& picture, std::uint32_t number, std::uint32_t output) {
+namespace {
+
+// Means over all pixels and channels.
+struct Difference {
+  double squares = 0;  // of the squared differences
+  double levels = 0;   // of the absolute differences
+};
+
+// `expected` returns the expected level of a channel, 0 blue to 2 red, of the pixel in a column and a row.
+template <typename Expected>
+Difference difference(const Picture& picture, Expected expected) {
   const auto width = static_cast<std::size_t>(picture.width),
              height = static_cast<std::size_t>(picture.height);
-  Bytes expected(width * height * 4);
-  vantelink_doubles::paint_picture(expected.data(), static_cast<std::uint32_t>(width),
-                                   static_cast<std::uint32_t>(height), width * 4, number, output);
   const double floor = picture.full_range ? 0 : 16;
   const double luma_gain = picture.full_range ? 1 : 255.0 / 219,
                chroma_gain = picture.full_range ? 1 : 255.0 / 224;
-  double squares = 0;
+  Difference sum;
   for (std::size_t row = 0; row < height; ++row) {
     for (std::size_t column = 0; column < width; ++column) {
       const std::size_t chroma = row / 2 * ((width + 1) / 2) + column / 2;
@@ -153,13 +160,40 @@ double similarity(const Picture& picture, std::uint32_t number, std::uint32_t ou
       const double shown[] = {clamped(y + 1.772 * u), clamped(y - 0.344136 * u - 0.714136 * v),
                               clamped(y + 1.402 * v)};
       for (std::size_t channel = 0; channel < 3; ++channel) {
-        const double error = shown[channel] - expected[(row * width + column) * 4 + channel];
-        squares += error * error;
+        const double error = shown[channel] - expected(column, row, channel);
+        sum.squares += error * error;
+        sum.levels += std::abs(error);
       }
     }
   }
-  const double mean = squares / (3.0 * static_cast<double>(width * height));
+  const double samples = 3.0 * static_cast<double>(width * height);
+  return {sum.squares / samples, sum.levels / samples};
+}
+
+}  // namespace
+
+double similarity(const Picture& picture, std::uint32_t number, std::uint32_t output) {
+  const auto width = static_cast<std::size_t>(picture.width),
+             height = static_cast<std::size_t>(picture.height);
+  Bytes expected(width * height * 4);
+  vantelink_doubles::paint_picture(expected.data(), static_cast<std::uint32_t>(width),
+                                   static_cast<std::uint32_t>(height), width * 4, number, output);
+  const double mean = difference(picture, [&](std::size_t column, std::size_t row, std::size_t channel) {
+                        return expected[(row * width + column) * 4 + channel];
+                      }).squares;
   return mean == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / mean);
+}
+
+double mean_error(const Picture& picture, const PngPicture& screen) {
+  require(picture.width <= screen.width && picture.height <= screen.height,
+          "the picture is larger than the screen");
+  const auto screen_width = static_cast<std::size_t>(screen.width);
+  return difference(picture,
+                    [&](std::size_t column, std::size_t row, std::size_t channel) {
+                      return static_cast<std::uint8_t>(
+                          screen.pixels[(row * screen_width + column) * 4 + 2 - channel]);
+                    })
+      .levels;
 }
 
 }  // namespace vantelink_test

@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "e2e/support/png_codec.h"
+
 namespace vantelink_test {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -52,5 +54,9 @@ std::uint32_t number_of(const Picture& picture);
 // The picture's similarity to the scripted desktop's picture with that number on that output: the peak
 // signal-to-noise ratio over blue, green and red, in decibels.
 double similarity(const Picture& picture, std::uint32_t number, std::uint32_t output);
+
+// The mean difference from the top left part of a picture of the screen, over all pixels and over blue, green
+// and red, in levels.
+double mean_error(const Picture& picture, const PngPicture& screen);
 
 }  // namespace vantelink_test

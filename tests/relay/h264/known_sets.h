@@ -43,6 +43,10 @@ inline constexpr KnownSet kKnownSets[] = {
      "674d4c148c8d40a0cbcf35010d0607844235"},
     {"OpenH264, without fields after the size, as from many system encoders", "674d4c148c8d40a0cbce80",
      "674d4c148c8d40a0cbcf35010d0607840215", "674d4c148c8d40a0cbcf35010d0602"},
+    {"x264 in GStreamer, as Wine runs it: main, with BT.709's colours",
+     "674d401fd9005005bb016a02020280000003008000001e478c1924",
+     "674d401fd9005005bb016a021a0c80000003008000001e478c1924",
+     "674d401fd9005005bb016a021a0c80000003008000001e478c1924"},
 };
 
 }  // namespace vlk::relay
