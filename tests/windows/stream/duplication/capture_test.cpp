@@ -141,6 +141,7 @@ TEST_F(StrictCapture, AfterALostDuplicationTheCopiedRectangleStaysWhateverTheDis
     EXPECT_EQ(capturer.width(), 200);
     EXPECT_EQ(capturer.height(), 120);
   }
+  EXPECT_EQ(board_.losses, 1) << "the lost duplication is not used again";
   EXPECT_EQ(debug_log(), "capture: DXGI duplication started hr=0x00000000\n");
 }
 
