@@ -6,7 +6,7 @@ import { packFiles, packText } from '../../../console/clipboard/payload.js';
 import { clip, fromMachine, GRANTED, local, notice, pasteOn, refocus } from '../support/clipboard_page.mjs';
 import { BROWSER } from '../support/console_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
-import { deliver, KEEP_SOCKETS } from '../support/page_scripts.mjs';
+import { deliver, holdFileReads, KEEP_SOCKETS } from '../support/page_scripts.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
 
@@ -154,16 +154,7 @@ test('in “view only” nothing is sent to the machine’s clipboard, and a not
 test('files that are still being read when “view only” begins are not sent', async (t) => {
   const { agent, page } = await openSession(t, shared, GRANTED);
   const p = page.page;
-  await p.evaluate(() => {
-    const read = Blob.prototype.arrayBuffer;
-    window.released = new Promise((release) => {
-      window.release = () => release(undefined);
-    });
-    Blob.prototype.arrayBuffer = async function held() {
-      await window.released;
-      return read.call(this);
-    };
-  });
+  await holdFileReads(p);
   await pasteOn(p, 'data.items.add(new File(["x"], "x.txt"))');
   await p.check('#view-only');
   // Reads end in the order in which they began.

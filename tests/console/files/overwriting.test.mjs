@@ -3,6 +3,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture } from '../support/fixture.mjs';
+import { holdFileReads } from '../support/page_scripts.mjs';
 import { fileRow, openPanel, openUsers } from '../support/panel_page.mjs';
 import { transferIs, transferText } from '../support/transfer_rows.mjs';
 import { until } from '../support/waiting.mjs';
@@ -83,16 +84,7 @@ test('a second question waits for the answer to the first', async (t) => {
 test('a second upload to a path is refused until the first has ended', async (t) => {
   const { p, machine } = await openPanel(t, shared);
   await openUsers(p);
-  await p.evaluate(() => {
-    const read = Blob.prototype.arrayBuffer;
-    window.released = new Promise((release) => {
-      window.release = () => release(undefined);
-    });
-    Blob.prototype.arrayBuffer = async function held() {
-      await window.released;
-      return read.call(this);
-    };
-  });
+  await holdFileReads(p);
   await choose(p, ['a.bin']);
   await until('it has begun', () => machine.uploadTo('C:\\Users\\a.bin'));
   await choose(p, ['A.BIN']);

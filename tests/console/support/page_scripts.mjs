@@ -1,4 +1,4 @@
-// Scripts that a test runs in the page before the console's own: shorter timers, and messages in the relay's name.
+// Scripts in the page: shorter timers, messages in the relay's name, and files that are read later.
 
 /** Shortens a timer of the page, so that a test need not wait for it. */
 export const shortTimer = (/** @type {number} */ milliseconds) => `{
@@ -23,3 +23,16 @@ export const deliver = (/** @type {import('playwright-core').Page} */ p, /** @ty
     if (!socket) throw new Error('the page has no WebSocket');
     socket.dispatchEvent(new MessageEvent('message', { data }));
   }, JSON.stringify(message));
+
+/** Makes the page's reading of files wait for `window.release()`. */
+export const holdFileReads = (/** @type {import('playwright-core').Page} */ p) =>
+  p.evaluate(() => {
+    const read = Blob.prototype.arrayBuffer;
+    window.released = new Promise((release) => {
+      window.release = () => release(undefined);
+    });
+    Blob.prototype.arrayBuffer = async function held() {
+      await window.released;
+      return read.call(this);
+    };
+  });
