@@ -63,7 +63,7 @@ TEST(H264Stream, ParameterSetsOfKeyFramesAreCompletedAndOtherUnitsAreKept) {
 }
 
 TEST(H264Stream, ParameterSetAfterAnyNumberOfLeadingZerosIsCompletedAndTheZerosAreKept) {
-  for (const std::size_t zeros : {0, 1, 2, 3, 8, 1000}) {
+  for (const std::size_t zeros : {0u, 1u, 2u, 3u, 8u, 1000u}) {
     const auto frame = [&](const Bytes& set) {
       return joined({kHead, Bytes(zeros), kShortStart, set, kShortStart, slice(kI, 0x65)});
     };
