@@ -1,4 +1,5 @@
 // stop() in each phase of a connection.
+#include <functional>
 #include <future>
 #include <mutex>
 
@@ -46,38 +47,38 @@ class StoppingTest : public LinkTest {
     EXPECT_EQ(stopped_.wait_for(Milliseconds(100)), std::future_status::timeout)
         << "stop() does not wait for the system's call";
   }
+  using Step = decltype(&SystemCalls::resolve);
+  // Pauses the system call of each step in turn in the first attempt of a new client, calls stop() meanwhile,
+  // and then the test with the paused call.
+  void stop_in_each_step(const std::function<void(PausedCall&, ScriptedServer&)>& test) {
+    for (const Step step : {&SystemCalls::resolve, &SystemCalls::connect}) {
+      ScriptedServer server(authority());
+      log_.clear();
+      PausedCall call;
+      SystemCalls calls;
+      calls.*step = call.function();
+      const ReplacedSystemCalls replaced(calls);
+      make_client(server);
+      stop_in(call);
+      test(call, server);
+      client_.reset();
+    }
+  }
   [[nodiscard]] bool stops() { return stopped_.wait_for(kPatience) == std::future_status::ready; }
 
   std::future<void> stopped_;
 };
 
 TEST_F(StoppingTest, StoppingDuringAResolutionOrAConnectReturnsWhenThatStepHasFailed) {
-  for (const auto step : {&SystemCalls::resolve, &SystemCalls::connect}) {
-    ScriptedServer server(authority());
-    log_.clear();
-    PausedCall call;
-    SystemCalls calls;
-    calls.*step = call.function();
-    const ReplacedSystemCalls replaced(calls);
-    make_client(server);
-    stop_in(call);
+  stop_in_each_step([&](PausedCall& call, ScriptedServer&) {
     call.end(false);
     EXPECT_TRUE(stops());
     EXPECT_EQ(log_.lines(), (Lines{"status 1 0", "status 0 0"}));
-    client_.reset();
-  }
+  });
 }
 
 TEST_F(StoppingTest, AttemptThatSucceedsAfterTheStopLogsInAndReadsNothing) {
-  for (const auto step : {&SystemCalls::resolve, &SystemCalls::connect}) {
-    ScriptedServer server(authority());
-    log_.clear();
-    PausedCall call;
-    SystemCalls calls;
-    calls.*step = call.function();
-    const ReplacedSystemCalls replaced(calls);
-    make_client(server);
-    stop_in(call);
+  stop_in_each_step([&](PausedCall& call, ScriptedServer& server) {
     call.end(true);
     const auto peer = server.accept();
     ASSERT_TRUE(peer->handshake());
@@ -89,8 +90,7 @@ TEST_F(StoppingTest, AttemptThatSucceedsAfterTheStopLogsInAndReadsNothing) {
     peer->abort();  // lets a client end that has begun to read
     EXPECT_TRUE(stops());
     EXPECT_EQ(log_.lines(), (Lines{"status 1 0", "status 1 0", "status 0 0"}));
-    client_.reset();
-  }
+  });
 }
 
 TEST_F(StoppingTest, StoppingTheClientEndsTheConnectionInEveryPhaseWithoutTheServersHelp) {
