@@ -7,6 +7,7 @@
 !define VERIFY_RELAY "/VERIFYRELAY" ; the installer's switch for VerifyRelay
 !define WINHTTP_ACCESS_TYPE_NO_PROXY 1 ; the agent uses no proxy either
 !define WINHTTP_FLAG_SECURE 0x00800000
+!define ERROR_FUNCTION_FAILED 1627
 !define ERROR_WINHTTP_TIMEOUT 12002
 !define ERROR_WINHTTP_NAME_NOT_RESOLVED 12007
 !define ERROR_WINHTTP_CANNOT_CONNECT 12029
@@ -35,6 +36,8 @@ Function RequestRelay
   Pop $RelayError
   ${If} $RelayError == "timeout"
     StrCpy $RelayError ${ERROR_WINHTTP_TIMEOUT}
+  ${ElseIf} $RelayError == "error" ; the second process could not be started
+    StrCpy $RelayError ${ERROR_FUNCTION_FAILED}
   ${EndIf}
 FunctionEnd
 

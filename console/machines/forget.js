@@ -3,7 +3,7 @@ import { byId } from '../base/dom.js';
 import { inSentence, nameOf } from '../base/names.js';
 import { texts } from '../base/texts.js';
 
-/** Ends the question before, which may not know yet that it was closed: a dialog reports that in a later task. */
+/** Ends the previous question: a dialog reports its closing in a later task, when the next question may be open. */
 let earlier = new AbortController();
 
 /** Asks the question. @returns {Promise<boolean>} whether the answer was yes */
@@ -18,7 +18,7 @@ export function askToForget(/** @type {import('./machine_row.js').Machine} */ ma
   return new Promise((resolve) => {
     signal.addEventListener('abort', () => resolve(false));
     const closed = () => {
-      // The report belongs to the question before while this one is open.
+      // A report that arrives while this question is open belongs to the previous one.
       if (!dialog.open) resolve(dialog.returnValue === 'forget');
     };
     dialog.addEventListener('close', closed, { signal });

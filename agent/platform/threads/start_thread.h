@@ -1,4 +1,4 @@
-// Threads that their owner joins.
+// Threads of the C++ library whose file calls show no message boxes.
 #pragma once
 
 #include <thread>
@@ -8,7 +8,7 @@
 
 namespace vlk {
 
-// Runs `work` on a new thread whose file calls show no message boxes. Throws std::system_error if no thread
+// Runs `work` on a new thread, which the caller joins or detaches. Throws std::system_error if no thread
 // can be created.
 template <typename Work>
 [[nodiscard]] std::thread start_thread(Work work) {
