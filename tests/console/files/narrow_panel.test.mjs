@@ -6,6 +6,7 @@ import { fixture } from '../support/fixture.mjs';
 import { DISK, fileRow, openPanel, openUsers } from '../support/panel_page.mjs';
 import { present } from '../support/present.mjs';
 import { transferIs, transferRow } from '../support/transfer_rows.mjs';
+import { until } from '../support/waiting.mjs';
 
 const shared = fixture();
 const PHONE = { width: 390, height: 844 };
@@ -81,8 +82,12 @@ test('the panel says what can be downloaded and where files can be dropped', asy
   await p.click('#files-again');
   await fileRow(p, 'down').dblclick();
   await transferIs(p, 'down', 'done');
-  const rowTexts = await Promise.all(['up', 'down'].map((name) => transferRow(p, name).innerText()));
-  assert.match(rowTexts[0], /^↑\s+up[\s\S]*Uploaded · 1 B/);
-  assert.match(rowTexts[1], /^↓\s+down[\s\S]*Downloaded · 3 B/);
+  // A row has no innerText until the browser has laid it out.
+  const rowShows = (/** @type {string} */ name, /** @type {RegExp} */ wanted) =>
+    until(`the row of ${name} shows ${wanted}`, async () =>
+      wanted.test(await transferRow(p, name).innerText()),
+    );
+  await rowShows('up', /^↑\s+up[\s\S]*Uploaded · 1 B/);
+  await rowShows('down', /^↓\s+down[\s\S]*Downloaded · 3 B/);
   await page.shot('files-directions');
 });

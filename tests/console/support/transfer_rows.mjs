@@ -8,9 +8,12 @@ export function transferRow(/** @type {Page} */ p, /** @type {string} */ name) {
   return p.locator('.transfer', { has: p.locator(`.transfer-name:text-is(${JSON.stringify(name)})`) });
 }
 
-/** The progress or the result of a transfer, as the page shows it. */
-export function transferText(/** @type {Page} */ p, /** @type {string} */ name) {
-  return transferRow(p, name).first().locator('.transfer-text').innerText();
+/**
+ * The progress or the result of a transfer. Read as textContent, because innerText is empty for a row that the
+ * browser has not laid out yet: rows have `content-visibility: auto`.
+ */
+export async function transferText(/** @type {Page} */ p, /** @type {string} */ name) {
+  return (await transferRow(p, name).first().locator('.transfer-text').textContent()) ?? '';
 }
 
 /** Waits until a transfer is in this state. */
