@@ -43,17 +43,21 @@ class TrayTest : public ShellTest {
     }));
   }
 
-  // Moves the pointer onto the icon repeatedly, since a tooltip closes after some time.
+  // Moves the pointer onto the icon repeatedly, since a tooltip closes after five seconds. Between two moves the
+  // pointer rests longer than the half second after which a tooltip opens, since each move starts that time again.
   [[nodiscard]] static bool tooltip_reads(const std::string& text) {
+    constexpr Milliseconds kRest{2000};
     return eventually([&] {
       point(*desk, 640, 300);
       point(*desk, kIconX - 3, kIconY - 3);
       point(*desk, kIconX, kIconY);
-      for (int i = 0; i < 4; ++i)
-        for (const SeenWindow& window : windows_on(*desk, {"tooltips_class32"}))
-          if (window.visible && window.text == text) return true;
-      return false;
+      return eventually([&] { return shown_tooltip_reads(text); }, kRest);
     });
+  }
+  [[nodiscard]] static bool shown_tooltip_reads(const std::string& text) {
+    for (const SeenWindow& window : windows_on(*desk, {"tooltips_class32"}))
+      if (window.visible && window.text == text) return true;
+    return false;
   }
 
   static std::vector<SeenWindow> visible_menus() {
