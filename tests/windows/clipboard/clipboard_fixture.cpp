@@ -15,6 +15,7 @@
 #include "platform/win32/paths_win32.h"
 #include "support/bytes/clip_bytes.h"
 #include "support/bytes/file_bytes.h"
+#include "support/waiting.h"
 
 namespace vlk::agent {
 
@@ -22,6 +23,9 @@ void ClipboardTest::SetUpTestSuite() {
   const Gdiplus::GdiplusStartupInput input;
   Gdiplus::GdiplusStartup(&token_, &input, nullptr);
   window_ = CreateWindowExW(0, L"Static", L"", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
+  // While Wine starts, its clipboard manager opens the clipboard once and then owns it.
+  ASSERT_TRUE(vantelink_test::eventually([] { return GetClipboardOwner() && !GetOpenClipboardWindow(); }))
+      << "the desktop did not take possession of the clipboard";
   StartClipboardWatch(window_, sink());
 }
 
