@@ -27,7 +27,8 @@ class InstallerUpdateTest : public InstallerTest {
     std::filesystem::remove_all(data);
     relay_ = std::make_unique<RelayProcess>(
         data,
-        std::vector<std::string>{"--updates", folder + "/new", "--host", vlk::agent::default_server_host()});
+        std::vector<std::string>{"--updates", folder + "/new", "--update-key", folder + "/update-key.pub.pem",
+                                 "--host", vlk::agent::default_server_host()});
     std::ofstream(folder + "/ca.pem") << file_bytes(data + "/relay-cert.pem");
     redirect_to(relay_->port());
   }

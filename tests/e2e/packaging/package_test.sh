@@ -3,11 +3,14 @@
 # Another program verifies their signatures, also that of the uninstaller. A wrong call makes no package.
 set -euo pipefail
 source_tree=$(cd "$(dirname "$0")/../../.." && pwd)
-make=$source_tree/packaging/make-package
+tools=$source_tree/packaging
 agent=$source_tree/build/windows/VantelinkAgent.exe
 relay=$(sed -n 's/^VANTELINK_DEFAULT_SERVER_HOST:STRING=//p' "$source_tree/build/windows/CMakeCache.txt")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+
+key=$work/update-key.pem
+package() { "$tools/make-package" --update-key "$key" "$@"; }
 
 failures=0
 expect() {  # NAME COMMAND...
@@ -21,7 +24,7 @@ expect() {  # NAME COMMAND...
 made_again() {
   cp "$agent" "$work/copy.exe"
   touch -d '2001-02-03' "$work/copy.exe"
-  (cd / && TZ=Atlantic/Reykjavik LC_ALL=C "$make" --agent "$work/copy.exe" --relay "$relay" --version 1.2.3 --out "$work/again/deeper")
+  (cd / && TZ=Atlantic/Reykjavik LC_ALL=C package --agent "$work/copy.exe" --relay "$relay" --version 1.2.3 --out "$work/again/deeper")
   diff -r "$work/first" "$work/again/deeper"
 }
 # Two builds of one commit would differ if the executable contained the time (in the PE header) or folder of its build.
@@ -36,11 +39,34 @@ openssl_folders_are_the_agents() {
   [ -n "$folders" ] && ! grep -v '^C:/Program Files/Maravek/Vantelink/OpenSSL' <<< "$folders"
 }
 checksums_hold() {
-  [ "$(wc -l < "$work/first/SHA256SUMS")" = 3 ] && (cd "$work/first" && sha256sum -c SHA256SUMS)
+  [ "$(wc -l < "$work/first/SHA256SUMS")" = 4 ] && (cd "$work/first" && sha256sum -c SHA256SUMS)
 }
 manifest_names_the_installer() {
   [ "$(< "$work/first/version.json")" = '{"agent_version":"1.2.3","agent_file":"VantelinkSetup-1.2.3.exe"}' ] \
     && [ -f "$work/first/VantelinkSetup-1.2.3.exe" ]
+}
+
+# OpenSSL alone verifies the signature of the list, and each file has the size and hash in it.
+list_verifies() {
+  local name file list=$work/first/version.json.signed
+  head -n 1 "$list" | tr -d '\n' > "$work/line"
+  sed -n 2p "$list" | base64 -d > "$work/signature"
+  openssl pkeyutl -verify -pubin -inkey "${key%.pem}.pub.pem" -rawin -in "$work/line" -sigfile "$work/signature" || return 1
+  for name in version.json VantelinkSetup-1.2.3.exe; do
+    file=$work/first/$name
+    grep -qF "{\"name\":\"$name\",\"bytes\":$(stat -c %s "$file"),\"sha256\":\"$(sha256sum < "$file" | cut -d ' ' -f 1)\"}" \
+      "$work/line" || return 1
+  done
+  grep -q '"version":"1.2.3"' "$work/line"
+}
+key_is_private() { [ "$(stat -c %a "$key")" = 600 ] && ! grep -q PRIVATE "${key%.pem}.pub.pem"; }
+key_is_not_replaced() {
+  cp "$key" "$work/before.pem"
+  ! "$tools/make-update-key" "$key" && cmp "$key" "$work/before.pem"
+}
+open_key_is_refused() {
+  install -m 640 "$key" "$work/open.pem"
+  refuses --agent "$agent" --relay "$relay" --version 1.2.3 --update-key "$work/open.pem"
 }
 
 make_certificate() {
@@ -68,12 +94,17 @@ installed_files_verify() {
 }
 
 refuses() {
-  ! "$make" --out "$work/refused" "$@" && [ ! -e "$work/refused" ]
+  ! package --out "$work/refused" "$@" && [ ! -e "$work/refused" ]
 }
 
-expect 'a package is made' "$make" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/first"
+expect 'a key for updates is made' "$tools/make-update-key" "$key"
+expect 'only its owner can read the key' key_is_private
+expect 'a second call does not replace the key' key_is_not_replaced
+
+expect 'a package is made' package --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/first"
 expect 'the manifest names the installer' manifest_names_the_installer
 expect 'the checksums hold' checksums_hold
+expect 'the signed list verifies and fits the files' list_verifies
 expect 'a second package has the same bytes' made_again
 
 expect 'the executable contains neither its build time nor its build folder' no_time_or_folder
@@ -82,17 +113,19 @@ expect 'the executable and the installer have the flags of the protections' \
   "$source_tree/tests/tools/image_flags_test.sh" --flags-only "$work/first/VantelinkAgent.exe" "$work/first/VantelinkSetup-1.2.3.exe"
 
 expect 'a test certificate is made' make_certificate
-expect 'a package is signed with a PEM file' "$make" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
+expect 'a package is signed with a PEM file' package --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/pem" --sign-with "$work/both.pem"
 expect 'signatures made with the PEM file verify' both_verify "$work/pem"
 expect 'the signature of a changed file does not verify' changed_fails
 expect 'the installed files are signed' installed_files_verify
 expect 'a package is signed with a PKCS#12 file that has a password' env VANTELINK_SIGN_PASSWORD='a b"c' \
-  "$make" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/p12" --sign-with "$work/both.p12"
+  "$tools/make-package" --update-key "$key" --agent "$agent" --relay "$relay" --version 1.2.3 --out "$work/p12" --sign-with "$work/both.p12"
 expect 'signatures made with the PKCS#12 file verify' both_verify "$work/p12"
 
 expect 'a wrong password is refused' refuses --agent "$agent" --relay "$relay" --version 1.2.3 --sign-with "$work/both.p12"
 expect 'a version that is not numeric is refused' refuses --agent "$agent" --relay "$relay" --version 1.x
 expect 'a missing executable is refused' refuses --agent "$work/none.exe" --relay "$relay" --version 1.2.3
+expect 'a key for updates that others can read is refused' open_key_is_refused
+expect 'a missing key for updates is refused' refuses --agent "$agent" --relay "$relay" --version 1.2.3 --update-key "$work/none.pem"
 expect 'a missing certificate is refused' refuses --agent "$agent" --relay "$relay" --version 1.2.3 --sign-with "$work/none.pem"
 expect 'a relay whose name the agent does not contain is refused' refuses --agent "$agent" --relay other.example --version 1.2.3
 expect 'a call without a version is refused' refuses --agent "$agent" --relay "$relay"
