@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <span>
 
-#include "relay/h264/parameter_sets.h"
-#include "relay/h264/stream.h"
+#include "relay/stream/h264/parameter_sets.h"
+#include "relay/stream/h264/stream.h"
 #include "require.h"
 
 using namespace vlk::relay;

@@ -1,14 +1,21 @@
 // The relay's program: reads the options, prepares the database, and serves until a signal ends it.
+#include <unistd.h>
+
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
 
 #include <boost/asio/signal_set.hpp>
 
 #include "relay/base/secrets.h"
 #include "relay/base/version.h"
+#include "relay/net/descriptors.h"
+#include "relay/net/private_files.h"
 #include "relay/options.h"
 #include "relay/server.h"
+#include "relay/storage/follow/sinks.h"
+#include "relay/storage/trail/check/command.h"
 
 namespace {
 
@@ -16,12 +23,14 @@ using namespace vlk::relay;
 
 constexpr int kUsageError = 2;
 
-// Creates the data folder if it is missing, readable by its owner only, and returns the path of the database.
+// Creates the data folder if it is missing, and returns the path of the database. Only the folder's owner may
+// open it.
 std::string database_file(const std::string& data) {
   std::error_code error;
   const bool made = std::filesystem::create_directories(data, error);
   if (error) throw std::runtime_error("cannot create the data folder " + data + ": " + error.message());
   if (made) std::filesystem::permissions(data, std::filesystem::perms::owner_all);
+  require_private(data, "the data folder");
   return data + "/relay.db";
 }
 
@@ -43,11 +52,17 @@ std::string read_password(const std::string& user) {
 int change_user(const Options& options, Store& store) {
   bool done = false;
   switch (options.action) {
+    case Action::OpenEnrolment:
+      store.open_enrolment(options.minutes, options.machines == 0
+                                                ? std::nullopt
+                                                : std::optional<std::int64_t>(options.machines));
+      return 0;
     case Action::AddUser:
-      done = store.add_user(options.user, hash_password(read_password(options.user)));
+      done = store.add_user(options.user, hash_password(read_password(options.user)),
+                            role_of(options.role).value_or(Role::Representative));
       break;
     case Action::SetPassword:
-      done = store.set_password(options.user, hash_password(read_password(options.user)), {});
+      done = store.set_password(options.user, hash_password(read_password(options.user)));
       break;
     default:
       done = store.remove_user(options.user);
@@ -55,34 +70,79 @@ int change_user(const Options& options, Store& store) {
   if (done) return 0;
   std::cerr << "vantelink-relay: "
             << (options.action == Action::AddUser
-                    ? "a representative with that name exists already; --set-password changes the password\n"
-                    : "there is no representative with that name\n");
+                    ? "a person with that name exists already; --set-password changes the password\n"
+                    : "there is no person with that name\n");
   return 1;
 }
 
-// If the database has no representative, adds "admin" and prints its password.
-void prepare_first_start(Store& store) {
-  if (store.has_users()) return;
+// The first start with a new database adds the administrator "admin" with a one-time password. Logs of
+// service managers keep the output of programs, so the password is printed only on a terminal. The file is
+// complete before the database is changed, so a start that is cut off in between is repeated by the next one.
+void prepare_first_start(const std::string& data, Store& store) {
+  if (!store.is_first_start()) return;
   const std::string password = random_password();
-  store.add_user("admin", hash_password(password));
-  std::cout << "First start. Log in to the console as \"admin\" with the password " << password
-            << "\nThe password is not shown again; --set-password admin replaces it." << std::endl;
+  const std::string file = data + "/first-password";
+  const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+  if (!terminal) write_durably(file, password + '\n', 0600);
+  store.add_first_administrator("admin", hash_password(password));
+  std::cout << "First start. Log in to the console as \"admin\" with the one-time password "
+            << (terminal ? password : "in " + file)
+            << "\nIt must be changed at the first log-in; --set-password admin replaces it." << std::endl;
 }
 
-int serve(const Options& options, Store& store) {
+// SIGHUP says that another program has moved the files of the trail's log.
+void reopen_at_hang_up(boost::asio::signal_set& signals, Server& server) {
+  signals.async_wait([&](const boost::system::error_code& error, int) {
+    if (error) return;
+    server.reopen_trail_logs();
+    reopen_at_hang_up(signals, server);
+  });
+}
+
+Server::Settings settings_of(const Options& options) {
+  Server::Settings settings;
+  settings.address = options.address;
+  settings.port = options.port;
+  settings.console = options.console.empty() ? VANTELINK_CONSOLE_DIR : options.console;
+  settings.updates = options.updates;
+  settings.update_key = options.update_key;
+  settings.certificate = {options.certificate, options.key};
+  for (const std::string& proxy : options.proxies)
+    settings.proxies.push_back(parse_network(proxy).value());
+  settings.proxy_protocol = options.proxy_protocol;
+  settings.proxy_header = options.proxy_header;
+  return settings;
+}
+
+Limits limits_of(const Options& options) {
+  Limits limits;
+  limits.login = std::chrono::hours(options.login_hours);
+  limits.idle_login = std::chrono::minutes(options.idle_minutes);
+  limits.consent = std::chrono::seconds(options.consent_s);
+  limits.hold = std::chrono::seconds(options.hold_s);
+  limits.connections = options.connections;
+  limits.enrolments_per_address = options.enrolments;
+  limits.failures_per_name = options.log_ins;
+  return limits;
+}
+
+int serve(const Options& options, std::unique_ptr<Store> store) {
+  raise_descriptor_limit(options.connections);
   const Log log(standard_error_sink());
-  Server::Settings settings{
-      options.address, options.port, options.console, options.updates, {options.certificate, options.key}};
-  if (settings.console.empty()) settings.console = VANTELINK_CONSOLE_DIR;
+  Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
     std::string remark;
     settings.certificate = self_made_certificate(options.data, options.hosts, remark);
     if (!remark.empty()) log.write("", "", remark);
   }
-  prepare_first_start(store);
-  Limits limits;
-  limits.consent = std::chrono::seconds(options.consent_s);
-  Server server(settings, store, log, limits);
+  require_private(settings.certificate.key, "the private key");
+  prepare_first_start(options.data, *store);
+  const Limits limits = limits_of(options);
+  Server server(settings, std::move(store), log, limits);
+  if (!options.trail_log.empty()) server.follow_trail(std::make_unique<TrailLogFile>(options.trail_log));
+  if (!options.trail_syslog.empty()) server.follow_trail(std::make_unique<TrailSyslog>(options.trail_syslog));
+  boost::asio::signal_set hang_ups(server.context(), SIGHUP);
+  reopen_at_hang_up(hang_ups, server);
   boost::asio::signal_set signals(server.context(), SIGINT, SIGTERM);
   signals.async_wait([&](const boost::system::error_code& error, int) {
     if (!error) server.stop();
@@ -96,6 +156,10 @@ int serve(const Options& options, Store& store) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc > 1 && std::string(argv[1]) == "verify-trail") {
+    start_sodium();
+    return verify_trail_command({argv + 2, argv + argc}, std::cout, std::cerr);
+  }
   Options options;
   std::string problem;
   if (!parse_options({argv + 1, argv + argc}, options, problem)) {
@@ -112,8 +176,8 @@ int main(int argc, char** argv) {
   }
   try {
     start_sodium();
-    Store store(database_file(options.data));
-    return options.action == Action::Serve ? serve(options, store) : change_user(options, store);
+    auto store = std::make_unique<Store>(database_file(options.data));
+    return options.action == Action::Serve ? serve(options, std::move(store)) : change_user(options, *store);
   } catch (const std::exception& failure) {
     std::cerr << "vantelink-relay: " << failure.what() << "\n";
     return 1;

@@ -1,24 +1,40 @@
 // The relay's command line.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace vlk::relay {
 
-enum class Action { Serve, Help, Version, SetPassword, AddUser, RemoveUser };
+enum class Action { Serve, Help, Version, SetPassword, AddUser, RemoveUser, OpenEnrolment };
 
 struct Options {
   Action action = Action::Serve;
   std::string user;                 // for SetPassword, AddUser and RemoveUser
+  unsigned short minutes = 0;       // for OpenEnrolment
+  unsigned short machines = 0;      // for OpenEnrolment: the largest number of new machines; 0 means any
+  std::string role;                 // for AddUser: the name of a role; default: "representative"
+  unsigned short login_hours = 12;  // how long a log-in lasts
+  unsigned short idle_minutes = 0;  // how long a log-in lasts without use; 0 means any time
   std::string address = "0.0.0.0";  // the IP address to listen on
   unsigned short port = 8443;       // 0 means any free port
   std::string data = "vantelink-data";
-  unsigned short consent_s = 120;  // seconds that a machine's user has to answer a request
-  std::string console;             // folder of the console's files
-  std::string updates;             // folder of the agents' updates; default: the folder "updates" in `data`
-  std::vector<std::string> hosts;  // names in the self-signed certificate; default: "localhost"
-  std::string certificate;         // PEM file; `certificate` and `key` are both given or both empty
+  std::size_t hold_s = 120;          // seconds that a session waits for a browser that disconnected
+  std::size_t consent_s = 30;        // seconds that a machine's user has to answer a request
+  std::size_t connections = 8192;    // largest number of connections
+  std::size_t enrolments = 30;       // enrolments of one source in ten minutes
+  std::size_t log_ins = 10;          // wrong passwords for one name from one source in ten minutes
+  std::vector<std::string> proxies;  // addresses and networks of trusted proxies
+  bool proxy_protocol = false;       // the proxies send the PROXY protocol, version 2
+  std::string proxy_header;          // the header in which the proxies name the source
+  std::string console;               // folder of the console's files
+  std::string updates;               // folder of the agents' updates; default: the folder "updates" in `data`
+  std::string update_key;            // PEM file of the public key that verifies updates; none: empty
+  std::vector<std::string> hosts;    // names in the self-signed certificate; default: "localhost"
+  std::string trail_log;     // file to which the rows of the trail are copied as JSON lines; empty for none
+  std::string trail_syslog;  // socket or HOST:PORT of syslog for the rows of the trail; empty for none
+  std::string certificate;   // PEM file; `certificate` and `key` are both given or both empty
   std::string key;
 };
 
@@ -29,10 +45,5 @@ struct Options {
 // `problem`.
 [[nodiscard]] bool parse_options(const std::vector<std::string>& arguments, Options& options,
                                  std::string& problem);
-
-// False for an empty name, a name over 64 bytes, and a name with control characters, quotes, backslashes, or
-// a space at its start or end. Names are
-// sent to agents, whose JSON reader supports few escapes.
-[[nodiscard]] bool valid_user_name(const std::string& name);
 
 }  // namespace vlk::relay

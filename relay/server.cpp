@@ -1,26 +1,33 @@
 // Accepts connections and passes each request to the code for its path.
 #include "relay/server.h"
 
+#include <malloc.h>
+
+#include <array>
+#include <filesystem>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/ip/v6_only.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/read.hpp>
-#include <boost/beast/http/serializer.hpp>
-#include <boost/beast/http/write.hpp>
 
-#include "relay/http/files.h"
+#include "relay/base/source/source.h"
+#include "relay/base/version.h"
 #include "relay/links/console_link.h"
+#include "relay/net/source/proxy_header.h"
+#include "relay/net/tcp_progress.h"
+#include "relay/net/websocket_link.h"
+#include "relay/storage/open_sessions.h"
+#include "relay/storage/trail/chain.h"
 
 namespace asio = boost::asio;
-namespace beast = boost::beast;
-namespace http = beast::http;
-namespace websocket = beast::websocket;
+namespace http = boost::beast::http;
 using tcp = asio::ip::tcp;
 
 namespace vlk::relay {
@@ -32,31 +39,33 @@ constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 // takes 8 seconds at 2 kB/s, so the console sees progress within its time limit.
 constexpr Channel::Division kToAgent{false, 64 * 1024};
 constexpr Channel::Division kToBrowser{true, 16'000};
+// Bytes that the system holds for a peer before it sends them: a record, and the next one while the first is
+// sent.
+constexpr std::size_t kUnsentBytes = 32 * 1024;
 // How long a stopping relay waits until its close frames have reached the browsers.
 constexpr std::chrono::milliseconds kStopDelay{300};
 // The pause after a failed accept, for instance when no file descriptor is free.
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr char kAgentProtocol[] = "vantelink.v1";
-constexpr char kConsoleProtocol[] = "vantelink.console.v2";
+constexpr char kConsoleProtocol[] = "vantelink.console.v4";
 
-asio::ssl::context make_tls(const CertificateFiles& files) {
-  asio::ssl::context tls(asio::ssl::context::tls_server);
-  SSL_CTX_set_min_proto_version(tls.native_handle(), TLS1_2_VERSION);
-  beast::error_code error;
-  tls.use_certificate_chain_file(files.certificate, error);
-  if (error)
-    throw std::runtime_error("cannot use the certificate " + files.certificate + ": " + error.message());
-  tls.use_private_key_file(files.key, asio::ssl::context::pem, error);
-  if (error) throw std::runtime_error("cannot use the private key " + files.key + ": " + error.message());
-  return tls;
-}
+// How often memory is given back to the system, and after how many ended connections that is worth the time.
+constexpr std::chrono::seconds kTrimPause{5};
+constexpr std::size_t kTrimEnds = 100;
 
 tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned short port) {
-  beast::error_code error;
+  boost::system::error_code error;
   const auto parsed = asio::ip::make_address(address, error);
   if (error) throw std::runtime_error("\"" + address + "\" is not an IP address");
+  const tcp::endpoint endpoint(parsed, port);
   try {
-    return tcp::acceptor(io, tcp::endpoint(parsed, port));
+    tcp::acceptor acceptor(io, endpoint.protocol());
+    acceptor.set_option(tcp::acceptor::reuse_address(true));
+    // "::" accepts IPv4 too, whatever the system's default is.
+    if (parsed.is_v6()) acceptor.set_option(asio::ip::v6_only(!parsed.is_unspecified()));
+    acceptor.bind(endpoint);
+    acceptor.listen();
+    return acceptor;
   } catch (const boost::system::system_error& failure) {
     throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
                              failure.code().message() + "; choose another with --port");
@@ -65,20 +74,62 @@ tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned 
 
 }  // namespace
 
-Server::Server(const Settings& settings, Store& store, const Log& log, const Limits& limits)
+Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log& log, const Limits& limits)
     : console_(settings.console),
-      updates_(settings.updates),
+      proxies_(settings.proxies),
+      proxy_protocol_(settings.proxy_protocol),
+      proxy_header_(settings.proxy_header),
       log_(log),
       limits_(limits),
+      connections_(limits, log),
       tls_(make_tls(settings.certificate)),
       acceptor_(listen(io_, settings.address, settings.port)),
-      parts_(store, log, limits),
-      api_(parts_, store, log, limits),
+      database_file_(store->database().file()),
+      trail_key_(TrailKey::load_or_make(std::filesystem::path(database_file_).parent_path().string())),
+      database_(std::move(store), io_.get_executor()),
+      trail_keeper_(database_, trail_key_, log),
+      trail_reader_(database_file_, trail_key_),
+      parts_(database_, log, limits),
+      admission_(parts_, log),
+      updates_({settings.updates, settings.update_key, limits.update_look,
+                [this](TrailEntry row) { parts_.audit.write(std::move(row)); }},
+               io_.get_executor(), log),
+      api_(parts_, admission_, updates_, trail_reader_, log, limits),
       enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
       refusals_(limits.refusals_per_address, limits.failure_window, limits.counted_keys),
-      agents_{parts_, store, log, limits, enrolments_, refusals_} {
-  asio::co_spawn(io_, accept(), asio::detached);
-  asio::co_spawn(io_, tick(), asio::detached);
+      renames_(limits.renames_per_machine, limits.failure_window, limits.counted_keys),
+      agent_log_ins_(limits.log_ins_per_machine, limits.failure_window, limits.counted_keys),
+      agents_{parts_, admission_, log, limits, enrolments_, refusals_, renames_, agent_log_ins_},
+      http_(make_http_service()) {
+  parts_.sessions.restore_questions(database_.run_and_wait([&limits](Store& stored) {
+    auto questions = open_questions(stored.database(), wall_milliseconds() - limits.lost_question.count());
+    end_open_sessions(stored.database());
+    append_trail(stored.database(),
+                 std::array{trail_entry<TrailKind::RelayStarted>({.actor = kTrailRelay}, kRelayVersion)});
+    return questions;
+  }));
+  database_.on_outside_change([this] {
+    parts_.reload();
+    admission_.reload();
+  });
+  const auto ended = [this](const std::exception_ptr& failure) {
+    if (!failure) return;
+    failure_ = failure;
+    io_.stop();
+  };
+  asio::co_spawn(io_, accept(), ended);
+  asio::co_spawn(io_, tick(), ended);
+}
+
+HttpService Server::make_http_service() {
+  return {limits_,
+          log_,
+          [this](const Request& request, Connections::Place& place) { return identify(request, place); },
+          [this](const Request& request, const Connections::Place& place) { return answer(request, place); },
+          [this](const Request& request, const Connections::Place& place, Reply& refusal) {
+            return admit(request, place, refusal);
+          },
+          [this](const Request& request) { return api_.login_of(request).has_value(); }};
 }
 
 unsigned short Server::port() const {
@@ -87,6 +138,17 @@ unsigned short Server::port() const {
 
 void Server::run() {
   io_.run();
+  parts_.sessions.end_all("relay-stopped");
+  parts_.audit.write(trail_entry<TrailKind::RelayStopped>({.actor = kTrailRelay}));
+  trail_keeper_.sign();
+  database_.drain();
+  if (!failure_) return;
+  try {
+    std::rethrow_exception(failure_);
+  } catch (const std::exception& failure) {
+    log_.write("", "", std::string("the relay ends: ") + failure.what());
+    throw;
+  }
 }
 
 void Server::stop() {
@@ -97,8 +159,20 @@ void Server::stop() {
     parts_.machines.cut_connections("the relay stops");
     parts_.browsers.close_all(CloseCode::GoingAway, "the relay stops");
     auto delay = std::make_shared<asio::steady_timer>(io_, kStopDelay);
-    delay->async_wait([this, delay](beast::error_code) { io_.stop(); });
+    delay->async_wait([this, delay](boost::system::error_code) { io_.stop(); });
   });
+}
+
+void Server::follow_trail(std::unique_ptr<TrailSink> sink) {
+  const auto report = [this](const std::string& problem) {
+    asio::post(io_, [this, problem] { log_.write("", "", problem); });
+  };
+  trail_followers_.push_back(std::make_unique<TrailFollower>(database_file_, std::move(sink), report));
+}
+
+void Server::reopen_trail_logs() {
+  for (const auto& follower : trail_followers_)
+    follower->reopen();
 }
 
 asio::awaitable<void> Server::accept() {
@@ -111,10 +185,6 @@ asio::awaitable<void> Server::accept() {
       co_await pause.async_wait(kAsTuple);
       continue;
     }
-    if (connections_ >= limits_.connections) {
-      log_.write("", "", "connection refused: too many are open");
-      continue;
-    }
     asio::co_spawn(io_, serve(std::move(socket)), asio::detached);
   }
 }
@@ -124,143 +194,127 @@ asio::awaitable<void> Server::tick() {
   while (!stopping_) {
     timer.expires_after(limits_.tick);
     co_await timer.async_wait(kAsTuple);
-    parts_.watchdog.tick(Clock::now());
+    const auto now = Clock::now();
+    connections_.tick(now);
+    parts_.watchdog.tick(now);
+    admission_.tick(wall_seconds());
+    trail_keeper_.tick(trail_now());
+    log_.end_windows(now);
+    trim_memory(now);
   }
+}
+
+void Server::trim_memory(Clock::time_point now) {
+  if (now - trimmed_ < kTrimPause || connections_.ended() - ended_at_trim_ < kTrimEnds) return;
+  trimmed_ = now;
+  ended_at_trim_ = connections_.ended();
+  ::malloc_trim(0);
 }
 
 asio::awaitable<void> Server::serve(tcp::socket socket) {
-  ++connections_;
-  beast::error_code error;
+  boost::system::error_code error;
   const tcp::endpoint endpoint = socket.remote_endpoint(error);
-  const std::string source = endpoint.address().to_string();
-  const std::string peer = source + ':' + std::to_string(endpoint.port());
+  if (error) co_return;
   socket.set_option(tcp::no_delay(true), error);
+  limit_unsent(socket.native_handle(), kUnsentBytes);
+  const std::string peer = text_of(endpoint.address(), endpoint.port());
+  // A proxy's connections do not share one source; each gets its own until the proxy has named the real one.
+  const bool proxied = is_in(proxies_, endpoint.address());
+  const auto place = connections_.admit(proxied ? peer : source_of(endpoint.address()), peer);
+  if (!place) co_return log_.write(peer, "", "connection refused: too many are open");
+  place->set_proxied(proxied);
   try {
-    co_await serve_requests(TlsStream(beast::tcp_stream(std::move(socket)), tls_), peer, source);
+    if (proxied && proxy_protocol_ && !co_await read_proxy_header(socket, *place, log_)) co_return;
+    TlsStream stream(std::move(socket), tls_.get());
+    std::optional<Caller> login;
+    const auto link = co_await open_link(std::move(stream), *place, login);
+    if (link) co_await serve_link(link, *place, login);
   } catch (const std::exception& failure) {
-    log_.write(peer, "", failure.what());
-  }
-  --connections_;
-}
-
-asio::awaitable<void> Server::serve_requests(TlsStream stream, std::string peer, std::string source) {
-  auto& lowest = beast::get_lowest_layer(stream);
-  lowest.expires_after(limits_.handshake);
-  const auto [tls_error] = co_await stream.async_handshake(asio::ssl::stream_base::server, kAsTuple);
-  if (tls_error) {
-    log_.write(peer, "", "TLS handshake failed: " + tls_error.message());
-    co_return;
-  }
-  beast::flat_buffer buffer;
-  auto time_limit = limits_.handshake;
-  for (;;) {
-    http::request_parser<http::string_body> parser;
-    parser.header_limit(static_cast<std::uint32_t>(limits_.http_header));
-    parser.body_limit(limits_.http_body);
-    lowest.expires_after(time_limit);
-    time_limit = limits_.keep_alive;
-    const auto [error, size] = co_await http::async_read(stream, buffer, parser, kAsTuple);
-    if (error) {
-      if (size > 0 && error != http::error::end_of_stream) {
-        log_.write(peer, "", "bad request: " + error.message());
-        co_await refuse(stream, error);
-      }
-      co_return;
-    }
-    const Request request = parser.release();
-    Reply reply;
-    if (websocket::is_upgrade(request)) {
-      if (auto caller = admit(request, peer, reply))
-        co_return co_await serve_upgrade(std::move(stream), request, std::move(*caller), peer, source);
-    } else {
-      reply = co_await answer(request, peer, source);
-    }
-    if (request.method() == http::verb::head) reply.body() = {};
-    if (!co_await write(stream, reply) || !reply.keep_alive()) co_return;
+    log_.write(place->peer(), "", failure.what());
   }
 }
 
-// Each piece of the reply has its own time limit, because an installer may take minutes on a slow connection.
-asio::awaitable<bool> Server::write(TlsStream& stream, Reply& reply) {
-  http::response_serializer<ReplyBody> rest(reply);
-  while (!rest.is_done()) {
-    beast::get_lowest_layer(stream).expires_after(limits_.handshake);
-    const auto [error, size] = co_await http::async_write_some(stream, rest, kAsTuple);
-    if (error) co_return false;
+bool Server::identify(const Request& request, Connections::Place& place) {
+  if (proxy_header_.empty() || !place.proxied()) return true;
+  const auto value = request.find(proxy_header_);
+  if (value == request.end()) return true;
+  const auto source = forwarded_source(std::string_view(value->value()), proxies_);
+  return !source || place.move(source_of(*source), text_of(*source, 0));
+}
+
+asio::awaitable<std::shared_ptr<WebSocketLink>> Server::open_link(TlsStream stream, Connections::Place& place,
+                                                                  std::optional<Caller>& login) {
+  place.on_cut([stream](const std::string&) mutable { stream.close(); });
+  place.expires_after(&Limits::handshake);
+  const auto [error] = co_await stream.async_handshake(kAsTuple);
+  if (error) {
+    log_.write(place.peer(), "", "TLS handshake failed: " + error.message());
+    co_return nullptr;
   }
-  co_return true;
+  const auto request = co_await serve_http(stream, place, http_);
+  if (!request) {
+    stream.finish();
+    co_return nullptr;
+  }
+  const bool agent = path_of(*request) == "/link";
+  if (!agent) login = api_.full_login_of(*request).value();
+  WebSocketLink::Settings settings{agent ? kAgentProtocol : kConsoleProtocol, limits_.queue_bytes,
+                                   agent ? kToAgent : kToBrowser, limits_.handshake};
+  std::string problem;
+  place.expires_after(&Limits::handshake);
+  auto link = co_await WebSocketLink::accept(stream, std::move(*request), std::move(settings), problem);
+  if (!link) log_.write(place.peer(), "", "WebSocket upgrade failed: " + problem);
+  co_return link;
 }
 
-// Sends a reply to a peer whose request could not be read.
-asio::awaitable<void> Server::refuse(TlsStream& stream, beast::error_code error) {
-  Request request;
-  request.version(11);
-  request.keep_alive(false);
-  HttpStatus status = HttpStatus::bad_request;
-  if (error == http::error::body_limit) status = HttpStatus::payload_too_large;
-  if (error == http::error::header_limit) status = HttpStatus::request_header_fields_too_large;
-  Reply reply = error_reply(request, status, "The relay cannot read the request: " + error.message() + '.');
-  beast::get_lowest_layer(stream).expires_after(limits_.handshake);
-  co_await write(stream, reply);
-  co_await stream.async_shutdown(kAsTuple);
+asio::awaitable<void> Server::serve_link(std::shared_ptr<WebSocketLink> link, Connections::Place& place,
+                                         const std::optional<Caller>& login) {
+  place.never_expires();
+  place.on_cut([channel = link->channel()](const std::string& reason) { channel->cut(reason); });
+  if (!login) co_return co_await serve_agent(agents_, std::move(link), place);
+  if (!place.rise(Standing::Known)) {
+    co_return link->channel()->close(CloseCode::PolicyViolation, "too many connections");
+  }
+  const auto console = std::make_shared<ConsolePeer>();
+  console->address = place.peer();
+  console->representative = login->name;
+  console->person = login->person;
+  console->login = login->token_hash;
+  console->view = parts_.view_of(console->person);
+  co_await serve_console(parts_, limits_, std::move(link), console);
 }
 
-asio::awaitable<Reply> Server::answer(const Request& request, const std::string& peer,
-                                      const std::string& source) {
+asio::awaitable<Reply> Server::answer(const Request& request, const Connections::Place& place) {
   const std::string_view path = path_of(request);
-  if (path.starts_with("/api/")) co_return co_await api_.answer(request, peer, source);
+  if (path.starts_with("/api/")) co_return co_await api_.answer(request, place.peer(), place.source());
   if (path == "/link" || path == "/console") {
     co_return error_reply(request, HttpStatus::upgrade_required, "This path is for WebSockets.");
   }
-  if (names_update(path)) co_return serve_update(updates_, request);
-  co_return serve_file(console_, request);
+  if (names_update(path)) co_return updates_.answer(request, place.peer());
+  co_return console_.answer(request);
 }
 
-std::optional<Server::Caller> Server::admit(const Request& request, const std::string& peer, Reply& refusal) {
+bool Server::admit(const Request& request, const Connections::Place& place, Reply& refusal) {
   const std::string_view path = path_of(request);
-  if (path == "/link") return Caller{true, {}};
-  if (path != "/console") {
-    refusal = error_reply(request, HttpStatus::not_found, "There is no WebSocket on this path.");
-    return std::nullopt;
+  const auto refuse = [&](HttpStatus status, const char* log_line, const char* sentence) {
+    if (log_line) log_.write(place.peer(), "", log_line);
+    refusal = error_reply(request, status, sentence);
+    return false;
+  };
+  if (path == "/link") {
+    // Agents send no Origin; a page in a browser cannot leave it out.
+    if (request.find(http::field::origin) == request.end()) return true;
+    return refuse(HttpStatus::forbidden, "refused a page's WebSocket for agents",
+                  "This path is for agents, not for pages.");
   }
-  if (!same_origin(request)) {
-    log_.write(peer, "", "refused a browser's WebSocket from another origin");
-    refusal = error_reply(request, HttpStatus::forbidden, "The request came from another site.");
-    return std::nullopt;
+  if (path != "/console")
+    return refuse(HttpStatus::not_found, nullptr, "There is no WebSocket on this path.");
+  if (!from_own_page(request)) {
+    return refuse(HttpStatus::forbidden, "refused a browser's WebSocket from another origin",
+                  "The request did not come from the console's page.");
   }
-  auto login = api_.login_of(request);
-  if (!login) {
-    log_.write(peer, "", "refused a browser's WebSocket without a log-in");
-    refusal = error_reply(request, HttpStatus::unauthorized, "Please log in.");
-    return std::nullopt;
-  }
-  return Caller{false, std::move(*login)};
-}
-
-asio::awaitable<void> Server::serve_upgrade(TlsStream stream, Request request, Caller caller,
-                                            std::string peer, std::string source) {
-  beast::get_lowest_layer(stream).expires_never();
-  WebSocketLink::Stream socket(std::move(stream));
-  // The watchdog enforces the time limits after the upgrade.
-  socket.set_option(
-      websocket::stream_base::timeout{limits_.handshake, websocket::stream_base::none(), false});
-  const char* protocol = caller.agent ? kAgentProtocol : kConsoleProtocol;
-  socket.set_option(websocket::stream_base::decorator([protocol](websocket::response_type& response) {
-    response.set(http::field::sec_websocket_protocol, protocol);
-  }));
-  const auto [error] = co_await socket.async_accept(request, kAsTuple);
-  if (error) {
-    log_.write(peer, "", "WebSocket upgrade failed: " + error.message());
-    co_return;
-  }
-  const auto link =
-      WebSocketLink::create(std::move(socket), limits_.queue_bytes, caller.agent ? kToAgent : kToBrowser);
-  if (caller.agent) co_return co_await serve_agent(agents_, link, peer, source);
-  const auto console = std::make_shared<ConsolePeer>();
-  console->address = peer;
-  console->representative = caller.login.user;
-  console->login = caller.login.token_hash;
-  co_await serve_console(parts_, limits_, link, console);
+  if (api_.full_login_of(request)) return true;
+  return refuse(HttpStatus::unauthorized, "refused a browser's WebSocket without a log-in", "Please log in.");
 }
 
 }  // namespace vlk::relay

@@ -1,23 +1,38 @@
 // The relay's server: listens on one TLS port and serves each path on it.
 #pragma once
 
+#include <cstddef>
+#include <exception>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/ssl/context.hpp>
-#include <boost/asio/steady_timer.hpp>
 
+#include "relay/admission/admission.h"
+#include "relay/http/files.h"
+#include "relay/http/http_connection.h"
 #include "relay/http/routes.h"
+#include "relay/http/updates/updates.h"
 #include "relay/links/agent_link.h"
-#include "relay/net/certificate.h"
-#include "relay/net/websocket_link.h"
+#include "relay/net/connections.h"
+#include "relay/net/source/proxies.h"
+#include "relay/net/tls/certificate.h"
+#include "relay/net/tls/tls_context.h"
+#include "relay/net/tls/tls_stream.h"
+#include "relay/session/trail/trail_keeper.h"
+#include "relay/storage/follow/follower.h"
+#include "relay/storage/trail/reader.h"
 
 namespace vlk::relay {
 
-// Everything runs on the one thread that calls run(), except the hashing of passwords.
+class WebSocketLink;
+
+// Everything runs on the one thread that calls run(), except the hashing of passwords and the work on the
+// database.
 class Server {
  public:
   struct Settings {
@@ -25,54 +40,87 @@ class Server {
     unsigned short port = 0;  // 0 means any free port
     std::string console;      // folder of the console's files
     std::string updates;      // folder of the agents' updates; need not exist
+    std::string update_key;   // public key of the updates; without it none is offered
     CertificateFiles certificate;
+    // Proxies that name the real source of a connection: by the PROXY protocol, version 2, or in this header
+    // of each request. At most one of the two is used.
+    std::vector<Network> proxies;
+    bool proxy_protocol = false;
+    std::string proxy_header;
   };
-  // Opens the port. `store`, `log` and `limits` outlive the server. Throws std::runtime_error with a
-  // sentence for the operator.
-  Server(const Settings& settings, Store& store, const Log& log, const Limits& limits);
+  // Opens the port. `log` and `limits` outlive the server. Throws std::runtime_error with a sentence for the
+  // operator.
+  Server(const Settings& settings, std::unique_ptr<Store> store, const Log& log, const Limits& limits);
 
   [[nodiscard]] unsigned short port() const;
-  // Serves until stop().
+  // Serves until stop(). Returns when all that was given to the database is stored. Logs and throws
+  // what ended the accepting of connections or the checks of the time limits; the relay cannot work without
+  // either.
   void run();
   // Closes all connections, then makes run() return. Callable from any thread and from a signal handler of
   // context().
   void stop();
   [[nodiscard]] boost::asio::io_context& context() { return io_; }
+  // The number of connections that are open or have not been cleared away yet.
+  [[nodiscard]] std::size_t connections() const { return connections_.size(); }
+  [[nodiscard]] DatabaseThread& database() { return database_; }
+
+  // Copies the rows of the trail to a sink for log collectors. Throws DatabaseError.
+  void follow_trail(std::unique_ptr<TrailSink> sink);
+  // Makes the sinks open their files again.
+  void reopen_trail_logs();
 
  private:
+  // What serve_http() needs of this server.
+  [[nodiscard]] HttpService make_http_service();
   boost::asio::awaitable<void> accept();
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);
-  boost::asio::awaitable<void> serve_requests(TlsStream stream, std::string peer, std::string source);
-  // Sends the reply. Returns false if the peer read nothing for too long or has disconnected.
-  [[nodiscard]] boost::asio::awaitable<bool> write(TlsStream& stream, Reply& reply);
-  boost::asio::awaitable<void> refuse(TlsStream& stream, boost::beast::error_code error);
-  boost::asio::awaitable<Reply> answer(const Request& request, const std::string& peer,
-                                       const std::string& source);
-  // The sender of an upgrade request: an agent, or a browser with a valid log-in.
-  struct Caller {
-    bool agent = false;
-    HttpApi::Login login;  // for a browser only
-  };
-  // Checks an upgrade request. If it is refused, returns nothing and puts the reply into `refusal`.
-  [[nodiscard]] std::optional<Caller> admit(const Request& request, const std::string& peer, Reply& refusal);
-  // Completes the upgrade and serves the WebSocket until its connection ends.
-  boost::asio::awaitable<void> serve_upgrade(TlsStream stream, Request request, Caller caller,
-                                             std::string peer, std::string source);
+  // Finds the source of a request that a trusted proxy has passed on.
+  [[nodiscard]] bool identify(const Request& request, Connections::Place& place);
+  // Completes the handshake and serves requests. Returns the link of an upgraded connection, or null at its
+  // end. `login` is set for a browser only.
+  boost::asio::awaitable<std::shared_ptr<WebSocketLink>> open_link(TlsStream stream,
+                                                                   Connections::Place& place,
+                                                                   std::optional<Caller>& login);
+  // Serves an agent's or a browser's WebSocket until its connection ends.
+  boost::asio::awaitable<void> serve_link(std::shared_ptr<WebSocketLink> link, Connections::Place& place,
+                                          const std::optional<Caller>& login);
+  boost::asio::awaitable<Reply> answer(const Request& request, const Connections::Place& place);
+  // Checks an upgrade request. If it is refused, returns false and puts the reply into `refusal`.
+  [[nodiscard]] bool admit(const Request& request, const Connections::Place& place, Reply& refusal);
+  // Gives back the memory of connections that have ended to the system, which the allocator would keep.
+  void trim_memory(Clock::time_point now);
 
-  const std::string console_;
-  const std::string updates_;
+  const ConsoleFiles console_;
+  const std::vector<Network> proxies_;
+  const bool proxy_protocol_;
+  const std::string proxy_header_;
   const Log& log_;
   const Limits& limits_;
+  Connections connections_;  // outlives the coroutines, which io_ owns
   boost::asio::io_context io_{1};
-  boost::asio::ssl::context tls_;
+  const TlsContext tls_;
   boost::asio::ip::tcp::acceptor acceptor_;
+  const std::string database_file_;
+  const TrailKey trail_key_;
+  DatabaseThread database_;
+  TrailKeeper trail_keeper_;
+  TrailReader trail_reader_;
   Parts parts_;
+  Admission admission_;
+  Updates updates_;
   HttpApi api_;
+  std::vector<std::unique_ptr<TrailFollower>> trail_followers_;
   RateCounter enrolments_;
   RateCounter refusals_;
+  RateCounter renames_;
+  RateCounter agent_log_ins_;
   AgentContext agents_;
-  std::size_t connections_ = 0;
+  const HttpService http_;
+  std::exception_ptr failure_;
+  Clock::time_point trimmed_{};
+  std::size_t ended_at_trim_ = 0;
   bool stopping_ = false;
 };
 

@@ -49,16 +49,18 @@ export function arrange(list, items) {
   }
 }
 
+const VIEWS = /** @type {const} */ (['login', 'stage', 'machines', 'pages', 'session']);
+
 /**
  * Shows one of the page's views and hides the others. Open dialogs are closed, because a modal dialog in a
  * hidden view would still block the page.
- * @param {'login' | 'machines' | 'session'} name
+ * @param {(typeof VIEWS)[number]} name
  * @param {string} title what the title of the page says before the product's name
  */
 export function showView(name, title) {
   for (const dialog of document.querySelectorAll('dialog')) dialog.close();
   setTitle(title);
-  for (const view of ['login', 'machines', 'session']) byId(`view-${view}`).hidden = view !== name;
+  for (const view of VIEWS) byId(`view-${view}`).hidden = view !== name;
 }
 
 /** Sets the title of the page, which names what the page shows before the product. */

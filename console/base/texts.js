@@ -4,16 +4,35 @@ import { icelandic } from './texts_is.js';
 
 const TABLES = [english, icelandic];
 
-/** @param {readonly string[]} languages as in navigator.languages, the preferred one first */
-export function textsFor(languages) {
+/**
+ * The table in the first of the languages for which there is one; the first table if there is none.
+ * @template {{language: string}} Table
+ * @param {readonly Table[]} tables
+ * @param {readonly string[]} languages as in navigator.languages, the preferred one first
+ */
+function tableFor(tables, languages) {
   for (const wanted of languages) {
-    const found = TABLES.find(({ language }) => wanted.toLowerCase().split('-')[0] === language);
+    const found = tables.find(({ language }) => wanted.toLowerCase().split('-')[0] === language);
     if (found) return found;
   }
-  return english;
+  return tables[0];
+}
+
+/** @param {readonly string[]} languages as in navigator.languages, the preferred one first */
+export function textsFor(languages) {
+  return tableFor(TABLES, languages);
 }
 
 export const texts = textsFor(globalThis.navigator?.languages ?? []);
+
+/**
+ * The table of a part of the console that has tables of its own.
+ * @template {{language: string}} Table
+ * @param {readonly Table[]} tables
+ */
+export function tableOf(tables) {
+  return tableFor(tables, [texts.language]);
+}
 
 /** For each attribute data-KEY, the property of the element that receives the text named in the attribute. */
 const PLACES = /** @type {const} */ ({

@@ -37,7 +37,13 @@ export const english = {
   forget: 'Forget',
   forgetQuestion: (/** @type {string} */ machine) =>
     `Forget ${machine}? The machine will have to enrol again.`,
-  state: { online: 'Online', offline: 'Offline', session: 'In session', restarting: 'Restarting' },
+  state: {
+    online: 'Online',
+    offline: 'Offline',
+    session: 'In session',
+    restarting: 'Restarting',
+    quarantine: 'In quarantine',
+  },
   with: (/** @type {string} */ who) => `with ${who}`,
   lastSeen: (/** @type {'now' | 'minute' | 'hour' | 'day'} */ unit, /** @type {number} */ count) =>
     `last seen ${unit === 'now' ? 'just now' : `${count} ${unit}${count === 1 ? '' : 's'} ago`}`,
@@ -97,6 +103,19 @@ export const english = {
     'refused the restart.',
   closePanel: 'Close',
   viewOnly: 'View only',
+  watchOnly: 'You may only watch',
+  watchOnlyRemark: 'You do not have the right to control this machine, only to watch it.',
+  rights: {
+    see: 'see the machine',
+    control: 'control it',
+    clipboard: 'use the clipboard',
+    'files-up': 'upload files',
+    'files-down': 'download files',
+    restart: 'restart it and press Ctrl+Alt+Del',
+    forget: 'forget it',
+  },
+  rightsGone: (/** @type {string} */ rights) => `Your rights have changed. You may no longer: ${rights}.`,
+  rightsAdded: (/** @type {string} */ rights) => `Your rights have changed. You may now: ${rights}.`,
   viewOnlyRemark: 'View only: your mouse and keyboard do not reach the machine.',
   menu: 'Menu',
   showBar: 'Show the toolbar',
@@ -132,13 +151,26 @@ export const english = {
     declined: (/** @type {string} */ machine) => `The person at ${machine} declined the session.`,
     'no-answer': (/** @type {string} */ machine) =>
       `Nobody answered at ${machine}, so the request was withdrawn.`,
-    slow: () => 'The session has ended because this browser was too slow.',
+    'no-right': (/** @type {string} */ machine) =>
+      `The session has ended because you no longer have the right to see ${machine}.`,
+    'ended-by-administrator': () => 'An administrator has ended the session.',
+    blocked: (/** @type {string} */ machine) =>
+      `The session has ended because an administrator has blocked ${machine}.`,
+    quarantined: (/** @type {string} */ machine) =>
+      `The session has ended because an administrator has put ${machine} into quarantine.`,
+    removed: (/** @type {string} */ machine) =>
+      `The session has ended because an administrator has removed ${machine}.`,
+    disconnected: (/** @type {string} */ machine) =>
+      `The session has ended because an administrator has disconnected ${machine}.`,
+    'no-evidence': () => 'The session has ended because the relay could not record it.',
     other: () => 'The session has ended.',
   },
   refused: {
     offline: (/** @type {string} */ machine) => `${machine} is offline.`,
     'in-use': (/** @type {string} */ machine, /** @type {string} */ who) => `${machine} is in use by ${who}.`,
     unknown: (/** @type {string} */ machine) => `${machine} is no longer known to the relay.`,
+    'no-right': (/** @type {string} */ machine) => `You do not have the right to a session with ${machine}.`,
+    quarantined: (/** @type {string} */ machine) => `${machine} is in quarantine, so it has no sessions.`,
     'too-many': () => 'Too many sessions are open in this browser.',
   },
   status: (/** @type {number} */ fps, /** @type {number} */ kilobytes, /** @type {number | null} */ trip) =>
@@ -224,6 +256,7 @@ export const english = {
       'the folder contains too much to be listed, so the console cannot see which files would be replaced',
     cutShort: 'only a part arrived: the machine’s disk may be full',
     unchecked: 'sent, but the console could not check whether all of it arrived',
+    noRight: 'you no longer have the right to this',
     isFolder: 'a folder has this name',
   },
 
@@ -255,4 +288,21 @@ export const english = {
   copy: 'Copy',
   save: 'Save',
   saveAll: 'Save all',
+  administration: 'Administration',
+  administrationWaiting: (/** @type {number} */ count) => `Administration (${count} waiting)`,
+  yourAccount: 'Your account',
+  loginEnd: 'End of the log-in',
+  copiedNow: 'Copied',
+  copyByHand: 'Select the text and copy it by hand',
+  print: 'Print',
+  problems: {
+    400: 'The relay does not accept this.',
+    401: 'Your log-in has ended. Please log in again.',
+    403: 'You do not have the right to do this.',
+    404: 'This no longer exists. Someone else may have removed it.',
+    409: 'This does not fit what is there now.',
+    413: 'This is too long.',
+    429: 'Too many attempts. Wait ten minutes and try again.',
+    503: 'The relay has too much to do at the moment. Try again in a few seconds.',
+  },
 };

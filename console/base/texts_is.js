@@ -45,9 +45,14 @@ export const icelandic = {
   noMatch: 'Engin tölva ber slíkt nafn.',
   connect: 'Tengjast',
   forget: 'Gleyma',
-  forgetQuestion: (/** @type {string} */ machine) =>
-    `Gleyma tölvunni ${machine}? Þá þarf að skrá hana upp á nýtt.`,
-  state: { online: 'Nettengd', offline: 'Ótengd', session: 'Fjaraðstoð í gangi', restarting: 'Endurræsir' },
+  forgetQuestion: (/** @type {string} */ machine) => `Gleyma tölvunni ${machine}? Þá þarf að skrá hana á ný.`,
+  state: {
+    online: 'Nettengd',
+    offline: 'Ótengd',
+    session: 'Fjaraðstoð í gangi',
+    restarting: 'Endurræsir',
+    quarantine: 'Í sóttkví',
+  },
   with: (/** @type {string} */ who) => `með ${who}`,
   lastSeen: (/** @type {'now' | 'minute' | 'hour' | 'day'} */ unit, /** @type {number} */ count) =>
     `síðast tengd ${unit === 'now' ? 'rétt í þessu' : `fyrir ${count} ${AGES[unit][singular(count) ? 0 : 1]}`}`,
@@ -107,6 +112,19 @@ export const icelandic = {
     'Windows hefur neitað endurræsingunni.',
   closePanel: 'Loka',
   viewOnly: 'Aðeins horfa',
+  watchOnly: 'Þú mátt aðeins horfa',
+  watchOnlyRemark: 'Þú hefur ekki réttindi til að stjórna þessari tölvu, aðeins til að horfa á hana.',
+  rights: {
+    see: 'sjá tölvuna',
+    control: 'stjórna henni',
+    clipboard: 'nota klippiborðið',
+    'files-up': 'senda skrár á hana',
+    'files-down': 'sækja skrár af henni',
+    restart: 'endurræsa hana og ýta á Ctrl+Alt+Del',
+    forget: 'gleyma henni',
+  },
+  rightsGone: (/** @type {string} */ rights) => `Réttindi þín hafa breyst. Þú mátt ekki lengur: ${rights}.`,
+  rightsAdded: (/** @type {string} */ rights) => `Réttindi þín hafa breyst. Þú mátt nú: ${rights}.`,
   viewOnlyRemark: 'Aðeins horfa: músin þín og lyklaborðið stýra ekki tölvunni.',
   menu: 'Valmynd',
   showBar: 'Sýna tækjastikuna',
@@ -143,7 +161,18 @@ export const icelandic = {
     declined: (/** @type {string} */ machine) => `Notandinn við tölvuna ${machine} hafnaði fjaraðstoðinni.`,
     'no-answer': (/** @type {string} */ machine) =>
       `Enginn svaraði við tölvuna ${machine}, svo að beiðnin var afturkölluð.`,
-    slow: () => 'Vafrinn hafði ekki undan og því lauk fjaraðstoðinni.',
+    'no-right': (/** @type {string} */ machine) =>
+      `Fjaraðstoðinni er lokið því að þú hefur ekki lengur réttindi til að sjá tölvuna ${machine}.`,
+    'ended-by-administrator': () => 'Stjórnandi batt enda á fjaraðstoðina.',
+    blocked: (/** @type {string} */ machine) =>
+      `Fjaraðstoðinni er lokið því að stjórnandi hefur útilokað tölvuna ${machine}.`,
+    quarantined: (/** @type {string} */ machine) =>
+      `Fjaraðstoðinni er lokið því að stjórnandi hefur sett tölvuna ${machine} í sóttkví.`,
+    removed: (/** @type {string} */ machine) =>
+      `Fjaraðstoðinni er lokið því að stjórnandi hefur fjarlægt tölvuna ${machine}.`,
+    disconnected: (/** @type {string} */ machine) =>
+      `Fjaraðstoðinni er lokið því að stjórnandi hefur rofið tenginguna við tölvuna ${machine}.`,
+    'no-evidence': () => 'Miðlarinn gat ekki skráð fjaraðstoðina og því lauk henni.',
     other: () => 'Fjaraðstoðinni er lokið.',
   },
   refused: {
@@ -151,6 +180,10 @@ export const icelandic = {
     'in-use': (/** @type {string} */ machine, /** @type {string} */ who) =>
       `Tölvan ${machine} er í notkun hjá ${who}.`,
     unknown: (/** @type {string} */ machine) => `Miðlarinn þekkir tölvuna ${machine} ekki lengur.`,
+    'no-right': (/** @type {string} */ machine) =>
+      `Þú hefur ekki réttindi til fjaraðstoðar við tölvuna ${machine}.`,
+    quarantined: (/** @type {string} */ machine) =>
+      `Tölvan ${machine} er í sóttkví og þar er engin fjaraðstoð leyfð.`,
     'too-many': () => 'Of margar tengingar eru opnar í þessum vafra.',
   },
   status: (/** @type {number} */ fps, /** @type {number} */ kilobytes, /** @type {number | null} */ trip) =>
@@ -237,6 +270,7 @@ export const icelandic = {
       'of margt er í möppunni til að hægt sé að telja það upp, svo að ekki sést hvaða skrám yrði skipt út',
     cutShort: 'aðeins hluti barst: diskur tölvunnar er ef til vill fullur',
     unchecked: 'send, en ekki var hægt að athuga hvað barst',
+    noRight: 'þú hefur ekki lengur réttindi til þessa',
     isFolder: 'mappa ber þetta heiti',
   },
 
@@ -265,4 +299,21 @@ export const icelandic = {
   copy: 'Afrita',
   save: 'Vista',
   saveAll: 'Vista allar',
+  administration: 'Stjórnun',
+  administrationWaiting: (/** @type {number} */ count) => `Stjórnun (${count} í bið)`,
+  yourAccount: 'Aðgangurinn þinn',
+  loginEnd: 'Lok innskráningar',
+  copiedNow: 'Afritað',
+  copyByHand: 'Veldu textann og afritaðu hann',
+  print: 'Prenta',
+  problems: {
+    400: 'Miðlarinn tekur ekki við þessu.',
+    401: 'Innskráningin er útrunnin. Skráðu þig inn aftur.',
+    403: 'Þú hefur ekki réttindi til þess.',
+    404: 'Þetta er ekki lengur til. Einhver annar kann að hafa fjarlægt það.',
+    409: 'Þetta samræmist ekki því sem fyrir er.',
+    413: 'Þetta er of langt.',
+    429: 'Of margar tilraunir. Bíddu í tíu mínútur og reyndu aftur.',
+    503: 'Miðlarinn er of önnum kafinn í augnablikinu. Reyndu aftur eftir nokkrar sekúndur.',
+  },
 };

@@ -36,7 +36,7 @@ export function attachClipboard({ channel, input, dropTarget, offerUpload, machi
   });
   const sync = new ClipboardSync({
     send: (payload) => {
-      const may = channel.isOpen && !viewOnly.checked;
+      const may = channel.may('clipboard') && !viewOnly.checked;
       if (may) channel.send(Msg.ClipboardData, payload);
       return may;
     },
@@ -45,11 +45,11 @@ export function attachClipboard({ channel, input, dropTarget, offerUpload, machi
     crlf: navigator.platform.startsWith('Win'),
   });
   const automatic = byId('clip-automatic', HTMLInputElement);
-  const isAutomatic = () => channel.isOpen && automatic.checked;
+  const isAutomatic = () => channel.may('clipboard') && automatic.checked;
   /** Asks whether the representative may send something, and shows a notice if not. */
   const maySend = () => {
     if (viewOnly.checked) notices.show({ kind: 'viewOnly' });
-    return channel.isOpen && !viewOnly.checked;
+    return channel.may('clipboard') && !viewOnly.checked;
   };
 
   const active = () => isAutomatic() && input.enabled;
@@ -106,6 +106,9 @@ function followSessions(channel, sync, notices) {
     if (agent !== channel.agent) sync.reset();
     agent = channel.agent;
   });
+  channel.addEventListener('rights', () => {
+    if (!channel.may('clipboard')) notices.clear();
+  });
   channel.addEventListener('closed', () => {
     sync.sessionOver();
     notices.clear();
@@ -130,6 +133,11 @@ function pasted(sync, data) {
   return async () => isPicture && sync.sendPicture(new Uint8Array(await files[0].arrayBuffer()));
 }
 
+/** Whether files may be sent to the machine's clipboard: they are files on the machine when they are pasted. */
+function mayDrop(/** @type {import('../link/session_channel.js').SessionChannel} */ channel) {
+  return channel.may('clipboard') && channel.may('files-up');
+}
+
 /**
  * @param {HTMLElement} target
  * @param {{channel: import('../link/session_channel.js').SessionChannel, sync: ClipboardSync,
@@ -141,14 +149,14 @@ function attachDrop(target, { channel, sync, maySend }) {
   target.addEventListener('dragover', (event) => {
     if (!carriesFiles(event.dataTransfer)) return;
     event.preventDefault();
-    target.classList.toggle('is-target', channel.isOpen);
+    target.classList.toggle('is-target', mayDrop(channel));
   });
   target.addEventListener('dragleave', () => target.classList.remove('is-target'));
   target.addEventListener('drop', async (event) => {
     target.classList.remove('is-target');
     if (!event.dataTransfer || !carriesFiles(event.dataTransfer)) return;
     event.preventDefault();
-    if (!maySend()) return;
+    if (!mayDrop(channel) || !maySend()) return;
     const { session } = channel;
     const files = await droppedFiles(event.dataTransfer);
     if (session === channel.session) await sync.sendFiles(files);

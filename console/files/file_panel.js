@@ -43,7 +43,8 @@ export class FilePanel {
    * @param {import('./folder_requests.js').FolderRequests} folders
    * @param {import('../base/formats.js').Formats} formats
    * @param {{download: (entries: Entry[]) => void,
-   *   upload: (files: LocalFile[], folder: string) => Promise<void>}} actions
+   *   upload: (files: LocalFile[], folder: string) => Promise<void>,
+   *   may: (right: 'files-up' | 'files-down') => boolean}} actions
    */
   constructor(addPanel, folders, formats, actions) {
     this.#folders = folders;
@@ -63,7 +64,16 @@ export class FilePanel {
 
   /** Handles the start of a session: an open panel requests the folder again that it showed before. */
   start() {
+    this.rightsChanged();
     if (this.#panel.isOpen() && !this.#problem) this.#go(this.#wanted);
+  }
+
+  /** Handles a change of the rights: without any right to files, the panel is closed. */
+  rightsChanged() {
+    const { may } = this.#actions;
+    if (!may('files-up') && !may('files-down')) this.#panel.toggle(false);
+    if (!may('files-up')) this.#offered = [];
+    this.#drawState();
   }
 
   /**
@@ -179,7 +189,7 @@ export class FilePanel {
 
   /** Whether files can be uploaded into the folder that is shown. */
   get #takesFiles() {
-    return !!this.#listing?.path && !this.#problem;
+    return this.#actions.may('files-up') && !!this.#listing?.path && !this.#problem;
   }
 
   #selectedFiles() {
@@ -188,7 +198,7 @@ export class FilePanel {
 
   #open(/** @type {Entry} */ entry) {
     if (entry.dir) this.#go(entry.path);
-    else this.#actions.download(this.#selectedFiles());
+    else if (this.#actions.may('files-down')) this.#actions.download(this.#selectedFiles());
   }
 
   #up() {
@@ -203,7 +213,7 @@ export class FilePanel {
   async #upload(files) {
     const folder = this.#listing?.path;
     const found = await files;
-    if (!folder || !found.length) return;
+    if (!folder || !found.length || !this.#actions.may('files-up')) return;
     this.#offered = [];
     this.#drawState();
     await this.#actions.upload(found, folder).catch(() => {});
@@ -272,11 +282,13 @@ export class FilePanel {
   /** What can be done with the selection, or why it cannot be downloaded. */
   #hint() {
     if (!this.#listing || this.#problem) return '';
-    if (!this.#listing.path) return texts.hintDrives;
+    const { may } = this.#actions;
+    if (!this.#listing.path) return may('files-up') ? texts.hintDrives : '';
+    if (!may('files-down')) return '';
     const files = this.#selectedFiles().length;
     const folders = this.#list.selected.length - files;
     if (folders) return files ? texts.hintFoldersLeftOut(folders) : texts.hintFolders;
-    const canDrop = matchMedia('(any-hover: hover)').matches;
+    const canDrop = may('files-up') && matchMedia('(any-hover: hover)').matches;
     if (files) return canDrop ? texts.hintDrop : '';
     return canDrop ? texts.hintSelectOrDrop : texts.hintSelect;
   }

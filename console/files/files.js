@@ -20,6 +20,10 @@ import { Uploads } from './uploads.js';
 /** @typedef {import('../link/session_channel.js').SessionChannel} SessionChannel */
 /** @typedef {EventTarget & {sendControl: (message: object) => boolean}} Relay */
 
+const KINDS = /** @type {const} */ (['upload', 'download']);
+/** The right that each kind of transfer needs. */
+const RIGHT_FOR = /** @type {const} */ ({ upload: 'files-up', download: 'files-down' });
+
 /** The relay's reasons for the end of a session that mean the end of the machine's connection. */
 const MACHINE_GONE = ['agent-gone', 'replaced'];
 
@@ -50,10 +54,15 @@ export function attachFiles({ channel, relay, addPanel }) {
       for (const entry of entries) download(queue, entry);
     },
     upload: (files, folder) => uploads.upload(files, folder),
+    may: (right) => !channel.isOpen || channel.may(right),
   });
 
   attachMessages(channel, relay, folders, queue);
   channel.addEventListener('open', () => panel.start());
+  channel.addEventListener('rights', () => {
+    panel.rightsChanged();
+    for (const kind of KINDS) if (!channel.may(RIGHT_FOR[kind])) queue.cancelAll(kind);
+  });
   channel.addEventListener('closed', () => {
     for (const part of [panel, questions, uploads, folders, queue]) part.sessionOver();
   });
@@ -134,8 +143,8 @@ function machineIsGone(/** @type {ControlMessage} */ message, /** @type {string}
     return (
       message.agent === agent && message.state === 'ended' && MACHINE_GONE.includes(String(message.reason))
     );
-  if (message.type !== 'agents' || !Array.isArray(message.agents)) return false;
-  return message.agents.some(({ id, state }) => id === agent && state === 'offline');
+  const machines = { agents: message.agents, 'agents-changed': message.changed }[message.type];
+  return Array.isArray(machines) && machines.some(({ id, state }) => id === agent && state === 'offline');
 }
 
 /** Downloads a file and saves it as soon as it is complete. */

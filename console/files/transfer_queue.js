@@ -71,12 +71,18 @@ export class TransferQueue extends EventTarget {
     this.finish(transfer, 'cancelled', begun ? `${transfer.kind}Cancelled` : '');
   }
 
+  /** Ends all transfers of one kind, for which the representative no longer has the right. */
+  cancelAll(/** @type {Transfer['kind']} */ kind) {
+    const concerned = new Set([...this.#waiting, ...this.#open.values()]);
+    for (const transfer of concerned) if (transfer.kind === kind) this.finish(transfer, 'failed', 'noRight');
+  }
+
   /** Handles a control message of the relay. */
   receiveControl(/** @type {import('../link/link.js').ControlMessage} */ message) {
-    const { type, id, request, transfer: transferId } = message;
-    if (type === 'pong') this.#window.pong(id);
+    const { type, session, request, transfer: transferId } = message;
+    if (type === 'uploaded' && session === this.#sender.session()) this.#window.passed(message.bytes);
     if (type !== 'transfer' && type !== 'error') return;
-    const text = String(message.message ?? '');
+    const text = message.code === 'no-right' ? 'noRight' : String(message.message ?? '');
     const asked = this.#idRequests.get(numberOf(request));
     if (asked) {
       this.#idRequests.delete(numberOf(request));
@@ -202,11 +208,10 @@ export class TransferQueue extends EventTarget {
       // The transfer may have been cancelled or refused, or the session may have ended.
       if (!transfer.active) return;
       this.#sender.send(Msg.FileChunk, chunk(id, index, bytes));
-      const ping = this.#window.sent(bytes.length, () => {
+      this.#window.sent(bytes.length, () => {
         transfer.advance(bytes.length);
         this.#changed(transfer);
       });
-      this.#sender.sendControl({ type: 'ping', id: ping });
     }
     this.#open.delete(id);
     this.#sendEnd(id);

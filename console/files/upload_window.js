@@ -1,26 +1,27 @@
-// Limits the bytes of uploads that are on their way to the machine. The relay answers a ping after it has
-// passed on everything that was sent before the ping, so the delay of each answer shows how full the
-// connection is. A window that is too large delays keys and clicks and can even break the link; a window that
-// is too small leaves a part of the connection's capacity unused.
+// Limits the bytes of uploads that are on their way to the machine. The relay reports how many bytes it has
+// written to the machine, so the delay of each report shows how full both connections are. A window that is too
+// large delays keys and clicks, which the browser sends in one line with the upload; a window that is too small
+// leaves a part of the connections' capacity unused.
 
 const SMALLEST = 256 * 1024;
+/** Less than the relay queues for a machine before it stops reading from the browser. */
 const LARGEST = 4 * 1024 * 1024;
 const INITIAL = 1024 * 1024;
-/** An answer within FAST_MS widens the window; an answer after more than SLOW_MS halves it. */
+/** A report within FAST_MS widens the window; a report after more than SLOW_MS halves it. */
 const FAST_MS = 250;
 const SLOW_MS = 1000;
 
 export class UploadWindow {
   #now;
   #limit = INITIAL;
-  /** The number of bytes that are on their way. */
-  #open = 0;
-  #pings = 0;
+  /** The bytes sent in this session, and those of them that have passed the relay. */
+  #sent = 0;
+  #passed = 0;
   /**
-   * Bytes sent and not yet confirmed, by the id of the ping that was sent after them.
-   * @type {Map<number, {bytes: number, at: number, onArrived: () => void}>}
+   * What was sent and has not passed, the oldest first. end: the value of #sent after it.
+   * @type {{bytes: number, end: number, at: number, onPassed: () => void}[]}
    */
-  #sent = new Map();
+  #open = [];
   /** @type {(() => void)[]} */
   #waiting = [];
 
@@ -36,7 +37,7 @@ export class UploadWindow {
 
   /** Resolves when more bytes may be sent. */
   async waitForRoom() {
-    while (this.#open >= this.#limit) {
+    while (this.#sent - this.#passed >= this.#limit) {
       await new Promise((resolve) => {
         this.#waiting.push(() => resolve(undefined));
       });
@@ -46,34 +47,32 @@ export class UploadWindow {
   /**
    * Records bytes that were just sent.
    * @param {number} bytes
-   * @param {() => void} onArrived called when the relay has passed them on
-   * @returns {number} the id of the ping to send after them
+   * @param {() => void} onPassed called when the relay has written them to the machine
    */
-  sent(bytes, onArrived) {
-    // The id is negative because the link's own pings have positive ids.
-    const id = -++this.#pings;
-    this.#open += bytes;
-    this.#sent.set(id, { bytes, at: this.#now(), onArrived });
-    return id;
+  sent(bytes, onPassed) {
+    this.#sent += bytes;
+    this.#open.push({ bytes, end: this.#sent, at: this.#now(), onPassed });
   }
 
-  /** Handles the answer to a ping; the answer to a ping of another sender is ignored. */
-  pong(/** @type {unknown} */ id) {
-    const part = typeof id === 'number' ? this.#sent.get(id) : undefined;
-    if (typeof id !== 'number' || !part) return;
-    this.#sent.delete(id);
-    this.#open -= part.bytes;
-    const delay = this.#now() - part.at;
-    if (delay > SLOW_MS) this.#limit = Math.max(SMALLEST, this.#limit / 2);
-    else if (delay < FAST_MS) this.#limit = Math.min(LARGEST, this.#limit + part.bytes);
-    part.onArrived();
+  /** Handles the relay's report of the total of bytes that have passed in this session. */
+  passed(/** @type {unknown} */ total) {
+    if (typeof total !== 'number' || !(total > this.#passed)) return;
+    this.#passed = total;
+    for (const part of this.#open.filter(({ end }) => end <= total)) {
+      const delay = this.#now() - part.at;
+      if (delay > SLOW_MS) this.#limit = Math.max(SMALLEST, this.#limit / 2);
+      else if (delay < FAST_MS) this.#limit = Math.min(LARGEST, this.#limit + part.bytes);
+      part.onPassed();
+    }
+    this.#open = this.#open.filter(({ end }) => end > total);
     this.#wake();
   }
 
   /** Forgets all bytes that are on their way, after the end of a session. */
   reset() {
-    this.#sent.clear();
-    this.#open = 0;
+    this.#open = [];
+    this.#sent = 0;
+    this.#passed = 0;
     this.#limit = INITIAL;
     this.#wake();
   }

@@ -1,10 +1,15 @@
 // Requests to the relay's HTTP interface, in JSON. A request that fails rejects with an ApiError.
 
 export class ApiError extends Error {
-  /** @param {number} status the HTTP status; 0 when the relay was not reached @param {string} message */
-  constructor(status, message) {
+  /**
+   * @param {number} status the HTTP status; 0 when the relay was not reached
+   * @param {string} message
+   * @param {string} [code] the relay's code for what is wrong
+   */
+  constructor(status, message, code = '') {
     super(message);
     this.status = status;
+    this.code = code;
   }
 }
 
@@ -17,14 +22,15 @@ export function statusOf(/** @type {unknown} */ error) {
  * @param {string} method
  * @param {string} path
  * @param {object} [body]
+ * @param {Record<string, string>} [more] further headers
  * @returns {Promise<Record<string, unknown>>}
  */
-async function request(method, path, body) {
+async function request(method, path, body, more = {}) {
   let response;
   try {
     response = await fetch(path, {
       method,
-      headers: body ? { 'Content-Type': 'application/json' } : {},
+      headers: { ...(body ? { 'Content-Type': 'application/json' } : {}), ...more },
       body: body ? JSON.stringify(body) : undefined,
       credentials: 'same-origin',
       cache: 'no-store',
@@ -34,9 +40,24 @@ async function request(method, path, body) {
   }
   const answer = await response.json().catch(() => ({}));
   if (!response.ok)
-    throw new ApiError(response.status, typeof answer?.error === 'string' ? answer.error : '');
+    throw new ApiError(response.status, String(answer?.error ?? ''), String(answer?.code ?? ''));
   return answer;
 }
+
+/**
+ * unattended: the page makes the request by itself, so that it does not count as use of the log-in.
+ * @typedef {{unattended?: boolean}} Asking
+ */
+/** @param {string} path @param {Asking} [asking] */
+export const get = (path, { unattended = false } = {}) =>
+  request('GET', path, undefined, unattended ? { 'Vantelink-Unattended': '1' } : {});
+/** @param {string} path @param {object} [body] */
+export const post = (path, body = {}) => request('POST', path, body);
+/** @param {string} path @param {object} body */
+export const put = (path, body) => request('PUT', path, body);
+/** @param {string} path @param {object} body */
+export const patch = (path, body) => request('PATCH', path, body);
+export const remove = (/** @type {string} */ path) => request('DELETE', path);
 
 export const login = (/** @type {string} */ name, /** @type {string} */ password) =>
   request('POST', '/api/login', { name, password });

@@ -8,15 +8,15 @@ const HEADER_BYTES = 2;
 const PART = 0;
 const FIRST = 1;
 const LAST = 2;
-/** The part belongs to the relay's second queue, whose parts alternate with those of the first. */
-const BULK = 4;
-const TEXT = 8;
+const TEXT = 4;
+/** The number of the message's lane is above the flags. Parts of messages in different lanes can alternate. */
+const LANE_SHIFT = 4;
 
 const utf8Reader = new TextDecoder();
 
 export class PartJoiner {
   /**
-   * The received parts of the unfinished message of each queue.
+   * The received parts of the unfinished message of each lane.
    * @type {Map<number, Uint8Array[]>}
    */
   #unfinished = new Map();
@@ -35,14 +35,14 @@ export class PartJoiner {
     const bytes = new Uint8Array(buffer);
     if (bytes[0] !== PART) return buffer;
     const flags = bytes[1];
-    const queue = flags & BULK;
+    const lane = flags >> LANE_SHIFT;
     // The relay gives up a message when its session has ended, so a first part can replace an unfinished message.
-    if (flags & FIRST) this.#unfinished.set(queue, []);
-    const parts = this.#unfinished.get(queue);
+    if (flags & FIRST) this.#unfinished.set(lane, []);
+    const parts = this.#unfinished.get(lane);
     if (!parts) return null;
     parts.push(bytes.subarray(HEADER_BYTES));
     if (!(flags & LAST)) return null;
-    this.#unfinished.delete(queue);
+    this.#unfinished.delete(lane);
     const whole = concatenated(parts);
     return flags & TEXT ? utf8Reader.decode(whole) : whole.buffer;
   }

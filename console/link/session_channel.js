@@ -1,6 +1,7 @@
 // The messages of one session between the console and the machine, carried by the link to the relay.
 import { emit, onDetail } from '../base/custom_events.js';
 import { decodeEnvelope, encodeEnvelope, encodeJson } from './envelope.js';
+import { RIGHTS } from './rights.js';
 
 /** @typedef {import('./link.js').ControlMessage} ControlMessage */
 /** @typedef {(payload: Uint8Array<ArrayBuffer>) => void} MessageHandler */
@@ -12,8 +13,9 @@ import { decodeEnvelope, encodeEnvelope, encodeJson } from './envelope.js';
 
 /**
  * The channel is open from the acceptance of a session until its end. Messages that are sent while the
- * channel is closed are dropped; received messages of another session are ignored. Events: 'open', 'closed'
- * and 'too-large' (detail: TooLarge).
+ * channel is closed are dropped; received messages of another session are ignored. Events: 'open', 'closed',
+ * 'too-large' (detail: TooLarge) and 'rights' after a change of the rights in the open session (detail: the
+ * granted rights before it).
  */
 export class SessionChannel extends EventTarget {
   #link;
@@ -22,6 +24,9 @@ export class SessionChannel extends EventTarget {
   /** @type {number | null} the relay's number of the session; null while the channel is closed */
   #session = null;
   #agent = '';
+  /** @type {Set<import('./rights.js').Right>} */
+  #rights = new Set(RIGHTS);
+  #granted = this.#rights;
 
   /** @param {import('./link.js').Link} link */
   constructor(link) {
@@ -44,10 +49,45 @@ export class SessionChannel extends EventTarget {
     return this.#agent;
   }
 
-  open(/** @type {number} */ session, /** @type {string} */ agent) {
+  /** The representative's rights that have an effect in the session that is open or was open last. */
+  get rights() {
+    return this.#rights;
+  }
+
+  /** The representative's rights, also those without effect, for instance while another person has the control. */
+  get granted() {
+    return this.#granted;
+  }
+
+  /** Whether the session is open and the representative has one of the rights. */
+  may(/** @type {import('./rights.js').Right[]} */ ...rights) {
+    return this.isOpen && rights.some((right) => this.#rights.has(right));
+  }
+
+  /**
+   * @param {number} session
+   * @param {string} agent
+   * @param {Set<import('./rights.js').Right>} [rights] those that have an effect
+   * @param {Set<import('./rights.js').Right>} [granted] all
+   */
+  open(session, agent, rights = new Set(RIGHTS), granted = rights) {
     this.#session = session;
     this.#agent = agent;
+    this.#rights = rights;
+    this.#granted = granted;
     emit(this, 'open');
+  }
+
+  /**
+   * Changes the rights in the open session.
+   * @param {Set<import('./rights.js').Right>} rights those that have an effect
+   * @param {Set<import('./rights.js').Right>} [granted] all
+   */
+  changeRights(rights, granted = rights) {
+    const before = this.#granted;
+    this.#rights = rights;
+    this.#granted = granted;
+    emit(this, 'rights', before);
   }
 
   close() {
@@ -71,13 +111,18 @@ export class SessionChannel extends EventTarget {
     if (this.#session !== null) this.#link.sendEnvelope(encodeJson(type, this.#session, value));
   }
 
+  /** Sends the relay a message about the open session. @param {object} message without the session's number */
+  sendControl(message) {
+    return this.#session !== null && this.#link.sendControl({ session: this.#session, ...message });
+  }
+
   /**
    * Asks the relay to close the machine's connection, which also ends this session and every transfer that
    * the machine still sends. The machine connects again within about a second.
    * @returns {boolean} false when no session is open or the link is down
    */
   cutMachine() {
-    return this.#session !== null && this.#link.sendControl({ type: 'cut', session: this.#session });
+    return this.sendControl({ type: 'cut' });
   }
 
   #receive(/** @type {ArrayBuffer} */ buffer) {

@@ -10,14 +10,30 @@ import { MachineRow } from './machine_row.js';
  */
 export const RESTART_DEADLINE_MS = 90_000;
 
+/** The time after which the rows of offline machines say again how long ago the machines were seen. */
+const AGE_INTERVAL_MS = 30_000;
+
 /** @typedef {import('./machine_row.js').Machine} Machine */
+/** @typedef {import('./machine_row.js').Actions & {requestList: () => void}} ListActions */
+/** @typedef {import('../link/link.js').ControlMessage} ControlMessage */
 
 /** A sorted copy: online machines before offline ones, each group by name. */
 export function sorted(/** @type {Machine[]} */ machines) {
+  const { compare } = new Intl.Collator(texts.language);
   return [...machines].sort(
-    (a, b) =>
-      Number(a.state === 'offline') - Number(b.state === 'offline') ||
-      nameOf(a).localeCompare(nameOf(b), texts.language),
+    (a, b) => Number(a.state === 'offline') - Number(b.state === 'offline') || compare(nameOf(a), nameOf(b)),
+  );
+}
+
+/** What decides where the list shows a machine; undefined for a machine that it does not have. */
+function place(/** @type {Machine | undefined} */ machine) {
+  return machine && `${nameOf(machine)}\n${tidy(machine.machine)}\n${machine.state === 'offline'}`;
+}
+
+/** The machines in a list that the relay sent. */
+function machinesIn(/** @type {unknown} */ list) {
+  return /** @type {Machine[]} */ (Array.isArray(list) ? list : []).filter(
+    (one) => typeof one?.id === 'string',
   );
 }
 
@@ -29,8 +45,13 @@ function matches(/** @type {Machine} */ machine, /** @type {string} */ search) {
 
 export class MachineList {
   #actions;
-  /** @type {Machine[]} */
-  #machines = [];
+  /** @type {Map<string, Machine>} by id */
+  #machines = new Map();
+  /**
+   * The version of the list; null while the list is incomplete, because a change was missed.
+   * @type {number | null}
+   */
+  #version = null;
   /**
    * Machines that were asked to restart, by id. away: the machine has gone offline since; until: the time by
    * which it has to go offline.
@@ -42,25 +63,60 @@ export class MachineList {
   /** @type {Map<string, MachineRow>} the rows on the page, in their order, by the machine's id */
   #rows = new Map();
 
-  /** @param {import('./machine_row.js').Actions} actions */
+  /** @param {ListActions} actions */
   constructor(actions) {
     this.#actions = actions;
     this.#search.addEventListener('input', () => this.#draw());
+    setInterval(() => this.#drawAges(), AGE_INTERVAL_MS);
   }
 
   get machines() {
-    return this.#machines;
+    return [...this.#machines.values()];
   }
 
-  update(/** @type {unknown} */ list) {
-    this.#machines = Array.isArray(list) ? list.filter((one) => typeof one?.id === 'string') : [];
-    for (const { id, state } of this.#machines) {
-      const restart = this.#restarting.get(id);
-      if (!restart) continue;
-      if (restart.away ? state !== 'offline' : performance.now() > restart.until) this.#restarting.delete(id);
-      else restart.away = state === 'offline';
+  /**
+   * Applies a message with the whole list or with changes of it; requests the whole list when a change before
+   * the message is missing. Returns false when the list is as before.
+   */
+  receive(/** @type {ControlMessage} */ { type, version, agents, changed, removed }) {
+    if (type === 'agents') {
+      this.#machines = new Map();
+      this.#apply(machinesIn(agents), Number(version));
+      this.#draw();
+      return true;
     }
-    this.#draw();
+    if (type !== 'agents-changed' || this.#version === null) return false;
+    if (version !== this.#version + 1) {
+      this.#version = null;
+      this.#actions.requestList();
+      return false;
+    }
+    this.#change(machinesIn(changed), Array.isArray(removed) ? removed : []);
+    return true;
+  }
+
+  /** Most changes move no row, so the other rows are left alone. */
+  #change(/** @type {Machine[]} */ changed, /** @type {unknown[]} */ removed) {
+    const moved = changed.some((machine) => place(this.#machines.get(machine.id)) !== place(machine));
+    this.#apply(changed, Number(this.#version) + 1);
+    for (const id of removed) this.#machines.delete(String(id));
+    if (moved || removed.length > 0) this.#draw();
+    for (const { id } of changed) this.#drawRow(id);
+  }
+
+  #apply(/** @type {Machine[]} */ changed, /** @type {number} */ version) {
+    this.#version = version;
+    for (const machine of changed) {
+      this.#machines.set(machine.id, machine);
+      this.#followRestart(machine);
+    }
+  }
+
+  #followRestart(/** @type {Machine} */ { id, state }) {
+    const restart = this.#restarting.get(id);
+    if (!restart) return;
+    if (restart.away ? state !== 'offline' : performance.now() > restart.until) this.#restarting.delete(id);
+    else restart.away = state === 'offline';
   }
 
   /** Starts or stops showing the machine as restarting while it is offline. */
@@ -76,8 +132,8 @@ export class MachineList {
   }
 
   #draw() {
-    const all = this.#machines;
-    const shown = sorted(all).filter((machine) => matches(machine, this.#search.value));
+    const all = this.machines;
+    const shown = sorted(all.filter((machine) => matches(machine, this.#search.value)));
     this.#drawRows(shown);
     byId('machine-note').hidden = shown.length > 0;
     byId('machine-note-text').textContent = all.length ? texts.noMatch : texts.noMachines;
@@ -89,13 +145,21 @@ export class MachineList {
     this.#rows = new Map(
       shown.map((machine) => [machine.id, before.get(machine.id) ?? new MachineRow(machine, this.#actions)]),
     );
-    for (const machine of shown)
-      this.#rows.get(machine.id)?.update(machine, this.#restarting.has(machine.id));
+    for (const id of this.#rows.keys()) this.#drawRow(id);
     this.#passFocus([...before]);
     arrange(
       byId('machine-list'),
       [...this.#rows.values()].map(({ element }) => element),
     );
+  }
+
+  #drawRow(/** @type {string} */ id) {
+    const machine = this.#machines.get(id);
+    if (machine) this.#rows.get(id)?.update(machine, this.#restarting.has(id));
+  }
+
+  #drawAges() {
+    for (const [id, { state }] of this.#machines) if (state === 'offline') this.#drawRow(id);
   }
 
   /**
@@ -112,7 +176,7 @@ export class MachineList {
 
   /** Writes how many machines there are, or how many match the search. The latter is read out as it changes. */
   #drawCount(/** @type {number} */ shown) {
-    const all = this.#machines;
+    const all = this.machines;
     const online = all.filter(({ state }) => state !== 'offline').length;
     const searching = this.#search.value.trim() !== '';
     const text = searching ? texts.machinesFound(shown, all.length) : texts.machineCount(all.length, online);

@@ -4,18 +4,24 @@ import { make } from '../base/dom.js';
 import { age } from '../base/formats.js';
 import { nameOf, tidy } from '../base/names.js';
 import { texts } from '../base/texts.js';
+import { rightsIn } from '../link/rights.js';
+import { machineTexts } from './texts.js';
 
 /** @typedef {{id: string, name: string, machine: string, state: string, last_seen: number,
- *   representative: string | null}} Machine */
+ *   representative: string | null, quarantine?: unknown, rights?: unknown, ask_reason?: unknown,
+ *   asked?: unknown, others?: number}} Machine */
 /** @typedef {{open: (machine: Machine) => void, forget: (machine: Machine) => void}} Actions */
-/** @typedef {'online' | 'offline' | 'session'} MachineState */
+/** @typedef {'online' | 'offline' | 'session' | 'quarantine'} MachineState */
 
 let rows = 0;
 
 /** @returns {MachineState} */
-function stateOf(/** @type {Machine} */ { state }) {
+function stateOf(/** @type {Machine} */ { state, quarantine }) {
+  if (typeof quarantine === 'string') return 'quarantine';
   return state === 'session' || state === 'online' ? state : 'offline';
 }
+
+const mayOpen = (/** @type {MachineState} */ state) => state === 'online' || state === 'session';
 
 export class MachineRow {
   #machine;
@@ -33,7 +39,7 @@ export class MachineRow {
     this.#element.dataset.agent = machine.id;
     this.#open.setAttribute('aria-describedby', this.#badge.id);
     this.#open.addEventListener('click', () => {
-      if (stateOf(this.#machine) !== 'offline') actions.open(this.#machine);
+      if (mayOpen(stateOf(this.#machine))) actions.open(this.#machine);
     });
     this.#forget.addEventListener('click', () => actions.forget(this.#machine));
   }
@@ -56,16 +62,21 @@ export class MachineRow {
     this.#name.textContent = name;
     this.#open.title = name;
     // A disabled button would lose the focus when the machine goes offline.
-    this.#open.ariaDisabled = String(state === 'offline');
+    this.#open.ariaDisabled = String(!mayOpen(state));
     this.#details.replaceChildren(...details(machine, state));
     this.#badge.dataset.state = shown;
     this.#badge.textContent = texts.state[shown];
-    this.#go.hidden = state !== 'online';
-    if (shown !== 'offline' && this.#forget === document.activeElement) this.focus();
-    this.#forget.hidden = shown !== 'offline';
+    this.#go.hidden = !mayOpen(state);
+    this.#go.textContent = state === 'session' ? machineTexts.watch : texts.connect;
+    const mayForget = shown === 'offline' && rightsIn(machine.rights).has('forget');
+    if (!mayForget && this.#forget === document.activeElement) this.focus();
+    this.#forget.hidden = !mayForget;
     this.#forget.ariaLabel = `${texts.forget} ${name}`;
   }
 }
+
+const others = (/** @type {Machine} */ machine) =>
+  machine.others ? ` ${machineTexts.others(machine.others)}` : '';
 
 /** The line under the name; each part is isolated, so that right-to-left names do not reorder the line. */
 function details(/** @type {Machine} */ machine, /** @type {MachineState} */ state) {
@@ -74,7 +85,8 @@ function details(/** @type {Machine} */ machine, /** @type {MachineState} */ sta
   const parts = [
     computer === nameOf(machine) ? '' : computer,
     state === 'offline' ? texts.lastSeen(unit, count) : '',
-    machine.representative ? texts.with(tidy(machine.representative)) : '',
+    state === 'quarantine' ? tidy(machine.quarantine) : '',
+    machine.representative ? `${texts.with(tidy(machine.representative))}${others(machine)}` : '',
   ].filter(Boolean);
   return parts.flatMap((part, i) => [...(i ? [' · '] : []), make('bdi', {}, part)]);
 }

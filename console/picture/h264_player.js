@@ -35,8 +35,8 @@ export class H264Player {
   #decoder = null;
   /**
    * Frames that wait in the decoder. time: their time in the stream; at: when they were passed to the
-   * decoder.
-   * @type {{time: number, at: number}[]}
+   * decoder; stamp: the machine's time of their capture.
+   * @type {{time: number, at: number, stamp: number}[]}
    */
   #pending = [];
   #time = -1;
@@ -100,7 +100,7 @@ export class H264Player {
    */
   #decode(/** @type {import('./h264.js').AccessUnit} */ { data, key }, /** @type {number} */ stamp) {
     this.#time = Math.max(stamp, this.#time + 1);
-    this.#pending.push({ time: this.#time, at: performance.now() });
+    this.#pending.push({ time: this.#time, at: performance.now(), stamp });
     try {
       this.#decoder?.decode(
         new EncodedVideoChunk({ type: key ? 'key' : 'delta', timestamp: this.#time, data }),
@@ -137,10 +137,11 @@ export class H264Player {
   }
 
   #drawn(/** @type {VideoFrame} */ frame) {
+    const stamp = this.#pending.find(({ time }) => time === frame.timestamp)?.stamp ?? frame.timestamp;
     this.#pending = this.#pending.filter(({ time }) => time > frame.timestamp);
     this.#failures = 0;
     this.#drawnAt = performance.now();
-    this.#screen.draw(frame, frame.displayWidth, frame.displayHeight);
+    this.#screen.draw(frame, frame.displayWidth, frame.displayHeight, stamp);
   }
 
   #isBehind(/** @type {number} */ frames, /** @type {number} */ ms) {

@@ -2,12 +2,12 @@
 // frames instead of older ones.
 import { isDrawable } from './jpeg.js';
 
-/** @typedef {Uint8Array<ArrayBuffer>} Bytes */
+/** @typedef {{jpeg: Uint8Array<ArrayBuffer>, stamp: number}} Frame */
 
 export class JpegPlayer {
   #screen;
   #decode;
-  /** @type {Bytes | null} */
+  /** @type {Frame | null} */
   #newest = null;
   #busy = false;
   #generation = 0;
@@ -21,10 +21,13 @@ export class JpegPlayer {
     this.#decode = decode;
   }
 
-  /** @param {Bytes} jpeg a complete file; a file that cannot be drawn is ignored */
-  show(jpeg) {
+  /**
+   * @param {Uint8Array<ArrayBuffer>} jpeg a complete file; a file that cannot be drawn is ignored
+   * @param {number} stamp the machine's time of its capture
+   */
+  show(jpeg, stamp) {
     if (!isDrawable(jpeg)) return;
-    this.#newest = jpeg;
+    this.#newest = { jpeg, stamp };
     if (!this.#busy) this.#work();
   }
 
@@ -37,17 +40,17 @@ export class JpegPlayer {
   async #work() {
     this.#busy = true;
     while (this.#newest) {
-      const jpeg = this.#newest;
+      const frame = this.#newest;
       this.#newest = null;
-      await this.#drawOne(jpeg, this.#generation);
+      await this.#drawOne(frame, this.#generation);
     }
     this.#busy = false;
   }
 
-  async #drawOne(/** @type {Bytes} */ jpeg, /** @type {number} */ generation) {
+  async #drawOne(/** @type {Frame} */ { jpeg, stamp }, /** @type {number} */ generation) {
     const bitmap = await this.#decode(new Blob([jpeg], { type: 'image/jpeg' })).catch(() => null);
     if (!bitmap) return;
-    if (generation === this.#generation) this.#screen.draw(bitmap, bitmap.width, bitmap.height);
+    if (generation === this.#generation) this.#screen.draw(bitmap, bitmap.width, bitmap.height, stamp);
     else bitmap.close();
   }
 }

@@ -17,6 +17,7 @@ const STAMP_BYTES = 8;
 export class Picture {
   #send;
   #onChange;
+  #times;
   #jpeg;
   #h264;
   /** @type {Codec} the representative's choice */
@@ -38,6 +39,7 @@ export class Picture {
   constructor(screen, { send, onChange }) {
     this.#send = send;
     this.#onChange = onChange;
+    this.#times = screen.times;
     this.#jpeg = new JpegPlayer(screen);
     this.#h264 = new H264Player(screen, {
       askForKey: () => send(Msg.KeyframeRequest, {}),
@@ -107,6 +109,19 @@ export class Picture {
     if (this.#wanted !== 'h264') this.#select();
   }
 
+  /** To be called before the pictures of a stream that runs already, which begin with its configuration. */
+  goOn() {
+    this.#codec = '';
+    this.drop();
+  }
+
+  /** Sets the representative's choice for a stream that has not begun, or that runs with it already. */
+  restore(/** @type {Codec} */ codec) {
+    this.#chosen = codec;
+    this.#wanted = this.#permitted();
+    this.#onChange();
+  }
+
   choose(/** @type {Codec} */ codec) {
     this.#chosen = codec;
     this.#noEncoder = false;
@@ -131,14 +146,17 @@ export class Picture {
 
   frame(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
     const picture = payload.subarray(STAMP_BYTES);
-    if (this.#codec !== 'h264') this.#jpeg.show(picture);
-    else if (this.#hasH264) this.#h264.show(picture, stampOf(payload));
+    const stamp = stampOf(payload);
+    this.#times.received(stamp);
+    if (this.#codec !== 'h264') this.#jpeg.show(picture, stamp);
+    else if (this.#hasH264) this.#h264.show(picture, stamp);
   }
 
   /** Drops the frames that are not drawn yet. */
   drop() {
     this.#jpeg.drop();
     this.#h264.drop();
+    this.#times.clear();
   }
 
   /** @returns {Codec} the representative's choice, or JPEG where H.264 cannot be played */

@@ -1,7 +1,9 @@
 // The canvas that shows the machine's screen at the machine's own size. The last picture stays until the next
 // one is drawn.
+import { PictureTimes } from './picture_times.js';
 
 export class Screen {
+  times = new PictureTimes();
   /** The number of pictures drawn since the last reset. */
   drawn = 0;
   #context;
@@ -20,12 +22,14 @@ export class Screen {
     this.reset();
   }
 
-  /** Draws the picture and closes it. */
-  draw(
-    /** @type {ImageBitmap | VideoFrame} */ picture,
-    /** @type {number} */ width,
-    /** @type {number} */ height,
-  ) {
+  /**
+   * Draws the picture and closes it.
+   * @param {ImageBitmap | VideoFrame} picture
+   * @param {number} width
+   * @param {number} height
+   * @param {number} stamp the machine's time of its capture
+   */
+  draw(picture, width, height, stamp) {
     const { canvas } = this;
     const resized = canvas.width !== width || canvas.height !== height;
     if (resized) {
@@ -34,6 +38,7 @@ export class Screen {
     }
     this.#context?.drawImage(picture, 0, 0);
     picture.close();
+    this.times.drawn(stamp);
     this.drawn += 1;
     canvas.dataset.frames = String(this.drawn);
     if (resized || this.drawn === 1) this.#onSize?.();

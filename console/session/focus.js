@@ -62,7 +62,8 @@ export class Focus {
 
   /** Whether the click has opened something that the representative is going to use next. */
   #hasOpened(/** @type {HTMLButtonElement} */ button) {
-    if (button.ariaExpanded === 'true') return true;
+    // What the status line opens has nothing to click.
+    if (button.ariaExpanded === 'true') return this.#byKeyboard || button.id !== 'status-line';
     if (!this.#byKeyboard) return false;
     // Who uses a notice by keyboard may want its next button.
     if (button.closest('#clip-notices')) return true;

@@ -1,9 +1,11 @@
 // The message over the picture, with the buttons that it offers.
 import { byId } from '../base/dom.js';
 import { FocusLoan } from '../base/focus_loan.js';
+import { consentTexts } from './consent/texts.js';
 
 const BUTTONS = /** @type {const} */ ({
   again: 'session-again',
+  here: 'session-here',
   giveUp: 'session-give-up',
   back: 'session-back',
   restartPicture: 'session-picture-restart',
@@ -21,6 +23,7 @@ export class Overlay {
 
   /** @param {Record<Action, () => void>} actions */
   constructor(actions) {
+    byId('session-here').textContent = consentTexts.continueHere;
     for (const [name, id] of Object.entries(BUTTONS))
       byId(id).addEventListener('click', () => actions[/** @type {Action} */ (name)]());
   }

@@ -43,6 +43,17 @@ export class Panels {
     };
   }
 
+  /** The name of the open panel; '' without one. */
+  get open() {
+    return this.#open;
+  }
+
+  /** Opens a panel, or closes the open one for ''. Does nothing for the name of no panel. */
+  show(/** @type {string} */ name) {
+    if (this.#panels.has(name)) this.#toggle(name, true);
+    else if (name === '') this.#toggle(this.#open, false);
+  }
+
   /** Opens or closes a panel. Opening one closes the panel that was open. */
   #toggle(/** @type {string} */ name, /** @type {boolean} */ open) {
     const before = this.#open;

@@ -6,11 +6,12 @@ import { Msg } from '../link/messages.js';
 import { RESTART_DEADLINE_MS } from '../machines/machine_list.js';
 
 /**
- * Events: 'begun' when the machine was asked to restart, 'refused' when it has not restarted in time, 'over'
- * after the wait.
+ * Events: 'restarting' (detail: true) when the machine was asked to restart, (detail: false) when it has not
+ * restarted in time.
  */
 export class Restart extends EventTarget {
   #channel;
+  #strips;
   #machineName;
   #dialog = byId('restart-dialog', HTMLDialogElement);
   #underWay = false;
@@ -19,11 +20,13 @@ export class Restart extends EventTarget {
 
   /**
    * @param {import('../link/session_channel.js').SessionChannel} channel
+   * @param {import('./reports/strips.js').Strips} strips
    * @param {() => string} machineName returns the name of the machine, for use in a sentence
    */
-  constructor(channel, machineName) {
+  constructor(channel, strips, machineName) {
     super();
     this.#channel = channel;
+    this.#strips = strips;
     this.#machineName = machineName;
     byId('restart').addEventListener('click', () => this.#ask());
     this.#dialog.addEventListener('close', () => {
@@ -41,7 +44,7 @@ export class Restart extends EventTarget {
     this.#dialog.close();
     clearTimeout(this.#deadline);
     this.#underWay = false;
-    emit(this, 'over');
+    this.#strips.hide('restart');
   }
 
   #ask() {
@@ -55,13 +58,15 @@ export class Restart extends EventTarget {
     this.#channel.send(Msg.Reboot);
     this.#underWay = true;
     this.#deadline = setTimeout(() => this.#expire(), RESTART_DEADLINE_MS);
-    emit(this, 'begun');
+    this.#strips.show('restart', texts.restartRequested(this.#machineName()));
+    emit(this, 'restarting', true);
   }
 
   /** Ends the wait if the machine is still online. The wait for a machine that is offline has no limit. */
   #expire() {
     if (!this.#channel.isOpen) return;
     this.end();
-    emit(this, 'refused');
+    emit(this, 'restarting', false);
+    this.#strips.show('restart', texts.notRestarted(this.#machineName()));
   }
 }

@@ -1,10 +1,17 @@
 // A representative's session with a machine: the request, the consent, and the end. A session is interrupted
-// when the link or the machine disconnects, and is requested again when both are back.
-import { emit } from '../base/custom_events.js';
+// when the link or the machine disconnects. When the link is back, the session is resumed if the relay still holds
+// it; otherwise it is requested again as soon as the machine is there.
+import { emit, onDetail } from '../base/custom_events.js';
 import { byId } from '../base/dom.js';
 import { inSentence, nameOf } from '../base/names.js';
 import { texts } from '../base/texts.js';
+import { rightsOf } from '../link/rights.js';
+import { Countdown } from './consent/countdown.js';
+import { Held } from './consent/held.js';
+import { endText, isInterruption, isOfOthers, refusalText } from './consent/reasons.js';
+import { consentTexts } from './consent/texts.js';
 import { Overlay } from './overlay.js';
+import { PictureNote } from './reports/picture_note.js';
 import { Restart } from './restart.js';
 import { showTitle } from './title.js';
 
@@ -16,28 +23,35 @@ import { showTitle } from './title.js';
 /** @typedef {import('../machines/machine_list.js').Machine} Machine */
 /** @typedef {import('../link/link.js').ControlMessage} ControlMessage */
 
-/** The relay's reasons for the end of a session after which the machine is expected to come back. */
-const INTERRUPTIONS = ['agent-gone', 'replaced'];
-
 /**
  * Keeps the channel open while the session is accepted. Events: 'state' after each change of `state`,
  * 'ending' just before the channel closes, 'starting' when the page says that it waits for the first picture,
  * 'remedy' when the representative chooses what may help when that is late (detail: an action of the message),
- * 'restarting' (detail: {agent, on}), 'left' (detail: a remark for the list of machines, '' for none).
+ * 'restarting' (detail: {agent, on}), 'question' when the relay wants to know more before the session (detail:
+ * 'step-up' or 'reason'), 'returning' before the channel opens (detail: Return), 'place' when
+ * the page can return to another session than before (detail: its number, null for none), 'left' (detail: a remark
+ * for the list of machines, '' for none).
+ * @typedef {{streaming: boolean, choices: unknown}} Return the machine streams already; what was chosen in the session
  */
 export class Session extends EventTarget {
   #link;
   #channel;
   #restart;
   #overlay;
+  #note;
+  #countdown = new Countdown();
   #strips;
   /** @type {number | null} the relay's number of the session */
   #number = null;
+  #held;
+  /** @type {Machine[]} */
+  #machines = [];
   #agent = '';
   #name = '';
-  /** Whether a picture was drawn since the session was accepted. */
-  #hasPicture = false;
-  #linkStill = false;
+  /** @type {{name: string, role: string} | null} the representative */
+  person = null;
+  /** Why the representative asks for the session; '' if nobody wants to know. */
+  #reason = '';
 
   /**
    * @param {import('../link/link.js').Link} link
@@ -49,8 +63,10 @@ export class Session extends EventTarget {
     this.#link = link;
     this.#channel = channel;
     this.#strips = strips;
+    this.#held = new Held(link);
     this.#overlay = new Overlay({
       again: () => this.#request(),
+      here: () => this.#request(),
       giveUp: () => this.leave(),
       back: () => this.leave(),
       restartPicture: () => emit(this, 'remedy', 'restartPicture'),
@@ -58,8 +74,15 @@ export class Session extends EventTarget {
       wake: () => emit(this, 'remedy', 'wake'),
       useJpeg: () => emit(this, 'remedy', 'useJpeg'),
     });
-    this.#restart = new Restart(channel, () => this.#name);
-    this.#attachRestart();
+    this.#note = new PictureNote(this.#overlay, {
+      isShown: () => this.isAccepted,
+      machine: () => this.#name,
+      onAwaited: () => emit(this, 'starting'),
+    });
+    this.#restart = new Restart(channel, strips, () => this.#name);
+    onDetail(this.#restart, 'restarting', (/** @type {boolean} */ on) =>
+      emit(this, 'restarting', { agent: this.#agent, on }),
+    );
     this.#state = 'none';
   }
 
@@ -71,6 +94,7 @@ export class Session extends EventTarget {
   /** The state is stored in an attribute on the page, which the style sheet uses too. */
   set #state(state) {
     byId('view-session').dataset.state = state;
+    if (state !== 'waiting' && state !== 'interrupted') this.#countdown.stop();
     showTitle(state, this.#name);
     emit(this, 'state');
   }
@@ -80,131 +104,172 @@ export class Session extends EventTarget {
     return !['none', 'ended'].includes(this.#state);
   }
 
+  /** The id of the machine; '' before the first session. */
+  get agent() {
+    return this.#agent;
+  }
+
   get isAccepted() {
     return this.#state === 'accepted';
   }
 
-  /** Requests a session with a machine. */
-  begin(/** @type {Machine} */ machine) {
+  /** Requests a session with a machine. @param {Machine} machine @param {string} [reason] */
+  begin(machine, reason = '') {
+    this.#reason = reason;
     this.#agent = machine.id;
-    this.#name = inSentence(nameOf(machine));
-    byId('session-name').textContent = nameOf(machine);
-    byId('session-name').title = nameOf(machine);
+    this.#held.number = null;
+    this.#show(machine);
     this.#request();
+  }
+
+  /** Returns to a session with a machine, for instance after the page was loaded again. */
+  comeBack(/** @type {string} */ agent, /** @type {number} */ session) {
+    this.#reason = '';
+    this.#agent = agent;
+    this.#held.number = session;
+    this.#state = 'interrupted';
+    this.#countdown.startCounting();
+    this.#showInterrupted();
+  }
+
+  /** Requests the session again after an answer to a question of the relay. @param {string} [reason] */
+  answer(reason = this.#reason) {
+    this.#reason = reason;
+    if (this.#state === 'requested') this.#request();
   }
 
   /** Ends the session, or stops waiting for it. */
   leave() {
     if (this.#state === 'none') return;
     const withdrawn = this.#state === 'requested' || this.#state === 'waiting';
+    // A session that has moved to another window goes on there.
+    const last = this.#state === 'ended' ? null : (this.#number ?? this.#held.number);
     this.#restart.end();
     this.#stop('none');
     this.#overlay.clear();
-    if (this.#number !== null) this.#link.sendControl({ type: 'close', session: this.#number });
-    this.#number = null;
+    if (last !== null) this.#held.close(last);
+    this.#setNumber(null);
+    this.#held.number = null;
     if (document.fullscreenElement) document.exitFullscreen();
     emit(this, 'left', withdrawn ? texts.withdrawn(this.#name) : '');
   }
 
   /** Handles the relay's message about a change of a session. */
-  receiveChange(/** @type {ControlMessage} */ { session, agent, state, reason }) {
+  receiveChange(/** @type {ControlMessage} */ message) {
+    const { session, agent, state } = message;
     if (typeof session !== 'number') return;
-    if (state === 'waiting') {
-      if (agent === this.#agent && this.#state === 'requested') {
-        this.#number = session;
-        this.#state = 'waiting';
-      } else {
-        // The representative left before the session had a number, so it is closed now.
-        this.#link.sendControl({ type: 'close', session });
-      }
+    if (state === 'waiting' || (state === 'accepted' && message.resumed === true)) {
+      if (agent === this.#agent && this.#state === 'requested') this.#receiveNumber(session, message);
+      // The representative left before the session had a number, so it is closed now.
+      else this.#held.close(session);
     }
+    if (state === 'ended' && session === this.#held.number && this.#state === 'requested') this.#end(message);
     if (session !== this.#number || !['waiting', 'accepted'].includes(this.#state)) return;
-    if (state === 'accepted') this.#start(session);
-    if (state !== 'ended') return;
-    if (INTERRUPTIONS.includes(String(reason))) this.#interrupt();
-    else this.#finish((textIn(texts.ended, String(reason)) ?? texts.ended.other)(this.#name, ''));
+    if (state === 'accepted' && this.isAccepted) this.#channel.changeRights(...rightsOf(message));
+    else if (state === 'accepted') this.#start(session, message);
+    else if (state === 'ended') this.#end(message);
+  }
+
+  #receiveNumber(/** @type {number} */ session, /** @type {ControlMessage} */ { state, seconds }) {
+    this.#held.number = null;
+    this.#setNumber(session);
+    this.#state = 'waiting';
+    if (state !== 'waiting') return;
+    this.#overlay.show(texts.waiting(this.#name), ['giveUp'], { busy: true });
+    this.#countdown.start(Number(seconds));
+  }
+
+  #end(/** @type {ControlMessage} */ { session, reason }) {
+    this.#held.number = null;
+    if (isInterruption(reason)) {
+      const isAnswer = this.#state === 'requested';
+      this.#interrupt();
+      // Otherwise the list does not show yet what has ended the session.
+      if (isAnswer) this.machinesChanged(this.#machines);
+      return;
+    }
+    const moved = reason === 'moved' && typeof session === 'number';
+    this.#finish(endText(reason, this.#name), moved ? ['here', 'back'] : undefined);
+    if (moved) this.#held.number = session;
   }
 
   /** Handles the relay's refusal of the request. */
   receiveError(/** @type {ControlMessage} */ { message, code, agent, representative }) {
     if (this.#state !== 'requested' || agent !== this.#agent) return;
-    const text = textIn(texts.refused, String(code));
+    if (code === 'step-up' || code === 'reason') {
+      emit(this, 'question', code);
+      return;
+    }
+    if (code === 'asked-already') {
+      this.#stop('interrupted');
+      this.#countdown.startCounting();
+      this.#showWait(consentTexts.askedAlready(this.#name));
+      return;
+    }
     const who = inSentence(String(representative ?? ''));
-    this.#finish(text ? text(this.#name, who) : String(message ?? texts.failed));
+    this.#finish(refusalText(code, this.#name, who) ?? String(message ?? texts.failed));
   }
 
   /** Handles the current list of all machines. */
   machinesChanged(/** @type {Machine[]} */ list) {
+    this.#machines = list;
+    this.#held.linkUp();
     if (this.#state !== 'interrupted') return;
     const machine = list.find(({ id }) => id === this.#agent);
-    if (machine?.state === 'online') this.#request();
+    if (machine) this.#show(machine);
+    if (this.#held.number !== null) {
+      this.#request();
+      return;
+    }
+    if (machine?.state === 'online' && machine.asked) this.#showWait(consentTexts.askedAlready(this.#name));
+    else if (machine?.state === 'online' || isOfOthers(machine, this.person)) this.#request();
     else this.#showInterrupted(machine?.state === 'session' ? (machine.representative ?? '') : '');
   }
 
   linkLost() {
-    if (this.inUse) this.#interrupt();
+    this.#machines = [];
+    if (!this.inUse) return;
+    this.#held.number = this.#number ?? this.#held.number;
+    this.#interrupt();
   }
 
-  /** Handles the drawing of a frame: removes the message over the picture. */
-  frameDrawn() {
-    if (!this.isAccepted) return;
-    this.#hasPicture = true;
-    if (!this.#linkStill) this.#overlay.clear();
+  /** The message over the picture of the accepted session. */
+  get note() {
+    return this.#note;
   }
 
-  /** Says that the page waits for the first picture, unless there is one. */
-  awaitPicture() {
-    if (!this.isAccepted || this.#hasPicture) return;
-    this.#overlay.show(texts.starting, [], { busy: true });
-    emit(this, 'starting');
+  #show(/** @type {Machine} */ machine) {
+    this.#name = inSentence(nameOf(machine));
+    byId('session-name').textContent = nameOf(machine);
+    byId('session-name').title = nameOf(machine);
   }
 
-  /**
-   * Says that the first picture is late, unless there is one.
-   * @param {(machine: string) => string} text
-   * @param {import('./overlay.js').Action[]} offered
-   */
-  pictureLate(text, offered) {
-    if (this.isAccepted && !this.#hasPicture && !this.#linkStill)
-      this.#overlay.show(text(this.#name), offered);
+  #setNumber(/** @type {number | null} */ number) {
+    this.#number = number;
+    emit(this, 'place', number);
   }
 
-  /** Says that nothing is heard on the link, or that something is heard again. */
-  linkStill(/** @type {boolean} */ still) {
-    if (!this.isAccepted || still === this.#linkStill) return;
-    this.#linkStill = still;
-    if (still) this.#showWait(texts.linkStill, []);
-    else if (this.#hasPicture) this.#overlay.clear();
-    else this.awaitPicture();
-  }
-
-  #attachRestart() {
-    const restart = this.#restart;
-    restart.addEventListener('begun', () => {
-      this.#strips.show('restart', texts.restartRequested(this.#name));
-      emit(this, 'restarting', { agent: this.#agent, on: true });
-    });
-    restart.addEventListener('over', () => this.#strips.hide('restart'));
-    restart.addEventListener('refused', () => {
-      emit(this, 'restarting', { agent: this.#agent, on: false });
-      this.#strips.show('restart', texts.notRestarted(this.#name));
-    });
-  }
-
+  /** Resumes the session that the relay may hold, or requests a new one. */
   #request() {
     this.#number = null;
     this.#state = 'requested';
+    if (this.#held.number !== null) {
+      this.#overlay.show(consentTexts.returning, ['giveUp'], { busy: true });
+      if (!this.#held.resume()) this.#interrupt();
+      return;
+    }
     this.#overlay.show(texts.waiting(this.#name), ['giveUp'], { busy: true });
-    if (!this.#link.sendControl({ type: 'open', agent: this.#agent })) this.#interrupt();
+    const reason = this.#reason ? { reason: this.#reason } : {};
+    if (!this.#link.sendControl({ type: 'open', agent: this.#agent, ...reason })) this.#interrupt();
   }
 
-  #start(/** @type {number} */ session) {
+  /** @param {number} session @param {ControlMessage} message of the relay */
+  #start(session, message) {
     this.#state = 'accepted';
     this.#restart.end();
-    this.#hasPicture = false;
-    this.#linkStill = false;
-    this.awaitPicture();
-    this.#channel.open(session, this.#agent);
+    this.#note.begin();
+    emit(this, 'returning', { streaming: message.streaming === true, choices: message.choices });
+    this.#channel.open(session, this.#agent, ...rightsOf(message));
   }
 
   #stop(/** @type {State} */ state) {
@@ -214,15 +279,20 @@ export class Session extends EventTarget {
     this.#channel.close();
   }
 
-  /** Ends the session. The last picture stays, in grey, with the reason over it. */
-  #finish(/** @type {string} */ reason) {
+  /**
+   * Ends the session. The last picture stays, in grey, with the reason over it.
+   * @param {string} reason
+   * @param {import('./overlay.js').Action[]} [offered]
+   */
+  #finish(reason, offered = ['again', 'back']) {
     this.#stop('ended');
     this.#restart.end();
-    this.#number = null;
-    this.#overlay.show(reason, ['again', 'back']);
+    this.#setNumber(null);
+    this.#overlay.show(reason, offered);
   }
 
   #interrupt() {
+    if (this.#state !== 'interrupted') this.#countdown.startCounting();
     this.#stop('interrupted');
     this.#number = null;
     this.#strips.hide('restart');
@@ -244,13 +314,4 @@ export class Session extends EventTarget {
   #showWait(text, offered = ['back']) {
     this.#overlay.show(text, offered, { busy: true });
   }
-}
-
-/**
- * The text for a code of the relay; undefined for a code that has no text.
- * @param {Record<string, (machine: string, who: string) => string>} table
- * @param {string} code
- */
-function textIn(table, code) {
-  return Object.hasOwn(table, code) ? table[code] : undefined;
 }

@@ -1,5 +1,6 @@
 // The session's part of the page: creates the features and connects them with the session.
 
+import { onDetail } from '../base/custom_events.js';
 import { byId } from '../base/dom.js';
 import { askBeforeLeaving } from '../base/leaving.js';
 import { attachClipboard } from '../clipboard/clipboard.js';
@@ -9,6 +10,10 @@ import { Msg } from '../link/messages.js';
 import { SessionChannel } from '../link/session_channel.js';
 import { Screen } from '../picture/screen.js';
 import { BarLayout } from './bar/bar_layout.js';
+import { attachRights } from './bar/rights_controls.js';
+import { Viewers } from './bar/viewers.js';
+import { viewersTexts } from './bar/viewers_texts.js';
+import { Choices } from './consent/choices.js';
 import { Focus } from './focus.js';
 import { Panels } from './panels.js';
 import { CodecReport } from './reports/codec_report.js';
@@ -24,28 +29,24 @@ import { ViewOnly } from './view_only.js';
 
 /**
  * @param {import('../link/link.js').Link} link
- * @returns {{session: Session, begin: (machine: import('../machines/machine_list.js').Machine) => void}}
- *   begin: requests a session with a machine
+ * @returns {{session: Session, begin: (machine: import('../machines/machine_list.js').Machine,
+ *   reason?: string) => void, comeBack: (agent: string, session: number) => void}} begin: requests a session
+ *   with a machine; comeBack: returns to a session that the relay may hold
  */
 export function attachSession(link) {
   const channel = new SessionChannel(link);
   const strips = new Strips(() => input.remote.focus());
   const session = new Session(link, channel, strips);
   const screen = new Screen(byId('screen', HTMLCanvasElement), {
-    onFrame: () => session.frameDrawn(),
+    onFrame: () => session.note.frameDrawn(),
     onSize: () => stage.layOut(),
   });
   const stage = new Stage(screen);
   const codecReport = new CodecReport(strips);
   const stream = new Stream(channel, screen, (picture) => codecReport.show(picture));
   const input = attachInput({ channel, session, stage, canvas: screen.canvas, backlog: () => link.backlog });
-  // This listener is added before those of the other features, so that a new session requests the picture
-  // first.
-  channel.addEventListener('open', () => {
-    stream.start();
-    stream.requestThumbnails();
-    input.start();
-  });
+  const panels = new Panels(byId('panels'), byId('panel-buttons'));
+  attachReturn({ channel, link, session, stream, stage, input, panels });
   channel.addEventListener('closed', () => stream.end());
   attachToolbar({
     channel,
@@ -62,8 +63,8 @@ export function attachSession(link) {
   watchLink({ link, session, stream });
   const bar = new BarLayout();
   session.addEventListener('state', () => bar.enable(session.isAccepted));
-  attachStatusLine({ channel, link, stream });
-  const panels = new Panels(byId('panels'), byId('panel-buttons'));
+  attachPeople({ channel, link, strips, session, onShown: () => bar.layOut() });
+  attachStatusLine({ channel, link, stream, times: screen.times });
   const files = attachFiles({ channel, relay: link, addPanel: (panel) => panels.add(panel) });
   attachClipboard({
     channel,
@@ -74,14 +75,64 @@ export function attachSession(link) {
   });
   // File transfers end with their session, so the question covers them too.
   askBeforeLeaving(() => session.inUse);
-  const begin = (/** @type {import('../machines/machine_list.js').Machine} */ machine) => {
-    stream.reset(machine.id);
+  /** @param {import('../machines/machine_list.js').Machine} machine @param {string} [reason] */
+  const begin = (machine, reason) => {
+    prepare(machine.id);
+    session.begin(machine, reason);
+  };
+  const comeBack = (/** @type {string} */ agent, /** @type {number} */ number) => {
+    prepare(agent);
+    session.comeBack(agent, number);
+  };
+  const prepare = (/** @type {string} */ agent) => {
+    stream.reset(agent);
     stage.reset();
     input.reset();
-    files.begin(machine.id);
-    session.begin(machine);
+    files.begin(agent);
   };
-  return { session, begin };
+  return { session, begin, comeBack };
+}
+
+/**
+ * Shows what the representative may do in the session, and who else has one with the machine.
+ * @param {{channel: SessionChannel, link: import('../link/link.js').Link, strips: Strips, session: Session,
+ *   onShown: () => void}} parts
+ */
+function attachPeople({ channel, link, strips, session, onShown }) {
+  attachRights({ channel, strips, onShown });
+  const isAdministrator = () => session.person?.role === 'administrator';
+  new Viewers({ channel, link, strips, isAdministrator, onShown });
+}
+
+/**
+ * Starts the stream of a new session, and continues the stream and the choices of a resumed one.
+ * @param {{channel: SessionChannel, link: import('../link/link.js').Link, session: Session, stream: Stream,
+ *   stage: Stage, input: ReturnType<typeof attachInput>, panels: Panels}} parts
+ */
+function attachReturn({ channel, link, session, stream, stage, input, panels }) {
+  // This listener is added before those of the other features, so that a new session requests the picture
+  // first.
+  let streaming = false;
+  channel.addEventListener('open', () => {
+    if (streaming) stream.goOn();
+    else stream.start();
+    streaming = false;
+    stream.requestThumbnails();
+    input.start();
+  });
+  const choices = new Choices(channel, link, byId('view-session'), [
+    { read: () => stream.choices, restore: (chosen) => stream.restore(chosen) },
+    input.choices,
+    stage.choices,
+    {
+      read: () => ({ panel: panels.open }),
+      restore: ({ panel }) => typeof panel === 'string' && panels.show(panel),
+    },
+  ]);
+  onDetail(session, 'returning', (/** @type {import('./session.js').Return} */ back) => {
+    choices.restore(back.choices);
+    streaming = back.streaming;
+  });
 }
 
 /**
@@ -103,17 +154,35 @@ function attachInput({ channel, session, stage, canvas, backlog }) {
     remote.enabled = on;
     stage.element.classList.toggle('live', on);
   };
-  const update = () => enable(channel.isOpen && !viewOnly.isOn);
+  const update = () => enable(channel.may('control') && !viewOnly.isOn);
   const viewOnly = new ViewOnly(update);
   const focus = new Focus();
   const start = () => {
-    update();
+    allow();
     focus.giveBack();
   };
   const reset = () => {
     viewOnly.reset();
     focus.reset();
   };
+  const allow = () => {
+    const waits = channel.granted.has('control');
+    viewOnly.allow(
+      channel.may('control'),
+      waits ? { short: viewersTexts.notSteering, long: viewersTexts.askFirst } : undefined,
+    );
+  };
+  channel.addEventListener('rights', allow);
   session.addEventListener('ending', () => enable(false));
-  return { remote, start, reset };
+  const mode = byId('key-mode', HTMLSelectElement);
+  const choices = {
+    read: () => ({ viewOnly: viewOnly.isOn, keys: mode.value }),
+    restore: (/** @type {Record<string, unknown>} */ { viewOnly: on, keys }) => {
+      viewOnly.restore(on === true);
+      if (keys !== 'position' && keys !== 'character') return;
+      mode.value = keys;
+      remote.setMode(keys);
+    },
+  };
+  return { remote, start, reset, choices };
 }

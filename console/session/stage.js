@@ -29,6 +29,17 @@ export class Stage {
     this.#followDensity();
   }
 
+  /** The representative's choice of the size, for the return to a session. */
+  get choices() {
+    return {
+      read: () => ({ actual: this.#actualSize.checked }),
+      restore: (/** @type {Record<string, unknown>} */ { actual }) => {
+        this.#actualSize.checked = actual === true;
+        this.reset();
+      },
+    };
+  }
+
   get element() {
     return this.#element;
   }

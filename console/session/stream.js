@@ -5,20 +5,21 @@ import { RateMeter } from '../base/rate_meter.js';
 import { readJson } from '../link/envelope.js';
 import { Msg } from '../link/messages.js';
 import { Picture } from '../picture/picture.js';
-import { Displays } from './displays.js';
+import { Quality, select } from './bar/quality.js';
+import { Displays } from './displays/displays.js';
 
-const BITRATE = 6_000_000;
 /**
  * The settings for a slow line. The machine sends a key frame every 2 s in any case, so a lower rate of frames
  * saves little more.
  */
-const SLOW_LINE = Object.freeze({ max_fps: 2, bitrate: 128_000 });
+const SLOW_LINE = Object.freeze({ preset: 'hand', max_fps: 2, bitrate: 128_000 });
 
 export class Stream {
   #channel;
   #screen;
   #picture;
   #displays;
+  #quality = new Quality(() => this.start());
   #meter = new RateMeter();
   #received = 0;
   #agent = '';
@@ -100,20 +101,46 @@ export class Stream {
   }
 
   /**
-   * Starts or restarts the stream. The machine shows its pointer at the start of each stream, so the
+   * Starts or restarts the stream. Unless the rates are chosen by hand, the relay replaces them. The machine shows its pointer at the start of each stream, so the
    * representative's choice is sent each time.
    */
   start() {
     this.#meter.restart();
     this.#received = 0;
-    this.#channel.sendJson(Msg.StreamStart, {
-      monitor_id: this.#displays.selected,
-      max_fps: Number(byId('max-fps', HTMLSelectElement).value),
-      bitrate: BITRATE,
-      ...(this.slowLine ? SLOW_LINE : {}),
-    });
+    const { preset, max_fps, bitrate } = this.slowLine ? SLOW_LINE : this.#quality.settings;
+    this.#channel.sendControl({ type: 'quality', preset, max_fps, bitrate });
+    this.#channel.sendJson(Msg.StreamStart, { monitor_id: this.#displays.selected, max_fps, bitrate });
     this.sendPointer();
     this.#picture.started();
+  }
+
+  /** Takes over a stream that the machine sends already, from its settings and its last pictures on. */
+  goOn() {
+    this.#meter.restart();
+    this.#received = 0;
+    this.#picture.goOn();
+  }
+
+  /** What the representative has chosen, as restore() takes it. */
+  get choices() {
+    return {
+      monitor: this.#displays.selected,
+      ...this.#quality.choices,
+      codec: byId('codec', HTMLSelectElement).value,
+      slow: this.slowLine,
+      pointer: byId('show-pointer', HTMLInputElement).checked,
+    };
+  }
+
+  /** Sets what was chosen before the page was loaded again, and sends nothing. */
+  restore(/** @type {Record<string, unknown>} */ { monitor, codec, slow, pointer, ...rest }) {
+    if (typeof monitor === 'number') this.#displays.restore(monitor);
+    this.#quality.restore(rest);
+    if (slow === true) this.#slowMachines.add(this.#agent);
+    this.#applySlowLine();
+    if (select(byId('codec', HTMLSelectElement), codec))
+      this.#picture.restore(/** @type {import('../picture/picture.js').Codec} */ (codec));
+    byId('show-pointer', HTMLInputElement).checked = pointer !== false;
   }
 
   /** Drops frames that are not drawn yet; the drawn picture stays. */
@@ -138,7 +165,7 @@ export class Stream {
   #applySlowLine() {
     const on = this.#slowMachines.has(this.#agent);
     byId('slow-line', HTMLInputElement).checked = on;
-    byId('max-fps', HTMLSelectElement).disabled = on;
+    this.#quality.disabled = on;
     this.#picture.slowLine = on;
   }
 

@@ -1,10 +1,7 @@
 // The session's toolbar: its menus, buttons and the dialog for typing a text.
-import { byId, make } from '../base/dom.js';
+import { byId } from '../base/dom.js';
 import { Msg } from '../link/messages.js';
 import { attachFullScreen } from './bar/full_screen.js';
-
-const FRAME_RATES = [5, 10, 15, 25, 30];
-const DEFAULT_FRAME_RATE = 15;
 
 /** @typedef {import('../input/remote_input.js').RemoteInput} RemoteInput */
 /** @typedef {import('./stream.js').Stream} Stream */
@@ -27,12 +24,6 @@ export function attachToolbar({ channel, stream, input, onEnd }) {
 }
 
 function attachPictureMenu(/** @type {Stream} */ stream) {
-  const options = FRAME_RATES.map((rate) => {
-    const selected = rate === DEFAULT_FRAME_RATE;
-    return make('option', { value: String(rate), selected }, String(rate));
-  });
-  byId('max-fps').append(...options);
-  byId('max-fps').addEventListener('change', () => stream.start());
   const slowLine = byId('slow-line', HTMLInputElement);
   slowLine.addEventListener('change', () => {
     stream.slowLine = slowLine.checked;

@@ -12,6 +12,10 @@ export class ViewOnly {
   #box = byId('view-only', HTMLInputElement);
   #badge = byId('view-only-badge');
   #onChange;
+  /** Whether the representative has the right to control the machine. */
+  #allowed = true;
+  /** Why not. */
+  #obstacle = { short: texts.watchOnly, long: texts.watchOnlyRemark };
   /** @type {ReturnType<typeof setTimeout> | undefined} */
   #remark;
 
@@ -31,8 +35,23 @@ export class ViewOnly {
     return this.#box.checked;
   }
 
+  /**
+   * Handles that the representative may control the machine, or may not.
+   * @param {boolean} allowed
+   * @param {{short: string, long: string}} [obstacle] the reason, for the badge and as a sentence
+   */
+  allow(allowed, obstacle = { short: texts.watchOnly, long: texts.watchOnlyRemark }) {
+    this.#allowed = allowed;
+    this.#obstacle = obstacle;
+    this.#show();
+  }
+
   reset() {
-    this.#box.checked = false;
+    this.restore(false);
+  }
+
+  restore(/** @type {boolean} */ on) {
+    this.#box.checked = on;
     this.#show();
   }
 
@@ -44,14 +63,14 @@ export class ViewOnly {
       control.title = on ? texts.viewOnlyRemark : '';
     }
     clearTimeout(this.#remark);
-    this.#badge.textContent = on ? texts.viewOnly : '';
+    this.#badge.textContent = this.#allowed ? (on ? texts.viewOnly : '') : this.#obstacle.short;
     this.#onChange();
   }
 
   /** Says for a moment why nothing happens on the machine. */
   #explain() {
-    if (!this.isOn) return;
-    this.#badge.textContent = texts.viewOnlyRemark;
+    if (!this.isOn && this.#allowed) return;
+    this.#badge.textContent = this.#allowed ? texts.viewOnlyRemark : this.#obstacle.long;
     clearTimeout(this.#remark);
     this.#remark = setTimeout(() => this.#show(), REMARK_MS);
   }

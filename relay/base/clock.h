@@ -15,4 +15,11 @@ using Clock = std::chrono::steady_clock;
       .count();
 }
 
+// The current date in milliseconds since 1970, for the trail.
+[[nodiscard]] inline std::int64_t wall_milliseconds() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
 }  // namespace vlk::relay

@@ -1,15 +1,23 @@
 // Formats the lines of the relay's log.
 #include "relay/base/log.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
+#include "relay/base/source/source.h"
 #include "relay/base/text.h"
 
 namespace vlk::relay {
 namespace {
 
 constexpr std::size_t kLongestField = 400;  // bytes
+constexpr std::size_t kLongestKind = 40;    // bytes
+
+// What the lines of an event have in common: the text before its first detail.
+std::string_view kind_of(std::string_view text) {
+  return text.substr(0, std::min(text.find_first_of(":\"0123456789"), kLongestKind));
+}
 
 }  // namespace
 
@@ -26,6 +34,46 @@ std::string one_line(std::string_view text) {
 }
 
 void Log::write(std::string_view peer, std::string_view agent, std::string_view text) const {
+  if (peer.empty() || count(peer, text)) write_line(peer, agent, text);
+}
+
+bool Log::count(std::string_view peer, std::string_view text) const {
+  const auto now = Clock::now();
+  std::pair<std::string, std::string> key(source_in(peer), kind_of(text));
+  auto found = counts_.find(key);
+  if (found == counts_.end()) {
+    if (counts_.size() >= rate_.keys) {
+      ++uncounted_;
+      return false;
+    }
+    found = counts_.emplace(std::move(key), Count{now}).first;
+  }
+  Count& its = found->second;
+  if (now - its.begin >= rate_.window) {
+    write_left_out(found->first, its);
+    its = {now};
+  }
+  return ++its.lines <= rate_.lines;
+}
+
+void Log::end_windows(Clock::time_point now) const {
+  if (now - checked_ < std::chrono::seconds(1)) return;
+  checked_ = now;
+  std::erase_if(counts_, [&](const auto& entry) {
+    if (now - entry.second.begin < rate_.window) return false;
+    write_left_out(entry.first, entry.second);
+    return true;
+  });
+  if (const std::size_t count = std::exchange(uncounted_, 0))
+    write_line("", "", "and " + std::to_string(count) + " more lines of many sources");
+}
+
+void Log::write_left_out(const std::pair<std::string, std::string>& key, const Count& count) const {
+  if (count.lines <= rate_.lines) return;
+  write_line(key.first, "", key.second + "... and " + std::to_string(count.lines - rate_.lines) + " more");
+}
+
+void Log::write_line(std::string_view peer, std::string_view agent, std::string_view text) const {
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
   gmtime_r(&now, &parts);

@@ -1,11 +1,15 @@
 // The relay's log: one line for each event, with time, peer, agent and what happened. Callers never pass
-// secrets.
+// secrets. The lines of each source and kind are counted, so that no peer can fill the log.
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "relay/base/clock.h"
 
 namespace vlk::relay {
 
@@ -21,14 +25,37 @@ using LogSink = std::function<void(std::string_view)>;
 
 class Log {
  public:
-  explicit Log(LogSink sink) : sink_(std::move(sink)) {}
+  // Lines of one source and kind that are written within the window; further ones are only counted.
+  struct Rate {
+    std::size_t lines = 20;
+    std::chrono::seconds window{60};
+    std::size_t keys = 10'000;  // sources and kinds that are counted at a time
+  };
 
-  // Writes one line. `peer` is the address with port, `agent` the agent's id; either may be empty. To be
-  // called by one thread at a time.
+  explicit Log(LogSink sink) : Log(std::move(sink), Rate{}) {}
+  Log(LogSink sink, Rate rate) : sink_(std::move(sink)), rate_(rate) {}
+
+  // Writes one line. `peer` is the address with port, `agent` the agent's id; either may be empty. Lines
+  // without a peer are not limited. To be called by one thread at a time.
   void write(std::string_view peer, std::string_view agent, std::string_view text) const;
+  // Writes how many lines were left out in each window that is over. To be called from time to time.
+  void end_windows(Clock::time_point now) const;
 
  private:
+  struct Count {
+    Clock::time_point begin;
+    std::size_t lines = 0;
+  };
+  // Counts a line. Returns whether it is to be written.
+  [[nodiscard]] bool count(std::string_view peer, std::string_view text) const;
+  void write_line(std::string_view peer, std::string_view agent, std::string_view text) const;
+  void write_left_out(const std::pair<std::string, std::string>& key, const Count& count) const;
+
   LogSink sink_;
+  Rate rate_;
+  mutable std::map<std::pair<std::string, std::string>, Count> counts_;  // by source and kind
+  mutable std::size_t uncounted_ = 0;  // lines that were left out because counts_ was full
+  mutable Clock::time_point checked_{};
 };
 
 }  // namespace vlk::relay

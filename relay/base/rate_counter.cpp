@@ -6,16 +6,20 @@
 namespace vlk::relay {
 
 bool RateCounter::exhausted(const std::string& key, Clock::time_point now) {
+  return count(key, now) >= limit_;
+}
+
+std::size_t RateCounter::count(const std::string& key, Clock::time_point now) {
   const auto found = events_.find(key);
-  if (found == events_.end()) return false;
+  if (found == events_.end()) return 0;
   auto& times = found->second;
   while (!times.empty() && now - times.front() >= window_)
     times.pop_front();
   if (times.empty()) {
     events_.erase(found);
-    return false;
+    return 0;
   }
-  return times.size() >= limit_;
+  return times.size();
 }
 
 void RateCounter::add(const std::string& key, Clock::time_point now) {

@@ -19,6 +19,8 @@ class RateCounter {
 
   // True if the key has `limit` events within the window that ends at `now`.
   [[nodiscard]] bool exhausted(const std::string& key, Clock::time_point now);
+  // The number of the key's events within the window, at most `limit`.
+  [[nodiscard]] std::size_t count(const std::string& key, Clock::time_point now);
   void add(const std::string& key, Clock::time_point now);
   void take_back(const std::string& key);  // removes the key's newest event
   void forget(const std::string& key) { events_.erase(key); }

@@ -1,4 +1,4 @@
-// Random secrets, hashes of secrets, and password hashing, implemented with libsodium.
+// Random secrets and hashes of secrets, implemented with libsodium.
 #include "relay/base/secrets.h"
 
 #include <stdexcept>
@@ -47,26 +47,29 @@ bool same_hash(const Bytes& a, const Bytes& b) {
   return a.size() == b.size() && sodium_memcmp(a.data(), b.data(), a.size()) == 0;
 }
 
+std::string to_hex(std::span<const std::uint8_t> bytes) {
+  std::string digits(bytes.size() * 2 + 1, '\0');
+  sodium_bin2hex(digits.data(), digits.size(), bytes.data(), bytes.size());
+  digits.pop_back();
+  return digits;
+}
+
+Bytes from_hex(std::string_view digits) {
+  Bytes bytes(digits.size() / 2);
+  std::size_t size = 0;
+  const char* end = nullptr;
+  const int result =
+      sodium_hex2bin(bytes.data(), bytes.size(), digits.data(), digits.size(), nullptr, &size, &end);
+  if (result != 0 || end != digits.data() + digits.size() || size * 2 != digits.size()) return {};
+  return bytes;
+}
+
 std::string password_fault(const std::string& password) {
   if (password.size() < kShortestPassword)
     return "needs at least " + std::to_string(kShortestPassword) + " characters";
   if (password.size() > kLongestPassword)
     return "can have at most " + std::to_string(kLongestPassword) + " bytes";
   return {};
-}
-
-std::string hash_password(const std::string& password) {
-  std::string hash(crypto_pwhash_STRBYTES, '\0');
-  if (crypto_pwhash_str(hash.data(), password.data(), password.size(), crypto_pwhash_OPSLIMIT_INTERACTIVE,
-                        crypto_pwhash_MEMLIMIT_INTERACTIVE) != 0) {
-    throw std::runtime_error("There is not enough memory to hash a password.");
-  }
-  hash.resize(hash.find('\0'));
-  return hash;
-}
-
-bool verify_password(const std::string& hash, const std::string& password) {
-  return crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
 }
 
 }  // namespace vlk::relay

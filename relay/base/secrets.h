@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,10 @@ void start_sodium();
 
 // Compares two hashes in constant time.
 [[nodiscard]] bool same_hash(const Bytes& a, const Bytes& b);
+
+// The bytes as lower-case hexadecimal digits, and back. Invalid digits give an empty result.
+[[nodiscard]] std::string to_hex(std::span<const std::uint8_t> bytes);
+[[nodiscard]] Bytes from_hex(std::string_view digits);
 
 // Limits for the length of a password in bytes. The upper limit bounds the time that hashing takes.
 inline constexpr std::size_t kShortestPassword = 10;

@@ -1,8 +1,6 @@
 // Builds replies, with the headers that protect the console in a browser.
 #include "relay/http/replies.h"
 
-#include <algorithm>
-
 #include <nlohmann/json.hpp>
 
 #include "relay/wire/envelope.h"
@@ -12,13 +10,22 @@ namespace http = boost::beast::http;
 namespace vlk::relay {
 namespace {
 
-constexpr std::size_t kPiece = 64 * 1024;  // bytes of a file that are in memory at once
-
 // Allows the page to load scripts, styles and images from the relay and to connect to it, not to other hosts.
 // Images may also be made by the page itself (blob:).
 constexpr char kContentPolicy[] =
     "default-src 'self'; img-src 'self' blob:; object-src 'none'; base-uri 'none'; "
     "form-action 'self'; frame-ancestors 'none'";
+
+// The console uses the features with (self); the others are off, also for anything that an attacker injects.
+constexpr char kPermissions[] =
+    "clipboard-read=(self), clipboard-write=(self), fullscreen=(self), publickey-credentials-create=(self), "
+    "publickey-credentials-get=(self), screen-wake-lock=(self), accelerometer=(), autoplay=(), camera=(), "
+    "display-capture=(), encrypted-media=(), geolocation=(), gyroscope=(), hid=(), idle-detection=(), "
+    "local-fonts=(), magnetometer=(), microphone=(), midi=(), payment=(), picture-in-picture=(), serial=(), "
+    "usb=(), xr-spatial-tracking=()";
+
+// Browsers connect to this host without TLS no more: for two years, counted from each reply.
+constexpr char kStrictTransport[] = "max-age=63072000";
 
 std::string_view trimmed(std::string_view text) {
   while (!text.empty() && text.front() == ' ')
@@ -30,25 +37,17 @@ std::string_view trimmed(std::string_view text) {
 
 }  // namespace
 
-boost::optional<std::pair<ReplyBody::writer::const_buffers_type, bool>> ReplyBody::writer::get(
-    boost::beast::error_code& error) {
-  error = {};
-  if (!body_.file.is_open()) return {{boost::asio::buffer(body_.text), false}};
-  piece_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, left_)));
-  const std::size_t size = body_.file.read(piece_.data(), piece_.size(), error);
-  // The file was shortened after the header with its length was sent.
-  if (size == 0 && left_ > 0 && !error) error = http::error::partial_message;
-  left_ -= size;
-  return {{boost::asio::buffer(piece_.data(), size), left_ > 0}};
-}
-
 Reply make_reply(const Request& request, HttpStatus status, std::string_view content_type, std::string body) {
   Reply reply(status, request.version());
   reply.set(http::field::content_type, content_type);
-  reply.set(http::field::cache_control, "no-cache");
+  reply.set(http::field::cache_control, "no-store");
   reply.set("Content-Security-Policy", kContentPolicy);
   reply.set("X-Content-Type-Options", "nosniff");
   reply.set("Referrer-Policy", "no-referrer");
+  reply.set("Strict-Transport-Security", kStrictTransport);
+  reply.set("Cross-Origin-Opener-Policy", "same-origin");
+  reply.set("Cross-Origin-Resource-Policy", "same-origin");
+  reply.set("Permissions-Policy", kPermissions);
   reply.keep_alive(request.keep_alive());
   reply.body().text = std::move(body);
   reply.prepare_payload();
@@ -77,10 +76,10 @@ std::string cookie(const Request& request, std::string_view name) {
   return {};
 }
 
-bool same_origin(const Request& request) {
+bool from_own_page(const Request& request) {
   const auto origin = request.find(http::field::origin);
-  if (origin == request.end()) return true;
-  return origin->value() == "https://" + std::string(request[http::field::host]);
+  const std::string host(request[http::field::host]);
+  return origin != request.end() && !host.empty() && origin->value() == "https://" + host;
 }
 
 }  // namespace vlk::relay

@@ -1,64 +1,43 @@
-// Answers the console's JSON requests: log-in, password, the list of machines.
+// Answers the console's JSON requests, after checking who makes them.
 #pragma once
 
 #include <optional>
 #include <string>
 
 #include <boost/asio/awaitable.hpp>
-#include <boost/asio/thread_pool.hpp>
 
-#include "relay/base/rate_counter.h"
-#include "relay/base/thread_checker.h"
-#include "relay/http/replies.h"
-#include "relay/session/parts.h"
+#include "relay/base/threads/thread_checker.h"
+#include "relay/http/api/api.h"
+#include "relay/http/trail_routes.h"
 
 namespace vlk::relay {
-
-inline constexpr char kLoginCookie[] = "vantelink_session";
 
 // Used on the relay's one thread. Passwords are hashed on a second thread, because a hash takes 0.1 s.
 class HttpApi {
  public:
   // The arguments outlive this.
-  HttpApi(Parts& parts, Store& store, const Log& log, const Limits& limits);
+  HttpApi(Parts& parts, Admission& admission, const Updates& updates, TrailReader& trail, const Log& log,
+          const Limits& limits);
 
   // Answers a request whose target begins with /api/. `peer` is the browser's address with port, `source`
   // its address without the port.
   [[nodiscard]] boost::asio::awaitable<Reply> answer(const Request& request, std::string peer,
                                                      std::string source);
 
-  struct Login {
-    std::string user;
-    Bytes token_hash;
-  };
-  // The log-in that the request's cookie belongs to; nothing if there is no valid cookie. Throws
-  // DatabaseError.
-  [[nodiscard]] std::optional<Login> login_of(const Request& request);
+  // The log-in that the request's cookie belongs to, in any stage; nothing if there is no valid cookie.
+  // Counts as a use of the log-in.
+  [[nodiscard]] std::optional<Caller> login_of(const Request& request);
+  // The same for the upgrade to a browser's WebSocket: only a full log-in.
+  [[nodiscard]] std::optional<Caller> full_login_of(const Request& request);
 
  private:
-  boost::asio::awaitable<Reply> route(const Request& request, const std::string& peer,
-                                      const std::string& source);
-  boost::asio::awaitable<Reply> log_in(const Request& request, const std::string& peer,
-                                       const std::string& source);
-  boost::asio::awaitable<Reply> change_password(const Request& request, const Login& login,
-                                                const std::string& peer, const std::string& source);
-  Reply log_out(const Request& request);
-  Reply forget(const Request& request, const Login& login, const std::string& peer);
-  boost::asio::awaitable<bool> verify(std::string hash, std::string password);
-  bool locked_out(const std::string& user, const std::string& source);
-  void count_failure(const std::string& user, const std::string& source);
-  void count_success(const std::string& user, const std::string& source);
+  [[nodiscard]] boost::asio::awaitable<Reply> route(const Request& request, Call& call);
+  // Answers a request for the trail, which is sent in pieces or built by the trail's own thread.
+  [[nodiscard]] boost::asio::awaitable<Reply> show_trail(const Request& request, const Call& call);
 
   const ThreadChecker thread_;
-  Parts& parts_;
-  Store& store_;
-  const Log& log_;
-  const Limits& limits_;
-  RateCounter failures_by_name_;
-  RateCounter failures_by_address_;
-  // Used to verify passwords for unknown names, so that the time taken does not show which names exist.
-  const std::string no_user_hash_;
-  boost::asio::thread_pool pool_{1};
+  Api api_;
+  TrailRoutes trail_;
 };
 
 }  // namespace vlk::relay

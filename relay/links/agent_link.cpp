@@ -6,8 +6,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "relay/base/secrets.h"
+#include "relay/base/memory/memory_budget.h"
+#include "relay/links/agent_login.h"
 #include "relay/links/intake.h"
+#include "relay/links/pace.h"
 #include "relay/net/websocket_link.h"
 #include "relay/wire/envelope.h"
 
@@ -16,38 +18,29 @@ namespace asio = boost::asio;
 namespace vlk::relay {
 namespace {
 
-constexpr std::size_t kIdBytes = 16;
-constexpr std::size_t kSecretBytes = 32;
-// Shorter than the default, because after a refused log-in the agent deletes its identity and connects again
-// to enrol.
-constexpr std::chrono::milliseconds kRefusalDeadline{1000};
-
-bool is_picture(Msg type) {
-  return type == Msg::StreamConfig || type == Msg::StreamFrame || type == Msg::Thumbnail;
-}
-
-// A message in the queue of a browser.
-struct Held {
-  Bytes message;
-  MemoryBudget::Claim claim;
-};
-
 class AgentConnection {
  public:
   AgentConnection(AgentContext& context, WebSocketLink& link, std::shared_ptr<AgentPeer> peer,
-                  std::string source)
+                  Connections::Place& place)
       : context_(context),
         parts_(context.parts),
         link_(link),
         channel_(*peer->channel),
         peer_(std::move(peer)),
-        source_(std::move(source)),
-        intake_(context.parts.router, *peer_, [this](const std::string& text) { log(text); }) {}
+        login_(context, peer_, place),
+        intake_(context.parts.router, context.limits, *peer_,
+                [this](const std::string& text) { log(text); }) {
+    channel_.on_bulk_written([this](const Channel::Piece& piece) { count_upload(piece); });
+  }
+  ~AgentConnection() { channel_.on_bulk_written(nullptr); }
+  AgentConnection(const AgentConnection&) = delete;
+  AgentConnection& operator=(const AgentConnection&) = delete;
 
   asio::awaitable<void> run() {
     link_.set_read_limit(context_.limits.unauthenticated_message);
     link_.on_arrival([this](Incoming& incoming) { return intake_.keep(incoming); });
     while (auto incoming = co_await link_.read()) {
+      if (!earned_) co_await pace_.wait(link_.channel()->executor());
       MemoryBudget::Claim claim = intake_.take_claim();
       const Route route = intake_.route(*incoming);
       switch (route.kind) {
@@ -55,7 +48,12 @@ class AgentConnection {
           channel_.close(CloseCode::UnsupportedData, "not an envelope");
           break;
         case Route::Kind::ForRelay:
-          handle(route.header, incoming->bytes);
+          if (peer_->id.empty()) {
+            if (co_await login_.handle(route.header.type, incoming->bytes))
+              link_.set_read_limit(context_.limits.idle_message);
+          } else {
+            handle(route.header, incoming->bytes);
+          }
           break;
         case Route::Kind::Forward:
           co_await forward(route, std::move(incoming->bytes), std::move(claim));
@@ -87,28 +85,66 @@ class AgentConnection {
     return parts_.transfers.ahead_of_browser(route.header.session) && !session->console->paused;
   }
 
-  // Sends a message to the browser that owns its session. While that browser does not read, the relay does
-  // not read from the agent. The agent's writes then block, and the relay's memory stays bounded.
+  // Sends a message to the browser that owns its session, and a picture to all that watch the stream. While
+  // that browser does not read, pictures are dropped. For other messages the relay does not read from the
+  // agent: the agent's writes then block, and the relay's memory stays bounded.
   //
-  // Only pictures overtake a large message: the browser needs them at once, and they do not depend on the
-  // order.
+  // Pictures overtake every other message of the machine, and files may be overtaken by all. The rest keeps
+  // its order: what follows a large message is queued behind it.
   asio::awaitable<void> forward(Route route, Bytes message, MemoryBudget::Claim claim) {
+    if (route.picture) {
+      show(route, std::move(message), std::move(claim));
+      co_return;
+    }
     const std::uint32_t session = route.header.session;
-    if (route.key_frame_needed) request_key_frame(session);
-    const bool picture = is_picture(route.header.type);
-    if (!picture) {
-      co_await wait_while(route, [&] { return route.to->has_bulk(session); });
+    const bool file = is_transfer(route.header.type);
+    if (file) peer_->times.file_arrived(Clock::now());
+    const bool large = !file && message.size() > context_.limits.bulk_message;
+    if (large) {
+      co_await wait_while(route, [&] { return route.to->has_large(session); });
       if (!parts_.sessions.find(session)) co_return;
     }
-    const bool bulk = !picture && message.size() > context_.limits.bulk_message;
-    const auto held = std::make_shared<const Held>(Held{std::move(message), std::move(claim)});
-    const std::shared_ptr<const Bytes> bytes(held, &held->message);
-    if (bulk) {
-      route.to->send_bulk(bytes, session);
+    const auto bytes = hold(std::move(message), std::move(claim));
+    if (large) {
+      route.to->send_large(bytes, session);
     } else {
-      route.to->send_binary(bytes, session);
+      route.to->send_binary(bytes, session, file || route.to->has_large(session) ? Lane::Bulk : Lane::Urgent);
     }
     co_await wait_while(route, [&] { return browser_is_behind(route); });
+  }
+
+  void count_upload(const Channel::Piece& piece) {
+    const auto header = read_header(*piece.message);
+    if (header && header->type == Msg::FileChunk)
+      parts_.sessions.upload_passed(header->session, chunk_bytes(*piece.message));
+  }
+
+  void show(const Route& route, Bytes message, MemoryBudget::Claim claim) {
+    bool needed = route.key_frame_needed;
+    if (needed) log("the H.264 stream has reordered pictures; a key frame is requested");
+    note_times(*route.picture, message);
+    const auto bytes = hold(std::move(message), std::move(claim));
+    peer_->recent.add(bytes, *route.picture, parts_.recent_pictures);
+    const auto send = [&](const Session& viewer) {
+      const auto header = header_for(*bytes, viewer.number);
+      if (!viewer.console->channel->send_picture(bytes, viewer.number, *route.picture, header)) needed = true;
+    };
+    parts_.sessions.each_viewer(*peer_, route.header.session, send);
+    SharedStream& stream = peer_->stream;
+    const auto now = Clock::now();
+    if (needed ? stream.need_key_frame(now) : stream.key_frame_due(now))
+      channel_.send_binary(json_envelope(Msg::KeyframeRequest, route.header.session, "{}"));
+  }
+
+  void note_times(PictureKind kind, const Bytes& message) {
+    const auto now = Clock::now();
+    if (kind == PictureKind::Settings) {
+      peer_->times.begin();
+      peer_->quality.settings(now);
+    } else if (const auto stamp = frame_stamp(message)) {
+      peer_->times.arrived(now, *stamp, message.size());
+      peer_->quality.picture(now, *stamp, message);
+    }
   }
 
   // The wait ends with the session, so that a machine can be used again after its browser was too slow.
@@ -116,20 +152,18 @@ class AgentConnection {
   asio::awaitable<void> wait_while(const Route& route, Condition condition) {
     if (!condition()) co_return;
     peer_->paused = true;
-    while (condition() && !route.to->closing() && parts_.sessions.find(route.header.session))
+    channel_.on_end([to = route.to] { to->resume_waiting(); });
+    while (condition() && !channel_.closing() && !route.to->closing() &&
+           parts_.sessions.find(route.header.session)) {
       co_await route.to->wait_for_change();
+    }
+    channel_.on_end(nullptr);
     peer_->paused = false;
     channel_.count_as_heard(Clock::now());
   }
 
-  void request_key_frame(std::uint32_t session) {
-    log("the H.264 stream has reordered pictures; a key frame is requested");
-    channel_.send_binary(json_envelope(Msg::KeyframeRequest, session, "{}"));
-  }
-
-  // Handles a message that is addressed to the relay itself.
+  // Handles a message of a machine that has logged in, addressed to the relay itself.
   void handle(const EnvelopeHeader& header, const Bytes& message) {
-    if (peer_->id.empty()) return authenticate(header.type, message);
     struct MessageHandler {
       Msg code;
       void (AgentConnection::*handle)(const EnvelopeHeader&, const Bytes&);
@@ -149,119 +183,38 @@ class AgentConnection {
   }
 
   void on_second_log_in(const EnvelopeHeader&, const Bytes&) {
-    refuse_order("the agent is already logged in");
+    channel_.close(CloseCode::PolicyViolation, "the agent is already logged in");
   }
 
   void on_heartbeat(const EnvelopeHeader&, const Bytes& message) {
+    login_.update_standing();
     const nlohmann::json fields = agent_json(message);
     const auto beat = fields.find("beat");
     if (beat == fields.end() || !beat->is_number_unsigned()) return;
-    if (parts_.machines.heartbeat_echo(*peer_, beat->get<std::uint32_t>(), Clock::now()))
-      parts_.transfers.settle(peer_->id, peer_->heartbeat_sent);
+    if (const auto sent = parts_.machines.heartbeat_echo(*peer_, beat->get<std::uint32_t>(), Clock::now()))
+      parts_.transfers.settle(peer_->id, *sent);
   }
 
   void on_name_update(const EnvelopeHeader&, const Bytes& message) {
-    parts_.machines.rename(*peer_, text_field(agent_json(message), "name"));
+    const std::string name = text_field(agent_json(message), "name");
+    const MachineRecord* known = parts_.machines.find(peer_->id);
+    if (!known || known->name == name) return;
+    if (context_.renames.exhausted(peer_->id, Clock::now()))
+      return log_once("a new name was ignored: too many in a short time");
+    context_.renames.add(peer_->id, Clock::now());
+    parts_.machines.rename(*peer_, name);
   }
 
   void on_session_accept(const EnvelopeHeader& header, const Bytes&) {
     parts_.sessions.accept(*peer_, header.session);
+    const Session* session = parts_.sessions.find(header.session);
+    if (!session || session->agent != peer_ || !session->running()) return;
+    earned_ = true;
+    link_.set_read_limit(0);  // intake_ limits the messages from now on
   }
 
   void on_session_reject(const EnvelopeHeader& header, const Bytes&) {
     parts_.sessions.reject(*peer_, header.session);
-  }
-
-  // Closes the connection of an agent that sends messages in the wrong order.
-  void refuse_order(const std::string& reason) { channel_.close(CloseCode::PolicyViolation, reason); }
-
-  void authenticate(Msg type, const Bytes& message) {
-    const nlohmann::json fields = agent_json(message);
-    if (!greeted_) {
-      if (type != Msg::Hello || text_field(fields, "role") != "agent")
-        return refuse_order("a hello was expected");
-      greeted_ = true;
-      return;
-    }
-    if (type != Msg::Enroll && type != Msg::Login) return refuse_order("an enrolment or log-in was expected");
-    try {
-      if (type == Msg::Enroll) {
-        enroll(fields);
-      } else {
-        log_in(fields);
-      }
-    } catch (const DatabaseError& failure) {
-      // Not AUTH_FAILED, which would make the agent delete its identity.
-      log(failure.what());
-      hold_back("RELAY_FAILED", "The relay cannot work at the moment.");
-    }
-  }
-
-  void send_error(const char* code, const char* message) {
-    channel_.send_binary(json_envelope(
-        Msg::Error, 0, std::string("{\"code\":\"") + code + "\",\"message\":\"" + message + "\"}"));
-  }
-
-  // Sends an error and keeps the connection open for a while, because the agent connects again half a second
-  // after each close.
-  void hold_back(const char* code, const char* message) {
-    send_error(code, message);
-    peer_->refused = true;
-    peer_->since = Clock::now();
-  }
-
-  void enroll(const nlohmann::json& fields) {
-    if (context_.enrolments.exhausted(source_, Clock::now())) {
-      log("enrolment refused: too many from this address");
-      return hold_back("TOO_MANY", "Too many new machines from this address. Try again later.");
-    }
-    context_.enrolments.add(source_, Clock::now());
-    const AgentRecord record{
-        random_token(kIdBytes),   text_field(fields, "name"),  text_field(fields, "machine_name"),
-        text_field(fields, "os"), text_field(fields, "hw_id"), wall_seconds()};
-    const std::string secret = random_token(kSecretBytes);
-    context_.store.add_agent(record, hash_secret(secret), peer_->address);
-    parts_.audit.write({"agent-enrolled", "", record.id, peer_->address, record.machine});
-    channel_.send_binary(json_envelope(
-        Msg::EnrollResult, 0, R"({"agent_id":")" + record.id + R"(","agent_secret":")" + secret + R"("})"));
-    go_online(record);
-  }
-
-  void log_in(const nlohmann::json& fields) {
-    const std::string id = text_field(fields, "agent_id");
-    const auto stored = context_.store.agent_secret_hash(id);
-    // The secret is compared for unknown agents too, so that the time does not show which ids exist.
-    const bool same = same_hash(stored.value_or(Bytes(32)), hash_secret(text_field(fields, "secret")));
-    const AgentRecord* known = parts_.machines.find(id);
-    if (!stored || !same || !known) return refuse_log_in(id, known ? "wrong secret" : "unknown");
-    AgentRecord record = *known;
-    record.name = text_field(fields, "name");
-    if (record.name != known->name) context_.store.rename_agent(id, record.name);
-    go_online(record);
-  }
-
-  void refuse_log_in(const std::string& id, const char* why) {
-    log("log-in refused for agent \"" + id + "\": " + why);
-    // The number of rows is limited, because anybody can cause them and each write waits for the disk.
-    if (!context_.refusals.exhausted(source_, Clock::now())) {
-      context_.refusals.add(source_, Clock::now());
-      parts_.audit.write({"agent-refused", "", id, peer_->address, why});
-    }
-    send_error("AUTH_FAILED", "This machine is not known to the relay.");
-    peer_->refused = true;
-    channel_.close(CloseCode::PolicyViolation, "log-in refused", kRefusalDeadline);
-  }
-
-  void go_online(const AgentRecord& record) {
-    channel_.send_binary(json_envelope(Msg::LoginResult, 0, "{}"));
-    link_.set_read_limit(0);  // intake_ limits the messages from now on
-    if (const auto older = parts_.machines.log_in(peer_, record)) {
-      parts_.sessions.end_all_of(*older, "replaced");
-      older->channel->cut("replaced by a newer log-in");
-    }
-    for (const std::uint32_t upload : parts_.transfers.owed(record.id, Clock::now()))
-      channel_.send_binary(upload_end(0, upload));
-    parts_.audit.write({"agent-login", "", record.id, peer_->address, record.name});
   }
 
   AgentContext& context_;
@@ -269,29 +222,36 @@ class AgentConnection {
   WebSocketLink& link_;
   Channel& channel_;  // the channel of peer_
   const std::shared_ptr<AgentPeer> peer_;
-  const std::string source_;
+  AgentLogin login_;
   Intake intake_;
-  bool greeted_ = false;
+  Pace pace_;
+  bool earned_ = false;  // one of the agent's sessions was accepted
   bool drop_logged_ = false;
 };
 
 }  // namespace
 
 asio::awaitable<void> serve_agent(AgentContext& context, std::shared_ptr<WebSocketLink> link,
-                                  std::string address, std::string source) {
+                                  Connections::Place& place) {
   const auto peer = std::make_shared<AgentPeer>();
   peer->channel = link->channel();
-  peer->address = std::move(address);
+  peer->address = place.peer();
   Parts& parts = context.parts;
   parts.machines.add_connection(peer);
   try {
-    AgentConnection connection(context, *link, peer, std::move(source));
+    AgentConnection connection(context, *link, peer, place);
     co_await connection.run();
   } catch (const std::exception& failure) {
     peer->channel->cut(failure.what());
   }
   peer->channel->cut(peer->channel->end_reason());
   parts.sessions.end_all_of(*peer, "agent-gone");
+  if (!peer->recorded.empty()) {
+    const MachineRecord* machine = parts.machines.find(peer->recorded);  // null if it was removed
+    parts.audit.write(trail_entry<TrailKind::MachineLost>(
+        {.machine = peer->recorded, .address = peer->address},
+        machine ? std::optional(machine->name) : std::nullopt, peer->channel->end_reason()));
+  }
   parts.machines.remove_connection(peer);
 }
 

@@ -2,15 +2,15 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include <boost/asio/awaitable.hpp>
 
+#include "relay/admission/admission.h"
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
 #include "relay/base/rate_counter.h"
+#include "relay/net/connections.h"
 #include "relay/session/parts.h"
-#include "relay/storage/store.h"
 
 namespace vlk::relay {
 
@@ -19,18 +19,20 @@ class WebSocketLink;
 // What all agents' connections share. Owned by the server, which outlives each connection.
 struct AgentContext {
   Parts& parts;
-  Store& store;
+  Admission& admission;
   const Log& log;
   const Limits& limits;
-  // Both count by address.
+  // These two count by source.
   RateCounter& enrolments;
   RateCounter& refusals;  // refused log-ins; beyond the limit they are not written to the audit trail
+  // These two count by machine id, because each event leaves rows in the audit trail.
+  RateCounter& renames;  // beyond the limit new names are ignored
+  RateCounter& log_ins;  // beyond the limit the machine is held back
 };
 
-// Serves one agent until its connection ends. `address` includes the port; `source` is the address without
-// it, by which enrolments and refusals are counted.
+// Serves one agent until its connection ends.
 [[nodiscard]] boost::asio::awaitable<void> serve_agent(AgentContext& context,
                                                        std::shared_ptr<WebSocketLink> link,
-                                                       std::string address, std::string source);
+                                                       Connections::Place& place);
 
 }  // namespace vlk::relay

@@ -1,7 +1,6 @@
 // The state of one peer's connection.
 #include "relay/net/channel.h"
 
-#include <algorithm>
 #include <utility>
 
 #include <boost/asio/as_tuple.hpp>
@@ -16,27 +15,40 @@ constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 
 }  // namespace
 
-void Channel::send_binary(std::shared_ptr<const Bytes> bytes, std::uint32_t tag) {
-  enqueue(queue_, {false, tag, std::move(bytes)});
+void Channel::send_binary(std::shared_ptr<const Bytes> bytes, std::uint32_t tag, Lane lane) {
+  enqueue(lane, {.tag = tag, .bytes = std::move(bytes)});
 }
 
 void Channel::send_text(const std::string& text, std::uint32_t tag) {
-  enqueue(queue_, {true, tag, std::make_shared<const Bytes>(text.begin(), text.end())});
+  send_text(std::make_shared<const Bytes>(text.begin(), text.end()), tag, Lane::Urgent);
 }
 
-void Channel::send_bulk(std::shared_ptr<const Bytes> bytes, std::uint32_t tag) {
-  enqueue(bulk_, {false, tag, std::move(bytes)});
+void Channel::send_text(std::shared_ptr<const Bytes> text, std::uint32_t tag, Lane lane) {
+  enqueue(lane, {.text = true, .tag = tag, .bytes = std::move(text)});
 }
 
-bool Channel::has_bulk(std::uint32_t tag) const {
-  return std::ranges::any_of(bulk_, [&](const Message& message) { return message.tag == tag; });
+void Channel::send_large(std::shared_ptr<const Bytes> bytes, std::uint32_t tag) {
+  enqueue(Lane::Bulk, {.tag = tag, .bytes = std::move(bytes), .large = true});
 }
 
-void Channel::enqueue(Queue& queue, Message message) {
+bool Channel::send_picture(std::shared_ptr<const Bytes> bytes, std::uint32_t tag, PictureKind kind,
+                           const std::optional<OutgoingHeader>& header) {
+  thread_.check();
+  if (closing_) return true;
+  OutgoingMessage picture{.tag = tag, .bytes = std::move(bytes), .header = header, .kind = kind};
+  if (!outbox_.add_picture(std::move(picture), Clock::now())) return false;
+  sent();
+  return true;
+}
+
+void Channel::enqueue(Lane lane, OutgoingMessage message) {
   thread_.check();
   if (closing_) return;
-  if (&queue == &queue_) queued_bytes_ += message.bytes->size();
-  queue.push_back(std::move(message));
+  outbox_.add(lane, std::move(message));
+  sent();
+}
+
+void Channel::sent() {
   last_sent_ = Clock::now();
   begin_work();
   request();
@@ -50,19 +62,19 @@ void Channel::begin_work() {
 
 void Channel::discard(std::uint32_t tag) {
   thread_.check();
-  queued_bytes_ -= remove(queue_, tag);
-  remove(bulk_, tag);
+  outbox_.remove(tag);
   changed_.cancel();
 }
 
-std::size_t Channel::remove(Queue& queue, std::uint32_t tag) const {
-  std::size_t removed = 0;
-  std::erase_if(queue, [&](const Message& message) {
-    if (message.tag != tag || (message.taken > 0 && !division_.parts)) return false;
-    removed += message.left();
-    return true;
-  });
-  return removed;
+void Channel::discard_bulk(std::uint32_t tag, const std::function<bool(const Bytes&)>& unwanted) {
+  thread_.check();
+  outbox_.remove_bulk(tag, unwanted);
+  changed_.cancel();
+}
+
+void Channel::promote_bulk(std::uint32_t tag) {
+  thread_.check();
+  outbox_.promote_bulk(tag);
 }
 
 void Channel::close(CloseCode code, const std::string& reason, std::chrono::milliseconds deadline) {
@@ -79,9 +91,7 @@ void Channel::cut(const std::string& reason) {
   end(reason);
   if (cut_) return;
   cut_ = true;
-  queue_.clear();
-  bulk_.clear();
-  queued_bytes_ = 0;
+  outbox_.clear();
   request();
 }
 
@@ -89,6 +99,7 @@ void Channel::end(const std::string& reason) {
   if (!closing_) end_reason_ = reason;
   closing_ = true;
   changed_.cancel();
+  if (ended_) ended_();
 }
 
 void Channel::ping(Clock::time_point now) {
@@ -103,24 +114,11 @@ void Channel::request() {
   if (act_) act_();
 }
 
-std::optional<Channel::Piece> Channel::take() {
-  if (queue_.empty() && bulk_.empty()) return std::nullopt;
-  const bool bulk = queue_.empty() || (bulk_is_next_ && !bulk_.empty());
-  bulk_is_next_ = !bulk;
-  Queue& queue = bulk ? bulk_ : queue_;
-  Message& message = queue.front();
-  const std::size_t size = std::min(division_.piece_bytes, message.left());
-  const bool last = size == message.left();
-  Piece piece{message.text, bulk, message.taken == 0, last, message.bytes, message.taken, size};
-  message.taken += size;
-  if (last) queue.pop_front();
-  return piece;
-}
-
 void Channel::written(const Piece& piece) {
-  if (!piece.bulk) queued_bytes_ -= piece.size;
   last_progress_ = Clock::now();
-  if (!full()) changed_.cancel();
+  outbox_.written(piece, last_progress_);
+  if (!full() || !full_without_bulk()) changed_.cancel();
+  if (piece.lane == Lane::Bulk && piece.last && bulk_written_) bulk_written_(piece);
 }
 
 asio::awaitable<void> Channel::wait_for_change() {
@@ -130,17 +128,25 @@ asio::awaitable<void> Channel::wait_for_change() {
 
 asio::awaitable<void> Channel::wait_for_room() {
   const auto self = shared_from_this();
-  while (full() && !closing_)
+  while (full_without_bulk() && !closing_)
     co_await changed_.async_wait(kAsTuple);
 }
 
 Clock::duration Channel::write_stall(Clock::time_point now) {
   if (!working_) return Clock::duration::zero();
-  if (confirmed_) {
-    const std::uint64_t confirmed = confirmed_();
+  if (measure_) {
+    const std::uint64_t confirmed = measure_().confirmed;
     if (confirmed != std::exchange(last_confirmed_, confirmed)) last_progress_ = now;
   }
   return now - last_progress_;
+}
+
+Clock::duration Channel::line_stall(Clock::time_point now) {
+  if (!measure_) return Clock::duration::zero();
+  const TcpProgress progress = measure_();
+  const std::uint64_t before = std::exchange(line_confirmed_, progress.confirmed);
+  if (!progress.unconfirmed || progress.confirmed != before) line_progress_ = now;
+  return now - line_progress_;
 }
 
 }  // namespace vlk::relay

@@ -1,18 +1,17 @@
-// A peer's connection as the relay's other parts use it: the queue of outgoing messages, the closing of the
+// A peer's connection as the relay's other parts use it: the outgoing messages, the closing of the
 // connection, and the time when the peer last sent something.
 //
 // A Channel does no input or output itself. A WebSocketLink carries out the requests that are made to its
 // Channel; tests read the queue instead.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 
 #include <boost/asio/any_io_executor.hpp>
@@ -21,7 +20,9 @@
 
 #include "relay/base/bytes.h"
 #include "relay/base/clock.h"
-#include "relay/base/thread_checker.h"
+#include "relay/base/threads/thread_checker.h"
+#include "relay/net/queue/outbox.h"
+#include "relay/net/tcp_progress.h"
 
 namespace vlk::relay {
 
@@ -32,27 +33,8 @@ enum class CloseCode : std::uint16_t { GoingAway = 1001, UnsupportedData = 1003,
 // of them.
 class Channel : public std::enable_shared_from_this<Channel> {
  public:
-  // How messages are divided for writing. In parts, each piece is a WebSocket message of its own, so pieces
-  // of two messages can alternate, and a message can be given up between two pieces. Otherwise the pieces are
-  // the fragments of one WebSocket message.
-  struct Division {
-    bool parts = false;
-    std::size_t piece_bytes = SIZE_MAX;
-  };
-  // A run of bytes of one message.
-  struct Piece {
-    bool text = false;
-    bool bulk = false;
-    bool first = false;  // the piece begins its message
-    bool last = false;   // the piece completes its message
-    std::shared_ptr<const Bytes> message;
-    std::size_t offset = 0;
-    std::size_t size = 0;
-
-    [[nodiscard]] std::span<const std::uint8_t> bytes() const {
-      return std::span(*message).subspan(offset, size);
-    }
-  };
+  using Division = vlk::relay::Division;
+  using Piece = OutgoingPiece;
   struct CloseRequest {
     CloseCode code{};
     std::string reason;
@@ -61,19 +43,39 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   // The queue counts as full when it has more than `queue_bytes` bytes.
   Channel(const boost::asio::any_io_executor& executor, std::size_t queue_bytes, Division division)
-      : queue_bytes_(queue_bytes), division_(division), changed_(executor, Clock::time_point::max()) {}
+      : queue_bytes_(queue_bytes), outbox_(division), changed_(executor, Clock::time_point::max()) {}
   Channel(const boost::asio::any_io_executor& executor, std::size_t queue_bytes)
       : Channel(executor, queue_bytes, Division{}) {}
 
-  // Put a message into the queue, unless the channel is closing. discard() finds messages by their `tag`; 0
-  // means that the message has no tag.
-  void send_binary(std::shared_ptr<const Bytes> bytes, std::uint32_t tag = 0);
+  // Queue a message, unless the channel is closing. discard() finds messages by their `tag`; 0 means that the
+  // message has no tag.
+  void send_binary(std::shared_ptr<const Bytes> bytes, std::uint32_t tag = 0, Lane lane = Lane::Urgent);
   void send_text(const std::string& text, std::uint32_t tag = 0);
-  // Puts a message into the second queue, whose pieces alternate with those of the first. It is for large
-  // messages that others may overtake, needs a division into parts, and does not count in full().
-  void send_bulk(std::shared_ptr<const Bytes> bytes, std::uint32_t tag);
-  // True while the second queue has a message with this tag.
-  [[nodiscard]] bool has_bulk(std::uint32_t tag) const;
+  void send_text(std::shared_ptr<const Bytes> text, std::uint32_t tag, Lane lane);
+  // Queues a large bulk message, which does not count in full().
+  void send_large(std::shared_ptr<const Bytes> bytes, std::uint32_t tag);
+  // Queues a picture of the stream with this tag, unless the peer is too slow for it. Returns false if a key
+  // frame is needed before the peer gets another picture. Pictures do not count in full(). `header` replaces
+  // the first bytes, because peers share the bytes of a picture.
+  [[nodiscard]] bool send_picture(std::shared_ptr<const Bytes> bytes, std::uint32_t tag, PictureKind kind,
+                                  const std::optional<OutgoingHeader>& header = {});
+  // True while a large message with this tag is queued.
+  [[nodiscard]] bool has_large(std::uint32_t tag) const { return outbox_.has_large(tag); }
+  // The bytes of the queued messages with this tag that are not written yet.
+  [[nodiscard]] std::size_t queued_bytes(Lane lane, std::uint32_t tag) const {
+    return outbox_.queued_bytes(lane, tag);
+  }
+  // What became of the pictures of the stream with this tag since the last call.
+  [[nodiscard]] PictureTally take_tally(std::uint32_t tag) { return outbox_.take_tally(tag); }
+  // Act on the bulk messages with this tag of which nothing is written yet: remove those for which `unwanted`
+  // returns true; or let them be written before every message that is sent from now on.
+  void discard_bulk(std::uint32_t tag, const std::function<bool(const Bytes&)>& unwanted);
+  void promote_bulk(std::uint32_t tag);
+  // All messages that were sent before this time will be written before one that is sent now in the urgent
+  // lane.
+  [[nodiscard]] Clock::time_point overtakes_nothing_before(Clock::time_point now) const {
+    return std::min(now, outbox_.oldest_bulk().value_or(now));
+  }
   // Removes the queued messages with this tag. Of a message that is being written, the other parts are not
   // sent; without a division into parts, it is still sent.
   void discard(std::uint32_t tag);
@@ -87,8 +89,11 @@ class Channel : public std::enable_shared_from_this<Channel> {
   [[nodiscard]] bool closing() const { return closing_; }
   [[nodiscard]] const std::string& end_reason() const { return end_reason_; }
 
-  [[nodiscard]] bool full() const { return queued_bytes_ > queue_bytes_; }
-  // Returns when the queue is not full or the channel is closing.
+  [[nodiscard]] bool full() const { return outbox_.counted_bytes() > queue_bytes_; }
+  // The queue is full even without its bulk messages.
+  [[nodiscard]] bool full_without_bulk() const { return outbox_.unwritten_but_bulk() > queue_bytes_; }
+  // Returns when the queue has room for answers to the peer's requests, whatever bulk messages wait, or the
+  // channel is closing.
   [[nodiscard]] boost::asio::awaitable<void> wait_for_room();
   // Returns when the queue is no longer full, messages were discarded, resume_waiting() was called or the
   // channel began to close.
@@ -98,10 +103,16 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   // Requests a ping to the peer. Does nothing if the peer has sent nothing since the previous ping.
   void ping(Clock::time_point now);
+  // Sets a function that is called when the channel begins to close.
+  void on_end(std::function<void()> act) { ended_ = std::move(act); }
+  [[nodiscard]] boost::asio::any_io_executor executor() { return changed_.get_executor(); }
   void count_as_heard(Clock::time_point now) { last_heard_ = now; }
   [[nodiscard]] Clock::time_point last_heard() const { return last_heard_; }
   // How long the peer has taken none of the queued bytes; zero when nothing is queued.
   [[nodiscard]] Clock::duration write_stall(Clock::time_point now);
+  // How long the peer's system has confirmed nothing although it was sent something; zero when it has
+  // confirmed everything. Is measured from the call before.
+  [[nodiscard]] Clock::duration line_stall(Clock::time_point now);
   // The time of the last send. True for idle() when everything that was sent has been written.
   [[nodiscard]] Clock::time_point last_sent() const { return last_sent_; }
   [[nodiscard]] bool idle() const { return !working_; }
@@ -109,17 +120,19 @@ class Channel : public std::enable_shared_from_this<Channel> {
   // The functions below are for the WebSocketLink that carries out the requests. `act` is called after each
   // request.
   void on_request(std::function<void()> act) { act_ = std::move(act); }
-  // Sets a function that returns how many bytes the peer has confirmed so far. Without it, only written()
-  // shows that the peer takes bytes. The system's send buffer accepts new bytes in large steps, which can
-  // take longer than a time limit on a slow connection.
-  void on_measure(std::function<std::uint64_t()> confirmed) { confirmed_ = std::move(confirmed); }
+  // Sets a function that measures what the peer has confirmed so far. Without it, only written() shows that
+  // the peer takes bytes. The system's send buffer accepts new bytes in large steps, which can take longer
+  // than a time limit on a slow connection.
+  void on_measure(std::function<TcpProgress()> measure) { measure_ = std::move(measure); }
+  // Sets a function that is called after the last piece of each bulk message was written.
+  void on_bulk_written(std::function<void(const Piece&)> act) { bulk_written_ = std::move(act); }
   [[nodiscard]] bool has_work() const { return working_; }
   [[nodiscard]] bool is_cut() const { return cut_; }
   [[nodiscard]] bool ping_requested() const { return ping_requested_; }
   [[nodiscard]] const std::optional<CloseRequest>& close_request() const { return close_request_; }
-  [[nodiscard]] bool divides_into_parts() const { return division_.parts; }
+  [[nodiscard]] bool divides_into_parts() const { return outbox_.division().parts; }
   // Returns the next piece, to be written. Its bytes count as queued until written() reports them.
-  [[nodiscard]] std::optional<Piece> take();
+  [[nodiscard]] std::optional<Piece> take() { return outbox_.take(); }
   void written(const Piece& piece);
   // Reports that the queue is empty and nothing is being written.
   void finished_work() { working_ = false; }
@@ -128,29 +141,14 @@ class Channel : public std::enable_shared_from_this<Channel> {
   void end(const std::string& reason);
 
  private:
-  struct Message {
-    bool text = false;
-    std::uint32_t tag = 0;
-    std::shared_ptr<const Bytes> bytes;
-    std::size_t taken = 0;  // bytes that take() has returned
-
-    [[nodiscard]] std::size_t left() const { return bytes->size() - taken; }
-  };
-  using Queue = std::deque<Message>;
-
-  void enqueue(Queue& queue, Message message);
-  // Removes messages from a queue and returns how many bytes of them were left.
-  std::size_t remove(Queue& queue, std::uint32_t tag) const;
+  void enqueue(Lane lane, OutgoingMessage message);
+  void sent();
   void begin_work();
   void request();
 
   const ThreadChecker thread_;
   const std::size_t queue_bytes_;
-  const Division division_;
-  Queue queue_;
-  Queue bulk_;
-  bool bulk_is_next_ = false;
-  std::size_t queued_bytes_ = 0;  // of queue_
+  Outbox outbox_;
   bool working_ = false;
   bool closing_ = false;
   bool cut_ = false;
@@ -161,9 +159,13 @@ class Channel : public std::enable_shared_from_this<Channel> {
   Clock::time_point last_progress_ = Clock::now();
   Clock::time_point last_sent_ = Clock::now();
   std::uint64_t last_confirmed_ = 0;
+  std::uint64_t line_confirmed_ = 0;
+  Clock::time_point line_progress_ = Clock::now();
   Clock::time_point last_ping_{};
   std::function<void()> act_;
-  std::function<std::uint64_t()> confirmed_;
+  std::function<void()> ended_;
+  std::function<TcpProgress()> measure_;
+  std::function<void(const Piece&)> bulk_written_;
   boost::asio::steady_timer changed_;  // never expires; is cancelled to resume the waiting coroutines
 };
 

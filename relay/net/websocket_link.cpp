@@ -3,15 +3,20 @@
 
 #include <algorithm>
 #include <array>
+#include <tuple>
 #include <utility>
 
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/websocket.hpp>
 
 #include "relay/net/tcp_progress.h"
+#include "relay/net/tls/tls_stream.h"
 #include "relay/wire/part.h"
 #include "wire/messages.h"
 
@@ -23,55 +28,144 @@ namespace vlk::relay {
 namespace {
 
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
-constexpr std::size_t kReadChunk = 64 * 1024;  // bytes
+// Bytes that are read at once. The buffer for the first of them lies ready while a connection is idle.
+constexpr std::size_t kFirstChunk = 512;
+constexpr std::size_t kReadChunk = 64 * 1024;
+constexpr std::size_t kDropChunk = 16 * 1024;
+constexpr std::size_t kLongestReason = 123;  // bytes (RFC 6455, 5.5)
+constexpr std::chrono::milliseconds kLater{20};
+// How long a peer whose message was invalid has to read the close frame.
+constexpr std::chrono::milliseconds kDrainLimit{1000};
+
+// A close frame of a server (RFC 6455, 5.5.1).
+Bytes close_frame(CloseCode code, const std::string& reason) {
+  const std::size_t size = std::min(reason.size(), kLongestReason);
+  const auto number = static_cast<std::uint16_t>(code);
+  Bytes frame(4 + size);
+  frame[0] = 0x88;
+  frame[1] = static_cast<std::uint8_t>(2 + size);
+  frame[2] = static_cast<std::uint8_t>(number >> 8);
+  frame[3] = static_cast<std::uint8_t>(number & 0xFF);
+  std::copy_n(reason.begin(), size, frame.begin() + 4);
+  return frame;
+}
+
+// Messages are read in chunks for two reasons. Each part of a long message on a slow connection shows that
+// the peer is connected, and memory grows with the bytes received, not with the length in a frame's header.
+std::size_t next_chunk(const Incoming& incoming) {
+  if (incoming.size == 0) return kFirstChunk;
+  return incoming.kept ? std::clamp<std::size_t>(2 * incoming.bytes.size(), kFirstChunk, kReadChunk)
+                       : kDropChunk;
+}
+
+// True if Beast has answered the peer's bytes with a close frame that says what is wrong with them.
+bool is_invalid(const beast::error_code& error) {
+  const beast::error_code closed = websocket::error::closed;
+  return error != closed && error.category() == closed.category();
+}
 
 }  // namespace
 
-std::shared_ptr<WebSocketLink> WebSocketLink::create(Stream stream, std::size_t queue_bytes,
-                                                     Channel::Division division) {
-  std::shared_ptr<WebSocketLink> link(new WebSocketLink(std::move(stream), queue_bytes, division));
+struct WebSocketLink::Socket {
+  explicit Socket(TlsStream its_stream) : stream(std::move(its_stream)) {}
+  [[nodiscard]] TlsStream& tls() { return stream.next_layer(); }
+
+  websocket::stream<TlsStream, false> stream;
+};
+
+asio::awaitable<std::shared_ptr<WebSocketLink>> WebSocketLink::accept(
+    TlsStream stream, beast::http::request<beast::http::string_body> request, Settings settings,
+    std::string& problem) {
+  auto socket = std::make_unique<Socket>(std::move(stream));
+  // The watchdog enforces the time limits after the upgrade.
+  socket->stream.set_option(
+      websocket::stream_base::timeout{settings.handshake, websocket::stream_base::none(), false});
+  socket->stream.set_option(
+      websocket::stream_base::decorator([protocol = settings.protocol](websocket::response_type& response) {
+        response.set(beast::http::field::sec_websocket_protocol, protocol);
+      }));
+  const auto [error] = co_await socket->stream.async_accept(request, kAsTuple);
+  if (error) {
+    problem = error.message();
+    co_return nullptr;
+  }
+  socket->stream.set_option(websocket::stream_base::decorator([](websocket::response_type&) {}));
+  socket->stream.set_option(
+      websocket::stream_base::timeout{websocket::stream_base::none(), websocket::stream_base::none(), false});
+  auto link = std::make_shared<WebSocketLink>(std::move(socket), settings);
   link->channel_->on_request([weak = link->weak_from_this()] {
     if (const auto self = weak.lock()) self->carry_out();
   });
   link->channel_->on_measure([weak = link->weak_from_this()] {
     const auto self = weak.lock();
-    return self ? confirmed_bytes(beast::get_lowest_layer(self->stream_).socket().native_handle()) : 0;
+    return self ? tcp_progress(self->socket_->tls().socket().native_handle()) : TcpProgress{};
   });
-  return link;
+  co_return link;
 }
 
-WebSocketLink::WebSocketLink(Stream stream, std::size_t queue_bytes, Channel::Division division)
-    : stream_(std::move(stream)),
-      channel_(std::make_shared<Channel>(stream_.get_executor(), queue_bytes, division)),
-      deadline_(stream_.get_executor()) {
-  stream_.auto_fragment(false);
-  stream_.control_callback([this](auto, auto) { channel_->count_as_heard(Clock::now()); });
+WebSocketLink::WebSocketLink(std::unique_ptr<Socket> socket, const Settings& settings)
+    : socket_(std::move(socket)),
+      channel_(
+          std::make_shared<Channel>(socket_->stream.get_executor(), settings.queue_bytes, settings.division)),
+      deadline_(socket_->stream.get_executor()) {
+  socket_->stream.auto_fragment(false);
+  socket_->stream.control_callback([this](auto, auto) { channel_->count_as_heard(Clock::now()); });
+}
+
+WebSocketLink::~WebSocketLink() = default;
+
+void WebSocketLink::set_read_limit(std::size_t bytes) {
+  socket_->stream.read_message_max(bytes);
 }
 
 asio::awaitable<std::optional<Incoming>> WebSocketLink::read() {
   const auto self = shared_from_this();
+  auto& stream = socket_->stream;
   Incoming incoming;
   Bytes dropped;
   do {
-    // Messages are read in chunks for two reasons. Each part of a long message on a slow connection shows
-    // that the peer is connected, and memory grows with the bytes received, not with the length in a frame's
-    // header.
+    if (channel_->closing()) {
+      co_await closing_done();
+      co_return std::nullopt;
+    }
     dropped.clear();
     auto buffer = asio::dynamic_buffer(incoming.kept ? incoming.bytes : dropped);
-    const auto [error, size] = co_await stream_.async_read_some(buffer, kReadChunk, kAsTuple);
+    reading_ = true;
+    const auto [error, size] = co_await stream.async_read_some(buffer, next_chunk(incoming), kAsTuple);
+    reading_ = false;
     if (error) {
+      const bool own_close = channel_->closing();
       channel_->end(error == websocket::error::closed ? "closed by the peer" : error.message());
+      if (!own_close && is_invalid(error)) co_await drain();
+      co_await closing_done();
       co_return std::nullopt;
     }
     channel_->count_as_heard(Clock::now());
     incoming.size += size;
-    incoming.text = stream_.got_text();
-    if (!incoming.kept || !keep_ || keep_(incoming)) continue;
+    incoming.text = stream.got_text();
+    if (!incoming.kept || !keep_ || co_await decide(incoming) == Keep::Yes) continue;
     incoming.kept = false;
     incoming.bytes.resize(std::min(incoming.bytes.size(), kEnvelopeHeaderSize));
     incoming.bytes.shrink_to_fit();
-  } while (!stream_.is_message_done());
+  } while (!stream.is_message_done());
   co_return incoming;
+}
+
+// While the answer is Later, the peer is not read from, and does not count as silent.
+asio::awaitable<WebSocketLink::Keep> WebSocketLink::decide(Incoming& incoming) {
+  for (;;) {
+    const Keep answer = keep_(incoming);
+    if (answer != Keep::Later) co_return answer;
+    if (channel_->closing()) co_return Keep::No;
+    asio::steady_timer pause(socket_->stream.get_executor(), kLater);
+    co_await pause.async_wait(kAsTuple);
+    channel_->count_as_heard(Clock::now());
+  }
+}
+
+asio::awaitable<void> WebSocketLink::closing_done() {
+  while (channel_->close_request() && !channel_->is_cut())
+    co_await channel_->wait_for_change();
 }
 
 void WebSocketLink::carry_out() {
@@ -81,14 +175,15 @@ void WebSocketLink::carry_out() {
   if (!channel_->has_work() || writing_) return;
   writing_ = true;
   asio::co_spawn(
-      stream_.get_executor(), [self = shared_from_this()] { return self->write_all(); }, asio::detached);
+      socket_->stream.get_executor(), [self = shared_from_this()] { return self->write_all(); },
+      asio::detached);
 }
 
 void WebSocketLink::close_socket() {
   if (socket_closed_) return;
   socket_closed_ = true;
   deadline_.cancel();
-  beast::get_lowest_layer(stream_).close();
+  socket_->tls().close();
 }
 
 void WebSocketLink::start_deadline(std::chrono::milliseconds deadline) {
@@ -104,7 +199,7 @@ void WebSocketLink::start_deadline(std::chrono::milliseconds deadline) {
 void WebSocketLink::send_ping() {
   if (pinging_) return;
   pinging_ = true;
-  stream_.async_ping({}, [self = shared_from_this()](beast::error_code) {
+  socket_->stream.async_ping({}, [self = shared_from_this()](beast::error_code) {
     self->pinging_ = false;
     self->channel_->ping_sent();
   });
@@ -119,25 +214,55 @@ asio::awaitable<void> WebSocketLink::write_all() {
     good = co_await write_piece(*piece);
   }
   if (good && channel_->close_request() && !channel_->is_cut()) {
-    const auto& request = *channel_->close_request();
-    const websocket::close_reason reason(static_cast<websocket::close_code>(request.code), request.reason);
-    co_await stream_.async_close(reason, kAsTuple);
+    co_await close_politely(*channel_->close_request());
     channel_->cut(channel_->end_reason());
   }
   writing_ = false;
   channel_->finished_work();
 }
 
+// Sends the close frame and waits until the peer closes the connection. Beast's own close operation cannot be
+// used: it waits until the reading ends, and a reading that finds the peer's close frame among bytes that
+// have arrived already waits until the close operation ends.
+asio::awaitable<void> WebSocketLink::close_politely(const Channel::CloseRequest& request) {
+  TlsStream& tls = socket_->tls();
+  while (reading_ && !channel_->is_cut()) {
+    tls.socket().cancel();
+    co_await asio::post(tls.get_executor(), asio::use_awaitable);
+  }
+  if (channel_->is_cut()) co_return;
+  const Bytes frame = close_frame(request.code, request.reason);
+  const auto [error, count] = co_await asio::async_write(tls, asio::buffer(frame), kAsTuple);
+  if (error || channel_->is_cut()) co_return;
+  co_await drain();
+}
+
+// Ends the sending, and reads until the peer has closed the connection or the time limit is over. A socket
+// that is closed while it has unread bytes makes the system discard the close frame at the peer.
+asio::awaitable<void> WebSocketLink::drain() {
+  TlsStream& tls = socket_->tls();
+  start_deadline(kDrainLimit);
+  tls.finish();
+  std::array<char, 512> unread{};
+  beast::error_code error;
+  std::size_t count = 0;
+  while (!error && !channel_->is_cut())
+    std::tie(error, count) = co_await tls.socket().async_read_some(asio::buffer(unread), kAsTuple);
+}
+
 asio::awaitable<bool> WebSocketLink::write_piece(const Channel::Piece& piece) {
+  auto& stream = socket_->stream;
   const bool whole = piece.first && piece.last;
   const bool part = channel_->divides_into_parts() && !whole;
-  if (piece.first || part) stream_.text(piece.text && !part);
-  const auto header = part_header(piece.first, piece.last, piece.bulk, piece.text);
-  const std::array<asio::const_buffer, 2> buffers = {
+  if (piece.first || part) stream.text(piece.text && !part);
+  const auto header = part_header(piece.first, piece.last, piece.text, static_cast<std::uint8_t>(piece.lane));
+  const auto bytes = piece.bytes();
+  const std::array<asio::const_buffer, 3> buffers = {
       asio::buffer(header.data(), part ? header.size() : 0),
-      asio::buffer(piece.bytes().data(), piece.size),
+      asio::buffer(bytes[0].data(), bytes[0].size()),
+      asio::buffer(bytes[1].data(), bytes[1].size()),
   };
-  const auto [error, written] = co_await stream_.async_write_some(piece.last || part, buffers, kAsTuple);
+  const auto [error, written] = co_await stream.async_write_some(piece.last || part, buffers, kAsTuple);
   if (error) channel_->cut("writing failed: " + error.message());
   if (channel_->is_cut()) co_return false;
   channel_->written(piece);

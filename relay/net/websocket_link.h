@@ -5,32 +5,43 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
-#include <boost/beast/ssl.hpp>
-#include <boost/beast/websocket.hpp>
-#include <boost/beast/websocket/ssl.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
 
 #include "relay/net/channel.h"
 #include "relay/net/incoming.h"
 
 namespace vlk::relay {
 
-using TlsStream = boost::beast::ssl_stream<boost::beast::tcp_stream>;
+class TlsStream;
 
 // Used on the relay's one thread. Owned by shared pointers; each running coroutine of the link holds one of
-// them.
+// them. This header does not include Boost.Beast's WebSockets, which take a minute to compile.
 class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
  public:
-  using Stream = boost::beast::websocket::stream<TlsStream>;
-
-  // `stream` has completed its upgrade. The channel's queue counts as full when it has more than
-  // `queue_bytes` bytes; its messages are written in pieces, as `division` says.
-  [[nodiscard]] static std::shared_ptr<WebSocketLink> create(Stream stream, std::size_t queue_bytes,
-                                                             Channel::Division division);
+  struct Settings {
+    std::string protocol;                   // the answer's Sec-WebSocket-Protocol
+    std::size_t queue_bytes = 0;            // the channel's queue counts as full when it has more
+    Channel::Division division;             // how messages are divided for writing
+    std::chrono::milliseconds handshake{};  // time limit of the upgrade
+  };
+  // Completes the upgrade that `request` asks for. Returns null, and puts the reason into `problem`, if that
+  // fails.
+  [[nodiscard]] static boost::asio::awaitable<std::shared_ptr<WebSocketLink>> accept(
+      TlsStream stream, boost::beast::http::request<boost::beast::http::string_body> request,
+      Settings settings, std::string& problem);
+  // The connection that the link works on. websocket_link.cpp defines it; the fuzz targets define one without
+  // a network in its place.
+  struct Socket;
+  WebSocketLink(std::unique_ptr<Socket> socket, const Settings& settings);
+  ~WebSocketLink();
+  WebSocketLink(const WebSocketLink&) = delete;
+  WebSocketLink& operator=(const WebSocketLink&) = delete;
 
   [[nodiscard]] const std::shared_ptr<Channel>& channel() const { return channel_; }
 
@@ -38,23 +49,34 @@ class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
   // says why.
   [[nodiscard]] boost::asio::awaitable<std::optional<Incoming>> read();
   // Sets the size of the largest message in bytes; a larger one ends the connection. 0 means no limit.
-  void set_read_limit(std::size_t bytes) { stream_.read_message_max(bytes); }
-  // Sets a function that decides whether a message is kept. It is called with each run of bytes of a message
-  // that arrives, until it returns false. The rest of the message is then read and dropped.
-  void on_arrival(std::function<bool(Incoming&)> keep) { keep_ = std::move(keep); }
+  void set_read_limit(std::size_t bytes);
+  // What becomes of a message that arrives.
+  enum class Keep {
+    Yes,   // it is kept
+    No,    // the rest of it is read and dropped
+    Later  // nothing is read for a moment, and the question is asked again
+  };
+  // Sets a function that decides about a message. It is called with each run of bytes of the message that
+  // arrives, until it returns No.
+  void on_arrival(std::function<Keep(Incoming&)> keep) { keep_ = std::move(keep); }
 
  private:
-  WebSocketLink(Stream stream, std::size_t queue_bytes, Channel::Division division);
   void carry_out();
   void close_socket();
   void start_deadline(std::chrono::milliseconds deadline);
   void send_ping();
+  [[nodiscard]] boost::asio::awaitable<Keep> decide(Incoming& incoming);
+  // Returns when the relay's own close of the connection, if it is under way, has ended.
+  boost::asio::awaitable<void> closing_done();
+  boost::asio::awaitable<void> close_politely(const Channel::CloseRequest& request);
+  boost::asio::awaitable<void> drain();
   boost::asio::awaitable<void> write_all();
   boost::asio::awaitable<bool> write_piece(const Channel::Piece& piece);
 
-  Stream stream_;
-  std::function<bool(Incoming&)> keep_;
+  const std::unique_ptr<Socket> socket_;
+  std::function<Keep(Incoming&)> keep_;
   const std::shared_ptr<Channel> channel_;
+  bool reading_ = false;
   bool writing_ = false;
   bool pinging_ = false;
   bool socket_closed_ = false;

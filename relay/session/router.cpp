@@ -1,9 +1,13 @@
 // Decides about each message: whether it is forwarded, handled by the relay, dropped or refused.
 #include "relay/session/router.h"
 
+#include <span>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 #include "relay/wire/clip_note.h"
+#include "relay/wire/console_messages.h"
 
 namespace vlk::relay {
 namespace {
@@ -19,6 +23,17 @@ Route refuse(const EnvelopeHeader& header, std::string sentence, std::string age
           .header = header,
           .reason = std::move(sentence),
           .agent = std::move(agent)};
+}
+
+std::span<const std::uint8_t> payload_of(const Bytes& message) {
+  return std::span(message).subspan(kEnvelopeHeaderSize);
+}
+
+Route no_right(const EnvelopeHeader& header, const std::string& agent, const Bytes& message) {
+  Route refusal = refuse(header, "You do not have the right to do this on this machine.", agent);
+  refusal.code = kNoRightCode;
+  if (is_transfer(header.type)) refusal.transfer = transfer_number(header.type, message);
+  return refusal;
 }
 
 Route forward(const EnvelopeHeader& header, const std::shared_ptr<Channel>& to) {
@@ -50,9 +65,44 @@ bool complete_frame(H264Stream& video, Bytes& message) {
   return in_order;
 }
 
+bool is_about_stream(Msg type) {
+  switch (type) {
+    case Msg::StreamStart:
+    case Msg::StreamStop:
+    case Msg::KeyframeRequest:
+    case Msg::MonitorSelect:
+    case Msg::CodecSelect:
+    case Msg::CursorVisibility:
+      return true;
+    default:
+      return false;
+  }
+}
+
+PictureKind kind_of(const Bytes& frame) {
+  const std::size_t start = kEnvelopeHeaderSize + kStampSize;
+  if (frame.size() < start) return PictureKind::Complete;
+  switch (needs_of(std::span(frame).subspan(start))) {
+    case PictureNeeds::NoStream:
+      return PictureKind::Complete;
+    case PictureNeeds::Nothing:
+      return PictureKind::Key;
+    case PictureNeeds::Earlier:
+      break;
+  }
+  return PictureKind::Delta;
+}
+
 }  // namespace
 
-Arrival Router::arrival_from_agent(const AgentPeer& peer, const EnvelopeStart& start) {
+// The list of arriving messages for those that were allowed to hold memory.
+Arrivals::Entry Router::enter(const EnvelopeStart& start, const std::shared_ptr<Channel>& channel) {
+  return arriving_.add(static_cast<std::size_t>(start.size), [weak = std::weak_ptr(channel)] {
+    if (const auto peer = weak.lock()) peer->cut("its message was the largest when the memory was used up");
+  });
+}
+
+Arrival Router::arrival_from_agent(const AgentPeer& peer, const EnvelopeStart& start, bool waited) {
   thread_.check();
   const EnvelopeHeader& header = start.header;
   if (start.size <= limits_.control_message) return {};
@@ -61,10 +111,14 @@ Arrival Router::arrival_from_agent(const AgentPeer& peer, const EnvelopeStart& s
   if (!session) return {.kind = Arrival::Kind::Drop, .reason = unwanted(header)};
   const std::shared_ptr<Channel>& browser = session->console->channel;
   if (start.size > limits_.agent_message) return {.kind = Arrival::Kind::TooLarge, .to = browser};
-  if (start.size <= limits_.small_message) return {};
-  MemoryBudget::Claim claim = large_messages_.claim(static_cast<std::size_t>(start.size));
-  if (!claim) return {.kind = Arrival::Kind::TooLarge, .to = browser};
-  return {.claim = std::move(claim)};
+  const auto size = static_cast<std::size_t>(start.size);
+  const bool small = size <= limits_.small_message;
+  MemoryBudget::Claim claim =
+      in_flight_.claim(size, small ? limits_.bytes_in_flight : limits_.large_messages);
+  if (claim) return {.claim = std::move(claim), .entry = enter(start, peer.channel)};
+  // A message that was cut gives its memory back a moment later.
+  const bool later = small && (!waited || arriving_.cut_larger_than(size));
+  return {.kind = later ? Arrival::Kind::Later : Arrival::Kind::TooLarge, .to = browser};
 }
 
 bool Router::still_wanted(const AgentPeer& peer, const EnvelopeStart& start) const {
@@ -73,7 +127,7 @@ bool Router::still_wanted(const AgentPeer& peer, const EnvelopeStart& start) con
 
 const Session* Router::session_of(const AgentPeer& peer, std::uint32_t number) const {
   const Session* session = sessions_.find(number);
-  return session && session->agent.get() == &peer && session->accepted() ? session : nullptr;
+  return session && session->agent.get() == &peer && session->running() ? session : nullptr;
 }
 
 Route Router::route_from_agent(AgentPeer& peer, Bytes& message) {
@@ -97,14 +151,35 @@ Route Router::for_relay(const EnvelopeHeader& header, const Bytes& message) cons
 Route Router::to_browser(AgentPeer& peer, const EnvelopeHeader& header, Bytes& message) {
   const Session* session = session_of(peer, header.session);
   if (!session) return swallow(header, unwanted(header));
-  Route route = forward(header, session->console->channel);
-  if (header.type == Msg::StreamConfig) peer.video = {};
-  if (header.type == Msg::StreamFrame) route.key_frame_needed = !complete_frame(peer.video, message);
-  if (header.type == Msg::ClipboardData) note_clipboard(*session, "clipboard-down", message);
+  const bool picture = header.type == Msg::StreamConfig || header.type == Msg::StreamFrame;
+  if (picture && !peer.stream.is_current(header.session)) return swallow(header);
+  const bool allowed = allows_to_browser(session->rights, header.type, payload_of(message));
+  // Each end of a transfer is recorded, also of one that the representative has no right to any more.
+  if (!allowed && !is_transfer(header.type)) return swallow(header);
+  if (session->away && !picture) return swallow(header);
+  Route route = forward(header, session->away ? nullptr : session->console->channel);
+  if (header.type == Msg::StreamConfig) {
+    peer.stream.video = {};
+    route.picture = PictureKind::Settings;
+  }
+  if (header.type == Msg::StreamFrame) {
+    route.key_frame_needed = !complete_frame(peer.stream.video, message);
+    route.picture = kind_of(message);
+  }
+  if (header.type == Msg::ClipboardData) note_clipboard(*session, "down", message);
   if (!is_transfer(header.type)) return route;
   const Transfers::Delivery delivery = transfers_.from_agent(header.session, header.type, message);
   if (delivery.note) audit_.note(*session, *delivery.note);
-  return delivery.wanted ? route : swallow(header);
+  return allowed && delivery.wanted ? route : swallow(header);
+}
+
+Arrival Router::arrival_from_browser(const ConsolePeer& peer, const EnvelopeStart& start, bool waited) {
+  thread_.check();
+  const auto size = static_cast<std::size_t>(start.size);
+  MemoryBudget::Claim claim = in_flight_.claim(size);
+  if (claim) return {.claim = std::move(claim), .entry = enter(start, peer.channel)};
+  if (waited) arriving_.cut_larger_than(size);
+  return {.kind = Arrival::Kind::Later};
 }
 
 Route Router::route_from_browser(const ConsolePeer& peer, Bytes& message) {
@@ -117,13 +192,58 @@ Route Router::route_from_browser(const ConsolePeer& peer, Bytes& message) {
   const MessageRule* rule = find_rule(header->type);
   if (!rule || !rule->to_agent() || rule->scope != Scope::Session)
     return refuse(*header, "A message of that type may not be sent to the machine.", session->agent->id);
+  if (!allows_to_machine(session->rights, header->type, payload_of(message)))
+    return no_right(*header, session->agent->id, message);
   return to_machine(*session, *header, message);
 }
 
-Route Router::to_machine(const Session& session, const EnvelopeHeader& header, Bytes& message) {
+Route Router::to_stream(const Session& session, const EnvelopeHeader& header, Bytes& message) {
+  SharedStream& stream = session.agent->stream;
+  const std::uint32_t steering = session.agent->steering;
+  const bool chooses = steering == session.number || stream.leader() == 0;
   Route route = forward(header, session.agent->channel);
-  if (header.type == Msg::ClipboardData) note_clipboard(session, "clipboard-up", message);
-  if (header.type == Msg::Reboot) audit_.note(session, {"restart", std::to_string(session.number)});
+  if (header.type == Msg::KeyframeRequest)
+    return stream.need_key_frame(Clock::now()) ? route : swallow(header);
+  if (header.type == Msg::StreamStop) {
+    route.then = stream.stopped(session.number, steering);
+    if (stream.leader() == 0) session.agent->recent.clear();
+    return route;
+  }
+  if (!chooses) {
+    return header.type == Msg::StreamStart ? Route{.kind = Route::Kind::ForRelay, .header = header}
+                                           : swallow(header);
+  }
+  const nlohmann::json payload = agent_json(message);
+  if (header.type == Msg::StreamStart) {
+    StreamChoices choices = stream_choices(payload);
+    AgentPeer& agent = *session.agent;
+    if (const auto rates = agent.quality.start(Clock::now(), agent.heartbeats.round_trip())) {
+      choices.max_fps = rates->fps;
+      choices.bitrate = rates->bitrate;
+      message = *json_envelope(Msg::StreamStart, session.number, start_json(choices));
+    }
+    stream.started(session.number, choices);
+  } else {
+    stream.chosen(header.type, payload);
+  }
+  route.stream_changed = true;
+  return route;
+}
+
+Route Router::to_machine(const Session& session, const EnvelopeHeader& header, Bytes& message) {
+  if (is_about_stream(header.type)) return to_stream(session, header, message);
+  Route route = forward(header, session.agent->channel);
+  if (header.type == Msg::InputEvent) {
+    const bool stale = session.agent->channel->line_stall(Clock::now()) >= limits_.stale_input;
+    if (stale && !pressed_.keep_releases(session.number, message)) return swallow(header);
+    const bool acts = pressed_.note(session.number, payload_of(message));
+    session.agent->quality.input(Clock::now(), acts);
+  }
+  if (header.type == Msg::ClipboardData) note_clipboard(session, "up", message);
+  if (header.type == Msg::Reboot) audit_.note(session, trail_entry<TrailKind::ControlRestart>({}));
+  if (header.type == Msg::SecureAttention)
+    audit_.note(session, trail_entry<TrailKind::ControlSecureAttention>({}));
+  if (header.type == Msg::DirListRequest) folders_.note(audit_, session, message, Clock::now());
   if (!is_transfer(header.type)) return route;
   const TransferRuling ruling = transfers_.from_browser(session.number, header.type, message);
   if (ruling.note) audit_.note(session, *ruling.note);
@@ -138,13 +258,14 @@ Route Router::to_machine(const Session& session, const EnvelopeHeader& header, B
     case TransferRuling::Kind::Pass:
       break;
   }
+  route.index = ruling.index;
   // This message ends an upload: a browser's end message for a download is swallowed above.
-  if (header.type == Msg::FileTransferEnd) transfers_.owe(session.agent->id, {ruling.transfer}, Clock::now());
+  if (header.type == Msg::FileTransferEnd) route.ended_upload = ruling.transfer;
   return route;
 }
 
-void Router::note_clipboard(const Session& session, const char* event, const Bytes& message) {
-  if (auto files = clip_note(message)) audit_.note(session, {event, std::move(*files)});
+void Router::note_clipboard(const Session& session, const char* direction, const Bytes& message) {
+  if (const auto clip = clip_note(message)) clips_.note(session, direction, *clip, Clock::now());
 }
 
 }  // namespace vlk::relay

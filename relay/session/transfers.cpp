@@ -2,25 +2,21 @@
 #include "relay/session/transfers.h"
 
 #include <algorithm>
+#include <iterator>
 #include <span>
 #include <utility>
 
 #include <nlohmann/json.hpp>
 
 #include "relay/base/text.h"
+#include "relay/session/files/pieces.h"
 
 namespace vlk::relay {
 namespace {
 
-constexpr std::size_t kChunkHeader = 8;  // bytes: the transfer's number and the chunk's index, u32 each
-
 std::optional<std::uint32_t> transfer_of_chunk(const Bytes& message) {
   if (message.size() < kEnvelopeHeaderSize + kChunkHeader) return std::nullopt;
   return ByteReader(std::span(message).subspan(kEnvelopeHeaderSize)).u32();
-}
-
-std::uint64_t chunk_bytes(const Bytes& message) {
-  return message.size() - kEnvelopeHeaderSize - kChunkHeader;
 }
 
 nlohmann::json payload_of(const Bytes& message) {
@@ -54,11 +50,11 @@ TransferRuling refuse(std::string sentence, std::uint32_t transfer = 0) {
   return {TransferRuling::Kind::Refuse, std::move(sentence), transfer};
 }
 
-AuditNote end_note(const char* event, std::uint32_t transfer, std::uint64_t bytes, const char* how) {
-  return {event, std::to_string(transfer) + " " + how + " " + std::to_string(bytes)};
-}
-
 }  // namespace
+
+std::uint64_t chunk_bytes(const Bytes& message) {
+  return message.size() - kEnvelopeHeaderSize - kChunkHeader;
+}
 
 bool is_transfer(Msg type) {
   return type == Msg::DownloadRequest || type == Msg::UploadBegin || type == Msg::FileChunk ||
@@ -67,6 +63,10 @@ bool is_transfer(Msg type) {
 
 std::shared_ptr<const Bytes> upload_end(std::uint32_t session, std::uint32_t transfer) {
   return json_envelope(Msg::FileTransferEnd, session, "{\"transfer_id\":" + std::to_string(transfer) + "}");
+}
+
+std::optional<std::uint32_t> transfer_number(Msg type, const Bytes& message) {
+  return type == Msg::FileChunk ? transfer_of_chunk(message) : transfer_of_json(payload_of(message));
 }
 
 std::uint32_t Transfers::give(std::uint32_t session) {
@@ -87,6 +87,12 @@ TransferRuling Transfers::from_browser(std::uint32_t session, Msg type, Bytes& m
   return begin(session, found->second, type, message);
 }
 
+TrailEntry Transfers::end_note(std::uint32_t number, const Transfer& transfer, const char* how) {
+  const char* direction = transfer.state == Transfer::State::Upload ? "up" : "down";
+  return trail_entry<TrailKind::FileEnded>({}, number, direction, transfer.path, transfer.size,
+                                           transfer.bytes, how);
+}
+
 TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message) {
   const nlohmann::json fields = payload_of(message);
   const auto number = transfer_of_json(fields);
@@ -101,17 +107,21 @@ TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg typ
   // The number comes first, because the agent's JSON reader uses the first text that looks like the key.
   nlohmann::ordered_json rewritten = {{"transfer_id", *number}, {"path", path}};
   const bool upload = type == Msg::UploadBegin;
+  std::optional<std::uint64_t> bytes;
   if (upload) {
     const auto size = fields.find("size");
-    rewritten["size"] = size != fields.end() && size->is_number_unsigned() ? size->get<std::uint64_t>() : 0;
+    bytes = size != fields.end() && size->is_number_unsigned() ? size->get<std::uint64_t>() : 0;
+    rewritten["size"] = *bytes;
   }
   message = *json_envelope(type, session,
                            rewritten.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
-  found->second.state = upload ? Transfer::State::Upload : Transfer::State::Download;
+  Transfer& transfer = found->second;
+  transfer = {upload ? Transfer::State::Upload : Transfer::State::Download, 0, 0, shortened(path), bytes};
   return {TransferRuling::Kind::Pass,
           {},
           *number,
-          AuditNote{upload ? "upload" : "download", std::to_string(*number) + " " + shortened(path)}};
+          0,
+          trail_entry<TrailKind::FileStarted>({}, *number, upload ? "up" : "down", transfer.path, bytes)};
 }
 
 TransferRuling Transfers::chunk(Numbers& numbers, const Bytes& message) {
@@ -119,8 +129,11 @@ TransferRuling Transfers::chunk(Numbers& numbers, const Bytes& message) {
   const auto found = number ? numbers.find(*number) : numbers.end();
   if (found == numbers.end() || found->second.state != Transfer::State::Upload)
     return refuse("The upload is not open.", number.value_or(0));
-  found->second.bytes += chunk_bytes(message);
-  return {TransferRuling::Kind::Pass, {}, *number};
+  Transfer& upload = found->second;
+  const std::uint32_t index = upload.chunks;
+  upload.bytes += chunk_bytes(message);
+  upload.chunks += pieces_of(chunk_bytes(message));
+  return {TransferRuling::Kind::Pass, {}, *number, index};
 }
 
 TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& message) {
@@ -130,10 +143,10 @@ TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& me
   Transfer& transfer = found->second;
   switch (transfer.state) {
     case Transfer::State::Upload: {
-      const auto note = end_note("upload-end", *number, transfer.bytes, "ended");
+      const auto note = end_note(*number, transfer, "ended");
       numbers.erase(found);
       message = *upload_end(session, *number);
-      return {TransferRuling::Kind::Pass, {}, *number, note};
+      return {TransferRuling::Kind::Pass, {}, *number, 0, note};
     }
     case Transfer::State::Download:
       // The agent has no message that stops a download, so its further chunks are dropped here.
@@ -168,8 +181,7 @@ Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const
   }
   const auto ok = fields.find("ok");
   const bool good = ok != fields.end() && ok->is_boolean() && ok->get<bool>();
-  const auto note =
-      end_note("download-end", *number, transfer.bytes, unwanted ? "cancelled" : (good ? "ended" : "failed"));
+  const auto note = end_note(*number, transfer, unwanted ? "cancelled" : (good ? "ended" : "failed"));
   numbers.erase(found);
   return {true, note};
 }
@@ -187,6 +199,23 @@ bool Transfers::ahead_of_browser(std::uint32_t session) const {
   return found->second.sent - *found->second.confirmed > kDownloadWindow;
 }
 
+void Transfers::take_back(std::uint32_t session, std::uint32_t upload, std::uint64_t bytes) {
+  const auto numbers = sessions_.find(session);
+  if (numbers == sessions_.end()) return;
+  const auto found = numbers->second.find(upload);
+  if (found != numbers->second.end()) found->second.bytes -= std::min(bytes, found->second.bytes);
+}
+
+std::vector<std::uint32_t> Transfers::open_uploads(std::uint32_t session) const {
+  std::vector<std::uint32_t> uploads;
+  const auto numbers = sessions_.find(session);
+  if (numbers == sessions_.end()) return uploads;
+  for (const auto& [number, transfer] : numbers->second) {
+    if (transfer.state == Transfer::State::Upload) uploads.push_back(number);
+  }
+  return uploads;
+}
+
 Transfers::Leftovers Transfers::end_session(std::uint32_t session) {
   thread_.check();
   downloaded_.erase(session);
@@ -197,10 +226,31 @@ Transfers::Leftovers Transfers::end_session(std::uint32_t session) {
     if (transfer.state == Transfer::State::Given) continue;
     const bool upload = transfer.state == Transfer::State::Upload;
     if (upload) result.uploads.push_back(number);
-    result.notes.push_back(
-        end_note(upload ? "upload-end" : "download-end", number, transfer.bytes, "unfinished"));
+    result.notes.push_back(end_note(number, transfer, "unfinished"));
   }
   sessions_.erase(found);
+  return result;
+}
+
+Transfers::Cut Transfers::cut(std::uint32_t session, bool uploads, bool downloads) {
+  thread_.check();
+  Cut result;
+  const auto found = sessions_.find(session);
+  if (found == sessions_.end()) return result;
+  Numbers& numbers = found->second;
+  for (auto entry = numbers.begin(); entry != numbers.end();) {
+    auto& [number, transfer] = *entry;
+    if (downloads && transfer.state == Transfer::State::Download) {
+      transfer.state = Transfer::State::Unwanted;
+      result.downloads.push_back(number);
+    }
+    const bool ends = uploads && transfer.state == Transfer::State::Upload;
+    if (ends) {
+      result.uploads.push_back(number);
+      result.notes.push_back(end_note(number, transfer, "unfinished"));
+    }
+    entry = ends ? numbers.erase(entry) : std::next(entry);
+  }
   return result;
 }
 

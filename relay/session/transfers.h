@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "relay/base/clock.h"
-#include "relay/base/thread_checker.h"
-#include "relay/storage/audit_record.h"
+#include "relay/base/threads/thread_checker.h"
+#include "relay/storage/trail/entry.h"
 #include "relay/wire/envelope.h"
 
 namespace vlk::relay {
@@ -29,9 +29,10 @@ struct TransferRuling {
     Refuse,   // the message is dropped, and the browser receives the error `refusal`
   };
   Kind kind = Kind::Pass;
-  std::string refusal;              // a sentence
-  std::uint32_t transfer = 0;       // the transfer's number, or 0 if the message has none
-  std::optional<AuditNote> note{};  // a "download", "upload" or "upload-end" for the audit trail
+  std::string refusal;               // a sentence
+  std::uint32_t transfer = 0;        // the transfer's number, or 0 if the message has none
+  std::uint32_t index = 0;           // of a chunk that passes, as send_to_machine counts chunks
+  std::optional<TrailEntry> note{};  // a row for the audit trail
 };
 
 // Used on the relay's one thread.
@@ -50,8 +51,8 @@ class Transfers {
   [[nodiscard]] TransferRuling from_browser(std::uint32_t session, Msg type, Bytes& message);
   // The decision about a machine's message.
   struct Delivery {
-    bool wanted = true;               // false if the message is not sent to the browser
-    std::optional<AuditNote> note{};  // a "download-end" for the audit trail
+    bool wanted = true;                // false if the message is not sent to the browser
+    std::optional<TrailEntry> note{};  // a row for the audit trail
   };
   [[nodiscard]] Delivery from_agent(std::uint32_t session, Msg type, const Bytes& message);
 
@@ -61,13 +62,27 @@ class Transfers {
   // before the session's first confirmation.
   [[nodiscard]] bool ahead_of_browser(std::uint32_t session) const;
 
+  // Records that so many bytes of an open upload were taken from the queue to the machine again.
+  void take_back(std::uint32_t session, std::uint32_t upload, std::uint64_t bytes);
+  // The session's uploads that have begun and not ended.
+  [[nodiscard]] std::vector<std::uint32_t> open_uploads(std::uint32_t session) const;
+
   struct Leftovers {
     std::vector<std::uint32_t> uploads;  // uploads whose files the machine still has open
-    std::vector<AuditNote> notes;
+    std::vector<TrailEntry> notes;
   };
   // Removes the transfers of a session that ended. The caller sends the machine an end message for each of
   // the returned uploads.
   [[nodiscard]] Leftovers end_session(std::uint32_t session);
+
+  struct Cut {
+    std::vector<std::uint32_t> uploads;  // the caller sends the machine an end message for each
+    std::vector<std::uint32_t> downloads;
+    std::vector<TrailEntry> notes;
+  };
+  // Ends the session's open uploads or downloads, or both. The machine may go on to send a download, which is
+  // dropped.
+  [[nodiscard]] Cut cut(std::uint32_t session, bool uploads, bool downloads);
 
   // Remembers that the machine must receive the end messages of these uploads. The caller sends them at `now`
   // or, if the machine is not connected, after its next log-in. A message can be lost when a connection ends,
@@ -92,6 +107,9 @@ class Transfers {
     enum class State { Given, Download, Unwanted, Upload };
     State state = State::Given;
     std::uint64_t bytes = 0;
+    std::uint32_t chunks = 0;             // of an upload, to the machine
+    std::string path{};                   // shortened
+    std::optional<std::uint64_t> size{};  // of an upload, as the browser stated it
   };
   struct Owed {
     std::uint32_t upload = 0;
@@ -104,6 +122,7 @@ class Transfers {
     std::optional<std::uint64_t> confirmed{};
   };
 
+  static TrailEntry end_note(std::uint32_t number, const Transfer& transfer, const char* how);
   static TransferRuling begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message);
   static TransferRuling chunk(Numbers& numbers, const Bytes& message);
   static TransferRuling end(std::uint32_t session, Numbers& numbers, Bytes& message);
@@ -115,8 +134,17 @@ class Transfers {
   std::uint32_t last_;
 };
 
+inline constexpr std::size_t kChunkHeader =
+    8;  // bytes: the transfer's number and the chunk's index, u32 each
+
+// The bytes of the file in a chunk that has a whole header.
+[[nodiscard]] std::uint64_t chunk_bytes(const Bytes& message);
+
 // True for the types of messages that belong to a transfer.
 [[nodiscard]] bool is_transfer(Msg type);
+
+// The transfer's number in a message that belongs to a transfer; nothing if the message has none.
+[[nodiscard]] std::optional<std::uint32_t> transfer_number(Msg type, const Bytes& message);
 
 // The end message of an upload, for the machine.
 [[nodiscard]] std::shared_ptr<const Bytes> upload_end(std::uint32_t session, std::uint32_t transfer);

@@ -12,14 +12,21 @@
 namespace vlk::relay {
 namespace {
 
-constexpr int kBusyTimeoutMs = 2000;
+constexpr int kBusyTimeoutMs = 5000;
 
 // Creates the file with mode 0600; left to SQLite, the mode would depend on the process's umask. SQLite gives
 // the file of its write-ahead log the same mode.
+//
+// A file that exists is not opened: to close any descriptor of it releases the locks that SQLite holds on it
+// for the other connections of this process. The next process that used the file would then take itself for
+// the last one and delete the write-ahead log, and with it what is committed afterwards.
 void create_private_file(const std::string& file) {
-  const int descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (descriptor < 0) throw DatabaseError("Cannot open " + file + ": " + std::strerror(errno));
-  ::close(descriptor);
+  const int descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (descriptor >= 0) {
+    ::close(descriptor);
+  } else if (errno != EEXIST) {
+    throw DatabaseError("Cannot open " + file + ": " + std::strerror(errno));
+  }
 }
 
 }  // namespace
@@ -38,10 +45,36 @@ Database::Database(const std::string& file) {
   execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;");
 }
 
+Database Database::read_only(const std::string& file) {
+  Database database;
+  sqlite3* handle = nullptr;
+  const int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+  database.handle_.reset(handle);
+  if (result != SQLITE_OK) throw DatabaseError("Cannot open " + file + ": " + sqlite3_errstr(result));
+  sqlite3_busy_timeout(handle, kBusyTimeoutMs);
+  return database;
+}
+
 void Database::execute(const char* sql) {
   if (sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
     throw DatabaseError(std::string("The database failed: ") + sqlite3_errmsg(handle_.get()));
   }
+}
+
+std::int64_t Database::changes() const {
+  return sqlite3_changes64(handle_.get());
+}
+
+std::int64_t Database::last_id() const {
+  return sqlite3_last_insert_rowid(handle_.get());
+}
+
+std::string Database::file() const {
+  return sqlite3_db_filename(handle_.get(), "main");
+}
+
+bool Database::in_transaction() const {
+  return sqlite3_get_autocommit(handle_.get()) == 0;
 }
 
 void Statement::Finalize::operator()(sqlite3_stmt* statement) const {
@@ -72,6 +105,20 @@ Statement& Statement::bind(const Bytes& bytes) {
   return *this;
 }
 
+Statement& Statement::bind_null() {
+  check(sqlite3_bind_null(statement_.get(), next_++));
+  return *this;
+}
+
+Statement& Statement::bind(const std::optional<std::int64_t>& number) {
+  return number ? bind(*number) : bind_null();
+}
+
+void Statement::reset() {
+  sqlite3_reset(statement_.get());
+  next_ = 1;
+}
+
 bool Statement::step() {
   const int result = sqlite3_step(statement_.get());
   if (result == SQLITE_ROW) return true;
@@ -82,6 +129,10 @@ bool Statement::step() {
 void Statement::run() {
   while (step()) {
   }
+}
+
+bool Statement::is_null(int column) const {
+  return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
 }
 
 std::string Statement::text(int column) const {
@@ -98,6 +149,11 @@ Bytes Statement::bytes(int column) const {
   const auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_.get(), column));
   const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
   return data ? Bytes(data, data + size) : Bytes();
+}
+
+std::optional<std::int64_t> Statement::optional_number(int column) const {
+  if (is_null(column)) return std::nullopt;
+  return number(column);
 }
 
 void Statement::check(int result) const {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -25,11 +26,25 @@ class Database {
   // synchronisation, so that a committed row survives a crash and a power failure. Throws DatabaseError.
   explicit Database(const std::string& file);
 
+  // Opens an existing file, which this connection cannot change. Throws DatabaseError.
+  [[nodiscard]] static Database read_only(const std::string& file);
+
   // Runs statements that have no bound values and no results. Throws DatabaseError.
   void execute(const char* sql);
 
+  // The number of rows that the last INSERT, UPDATE or DELETE changed.
+  [[nodiscard]] std::int64_t changes() const;
+  // The number that the last INSERT gave to its row.
+  [[nodiscard]] std::int64_t last_id() const;
+  // The path of the database's file.
+  [[nodiscard]] std::string file() const;
+  // True between BEGIN and COMMIT. SQLite ends a transaction itself after some errors, for instance when the
+  // disk is full.
+  [[nodiscard]] bool in_transaction() const;
+
  private:
   friend class Statement;
+  Database() = default;
   struct Close {
     void operator()(sqlite3* handle) const;
   };
@@ -45,12 +60,23 @@ class Statement {
   Statement& bind(std::string_view text);
   Statement& bind(std::int64_t number);
   Statement& bind(const Bytes& bytes);
+  Statement& bind_null();
+  // Binds the number, or NULL if there is none.
+  Statement& bind(const std::optional<std::int64_t>& number);
+  Statement& bind(int number) { return bind(std::int64_t{number}); }
+  Statement& bind(bool flag) { return bind(std::int64_t{flag}); }
+  Statement& bind(const char* text) { return bind(std::string_view(text)); }
+  Statement& bind(const std::string& text) { return bind(std::string_view(text)); }
+  // Makes the statement ready for new values.
+  void reset();
 
   bool step();  // executes the statement up to its next row; false if there is none
   void run();   // executes the statement to its end
+  [[nodiscard]] bool is_null(int column) const;
   [[nodiscard]] std::string text(int column) const;
   [[nodiscard]] std::int64_t number(int column) const;
   [[nodiscard]] Bytes bytes(int column) const;
+  [[nodiscard]] std::optional<std::int64_t> optional_number(int column) const;
 
  private:
   void check(int result) const;

@@ -1,182 +1,101 @@
-// The tables of the relay's database and the statements on them.
+// Opens the database, and carries out the changes of the command line.
 #include "relay/storage/store.h"
+
+#include <array>
+
+#include "relay/base/clock.h"
+#include "relay/storage/machine_store.h"
+#include "relay/storage/people/access_store.h"
+#include "relay/storage/people/people_store.h"
+#include "relay/storage/schema.h"
+#include "relay/storage/trail/chain.h"
 
 namespace vlk::relay {
 namespace {
 
-constexpr std::int64_t kSchemaVersion = 1;
+// The setting that is stored at the first start.
+constexpr char kStarted[] = "started";
 
-// Each enrolment creates a row, even if its hw_id is known. An hw_id is not a secret: if it selected the
-// row, anybody who knows another machine's hw_id could take over that machine's row, which representatives
-// trust. After a reinstallation the old row remains; it can be deleted in the console.
-constexpr char kSchema[] = R"sql(
-CREATE TABLE agents(
-  id TEXT PRIMARY KEY, secret_hash BLOB NOT NULL, name TEXT NOT NULL, machine TEXT NOT NULL, os TEXT NOT NULL,
-  hw_id TEXT NOT NULL, enrolled_at INTEGER NOT NULL, enrolled_from TEXT NOT NULL, last_seen INTEGER NOT NULL);
-CREATE TABLE users(name TEXT PRIMARY KEY, password TEXT NOT NULL, created_at INTEGER NOT NULL);
-CREATE TABLE logins(
-  token_hash BLOB PRIMARY KEY, user TEXT NOT NULL REFERENCES users(name) ON DELETE CASCADE,
-  expires_at INTEGER NOT NULL);
-CREATE INDEX logins_by_user ON logins(user);
-CREATE TABLE audit(
-  id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL, event TEXT NOT NULL, representative TEXT NOT NULL,
-  agent TEXT NOT NULL, address TEXT NOT NULL, detail TEXT NOT NULL);
-PRAGMA user_version = 1;
-)sql";
+const TrailSubject kCommandLine{.actor = kTrailCommandLine};
 
 }  // namespace
 
 Store::Store(const std::string& file) : database_(file) {
-  create_schema();
+  prepare_schema(database_);
 }
 
-void Store::create_schema() {
+bool Store::is_first_start() {
   Transaction transaction(database_);
-  Statement version(database_, "PRAGMA user_version");
-  version.step();
-  const std::int64_t found = version.number(0);
-  version.run();
-  if (found > kSchemaVersion) {
-    throw DatabaseError("The database was written by a newer version of the relay; it is left as it is.");
-  }
-  if (found == 0) database_.execute(kSchema);
+  const bool started = Statement(database_, "SELECT 1 FROM settings WHERE key = ?").bind(kStarted).step();
+  const bool has_people = Statement(database_, "SELECT 1 FROM people LIMIT 1").step();
+  if (!started && has_people) store_setting(database_, {kStarted, "true"});
+  transaction.commit();
+  return !started && !has_people;
+}
+
+void Store::add_first_administrator(const std::string& user, const std::string& hash) {
+  Transaction transaction(database_);
+  if (!insert_user(user, hash, Role::Administrator, true))
+    throw DatabaseError("there is a person with the name of the first administrator already");
+  store_setting(database_, {kStarted, "true"});
   transaction.commit();
 }
 
-std::vector<AgentRecord> Store::agents() {
-  Statement query(database_, "SELECT id, name, machine, os, hw_id, last_seen FROM agents");
-  std::vector<AgentRecord> result;
-  while (query.step()) {
-    result.push_back(
-        {query.text(0), query.text(1), query.text(2), query.text(3), query.text(4), query.number(5)});
-  }
-  return result;
-}
-
-std::optional<Bytes> Store::agent_secret_hash(const std::string& id) {
-  Statement query(database_, "SELECT secret_hash FROM agents WHERE id = ?");
-  if (!query.bind(id).step()) return std::nullopt;
-  return query.bytes(0);
-}
-
-void Store::add_agent(const AgentRecord& agent, const Bytes& secret_hash, const std::string& address) {
+bool Store::add_user(const std::string& user, const std::string& hash, Role role) {
   Transaction transaction(database_);
-  Statement(database_, "INSERT INTO agents VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)")
-      .bind(agent.id)
-      .bind(secret_hash)
-      .bind(agent.name)
-      .bind(agent.machine)
-      .bind(agent.os)
-      .bind(agent.hw_id)
-      .bind(agent.last_seen)
-      .bind(address)
-      .bind(agent.last_seen)
-      .run();
-  transaction.commit();
-}
-
-void Store::rename_agent(const std::string& id, const std::string& name) {
-  Transaction transaction(database_);
-  Statement(database_, "UPDATE agents SET name = ? WHERE id = ?").bind(name).bind(id).run();
-  transaction.commit();
-}
-
-void Store::touch_agents(const std::vector<std::string>& ids, std::int64_t when) {
-  Transaction transaction(database_);
-  for (const std::string& id : ids) {
-    Statement(database_, "UPDATE agents SET last_seen = ? WHERE id = ?").bind(when).bind(id).run();
-  }
-  transaction.commit();
-}
-
-void Store::remove_agent(const std::string& id) {
-  Transaction transaction(database_);
-  Statement(database_, "DELETE FROM agents WHERE id = ?").bind(id).run();
-  transaction.commit();
-}
-
-bool Store::has_users() {
-  return Statement(database_, "SELECT 1 FROM users LIMIT 1").step();
-}
-
-std::optional<std::string> Store::password_hash(const std::string& user) {
-  Statement query(database_, "SELECT password FROM users WHERE name = ?");
-  if (!query.bind(user).step()) return std::nullopt;
-  return query.text(0);
-}
-
-int Store::changes() {
-  Statement query(database_, "SELECT changes()");
-  query.step();
-  return static_cast<int>(query.number(0));
-}
-
-bool Store::add_user(const std::string& user, const std::string& hash) {
-  Transaction transaction(database_);
-  Statement(database_, "INSERT INTO users VALUES(?, ?, ?) ON CONFLICT DO NOTHING")
-      .bind(user)
-      .bind(hash)
-      .bind(wall_seconds())
-      .run();
-  const bool added = changes() > 0;
-  transaction.commit();
-  return added;
-}
-
-bool Store::set_password(const std::string& user, const std::string& hash, const Bytes& keep_login) {
-  Transaction transaction(database_);
-  Statement(database_, "UPDATE users SET password = ? WHERE name = ?").bind(hash).bind(user).run();
-  if (changes() == 0) return false;
-  Statement(database_, "DELETE FROM logins WHERE user = ? AND token_hash <> ?")
-      .bind(user)
-      .bind(keep_login)
-      .run();
+  if (!insert_user(user, hash, role, false)) return false;
   transaction.commit();
   return true;
 }
 
+bool Store::insert_user(const std::string& user, const std::string& hash, Role role, bool one_time) {
+  Person person;
+  person.name = user;
+  person.password = hash;
+  person.role = role;
+  person.must_change = one_time;
+  person.created_at = wall_seconds();
+  if (!add_person(database_, person)) return false;
+  append_trail(database_,
+               std::array{trail_entry<TrailKind::PersonAdded>(kCommandLine, user, role_name(person.role))});
+  return true;
+}
+
+bool Store::set_password(const std::string& user, const std::string& hash) {
+  Transaction transaction(database_);
+  auto person = find_person(database_, user);
+  if (!person) return false;
+  person->password = hash;
+  update_person(database_, *person);
+  remove_logins_of(database_, person->id, {});
+  append_trail(database_, std::array{trail_entry<TrailKind::PasswordReset>(kCommandLine, user)});
+  transaction.commit();
+  return true;
+}
+
+void Store::open_enrolment(std::int64_t minutes, std::optional<std::int64_t> machines) {
+  EnrolmentWindow window;
+  window.group = kFirstGroup;
+  window.opened_by = kTrailCommandLine;
+  window.opened_at = wall_seconds();
+  window.until = window.opened_at + minutes * 60;
+  window.machines_left = machines;
+  Transaction transaction(database_);
+  Statement group(database_, "SELECT name FROM groups WHERE id = ?");
+  const std::string name = group.bind(kFirstGroup).step() ? group.text(0) : std::string();
+  add_enrolment_window(database_, window);
+  append_trail(database_,
+               std::array{trail_entry<TrailKind::EnrolmentOpened>(kCommandLine, name, minutes, machines)});
+  transaction.commit();
+}
+
 bool Store::remove_user(const std::string& user) {
   Transaction transaction(database_);
-  Statement(database_, "DELETE FROM users WHERE name = ?").bind(user).run();
-  const bool removed = changes() > 0;
+  const auto person = find_person(database_, user);
+  if (!person || !remove_person(database_, person->id)) return false;
+  append_trail(database_, std::array{trail_entry<TrailKind::PersonRemoved>(kCommandLine, user)});
   transaction.commit();
-  return removed;
-}
-
-void Store::add_login(const Bytes& token_hash, const std::string& user, std::int64_t expires) {
-  Transaction transaction(database_);
-  Statement(database_, "DELETE FROM logins WHERE expires_at <= ?").bind(wall_seconds()).run();
-  Statement(database_, "INSERT INTO logins VALUES(?, ?, ?)").bind(token_hash).bind(user).bind(expires).run();
-  transaction.commit();
-}
-
-std::optional<std::string> Store::login_user(const Bytes& token_hash) {
-  Statement query(database_, "SELECT user FROM logins WHERE token_hash = ? AND expires_at > ?");
-  if (!query.bind(token_hash).bind(wall_seconds()).step()) return std::nullopt;
-  return query.text(0);
-}
-
-void Store::remove_login(const Bytes& token_hash) {
-  Transaction transaction(database_);
-  Statement(database_, "DELETE FROM logins WHERE token_hash = ?").bind(token_hash).run();
-  transaction.commit();
-}
-
-void Store::audit(const std::vector<AuditRecord>& records) {
-  Transaction transaction(database_);
-  for (const AuditRecord& record : records) {
-    Statement(
-        database_,
-        "INSERT INTO audit(time, event, representative, agent, address, detail) VALUES(?, ?, ?, ?, ?, ?)")
-        .bind(wall_seconds())
-        .bind(record.event)
-        .bind(record.representative)
-        .bind(record.agent)
-        .bind(record.address)
-        .bind(record.detail)
-        .run();
-  }
-  transaction.commit();
+  return true;
 }
 
 }  // namespace vlk::relay

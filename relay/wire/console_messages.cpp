@@ -8,9 +8,9 @@
 namespace vlk::relay {
 
 std::string session_message(std::uint32_t session, const std::string& agent, const std::string& state,
-                            const std::string& reason) {
+                            const nlohmann::json& fields) {
   nlohmann::json message = {{"type", "session"}, {"session", session}, {"agent", agent}, {"state", state}};
-  if (!reason.empty()) message["reason"] = reason;
+  message.update(fields);
   return dump(message);
 }
 

@@ -8,10 +8,13 @@
 
 namespace vlk::relay {
 
-// The message that reports a session's new state. `state` is "waiting", "accepted" or "ended"; `reason` says
-// why a session ended and is empty otherwise.
+// The code of a refusal for a lack of rights, and the reason of a session that ended for it.
+inline constexpr char kNoRightCode[] = "no-right";
+
+// The message that reports a session's new state. `state` is "waiting", "accepted" or "ended"; `fields` is an
+// object with further members: the "rights" of an accepted session, the "reason" of an end.
 [[nodiscard]] std::string session_message(std::uint32_t session, const std::string& agent,
-                                          const std::string& state, const std::string& reason = {});
+                                          const std::string& state, const nlohmann::json& fields);
 
 // The message that reports that the relay dropped a machine's message because of its size. `type` is its
 // code, `bytes` its size with the header.

@@ -31,8 +31,24 @@ std::optional<EnvelopeHeader> read_header(const Bytes& message) {
   return start->header;
 }
 
+std::optional<std::uint64_t> frame_stamp(const Bytes& message) {
+  constexpr std::size_t kStampSize = 8;
+  if (message.size() < kEnvelopeHeaderSize + kStampSize) return std::nullopt;
+  std::uint64_t stamp = 0;
+  for (std::size_t i = kStampSize; i-- > 0;)  // little-endian
+    stamp = stamp << 8 | message[kEnvelopeHeaderSize + i];
+  return stamp;
+}
+
 void set_payload_length(Bytes& message) {
   put_u32_be(&message[kLengthOffset], static_cast<std::uint32_t>(message.size() - kEnvelopeHeaderSize));
+}
+
+std::array<std::uint8_t, kEnvelopeHeaderSize> header_for(const Bytes& message, std::uint32_t session) {
+  std::array<std::uint8_t, kEnvelopeHeaderSize> header{};
+  std::copy_n(message.begin(), header.size(), header.begin());
+  put_u32_be(&header[kSessionOffset], session);
+  return header;
 }
 
 std::shared_ptr<const Bytes> json_envelope(Msg type, std::uint32_t session, std::string_view json) {

@@ -2,6 +2,7 @@
 // reading them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -34,8 +35,16 @@ struct EnvelopeStart {
 // an envelope of tens of megabytes.
 [[nodiscard]] std::optional<EnvelopeHeader> read_header(const Bytes& message);
 
+// The time stamp of a StreamFrame: microseconds since the stream's start, by the agent's clock. Nothing if
+// the message is too short.
+[[nodiscard]] std::optional<std::uint64_t> frame_stamp(const Bytes& message);
+
 // Sets the length in the header of an envelope to the actual length of its payload.
 void set_payload_length(Bytes& message);
+
+// The header of this envelope with another session's number. `message` has at least a header.
+[[nodiscard]] std::array<std::uint8_t, kEnvelopeHeaderSize> header_for(const Bytes& message,
+                                                                       std::uint32_t session);
 
 // An envelope with a JSON payload. The agent's reader searches the text for keys, so `json` must be a flat
 // object without Unicode escapes.

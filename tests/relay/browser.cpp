@@ -32,6 +32,11 @@ namespace http = beast::http;
 namespace websocket = beast::websocket;
 
 namespace vlk::relay {
+namespace {
+
+const std::string kCookie = "__Host-vantelink_session=";
+
+}  // namespace
 
 struct Browser::Wire {
   using Tls = beast::ssl_stream<beast::tcp_stream>;
@@ -39,6 +44,7 @@ struct Browser::Wire {
   Wire(unsigned short its_port, int its_receive_buffer)
       : port(its_port), receive_buffer(its_receive_buffer) {}
 
+  std::string origin() const { return "https://localhost:" + std::to_string(port); }
   std::unique_ptr<Tls> connect() {
     auto stream = std::make_unique<Tls>(io, tls);
     beast::get_lowest_layer(*stream).expires_never();
@@ -50,10 +56,6 @@ struct Browser::Wire {
     return stream;
   }
 
-  struct Message {
-    bool text = false;
-    std::string bytes;
-  };
   // Reads one WebSocket message. Returns nothing if it is a part that does not complete its message.
   std::optional<Message> read_piece(beast::error_code& error) {
     beast::flat_buffer buffer;
@@ -67,16 +69,32 @@ struct Browser::Wire {
     if (bytes.size() < kPartHeaderSize || static_cast<std::uint8_t>(bytes[0]) != kPartMark)
       return Message{false, std::move(bytes)};
     const auto flags = static_cast<std::uint8_t>(bytes[1]);
-    std::string& whole = unfinished[flags & kBulkPart];
+    std::string& whole = unfinished[flags >> kPartLaneShift];
     if (flags & kFirstPart) whole.clear();
     whole += bytes.substr(kPartHeaderSize);
     if (!(flags & kLastPart)) return std::nullopt;
     return Message{(flags & kTextPart) != 0, std::exchange(whole, {})};
   }
+  // Applies a message with the list of machines or its changes. Returns false for other messages.
+  bool apply_list(const Json& message) {
+    const bool whole = message["type"] == "agents";
+    if (!whole && message["type"] != "agents-changed") return false;
+    if (whole) machines.clear();
+    missed = !whole && (missed || message["version"] != version + 1);
+    if (missed) return true;
+    version = message["version"];
+    for (const Json& machine : message[whole ? "agents" : "changed"])
+      machines[machine["id"]] = machine;
+    for (const Json& id : message.value("removed", Json::array()))
+      machines.erase(id);
+    return true;
+  }
   Message read() {
     for (;;) {
       beast::error_code error;
-      if (auto message = read_piece(error)) return std::move(*message);
+      auto message = read_piece(error);
+      if (message && message->text) has_list = apply_list(Json::parse(message->bytes));
+      if (message) return std::move(*message);
       if (error) throw beast::system_error(error);
     }
   }
@@ -84,6 +102,10 @@ struct Browser::Wire {
   const unsigned short port;
   const int receive_buffer;
   std::map<int, std::string> unfinished;
+  std::map<std::string, Json> machines;  // by id
+  std::uint64_t version = 0;             // of the list
+  bool missed = false;                   // a version is missing
+  bool has_list = false;                 // the text that was read last is about the list
   asio::io_context io;
   asio::ssl::context tls{asio::ssl::context::tls_client};
   std::unique_ptr<websocket::stream<Tls>> socket;
@@ -105,8 +127,8 @@ Browser::Answer Browser::request(const std::string& method, const std::string& t
   request.target(target);
   request.version(11);
   request.set(http::field::host, "localhost:" + std::to_string(wire_->port));
-  if (!cookie.empty()) request.set(http::field::cookie, "other=1; vantelink_session=" + cookie);
-  if (!origin.empty()) request.set(http::field::origin, origin);
+  if (!cookie.empty()) request.set(http::field::cookie, "other=1; " + kCookie + cookie);
+  request.set(http::field::origin, origin.empty() ? wire_->origin() : origin);
   request.body() = body;
   request.prepare_payload();
   http::write(*stream, request);
@@ -115,8 +137,7 @@ Browser::Answer Browser::request(const std::string& method, const std::string& t
   http::read(*stream, buffer, response);
   Answer answer{response.result_int(), Json::parse(response.body(), nullptr, false), {}, response.body()};
   const std::string set(response[http::field::set_cookie]);
-  const std::string prefix = "vantelink_session=";
-  if (set.starts_with(prefix)) answer.cookie = set.substr(prefix.size(), set.find(';') - prefix.size());
+  if (set.starts_with(kCookie)) answer.cookie = set.substr(kCookie.size(), set.find(';') - kCookie.size());
   return answer;
 }
 
@@ -137,9 +158,9 @@ void Browser::send_and_hold(const std::string& bytes) {
 bool Browser::open_console(const std::string& cookie, unsigned& status, const std::string& origin) {
   wire_->socket = std::make_unique<websocket::stream<Wire::Tls>>(std::move(*wire_->connect()));
   wire_->socket->set_option(websocket::stream_base::decorator([&](websocket::request_type& request) {
-    if (!cookie.empty()) request.set(http::field::cookie, "vantelink_session=" + cookie);
-    if (!origin.empty()) request.set(http::field::origin, origin);
-    request.set(http::field::sec_websocket_protocol, "vantelink.console.v2");
+    if (!cookie.empty()) request.set(http::field::cookie, kCookie + cookie);
+    request.set(http::field::origin, origin.empty() ? wire_->origin() : origin);
+    request.set(http::field::sec_websocket_protocol, "vantelink.console.v4");
   }));
   websocket::response_type response;
   beast::error_code error;
@@ -183,16 +204,27 @@ std::uint32_t Browser::accepted_session() {
 
 Json Browser::read_text(const std::string& type) {
   for (;;) {
-    const Wire::Message read = wire_->read();
+    const Message read = wire_->read();
     if (!read.text) continue;
     Json message = Json::parse(read.bytes);
     if (message["type"] == type) return message;
   }
 }
 
+Json Browser::read_machines() {
+  for (;;) {
+    if (wire_->read().text && wire_->has_list) break;
+  }
+  if (wire_->missed) throw std::runtime_error("a version of the list is missing");
+  Json list = Json::array();
+  for (const auto& entry : wire_->machines)
+    list.push_back(entry.second);
+  return list;
+}
+
 Envelope Browser::read_envelope(Msg type) {
   for (;;) {
-    const Wire::Message read = wire_->read();
+    const Message read = wire_->read();
     if (read.text) continue;
     Envelope envelope;
     if (!decode_envelope(reinterpret_cast<const unsigned char*>(read.bytes.data()), read.bytes.size(),
@@ -233,9 +265,13 @@ void Browser::send_while_reading(const std::vector<std::string>& messages,
   wire_->io.run();
 }
 
+Browser::Message Browser::read_message() {
+  return wire_->read();
+}
+
 Browser::Arrived Browser::read_binary() {
   for (;;) {
-    const Wire::Message read = wire_->read();
+    const Message read = wire_->read();
     if (!read.text) return {static_cast<Msg>(read.bytes.at(0)), read.bytes.size()};
   }
 }

@@ -32,6 +32,7 @@ class Browser {
     std::string cookie;  // the log-in's token, if the answer sets a cookie
     std::string text;    // the body unparsed
   };
+  // `origin` is the origin of the page that makes the request; empty means the console's page.
   Answer request(const std::string& method, const std::string& target, const std::string& body = {},
                  const std::string& cookie = {}, const std::string& origin = {});
   // Sends the bytes unchanged and returns all bytes that arrive until the relay closes the connection.
@@ -40,6 +41,7 @@ class Browser {
   void send_and_hold(const std::string& bytes);
 
   // Opens the console's WebSocket. Returns false if it was refused. `status` receives the HTTP status.
+  // `origin` is as in request().
   bool open_console(const std::string& cookie, unsigned& status, const std::string& origin = {});
   void send(const Json& message);
   void send_envelope(Msg type, std::uint32_t session, const std::string& payload);
@@ -55,6 +57,15 @@ class Browser {
   // Return the next message of the given type and skip other messages. Both throw if the connection ends.
   Json read_text(const std::string& type);
   Envelope read_envelope(Msg type);
+  // Skips messages up to the next one with the list of machines or its changes, and returns the list after
+  // it. Throws if the connection ends or a version is missing.
+  Json read_machines();
+  // Reads the next message, of any size.
+  struct Message {
+    bool text = false;
+    std::string bytes;
+  };
+  Message read_message();
   // Reads the next binary message, of any size. Returns its header's code, and the size of the whole message.
   struct Arrived {
     Msg type{};

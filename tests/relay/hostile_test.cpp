@@ -107,24 +107,6 @@ TEST_F(HostileTest, PasswordChangeEndsTheRepresentativesOtherLogIns) {
   EXPECT_EQ(change("long enough now", kPassword), 200u);
 }
 
-TEST_F(HostileTest, HiddenFilesAndFilesOutsideTheConsolesFolderAreNotServed) {
-  std::ofstream(folder_ / "secret.html") << "secret";
-  std::ofstream(folder_ / "console/.hidden.html") << "secret";
-  std::ofstream(folder_ / "console/relay.db") << "secret";
-  std::filesystem::create_directory(folder_ / "console/deeper");
-  for (const char* target :
-       {"/../secret.html", "/..%2fsecret.html", "/%2e%2e/secret.html", "/./index.html", "//etc/passwd",
-        "/relay.db", "/.hidden.html", "/a\\..\\b.html", "/deeper", "/index.html%00.html"}) {
-    const auto answer = Browser(port_).request("GET", target);
-    EXPECT_EQ(answer.status, 404u) << target;
-    EXPECT_EQ(answer.text.find("secret"), std::string::npos);
-  }
-  for (const char* target : {"/", "/index.html", "/index.html?x=/../.."}) {
-    EXPECT_EQ(Browser(port_).request("GET", target).text, "the console") << target;
-  }
-  EXPECT_EQ(Browser(port_).request("POST", "/index.html").status, 405u);
-}
-
 TEST_F(HostileTest, InvalidHttpRequestsAreRefused) {
   for (const std::string& bytes : {std::string("nonsense\r\n\r\n"), std::string(5000, '\0'),
                                    "GET / HTTP/1.1\r\nX: " + std::string(20'000, 'x') + "\r\n\r\n"}) {
@@ -228,7 +210,7 @@ TEST_F(HostileTest, EnrolmentsFromOneAddressAreLimited) {
   second.send(Msg::Hello, R"({"role":"agent"})");
   second.send(Msg::Enroll, R"({"name":"second"})");
   EXPECT_EQ(second.read().type, 3);
-  EXPECT_EQ(store_->agents().size(), 1u);
+  EXPECT_EQ(stored("SELECT id FROM machines").size(), 1u);
 }
 
 TEST_F(HostileTest, RefusedLogInsOfAgentsDoNotFillTheAuditTrail) {
@@ -241,7 +223,52 @@ TEST_F(HostileTest, RefusedLogInsOfAgentsDoNotFillTheAuditTrail) {
     agent.send(Msg::Login, R"({"agent_id":"unknown","secret":"y"})");
     EXPECT_TRUE(agent.closed());
   }
-  EXPECT_EQ(stored("SELECT address FROM audit WHERE event = 'agent-refused'").size(), 2u);
+  EXPECT_EQ(stored("SELECT address FROM trail WHERE code = 'machine.login-refused'").size(), 2u);
+}
+
+// The identity that a new machine gets, as the fields of a log-in.
+Json enrol(unsigned short port) {
+  vantelink_test::RawAgent agent(port);
+  agent.send(Msg::Hello, R"({"role":"agent"})");
+  agent.send(Msg::Enroll, R"({"name":"first"})");
+  const Envelope result = agent.read();
+  const Json fields = Json::parse(result.payload);
+  return {{"agent_id", fields["agent_id"]}, {"secret", fields["agent_secret"]}};
+}
+
+// Logs in under this name and returns what the relay answers.
+Envelope answer_to_log_in(unsigned short port, Json identity, const std::string& name) {
+  vantelink_test::RawAgent agent(port);
+  agent.send(Msg::Hello, R"({"role":"agent"})");
+  identity["name"] = name;
+  agent.send(Msg::Login, identity.dump());
+  return agent.read();
+}
+
+// Each log-in leaves rows in the audit trail, so a machine could fill the disk.
+TEST_F(HostileTest, MachineThatLogsInTooOftenIsHeldBack) {
+  stop();
+  limits_.log_ins_per_machine = 2;
+  start();
+  const Json identity = enrol(port_);
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(static_cast<Msg>(answer_to_log_in(port_, identity, "first").type), Msg::LoginResult);
+  const Envelope refused = answer_to_log_in(port_, identity, "first");
+  EXPECT_EQ(static_cast<Msg>(refused.type), Msg::Error);
+  EXPECT_EQ(Json::parse(refused.payload)["code"], "TOO_MANY")
+      << "AUTH_FAILED makes agents forget their identity";
+  EXPECT_EQ(stored("SELECT id FROM trail WHERE code = 'machine.connected'").size(), 3u);
+}
+
+TEST_F(HostileTest, NewNamesAtLogInsAreLimited) {
+  stop();
+  limits_.renames_per_machine = 1;
+  start();
+  const Json identity = enrol(port_);
+  for (const char* name : {"second", "third"})
+    EXPECT_EQ(static_cast<Msg>(answer_to_log_in(port_, identity, name).type), Msg::LoginResult);
+  EXPECT_EQ(stored("SELECT name FROM machines"), std::multiset<std::string>{"second"});
+  EXPECT_EQ(stored("SELECT id FROM trail WHERE code = 'machine.renamed'").size(), 1u);
 }
 
 // Parsing oversized messages as JSON would take much memory and time.

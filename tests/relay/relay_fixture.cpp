@@ -21,6 +21,8 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 namespace vlk::relay {
 namespace {
 
+constexpr std::int64_t kEnrolmentMinutes = 60;
+
 std::vector<unsigned char> der_of(const std::string& file) {
   const std::unique_ptr<std::FILE, decltype(&std::fclose)> stream(std::fopen(file.c_str(), "r"),
                                                                   &std::fclose);
@@ -62,7 +64,7 @@ void RelayTest::SetUp() {
   folder_ = mkdtemp(name);
   std::filesystem::create_directory(folder_ / "console");
   std::ofstream(folder_ / "console/index.html") << "the console";
-  limits_.tick = std::chrono::milliseconds(10);
+  limits_.tick = limits_.update_look = std::chrono::milliseconds(10);
   std::string remark;
   certificate_ = self_made_certificate(folder_, {"localhost"}, remark);
   vantelink_fakes::script().roots = {der_of(certificate_.certificate)};
@@ -70,25 +72,37 @@ void RelayTest::SetUp() {
     const std::lock_guard<std::mutex> guard(log_lock_);
     log_text_.append(line).append("\n");
   });
-  store_ = std::make_unique<Store>(folder_ / "relay.db");
-  store_->add_user("admin", hash_password(kPassword));
+  Store store(folder_ / "relay.db");
+  store.add_user("admin", hash_password(kPassword));
+  store.open_enrolment(kEnrolmentMinutes);
   start();
 }
 
 void RelayTest::TearDown() {
   stop();
-  store_.reset();
   std::filesystem::remove_all(folder_);
+  EXPECT_EQ(failure_, "") << "the relay has ended";
 }
 
 void RelayTest::start() {
   Server::Settings settings;
   settings.console = folder_ / "console";
   settings.updates = folder_ / "updates";
+  settings.update_key = update_key_;
+  settings.address = address_;
+  settings.proxies = trusted_proxies_;
+  settings.proxy_protocol = proxy_protocol_;
+  settings.proxy_header = proxy_header_;
   settings.certificate = certificate_;
-  server_ = std::make_unique<Server>(settings, *store_, *log_, limits_);
+  server_ = std::make_unique<Server>(settings, std::make_unique<Store>(folder_ / "relay.db"), *log_, limits_);
   port_ = server_->port();
-  thread_ = std::thread([this] { server_->run(); });
+  thread_ = std::thread([this] {
+    try {
+      server_->run();
+    } catch (const std::exception& failure) {
+      failure_ = failure.what();
+    }
+  });
 }
 
 void RelayTest::stop() {
@@ -107,16 +121,37 @@ void RelayTest::on_relay(const std::function<void()>& work) {
   done.get_future().wait();
 }
 
+std::shared_ptr<void> RelayTest::hold_database(std::size_t jobs) {
+  const auto release = std::make_shared<std::promise<void>>();
+  const auto released = release->get_future().share();
+  std::promise<void> held;
+  on_relay([&] {
+    DatabaseThread& database = server_->database();
+    const auto ignore = [](const std::string&) {};
+    database.post(
+        [released, &held](Store&) {
+          held.set_value();
+          released.wait();
+        },
+        ignore);
+    for (std::size_t i = 1; i < jobs; ++i)
+      database.post([](Store&) {}, ignore);
+  });
+  held.get_future().wait();
+  return {nullptr, [release](void*) { release->set_value(); }};
+}
+
 std::string RelayTest::log_in() {
   return Browser(port_)
       .request("POST", "/api/login", Json{{"name", "admin"}, {"password", kPassword}}.dump())
       .cookie;
 }
 
-std::unique_ptr<Browser> RelayTest::console(int receive_buffer) {
+std::unique_ptr<Browser> RelayTest::console(int receive_buffer, std::string cookie) {
   auto browser = std::make_unique<Browser>(port_, receive_buffer);
+  if (cookie.empty()) cookie = log_in();
   unsigned status = 0;
-  EXPECT_TRUE(browser->open_console(log_in(), status)) << status;
+  EXPECT_TRUE(browser->open_console(cookie, status)) << status;
   return browser;
 }
 
@@ -154,6 +189,10 @@ bool RelayTest::logged(const std::string& text) {
 }
 
 std::multiset<std::string> RelayTest::stored(const char* query) {
+  if (server_) {
+    on_relay([] {});
+    server_->database().drain();
+  }
   Database database(folder_ / "relay.db");
   Statement statement(database, query);
   std::multiset<std::string> rows;

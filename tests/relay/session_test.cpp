@@ -98,8 +98,8 @@ TEST_F(SessionTest, RestartOfAMachineIsRecordedInTheAuditTrail) {
   const std::multiset<std::string> row = {"admin " + id + ' ' + std::to_string(session)};
   EXPECT_TRUE(eventually([&] {
     return stored(
-               "SELECT representative || ' ' || agent || ' ' || detail FROM audit WHERE event = 'restart'") ==
-           row;
+               "SELECT actor || ' ' || machine || ' ' || session FROM trail WHERE "
+               "code = 'control.restart'") == row;
   }));
 }
 
@@ -137,7 +137,8 @@ TEST_F(SessionTest, SecondRepresentativeReceivesTheNameOfTheRepresentativeWhoUse
   EXPECT_NE(second->read_text("error")["message"].get<std::string>().find("admin"), std::string::npos);
 }
 
-TEST_F(SessionTest, SessionEndsWhenTheBrowserDisconnects) {
+TEST_F(SessionTest, SessionOfABrowserThatDoesNotComeBackEnds) {
+  on_relay([&] { limits_.hold = std::chrono::milliseconds(50); });
   const auto agent = connect_agent("Sæfari");
   {
     auto browser = console();
@@ -147,6 +148,46 @@ TEST_F(SessionTest, SessionEndsWhenTheBrowserDisconnects) {
   }
   EXPECT_TRUE(vantelink_fakes::wait_for("SetInputSessionActive false"));
   wait_for_machine("Sæfari", "online");
+}
+
+TEST_F(SessionTest, BrowserThatComesBackSeesTheStreamOfItsSessionWithoutTheMachine) {
+  const auto agent = connect_agent("Sæfari");
+  const std::string cookie = log_in();
+  std::uint32_t session = 0;
+  {
+    auto browser = console(0, cookie);
+    session = open(*browser, vantelink_fakes::saved_config().agent_id);
+    browser->send_envelope(Msg::StreamStart, session, "");
+    browser->read_envelope(Msg::StreamFrame);
+  }
+  auto back = console(0, cookie);
+  back->send({{"type", "resume"}, {"session", session}});
+  const Json resumed = back->read_text("session");
+  EXPECT_EQ(resumed["state"], "accepted");
+  EXPECT_EQ(resumed["streaming"], true);
+  back->read_envelope(Msg::StreamConfig);
+  back->read_envelope(Msg::StreamFrame);
+  EXPECT_EQ(vantelink_fakes::count("SetInputSessionActive false"), 0u);
+}
+
+TEST_F(SessionTest, MessagesAboutTheReturnThatAreIncompleteOrTooLongAreRefused) {
+  const auto agent = connect_agent("Sæfari");
+  auto browser = console();
+  const std::uint32_t session = open(*browser, vantelink_fakes::saved_config().agent_id);
+  const auto refusal = [&](const Json& message) {
+    browser->send(message);
+    return browser->read_text("error")["message"];
+  };
+  const char* const no_number = "The session's number is missing.";
+  EXPECT_EQ(refusal({{"type", "resume"}}), no_number);
+  EXPECT_EQ(refusal({{"type", "resume"}, {"session", -1}}), no_number);
+  EXPECT_EQ(refusal({{"type", "resume"}, {"session", session}}), "This browser has the session already.");
+  const auto choices = [&](const Json& value) {
+    return Json{{"type", "choices"}, {"session", session}, {"choices", value}};
+  };
+  for (const Json& value : {Json(1), Json("text"), Json::array(), Json()})
+    EXPECT_EQ(refusal(choices(value)), "The session's number or the choices are missing.");
+  EXPECT_EQ(refusal(choices({{"a", std::string(limits_.choices, 'x')}})), "The choices are too long.");
 }
 
 TEST_F(SessionTest, SessionEndsWhenTheAgentDisconnects) {
@@ -182,7 +223,7 @@ TEST_F(SessionTest, HeartbeatsMeasureTheRoundTripToTheAgent) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   for (;;) {
-    const Json machines = browser->read_text("agents")["agents"];
+    const Json machines = browser->read_machines();
     if (!machines.empty() && machines[0]["round_trip_ms"].is_number()) break;
     browser->send({{"type", "ping"}, {"id", 5}});
     EXPECT_EQ(browser->read_text("pong")["id"], 5);

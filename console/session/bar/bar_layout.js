@@ -20,16 +20,16 @@ export class BarLayout {
       new Dropdown(this.#displayMenu, this.#picker),
       new Dropdown(byId('bar-menu'), byId('bar-items')),
     ];
-    this.#changes = new MutationObserver(() => this.#layOut());
+    this.#changes = new MutationObserver(() => this.layOut());
     this.#changes.observe(this.#bar, {
       subtree: true,
       childList: true,
       characterData: true,
       attributeFilter: ['aria-pressed', 'hidden'],
     });
-    new ResizeObserver(() => this.#layOut()).observe(this.#bar);
+    new ResizeObserver(() => this.layOut()).observe(this.#bar);
     // The width of a thumbnail is known only when its picture is loaded. This event does not bubble.
-    this.#bar.addEventListener('load', () => this.#layOut(), true);
+    this.#bar.addEventListener('load', () => this.layOut(), true);
   }
 
   /** Enables or disables what acts on the machine; disabled menus are closed. */
@@ -44,7 +44,8 @@ export class BarLayout {
     this.#displayMenu.disabled = !on;
   }
 
-  #layOut() {
+  /** Lays the toolbar out again, after a change that it does not see itself. */
+  layOut() {
     this.#bar.dataset.displays = this.#picker.children.length > 1 ? 'several' : 'one';
     this.#name.title = this.#name.textContent ?? '';
     const before = this.#bar.dataset.level;

@@ -21,7 +21,7 @@ export function attachFirstPicture({ session, stream, inputAllowed, wake }) {
   session.addEventListener('starting', () => {
     clearTimeout(timer);
     const say = () =>
-      session.pictureLate(stream.received ? texts.pictureNotShown : texts.pictureLate, offers());
+      session.note.pictureLate(stream.received ? texts.pictureNotShown : texts.pictureLate, offers());
     timer = setTimeout(say, stream.slowLine ? LATE_ON_SLOW_LINE_MS : LATE_MS);
   });
   session.addEventListener('ending', () => clearTimeout(timer));
@@ -42,6 +42,6 @@ export function attachFirstPicture({ session, stream, inputAllowed, wake }) {
   };
   onDetail(session, 'remedy', (/** @type {Remedy} */ remedy) => {
     remedies[remedy]();
-    session.awaitPicture();
+    session.note.awaitPicture();
   });
 }

@@ -14,7 +14,7 @@ const CHECK_MS = 250;
  */
 export function watchLink({ link, session, stream }) {
   setInterval(() => {
-    if (link.silence > (stream.slowLine ? STILL_ON_SLOW_LINE_MS : STILL_MS)) session.linkStill(true);
+    if (link.silence > (stream.slowLine ? STILL_ON_SLOW_LINE_MS : STILL_MS)) session.note.linkStill(true);
   }, CHECK_MS);
-  link.addEventListener('heard', () => session.linkStill(false));
+  link.addEventListener('heard', () => session.note.linkStill(false));
 }

@@ -66,7 +66,7 @@ test('the borders of all kinds of fields stand out from what is on their two sid
   await assertBorders(start.page, '#password-new');
   const { page } = await openSession(t, shared);
   await page.page.click('#picture-menu summary');
-  await assertBorders(page.page, '#max-fps', '#codec');
+  await assertBorders(page.page, '#quality', '#codec');
   await page.page.click('#keys-menu summary');
   await page.page.click('#type-text');
   await assertBorders(page.page, '#type-box');

@@ -146,6 +146,7 @@ async function showSpeed(
   /** @type {Locator} */ canvas,
   /** @type {string} */ codec,
 ) {
+  await choose(page, '#quality', 'hand');
   for (const limit of FRAME_LIMITS) {
     await choose(page, '#max-fps', limit);
     await click(page, canvas, NOTEPAD_TEXT);

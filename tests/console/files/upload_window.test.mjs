@@ -5,25 +5,25 @@ import { UploadWindow } from '../../../console/files/upload_window.js';
 
 const CHUNK = 256 * 1024;
 
-/** An upload window with a fake clock, a function that sends a chunk and one that answers the oldest ping. */
-function windowWithPings() {
+/** An upload window with a fake clock, a function that sends a chunk and one that reports the oldest as passed. */
+function windowWithReports() {
   const clock = { now: 0 };
   const window = new UploadWindow(() => clock.now);
-  /** @type {number[]} */
-  const pings = [];
-  const counts = { arrived: 0 };
+  const counts = { passed: 0 };
+  let reported = 0;
   const send = () =>
-    pings.push(
-      window.sent(CHUNK, () => {
-        counts.arrived += 1;
-      }),
-    );
-  const answer = () => window.pong(pings.shift());
-  return { window, clock, counts, send, answer };
+    window.sent(CHUNK, () => {
+      counts.passed += 1;
+    });
+  const report = () => {
+    reported += CHUNK;
+    window.passed(reported);
+  };
+  return { window, clock, counts, send, report };
 }
 
-test('an upload waits while one megabyte is unconfirmed, and continues when a part is confirmed', async () => {
-  const { window, counts, send, answer } = windowWithPings();
+test('an upload waits while one megabyte has not passed, and continues when a part has', async () => {
+  const { window, counts, send, report } = windowWithReports();
   for (let i = 0; i < 4; i++) send();
   let resumed = false;
   const waiting = window.waitForRoom().then(() => {
@@ -31,32 +31,40 @@ test('an upload waits while one megabyte is unconfirmed, and continues when a pa
   });
   await Promise.resolve();
   assert.equal(resumed, false);
-  answer();
+  window.passed(CHUNK - 1);
+  assert.equal(counts.passed, 0, 'a part of a chunk');
+  report();
   await waiting;
-  assert.equal(counts.arrived, 1);
+  assert.equal(counts.passed, 1);
 });
 
-test('slow answers narrow the window to one chunk, and fast answers widen it up to a limit', () => {
-  const { window, clock, send, answer } = windowWithPings();
+test('one report can be about several chunks', () => {
+  const { window, counts, send } = windowWithReports();
+  for (let i = 0; i < 3; i++) send();
+  window.passed(3 * CHUNK);
+  assert.equal(counts.passed, 3);
+});
+
+test('slow reports narrow the window to one chunk, and fast reports widen it up to a limit', () => {
+  const { window, clock, send, report } = windowWithReports();
   for (let i = 0; i < 4; i++) send();
   clock.now = 5000;
-  answer();
+  report();
   assert.equal(window.limit, 512 * 1024);
-  for (let i = 0; i < 3; i++) answer();
+  for (let i = 0; i < 3; i++) report();
   assert.equal(window.limit, CHUNK);
   for (let i = 0; i < 40; i++) {
     send();
-    answer();
+    report();
   }
   assert.equal(window.limit, 4 * 1024 * 1024);
 });
 
-test('answers to pings of other senders are ignored, and a reset empties the window', async () => {
-  const { window, send } = windowWithPings();
+test('reports that are not larger numbers are ignored, and a reset empties the window', async () => {
+  const { window, counts, send } = windowWithReports();
   for (let i = 0; i < 5; i++) send();
-  window.pong(12345);
-  window.pong('x');
-  assert.equal(window.limit, 1024 * 1024);
+  for (const report of [0, -1, 'x', undefined]) window.passed(report);
+  assert.equal(counts.passed, 0);
   window.reset();
   await window.waitForRoom();
 });

@@ -6,8 +6,9 @@ import { PartJoiner } from '../../../console/link/parts.js';
 
 const FIRST = 1;
 const LAST = 2;
-const BULK = 4;
-const TEXT = 8;
+const TEXT = 4;
+const PICTURE = 2 << 4;
+const BULK = 3 << 4;
 
 /** @param {PartJoiner} joiner @param {number} flags @param {string} content */
 function part(joiner, flags, content) {
@@ -27,12 +28,12 @@ test('a message that is not a part is returned unchanged', () => {
   assert.equal(joiner.join(empty), empty);
 });
 
-test('the parts of the two queues are joined separately', () => {
+test('the parts of different lanes are joined separately', () => {
   const joiner = new PartJoiner();
   assert.equal(part(joiner, FIRST | BULK, 'list'), null);
-  assert.equal(part(joiner, FIRST, 'pic'), null);
+  assert.equal(part(joiner, FIRST | PICTURE, 'pic'), null);
   assert.equal(part(joiner, BULK, 'ing of '), null);
-  assert.deepEqual(part(joiner, LAST, 'ture'), { binary: 'picture' });
+  assert.deepEqual(part(joiner, LAST | PICTURE, 'ture'), { binary: 'picture' });
   assert.deepEqual(part(joiner, LAST | BULK, 'files'), { binary: 'listing of files' });
 });
 

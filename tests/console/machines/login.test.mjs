@@ -46,6 +46,39 @@ test('a log-in stays valid after a reload of the page and ends with a log-out', 
   await page.page.locator('#login-form').waitFor();
 });
 
+test('a late answer about an earlier log-in does not disturb the next one', async (t) => {
+  const page = await logInPage(t, shared);
+  const p = page.page;
+  await page.logIn();
+  await p.locator('#view-machines').waitFor();
+  /** @type {() => void} */
+  let answer = () => {};
+  const held = new Promise((release) => {
+    answer = () => release(undefined);
+  });
+  let asked = 0;
+  await p.route('**/api/me', async (route) => {
+    asked += 1;
+    const response = await route.fetch();
+    await held;
+    await route.fulfill({ response });
+  });
+  // The link is lost with the log-in, so the console asks whether the log-in is still valid.
+  await p.context().request.post(`${shared.relay.url}api/logout`, {
+    headers: { Origin: new URL(shared.relay.url).origin },
+  });
+  await until('the console has asked', () => asked > 0);
+  await p.click('#logout');
+  await p.locator('#login-form').waitFor();
+  await p.fill('#login-name', 'Somebody');
+  await p.fill('#login-password', 'typed already');
+  const late = p.waitForResponse('**/api/me');
+  answer();
+  await (await late).finished();
+  await p.evaluate(() => new Promise((done) => requestAnimationFrame(done)));
+  assert.equal(await p.inputValue('#login-password'), 'typed already');
+});
+
 test('a change of the password logs out the representative’s other browsers', async (t) => {
   const user = 'Jóna';
   const [first, second] = ['the first password', 'the second password'];
@@ -103,7 +136,9 @@ test('after an ended log-in the focus is on the first empty field', async (t) =>
   await p.locator('#view-machines').waitFor();
   await p.click('#password');
   // The relay ends the log-in in answer to the console's own cookie, and closes the link.
-  await p.context().request.post(`${relay.url}api/logout`);
+  await p.context().request.post(`${relay.url}api/logout`, {
+    headers: { Origin: new URL(relay.url).origin },
+  });
   await until('the page says so', async () =>
     /log-in has ended/.test(await p.locator('#login-error').innerText()),
   );

@@ -58,8 +58,6 @@ test('a representative who stops waiting withdraws the prompt on the machine', a
   await page.page.locator('#view-machines').waitFor();
   assert.match(await page.page.locator('#link-notice').innerText(), /was withdrawn/);
   await page.shot('consent-given-up');
-  // An answer that was sent before the withdrawal arrived opens no session.
-  agent.accept(request.session);
   await page.ask(agent);
   await agent.next(AgentMsg.SessionRequest);
   await page.waitForNote(/^Waiting/);
@@ -72,13 +70,58 @@ test('closing the page while it waits withdraws the prompt on the machine', asyn
   assert.equal((await agent.next(AgentMsg.SessionEnd)).session, request.session);
 });
 
-test('a machine that goes offline during its consent prompt is asked again when it is online', async (t) => {
-  const { agent, page } = await asked(t);
+test('a machine whose withdrawn question is still on the screen is asked again after its answer', async (t) => {
+  const { agent, page, request } = await asked(t);
+  agent.closesBox = false;
+  await page.page.click('#session-give-up');
+  await agent.next(AgentMsg.SessionEnd);
+  await page.page.locator('#view-machines').waitFor();
+  await page.ask(agent);
+  await page.waitForNote(/^An earlier question may still stand/);
+  await page.shot('consent-asked-already');
+  assert.ok(!agent.has(AgentMsg.SessionRequest));
+  // The answer to a withdrawn question opens no session.
+  agent.accept(request.session);
+  await agent.next(AgentMsg.SessionRequest);
+  await page.waitForNote(/^Waiting/);
+  assert.ok(!agent.has(AgentMsg.StreamStart));
+});
+
+test('a machine that goes offline during its consent prompt is asked again after its answer', async (t) => {
+  const { agent, page, request } = await asked(t);
   agent.drop();
   await page.waitForNote(/has gone offline/);
   await agent.connect();
+  await page.waitForNote(/^An earlier question may still stand/);
+  agent.decline(request.session);
   agent.accept((await agent.next(AgentMsg.SessionRequest)).session);
   await agent.next(AgentMsg.StreamStart);
+});
+
+test('the page counts the time that is left to answer, until there is an answer', async (t) => {
+  const { agent, page, request } = await asked(t);
+  const time = page.page.locator('#session-note-time');
+  await time.waitFor();
+  const left = async () => Number(/^0:(\d\d) left/.exec(await time.innerText())?.[1]);
+  const first = await left();
+  assert.ok(first > 0 && first <= 30, String(first));
+  await until('the time goes down', async () => (await left()) < first);
+  agent.decline(request.session);
+  await page.waitForNote(/declined the session/);
+  assert.ok(!(await time.isVisible()));
+});
+
+test('a machine whose person declined three times is not asked at once again', async (t) => {
+  const { agent, page } = await machineAndPage(t, shared, { agent: { consent: 'decline' } });
+  await page.ask(agent);
+  for (let i = 0; i < 3; i++) {
+    await agent.next(AgentMsg.SessionRequest);
+    await page.waitForNote(/declined the session/);
+    await page.page.click('#session-again');
+  }
+  await page.waitForNote(/was asked three times within a minute/);
+  await page.shot('consent-asked-too-often');
+  assert.ok(!agent.has(AgentMsg.SessionRequest));
 });
 
 test('a request for a machine in use is refused with the name of the representative who uses it', async (t) => {

@@ -41,8 +41,8 @@ test('the keyboard goes back to the picture after each use of the toolbar by mou
   await p.locator('[data-monitor="1"]').click();
   await onPicture('a choice of the display');
   await menu('picture');
-  await p.selectOption('#max-fps', '5');
-  await onPicture('a choice of the rate');
+  await p.selectOption('#quality', 'saving');
+  await onPicture('a choice of the quality');
   await p.click('#show-pointer');
   await onPicture('a tick');
   // The first key closes the menu and reaches the machine.
@@ -132,10 +132,10 @@ test('the toolbar can be used without a mouse, and Escape or the press of a butt
   await leave();
   await reach('#picture-menu summary');
   await p.keyboard.press('Enter');
-  await reach('#max-fps');
+  await reach('#quality');
   await p.keyboard.press('ArrowDown');
   await p.keyboard.press('ArrowDown');
-  assert.equal(await focused(p), 'max-fps', 'the arrow keys go on choosing');
+  assert.equal(await focused(p), 'quality', 'the arrow keys go on choosing');
   // The first Escape may close the list of a select; another one closes the menu.
   for (let i = 0; i < 3 && (await focused(p)) !== 'key-input'; i++) await p.keyboard.press('Escape');
   await onPicture('Escape on the toolbar');

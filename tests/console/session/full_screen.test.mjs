@@ -27,7 +27,10 @@ test('in full screen the toolbar is hidden, and comes back at the top edge and w
   await page.shot('full-screen');
   await tab.mouse.move(700, 0);
   await barIs(page, true);
-  assert.equal(await button.innerText(), 'Leave full screen');
+  await until(
+    'the button leaves full screen',
+    async () => (await button.innerText()) === 'Leave full screen',
+  );
   assert.match((await button.getAttribute('title')) ?? '', /Escape/);
   await page.shot('full-screen-bar');
   await tab.mouse.move(700, 300);
@@ -39,7 +42,7 @@ test('in full screen the toolbar is hidden, and comes back at the top edge and w
   await tab.mouse.move(700, 0);
   await button.click();
   await until('no full screen', () => tab.evaluate(() => document.fullscreenElement === null));
-  assert.equal(await button.innerText(), 'Full screen');
+  await until('the button enters full screen', async () => (await button.innerText()) === 'Full screen');
   await barIs(page, true);
 });
 

@@ -2,7 +2,6 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, openSession } from '../support/fixture.mjs';
-import { KEEP_SOCKETS } from '../support/page_scripts.mjs';
 import { plain } from '../support/pictures.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
@@ -34,21 +33,6 @@ test('a session continues by itself when the machine is online again', async (t)
   await page.waitForNote(/has gone offline/);
   await page.shot('machine-away');
   await agent.connect();
-  await agent.next(AgentMsg.StreamStart);
-  await page.waitForNoNote();
-});
-
-test('a machine whose session still has the representative’s own broken connection is shown as in use', async (t) => {
-  const { agent, page } = await openSession(t, shared, { page: { script: KEEP_SOCKETS } });
-  await agent.next(AgentMsg.StreamStart);
-  await page.page.evaluate(() => {
-    // The page notices the end of its link before the relay does.
-    const [old] = window.sockets;
-    old.close = () => {};
-    old.onclose?.(new CloseEvent('close'));
-  });
-  await page.waitForNote(/is in use by .*Sigga/);
-  await page.page.evaluate(() => WebSocket.prototype.close.call(window.sockets[0]));
   await agent.next(AgentMsg.StreamStart);
   await page.waitForNoNote();
 });

@@ -6,7 +6,7 @@ import { plain } from '../support/pictures.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 
 const shared = fixture();
-const START = { monitor_id: 0, max_fps: 15, bitrate: 6_000_000 };
+const START = { monitor_id: 0, max_fps: 15, bitrate: 340_000 };
 
 /** @param {number[]} seen @param {number[]} wanted */
 const near = (seen, wanted, levels = 6) => seen.every((value, i) => Math.abs(value - wanted[i]) <= levels);
@@ -44,9 +44,46 @@ test('the machine’s pointer is hidden and shown, and stays hidden in a new str
   await page.page.click('#picture-menu summary');
   await page.page.uncheck('#show-pointer');
   assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 0 });
-  await page.page.selectOption('#max-fps', '30');
-  assert.equal((await agent.next(AgentMsg.StreamStart)).json.max_fps, 30);
+  await page.page.click('#picture-restart');
+  await agent.next(AgentMsg.StreamStart);
   assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 0 });
+  await page.page.click('#picture-menu summary');
   await page.page.check('#show-pointer');
   assert.deepEqual((await agent.next(AgentMsg.CursorVisibility)).json, { show: 1 });
+});
+
+test('rates that are chosen by hand are those of the stream, and an automatic choice replaces them', async (t) => {
+  const { agent, page } = await openSession(t, shared);
+  await agent.next(AgentMsg.StreamStart);
+  const p = page.page;
+  const started = async () => {
+    const { max_fps, bitrate } = (await agent.next(AgentMsg.StreamStart)).json;
+    return { max_fps, bitrate };
+  };
+  await p.click('#picture-menu summary');
+  assert.ok(await p.locator('#max-fps').isHidden());
+  await p.selectOption('#quality', 'hand');
+  assert.deepEqual(await started(), { max_fps: 30, bitrate: 6_000_000 });
+  await p.selectOption('#max-fps', '60');
+  assert.deepEqual(await started(), { max_fps: 60, bitrate: 6_000_000 });
+  await p.selectOption('#bitrate', { label: '2 Mbit/s' });
+  assert.deepEqual(await started(), { max_fps: 60, bitrate: 2_000_000 });
+  await page.shot('quality');
+  await p.selectOption('#quality', 'saving');
+  assert.deepEqual(await started(), { max_fps: 15, bitrate: 340_000 });
+  assert.ok(await p.locator('#bitrate').isHidden());
+});
+
+test('a line that carries the stream gets more frames and bits by itself', async (t) => {
+  const { agent, page } = await openSession(t, shared);
+  await agent.next(AgentMsg.StreamStart);
+  const small = plain(320, 200, '#406080');
+  const large = plain(1600, 1000, '#406080');
+  let sent = 0;
+  const stop = setInterval(() => agent.frame(sent++ % 20 === 0 ? large : small), 50);
+  t.after(() => clearInterval(stop));
+  const { json } = await agent.next(AgentMsg.StreamStart);
+  assert.ok(Number(json.max_fps) > 15 && Number(json.bitrate) > 340_000, JSON.stringify(json));
+  const before = Number(await page.canvas.getAttribute('data-frames'));
+  await page.frames(before + 5);
 });

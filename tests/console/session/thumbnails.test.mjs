@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { MonitorList, parseThumbnail } from '../../../console/session/thumbnails.js';
+import { MonitorList, parseThumbnail } from '../../../console/session/displays/thumbnails.js';
 import { present } from '../support/present.mjs';
 
 const bytes = (/** @type {number[]} */ ...values) => Uint8Array.from(values);

@@ -9,8 +9,10 @@ import { DEADLINE_MS, until } from './waiting.mjs';
 const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/console-shots');
 
 /**
- * script: runs before the scripts of the page.
- * @typedef {import('playwright-core').BrowserContextOptions & {script?: string}} PageOptions
+ * script: runs before the scripts of the page. prepare: is called before the page is opened. at: the fragment of
+ * the page's address.
+ * @typedef {import('playwright-core').BrowserContextOptions & {script?: string, at?: string,
+ *   prepare?: (context: import('playwright-core').BrowserContext) => Promise<void>}} PageOptions
  */
 /** @typedef {{id?: string}} Machine */
 /** @typedef {{x: number, y: number}} Point */
@@ -69,7 +71,7 @@ export class ConsolePage {
    * @param {import('./relay.mjs').Relay} relay
    * @param {PageOptions} [options]
    */
-  static async opened(browser, relay, { script = '', ...options } = {}) {
+  static async opened(browser, relay, { script = '', at = '', prepare, ...options } = {}) {
     const context = await browser.newContext({
       ignoreHTTPSErrors: true,
       viewport: { width: 1440, height: 900 },
@@ -78,10 +80,11 @@ export class ConsolePage {
     });
     if (BROWSER === 'firefox') await context.addInitScript(countClicks);
     if (script) await context.addInitScript(script);
+    await prepare?.(context);
     const page = await context.newPage();
     page.setDefaultTimeout(DEADLINE_MS);
     const self = new ConsolePage(page);
-    await page.goto(relay.url);
+    await page.goto(`${relay.url}${at}`);
     return self;
   }
 

@@ -1,47 +1,39 @@
 // Starts one relay and one browser for all tests of a file, and a machine and a page for each test.
 import { after, before } from 'node:test';
+import { Api, administrator, decide } from './admin/api.mjs';
 import { ConsolePage, launch } from './console_page.mjs';
 import { plain } from './pictures.mjs';
-import { PASSWORD, Relay, USER } from './relay.mjs';
+import { Relay } from './relay.mjs';
 import { ScriptedAgent } from './scripted_agent.mjs';
 
 /** @typedef {import('node:test').TestContext} TestContext */
 /** @typedef {{relay: Relay, browser: import('playwright-core').Browser}} Shared */
-/** @typedef {{agent?: import('./scripted_agent.mjs').AgentOptions,
- *   page?: import('./console_page.mjs').PageOptions}} Options */
+/**
+ * who: whose log-in the page has, by default the administrator's. group: the machine's group, by default the first.
+ * @typedef {{agent?: import('./scripted_agent.mjs').AgentOptions, group?: number,
+ *   page?: import('./console_page.mjs').PageOptions, who?: import('./admin/api.mjs').Login}} Options
+ */
 
 /**
  * Starts a relay and a browser before the first test of a file and ends them after the last. To be called
  * once in a file; the result is filled in before the first test.
  * @param {string[]} [relayOptions]
+ * @param {import('./relay.mjs').SetUp} [setUp]
+ * @param {(shared: Shared) => Promise<unknown>} [prepare] called before the first test
  * @returns {Shared}
  */
-export function fixture(relayOptions) {
+export function fixture(relayOptions, setUp, prepare) {
   const shared = /** @type {Shared} */ ({});
   before(async () => {
-    shared.relay = await Relay.started(relayOptions);
+    shared.relay = await Relay.started(relayOptions, setUp);
     shared.browser = await launch();
+    await prepare?.(shared);
   });
   after(async () => {
     await shared.browser?.close();
     await shared.relay?.remove();
   });
   return shared;
-}
-
-/**
- * The browser's storage after a log-in at the relay. All tests share it, because the log-in page has tests of
- * its own.
- */
-function login(/** @type {Shared} */ { relay, browser }) {
-  relay.login ??= (async () => {
-    const context = await browser.newContext({ ignoreHTTPSErrors: true });
-    await context.request.post(`${relay.url}api/login`, { data: { name: USER, password: PASSWORD } });
-    const state = await context.storageState();
-    await context.close();
-    return state;
-  })();
-  return relay.login;
 }
 
 /**
@@ -69,8 +61,10 @@ export async function machineAndPage(t, shared, options = {}) {
   const { relay, browser } = shared;
   const agent = await ScriptedAgent.online(relay, { name: `Ship ${++machines}`, ...options.agent });
   t.after(() => agent.drop());
+  if (options.group) await decide(relay, 'move', [agent], { group: options.group });
+  const api = options.who ? await Api.loggedIn(relay, options.who) : await administrator(relay);
   const page = await ConsolePage.opened(browser, relay, {
-    storageState: await login(shared),
+    storageState: api.browserState,
     ...options.page,
   });
   t.after(() => page.close());
@@ -81,15 +75,18 @@ export async function machineAndPage(t, shared, options = {}) {
  * Opens a session between a new machine and a page, in which one picture of the given size is drawn.
  * @param {TestContext} t
  * @param {Shared} shared
- * @param {Options & {width?: number, height?: number}} [options]
+ * @param {Options & {width?: number, height?: number, reason?: string}} [options] reason: the answer to the
+ *   question before the session
  */
-export async function openSession(t, shared, { width = 640, height = 360, ...options } = {}) {
+export async function openSession(t, shared, { width = 640, height = 360, reason, ...options } = {}) {
   const { agent, page } = await machineAndPage(t, shared, options);
   agent.onStream = () => {
     agent.config({ width, height });
     agent.frame(plain(width, height, '#406080'));
   };
   await page.ask(agent);
+  if (reason) await page.page.getByRole('dialog').getByLabel('Reason').fill(reason);
+  if (reason) await page.page.getByRole('button', { name: 'Ask for the session' }).click();
   await page.frames(1);
   return { agent, page };
 }

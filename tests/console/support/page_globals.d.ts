@@ -14,6 +14,8 @@ interface Window {
   wholeScreen: EventTarget & { matches: boolean };
   /** Whether the page's clipboard refuses to be written, as without focus. */
   away: boolean;
+  /** The control messages that the page has sent, as JSON text. */
+  sent: string[];
   /** How often the page's clipboard was read. */
   reads: number;
   /** Fulfilled by release(): lets what a test has held back go on. */
@@ -23,8 +25,18 @@ interface Window {
   receivedBytes: number;
   /** Whether the page's decoders are slow. */
   isSlow: boolean;
+  /** How many frames the page has passed to its slow decoders. */
+  received: number;
   /** The alive messages that the relay has sent. */
   alive: number;
+  /** What the page has sent and the relay has answered: bytes of binary messages, and answers to pings. */
+  counts: { mostWaiting: number; sent: number; passed: number; pongs: number };
+  /** The types of the control messages that the page has sent. */
+  controls: string[];
+  /** Whether the page's WebSocket drops the next change of the list of machines. */
+  dropNext: boolean;
+  /** The names of the machines whose rows were changed. */
+  touched: Set<string>;
   /** The content that the page saved last. */
   savedBlob: Blob;
 }

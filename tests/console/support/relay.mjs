@@ -1,6 +1,6 @@
-// A real relay for a test, with its own data folder, a free port and one representative.
+// A real relay for a test, with its own data folder and a free port.
 import { execFileSync, spawn } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -12,33 +12,48 @@ const PROGRAM = process.env.VANTELINK_RELAY ?? join(ROOT, 'build/host/vantelink-
 export const USER = 'Sigga';
 export const PASSWORD = 'correct horse battery';
 
-export class Relay {
-  /**
-   * A log-in that several tests share; see fixture.mjs.
-   * @type {ReturnType<import('playwright-core').BrowserContext['storageState']> | null}
-   */
-  login = null;
+/**
+ * people: whether there is an administrator, with the name and password above. enrolment: whether new machines are
+ * approved at once.
+ * @typedef {{people?: boolean, enrolment?: boolean}} SetUp
+ */
 
-  /** @param {string[]} [options] added to the command line */
-  constructor(options = []) {
+export class Relay {
+  /** @param {string[]} [options] added to the command line @param {SetUp} [setUp] */
+  constructor(options = [], { people = true, enrolment = true } = {}) {
     this.options = options;
     this.data = mkdtempSync(join(tmpdir(), 'vantelink-console-'));
-    this.addUser(USER, PASSWORD);
+    if (people) this.addUser(USER, PASSWORD);
+    if (enrolment) execFileSync(PROGRAM, ['--data', this.data, '--open-enrolment', '600']);
     this.log = '';
     this.port = 0;
     /** @type {import('node:child_process').ChildProcess | null} */
     this.process = null;
   }
 
-  /** @param {string[]} [options] added to the command line */
-  static async started(options) {
-    const relay = new Relay(options);
+  /** @param {string[]} [options] added to the command line @param {SetUp} [setUp] */
+  static async started(options, setUp) {
+    const relay = new Relay(options, setUp);
     await relay.start();
     return relay;
   }
 
   addUser(/** @type {string} */ name, /** @type {string} */ password) {
-    execFileSync(PROGRAM, ['--data', this.data, '--add-user', name], { input: `${password}\n` });
+    execFileSync(PROGRAM, ['--data', this.data, '--add-user', name, '--role', 'administrator'], {
+      input: `${password}\n`,
+    });
+  }
+
+  /** The password of the first administrator, which a relay without people makes at its first start. */
+  get firstPassword() {
+    return readFileSync(join(this.data, 'first-password'), 'utf8').trim();
+  }
+
+  /** Changes the database as another process may do; the relay notices it. @param {string} statement SQL */
+  changeDatabase(statement) {
+    const script =
+      'import sqlite3, sys; d = sqlite3.connect(sys.argv[1]); d.execute(sys.argv[2]); d.commit()';
+    execFileSync('python3', ['-c', script, join(this.data, 'relay.db'), statement]);
   }
 
   get url() {

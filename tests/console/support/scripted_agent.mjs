@@ -10,7 +10,8 @@ export const AgentMsg = Object.freeze({ ...LinkMsg, ...Msg });
 /** The length of an event in bytes, indexed by the event's first byte. */
 const EVENT_BYTES = [0, 5, 3, 3, 7];
 
-/** @typedef {{consent?: 'accept' | 'decline' | 'none', name?: string, machine?: string}} AgentOptions */
+/** @typedef {{consent?: 'accept' | 'decline' | 'none', name?: string, machine?: string,
+ *   hardware?: string}} AgentOptions */
 /**
  * A received message; `json` is its payload read as JSON, or {} when the payload is not a JSON object.
  * @typedef {{type: number, session: number, payload: Uint8Array<ArrayBuffer>, json: Record<string, unknown>}}
@@ -31,6 +32,8 @@ function eventsOf(/** @type {Uint8Array} */ payload) {
   return events;
 }
 
+let computers = 0;
+
 export class ScriptedAgent {
   /** @type {Message[]} messages of the relay that next() has not removed yet */
   inbox = [];
@@ -47,14 +50,27 @@ export class ScriptedAgent {
   onReceived = () => {};
   /** @type {WebSocket | null} */
   #socket = null;
-  #frames = 0;
+  #lastStamp = 0;
+  /** The session of the question that is on the screen; 0 for none. */
+  #box = 0;
+  /** Whether a withdrawn question disappears from the screen. */
+  closesBox = true;
 
   /** @param {import('./relay.mjs').Relay} relay @param {AgentOptions} [options] */
-  constructor(relay, { name = 'Sæfari', machine = 'SAEFARI-BRIDGE', consent = 'accept' } = {}) {
+  constructor(
+    relay,
+    {
+      name = 'Sæfari',
+      machine = 'SAEFARI-BRIDGE',
+      consent = 'accept',
+      hardware = `hardware ${++computers}`,
+    } = {},
+  ) {
     this.relay = relay;
     this.name = name;
     this.machine = machine;
     this.consent = consent;
+    this.hardware = hardware;
   }
 
   /** @param {import('./relay.mjs').Relay} relay @param {AgentOptions} [options] */
@@ -69,7 +85,7 @@ export class ScriptedAgent {
     return this.#socket;
   }
 
-  /** Connects and logs in; the first call enrols the machine. */
+  /** Connects and logs in; the first call enrols the machine. Rejects with the code of a refusal. */
   async connect() {
     const url = `wss://localhost:${this.relay.port}/link`;
     const socket = new WebSocket(url, 'vantelink.v1', { rejectUnauthorized: false });
@@ -81,7 +97,12 @@ export class ScriptedAgent {
     if (this.id)
       this.sendJson(AgentMsg.Login, 0, { agent_id: this.id, secret: this.secret, name: this.name });
     else await this.#enrol();
-    await this.next(AgentMsg.LoginResult);
+    const answer = await until('the answer to the log-in', () => {
+      const taken = this.#take([AgentMsg.LoginResult, AgentMsg.Error]);
+      return taken ?? (socket.readyState === WebSocket.CLOSED && 'closed');
+    });
+    if (answer === 'closed') throw new Error('the relay closed the connection');
+    if (answer.type === AgentMsg.Error) throw new Error(String(answer.json.code));
   }
 
   /** Ends the connection without a closing handshake. */
@@ -108,10 +129,13 @@ export class ScriptedAgent {
 
   /** Waits for the next message of this type and removes it from the inbox. @returns {Promise<Message>} */
   async next(/** @type {number} */ type) {
-    return until(`the machine receives a message of type ${type}`, () => {
-      const at = this.inbox.findIndex((message) => message.type === type);
-      return at >= 0 && this.inbox.splice(at, 1)[0];
-    });
+    return until(`the machine receives a message of type ${type}`, () => this.#take([type]));
+  }
+
+  /** Removes the first message of one of these types from the inbox. */
+  #take(/** @type {number[]} */ types) {
+    const at = this.inbox.findIndex(({ type }) => types.includes(type));
+    return at < 0 ? undefined : this.inbox.splice(at, 1)[0];
   }
 
   /** Waits for the next `count` input events and removes them from `inputs`. */
@@ -130,10 +154,12 @@ export class ScriptedAgent {
 
   accept(/** @type {number} */ session) {
     this.session = session;
+    this.#box = 0;
     this.send(AgentMsg.SessionAccept, session, new Uint8Array(0));
   }
 
   decline(/** @type {number} */ session) {
+    this.#box = 0;
     this.sendJson(AgentMsg.SessionReject, session, { reason: 'declined' });
   }
 
@@ -142,8 +168,8 @@ export class ScriptedAgent {
     this.sendJson(AgentMsg.StreamConfig, this.session, { codec, w: width, h: height, monitor_id: monitor });
   }
 
-  /** @param {Uint8Array} data @param {number} [stampUs] */
-  frame(data, stampUs = 1000 * ++this.#frames) {
+  /** @param {Uint8Array} data @param {number} [stampUs] the time of its capture, by default now */
+  frame(data, stampUs = this.#now()) {
     const payload = new Uint8Array(8 + data.length);
     new DataView(payload.buffer).setBigUint64(0, BigInt(stampUs), true);
     payload.set(data, 8);
@@ -161,9 +187,15 @@ export class ScriptedAgent {
     this.send(AgentMsg.Thumbnail, this.session, payload);
   }
 
+  /** Strictly increasing microseconds. */
+  #now() {
+    this.#lastStamp = Math.max(this.#lastStamp + 1, Math.round(performance.now() * 1000));
+    return this.#lastStamp;
+  }
+
   async #enrol() {
     const names = { name: this.name, machine_name: this.machine };
-    this.sendJson(AgentMsg.Enroll, 0, { ...names, os: 'windows', hw_id: 'test' });
+    this.sendJson(AgentMsg.Enroll, 0, { ...names, os: 'windows', hw_id: this.hardware });
     const { json } = await this.next(AgentMsg.EnrollResult);
     this.id = String(json.agent_id);
     this.secret = String(json.agent_secret);
@@ -179,7 +211,13 @@ export class ScriptedAgent {
     else this.inbox.push({ type, session, payload, json });
     if (type === AgentMsg.SessionRequest && this.consent === 'accept') this.accept(session);
     if (type === AgentMsg.SessionRequest && this.consent === 'decline') this.decline(session);
-    if (type === AgentMsg.StreamStart) this.onStream(json);
+    if (type === AgentMsg.SessionRequest && this.consent === 'none') this.#box = session;
+    // The box of a withdrawn question closes, which the agent reports as an answer.
+    if (type === AgentMsg.SessionEnd && session === this.#box && this.closesBox) this.decline(session);
+    if (type === AgentMsg.StreamStart) {
+      this.session = session;
+      this.onStream(json);
+    }
     this.onReceived();
   }
 }

@@ -14,9 +14,11 @@ namespace {
 
 constexpr int kRefusingPort = 0;  // the system refuses connections to it
 
-void make_package(const std::string& agent, const std::string& version, const std::string& out) {
+void make_package(const std::string& agent, const std::string& version, const std::string& out,
+                  const std::string& key) {
   run(VANTELINK_SOURCE_DIR "/packaging/make-package --agent '" + agent + "' --relay " +
-      vlk::agent::default_server_host() + " --version " + version + " --out '" + out + "'");
+      vlk::agent::default_server_host() + " --version " + version + " --out '" + out + "' --update-key '" +
+      key + "'");
 }
 
 // Writes a copy of the executable in which the version number is the newer one.
@@ -37,8 +39,10 @@ void InstallerTest::SetUpTestSuite() {
   RedirectTest::SetUpTestSuite();
   new_agent = folder + "/newer.exe";
   make_newer_agent(new_agent);
-  make_package(kAgent, vlk::agent::kUpdateVersion, folder + "/old");
-  make_package(new_agent, kNewVersion, folder + "/new");
+  const std::string key = folder + "/update-key.pem";
+  if (!std::filesystem::exists(key)) run(VANTELINK_SOURCE_DIR "/packaging/make-update-key '" + key + "'");
+  make_package(kAgent, vlk::agent::kUpdateVersion, folder + "/old", key);
+  make_package(new_agent, kNewVersion, folder + "/new", key);
   old_setup = folder + "/old/VantelinkSetup-" + vlk::agent::kUpdateVersion + ".exe";
   new_setup = folder + "/new/VantelinkSetup-" + kNewVersion + ".exe";
   installed = desk->folder() + "/prefix/drive_c/Program Files/Maravek/Vantelink/";

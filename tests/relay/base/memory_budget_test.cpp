@@ -1,5 +1,5 @@
 // The common memory limit of several owners.
-#include "relay/base/memory_budget.h"
+#include "relay/base/memory/memory_budget.h"
 
 #include <gtest/gtest.h>
 

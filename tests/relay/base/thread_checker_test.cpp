@@ -1,5 +1,5 @@
 // The check that a class is used by one thread only.
-#include "relay/base/thread_checker.h"
+#include "relay/base/threads/thread_checker.h"
 
 #include <thread>
 

@@ -16,7 +16,7 @@ TEST_F(CutTest, MachineIsBackAfterItsConnectionWasClosedAndCanBeUsedAgain) {
   EXPECT_TRUE(logged("agent disconnected: closed at the request of admin"));
   wait_for_machine("Sæfari", "online");
   EXPECT_NE(browser->open_session(vantelink_fakes::saved_config().agent_id), session);
-  EXPECT_EQ(stored("SELECT detail FROM audit WHERE event = 'agent-cut' AND representative = 'admin'"),
+  EXPECT_EQ(stored("SELECT session FROM trail WHERE code = 'session.cut' AND actor = 'admin'"),
             (std::multiset<std::string>{std::to_string(session)}));
 }
 

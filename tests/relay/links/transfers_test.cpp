@@ -8,7 +8,7 @@
 
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
-#include "relay/transfer_bytes.h"
+#include "relay/session/transfer_bytes.h"
 #include "support/bytes/clip_bytes.h"
 #include "support/peers/raw_agent.h"
 
@@ -40,12 +40,15 @@ class TransferTest : public RelayTest {
   }
   template <typename Meanwhile>
   void upload_to_a_pipe(Meanwhile meanwhile);
+  static std::string clip_row(const std::string& direction, const std::string& payload) {
+    return R"(clip.sent {"direction":")" + direction + R"(","kind":"files","bytes":)" +
+           std::to_string(payload.size()) + R"(,"files":1,"names":["a.txt"]})";
+  }
   // The rows of the audit trail about files. Waits until there are at least `count` rows.
   std::multiset<std::string> audited(std::size_t count) {
     std::multiset<std::string> rows;
     EXPECT_TRUE(eventually([&] {
-      rows =
-          stored("SELECT event || ': ' || detail FROM audit WHERE event GLOB '*load*' OR event GLOB 'clip*'");
+      rows = stored("SELECT code || ' ' || fields FROM trail WHERE code GLOB 'file.*' OR code GLOB 'clip.*'");
       return rows.size() >= count;
     }));
     return rows;
@@ -78,12 +81,17 @@ TEST_F(TransferTest, UploadedFileCanBeDownloaded) {
   EXPECT_TRUE(received == content);
   const auto end = browser->read_envelope(Msg::FileTransferEnd).payload;
   EXPECT_EQ(Json::parse(end)["ok"], true);
-  EXPECT_EQ(audited(4), (std::multiset<std::string>{
-                            "upload: " + std::to_string(up) + " " + path,
-                            "upload-end: " + std::to_string(up) + " ended 600000",
-                            "download: " + std::to_string(down) + " " + path,
-                            "download-end: " + std::to_string(down) + " ended 600000",
-                        }));
+  const auto started = [&](std::uint32_t transfer, const std::string& direction, const char* size) {
+    return "file.started {\"transfer\":" + std::to_string(transfer) + R"(,"direction":")" + direction +
+           R"(","path":")" + path + '"' + size + '}';
+  };
+  const auto ended = [&](std::uint32_t transfer, const std::string& direction, const char* size) {
+    return "file.ended {\"transfer\":" + std::to_string(transfer) + R"(,"direction":")" + direction +
+           R"(","path":")" + path + '"' + size + R"(,"bytes":600000,"result":"ended"})";
+  };
+  EXPECT_EQ(audited(4), (std::multiset<std::string>{started(up, "up", R"(,"size":600000)"),
+                                                    ended(up, "up", R"(,"size":600000)"),
+                                                    started(down, "down", ""), ended(down, "down", "")}));
 }
 
 TEST_F(TransferTest, RefusedMessagesAreAnsweredAndAreNotSentToTheMachine) {
@@ -108,7 +116,7 @@ TEST_F(TransferTest, RefusedMessagesAreAnsweredAndAreNotSentToTheMachine) {
   EXPECT_FALSE(std::filesystem::exists(file("never")));
 }
 
-TEST_F(TransferTest, NamesOfClipboardFilesAreInTheAuditTrail) {
+TEST_F(TransferTest, ClipsAreInTheAuditTrailWithTheNamesOfTheirFilesAndWithoutTheirText) {
   const auto agent = connect_agent("Sæfari");
   auto browser = console();
   const std::uint32_t session = open(*browser);
@@ -118,7 +126,9 @@ TEST_F(TransferTest, NamesOfClipboardFilesAreInTheAuditTrail) {
   agent->send_text(Msg::ClipboardData, session, files);
   browser->read_envelope(Msg::ClipboardData);
   EXPECT_EQ(browser->read_envelope(Msg::ClipboardData).payload.size(), files.size());
-  EXPECT_EQ(audited(2), (std::multiset<std::string>{"clipboard-up: 1 a.txt", "clipboard-down: 1 a.txt"}));
+  EXPECT_EQ(audited(3),
+            (std::multiset<std::string>{clip_row("up", files), clip_row("down", files),
+                                        R"(clip.sent {"direction":"down","kind":"text","bytes":5})"}));
 }
 
 TEST_F(TransferTest, FilesOfOpenUploadsAreClosedWhenTheSessionIsClosed) {
@@ -205,7 +215,7 @@ TEST_F(TransferTest, EndMessagesOfUploadsAreSentAgainAfterEachLogInUntilTheMachi
   RawAgent third(port_);
   EXPECT_EQ(ends_after_log_in(third, identity), uploads);
   third.send(Msg::Heartbeat, R"({"beat":1})");
-  while (!browser->read_text("agents")["agents"][0]["round_trip_ms"].is_number()) {
+  while (!browser->read_machines()[0]["round_trip_ms"].is_number()) {
   }
   RawAgent fourth(port_);
   EXPECT_EQ(ends_after_log_in(fourth, identity), std::set<std::uint32_t>());
@@ -259,7 +269,7 @@ TEST_F(TransferTest, BrowserThatUploadsToASlowMachineStaysConnected) {
   const Limits usual = limits_;
   upload_to_a_pipe([&](const std::atomic<std::size_t>&) {
     settled_heap();
-    on_relay([&] { limits_.slow_browser = limits_.dead_browser = limits_.idle_browser = kShort; });
+    on_relay([&] { limits_.slow_browser = limits_.idle_browser = kShort; });
     std::this_thread::sleep_for(10 * kShort);
     settled_heap();  // the relay checks its limits many times before this returns
     on_relay([&] { limits_ = usual; });

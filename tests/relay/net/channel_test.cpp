@@ -9,6 +9,8 @@
 #include <boost/asio/io_context.hpp>
 #include <gtest/gtest.h>
 
+#include "relay/net/queue/piece_text.h"
+
 namespace vlk::relay {
 namespace {
 
@@ -29,7 +31,7 @@ class ChannelTest : public testing::Test {
   }
   static std::string next(Channel& channel) {
     const auto piece = channel.take();
-    return piece ? std::string(piece->bytes().begin(), piece->bytes().end()) : "nothing";
+    return piece ? text_of(*piece) : "nothing";
   }
   std::string next() { return next(*channel_); }
   std::shared_ptr<Channel> divided(bool parts) {
@@ -79,49 +81,19 @@ TEST_F(ChannelTest, LongMessageIsTakenInPieces) {
   for (const auto& row : rows) {
     const auto piece = channel->take();
     ASSERT_TRUE(piece);
-    EXPECT_EQ(std::string(piece->bytes().begin(), piece->bytes().end()), row.text);
+    EXPECT_EQ(text_of(*piece), row.text);
     EXPECT_EQ(piece->first, row.first) << row.text;
     EXPECT_EQ(piece->last, row.last) << row.text;
   }
   EXPECT_EQ(next(*channel), "nothing");
 }
 
-TEST_F(ChannelTest, PiecesOfABulkMessageAlternateWithOtherMessages) {
-  const auto channel = divided(true);
-  channel->send_bulk(bytes("aaaabbbbccccd"), 7);
-  channel->send_text("one");
-  channel->send_text("two");
-  EXPECT_FALSE(channel->full()) << "a bulk message does not count";
-  EXPECT_TRUE(channel->has_bulk(7));
-  EXPECT_FALSE(channel->has_bulk(8));
-  std::string order;
-  for (int i = 0; i < 6; ++i)
-    order += next(*channel) + ' ';
-  EXPECT_EQ(order, "one aaaa two bbbb cccc d ");
-  EXPECT_FALSE(channel->has_bulk(7));
-}
-
-TEST_F(ChannelTest, OtherPartsOfADiscardedMessageAreNotTaken) {
-  const auto channel = divided(true);
-  channel->send_binary(bytes("aaaabbbb"), 7);
-  channel->send_bulk(bytes("ccccdddd"), 7);
-  const auto first = channel->take();
-  (void)channel->take();
-  channel->discard(7);
-  channel->send_text("ended");
-  channel->written(*first);
-  EXPECT_EQ(next(*channel), "ende");
-  EXPECT_EQ(next(*channel), "d");
-  EXPECT_EQ(next(*channel), "nothing");
-  EXPECT_FALSE(channel->full()) << "the discarded bytes no longer count";
-}
-
-TEST_F(ChannelTest, FragmentsOfADiscardedMessageAreTakenOnceItsFirstFragmentWas) {
-  const auto channel = divided(false);
-  channel->send_binary(bytes("aaaabbbb"), 7);
-  EXPECT_EQ(next(*channel), "aaaa");
-  channel->discard(7);
-  EXPECT_EQ(next(*channel), "bbbb") << "the WebSocket message could not be completed otherwise";
+TEST_F(ChannelTest, LargeMessagesAndPicturesDoNotCountTowardsTheQueueLimit) {
+  channel_->send_large(bytes("more than ten"), 7);
+  EXPECT_TRUE(channel_->send_picture(bytes("more than ten"), 7, PictureKind::Key));
+  EXPECT_FALSE(channel_->full());
+  channel_->send_binary(bytes("more than ten"), 7, Lane::Bulk);
+  EXPECT_TRUE(channel_->full());
 }
 
 TEST_F(ChannelTest, DiscardedMessageNoLongerCountsTowardsTheQueueLimit) {
@@ -186,7 +158,7 @@ TEST_F(ChannelTest, WriteStallIsMeasuredWhileMessagesAreQueued) {
 
 TEST_F(ChannelTest, EachConfirmedByteEndsAWriteStall) {
   std::uint64_t confirmed = 100;
-  channel_->on_measure([&] { return confirmed; });
+  channel_->on_measure([&] { return TcpProgress{confirmed, false}; });
   channel_->send_text("waits");
   const auto start = Clock::now();
   (void)channel_->write_stall(start);
@@ -204,6 +176,20 @@ TEST_F(ChannelTest, WaitForRoomReturnsWhenTheQueueIsNotFull) {
   channel_->written(*channel_->take());
   run();
   EXPECT_TRUE(*done);
+}
+
+TEST_F(ChannelTest, BulkMessagesDoNotTakeTheRoomForAnswers) {
+  const auto bulk = std::make_shared<const Bytes>(std::size_t{100}, std::uint8_t{'x'});
+  channel_->send_binary(bulk, 7, Lane::Bulk);
+  EXPECT_TRUE(channel_->full());
+  EXPECT_TRUE(*spawn(channel_->wait_for_room()));
+  channel_->send_text("more than ten");
+  const auto done = spawn(channel_->wait_for_room());
+  EXPECT_FALSE(*done);
+  channel_->written(*channel_->take());
+  run();
+  EXPECT_TRUE(*done) << "the answer is written, and the bulk message still waits";
+  EXPECT_TRUE(channel_->full());
 }
 
 TEST_F(ChannelTest, WaitForRoomReturnsWhenTheConnectionIsCut) {

@@ -42,7 +42,8 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  [[nodiscard]] std::uint64_t confirmed() const { return confirmed_bytes(sender_); }
+  [[nodiscard]] std::uint64_t confirmed() const { return tcp_progress(sender_).confirmed; }
+  [[nodiscard]] bool unconfirmed() const { return tcp_progress(sender_).unconfirmed; }
   // Writes until the system accepts no more bytes.
   void fill() const {
     const std::vector<char> bytes(64 * 1024);
@@ -52,6 +53,12 @@ class Connection {
   void read(std::size_t size) const {
     std::vector<char> bytes(size);
     EXPECT_EQ(::recv(receiver_, bytes.data(), size, MSG_WAITALL), static_cast<ssize_t>(size));
+  }
+  // Reads what has arrived.
+  void drain() const {
+    std::vector<char> bytes(64 * 1024);
+    while (::recv(receiver_, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+    }
   }
 
  private:
@@ -70,13 +77,24 @@ TEST(TcpProgress, ConfirmedBytesGrowInSmallStepsWhileTheSendBufferStaysFull) {
   }
 }
 
+TEST(TcpProgress, BytesAreUnconfirmedUntilThePeersSystemHasThem) {
+  const Connection connection;
+  EXPECT_FALSE(connection.unconfirmed());
+  connection.fill();
+  EXPECT_TRUE(connection.unconfirmed());
+  EXPECT_TRUE(vantelink_test::eventually([&] {
+    connection.drain();
+    return !connection.unconfirmed();
+  }));
+}
+
 TEST(TcpProgress, DescriptorThatIsNotATcpSocketHasNoConfirmedBytes) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
-  EXPECT_EQ(confirmed_bytes(ends[1]), 0u);
+  EXPECT_EQ(tcp_progress(ends[1]).confirmed, 0u);
   ::close(ends[0]);
   ::close(ends[1]);
-  EXPECT_EQ(confirmed_bytes(-1), 0u);
+  EXPECT_EQ(tcp_progress(-1).confirmed, 0u);
 }
 
 }  // namespace

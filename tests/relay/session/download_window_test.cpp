@@ -5,8 +5,8 @@
 
 #include "fakes/fakes.h"
 #include "relay/relay_fixture.h"
+#include "relay/session/transfer_bytes.h"
 #include "relay/session/transfers.h"
-#include "relay/transfer_bytes.h"
 
 namespace vlk::relay {
 namespace {

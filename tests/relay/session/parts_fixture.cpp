@@ -2,14 +2,16 @@
 #include "relay/session/parts_fixture.h"
 
 #include "relay/base/secrets.h"
+#include "relay/net/queue/piece_text.h"
 #include "relay/wire/envelope.h"
 
 namespace vlk::relay {
 namespace {
 
 std::string line_of(const Channel::Piece& piece) {
-  const Bytes& bytes = *piece.message;
-  if (piece.text) return {bytes.begin(), bytes.end()};
+  const std::string text = text_of(piece);
+  if (piece.text) return text;
+  const Bytes bytes(text.begin(), text.end());
   const auto header = read_header(bytes);
   if (!header) return "not an envelope";
   return std::to_string(static_cast<int>(header->type)) + "/" + std::to_string(header->session) + " " +
@@ -18,10 +20,9 @@ std::string line_of(const Channel::Piece& piece) {
 
 }  // namespace
 
-PartsTest::PartsTest()
-    : log_([this](std::string_view line) { log_text_.append(line).append("\n"); }), store_(file_) {
+PartsTest::PartsTest() : log_([this](std::string_view line) { log_text_.append(line).append("\n"); }) {
   start_sodium();
-  parts_ = std::make_unique<Parts>(store_, log_, limits_);
+  restart();
 }
 
 PartsTest::Agent PartsTest::connect() {
@@ -33,11 +34,36 @@ PartsTest::Agent PartsTest::connect() {
 }
 
 PartsTest::Agent PartsTest::log_in(const std::string& id) {
-  const AgentRecord record{id, "name of " + id, "machine", "windows", "hw", 1};
-  if (!parts_->machines.find(id)) store_.add_agent(record, {1}, "10.0.0.1:1000");
+  const MachineRecord record{id, "name of " + id, "machine", "windows", "hw", 1};
+  if (!parts_->machines.find(id)) {
+    database_.run_and_wait([&](Store& store) { add_machine(store.database(), record); });
+    parts_->machines.add(record);
+  }
   const auto peer = connect();
-  (void)parts_->machines.log_in(peer, record);
+  (void)parts_->machines.log_in(peer, id);
   return peer;
+}
+
+PersonId PartsTest::person(const std::string& name, Role role) {
+  People::Contents all = parts_->people.all();
+  PersonId id = 0;
+  if (const Person* known = parts_->people.person_named(name)) id = known->id;
+  std::erase_if(all.people, [&](const Person& person) { return person.name == name; });
+  if (id == 0) id = static_cast<PersonId>(all.people.size()) + 1;
+  Person person;
+  person.id = id;
+  person.name = name;
+  person.role = role;
+  all.people.push_back(person);
+  parts_->people.replace(std::move(all));
+  return id;
+}
+
+void PartsTest::give_rights(PersonId person, Rights rights) {
+  People::Contents all = parts_->people.all();
+  std::erase_if(all.rights, [&](const RightRow& row) { return row.person == person; });
+  all.rights.push_back({kFirstGroup, person, std::nullopt, rights});
+  parts_->people.replace(std::move(all));
 }
 
 PartsTest::Console PartsTest::browse(const std::string& representative) {
@@ -45,14 +71,16 @@ PartsTest::Console PartsTest::browse(const std::string& representative) {
   peer->channel = std::make_shared<Channel>(io_.get_executor(), limits_.queue_bytes);
   peer->address = "10.0.0.2:2000";
   peer->representative = representative;
+  const Person* known = parts_->people.person_named(representative);
+  peer->person = known ? known->id : person(representative, Role::Administrator);
   peer->login = Bytes(representative.begin(), representative.end());
-  parts_->browsers.add(peer, parts_->machines.list(parts_->sessions.representatives()));
+  parts_->browsers.add(peer);
   return peer;
 }
 
 std::uint32_t PartsTest::ask(const Console& console, const Agent& agent) {
   (void)sent(*console->channel);
-  parts_->sessions.open(console, agent->id);
+  parts_->sessions.open(console, agent->id, "");
   const Lines answer = sent(*console->channel);
   EXPECT_EQ(answer.size(), 1u);
   return answer.empty() ? 0 : Json::parse(answer.front()).value("session", 0u);
@@ -78,21 +106,43 @@ Lines PartsTest::sent(Channel& channel) {
 
 Lines PartsTest::sent_but_lists(Channel& channel) {
   Lines lines = sent(channel);
-  std::erase_if(lines, [](const std::string& line) { return line.find("\"type\":\"agents\"") != line.npos; });
+  std::erase_if(lines, [](const std::string& line) {
+    return line.find("\"type\":\"agents") != line.npos ||
+           line.find("\"type\":\"viewers") != line.npos;
+  });
   return lines;
 }
 
-Lines PartsTest::audited() {
+void PartsTest::settle() {
+  database_.drain();
+  io_.restart();
+  io_.poll();
+}
+
+void PartsTest::restart() {
+  settle();
+  parts_.reset();
+  parts_ = std::make_unique<Parts>(database_, log_, limits_);
+}
+
+std::vector<MachineRecord> PartsTest::stored_machines() {
+  settle();
   Database database(file_);
-  Statement rows(database, "SELECT event, detail FROM audit ORDER BY id");
+  return load_machines(database);
+}
+
+Lines PartsTest::audited() {
+  settle();
+  Database database(file_);
+  Statement rows(database, "SELECT code || coalesce('/' || session, ''), fields FROM trail ORDER BY id");
   Lines lines;
   while (rows.step())
-    lines.push_back(rows.text(0) + ": " + rows.text(1));
+    lines.push_back(rows.text(0) + " " + rows.text(1));
   return lines;
 }
 
 void PartsTest::break_audit_trail() {
-  Database(file_).execute("DROP TABLE audit");
+  Database(file_).execute("DROP TABLE trail");
 }
 
 Bytes envelope_of(Msg type, std::uint32_t session, const std::string& payload) {

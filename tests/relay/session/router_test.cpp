@@ -1,4 +1,6 @@
 // The router's decision about messages of each type, in each state of a session and in both directions.
+#include <map>
+
 #include "relay/session/parts_fixture.h"
 
 namespace vlk::relay {
@@ -38,9 +40,8 @@ class RouterTest : public PartsTest {
   }
   std::string payload() const { return {message_.begin() + kEnvelopeHeaderSize, message_.end()}; }
   Lines notes() {
-    parts_->audit.write_notes();
     Lines lines = audited();
-    std::erase_if(lines, [](const std::string& line) { return line.starts_with("session-"); });
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("session."); });
     return lines;
   }
 
@@ -66,7 +67,7 @@ TEST_F(RouterTest, MessageOfAMachineIsForwardedOrNotByItsTypeAndTheStateOfItsSes
       const bool silent = expected != Kind::Swallow || (rule && rule->code == Msg::StreamFrame);
       EXPECT_EQ(route.reason.empty(), silent) << code << ": " << route.reason;
     }
-    if (belonging == Belonging::Asked) parts_->sessions.close(*browser_, session);
+    if (belonging == Belonging::Asked) parts_->sessions.reject(*agent_, session);
   }
 }
 
@@ -96,7 +97,7 @@ TEST_F(RouterTest, MessageOfABrowserIsForwardedOrNotByItsTypeAndTheStateOfItsSes
       const bool own = belonging == Belonging::Asked || belonging == Belonging::Accepted;
       EXPECT_EQ(route.agent, own ? "a" : "") << "the error must not name another browser's machine";
     }
-    if (belonging == Belonging::Asked) parts_->sessions.close(*browser_, session);
+    if (belonging == Belonging::Asked) parts_->sessions.reject(*agent_, session);
   }
 }
 
@@ -152,10 +153,15 @@ TEST_F(RouterTest, UploadIsForwardedOnlyWithATransferNumberOfItsSession) {
   EXPECT_EQ(refused.agent, "a");
   EXPECT_EQ(from_browser(Msg::UploadBegin, session, request(number)).kind, Kind::Forward);
   EXPECT_EQ(payload(), R"({"transfer_id":)" + std::to_string(number) + R"(,"path":"a.txt","size":0})");
-  EXPECT_EQ(from_browser(Msg::FileTransferEnd, session, request(number)).kind, Kind::Forward);
-  EXPECT_EQ(parts_->transfers.owed("a", Clock::now()), std::vector<std::uint32_t>{number});
-  EXPECT_EQ(notes(), (Lines{"upload: " + std::to_string(number) + " a.txt",
-                            "upload-end: " + std::to_string(number) + " ended 0"}));
+  const Route end = from_browser(Msg::FileTransferEnd, session, request(number));
+  EXPECT_EQ(end.kind, Kind::Forward);
+  EXPECT_EQ(end.ended_upload, number);
+  const std::string id = std::to_string(number);
+  const std::string in_session =
+      '/' + std::to_string(session) + R"( {"transfer":)" + id + R"(,"direction":"up",)";
+  EXPECT_EQ(notes(),
+            (Lines{"file.started" + in_session + R"("path":"a.txt","size":0})",
+                   "file.ended" + in_session + R"("path":"a.txt","size":0,"bytes":0,"result":"ended"})"}));
 }
 
 TEST_F(RouterTest, CancellationOfADownloadIsNotSentToTheMachineWhoseEndMessageIsForwarded) {
@@ -168,7 +174,7 @@ TEST_F(RouterTest, CancellationOfADownloadIsNotSentToTheMachineWhoseEndMessageIs
   EXPECT_EQ(notes().size(), 2u);
 }
 
-TEST_F(RouterTest, ClipboardFilesAndRestartsAreNotedForTheAuditTrail) {
+TEST_F(RouterTest, ClipsRestartsAndCtrlAltDelAreNotedForTheAuditTrail) {
   using namespace std::string_literals;
   const std::uint32_t session = accepted(browser_, agent_);
   const std::string file = "\3\0\0\0\1\0\0\0\1a\0\0\0\0\0\0\0\0"s;
@@ -176,8 +182,24 @@ TEST_F(RouterTest, ClipboardFilesAndRestartsAreNotedForTheAuditTrail) {
   EXPECT_EQ(from_browser(Msg::ClipboardData, session, file).kind, Kind::Forward);
   EXPECT_EQ(from_browser(Msg::ClipboardData, session, "\1text").kind, Kind::Forward);
   EXPECT_EQ(from_browser(Msg::Reboot, session).kind, Kind::Forward);
+  EXPECT_EQ(from_browser(Msg::SecureAttention, session).kind, Kind::Forward);
+  const std::string in_session = '/' + std::to_string(session) + " {";
+  const std::string rest =
+      R"(,"kind":"files","bytes":)" + std::to_string(file.size()) + R"(,"files":1,"names":["a"]})";
   EXPECT_EQ(notes(),
-            (Lines{"clipboard-down: 1 a", "clipboard-up: 1 a", "restart: " + std::to_string(session)}));
+            (Lines{"clip.sent" + in_session + R"("direction":"down")" + rest,
+                   "clip.sent" + in_session + R"("direction":"up")" + rest,
+                   "clip.sent" + in_session + R"("direction":"up","kind":"text","bytes":5})",
+                   "control.restart" + in_session + "}", "control.ctrl-alt-del" + in_session + "}"}));
+}
+
+TEST_F(RouterTest, ListedFoldersAreNotedOnceAMinute) {
+  const std::uint32_t session = accepted(browser_, agent_);
+  for (const char* path : {"C:\\\\a", "C:\\\\a", "C:\\\\b"})
+    (void)from_browser(Msg::DirListRequest, session, R"({"path":")" + std::string(path) + "\"}");
+  const std::string in_session = '/' + std::to_string(session) + " {";
+  EXPECT_EQ(notes(), (Lines{"folder.listed" + in_session + R"("path":"C:\\a","count":1})",
+                            "folder.listed" + in_session + R"("path":"C:\\b","count":1})"}));
 }
 
 TEST_F(RouterTest, StreamConfigResetsTheStateOfTheH264Stream) {
@@ -205,21 +227,21 @@ TEST_F(RouterTest, MachineWithoutAnAcceptedSessionCanSendOnlySmallMessages) {
   for (const Belonging belonging : kBelongings) {
     const std::uint32_t session = session_that_is(belonging);
     const auto arrival = [&](Msg type, std::size_t size) {
-      return parts_->router.arrival_from_agent(*agent_, {{type, session}, size}).kind;
+      return parts_->router.arrival_from_agent(*agent_, {{type, session}, size}, true).kind;
     };
     EXPECT_EQ(arrival(Msg::ClipboardData, limits_.control_message), Held::Hold);
     EXPECT_EQ(arrival(Msg::ClipboardData, limits_.control_message + 1),
               belonging == Belonging::Accepted ? Held::Hold : Held::Drop);
     EXPECT_EQ(arrival(Msg::NameUpdate, limits_.control_message + 1), Held::Drop)
         << "no session makes messages for the relay larger";
-    if (belonging == Belonging::Asked) parts_->sessions.close(*browser_, session);
+    if (belonging == Belonging::Asked) parts_->sessions.reject(*agent_, session);
   }
 }
 
 TEST_F(RouterTest, LargestClipboardOfAnAgentIsHeldAndALargerMessageIsNot) {
   const std::uint32_t session = accepted(browser_, agent_);
   const auto arrival = [&](std::size_t size) {
-    return parts_->router.arrival_from_agent(*agent_, {{Msg::ClipboardData, session}, size});
+    return parts_->router.arrival_from_agent(*agent_, {{Msg::ClipboardData, session}, size}, true);
   };
   constexpr std::size_t kLongestName = 255 * 3;  // UTF-8 bytes of a name with 255 UTF-16 units
   const std::size_t clipboard = kEnvelopeHeaderSize + 5 + (64u << 20) + 5000 * (4 + kLongestName + 8);
@@ -232,11 +254,11 @@ TEST_F(RouterTest, LargestClipboardOfAnAgentIsHeldAndALargerMessageIsNot) {
 
 TEST_F(RouterTest, LargeMessagesOfAllMachinesShareABudget) {
   limits_.large_messages = 2 * limits_.agent_message;
-  parts_ = std::make_unique<Parts>(store_, log_, limits_);
+  restart();
   const auto arrival = [&](const std::string& id, std::size_t size) {
     const Agent agent = log_in(id);
     const std::uint32_t session = accepted(browse("ada"), agent);
-    return parts_->router.arrival_from_agent(*agent, {{Msg::ClipboardData, session}, size});
+    return parts_->router.arrival_from_agent(*agent, {{Msg::ClipboardData, session}, size}, true);
   };
   const Arrival first = arrival("c", limits_.agent_message);
   {
@@ -246,6 +268,32 @@ TEST_F(RouterTest, LargeMessagesOfAllMachinesShareABudget) {
     EXPECT_EQ(arrival("f", limits_.small_message).kind, Held::Hold) << "small messages need no budget";
   }
   EXPECT_EQ(arrival("g", limits_.agent_message).kind, Held::Hold) << "the second message is gone";
+}
+
+TEST_F(RouterTest, SmallMessageWaitsForMemoryUntilTheLargestMessageThatArrivesIsCut) {
+  limits_.bytes_in_flight = limits_.small_message + 2000;
+  restart();
+  const Agent older = log_in("c"), newer = log_in("d"), last = log_in("e");
+  std::map<Agent, std::uint32_t> sessions;
+  for (const Agent& agent : {older, newer, last})
+    sessions[agent] = accepted(browse("ada"), agent);
+  const auto arrival = [&](const Agent& agent, std::size_t size, bool waited) {
+    const EnvelopeStart start{{Msg::ClipboardData, sessions.at(agent)}, size};
+    return parts_->router.arrival_from_agent(*agent, start, waited);
+  };
+  const std::size_t half = limits_.bytes_in_flight / 2;
+  Arrival first = arrival(older, half, true), second = arrival(newer, half, true);
+  EXPECT_EQ(second.kind, Held::Hold);
+  EXPECT_EQ(arrival(last, half - 1, false).kind, Held::Later);
+  EXPECT_EQ(arrival(last, half, true).kind, Held::TooLarge) << "none is larger";
+  EXPECT_EQ(arrival(last, half - 1, true).kind, Held::Later);
+  EXPECT_FALSE(older->channel->is_cut());
+  EXPECT_TRUE(newer->channel->is_cut()) << "the newest of the largest messages";
+  second = {};
+  EXPECT_EQ(arrival(last, half - 1, true).kind, Held::Hold);
+  first.entry = {};  // the message has arrived
+  EXPECT_EQ(arrival(last, half + 1, true).kind, Held::TooLarge);
+  EXPECT_FALSE(older->channel->is_cut());
 }
 
 TEST_F(RouterTest, MessageThatArrivesIsNoLongerWantedAfterItsSessionEnded) {

@@ -3,8 +3,9 @@
 #include "relay/session/transfers.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
-#include "relay/transfer_bytes.h"
+#include "relay/session/transfer_bytes.h"
 #include "relay/wire/clip_note.h"
 #include "support/bytes/clip_bytes.h"
 
@@ -112,22 +113,26 @@ TEST_F(TransfersTest, CancellationOfADownloadIsNotSentToTheMachineAndFurtherChun
                                           envelope(Msg::FileTransferEnd, 7, end + R"(,"ok":true})"));
   EXPECT_TRUE(last.wanted);
   ASSERT_TRUE(last.note);
-  EXPECT_EQ(last.note->detail, std::to_string(own) + " cancelled 3");
+  EXPECT_EQ(last.note->fields,
+            R"({"transfer":)" + std::to_string(own) +
+                R"(,"direction":"down","path":"C:\\a.txt","bytes":3,"result":"cancelled"})");
 }
 
 TEST_F(TransfersTest, StartAndEndOfAnUploadAreNotedForTheAuditTrail) {
   const std::uint32_t own = transfers_.give(7);
   const auto begin = request(Msg::UploadBegin, own);
   ASSERT_TRUE(begin.note);
-  EXPECT_EQ(begin.note->event, "upload");
-  EXPECT_EQ(begin.note->detail, std::to_string(own) + " C:\\a.txt");
+  EXPECT_EQ(begin.note->code, "file.started");
+  EXPECT_EQ(nlohmann::json::parse(begin.note->fields)["path"], "C:\\a.txt");
   send(Msg::FileChunk, chunk(own, "12345"));
   const auto end = send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(own) + "}");
   ASSERT_TRUE(end.note);
-  EXPECT_EQ(end.note->event, "upload-end");
-  EXPECT_EQ(end.note->detail, std::to_string(own) + " ended 5");
+  EXPECT_EQ(end.note->code, "file.ended");
+  EXPECT_EQ(end.note->fields,
+            R"({"transfer":)" + std::to_string(own) + R"(,"direction":"up","path":"C:\\a.txt","size":)" +
+                nlohmann::json::parse(end.note->fields)["size"].dump() + R"(,"bytes":5,"result":"ended"})");
   const auto longest = request(Msg::UploadBegin, transfers_.give(7), std::string(100'000, 'x'));
-  EXPECT_LT(longest.note->detail.size(), 5000u);
+  EXPECT_LT(longest.note->fields.size(), 5000u);
 }
 
 TEST_F(TransfersTest, EndingASessionReturnsItsOpenUploadsAndForgetsItsTransfers) {
@@ -168,30 +173,38 @@ TEST_F(TransfersTest, OversizedEndMessageOfADownloadIsDropped) {
   EXPECT_TRUE(transfers_.from_agent(7, Msg::FileTransferEnd, envelope(Msg::FileTransferEnd, 7, end)).note);
 }
 
+// The kind, the number of files and their names, separated by commas.
 std::optional<std::string> note_of(const std::string& payload) {
-  return clip_note(envelope(Msg::ClipboardData, 7, payload));
+  const auto note = clip_note(envelope(Msg::ClipboardData, 7, payload));
+  if (!note) return std::nullopt;
+  EXPECT_EQ(note->bytes, payload.size());
+  std::string text = std::string(note->kind) + ' ' + std::to_string(note->files);
+  for (const std::string& name : note->names)
+    text += ", " + name;
+  return text;
 }
 
 TEST(ClipNote, ContainsFileNamesAndNoOtherClipboardContent) {
   EXPECT_EQ(note_of(""), std::nullopt);
-  EXPECT_EQ(note_of("\1secret"), std::nullopt);
-  EXPECT_EQ(note_of("\2png"), std::nullopt);
-  EXPECT_EQ(note_of("\3"), "0");
+  EXPECT_EQ(note_of("\1secret"), "text 0");
+  EXPECT_EQ(note_of("\2png"), "picture 0");
+  EXPECT_EQ(note_of("\4x"), "other 0");
+  EXPECT_EQ(note_of("\3"), "files 0");
   const std::string two = "\3" + big_endian(2) + record("þ.txt", "content") + record("b\nc", "");
-  EXPECT_EQ(note_of(two), "2 þ.txt, b c");
+  EXPECT_EQ(note_of(two), "files 2, þ.txt, b c");
 }
 
 TEST(ClipNote, CountsOnlyCompleteFilesInTruncatedOrInvalidPayloads) {
   const std::string one = "\3" + big_endian(1) + record("a", "xyz");
   for (std::size_t size = 1; size < one.size(); ++size)
-    EXPECT_EQ(note_of(one.substr(0, size)), "0") << size;
-  EXPECT_EQ(note_of("\3" + big_endian(0xFFFFFFFF) + record("a", "x")), "1 a");
-  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(0xFFFFFFFF) + "a"), "0");
-  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(1) + "a" + std::string(8, '\xff') + "x"), "0");
+    EXPECT_EQ(note_of(one.substr(0, size)), "files 0") << size;
+  EXPECT_EQ(note_of("\3" + big_endian(0xFFFFFFFF) + record("a", "x")), "files 1, a");
+  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(0xFFFFFFFF) + "a"), "files 0");
+  EXPECT_EQ(note_of("\3" + big_endian(1) + big_endian(1) + "a" + std::string(8, '\xff') + "x"), "files 0");
   std::string many = "\3" + big_endian(1000);
   for (int i = 0; i < 1000; ++i)
     many += record(std::string(100, 'n'), "");
-  EXPECT_EQ(note_of(many)->substr(0, 5), "1000 ");
+  EXPECT_EQ(note_of(many)->substr(0, 11), "files 1000,");
   EXPECT_LT(note_of(many)->size(), 2 * kLongestClipNote);
 }
 

@@ -1,6 +1,7 @@
 // The database after its process was killed, and a file that is not a database.
 #include "relay/storage/store.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,16 +13,51 @@
 
 #include <gtest/gtest.h>
 
+#include "relay/storage/machine_store.h"
+#include "support/temp_folder.h"
+
 namespace vlk::relay {
 namespace {
+
+void add(Store& store, const std::string& id) {
+  Transaction transaction(store.database());
+  add_machine(store.database(), {.id = id});
+  transaction.commit();
+}
 
 // Adds machines until the process is killed, and writes the number of each to `pipe` after it is stored.
 [[noreturn]] void add_machines_forever(const std::string& file, int pipe) {
   Store store(file);
   for (std::uint32_t number = 0;; ++number) {
-    store.add_agent({std::to_string(number), "name", "machine", "windows", "", 1}, {1, 2, 3}, "address");
+    add(store, std::to_string(number));
     if (::write(pipe, &number, sizeof number) != sizeof number) ::_exit(1);
   }
+}
+
+// Whether this process holds a lock on the file, as another process sees it.
+bool is_locked(const std::string& file) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int descriptor = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    const bool asked = ::fcntl(descriptor, F_GETLK, &lock) == 0;
+    ::_exit(asked && lock.l_type != F_UNLCK ? 0 : 1);
+  }
+  int status = 1;
+  ::waitpid(child, &status, 0);
+  return status == 0;
+}
+
+// Without the lock, the next process that closes the database deletes the write-ahead log of this one.
+TEST(Store, FurtherConnectionOfTheProcessKeepsTheLockOfTheFirst) {
+  const vantelink_test::TempFolder folder;
+  const std::string file = (folder.path() / "relay.db").string();
+  const Store first(file);
+  ASSERT_TRUE(is_locked(file));
+  const Store second(file);
+  EXPECT_TRUE(is_locked(file));
 }
 
 TEST(Store, RowsAreStillStoredAfterTheProcessWasKilled) {
@@ -49,13 +85,13 @@ TEST(Store, RowsAreStillStoredAfterTheProcessWasKilled) {
 
     Store store(file);
     std::set<std::string> ids;
-    for (const AgentRecord& agent : store.agents())
-      ids.insert(agent.id);
+    for (const MachineRecord& machine : load_machines(store.database()))
+      ids.insert(machine.id);
     for (std::uint32_t number = 0; number <= stored; ++number) {
       EXPECT_TRUE(ids.contains(std::to_string(number))) << number << " of " << stored;
     }
     // The database can still be written.
-    store.add_agent({"after", "name", "machine", "windows", "", 1}, {1}, "address");
+    add(store, "after");
   }
   std::filesystem::remove_all(folder);
 }

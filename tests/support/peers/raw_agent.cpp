@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,10 +12,17 @@
 
 namespace vantelink_test {
 
-RawAgent::RawAgent(unsigned short port)
+RawAgent::RawAgent(unsigned short port, const char* source)
     : context_(SSL_CTX_new(TLS_client_method()), &SSL_CTX_free), ssl_(SSL_new(context_.get()), &SSL_free) {
   std::signal(SIGPIPE, SIG_IGN);
   socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (source) {
+    sockaddr_in own{};
+    own.sin_family = AF_INET;
+    own.sin_addr.s_addr = ::inet_addr(source);
+    if (::bind(socket_, reinterpret_cast<sockaddr*>(&own), sizeof own) != 0)
+      throw std::runtime_error(std::string("cannot use the address ") + source);
+  }
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -22,6 +30,9 @@ RawAgent::RawAgent(unsigned short port)
   if (::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
     throw std::runtime_error("cannot connect to port " + std::to_string(port));
   }
+  // As the agent does. Otherwise the end of a message can wait for the relay's next packet.
+  const int on = 1;
+  ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   SSL_set_fd(ssl_.get(), socket_);
   if (SSL_connect(ssl_.get()) != 1) throw std::runtime_error("the TLS handshake failed");
   std::string key;

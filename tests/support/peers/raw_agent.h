@@ -15,7 +15,8 @@ namespace vantelink_test {
 // throws std::runtime_error when one of these steps fails.
 class RawAgent {
  public:
-  explicit RawAgent(unsigned short port);
+  // `source` is the loopback address that the relay sees, as in "127.0.0.2"; without it, the system's choice.
+  explicit RawAgent(unsigned short port, const char* source = nullptr);
   ~RawAgent();
   RawAgent(const RawAgent&) = delete;
   RawAgent& operator=(const RawAgent&) = delete;

@@ -51,6 +51,7 @@ std::string RelayProcess::program() {
 RelayProcess::RelayProcess(const std::string& data, const std::vector<std::string>& arguments)
     : log_path_(data + "/relay.log") {
   std::filesystem::create_directories(data);
+  std::filesystem::permissions(data, std::filesystem::perms::owner_all);
   std::filesystem::remove(log_path_);  // the log of an earlier relay contains another port
   std::vector<std::string> words = {program(), "--address", "127.0.0.1", "--port", "0", "--data", data};
   words.insert(words.end(), arguments.begin(), arguments.end());
@@ -62,8 +63,15 @@ RelayProcess::RelayProcess(const std::string& data, const std::vector<std::strin
 }
 
 RelayProcess::~RelayProcess() {
+  if (pid_ <= 0) return;
   ::kill(pid_, SIGTERM);
   ::waitpid(pid_, nullptr, 0);
+}
+
+void RelayProcess::kill() {
+  ::kill(pid_, SIGKILL);
+  ::waitpid(pid_, nullptr, 0);
+  pid_ = 0;
 }
 
 std::string RelayProcess::log() const {

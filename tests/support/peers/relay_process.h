@@ -19,9 +19,12 @@ class RelayProcess {
   RelayProcess(const RelayProcess&) = delete;
   RelayProcess& operator=(const RelayProcess&) = delete;
 
+  // Ends the process at once, as a power failure does.
+  void kill();
   // The executable's path, in the build tree of the test.
   static std::string program();
   int port() const { return port_; }
+  pid_t pid() const { return pid_; }
   std::string log() const;  // all that the relay has logged so far
   // The number of times that the text occurs in the log.
   int logged(const std::string& text) const;

@@ -1,0 +1,90 @@
+// A representative's browser that watches a machine, types and downloads, and returns after each end.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+#include <openssl/ssl.h>
+
+#include "figures.h"
+#include "net/socket.h"
+#include "net/tls_connection.h"
+#include "wire/messages.h"
+#include "wire/websocket.h"
+
+namespace vantelink_bench {
+
+// Behaves as the console does: takes the connection for dead after 15 s of silence, connects again, and asks
+// for a session again after its end. A key press is sent every 250 ms. One thread reads, one sends key
+// presses and looks at the times, one uploads.
+class Viewer {
+ public:
+  struct Settings {
+    std::string address;        // of the relay, or of a line to it
+    unsigned short port = 0;    // at this address
+    std::string cookie;         // the log-in
+    std::string download_path;  // of a file on the machine, downloaded again and again; empty for none
+    std::string upload_path;    // of a file on the machine, uploaded without an end; empty for none
+  };
+  Viewer(Settings settings, Figures& figures);
+  ~Viewer();
+  Viewer(const Viewer&) = delete;
+  Viewer& operator=(const Viewer&) = delete;
+
+ private:
+  void read();  // the reader's thread
+  void read_connection();
+  bool upgrade(vlk::agent::TlsConnection& connection);
+  void handle(const vlk::WsFrame& frame);
+  void handle_text(const nlohmann::json& message);
+  void handle_session(const nlohmann::json& message);
+  void ask_for_transfer();
+  void begin_transfer(const nlohmann::json& message);
+  void handle_envelope(const std::vector<std::uint8_t>& bytes);
+  void end_session(const std::string& reason);
+
+  void type();  // the typist's thread
+  void open_if_possible();
+  void upload();  // the uploader's thread
+
+  void send(const nlohmann::json& message);
+  void send_envelope(vlk::Msg type, std::uint32_t session, const std::string& payload);
+  void write(std::uint8_t opcode, const std::string& bytes);
+
+  const Settings settings_;
+  Figures& figures_;
+  const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
+  vlk::SharedSocket socket_;
+  std::atomic<bool> stopping_{false};
+  std::atomic<Clock::time_point> heard_;  // bytes arrived, or a connection was begun
+
+  std::mutex write_lock_;
+  std::shared_ptr<vlk::agent::TlsConnection>
+      connection_;  // guarded by write_lock_; null without a connection
+
+  std::mutex lock_;  // guards what follows
+  std::string agent_;
+  bool online_ = false;
+  bool asked_ = false;
+  std::uint32_t session_ = 0;
+  bool watching_ = false;        // a picture of the session has arrived
+  std::uint32_t uploading_ = 0;  // the number of the session's upload
+  std::uint64_t uploaded_ = 0;   // bytes of it that were sent
+  std::uint64_t passed_ = 0;     // bytes of it that have passed the relay
+  std::condition_variable upload_changed_;
+
+  vlk::WsParser parser_;                            // the reader's
+  std::map<int, std::vector<std::uint8_t>> parts_;  // the reader's, by lane
+  std::size_t stored_ = 0;                          // the reader's: bytes of the session's downloads
+  std::thread reader_;
+  std::thread typist_;
+  std::thread uploader_;
+};
+
+}  // namespace vantelink_bench

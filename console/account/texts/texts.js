@@ -1,0 +1,6 @@
+// The texts about log-ins and the own account, in the language of the page.
+import { tableOf } from '../../base/texts.js';
+import { english } from './english.js';
+import { icelandic } from './icelandic.js';
+
+export const texts = tableOf([english, icelandic]);

@@ -1,0 +1,155 @@
+// TLS over a TCP socket, without buffers of its own: an idle connection costs little more than OpenSSL's
+// state.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <utility>
+
+#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/compose.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/beast/websocket/teardown.hpp>
+#include <openssl/ssl.h>
+
+namespace vlk::relay {
+
+// A stream as Boost.Beast needs it. Used on the relay's one thread. At most one read and one write at a time.
+class TlsStream {
+ public:
+  using Error = boost::system::error_code;
+  using executor_type = boost::asio::any_io_executor;
+
+  // `context` is used only during the call.
+  TlsStream(boost::asio::ip::tcp::socket socket, SSL_CTX* context);
+
+  [[nodiscard]] executor_type get_executor() { return state_->socket.get_executor(); }
+  [[nodiscard]] boost::asio::ip::tcp::socket& socket() { return state_->socket; }
+  void close() { state_->close(); }
+  // Sends what ends the TLS connection if that is possible at once, and closes the sending direction. Every
+  // later read and write fails.
+  void finish() { state_->finish(); }
+
+  template <class Token>
+  auto async_handshake(Token&& token) {
+    const auto attempt = [](State& state) { return state.handshake(); };
+    return boost::asio::async_compose<Token, void(Error)>(
+        Operation<decltype(attempt), false>{state_, attempt}, token, state_->socket);
+  }
+  template <class Buffers, class Token>
+  // Completes from the context, so callers do not recurse.
+  // NOLINTNEXTLINE(misc-no-recursion)
+  auto async_read_some(const Buffers& buffers, Token&& token) {
+    const auto attempt = [buffer = first_of<boost::asio::mutable_buffer>(buffers)](State& state) {
+      return state.read(buffer);
+    };
+    return boost::asio::async_compose<Token, void(Error, std::size_t)>(
+        Operation<decltype(attempt), true>{state_, attempt}, token, state_->socket);
+  }
+  template <class Buffers, class Token>
+  // Completes from the context, so callers do not recurse.
+  // NOLINTNEXTLINE(misc-no-recursion)
+  auto async_write_some(const Buffers& buffers, Token&& token) {
+    const auto attempt = [run = run_of(buffers)](State& state) { return state.write(run); };
+    return boost::asio::async_compose<Token, void(Error, std::size_t)>(
+        Operation<decltype(attempt), true>{state_, attempt}, token, state_->socket);
+  }
+
+ private:
+  static constexpr std::size_t kRun = 4;  // buffers of one write
+  using Run = std::array<boost::asio::const_buffer, kRun>;
+
+  // What one attempt to read or write came to: it is done, or waits for the socket.
+  struct Step {
+    enum class Wait { None, Read, Write } wait = Wait::None;
+    Error error{};
+    std::size_t size = 0;
+  };
+  struct State {
+    State(boost::asio::ip::tcp::socket its_socket, SSL_CTX* context);
+    Step handshake();
+    Step read(const boost::asio::mutable_buffer& buffer);
+    Step write(const Run& run);
+    void close();
+    void finish();
+    [[nodiscard]] Step outcome(int result, std::size_t size);
+
+    boost::asio::ip::tcp::socket socket;
+    std::unique_ptr<SSL, decltype(&SSL_free)> ssl;
+  };
+
+  // Repeats an attempt until it is done. Completes never within the call that began the operation.
+  template <class Attempt, bool with_size>
+  struct Operation {
+    std::shared_ptr<State> state;
+    Attempt attempt;
+    Step step{};
+    bool waited = false;
+    bool posted = false;
+
+    template <class Self>
+    // NOLINTNEXTLINE(misc-no-recursion)
+    void operator()(Self& self, Error error = {}) {
+      if (!posted) {
+        step = error ? Step{Step::Wait::None, error, 0} : attempt(*state);
+        if (step.wait != Step::Wait::None) {
+          waited = true;
+          const auto what = step.wait == Step::Wait::Read ? boost::asio::socket_base::wait_read
+                                                          : boost::asio::socket_base::wait_write;
+          return state->socket.async_wait(what, std::move(self));
+        }
+        if (!waited) {
+          posted = true;
+          const auto executor = state->socket.get_executor();
+          return boost::asio::post(executor, std::move(self));
+        }
+      }
+      const Step done = step;
+      state.reset();
+      if constexpr (with_size) {
+        self.complete(done.error, done.size);
+      } else {
+        self.complete(done.error);
+      }
+    }
+  };
+
+  template <class Buffer, class Buffers>
+  static Buffer first_of(const Buffers& buffers) {
+    const auto end = boost::asio::buffer_sequence_end(buffers);
+    for (auto at = boost::asio::buffer_sequence_begin(buffers); at != end; ++at) {
+      const Buffer buffer(*at);
+      if (buffer.size() > 0) return buffer;
+    }
+    return {};
+  }
+  template <class Buffers>
+  static Run run_of(const Buffers& buffers) {
+    Run run{};
+    std::size_t count = 0;
+    const auto end = boost::asio::buffer_sequence_end(buffers);
+    for (auto at = boost::asio::buffer_sequence_begin(buffers); at != end && count < kRun; ++at) {
+      const boost::asio::const_buffer buffer(*at);
+      if (buffer.size() > 0) run[count++] = buffer;
+    }
+    return run;
+  }
+
+  std::shared_ptr<State> state_;
+};
+
+// Boost.Beast calls these functions to close a connection.
+inline void beast_close_socket(TlsStream& stream) {
+  stream.close();
+}
+template <class Handler>
+void async_teardown(boost::beast::role_type, TlsStream& stream, Handler&& handler) {
+  stream.finish();
+  boost::asio::post(stream.get_executor(),
+                    boost::beast::bind_front_handler(std::forward<Handler>(handler), TlsStream::Error()));
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,96 @@
+// Checks the time limits of all peers.
+#include "relay/session/watch/watchdog.h"
+
+#include <optional>
+#include <set>
+#include <string>
+
+#include "relay/wire/envelope.h"
+
+namespace vlk::relay {
+
+void Watchdog::tick(Clock::time_point now) {
+  thread_.check();
+  std::set<const AgentPeer*> in_session;
+  for (const auto& [number, session] : sessions_.all()) {
+    if (session.running()) in_session.insert(session.agent.get());
+  }
+  for (const auto& peer : machines_.connections())
+    watch_agent(*peer, in_session.contains(peer.get()), now);
+  for (const auto& peer : browsers_.all())
+    watch_browser(*peer, now);
+  sessions_.tick(now);
+  quality_.tick(now, measures_.tick(now));
+  logins_.tick(wall_seconds());
+  record_use(now);
+  // Changes of the list are sent once in each tick, because all agents reconnect at once after a restart of
+  // the relay.
+  browsers_.send_changes();
+}
+
+// Stores when machines were seen and log-ins were used.
+void Watchdog::record_use(Clock::time_point now) {
+  if (now - use_recorded_ < limits_.last_seen) return;
+  use_recorded_ = now;
+  machines_.record_last_seen();
+  auto used = logins_.take_used();
+  if (used.empty()) return;
+  const std::size_t bytes = used.size() * sizeof(decltype(used)::value_type);
+  database_.post([used = std::move(used)](Store& store) { touch_logins(store.database(), used); },
+                 [this](const std::string& failure) {
+                   if (!failure.empty()) log_.write("", "", "the use of log-ins is not stored: " + failure);
+                 },
+                 bytes);
+}
+
+void Watchdog::watch_agent(AgentPeer& peer, bool in_session, Clock::time_point now) {
+  Channel& channel = *peer.channel;
+  if (channel.closing()) return;
+  if (peer.refused) {
+    if (now - peer.since >= limits_.refused_hold) channel.close(CloseCode::PolicyViolation, "refused");
+    return;
+  }
+  if (peer.id.empty()) {
+    if (now - peer.since >= limits_.handshake) channel.cut("no log-in in time");
+    return;
+  }
+  // While the relay does not read from an agent, the agent does not count as silent.
+  if (peer.paused) channel.count_as_heard(now);
+  if (now - channel.last_heard() >= limits_.agent_silence) return channel.cut("silent for too long");
+  if (channel.write_stall(now) >= limits_.agent_silence) return channel.cut("does not read");
+  const auto often = in_session ? std::optional<Clock::duration>(limits_.session_heartbeat) : std::nullopt;
+  if (peer.heartbeats.due(now, limits_.heartbeat, often)) send_heartbeat(peer, now);
+}
+
+void Watchdog::send_heartbeat(AgentPeer& peer, Clock::time_point now) {
+  const std::uint32_t number = peer.heartbeats.send(now, peer.channel->overtakes_nothing_before(now));
+  peer.channel->send_binary(json_envelope(Msg::Heartbeat, 0, "{\"beat\":" + std::to_string(number) + "}"));
+}
+
+void Watchdog::watch_browser(ConsolePeer& peer, Clock::time_point now) {
+  Channel& channel = *peer.channel;
+  if (channel.closing()) return;
+  if (channel.write_stall(now) >= limits_.slow_browser) return channel.cut("does not read");
+  watch_alive(peer, now);
+  watch_idle(peer, now);
+}
+
+// While a long message of the browser arrives, or waits for a slow machine, the relay cannot read the
+// browser's pings behind it. The browser must not take the relay for dead then.
+void Watchdog::watch_alive(ConsolePeer& peer, Clock::time_point now) {
+  Channel& channel = *peer.channel;
+  if (channel.idle() && now - channel.last_sent() >= limits_.browser_alive)
+    channel.send_text(R"({"type":"alive"})");
+}
+
+// Finds browsers whose computer is asleep or disconnected. While the relay does not read from a browser, the
+// browser does not count as silent.
+void Watchdog::watch_idle(ConsolePeer& peer, Clock::time_point now) {
+  Channel& channel = *peer.channel;
+  if (peer.paused) channel.count_as_heard(now);
+  const auto silence = now - channel.last_heard();
+  if (silence >= limits_.idle_browser) return channel.cut("does not answer pings");
+  if (silence >= limits_.browser_ping) channel.ping(now);
+}
+
+}  // namespace vlk::relay

@@ -1,0 +1,165 @@
+// The thread on which all work on the database is done. The relay's loop gives it jobs and never waits for
+// the disk.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
+
+#include "relay/base/threads/mutex.h"
+#include "relay/storage/store.h"
+
+namespace vlk::relay {
+
+// The queue of jobs is full. The sender can try again later.
+struct DatabaseBusy : DatabaseError {
+  DatabaseBusy() : DatabaseError("The database has too much to do; try again later.") {}
+};
+
+// Runs jobs in the order in which they were given. The jobs of the last few milliseconds share a transaction,
+// because each commit waits for the disk; a job that fails is undone alone. A job is done when its
+// transaction is committed. A job may be undone and run a second time, so it keeps what it captures.
+class DatabaseThread {
+ public:
+  struct Bounds {
+    std::size_t jobs = 20'000;            // queued or running
+    std::size_t bytes = 16u << 20;        // of all queued or running jobs, as their senders state them
+    std::size_t batch = 1000;             // jobs of one transaction
+    std::chrono::milliseconds gather{3};  // how long a transaction waits for further jobs
+    std::chrono::milliseconds look{200};  // interval of the checks for changes by other processes
+  };
+  using Job = std::function<void(Store&)>;
+  // Receives an empty text after the commit, otherwise what failed.
+  using OnDone = std::function<void(const std::string& failure)>;
+
+  // Callbacks run on `loop`, whose context outlives this object.
+  DatabaseThread(std::unique_ptr<Store> store, boost::asio::any_io_executor loop, const Bounds& bounds);
+  DatabaseThread(std::unique_ptr<Store> store, boost::asio::any_io_executor loop)
+      : DatabaseThread(std::move(store), std::move(loop), Bounds{}) {}
+  // Runs all queued jobs first.
+  ~DatabaseThread();
+  DatabaseThread(const DatabaseThread&) = delete;
+  DatabaseThread& operator=(const DatabaseThread&) = delete;
+
+  // Runs a copy of `work(Store&)` and returns its result after the commit. Throws DatabaseBusy at once if the
+  // queue is full, otherwise what `work` throws or the DatabaseError of the commit. `bytes` is the memory
+  // that the job holds. To be called on the loop.
+  //
+  // `work` is a named object, because GCC 12 destroys a lambda expression within a co_await expression twice.
+  template <class Work>
+  [[nodiscard]] boost::asio::awaitable<std::invoke_result_t<Work&, Store&>> run(Work& work,
+                                                                                std::size_t bytes = 0) {
+    using Copy = std::decay_t<Work>;
+    return finish(std::make_shared<Call<Copy>>(Call<Copy>{work, {}}), bytes);
+  }
+
+  // Runs `work` without a wait, then calls `done` on the loop.
+  void post(Job work, OnDone done, std::size_t bytes = 0);
+
+  // Runs `work(Store&)` and blocks the calling thread until the commit; for the start of the relay and for
+  // tests. Throws like run(), but is not bounded.
+  template <class Work>
+  std::invoke_result_t<Work&, Store&> run_and_wait(Work work) {
+    using Result = std::invoke_result_t<Work&, Store&>;
+    Call<Work> call{std::move(work), {}};
+    submit_and_wait([&call](Store& store) { call.make(store); });
+    if constexpr (!std::is_void_v<Result>) return std::move(*call.result);
+  }
+
+  // Blocks the calling thread until all queued jobs are committed and their callbacks have been given to the
+  // loop.
+  void drain() RELAY_EXCLUDES(lock_);
+
+  // Sets a function that is called on the loop after another process has changed the database.
+  void on_outside_change(std::function<void()> changed) RELAY_EXCLUDES(lock_);
+
+  [[nodiscard]] const boost::asio::any_io_executor& loop() const { return loop_; }
+
+  // The number of transactions that were committed.
+  [[nodiscard]] std::uint64_t commits() const { return commits_; }
+
+ private:
+  // A job's work and its result.
+  template <class Work>
+  struct Call {
+    using Result = std::invoke_result_t<Work&, Store&>;
+    Work work;
+    std::optional<std::conditional_t<std::is_void_v<Result>, std::monostate, Result>> result;
+
+    void make(Store& store) {
+      if constexpr (std::is_void_v<Result>) {
+        work(store);
+      } else {
+        result.emplace(work(store));
+      }
+    }
+  };
+  template <class Work>
+  boost::asio::awaitable<std::invoke_result_t<Work&, Store&>> finish(std::shared_ptr<Call<Work>> call,
+                                                                     std::size_t bytes) {
+    Job job = [call](Store& store) { call->make(store); };
+    co_await submit(std::move(job), bytes);
+    if constexpr (!std::is_void_v<std::invoke_result_t<Work&, Store&>>) {
+      co_return std::move(*call->result);
+    }
+  }
+  using Done = std::function<void(std::exception_ptr)>;
+  struct Entry {
+    Job work;
+    Done done;
+    std::size_t bytes = 0;
+    bool blocking = false;  // `done` is called on the database's thread
+  };
+  struct Completion {
+    Done done;
+    std::exception_ptr error;
+  };
+
+  [[nodiscard]] boost::asio::awaitable<void> submit(Job work, std::size_t bytes);
+  void submit_and_wait(Job work);
+  [[nodiscard]] bool has_room(std::size_t bytes) RELAY_EXCLUDES(lock_);
+  void enqueue(Entry entry) RELAY_EXCLUDES(lock_);
+
+  void serve();
+  [[nodiscard]] std::vector<Entry> next_batch() RELAY_EXCLUDES(lock_);
+  void wait_for_jobs() RELAY_REQUIRES(lock_);
+  void finish(std::size_t jobs, std::size_t bytes) RELAY_EXCLUDES(lock_);
+  void run_batch(std::vector<Entry>& batch);
+  [[nodiscard]] std::vector<std::exception_ptr> run_jobs(std::vector<Entry>& batch);
+  bool run_together(std::span<Entry> jobs, std::span<std::exception_ptr> errors);
+  [[nodiscard]] std::exception_ptr run_job(Entry& entry);
+  void look_for_changes() RELAY_EXCLUDES(lock_);
+
+  const std::unique_ptr<Store> store_;
+  const boost::asio::any_io_executor loop_;
+  const Bounds bounds_;
+  std::atomic<std::uint64_t> commits_ = 0;
+  std::int64_t version_ = 0;  // of the data, as SQLite counts other connections' changes
+  std::chrono::steady_clock::time_point next_look_{};
+
+  Mutex lock_;
+  ConditionVariable changed_;
+  std::deque<Entry> queue_ RELAY_GUARDED_BY(lock_);
+  std::size_t held_jobs_ RELAY_GUARDED_BY(lock_) = 0;  // queued or running
+  std::size_t held_bytes_ RELAY_GUARDED_BY(lock_) = 0;
+  std::size_t hurrying_ RELAY_GUARDED_BY(lock_) = 0;  // callers that block until a job is done
+  bool stopping_ RELAY_GUARDED_BY(lock_) = false;
+  std::function<void()> outside_change_ RELAY_GUARDED_BY(lock_);
+  std::thread thread_;
+};
+
+}  // namespace vlk::relay

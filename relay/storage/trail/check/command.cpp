@@ -1,0 +1,88 @@
+// Reads the arguments of verify-trail and prints the verdict.
+#include "relay/storage/trail/check/command.h"
+
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <ostream>
+
+#include "relay/storage/trail/check/verify.h"
+#include "relay/storage/trail/key.h"
+
+namespace vlk::relay {
+namespace {
+
+constexpr char kUsage[] =
+    "usage: vantelink-relay verify-trail FILE [--key FILE]\n"
+    "       vantelink-relay verify-trail --data DIR [--key FILE]\n";
+
+struct Call {
+  std::string file;
+  std::string data;
+  std::string key;
+};
+
+std::optional<Call> read_call(const std::vector<std::string>& arguments) {
+  Call call;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& word = arguments[i];
+    const bool option = word == "--data" || word == "--key";
+    std::string& place = word == "--data" ? call.data : word == "--key" ? call.key : call.file;
+    if (!place.empty() || (!option && word.starts_with("--"))) return std::nullopt;
+    if (option && ++i == arguments.size()) return std::nullopt;
+    place = arguments[i];
+    if (place.empty()) return std::nullopt;
+  }
+  if (call.file.empty() == call.data.empty()) return std::nullopt;
+  return call;
+}
+
+// A data folder has its own public key beside the database. Whoever can write there can also change the key,
+// so a copy from elsewhere is better.
+std::optional<Bytes> key_of(const Call& call) {
+  if (!call.key.empty()) return read_trail_public_key(call.key);
+  const std::string own = call.data + '/' + kTrailPublicFile;
+  if (!call.data.empty() && std::filesystem::exists(own)) return read_trail_public_key(own);
+  return std::nullopt;
+}
+
+void print(const TrailVerdict& verdict, const std::optional<Bytes>& key, std::ostream& out) {
+  if (!verdict.intact) {
+    out << "The trail was touched";
+    if (verdict.row) out << ", first at row " << *verdict.row;
+    out << ". " << verdict.problem << '\n';
+    return;
+  }
+  out << "The trail is intact: " << verdict.rows << " rows, " << verdict.heads << " signed heads.\n";
+  if (verdict.signed_through > 0)
+    out << "Signed through row " << verdict.signed_through
+        << ". Rows after it could be removed from the end without a trace.\n";
+  if (key) {
+    out << "Public key: " << key_fingerprint(*key) << '\n';
+  } else {
+    out << "No key was given, so signatures count only if the key in the file is the relay's own; "
+           "--key FILE checks them with trail-key.pub.\n";
+  }
+}
+
+}  // namespace
+
+int verify_trail_command(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
+  const auto call = read_call(arguments);
+  if (!call) {
+    err << kUsage;
+    return kTrailUnreadable;
+  }
+  try {
+    const auto key = key_of(*call);
+    const TrailVerdict verdict =
+        call->data.empty() ? verify_export(call->file, key) : verify_database(call->data + "/relay.db", key);
+    print(verdict, key, out);
+    return verdict.intact ? kTrailIntact : kTrailTouched;
+  } catch (const std::exception& failure) {
+    err << "vantelink-relay: " << failure.what() << '\n';
+    return kTrailUnreadable;
+  }
+}
+
+}  // namespace vlk::relay

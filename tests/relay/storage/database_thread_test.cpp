@@ -1,0 +1,212 @@
+// The order, the transactions and the failures of the jobs of the database's thread.
+#include "relay/storage/database_thread.h"
+
+#include <sys/wait.h>
+
+#include <future>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
+#include <gtest/gtest.h>
+
+#include "support/temp_folder.h"
+
+namespace vlk::relay {
+namespace {
+
+namespace asio = boost::asio;
+
+class DatabaseThreadTest : public testing::Test {
+ protected:
+  void start(const DatabaseThread::Bounds& bounds = {}) {
+    thread_.reset();
+    thread_ = std::make_unique<DatabaseThread>(std::make_unique<Store>(file_), io_.get_executor(), bounds);
+  }
+
+  static DatabaseThread::Job insert(const std::string& key) {
+    return [key](Store& store) {
+      Statement(store.database(), "INSERT INTO settings VALUES(?, 'value')").bind(key).run();
+    };
+  }
+
+  DatabaseThread::OnDone remember() {
+    return [this](const std::string& failure) {
+      if (!failure.empty()) failures_.push_back(failure);
+    };
+  }
+
+  // Waits for the jobs and runs their callbacks.
+  void settle() {
+    thread_->drain();
+    run_callbacks();
+  }
+
+  void run_callbacks() {
+    io_.restart();
+    io_.poll();
+  }
+
+  std::string stored() {
+    Database database(file_);
+    Statement rows(database, "SELECT key FROM settings ORDER BY rowid");
+    std::string keys;
+    while (rows.step())
+      keys += rows.text(0);
+    return keys;
+  }
+
+  // Starts the coroutine; its result is ready after settle().
+  template <class Work>
+  auto run(Work work) {
+    auto result = asio::co_spawn(io_, thread_->run(work), asio::use_future);
+    run_callbacks();
+    return result;
+  }
+
+  vantelink_test::TempFolder folder_;
+  const std::string file_ = (folder_.path() / "relay.db").string();
+  asio::io_context io_{1};
+  std::vector<std::string> failures_;
+  std::unique_ptr<DatabaseThread> thread_;
+};
+
+TEST_F(DatabaseThreadTest, ResultOfAJobIsReturnedOnTheLoopAfterTheCommit) {
+  start();
+  auto result = run([&](Store& store) {
+    insert("a")(store);
+    return std::this_thread::get_id();
+  });
+  thread_->drain();
+  EXPECT_EQ(stored(), "a");
+  EXPECT_EQ(result.wait_for(std::chrono::seconds(0)), std::future_status::timeout) << "the loop has not run";
+  run_callbacks();
+  EXPECT_NE(result.get(), std::this_thread::get_id());
+}
+
+TEST_F(DatabaseThreadTest, JobsRunInTheirOrder) {
+  start();
+  std::string order;
+  for (const char* key : {"a", "b", "c", "d"})
+    thread_->post(insert(key), remember());
+  settle();
+  EXPECT_EQ(stored(), "abcd");
+  EXPECT_TRUE(failures_.empty());
+}
+
+TEST_F(DatabaseThreadTest, JobsThatWaitTogetherShareATransaction) {
+  start({.gather = std::chrono::milliseconds(200)});
+  const std::uint64_t before = thread_->commits();
+  for (int i = 0; i < 500; ++i)
+    thread_->post(insert(std::to_string(i) + ' '), remember());
+  settle();
+  EXPECT_LE(thread_->commits() - before, 2u);
+  EXPECT_TRUE(failures_.empty());
+}
+
+TEST_F(DatabaseThreadTest, JobThatFailsIsUndoneAlone) {
+  start({.gather = std::chrono::milliseconds(200)});
+  thread_->post(insert("a"), remember());
+  thread_->post(
+      [](Store& store) {
+        insert("b")(store);
+        insert("a")(store);
+      },
+      remember());
+  auto thrown = run([](Store& store) {
+    insert("d")(store);
+    throw std::runtime_error("the job's own error");
+  });
+  thread_->post(insert("c"), remember());
+  settle();
+  EXPECT_EQ(stored(), "ac");
+  ASSERT_EQ(failures_.size(), 1u);
+  EXPECT_NE(failures_[0].find("UNIQUE constraint failed"), std::string::npos) << failures_[0];
+  EXPECT_THROW(thrown.get(), std::runtime_error);
+}
+
+TEST_F(DatabaseThreadTest, FullQueueRefusesJobsUntilItHasRoom) {
+  Database other(file_);
+  start({.jobs = 2});
+  other.execute("BEGIN IMMEDIATE");
+  thread_->post(insert("a"), remember());
+  thread_->post(insert("b"), remember());
+  thread_->post(insert("c"), remember());
+  auto refused = run(insert("d"));
+  EXPECT_THROW(refused.get(), DatabaseBusy);
+  EXPECT_EQ(failures_, std::vector{std::string(DatabaseBusy().what())});
+  other.execute("ROLLBACK");
+  settle();
+  thread_->post(insert("e"), remember());
+  settle();
+  EXPECT_EQ(stored(), "abe");
+  EXPECT_EQ(failures_.size(), 1u);
+}
+
+TEST_F(DatabaseThreadTest, QueueIsLimitedInBytesToo) {
+  Database other(file_);
+  start({.bytes = 10'000});
+  other.execute("BEGIN IMMEDIATE");
+  thread_->post(insert("a"), remember(), 9'000);
+  thread_->post(insert("b"), remember(), 9'000);
+  run_callbacks();
+  EXPECT_EQ(failures_.size(), 1u);
+  other.execute("ROLLBACK");
+  settle();
+  EXPECT_EQ(stored(), "a");
+}
+
+TEST_F(DatabaseThreadTest, FullDiskFailsTheJobsThatDoNotFitAndNoOther) {
+  start({.gather = std::chrono::milliseconds(200)});
+  thread_->run_and_wait([](Store& store) {
+    Statement pages(store.database(), "PRAGMA page_count");
+    pages.step();
+    const std::string limit = "PRAGMA max_page_count = " + std::to_string(pages.number(0) + 8);
+    pages.run();
+    store.database().execute(limit.c_str());
+  });
+  thread_->post(insert("a"), remember());
+  thread_->post(insert(std::string(1 << 20, 'x')), remember());
+  thread_->post(insert("b"), remember());
+  settle();
+  ASSERT_EQ(failures_.size(), 1u);
+  EXPECT_NE(failures_[0].find("full"), std::string::npos) << failures_[0];
+  EXPECT_EQ(stored(), "ab");
+}
+
+TEST_F(DatabaseThreadTest, QueuedJobsAreCommittedBeforeTheEnd) {
+  start({.gather = std::chrono::seconds(60)});
+  thread_->post(insert("a"), remember());
+  thread_.reset();
+  EXPECT_EQ(stored(), "a");
+}
+
+TEST_F(DatabaseThreadTest, ChangeByAnotherConnectionIsReportedAndAnOwnChangeIsNot) {
+  start({.look = std::chrono::milliseconds(1)});
+  int reports = 0;
+  thread_->on_outside_change([&] { ++reports; });
+  thread_->run_and_wait(insert("a"));
+  thread_->run_and_wait([](Store&) {});
+  run_callbacks();
+  EXPECT_EQ(reports, 0);
+  Database(file_).execute("INSERT INTO settings VALUES('b', '')");
+  io_.restart();
+  const auto work = asio::make_work_guard(io_);
+  io_.run_one_for(std::chrono::seconds(20));
+  EXPECT_EQ(reports, 1);
+}
+
+TEST_F(DatabaseThreadTest, LockOfAnotherConnectionDelaysJobsOnly) {
+  Database other(file_);
+  start();
+  other.execute("BEGIN IMMEDIATE");
+  thread_->post(insert("a"), remember());
+  run_callbacks();
+  EXPECT_EQ(stored(), "");
+  other.execute("COMMIT");
+  settle();
+  EXPECT_EQ(stored(), "a");
+}
+
+}  // namespace
+}  // namespace vlk::relay
