@@ -53,7 +53,8 @@ std::function<void(const unsigned char*, std::size_t)> ClipboardTest::sink() {
 void ClipboardTest::on_clipboard(const std::function<void()>& work) {
   clip::Script before;
   std::swap(before, clip::script);
-  EXPECT_TRUE(OpenClipboard(ClipboardWindow));
+  // Wine's clipboard manager can have the clipboard open for a moment.
+  EXPECT_TRUE(vantelink_test::eventually([] { return OpenClipboard(ClipboardWindow) != FALSE; }));
   work();
   CloseClipboard();
   std::swap(before, clip::script);
