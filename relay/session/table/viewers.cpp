@@ -105,6 +105,17 @@ void Sessions::set_steering(AgentPeer& agent, std::uint32_t number) {
                            {}, before ? before->console->representative : std::string()));
 }
 
+// Each change costs the machine a new stream and the audit trail an entry.
+void Sessions::change_steering(ConsolePeer& console, AgentPeer& agent, std::uint32_t number) {
+  const auto now = Clock::now();
+  if (changes_of_steering_.exhausted(agent.id, now)) {
+    return browsers_.refuse(console, "The control has changed hands too often. Try again later.", agent.id,
+                            {{"code", "steering-changed-too-often"}});
+  }
+  changes_of_steering_.add(agent.id, now);
+  set_steering(agent, number);
+}
+
 void Sessions::report_eyes(AgentPeer& agent, const std::vector<Session*>& viewers) {
   const bool wanted = wants_four_eyes(agent);
   const bool missing = wanted && count_people(viewers) < 2;
@@ -163,7 +174,7 @@ void Sessions::ask_to_steer(ConsolePeer& console, std::uint32_t number) {
   const bool usable =
       holder && !holder->away && ((holder->granted & kControl) || !(session->granted & kControl));
   if (!usable) {
-    set_steering(agent, number);
+    change_steering(console, agent, number);
   } else if (const auto now = Clock::now(); !session->asks && now >= session->ask_again) {
     session->asks = true;
     session->asks_since = now;
@@ -177,7 +188,7 @@ void Sessions::hand_over(ConsolePeer& console, std::uint32_t number, std::uint32
   if (!session || session->agent->steering != number || number == to) return;
   const Session* next = find(to);
   if (!next || next->agent != session->agent || !next->accepted()) return;
-  set_steering(*session->agent, to);
+  change_steering(console, *session->agent, to);
   settle(session->agent);
 }
 
@@ -201,7 +212,7 @@ void Sessions::take_over(ConsolePeer& console, std::uint32_t number) {
     return browsers_.refuse(console, "Only an administrator may take the control.", session->agent->id,
                             {{"code", kNoRightCode}});
   }
-  set_steering(*session->agent, number);
+  change_steering(console, *session->agent, number);
   settle(session->agent);
 }
 

@@ -1,6 +1,7 @@
 // The return to a session after the page was loaded again or its link was lost.
 import assert from 'node:assert/strict';
 import test from 'node:test';
+import { administrator } from '../support/admin/api.mjs';
 import { ConsolePage } from '../support/console_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
 import { KEEP_SOCKETS } from '../support/page_scripts.mjs';
@@ -102,6 +103,22 @@ test('a page that loses its link returns by itself, and keys that were down are 
   await isBack(page, agent);
   agent.frame(plain(640, 360, '#203040'));
   await page.frames(2);
+});
+
+test('the administrators’ list shows that a session is held, and that it goes on', async (t) => {
+  const { agent, page, session } = await begun(t);
+  const api = await administrator(shared.relay);
+  const listed = (/** @type {string} */ state) =>
+    until(`the session is listed as ${state}`, async () => {
+      const { sessions } = await api.get('sessions');
+      return sessions.find(({ session: number }) => number === session)?.state === state;
+    });
+  await listed('accepted');
+  await page.page.goto('about:blank');
+  await listed('held');
+  await page.page.goBack();
+  await isBack(page, agent);
+  await listed('accepted');
 });
 
 test('a page that notices the end of its link before the relay does takes its session back', async (t) => {

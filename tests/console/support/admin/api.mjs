@@ -20,7 +20,7 @@ import { until } from '../waiting.mjs';
  * @typedef {{id: number, token: string, password: string, stage: string, secret: string, backup_codes: string[],
  *   people: Person[], teams: Team[], groups: Group[], machines: Machine[], invitations: Invitation[],
  *   windows: object[], logins: {expires_at: number}[], rows: Row[], more: boolean,
- *   sessions: {session: number, picture: {stages: Record<string, number> | null} | null}[]}} Answer
+ *   sessions: {session: number, state: string, picture: {stages: Record<string, number> | null} | null}[]}} Answer
  */
 
 const COOKIE = '__Host-vantelink_session';
