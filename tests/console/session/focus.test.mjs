@@ -101,7 +101,7 @@ test('Ctrl+Alt+Home leads to the toolbar and releases the keys on the machine', 
     element.dispatchEvent(new KeyboardEvent('keydown', { ...init, bubbles: true, cancelable: true }));
   });
   assert.equal(await focused(p), 'key-input');
-  agent.inputs.length = 0;
+  await agent.events(1);
   await p.keyboard.down('ControlRight');
   await p.keyboard.down('AltLeft');
   await p.keyboard.down('Home');
