@@ -135,7 +135,8 @@ void prepare_schema(Database& database) {
   if (found == 0) create_tables(database);
   if (found == 1) migrate_from_1(database);
   if (found == 2) database.execute("ALTER TABLE groups ADD COLUMN four_eyes INTEGER NOT NULL DEFAULT 0");
-  if (found < kSchemaVersion) database.execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
+  if (found < kSchemaVersion)
+    database.execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
   transaction.commit();
 }
 

@@ -168,8 +168,8 @@ JsonReply add_group_route(Api& api, Call& call) {
     if (!added) throw ApiError(HttpStatus::conflict, "The name is in use.", "name-taken");
     return *added;
   };
-  const TrailEntry row =
-      trail_entry<TrailKind::GroupAdded>(call.subject(), group.name, group.step_up, group.ask_reason, group.four_eyes);
+  const TrailEntry row = trail_entry<TrailKind::GroupAdded>(call.subject(), group.name, group.step_up,
+                                                            group.ask_reason, group.four_eyes);
   const GroupId id = co_await change(api, work, row);
   co_return Json{{"id", id}};
 }

@@ -33,14 +33,15 @@ std::vector<Group> load_groups(Database& database) {
   Statement query(database, "SELECT id, name, step_up, ask_reason, four_eyes FROM groups ORDER BY id");
   std::vector<Group> result;
   while (query.step())
-    result.push_back({query.number(0), query.text(1), query.number(2) != 0, query.number(3) != 0,
-                      query.number(4) != 0});
+    result.push_back(
+        {query.number(0), query.text(1), query.number(2) != 0, query.number(3) != 0, query.number(4) != 0});
   return result;
 }
 
 std::optional<std::int64_t> add_group(Database& database, const Group& group) {
-  Statement(database,
-            "INSERT INTO groups(name, step_up, ask_reason, four_eyes) VALUES(?, ?, ?, ?) ON CONFLICT DO NOTHING")
+  Statement(
+      database,
+      "INSERT INTO groups(name, step_up, ask_reason, four_eyes) VALUES(?, ?, ?, ?) ON CONFLICT DO NOTHING")
       .bind(group.name)
       .bind(group.step_up)
       .bind(group.ask_reason)

@@ -43,8 +43,9 @@ class TrayTest : public ShellTest {
     }));
   }
 
-  // Moves the pointer onto the icon repeatedly, since a tooltip closes after five seconds. Between two moves the
-  // pointer rests longer than the half second after which a tooltip opens, since each move starts that time again.
+  // Moves the pointer onto the icon repeatedly, since a tooltip closes after five seconds. Between two moves
+  // the pointer rests longer than the half second after which a tooltip opens, since each move starts that
+  // time again.
   [[nodiscard]] static bool tooltip_reads(const std::string& text) {
     constexpr Milliseconds kRest{2000};
     return eventually([&] {

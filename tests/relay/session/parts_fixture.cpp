@@ -107,8 +107,7 @@ Lines PartsTest::sent(Channel& channel) {
 Lines PartsTest::sent_but_lists(Channel& channel) {
   Lines lines = sent(channel);
   std::erase_if(lines, [](const std::string& line) {
-    return line.find("\"type\":\"agents") != line.npos ||
-           line.find("\"type\":\"viewers") != line.npos;
+    return line.find("\"type\":\"agents") != line.npos || line.find("\"type\":\"viewers") != line.npos;
   });
   return lines;
 }

@@ -20,8 +20,8 @@ constexpr char kStart[] = R"({"monitor_id":1,"max_fps":30,"bitrate":1000})";
 Lines lines(const SharedStream::Orders& orders) {
   Lines result;
   for (const SharedStream::Order& order : orders)
-    result.push_back(std::to_string(static_cast<int>(order.type)) + "/" + std::to_string(order.session) + " " +
-                     order.json);
+    result.push_back(std::to_string(static_cast<int>(order.type)) + "/" + std::to_string(order.session) +
+                     " " + order.json);
   return result;
 }
 
