@@ -10,9 +10,8 @@
 
 namespace vantelink_bench {
 
-// Accepts every session. Its pictures have the sizes of an H.264 stream of 1.5 Mbit/s with 30 pictures and
-// half a key frame a second, and contain the time at which they were made. Only one object at a time can
-// exist.
+// Accepts every session. Its pictures have the sizes of an H.264 stream of the requested rates with half a
+// key frame a second, and contain the time at which they were made. Only one object at a time can exist.
 class Machine {
  public:
   // Connects to "localhost" at the port. `certificate` is the relay's, in a PEM file.
@@ -26,6 +25,7 @@ class Machine {
 };
 
 inline constexpr int kPicturesPerSecond = 30;
+inline constexpr int kBitrate = 1'500'000;
 
 // The time at which a picture was made that Machine has sent; `payload` is that of its message.
 Clock::time_point made_at(const std::vector<std::uint8_t>& payload);

@@ -102,7 +102,8 @@ std::string run(const Scenario& scenario, Side side, const Conditions& condition
                        .port = port_of(Side::Viewer),
                        .cookie = cookie,
                        .download_path = conditions.download ? files.folder.windows_path("large") : "",
-                       .upload_path = conditions.upload ? files.folder.windows_path("uploaded") : ""},
+                       .upload_path = conditions.upload ? files.folder.windows_path("uploaded") : "",
+                       .quality = conditions.quality},
                       figures);
   if (!figures.start(kPatience)) throw std::runtime_error("no picture was shown: " + relay.log());
   std::this_thread::sleep_for(time);

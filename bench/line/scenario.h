@@ -24,6 +24,7 @@ struct Conditions {
   Means means = Means::Proxy;
   bool download = true;
   bool upload = false;
+  std::string quality;  // the preset of the stream; empty for fixed rates
 };
 
 // Measures for the time, and at least until a minute after the outage. Returns a row of the table. Throws

@@ -22,6 +22,19 @@ constexpr int kDownload = 1, kUpload = 2;  // the requests for the numbers of tr
 // As much as the console sends at first, and in chunks as large.
 constexpr std::size_t kUploadWindow = 1024 * 1024, kUploadChunk = 256 * 1024;
 constexpr std::size_t kConfirmEvery = 256 * 1024;  // bytes of downloads
+constexpr std::size_t kMostReported = 60;          // pictures in one report
+
+// The time stamp at the begin of a StreamFrame's payload.
+std::uint64_t stamp_of(const std::vector<std::uint8_t>& payload) {
+  std::uint64_t stamp = 0;
+  for (std::size_t i = 0; i < sizeof stamp; ++i)
+    stamp = stamp << 8 | payload[i];
+  return stamp;
+}
+
+double milliseconds(Clock::duration time) {
+  return std::chrono::duration<double, std::milli>(time).count();
+}
 
 }  // namespace
 
@@ -151,7 +164,10 @@ void Viewer::handle_session(const json& message) {
     const std::lock_guard guard(lock_);
     session_ = session;
   }
-  send_envelope(Msg::StreamStart, session, json{{"max_fps", kPicturesPerSecond}}.dump());
+  if (!settings_.quality.empty())
+    send({{"type", "quality"}, {"session", session}, {"preset", settings_.quality}});
+  send_envelope(Msg::StreamStart, session,
+                json{{"max_fps", kPicturesPerSecond}, {"bitrate", kBitrate}}.dump());
   ask_for_transfer();
   if (!settings_.upload_path.empty())
     send({{"type", "transfer"}, {"session", session}, {"request", kUpload}});
@@ -202,6 +218,7 @@ void Viewer::handle_envelope(const std::vector<std::uint8_t>& bytes) {
       figures_.picture_shown(made_at(envelope.payload));
       const std::lock_guard guard(lock_);
       watching_ = true;
+      if (seen_.size() < kMostReported) seen_.push_back({stamp_of(envelope.payload), Clock::now()});
       break;
     }
     case Msg::FileChunk: {
@@ -226,6 +243,7 @@ void Viewer::end_session(const std::string& reason) {
   session_ = 0;
   uploading_ = 0;
   asked_ = watching_ = false;
+  seen_.clear();
 }
 
 void Viewer::type() {
@@ -238,8 +256,27 @@ void Viewer::type() {
       const std::lock_guard guard(lock_);
       if (watching_) session = session_;
     }
-    if (session != 0) send_envelope(Msg::InputEvent, session, key_press(figures_.key_pressed(due)));
+    if (session == 0) continue;
+    send_envelope(Msg::InputEvent, session, key_press(figures_.key_pressed(due)));
+    if (!settings_.quality.empty()) report_shown(session);
   }
+}
+
+void Viewer::report_shown(std::uint32_t session) {
+  std::vector<Seen> seen;
+  {
+    const std::lock_guard guard(lock_);
+    seen = std::exchange(seen_, {});
+  }
+  if (seen.empty()) return;
+  const auto now = Clock::now();
+  json pictures = json::array();
+  for (const Seen& one : seen)
+    pictures.push_back({one.stamp, milliseconds(now - one.at), 0, 0});
+  send({{"type", "shown"},
+        {"session", session},
+        {"at", milliseconds(now.time_since_epoch())},
+        {"pictures", pictures}});
 }
 
 void Viewer::open_if_possible() {

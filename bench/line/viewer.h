@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 #include <openssl/ssl.h>
@@ -21,8 +22,8 @@
 namespace vantelink_bench {
 
 // Behaves as the console does: takes the connection for dead after 15 s of silence, connects again, and asks
-// for a session again after its end. A key press is sent every 250 ms. One thread reads, one sends key
-// presses and looks at the times, one uploads.
+// for a session again after its end. A key press is sent every 250 ms, and so is a report of the pictures if
+// the stream has a preset. One thread reads, one sends both and looks at the times, one uploads.
 class Viewer {
  public:
   struct Settings {
@@ -31,6 +32,7 @@ class Viewer {
     std::string cookie;         // the log-in
     std::string download_path;  // of a file on the machine, downloaded again and again; empty for none
     std::string upload_path;    // of a file on the machine, uploaded without an end; empty for none
+    std::string quality;        // the preset of the stream; empty for fixed rates
   };
   Viewer(Settings settings, Figures& figures);
   ~Viewer();
@@ -38,6 +40,11 @@ class Viewer {
   Viewer& operator=(const Viewer&) = delete;
 
  private:
+  struct Seen {
+    std::uint64_t stamp = 0;  // the machine's, in microseconds
+    Clock::time_point at;
+  };
+
   void read();  // the reader's thread
   void read_connection();
   bool upgrade(vlk::agent::TlsConnection& connection);
@@ -50,6 +57,7 @@ class Viewer {
   void end_session(const std::string& reason);
 
   void type();  // the typist's thread
+  void report_shown(std::uint32_t session);
   void open_if_possible();
   void upload();  // the uploader's thread
 
@@ -74,6 +82,7 @@ class Viewer {
   bool asked_ = false;
   std::uint32_t session_ = 0;
   bool watching_ = false;        // a picture of the session has arrived
+  std::vector<Seen> seen_;       // pictures that have not been reported yet
   std::uint32_t uploading_ = 0;  // the number of the session's upload
   std::uint64_t uploaded_ = 0;   // bytes of it that were sent
   std::uint64_t passed_ = 0;     // bytes of it that have passed the relay
