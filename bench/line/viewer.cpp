@@ -24,10 +24,10 @@ constexpr std::size_t kUploadWindow = 1024 * 1024, kUploadChunk = 256 * 1024;
 constexpr std::size_t kConfirmEvery = 256 * 1024;  // bytes of downloads
 constexpr std::size_t kMostReported = 60;          // pictures in one report
 
-// The time stamp at the begin of a StreamFrame's payload.
+// The time stamp at the begin of a StreamFrame's payload, little-endian.
 std::uint64_t stamp_of(const std::vector<std::uint8_t>& payload) {
   std::uint64_t stamp = 0;
-  for (std::size_t i = 0; i < sizeof stamp; ++i)
+  for (std::size_t i = sizeof stamp; i-- > 0;)
     stamp = stamp << 8 | payload[i];
   return stamp;
 }
