@@ -101,17 +101,18 @@ class AttackTest : public ApiTest {
   int attempts_ = 0;
 };
 
-TEST_F(AttackTest, RightPersonLogsInWithinASecondWhileFiftyAddressesTryPasswords) {
+TEST_F(AttackTest, RightPersonDoesNotWaitForTheAttemptsOfFiftyAddresses) {
   limits_.failures_per_name = 1'000'000;
   limits_.failures_per_address = 1'000'000;
   restart_api();
   for (int i = 0; i < 50; ++i)
     asio::co_spawn(io_, attack("192.0.2." + std::to_string(i)), [](const std::exception_ptr&) {});
   run_until([&] { return attempts_ >= 3; });
-  const auto begin = Clock::now();
+  const int before = attempts_;
   const Answer answer = log_in_with("root", kGoodPassword, "198.51.100.1");
   EXPECT_EQ(answer.status, 200u) << answer.body;
-  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(1));
+  // About fifty attempts wait. The one that runs is not interrupted, and an answer may be on its way.
+  EXPECT_LE(attempts_ - before, 3);
   stop_ = true;
   io_.stop();
 }
