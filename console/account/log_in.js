@@ -13,7 +13,7 @@ const LOGIN_ERRORS = { 401: texts.wrongLogin, 429: texts.tooManyLogins };
 
 /**
  * Events: 'entered' (detail: {me: Me, remark: string, byForm: boolean}) when the log-in is complete, 'asked'
- * before the log-in page is shown and before a log-out.
+ * before the log-in page is shown.
  */
 export class LogIn extends EventTarget {
   #name = byId('login-name', HTMLInputElement);
@@ -64,9 +64,15 @@ export class LogIn extends EventTarget {
 
   async logOut() {
     // The relay closes the log-in's WebSocket before it answers, so the console stops using it first.
-    emit(this, 'asked');
-    await api.logout().catch(() => {});
     this.ask('');
+    // The answer removes the cookie, also that of a next log-in.
+    this.#submit.disabled = true;
+    try {
+      await api.logout();
+    } catch (error) {
+      if (api.statusOf(error) !== 401) this.#error.textContent = own.logOutFailed;
+    }
+    this.#submit.disabled = false;
   }
 
   /** Shows the log-in page if the relay reports that the log-in has ended. */

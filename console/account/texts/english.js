@@ -63,6 +63,8 @@ export const english = {
     'This invitation is not valid: it was used already, has expired or was withdrawn. Ask for another one.',
   inviteDone: (/** @type {string} */ name) => `The password is set. Log in as ${name}.`,
   toLogIn: 'To the log-in',
+  logOutFailed:
+    'The log-out did not reach the relay, so this browser may still be logged in. Load the page again and log out.',
   accountName: 'Name',
   accountRole: 'Role',
   roles: { administrator: 'Administrator', representative: 'Representative', auditor: 'Auditor' },

@@ -68,6 +68,8 @@ export const icelandic = {
     'Þetta boð er ekki í gildi: það hefur verið notað, er útrunnið eða var afturkallað. Biddu um nýtt boð.',
   inviteDone: (/** @type {string} */ name) => `Lykilorðið er vistað. Skráðu þig inn sem ${name}.`,
   toLogIn: 'Í innskráningu',
+  logOutFailed:
+    'Útskráningin barst ekki til miðlarans, svo að þessi vafri er hugsanlega enn skráður inn. Hladdu síðunni aftur og skráðu þig út.',
   accountName: 'Nafn',
   accountRole: 'Hlutverk',
   roles: { administrator: 'Stjórnandi', representative: 'Fulltrúi', auditor: 'Endurskoðandi' },

@@ -79,6 +79,25 @@ test('a late answer about an earlier log-in does not disturb the next one', asyn
   assert.equal(await p.inputValue('#login-password'), 'typed already');
 });
 
+test('a log-out that does not reach the relay is reported, and can be repeated', async (t) => {
+  const page = await logInPage(t, shared);
+  const p = page.page;
+  await page.logIn();
+  await p.locator('#view-machines').waitFor();
+  await p.route('**/api/logout', (route) => route.abort());
+  await p.click('#logout');
+  await until('the page says so', async () =>
+    /may still be logged in/.test(await p.locator('#login-error').innerText()),
+  );
+  await p.unroute('**/api/logout');
+  await p.reload();
+  await p.locator('#view-machines').waitFor();
+  await p.click('#logout');
+  await p.locator('#login-form').waitFor();
+  await p.reload();
+  await p.locator('#login-form').waitFor();
+});
+
 test('a change of the password logs out the representative’s other browsers', async (t) => {
   const user = 'Jóna';
   const [first, second] = ['the first password', 'the second password'];
