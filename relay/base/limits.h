@@ -95,10 +95,10 @@ struct Limits {
   std::size_t refusals_per_address = 30;  // refused log-ins of agents that the audit trail records
   std::size_t cuts_per_machine = 10;      // closed connections of one machine at representatives' requests
   std::size_t resumes_per_machine = 200;  // of the sessions with one machine
-  std::size_t changes_of_steering_per_machine = 200;
-  std::size_t renames_per_machine = 10;  // new names that an agent sends
-  std::size_t log_ins_per_machine = 60;  // log-ins of one machine; an agent that is held back needs fewer
-  std::size_t counted_keys = 10'000;     // largest number of names and addresses that a counter remembers
+  std::size_t changes_of_steering = 50;   // of one machine, at the requests of one person
+  std::size_t renames_per_machine = 10;   // new names that an agent sends
+  std::size_t log_ins_per_machine = 60;   // log-ins of one machine; an agent that is held back needs fewer
+  std::size_t counted_keys = 10'000;      // largest number of names and addresses that a counter remembers
 };
 
 }  // namespace vlk::relay

@@ -30,8 +30,7 @@ Sessions::Sessions(const People& people, const Logins& logins, Machines& machine
       last_number_(start),
       cuts_(limits.cuts_per_machine, limits.failure_window, limits.counted_keys),
       resumes_(limits.resumes_per_machine, limits.failure_window, limits.counted_keys),
-      changes_of_steering_(limits.changes_of_steering_per_machine, limits.failure_window,
-                           limits.counted_keys),
+      changes_of_steering_(limits.changes_of_steering, limits.failure_window, limits.counted_keys),
       questions_(
           {limits.lost_question, limits.refused_questions, limits.question_window, limits.counted_keys}) {
   audit_.on_lost_evidence(

@@ -133,8 +133,8 @@ class Sessions {
   // Sets the rights of a session whose browser gets a message with them next.
   void update_rights(Session& session);
   void set_steering(AgentPeer& agent, std::uint32_t number);
-  // The same at the request of this browser, which receives an error message if the steering of the machine
-  // has changed too often.
+  // The same at the request of this browser, which receives an error message if its representative has
+  // changed the steering of the machine too often.
   void change_steering(ConsolePeer& console, AgentPeer& agent, std::uint32_t number);
   void choose_steering(AgentPeer& agent, const std::vector<Session*>& viewers);
   void report_eyes(AgentPeer& agent, const std::vector<Session*>& viewers);
@@ -199,7 +199,7 @@ class Sessions {
   std::uint32_t last_number_;
   RateCounter cuts_;                 // by the machine's id
   RateCounter resumes_;              // by the machine's id
-  RateCounter changes_of_steering_;  // at representatives' requests, by the machine's id
+  RateCounter changes_of_steering_;  // by the machine's id and the person who asks
   Questions questions_;
   // The last sessions that ended, the latest at the end, for browsers that were away.
   struct Ending {

@@ -105,14 +105,16 @@ void Sessions::set_steering(AgentPeer& agent, std::uint32_t number) {
                            {}, before ? before->console->representative : std::string()));
 }
 
-// Each change costs the machine a new stream and the audit trail an entry.
+// Each change costs the machine a new stream and the audit trail an entry. Nobody's changes use up those of
+// the others, so an administrator can take the steering from two people who exchange it.
 void Sessions::change_steering(ConsolePeer& console, AgentPeer& agent, std::uint32_t number) {
   const auto now = Clock::now();
-  if (changes_of_steering_.exhausted(agent.id, now)) {
-    return browsers_.refuse(console, "The control has changed hands too often. Try again later.", agent.id,
+  const std::string key = agent.id + ' ' + std::to_string(console.person);
+  if (changes_of_steering_.exhausted(key, now)) {
+    return browsers_.refuse(console, "You have changed who controls too often. Try again later.", agent.id,
                             {{"code", "steering-changed-too-often"}});
   }
-  changes_of_steering_.add(agent.id, now);
+  changes_of_steering_.add(key, now);
   set_steering(agent, number);
 }
 

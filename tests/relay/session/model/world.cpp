@@ -51,7 +51,7 @@ void World::set_limits(std::uint64_t seed) {
   limits_.refused_questions = random() % 4 == 0 ? 6 : 1'000'000;
   expected_.most_refused = limits_.refused_questions;
   limits_.cuts_per_machine = limits_.resumes_per_machine = 1'000'000;
-  limits_.changes_of_steering_per_machine = 1'000'000;
+  limits_.changes_of_steering = 1'000'000;
   limits_.sessions_per_machine = kMostSessionsOfMachine;
   limits_.sessions_per_login = kMostSessionsOfLogin;
   for (auto* limit : {&limits_.agent_silence, &limits_.slow_browser, &limits_.browser_ping,
