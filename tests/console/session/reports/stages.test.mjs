@@ -20,9 +20,12 @@ async function streaming(/** @type {import('node:test').TestContext} */ t, optio
   const jpeg = plain(640, 360, '#406080');
   const stop = setInterval(() => parts.agent.frame(jpeg), 50);
   t.after(() => clearInterval(stop));
+  const line = parts.page.page.locator('#status-line');
+  // Without a text the line is not visible and cannot have the focus; the first text can come later than the picture.
+  await line.waitFor();
   return {
     ...parts,
-    line: parts.page.page.locator('#status-line'),
+    line,
     panel: parts.page.page.locator('#stages'),
   };
 }
