@@ -120,6 +120,8 @@ Limits limits_of(const Options& options) {
   limits.idle_login = std::chrono::minutes(options.idle_minutes);
   limits.consent = std::chrono::seconds(options.consent_s);
   limits.hold = std::chrono::seconds(options.hold_s);
+  limits.spool = std::uint64_t{options.spool_mib} << 20;
+  limits.spools = std::uint64_t{options.spools_mib} << 20;
   limits.connections = options.connections;
   limits.enrolments_per_address = options.enrolments;
   limits.failures_per_name = options.log_ins;

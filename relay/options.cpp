@@ -114,6 +114,8 @@ const std::map<std::string, Setter>& setters() {
       {"--update-key", text_option(&Options::update_key)},
       {"--consent", number_option("--consent", &Options::consent_s, 1, 600)},
       {"--hold", number_option("--hold", &Options::hold_s, 0, 3600)},
+      {"--spool", number_option("--spool", &Options::spool_mib, 16, 1'048'576)},
+      {"--spools", number_option("--spools", &Options::spools_mib, 32, 16'777'216)},
       {"--trail-log", text_option(&Options::trail_log)},
       {"--trail-syslog", text_option(&Options::trail_syslog)},
       {"--cert", text_option(&Options::certificate)},
@@ -154,6 +156,10 @@ Serving
                        600
   --hold SECONDS       how long a session is held for a browser that lost its connection; default 120, at most
                        3600; 0 ends the session at once
+  --spool MIB          disk space for the downloads of one session, whose browser is away or slow; default
+                       2048; a download that does not fit ends with an error
+  --spools MIB         the same for all sessions together; default 8192; a session gets no more than what is
+                       then left for the others
   --trail-log FILE     copy the audit trail to this file as JSON lines; after 64 MiB the file becomes FILE.1, and
                        FILE.1 to FILE.8 are kept; SIGHUP opens the file again
   --trail-syslog TO    copy the audit trail to syslog by RFC 5424; TO is a socket such as /dev/log, or HOST:PORT for UDP

@@ -20,6 +20,8 @@ struct Options {
   std::string address = "0.0.0.0";  // the IP address to listen on
   unsigned short port = 8443;       // 0 means any free port
   std::string data = "vantelink-data";
+  std::size_t spool_mib = 2048;      // MiB on the disk for the downloads of one session
+  std::size_t spools_mib = 8192;     // the same for all sessions together
   std::size_t hold_s = 120;          // seconds that a session waits for a browser that disconnected
   std::size_t consent_s = 30;        // seconds that a machine's user has to answer a request
   std::size_t connections = 8192;    // largest number of connections

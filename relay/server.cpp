@@ -1,8 +1,6 @@
 // Accepts connections and passes each request to the code for its path.
 #include "relay/server.h"
 
-#include <malloc.h>
-
 #include <array>
 #include <filesystem>
 #include <optional>
@@ -47,11 +45,7 @@ constexpr std::chrono::milliseconds kStopDelay{300};
 // The pause after a failed accept, for instance when no file descriptor is free.
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr char kAgentProtocol[] = "vantelink.v1";
-constexpr char kConsoleProtocol[] = "vantelink.console.v4";
-
-// How often memory is given back to the system, and after how many ended connections that is worth the time.
-constexpr std::chrono::seconds kTrimPause{5};
-constexpr std::size_t kTrimEnds = 100;
+constexpr char kConsoleProtocol[] = "vantelink.console.v5";
 
 tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned short port) {
   boost::system::error_code error;
@@ -89,7 +83,9 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       database_(std::move(store), io_.get_executor()),
       trail_keeper_(database_, trail_key_, log),
       trail_reader_(database_file_, trail_key_),
-      parts_(database_, log, limits),
+      spools_(std::filesystem::path(database_file_).parent_path() / "spool", io_.get_executor(),
+              {limits.spool, limits.spools}),
+      parts_(database_, spools_, log, limits),
       admission_(parts_, log),
       updates_({settings.updates, settings.update_key, limits.update_look,
                 [this](TrailEntry row) { parts_.audit.write(std::move(row)); }},
@@ -200,15 +196,8 @@ asio::awaitable<void> Server::tick() {
     admission_.tick(wall_seconds());
     trail_keeper_.tick(trail_now());
     log_.end_windows(now);
-    trim_memory(now);
+    memory_trim_.tick(now, connections_.ended());
   }
-}
-
-void Server::trim_memory(Clock::time_point now) {
-  if (now - trimmed_ < kTrimPause || connections_.ended() - ended_at_trim_ < kTrimEnds) return;
-  trimmed_ = now;
-  ended_at_trim_ = connections_.ended();
-  ::malloc_trim(0);
 }
 
 asio::awaitable<void> Server::serve(tcp::socket socket) {

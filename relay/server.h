@@ -13,6 +13,7 @@
 #include <boost/asio/ip/tcp.hpp>
 
 #include "relay/admission/admission.h"
+#include "relay/base/memory/memory_trim.h"
 #include "relay/http/files.h"
 #include "relay/http/http_connection.h"
 #include "relay/http/routes.h"
@@ -32,7 +33,7 @@ namespace vlk::relay {
 class WebSocketLink;
 
 // Everything runs on the one thread that calls run(), except the hashing of passwords and the work on the
-// database.
+// database and the spool.
 class Server {
  public:
   struct Settings {
@@ -89,8 +90,6 @@ class Server {
   boost::asio::awaitable<Reply> answer(const Request& request, const Connections::Place& place);
   // Checks an upgrade request. If it is refused, returns false and puts the reply into `refusal`.
   [[nodiscard]] bool admit(const Request& request, const Connections::Place& place, Reply& refusal);
-  // Gives back the memory of connections that have ended to the system, which the allocator would keep.
-  void trim_memory(Clock::time_point now);
 
   const ConsoleFiles console_;
   const std::vector<Network> proxies_;
@@ -107,6 +106,7 @@ class Server {
   DatabaseThread database_;
   TrailKeeper trail_keeper_;
   TrailReader trail_reader_;
+  Spools spools_;
   Parts parts_;
   Admission admission_;
   Updates updates_;
@@ -119,8 +119,7 @@ class Server {
   AgentContext agents_;
   const HttpService http_;
   std::exception_ptr failure_;
-  Clock::time_point trimmed_{};
-  std::size_t ended_at_trim_ = 0;
+  MemoryTrim memory_trim_;
   bool stopping_ = false;
 };
 

@@ -17,10 +17,6 @@ namespace {
 constexpr std::chrono::milliseconds kKeyInterval{250};
 constexpr std::chrono::milliseconds kReconnect{1000};
 constexpr std::chrono::seconds kSilence{15};
-constexpr std::size_t kChunkHeader = 8;
-constexpr int kDownload = 1, kUpload = 2;  // the requests for the numbers of transfers
-// As much as the console sends at first, and in chunks as large.
-constexpr std::size_t kUploadWindow = 1024 * 1024, kUploadChunk = 256 * 1024;
 constexpr std::size_t kConfirmEvery = 256 * 1024;  // bytes of downloads
 constexpr std::size_t kMostReported = 60;          // pictures in one report
 
@@ -104,7 +100,7 @@ bool Viewer::upgrade(TlsConnection& connection) {
   const std::string request = "GET /console HTTP/1.1\r\nHost: " + host + "\r\nOrigin: https://" + host +
                               "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
                               "Sec-WebSocket-Key: c2l4dGVlbiBieXRlcyEhIQ==\r\n"
-                              "Sec-WebSocket-Protocol: vantelink.console.v4\r\n"
+                              "Sec-WebSocket-Protocol: vantelink.console.v5\r\n"
                               "Cookie: __Host-vantelink_session=" +
                               settings_.cookie + "\r\n\r\n";
   if (!connection.write(reinterpret_cast<const unsigned char*>(request.data()), request.size())) return false;
@@ -159,7 +155,6 @@ void Viewer::handle_session(const json& message) {
   if (message["state"] == "ended") return end_session(message["reason"]);
   if (message["state"] != "accepted" || session_ != 0) return;
   const std::uint32_t session = message["session"];
-  stored_ = 0;
   {
     const std::lock_guard guard(lock_);
     session_ = session;
@@ -168,46 +163,10 @@ void Viewer::handle_session(const json& message) {
     send({{"type", "quality"}, {"session", session}, {"preset", settings_.quality}});
   send_envelope(Msg::StreamStart, session,
                 json{{"max_fps", kPicturesPerSecond}, {"bitrate", kBitrate}}.dump());
+  if (message.contains("transfers") && !message["transfers"].empty()) return continue_transfers(message);
   ask_for_transfer();
   if (!settings_.upload_path.empty())
     send({{"type", "transfer"}, {"session", session}, {"request", kUpload}});
-}
-
-void Viewer::ask_for_transfer() {
-  if (settings_.download_path.empty()) return;
-  send({{"type", "transfer"}, {"session", session_}, {"request", kDownload}});
-}
-
-void Viewer::begin_transfer(const json& message) {
-  if (message["request"] == kDownload) {
-    const json request = {{"transfer_id", message["transfer"]}, {"path", settings_.download_path}};
-    return send_envelope(Msg::DownloadRequest, session_, request.dump());
-  }
-  const json begin = {{"transfer_id", message["transfer"]}, {"path", settings_.upload_path}, {"size", 0}};
-  send_envelope(Msg::UploadBegin, session_, begin.dump());
-  const std::lock_guard guard(lock_);
-  uploading_ = message["transfer"];
-  uploaded_ = passed_ = 0;
-  upload_changed_.notify_all();
-}
-
-void Viewer::upload() {
-  for (;;) {
-    std::uint32_t session = 0, transfer = 0;
-    {
-      std::unique_lock guard(lock_);
-      upload_changed_.wait(
-          guard, [this] { return stopping_ || (uploading_ != 0 && uploaded_ - passed_ < kUploadWindow); });
-      if (stopping_) return;
-      session = session_;
-      transfer = uploading_;
-      uploaded_ += kUploadChunk;
-    }
-    std::string payload(kChunkHeader + kUploadChunk, 'x');
-    for (unsigned i = 0; i < 4; ++i)
-      payload[i] = static_cast<char>(transfer >> (24 - 8 * i));
-    send_envelope(Msg::FileChunk, session, payload);
-  }
 }
 
 void Viewer::handle_envelope(const std::vector<std::uint8_t>& bytes) {
@@ -226,10 +185,15 @@ void Viewer::handle_envelope(const std::vector<std::uint8_t>& bytes) {
       stored_ += envelope.payload.size() - kChunkHeader;
       figures_.downloaded(stored_ - before);
       if (stored_ / kConfirmEvery != before / kConfirmEvery)
-        send({{"type", "stored"}, {"session", session_}, {"bytes", stored_}});
+        send({{"type", "stored"}, {"session", session_}, {"transfer", downloading_}, {"bytes", stored_}});
       break;
     }
     case Msg::FileTransferEnd:
+      send({{"type", "stored"},
+            {"session", session_},
+            {"transfer", downloading_},
+            {"bytes", stored_},
+            {"end", true}});
       ask_for_transfer();
       break;
     default:

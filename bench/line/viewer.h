@@ -40,6 +40,9 @@ class Viewer {
   Viewer& operator=(const Viewer&) = delete;
 
  private:
+  static constexpr std::size_t kChunkHeader = 8;    // bytes
+  static constexpr int kDownload = 1, kUpload = 2;  // the requests for the numbers of transfers
+
   struct Seen {
     std::uint64_t stamp = 0;  // the machine's, in microseconds
     Clock::time_point at;
@@ -52,6 +55,7 @@ class Viewer {
   void handle_text(const nlohmann::json& message);
   void handle_session(const nlohmann::json& message);
   void ask_for_transfer();
+  void continue_transfers(const nlohmann::json& message);
   void begin_transfer(const nlohmann::json& message);
   void handle_envelope(const std::vector<std::uint8_t>& bytes);
   void end_session(const std::string& reason);
@@ -90,7 +94,8 @@ class Viewer {
 
   vlk::WsParser parser_;                            // the reader's
   std::map<int, std::vector<std::uint8_t>> parts_;  // the reader's, by lane
-  std::size_t stored_ = 0;                          // the reader's: bytes of the session's downloads
+  std::uint32_t downloading_ = 0;                   // the reader's: the number of the download
+  std::size_t stored_ = 0;                          // the reader's: its bytes so far
   std::thread reader_;
   std::thread typist_;
   std::thread uploader_;

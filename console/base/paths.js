@@ -17,6 +17,12 @@ export function parentOf(/** @type {string} */ path) {
   return last <= 1 ? '' : copy.slice(0, last);
 }
 
+/** The folder that contains a file, in the form in which the machine lists it: a drive ends with a separator. */
+export function folderOf(/** @type {string} */ path) {
+  const folder = parentOf(path);
+  return folder.endsWith(':') ? `${folder}\\` : folder;
+}
+
 /** The last part of the path, without a trailing separator. */
 export function lastPart(/** @type {string} */ path) {
   const copy = path.endsWith('\\') ? path.slice(0, -1) : path;

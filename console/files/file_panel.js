@@ -12,7 +12,7 @@ import { sorted } from './listing.js';
 
 /** @typedef {import('./listing.js').Entry} Entry */
 /** @typedef {import('./listing.js').SortKey} SortKey */
-/** @typedef {import('./uploads.js').LocalFile} LocalFile */
+/** @typedef {import('./transfers/uploads.js').LocalFile} LocalFile */
 
 /**
  * A panel beside the picture; `toggle` opens or closes it.
@@ -62,7 +62,7 @@ export class FilePanel {
     this.#attachDrop();
   }
 
-  /** Handles the start of a session: an open panel requests the folder again that it showed before. */
+  /** Handles the start of a session, or the return to one: an open panel requests the folder again that it showed before. */
   start() {
     this.rightsChanged();
     if (this.#panel.isOpen() && !this.#problem) this.#go(this.#wanted);
@@ -82,6 +82,15 @@ export class FilePanel {
    */
   sessionOver() {
     if (this.#root.ariaBusy === 'true') this.#showProblem(this.#wanted, texts.listingInterrupted);
+  }
+
+  show() {
+    this.#panel.toggle(true);
+  }
+
+  /** Lists a folder again if it is shown, because its files have changed. */
+  listAgain(/** @type {string} */ folder) {
+    if (this.#panel.isOpen() && this.#wanted === folder && !this.#problem) this.#go(folder);
   }
 
   /** Closes the panel and forgets the folder, before a session with another machine. */
@@ -217,7 +226,7 @@ export class FilePanel {
     this.#offered = [];
     this.#drawState();
     await this.#actions.upload(found, folder).catch(() => {});
-    if (this.#panel.isOpen() && this.#wanted === folder && !this.#problem) this.#go(folder);
+    this.listAgain(folder);
   }
 
   #sort(/** @type {SortKey} */ by) {

@@ -4,21 +4,21 @@ import { byId } from '../base/dom.js';
 import { Formats } from '../base/formats.js';
 import { locale } from '../base/locale.js';
 import { visible } from '../base/names.js';
-import { lastPart, parentOf } from '../base/paths.js';
+import { folderOf, lastPart } from '../base/paths.js';
 import { saveFile } from '../base/save_file.js';
 import { Msg } from '../link/messages.js';
-import { openSink } from './download_sink.js';
 import { FilePanel } from './file_panel.js';
 import { FolderRequests } from './folder_requests.js';
 import { Questions } from './questions.js';
-import { Transfer } from './transfer.js';
-import { TransferQueue } from './transfer_queue.js';
-import { TransferRows } from './transfer_rows.js';
-import { Uploads } from './uploads.js';
+import { leftDownloads, openSink } from './transfers/download_sink.js';
+import { Transfer } from './transfers/transfer.js';
+import { TransferQueue } from './transfers/transfer_queue.js';
+import { TransferRows } from './transfers/transfer_rows.js';
+import { Uploads } from './transfers/uploads.js';
 
 /** @typedef {import('../link/link.js').ControlMessage} ControlMessage */
 /** @typedef {import('../link/session_channel.js').SessionChannel} SessionChannel */
-/** @typedef {EventTarget & {sendControl: (message: object) => boolean}} Relay */
+/** @typedef {EventTarget} Relay */
 
 const KINDS = /** @type {const} */ (['upload', 'download']);
 /** The right that each kind of transfer needs. */
@@ -30,7 +30,7 @@ const MACHINE_GONE = ['agent-gone', 'replaced'];
 /**
  * @param {object} parts
  * @param {SessionChannel} parts.channel
- * @param {Relay} parts.relay sends control messages to the relay and emits the relay's own as 'control' events
+ * @param {Relay} parts.relay emits the relay's control messages as 'control' events
  * @param {import('./file_panel.js').AddPanel} parts.addPanel
  * @returns {{begin: (agent: string) => void, offer: FilePanel['offer'],
  *   machineIsIdle: () => Promise<boolean>}} begin: to be called before a session with a machine is requested;
@@ -43,7 +43,7 @@ export function attachFiles({ channel, relay, addPanel }) {
     channel.sendJson(Msg.DirListRequest, { path });
     return channel.isOpen;
   });
-  const queue = makeQueue(channel, relay, folders);
+  const queue = makeQueue(channel, folders);
   const questions = new Questions(formats);
   const rows = makeRows(queue, formats, async () => {
     if (await questions.cut().catch(() => false)) channel.cutMachine();
@@ -58,13 +58,11 @@ export function attachFiles({ channel, relay, addPanel }) {
   });
 
   attachMessages(channel, relay, folders, queue);
-  channel.addEventListener('open', () => panel.start());
-  channel.addEventListener('rights', () => {
-    panel.rightsChanged();
-    for (const kind of KINDS) if (!channel.may(RIGHT_FOR[kind])) queue.cancelAll(kind);
-  });
-  channel.addEventListener('closed', () => {
-    for (const part of [panel, questions, uploads, folders, queue]) part.sessionOver();
+  followSession(channel, { panel, questions, uploads, folders, queue });
+  onDetail(queue, 'adopted', (/** @type {Transfer} */ transfer) => {
+    if (transfer.kind === 'download') saveWhenDone(transfer);
+    else uploads.follow(transfer).then(() => panel.listAgain(folderOf(transfer.path)));
+    if (transfer.state === 'fileless') panel.show();
   });
   let machine = '';
   const begin = (/** @type {string} */ agent) => {
@@ -80,25 +78,52 @@ export function attachFiles({ channel, relay, addPanel }) {
 }
 
 /**
+ * Suspends the transfers while the session is interrupted, and ends them when it is over.
  * @param {SessionChannel} channel
- * @param {Relay} relay
+ * @param {{panel: FilePanel, questions: Questions, uploads: Uploads, folders: FolderRequests,
+ *   queue: TransferQueue}} parts
+ */
+function followSession(channel, { panel, questions, uploads, folders, queue }) {
+  const endForbidden = () => {
+    for (const kind of KINDS) if (!channel.may(RIGHT_FOR[kind])) queue.cancelAll(kind);
+  };
+  onDetail(channel, 'open', (/** @type {import('../link/session_channel.js').Kept} */ kept) => {
+    endForbidden();
+    queue.opened(kept.transfers, kept.uploads);
+    folders.opened();
+    panel.start();
+  });
+  channel.addEventListener('rights', () => {
+    panel.rightsChanged();
+    endForbidden();
+  });
+  channel.addEventListener('closed', () => {
+    for (const part of [folders, queue]) part.suspend();
+  });
+  channel.addEventListener('over', () => {
+    for (const part of [panel, questions, uploads, folders, queue]) part.sessionOver();
+  });
+}
+
+/**
+ * @param {SessionChannel} channel
  * @param {FolderRequests} folders
  */
-function makeQueue(channel, relay, folders) {
+function makeQueue(channel, folders) {
   const entryOf = async (/** @type {string} */ path) => {
-    const folder = parentOf(path);
-    const { entries } = await folders.list(folder.endsWith(':') ? `${folder}\\` : folder);
+    const { entries } = await folders.list(folderOf(path), { lasting: true });
     return entries.find(({ name }) => name === lastPart(path));
   };
   return new TransferQueue(
     {
       sendJson: (type, value) => channel.sendJson(type, value),
       send: (type, payload) => channel.send(type, payload),
-      sendControl: (message) => relay.sendControl(message),
+      sendControl: (message) => channel.sendControl(message),
       session: () => channel.session,
+      agent: () => channel.agent,
       entryOf,
     },
-    openSink,
+    { open: openSink, left: leftDownloads },
   );
 }
 
@@ -148,12 +173,16 @@ function machineIsGone(/** @type {ControlMessage} */ message, /** @type {string}
 }
 
 /** Downloads a file and saves it as soon as it is complete. */
-async function download(
+function download(
   /** @type {TransferQueue} */ queue,
   /** @type {import('./listing.js').Entry} */ { name, path, size },
 ) {
   const transfer = new Transfer({ kind: 'download', name, path, size });
   queue.add(transfer);
+  saveWhenDone(transfer);
+}
+
+async function saveWhenDone(/** @type {Transfer} */ transfer) {
   await transfer.ended;
-  if (transfer.blob && transfer.state === 'done') saveFile(transfer.blob, visible(name));
+  if (transfer.blob && transfer.state === 'done') saveFile(transfer.blob, visible(transfer.name));
 }

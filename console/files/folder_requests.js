@@ -13,10 +13,17 @@ export class TooLargeError extends Error {
   }
 }
 
+/**
+ * lasting: whether the request outlasts an interruption of the session.
+ * @typedef {{path: string, lasting: boolean, resolve: (listing: Listing) => void, reject: (why: Error) => void}}
+ *   Request
+ */
+
 export class FolderRequests {
   #send;
-  /** @type {{path: string, resolve: (listing: Listing) => void, reject: (why: Error) => void}[]} */
+  /** @type {Request[]} */
   #open = [];
+  #suspended = false;
 
   /** @param {(path: string) => boolean} send returns false when no session is open */
   constructor(send) {
@@ -26,11 +33,14 @@ export class FolderRequests {
   /**
    * Lists a folder. A folder that does not exist or that the agent cannot read appears empty.
    * @param {string} path '' for the drives
+   * @param {{lasting?: boolean}} [options] lasting: the folder is listed again after an interruption of the session;
+   *   otherwise the interruption rejects the result
    * @returns {Promise<Listing>} rejected when the session ends first, or with a TooLargeError
    */
-  list(path) {
+  list(path, { lasting = false } = {}) {
     return new Promise((resolve, reject) => {
-      if (this.#send(path)) this.#open.push({ path, resolve, reject });
+      if ((lasting && this.#suspended) || this.#send(path))
+        this.#open.push({ path, lasting, resolve, reject });
       else reject(new Error('sessionOver'));
     });
   }
@@ -47,7 +57,23 @@ export class FolderRequests {
     this.#open.shift()?.reject(new TooLargeError(bytes));
   }
 
+  /** Handles an interruption of the session. */
+  suspend() {
+    this.#suspended = true;
+    const open = this.#open;
+    this.#open = open.filter(({ lasting }) => lasting);
+    for (const { lasting, reject } of open) if (!lasting) reject(new Error('sessionOver'));
+  }
+
+  /** Sends the requests that have waited for the session to go on. */
+  opened() {
+    if (!this.#suspended) return;
+    this.#suspended = false;
+    for (const { path, lasting } of this.#open) if (lasting) this.#send(path);
+  }
+
   sessionOver() {
+    this.#suspended = false;
     for (const { reject } of this.#open.splice(0)) reject(new Error('sessionOver'));
   }
 }

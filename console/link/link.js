@@ -4,7 +4,7 @@
 import { emit } from '../base/custom_events.js';
 import { PartJoiner } from './parts.js';
 
-const SUBPROTOCOL = 'vantelink.console.v4';
+const SUBPROTOCOL = 'vantelink.console.v5';
 const PING_INTERVAL_MS = 2000;
 /**
  * The relay counts as dead when a ping is unanswered and nothing has arrived for this long. The relay sends

@@ -12,10 +12,16 @@ import { RIGHTS } from './rights.js';
  */
 
 /**
- * The channel is open from the acceptance of a session until its end. Messages that are sent while the
- * channel is closed are dropped; received messages of another session are ignored. Events: 'open', 'closed',
- * 'too-large' (detail: TooLarge) and 'rights' after a change of the rights in the open session (detail: the
- * granted rights before it).
+ * What the relay has kept of an interrupted session: its transfers, and the counts of its uploads.
+ * @typedef {{transfers?: unknown, uploads?: unknown, [other: string]: unknown}} Kept
+ */
+
+/**
+ * The channel is open from the acceptance of a session until its end. It is closed and opened again when the session is
+ * interrupted. Messages that are sent while the channel is closed are dropped; received messages of another session are
+ * ignored. Events: 'open' (detail: Kept), 'closed', 'over' after it when the session will not return, 'too-large'
+ * (detail: TooLarge) and 'rights' after a change of the rights in the open session (detail: the granted rights before
+ * it).
  */
 export class SessionChannel extends EventTarget {
   #link;
@@ -23,6 +29,8 @@ export class SessionChannel extends EventTarget {
   #handlers = new Map();
   /** @type {number | null} the relay's number of the session; null while the channel is closed */
   #session = null;
+  /** @type {number | null} the session that is open or may return */
+  #last = null;
   #agent = '';
   /** @type {Set<import('./rights.js').Right>} */
   #rights = new Set(RIGHTS);
@@ -42,6 +50,11 @@ export class SessionChannel extends EventTarget {
 
   get session() {
     return this.#session;
+  }
+
+  /** Whether the channel is closed and its session may return. */
+  get isInterrupted() {
+    return this.#session === null && this.#last !== null;
   }
 
   /** The id of the machine of the session that is open or was open last; '' before the first. */
@@ -69,13 +82,16 @@ export class SessionChannel extends EventTarget {
    * @param {string} agent
    * @param {Set<import('./rights.js').Right>} [rights] those that have an effect
    * @param {Set<import('./rights.js').Right>} [granted] all
+   * @param {Kept} [kept]
    */
-  open(session, agent, rights = new Set(RIGHTS), granted = rights) {
+  open(session, agent, rights = new Set(RIGHTS), granted = rights, kept = {}) {
+    if (session !== this.#last) this.#end();
+    this.#last = session;
     this.#session = session;
     this.#agent = agent;
     this.#rights = rights;
     this.#granted = granted;
-    emit(this, 'open');
+    emit(this, 'open', kept);
   }
 
   /**
@@ -90,10 +106,18 @@ export class SessionChannel extends EventTarget {
     emit(this, 'rights', before);
   }
 
-  close() {
-    if (!this.isOpen) return;
+  /** @param {boolean} [mayReturn] whether the session is only interrupted; it can be over later by another call */
+  close(mayReturn = false) {
+    const wasOpen = this.isOpen;
     this.#session = null;
-    emit(this, 'closed');
+    if (wasOpen) emit(this, 'closed');
+    if (!mayReturn) this.#end();
+  }
+
+  #end() {
+    const wasKnown = this.#last !== null;
+    this.#last = null;
+    if (wasKnown) emit(this, 'over');
   }
 
   /** Sets the handler of the machine's messages of one type. */

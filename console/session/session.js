@@ -269,14 +269,14 @@ export class Session extends EventTarget {
     this.#restart.end();
     this.#note.begin();
     emit(this, 'returning', { streaming: message.streaming === true, choices: message.choices });
-    this.#channel.open(session, this.#agent, ...rightsOf(message));
+    this.#channel.open(session, this.#agent, ...rightsOf(message), message);
   }
 
   #stop(/** @type {State} */ state) {
     // The event precedes the closing, so that keys that are down can still be released on the machine.
     if (this.#channel.isOpen) emit(this, 'ending');
     this.#state = state;
-    this.#channel.close();
+    this.#channel.close(state === 'interrupted' && this.#held.number !== null);
   }
 
   /**

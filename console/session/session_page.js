@@ -130,7 +130,8 @@ function attachReturn({ channel, link, session, stream, stage, input, panels }) 
     },
   ]);
   onDetail(session, 'returning', (/** @type {import('./session.js').Return} */ back) => {
-    choices.restore(back.choices);
+    // A page that was only interrupted knows more than the relay: what was chosen last may not have been sent.
+    if (!channel.isInterrupted) choices.restore(back.choices);
     streaming = back.streaming;
   });
 }

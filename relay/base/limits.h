@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 
 namespace vlk::relay {
 
@@ -31,6 +32,9 @@ struct Limits {
   std::chrono::milliseconds slow_browser{15'000};
   // How long a session is held for a browser that disconnected; 0 means that the session ends at once.
   std::chrono::milliseconds hold{120'000};
+  // Bytes on the disk for the downloads of one session, and of all sessions together.
+  std::uint64_t spool = std::uint64_t{2} << 30;
+  std::uint64_t spools = std::uint64_t{8} << 30;
   std::chrono::milliseconds held_stream{10'000};  // how long the stream of a held session goes on
   // A browser is pinged when it has sent nothing for this time.
   std::chrono::milliseconds browser_ping{30'000};

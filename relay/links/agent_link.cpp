@@ -75,19 +75,10 @@ class AgentConnection {
     log(text);
   }
 
-  // Whether the browser has not read the messages, or not stored the downloads, that were sent to it.
-  [[nodiscard]] bool browser_is_behind(const Route& route) const {
-    const Session* session = parts_.sessions.find(route.header.session);
-    if (!session) return false;
-    if (route.to->full()) return true;
-    // While the relay does not read from the browser, it also does not receive what the browser has stored.
-    // Both sides would wait for each other if the machine were not read until then.
-    return parts_.transfers.ahead_of_browser(route.header.session) && !session->console->paused;
-  }
-
   // Sends a message to the browser that owns its session, and a picture to all that watch the stream. While
-  // that browser does not read, pictures are dropped. For other messages the relay does not read from the
-  // agent: the agent's writes then block, and the relay's memory stays bounded.
+  // that browser does not read, pictures are dropped and downloads are kept on the disk. For other messages
+  // the relay does not read from the agent: the agent's writes then block, and the relay's memory stays
+  // bounded.
   //
   // Pictures overtake every other message of the machine, and files may be overtaken by all. The rest keeps
   // its order: what follows a large message is queued behind it.
@@ -99,6 +90,10 @@ class AgentConnection {
     const std::uint32_t session = route.header.session;
     const bool file = is_transfer(route.header.type);
     if (file) peer_->times.file_arrived(Clock::now());
+    if (route.download != 0) {
+      co_await keep(route, hold(std::move(message), std::move(claim)));
+      co_return;
+    }
     const bool large = !file && message.size() > context_.limits.bulk_message;
     if (large) {
       co_await wait_while(route, [&] { return route.to->has_large(session); });
@@ -110,7 +105,23 @@ class AgentConnection {
     } else {
       route.to->send_binary(bytes, session, file || route.to->has_large(session) ? Lane::Bulk : Lane::Urgent);
     }
-    co_await wait_while(route, [&] { return browser_is_behind(route); });
+    co_await wait_while(route, [&] { return route.to->full(); });
+  }
+
+  // The wait for the disk ends with the session too.
+  asio::awaitable<void> keep(const Route& route, std::shared_ptr<const Bytes> message) {
+    const std::uint32_t session = route.header.session;
+    const bool is_chunk = route.header.type == Msg::FileChunk;
+    if (is_chunk)
+      parts_.downloads.add_chunk(session, route.download, std::move(message));
+    else
+      parts_.downloads.add_end(session, route.download, std::move(message));
+    if (!parts_.downloads.busy(session)) co_return;
+    peer_->paused = true;
+    while (parts_.downloads.busy(session) && !channel_.closing())
+      co_await channel_.wait_for_change();
+    peer_->paused = false;
+    channel_.count_as_heard(Clock::now());
   }
 
   void count_upload(const Channel::Piece& piece) {

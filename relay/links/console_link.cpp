@@ -34,7 +34,12 @@ class ConsoleConnection {
  public:
   ConsoleConnection(Parts& parts, const Limits& limits, WebSocketLink& link,
                     std::shared_ptr<ConsolePeer> peer)
-      : parts_(parts), limits_(limits), link_(link), channel_(*peer->channel), peer_(std::move(peer)) {}
+      : parts_(parts), limits_(limits), link_(link), channel_(*peer->channel), peer_(std::move(peer)) {
+    channel_.on_bulk_written([this](const Channel::Piece&) { parts_.downloads.send_more(channel_); });
+  }
+  ~ConsoleConnection() { channel_.on_bulk_written(nullptr); }
+  ConsoleConnection(const ConsoleConnection&) = delete;
+  ConsoleConnection& operator=(const ConsoleConnection&) = delete;
 
   asio::awaitable<void> run() {
     link_.set_read_limit(limits_.browser_message);
@@ -99,8 +104,6 @@ class ConsoleConnection {
       Sessions::send_orders(*session->agent, route.then);
     }
     if (route.stream_changed) parts_.sessions.report_stream(route.header.session);
-    // While this browser is not read, its machines are read whatever it has stored.
-    if (is_behind(route)) channel_.resume_waiting();
     channel_.on_end([to = route.to] { to->resume_waiting(); });
     while (is_behind(route) && !route.to->closing() && !channel_.closing())
       co_await route.to->wait_for_change();
@@ -143,7 +146,8 @@ class ConsoleConnection {
     if (type == "steer" || type == "take-over") return steer(type, message);
     if (type == "hand-over" || type == "refuse-steering") return answer_steering(type, message);
     if (type == "transfer") return give_transfer(message);
-    if (type == "stored") return confirm_downloads(message);
+    if (type == "stored") return confirm_download(message);
+    if (type == "continue") return continue_transfer(message);
     if (type == "shown") return note_shown(message);
     if (type == "quality") return choose_quality(message);
     refuse("The message's type is unknown.");
@@ -226,16 +230,37 @@ class ConsoleConnection {
     channel_.send_text(dump(nlohmann::json{{"type", "transfer"}, {"request", id}, {"transfer", transfer}}));
   }
 
-  // Does nothing for a session that has ended, because the browser may not know of the end yet.
-  void confirm_downloads(const nlohmann::json& message) {
-    const auto number = session_number(message);
+  // A transfer of a session, and a number of bytes of its file.
+  struct Progress {
+    std::uint32_t session = 0;
+    std::uint32_t transfer = 0;
+    std::uint64_t bytes = 0;
+  };
+  static std::optional<Progress> progress_of(const nlohmann::json& message) {
+    const auto session = session_number(message);
+    const auto transfer = whole_number(message, "transfer");
     const auto bytes = message.find("bytes");
-    if (!number || bytes == message.end() || !bytes->is_number_unsigned())
-      return refuse("The session's number or the number of bytes is missing.");
-    const Session* session = parts_.sessions.find(*number);
+    if (!session || !transfer || bytes == message.end() || !bytes->is_number_unsigned()) return std::nullopt;
+    return Progress{*session, *transfer, bytes->get<std::uint64_t>()};
+  }
+
+  // Does nothing for a session that has ended, because the browser may not know of the end yet.
+  void confirm_download(const nlohmann::json& message) {
+    const auto progress = progress_of(message);
+    if (!progress) return refuse("The number of the session, of the download or of the bytes is missing.");
+    const auto& [number, download, bytes] = *progress;
+    const Session* session = parts_.sessions.find(number);
     if (!session || session->console != peer_) return;
-    parts_.transfers.confirm(*number, bytes->get<std::uint64_t>());
-    if (!parts_.transfers.ahead_of_browser(*number)) channel_.resume_waiting();
+    parts_.downloads.stored(number, download, bytes);
+    const auto end = message.find("end");
+    if (end == message.end() || *end != true || !parts_.downloads.finish(number, download)) return;
+    parts_.transfers.forget(number, download);
+  }
+
+  void continue_transfer(const nlohmann::json& message) {
+    const auto progress = progress_of(message);
+    if (!progress) return refuse("The number of the session, of the transfer or of the bytes is missing.");
+    parts_.sessions.continue_transfer(*peer_, progress->session, progress->transfer, progress->bytes);
   }
 
   void note_shown(const nlohmann::json& message) {

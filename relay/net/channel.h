@@ -90,6 +90,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   [[nodiscard]] const std::string& end_reason() const { return end_reason_; }
 
   [[nodiscard]] bool full() const { return outbox_.counted_bytes() > queue_bytes_; }
+  // Half of what makes the queue full. What is sent only until then leaves room for other messages.
+  [[nodiscard]] bool half_full() const { return outbox_.counted_bytes() > queue_bytes_ / 2; }
   // The queue is full even without its bulk messages.
   [[nodiscard]] bool full_without_bulk() const { return outbox_.unwritten_but_bulk() > queue_bytes_; }
   // Returns when the queue has room for answers to the peer's requests, whatever bulk messages wait, or the

@@ -61,15 +61,16 @@ asio::awaitable<void> load_again(Parts& parts) {
 
 }  // namespace
 
-Parts::Parts(DatabaseThread& database_thread, const Log& log_lines, const Limits& limits)
+Parts::Parts(DatabaseThread& database_thread, Spools& spools, const Log& log_lines, const Limits& limits)
     : database(database_thread),
       log(log_lines),
+      downloads(spools),
       audit(database, log),
       machines(database, log),
       browsers(machines, log),
-      sessions(people, logins, machines, browsers, transfers, uploads, pressed, audit, clips, log, limits,
-               random_number()),
-      router(sessions, transfers, pressed, audit, clips, limits),
+      sessions(people, logins, machines, browsers, transfers, downloads, uploads, pressed, audit, clips, log,
+               limits, random_number()),
+      router(sessions, transfers, downloads, pressed, audit, clips, limits),
       measures(sessions, log, limits),
       quality(machines, sessions, measures, log),
       watchdog(machines, browsers, sessions, logins, measures, quality, database, log, limits),
@@ -83,6 +84,10 @@ Parts::Parts(DatabaseThread& database_thread, const Log& log_lines, const Limits
     sessions.end_all_of(login, "login-ended");
     browsers.end_login(login, reason);
   });
+  downloads.listen({[this](std::uint32_t session, std::uint32_t download, const char* code) {
+                      sessions.lose_download(session, download, code);
+                    },
+                    [this](std::uint32_t session) { sessions.resume_reading(session); }});
   people.on_change([this] {
     sessions.refresh_rights();
     for (const auto& peer : browsers.all()) {

@@ -5,6 +5,7 @@
 #include "relay/people/logins.h"
 #include "relay/people/people.h"
 #include "relay/session/browsers.h"
+#include "relay/session/files/downloads.h"
 #include "relay/session/files/upload_counts.h"
 #include "relay/session/machines.h"
 #include "relay/session/router.h"
@@ -20,7 +21,7 @@ namespace vlk::relay {
 // Constructed once by the server, which outlives every connection.
 struct Parts {
   // Reads the stored state. The arguments outlive this object. Throws DatabaseError.
-  Parts(DatabaseThread& database_thread, const Log& log, const Limits& limits);
+  Parts(DatabaseThread& database_thread, Spools& spools, const Log& log, const Limits& limits);
 
   // Reads the stored state again, because another process has changed it, and applies what is different.
   void reload();
@@ -32,6 +33,7 @@ struct Parts {
   // The numbers of transfers and sessions start at random numbers, so that a stale number from before a
   // restart of the relay is unlikely to match a transfer or session that exists.
   Transfers transfers{random_number()};
+  Downloads downloads;
   People people;
   Logins logins;
   AuditTrail audit;

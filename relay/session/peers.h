@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -102,6 +103,8 @@ struct Session {
   // The choices that the console made for this session, such as the monitor, as it sent them: a JSON object,
   // or empty.
   std::string choices{};
+  // The downloads that ended while the browser was away, because the relay could not keep them, with a code.
+  std::map<std::uint32_t, std::string> lost_downloads{};
 
   // Messages pass in both directions.
   [[nodiscard]] bool accepted() const { return state == SessionState::Accepted; }

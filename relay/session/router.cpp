@@ -156,7 +156,7 @@ Route Router::to_browser(AgentPeer& peer, const EnvelopeHeader& header, Bytes& m
   const bool allowed = allows_to_browser(session->rights, header.type, payload_of(message));
   // Each end of a transfer is recorded, also of one that the representative has no right to any more.
   if (!allowed && !is_transfer(header.type)) return swallow(header);
-  if (session->away && !picture) return swallow(header);
+  if (session->away && !picture && !is_transfer(header.type)) return swallow(header);
   Route route = forward(header, session->away ? nullptr : session->console->channel);
   if (header.type == Msg::StreamConfig) {
     peer.stream.video = {};
@@ -170,7 +170,9 @@ Route Router::to_browser(AgentPeer& peer, const EnvelopeHeader& header, Bytes& m
   if (!is_transfer(header.type)) return route;
   const Transfers::Delivery delivery = transfers_.from_agent(header.session, header.type, message);
   if (delivery.note) audit_.note(*session, *delivery.note);
-  return allowed && delivery.wanted ? route : swallow(header);
+  route.download = delivery.download;
+  const bool possible = delivery.download != 0 || !session->away;
+  return allowed && delivery.wanted && possible ? route : swallow(header);
 }
 
 Arrival Router::arrival_from_browser(const ConsolePeer& peer, const EnvelopeStart& start, bool waited) {
@@ -254,10 +256,13 @@ Route Router::to_machine(const Session& session, const EnvelopeHeader& header, B
       return refusal;
     }
     case TransferRuling::Kind::Swallow:
+      downloads_.drop(session.number, ruling.transfer);
       return swallow(header);
     case TransferRuling::Kind::Pass:
       break;
   }
+  if (header.type == Msg::DownloadRequest)
+    downloads_.begin(session.number, ruling.transfer, session.console->channel);
   route.index = ruling.index;
   // This message ends an upload: a browser's end message for a download is swallowed above.
   if (header.type == Msg::FileTransferEnd) route.ended_upload = ruling.transfer;

@@ -11,6 +11,7 @@
 #include "relay/base/memory/arrivals.h"
 #include "relay/base/memory/memory_budget.h"
 #include "relay/base/threads/thread_checker.h"
+#include "relay/session/files/downloads.h"
 #include "relay/session/peers.h"
 #include "relay/session/table/sessions.h"
 #include "relay/session/trail/audit_trail.h"
@@ -32,13 +33,16 @@ struct Route {
   };
   Kind kind = Kind::Malformed;
   EnvelopeHeader header{};
-  // For Forward. Null for a picture of a session whose browser is away.
+  // For Forward. Null for a picture or a message of a download of a session whose browser is away.
   std::shared_ptr<Channel> to{};
   std::string reason{};     // for Refuse, a sentence; for Swallow, a line for the log or empty
   std::string agent{};      // for Refuse: the machine's id, if the browser has this session
   std::string code{};       // for Refuse: the reason for the console's code, or empty
   std::uint32_t index = 0;  // for Forward: of an upload's chunk, for send_to_machine
   std::optional<std::uint32_t> transfer{};  // for Refuse: the number of the file transfer, if any
+  // For Forward, of a machine: the number of the download to which the message belongs, or 0. The caller
+  // gives the message to Downloads, which sends it.
+  std::uint32_t download = 0;
   // For Forward: the number of the upload whose end message this is; the caller calls owe() after sending it.
   std::optional<std::uint32_t> ended_upload{};
   bool key_frame_needed = false;         // for Forward: the caller requests a key frame from the agent
@@ -67,10 +71,11 @@ struct Arrival {
 class Router {
  public:
   // The arguments outlive this object.
-  Router(const Sessions& sessions, Transfers& transfers, PressedInput& pressed, AuditTrail& audit,
-         ClipNotes& clips, const Limits& limits)
+  Router(const Sessions& sessions, Transfers& transfers, Downloads& downloads, PressedInput& pressed,
+         AuditTrail& audit, ClipNotes& clips, const Limits& limits)
       : sessions_(sessions),
         transfers_(transfers),
+        downloads_(downloads),
         pressed_(pressed),
         audit_(audit),
         clips_(clips),
@@ -108,6 +113,7 @@ class Router {
   const ThreadChecker thread_;
   const Sessions& sessions_;
   Transfers& transfers_;
+  Downloads& downloads_;
   PressedInput& pressed_;
   AuditTrail& audit_;
   ClipNotes& clips_;

@@ -116,7 +116,9 @@ TransferRuling Transfers::begin(std::uint32_t session, Numbers& numbers, Msg typ
   message = *json_envelope(type, session,
                            rewritten.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
   Transfer& transfer = found->second;
-  transfer = {upload ? Transfer::State::Upload : Transfer::State::Download, 0, 0, shortened(path), bytes};
+  transfer.state = upload ? Transfer::State::Upload : Transfer::State::Download;
+  transfer.path = shortened(path);
+  transfer.size = bytes;
   return {TransferRuling::Kind::Pass,
           {},
           *number,
@@ -152,6 +154,7 @@ TransferRuling Transfers::end(std::uint32_t session, Numbers& numbers, Bytes& me
       // The agent has no message that stops a download, so its further chunks are dropped here.
       transfer.state = Transfer::State::Unwanted;
       return {TransferRuling::Kind::Swallow, {}, *number};
+    case Transfer::State::Sent:
     case Transfer::State::Given:
       numbers.erase(found);
       break;
@@ -176,34 +179,60 @@ Transfers::Delivery Transfers::from_agent(std::uint32_t session, Msg type, const
   if (!unwanted && transfer.state != Transfer::State::Download) return {};
   if (is_chunk) {
     transfer.bytes += chunk_bytes(message);
-    if (!unwanted) downloaded_[session].sent += chunk_bytes(message);
-    return {!unwanted};
+    return {!unwanted, *number};
   }
   const auto ok = fields.find("ok");
   const bool good = ok != fields.end() && ok->is_boolean() && ok->get<bool>();
-  const auto note = end_note(*number, transfer, unwanted ? "cancelled" : (good ? "ended" : "failed"));
-  numbers.erase(found);
-  return {true, note};
+  const char* unwanted_end = transfer.failed ? "failed" : "cancelled";
+  const auto note = end_note(*number, transfer, unwanted ? unwanted_end : (good ? "ended" : "failed"));
+  // The browser learns of the machine's end also if it has cancelled the download.
+  if (unwanted)
+    numbers.erase(found);
+  else
+    transfer.state = Transfer::State::Sent;
+  return {true, unwanted ? 0 : *number, note};
 }
 
-void Transfers::confirm(std::uint32_t session, std::uint64_t bytes) {
+Transfers::Transfer* Transfers::find(std::uint32_t session, std::uint32_t number) {
+  const auto numbers = sessions_.find(session);
+  if (numbers == sessions_.end()) return nullptr;
+  const auto found = numbers->second.find(number);
+  return found == numbers->second.end() ? nullptr : &found->second;
+}
+
+void Transfers::give_up(std::uint32_t session, std::uint32_t download) {
   thread_.check();
-  DownloadBytes& total = downloaded_[session];
-  // A browser that confirms more than it was sent gains nothing by it.
-  total.confirmed = std::min(std::max(bytes, total.confirmed.value_or(0)), total.sent);
+  Transfer* transfer = find(session, download);
+  if (!transfer) return;
+  if (transfer->state == Transfer::State::Sent) sessions_.at(session).erase(download);
+  if (transfer->state != Transfer::State::Download) return;
+  transfer->state = Transfer::State::Unwanted;
+  transfer->failed = true;
 }
 
-bool Transfers::ahead_of_browser(std::uint32_t session) const {
-  const auto found = downloaded_.find(session);
-  if (found == downloaded_.end() || !found->second.confirmed) return false;
-  return found->second.sent - *found->second.confirmed > kDownloadWindow;
+void Transfers::forget(std::uint32_t session, std::uint32_t download) {
+  thread_.check();
+  const Transfer* transfer = find(session, download);
+  if (transfer && transfer->state == Transfer::State::Sent) sessions_.at(session).erase(download);
+}
+
+std::vector<Transfers::Open> Transfers::open(std::uint32_t session) const {
+  std::vector<Open> all;
+  const auto numbers = sessions_.find(session);
+  if (numbers == sessions_.end()) return all;
+  for (const auto& [number, transfer] : numbers->second) {
+    const bool upload = transfer.state == Transfer::State::Upload;
+    const bool download =
+        transfer.state == Transfer::State::Download || transfer.state == Transfer::State::Sent;
+    if (upload || download)
+      all.push_back({number, upload, transfer.path, transfer.size.value_or(0), transfer.bytes});
+  }
+  return all;
 }
 
 void Transfers::take_back(std::uint32_t session, std::uint32_t upload, std::uint64_t bytes) {
-  const auto numbers = sessions_.find(session);
-  if (numbers == sessions_.end()) return;
-  const auto found = numbers->second.find(upload);
-  if (found != numbers->second.end()) found->second.bytes -= std::min(bytes, found->second.bytes);
+  Transfer* transfer = find(session, upload);
+  if (transfer) transfer->bytes -= std::min(bytes, transfer->bytes);
 }
 
 std::vector<std::uint32_t> Transfers::open_uploads(std::uint32_t session) const {
@@ -218,12 +247,11 @@ std::vector<std::uint32_t> Transfers::open_uploads(std::uint32_t session) const 
 
 Transfers::Leftovers Transfers::end_session(std::uint32_t session) {
   thread_.check();
-  downloaded_.erase(session);
   Leftovers result;
   const auto found = sessions_.find(session);
   if (found == sessions_.end()) return result;
   for (const auto& [number, transfer] : found->second) {
-    if (transfer.state == Transfer::State::Given) continue;
+    if (transfer.state == Transfer::State::Given || transfer.state == Transfer::State::Sent) continue;
     const bool upload = transfer.state == Transfer::State::Upload;
     if (upload) result.uploads.push_back(number);
     result.notes.push_back(end_note(number, transfer, "unfinished"));
@@ -240,16 +268,17 @@ Transfers::Cut Transfers::cut(std::uint32_t session, bool uploads, bool download
   Numbers& numbers = found->second;
   for (auto entry = numbers.begin(); entry != numbers.end();) {
     auto& [number, transfer] = *entry;
-    if (downloads && transfer.state == Transfer::State::Download) {
+    const bool sent = downloads && transfer.state == Transfer::State::Sent;
+    const bool upload = uploads && transfer.state == Transfer::State::Upload;
+    if (sent || (downloads && transfer.state == Transfer::State::Download)) {
       transfer.state = Transfer::State::Unwanted;
       result.downloads.push_back(number);
     }
-    const bool ends = uploads && transfer.state == Transfer::State::Upload;
-    if (ends) {
+    if (upload) {
       result.uploads.push_back(number);
       result.notes.push_back(end_note(number, transfer, "unfinished"));
     }
-    entry = ends ? numbers.erase(entry) : std::next(entry);
+    entry = sent || upload ? numbers.erase(entry) : std::next(entry);
   }
   return result;
 }

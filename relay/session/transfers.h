@@ -52,15 +52,24 @@ class Transfers {
   // The decision about a machine's message.
   struct Delivery {
     bool wanted = true;                // false if the message is not sent to the browser
+    std::uint32_t download = 0;        // the number of the download to which the message belongs, or 0
     std::optional<TrailEntry> note{};  // a row for the audit trail
   };
   [[nodiscard]] Delivery from_agent(std::uint32_t session, Msg type, const Bytes& message);
 
-  // Records the number of bytes of the session's downloads that the browser has stored or dropped, in total.
-  void confirm(std::uint32_t session, std::uint64_t bytes);
-  // True while the browser has not confirmed the receipt of more than kDownloadWindow bytes. Always false
-  // before the session's first confirmation.
-  [[nodiscard]] bool ahead_of_browser(std::uint32_t session) const;
+  // The relay cannot keep what the machine sends of this download, which is dropped from now on.
+  void give_up(std::uint32_t session, std::uint32_t download);
+  // The browser has the whole download, which the machine has ended.
+  void forget(std::uint32_t session, std::uint32_t download);
+  struct Open {
+    std::uint32_t number = 0;
+    bool upload = false;
+    std::string path{};       // shortened
+    std::uint64_t size = 0;   // of an upload, as the browser stated it
+    std::uint64_t bytes = 0;  // of an upload, from the browser
+  };
+  // The session's transfers that have begun, until the browser knows their end.
+  [[nodiscard]] std::vector<Open> open(std::uint32_t session) const;
 
   // Records that so many bytes of an open upload were taken from the queue to the machine again.
   void take_back(std::uint32_t session, std::uint32_t upload, std::uint64_t bytes);
@@ -97,15 +106,14 @@ class Transfers {
   static constexpr std::size_t kOwedPerAgent = 4 * kOpenPerSession;
   static constexpr std::size_t kLongestEnd = 4096;   // bytes of a machine's end message of a download
   static constexpr std::size_t kLongestPath = 4096;  // bytes of a path in the audit trail
-  // Bytes of a session's downloads that may be on their way to the browser's disk. Twice what a connection
-  // with 100 Mbit/s and a round trip of 300 ms holds.
-  static constexpr std::uint64_t kDownloadWindow = std::uint64_t{8} << 20;
 
  private:
   struct Transfer {
-    // Given: numbered but not begun. Unwanted: a download that the browser cancelled.
-    enum class State { Given, Download, Unwanted, Upload };
+    // Given: numbered but not begun. Unwanted: a download whose further chunks are dropped. Sent: a download
+    // that the machine has ended, but not all of which the browser has.
+    enum class State { Given, Download, Unwanted, Sent, Upload };
     State state = State::Given;
+    bool failed = false;  // of an unwanted download: the relay could not keep it
     std::uint64_t bytes = 0;
     std::uint32_t chunks = 0;             // of an upload, to the machine
     std::string path{};                   // shortened
@@ -116,21 +124,16 @@ class Transfers {
     Clock::time_point sent_at;
   };
   using Numbers = std::map<std::uint32_t, Transfer>;
-  // The bytes of a session's downloads, in total.
-  struct DownloadBytes {
-    std::uint64_t sent = 0;  // to the browser
-    std::optional<std::uint64_t> confirmed{};
-  };
 
+  [[nodiscard]] Transfer* find(std::uint32_t session, std::uint32_t number);
   static TrailEntry end_note(std::uint32_t number, const Transfer& transfer, const char* how);
   static TransferRuling begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message);
   static TransferRuling chunk(Numbers& numbers, const Bytes& message);
   static TransferRuling end(std::uint32_t session, Numbers& numbers, Bytes& message);
 
   const ThreadChecker thread_;
-  std::map<std::uint32_t, Numbers> sessions_;          // by session number
-  std::map<std::uint32_t, DownloadBytes> downloaded_;  // by session number
-  std::map<std::string, std::vector<Owed>> owed_;      // by agent id
+  std::map<std::uint32_t, Numbers> sessions_;      // by session number
+  std::map<std::string, std::vector<Owed>> owed_;  // by agent id
   std::uint32_t last_;
 };
 

@@ -160,7 +160,7 @@ bool Browser::open_console(const std::string& cookie, unsigned& status, const st
   wire_->socket->set_option(websocket::stream_base::decorator([&](websocket::request_type& request) {
     if (!cookie.empty()) request.set(http::field::cookie, kCookie + cookie);
     request.set(http::field::origin, origin.empty() ? wire_->origin() : origin);
-    request.set(http::field::sec_websocket_protocol, "vantelink.console.v4");
+    request.set(http::field::sec_websocket_protocol, "vantelink.console.v5");
   }));
   websocket::response_type response;
   beast::error_code error;

@@ -29,6 +29,16 @@ class UploadCounts {
     const auto found = sessions_.find(session);
     return found == sessions_.end() ? 0 : found->second.taken;
   }
+  struct Totals {
+    std::uint64_t taken = 0;   // from the browser
+    std::uint64_t passed = 0;  // written to the machine or dropped
+  };
+  // Both totals, for a browser that takes the session over and is to be told what follows.
+  [[nodiscard]] Totals hand_over(std::uint32_t session) {
+    Count& count = sessions_[session];
+    count.told = count.passed;
+    return {count.taken, count.passed};
+  }
   void end(std::uint32_t session) { sessions_.erase(session); }
 
   static constexpr std::uint64_t kReport = 64 * 1024;

@@ -13,7 +13,7 @@ namespace vlk::relay {
 void Sessions::leave_browser(const Session& session) {
   session.console->channel->discard(session.number);
   release_input(session);
-  end_transfers(session, Tell::MachineToo);
+  downloads_.leave(session.number);
 }
 
 void Sessions::hold_all_of(const ConsolePeer& peer, Clock::time_point now) {
@@ -72,7 +72,12 @@ void Sessions::resume(const std::shared_ptr<ConsolePeer>& console, std::uint32_t
   nlohmann::json fields = {{"resumed", true}};
   if (!session.choices.empty()) fields["choices"] = nlohmann::json::parse(session.choices);
   const bool watches = session.agent->stream.watched_by(number);
-  if (session.accepted()) fields["streaming"] = watches && session.agent->recent.complete();
+  if (session.accepted()) {
+    fields["streaming"] = watches && session.agent->recent.complete();
+    fields["transfers"] = list_transfers(session);
+    const UploadCounts::Totals uploads = uploads_.hand_over(number);
+    fields["uploads"] = {{"taken", uploads.taken}, {"passed", uploads.passed}};
+  }
   tell_browser(session, session.accepted() ? "accepted" : "waiting", std::move(fields));
   session.viewers.clear();
   settle(session.agent);

@@ -14,13 +14,15 @@
 namespace vlk::relay {
 
 Sessions::Sessions(const People& people, const Logins& logins, Machines& machines, Browsers& browsers,
-                   Transfers& transfers, UploadCounts& uploads, PressedInput& pressed, AuditTrail& audit,
-                   ClipNotes& clips, const Log& log, const Limits& limits, std::uint32_t start)
+                   Transfers& transfers, Downloads& downloads, UploadCounts& uploads, PressedInput& pressed,
+                   AuditTrail& audit, ClipNotes& clips, const Log& log, const Limits& limits,
+                   std::uint32_t start)
     : people_(people),
       logins_(logins),
       machines_(machines),
       browsers_(browsers),
       transfers_(transfers),
+      downloads_(downloads),
       uploads_(uploads),
       pressed_(pressed),
       audit_(audit),
@@ -132,8 +134,8 @@ void Sessions::set_rights(Session& session, Rights rights) {
   const Rights lost = session.rights & ~rights;
   session.rights = rights;
   if (lost & kControl) release_input(session);
-  if (!session.accepted()) return;
-  tell_browser(session, "accepted");
+  if (!session.running()) return;
+  if (session.accepted()) tell_browser(session, "accepted");
   if (lost & (kFilesUp | kFilesDown)) cut_transfers(session, lost & kFilesUp, lost & kFilesDown);
 }
 

@@ -19,6 +19,7 @@
 #include "relay/people/logins.h"
 #include "relay/people/people.h"
 #include "relay/session/browsers.h"
+#include "relay/session/files/downloads.h"
 #include "relay/session/files/upload_counts.h"
 #include "relay/session/machines.h"
 #include "relay/session/peers.h"
@@ -41,8 +42,8 @@ class Sessions {
  public:
   // The arguments outlive this object. The first session gets the number after `start`.
   Sessions(const People& people, const Logins& logins, Machines& machines, Browsers& browsers,
-           Transfers& transfers, UploadCounts& uploads, PressedInput& pressed, AuditTrail& audit,
-           ClipNotes& clips, const Log& log, const Limits& limits, std::uint32_t start);
+           Transfers& transfers, Downloads& downloads, UploadCounts& uploads, PressedInput& pressed,
+           AuditTrail& audit, ClipNotes& clips, const Log& log, const Limits& limits, std::uint32_t start);
 
   // Takes over the questions of an earlier run, whose boxes may still stand on the machines' screens.
   void restore_questions(const std::vector<OpenQuestion>& questions);
@@ -104,6 +105,13 @@ class Sessions {
   // Counts bytes of the session's uploads that were written to its machine or dropped, and informs the
   // browser.
   void upload_passed(std::uint32_t number, std::uint64_t bytes);
+  // The machine of this session is read again, after a wait for the disk.
+  void resume_reading(std::uint32_t number);
+  // Ends a download that the relay cannot keep, for the reason with this code.
+  void lose_download(std::uint32_t number, std::uint32_t download, const char* code);
+  // Continues a transfer for the browser that has resumed its session: a download after so many bytes.
+  void continue_transfer(ConsolePeer& console, std::uint32_t number, std::uint32_t transfer,
+                         std::uint64_t bytes);
 
   // End all sessions of a machine or of a log-in. A machine that stays connected is informed.
   void end_all_of(const AgentPeer& peer, const std::string& reason, bool stays_connected = false);
@@ -124,6 +132,8 @@ class Sessions {
   enum class Tell { BrowserOnly, MachineToo };
   void end(std::uint32_t number, SessionEvent event, const std::string& reason, Tell tell);
   void end_transfers(const Session& session, Tell tell);
+  // The session's transfers that have not ended, for the browser that resumes it.
+  [[nodiscard]] nlohmann::json list_transfers(Session& session);
   // Takes what is still queued of an open upload away from the machine.
   void discard(const Session& session, std::uint32_t upload);
   void set_rights(Session& session, Rights rights);
@@ -189,6 +199,7 @@ class Sessions {
   Machines& machines_;
   Browsers& browsers_;
   Transfers& transfers_;
+  Downloads& downloads_;
   UploadCounts& uploads_;
   PressedInput& pressed_;
   AuditTrail& audit_;

@@ -2,6 +2,7 @@
 #include "relay/storage/spool/sealed_file.h"
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -50,7 +51,8 @@ std::span<Byte> take_part(std::span<Byte>& rest, const SlotRun& run) {
 
 }  // namespace
 
-SealedFile::SealedFile(std::filesystem::path folder) : folder_(std::move(folder)) {
+SealedFile::SealedFile(std::filesystem::path folder, std::uint64_t free)
+    : folder_(std::move(folder)), free_(free) {
   crypto_aead_xchacha20poly1305_ietf_keygen(key_.data());
 }
 
@@ -61,7 +63,7 @@ SealedFile::~SealedFile() {
 
 bool SealedFile::write(const StoredMessage& stored, std::span<const std::uint8_t> message) {
   if (descriptor_ < 0) descriptor_ = make_nameless_file(folder_);
-  if (descriptor_ < 0) return false;
+  if (descriptor_ < 0 || !leaves_enough(message.size())) return false;
   Bytes sealed(message.size() + crypto_aead_xchacha20poly1305_ietf_ABYTES);
   const Nonce nonce = nonce_of(stored.number);
   crypto_aead_xchacha20poly1305_ietf_encrypt(sealed.data(), nullptr, message.data(), message.size(), nullptr,
@@ -92,6 +94,14 @@ void SealedFile::free(const StoredMessage& stored, std::uint64_t end) {
                                                      offset_of(run.first), offset_of(run_end - run.first));
   }
   if (end < length_ && ::ftruncate(descriptor_, offset_of(end)) == 0) length_ = end;
+}
+
+// The database would fail on a full disk, and with it every session.
+bool SealedFile::leaves_enough(std::size_t bytes) const {
+  struct statvfs disk {};
+  if (::fstatvfs(descriptor_, &disk) != 0) return false;
+  const std::uint64_t left = std::uint64_t{disk.f_bavail} * disk.f_frsize;
+  return left >= bytes && left - bytes >= free_;
 }
 
 bool SealedFile::put(const std::vector<SlotRun>& runs, std::span<const std::uint8_t> sealed) {

@@ -32,8 +32,9 @@ struct StoredMessage {
 // gone with the object. Made by any thread, then used by one thread.
 class SealedFile {
  public:
-  // Makes no file yet; start_sodium() has been called.
-  explicit SealedFile(std::filesystem::path folder);
+  // Makes no file yet; start_sodium() has been called. A write fails when fewer than `free` bytes of the file
+  // system would be left.
+  SealedFile(std::filesystem::path folder, std::uint64_t free);
   ~SealedFile();  // frees the file's space, which may take long
   SealedFile(const SealedFile&) = delete;
   SealedFile& operator=(const SealedFile&) = delete;
@@ -52,7 +53,10 @@ class SealedFile {
   [[nodiscard]] bool put(const std::vector<SlotRun>& runs, std::span<const std::uint8_t> sealed);
   [[nodiscard]] bool get(const std::vector<SlotRun>& runs, std::span<std::uint8_t> sealed) const;
 
+  [[nodiscard]] bool leaves_enough(std::size_t bytes) const;
+
   const std::filesystem::path folder_;
+  const std::uint64_t free_;
   std::array<std::uint8_t, crypto_aead_xchacha20poly1305_ietf_KEYBYTES> key_{};
   int descriptor_ = -1;
   std::uint64_t length_ = 0;  // in slots; at least that of the file

@@ -7,7 +7,8 @@
 
 namespace vlk::relay {
 
-inline constexpr std::uint64_t kSlotBytes = 64 * 1024;
+// Four slots have room for an agent's chunk of 256 KiB with its headers and its seal.
+inline constexpr std::uint64_t kSlotBytes = 68 * 1024;
 
 // Neighbouring slots of a file, counted from the file's start.
 struct SlotRun {

@@ -41,7 +41,8 @@ bool Spools::has_room(std::uint64_t own, std::uint64_t more) const {
   return needed <= limits_.all - (used_ + more);
 }
 
-Spool::Spool(Spools& spools) : spools_(spools), file_(std::make_shared<SealedFile>(spools.folder_)) {
+Spool::Spool(Spools& spools)
+    : spools_(spools), file_(std::make_shared<SealedFile>(spools.folder_, spools.limits_.free)) {
   ++spools_.open_;
 }
 

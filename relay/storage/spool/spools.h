@@ -20,11 +20,13 @@
 
 namespace vlk::relay {
 
-// In bytes. Room is counted in slots of 64 KiB: a message takes as many as its bytes and the 16 of its seal
+// In bytes. Room is counted in slots of 68 KiB: a message takes as many as its bytes and the 16 of its seal
 // need.
 struct SpoolLimits {
   std::uint64_t session = std::uint64_t{2} << 30;  // bytes on disk of one session
   std::uint64_t all = std::uint64_t{8} << 30;      // of all sessions together
+  // What stays free on the file system, also for the relay's database. A write that would take of it fails.
+  std::uint64_t free = std::uint64_t{1} << 30;
 };
 
 class Spool;

@@ -1,7 +1,7 @@
 // Windows paths and file names.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { crumbs, join, lastPart, parentOf, windowsName } from '../../../console/base/paths.js';
+import { crumbs, folderOf, join, lastPart, parentOf, windowsName } from '../../../console/base/paths.js';
 
 test('the parent folder of a path is the same as in the agent', () => {
   assert.equal(join('C:\\', 'a'), 'C:\\a');
@@ -50,4 +50,9 @@ test('local names are changed to names that Windows accepts', () => {
   assert.equal(windowsName('x'.repeat(400)).length, 255);
   assert.equal(windowsName(`${'x'.repeat(254)}😀.txt`), 'x'.repeat(254), 'no character is cut in half');
   assert.equal(windowsName(`${'x'.repeat(253)}😀.txt`), `${'x'.repeat(253)}😀`);
+});
+
+test('the folder of a file is named as the machine lists it', () => {
+  assert.equal(folderOf('C:\\a.txt'), 'C:\\');
+  assert.equal(folderOf('C:\\Users\\a.txt'), 'C:\\Users');
 });

@@ -60,3 +60,39 @@ test("a channel asks for the end of its machine's connection only while a sessio
   assert.ok(!channel.cutMachine());
   assert.equal(link.sent.length, 1);
 });
+
+test('a session is over when it will not return: at its end, or when another session begins', () => {
+  const channel = channelOn(new FakeLink());
+  /** @type {string[]} */
+  const seen = [];
+  for (const name of ['open', 'closed', 'over']) channel.addEventListener(name, () => seen.push(name));
+  const events = () => seen.splice(0);
+  channel.open(7, 'machine');
+  channel.close(true);
+  assert.ok(channel.isInterrupted);
+  assert.deepEqual(events(), ['open', 'closed']);
+  channel.open(7, 'machine');
+  assert.ok(!channel.isInterrupted);
+  channel.close();
+  assert.deepEqual(events(), ['open', 'closed', 'over']);
+  channel.close();
+  assert.deepEqual(events(), []);
+  channel.open(8, 'machine');
+  channel.close(true);
+  channel.close(true);
+  channel.close();
+  assert.deepEqual(events(), ['open', 'closed', 'over']);
+  channel.open(9, 'machine');
+  channel.close(true);
+  channel.open(10, 'machine');
+  assert.deepEqual(events(), ['open', 'closed', 'over', 'open']);
+});
+
+test('a channel hands on what the relay has kept of a session', () => {
+  const channel = channelOn(new FakeLink());
+  /** @type {unknown[]} */
+  const kept = [];
+  onDetail(channel, 'open', (/** @type {unknown} */ detail) => kept.push(detail));
+  channel.open(7, 'machine', undefined, undefined, { transfers: [5] });
+  assert.deepEqual(kept, [{ transfers: [5] }]);
+});

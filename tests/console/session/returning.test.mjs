@@ -4,7 +4,7 @@ import test from 'node:test';
 import { administrator } from '../support/admin/api.mjs';
 import { ConsolePage } from '../support/console_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
-import { KEEP_SOCKETS } from '../support/page_scripts.mjs';
+import { KEEP_SENT, KEEP_SOCKETS } from '../support/page_scripts.mjs';
 import { plain } from '../support/pictures.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
 import { until } from '../support/waiting.mjs';
@@ -103,6 +103,25 @@ test('a page that loses its link returns by itself, and keys that were down are 
   await isBack(page, agent);
   agent.frame(plain(640, 360, '#203040'));
   await page.frames(2);
+});
+
+test('a page that loses its link keeps what was chosen last, which the relay does not know yet', async (t) => {
+  const { agent, page } = await openSession(t, shared, { page: { script: KEEP_SENT } });
+  await agent.next(AgentMsg.ThumbnailRequest);
+  await choicesSent(page, /"type":"choices"/);
+  await page.page.evaluate(() => {
+    const wait = window.setTimeout;
+    // The page waits for so long before it sends the choices to the relay.
+    const skip = (/** @type {TimerHandler} */ act, /** @type {number} */ ms) =>
+      ms === 300 ? 0 : wait(act, ms);
+    Object.assign(window, { setTimeout: skip });
+  });
+  await page.page.click('#panel-files-button');
+  agent.inbox = [];
+  await loseLink(page);
+  await agent.next(AgentMsg.ThumbnailRequest);
+  await page.waitForNoNote();
+  assert.ok(await page.page.locator('#panel-files').isVisible());
 });
 
 test('the administrators’ list shows that a session is held, and that it goes on', async (t) => {

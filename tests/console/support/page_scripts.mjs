@@ -16,6 +16,24 @@ export const KEEP_SOCKETS = `
     }
   };`;
 
+/** As KEEP_SOCKETS; keeps the control messages that the page sends in `window.sent` too, as JSON text. */
+export const KEEP_SENT = `${KEEP_SOCKETS}
+  window.sent = [];
+  {
+    const { send } = WebSocket.prototype;
+    WebSocket.prototype.send = function (data) {
+      if (typeof data === 'string') window.sent.push(data);
+      send.call(this, data);
+    };
+  }`;
+
+/** Ends the link of a page that runs KEEP_SOCKETS, and keeps the page from a new one until the returned call. */
+export async function cutOff(/** @type {import('playwright-core').Page} */ p) {
+  await p.context().setOffline(true);
+  await p.evaluate(() => window.sockets.at(-1)?.close());
+  return () => p.context().setOffline(false);
+}
+
 /** Delivers a control message to a page that runs KEEP_SOCKETS, as the relay would. */
 export const deliver = (/** @type {import('playwright-core').Page} */ p, /** @type {object} */ message) =>
   p.evaluate((data) => {

@@ -121,7 +121,7 @@ void PartsTest::settle() {
 void PartsTest::restart() {
   settle();
   parts_.reset();
-  parts_ = std::make_unique<Parts>(database_, log_, limits_);
+  parts_ = std::make_unique<Parts>(database_, spools_, log_, limits_);
 }
 
 std::vector<MachineRecord> PartsTest::stored_machines() {

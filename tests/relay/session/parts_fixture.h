@@ -74,6 +74,7 @@ class PartsTest : public testing::Test {
   Limits limits_;
   boost::asio::io_context io_;
   DatabaseThread database_{std::make_unique<Store>(file_), io_.get_executor()};
+  Spools spools_{folder_.path() / "spool", io_.get_executor(), {limits_.spool, limits_.spools}};
   std::unique_ptr<Parts> parts_;
 };
 

@@ -199,5 +199,30 @@ TEST_F(RightsTest, UploadUnderWayIsEndedAtTheMachineWhenItsRightIsTakenAway) {
   EXPECT_EQ(refused.transfer, number_);
 }
 
+TEST_F(RightsTest, TransfersOfASessionWhoseBrowserIsAwayAreCutToo) {
+  const std::string down = begin(Msg::DownloadRequest);
+  parts_->downloads.add_chunk(session_, number_,
+                              std::make_shared<const Bytes>(envelope_of(Msg::FileChunk, session_, down)));
+  (void)begin(Msg::UploadBegin);
+  (void)sent(*agent_->channel);
+  parts_->sessions.hold_all_of(*browser_, Clock::now());
+  EXPECT_EQ(parts_->transfers.open(session_).size(), 2u);
+  EXPECT_GT(spools_.used(), 0u);
+  give_rights(ada_, kSee);
+  EXPECT_TRUE(parts_->transfers.open(session_).empty());
+  EXPECT_EQ(spools_.used(), 0u);
+  EXPECT_EQ(sent(*agent_->channel), (Lines{"101/" + std::to_string(session_) +
+                                           " {\"transfer_id\":" + std::to_string(number_) + "}"}));
+}
+
+TEST_F(RightsTest, RoomOfADownloadIsFreeAfterTheEndOfItsSession) {
+  const std::string down = begin(Msg::DownloadRequest);
+  const Bytes message = envelope_of(Msg::FileChunk, session_, down);
+  parts_->downloads.add_chunk(session_, number_, std::make_shared<const Bytes>(message));
+  EXPECT_GT(spools_.used(), 0u);
+  parts_->sessions.close(*browser_, session_);
+  EXPECT_EQ(spools_.used(), 0u);
+}
+
 }  // namespace
 }  // namespace vlk::relay

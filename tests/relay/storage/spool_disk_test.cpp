@@ -226,6 +226,13 @@ TEST_F(SpoolDiskTest, FullDiskFailsTheWritesThatDoNotFitAndNoOther) {
   EXPECT_TRUE(holds(*spool, stored(*spool, message(2 * kSlotBytes)), message(2 * kSlotBytes)));
 }
 
+TEST_F(SpoolDiskTest, WriteThatWouldTakeOfWhatStaysFreeFails) {
+  start({.free = std::uint64_t{1} << 60});
+  const auto spool = spools_->open();
+  EXPECT_FALSE(store(*spool, message(100)));
+  EXPECT_EQ(status(open_file()).st_size, 0);
+}
+
 TEST_F(SpoolDiskTest, WriteFailsWhileNoFileCanBeMade) {
   start();
   const auto spool = spools_->open();

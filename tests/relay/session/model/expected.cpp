@@ -83,7 +83,7 @@ bool Expected::resume(std::size_t browser, std::uint32_t number) {
   ExpectedSession& session = found->second;
   if (session.browser == browser) return false;
   if (session.browser) ended.emplace_back(*session.browser, number, "moved");
-  session.transfers.clear();
+  if (session.browser) wait_for_continuation(session);
   session.browser = browser;
   session.stopped = false;
   settle(session.machine);
@@ -97,6 +97,11 @@ void Expected::close(std::size_t browser, std::uint32_t number) {
   if (held || found->second.browser == browser) end(number, "closed");
 }
 
+void Expected::wait_for_continuation(ExpectedSession& session) {
+  for (auto& [number, transfer] : session.transfers)
+    transfer.waits = true;
+}
+
 void Expected::drop(std::size_t browser, bool held) {
   std::vector<std::uint32_t> numbers;
   for (const auto& [number, session] : sessions) {
@@ -105,7 +110,7 @@ void Expected::drop(std::size_t browser, bool held) {
   for (const std::uint32_t number : numbers) {
     ExpectedSession& session = sessions.at(number);
     session.browser.reset();
-    session.transfers.clear();
+    wait_for_continuation(session);
     if (held) {
       settle(session.machine);
     } else {

@@ -29,7 +29,16 @@ struct ExpectedPerson {
   std::array<Rights, kGroups> given{};
 };
 
-enum class TransferStage : std::uint8_t { Given, Download, Unwanted, Upload };
+enum class TransferStage : std::uint8_t { Given, Download, Unwanted, Sent, Upload };
+
+struct ExpectedTransfer {
+  TransferStage stage = TransferStage::Given;
+  bool waits = false;         // of a download: the browser has come back and has not continued it
+  std::size_t chunks = 0;     // of a download: those that the machine has sent
+  std::size_t confirmed = 0;  // of these
+
+  [[nodiscard]] bool kept() const { return stage == TransferStage::Download || stage == TransferStage::Sent; }
+};
 
 struct ExpectedSession {
   std::size_t machine = 0;
@@ -42,7 +51,7 @@ struct ExpectedSession {
   bool watches = false;
   bool stopped = false;  // while the browser is away: the stream was stopped
   Rights settled = kNoRights;
-  std::map<std::uint32_t, TransferStage> transfers{};
+  std::map<std::uint32_t, ExpectedTransfer> transfers{};
   std::string choices{};
 
   [[nodiscard]] bool accepted() const { return running && browser; }
@@ -116,6 +125,9 @@ class Expected {
   void refuse_steering(std::size_t browser, std::uint32_t number, std::uint32_t to);
   void take_over(std::size_t browser, std::uint32_t number);
 
+  // The transfer that the browser can continue, or null.
+  [[nodiscard]] ExpectedTransfer* continues(std::size_t browser, std::uint32_t number,
+                                            std::uint32_t transfer);
   Ruling from_browser(std::size_t browser, const Message& message);
   // The browsers that get the message, and the session that it has there. `streaming` is the session of the
   // machine's stream.
@@ -137,6 +149,9 @@ class Expected {
   void set_steering(std::size_t machine, std::uint32_t number);
   [[nodiscard]] std::string refusal(const Browser& browser, std::size_t machine) const;
   Ruling about_stream(ExpectedSession& session, const Message& message);
+  static void wait_for_continuation(ExpectedSession& session);
+  // Whether the message of a machine reaches the session's browser, as far as its transfer decides.
+  static bool delivers(ExpectedSession& session, const Message& message);
   static Ruling about_transfer(ExpectedSession& session, const Message& message);
 
   std::uint64_t requests_ = 0;

@@ -57,10 +57,14 @@ void Expected::settle(std::size_t machine) {
     const Rights now = rights(number);
     const Rights lost = session.settled & ~now;
     session.settled = now;
-    if (lost & kFilesUp)
-      std::erase_if(session.transfers, [](const auto& t) { return t.second == TransferStage::Upload; });
-    for (auto& [transfer, stage] : session.transfers) {
-      if ((lost & kFilesDown) && stage == TransferStage::Download) stage = TransferStage::Unwanted;
+    std::erase_if(session.transfers, [&](const auto& entry) {
+      const TransferStage stage = entry.second.stage;
+      return ((lost & kFilesUp) && stage == TransferStage::Upload) ||
+             ((lost & kFilesDown) && stage == TransferStage::Sent);
+    });
+    for (auto& [id, transfer] : session.transfers) {
+      if ((lost & kFilesDown) && transfer.stage == TransferStage::Download)
+        transfer.stage = TransferStage::Unwanted;
     }
   }
 }
@@ -152,9 +156,10 @@ Ruling Expected::about_stream(ExpectedSession& session, const Message& message) 
 Ruling Expected::about_transfer(ExpectedSession& session, const Message& message) {
   const auto found = session.transfers.find(message.transfer);
   if (found == session.transfers.end()) return Ruling::Refuse;
-  TransferStage& stage = found->second;
+  TransferStage& stage = found->second.stage;
   if (message.code == 98 || message.code == 99) {
     if (stage != TransferStage::Given) return Ruling::Refuse;
+    found->second.waits = false;
     stage = message.code == 99 ? TransferStage::Upload : TransferStage::Download;
     return Ruling::Pass;
   }
@@ -183,17 +188,35 @@ std::vector<std::pair<std::size_t, std::uint32_t>> Expected::from_machine(std::s
     }
     return receivers;
   }
-  if (!session.browser) return {};
-  bool wanted = allowed;
-  if (const auto transfer = session.transfers.find(message.transfer);
-      is_transfer_code(message.code) && transfer != session.transfers.end()) {
-    const bool unwanted = transfer->second == TransferStage::Unwanted;
-    if (message.code == 100 && unwanted) wanted = false;
-    if (message.code == 101 && (unwanted || transfer->second == TransferStage::Download))
-      session.transfers.erase(transfer);
-  }
-  if (wanted) receivers.emplace_back(*session.browser, message.session);
+  const bool wanted = delivers(session, message);
+  if (wanted && allowed && session.browser) receivers.emplace_back(*session.browser, message.session);
   return receivers;
+}
+
+bool Expected::delivers(ExpectedSession& session, const Message& message) {
+  if (!is_transfer_code(message.code)) return true;
+  const auto found = session.transfers.find(message.transfer);
+  if (found == session.transfers.end()) return true;
+  ExpectedTransfer& transfer = found->second;
+  const bool wanted = transfer.stage != TransferStage::Unwanted;
+  const bool kept = transfer.stage == TransferStage::Download;
+  if (message.code == 100) {
+    if (kept) ++transfer.chunks;
+    return wanted && !(kept && transfer.waits);
+  }
+  if (message.code != 101) return true;
+  const bool reaches = !(kept && transfer.waits);
+  if (kept) transfer.stage = TransferStage::Sent;
+  if (!wanted) session.transfers.erase(found);
+  return reaches;
+}
+
+ExpectedTransfer* Expected::continues(std::size_t browser, std::uint32_t number, std::uint32_t transfer) {
+  ExpectedSession* session = of_browser(browser, number);
+  if (!session || !session->running) return nullptr;
+  const auto found = session->transfers.find(transfer);
+  if (found == session->transfers.end()) return nullptr;
+  return found->second.kept() || found->second.stage == TransferStage::Upload ? &found->second : nullptr;
 }
 
 }  // namespace vlk::relay::model

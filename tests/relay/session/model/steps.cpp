@@ -34,6 +34,8 @@ constexpr Weight kWeights[] = {
     {Do::Cut, "cut", 0.8},
     {Do::FromBrowser, "message of a browser", 260},
     {Do::FromMachine, "message of a machine", 130},
+    {Do::Continue, "continue a transfer", 12},
+    {Do::Confirm, "confirm a transfer", 6},
     {Do::Transfer, "number of a transfer", 25},
     {Do::Rights, "rights", 6},
     {Do::Role, "role", 2},

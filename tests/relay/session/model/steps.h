@@ -27,6 +27,8 @@ enum class Do : std::uint8_t {
   Cut,
   FromBrowser,
   FromMachine,
+  Continue,
+  Confirm,
   Transfer,
   Rights,
   Role,

@@ -89,6 +89,8 @@ class World : public PartsTest {
   void act_with(Do what, std::size_t slot, std::uint32_t number, std::uint32_t other);
   void control(const Step& step, std::size_t slot, std::uint32_t number);
   void give_transfer(std::size_t slot, std::uint32_t number);
+  void continue_transfer(std::size_t slot, std::uint32_t number, std::uint32_t id);
+  void confirm_transfer(std::size_t slot, std::uint32_t number, std::uint32_t id);
   void send_from_browser(std::size_t slot, const Message& message);
   void send_from_machine(std::size_t machine, const Message& message);
   void show(Machine& machine, const Route& route, Bytes message);
@@ -134,6 +136,7 @@ class World : public PartsTest {
   std::vector<Expected::Ended> ended_;  // reported to browsers
   std::optional<std::uint32_t> new_session_;
   std::string refusal_;
+  std::optional<std::uint32_t> continued_;  // the number of the transfer
 };
 
 }  // namespace vlk::relay::model

@@ -122,6 +122,10 @@ void World::control(const Step& step, std::size_t slot, std::uint32_t number) {
       return send_from_browser(slot, some_message(step, number));
     case Do::Transfer:
       return give_transfer(slot, number);
+    case Do::Continue:
+      return continue_transfer(slot, number, some_transfer(number, step.c));
+    case Do::Confirm:
+      return confirm_transfer(slot, number, some_transfer(number, step.c));
     default:
       return act_with(step.what, slot, number, some_session(step.c));
   }

@@ -64,6 +64,7 @@ void World::receive_at_browser(std::size_t slot, const std::string& text) {
   if (text.find(R"("type":"agents)") != text.npos || text.find(R"("type":"waiting")") != text.npos) return;
   const Json message = Json::parse(text);
   const std::string type = message.value("type", "");
+  if (type == "continued") continued_ = message["transfer"];
   if (type == "error") refusal_ = message.value("code", "");
   const std::uint32_t number = message.value("session", 0u);
   Known& known = browsers_.at(slot).known[number];
@@ -131,8 +132,8 @@ void World::check_machine(std::size_t index) {
   }
   std::set<std::uint32_t> uploads;
   for (const auto& [number, session] : expected_.sessions) {
-    for (const auto& [transfer, stage] : session.transfers) {
-      if (session.machine == index && stage == TransferStage::Upload) uploads.insert(transfer);
+    for (const auto& [id, transfer] : session.transfers) {
+      if (session.machine == index && transfer.stage == TransferStage::Upload) uploads.insert(id);
     }
   }
   require(fake.uploads == uploads, "other uploads are open on " + machine.id);
@@ -203,6 +204,8 @@ void World::check_received() {
     std::ranges::sort(wanted_);
     return require(received_ == wanted_, "a machine's message reached other browsers than it should");
   }
+  if (doing_ == Do::Continue)
+    return require(received_ == wanted_, "a browser did not get the rest of its download in order");
   for (const auto& [slot, line] : received_) {
     const ExpectedSession* session = expected_.of_browser(slot, line.session);
     require(is_picture(line.code) && session && session->running && session->watches,

@@ -16,6 +16,8 @@ constexpr std::array kCodes{80,  80,  80,  80,  80, 80, 81, 81, 84, 85,  85,  86
 constexpr std::array kMachineCodes{82, 83, 83, 83, 83, 83, 83, 87, 87, 91,  97,  100, 100, 101, 101, 80, 81,
                                    84, 85, 86, 88, 89, 90, 96, 98, 99, 112, 114, 65,  70,  0,   7,   79, 200};
 
+constexpr std::size_t kData = 4;  // bytes of the file in each chunk
+
 }  // namespace
 
 std::uint32_t World::some_transfer(std::uint32_t session, std::uint32_t choice) const {
@@ -36,7 +38,43 @@ Message World::some_message(const Step& step, std::uint32_t session) const {
 void World::give_transfer(std::size_t slot, std::uint32_t number) {
   ExpectedSession* session = expected_.of_browser(slot, number);
   if (!session || !session->running || !(expected_.rights(number) & (kFilesUp | kFilesDown))) return;
-  session->transfers[parts_->transfers.give(number)] = TransferStage::Given;
+  session->transfers[parts_->transfers.give(number)] = {};
+}
+
+// The browser gets what it has not confirmed of the download.
+void World::continue_transfer(std::size_t slot, std::uint32_t number, std::uint32_t id) {
+  const Console peer = browsers_.at(slot).peer;
+  ExpectedTransfer* transfer = expected_.continues(slot, number, id);
+  const Line chunk{100, number, payload_of({100, number, 0, id}, true)};
+  const Line end{101, number, payload_of({101, number, 0, id}, true)};
+  if (transfer && transfer->kept()) {
+    transfer->waits = false;
+    for (std::size_t i = transfer->confirmed; i < transfer->chunks; ++i)
+      wanted_.emplace_back(slot, chunk);
+    if (transfer->stage == TransferStage::Sent) wanted_.emplace_back(slot, end);
+  }
+  continued_.reset();
+  parts_->sessions.continue_transfer(*peer, number, id, transfer ? kData * transfer->confirmed : 0);
+  const auto deadline = Clock::now() + std::chrono::seconds{10};
+  // The disk is read meanwhile.
+  do {
+    deliver();
+    settle();
+  } while (received_.size() < wanted_.size() && Clock::now() < deadline);
+  require(continued_.has_value() == (transfer != nullptr), "the transfer should continue, or should not");
+}
+
+// The browser has all that the machine has sent of the download.
+void World::confirm_transfer(std::size_t slot, std::uint32_t number, std::uint32_t id) {
+  ExpectedTransfer* transfer = expected_.continues(slot, number, id);
+  if (!transfer || !transfer->kept()) return;
+  transfer->confirmed = transfer->chunks;
+  parts_->downloads.stored(number, id, kData * transfer->chunks);
+  const bool over = parts_->downloads.finish(number, id);
+  require(over == (transfer->stage == TransferStage::Sent), "the download is over, or is not");
+  if (!over) return;
+  parts_->transfers.forget(number, id);
+  expected_.of_browser(slot, number)->transfers.erase(id);
 }
 
 void World::send_from_browser(std::size_t slot, const Message& message) {
@@ -79,8 +117,13 @@ void World::send_from_machine(std::size_t index, const Message& message) {
   const Route route = parts_->router.route_from_agent(*machine.peer, bytes);
   require(wanted_.empty() || route.kind == Route::Kind::Forward, "the message should pass to a browser");
   if (route.kind != Route::Kind::Forward) return;
-  require(route.picture || !wanted_.empty(), "the message should not pass");
+  require(route.picture || route.download != 0 || !wanted_.empty(), "the message should not pass");
   if (route.picture) return show(machine, route, std::move(bytes));
+  if (route.download != 0) {
+    const auto held = hold(std::move(bytes), {});
+    if (message.code == 100) return parts_->downloads.add_chunk(message.session, route.download, held);
+    return parts_->downloads.add_end(message.session, route.download, held);
+  }
   require(route.to != nullptr, "a message that is not a picture has no receiver");
   if (route.to) route.to->send_binary(hold(std::move(bytes), {}), message.session);
 }

@@ -192,8 +192,8 @@ TEST_F(SessionsTest, RoundTripIsReportedOnlyForAnAcceptedSession) {
 
 TEST_F(SessionsTest, SessionNumbersSkipZeroAndTheTagOfTheMachineList) {
   Sessions sessions(parts_->people, parts_->logins, parts_->machines, parts_->browsers, parts_->transfers,
-                    parts_->uploads, parts_->pressed, parts_->audit, parts_->clips, log_, limits_,
-                    kListTag - 1);
+                    parts_->downloads, parts_->uploads, parts_->pressed, parts_->audit, parts_->clips, log_,
+                    limits_, kListTag - 1);
   sessions.open(browser_, "a");
   EXPECT_NE(sessions.find(1), nullptr);
 }

@@ -1,11 +1,12 @@
 // The rows of transfers below the folder: name, progress, rate and time left, and at the end the result.
-import { onDetail } from '../base/custom_events.js';
-import { make } from '../base/dom.js';
-import { duration } from '../base/formats.js';
-import { visible } from '../base/names.js';
-import { saveFile } from '../base/save_file.js';
-import { texts } from '../base/texts.js';
+import { onDetail } from '../../base/custom_events.js';
+import { make } from '../../base/dom.js';
+import { duration } from '../../base/formats.js';
+import { visible } from '../../base/names.js';
+import { saveFile } from '../../base/save_file.js';
+import { texts } from '../../base/texts.js';
 import { discard } from './download_sink.js';
+import { transferTexts } from './texts.js';
 
 const DRAW_INTERVAL_MS = 200;
 /** Rates are drawn again at this interval, because they also fall while nothing arrives. */
@@ -15,7 +16,7 @@ const DIRECTIONS = { download: '↓', upload: '↑' };
 
 /** @typedef {import('./transfer.js').Transfer} Transfer */
 /** @typedef {{item: HTMLElement, bar: HTMLProgressElement, text: HTMLElement, save: HTMLElement,
- *   cancel: HTMLElement, stop: HTMLElement}} Row */
+ *   cancel: HTMLElement, choose: HTMLElement, stop: HTMLElement}} Row */
 
 export class TransferRows {
   #list;
@@ -38,7 +39,7 @@ export class TransferRows {
   /**
    * @param {{list: HTMLElement, clear: HTMLElement, section: HTMLElement}} parts
    * @param {import('./transfer_queue.js').TransferQueue} queue
-   * @param {import('../base/formats.js').Formats} formats
+   * @param {import('../../base/formats.js').Formats} formats
    * @param {() => void} onStop asks to stop what the machine is still sending
    */
   constructor({ list, clear, section }, queue, formats, onStop) {
@@ -89,13 +90,14 @@ export class TransferRows {
       this.#rows.set(transfer, row);
       this.#list.prepend(row.item);
     }
-    const { item, bar, text, save, cancel, stop } = row;
+    const { item, bar, text, save, cancel, choose, stop } = row;
     item.dataset.state = transfer.state;
     bar.hidden = !transfer.active;
     bar.max = Math.max(1, transfer.size);
     bar.value = transfer.done;
     text.textContent = this.#textOf(transfer);
     cancel.hidden = !transfer.active || transfer.state === 'checking';
+    choose.hidden = transfer.state !== 'fileless';
     save.hidden = !transfer.blob;
     save.textContent = transfer.state === 'failed' ? texts.savePart : texts.saveAgain;
     save.ariaLabel = `${save.textContent} ${visible(transfer.name)}`;
@@ -114,29 +116,53 @@ export class TransferRows {
       this.#queue.cancel(transfer);
       this.#draw();
     });
+    const choose = this.#makeChooser(transfer, name);
     const stop = button(texts.stopSending, name, 'transfer-stop', () => this.#onStop());
     const properties = { className: `transfer is-${transfer.kind}`, title: visible(transfer.path) };
     const direction = make('span', { className: 'transfer-direction' }, DIRECTIONS[transfer.kind]);
     direction.ariaHidden = 'true';
     const title = make('bdi', { className: 'transfer-name' }, name);
-    const item = make('li', properties, direction, title, save, cancel, bar, text, stop);
-    return { item, bar, text, save, cancel, stop };
+    const item = make('li', properties, direction, title, save, cancel, bar, text, choose, stop);
+    return { item, bar, text, save, cancel, choose, stop };
   }
 
-  #textOf(/** @type {Transfer} */ { kind, state, size, done, rate, remark, stillSent }) {
+  /** A button by which the representative chooses the file of an upload again. */
+  #makeChooser(/** @type {Transfer} */ transfer, /** @type {string} */ name) {
+    const input = make('input', { type: 'file', hidden: true });
+    input.addEventListener('change', () => {
+      const [file] = input.files ?? [];
+      if (file) this.#queue.chooseFile(transfer, file);
+      input.value = '';
+    });
+    const choose = button(transferTexts.chooseFile, name, 'transfer-choose', () => input.click());
+    return make('span', { className: 'transfer-file', hidden: true }, choose, input);
+  }
+
+  #textOf(/** @type {Transfer} */ transfer) {
+    const parts = this.#partsOf(transfer);
+    if (transfer.active && this.#queue.suspended) parts.push(transferTexts.suspended);
+    return parts.join(' · ');
+  }
+
+  #partsOf(/** @type {Transfer} */ { kind, state, size, done, rate, remark, stillSent }) {
     const formats = this.#formats;
     if (state === 'running') {
       const parts = [texts.transferDone(formats.size(done), formats.size(size))];
+      if (this.#queue.suspended) return parts;
       if (rate >= 1) parts.push(`${formats.size(rate)}/s`);
       if (rate >= 1 && size > done) parts.push(texts.transferLeft(duration((size - done) / rate)));
-      return parts.join(' · ');
+      return parts;
     }
-    const remarks = /** @type {Record<string, string>} */ (texts.transferRemarks);
-    const parts =
-      state === 'done' ? [texts.transferResults[kind], formats.size(done)] : [texts.transferStates[state]];
+    /** @type {Record<string, string>} */
+    const remarks = { ...texts.transferRemarks, ...transferTexts.remarks };
+    /** @type {string[]} */
+    const parts = [];
+    if (state === 'done') parts.push(texts.transferResults[kind], formats.size(done));
+    else if (state === 'fileless') parts.push(transferTexts.fileless(Math.floor((100 * done) / size)));
+    else parts.push(texts.transferStates[state]);
     if (remark) parts.push(remarks[remark] ?? remark);
     if (stillSent) parts.push(texts.stillSent);
-    return parts.join(' · ');
+    return parts;
   }
 
   #removeEnded() {

@@ -1,13 +1,15 @@
 // The downloads that the machine is sending: stores their bytes and checks whether each is complete. Reports
-// to the relay how many bytes are stored, so that it reads from the machine no faster than this computer's disk
+// to the relay how many bytes of each are stored: it keeps the rest, and sends no more than this computer's disk
 // writes.
-import { readJson } from '../link/envelope.js';
+import { readJson } from '../../link/envelope.js';
 import { completenessOf } from './arrival.js';
 
 /** @typedef {import('./transfer.js').Transfer} Transfer */
 /** @typedef {import('./download_sink.js').DownloadSink} DownloadSink */
 /**
- * @typedef {{transfer: Transfer, sink: DownloadSink, nextChunk: number, written: Promise<void>}} Incoming
+ * stored: the bytes that a reload of the page does not lose. ended: whether the machine has ended the download.
+ * @typedef {{transfer: Transfer, sink: DownloadSink, nextChunk: number, stored: number, ended: boolean,
+ *   written: Promise<void>}} Incoming
  */
 /** @typedef {{id: number, ok: boolean, error: unknown, readable: boolean}} End */
 
@@ -19,10 +21,9 @@ const TRANSFER_ID = /"transfer_id"\s*:\s*(\d+)/;
  * @typedef {object} Surroundings what the downloads use of the queue and the session
  * @property {(transfer: Transfer, state: 'done' | 'failed', remark?: string) => void} finish
  * @property {(transfer: Transfer) => void} changed
- * @property {(id: number) => void} ended the machine has ended the download with this id
+ * @property {(id: number) => void} ended this page needs nothing more of the download with this id
  * @property {(message: object) => boolean} sendControl
- * @property {() => number | null} session the number of the open session
- * @property {(path: string) => Promise<import('./listing.js').Entry | undefined>} entryOf lists the folder of a
+ * @property {(path: string) => Promise<import('../listing.js').Entry | undefined>} entryOf lists the folder of a
  *   file and returns the file's entry
  */
 
@@ -35,22 +36,39 @@ export class Downloads {
    * @type {Map<number, Transfer>}
    */
   #unwanted = new Map();
-  /** The session in which bytes are confirmed, and the number of bytes confirmed in it. */
-  #session = /** @type {number | null} */ (null);
-  #confirmed = 0;
 
   constructor(/** @type {Surroundings} */ use) {
     this.#use = use;
   }
 
-  /** Prepares for the chunks of a download, before it is requested. */
-  begin(/** @type {number} */ id, /** @type {Transfer} */ transfer, /** @type {DownloadSink} */ sink) {
-    this.#incoming.set(id, { transfer, sink, nextChunk: 0, written: Promise.resolve() });
-    if (this.#session === this.#use.session()) return;
-    this.#session = this.#use.session();
-    this.#confirmed = 0;
-    // From the first confirmation on, the relay waits for the next ones.
-    this.#confirm(this.#session, 0);
+  /**
+   * Prepares for the chunks of a download, before it is requested or continued.
+   * @param {number} id
+   * @param {Transfer} transfer
+   * @param {DownloadSink} sink
+   * @param {number} [chunks] the number of chunks that the sink contains
+   */
+  begin(id, transfer, sink, chunks = 0) {
+    const stored = transfer.done;
+    const written = Promise.resolve();
+    this.#incoming.set(id, { transfer, sink, nextChunk: chunks, stored, ended: false, written });
+  }
+
+  /** Asks the relay, after an interruption of the session, to go on after the bytes that have arrived. */
+  askOn(/** @type {number} */ id) {
+    const incoming = this.#incoming.get(id);
+    if (!incoming || incoming.ended) return;
+    this.#use.sendControl({ type: 'continue', transfer: id, bytes: incoming.transfer.done });
+  }
+
+  /** Handles the relay's answer: the next chunk has this index and comes after so many bytes. */
+  goOn(/** @type {number} */ id, /** @type {unknown} */ bytes, /** @type {unknown} */ chunk) {
+    const incoming = this.#incoming.get(id);
+    if (!incoming) return;
+    if (bytes !== incoming.transfer.done || chunk !== incoming.nextChunk)
+      this.#use.finish(incoming.transfer, 'failed', 'outOfOrder');
+    // What was stored during the interruption could not be reported.
+    else this.#report(id, incoming.stored);
   }
 
   /** Ends a download early. The machine goes on sending; the relay drops the rest. */
@@ -59,6 +77,7 @@ export class Downloads {
     if (!incoming) return;
     incoming.sink.abort();
     this.#incoming.delete(id);
+    if (incoming.ended) return;
     this.#unwanted.set(id, incoming.transfer);
     incoming.transfer.stillSent = true;
   }
@@ -68,40 +87,35 @@ export class Downloads {
     for (const id of [...this.#unwanted.keys()]) this.#notSent(id);
   }
 
-  async receiveChunk(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
+  receiveChunk(/** @type {Uint8Array<ArrayBuffer>} */ payload) {
     if (payload.length < CHUNK_HEADER_BYTES) return;
     const view = new DataView(payload.buffer, payload.byteOffset);
-    const session = this.#session;
-    const incoming = this.#incoming.get(view.getUint32(0));
-    if (incoming) await this.#store(incoming, view.getUint32(4), payload.subarray(CHUNK_HEADER_BYTES));
-    this.#confirm(session, payload.length - CHUNK_HEADER_BYTES);
-  }
-
-  /** Stores a chunk; resolves when its bytes are on the disk or are no longer needed. */
-  async #store(
-    /** @type {Incoming} */ incoming,
-    /** @type {number} */ index,
-    /** @type {Uint8Array<ArrayBuffer>} */ bytes,
-  ) {
+    const [id, index] = [view.getUint32(0), view.getUint32(4)];
+    const incoming = this.#incoming.get(id);
+    if (!incoming) return;
     const { transfer } = incoming;
     if (index !== incoming.nextChunk) {
       this.#use.finish(transfer, 'failed', 'outOfOrder');
       return;
     }
+    const bytes = payload.subarray(CHUNK_HEADER_BYTES);
     incoming.nextChunk = (incoming.nextChunk + 1) >>> 0;
     transfer.advance(bytes.length);
     this.#use.changed(transfer);
-    const write = incoming.sink.write(bytes);
+    const write = incoming.sink.write(bytes).then((stored) => this.#stored(id, incoming, stored));
     incoming.written = Promise.all([incoming.written, write]).then(() => {});
     incoming.written.catch(() => this.#use.finish(transfer, 'failed', 'noRoom'));
-    // After a cancellation, a write that the disk never completes is not waited for.
-    await Promise.race([write, transfer.ended]).catch(() => {});
   }
 
-  #confirm(/** @type {number | null} */ session, /** @type {number} */ bytes) {
-    if (session === null || session !== this.#session) return;
-    this.#confirmed += bytes;
-    this.#use.sendControl({ type: 'stored', session, bytes: this.#confirmed });
+  #stored(/** @type {number} */ id, /** @type {Incoming} */ incoming, /** @type {number} */ stored) {
+    if (stored <= incoming.stored || this.#incoming.get(id) !== incoming) return;
+    incoming.stored = stored;
+    this.#report(id, stored);
+  }
+
+  /** Reports to the relay how many bytes it need not keep. @param {{end?: true}} [more] */
+  #report(/** @type {number} */ id, /** @type {number} */ bytes, more = {}) {
+    this.#use.sendControl({ type: 'stored', transfer: id, bytes, ...more });
   }
 
   /** Handles the machine's message that ends a download. */
@@ -110,15 +124,20 @@ export class Downloads {
     this.#notSent(end.id);
     if (!end.readable) this.#failUnreadable(end.id);
     const incoming = this.#incoming.get(end.id);
-    if (!incoming) return;
+    if (!incoming || incoming.ended) return;
+    incoming.ended = true;
+    const { state, remark } = end.ok ? await this.#complete(incoming) : failureOf(end);
+    if (!incoming.transfer.blob) incoming.sink.abort();
+    // Until now, a page that is loaded again could continue the download.
     this.#incoming.delete(end.id);
+    this.#report(end.id, incoming.transfer.done, { end: true });
     this.#use.ended(end.id);
+    this.#use.finish(incoming.transfer, state, remark);
+  }
+
+  /** Waits until a download is stored, and judges whether it is complete. */
+  async #complete(/** @type {Incoming} */ incoming) {
     const { transfer, sink } = incoming;
-    if (!end.ok) {
-      sink.abort();
-      this.#use.finish(transfer, 'failed', end.error === 'cannot open' ? 'cannotOpen' : 'machineFailed');
-      return;
-    }
     transfer.state = 'checking';
     this.#use.changed(transfer);
     try {
@@ -126,12 +145,9 @@ export class Downloads {
       transfer.blob = await sink.close();
       transfer.sink = sink;
     } catch {
-      sink.abort();
-      this.#use.finish(transfer, 'failed', 'noRoom');
-      return;
+      return { state: /** @type {const} */ ('failed'), remark: 'noRoom' };
     }
-    const { state, remark } = await this.#check(transfer);
-    this.#use.finish(transfer, state, remark);
+    return this.#check(transfer);
   }
 
   /**
@@ -152,7 +168,7 @@ export class Downloads {
     const ids = this.#incoming.has(id) ? [id] : Number.isNaN(id) ? [...this.#incoming.keys()] : [];
     for (const one of ids) {
       const incoming = this.#incoming.get(one);
-      if (incoming) this.#use.finish(incoming.transfer, 'failed', 'unreadableEnd');
+      if (incoming && !incoming.ended) this.#use.finish(incoming.transfer, 'failed', 'unreadableEnd');
       if (one === id) this.#notSent(one);
     }
   }
@@ -164,6 +180,11 @@ export class Downloads {
     transfer.stillSent = false;
     this.#use.changed(transfer);
   }
+}
+
+/** @returns {{state: 'failed', remark: string}} */
+function failureOf(/** @type {End} */ { error }) {
+  return { state: 'failed', remark: error === 'cannot open' ? 'cannotOpen' : 'machineFailed' };
 }
 
 /** @returns {End} id: NaN when the message names no transfer */

@@ -1,13 +1,13 @@
 // Runs uploads, from the choice of the files to the check that they arrived. The machine overwrites files
 // without asking and does not confirm uploads. Its folders are therefore listed before and after an upload,
 // and the representative is asked before a file is replaced.
-import { join, windowsName } from '../base/paths.js';
+import { folderOf, join, windowsName } from '../../base/paths.js';
 import { arrivalOf } from './arrival.js';
 import { Transfer } from './transfer.js';
 
-/** @typedef {import('./listing.js').Entry} Entry */
-/** @typedef {import('./questions.js').Answer} Answer */
-/** @typedef {import('./questions.js').Conflict} Conflict */
+/** @typedef {import('../listing.js').Entry} Entry */
+/** @typedef {import('../questions.js').Answer} Answer */
+/** @typedef {import('../questions.js').Conflict} Conflict */
 /** @typedef {{file: File, path?: string}} LocalFile path: the folders that contain the file, '' or 'sub/' */
 /**
  * A local file and its destination on the machine. before: the entry of this name before the upload.
@@ -27,7 +27,7 @@ export class Uploads {
 
   /**
    * @param {import('./transfer_queue.js').TransferQueue} queue
-   * @param {import('./folder_requests.js').FolderRequests} folders
+   * @param {import('../folder_requests.js').FolderRequests} folders
    * @param {(conflicts: Conflict[]) => Promise<Answer>} ask asks what to do with files that exist already
    */
   constructor(queue, folders, ask) {
@@ -50,6 +50,12 @@ export class Uploads {
     });
     if (session === this.#sessions) await Promise.all(wanted.map((group) => this.#uploadGroup(group)));
     else for (const planned of wanted.flat()) this.#reject(planned, 'sessionOver');
+  }
+
+  /** Checks an upload that an earlier page has begun, when it was sent. */
+  async follow(/** @type {Transfer} */ transfer) {
+    this.#reserve(transfer);
+    await this.#check(folderOf(transfer.path), new Map([[transfer, undefined]]));
   }
 
   /** Files whose destination is still being examined are not uploaded in the next session. */
@@ -77,8 +83,7 @@ export class Uploads {
 
   /** Finds the machine's entries that have the names of the files. */
   async #findExisting(/** @type {Planned[]} */ group) {
-    const { entries } = await this.#folders.list(group[0].folder);
-    const byName = new Map(entries.map((entry) => [folded(entry.name), entry]));
+    const byName = await this.#entriesIn(group[0].folder);
     for (const planned of group) planned.before = byName.get(folded(planned.name));
   }
 
@@ -87,29 +92,47 @@ export class Uploads {
     this.#queue.finish(transferOf(planned), 'failed', remark);
   }
 
+  /** The entries of a folder by their folded names. */
+  async #entriesIn(/** @type {string} */ folder) {
+    const { entries } = await this.#folders.list(folder, { lasting: true });
+    return new Map(entries.map((entry) => [folded(entry.name), entry]));
+  }
+
   /**
-   * Uploads the files of one folder and checks in a new listing whether they arrived.
+   * Uploads the files of one folder and checks whether they arrived.
    * @param {Planned[]} group
    */
   async #uploadGroup(group) {
-    /** @type {Map<Transfer, Planned>} */
+    /** @type {Map<Transfer, Entry | undefined>} */
     const transfers = new Map();
     for (const planned of group) {
       const transfer = this.#begin(planned);
-      if (transfer) transfers.set(transfer, planned);
+      if (transfer) transfers.set(transfer, planned.before);
     }
-    await allSent(this.#queue, [...transfers.keys()]);
-    const unchecked = [...transfers].filter(([{ state }]) => state === 'checking');
-    if (!unchecked.length) return;
-    try {
-      const { entries } = await this.#folders.list(group[0].folder);
-      const byName = new Map(entries.map((entry) => [folded(entry.name), entry]));
-      for (const [transfer, { before }] of unchecked) {
-        const { state, remark } = arrivalOf(transfer.size, before, byName.get(folded(transfer.name)));
+    await this.#check(group[0].folder, transfers);
+  }
+
+  /**
+   * Checks in a listing whether uploads arrived, when they were sent. After an interruption, a part of an upload may be
+   * sent again while its folder is being listed; it is then checked again.
+   * @param {string} folder
+   * @param {Map<Transfer, Entry | undefined>} transfers each with its file's entry before the upload
+   */
+  async #check(folder, transfers) {
+    for (;;) {
+      await allSent(this.#queue, [...transfers.keys()]);
+      const unchecked = [...transfers.keys()].filter(({ state }) => state === 'checking');
+      if (!unchecked.length) return;
+      const times = unchecked.map(({ timesSent }) => timesSent);
+      const byName = await this.#entriesIn(folder).catch(() => null);
+      for (const [i, transfer] of unchecked.entries()) {
+        if (transfer.state !== 'checking' || transfer.timesSent !== times[i]) continue;
+        const after = byName?.get(folded(transfer.name));
+        const { state, remark } = byName
+          ? arrivalOf(transfer.size, transfers.get(transfer), after)
+          : /** @type {const} */ ({ state: 'failed', remark: 'unchecked' });
         this.#queue.finish(transfer, state, remark);
       }
-    } catch {
-      for (const [transfer] of unchecked) this.#queue.finish(transfer, 'failed', 'unchecked');
     }
   }
 
@@ -119,15 +142,19 @@ export class Uploads {
    */
   #begin(/** @type {Planned} */ planned) {
     const transfer = transferOf(planned);
-    const target = folded(transfer.path);
-    if (this.#targets.has(target)) {
+    if (this.#targets.has(folded(transfer.path))) {
       this.#queue.finish(transfer, 'failed', 'sameTarget');
       return null;
     }
-    this.#targets.add(target);
-    transfer.ended.then(() => this.#targets.delete(target));
+    this.#reserve(transfer);
     this.#queue.add(transfer);
     return transfer;
+  }
+
+  #reserve(/** @type {Transfer} */ transfer) {
+    const target = folded(transfer.path);
+    this.#targets.add(target);
+    transfer.ended.then(() => this.#targets.delete(target));
   }
 }
 
@@ -166,7 +193,7 @@ function transferOf(/** @type {Planned} */ { file, folder, name }) {
 function allSent(/** @type {EventTarget} */ queue, /** @type {Transfer[]} */ transfers) {
   return new Promise((resolve) => {
     const check = () => {
-      if (transfers.some(({ state }) => state === 'waiting' || state === 'running')) return;
+      if (transfers.some(({ state }) => ['waiting', 'running', 'fileless'].includes(state))) return;
       queue.removeEventListener('change', check);
       resolve(undefined);
     };

@@ -1,15 +1,15 @@
 // The queue of transfers, without a browser: a session that ends between two steps of a transfer.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { Transfer } from '../../../console/files/transfer.js';
-import { TransferQueue } from '../../../console/files/transfer_queue.js';
+import { Transfer } from '../../../../console/files/transfers/transfer.js';
+import { TransferQueue } from '../../../../console/files/transfers/transfer_queue.js';
 
 /** Waits until all promises that do not depend on timers or on the test have settled. */
 const settled = () => new Promise((done) => setImmediate(done));
 const download = (/** @type {string} */ name) =>
   new Transfer({ kind: 'download', name, path: `C:\\${name}`, size: 1 });
 
-/** @typedef {import('../../../console/files/download_sink.js').DownloadSink} DownloadSink */
+/** @typedef {import('../../../../console/files/transfers/download_sink.js').DownloadSink} DownloadSink */
 
 /** A queue in a session. A sink opens when the test calls the function in `state.opening`. */
 function queueWithSinks() {
@@ -29,11 +29,15 @@ function queueWithSinks() {
       return true;
     },
     session: () => state.session,
+    agent: () => 'machine',
     entryOf: async () => undefined,
   };
-  const queue = new TransferQueue(sender, () => new Promise((opened) => state.opening.push(opened)));
+  const queue = new TransferQueue(sender, {
+    open: () => new Promise((opened) => state.opening.push(opened)),
+    left: async () => [],
+  });
   const sink = (/** @type {string} */ name) => ({
-    write: async () => {},
+    write: async () => 0,
     close: async () => new Blob(),
     abort: async () => {
       state.aborted.push(name);

@@ -1,7 +1,7 @@
 // The limit on the bytes of uploads that are on their way.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { UploadWindow } from '../../../console/files/upload_window.js';
+import { UploadWindow } from '../../../../console/files/transfers/upload_window.js';
 
 const CHUNK = 256 * 1024;
 
@@ -67,4 +67,25 @@ test('reports that are not larger numbers are ignored, and a reset empties the w
   assert.equal(counts.passed, 0);
   window.reset();
   await window.waitForRoom();
+});
+
+test('after an interruption, only what has reached the relay counts, and its delay does not', async () => {
+  const { window, clock, counts, send } = windowWithReports();
+  for (let i = 0; i < 4; i++) send();
+  const { limit } = window;
+  clock.now = 60_000;
+  window.goOn(3 * CHUNK, CHUNK);
+  assert.equal(counts.passed, 1);
+  await window.waitForRoom();
+  for (let i = 0; i < 2; i++) send();
+  let hasRoom = false;
+  const waiting = window.waitForRoom().then(() => {
+    hasRoom = true;
+  });
+  await Promise.resolve();
+  assert.equal(hasRoom, false, 'what was taken and has not passed is on its way');
+  window.passed(3 * CHUNK);
+  await waiting;
+  assert.equal(counts.passed, 3, 'what was lost has not passed');
+  assert.ok(window.limit >= limit);
 });

@@ -1,10 +1,10 @@
 // One file transfer: its progress, its rate and its result.
-import { RateMeter } from '../base/rate_meter.js';
+import { RateMeter } from '../../base/rate_meter.js';
 
 /**
- * 'waiting' in the queue, 'running', 'checking' whether the whole file arrived, and at the end 'done',
- * 'failed' or 'cancelled'.
- * @typedef {'waiting' | 'running' | 'checking' | 'done' | 'failed' | 'cancelled'} TransferState
+ * 'waiting' in the queue, 'running', 'fileless' for an upload whose page was loaded again until the representative has
+ * chosen its file again, 'checking' whether the whole file arrived, and at the end 'done', 'failed' or 'cancelled'.
+ * @typedef {'waiting' | 'running' | 'fileless' | 'checking' | 'done' | 'failed' | 'cancelled'} TransferState
  */
 
 export class Transfer {
@@ -12,6 +12,8 @@ export class Transfer {
   state = 'waiting';
   /** The number of bytes transferred so far. */
   done = 0;
+  /** How often the whole file of an upload was sent; a lost connection can make a repetition necessary. */
+  timesSent = 0;
   /** Whether the machine may still be sending a download that has ended here. */
   stillSent = false;
   /** A key of texts.transferRemarks, or a message of the relay. */
@@ -38,7 +40,7 @@ export class Transfer {
   }
 
   get active() {
-    return this.state === 'waiting' || this.state === 'running' || this.state === 'checking';
+    return ['waiting', 'running', 'fileless', 'checking'].includes(this.state);
   }
 
   /** Bytes per second. */

@@ -68,6 +68,22 @@ export class UploadWindow {
     this.#wake();
   }
 
+  /**
+   * Goes on in a session that was interrupted. What was sent and has not reached the relay is forgotten, because it is
+   * sent again.
+   * @param {number} taken the bytes that have reached the relay in this session
+   * @param {number} passed the bytes of them that have passed it
+   */
+  goOn(taken, passed) {
+    const reached = this.#open.filter(({ end }) => end <= taken);
+    this.#open = reached.filter(({ end }) => end > passed).map((part) => ({ ...part, at: this.#now() }));
+    this.#sent = taken;
+    this.#passed = passed;
+    this.#limit = INITIAL;
+    for (const part of reached) if (part.end <= passed) part.onPassed();
+    this.#wake();
+  }
+
   /** Forgets all bytes that are on their way, after the end of a session. */
   reset() {
     this.#open = [];

@@ -1,6 +1,6 @@
 // Judges from the machine's listings whether an upload arrived, because the machine does not confirm uploads.
 
-/** @typedef {import('./listing.js').Entry} Entry */
+/** @typedef {import('../listing.js').Entry} Entry */
 
 /**
  * The result of an upload, and a key of texts.transferRemarks.

@@ -1,7 +1,7 @@
 // The judgement whether a transfer is complete, from the machine's listings.
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import { arrivalOf, completenessOf } from '../../../console/files/arrival.js';
+import { arrivalOf, completenessOf } from '../../../../console/files/transfers/arrival.js';
 
 const entry = (/** @type {number} */ size, /** @type {number} */ mtime, dir = false) => ({
   name: 'a',
