@@ -1,5 +1,6 @@
 // One machine's stream to many viewers: the age of its pictures at viewers that keep up, first alone, then
-// beside one viewer that reads nothing and one whose line has 0.5 Mbit/s. The relay is its own process.
+// beside one viewer that reads nothing and one whose line has 0.5 Mbit/s; and the time until somebody who
+// joins or comes back has the present picture. The relay is its own process.
 #include <unistd.h>
 
 #include <algorithm>
@@ -71,6 +72,7 @@ class Scene {
  public:
   Scene() : relay_(prepared(), {}) {
     viewers_.push_back(log_in(0));
+    first_cookie_ = cookie_;
     session_.emplace(port(), *viewers_.front());
     id_ = Json::parse(
         viewers_.front()->request("GET", "/api/agents", "", cookie_).body.dump())["agents"][0]["id"];
@@ -86,7 +88,7 @@ class Scene {
     const std::uint32_t number = session_->read(Msg::SessionRequest).session_id;
     const auto accept = encode_envelope(Msg::SessionAccept, number, nullptr, 0, 0);
     session_->agent().send_bytes({accept.begin(), accept.end()});
-    viewer.accepted_session();
+    last_number_ = viewer.accepted_session();
     return viewer;
   }
   void send_pictures() {
@@ -97,6 +99,25 @@ class Scene {
     }
     // Ends the reading of each viewer.
     session_->send(Msg::StreamFrame, std::string(8, '\0'));
+  }
+  // Sends a group of pictures, the last of which the relay gives to everybody who joins.
+  void send_group() {
+    session_->send(Msg::StreamConfig, R"({"codec":"h264","w":1920,"h":1080,"monitor_id":0})");
+    for (int i = 0; i < kPicturesPerSecond; ++i)
+      session_->send(Msg::StreamFrame, make_picture(i == 0));
+  }
+  [[nodiscard]] std::uint32_t number() const { return session_->number(); }
+  [[nodiscard]] std::uint32_t last_number() const {
+    return last_number_;
+  }  // of the viewer that was added last
+  // Replaces the connection of the first viewer, whose session the relay holds.
+  Browser& reconnect() {
+    unsigned status = 0;
+    auto browser = std::make_unique<Browser>(port());
+    browser->open_console(first_cookie_, status);
+    browser->send({{"type", "resume"}, {"session", number()}});
+    viewers_.front() = std::move(browser);
+    return *viewers_.front();
   }
   Browser& viewer(std::size_t index) { return *viewers_.at(index); }
   [[nodiscard]] pid_t relay() const { return relay_.pid(); }
@@ -125,9 +146,10 @@ class Scene {
 
   vantelink_test::TempFolder folder_;
   vantelink_test::RelayProcess relay_;
-  std::string cookie_, id_;
+  std::string cookie_, first_cookie_, id_;
   std::vector<std::unique_ptr<Browser>> viewers_;
   std::optional<RawSession> session_;
+  std::uint32_t last_number_ = 0;
 };
 
 // Reads pictures until the last one, at most so many bytes a second, and returns their ages in ms.
@@ -171,6 +193,49 @@ double quantile(const std::vector<double>& sorted, double part) {
   return sorted.empty() ? -1
                         : sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1))];
 }
+
+// Reads until the last picture of the group has arrived.
+void read_group(Browser& browser) {
+  for (int left = kPicturesPerSecond; left > 0;) {
+    const Browser::Message message = browser.read_message();
+    if (!message.text && message.bytes[0] == static_cast<char>(Msg::StreamFrame)) --left;
+  }
+}
+
+// The times of `act` in ms, sorted.
+template <class Act>
+std::vector<double> times_of(Act act) {
+  constexpr int kTimes = 50;
+  std::vector<double> times;
+  for (int i = 0; i < kTimes; ++i) {
+    const auto begin = Steady::now();
+    act();
+    times.push_back(std::chrono::duration<double, std::milli>(Steady::now() - begin).count());
+  }
+  std::ranges::sort(times);
+  return times;
+}
+
+// From the request for the stream, and from the beginning of a new connection, to the present picture, which
+// needs the whole group.
+void FirstPicture(benchmark::State& state) {
+  Scene scene;
+  for (auto step : state) {
+    scene.send_group();
+    read_group(scene.viewer(0));
+    Browser& joiner = scene.add();
+    const auto joined = times_of([&] {
+      joiner.send_envelope(Msg::StreamStart, scene.last_number(), "{}");
+      read_group(joiner);
+    });
+    const auto returned = times_of([&] { read_group(scene.reconnect()); });
+    state.counters["join_p50_ms"] = quantile(joined, 0.5);
+    state.counters["join_p99_ms"] = quantile(joined, 0.99);
+    state.counters["return_p50_ms"] = quantile(returned, 0.5);
+    state.counters["return_p99_ms"] = quantile(returned, 0.99);
+  }
+}
+BENCHMARK(FirstPicture)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 void Viewers(benchmark::State& state) {
   Scene scene;
