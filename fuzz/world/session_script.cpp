@@ -55,11 +55,13 @@ constexpr const char* kControls[] = {
     R"({"type":"close","session":SESSION})",
     R"({"type":"cut","session":SESSION})",
     R"({"type":"transfer","session":SESSION,"request":1})",
-    R"({"type":"stored","session":SESSION,"bytes":100})",
+    R"({"type":"stored","session":SESSION,"transfer":TRANSFER,"bytes":100})",
     R"({"type":"list"})",
     R"({"type":"ping","id":1})",
     R"({"type":"resume","session":SESSION})",
     R"({"type":"choices","session":SESSION,"choices":{"monitor":1}})",
+    R"({"type":"stored","session":SESSION,"transfer":TRANSFER,"bytes":100,"end":true})",
+    R"({"type":"continue","session":SESSION,"transfer":TRANSFER,"bytes":0})",
 };
 
 std::string with(std::string text, const std::string& name, const std::string& value) {
@@ -177,7 +179,8 @@ void SessionScript::browser_sends_any() {
 }
 
 void SessionScript::browser_sends_control() {
-  const std::string text = with(chosen(kControls, input_.byte()), "SESSION", std::to_string(session()));
+  std::string text = with(chosen(kControls, input_.byte()), "SESSION", std::to_string(session()));
+  if (text.find("TRANSFER") != std::string::npos) text = with(text, "TRANSFER", std::to_string(transfer()));
   browser_.send({text.begin(), text.end()}, true);
 }
 

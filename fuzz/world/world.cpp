@@ -136,7 +136,8 @@ World::World()
       log_([this](std::string_view line) { log_text_.append(line).append("\n"); }),
       limits_(small_limits()),
       database_(std::make_unique<DatabaseThread>(open_store(file()), io_.get_executor())),
-      parts_(std::make_unique<Parts>(*database_, log_, limits_)),
+      spools_(folder_ / "spool", io_.get_executor(), {limits_.spool, limits_.spools}),
+      parts_(std::make_unique<Parts>(*database_, spools_, log_, limits_)),
       admission_(std::make_unique<Admission>(*parts_, log_)),
       decisions_(*parts_, *admission_),
       enrolments_(limits_.enrolments_per_address, limits_.failure_window, limits_.counted_keys),
@@ -195,6 +196,7 @@ void World::decide(MachineDecisions::Done decision) {
 void World::settle() {
   do {
     database_->drain();
+    spools_.drain();
     io_.restart();
   } while (io_.poll() > 0);
 }

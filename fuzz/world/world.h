@@ -74,6 +74,7 @@ class World {
   Connections connections_{limits_, log_};
   boost::asio::io_context io_;
   std::unique_ptr<DatabaseThread> database_;
+  Spools spools_;
   std::unique_ptr<Parts> parts_;
   std::unique_ptr<Admission> admission_;
   MachineDecisions decisions_;

@@ -61,6 +61,7 @@ void DiskThread::serve() {
     } else {
       running.clear();
     }
+    rest();
   }
 }
 
@@ -71,7 +72,20 @@ bool DiskThread::next(std::list<Job>& running) {
     changed_.wait(lock_);
   if (stopping_) return false;
   running.splice(running.begin(), queue_, queue_.begin());
+  running_ = true;
   return true;
+}
+
+void DiskThread::rest() {
+  const MutexLock guard(lock_);
+  running_ = false;
+  changed_.notify_all();
+}
+
+void DiskThread::drain() {
+  const MutexLock guard(lock_);
+  while (!queue_.empty() || running_)
+    changed_.wait(lock_);
 }
 
 // Lets the loop finish the job. Tries again while memory is too short for it, because a session would wait

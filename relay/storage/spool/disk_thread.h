@@ -30,12 +30,15 @@ class DiskThread {
   DiskThread& operator=(const DiskThread&) = delete;
 
   void enqueue(Job job) RELAY_EXCLUDES(lock_);
+  // Waits until all jobs that were given are done; their ends may still have to run on the loop.
+  void drain() RELAY_EXCLUDES(lock_);
   // Removes the jobs of `owner` that have not begun. One that runs, or has run, is still finished.
   void drop(const void* owner) RELAY_EXCLUDES(lock_);
 
  private:
   void serve();
   [[nodiscard]] bool next(std::list<Job>& running) RELAY_EXCLUDES(lock_);
+  void rest() RELAY_EXCLUDES(lock_);
   void hand_over(std::list<Job>& ended) RELAY_EXCLUDES(lock_);
   void finish_one() RELAY_EXCLUDES(lock_);
 
@@ -48,6 +51,7 @@ class DiskThread {
   ConditionVariable changed_;
   std::list<Job> queue_ RELAY_GUARDED_BY(lock_);
   std::list<Job> ended_ RELAY_GUARDED_BY(lock_);  // to be finished on the loop
+  bool running_ RELAY_GUARDED_BY(lock_) = false;  // a job is done at present
   bool stopping_ RELAY_GUARDED_BY(lock_) = false;
   std::thread thread_;
 };

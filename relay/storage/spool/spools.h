@@ -48,6 +48,8 @@ class Spools {
   // The spool must not outlive this object. There is no file before its first write.
   [[nodiscard]] std::unique_ptr<Spool> open();
   [[nodiscard]] std::uint64_t used() const { return used_; }  // bytes on disk that are taken, all sessions
+  // Waits until the disk has done what it was given; the callbacks are then called by the loop. For tests.
+  void drain() { disk_.drain(); }
 
  private:
   friend class Spool;

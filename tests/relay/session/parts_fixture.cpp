@@ -114,6 +114,7 @@ Lines PartsTest::sent_but_lists(Channel& channel) {
 
 void PartsTest::settle() {
   database_.drain();
+  spools_.drain();
   io_.restart();
   io_.poll();
 }
