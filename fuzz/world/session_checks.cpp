@@ -49,7 +49,10 @@ void SessionScript::check_sessions() {
 bool SessionScript::allowed(const EnvelopeHeader& header, const Bytes& message, bool to_machine) {
   const Session* session = world_.parts().sessions.find(header.session);
   Rights rights = session && session->accepted() ? session->rights : kNoRights;
-  if (!session || (was_slow_ && !to_machine)) rights = past_rights_[header.session];
+  // Of a session that is held, the relay itself releases what is pressed and stops the stream.
+  const bool of_relay = to_machine && session && session->state == SessionState::Held &&
+                        (header.type == Msg::InputEvent || header.type == Msg::StreamStop);
+  if (!session || of_relay || (was_slow_ && !to_machine)) rights = past_rights_[header.session];
   return to_machine ? allows_to_machine(rights, header.type, payload_of(message))
                     : allows_to_browser(rights, header.type, payload_of(message));
 }
