@@ -34,7 +34,8 @@ struct AgentPeer {
   // The agent was refused and an error was sent. The connection stays open for a while to delay the next
   // attempt.
   bool refused = false;
-  // The relay does not read from the agent, because a browser has not read the messages that were sent to it.
+  // The relay does not read from the agent, because a browser has not read the messages that were sent to it,
+  // or because the disk has not stored the agent's downloads.
   bool paused = false;
   Clock::time_point since = Clock::now();  // the time of the refusal or, before the log-in, of the connection
   Clock::time_point logged_in{};

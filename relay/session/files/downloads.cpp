@@ -106,8 +106,8 @@ void Downloads::leave(std::uint32_t session) {
   }
 }
 
-std::optional<Downloads::Start> Downloads::find(std::uint32_t session, std::uint32_t download,
-                                                std::uint64_t bytes) const {
+std::optional<Downloads::Start> Downloads::start_after(std::uint32_t session, std::uint32_t download,
+                                                       std::uint64_t bytes) const {
   const auto of = sessions_.find(session);
   if (of == sessions_.end()) return std::nullopt;
   const auto found = of->second.downloads.find(download);

@@ -61,9 +61,9 @@ class Downloads {
     std::uint32_t chunk = 0;  // the index of the first chunk
   };
   // Where a download can go on after `bytes` bytes, which must be the end of a chunk that is not forgotten.
-  [[nodiscard]] std::optional<Start> find(std::uint32_t session, std::uint32_t download,
-                                          std::uint64_t bytes) const;
-  // Sends a download to this browser, from a place that find() has returned.
+  [[nodiscard]] std::optional<Start> start_after(std::uint32_t session, std::uint32_t download,
+                                                 std::uint64_t bytes) const;
+  // Sends a download to this browser, from a place that start_after() has returned.
   void go_on(std::uint32_t session, std::uint32_t download, const std::shared_ptr<Channel>& browser,
              const Start& from);
   // The bytes of the file that the browser has confirmed.

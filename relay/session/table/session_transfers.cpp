@@ -12,10 +12,10 @@ namespace vlk::relay {
 namespace {
 
 const char* sentence_for(const std::string& code) {
-  if (code == Downloads::kSpoolFull)
-    return "The file was not kept: the browser takes it more slowly than the machine sends it, and the "
-           "relay's "
-           "disk space for this is used up.";
+  if (code == Downloads::kSpoolFull) {
+    return "The file was not kept: the browser takes it more slowly than the machine sends it, and the disk "
+           "space of the relay for this is used up.";
+  }
   if (code == Downloads::kSpoolFailed) return "The file was not kept: the relay could not use its disk.";
   return "The relay does not have this part of the transfer.";
 }
@@ -80,7 +80,8 @@ void Sessions::continue_transfer(ConsolePeer& console, std::uint32_t number, std
   const auto found = std::ranges::find(open, transfer, &Transfers::Open::number);
   std::optional<Downloads::Start> start;
   if (found != open.end())
-    start = found->upload ? Downloads::Start{found->bytes, 0} : downloads_.find(number, transfer, bytes);
+    start =
+        found->upload ? Downloads::Start{found->bytes, 0} : downloads_.start_after(number, transfer, bytes);
   if (!start) {
     return browsers_.refuse(console, sentence_for(Downloads::kNotKept), session->agent->id,
                             {{"code", Downloads::kNotKept}, {"transfer", transfer}});

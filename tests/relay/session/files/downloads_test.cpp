@@ -164,13 +164,13 @@ TEST_F(DownloadsTest, BrowserThatComesBackContinuesWhereItWas) {
   const auto second = browser();
   EXPECT_EQ(take(*second), Numbers()) << "the browser has not asked for it";
 
-  EXPECT_FALSE(downloads_.find(kSession, kDownload, 3 * kChunk)) << "forgotten";
-  EXPECT_FALSE(downloads_.find(kSession, kDownload, 6 * kChunk + 1)) << "not the end of a chunk";
-  EXPECT_FALSE(downloads_.find(kSession, kDownload, 21 * kChunk)) << "not arrived";
-  EXPECT_FALSE(downloads_.find(kSession, kDownload + 1, 0));
-  EXPECT_FALSE(downloads_.find(kSession + 1, kDownload, 0));
-  EXPECT_EQ(downloads_.find(kSession, kDownload, 4 * kChunk)->chunk, 4u);
-  const auto start = downloads_.find(kSession, kDownload, 6 * kChunk);
+  EXPECT_FALSE(downloads_.start_after(kSession, kDownload, 3 * kChunk)) << "forgotten";
+  EXPECT_FALSE(downloads_.start_after(kSession, kDownload, 6 * kChunk + 1)) << "not the end of a chunk";
+  EXPECT_FALSE(downloads_.start_after(kSession, kDownload, 21 * kChunk)) << "not arrived";
+  EXPECT_FALSE(downloads_.start_after(kSession, kDownload + 1, 0));
+  EXPECT_FALSE(downloads_.start_after(kSession + 1, kDownload, 0));
+  EXPECT_EQ(downloads_.start_after(kSession, kDownload, 4 * kChunk)->chunk, 4u);
+  const auto start = downloads_.start_after(kSession, kDownload, 6 * kChunk);
   ASSERT_TRUE(start);
   EXPECT_EQ(start->chunk, 6u);
   downloads_.go_on(kSession, kDownload, second, *start);
@@ -190,7 +190,8 @@ TEST_F(DownloadsTest, BrowserWithTheWholeFileGetsTheEndAgain) {
   (void)take(*first);
   downloads_.leave(kSession);
   const auto second = browser();
-  downloads_.go_on(kSession, kDownload, second, downloads_.find(kSession, kDownload, 3 * kChunk).value());
+  downloads_.go_on(kSession, kDownload, second,
+                   downloads_.start_after(kSession, kDownload, 3 * kChunk).value());
   EXPECT_EQ(take(*second), Numbers{kEnd});
 }
 
