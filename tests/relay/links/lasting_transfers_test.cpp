@@ -1,4 +1,6 @@
 // File transfers through the relay while their browser stores slowly, is away, or comes back.
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 
@@ -60,8 +62,11 @@ class LastingTransfersTest : public RelayTest {
   void expect_end() {
     EXPECT_EQ(Json::parse(browser_->read_envelope(Msg::FileTransferEnd).payload)["ok"], true);
   }
-  // Drops the browser's connection and waits until the session is held.
+  // Drops the browser's connection, when the relay has read what it sent, and waits until the session is
+  // held.
   void drop() {
+    browser_->send({{"type", "ping"}, {"id", 1}});
+    browser_->read_text("pong");
     browser_.reset();
     EXPECT_TRUE(logged("session " + std::to_string(session_) + " is held"));
   }
@@ -246,9 +251,18 @@ TEST_F(SmallSpoolTest, DownloadThatDoesNotFitEndsWithAnError) {
 }
 
 TEST_F(SmallSpoolTest, BrowserThatComesBackLearnsOfTheEndOfItsDownload) {
-  const std::uint32_t transfer = begin(Msg::DownloadRequest, "large");
+  // The machine gets to the end of the room only when the browser is away.
+  ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+  const std::uint32_t transfer = begin(Msg::DownloadRequest, "pipe");
+  std::ofstream pipe(folder_ / "pipe", std::ios::binary);
+  for (std::uint32_t index = 0; index < 4; ++index)
+    pipe << content(index);
+  pipe.flush();
   expect_chunks(0, 4);
   drop();
+  for (std::uint32_t index = 4; index < kChunks; ++index)
+    pipe << content(index);
+  pipe.close();
   EXPECT_TRUE(logged("a download was not kept: spool-full"));
   const Json listed = come_back()["transfers"];
   ASSERT_EQ(listed.size(), 1u);
