@@ -81,6 +81,7 @@ void Viewer::read_connection() {
       connection_ = connection;
     }
     parser_ = {};
+    parts_.clear();
     unsigned char buffer[16384];
     for (std::ptrdiff_t count = 0; (count = connection->read(buffer, sizeof buffer)) > 0;) {
       heard_ = Clock::now();
@@ -135,7 +136,7 @@ void Viewer::handle_text(const json& message) {
     const std::lock_guard guard(lock_);
     for (const json& machine : message[type == "agents" ? "agents" : "changed"]) {
       agent_ = machine["id"];
-      online_ = machine["state"] == "online";
+      online_ = machine["state"] != "offline";  // it is "session" while the relay holds the viewer's session
     }
   } else if (type == "session") {
     handle_session(message);
@@ -159,14 +160,18 @@ void Viewer::handle_session(const json& message) {
     const std::lock_guard guard(lock_);
     session_ = session;
   }
-  if (!settings_.quality.empty())
-    send({{"type", "quality"}, {"session", session}, {"preset", settings_.quality}});
-  send_envelope(Msg::StreamStart, session,
-                json{{"max_fps", kPicturesPerSecond}, {"bitrate", kBitrate}}.dump());
+  if (!message.value("streaming", false)) start_stream(session);
   if (message.contains("transfers") && !message["transfers"].empty()) return continue_transfers(message);
   ask_for_transfer();
   if (!settings_.upload_path.empty())
     send({{"type", "transfer"}, {"session", session}, {"request", kUpload}});
+}
+
+void Viewer::start_stream(std::uint32_t session) {
+  if (!settings_.quality.empty())
+    send({{"type", "quality"}, {"session", session}, {"preset", settings_.quality}});
+  send_envelope(Msg::StreamStart, session,
+                json{{"max_fps", kPicturesPerSecond}, {"bitrate", kBitrate}}.dump());
 }
 
 void Viewer::handle_envelope(const std::vector<std::uint8_t>& bytes) {

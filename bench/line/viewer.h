@@ -54,6 +54,7 @@ class Viewer {
   void handle(const vlk::WsFrame& frame);
   void handle_text(const nlohmann::json& message);
   void handle_session(const nlohmann::json& message);
+  void start_stream(std::uint32_t session);
   void ask_for_transfer();
   void continue_transfers(const nlohmann::json& message);
   void begin_transfer(const nlohmann::json& message);
