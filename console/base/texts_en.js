@@ -137,6 +137,7 @@ export const english = {
     `Pictures come from ${machine}, but this browser has not been able to show one yet.`,
   nextDisplay: 'Show another display',
   wake: 'Wake the screen',
+  inputDropped: 'The line to the machine is interrupted. Keys and clicks are not sent.',
   linkStill: 'Nothing arrives on the link. The picture is no longer up to date.',
   stopWaiting: 'Stop waiting',
   askAgain: 'Ask again',

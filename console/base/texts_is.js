@@ -147,6 +147,7 @@ export const icelandic = {
     `Myndir berast frá tölvunni ${machine}, en vafrinn hefur ekki getað sýnt neina enn.`,
   nextDisplay: 'Sýna annan skjá',
   wake: 'Vekja skjáinn',
+  inputDropped: 'Sambandið við tölvuna er rofið. Lyklasláttur og smellir eru ekki sendir.',
   linkStill: 'Ekkert berst um sambandið. Myndin er ekki lengur ný.',
   stopWaiting: 'Hætta að bíða',
   askAgain: 'Biðja aftur',

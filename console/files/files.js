@@ -89,7 +89,7 @@ function followSession(channel, { panel, questions, uploads, folders, queue }) {
   };
   onDetail(channel, 'open', (/** @type {import('../link/session_channel.js').Kept} */ kept) => {
     endForbidden();
-    queue.opened(kept.transfers, kept.uploads);
+    queue.opened(kept.transfers, kept.uploads, kept.unwanted);
     folders.opened();
     panel.start();
   });

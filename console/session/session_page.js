@@ -17,6 +17,7 @@ import { Choices } from './consent/choices.js';
 import { Focus } from './focus.js';
 import { Panels } from './panels.js';
 import { CodecReport } from './reports/codec_report.js';
+import { attachDroppedInput } from './reports/dropped_input.js';
 import { attachFirstPicture } from './reports/first_picture.js';
 import { attachStatusLine } from './reports/status_line.js';
 import { watchLink } from './reports/still_link.js';
@@ -48,12 +49,7 @@ export function attachSession(link) {
   const panels = new Panels(byId('panels'), byId('panel-buttons'));
   attachReturn({ channel, link, session, stream, stage, input, panels });
   channel.addEventListener('closed', () => stream.end());
-  attachToolbar({
-    channel,
-    stream,
-    input: input.remote,
-    onEnd: () => session.leave(),
-  });
+  attachToolbar({ channel, stream, input: input.remote, onEnd: () => session.leave() });
   attachFirstPicture({
     session,
     stream,
@@ -61,6 +57,7 @@ export function attachSession(link) {
     wake: () => input.remote.pressCombination('shift'),
   });
   watchLink({ link, session, stream });
+  attachDroppedInput({ channel, link, strips });
   const bar = new BarLayout();
   session.addEventListener('state', () => bar.enable(session.isAccepted));
   attachPeople({ channel, link, strips, session, onShown: () => bar.layOut() });

@@ -47,6 +47,7 @@ struct AgentPeer {
   // The session that has keyboard, mouse and clipboard and chooses what the stream shows; 0 if none has. Only
   // the class Sessions changes it.
   std::uint32_t steering = 0;
+  Clock::time_point dropped_input_reported{};  // to the browser of the session that steers
   bool eyes_missing = false;  // a second person is needed before anybody may do more than see
 };
 

@@ -14,6 +14,8 @@ namespace {
 
 constexpr std::size_t kStampSize = 8;  // bytes of a StreamFrame's time stamp, before its picture
 
+constexpr std::chrono::seconds kDroppedInputReports{1};  // the least time between two
+
 Route swallow(const EnvelopeHeader& header, std::string log_line = {}) {
   return {.kind = Route::Kind::Swallow, .header = header, .reason = std::move(log_line)};
 }
@@ -237,6 +239,7 @@ Route Router::to_machine(const Session& session, const EnvelopeHeader& header, B
   Route route = forward(header, session.agent->channel);
   if (header.type == Msg::InputEvent) {
     const bool stale = session.agent->channel->line_stall(Clock::now()) >= limits_.stale_input;
+    if (stale) report_dropped_input(session);
     if (stale && !pressed_.keep_releases(session.number, message)) return swallow(header);
     const bool acts = pressed_.note(session.number, payload_of(message));
     session.agent->quality.input(Clock::now(), acts);
@@ -267,6 +270,18 @@ Route Router::to_machine(const Session& session, const EnvelopeHeader& header, B
   // This message ends an upload: a browser's end message for a download is swallowed above.
   if (header.type == Msg::FileTransferEnd) route.ended_upload = ruling.transfer;
   return route;
+}
+
+// The report is not a refusal for the log, since one interruption of a line drops many events.
+void Router::report_dropped_input(const Session& session) {
+  const auto now = Clock::now();
+  auto& reported = session.agent->dropped_input_reported;
+  if (now - reported < kDroppedInputReports) return;
+  reported = now;
+  session.console->channel->send_text(
+      error_message("The machine's line is interrupted, so keys and clicks are not sent.", session.agent->id,
+                    {{"code", "input-dropped"}}),
+      session.number);
 }
 
 void Router::note_clipboard(const Session& session, const char* direction, const Bytes& message) {

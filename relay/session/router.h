@@ -108,6 +108,8 @@ class Router {
   // Decides about a message that changes the machine's stream.
   [[nodiscard]] static Route to_stream(const Session& session, const EnvelopeHeader& header, Bytes& message);
   [[nodiscard]] Arrivals::Entry enter(const EnvelopeStart& start, const std::shared_ptr<Channel>& channel);
+  // Tells the browser that its input does not reach the machine.
+  static void report_dropped_input(const Session& session);
   void note_clipboard(const Session& session, const char* direction, const Bytes& message);
 
   const ThreadChecker thread_;

@@ -221,28 +221,34 @@ std::vector<Transfers::Open> Transfers::open(std::uint32_t session) const {
   const auto numbers = sessions_.find(session);
   if (numbers == sessions_.end()) return all;
   for (const auto& [number, transfer] : numbers->second) {
-    const bool upload = transfer.state == Transfer::State::Upload;
-    const bool download =
-        transfer.state == Transfer::State::Download || transfer.state == Transfer::State::Sent;
-    if (upload || download)
+    const auto state = transfer.state;
+    const bool upload = state == Transfer::State::Upload;
+    if (upload || state == Transfer::State::Download || state == Transfer::State::Sent)
       all.push_back({number, upload, transfer.path, transfer.size.value_or(0), transfer.bytes});
   }
   return all;
 }
 
 void Transfers::take_back(std::uint32_t session, std::uint32_t upload, std::uint64_t bytes) {
-  Transfer* transfer = find(session, upload);
-  if (transfer) transfer->bytes -= std::min(bytes, transfer->bytes);
+  if (Transfer* transfer = find(session, upload)) transfer->bytes -= std::min(bytes, transfer->bytes);
+}
+
+std::vector<std::uint32_t> Transfers::unwanted(std::uint32_t session) const {
+  return all_with(session, Transfer::State::Unwanted);
 }
 
 std::vector<std::uint32_t> Transfers::open_uploads(std::uint32_t session) const {
-  std::vector<std::uint32_t> uploads;
+  return all_with(session, Transfer::State::Upload);
+}
+
+std::vector<std::uint32_t> Transfers::all_with(std::uint32_t session, Transfer::State state) const {
+  std::vector<std::uint32_t> all;
   const auto numbers = sessions_.find(session);
-  if (numbers == sessions_.end()) return uploads;
+  if (numbers == sessions_.end()) return all;
   for (const auto& [number, transfer] : numbers->second) {
-    if (transfer.state == Transfer::State::Upload) uploads.push_back(number);
+    if (transfer.state == state) all.push_back(number);
   }
-  return uploads;
+  return all;
 }
 
 Transfers::Leftovers Transfers::end_session(std::uint32_t session) {

@@ -70,6 +70,8 @@ class Transfers {
   };
   // The session's transfers that have begun, until the browser knows their end.
   [[nodiscard]] std::vector<Open> open(std::uint32_t session) const;
+  // The downloads that were ended early, and that the machine still sends.
+  [[nodiscard]] std::vector<std::uint32_t> unwanted(std::uint32_t session) const;
 
   // Records that so many bytes of an open upload were taken from the queue to the machine again.
   void take_back(std::uint32_t session, std::uint32_t upload, std::uint64_t bytes);
@@ -126,6 +128,7 @@ class Transfers {
   using Numbers = std::map<std::uint32_t, Transfer>;
 
   [[nodiscard]] Transfer* find(std::uint32_t session, std::uint32_t number);
+  [[nodiscard]] std::vector<std::uint32_t> all_with(std::uint32_t session, Transfer::State state) const;
   static TrailEntry end_note(std::uint32_t number, const Transfer& transfer, const char* how);
   static TransferRuling begin(std::uint32_t session, Numbers& numbers, Msg type, Bytes& message);
   static TransferRuling chunk(Numbers& numbers, const Bytes& message);

@@ -82,6 +82,12 @@ export class Downloads {
     incoming.transfer.stillSent = true;
   }
 
+  /** Handles the return to a session, with the relay's list of the unwanted downloads that the machine still sends. */
+  returned(/** @type {unknown} */ unwanted) {
+    if (!Array.isArray(unwanted)) return;
+    for (const id of [...this.#unwanted.keys()]) if (!unwanted.includes(id)) this.#notSent(id);
+  }
+
   /** Handles the end of the machine's connection, which also ends what the machine was sending. */
   machineGone() {
     for (const id of [...this.#unwanted.keys()]) this.#notSent(id);

@@ -90,10 +90,12 @@ export class TransferQueue extends EventTarget {
    * Handles the start of a session, or the return to one.
    * @param {unknown} [transfers] the relay's list of the transfers that the session has already
    * @param {unknown} [uploads] the relay's counts of the session's uploads
+   * @param {unknown} [unwanted] the downloads that were ended early, and that the machine still sends
    */
-  opened(transfers, uploads) {
+  opened(transfers, uploads, unwanted) {
     this.#suspended = false;
     this.#ids.requestAgain();
+    this.#open.downloads.returned(unwanted);
     this.#open.opened(transfers, uploads);
     for (const transfer of this.#running) this.#changed(transfer);
     this.#wake();

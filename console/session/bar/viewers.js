@@ -69,8 +69,11 @@ export class Viewers {
   }
 
   #receive(
-    /** @type {Record<string, unknown>} */ { type, session, viewers, stream, four_eyes_missing: missing },
+    /** @type {Record<string, unknown>} */
+    { type, session, viewers, stream, four_eyes_missing: missing, code },
   ) {
+    if (type === 'error' && code === 'steering-changed-too-often')
+      this.#strips.show('viewers', texts.changedTooOften);
     if (type !== 'viewers' || session === null || session !== this.#channel.session) return;
     const before = { viewers: this.#viewers, own: this.#own };
     this.#viewers = /** @type {Viewer[]} */ (viewers);

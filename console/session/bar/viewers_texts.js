@@ -23,6 +23,7 @@ export const english = {
   asksYou: (who) => `${who} asks for control.`,
   yours: 'You control the machine now.',
   refused: 'Control was not given to you. You can ask again in half a minute.',
+  changedTooOften: 'Control has changed too often. It can change again in a few minutes.',
   /** @param {string} who */
   joined: (who) => `${who} watches too.`,
   /** @param {string} who */
@@ -51,6 +52,7 @@ export const icelandic = {
   asksYou: (who) => `${who} biður um stjórn.`,
   yours: 'Þú stjórnar tölvunni núna.',
   refused: 'Þú fékkst ekki stjórnina. Þú getur beðið aftur eftir hálfa mínútu.',
+  changedTooOften: 'Of oft hefur verið skipt um stjórn. Hægt er að skipta aftur eftir nokkrar mínútur.',
   joined: (who) => `${who} fylgist líka með.`,
   left: (who) => `${who} fylgist ekki lengur með.`,
   fourEyes: 'Tvo þarf fyrir þessa tölvu. Þú sérð aðeins skjáinn þar til annar fylgist líka með.',

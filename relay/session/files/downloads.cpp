@@ -67,9 +67,10 @@ void Downloads::written(std::uint32_t session, std::uint32_t download, Spool::Pl
 }
 
 void Downloads::fail(std::uint32_t session, std::uint32_t download, const char* code) {
+  // The browser learns the reason before the machine's end, which it could take for the download's own.
+  if (listener_.failed) listener_.failed(session, download, code);
   drop(session, download);
   if (listener_.written) listener_.written(session);
-  if (listener_.failed) listener_.failed(session, download, code);
 }
 
 void Downloads::stored(std::uint32_t session, std::uint32_t download, std::uint64_t bytes) {
@@ -151,8 +152,10 @@ void Downloads::drop(std::uint32_t session, std::uint32_t download) {
   if (of == sessions_.end()) return;
   const auto found = of->second.downloads.find(download);
   if (found == of->second.downloads.end()) return;
+  const auto end = found->second.end_sent ? nullptr : std::move(found->second.end);
   release(of->second, found->second);
   of->second.downloads.erase(found);
+  if (end && of->second.browser) of->second.browser->send_binary(end, session, Lane::Bulk);
 }
 
 void Downloads::end(std::uint32_t session) {

@@ -69,8 +69,10 @@ class Downloads {
   // The bytes of the file that the browser has confirmed.
   [[nodiscard]] std::uint64_t confirmed(std::uint32_t session, std::uint32_t download) const;
 
-  // Forget one download, or all of a session.
+  // Forgets a download, which the browser does not want, or cannot get. If the machine has ended it, the
+  // browser gets the machine's end message, and so learns that nothing more is sent.
   void drop(std::uint32_t session, std::uint32_t download);
+  // Forgets all downloads of a session.
   void end(std::uint32_t session);
 
   // Bytes of a file that may be on their way to the browser's disk. The console stores parts of 4 MiB, and

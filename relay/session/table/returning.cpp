@@ -75,6 +75,7 @@ void Sessions::resume(const std::shared_ptr<ConsolePeer>& console, std::uint32_t
   if (session.accepted()) {
     fields["streaming"] = watches && session.agent->recent.complete();
     fields["transfers"] = list_transfers(session);
+    fields["unwanted"] = transfers_.unwanted(number);
     const UploadCounts::Totals uploads = uploads_.hand_over(number);
     fields["uploads"] = {{"taken", uploads.taken}, {"passed", uploads.passed}};
   }

@@ -106,13 +106,13 @@ void Sessions::cut_transfers(const Session& session, bool uploads, bool download
   transfers_.owe(session.agent->id, cut.uploads, Clock::now());
   for (const std::uint32_t upload : cut.uploads)
     session.agent->channel->send_binary(upload_end(session.number, upload));
-  for (const std::uint32_t download : cut.downloads)
-    downloads_.drop(session.number, download);
   cut.uploads.insert(cut.uploads.end(), cut.downloads.begin(), cut.downloads.end());
   for (const std::uint32_t transfer : cut.uploads) {
     browsers_.refuse(*session.console, "Your right to move this file was taken away.", session.agent->id,
                      {{"code", kNoRightCode}, {"transfer", transfer}});
   }
+  for (const std::uint32_t download : cut.downloads)
+    downloads_.drop(session.number, download);
 }
 
 // A machine keeps an upload's file open until it receives the upload's end message, even after the session.

@@ -5,6 +5,7 @@ import { assertAccessible } from '../access/findings.mjs';
 import { Api, addGroup, addPerson, giveRights, trailRow } from '../support/admin/api.mjs';
 import { ConsolePage } from '../support/console_page.mjs';
 import { fixture, openSession } from '../support/fixture.mjs';
+import { deliver, KEEP_SOCKETS } from '../support/page_scripts.mjs';
 import { plain } from '../support/pictures.mjs';
 import { USER } from '../support/relay.mjs';
 import { AgentMsg } from '../support/scripted_agent.mjs';
@@ -101,6 +102,12 @@ test('the control is asked for, refused, given and used', async (t) => {
   await agent.events(1);
   const row = await trailRow(shared.relay, 'session.taken-over', who.name);
   assert.equal(row.fields.from, USER);
+});
+
+test('a change of control that the relay refuses is explained', async (t) => {
+  const { page } = await openSession(t, shared, { page: { script: KEEP_SOCKETS } });
+  await deliver(page.page, { type: 'error', code: 'steering-changed-too-often', agent: 'x', message: 'x' });
+  await strip(page, 'Control has changed too often.').waitFor();
 });
 
 test('an administrator takes the control', async (t) => {

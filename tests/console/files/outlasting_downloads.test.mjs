@@ -135,6 +135,33 @@ test('a download that is cancelled while the link is lost is ended at the relay 
   assert.equal(await transferText(p, FILE), 'Cancelled · the rest of the file is discarded');
 });
 
+test('a download that is cancelled after the machine has sent all of it does not say that the machine sends', async (t) => {
+  const { p, send, end } = await begun(t, 6 * MiB);
+  send(0, 3);
+  await textLike(p, /^786 kB of/);
+  const reconnect = await cutOff(p);
+  await textLike(p, /waits for the connection/);
+  send(3);
+  end();
+  await transferRow(p, FILE).locator('.transfer-cancel').click();
+  await textLike(p, /^Cancelled · the rest of the file is discarded · the machine sends/);
+  await reconnect();
+  await textLike(p, /^Cancelled · the rest of the file is discarded$/);
+});
+
+test('a cancelled download whose end comes while the link is lost does not say that the machine sends', async (t) => {
+  const { p, send, end } = await begun(t, 6 * MiB);
+  send(0, 3);
+  await textLike(p, /^786 kB of/);
+  await transferRow(p, FILE).locator('.transfer-cancel').click();
+  await transferRow(p, FILE).locator('.transfer-stop').waitFor();
+  const reconnect = await cutOff(p);
+  send(3);
+  end();
+  await reconnect();
+  await textLike(p, /^Cancelled · the rest of the file is discarded$/);
+});
+
 test('a download that is larger than the relay’s disk space fails with the reason and what to do', async (t) => {
   const { p, agent, send } = await begun(t, 60 * MiB);
   send(0, 3);

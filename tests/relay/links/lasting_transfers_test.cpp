@@ -15,6 +15,7 @@ namespace {
 constexpr std::size_t kAgentChunk = 262'144;
 constexpr std::uint32_t kChunks = 200;                             // of the file
 constexpr std::uint32_t kHeld = Downloads::kWindow / kAgentChunk;  // chunks that are sent unconfirmed
+constexpr const char* kEnds = "SELECT id FROM trail WHERE code = 'file.ended'";
 
 class LastingTransfersTest : public RelayTest {
  protected:
@@ -137,6 +138,27 @@ TEST_F(LastingTransfersTest, DownloadContinuesWhereTheBrowserWasAfterItsConnecti
     expect_chunks(index, index + 1);
     stored(transfer, index + 1);
   }
+  expect_end();
+}
+
+TEST_F(LastingTransfersTest, BrowserThatComesBackLearnsWhichUnwantedDownloadsTheMachineStillSends) {
+  ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+  const std::uint32_t transfer = begin(Msg::DownloadRequest, "pipe");
+  std::ofstream pipe(folder_ / "pipe", std::ios::binary);  // opens when the machine reads
+  browser_->send_envelope(Msg::FileTransferEnd, session_, Json{{"transfer_id", transfer}}.dump());
+  drop();
+  EXPECT_EQ(come_back()["unwanted"], Json::array({transfer}));
+  drop();
+  pipe.close();
+  EXPECT_TRUE(eventually([&] { return RelayTest::stored(kEnds).size() == 1; }));
+  EXPECT_EQ(come_back()["unwanted"], Json::array());
+}
+
+TEST_F(LastingTransfersTest, BrowserThatCancelsADownloadThatTheMachineHasEndedGetsItsEnd) {
+  const std::uint32_t transfer = begin(Msg::DownloadRequest, "large");
+  expect_chunks(0, kHeld);
+  wait_for_machine();
+  browser_->send_envelope(Msg::FileTransferEnd, session_, Json{{"transfer_id", transfer}}.dump());
   expect_end();
 }
 

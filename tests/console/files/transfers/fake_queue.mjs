@@ -78,9 +78,13 @@ export function makeQueue({ left = /** @type {LeftDownload[]} */ ([]), part = 1 
     state.sent = [];
     state.machine = [];
   };
-  const goOn = async (/** @type {object[]} */ transfers, uploads = { taken: 0, passed: 0 }) => {
+  const goOn = async (
+    /** @type {object[]} */ transfers,
+    uploads = { taken: 0, passed: 0 },
+    unwanted = /** @type {number[]} */ ([]),
+  ) => {
     state.session = 1;
-    queue.opened(transfers, uploads);
+    queue.opened(transfers, uploads, unwanted);
     await settled();
   };
   return { queue, state, interrupt, goOn };

@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import { fixture, machineAndPage, openSession } from '../../support/fixture.mjs';
-import { shortTimer } from '../../support/page_scripts.mjs';
+import { deliver, KEEP_SOCKETS, shortTimer } from '../../support/page_scripts.mjs';
 import { desktop, plain } from '../../support/pictures.mjs';
 import { AgentMsg } from '../../support/scripted_agent.mjs';
 import { until } from '../../support/waiting.mjs';
@@ -12,6 +12,8 @@ const SIZE = { width: 640, height: 360 };
 const SHIFT = 0xa0;
 /** The time after which a first picture is late. */
 const LATE_MS = 5000;
+/** The time without a report after which the page says no longer that keys are not sent. */
+const DROPPED_MS = 5000;
 
 /** @param {import('../../support/console_page.mjs').ConsolePage} page @param {RegExp} pattern */
 const statusLine = (page, pattern) =>
@@ -103,4 +105,16 @@ test('the picture is grey while nothing is heard on the link, and at once clear 
   await until('the picture is clear', async () => (await filter()) === 'none');
   agent.frame(plain(640, 360, '#203040'));
   await page.frames(2);
+});
+
+test('a strip says that keys are not sent while the relay drops them, and goes away afterwards', async (t) => {
+  const script = `${KEEP_SOCKETS};${shortTimer(DROPPED_MS)}`;
+  const { page } = await openSession(t, shared, { page: { script } });
+  const strip = page.page.locator('[data-strip=dropped-input]');
+  const report = { type: 'error', code: 'input-dropped', agent: 'x', message: 'x' };
+  await until('the strip is shown', async () => {
+    await deliver(page.page, report);
+    return (await strip.allTextContents()).some((text) => text.includes('Keys and clicks are not sent.'));
+  });
+  await strip.waitFor({ state: 'detached' });
 });

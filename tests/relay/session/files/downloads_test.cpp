@@ -240,6 +240,24 @@ TEST_F(DownloadsTest, DroppedDownloadsGiveTheirRoomBackAndNothingMoreIsSent) {
   EXPECT_TRUE(failures_.empty());
 }
 
+TEST_F(DownloadsTest, BrowserThatDropsADownloadLearnsThatTheMachineHasEndedIt) {
+  const auto channel = browser();
+  downloads_.begin(kSession, 1, channel);
+  downloads_.begin(kSession, 2, channel);
+  arrive(0, 100, 1);
+  arrive_end(1);
+  arrive(0, 100, 2);
+  downloads_.drop(kSession, 1);
+  downloads_.drop(kSession, 2);
+  const Numbers indexes = take(*channel);
+  EXPECT_EQ(std::ranges::count(indexes, kEnd), 1) << "the machine still sends the second one";
+  EXPECT_EQ(indexes.back(), kEnd);
+  downloads_.begin(kSession, 3, channel);
+  arrive_end(3);
+  downloads_.drop(kSession, 3);
+  EXPECT_EQ(take(*channel), Numbers{kEnd}) << "the end is sent once";
+}
+
 TEST_F(DownloadsTest, OversizedChunkEndsTheDownload) {
   const auto channel = browser();
   downloads_.begin(kSession, kDownload, channel);

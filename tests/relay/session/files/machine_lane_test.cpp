@@ -130,9 +130,13 @@ TEST_F(MachineLaneTest, AnswerToAHeartbeatThatOvertookAnEndMessageDoesNotSettleI
 TEST_F(MachineLaneTest, InputForALostLineIsDroppedExceptTheReleaseOfWhatIsDown) {
   press('A');
   lose_line();
+  (void)sent(*browser_->channel);
   press('B');
   release('B');
   (void)order();
+  const Lines reports = sent(*browser_->channel);
+  ASSERT_EQ(reports.size(), 1u) << "not one for each event";
+  EXPECT_NE(reports[0].find("\"code\":\"input-dropped\""), std::string::npos);
   EXPECT_EQ(send(Msg::InputEvent, {2, 1, 0, 0, 0, 0, 4, 0, 'A', 0, 0, 0, 0}), Route::Kind::Forward);
   EXPECT_EQ(sent(*agent_->channel),
             (Lines{"86/" + std::to_string(session_) + " " + std::string{1, 4, 0, 'A', 0, 0, 0, 0}}));
