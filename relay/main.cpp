@@ -103,7 +103,7 @@ Server::Settings settings_of(const Options& options) {
   Server::Settings settings;
   settings.address = options.address;
   settings.port = options.port;
-  settings.console = options.console.empty() ? VANTELINK_CONSOLE_DIR : options.console;
+  settings.console = options.console;
   settings.updates = options.updates;
   settings.update_key = options.update_key;
   settings.certificate = {options.certificate, options.key};

@@ -17,6 +17,7 @@
 
 #include "relay/base/source/source.h"
 #include "relay/base/version.h"
+#include "relay/http/console/embedded_console.h"
 #include "relay/links/console_link.h"
 #include "relay/net/source/proxy_header.h"
 #include "relay/net/tcp_progress.h"
@@ -69,7 +70,7 @@ tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned 
 }  // namespace
 
 Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log& log, const Limits& limits)
-    : console_(settings.console),
+    : console_(settings.console.empty() ? embedded_console() : console_files_in(settings.console)),
       proxies_(settings.proxies),
       proxy_protocol_(settings.proxy_protocol),
       proxy_header_(settings.proxy_header),

@@ -14,7 +14,7 @@
 
 #include "relay/admission/admission.h"
 #include "relay/base/memory/memory_trim.h"
-#include "relay/http/files.h"
+#include "relay/http/console/console_files.h"
 #include "relay/http/http_connection.h"
 #include "relay/http/routes.h"
 #include "relay/http/updates/updates.h"
@@ -39,7 +39,7 @@ class Server {
   struct Settings {
     std::string address = "127.0.0.1";
     unsigned short port = 0;  // 0 means any free port
-    std::string console;      // folder of the console's files
+    std::string console;      // folder of the console's files; empty for those in the program
     std::string updates;      // folder of the agents' updates; need not exist
     std::string update_key;   // public key of the updates; without it none is offered
     CertificateFiles certificate;

@@ -21,7 +21,8 @@ const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/cons
 export const BROWSER = process.env.BROWSER === 'firefox' ? 'firefox' : 'chromium';
 
 /** Starts the distribution's browser: Chromium over its own protocol, Firefox over WebDriver BiDi. */
-export function launch() {
+/** @param {string[]} [more] arguments for Chromium */
+export function launch(more = []) {
   if (BROWSER === 'firefox') {
     return firefox.launch({
       channel: 'moz-firefox',
@@ -38,6 +39,7 @@ export function launch() {
       '--disable-background-networking',
       '--disable-component-update',
       '--disable-sync',
+      ...more,
     ],
   });
 }

@@ -69,8 +69,6 @@ export class Relay {
       String(this.port),
       '--data',
       this.data,
-      '--console',
-      join(ROOT, 'console'),
       ...this.options,
     ]);
     this.process = child;
