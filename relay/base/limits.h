@@ -87,7 +87,7 @@ struct Limits {
   std::size_t http_header = 16 * 1024;
   std::size_t http_body = 64 * 1024;  // of a person who has logged in; before that, unauthenticated_message
   // Connections before a log-in have one eighth of these, agents that have just enrolled one sixteenth.
-  std::size_t connections = 8192;
+  std::size_t connections = 12'800;
   std::size_t sessions_per_login = 16;
   std::size_t sessions_per_machine = 64;
 

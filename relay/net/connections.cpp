@@ -14,6 +14,7 @@ constexpr std::size_t kSourceShare = 4;
 }  // namespace
 
 Connections::Place::~Place() {
+  never_expires();
   all_.leave(*this);
   --all_.alive_;
   ++all_.ended_;
@@ -22,10 +23,16 @@ Connections::Place::~Place() {
 void Connections::Place::expires_after(std::chrono::milliseconds Limits::*limit) {
   limit_ = limit;
   since_ = Clock::now();
+  all_.timed_.insert(this);
   if (!counted_) return;
   // The order in the pool is the order of these times.
   auto& places = all_.pool(standing_).places;
   places.splice(places.end(), places, at_);
+}
+
+void Connections::Place::never_expires() {
+  limit_ = nullptr;
+  all_.timed_.erase(this);
 }
 
 bool Connections::Place::rise(Standing standing) {
@@ -125,10 +132,8 @@ void Connections::cut_oldest(Pool& its, const std::string& source) {
 void Connections::tick(Clock::time_point now) {
   thread_.check();
   std::vector<Place*> late;
-  for (Pool& its : pools_) {
-    for (Place* place : its.places) {
-      if (place->limit_ && now - place->since_ >= limits_.*place->limit_) late.push_back(place);
-    }
+  for (Place* place : timed_) {
+    if (place->counted_ && now - place->since_ >= limits_.*place->limit_) late.push_back(place);
   }
   for (Place* place : late)
     cut(*place, "too slow");

@@ -8,6 +8,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "relay/base/clock.h"
@@ -42,7 +43,7 @@ class Connections {
     void on_cut(std::function<void(const std::string&)> cut) { cut_ = std::move(cut); }
     // Cuts the connection unless this function or never_expires() is called within the limit.
     void expires_after(std::chrono::milliseconds Limits::*limit);
-    void never_expires() { limit_ = nullptr; }
+    void never_expires();
     // Counts the connection with others of its standing from now on. Cuts an older one of the same standing
     // if there are too many. Returns false if there is no place.
     [[nodiscard]] bool rise(Standing standing);
@@ -104,6 +105,7 @@ class Connections {
   const Limits& limits_;
   const Log& log_;
   Pool pools_[3];
+  std::set<Place*> timed_;  // those that have a time limit
   std::size_t alive_ = 0;
   std::size_t ended_ = 0;
 };

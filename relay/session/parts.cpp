@@ -72,7 +72,7 @@ Parts::Parts(DatabaseThread& database_thread, Spools& spools, const Log& log_lin
                limits, random_number()),
       router(sessions, transfers, downloads, pressed, audit, clips, limits),
       measures(sessions, log, limits),
-      quality(machines, sessions, measures, log),
+      quality(sessions, measures, log),
       watchdog(machines, browsers, sessions, logins, measures, quality, database, log, limits),
       recent_pictures(limits.recent_pictures) {
   // The constructor runs on the thread that starts the relay, everything after it on the loop's.

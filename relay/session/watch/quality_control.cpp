@@ -53,12 +53,15 @@ void QualityControl::choose(const ConsolePeer& console, std::uint32_t number,
   agent.quality.choose(choice, Clock::now());
 }
 
-void QualityControl::tick(Clock::time_point now, bool measured) {
-  for (const auto& agent : machines_.connections()) {
-    if (!agent->quality.runs()) {
-      (void)agent->times.take_bytes();
-      continue;
-    }
+// The streams of machines that were in a session at the last tick end here.
+void QualityControl::tick(const std::set<std::shared_ptr<AgentPeer>>& in_session, Clock::time_point now,
+                          bool measured) {
+  auto watched = in_session;
+  watched.insert(watched_.begin(), watched_.end());
+  for (const auto& agent : watched) {
+    // What the machine has sent before its session does not count for the stream.
+    if (!agent->quality.runs() || !watched_.contains(agent)) (void)agent->times.take_bytes();
+    if (!agent->quality.runs()) continue;
     if (agent->stream.leader() == 0) {
       agent->quality.end();
       continue;
@@ -66,6 +69,7 @@ void QualityControl::tick(Clock::time_point now, bool measured) {
     if (measured) adapt(*agent, now);
     watch(*agent, now);
   }
+  watched_ = in_session;
 }
 
 void QualityControl::adapt(AgentPeer& agent, Clock::time_point now) {

@@ -2,12 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <set>
 
 #include <nlohmann/json_fwd.hpp>
 
 #include "relay/base/log.h"
-#include "relay/session/machines.h"
 #include "relay/session/table/sessions.h"
 #include "relay/session/watch/measures.h"
 #include "relay/stream/stream_quality.h"
@@ -21,24 +22,25 @@ namespace vlk::relay {
 class QualityControl {
  public:
   // The arguments outlive this object.
-  QualityControl(Machines& machines, Sessions& sessions, const Measures& measures, const Log& log)
-      : machines_(machines), sessions_(sessions), measures_(measures), log_(log) {}
+  QualityControl(Sessions& sessions, const Measures& measures, const Log& log)
+      : sessions_(sessions), measures_(measures), log_(log) {}
 
   // The browser chooses for the stream of its session's machine. Ignored unless the session is running and
   // steers, or nothing is streamed.
   void choose(const ConsolePeer& console, std::uint32_t number, const StreamQuality::Choice& choice);
-  // To be called several times a second. `measured` says that Measures has just measured.
-  void tick(Clock::time_point now, bool measured);
+  // To be called several times a second, with the machines that are in a session. `measured` says that
+  // Measures has just measured.
+  void tick(const std::set<std::shared_ptr<AgentPeer>>& in_session, Clock::time_point now, bool measured);
 
  private:
   void adapt(AgentPeer& agent, Clock::time_point now);
   void watch(AgentPeer& agent, Clock::time_point now);
   void restart(AgentPeer& agent, const StreamRates& rates, const char* why);
 
-  Machines& machines_;
   Sessions& sessions_;
   const Measures& measures_;
   const Log& log_;
+  std::set<std::shared_ptr<AgentPeer>> watched_;  // at the last tick
 };
 
 }  // namespace vlk::relay

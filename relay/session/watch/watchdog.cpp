@@ -1,26 +1,33 @@
 // Checks the time limits of all peers.
 #include "relay/session/watch/watchdog.h"
 
+#include <algorithm>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "relay/wire/envelope.h"
 
 namespace vlk::relay {
+namespace {
+
+constexpr int kLooksInALimit = 8;  // at a machine without a session, within its shortest time limit
+constexpr std::int64_t kMostRounds = 8;
+
+}  // namespace
 
 void Watchdog::tick(Clock::time_point now) {
   thread_.check();
-  std::set<const AgentPeer*> in_session;
+  std::set<std::shared_ptr<AgentPeer>> in_session;
   for (const auto& [number, session] : sessions_.all()) {
-    if (session.running()) in_session.insert(session.agent.get());
+    if (session.running()) in_session.insert(session.agent);
   }
-  for (const auto& peer : machines_.connections())
-    watch_agent(*peer, in_session.contains(peer.get()), now);
+  for (const auto& peer : in_session)
+    watch_agent(*peer, true, now);
+  watch_idle_agents(in_session, now);
   for (const auto& peer : browsers_.all())
     watch_browser(*peer, now);
   sessions_.tick(now);
-  quality_.tick(now, measures_.tick(now));
+  quality_.tick(in_session, now, measures_.tick(now));
   logins_.tick(wall_seconds());
   record_use(now);
   // Changes of the list are sent once in each tick, because all agents reconnect at once after a restart of
@@ -41,6 +48,23 @@ void Watchdog::record_use(Clock::time_point now) {
                    if (!failure.empty()) log_.write("", "", "the use of log-ins is not stored: " + failure);
                  },
                  bytes);
+}
+
+// Machines without a session are looked at in turn, since a look at ten thousand of them takes milliseconds.
+// Their time limits are long.
+void Watchdog::watch_idle_agents(const std::set<std::shared_ptr<AgentPeer>>& in_session,
+                                 Clock::time_point now) {
+  const auto& all = machines_.connections();
+  const auto shortest =
+      std::min({limits_.heartbeat, limits_.agent_silence, limits_.handshake, limits_.refused_hold});
+  const auto rounds = std::clamp<std::int64_t>(shortest / (kLooksInALimit * limits_.tick), 1, kMostRounds);
+  std::size_t left = (all.size() + static_cast<std::size_t>(rounds) - 1) / static_cast<std::size_t>(rounds);
+  auto next = all.upper_bound(looked_at_);
+  for (; left > 0; --left) {
+    if (next == all.end()) next = all.begin();
+    looked_at_ = *next++;
+    if (!in_session.contains(looked_at_)) watch_agent(*looked_at_, false, now);
+  }
 }
 
 void Watchdog::watch_agent(AgentPeer& peer, bool in_session, Clock::time_point now) {

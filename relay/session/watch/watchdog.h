@@ -2,6 +2,9 @@
 // disconnected; unanswered requests end; browsers whose log-in ended are closed.
 #pragma once
 
+#include <memory>
+#include <set>
+
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
 #include "relay/base/threads/thread_checker.h"
@@ -35,6 +38,7 @@ class Watchdog {
   void tick(Clock::time_point now);
 
  private:
+  void watch_idle_agents(const std::set<std::shared_ptr<AgentPeer>>& in_session, Clock::time_point now);
   void watch_agent(AgentPeer& peer, bool in_session, Clock::time_point now);
   void send_heartbeat(AgentPeer& peer, Clock::time_point now);
   void watch_browser(ConsolePeer& peer, Clock::time_point now);
@@ -52,6 +56,7 @@ class Watchdog {
   DatabaseThread& database_;
   const Log& log_;
   const Limits& limits_;
+  std::shared_ptr<AgentPeer> looked_at_;  // the last of the machines without a session
   Clock::time_point use_recorded_ = Clock::now();
 };
 

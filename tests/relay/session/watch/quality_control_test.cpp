@@ -35,7 +35,7 @@ class QualityControlTest : public PartsTest {
         agent_->times.add_bytes(20'000, 0);
         agent_->quality.picture(start_ + at_, static_cast<std::uint64_t>(1000 * at_.count()), Bytes(60));
       }
-      parts_->quality.tick(start_ + at_, at_.count() % 1000 == 0);
+      parts_->quality.tick({agent_}, start_ + at_, at_.count() % 1000 == 0);
     }
   }
   // The rates of the StreamStarts that the relay has sent by itself.
@@ -162,7 +162,7 @@ TEST_F(QualityControlTest, NextStreamBeginsWithTheRatesOfTheLast) {
   pass(milliseconds(250));
   EXPECT_FALSE(agent_->quality.runs());
   EXPECT_EQ(start()["max_fps"], 25) << "nobody has chosen for this stream";
-  parts_->quality.tick(start_ + at_, true);
+  parts_->quality.tick({agent_}, start_ + at_, true);
   (void)parts_->router.route_from_browser(*browser_, stop = envelope_of(Msg::StreamStop, session_, "{}"));
   choose("automatic");
   EXPECT_EQ(start()["bitrate"], last[0]["bitrate"]);

@@ -1,0 +1,126 @@
+// What 10,000 machines cost a relay while nothing happens, and how long they need to come back after its end.
+//
+// --agents=N sets the number of machines, --seconds=N the time in which the processor's use is measured.
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "fleet.h"
+#include "relay/base/secrets.h"
+#include "relay/storage/store.h"
+#include "support/peers/relay_process.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+using namespace vantelink_bench;
+using vantelink_test::RelayProcess;
+
+constexpr std::chrono::seconds kSettle{20};  // longer than the interval of the heartbeats
+
+struct Options {
+  std::size_t agents = 10'000;
+  std::chrono::seconds time{60};
+};
+
+Options parsed(int argc, char** argv) {
+  Options options;
+  const std::string agents = "--agents=", time = "--seconds=", filter = "--benchmark_filter=";
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument.starts_with(agents)) {
+      options.agents = std::stoul(argument.substr(agents.size()));
+    } else if (argument.starts_with(time)) {
+      options.time = std::chrono::seconds(std::stol(argument.substr(time.size())));
+    } else if (!argument.starts_with(filter)) {
+      throw std::runtime_error("the options are " + agents + "N and " + time + "N");
+    }
+  }
+  return options;
+}
+
+// The memory that a process has in use, in KiB.
+double memory(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  double kib = 0;
+  for (std::string word; status >> word;) {
+    if (word == "VmRSS:" && status >> kib) return kib;
+  }
+  throw std::runtime_error("the relay has ended");
+}
+
+// The time that a process has used its processor, in seconds.
+double processor(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string word;
+  double user = 0, system = 0;
+  for (int field = 1; field < 14; ++field)
+    file >> word;
+  file >> user >> system;
+  return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+void raise_open_files(std::size_t agents) {
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_cur < agents + 100) throw std::runtime_error("raise the limit of open files with ulimit -n");
+}
+
+void run(const Options& options) {
+  raise_open_files(options.agents);
+  const vantelink_test::TempFolder folder;
+  const std::string data = folder.path() / "data";
+  std::filesystem::create_directories(data);
+  vlk::relay::start_sodium();
+  vlk::relay::Store(data + "/relay.db").open_enrolment(600, std::nullopt);
+  const std::vector<std::string> arguments = {"--enrolments", "1000000"};
+  auto relay = std::make_unique<RelayProcess>(data, arguments);
+  const int port = relay->port();
+  const double empty = memory(relay->pid());
+  const Fleet fleet(options.agents, static_cast<unsigned short>(port));
+  const double enrolled = fleet.wait_for_all();
+  std::this_thread::sleep_for(kSettle);
+  const double used = memory(relay->pid());
+  const double before = processor(relay->pid());
+  std::this_thread::sleep_for(options.time);
+  const double spent = processor(relay->pid()) - before;
+  relay->kill();
+  fleet.wait_for_loss();
+  const auto begin = Clock::now();
+  relay = nullptr;
+  relay = std::make_unique<RelayProcess>(
+      data, std::vector<std::string>{"--enrolments", "1000000", "--port", std::to_string(port)});
+  fleet.wait_for_all();
+  const double back = std::chrono::duration<double>(Clock::now() - begin).count();
+  std::this_thread::sleep_for(kSettle);
+  const double after = memory(relay->pid());
+  const double links = static_cast<double>(options.agents);
+  std::printf("%zu machines\n", options.agents);
+  std::printf("enrolled in                       %8.1f s\n", enrolled);
+  std::printf("memory                            %8.1f MiB, %.1f KiB a link\n", used / 1024,
+              (used - empty) / links);
+  std::printf("processor at rest                 %8.2f %% of one\n",
+              100 * spent / static_cast<double>(options.time.count()));
+  std::printf("all back after kill -9 and start  %8.1f s\n", back);
+  std::printf("memory after the return           %8.1f MiB, %.1f KiB a link\n", after / 1024,
+              (after - empty) / links);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    run(parsed(argc, argv));
+    return 0;
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s\n", failure.what());
+    return 1;
+  }
+}
