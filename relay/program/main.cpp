@@ -1,9 +1,11 @@
 // The relay's program: reads the options, prepares the database, and serves until a signal ends it.
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <boost/asio/signal_set.hpp>
@@ -12,7 +14,8 @@
 #include "relay/base/version.h"
 #include "relay/net/descriptors.h"
 #include "relay/net/private_files.h"
-#include "relay/options.h"
+#include "relay/program/help.h"
+#include "relay/program/options.h"
 #include "relay/server.h"
 #include "relay/storage/follow/sinks.h"
 #include "relay/storage/trail/check/command.h"
@@ -155,31 +158,45 @@ int serve(const Options& options, std::unique_ptr<Store> store) {
   return 0;
 }
 
+std::optional<std::string> variable(const std::string& name) {
+  // The program has one thread at this time.
+  const char* value = std::getenv(name.c_str());  // NOLINT(concurrency-mt-unsafe)
+  return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+int run(const Options& options) {
+  switch (options.action) {
+    case Action::Help:
+      std::cout << help_text();
+      return 0;
+    case Action::Version:
+      std::cout << "vantelink-relay " << kRelayVersion << "\n";
+      return 0;
+    case Action::VerifyTrail:
+      return verify_trail_command(options.trail, std::cout, std::cerr);
+    case Action::Check:
+    case Action::Backup:
+    case Action::Restore:
+      throw std::runtime_error("this command is not there yet");
+    default:
+      break;
+  }
+  auto store = std::make_unique<Store>(database_file(options.data));
+  return options.action == Action::Serve ? serve(options, std::move(store)) : change_user(options, *store);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc > 1 && std::string(argv[1]) == "verify-trail") {
-    start_sodium();
-    return verify_trail_command({argv + 2, argv + argc}, std::cout, std::cerr);
-  }
   Options options;
   std::string problem;
-  if (!parse_options({argv + 1, argv + argc}, options, problem)) {
+  if (!parse_options({argv + 1, argv + argc}, options, problem, variable)) {
     std::cerr << "vantelink-relay: " << problem << "\n";
     return kUsageError;
   }
-  if (options.action == Action::Help) {
-    std::cout << help_text();
-    return 0;
-  }
-  if (options.action == Action::Version) {
-    std::cout << "vantelink-relay " << kRelayVersion << "\n";
-    return 0;
-  }
   try {
     start_sodium();
-    auto store = std::make_unique<Store>(database_file(options.data));
-    return options.action == Action::Serve ? serve(options, std::move(store)) : change_user(options, *store);
+    return run(options);
   } catch (const std::exception& failure) {
     std::cerr << "vantelink-relay: " << failure.what() << "\n";
     return 1;
