@@ -1,8 +1,8 @@
 // The relay's program: reads the options, prepares the database, and serves until a signal ends it.
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -14,6 +14,8 @@
 #include "relay/base/version.h"
 #include "relay/net/descriptors.h"
 #include "relay/net/private_files.h"
+#include "relay/program/backup/command.h"
+#include "relay/program/data_folder.h"
 #include "relay/program/help.h"
 #include "relay/program/options.h"
 #include "relay/server.h"
@@ -25,17 +27,6 @@ namespace {
 using namespace vlk::relay;
 
 constexpr int kUsageError = 2;
-
-// Creates the data folder if it is missing, and returns the path of the database. Only the folder's owner may
-// open it.
-std::string database_file(const std::string& data) {
-  std::error_code error;
-  const bool made = std::filesystem::create_directories(data, error);
-  if (error) throw std::runtime_error("cannot create the data folder " + data + ": " + error.message());
-  if (made) std::filesystem::permissions(data, std::filesystem::perms::owner_all);
-  require_private(data, "the data folder");
-  return data + "/relay.db";
-}
 
 // Reads the password from one line of standard input. If the line is empty, makes a random password and
 // prints it.
@@ -131,8 +122,10 @@ Limits limits_of(const Options& options) {
   return limits;
 }
 
-int serve(const Options& options, std::unique_ptr<Store> store) {
+int serve(const Options& options, const DataFolder& data) {
+  const FileLock claim = claim_for_relay(data.path());
   raise_descriptor_limit(options.connections);
+  auto store = std::make_unique<Store>(data.database());
   const Log log(standard_error_sink());
   Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
@@ -175,14 +168,20 @@ int run(const Options& options) {
     case Action::VerifyTrail:
       return verify_trail_command(options.trail, std::cout, std::cerr);
     case Action::Check:
-    case Action::Backup:
-    case Action::Restore:
       throw std::runtime_error("this command is not there yet");
+    case Action::Backup:
+      backup_command(options, std::cout);
+      return 0;
+    case Action::Restore:
+      restore_command(options, std::cout);
+      return 0;
     default:
       break;
   }
-  auto store = std::make_unique<Store>(database_file(options.data));
-  return options.action == Action::Serve ? serve(options, std::move(store)) : change_user(options, *store);
+  const DataFolder data(options.data);
+  if (options.action == Action::Serve) return serve(options, data);
+  Store store(data.database());
+  return change_user(options, store);
 }
 
 }  // namespace
@@ -194,6 +193,8 @@ int main(int argc, char** argv) {
     std::cerr << "vantelink-relay: " << problem << "\n";
     return kUsageError;
   }
+  // A write over the limit of a file's size fails like one on a full disk, and does not end the program.
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     start_sodium();
     return run(options);
