@@ -15,7 +15,8 @@
 #include "relay/net/descriptors.h"
 #include "relay/net/private_files.h"
 #include "relay/program/backup/command.h"
-#include "relay/program/data_folder.h"
+#include "relay/program/check/command.h"
+#include "relay/program/folder/data_folder.h"
 #include "relay/program/help.h"
 #include "relay/program/options.h"
 #include "relay/server.h"
@@ -97,7 +98,7 @@ Server::Settings settings_of(const Options& options) {
   Server::Settings settings;
   settings.address = options.address;
   settings.port = options.port;
-  settings.console = options.console.empty() ? VANTELINK_CONSOLE_DIR : options.console;
+  settings.console = options.console;
   settings.updates = options.updates;
   settings.update_key = options.update_key;
   settings.certificate = {options.certificate, options.key};
@@ -168,7 +169,7 @@ int run(const Options& options) {
     case Action::VerifyTrail:
       return verify_trail_command(options.trail, std::cout, std::cerr);
     case Action::Check:
-      throw std::runtime_error("this command is not there yet");
+      return check_command(options, std::cout);
     case Action::Backup:
       backup_command(options, std::cout);
       return 0;
@@ -193,6 +194,7 @@ int main(int argc, char** argv) {
     std::cerr << "vantelink-relay: " << problem << "\n";
     return kUsageError;
   }
+  if (options.console.empty()) options.console = VANTELINK_CONSOLE_DIR;
   // A write over the limit of a file's size fails like one on a full disk, and does not end the program.
   std::signal(SIGXFSZ, SIG_IGN);
   try {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -58,6 +59,20 @@ Database Database::open(const std::string& file, int flags) {
 
 Database Database::read_only(const std::string& file) {
   return open(file, SQLITE_OPEN_READONLY);
+}
+
+Database Database::unchanging(const std::string& file) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string address = "file:";
+  for (const char c : file) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0 || c == '/' || c == '.' || c == '-' || c == '_') {
+      address += c;
+    } else {
+      address += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+  }
+  return open(address + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
 }
 
 Database Database::draft(const std::string& file) {

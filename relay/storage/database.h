@@ -30,6 +30,9 @@ class Database {
   // Opens an existing file, which this connection cannot change. Throws DatabaseError.
   [[nodiscard]] static Database read_only(const std::string& file);
 
+  // The same for a file that no process changes meanwhile. No file is made beside it. Throws DatabaseError.
+  [[nodiscard]] static Database unchanging(const std::string& file);
+
   // Opens an existing file that only this process uses, as it is: for a copy that is thrown away if it does
   // not become complete, so a crash may damage it. Throws DatabaseError.
   [[nodiscard]] static Database draft(const std::string& file);

@@ -16,7 +16,7 @@
 #include <thread>
 
 #include "relay/net/private_files.h"
-#include "relay/program/backup/exchange.h"
+#include "relay/program/folder/exchange.h"
 #include "relay/storage/schema.h"
 #include "relay/storage/trail/chain.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "relay/net/private_files.h"
-#include "relay/program/backup/exchange.h"
+#include "relay/program/folder/exchange.h"
 #include "relay/storage/store.h"
 #include "relay/storage/trail/chain.h"
 #include "relay/storage/trail/entry.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "relay/program/backup/backup_file.h"
-#include "relay/program/data_folder.h"
+#include "relay/program/folder/data_folder.h"
 
 namespace vlk::relay {
 

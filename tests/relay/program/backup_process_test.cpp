@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "relay/program/backup/exchange.h"
-#include "relay/program/data_folder.h"
+#include "relay/program/folder/data_folder.h"
+#include "relay/program/folder/exchange.h"
 #include "support/peers/relay_process.h"
 #include "support/temp_folder.h"
 

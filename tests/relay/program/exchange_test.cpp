@@ -1,5 +1,5 @@
 // The exchange of a data folder's files, cut off at each of its steps.
-#include "relay/program/backup/exchange.h"
+#include "relay/program/folder/exchange.h"
 
 #include <filesystem>
 #include <fstream>

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "relay/program/file_lock.h"
+#include "relay/program/folder/file_lock.h"
 
 namespace vlk::relay {
 

@@ -1,5 +1,5 @@
 // Makes the data folder and takes its locks.
-#include "relay/program/data_folder.h"
+#include "relay/program/folder/data_folder.h"
 
 #include <unistd.h>
 
@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "relay/net/private_files.h"
-#include "relay/program/backup/exchange.h"
+#include "relay/program/folder/exchange.h"
 
 namespace vlk::relay {
 namespace {
@@ -72,7 +72,8 @@ FileLock claim_for_relay(const std::string& folder) {
 
 std::optional<pid_t> relay_of(const std::string& folder) {
   const std::string file = folder + '/' + kRelayLockFile;
-  if (!std::filesystem::exists(file)) return std::nullopt;
+  // Another user may not look.
+  if (::access(file.c_str(), R_OK) != 0) return std::nullopt;
   if (FileLock::take(file, FileLock::Mode::Shared)) return std::nullopt;
   return process_in(file);
 }

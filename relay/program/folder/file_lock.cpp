@@ -1,6 +1,6 @@
 // Takes locks with flock(2), which belong to the opened file: another descriptor of the file that is closed,
 // as SQLite does, does not release them.
-#include "relay/program/file_lock.h"
+#include "relay/program/folder/file_lock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,5 +1,5 @@
 // Carries out the steps of an exchange.
-#include "relay/program/backup/exchange.h"
+#include "relay/program/folder/exchange.h"
 
 #include <algorithm>
 #include <filesystem>
