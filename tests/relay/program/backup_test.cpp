@@ -1,10 +1,13 @@
 // Backups, and their restoring into data folders.
 #include <unistd.h>
 
+#include <atomic>
 #include <set>
 #include <stdexcept>
+#include <thread>
 
 #include "relay/program/backup_fixture.h"
+#include "support/waiting.h"
 
 namespace vlk::relay {
 namespace {
@@ -97,6 +100,24 @@ TEST_F(BackupTest, CopyHasTheStateOfItsBeginAlthoughAnotherConnectionWrites) {
   EXPECT_TRUE(count.step());
   EXPECT_EQ(count.number(0), 3);
   EXPECT_EQ(number_in(data_, "SELECT count(*) FROM people"), 3 + pauses);
+}
+
+TEST_F(BackupTest, BackupsDuringWritesAreWhole) {
+  std::atomic<bool> end = false;
+  std::atomic<int> written = 0;
+  std::thread writer([&] {
+    Store store(data_ + "/relay.db");
+    while (!end)
+      store.add_user("writer " + std::to_string(++written), "hash");
+  });
+  for (int i = 0; i < 3; ++i) {
+    const int before = written;
+    EXPECT_TRUE(vantelink_test::eventually([&] { return written > before + 5; })) << "the writer is held up";
+    EXPECT_GE(backup().counts.people, 3 + before);
+  }
+  end = true;
+  writer.join();
+  EXPECT_EQ(restore(other_).kept, "");
 }
 
 TEST_F(BackupTest, FolderWithADatabaseIsRefusedWithoutReplace) {
