@@ -53,6 +53,12 @@ std::span<const OptionRule> serving() {
       {"trail-syslog", "TO",
        "copy the audit trail to syslog by RFC 5424; TO is a socket such as /dev/log, or HOST:PORT for UDP",
        "\"/dev/log\"", Kind::Value, text_setter(&Options::trail_syslog)},
+  };
+  return rules;
+}
+
+std::span<const OptionRule> log_ins() {
+  static const OptionRule rules[] = {
       {"login-hours", "N", "how long a log-in lasts, unless the console's settings say otherwise; default 12",
        "12", Kind::Value, short_setter(&Options::login_hours, 1, "a number of hours")},
       {"idle-minutes", "N", "how long a log-in lasts without use; default 0, which means any time", "0",
@@ -143,6 +149,7 @@ std::span<const OptionRule> configuration() {
 std::span<const OptionGroup> option_groups() {
   static const OptionGroup groups[] = {
       {"Serving", "", serving()},
+      {"Log-ins", "", log_ins()},
       {"Behind a proxy", "", proxies()},
       {"Limits", "", bounds()},
       {"Certificate",

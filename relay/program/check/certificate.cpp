@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include <boost/asio/ip/address.hpp>
@@ -75,8 +76,8 @@ bool is_address(const std::string& host) {
 // Checks one pair of files and remembers where they are, for the messages.
 class CertificateCheck {
  public:
-  CertificateCheck(const CertificateFiles& files, bool self_made, Findings& findings)
-      : files_(files), self_made_(self_made), findings_(findings) {}
+  CertificateCheck(CertificateFiles files, bool self_made, Findings& findings)
+      : files_(std::move(files)), self_made_(self_made), findings_(findings) {}
 
   void run(const std::vector<std::string>& hosts) {
     const bool has_key = check_key_file();

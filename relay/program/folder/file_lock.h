@@ -19,6 +19,8 @@ class FileLock {
 
   FileLock(FileLock&& other) noexcept;
   FileLock& operator=(FileLock&& other) noexcept;
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
   ~FileLock();
 
   // The locked file, as long as this object exists.

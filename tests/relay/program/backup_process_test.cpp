@@ -25,7 +25,10 @@ class BackupProcessTest : public testing::Test {
     output_ = folder_.read("output");
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  int run(const std::string& arguments) { return shell(RelayProcess::program() + ' ' + arguments); }
+  // A relay that should have been refused is ended.
+  int run(const std::string& arguments) {
+    return shell("timeout 60 " + RelayProcess::program() + ' ' + arguments);
+  }
   int backup() { return run("backup " + file_ + " --data " + data_); }
   int restore(const std::string& more = {}) {
     return run("restore " + file_ + " --data " + data_ + ' ' + more);

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -107,8 +108,11 @@ TEST_F(BackupTest, BackupsDuringWritesAreWhole) {
   std::atomic<int> written = 0;
   std::thread writer([&] {
     Store store(data_ + "/relay.db");
-    while (!end)
+    while (!end) {
       store.add_user("writer " + std::to_string(++written), "hash");
+      // Like the relay, the writer leaves gaps in which others can write.
+      std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    }
   });
   for (int i = 0; i < 3; ++i) {
     const int before = written;

@@ -124,6 +124,7 @@ TEST_F(ConfigTest, WhatIsNotOfTheFormIsRefusedWithItsLine) {
   EXPECT_EQ(read("port = 1\nport = 2\n"), "port (" + file_ +
                                               ", line 1) has 2 values, but takes one; put a text "
                                               "with spaces between quotation marks.");
+  EXPECT_EQ(read("[relay]\n"), "Line 1 of " + file_ + " begins a section, but the file has none.");
   EXPECT_NE(read("data = /srv/the data\n").find("has 2 values"), std::string::npos);
 }
 
