@@ -77,8 +77,12 @@ void write_durably(const std::string& file, std::string_view content, unsigned m
     write_all(opened.number, content, file);
     if (::fsync(opened.number) != 0) fail("cannot write " + file);
   }
-  if (::rename(draft.c_str(), file.c_str()) != 0) fail("cannot write " + file);
-  sync_folder_of(file);
+  rename_durably(draft, file);
+}
+
+void rename_durably(const std::string& from, const std::string& to) {
+  if (::rename(from.c_str(), to.c_str()) != 0) fail("cannot write " + to);
+  sync_folder_of(to);
 }
 
 }  // namespace vlk::relay

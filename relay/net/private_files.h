@@ -15,4 +15,8 @@ void require_private(const std::string& path, std::string_view what);
 // holds the permission bits of the new file. Throws std::runtime_error.
 void write_durably(const std::string& file, std::string_view content, unsigned mode);
 
+// Renames a file or folder within one file system, and waits until the new name is on the disk. A file of the
+// new name is replaced. Throws std::runtime_error.
+void rename_durably(const std::string& from, const std::string& to);
+
 }  // namespace vlk::relay

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -13,6 +14,7 @@ namespace vlk::relay {
 namespace {
 
 constexpr int kBusyTimeoutMs = 5000;
+constexpr int kPagesPerStep = 256;
 
 // Creates the file with mode 0600; left to SQLite, the mode would depend on the process's umask. SQLite gives
 // the file of its write-ahead log the same mode.
@@ -45,14 +47,54 @@ Database::Database(const std::string& file) {
   execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON;");
 }
 
-Database Database::read_only(const std::string& file) {
+Database Database::open(const std::string& file, int flags) {
   Database database;
   sqlite3* handle = nullptr;
-  const int result = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+  const int result = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
   database.handle_.reset(handle);
   if (result != SQLITE_OK) throw DatabaseError("Cannot open " + file + ": " + sqlite3_errstr(result));
   sqlite3_busy_timeout(handle, kBusyTimeoutMs);
   return database;
+}
+
+Database Database::read_only(const std::string& file) {
+  return open(file, SQLITE_OPEN_READONLY);
+}
+
+Database Database::unchanging(const std::string& file) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string address = "file:";
+  for (const char c : file) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0 || c == '/' || c == '.' || c == '-' || c == '_') {
+      address += c;
+    } else {
+      address += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+  }
+  return open(address + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+}
+
+Database Database::draft(const std::string& file) {
+  Database database = open(file, SQLITE_OPEN_READWRITE);
+  database.execute("PRAGMA synchronous=OFF");
+  return database;
+}
+
+void Database::copy_to(Database& target, const std::function<void()>& pause) {
+  // Without a transaction of its own the copying would begin again whenever another process has written.
+  execute("BEGIN; SELECT 1 FROM sqlite_schema");
+  sqlite3* const goal = target.handle_.get();
+  sqlite3_backup* const backup = sqlite3_backup_init(goal, "main", handle_.get(), "main");
+  int result = backup ? SQLITE_OK : sqlite3_errcode(goal);
+  while (result == SQLITE_OK) {
+    result = sqlite3_backup_step(backup, kPagesPerStep);
+    if (result == SQLITE_OK) pause();
+  }
+  if (backup) sqlite3_backup_finish(backup);
+  execute("COMMIT");
+  if (result != SQLITE_DONE)
+    throw DatabaseError(std::string("The database could not be copied: ") + sqlite3_errstr(result));
 }
 
 void Database::execute(const char* sql) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -29,6 +30,18 @@ class Database {
   // Opens an existing file, which this connection cannot change. Throws DatabaseError.
   [[nodiscard]] static Database read_only(const std::string& file);
 
+  // The same for a file that no process changes meanwhile. No file is made beside it. Throws DatabaseError.
+  [[nodiscard]] static Database unchanging(const std::string& file);
+
+  // Opens an existing file that only this process uses, as it is: for a copy that is thrown away if it does
+  // not become complete, so a crash may damage it. Throws DatabaseError.
+  [[nodiscard]] static Database draft(const std::string& file);
+
+  // Replaces the content of `target` by the state that this database has now. Other connections can read and
+  // write meanwhile, and what they write is not copied. `pause` is called after every 256 pages, so that the
+  // copying leaves the disk to others. Throws DatabaseError.
+  void copy_to(Database& target, const std::function<void()>& pause);
+
   // Runs statements that have no bound values and no results. Throws DatabaseError.
   void execute(const char* sql);
 
@@ -45,6 +58,7 @@ class Database {
  private:
   friend class Statement;
   Database() = default;
+  [[nodiscard]] static Database open(const std::string& file, int flags);
   struct Close {
     void operator()(sqlite3* handle) const;
   };

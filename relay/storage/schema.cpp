@@ -9,8 +9,6 @@
 namespace vlk::relay {
 namespace {
 
-constexpr std::int64_t kSchemaVersion = 3;
-
 // Each enrolment creates a machine, even if its hw_id is known. An hw_id is not a secret: if it selected the
 // row, anybody who knows another machine's hw_id could take over that machine's row.
 constexpr char kMachines[] = R"sql(
@@ -118,17 +116,17 @@ void migrate_from_1(Database& database) {
   database.execute(kDropOld);
 }
 
-std::int64_t version_of(Database& database) {
+}  // namespace
+
+std::int64_t schema_version(Database& database) {
   Statement version(database, "PRAGMA user_version");
   version.step();
   return version.number(0);
 }
 
-}  // namespace
-
 void prepare_schema(Database& database) {
   Transaction transaction(database);
-  const std::int64_t found = version_of(database);
+  const std::int64_t found = schema_version(database);
   if (found > kSchemaVersion) {
     throw DatabaseError("The database was written by a newer version of the relay; it is left as it is.");
   }

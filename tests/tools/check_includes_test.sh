@@ -31,7 +31,7 @@ finds 'agent: native code must not include a Windows header' 'agent/input/b.h:1'
 finds 'agent: Windows code may include a Windows header' '' \
   agent/input/a_win32.cpp '#include "input/b.h"' agent/input/b.h '#include <windows.h>'
 finds 'relay: includes of lower layers are accepted' '' \
-  relay/main.cpp '#include "relay/server.h"' relay/server.h '#include "relay/http/routes.h"' \
+  relay/program/main.cpp '#include "relay/server.h"' relay/server.h '#include "relay/http/routes.h"' \
   relay/http/routes.h '#include "relay/links/agent_link.h"' relay/links/agent_link.h '#include "relay/session/router.h"' \
   relay/session/router.h '#include "relay/net/a.h"' relay/net/a.h '#include "relay/wire/envelope.h"' \
   relay/wire/envelope.h '#include "wire/messages.h"' agent/wire/messages.h ''

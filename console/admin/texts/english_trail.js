@@ -93,6 +93,8 @@ export const trailEnglish = {
       'trail.shortened': 'Old events removed',
       'trail.imported': 'Older event',
       'trail.broken': 'Trail is damaged',
+      'backup.made': 'Backup made',
+      'backup.restored': 'Backup restored',
     },
     fields: {
       stage: 'stage',

@@ -93,6 +93,8 @@ export const trailIcelandic = {
       'trail.shortened': 'Gömlum færslum eytt',
       'trail.imported': 'Eldri atburður',
       'trail.broken': 'Atburðaskrá er sködduð',
+      'backup.made': 'Öryggisafrit tekið',
+      'backup.restored': 'Öryggisafrit endurheimt',
     },
     fields: {
       stage: 'stig',

@@ -1,6 +1,7 @@
 // Reads new rows of the trail and gives them to a sink.
 #include "relay/storage/follow/follower.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 #include <vector>
@@ -23,13 +24,24 @@ std::vector<TrailRow> rows_after(Database& database, std::int64_t id) {
   return rows;
 }
 
+// The last row that need not be copied to a sink whose last row is `last`. After a restore the trail has
+// other rows under the ids of those that the sink got from the replaced trail, so the rows from the restore
+// on are copied.
+std::int64_t last_copied(Database& database, const TrailEnd& last) {
+  Statement same(database, "SELECT 1 FROM trail WHERE id = ? AND hash = ?");
+  if (same.bind(last.id).bind(last.hash).step()) return last.id;
+  Statement restored(database, "SELECT id FROM trail WHERE code = ? ORDER BY id DESC LIMIT 1");
+  if (!restored.bind(rule_of(TrailKind::BackupRestored).code).step()) return last.id;
+  return std::min(last.id, restored.number(0) - 1);
+}
+
 }  // namespace
 
 TrailFollower::TrailFollower(const std::string& file, std::unique_ptr<TrailSink> sink, Report report)
     : database_(file), sink_(std::move(sink)), report_(std::move(report)) {
   database_.execute("PRAGMA query_only = ON");
-  const auto last = sink_->last_id();
-  last_id_ = last ? *last : trail_end(database_).id;
+  const auto last = sink_->last_row();
+  last_id_ = last ? last_copied(database_, *last) : trail_end(database_).id;
   thread_ = std::thread([this] { work(); });
 }
 

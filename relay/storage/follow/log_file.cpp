@@ -32,14 +32,14 @@ std::string read_tail(const std::string& file) {
   return text;
 }
 
-// The id in the last whole line.
-std::optional<std::int64_t> last_id_in(const std::string& text) {
+// The row in the last whole line.
+std::optional<TrailEnd> last_row_in(const std::string& text) {
   const std::size_t end = text.rfind('\n');
   if (end == std::string::npos) return std::nullopt;
   const std::size_t before = end == 0 ? std::string::npos : text.rfind('\n', end - 1);
   const std::size_t begin = before == std::string::npos ? 0 : before + 1;
   const auto row = read_row_line(std::string_view(text).substr(begin, end - begin));
-  return row ? std::optional(row->row.id) : std::nullopt;
+  return row ? std::optional(TrailEnd{.id = row->row.id, .hash = row->row.hash}) : std::nullopt;
 }
 
 }  // namespace
@@ -48,11 +48,11 @@ TrailLogFile::~TrailLogFile() {
   if (descriptor_ >= 0) ::close(descriptor_);
 }
 
-std::optional<std::int64_t> TrailLogFile::last_id() {
+std::optional<TrailEnd> TrailLogFile::last_row() {
   for (const std::string& file : {file_, file_ + ".1"}) {
-    if (const auto id = last_id_in(read_tail(file))) return id;
+    if (const auto row = last_row_in(read_tail(file))) return row;
   }
-  return 0;
+  return TrailEnd{};
 }
 
 void TrailLogFile::open() {

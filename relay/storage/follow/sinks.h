@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "relay/storage/trail/chain.h"
 #include "relay/storage/trail/entry.h"
 
 namespace vlk::relay {
@@ -18,8 +19,9 @@ class TrailSink {
   TrailSink(const TrailSink&) = delete;
   TrailSink& operator=(const TrailSink&) = delete;
   virtual ~TrailSink() = default;
-  // The last row that the sink has; 0 if it has none, and nothing if it cannot know.
-  [[nodiscard]] virtual std::optional<std::int64_t> last_id() = 0;
+  // The last row that the sink has, without its time; its id is 0 if the sink has none. Nothing if the sink
+  // cannot know.
+  [[nodiscard]] virtual std::optional<TrailEnd> last_row() = 0;
   // Throws std::runtime_error with a sentence; then the row is given again later.
   virtual void write(const TrailRow& row) = 0;
   // Opens the file again, because another program has moved it.
@@ -40,7 +42,7 @@ class TrailLogFile : public TrailSink {
   TrailLogFile(const TrailLogFile&) = delete;
   TrailLogFile& operator=(const TrailLogFile&) = delete;
 
-  [[nodiscard]] std::optional<std::int64_t> last_id() override;
+  [[nodiscard]] std::optional<TrailEnd> last_row() override;
   void write(const TrailRow& row) override;
   void reopen() override;
 
@@ -64,7 +66,7 @@ class TrailSyslog : public TrailSink {
   TrailSyslog(const TrailSyslog&) = delete;
   TrailSyslog& operator=(const TrailSyslog&) = delete;
 
-  [[nodiscard]] std::optional<std::int64_t> last_id() override { return std::nullopt; }
+  [[nodiscard]] std::optional<TrailEnd> last_row() override { return std::nullopt; }
   void write(const TrailRow& row) override;
   void reopen() override;
 

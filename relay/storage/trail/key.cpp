@@ -141,10 +141,13 @@ Bytes TrailKey::sign(std::string_view text) const {
 }
 
 Bytes read_trail_public_key(const std::string& file) {
-  const std::string text = read_text(file);
+  return parse_trail_public_key(read_text(file), file);
+}
+
+Bytes parse_trail_public_key(const std::string& text, const std::string& name) {
   const Bio bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
   const Key key(PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr));
-  return raw_key(key, EVP_PKEY_get_raw_public_key, file);
+  return raw_key(key, EVP_PKEY_get_raw_public_key, name);
 }
 
 bool signature_fits(const Bytes& public_key, std::string_view text, const Bytes& signature) {

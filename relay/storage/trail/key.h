@@ -32,6 +32,9 @@ class TrailKey {
 // Reads a public key from a PEM file. Throws std::runtime_error with a sentence.
 [[nodiscard]] Bytes read_trail_public_key(const std::string& file);
 
+// The same for the text of such a file; `name` is what the sentence calls it.
+[[nodiscard]] Bytes parse_trail_public_key(const std::string& text, const std::string& name);
+
 [[nodiscard]] bool signature_fits(const Bytes& public_key, std::string_view text, const Bytes& signature);
 
 // A short form of the public key that people compare: the SHA-256 of its 32 bytes, in hexadecimal digits.

@@ -1,7 +1,9 @@
 // The relay's command line.
-#include "relay/options.h"
+#include "relay/program/options.h"
 
 #include <gtest/gtest.h>
+
+#include "relay/program/help.h"
 
 namespace vlk::relay {
 namespace {
@@ -23,6 +25,22 @@ TEST(OptionsTest, InvalidOptionsAreReportedInOneSentence) {
       {"extra"},
       {"--add-user", "ada", "--remove-user", "ada"},
       {"--add-user", "ada", "--open-enrolment", "5"},
+      {"--port", "--data", "d"},
+      {"--host", "a", "b"},
+      {"--proxy-protocol=perhaps"},
+      {"backup"},
+      {"backup", "a", "b"},
+      {"backup", "a", "--port", "1"},
+      {"backup", "a", "--replace"},
+      {"restore", "--replace"},
+      {"check", "--add-user", "ada"},
+      {"check", "check"},
+      {"check", "backup", "a"},
+      {"verify-trail", "a", "b"},
+      {"verify-trail", "--data"},
+      {"verify-trail", "--other", "x"},
+      {"--data", "d", "verify-trail", "a"},
+      {"--config", "/nonexistent"},
   };
   for (const auto& arguments : invalid) {
     Options options;

@@ -163,6 +163,40 @@ TEST_F(ProgramTest, PrivateKeyThatOthersCanReadIsRefused) {
                          " is open to other users (mode 0640); run: chmod 600 " + key + '\n');
 }
 
+TEST_F(ProgramTest, ConfigurationFileAndEnvironmentAreUsedAndTheirFaultsEndTheStart) {
+  folder_.write("relay.conf", "data = " + data_ + "\nhost = [\"relay.example\"]\nconsent = 601\n");
+  const std::string config = folder_.path() / "relay.conf";
+  EXPECT_EQ(run("--config " + config, ""), 2);
+  EXPECT_EQ(output_,
+            "vantelink-relay: consent (" + config + ", line 3) needs a number from 1 to 600, not \"601\".\n");
+  folder_.write("relay.conf", "host = [\"relay.example\"]\n");
+  {
+    const RelayProcess relay(data_, {"--config", config});
+    EXPECT_EQ(relay.logged("listening on https://relay.example:"), 1) << relay.log();
+  }
+  ::setenv("VANTELINK_RELAY_PORT", "many", 1);
+  EXPECT_EQ(run("--add-user ada", "a good password"), 2);
+  ::unsetenv("VANTELINK_RELAY_PORT");
+  EXPECT_EQ(
+      output_,
+      "vantelink-relay: VANTELINK_RELAY_PORT (environment) needs a number from 0 to 65535, not \"many\".\n");
+}
+
+TEST_F(ProgramTest, CheckFindsTheRunningRelayWellAndReturnsOneForAFault) {
+  const RelayProcess relay(data_, {});
+  const std::string port = std::to_string(relay.port());
+  EXPECT_EQ(run("check --address 127.0.0.1 --port " + port, ""), 0) << output_;
+  EXPECT_NE(
+      output_.find("ok: port " + port + " of 127.0.0.1 is used by the relay of this data folder (process " +
+                   std::to_string(relay.pid()) + ")\n"),
+      std::string::npos)
+      << output_;
+  EXPECT_EQ(run("check --address 127.0.0.1 --port " + port + " --host other.invalid", ""), 1) << output_;
+  EXPECT_NE(output_.find("wrong: the certificate " + data_ + "/relay-cert.pem is not for other.invalid"),
+            std::string::npos)
+      << output_;
+}
+
 TEST_F(ProgramTest, VersionIsPrinted) {
   EXPECT_EQ(run("--version", ""), 0);
   EXPECT_EQ(output_, std::string("vantelink-relay ") + kRelayVersion + "\n");

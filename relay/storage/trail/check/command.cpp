@@ -1,4 +1,4 @@
-// Reads the arguments of verify-trail and prints the verdict.
+// Carries out verify-trail and prints the verdict.
 #include "relay/storage/trail/check/command.h"
 
 #include <exception>
@@ -16,30 +16,9 @@ constexpr char kUsage[] =
     "usage: vantelink-relay verify-trail FILE [--key FILE]\n"
     "       vantelink-relay verify-trail --data DIR [--key FILE]\n";
 
-struct Call {
-  std::string file;
-  std::string data;
-  std::string key;
-};
-
-std::optional<Call> read_call(const std::vector<std::string>& arguments) {
-  Call call;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& word = arguments[i];
-    const bool option = word == "--data" || word == "--key";
-    std::string& place = word == "--data" ? call.data : word == "--key" ? call.key : call.file;
-    if (!place.empty() || (!option && word.starts_with("--"))) return std::nullopt;
-    if (option && ++i == arguments.size()) return std::nullopt;
-    place = arguments[i];
-    if (place.empty()) return std::nullopt;
-  }
-  if (call.file.empty() == call.data.empty()) return std::nullopt;
-  return call;
-}
-
 // A data folder has its own public key beside the database. Whoever can write there can also change the key,
 // so a copy from elsewhere is better.
-std::optional<Bytes> key_of(const Call& call) {
+std::optional<Bytes> key_of(const TrailCall& call) {
   if (!call.key.empty()) return read_trail_public_key(call.key);
   const std::string own = call.data + '/' + kTrailPublicFile;
   if (!call.data.empty() && std::filesystem::exists(own)) return read_trail_public_key(own);
@@ -67,16 +46,15 @@ void print(const TrailVerdict& verdict, const std::optional<Bytes>& key, std::os
 
 }  // namespace
 
-int verify_trail_command(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
-  const auto call = read_call(arguments);
-  if (!call) {
+int verify_trail_command(const TrailCall& call, std::ostream& out, std::ostream& err) {
+  if (call.file.empty() == call.data.empty()) {
     err << kUsage;
     return kTrailUnreadable;
   }
   try {
-    const auto key = key_of(*call);
+    const auto key = key_of(call);
     const TrailVerdict verdict =
-        call->data.empty() ? verify_export(call->file, key) : verify_database(call->data + "/relay.db", key);
+        call.data.empty() ? verify_export(call.file, key) : verify_database(call.data + "/relay.db", key);
     print(verdict, key, out);
     return verdict.intact ? kTrailIntact : kTrailTouched;
   } catch (const std::exception& failure) {

@@ -3,7 +3,6 @@
 
 #include <iosfwd>
 #include <string>
-#include <vector>
 
 namespace vlk::relay {
 
@@ -12,8 +11,14 @@ inline constexpr int kTrailIntact = 0;
 inline constexpr int kTrailTouched = 1;
 inline constexpr int kTrailUnreadable = 2;
 
-// Runs the command with the arguments after its name and writes the result to `out`, problems of the call to
-// `err`. Returns the exit code.
-int verify_trail_command(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err);
+// What is to be checked: exactly one of `file` and `data`.
+struct TrailCall {
+  std::string file{};  // an export, or a file of --trail-log
+  std::string data{};  // a data folder
+  std::string key{};   // a copy of the public key; empty for the one that lies beside the rows
+};
+
+// Runs the command and writes the result to `out`, problems of the call to `err`. Returns the exit code.
+int verify_trail_command(const TrailCall& call, std::ostream& out, std::ostream& err);
 
 }  // namespace vlk::relay

@@ -60,6 +60,23 @@ TEST_F(FollowTest, FileContinuesAfterItsLastRow) {
   EXPECT_EQ(problems, "");
 }
 
+TEST_F(FollowTest, RowsFromARestoreOnAreCopiedAlthoughTheFileHasHigherIds) {
+  add(2);
+  follow();
+  add(5);
+  follow();
+  EXPECT_EQ(lines(read(log())), 7u);
+  // The state of the backup, and the rows that a restore and the time after it add.
+  tamper("DELETE FROM trail WHERE id > 2");
+  append({trail_entry<TrailKind::BackupRestored>({kTrailCommandLine}, "/backup")});
+  add(1);
+  follow();
+  EXPECT_EQ(lines(read(log())), 9u);
+  add(1);
+  follow();
+  EXPECT_EQ(lines(read(log())), 10u) << "the file ends with rows of this trail again";
+}
+
 TEST_F(FollowTest, PartOfALineThatACrashLeftIsWrittenAgain) {
   add(3);
   follow();

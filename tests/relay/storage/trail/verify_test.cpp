@@ -131,29 +131,24 @@ TEST_F(VerifyTest, CommandPrintsTheVerdictAndReturnsItsCode) {
   std::ostringstream out;
   std::ostringstream err;
   const std::string data = folder->path().string();
-  EXPECT_EQ(verify_trail_command({"--data", data}, out, err), 0);
+  EXPECT_EQ(verify_trail_command({.data = data}, out, err), 0);
   EXPECT_NE(out.str().find("The trail is intact: 8 rows, 2 signed heads."), std::string::npos) << out.str();
   tamper("UPDATE trail SET actor = 'eve' WHERE id = 3");
-  EXPECT_EQ(verify_trail_command({"--data", data}, out, err), 1);
+  EXPECT_EQ(verify_trail_command({.data = data}, out, err), 1);
   EXPECT_NE(out.str().find("first at row 3"), std::string::npos) << out.str();
   EXPECT_EQ(err.str(), "");
 }
 
 TEST_F(VerifyTest, CommandRefusesWrongArguments) {
   const std::string data = folder->path().string();
-  for (const std::vector<std::string>& arguments :
-       std::vector<std::vector<std::string>>{{},
-                                             {"--data"},
-                                             {"--data", ""},
-                                             {"a", "b"},
-                                             {"a", "--data", data},
-                                             {"--other", "x"},
-                                             {"--data", "/nonexistent"},
-                                             {"/nonexistent"},
-                                             {"--data", data, "--key", "/nonexistent"}}) {
+  for (const TrailCall& call : std::vector<TrailCall>{{},
+                                                      {.file = "a", .data = data},
+                                                      {.data = "/nonexistent"},
+                                                      {.file = "/nonexistent"},
+                                                      {.data = data, .key = "/nonexistent"}}) {
     std::ostringstream out;
     std::ostringstream err;
-    EXPECT_EQ(verify_trail_command(arguments, out, err), 2) << out.str();
+    EXPECT_EQ(verify_trail_command(call, out, err), 2) << out.str();
     EXPECT_NE(err.str(), "");
   }
 }

@@ -1,9 +1,11 @@
 // The relay's program: reads the options, prepares the database, and serves until a signal ends it.
 #include <unistd.h>
 
-#include <filesystem>
+#include <csignal>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <boost/asio/signal_set.hpp>
@@ -12,7 +14,11 @@
 #include "relay/base/version.h"
 #include "relay/net/descriptors.h"
 #include "relay/net/private_files.h"
-#include "relay/options.h"
+#include "relay/program/backup/command.h"
+#include "relay/program/check/command.h"
+#include "relay/program/folder/data_folder.h"
+#include "relay/program/help.h"
+#include "relay/program/options.h"
 #include "relay/server.h"
 #include "relay/storage/follow/sinks.h"
 #include "relay/storage/trail/check/command.h"
@@ -22,17 +28,6 @@ namespace {
 using namespace vlk::relay;
 
 constexpr int kUsageError = 2;
-
-// Creates the data folder if it is missing, and returns the path of the database. Only the folder's owner may
-// open it.
-std::string database_file(const std::string& data) {
-  std::error_code error;
-  const bool made = std::filesystem::create_directories(data, error);
-  if (error) throw std::runtime_error("cannot create the data folder " + data + ": " + error.message());
-  if (made) std::filesystem::permissions(data, std::filesystem::perms::owner_all);
-  require_private(data, "the data folder");
-  return data + "/relay.db";
-}
 
 // Reads the password from one line of standard input. If the line is empty, makes a random password and
 // prints it.
@@ -128,8 +123,10 @@ Limits limits_of(const Options& options) {
   return limits;
 }
 
-int serve(const Options& options, std::unique_ptr<Store> store) {
+int serve(const Options& options, const DataFolder& data) {
+  const FileLock claim = claim_for_relay(data.path());
   raise_descriptor_limit(options.connections);
+  auto store = std::make_unique<Store>(data.database());
   const Log log(standard_error_sink());
   Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
@@ -155,31 +152,53 @@ int serve(const Options& options, std::unique_ptr<Store> store) {
   return 0;
 }
 
+std::optional<std::string> variable(const std::string& name) {
+  // The program has one thread at this time.
+  const char* value = std::getenv(name.c_str());  // NOLINT(concurrency-mt-unsafe)
+  return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+int run(const Options& options) {
+  switch (options.action) {
+    case Action::Help:
+      std::cout << help_text();
+      return 0;
+    case Action::Version:
+      std::cout << "vantelink-relay " << kRelayVersion << "\n";
+      return 0;
+    case Action::VerifyTrail:
+      return verify_trail_command(options.trail, std::cout, std::cerr);
+    case Action::Check:
+      return check_command(options, std::cout);
+    case Action::Backup:
+      backup_command(options, std::cout);
+      return 0;
+    case Action::Restore:
+      restore_command(options, std::cout);
+      return 0;
+    default:
+      break;
+  }
+  const DataFolder data(options.data);
+  if (options.action == Action::Serve) return serve(options, data);
+  Store store(data.database());
+  return change_user(options, store);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc > 1 && std::string(argv[1]) == "verify-trail") {
-    start_sodium();
-    return verify_trail_command({argv + 2, argv + argc}, std::cout, std::cerr);
-  }
   Options options;
   std::string problem;
-  if (!parse_options({argv + 1, argv + argc}, options, problem)) {
+  if (!parse_options({argv + 1, argv + argc}, options, problem, variable)) {
     std::cerr << "vantelink-relay: " << problem << "\n";
     return kUsageError;
   }
-  if (options.action == Action::Help) {
-    std::cout << help_text();
-    return 0;
-  }
-  if (options.action == Action::Version) {
-    std::cout << "vantelink-relay " << kRelayVersion << "\n";
-    return 0;
-  }
+  // A write over the limit of a file's size fails like one on a full disk, and does not end the program.
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     start_sodium();
-    auto store = std::make_unique<Store>(database_file(options.data));
-    return options.action == Action::Serve ? serve(options, std::move(store)) : change_user(options, *store);
+    return run(options);
   } catch (const std::exception& failure) {
     std::cerr << "vantelink-relay: " << failure.what() << "\n";
     return 1;

@@ -1,13 +1,30 @@
-// The relay's command line.
+// What the relay's program is to do: the result of its command line, its environment and its configuration
+// file.
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "relay/storage/trail/check/command.h"
+
 namespace vlk::relay {
 
-enum class Action { Serve, Help, Version, SetPassword, AddUser, RemoveUser, OpenEnrolment };
+enum class Action {
+  Serve,
+  Help,
+  Version,
+  SetPassword,
+  AddUser,
+  RemoveUser,
+  OpenEnrolment,
+  Check,
+  Backup,
+  Restore,
+  VerifyTrail
+};
 
 struct Options {
   Action action = Action::Serve;
@@ -15,6 +32,10 @@ struct Options {
   unsigned short minutes = 0;       // for OpenEnrolment
   unsigned short machines = 0;      // for OpenEnrolment: the largest number of new machines; 0 means any
   std::string role;                 // for AddUser: the name of a role; default: "representative"
+  std::string file;                 // for Backup and Restore
+  bool replace = false;             // for Restore: set the data that exists aside
+  TrailCall trail;                  // for VerifyTrail
+  std::string config;               // the configuration file that was read; empty for none
   unsigned short login_hours = 12;  // how long a log-in lasts
   unsigned short idle_minutes = 0;  // how long a log-in lasts without use; 0 means any time
   std::string address = "0.0.0.0";  // the IP address to listen on
@@ -24,7 +45,7 @@ struct Options {
   std::size_t spools_mib = 8192;     // the same for all sessions together
   std::size_t hold_s = 120;          // seconds that a session waits for a browser that disconnected
   std::size_t consent_s = 30;        // seconds that a machine's user has to answer a request
-  std::size_t connections = 8192;    // largest number of connections
+  std::size_t connections = 12800;   // largest number of connections
   std::size_t enrolments = 30;       // enrolments of one source in ten minutes
   std::size_t log_ins = 10;          // wrong passwords for one name from one source in ten minutes
   std::vector<std::string> proxies;  // addresses and networks of trusted proxies
@@ -40,12 +61,14 @@ struct Options {
   std::string key;
 };
 
-// The output of --help.
-[[nodiscard]] std::string help_text();
+// The value of a variable of the environment; nothing if it is not set.
+using Environment = std::function<std::optional<std::string>(const std::string& name)>;
 
-// Reads the arguments after the program's name. If they are invalid, returns false and puts one sentence into
-// `problem`.
+// Reads the arguments after the program's name, the environment, and the configuration file that one of them
+// names. A setting of the command line replaces one of the environment, and that one of the file. If
+// something is invalid, returns false and puts one sentence into `problem`, which says where the value came
+// from. Without `environment` no variable is read.
 [[nodiscard]] bool parse_options(const std::vector<std::string>& arguments, Options& options,
-                                 std::string& problem);
+                                 std::string& problem, const Environment& environment = {});
 
 }  // namespace vlk::relay
