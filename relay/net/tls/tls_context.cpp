@@ -34,6 +34,8 @@ TlsContext make_tls(const CertificateFiles& files) {
   SSL_CTX_set_mode(
       tls, SSL_MODE_RELEASE_BUFFERS | SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
   SSL_CTX_set_session_cache_mode(tls, SSL_SESS_CACHE_OFF);
+  // A key that needs a password is an error; OpenSSL would ask for the password on the terminal and wait.
+  SSL_CTX_set_default_passwd_cb(tls, [](char*, int, int, void*) { return -1; });
   ERR_clear_error();
   if (SSL_CTX_use_certificate_chain_file(tls, files.certificate.c_str()) != 1)
     throw std::runtime_error("cannot use the certificate " + files.certificate + ": " + last_failure());
