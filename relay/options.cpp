@@ -5,6 +5,8 @@
 #include <functional>
 #include <map>
 
+#include "relay/base/log.h"
+#include "relay/metrics/operators_port.h"
 #include "relay/net/source/proxies.h"
 #include "relay/people/people.h"
 
@@ -104,6 +106,20 @@ bool add_host(Options& options, const std::string& value, std::string&) {
   return true;
 }
 
+bool set_log_format(Options& options, const std::string& value, std::string& problem) {
+  options.log_format = value;
+  if (log_format_of(value)) return true;
+  problem = "--log-format needs text or json, not \"" + value + "\".";
+  return false;
+}
+
+bool set_metrics(Options& options, const std::string& value, std::string& problem) {
+  options.metrics = value;
+  if (parse_operators_address(value)) return true;
+  problem = "--metrics needs an IP address and a port, such as 127.0.0.1:9464, not \"" + value + "\".";
+  return false;
+}
+
 const std::map<std::string, Setter>& setters() {
   static const std::map<std::string, Setter> table = {
       {"--address", text_option(&Options::address)},
@@ -116,6 +132,8 @@ const std::map<std::string, Setter>& setters() {
       {"--hold", number_option("--hold", &Options::hold_s, 0, 3600)},
       {"--spool", number_option("--spool", &Options::spool_mib, 16, 1'048'576)},
       {"--spools", number_option("--spools", &Options::spools_mib, 32, 16'777'216)},
+      {"--log-format", set_log_format},
+      {"--metrics", set_metrics},
       {"--trail-log", text_option(&Options::trail_log)},
       {"--trail-syslog", text_option(&Options::trail_syslog)},
       {"--cert", text_option(&Options::certificate)},
@@ -163,6 +181,11 @@ Serving
   --trail-log FILE     copy the audit trail to this file as JSON lines; after 64 MiB the file becomes FILE.1, and
                        FILE.1 to FILE.8 are kept; SIGHUP opens the file again
   --trail-syslog TO    copy the audit trail to syslog by RFC 5424; TO is a socket such as /dev/log, or HOST:PORT for UDP
+
+  --metrics ADDRESS:PORT
+                       answer /healthz, /readyz and /metrics on this port, by plain HTTP and without a log-in;
+                       the address belongs to this host or a private network, such as 127.0.0.1:9464
+  --log-format FORMAT  how the lines of the log are written: text, or json with one object a line; default text
 
   --login-hours N      how long a log-in lasts, unless the console's settings say otherwise; default 12
   --idle-minutes N     how long a log-in lasts without use; default 0, which means any time
