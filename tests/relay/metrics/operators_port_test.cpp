@@ -77,6 +77,24 @@ TEST_F(OperatorsPortTest, OldestConnectionGoesWhenAFurtherOneComes) {
   })) << "connections of operators take no place of others";
 }
 
+TEST_F(OperatorsPortTest, FloodTakesFewDescriptorsAndDoesNotDisturbTheOtherPort) {
+  const auto descriptors = [&] {
+    return metric_values(ask("/metrics").text).at("vantelink_relay_open_descriptors");
+  };
+  const double before = descriptors();
+  constexpr int kFlood = 200;
+  std::deque<IdleConnection> flood;
+  for (int i = 0; i < kFlood; ++i) {
+    flood.emplace_back(port_of_operators_);
+    flood.back().send("GET /metrics HTTP/1.1\r\nX: ");
+    if (i % 50 == 0) {
+      EXPECT_NE(log_in(), "");
+    }
+  }
+  EXPECT_LE(descriptors(), before + kFlood + OperatorsPort::kMostConnections + 4);
+  EXPECT_EQ(ask("/healthz").status, 200u);
+}
+
 TEST_F(OperatorsPortTest, SlowConnectionsAreClosed) {
   on_relay([&] { limits_.operators_request = std::chrono::milliseconds(50); });
   const IdleConnection silent(port_of_operators_);

@@ -49,6 +49,24 @@ TEST_F(LiveCertificateTest, RenamedFilesAreServedToNewConnectionsAndOldOnesGoOn)
   EXPECT_TRUE(logged(kLoaded));
 }
 
+TEST_F(LiveCertificateTest, LinksThatPointElsewhereAreNoticed) {
+  const CertificateFiles newer{folder_ / "cert-2.pem", folder_ / "key-2.pem"};
+  overwrite_pair(newer, pair_);
+  for (const auto& [link, target] :
+       {std::pair(certificate_.certificate, newer.certificate), std::pair(certificate_.key, newer.key)}) {
+    std::filesystem::create_symlink(target, link + ".new");
+    std::filesystem::rename(link + ".new", link);
+  }
+  EXPECT_TRUE(serves(pair_));
+}
+
+TEST_F(LiveCertificateTest, KeyWithAPasswordIsRefused) {
+  const std::string old = served_certificate(port_);
+  overwrite_pair(certificate_, {pair_.certificate, make_locked_key()});
+  EXPECT_TRUE(logged("cannot use the private key " + certificate_.key));
+  EXPECT_EQ(served_certificate(port_), old);
+}
+
 TEST_F(LiveCertificateTest, KeyThatComesFirstIsReportedOnceAndTheOldPairStays) {
   const std::string old = served_certificate(port_);
   overwrite_file(certificate_.key, pair_.key);

@@ -56,6 +56,15 @@ TestPair make_test_pair(std::int64_t seconds, std::int64_t begins_in) {
   return {pem_of(certificate.get()), text_of(key_text.get())};
 }
 
+std::string make_locked_key() {
+  const Owned<EVP_PKEY> key(EVP_EC_gen("P-256"));
+  const Owned<BIO> text(BIO_new(BIO_s_mem()));
+  const unsigned char password[] = {'a', 'b', 'c', 'd'};
+  PEM_write_bio_PrivateKey(text.get(), key.get(), EVP_aes_128_cbc(), password, sizeof password, nullptr,
+                           nullptr);
+  return text_of(text.get());
+}
+
 void overwrite_file(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::trunc) << content;
   ::chmod(path.c_str(), 0600);

@@ -17,6 +17,9 @@ struct TestPair {
 // A self-signed certificate for localhost, valid for so many seconds from now on.
 TestPair make_test_pair(std::int64_t seconds, std::int64_t begins_in = -3600);
 
+// A private key, as PEM, that needs a password.
+std::string make_locked_key();
+
 // Write one file, or both, in place of what is there. The key is private.
 void overwrite_file(const std::string& path, const std::string& content);
 void rename_over(const std::string& path, const std::string& content);
