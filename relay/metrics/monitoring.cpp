@@ -21,9 +21,8 @@ constexpr unsigned kUnavailable = 503;
 
 }  // namespace
 
-Monitoring::Monitoring(const Sources& sources, asio::any_io_executor executor,
-                       std::function<bool()> listening)
-    : sources_(sources),
+Monitoring::Monitoring(Sources sources, asio::any_io_executor executor, std::function<bool()> listening)
+    : sources_(std::move(sources)),
       executor_(std::move(executor)),
       started_(wall_seconds()),
       readiness_(sources_, executor_, std::move(listening)) {}

@@ -20,7 +20,7 @@ namespace vlk::relay {
 class Monitoring {
  public:
   // `listening` says whether the relay accepts connections.
-  Monitoring(const Sources& sources, boost::asio::any_io_executor executor, std::function<bool()> listening);
+  Monitoring(Sources sources, boost::asio::any_io_executor executor, std::function<bool()> listening);
 
   // Opens the port for operators, and logs where it is. Throws std::runtime_error with a sentence for the
   // operator.

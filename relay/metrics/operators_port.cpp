@@ -111,12 +111,12 @@ struct OperatorsPort::Connection {
   asio::steady_timer deadline;
 };
 
-OperatorsPort::OperatorsPort(asio::any_io_executor executor, const OperatorsAddress& where, Answerer answer,
-                             const Log& log, const Limits& limits)
+OperatorsPort::OperatorsPort(const asio::any_io_executor& executor, const OperatorsAddress& where,
+                             Answerer answer, const Log& log, const Limits& limits)
     : answer_(std::move(answer)),
       log_(log),
       limits_(limits),
-      acceptor_(listen(std::move(executor), where.address.to_string(), where.port, "--metrics")) {
+      acceptor_(listen(executor, where.address.to_string(), where.port, "--metrics")) {
   asio::co_spawn(acceptor_.get_executor(), accept(), asio::detached);
 }
 

@@ -46,7 +46,7 @@ class OperatorsPort {
 
   // Opens the port. Throws std::runtime_error with a sentence for the operator. `log` and `limits` outlive
   // this object, and it outlives the executor's context or its run.
-  OperatorsPort(boost::asio::any_io_executor executor, const OperatorsAddress& where, Answerer answer,
+  OperatorsPort(const boost::asio::any_io_executor& executor, const OperatorsAddress& where, Answerer answer,
                 const Log& log, const Limits& limits);
 
   [[nodiscard]] unsigned short port() const { return acceptor_.local_endpoint().port(); }
