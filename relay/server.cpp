@@ -10,7 +10,6 @@
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
-#include <boost/asio/ip/v6_only.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
@@ -20,7 +19,8 @@
 #include "relay/http/console/embedded_console.h"
 #include "relay/links/console_link.h"
 #include "relay/net/source/proxy_header.h"
-#include "relay/net/tcp_progress.h"
+#include "relay/net/tcp/listen.h"
+#include "relay/net/tcp/tcp_progress.h"
 #include "relay/net/websocket_link.h"
 #include "relay/storage/open_sessions.h"
 #include "relay/storage/trail/chain.h"
@@ -48,25 +48,6 @@ constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr char kAgentProtocol[] = "vantelink.v1";
 constexpr char kConsoleProtocol[] = "vantelink.console.v5";
 
-tcp::acceptor listen(asio::io_context& io, const std::string& address, unsigned short port) {
-  boost::system::error_code error;
-  const auto parsed = asio::ip::make_address(address, error);
-  if (error) throw std::runtime_error("\"" + address + "\" is not an IP address");
-  const tcp::endpoint endpoint(parsed, port);
-  try {
-    tcp::acceptor acceptor(io, endpoint.protocol());
-    acceptor.set_option(tcp::acceptor::reuse_address(true));
-    // "::" accepts IPv4 too, whatever the system's default is.
-    if (parsed.is_v6()) acceptor.set_option(asio::ip::v6_only(!parsed.is_unspecified()));
-    acceptor.bind(endpoint);
-    acceptor.listen();
-    return acceptor;
-  } catch (const boost::system::system_error& failure) {
-    throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
-                             failure.code().message() + "; choose another with --port");
-  }
-}
-
 }  // namespace
 
 Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log& log, const Limits& limits)
@@ -77,8 +58,8 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       log_(log),
       limits_(limits),
       connections_(limits, log),
-      tls_(make_tls(settings.certificate)),
-      acceptor_(listen(io_, settings.address, settings.port)),
+      certificate_(settings.certificate, limits.certificate_look, io_.get_executor(), log),
+      acceptor_(listen(io_.get_executor(), settings.address, settings.port, "--port")),
       database_file_(store->database().file()),
       trail_key_(TrailKey::load_or_make(std::filesystem::path(database_file_).parent_path().string())),
       database_(std::move(store), io_.get_executor()),
@@ -91,6 +72,9 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       updates_({settings.updates, settings.update_key, limits.update_look,
                 [this](TrailEntry row) { parts_.audit.write(std::move(row)); }},
                io_.get_executor(), log),
+      monitoring_({connections_, parts_, database_, spools_, log, certificate_, lag_, limits,
+                   std::filesystem::path(database_file_).parent_path()},
+                  io_.get_executor(), [this] { return acceptor_.is_open() && !stopping_; }),
       api_(parts_, admission_, updates_, trail_reader_, log, limits),
       enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
       refusals_(limits.refusals_per_address, limits.failure_window, limits.counted_keys),
@@ -109,6 +93,8 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
     parts_.reload();
     admission_.reload();
   });
+  api_.on_status([this] { return monitoring_.status(); });
+  if (settings.operators) monitoring_.open(*settings.operators);
   const auto ended = [this](const std::exception_ptr& failure) {
     if (!failure) return;
     failure_ = failure;
@@ -153,6 +139,7 @@ void Server::stop() {
     if (stopping_) return;
     stopping_ = true;
     acceptor_.close();
+    monitoring_.stop();
     parts_.machines.cut_connections("the relay stops");
     parts_.browsers.close_all(CloseCode::GoingAway, "the relay stops");
     auto delay = std::make_shared<asio::steady_timer>(io_, kStopDelay);
@@ -192,10 +179,12 @@ asio::awaitable<void> Server::tick() {
     timer.expires_after(limits_.tick);
     co_await timer.async_wait(kAsTuple);
     const auto now = Clock::now();
+    lag_.add(timer.expiry(), now);
     connections_.tick(now);
     parts_.watchdog.tick(now);
     admission_.tick(wall_seconds());
     trail_keeper_.tick(trail_now());
+    certificate_.tick(wall_seconds());
     log_.end_windows(now);
     memory_trim_.tick(now, connections_.ended());
   }
@@ -215,7 +204,7 @@ asio::awaitable<void> Server::serve(tcp::socket socket) {
   place->set_proxied(proxied);
   try {
     if (proxied && proxy_protocol_ && !co_await read_proxy_header(socket, *place, log_)) co_return;
-    TlsStream stream(std::move(socket), tls_.get());
+    TlsStream stream(std::move(socket), certificate_.context());
     std::optional<Caller> login;
     const auto link = co_await open_link(std::move(stream), *place, login);
     if (link) co_await serve_link(link, *place, login);
@@ -238,6 +227,7 @@ asio::awaitable<std::shared_ptr<WebSocketLink>> Server::open_link(TlsStream stre
   place.expires_after(&Limits::handshake);
   const auto [error] = co_await stream.async_handshake(kAsTuple);
   if (error) {
+    ++parts_.counters.failed_handshakes;
     log_.write(place.peer(), "", "TLS handshake failed: " + error.message());
     co_return nullptr;
   }

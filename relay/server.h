@@ -19,10 +19,10 @@
 #include "relay/http/routes.h"
 #include "relay/http/updates/updates.h"
 #include "relay/links/agent_link.h"
+#include "relay/metrics/monitoring.h"
 #include "relay/net/connections.h"
 #include "relay/net/source/proxies.h"
-#include "relay/net/tls/certificate.h"
-#include "relay/net/tls/tls_context.h"
+#include "relay/net/tls/live_certificate.h"
 #include "relay/net/tls/tls_stream.h"
 #include "relay/session/trail/trail_keeper.h"
 #include "relay/storage/follow/follower.h"
@@ -48,6 +48,7 @@ class Server {
     std::vector<Network> proxies;
     bool proxy_protocol = false;
     std::string proxy_header;
+    std::optional<OperatorsAddress> operators;  // the port for operators; none if it is not set
   };
   // Opens the port. `log` and `limits` outlive the server. Throws std::runtime_error with a sentence for the
   // operator.
@@ -68,8 +69,13 @@ class Server {
 
   // Copies the rows of the trail to a sink for log collectors. Throws DatabaseError.
   void follow_trail(std::unique_ptr<TrailSink> sink);
+  // What operators see; to be used on the relay's thread.
+  [[nodiscard]] const Monitoring& monitoring() const { return monitoring_; }
+
   // Makes the sinks open their files again.
   void reopen_trail_logs();
+  // Reads the files of the certificate again. The relay also does so by itself when they change.
+  void reload_certificate() { certificate_.reload(); }
 
  private:
   // What serve_http() needs of this server.
@@ -99,7 +105,7 @@ class Server {
   const Limits& limits_;
   Connections connections_;  // outlives the coroutines, which io_ owns
   boost::asio::io_context io_{1};
-  const TlsContext tls_;
+  LiveCertificate certificate_;
   boost::asio::ip::tcp::acceptor acceptor_;
   const std::string database_file_;
   const TrailKey trail_key_;
@@ -110,6 +116,8 @@ class Server {
   Parts parts_;
   Admission admission_;
   Updates updates_;
+  LoopLag lag_;
+  Monitoring monitoring_;
   HttpApi api_;
   std::vector<std::unique_ptr<TrailFollower>> trail_followers_;
   RateCounter enrolments_;

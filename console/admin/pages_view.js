@@ -3,9 +3,10 @@
 import { OwnAccount } from '../account/own_account.js';
 import { byId, make, showView } from '../base/dom.js';
 import { texts } from '../base/texts.js';
-import { ApiError, statusOf } from '../link/api.js';
+import { ApiError, get, statusOf } from '../link/api.js';
 import { problemOf } from '../link/problems.js';
 import { PAGES } from './pages/pages.js';
+import { certificateWarning } from './parts/certificate.js';
 
 /** @typedef {import('../account/me.js').Me} Me */
 /** @typedef {import('./parts/context.js').Page} Page */
@@ -14,6 +15,8 @@ import { PAGES } from './pages/pages.js';
 /** The path, the rest and the query of an address such as #admin/groups/3?x=y */
 const ADDRESS = /^#(account|admin\/\w+)(?:\/([^?]*))?(?:\?(.*))?$/;
 const ACCOUNT = 'account';
+/** The time after which the certificate is looked at again. */
+const CERTIFICATE_MS = 3600_000;
 
 export class PagesView {
   #onLost;
@@ -28,6 +31,8 @@ export class PagesView {
   /** @type {{path: string, page: Page} | null} the page that is shown */
   #shown = null;
   #waiting = 0;
+  /** When the certificate was looked at last; 0 before. */
+  #looked = 0;
 
   /**
    * @param {() => void} onLost called when a request was refused because the log-in has ended
@@ -42,6 +47,8 @@ export class PagesView {
   enter(me) {
     this.hide();
     this.#me = me;
+    this.#looked = 0;
+    byId('pages-warning').hidden = true;
     const account = {
       path: ACCOUNT,
       title: texts.yourAccount,
@@ -86,6 +93,8 @@ export class PagesView {
     }
     if (!same) this.#title.focus();
     this.#load(decodeURIComponent(rest), new URLSearchParams(query));
+    if (this.#me.role === 'administrator' && Date.now() - this.#looked > CERTIFICATE_MS)
+      this.#warnOfCertificate().catch((error) => this.fail(error));
     return true;
   }
 
@@ -105,6 +114,17 @@ export class PagesView {
     if (statusOf(error) === 401) this.#onLost();
     else if (error instanceof ApiError && error.code === 'role') this.#onRoleChanged();
     else this.notify(problemOf(error));
+  }
+
+  async #warnOfCertificate() {
+    this.#looked = Date.now();
+    const { certificate } = await get('/api/status', { unattended: true });
+    const warning = certificateWarning(
+      /** @type {import('./parts/certificate.js').Certificate} */ (certificate),
+    );
+    const strip = byId('pages-warning');
+    strip.hidden = warning === '';
+    strip.textContent = warning;
   }
 
   #replace(/** @type {PageEntry} */ { path, create }) {

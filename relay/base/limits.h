@@ -43,11 +43,17 @@ struct Limits {
   // How long the connection of a refused agent stays open. The agent connects again 500 ms after each close,
   // so this delay is what limits the rate of its attempts.
   std::chrono::milliseconds refused_hold{30'000};
-  std::chrono::milliseconds last_seen{60'000};   // between two writes of "last seen" to the database
-  std::chrono::milliseconds tick{250};           // interval of the checks of the limits above
-  std::chrono::milliseconds update_look{2'000};  // interval of the looks at the folder of updates
-  std::chrono::seconds login{12 * 3600};         // lifetime of a log-in, unless the settings say otherwise
-  std::chrono::seconds idle_login{0};            // a log-in's longest time without use; 0 means any
+  std::chrono::milliseconds last_seen{60'000};          // between two writes of "last seen" to the database
+  std::chrono::milliseconds tick{250};                  // interval of the checks of the limits above
+  std::chrono::milliseconds update_look{2'000};         // interval of the looks at the folder of updates
+  std::chrono::milliseconds certificate_look{2'000};    // the same at the files of the certificate
+  std::chrono::milliseconds operators_request{10'000};  // of a connection to the port for operators
+  std::chrono::milliseconds database_answer{
+      2'000};  // after which a relay whose database is silent is not ready
+  std::uint64_t least_free = std::uint64_t{64}
+                             << 20;       // bytes on the disk, with less of which it is not ready
+  std::chrono::seconds login{12 * 3600};  // lifetime of a log-in, unless the settings say otherwise
+  std::chrono::seconds idle_login{0};     // a log-in's longest time without use; 0 means any
 
   // While more bytes than this are queued for a peer, the relay does not read from their sender.
   std::size_t queue_bytes = 1 << 20;

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include <nlohmann/json.hpp>
+
 #include "relay/base/source/source.h"
 #include "relay/base/text.h"
 
@@ -17,6 +19,34 @@ constexpr std::size_t kLongestKind = 40;    // bytes
 // What the lines of an event have in common: the text before its first detail.
 std::string_view kind_of(std::string_view text) {
   return text.substr(0, std::min(text.find_first_of(":\"0123456789"), kLongestKind));
+}
+
+std::string time_text() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  char stamp[32];
+  return {stamp, std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+std::string text_line(std::string_view peer, std::string_view agent, std::string_view text) {
+  std::string line = time_text();
+  line += " peer=";
+  line += peer.empty() ? "-" : one_line(peer);
+  line += " agent=";
+  line += agent.empty() ? "-" : one_line(agent);
+  line += ' ';
+  line += one_line(text);
+  return line;
+}
+
+// Bytes that are not UTF-8 become U+FFFD, so that every line can be parsed.
+std::string json_line(std::string_view peer, std::string_view agent, std::string_view text) {
+  const nlohmann::ordered_json line = {{"time", time_text()},
+                                       {"peer", cut_utf8(peer, kLongestField)},
+                                       {"agent", cut_utf8(agent, kLongestField)},
+                                       {"text", cut_utf8(text, kLongestField)}};
+  return line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace
@@ -33,8 +63,15 @@ std::string one_line(std::string_view text) {
   return without_controls(std::string(cut_utf8(text, kLongestField)));
 }
 
+std::optional<LogFormat> log_format_of(std::string_view name) {
+  if (name == "text") return LogFormat::Text;
+  if (name == "json") return LogFormat::JsonLines;
+  return std::nullopt;
+}
+
 void Log::write(std::string_view peer, std::string_view agent, std::string_view text) const {
-  if (peer.empty() || count(peer, text)) write_line(peer, agent, text);
+  if (peer.empty() || count(peer, text)) return write_line(peer, agent, text);
+  ++left_out_;
 }
 
 bool Log::count(std::string_view peer, std::string_view text) const {
@@ -74,19 +111,8 @@ void Log::write_left_out(const std::pair<std::string, std::string>& key, const C
 }
 
 void Log::write_line(std::string_view peer, std::string_view agent, std::string_view text) const {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  gmtime_r(&now, &parts);
-  char stamp[32];
-  std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &parts);
-  std::string line = stamp;
-  line += " peer=";
-  line += peer.empty() ? "-" : one_line(peer);
-  line += " agent=";
-  line += agent.empty() ? "-" : one_line(agent);
-  line += ' ';
-  line += one_line(text);
-  sink_(line);
+  ++lines_;
+  sink_(format_ == LogFormat::JsonLines ? json_line(peer, agent, text) : text_line(peer, agent, text));
 }
 
 }  // namespace vlk::relay

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -23,6 +25,13 @@ using LogSink = std::function<void(std::string_view)>;
 // cannot add a forged line to the log.
 [[nodiscard]] std::string one_line(std::string_view text);
 
+// How a line is written: as words, or as a JSON object with the members time, peer, agent and text. In JSON a
+// missing peer or agent is empty, and whatever is not a printable ASCII character is escaped.
+enum class LogFormat { Text, JsonLines };
+
+// The format with this name, "text" or "json"; nothing for another name.
+[[nodiscard]] std::optional<LogFormat> log_format_of(std::string_view name);
+
 class Log {
  public:
   // Lines of one source and kind that are written within the window; further ones are only counted.
@@ -33,13 +42,18 @@ class Log {
   };
 
   explicit Log(LogSink sink) : Log(std::move(sink), Rate{}) {}
-  Log(LogSink sink, Rate rate) : sink_(std::move(sink)), rate_(rate) {}
+  Log(LogSink sink, Rate rate, LogFormat format = LogFormat::Text)
+      : sink_(std::move(sink)), rate_(rate), format_(format) {}
 
   // Writes one line. `peer` is the address with port, `agent` the agent's id; either may be empty. Lines
   // without a peer are not limited. To be called by one thread at a time.
   void write(std::string_view peer, std::string_view agent, std::string_view text) const;
   // Writes how many lines were left out in each window that is over. To be called from time to time.
   void end_windows(Clock::time_point now) const;
+
+  // Lines that were written, and lines that were only counted.
+  [[nodiscard]] std::uint64_t lines() const { return lines_; }
+  [[nodiscard]] std::uint64_t left_out() const { return left_out_; }
 
  private:
   struct Count {
@@ -53,9 +67,12 @@ class Log {
 
   LogSink sink_;
   Rate rate_;
+  LogFormat format_;
   mutable std::map<std::pair<std::string, std::string>, Count> counts_;  // by source and kind
   mutable std::size_t uncounted_ = 0;  // lines that were left out because counts_ was full
   mutable Clock::time_point checked_{};
+  mutable std::uint64_t lines_ = 0;
+  mutable std::uint64_t left_out_ = 0;
 };
 
 }  // namespace vlk::relay

@@ -1,8 +1,10 @@
 // Answers the console's JSON requests, after checking who makes them.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <boost/asio/awaitable.hpp>
 
@@ -18,6 +20,9 @@ class HttpApi {
   // The arguments outlive this.
   HttpApi(Parts& parts, Admission& admission, const Updates& updates, TrailReader& trail, const Log& log,
           const Limits& limits);
+
+  // Sets a function that returns the relay's status, for administrators.
+  void on_status(std::function<Json()> status) { api_.status = std::move(status); }
 
   // Answers a request whose target begins with /api/. `peer` is the browser's address with port, `source`
   // its address without the port.

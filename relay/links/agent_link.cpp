@@ -248,6 +248,7 @@ asio::awaitable<void> serve_agent(AgentContext& context, std::shared_ptr<WebSock
   peer->channel = link->channel();
   peer->address = place.peer();
   Parts& parts = context.parts;
+  peer->channel->count_into(parts.counters.agents);
   parts.machines.add_connection(peer);
   try {
     AgentConnection connection(context, *link, peer, place);

@@ -6,9 +6,9 @@
 #include <boost/asio/awaitable.hpp>
 
 #include "relay/admission/admission.h"
+#include "relay/base/counting/rate_counter.h"
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
-#include "relay/base/rate_counter.h"
 #include "relay/net/connections.h"
 #include "relay/session/parts.h"
 

@@ -73,12 +73,14 @@ void AgentLogin::hold_back(const char* code, const char* message) {
 
 asio::awaitable<void> AgentLogin::enroll(const nlohmann::json& fields) {
   if (context_.enrolments.exhausted(source_, Clock::now())) {
+    ++parts_.counters.refused_enrolments;
     log("enrolment refused: too many from this address");
     co_return hold_back("TOO_MANY", "Too many new machines from this address. Try again later.");
   }
   context_.enrolments.add(source_, Clock::now());
   const auto window = context_.admission.windows().admit(wall_seconds());
   if (!window && !context_.admission.make_room(peer_->address)) {
+    ++parts_.counters.refused_enrolments;
     log("enrolment refused: too many machines wait for approval");
     co_return hold_back("TOO_MANY", "Too many new machines wait for approval. Try again later.");
   }
@@ -114,6 +116,7 @@ asio::awaitable<void> AgentLogin::enroll(const nlohmann::json& fields) {
     if (window) context_.admission.windows().give_back(window->id);
     throw;
   }
+  ++parts_.counters.enrolments;
   peer_->recorded = record.id;
   parts_.machines.add(record);
   if (!window) log("waits for approval");

@@ -291,6 +291,7 @@ class ConsoleConnection {
 asio::awaitable<void> serve_console(Parts& parts, const Limits& limits, std::shared_ptr<WebSocketLink> link,
                                     std::shared_ptr<ConsolePeer> peer) {
   peer->channel = link->channel();
+  peer->channel->count_into(parts.counters.browsers);
   parts.browsers.add(peer);
   try {
     ConsoleConnection connection(parts, limits, *link, peer);

@@ -6,6 +6,8 @@
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
+#include "relay/wire/envelope.h"
+
 namespace asio = boost::asio;
 
 namespace vlk::relay {
@@ -119,6 +121,16 @@ void Channel::written(const Piece& piece) {
   outbox_.written(piece, last_progress_);
   if (!full() || !full_without_bulk()) changed_.cancel();
   if (piece.lane == Lane::Bulk && piece.last && bulk_written_) bulk_written_(piece);
+}
+
+void Channel::count_arrived(const Incoming& incoming) const {
+  if (!traffic_) return;
+  const auto header = incoming.text ? std::nullopt : read_header(incoming.bytes);
+  Traffic::Flow& flow = header && header->type == Msg::StreamFrame ? traffic_->in.pictures
+                        : header && header->type == Msg::FileChunk ? traffic_->in.bulk
+                                                                   : traffic_->in.others;
+  ++flow.messages;
+  flow.bytes += incoming.size;
 }
 
 asio::awaitable<void> Channel::wait_for_change() {

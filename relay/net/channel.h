@@ -21,8 +21,9 @@
 #include "relay/base/bytes.h"
 #include "relay/base/clock.h"
 #include "relay/base/threads/thread_checker.h"
+#include "relay/net/incoming.h"
 #include "relay/net/queue/outbox.h"
-#include "relay/net/tcp_progress.h"
+#include "relay/net/tcp/tcp_progress.h"
 
 namespace vlk::relay {
 
@@ -46,6 +47,16 @@ class Channel : public std::enable_shared_from_this<Channel> {
       : queue_bytes_(queue_bytes), outbox_(division), changed_(executor, Clock::time_point::max()) {}
   Channel(const boost::asio::any_io_executor& executor, std::size_t queue_bytes)
       : Channel(executor, queue_bytes, Division{}) {}
+
+  // Counts what passes the connection in `traffic`, which outlives the channel's last use.
+  void count_into(Traffic& traffic) {
+    traffic_ = &traffic;
+    outbox_.count_into(traffic);
+  }
+  // Counts a message that has arrived.
+  void count_arrived(const Incoming& incoming) const;
+  // The bytes of all queued messages.
+  [[nodiscard]] std::size_t waiting_bytes() const { return outbox_.waiting_bytes(); }
 
   // Queue a message, unless the channel is closing. discard() finds messages by their `tag`; 0 means that the
   // message has no tag.
@@ -151,6 +162,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   const ThreadChecker thread_;
   const std::size_t queue_bytes_;
   Outbox outbox_;
+  Traffic* traffic_ = nullptr;
   bool working_ = false;
   bool closing_ = false;
   bool cut_ = false;

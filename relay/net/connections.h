@@ -82,6 +82,11 @@ class Connections {
   void tick(Clock::time_point now);
   // Connections, and those that were cut and have not been cleared away yet.
   [[nodiscard]] std::size_t size() const { return alive_; }
+  // The connections of this standing, and how many there may be.
+  [[nodiscard]] std::size_t count(Standing standing) const {
+    return pools_[static_cast<std::size_t>(standing)].places.size();
+  }
+  [[nodiscard]] std::size_t limit(Standing standing) const;
   // Connections that have ended so far.
   [[nodiscard]] std::size_t ended() const { return ended_; }
 
@@ -92,7 +97,6 @@ class Connections {
     std::map<std::string, std::size_t> by_source;
   };
   [[nodiscard]] Pool& pool(Standing standing) { return pools_[static_cast<std::size_t>(standing)]; }
-  [[nodiscard]] std::size_t limit(Standing standing) const;
   [[nodiscard]] std::size_t limit_of_source(Standing standing) const;
   void enter(Place& place);
   void leave(Place& place);

@@ -15,7 +15,7 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/websocket.hpp>
 
-#include "relay/net/tcp_progress.h"
+#include "relay/net/tcp/tcp_progress.h"
 #include "relay/net/tls/tls_stream.h"
 #include "relay/wire/part.h"
 #include "wire/messages.h"
@@ -148,6 +148,7 @@ asio::awaitable<std::optional<Incoming>> WebSocketLink::read() {
     incoming.bytes.resize(std::min(incoming.bytes.size(), kEnvelopeHeaderSize));
     incoming.bytes.shrink_to_fit();
   } while (!stream.is_message_done());
+  channel_->count_arrived(incoming);
   co_return incoming;
 }
 

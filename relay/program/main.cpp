@@ -85,11 +85,12 @@ void prepare_first_start(const std::string& data, Store& store) {
             << "\nIt must be changed at the first log-in; --set-password admin replaces it." << std::endl;
 }
 
-// SIGHUP says that another program has moved the files of the trail's log.
+// SIGHUP says that another program has moved the files of the trail's log or replaced the certificate.
 void reopen_at_hang_up(boost::asio::signal_set& signals, Server& server) {
   signals.async_wait([&](const boost::system::error_code& error, int) {
     if (error) return;
     server.reopen_trail_logs();
+    server.reload_certificate();
     reopen_at_hang_up(signals, server);
   });
 }
@@ -106,6 +107,7 @@ Server::Settings settings_of(const Options& options) {
     settings.proxies.push_back(parse_network(proxy).value());
   settings.proxy_protocol = options.proxy_protocol;
   settings.proxy_header = options.proxy_header;
+  if (!options.metrics.empty()) settings.operators = parse_operators_address(options.metrics);
   return settings;
 }
 
@@ -127,7 +129,7 @@ int serve(const Options& options, const DataFolder& data) {
   const FileLock claim = claim_for_relay(data.path());
   raise_descriptor_limit(options.connections);
   auto store = std::make_unique<Store>(data.database());
-  const Log log(standard_error_sink());
+  const Log log(standard_error_sink(), {}, log_format_of(options.log_format).value());
   Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
     std::string remark;

@@ -57,6 +57,19 @@ std::span<const OptionRule> serving() {
   return rules;
 }
 
+std::span<const OptionRule> monitoring() {
+  static const OptionRule rules[] = {
+      {"metrics", "ADDRESS:PORT",
+       "answer /healthz, /readyz and /metrics on this port, by plain HTTP and without a log-in; the address "
+       "belongs to this host or a private network",
+       "\"127.0.0.1:9464\"", Kind::Value, metrics_setter()},
+      {"log-format", "FORMAT",
+       "how the lines of the log are written: text, or json with one object a line; default text", "\"text\"",
+       Kind::Value, log_format_setter()},
+  };
+  return rules;
+}
+
 std::span<const OptionRule> log_ins() {
   static const OptionRule rules[] = {
       {"login-hours", "N", "how long a log-in lasts, unless the console's settings say otherwise; default 12",
@@ -152,6 +165,7 @@ std::span<const OptionGroup> option_groups() {
       {"Log-ins", "", log_ins()},
       {"Behind a proxy", "", proxies()},
       {"Limits", "", bounds()},
+      {"Monitoring", "", monitoring()},
       {"Certificate",
        "Without --cert the first start makes a self-signed certificate in the data folder, and later starts "
        "use it.",

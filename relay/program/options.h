@@ -55,6 +55,8 @@ struct Options {
   std::string updates;               // folder of the agents' updates; default: the folder "updates" in `data`
   std::string update_key;            // PEM file of the public key that verifies updates; none: empty
   std::vector<std::string> hosts;    // names in the self-signed certificate; default: "localhost"
+  std::string log_format = "text";   // "text" or "json"
+  std::string metrics;               // ADDRESS:PORT of the port for operators; empty for none
   std::string trail_log;     // file to which the rows of the trail are copied as JSON lines; empty for none
   std::string trail_syslog;  // socket or HOST:PORT of syslog for the rows of the trail; empty for none
   std::string certificate;   // PEM file; `certificate` and `key` are both given or both empty

@@ -3,6 +3,8 @@
 
 #include <charconv>
 
+#include "relay/base/log.h"
+#include "relay/metrics/operators_port.h"
 #include "relay/net/source/proxies.h"
 #include "relay/people/people.h"
 
@@ -97,6 +99,24 @@ Setter user_setter(Action action) {
     }
     options.user = value;
     return set_action(options, action, problem);
+  };
+}
+
+Setter metrics_setter() {
+  return [](Options& options, const std::string& value, const std::string& where, std::string& problem) {
+    options.metrics = value;
+    if (parse_operators_address(value)) return true;
+    problem = where + " needs an IP address and a port, such as 127.0.0.1:9464, not \"" + value + "\".";
+    return false;
+  };
+}
+
+Setter log_format_setter() {
+  return [](Options& options, const std::string& value, const std::string& where, std::string& problem) {
+    options.log_format = value;
+    if (log_format_of(value)) return true;
+    problem = where + " needs text or json, not \"" + value + "\".";
+    return false;
   };
 }
 

@@ -64,6 +64,8 @@ class Machines {
   // Stores the present time as the "last seen" time of the connected machines.
   void record_last_seen();
 
+  // How many machines are connected and logged in.
+  [[nodiscard]] std::size_t count_online() const { return online_.size(); }
   [[nodiscard]] std::size_t count_in(std::int64_t group) const;
   // How many machines wait for approval.
   [[nodiscard]] std::size_t count_waiting() const;

@@ -5,6 +5,7 @@
 #include "relay/people/logins.h"
 #include "relay/people/people.h"
 #include "relay/session/browsers.h"
+#include "relay/session/counters.h"
 #include "relay/session/files/downloads.h"
 #include "relay/session/files/upload_counts.h"
 #include "relay/session/machines.h"
@@ -30,6 +31,7 @@ struct Parts {
 
   DatabaseThread& database;
   const Log& log;
+  Counters counters;
   // The numbers of transfers and sessions start at random numbers, so that a stale number from before a
   // restart of the relay is unlikely to match a transfer or session that exists.
   Transfers transfers{random_number()};

@@ -99,6 +99,9 @@ class Router {
   // Decides about a message of a browser. Rewrites a request about files in `message`.
   [[nodiscard]] Route route_from_browser(const ConsolePeer& peer, Bytes& message);
 
+  // Bytes of the messages over Limits::control_message that are held, of Limits::bytes_in_flight.
+  [[nodiscard]] std::size_t held_bytes() const { return in_flight_.used(); }
+
  private:
   // The machine's running session with this number, or null.
   [[nodiscard]] const Session* session_of(const AgentPeer& peer, std::uint32_t number) const;

@@ -110,6 +110,11 @@ bool DatabaseThread::has_room(std::size_t bytes) {
   return held_jobs_ < bounds_.jobs && held_bytes_ + bytes + kJobBytes <= bounds_.bytes;
 }
 
+DatabaseThread::Load DatabaseThread::load() {
+  const MutexLock guard(lock_);
+  return {held_jobs_, held_bytes_, times_};
+}
+
 void DatabaseThread::enqueue(Entry entry) {
   const MutexLock guard(lock_);
   ++held_jobs_;
@@ -127,11 +132,8 @@ void DatabaseThread::serve() {
       if (stopping_ && queue_.empty()) return;
       continue;
     }
-    std::size_t bytes = 0;
-    for (const Entry& entry : batch)
-      bytes += entry.bytes + kJobBytes;
     run_batch(batch);
-    finish(batch.size(), bytes);
+    finish(batch);
   }
 }
 
@@ -157,10 +159,14 @@ void DatabaseThread::wait_for_jobs() {
     changed_.wait_until(lock_, end);
 }
 
-void DatabaseThread::finish(std::size_t jobs, std::size_t bytes) {
+void DatabaseThread::finish(const std::vector<Entry>& batch) {
+  const auto now = std::chrono::steady_clock::now();
   const MutexLock guard(lock_);
-  held_jobs_ -= jobs;
-  held_bytes_ -= bytes;
+  held_jobs_ -= batch.size();
+  for (const Entry& entry : batch) {
+    held_bytes_ -= entry.bytes + kJobBytes;
+    times_.add(now - entry.given);
+  }
   changed_.notify_all();
 }
 

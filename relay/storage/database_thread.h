@@ -20,6 +20,7 @@
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
 
+#include "relay/base/counting/duration_counts.h"
 #include "relay/base/threads/mutex.h"
 #include "relay/storage/store.h"
 
@@ -89,6 +90,15 @@ class DatabaseThread {
 
   [[nodiscard]] const boost::asio::any_io_executor& loop() const { return loop_; }
 
+  // What the thread has to do, and what it has done since its start.
+  struct Load {
+    std::size_t jobs = 0;   // queued or running, of at most bounds().jobs
+    std::size_t bytes = 0;  // the same for their memory
+    DurationCounts times;   // from the giving of each job to its commit
+  };
+  [[nodiscard]] Load load() RELAY_EXCLUDES(lock_);
+  [[nodiscard]] const Bounds& bounds() const { return bounds_; }
+
   // The number of transactions that were committed.
   [[nodiscard]] std::uint64_t commits() const { return commits_; }
 
@@ -123,6 +133,7 @@ class DatabaseThread {
     Done done;
     std::size_t bytes = 0;
     bool blocking = false;  // `done` is called on the database's thread
+    std::chrono::steady_clock::time_point given = std::chrono::steady_clock::now();
   };
   struct Completion {
     Done done;
@@ -137,7 +148,7 @@ class DatabaseThread {
   void serve();
   [[nodiscard]] std::vector<Entry> next_batch() RELAY_EXCLUDES(lock_);
   void wait_for_jobs() RELAY_REQUIRES(lock_);
-  void finish(std::size_t jobs, std::size_t bytes) RELAY_EXCLUDES(lock_);
+  void finish(const std::vector<Entry>& batch) RELAY_EXCLUDES(lock_);
   void run_batch(std::vector<Entry>& batch);
   [[nodiscard]] std::vector<std::exception_ptr> run_jobs(std::vector<Entry>& batch);
   bool run_together(std::span<Entry> jobs, std::span<std::exception_ptr> errors);
@@ -156,6 +167,7 @@ class DatabaseThread {
   std::deque<Entry> queue_ RELAY_GUARDED_BY(lock_);
   std::size_t held_jobs_ RELAY_GUARDED_BY(lock_) = 0;  // queued or running
   std::size_t held_bytes_ RELAY_GUARDED_BY(lock_) = 0;
+  DurationCounts times_ RELAY_GUARDED_BY(lock_);
   std::size_t hurrying_ RELAY_GUARDED_BY(lock_) = 0;  // callers that block until a job is done
   bool stopping_ RELAY_GUARDED_BY(lock_) = false;
   std::function<void()> outside_change_ RELAY_GUARDED_BY(lock_);

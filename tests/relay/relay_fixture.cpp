@@ -64,7 +64,7 @@ void RelayTest::SetUp() {
   folder_ = mkdtemp(name);
   std::filesystem::create_directory(folder_ / "console");
   std::ofstream(folder_ / "console/index.html") << "the console";
-  limits_.tick = limits_.update_look = std::chrono::milliseconds(10);
+  limits_.tick = limits_.update_look = limits_.certificate_look = std::chrono::milliseconds(10);
   std::string remark;
   certificate_ = self_made_certificate(folder_, {"localhost"}, remark);
   vantelink_fakes::script().roots = {der_of(certificate_.certificate)};
@@ -94,6 +94,7 @@ void RelayTest::start() {
   settings.proxy_protocol = proxy_protocol_;
   settings.proxy_header = proxy_header_;
   settings.certificate = certificate_;
+  settings.operators = operators_;
   server_ = std::make_unique<Server>(settings, std::make_unique<Store>(folder_ / "relay.db"), *log_, limits_);
   port_ = server_->port();
   thread_ = std::thread([this] {

@@ -17,6 +17,7 @@
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
 #include "relay/browser.h"
+#include "relay/metrics/operators_port.h"
 #include "relay/net/source/proxies.h"
 #include "relay/net/tls/certificate.h"
 #include "relay/storage/store.h"
@@ -74,6 +75,7 @@ class RelayTest : public testing::Test {
   std::vector<Network> trusted_proxies_;
   bool proxy_protocol_ = false;
   std::string proxy_header_;
+  std::optional<OperatorsAddress> operators_;
   std::string failure_;  // what ended the relay
   std::mutex log_lock_;
   std::string log_text_;

@@ -6,6 +6,7 @@ import { GroupsPage } from './groups.js';
 import { MachinesPage } from './machines.js';
 import { PeoplePage } from './people.js';
 import { SettingsPage } from './settings.js';
+import { StatusPage } from './status.js';
 import { TeamsPage } from './teams.js';
 import { TrailPage } from './trail.js';
 import { UpdatesPage } from './updates.js';
@@ -68,6 +69,12 @@ export const PAGES = [
     create: () => new TrailPage(),
   },
   { path: 'admin/updates', title: titles.updates, roles: ADMINISTRATOR, create: () => new UpdatesPage() },
+  {
+    path: 'admin/status',
+    title: titles.status,
+    roles: ADMINISTRATOR,
+    create: (context) => new StatusPage(context),
+  },
   {
     path: 'admin/settings',
     title: titles.settings,

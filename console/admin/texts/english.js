@@ -1,5 +1,6 @@
 // The texts of the administration pages in English; both languages have the same keys.
 import { machinesEnglish } from './english_machines.js';
+import { statusEnglish } from './english_status.js';
 import { trailEnglish } from './english_trail.js';
 
 const s = (/** @type {number} */ count) => (count === 1 ? '' : 's');
@@ -7,6 +8,7 @@ const s = (/** @type {number} */ count) => (count === 1 ? '' : 's');
 export const english = {
   language: 'en',
   ...machinesEnglish,
+  ...statusEnglish,
   ...trailEnglish,
   titles: {
     machines: 'Machines',
@@ -17,6 +19,7 @@ export const english = {
     activity: 'Sessions and log-ins',
     trail: 'Trail',
     updates: 'Updates',
+    status: 'Status',
     settings: 'Settings',
   },
   name: 'Name',

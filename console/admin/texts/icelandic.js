@@ -1,5 +1,6 @@
 // The texts of the administration pages in Icelandic; the keys are those of english.js.
 import { machinesIcelandic } from './icelandic_machines.js';
+import { statusIcelandic } from './icelandic_status.js';
 import { trailIcelandic } from './icelandic_trail.js';
 
 /** Whether nouns after a count are in the singular: after 1, 21, 31 and so on, but not after 11. */
@@ -8,6 +9,7 @@ const singular = (/** @type {number} */ count) => count % 10 === 1 && count % 10
 export const icelandic = {
   language: 'is',
   ...machinesIcelandic,
+  ...statusIcelandic,
   ...trailIcelandic,
   titles: {
     machines: 'Tölvur',
@@ -18,6 +20,7 @@ export const icelandic = {
     activity: 'Fjaraðstoð og innskráningar',
     trail: 'Atburðaskrá',
     updates: 'Uppfærslur',
+    status: 'Staða',
     settings: 'Stillingar',
   },
   name: 'Nafn',

@@ -133,6 +133,7 @@ asio::awaitable<std::string> hashed(Api& api, const Call& call, std::string pass
 asio::awaitable<void> check_password(Api& api, const Call& call, const std::string& name, std::string hash,
                                      std::string password) {
   if (api.attempts.refused(name, call.source)) {
+    ++api.parts.counters.refused_log_ins;
     api.log.write(call.peer, "", "log-in refused for \"" + name + "\": too many failures");
     throw ApiError(HttpStatus::too_many_requests, "Too many failures. Wait ten minutes and try again.",
                    "too-many");
@@ -151,6 +152,7 @@ asio::awaitable<void> check_password(Api& api, const Call& call, const std::stri
     api.attempts.withdraw(name, call.source);
     throw;
   }
+  ++(*right ? api.parts.counters.right_log_ins : api.parts.counters.wrong_log_ins);
   if (!*right) {
     if (reached.locked_out) note_lock_out(api, call, name, "password");
     throw ApiError(HttpStatus::unauthorized, "The name or the password is wrong.", "wrong");
@@ -160,9 +162,11 @@ asio::awaitable<void> check_password(Api& api, const Call& call, const std::stri
 
 asio::awaitable<void> check_code(Api& api, const Call& call, PersonId person, std::string code) {
   const std::string name = call.caller.name;
-  if (api.attempts.refused(name, call.source) || api.attempts.code_must_wait(name))
+  if (api.attempts.refused(name, call.source) || api.attempts.code_must_wait(name)) {
+    ++api.parts.counters.refused_log_ins;
     throw ApiError(HttpStatus::too_many_requests, "Too many wrong codes. Wait and try again.", "too-many",
                    kRetryCode);
+  }
   const Attempts::Reached reached = api.attempts.add(name, call.source);
   const std::int64_t now = wall_seconds();
   const std::size_t codes_before = api.parts.people.backup_codes_left(person);
@@ -172,6 +176,7 @@ asio::awaitable<void> check_code(Api& api, const Call& call, PersonId person, st
   };
   auto [right, contents] = co_await api.parts.database.run(use);
   api.parts.people.replace(std::move(contents));
+  ++(right ? api.parts.counters.right_log_ins : api.parts.counters.wrong_log_ins);
   if (!right) {
     api.attempts.add_wrong_code(name);
     if (reached.locked_out) note_lock_out(api, call, name, "code");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <span>
@@ -73,6 +74,7 @@ struct Api {
   PasswordWork passwords{};
   // Used to verify passwords for unknown names, so that the time taken does not show which names exist.
   std::string no_user_hash;
+  std::function<Json()> status{};  // returns the relay's status; may be null
   // Secrets that were shown but not confirmed by a code yet, by the hash of the log-in's token.
   std::map<Bytes, Bytes> pending_totp{};
 };

@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "relay/base/counting/rate_counter.h"
 #include "relay/base/limits.h"
-#include "relay/base/rate_counter.h"
 
 namespace vlk::relay {
 

@@ -67,6 +67,8 @@ constexpr Endpoint kEndpoints[] = {
     // The trail, which HttpApi answers itself
     {verb::get, "/api/trail", kFullStage, kAdministrators | kAuditors, nullptr},
     {verb::get, "/api/trail/export", kFullStage, kAdministrators | kAuditors, nullptr},
+    // The relay itself
+    {verb::get, "/api/status", kFullStage, kAdministrators, show_status},
     // Settings
     {verb::get, "/api/settings", kFullStage, kAdministrators, show_settings},
     {verb::patch, "/api/settings", kFullStage, kAdministrators, change_settings},

@@ -52,6 +52,7 @@ namespace vlk::relay {
 [[nodiscard]] JsonReply end_session(Api& api, Call& call);
 [[nodiscard]] JsonReply list_logins(Api& api, Call& call);
 [[nodiscard]] JsonReply end_login(Api& api, Call& call);
+[[nodiscard]] JsonReply show_status(Api& api, Call& call);
 [[nodiscard]] JsonReply show_settings(Api& api, Call& call);
 [[nodiscard]] JsonReply change_settings(Api& api, Call& call);
 

@@ -70,6 +70,11 @@ JsonReply list_updates(Api& api, Call&) {
   co_return api.updates.report();
 }
 
+JsonReply show_status(Api& api, Call&) {
+  if (!api.status) not_found();
+  co_return api.status();
+}
+
 JsonReply forget_agent(Api& api, Call& call) {
   const std::string id = call.key;
   const MachineRecord* machine = api.parts.machines.find(id);

@@ -1,8 +1,6 @@
 // Reads and verifies the updates folder, and serves what was verified.
 #include "relay/http/updates/updates.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "relay/base/clock.h"
+#include "relay/base/file_stamp.h"
 #include "relay/base/source/source.h"
 #include "relay/http/files.h"
 
@@ -51,14 +50,9 @@ std::string stamp_of(const std::string& folder) {
   std::set<std::string> entries;
   std::error_code error;
   for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-    struct stat status {};
-    if (entries.size() == kMostEntries || ::stat(entry->path().c_str(), &status) != 0) continue;
-    std::string line = entry->path().filename().string();
-    for (const auto number :
-         {static_cast<long long>(status.st_ino), static_cast<long long>(status.st_size),
-          static_cast<long long>(status.st_mtim.tv_sec), static_cast<long long>(status.st_mtim.tv_nsec),
-          static_cast<long long>(status.st_ctim.tv_sec), static_cast<long long>(status.st_ctim.tv_nsec)})
-      line += '/' + std::to_string(number);
+    const std::string stamp = file_stamp(entry->path().string());
+    if (entries.size() == kMostEntries || stamp.empty()) continue;
+    std::string line = entry->path().filename().string() + stamp;
     entries.insert(std::move(line));
   }
   std::string stamp;

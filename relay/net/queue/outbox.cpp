@@ -43,9 +43,11 @@ bool Outbox::add_picture(OutgoingMessage message, Clock::time_point now) {
                                                  : is_replaced(queued.kind, message.kind);
     });
     tally.dropped += static_cast<std::uint32_t>(removed);
+    if (traffic_) traffic_->dropped_pictures += removed;
   }
   if (ruling == PictureGate::Ruling::Drop) {
     ++tally.dropped;
+    if (traffic_) ++traffic_->dropped_pictures;
     return false;
   }
   message.queued = now;
@@ -92,7 +94,18 @@ std::optional<OutgoingPiece> Outbox::take() {
   return piece;
 }
 
+void Outbox::count(const OutgoingPiece& piece, Clock::time_point now) const {
+  Traffic::Direction& out = traffic_->out;
+  const bool picture = piece.lane == Lane::Picture;
+  Traffic::Flow& flow = picture ? out.pictures : piece.lane == Lane::Bulk ? out.bulk : out.others;
+  flow.bytes += piece.size;
+  if (!piece.last) return;
+  ++flow.messages;
+  if (picture) traffic_->waited.add(now - piece.queued);
+}
+
 void Outbox::written(const OutgoingPiece& piece, Clock::time_point now) {
+  if (traffic_) count(piece, now);
   if (piece.counts) counted_in(piece.lane) -= piece.size;
   if (piece.lane != Lane::Picture || !piece.last) return;
   const auto tally = tallies_.find(piece.tag);
@@ -159,6 +172,15 @@ std::size_t Outbox::queued_bytes(Lane lane, std::uint32_t tag) const {
   std::size_t bytes = 0;
   for (const OutgoingMessage& message : queue(lane)) {
     if (message.tag == tag) bytes += message.left();
+  }
+  return bytes;
+}
+
+std::size_t Outbox::waiting_bytes() const {
+  std::size_t bytes = 0;
+  for (const Queue& lane : lanes_) {
+    for (const OutgoingMessage& message : lane)
+      bytes += message.left();
   }
   return bytes;
 }

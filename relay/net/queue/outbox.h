@@ -15,6 +15,7 @@
 #include "relay/base/bytes.h"
 #include "relay/base/clock.h"
 #include "relay/net/queue/picture_gate.h"
+#include "relay/net/queue/traffic.h"
 
 namespace vlk::relay {
 
@@ -83,6 +84,9 @@ class Outbox {
  public:
   explicit Outbox(Division division) : division_(division) {}
 
+  // Also counts what is written and dropped in `traffic`, which outlives this object or its last use.
+  void count_into(Traffic& traffic) { traffic_ = &traffic; }
+
   void add(Lane lane, OutgoingMessage message);
   // Queues a picture of the stream with the message's tag, unless the viewer is behind. Returns false if a
   // key frame is needed before this viewer gets another picture of the stream.
@@ -110,6 +114,8 @@ class Outbox {
   [[nodiscard]] std::size_t queued_bytes(Lane lane, std::uint32_t tag) const;
   // The time since which the oldest bulk message is queued; nothing if there is none.
   [[nodiscard]] std::optional<Clock::time_point> oldest_bulk() const;
+  // The bytes of all messages that take() has not returned yet. Adds them up.
+  [[nodiscard]] std::size_t waiting_bytes() const;
   // The bytes that are not written yet, without pictures and large messages.
   [[nodiscard]] std::size_t counted_bytes() const { return unwritten_but_bulk() + counted_in(Lane::Bulk); }
   // The same, without the bulk messages.
@@ -129,6 +135,7 @@ class Outbox {
   [[nodiscard]] std::optional<Lane> next_lane();
   [[nodiscard]] std::size_t counted_in(Lane lane) const { return counted_[static_cast<std::size_t>(lane)]; }
   [[nodiscard]] std::size_t& counted_in(Lane lane) { return counted_[static_cast<std::size_t>(lane)]; }
+  void count(const OutgoingPiece& piece, Clock::time_point now) const;
   // Returns the number of removed messages.
   template <class Condition>
   std::size_t remove_where(Lane lane, Condition condition);
@@ -138,6 +145,7 @@ class Outbox {
   std::map<std::uint32_t, PictureGate> gates_;     // by the stream's tag
   std::map<std::uint32_t, PictureTally> tallies_;  // by the stream's tag
   std::array<std::size_t, kLanes> counted_{};
+  Traffic* traffic_ = nullptr;
   std::size_t pictures_in_a_row_ = 0;  // pieces of pictures since the last piece of a bulk message
 };
 

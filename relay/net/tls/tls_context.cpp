@@ -36,6 +36,8 @@ TlsContext make_tls(const CertificateFiles& files) {
   SSL_CTX_set_session_cache_mode(tls, SSL_SESS_CACHE_OFF);
   // One read of the system gets a record's header and content.
   SSL_CTX_set_read_ahead(tls, 1);
+  // A key that needs a password is an error; OpenSSL would ask for the password on the terminal and wait.
+  SSL_CTX_set_default_passwd_cb(tls, [](char*, int, int, void*) { return -1; });
   ERR_clear_error();
   if (SSL_CTX_use_certificate_chain_file(tls, files.certificate.c_str()) != 1)
     throw std::runtime_error("cannot use the certificate " + files.certificate + ": " + last_failure());

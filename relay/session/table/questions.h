@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "relay/base/clock.h"
-#include "relay/base/rate_counter.h"
+#include "relay/base/counting/rate_counter.h"
 
 namespace vlk::relay {
 

@@ -12,9 +12,9 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "relay/base/counting/rate_counter.h"
 #include "relay/base/limits.h"
 #include "relay/base/log.h"
-#include "relay/base/rate_counter.h"
 #include "relay/base/threads/thread_checker.h"
 #include "relay/people/logins.h"
 #include "relay/people/people.h"

@@ -29,6 +29,7 @@ void AuditTrail::write(TrailEntry entry, std::function<void()> lost) {
   const std::optional<std::int64_t> session = row->subject.session;
   const auto done = [this, row, lost = std::move(lost)](const std::string& failure) {
     finish(*row);
+    ++(failure.empty() ? stored_ : lost_);
     if (failure.empty()) return;
     report_lost(*row, failure);
     if (lost) lost();

@@ -26,6 +26,10 @@ class AuditTrail {
   // The same for a row about a session, whose subject is completed here.
   void note(const Session& session, TrailEntry entry);
 
+  // Rows that were given to the database, and those of them that were stored or lost.
+  [[nodiscard]] std::uint64_t stored() const { return stored_; }
+  [[nodiscard]] std::uint64_t lost() const { return lost_; }
+
   // Sets a function that is called with the number of a session of which a row could not be written.
   void on_lost_evidence(std::function<void(std::uint32_t session)> end) { end_session_ = std::move(end); }
 
@@ -41,6 +45,8 @@ class AuditTrail {
   DatabaseThread& database_;
   const Log& log_;
   std::function<void(std::uint32_t session)> end_session_;
+  std::uint64_t stored_ = 0;
+  std::uint64_t lost_ = 0;
   std::map<std::int64_t, std::size_t> waiting_;  // rows that are not written yet, by session
 };
 

@@ -19,6 +19,7 @@ const PAGES = [
   'activity',
   'trail',
   'updates',
+  'status',
   'settings',
 ];
 

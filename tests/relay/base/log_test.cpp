@@ -1,7 +1,10 @@
 // The number of log lines of one source.
 #include "relay/base/log.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace vlk::relay {
 namespace {
@@ -48,6 +51,38 @@ TEST(LogTest, LinesOfMoreSourcesThanAreCountedAreLeftOut) {
     log.write("192.0.2." + std::to_string(i) + ":1", "", "bad request");
   log.end_windows(Clock::now());
   EXPECT_NE(lines.find("and 7 more lines of many sources"), std::string::npos) << lines;
+}
+
+TEST(LogTest, JsonLinesAreValidForEveryInput) {
+  std::string line;
+  const Log log([&](std::string_view written) { line = written; }, {}, LogFormat::JsonLines);
+  log.write("192.0.2.1:7", "m1", "name \"a\\b\"");
+  auto read = nlohmann::json::parse(line);
+  EXPECT_EQ(read["peer"], "192.0.2.1:7");
+  EXPECT_EQ(read["agent"], "m1");
+  EXPECT_EQ(read["text"], "name \"a\\b\"");
+  EXPECT_EQ(read["time"].get<std::string>().size(), 20u) << line;
+  EXPECT_TRUE(line.starts_with("{\"time\":")) << line;
+  for (int first = 0; first < 256; ++first) {
+    for (const char second : {'\0', 'x', '\x7F', '\x80', '\xC3', '\xFF'}) {
+      const std::string text = {'a', static_cast<char>(first), second};
+      log.write("", "", text);
+      read = nlohmann::json::parse(line, nullptr, false);
+      ASSERT_TRUE(read.is_object()) << line;
+      EXPECT_EQ(read["peer"], "");
+      EXPECT_TRUE(std::ranges::all_of(line, [](char c) { return c >= 0x20 && c < 0x7F; })) << line;
+    }
+  }
+  log.write("", "", std::string(1000, 'x'));
+  EXPECT_EQ(nlohmann::json::parse(line)["text"].get<std::string>().size(), 400u);
+}
+
+TEST(LogTest, WrittenLinesAndThoseLeftOutAreCounted) {
+  const Log log([](std::string_view) {}, {.lines = 2});
+  for (int i = 0; i < 5; ++i)
+    log.write("192.0.2.1:7", "", "bad request");
+  EXPECT_EQ(log.lines(), 2u);
+  EXPECT_EQ(log.left_out(), 3u);
 }
 
 }  // namespace

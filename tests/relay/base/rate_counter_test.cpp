@@ -1,5 +1,5 @@
 // The rate counter: its sliding window, and the limit on the number of keys.
-#include "relay/base/rate_counter.h"
+#include "relay/base/counting/rate_counter.h"
 
 #include <string>
 

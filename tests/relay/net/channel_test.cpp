@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "relay/net/queue/piece_text.h"
+#include "relay/wire/envelope.h"
 
 namespace vlk::relay {
 namespace {
@@ -207,6 +208,27 @@ TEST_F(ChannelTest, WaitForChangeReturnsWhenMessagesAreDiscarded) {
   channel_->discard(7);
   run();
   EXPECT_TRUE(*done);
+}
+
+TEST_F(ChannelTest, ArrivedMessagesAreCountedByTheirKind) {
+  Traffic traffic;
+  channel_->count_arrived({.size = 5, .bytes = {1, 2, 3, 4, 5}});
+  channel_->count_into(traffic);
+  const auto arrive = [&](Msg type, std::uint64_t size) {
+    channel_->count_arrived({.kept = false, .size = size, .bytes = *json_envelope(type, 7, "{}")});
+  };
+  arrive(Msg::StreamFrame, 1000);
+  arrive(Msg::StreamFrame, 500);
+  arrive(Msg::FileChunk, 40);
+  arrive(Msg::Heartbeat, 12);
+  channel_->count_arrived({.text = true, .size = 30, .bytes = {'{', '}'}});
+  channel_->count_arrived({.size = 1, .bytes = {7}});
+  EXPECT_EQ(traffic.in.pictures.messages, 2u);
+  EXPECT_EQ(traffic.in.pictures.bytes, 1500u);
+  EXPECT_EQ(traffic.in.bulk.messages, 1u);
+  EXPECT_EQ(traffic.in.bulk.bytes, 40u);
+  EXPECT_EQ(traffic.in.others.messages, 3u);
+  EXPECT_EQ(traffic.in.others.bytes, 43u);
 }
 
 }  // namespace

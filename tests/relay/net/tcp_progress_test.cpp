@@ -1,5 +1,5 @@
 // The counter of confirmed bytes, on a connection whose peer reads and stops reading.
-#include "relay/net/tcp_progress.h"
+#include "relay/net/tcp/tcp_progress.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

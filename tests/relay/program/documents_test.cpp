@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "relay/base/source_file.h"
 #include "relay/program/help.h"
 #include "relay/program/option_table.h"
-#include "relay/program/source_file.h"
 
 namespace vlk::relay {
 namespace {

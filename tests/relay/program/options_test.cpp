@@ -23,6 +23,9 @@ TEST(OptionsTest, InvalidOptionsAreReportedInOneSentence) {
       {"--add-user", " ada"},
       {"--add-user", "a\"b"},
       {"extra"},
+      {"--log-format", "xml"},
+      {"--metrics", "9464"},
+      {"--metrics", "localhost:9464"},
       {"--add-user", "ada", "--remove-user", "ada"},
       {"--add-user", "ada", "--open-enrolment", "5"},
       {"--port", "--data", "d"},
@@ -59,6 +62,9 @@ TEST(OptionsTest, ValidOptionsAreStored) {
   EXPECT_EQ(options.port, 0);
   EXPECT_EQ(options.hosts, (std::vector<std::string>{"a.example", "10.0.0.1"}));
   EXPECT_EQ(options.data, "d");
+  ASSERT_TRUE(parse_options({"--log-format", "json", "--metrics", "[::1]:9464"}, options, problem));
+  EXPECT_EQ(options.log_format, "json");
+  EXPECT_EQ(options.metrics, "[::1]:9464");
   Options none;
   ASSERT_TRUE(parse_options({}, none, problem));
   EXPECT_EQ(none.hosts, std::vector<std::string>{"localhost"});

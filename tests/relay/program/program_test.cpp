@@ -2,14 +2,17 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "relay/base/version.h"
 #include "relay/browser.h"
+#include "relay/net/tls/pairs.h"
 #include "support/peers/relay_process.h"
 #include "support/temp_folder.h"
 #include "support/waiting.h"
@@ -201,6 +204,25 @@ TEST_F(ProgramTest, VersionIsPrinted) {
   EXPECT_EQ(run("--version", ""), 0);
   EXPECT_EQ(output_, std::string("vantelink-relay ") + kRelayVersion + "\n");
   EXPECT_FALSE(std::filesystem::exists(data_)) << "no data folder is created";
+}
+
+TEST_F(ProgramTest, HangUpLoadsTheCertificateAgainAndTheLogIsJson) {
+  const RelayProcess relay(data_, {"--log-format", "json", "--metrics", "127.0.0.1:0"});
+  EXPECT_EQ(relay.logged("\"text\":\"the port for operators is http://127.0.0.1:"), 1) << relay.log();
+  const TestPair pair = make_test_pair(1000);
+  overwrite_pair({data_ + "/relay-cert.pem", data_ + "/relay-key.pem"}, pair);
+  ::kill(relay.pid(), SIGHUP);
+  const auto port = static_cast<unsigned short>(relay.port());
+  EXPECT_TRUE(vantelink_test::eventually([&] { return served_certificate(port) == pair.certificate; }));
+  std::istringstream lines(relay.log());
+  std::size_t count = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with('{')) continue;
+    const Json read = Json::parse(line, nullptr, false);
+    EXPECT_TRUE(read.is_object() && read["text"].is_string()) << line;
+    ++count;
+  }
+  EXPECT_GE(count, 2u) << relay.log();
 }
 
 }  // namespace

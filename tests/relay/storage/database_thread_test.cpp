@@ -208,5 +208,23 @@ TEST_F(DatabaseThreadTest, LockOfAnotherConnectionDelaysJobsOnly) {
   EXPECT_EQ(stored(), "a");
 }
 
+TEST_F(DatabaseThreadTest, LoadCountsWhatWaitsAndTheTimesOfWhatIsDone) {
+  start();
+  std::promise<void> release;
+  thread_->post([held = release.get_future().share()](Store&) { held.wait(); }, remember());
+  thread_->post(insert("a"), remember(), 1000);
+  EXPECT_EQ(thread_->load().jobs, 2u);
+  EXPECT_GE(thread_->load().bytes, 1000u);
+  release.set_value();
+  settle();
+  const DatabaseThread::Load load = thread_->load();
+  EXPECT_EQ(load.jobs, 0u);
+  EXPECT_EQ(load.bytes, 0u);
+  std::uint64_t done = 0;
+  for (const std::uint64_t count : load.times.classes())
+    done += count;
+  EXPECT_EQ(done, 2u);
+}
+
 }  // namespace
 }  // namespace vlk::relay

@@ -10,7 +10,7 @@
 #include <span>
 #include <stdexcept>
 
-#include "relay/http/console/console_in_tree.h"
+#include "relay/base/source_file.h"
 #include "relay/http/console/embedded_console.h"
 #include "relay/relay_fixture.h"
 #include "support/temp_folder.h"
@@ -166,7 +166,7 @@ TEST_F(FilesTest, BrowsersThatTakeGzipGetTheFilesCompressed) {
 
 TEST_F(FilesTest, ProgramContainsTheWholeConsole) {
   const auto in_program = embedded_console();
-  const auto in_tree = console_in_tree();
+  const auto in_tree = console_files_in(source_path("console"));
   ASSERT_EQ(in_program.size(), in_tree.size());
   for (const ConsoleFile& file : in_tree) {
     const auto same = [&](const ConsoleFile& other) { return other.path == file.path; };

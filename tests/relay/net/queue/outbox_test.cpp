@@ -216,5 +216,39 @@ TEST_F(OutboxTest, StreamThatWasRemovedBeginsAgainWithoutAKeyFrameNeeded) {
   EXPECT_TRUE(show("d2", PictureKind::Delta));
 }
 
+TEST_F(OutboxTest, TrafficCountsWhatWasWrittenHowLongPicturesWaitedAndWhatWasDropped) {
+  Traffic traffic;
+  outbox_.count_into(traffic);
+  outbox_.add(Lane::Urgent, message("pong"));
+  outbox_.add(Lane::Bulk, message("aaaabb"));
+  EXPECT_EQ(outbox_.waiting_bytes(), 10u);
+  EXPECT_TRUE(show("key", PictureKind::Key));
+  EXPECT_TRUE(show("newer", PictureKind::Key));
+  EXPECT_EQ(traffic.dropped_pictures, 1u);
+  for (int i = 0; i < 3; ++i)
+    outbox_.written(*outbox_.take(), now_ + 30ms);
+  EXPECT_EQ(outbox_.waiting_bytes(), 6u);
+  EXPECT_EQ(traffic.out.others.messages, 1u);
+  EXPECT_EQ(traffic.out.others.bytes, 4u);
+  EXPECT_EQ(traffic.out.pictures.messages, 1u);
+  EXPECT_EQ(traffic.out.pictures.bytes, 5u);
+  EXPECT_EQ(traffic.waited.sum(), 30ms);
+  next();
+  EXPECT_EQ(traffic.out.bulk.messages, 0u) << "a part of the message is left";
+  next();
+  EXPECT_EQ(traffic.out.bulk.messages, 1u);
+  EXPECT_EQ(traffic.out.bulk.bytes, 6u);
+}
+
+TEST_F(OutboxTest, PictureThatASlowViewerDoesNotGetIsCounted) {
+  Traffic traffic;
+  outbox_.count_into(traffic);
+  EXPECT_TRUE(show("key", PictureKind::Key));
+  EXPECT_TRUE(show("one", PictureKind::Delta));
+  now_ += PictureGate::kLongestWait + 1ms;
+  EXPECT_FALSE(show("two", PictureKind::Delta));
+  EXPECT_EQ(traffic.dropped_pictures, 2u) << "the one that waited, and the new one";
+}
+
 }  // namespace
 }  // namespace vlk::relay

@@ -28,6 +28,8 @@ TEST_F(AuditTrailTest, RowIsWrittenWithAllItsFields) {
 TEST_F(AuditTrailTest, NoteHasTheRepresentativeMachineAndNumberOfItsSession) {
   parts_->audit.note(session_, trail_entry<TrailKind::ControlRestart>({}));
   EXPECT_EQ(audited(), (Lines{"control.restart/7 {}"}));
+  EXPECT_EQ(parts_->audit.stored(), 1u);
+  EXPECT_EQ(parts_->audit.lost(), 0u);
   Database database(file_);
   Statement row(database, "SELECT actor, machine, address FROM trail");
   ASSERT_TRUE(row.step());
@@ -42,6 +44,7 @@ TEST_F(AuditTrailTest, RowThatCannotBeWrittenIsReportedToTheLogAndToItsSender) {
   EXPECT_FALSE(lost);
   settle();
   EXPECT_TRUE(lost);
+  EXPECT_EQ(parts_->audit.lost(), 1u);
   EXPECT_TRUE(logged("trail row \"login.failed\" is lost: The database failed"));
 }
 

@@ -1,5 +1,5 @@
 // Counts events for each key within a sliding window.
-#include "relay/base/rate_counter.h"
+#include "relay/base/counting/rate_counter.h"
 
 #include <algorithm>
 

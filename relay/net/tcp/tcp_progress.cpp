@@ -1,7 +1,7 @@
 // Reads a connection's counters and sets its limits. This file includes no other network header, because the
 // kernel's header and the C library's define the same names, and the latter's structure ends before these
 // counters.
-#include "relay/net/tcp_progress.h"
+#include "relay/net/tcp/tcp_progress.h"
 
 #include <linux/in.h>
 #include <linux/tcp.h>

@@ -1,5 +1,5 @@
 // Reads files of the source tree.
-#include "relay/program/source_file.h"
+#include "relay/base/source_file.h"
 
 #include <fstream>
 #include <iterator>

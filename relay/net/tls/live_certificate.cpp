@@ -1,0 +1,162 @@
+// Watches the files of the certificate.
+#include "relay/net/tls/live_certificate.h"
+
+#include <ctime>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+
+#include <boost/asio/post.hpp>
+#include <openssl/x509.h>
+
+#include "relay/base/clock.h"
+#include "relay/base/file_stamp.h"
+#include "relay/net/private_files.h"
+
+namespace fs = std::filesystem;
+
+namespace vlk::relay {
+namespace {
+
+constexpr std::int64_t kDay = std::int64_t{24} * 3600;  // seconds
+constexpr std::uintmax_t kMostBytes = 1u << 20;         // of a file
+
+std::int64_t seconds_of(const ASN1_TIME* time) {
+  std::tm parts{};
+  if (ASN1_TIME_to_tm(time, &parts) != 1) throw std::runtime_error("a date of the certificate is not valid");
+  return static_cast<std::int64_t>(::timegm(&parts));
+}
+
+std::int64_t end_of(const TlsContext& tls) {
+  return seconds_of(X509_get0_notAfter(SSL_CTX_get0_certificate(tls.get())));
+}
+
+std::int64_t begin_of(const TlsContext& tls) {
+  return seconds_of(X509_get0_notBefore(SSL_CTX_get0_certificate(tls.get())));
+}
+
+std::string date_text(std::int64_t seconds) {
+  const auto time = static_cast<std::time_t>(seconds);
+  std::tm parts{};
+  ::gmtime_r(&time, &parts);
+  char text[32];
+  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+// A pipe, for instance, would hold up the thread.
+void require_readable(const std::string& file) {
+  std::error_code error;
+  if (!fs::is_regular_file(file, error)) throw std::runtime_error(file + " is not a file");
+  if (fs::file_size(file, error) > kMostBytes) throw std::runtime_error(file + " is too large");
+}
+
+}  // namespace
+
+LiveCertificate::LiveCertificate(CertificateFiles files, std::chrono::milliseconds interval,
+                                 boost::asio::any_io_executor executor, const Log& log)
+    : files_(std::move(files)),
+      interval_(interval),
+      executor_(std::move(executor)),
+      log_(log),
+      tls_(nullptr, &SSL_CTX_free) {
+  // The stamp is taken first, so that a change during the reading is seen as one.
+  std::string seen = stamp();
+  use(make_tls(files_));
+  watcher_ = std::thread([this, seen = std::move(seen)] { watch(seen); });
+}
+
+LiveCertificate::~LiveCertificate() {
+  {
+    const std::lock_guard<std::mutex> guard(lock_);
+    end_ = true;
+  }
+  changed_.notify_all();
+  watcher_.join();
+}
+
+void LiveCertificate::reload() {
+  {
+    const std::lock_guard<std::mutex> guard(lock_);
+    asked_ = true;
+  }
+  changed_.notify_all();
+}
+
+std::string LiveCertificate::stamp() const {
+  return file_stamp(files_.certificate) + '\n' + file_stamp(files_.key);
+}
+
+// Runs on the thread of its own. A program that replaces the files does so one after the other, so a pair is
+// read when it has stayed the same for one interval.
+void LiveCertificate::watch(std::string seen) {
+  std::string last = seen;
+  bool failed = false;
+  for (;;) {
+    bool asked = false;
+    {
+      std::unique_lock<std::mutex> guard(lock_);
+      changed_.wait_for(guard, interval_, [this] { return end_ || asked_; });
+      if (end_) return;
+      asked = std::exchange(asked_, false);
+    }
+    const std::string now = stamp();
+    const bool settled = now == std::exchange(last, now);
+    if (!asked && (!settled || (now == seen && !failed))) continue;
+    Found found = look();
+    if (stamp() != now) continue;
+    seen = now;
+    failed = !found.tls;
+    boost::asio::post(
+        executor_, [this, found = std::make_shared<Found>(std::move(found))] { apply(std::move(*found)); });
+  }
+}
+
+LiveCertificate::Found LiveCertificate::look() const {
+  try {
+    require_readable(files_.certificate);
+    require_readable(files_.key);
+    require_private(files_.key, "the private key");
+    TlsContext tls = make_tls(files_);
+    const std::int64_t now = wall_seconds();
+    if (end_of(tls) <= now)
+      throw std::runtime_error("the certificate " + files_.certificate + " ended at " +
+                               date_text(end_of(tls)));
+    if (begin_of(tls) > now)
+      throw std::runtime_error("the certificate " + files_.certificate + " is valid only from " +
+                               date_text(begin_of(tls)) + " on");
+    return {std::move(tls), {}};
+  } catch (const std::exception& failure) {
+    return {TlsContext(nullptr, &SSL_CTX_free), failure.what()};
+  }
+}
+
+void LiveCertificate::apply(Found found) {
+  thread_.check();
+  if (found.tls) {
+    use(std::move(found.tls));
+    ++reloads_;
+    problem_.clear();
+    warned_ = 0;
+    return log_.write("", "", "the certificate was loaded again; it ends at " + date_text(ends_));
+  }
+  if (problem_ == found.problem) return;
+  problem_ = std::move(found.problem);
+  ++failures_;
+  log_.write("", "", "the certificate stays as it was, because " + problem_);
+}
+
+void LiveCertificate::use(TlsContext tls) {
+  begins_ = begin_of(tls);
+  ends_ = end_of(tls);
+  tls_ = std::move(tls);
+}
+
+void LiveCertificate::tick(std::int64_t now) {
+  if (ends_ - now > kCertificateWarning || now - warned_ < kDay) return;
+  warned_ = now;
+  const std::string when = date_text(ends_) + " (" + files_.certificate + ")";
+  if (ends_ <= now) return log_.write("", "", "the certificate ended at " + when);
+  log_.write("", "", "the certificate ends in " + std::to_string((ends_ - now) / kDay) + " days, at " + when);
+}
+
+}  // namespace vlk::relay
