@@ -92,6 +92,7 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
   database_.on_outside_change([this] {
     parts_.reload();
     admission_.reload();
+    monitoring_.reload();
   });
   api_.on_status([this] { return monitoring_.status(); });
   if (settings.operators) monitoring_.open(*settings.operators);

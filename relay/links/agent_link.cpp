@@ -222,6 +222,7 @@ class AgentConnection {
     if (!session || session->agent != peer_ || !session->running()) return;
     earned_ = true;
     link_.set_read_limit(0);  // intake_ limits the messages from now on
+    link_.expect_much();
   }
 
   void on_session_reject(const EnvelopeHeader& header, const Bytes&) {

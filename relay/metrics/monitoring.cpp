@@ -8,6 +8,7 @@
 #include "relay/base/clock.h"
 #include "relay/metrics/relay_metrics.h"
 #include "relay/metrics/status.h"
+#include "relay/storage/trail/kinds.h"
 
 namespace asio = boost::asio;
 
@@ -19,13 +20,31 @@ constexpr unsigned kOk = 200;
 constexpr unsigned kFailed = 500;
 constexpr unsigned kUnavailable = 503;
 
+// When the database was backed up last, in seconds since 1970; 0 if never.
+std::int64_t last_backup(Database& database) {
+  Statement newest(database, "SELECT time FROM trail WHERE code = ? ORDER BY id DESC LIMIT 1");
+  newest.bind(rule_of(TrailKind::BackupMade).code);
+  return newest.step() ? newest.number(0) / 1000 : 0;
+}
+
 }  // namespace
 
 Monitoring::Monitoring(Sources sources, asio::any_io_executor executor, std::function<bool()> listening)
     : sources_(std::move(sources)),
       executor_(std::move(executor)),
       started_(wall_seconds()),
-      readiness_(sources_, executor_, std::move(listening)) {}
+      readiness_(sources_, executor_, std::move(listening)) {
+  reload();
+}
+
+// A failure leaves the time that is known; the readiness reports a database that does not work.
+void Monitoring::reload() {
+  const auto found = std::make_shared<std::int64_t>(0);
+  const auto look = [found](Store& store) { *found = last_backup(store.database()); };
+  sources_.database.post(look, [found, known = last_backup_](const std::string& failure) {
+    if (failure.empty()) *known = *found;
+  });
+}
 
 void Monitoring::open(const OperatorsAddress& where) {
   port_.emplace(
@@ -50,7 +69,9 @@ void Monitoring::stop() {
 }
 
 nlohmann::json Monitoring::status() const {
-  return status_json(sources_, started_, wall_seconds());
+  nlohmann::json status = status_json(sources_, started_, wall_seconds());
+  status["backup"] = *last_backup_ == 0 ? nlohmann::json() : nlohmann::json(*last_backup_);
+  return status;
 }
 
 asio::awaitable<OperatorsPort::Answer> Monitoring::answer(std::string path) {

@@ -29,6 +29,8 @@ class Monitoring {
   [[nodiscard]] std::optional<unsigned short> port() const;
   void stop();
 
+  // Reads the time of the last backup again, because another process has changed the database.
+  void reload();
   // What administrators see. docs/console-protocol.md lists the members.
   [[nodiscard]] nlohmann::json status() const;
 
@@ -41,6 +43,7 @@ class Monitoring {
   const std::int64_t started_;
   Readiness readiness_;
   std::optional<OperatorsPort> port_;
+  std::shared_ptr<std::int64_t> last_backup_ = std::make_shared<std::int64_t>(0);  // seconds since 1970; or 0
 };
 
 }  // namespace vlk::relay

@@ -55,7 +55,6 @@ Json status_json(const Sources& sources, std::int64_t started, std::int64_t now)
       {"database", database_json(sources, readings)},
       {"loop_lag_ms", lag.count()},
       {"certificate", certificate_json(sources.certificate, now)},
-      {"backup", nullptr},
   };
 }
 

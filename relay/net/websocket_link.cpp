@@ -30,7 +30,7 @@ namespace {
 constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 // Bytes that are read at once. The buffer for the first of them lies ready while a connection is idle.
 constexpr std::size_t kFirstChunk = 512;
-constexpr std::size_t kReadChunk = 64 * 1024;
+constexpr std::size_t kReadChunk = 16 * 1024;  // the content of a TLS record
 constexpr std::size_t kDropChunk = 16 * 1024;
 constexpr std::size_t kLongestReason = 123;  // bytes (RFC 6455, 5.5)
 constexpr std::chrono::milliseconds kLater{20};
@@ -52,10 +52,13 @@ Bytes close_frame(CloseCode code, const std::string& reason) {
 
 // Messages are read in chunks for two reasons. Each part of a long message on a slow connection shows that
 // the peer is connected, and memory grows with the bytes received, not with the length in a frame's header.
+//
+// Memory that was reserved for the message is used whole.
 std::size_t next_chunk(const Incoming& incoming) {
   if (incoming.size == 0) return kFirstChunk;
-  return incoming.kept ? std::clamp<std::size_t>(2 * incoming.bytes.size(), kFirstChunk, kReadChunk)
-                       : kDropChunk;
+  if (!incoming.kept) return kDropChunk;
+  const std::size_t reserved = incoming.bytes.capacity() - incoming.bytes.size();
+  return std::clamp(std::max(2 * incoming.bytes.size(), reserved), kFirstChunk, kReadChunk);
 }
 
 // True if Beast has answered the peer's bytes with a close frame that says what is wrong with them.
@@ -116,6 +119,10 @@ WebSocketLink::~WebSocketLink() = default;
 
 void WebSocketLink::set_read_limit(std::size_t bytes) {
   socket_->stream.read_message_max(bytes);
+}
+
+void WebSocketLink::expect_much() {
+  socket_->tls().expect_much();
 }
 
 asio::awaitable<std::optional<Incoming>> WebSocketLink::read() {

@@ -50,6 +50,8 @@ class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
   [[nodiscard]] boost::asio::awaitable<std::optional<Incoming>> read();
   // Sets the size of the largest message in bytes; a larger one ends the connection. 0 means no limit.
   void set_read_limit(std::size_t bytes);
+  // Lets the system's reads get more at once, because the peer is about to send much.
+  void expect_much();
   // What becomes of a message that arrives.
   enum class Keep {
     Yes,   // it is kept

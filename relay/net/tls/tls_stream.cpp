@@ -15,6 +15,7 @@ namespace vlk::relay {
 namespace {
 
 constexpr std::size_t kRecord = 16 * 1024;  // bytes; the largest content of a TLS record
+constexpr std::size_t kManyRecords = 64 * 1024;
 
 }  // namespace
 
@@ -28,6 +29,10 @@ TlsStream::State::State(asio::ip::tcp::socket its_socket, SSL_CTX* context)
   if (error || !ssl || SSL_set_fd(ssl.get(), socket.native_handle()) != 1)
     throw std::runtime_error("cannot prepare a TLS connection");
   SSL_set_accept_state(ssl.get());
+}
+
+void TlsStream::expect_much() {
+  if (state_->ssl) SSL_set_default_read_buffer_len(state_->ssl.get(), kManyRecords);
 }
 
 // OpenSSL knows the socket by its number, which the system gives to another connection after the close. No

@@ -29,6 +29,8 @@ class TlsStream {
   [[nodiscard]] executor_type get_executor() { return state_->socket.get_executor(); }
   [[nodiscard]] boost::asio::ip::tcp::socket& socket() { return state_->socket; }
   void close() { state_->close(); }
+  // Lets each read of the system get several records, in a buffer that exists while it holds bytes.
+  void expect_much();
   // Sends what ends the TLS connection if that is possible at once, and closes the sending direction. Every
   // later read and write fails.
   void finish() { state_->finish(); }

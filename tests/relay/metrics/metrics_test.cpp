@@ -1,4 +1,5 @@
 // What the relay reports about itself while machines and people use it.
+#include <array>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -7,6 +8,7 @@
 #include "relay/net/tls/pairs.h"
 #include "relay/relay_fixture.h"
 #include "relay/server.h"
+#include "relay/storage/trail/chain.h"
 
 namespace vlk::relay {
 namespace {
@@ -160,6 +162,20 @@ TEST_F(MetricsTest, StatusIsForAdministratorsAlone) {
   EXPECT_TRUE(status["backup"].is_null());
   EXPECT_GT(status["memory"]["resident"].get<double>(), 1e6);
   EXPECT_GT(status["disk"]["data_free"].get<double>(), 0);
+}
+
+TEST_F(MetricsTest, StatusHasTheTimeOfTheLastBackup) {
+  const std::string login = log_in();
+  const auto backup = [&] { return Browser(port_).request("GET", "/api/status", {}, login).body["backup"]; };
+  const std::int64_t before = wall_seconds();
+  Store other(folder_ / "relay.db");  // as the command for backups does in another process
+  append_trail(other.database(),
+               std::array{trail_entry<TrailKind::BackupMade>({.actor = kTrailCommandLine}, "/backup", 4)});
+  EXPECT_TRUE(eventually([&] { return backup().is_number(); }));
+  EXPECT_GE(backup(), before);
+  stop();
+  start();
+  EXPECT_TRUE(eventually([&] { return backup().is_number(); })) << "known after a start too";
 }
 
 }  // namespace

@@ -140,6 +140,13 @@ int RawPeer::read_some(unsigned char* bytes, int size) {
               : static_cast<int>(::recv(socket_, bytes, static_cast<std::size_t>(size), 0));
 }
 
+std::size_t RawPeer::read_bytes(std::size_t most) {
+  unsigned char bytes[16 * 1024];
+  const int count = read_some(bytes, static_cast<int>(std::min(most, sizeof bytes)));
+  if (count <= 0) throw std::runtime_error("the relay has closed the connection");
+  return static_cast<std::size_t>(count);
+}
+
 std::string RawPeer::read_message(Msg type) {
   for (;;) {
     while (const auto frame = parser_.next()) {

@@ -43,6 +43,8 @@ class RawPeer {
   void send_message(Msg type, std::uint32_t session, const std::string& json);
   // Reads up to a message of the type, and returns its content.
   std::string read_message(Msg type);
+  // Reads some bytes as they are, at most so many, and returns their number.
+  [[nodiscard]] std::size_t read_bytes(std::size_t most);
   [[nodiscard]] std::uint32_t last_session() const { return session_; }
   // Lets each read and write give up after this time.
   void limit_waits(std::chrono::milliseconds limit);

@@ -1,0 +1,196 @@
+// How much one processor carries: pictures from a machine to its viewer through the relay, and the same
+// messages through a program that only copies between two TLS connections. Both are processes of their own,
+// whose use of the processor is measured while the same peers send and read.
+//
+// --seconds=N sets the time of each measurement.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "relay/base/secrets.h"
+#include "relay/browser.h"
+#include "relay/net/strangers/raw_peer.h"
+#include "relay/storage/store.h"
+#include "support/peers/relay_process.h"
+#include "support/temp_folder.h"
+#include "tls_peer.h"
+
+namespace {
+
+using namespace vantelink_bench;
+using vlk::Msg;
+using vlk::relay::Browser;
+using vlk::relay::Json;
+using vlk::relay::RawPeer;
+using Clock = std::chrono::steady_clock;
+
+constexpr char kPassword[] = "correct horse battery";
+constexpr std::size_t kGroup = 60;                 // pictures from one key frame to the next
+constexpr std::size_t kUnread = 512 * 1024;        // bytes that are sent beyond those that were read
+constexpr std::chrono::milliseconds kWarmUp{500};  // before the measurement
+
+// The time that a process has used its processor, in seconds.
+double processor(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string word;
+  double user = 0, system = 0;
+  for (int field = 1; field < 14; ++field)
+    file >> word;
+  file >> user >> system;
+  return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+// Sends without a pause, but never more than kUnread bytes ahead of the reader, and returns how many messages
+// the process carried in each second of its processor's time.
+double messages_a_second(pid_t carrier, std::size_t size, std::chrono::seconds time,
+                         const std::function<void(std::size_t number)>& send,
+                         const std::function<void()>& read) {
+  std::atomic<std::size_t> sent{0}, received{0};
+  std::atomic<bool> stopping{false};
+  std::thread sender([&] {
+    const std::size_t most = std::max<std::size_t>(kUnread / size, 4);
+    while (!stopping) {
+      if (sent - received >= most) {
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+        continue;
+      }
+      send(sent);
+      ++sent;
+    }
+  });
+  const auto read_for = [&](Clock::duration while_) {
+    const std::size_t before = received;
+    for (const auto end = Clock::now() + while_; Clock::now() < end;) {
+      read();
+      ++received;
+    }
+    return received - before;
+  };
+  read_for(kWarmUp);
+  const double before = processor(carrier);
+  const std::size_t count = read_for(time);
+  const double spent = processor(carrier) - before;
+  stopping = true;
+  sender.join();
+  return static_cast<double>(count) / spent;
+}
+
+// A picture of an H.264 stream: time stamp, start code, type of the unit, and bytes without a meaning.
+std::string picture(std::size_t size, bool key) {
+  std::string payload(size, 'x');
+  payload.replace(0, 13, std::string(8, '\0') + std::string("\0\0\0\1", 4) + (key ? '\x65' : '\x41'));
+  return payload;
+}
+
+double through_relay(std::size_t size, std::chrono::seconds time) {
+  const vantelink_test::TempFolder folder;
+  const std::string data = folder.path() / "data";
+  std::filesystem::create_directories(data);
+  vlk::relay::start_sodium();
+  vlk::relay::Store store(data + "/relay.db");
+  store.add_user("admin", vlk::relay::hash_password(kPassword));
+  store.open_enrolment(60, std::nullopt);
+  const vantelink_test::RelayProcess relay(data, {});
+  const auto port = static_cast<unsigned short>(relay.port());
+  RawPeer agent(port);
+  agent.start_tls();
+  agent.upgrade();
+  agent.send_message(Msg::Hello, 0, R"({"role":"agent"})");
+  agent.send_message(Msg::Enroll, 0, R"({"name":"machine"})");
+  const std::string id = Json::parse(agent.read_message(Msg::EnrollResult))["agent_id"];
+  Browser browser(port);
+  const Json credentials = {{"name", "admin"}, {"password", kPassword}};
+  unsigned status = 0;
+  browser.open_console(Browser(port).request("POST", "/api/login", credentials.dump()).cookie, status);
+  browser.send({{"type", "open"}, {"agent", id}});
+  agent.read_message(Msg::SessionRequest);
+  const std::uint32_t session = agent.last_session();
+  agent.send_message(Msg::SessionAccept, session, "{}");
+  browser.accepted_session();
+  browser.send_envelope(Msg::StreamStart, session, R"({"max_fps":60,"bitrate":6000000})");
+  const auto frame = [&](bool key) {
+    const std::string payload = picture(size, key);
+    const auto bytes = vlk::encode_envelope(
+        Msg::StreamFrame, session, reinterpret_cast<const unsigned char*>(payload.data()), payload.size(), 0);
+    return RawPeer::frame(vlk::kWsBinary, {bytes.begin(), bytes.end()});
+  };
+  const std::string key = frame(true), other = frame(false);
+  return messages_a_second(
+      relay.pid(), size, time, [&](std::size_t number) { agent.send(number % kGroup == 0 ? key : other); },
+      [&] { (void)browser.read_envelope(Msg::StreamFrame); });
+}
+
+// Copies what arrives on one connection to another one, until the first ends.
+[[noreturn]] void copy(const TlsListener& from, const TlsListener& to) {
+  const Ssl reader = from.accept(), writer = to.accept();
+  unsigned char bytes[16 * 1024];
+  for (;;) {
+    const int count = SSL_read(reader.get(), bytes, sizeof bytes);
+    if (count <= 0 || SSL_write(writer.get(), bytes, count) != count) ::_exit(0);
+  }
+}
+
+double through_copy(std::size_t size, std::chrono::seconds time) {
+  const TlsListener from, to;
+  const pid_t copier = ::fork();
+  if (copier == 0) copy(from, to);
+  RawPeer sender(from.port), reader(to.port);
+  sender.start_tls();
+  reader.start_tls();
+  const std::string message(size, 'x');
+  std::size_t left = 0;
+  const double count = messages_a_second(
+      copier, size, time, [&](std::size_t) { sender.send(message); },
+      [&] {
+        for (left += size; left > 0;)
+          left -= std::min(left, reader.read_bytes(left));
+      });
+  sender.close();
+  ::kill(copier, SIGKILL);
+  ::waitpid(copier, nullptr, 0);
+  return count;
+}
+
+std::chrono::seconds parsed(int argc, char** argv) {
+  const std::string time = "--seconds=", filter = "--benchmark_filter=";
+  std::chrono::seconds result{5};
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument.starts_with(time)) {
+      result = std::chrono::seconds(std::stol(argument.substr(time.size())));
+    } else if (!argument.starts_with(filter)) {
+      throw std::runtime_error("the option is " + time + "N");
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const auto time = parsed(argc, argv);
+    std::printf("%-10s %22s %22s %8s\n", "message", "relay, each CPU second", "copy, each CPU second",
+                "ratio");
+    for (const std::size_t size : {std::size_t{64} * 1024, std::size_t{100}}) {
+      const double copied = through_copy(size, time), relayed = through_relay(size, time);
+      const double unit = size > 1024 ? static_cast<double>(size) / (1 << 20) : 1;
+      std::printf("%6zu B   %18.0f %s %18.0f %s %7.2f\n", size, relayed * unit, size > 1024 ? "MiB" : "   ",
+                  copied * unit, size > 1024 ? "MiB" : "   ", relayed / copied);
+      std::fflush(stdout);
+    }
+    return 0;
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s\n", failure.what());
+    return 1;
+  }
+}
