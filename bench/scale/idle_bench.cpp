@@ -2,15 +2,14 @@
 //
 // --agents=N sets the number of machines, --seconds=N the time in which the processor's use is measured.
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "fleet.h"
+#include "process.h"
 #include "relay/base/secrets.h"
 #include "relay/storage/store.h"
 #include "support/peers/relay_process.h"
@@ -42,27 +41,6 @@ Options parsed(int argc, char** argv) {
     }
   }
   return options;
-}
-
-// The memory that a process has in use, in KiB.
-double memory(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  double kib = 0;
-  for (std::string word; status >> word;) {
-    if (word == "VmRSS:" && status >> kib) return kib;
-  }
-  throw std::runtime_error("the relay has ended");
-}
-
-// The time that a process has used its processor, in seconds.
-double processor(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string word;
-  double user = 0, system = 0;
-  for (int field = 1; field < 14; ++field)
-    file >> word;
-  file >> user >> system;
-  return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 void raise_open_files(std::size_t agents) {

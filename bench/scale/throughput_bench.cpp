@@ -10,12 +10,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "process.h"
 #include "relay/base/secrets.h"
 #include "relay/browser.h"
 #include "relay/net/strangers/raw_peer.h"
@@ -37,17 +37,6 @@ constexpr char kPassword[] = "correct horse battery";
 constexpr std::size_t kGroup = 60;                 // pictures from one key frame to the next
 constexpr std::size_t kUnread = 512 * 1024;        // bytes that are sent beyond those that were read
 constexpr std::chrono::milliseconds kWarmUp{500};  // before the measurement
-
-// The time that a process has used its processor, in seconds.
-double processor(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string word;
-  double user = 0, system = 0;
-  for (int field = 1; field < 14; ++field)
-    file >> word;
-  file >> user >> system;
-  return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
-}
 
 // Sends without a pause, but never more than kUnread bytes ahead of the reader, and returns how many messages
 // the process carried in each second of its processor's time.

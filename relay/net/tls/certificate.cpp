@@ -19,6 +19,7 @@
 #include <openssl/x509v3.h>
 
 #include "relay/net/private_files.h"
+#include "relay/net/tls/handles.h"
 
 namespace vlk::relay {
 namespace {
@@ -28,17 +29,7 @@ constexpr long kLifeDays = 825;
 constexpr int kWarnDays = 30;
 constexpr long kDaySeconds = 24 * 3600;
 
-template <auto Free>
-struct Freed {
-  template <typename T>
-  void operator()(T* object) const {
-    Free(object);
-  }
-};
-using Key = std::unique_ptr<EVP_PKEY, Freed<EVP_PKEY_free>>;
-using Certificate = std::unique_ptr<X509, Freed<X509_free>>;
 using Extension = std::unique_ptr<X509_EXTENSION, Freed<X509_EXTENSION_free>>;
-using Bio = std::unique_ptr<BIO, Freed<BIO_free_all>>;
 
 bool is_address(const std::string& host) {
   boost::system::error_code error;

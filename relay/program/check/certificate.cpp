@@ -16,6 +16,7 @@
 #include <openssl/x509v3.h>
 
 #include "relay/net/private_files.h"
+#include "relay/net/tls/handles.h"
 #include "relay/net/tls/tls_context.h"
 #include "relay/program/check/checks.h"
 #include "relay/storage/trail/entry.h"
@@ -25,17 +26,6 @@ namespace {
 
 constexpr int kWarnDays = 30;
 constexpr std::time_t kDaySeconds = 24 * 3600;
-
-template <auto Free>
-struct Freed {
-  template <typename T>
-  void operator()(T* object) const {
-    Free(object);
-  }
-};
-using Key = std::unique_ptr<EVP_PKEY, Freed<EVP_PKEY_free>>;
-using Certificate = std::unique_ptr<X509, Freed<X509_free>>;
-using Bio = std::unique_ptr<BIO, Freed<BIO_free_all>>;
 
 // The relay has nobody to ask for a pass phrase.
 int no_pass_phrase(char*, int, int, void*) {
