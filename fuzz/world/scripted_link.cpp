@@ -32,6 +32,8 @@ WebSocketLink::WebSocketLink(std::unique_ptr<Socket> socket, const Settings& set
 
 WebSocketLink::~WebSocketLink() = default;
 
+void WebSocketLink::expect_much() {}
+
 void WebSocketLink::set_read_limit(std::size_t bytes) {
   socket_->inbox->read_limit = bytes;
 }
