@@ -8,6 +8,7 @@ program=$source_tree/build/host/vantelink-relay
 # The package's scripts make users, which only the superuser can, also in a namespace.
 [ "$(id -u)" = 0 ] || { echo 'the test needs the superuser; it is left out'; exit 77; }
 if [ "${1:-}" != inside ]; then
+  unshare --mount --net --pid --fork true || { echo 'the test needs namespaces of its own; it is left out'; exit 77; }
   archive=$("$source_tree/tools/libraries/build-debian-root")
   exec unshare --mount --net --pid --fork --kill-child "$0" inside "$archive"
 fi
