@@ -72,7 +72,7 @@ function relayLines({ version, started, certificate, backup }) {
     ...(certificate.problem
       ? [/** @type {Line} */ ([OWN.certificateProblem, tidy(certificate.problem)])]
       : []),
-    [OWN.backup, backup ? moment(backup) : OWN.unknown],
+    [OWN.backup, backup ? moment(backup) : OWN.noBackup],
   ];
 }
 

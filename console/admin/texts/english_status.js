@@ -11,7 +11,8 @@ export const statusEnglish = {
       `The relay's certificate ends in ${days === 1 ? 'one day' : `${days} days`} (${when}). Agents and browsers cannot connect after that.`,
     certificateEnded: (/** @type {string} */ when) =>
       `The relay's certificate ended (${when}). Agents and browsers that connect now refuse it.`,
-    backup: 'Last back-up',
+    backup: 'Last backup',
+    noBackup: 'none recorded',
     unknown: 'unknown',
     use: 'In use',
     online: 'Machines online',

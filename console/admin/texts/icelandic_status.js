@@ -15,6 +15,7 @@ export const statusIcelandic = {
     certificateEnded: (/** @type {string} */ when) =>
       `Skilríki miðlarans eru útrunnin (${when}). Tölvur og vafrar sem tengjast nú hafna þeim.`,
     backup: 'Síðasta öryggisafrit',
+    noBackup: 'ekkert skráð',
     unknown: 'óþekkt',
     use: 'Í notkun',
     online: 'Tengdar tölvur',

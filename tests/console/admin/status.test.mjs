@@ -33,7 +33,7 @@ test('the page shows how the relay is, and changes by itself', async (t) => {
   await fact(p, 'Machines online').getByText('0', { exact: true }).waitFor();
   assert.match(await fact(p, 'Version').innerText(), /^\d+\.\d+\.\d+$/);
   assert.match(await fact(p, 'Large messages on their way').innerText(), /^0 B of 537 MB$/);
-  assert.match(await fact(p, 'Last back-up').innerText(), /^unknown$/);
+  assert.match(await fact(p, 'Last backup').innerText(), /^none recorded$/);
   assert.match(await fact(p, 'Free for the data folder').innerText(), /[MGT]B$/);
   const agent = await ScriptedAgent.online(shared.relay, { name: 'Ship' });
   t.after(() => agent.drop());
