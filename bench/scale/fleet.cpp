@@ -106,7 +106,7 @@ bool FleetAgent::wait(int result) {
 }
 
 bool FleetAgent::read() {
-  std::array<unsigned char, 4096> bytes;
+  std::array<unsigned char, 4096> bytes{};
   for (;;) {
     const int count = SSL_read(ssl_.get(), bytes.data(), static_cast<int>(bytes.size()));
     if (count <= 0) return wait(count);
@@ -177,7 +177,7 @@ Fleet::Fleet(std::size_t agents, unsigned short port)
     std::vector<std::unique_ptr<FleetAgent>> own;
     for (std::size_t number = thread; number < agents; number += kThreads)
       own.push_back(std::make_unique<FleetAgent>(number, port, context_.get()));
-    threads_.emplace_back([this, own = std::move(own)]() mutable { run(std::move(own)); });
+    threads_.emplace_back([this, own = std::move(own)] { run(own); });
   }
 }
 
@@ -187,7 +187,7 @@ Fleet::~Fleet() {
     thread.join();
 }
 
-void Fleet::run(std::vector<std::unique_ptr<FleetAgent>> agents) {
+void Fleet::run(const std::vector<std::unique_ptr<FleetAgent>>& agents) {
   const int poll = ::epoll_create1(EPOLL_CLOEXEC);
   // Closing a socket removes it from the poll.
   const auto go_on = [&](FleetAgent& agent) {
@@ -195,7 +195,8 @@ void Fleet::run(std::vector<std::unique_ptr<FleetAgent>> agents) {
     const int socket = agent.socket();
     const std::uint32_t waited_for = agent.waits_for();
     agent.go_on(Clock::now());
-    if (agent.logged_in() != before) logged_in_ += before ? -1 : 1;
+    if (agent.logged_in() && !before) ++logged_in_;
+    if (!agent.logged_in() && before) --logged_in_;
     if (agent.socket() < 0 || (agent.socket() == socket && agent.waits_for() == waited_for)) return;
     epoll_event event{agent.waits_for(), {&agent}};
     ::epoll_ctl(poll, agent.socket() == socket ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, agent.socket(), &event);
@@ -208,7 +209,7 @@ void Fleet::run(std::vector<std::unique_ptr<FleetAgent>> agents) {
       }
       looked = Clock::now();
     }
-    std::array<epoll_event, 256> events;
+    std::array<epoll_event, 256> events{};
     const int count = ::epoll_wait(poll, events.data(), static_cast<int>(events.size()), 50);
     for (int i = 0; i < count; ++i)
       go_on(*static_cast<FleetAgent*>(events[static_cast<std::size_t>(i)].data.ptr));

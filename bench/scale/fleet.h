@@ -77,7 +77,7 @@ class Fleet {
   [[nodiscard]] std::size_t logged_in() const { return logged_in_; }
 
  private:
-  void run(std::vector<std::unique_ptr<FleetAgent>> agents);
+  void run(const std::vector<std::unique_ptr<FleetAgent>>& agents);
 
   const std::size_t size_;
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;

@@ -79,7 +79,7 @@ void run(const Options& options) {
   const double back = std::chrono::duration<double>(Clock::now() - begin).count();
   std::this_thread::sleep_for(kSettle);
   const double after = memory(relay->pid());
-  const double links = static_cast<double>(options.agents);
+  const auto links = static_cast<double>(options.agents);
   std::printf("%zu machines\n", options.agents);
   std::printf("enrolled in                       %8.1f s\n", enrolled);
   std::printf("memory                            %8.1f MiB, %.1f KiB a link\n", used / 1024,

@@ -71,32 +71,42 @@ void AgentLogin::hold_back(const char* code, const char* message) {
   peer_->since = Clock::now();
 }
 
+void AgentLogin::refuse_enrolment(const char* why, const char* message) {
+  ++parts_.counters.refused_enrolments;
+  log(std::string("enrolment refused: ") + why);
+  hold_back("TOO_MANY", message);
+}
+
+MachineRecord AgentLogin::new_record(const nlohmann::json& fields, const std::string& secret,
+                                     MachineState state) const {
+  MachineRecord record{
+      random_token(kIdBytes),   text_field(fields, "name"),  text_field(fields, "machine_name"),
+      text_field(fields, "os"), text_field(fields, "hw_id"), wall_seconds()};
+  record.secret_hash = hash_secret(secret);
+  record.enrolled_at = record.state_since = record.last_seen;
+  record.enrolled_from = peer_->address;
+  record.state = state;
+  return record;
+}
+
 asio::awaitable<void> AgentLogin::enroll(const nlohmann::json& fields) {
   if (context_.enrolments.exhausted(source_, Clock::now())) {
-    ++parts_.counters.refused_enrolments;
-    log("enrolment refused: too many from this address");
-    co_return hold_back("TOO_MANY", "Too many new machines from this address. Try again later.");
+    co_return refuse_enrolment("too many from this address",
+                               "Too many new machines from this address. Try again later.");
   }
   context_.enrolments.add(source_, Clock::now());
   const auto window = context_.admission.windows().admit(wall_seconds());
   if (!window && !context_.admission.make_room(peer_->address)) {
-    ++parts_.counters.refused_enrolments;
-    log("enrolment refused: too many machines wait for approval");
-    co_return hold_back("TOO_MANY", "Too many new machines wait for approval. Try again later.");
+    co_return refuse_enrolment("too many machines wait for approval",
+                               "Too many new machines wait for approval. Try again later.");
   }
   const MachineState state = window ? MachineState::Approved : MachineState::Waiting;
   if (!take_place(state)) {
     if (window) context_.admission.windows().give_back(window->id);
     co_return;
   }
-  MachineRecord record{
-      random_token(kIdBytes),   text_field(fields, "name"),  text_field(fields, "machine_name"),
-      text_field(fields, "os"), text_field(fields, "hw_id"), wall_seconds()};
   const std::string secret = random_token(kSecretBytes);
-  record.secret_hash = hash_secret(secret);
-  record.enrolled_at = record.state_since = record.last_seen;
-  record.enrolled_from = peer_->address;
-  record.state = state;
+  MachineRecord record = new_record(fields, secret, state);
   if (window) {
     record.group = window->group;
     record.state_by = window->opened_by;

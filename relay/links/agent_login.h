@@ -33,6 +33,10 @@ class AgentLogin {
   void update_standing();
 
  private:
+  void refuse_enrolment(const char* why, const char* message);
+  // The record of a machine that enrols now.
+  [[nodiscard]] MachineRecord new_record(const nlohmann::json& fields, const std::string& secret,
+                                         MachineState state) const;
   boost::asio::awaitable<void> enroll(const nlohmann::json& fields);
   boost::asio::awaitable<void> log_in(const nlohmann::json& fields);
   [[nodiscard]] bool take_place(MachineState state);

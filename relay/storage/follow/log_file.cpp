@@ -50,7 +50,7 @@ TrailLogFile::~TrailLogFile() {
 
 std::optional<TrailEnd> TrailLogFile::last_row() {
   for (const std::string& file : {file_, file_ + ".1"}) {
-    if (const auto row = last_row_in(read_tail(file))) return row;
+    if (auto row = last_row_in(read_tail(file))) return row;
   }
   return TrailEnd{};
 }
