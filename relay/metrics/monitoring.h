@@ -2,7 +2,9 @@
 // administrators in the console.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 

@@ -156,11 +156,11 @@ void ConsoleFiles::add(ConsoleFile file) {
 
 Reply ConsoleFiles::answer(const Request& request) const {
   if (!only_reads(request)) return file_reply(request, {}, nullptr);
-  std::string_view path = path_of(request);
-  const bool versioned = path.starts_with(prefix_);
-  path.remove_prefix(versioned ? prefix_.size() : std::min<std::size_t>(path.size(), 1));
-  const auto found =
-      path.empty() && !versioned && path_of(request) == "/" ? files_.find(kFirstPage) : files_.find(path);
+  const std::string_view target = path_of(request);
+  const bool versioned = target.starts_with(prefix_);
+  std::string_view path;
+  if (target.starts_with('/')) path = target.substr(versioned ? prefix_.size() : 1);
+  const auto found = files_.find(target == "/" ? kFirstPage : path);
   if (found == files_.end() || (versioned && found->first == kFirstPage))
     return error_reply(request, HttpStatus::not_found, "There is no such page.");
   const File& file = found->second;

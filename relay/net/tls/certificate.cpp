@@ -26,7 +26,6 @@ namespace {
 
 // The certificate's lifetime. Some browsers refuse certificates with a longer lifetime.
 constexpr long kLifeDays = 825;
-constexpr int kWarnDays = 30;
 constexpr long kDaySeconds = 24 * 3600;
 
 using Extension = std::unique_ptr<X509_EXTENSION, Freed<X509_EXTENSION_free>>;
@@ -118,19 +117,23 @@ std::string remark_on(const CertificateFiles& files, const std::vector<std::stri
   const std::string advice =
       " To get a new one, delete " + files.certificate + " and " + files.key + " and restart the relay.";
   for (const std::string& host : hosts) {
-    const int fits = is_address(host)
-                         ? X509_check_ip_asc(certificate.get(), host.c_str(), 0)
-                         : X509_check_host(certificate.get(), host.data(), host.size(), 0, nullptr);
-    if (fits != 1) return "The certificate is not for " + host + "." + advice;
+    if (!is_for_host(certificate.get(), host)) return "The certificate is not for " + host + "." + advice;
   }
-  std::time_t soon = std::time(nullptr) + kWarnDays * kDaySeconds;
+  std::time_t soon = std::time(nullptr) + kCertificateWarning;
   if (X509_cmp_time(X509_get0_notAfter(certificate.get()), &soon) < 0) {
-    return "The certificate expires within " + std::to_string(kWarnDays) + " days." + advice;
+    return "The certificate expires within " + std::to_string(kCertificateWarning / kDaySeconds) + " days." +
+           advice;
   }
   return {};
 }
 
 }  // namespace
+
+bool is_for_host(X509* certificate, const std::string& host) {
+  const int fits = is_address(host) ? X509_check_ip_asc(certificate, host.c_str(), 0)
+                                    : X509_check_host(certificate, host.data(), host.size(), 0, nullptr);
+  return fits == 1;
+}
 
 CertificateFiles self_made_certificate(const std::string& data, const std::vector<std::string>& hosts,
                                        std::string& remark) {

@@ -67,7 +67,7 @@ LiveCertificate::LiveCertificate(CertificateFiles files, std::chrono::millisecon
 
 LiveCertificate::~LiveCertificate() {
   {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const MutexLock guard(lock_);
     end_ = true;
   }
   changed_.notify_all();
@@ -76,7 +76,7 @@ LiveCertificate::~LiveCertificate() {
 
 void LiveCertificate::reload() {
   {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const MutexLock guard(lock_);
     asked_ = true;
   }
   changed_.notify_all();
@@ -94,8 +94,10 @@ void LiveCertificate::watch(std::string seen) {
   for (;;) {
     bool asked = false;
     {
-      std::unique_lock<std::mutex> guard(lock_);
-      changed_.wait_for(guard, interval_, [this] { return end_ || asked_; });
+      const auto until = std::chrono::steady_clock::now() + interval_;
+      const MutexLock guard(lock_);
+      while (!end_ && !asked_ && std::chrono::steady_clock::now() < until)
+        changed_.wait_until(lock_, until);
       if (end_) return;
       asked = std::exchange(asked_, false);
     }

@@ -3,24 +3,20 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include <boost/asio/any_io_executor.hpp>
 
 #include "relay/base/log.h"
+#include "relay/base/threads/mutex.h"
 #include "relay/base/threads/thread_checker.h"
 #include "relay/net/tls/certificate.h"
 #include "relay/net/tls/tls_context.h"
 
 namespace vlk::relay {
-
-// The time from which, before its end, a certificate is warned of.
-inline constexpr std::int64_t kCertificateWarning = std::int64_t{30} * 24 * 3600;  // seconds
 
 // A thread of its own looks at the files. A changed pair is read when both files have stayed the same for one
 // look. A pair that cannot be used leaves the one before in use, is logged once, and is tried again at each
@@ -78,10 +74,10 @@ class LiveCertificate {
   std::uint64_t failures_ = 0;
   std::string problem_;
 
-  std::mutex lock_;
-  std::condition_variable changed_;
-  bool end_ = false;    // guarded by lock_
-  bool asked_ = false;  // guarded by lock_
+  Mutex lock_;
+  ConditionVariable changed_;
+  bool end_ RELAY_GUARDED_BY(lock_) = false;
+  bool asked_ RELAY_GUARDED_BY(lock_) = false;
   std::thread watcher_;
 };
 

@@ -1,5 +1,5 @@
-// The form of a backup: a copy of the relay's database with one more table, which has the small files of the
-// data folder.
+// The form of a backup: a copy of the relay's database with one more table, backup_files, which has the names
+// and contents of the small files of the data folder.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,6 @@ namespace vlk::relay {
 
 // In the header of the SQLite file, so that a backup and a database are not mistaken for each other.
 inline constexpr std::int64_t kBackupMark = 0x564c4b42;
-
-inline constexpr char kFilesTable[] = "backup_files";  // name TEXT, content BLOB
 
 struct BackupCounts {
   std::int64_t machines = 0;

@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include <boost/asio/ip/address.hpp>
 #include <openssl/bio.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -24,7 +23,6 @@
 namespace vlk::relay {
 namespace {
 
-constexpr int kWarnDays = 30;
 constexpr std::time_t kDaySeconds = 24 * 3600;
 
 // The relay has nobody to ask for a pass phrase.
@@ -55,12 +53,6 @@ std::time_t time_of(const ASN1_TIME* time) {
 
 std::string day_of(std::time_t time) {
   return iso_time(std::int64_t{time} * 1000).substr(0, 10);
-}
-
-bool is_address(const std::string& host) {
-  boost::system::error_code error;
-  boost::asio::ip::make_address(host, error);
-  return !error;
 }
 
 // Checks one pair of files and remembers where they are, for the messages.
@@ -152,14 +144,12 @@ class CertificateCheck {
       if (last == 0 || end < last) last = end;
     }
     const std::string text = "the certificate " + files_.certificate + " is valid until " + day_of(last);
-    if (last - now >= kWarnDays * kDaySeconds) return findings_.ok(text);
-    findings_.warning(text + ", for less than " + std::to_string(kWarnDays) + " days" + remedy());
+    if (last - now >= kCertificateWarning) return findings_.ok(text);
+    findings_.warning(text + ", for less than " + std::to_string(kCertificateWarning / kDaySeconds) +
+                      " days" + remedy());
   }
   void check_host(const std::string& host) {
-    X509* const own = chain_.front().get();
-    const int fits = is_address(host) ? X509_check_ip_asc(own, host.c_str(), 0)
-                                      : X509_check_host(own, host.data(), host.size(), 0, nullptr);
-    if (fits == 1) return findings_.ok("the certificate is for " + host);
+    if (is_for_host(chain_.front().get(), host)) return findings_.ok("the certificate is for " + host);
     findings_.wrong("the certificate " + files_.certificate + " is not for " + host + remedy());
   }
 

@@ -69,7 +69,7 @@ TEST_F(FilesTest, HiddenFilesAndFilesOutsideTheFolderAreNotServed) {
   const ConsoleFiles all = files();
   for (const char* target : {"/../secret.html", "/..%2fsecret.html", "/%2e%2e/secret.html", "/./index.html",
                              "//etc/passwd", "", "/relay.db", "/.hidden.html", "/.git/page.html",
-                             "/a\\..\\b.html", "/deeper", "/index.html%00.html"}) {
+                             "/a\\..\\b.html", "/deeper", "xindex.html", "/index.html%00.html"}) {
     const Reply reply = get(all, target);
     EXPECT_EQ(reply.result_int(), 404u) << target;
     EXPECT_EQ(reply.body().bytes().find("secret"), std::string::npos);
