@@ -1,4 +1,8 @@
 // Time limits of peers, heartbeats and periodic writes. The tests pass the time to each tick.
+#include <algorithm>
+#include <string>
+#include <vector>
+
 #include "relay/session/parts_fixture.h"
 
 namespace vlk::relay {
@@ -77,6 +81,35 @@ TEST_F(WatchdogTest, SilentAgentIsDisconnected) {
   tick(limits_.agent_silence);
   EXPECT_TRUE(peer->channel->is_cut());
   EXPECT_EQ(peer->channel->end_reason(), "silent for too long");
+}
+
+TEST_F(WatchdogTest, MachinesWithoutASessionAreLookedAtInTurnAndNoneIsLeftOut) {
+  constexpr int kMachines = 23;
+  constexpr int kRounds = 5;  // of ticks, with the default limits
+  std::vector<Agent> machines;
+  for (int i = 0; i < kMachines; ++i)
+    machines.push_back(log_in(std::to_string(i)));
+  const auto greeted = [&] {
+    return std::ranges::count_if(machines, [&](const Agent& peer) {
+      return !to_agent(peer).empty();  // its first heartbeat
+    });
+  };
+  for (const Agent& peer : machines)
+    (void)to_agent(peer);
+  tick({});
+  EXPECT_EQ(greeted(), (kMachines + kRounds - 1) / kRounds);
+  std::ptrdiff_t later = 0;
+  for (int round = 1; round < kRounds; ++round) {
+    tick({});
+    later += greeted();
+  }
+  EXPECT_EQ(later, kMachines - (kMachines + kRounds - 1) / kRounds) << "each once";
+  parts_->machines.remove_connection(machines.front());
+  machines.erase(machines.begin());
+  for (int round = 0; round < kRounds; ++round)
+    tick(limits_.agent_silence * 2);
+  for (const Agent& peer : machines)
+    EXPECT_TRUE(peer->channel->is_cut());
 }
 
 TEST_F(WatchdogTest, AgentThatTheRelayDoesNotReadFromDoesNotCountAsSilent) {
