@@ -1,10 +1,10 @@
 // What the relay reports about itself while machines and people use it.
 #include <array>
-#include <regex>
 #include <set>
 #include <sstream>
 
 #include "relay/metrics/operator_client.h"
+#include "relay/metrics/patterns.h"
 #include "relay/net/tls/pairs.h"
 #include "relay/relay_fixture.h"
 #include "relay/server.h"

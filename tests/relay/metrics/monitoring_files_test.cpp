@@ -1,9 +1,9 @@
 // The dashboard and the alert rules for operators name only metrics and labels that the relay has.
-#include <regex>
 #include <set>
 
 #include "relay/base/source_file.h"
 #include "relay/metrics/operator_client.h"
+#include "relay/metrics/patterns.h"
 #include "relay/relay_fixture.h"
 #include "relay/server.h"
 
