@@ -60,20 +60,19 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       connections_(limits, log),
       certificate_(settings.certificate, limits.certificate_look, io_.get_executor(), log),
       acceptor_(listen(io_.get_executor(), settings.address, settings.port, "--port")),
-      database_file_(store->database().file()),
-      trail_key_(TrailKey::load_or_make(std::filesystem::path(database_file_).parent_path().string())),
+      database_address_(store->database().address()),
+      trail_key_(TrailKey::load_or_make(settings.data)),
       database_(std::move(store), io_.get_executor()),
       trail_keeper_(database_, trail_key_, log),
-      trail_reader_(database_file_, trail_key_),
-      spools_(std::filesystem::path(database_file_).parent_path() / "spool", io_.get_executor(),
+      trail_reader_(database_address_, trail_key_),
+      spools_(std::filesystem::path(settings.data) / "spool", io_.get_executor(),
               {limits.spool, limits.spools}),
       parts_(database_, spools_, log, limits),
       admission_(parts_, log),
       updates_({settings.updates, settings.update_key, limits.update_look,
                 [this](TrailEntry row) { parts_.audit.write(std::move(row)); }},
                io_.get_executor(), log),
-      monitoring_({connections_, parts_, database_, spools_, log, certificate_, lag_, limits,
-                   std::filesystem::path(database_file_).parent_path()},
+      monitoring_({connections_, parts_, database_, spools_, log, certificate_, lag_, limits, settings.data},
                   io_.get_executor(), [this] { return acceptor_.is_open() && !stopping_; }),
       api_(parts_, admission_, updates_, trail_reader_, log, limits),
       enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
@@ -94,6 +93,7 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
     admission_.reload();
     monitoring_.reload();
   });
+  database_.on_reach([this](const DatabaseThread::Reach& reach) { report_database(reach); });
   api_.on_status([this] { return monitoring_.status(); });
   if (settings.operators) monitoring_.open(*settings.operators);
   const auto ended = [this](const std::exception_ptr& failure) {
@@ -125,7 +125,11 @@ void Server::run() {
   parts_.sessions.end_all("relay-stopped");
   parts_.audit.write(trail_entry<TrailKind::RelayStopped>({.actor = kTrailRelay}));
   trail_keeper_.sign();
-  database_.drain();
+  if (!database_.drain()) {
+    log_.write("", "",
+               "the relay ends without its database: " + std::to_string(database_.load().jobs) +
+                   " changes are not stored");
+  }
   if (!failure_) return;
   try {
     std::rethrow_exception(failure_);
@@ -148,11 +152,24 @@ void Server::stop() {
   });
 }
 
+void Server::report_database(const DatabaseThread::Reach& reach) {
+  const std::string jobs = std::to_string(reach.waiting) + (reach.waiting == 1 ? " change" : " changes");
+  if (reach.lost) {
+    log_.write("", "",
+               "the database is lost: " + reach.reason + "; sessions go on, and " + jobs +
+                   " and all later ones wait until it is back");
+  } else {
+    log_.write("", "",
+               "the database is back after " + std::to_string(reach.lasted.count()) + " ms; " + jobs +
+                   " are stored now");
+  }
+}
+
 void Server::follow_trail(std::unique_ptr<TrailSink> sink) {
   const auto report = [this](const std::string& problem) {
     asio::post(io_, [this, problem] { log_.write("", "", problem); });
   };
-  trail_followers_.push_back(std::make_unique<TrailFollower>(database_file_, std::move(sink), report));
+  trail_followers_.push_back(std::make_unique<TrailFollower>(database_address_, std::move(sink), report));
 }
 
 void Server::reopen_trail_logs() {

@@ -39,6 +39,7 @@ class Server {
   struct Settings {
     std::string address = "127.0.0.1";
     unsigned short port = 0;  // 0 means any free port
+    std::string data;         // folder of the keys and the spool
     std::string console;      // folder of the console's files; empty for those in the program
     std::string updates;      // folder of the agents' updates; need not exist
     std::string update_key;   // public key of the updates; without it none is offered
@@ -80,6 +81,8 @@ class Server {
  private:
   // What serve_http() needs of this server.
   [[nodiscard]] HttpService make_http_service();
+  // Logs a loss of the database's server and its return.
+  void report_database(const DatabaseThread::Reach& reach);
   boost::asio::awaitable<void> accept();
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);
@@ -107,7 +110,7 @@ class Server {
   boost::asio::io_context io_{1};
   LiveCertificate certificate_;
   boost::asio::ip::tcp::acceptor acceptor_;
-  const std::string database_file_;
+  const std::string database_address_;
   const TrailKey trail_key_;
   DatabaseThread database_;
   TrailKeeper trail_keeper_;

@@ -110,6 +110,7 @@ void add_storage(Exposition& all, const Sources& sources, const Readings& now) {
   all.begin("disk_free_bytes", "Free bytes on the file system of a folder.", Type::Gauge)
       .value(number(now.data_free), {{"folder", "data"}})
       .value(number(now.spool_free), {{"folder", "spool"}});
+  all.gauge("database_connected", "1 while the database can be reached.", sources.database.lost() ? 0 : 1);
   all.gauge("database_jobs", "Jobs that wait for the database or run.", number(now.database.jobs));
   all.gauge("database_jobs_limit", "The largest value of vantelink_relay_database_jobs.",
             number(sources.database.bounds().jobs));

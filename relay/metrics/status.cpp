@@ -16,7 +16,8 @@ constexpr double kMost = 0.99;  // of the database's jobs
 
 Json database_json(const Sources& sources, const Readings& now) {
   const auto most = now.database.times.bound_of(kMost);
-  return {{"jobs", now.database.jobs},
+  return {{"connected", !sources.database.lost()},
+          {"jobs", now.database.jobs},
           {"jobs_limit", sources.database.bounds().jobs},
           {"most_within_ms", most ? Json(most->count()) : Json()}};
 }

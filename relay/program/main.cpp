@@ -95,8 +95,14 @@ void reopen_at_hang_up(boost::asio::signal_set& signals, Server& server) {
   });
 }
 
+// The database's file or URL.
+std::string database_of(const Options& options, const DataFolder& data) {
+  return options.database.empty() ? data.database() : options.database;
+}
+
 Server::Settings settings_of(const Options& options) {
   Server::Settings settings;
+  settings.data = options.data;
   settings.address = options.address;
   settings.port = options.port;
   settings.console = options.console;
@@ -128,7 +134,7 @@ Limits limits_of(const Options& options) {
 int serve(const Options& options, const DataFolder& data) {
   const FileLock claim = claim_for_relay(data.path());
   raise_descriptor_limit(options.connections);
-  auto store = std::make_unique<Store>(data.database());
+  auto store = std::make_unique<Store>(database_of(options, data));
   const Log log(standard_error_sink(), {}, log_format_of(options.log_format).value());
   Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
@@ -183,7 +189,7 @@ int run(const Options& options) {
   }
   const DataFolder data(options.data);
   if (options.action == Action::Serve) return serve(options, data);
-  Store store(data.database());
+  Store store(database_of(options, data));
   return change_user(options, store);
 }
 

@@ -18,9 +18,15 @@ std::span<const OptionRule> serving() {
        "IP address to listen on; default 0.0.0.0, which means all of IPv4; :: means IPv6 and IPv4",
        "\"0.0.0.0\"", Kind::Value, text_setter(&Options::address)},
       {"data", "DIR",
-       "folder of the database and the self-signed certificate; created if it is missing; default "
+       "folder of the database, the keys and the self-signed certificate; created if it is missing; default "
        "./vantelink-data",
        "\"vantelink-data\"", Kind::Value, text_setter(&Options::data)},
+      {"database", "URL",
+       "PostgreSQL database that takes the place of the file in the data folder, such as "
+       "postgresql://relay@db.example.org/relay; a URL with a password belongs into the configuration file "
+       "or "
+       "the environment, where other users cannot read it",
+       "\"postgresql://relay@db.example.org/relay\"", Kind::Value, database_setter()},
       {"console", "DIR", "folder of the console's files; default the console in the program",
        "\"/usr/share/vantelink/console\"", Kind::Value, text_setter(&Options::console)},
       {"updates", "DIR",

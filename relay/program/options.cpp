@@ -143,7 +143,8 @@ std::string variable_value(const Environment& environment, const std::string& na
 bool fits_command(Action action, const OptionRule& rule) {
   const std::string name = rule.name;
   if (action == Action::Check) return rule.kind != OptionRule::Kind::Action || name == "config";
-  if (action == Action::Backup || action == Action::Restore) return name == "data" || name == "config";
+  if (action == Action::Backup || action == Action::Restore)
+    return name == "data" || name == "database" || name == "config";
   return action != Action::VerifyTrail;
 }
 

@@ -56,6 +56,7 @@ struct Options {
   std::string update_key;            // PEM file of the public key that verifies updates; none: empty
   std::vector<std::string> hosts;    // names in the self-signed certificate; default: "localhost"
   std::string log_format = "text";   // "text" or "json"
+  std::string database;              // URL of a PostgreSQL database; empty for the file in the data folder
   std::string metrics;               // ADDRESS:PORT of the port for operators; empty for none
   std::string trail_log;     // file to which the rows of the trail are copied as JSON lines; empty for none
   std::string trail_syslog;  // socket or HOST:PORT of syslog for the rows of the trail; empty for none

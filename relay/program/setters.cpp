@@ -7,6 +7,7 @@
 #include "relay/metrics/operators_port.h"
 #include "relay/net/source/proxies.h"
 #include "relay/people/people.h"
+#include "relay/storage/engine/address.h"
 
 namespace vlk::relay {
 namespace {
@@ -99,6 +100,16 @@ Setter user_setter(Action action) {
     }
     options.user = value;
     return set_action(options, action, problem);
+  };
+}
+
+Setter database_setter() {
+  return [](Options& options, const std::string& value, const std::string& where, std::string& problem) {
+    options.database = value;
+    if (is_postgresql(value)) return true;
+    problem = where + " needs a URL that begins with postgresql://, not \"" + value +
+              "\"; a database in a file is in the folder that --data names.";
+    return false;
   };
 }
 

@@ -16,6 +16,7 @@ namespace vlk::relay {
 [[nodiscard]] Setter idle_setter();
 [[nodiscard]] Setter host_setter();
 [[nodiscard]] Setter proxy_setter();
+[[nodiscard]] Setter database_setter();
 [[nodiscard]] Setter metrics_setter();
 [[nodiscard]] Setter log_format_setter();
 // true or false.

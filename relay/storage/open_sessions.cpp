@@ -1,12 +1,14 @@
 // Finds the sessions in the trail that have a beginning and no end.
 #include "relay/storage/open_sessions.h"
 
+#include <limits>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "relay/storage/trail/chain.h"
+#include "relay/storage/trail/tables.h"
 
 namespace vlk::relay {
 namespace {
@@ -15,6 +17,9 @@ constexpr std::string_view kStarted = rule_of(TrailKind::RelayStarted).code;
 constexpr std::string_view kAsked = rule_of(TrailKind::SessionAsked).code;
 constexpr std::string_view kAnswered = rule_of(TrailKind::SessionAnswered).code;
 constexpr std::string_view kEnded = rule_of(TrailKind::SessionEnded).code;
+
+// An engine may hold all rows of a result in memory.
+constexpr int kRowsAtOnce = 500;
 
 // The sessions of earlier runs have ended: each start of the relay has written their ends.
 std::int64_t start_of_last_run(Database& database) {
@@ -25,9 +30,9 @@ std::int64_t start_of_last_run(Database& database) {
 
 // The row that the relay writes when it withdraws a request is not an answer.
 bool has_answer(Database& database, std::int64_t session, std::int64_t asked_id) {
-  Statement query(database,
-                  "SELECT 1 FROM trail WHERE code = ? AND id > ? AND session = ? "
-                  "AND json_extract(fields, '$.answer') <> 'none'");
+  const std::string sql = "SELECT 1 FROM trail WHERE code = ? AND id > ? AND session = ? AND " +
+                          field_text(database.dialect(), "answer") + " <> 'none'";
+  Statement query(database, sql.c_str());
   return query.bind(kAnswered).bind(asked_id).bind(session).step();
 }
 
@@ -35,12 +40,20 @@ bool has_answer(Database& database, std::int64_t session, std::int64_t asked_id)
 
 std::vector<OpenQuestion> open_questions(Database& database, std::int64_t since) {
   std::vector<OpenQuestion> open;
-  Statement asked(database, "SELECT id, time, machine, session FROM trail WHERE code = ? ORDER BY id DESC");
-  asked.bind(kAsked);
-  while (asked.step() && asked.number(1) >= since) {
-    const std::int64_t session = asked.number(3);
-    if (!has_answer(database, session, asked.number(0)))
-      open.push_back({asked.text(2), static_cast<std::uint32_t>(session)});
+  std::int64_t before = std::numeric_limits<std::int64_t>::max();
+  for (bool more = true; more;) {
+    more = false;
+    Statement asked(database,
+                    "SELECT id, time, machine, session FROM trail WHERE code = ? AND id < ? "
+                    "ORDER BY id DESC LIMIT ?");
+    asked.bind(kAsked).bind(before).bind(kRowsAtOnce);
+    while (asked.step() && asked.number(1) >= since) {
+      more = true;
+      before = asked.number(0);
+      const std::int64_t session = asked.number(3);
+      if (!has_answer(database, session, before))
+        open.push_back({asked.text(2), static_cast<std::uint32_t>(session)});
+    }
   }
   return open;
 }

@@ -20,7 +20,7 @@ const TrailSubject kCommandLine{.actor = kTrailCommandLine};
 
 }  // namespace
 
-Store::Store(const std::string& file) : database_(file) {
+Store::Store(const std::string& address) : database_(address) {
   prepare_schema(database_);
 }
 

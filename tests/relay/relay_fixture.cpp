@@ -12,6 +12,7 @@
 #include "fakes/fakes.h"
 #include "relay/base/secrets.h"
 #include "relay/server.h"
+#include "relay/storage/test_database.h"
 
 #ifdef __SANITIZE_ADDRESS__
 // Declared here because not every compiler installs the sanitizer's header.
@@ -72,7 +73,7 @@ void RelayTest::SetUp() {
     const std::lock_guard<std::mutex> guard(log_lock_);
     log_text_.append(line).append("\n");
   });
-  Store store(folder_ / "relay.db");
+  Store store(database_in(folder_));
   store.add_user("admin", hash_password(kPassword));
   store.open_enrolment(kEnrolmentMinutes);
   start();
@@ -86,6 +87,7 @@ void RelayTest::TearDown() {
 
 void RelayTest::start() {
   Server::Settings settings;
+  settings.data = folder_;
   settings.console = folder_ / "console";
   settings.updates = folder_ / "updates";
   settings.update_key = update_key_;
@@ -95,7 +97,7 @@ void RelayTest::start() {
   settings.proxy_header = proxy_header_;
   settings.certificate = certificate_;
   settings.operators = operators_;
-  server_ = std::make_unique<Server>(settings, std::make_unique<Store>(folder_ / "relay.db"), *log_, limits_);
+  server_ = std::make_unique<Server>(settings, std::make_unique<Store>(database_in(folder_)), *log_, limits_);
   port_ = server_->port();
   thread_ = std::thread([this] {
     try {
@@ -194,7 +196,7 @@ std::multiset<std::string> RelayTest::stored(const char* query) {
     on_relay([] {});
     server_->database().drain();
   }
-  Database database(folder_ / "relay.db");
+  Database database(database_in(folder_));
   Statement statement(database, query);
   std::multiset<std::string> rows;
   while (statement.step())

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "relay/storage/store.h"
+#include "relay/storage/test_database.h"
 #include "relay/storage/trail/chain.h"
 #include "support/temp_folder.h"
 
@@ -36,7 +37,7 @@ class OpenSessionsTest : public testing::Test {
   }
 
   vantelink_test::TempFolder folder_;
-  Store store_{(folder_.path() / "relay.db").string()};
+  Store store_{database_in(folder_.path())};
 };
 
 TEST_F(OpenSessionsTest, OnlySessionsWithoutAnEndGetARowAndOnlyOnce) {

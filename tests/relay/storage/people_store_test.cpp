@@ -6,6 +6,7 @@
 #include "relay/storage/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/store.h"
+#include "relay/storage/test_database.h"
 #include "support/temp_folder.h"
 
 namespace vlk::relay {
@@ -21,7 +22,7 @@ class PeopleStoreTest : public testing::Test {
   }
 
   vantelink_test::TempFolder folder_;
-  Store store_{(folder_.path() / "relay.db").string()};
+  Store store_{database_in(folder_.path())};
   Database& database_ = store_.database();
 };
 
