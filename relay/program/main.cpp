@@ -132,9 +132,10 @@ int serve(const Options& options, const DataFolder& data) {
   const Log log(standard_error_sink(), {}, log_format_of(options.log_format).value());
   Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
-    std::string remark;
-    settings.certificate = self_made_certificate(options.data, options.hosts, remark);
-    if (!remark.empty()) log.write("", "", remark);
+    settings.own = std::make_shared<OwnCertificate>(options.data, options.hosts);
+    for (const std::string& remark : settings.own->prepare())
+      log.write("", "", remark);
+    settings.certificate = settings.own->served();
   }
   require_private(settings.certificate.key, "the private key");
   prepare_first_start(options.data, *store);
