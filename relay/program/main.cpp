@@ -14,6 +14,7 @@
 #include "relay/base/version.h"
 #include "relay/net/descriptors.h"
 #include "relay/net/private_files.h"
+#include "relay/program/authority/command.h"
 #include "relay/program/backup/command.h"
 #include "relay/program/check/command.h"
 #include "relay/program/folder/data_folder.h"
@@ -178,6 +179,9 @@ int run(const Options& options) {
       return 0;
     case Action::Restore:
       restore_command(options, std::cout);
+      return 0;
+    case Action::Authority:
+      authority_command(options, std::cout);
       return 0;
     default:
       break;
