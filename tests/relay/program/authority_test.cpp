@@ -1,6 +1,7 @@
 // The relay's own authority as operators meet it: the program's starts, the command, and the check.
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -136,6 +137,18 @@ TEST_F(AuthorityCommandTest, AuthorityThatWouldLockMachinesOutIsRefused) {
   EXPECT_FALSE(fs::exists(other_));
 }
 
+TEST_F(AuthorityCommandTest, FilesThatTheSuperuserMakesBelongToTheRelaysUser) {
+  constexpr uid_t kUser = 12345;
+  if (::chown(data_.c_str(), kUser, static_cast<gid_t>(-1)) != 0) GTEST_SKIP() << "needs the superuser";
+  ASSERT_TRUE(step("renew").starts_with("renewed"));
+  for (const std::string& name : {std::string("relay-cert.pem"), std::string("relay-key.pem"),
+                                  kept("relay-cert-before-"), kept("relay-key-before-")}) {
+    struct stat status {};
+    ASSERT_EQ(::stat((data_ + '/' + name).c_str(), &status), 0) << name;
+    EXPECT_EQ(status.st_uid, kUser) << name;
+  }
+}
+
 TEST_F(AuthorityCommandTest, RenewalKeepsADamagedAuthorityToo) {
   overwrite_file(data_ + "/relay-cert.pem", "garbage");
   expect_checked("wrong: the certificate " + data_ + "/relay-cert.pem cannot be read");
@@ -165,6 +178,9 @@ TEST_F(AuthorityCommandTest, CheckWarnsOfALeafThatARunningRelayDidNotRenew) {
     const FileLock relay = claim_for_relay(data_);
     expect_checked("warning: the relay's certificate " + data_ +
                    "/relay-leaf.pem has a third of its time left or less; restart the relay");
+    static_cast<void>(OwnCertificate(data_, {"relay.example"}).prepare());
+    options_.hosts.emplace_back("desk.relay.example");
+    expect_checked("/relay-leaf.pem is for other names; restart the relay");
     fs::remove(data_ + "/relay-leaf.pem");
     expect_checked("wrong: the relay's certificate " + data_ + "/relay-leaf.pem cannot be read");
   }

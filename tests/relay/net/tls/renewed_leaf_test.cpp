@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "fakes/fakes.h"
+#include "relay/metrics/operator_client.h"
 #include "relay/net/tls/own_certificate.h"
 #include "relay/net/tls/pairs.h"
 #include "relay/relay_fixture.h"
@@ -16,6 +17,10 @@ constexpr std::int64_t kDay = 24 * 3600;
 
 class RenewedLeafTest : public RelayTest {
  protected:
+  void SetUp() override {
+    operators_ = parse_operators_address("127.0.0.1:0");
+    RelayTest::SetUp();
+  }
   void make_certificate() override {
     own_ = std::make_shared<OwnCertificate>(folder_, std::vector<std::string>{"localhost"},
                                             [this] { return now_.load(); });
@@ -75,6 +80,23 @@ TEST_F(RenewedLeafTest, EndOfTheAuthorityIsWarnedOf) {
                      "); make a new authority with: vantelink-relay authority prepare"))
       << log_text_;
   EXPECT_EQ(certificate_status()["authority"]["ends_soon"], true);
+  const auto metrics =
+      metric_values(ask_operators_port(server_->monitoring().port().value(), "/metrics").text);
+  EXPECT_NEAR(metrics.at("vantelink_relay_certificate_end_seconds{certificate=\"authority\"}"),
+              20.0 * kDay + 3600, 60);
+  EXPECT_LE(metrics.at("vantelink_relay_certificate_end_seconds{certificate=\"relay\"}"), 20.0 * kDay + 3600);
+}
+
+TEST_F(RenewedLeafTest, EndOfASelfSignedCertificateIsWarnedOfWithAdvice) {
+  stop();
+  overwrite_pair(own_->trusted(), make_test_pair(12 * kDay + 3600));
+  static_cast<void>(own_->prepare());
+  start();
+  EXPECT_TRUE(logged("the certificate ends in 12 days, at ")) << log_text_;
+  EXPECT_TRUE(logged("(" + own_->trusted().certificate +
+                     "); make a new authority with: vantelink-relay authority prepare"))
+      << log_text_;
+  EXPECT_TRUE(certificate_status()["authority"].is_null());
 }
 
 }  // namespace
