@@ -58,7 +58,7 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       log_(log),
       limits_(limits),
       connections_(limits, log),
-      certificate_(settings.certificate, limits.certificate_look, io_.get_executor(), log),
+      certificate_(settings.certificate, limits.certificate_look, io_.get_executor(), log, settings.own),
       acceptor_(listen(io_.get_executor(), settings.address, settings.port, "--port")),
       database_address_(store->database().address()),
       trail_key_(TrailKey::load_or_make(settings.data)),

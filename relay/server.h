@@ -44,6 +44,7 @@ class Server {
     std::string updates;      // folder of the agents' updates; need not exist
     std::string update_key;   // public key of the updates; without it none is offered
     CertificateFiles certificate;
+    std::shared_ptr<OwnCertificate> own;  // prepared; null if `certificate` has an operator's files
     // Proxies that name the real source of a connection: by the PROXY protocol, version 2, or in this header
     // of each request. At most one of the two is used.
     std::vector<Network> proxies;

@@ -136,8 +136,12 @@ void add_process(Exposition& all, const Sources& sources, const Readings& now) {
 }
 
 void add_certificate(Exposition& all, const LiveCertificate& certificate, std::int64_t now) {
-  all.gauge("certificate_end_seconds", "Seconds until the certificate ends; negative after its end.",
-            number(certificate.ends() - now));
+  all.begin("certificate_end_seconds",
+            "Seconds until the certificate, or the relay's own authority, ends; negative after its end.",
+            Type::Gauge)
+      .value(number(certificate.ends() - now), {{"certificate", "relay"}});
+  if (certificate.authority_ends() != 0)
+    all.value(number(certificate.authority_ends() - now), {{"certificate", "authority"}});
   all.begin("certificate_reloads_total", "Readings of the changed certificate, by what became of them.",
             Type::Counter)
       .value(number(certificate.reloads()), {{"result", "used"}})

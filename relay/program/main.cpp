@@ -14,6 +14,7 @@
 #include "relay/base/version.h"
 #include "relay/net/descriptors.h"
 #include "relay/net/private_files.h"
+#include "relay/program/authority/command.h"
 #include "relay/program/backup/command.h"
 #include "relay/program/check/command.h"
 #include "relay/program/folder/data_folder.h"
@@ -138,9 +139,10 @@ int serve(const Options& options, const DataFolder& data) {
   const Log log(standard_error_sink(), {}, log_format_of(options.log_format).value());
   Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
-    std::string remark;
-    settings.certificate = self_made_certificate(options.data, options.hosts, remark);
-    if (!remark.empty()) log.write("", "", remark);
+    settings.own = std::make_shared<OwnCertificate>(options.data, options.hosts);
+    for (const std::string& remark : settings.own->prepare())
+      log.write("", "", remark);
+    settings.certificate = settings.own->served();
   }
   require_private(settings.certificate.key, "the private key");
   prepare_first_start(options.data, *store);
@@ -183,6 +185,9 @@ int run(const Options& options) {
       return 0;
     case Action::Restore:
       restore_command(options, std::cout);
+      return 0;
+    case Action::Authority:
+      authority_command(options, std::cout);
       return 0;
     default:
       break;

@@ -18,7 +18,7 @@ std::span<const OptionRule> serving() {
        "IP address to listen on; default 0.0.0.0, which means all of IPv4; :: means IPv6 and IPv4",
        "\"0.0.0.0\"", Kind::Value, text_setter(&Options::address)},
       {"data", "DIR",
-       "folder of the database, the keys and the self-signed certificate; created if it is missing; default "
+       "folder of the database and the relay's own certificate; created if it is missing; default "
        "./vantelink-data",
        "\"vantelink-data\"", Kind::Value, text_setter(&Options::data)},
       {"database", "URL",
@@ -120,7 +120,7 @@ std::span<const OptionRule> certificate() {
       {"key", "FILE", "private key of the certificate, PEM", "\"/etc/vantelink/relay-key.pem\"", Kind::Value,
        text_setter(&Options::key)},
       {"host", "NAME",
-       "name or address in the self-signed certificate; default localhost; may be repeated; agents and "
+       "name or address in the relay's own certificate; default localhost; may be repeated; agents and "
        "browsers must use one of these names",
        "[\"localhost\"]", Kind::List, host_setter()},
   };
@@ -173,8 +173,9 @@ std::span<const OptionGroup> option_groups() {
       {"Limits", "", bounds()},
       {"Monitoring", "", monitoring()},
       {"Certificate",
-       "Without --cert the first start makes a self-signed certificate in the data folder, and later starts "
-       "use it.",
+       "Without --cert the first start makes a certificate authority for the names of --host in the data "
+       "folder. Machines trust its certificate, relay-cert.pem; the certificate that it signs for the relay "
+       "renews itself.",
        certificate()},
       {"Configuration",
        "Each option above can also be set in the environment: VANTELINK_RELAY_PORT for --port, and so on. A "

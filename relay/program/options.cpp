@@ -64,6 +64,7 @@ CommandLine::CommandLine(Options& options) {
   CLI::App* const restore = add("restore", Action::Restore);
   restore->add_option("FILE", options.file);
   restore->add_flag("--replace", options.replace);
+  add("authority", Action::Authority)->add_option("STEP", options.step);
   // The command has a --data and a --key of its own, which no environment or file sets: it judges exactly
   // what it was given.
   CLI::App* const verify = add("verify-trail", Action::VerifyTrail)->fallthrough(false);
@@ -145,6 +146,7 @@ bool fits_command(Action action, const OptionRule& rule) {
   if (action == Action::Check) return rule.kind != OptionRule::Kind::Action || name == "config";
   if (action == Action::Backup || action == Action::Restore)
     return name == "data" || name == "database" || name == "config";
+  if (action == Action::Authority) return name == "data" || name == "config" || name == "host";
   return action != Action::VerifyTrail;
 }
 
@@ -226,6 +228,8 @@ void check_command(const CommandLine& line, const Options& options) {
   }
   const bool needs_file = line.action() == Action::Backup || line.action() == Action::Restore;
   if (needs_file && options.file.empty()) throw Refusal(line.command() + " needs the name of a file.");
+  if (line.action() == Action::Authority && options.step != "prepare" && options.step != "renew")
+    throw Refusal("authority needs the word prepare or renew.");
 }
 
 void read_all(const std::vector<std::string>& arguments, const Environment& environment, Options& options) {

@@ -24,8 +24,9 @@ namespace vlk::relay {
 namespace {
 
 // Files that only the relay's user may open.
-constexpr const char* kPrivateFiles[] = {"relay.db",      "relay.db-wal",  "relay.db-shm",
-                                         "relay-key.pem", "trail-key.pem", "first-password"};
+constexpr const char* kPrivateFiles[] = {"relay.db",      "relay.db-wal",   "relay.db-shm",
+                                         "relay-key.pem", "relay-leaf.pem", "relay-next-key.pem",
+                                         "trail-key.pem", "first-password"};
 // The lock of those who write the database, in the file of its shared memory; SQLite's format of that file
 // fixes its place.
 constexpr off_t kWriteLockAt = 120;
