@@ -22,7 +22,7 @@
 #include "relay/net/tcp/listen.h"
 #include "relay/net/tcp/tcp_progress.h"
 #include "relay/net/websocket_link.h"
-#include "relay/storage/open_sessions.h"
+#include "relay/storage/machines/open_sessions.h"
 #include "relay/storage/trail/chain.h"
 
 namespace asio = boost::asio;
@@ -73,7 +73,8 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
                 [this](TrailEntry row) { parts_.audit.write(std::move(row)); }},
                io_.get_executor(), log),
       monitoring_({connections_, parts_, database_, spools_, log, certificate_, lag_, limits, settings.data},
-                  io_.get_executor(), [this] { return acceptor_.is_open() && !stopping_; }),
+                  io_.get_executor(),
+                  [this] { return acceptor_.is_open() && !stopping_ && !parts_.cluster.draining(); }),
       api_(parts_, admission_, updates_, trail_reader_, log, limits),
       enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
       refusals_(limits.refusals_per_address, limits.failure_window, limits.counted_keys),
@@ -81,19 +82,22 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       agent_log_ins_(limits.log_ins_per_machine, limits.failure_window, limits.counted_keys),
       agents_{parts_, admission_, log, limits, enrolments_, refusals_, renames_, agent_log_ins_},
       http_(make_http_service()) {
-  parts_.sessions.restore_questions(database_.run_and_wait([&limits](Store& stored) {
+  const std::string& name = settings.cluster.name;
+  parts_.sessions.restore_questions(database_.run_and_wait([&](Store& stored) {
     auto questions = open_questions(stored.database(), wall_milliseconds() - limits.lost_question.count());
-    end_open_sessions(stored.database());
-    append_trail(stored.database(),
-                 std::array{trail_entry<TrailKind::RelayStarted>({.actor = kTrailRelay}, kRelayVersion)});
+    end_open_sessions(stored.database(), name);
+    const auto own_name = name.empty() ? std::nullopt : std::optional(name);
+    append_trail(stored.database(), std::array{trail_entry<TrailKind::RelayStarted>(
+                                        {.actor = kTrailRelay}, kRelayVersion, own_name)});
     return questions;
   }));
+  if (!name.empty()) join_cluster(settings.cluster);
   database_.on_outside_change([this] {
     parts_.reload();
     admission_.reload();
     monitoring_.reload();
   });
-  database_.on_reach([this](const DatabaseThread::Reach& reach) { report_database(reach); });
+  database_.on_reach([this](const DatabaseThread::Reach& reach) { log_.write("", "", reach.sentence()); });
   api_.on_status([this] { return monitoring_.status(); });
   if (settings.operators) monitoring_.open(*settings.operators);
   const auto ended = [this](const std::exception_ptr& failure) {
@@ -125,11 +129,9 @@ void Server::run() {
   parts_.sessions.end_all("relay-stopped");
   parts_.audit.write(trail_entry<TrailKind::RelayStopped>({.actor = kTrailRelay}));
   trail_keeper_.sign();
-  if (!database_.drain()) {
-    log_.write("", "",
-               "the relay ends without its database: " + std::to_string(database_.load().jobs) +
-                   " changes are not stored");
-  }
+  parts_.cluster.leave();
+  const bool stored = database_.drain();
+  if (!stored) log_.write("", "", "the relay ends without its database; what waits for it is not stored");
   if (!failure_) return;
   try {
     std::rethrow_exception(failure_);
@@ -152,17 +154,15 @@ void Server::stop() {
   });
 }
 
-void Server::report_database(const DatabaseThread::Reach& reach) {
-  const std::string jobs = std::to_string(reach.waiting) + (reach.waiting == 1 ? " change" : " changes");
-  if (reach.lost) {
-    log_.write("", "",
-               "the database is lost: " + reach.reason + "; sessions go on, and " + jobs +
-                   " and all later ones wait until it is back");
-  } else {
-    log_.write("", "",
-               "the database is back after " + std::to_string(reach.lasted.count()) + " ms; " + jobs +
-                   " are stored now");
-  }
+void Server::join_cluster(const Cluster::Settings& settings) {
+  parts_.sessions.set_relay(settings.name);
+  parts_.cluster.join(settings, key_fingerprint(trail_key_.public_part()));
+  database_.on_reports([this](const std::vector<std::string>& reports) { parts_.cluster.hear(reports); });
+  parts_.cluster.reload();
+}
+
+void Server::drain() {
+  asio::post(io_, [this] { parts_.cluster.drain(); });
 }
 
 void Server::follow_trail(std::unique_ptr<TrailSink> sink) {
@@ -200,6 +200,7 @@ asio::awaitable<void> Server::tick() {
     lag_.add(timer.expiry(), now);
     connections_.tick(now);
     parts_.watchdog.tick(now);
+    parts_.cluster.tick(now);
     admission_.tick(wall_seconds());
     trail_keeper_.tick(trail_now());
     certificate_.tick(wall_seconds());

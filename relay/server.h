@@ -50,6 +50,7 @@ class Server {
     std::vector<Network> proxies;
     bool proxy_protocol = false;
     std::string proxy_header;
+    Cluster::Settings cluster;                  // without a name for a single relay
     std::optional<OperatorsAddress> operators;  // the port for operators; none if it is not set
   };
   // Opens the port. `log` and `limits` outlive the server. Throws std::runtime_error with a sentence for the
@@ -64,6 +65,8 @@ class Server {
   // Closes all connections, then makes run() return. Callable from any thread and from a signal handler of
   // context().
   void stop();
+  // Moves the machines to the other relays that share the database. Callable like stop().
+  void drain();
   [[nodiscard]] boost::asio::io_context& context() { return io_; }
   // The number of connections that are open or have not been cleared away yet.
   [[nodiscard]] std::size_t connections() const { return connections_.size(); }
@@ -82,8 +85,7 @@ class Server {
  private:
   // What serve_http() needs of this server.
   [[nodiscard]] HttpService make_http_service();
-  // Logs a loss of the database's server and its return.
-  void report_database(const DatabaseThread::Reach& reach);
+  void join_cluster(const Cluster::Settings& settings);
   boost::asio::awaitable<void> accept();
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);

@@ -114,6 +114,8 @@ Server::Settings settings_of(const Options& options) {
     settings.proxies.push_back(parse_network(proxy).value());
   settings.proxy_protocol = options.proxy_protocol;
   settings.proxy_header = options.proxy_header;
+  settings.cluster.name = options.relay_name;
+  settings.cluster.address = options.relay_address;
   if (!options.metrics.empty()) settings.operators = parse_operators_address(options.metrics);
   return settings;
 }
@@ -150,6 +152,10 @@ int serve(const Options& options, const DataFolder& data) {
   Server server(settings, std::move(store), log, limits);
   if (!options.trail_log.empty()) server.follow_trail(std::make_unique<TrailLogFile>(options.trail_log));
   if (!options.trail_syslog.empty()) server.follow_trail(std::make_unique<TrailSyslog>(options.trail_syslog));
+  boost::asio::signal_set drain_signals(server.context(), SIGUSR1);
+  drain_signals.async_wait([&](const boost::system::error_code& error, int) {
+    if (!error) server.drain();
+  });
   boost::asio::signal_set hang_ups(server.context(), SIGHUP);
   reopen_at_hang_up(hang_ups, server);
   boost::asio::signal_set signals(server.context(), SIGINT, SIGTERM);

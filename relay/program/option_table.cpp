@@ -63,6 +63,18 @@ std::span<const OptionRule> serving() {
   return rules;
 }
 
+std::span<const OptionRule> cluster() {
+  static const OptionRule rules[] = {
+      {"relay-name", "NAME",
+       "name of this relay among several that share the database; SIGUSR1 moves its machines to the others",
+       "\"north\"", Kind::Value, text_setter(&Options::relay_name)},
+      {"relay-address", "URL",
+       "where browsers reach this relay, such as https://north.relay.example.org; needed with --relay-name",
+       "\"https://north.relay.example.org\"", Kind::Value, address_setter()},
+  };
+  return rules;
+}
+
 std::span<const OptionRule> monitoring() {
   static const OptionRule rules[] = {
       {"metrics", "ADDRESS:PORT",
@@ -171,6 +183,8 @@ std::span<const OptionGroup> option_groups() {
       {"Log-ins", "", log_ins()},
       {"Behind a proxy", "", proxies()},
       {"Limits", "", bounds()},
+      {"Several relays",
+       "Relays that share a PostgreSQL database lead browsers to the one that has the machine.", cluster()},
       {"Monitoring", "", monitoring()},
       {"Certificate",
        "Without --cert the first start makes a certificate authority for the names of --host in the data "

@@ -212,6 +212,10 @@ void check_combinations(const Options& options) {
     throw Refusal("--machines can only be given with --open-enrolment.");
   if (!options.role.empty() && options.action != Action::AddUser)
     throw Refusal("--role can only be given with --add-user.");
+  if (options.relay_name.empty() != options.relay_address.empty())
+    throw Refusal("--relay-name and --relay-address must be given together.");
+  if (!options.relay_name.empty() && options.database.empty())
+    throw Refusal("--relay-name needs --database: several relays share a PostgreSQL database.");
   const bool says_how = options.proxy_protocol || !options.proxy_header.empty();
   if (options.proxies.empty() == says_how || (options.proxy_protocol && !options.proxy_header.empty())) {
     throw Refusal(

@@ -59,6 +59,8 @@ struct Options {
   std::vector<std::string> hosts;    // names of the relay's own certificate; default: "localhost"
   std::string log_format = "text";   // "text" or "json"
   std::string database;              // URL of a PostgreSQL database; empty for the file in the data folder
+  std::string relay_name;            // among the relays that share the database; empty for a single relay
+  std::string relay_address;         // where browsers reach this relay, if several share the database
   std::string metrics;               // ADDRESS:PORT of the port for operators; empty for none
   std::string trail_log;     // file to which the rows of the trail are copied as JSON lines; empty for none
   std::string trail_syslog;  // socket or HOST:PORT of syslog for the rows of the trail; empty for none

@@ -1,7 +1,9 @@
 // Checks the values of settings.
 #include "relay/program/setters.h"
 
+#include <algorithm>
 #include <charconv>
+#include <string_view>
 
 #include "relay/base/log.h"
 #include "relay/metrics/operators_port.h"
@@ -109,6 +111,19 @@ Setter database_setter() {
     if (is_postgresql(value)) return true;
     problem = where + " needs a URL that begins with postgresql://, not \"" + value +
               "\"; a database in a file is in the folder that --data names.";
+    return false;
+  };
+}
+
+Setter address_setter() {
+  return [](Options& options, const std::string& value, const std::string& where, std::string& problem) {
+    options.relay_address = value;
+    constexpr std::string_view kScheme = "https://";
+    const std::string rest = value.substr(std::min(value.size(), kScheme.size()));
+    if (value.starts_with(kScheme) && !rest.empty() && rest.find_first_of("/?# \"") == std::string::npos)
+      return true;
+    problem = where + " needs an address such as https://relay.example.org:8443, without a path, not \"" +
+              value + "\".";
     return false;
   };
 }

@@ -17,6 +17,7 @@ namespace vlk::relay {
 [[nodiscard]] Setter host_setter();
 [[nodiscard]] Setter proxy_setter();
 [[nodiscard]] Setter database_setter();
+[[nodiscard]] Setter address_setter();
 [[nodiscard]] Setter metrics_setter();
 [[nodiscard]] Setter log_format_setter();
 // true or false.

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "relay/base/threads/thread_checker.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/trail/chain.h"
 
 namespace asio = boost::asio;
@@ -138,6 +138,7 @@ void Parts::remove_login_that_is_over(const LoginRow& row, bool idle) {
 }
 
 void Parts::reload() {
+  cluster.reload();
   asio::co_spawn(database.loop(), load_again(*this), asio::detached);
 }
 

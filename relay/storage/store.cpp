@@ -4,7 +4,7 @@
 #include <array>
 
 #include "relay/base/clock.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/people/people_store.h"
 #include "relay/storage/schema.h"

@@ -101,6 +101,7 @@ void RelayTest::start() {
   settings.certificate = certificate_;
   settings.own = own_;
   settings.operators = operators_;
+  settings.cluster = cluster_;
   server_ = std::make_unique<Server>(settings, std::make_unique<Store>(database_in(folder_)), *log_, limits_);
   port_ = server_->port();
   thread_ = std::thread([this] {

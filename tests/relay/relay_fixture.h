@@ -20,6 +20,7 @@
 #include "relay/metrics/operators_port.h"
 #include "relay/net/source/proxies.h"
 #include "relay/net/tls/certificate.h"
+#include "relay/session/cluster/cluster.h"
 #include "relay/storage/store.h"
 #include "support/waiting.h"
 
@@ -80,6 +81,7 @@ class RelayTest : public testing::Test {
   bool proxy_protocol_ = false;
   std::string proxy_header_;
   std::optional<OperatorsAddress> operators_;
+  Cluster::Settings cluster_;
   std::string failure_;  // what ended the relay
   std::mutex log_lock_;
   std::string log_text_;

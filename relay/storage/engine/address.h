@@ -11,4 +11,7 @@ namespace vlk::relay {
 // The address as people may see it: without a password.
 [[nodiscard]] std::string shown_address(const std::string& address);
 
+// The URL with what limits the time of connecting and of silence, unless it says that itself.
+[[nodiscard]] std::string with_time_limits(std::string url);
+
 }  // namespace vlk::relay

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "relay/base/bytes.h"
 
@@ -84,6 +85,10 @@ class Engine {
   // Whether another connection has changed something since the last call of this function. With PostgreSQL,
   // only what the triggers of the tables report counts.
   [[nodiscard]] virtual bool changed_elsewhere() = 0;
+
+  // What other connections have reported since the last call about machines that came and went; see
+  // storage/cluster/. Only PostgreSQL has such reports.
+  [[nodiscard]] virtual std::vector<std::string> take_reports() { return {}; }
 
   // Whether the connection is lost. Throws nothing.
   [[nodiscard]] virtual bool lost() const { return false; }

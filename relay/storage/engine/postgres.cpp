@@ -14,12 +14,6 @@
 namespace vlk::relay {
 namespace {
 
-// What is added to a URL that does not say it. Without these, a server that is cut off is noticed after
-// hours.
-constexpr std::pair<std::string_view, std::string_view> kDefaults[] = {
-    {"connect_timeout", "5"},  {"keepalives_idle", "5"},      {"keepalives_interval", "2"},
-    {"keepalives_count", "3"}, {"tcp_user_timeout", "10000"}, {"application_name", "vantelink-relay"},
-};
 // The server ends a connection that stays silent within a transaction, since its transaction holds up those
 // of all other relays, and it notices a relay that is cut off as soon as the relay notices the server.
 constexpr char kSession[] =
@@ -31,15 +25,6 @@ constexpr char kBeginWriting[] =
     "BEGIN; SELECT pg_advisory_xact_lock(hashtextextended('vantelink ' || current_schema(), 0))";
 // Statements that stay prepared on the server.
 constexpr std::size_t kPrepared = 250;
-
-std::string with_defaults(std::string url) {
-  char mark = url.find('?') == std::string::npos ? '?' : '&';
-  for (const auto& [key, value] : kDefaults) {
-    if (url.find(std::string(key) + '=') != std::string::npos) continue;
-    url.append(1, std::exchange(mark, '&')).append(key).append(1, '=').append(value);
-  }
-  return url;
-}
 
 // Writes the parameters as PostgreSQL does: $1, $2. No statement of the relay has a question mark elsewhere.
 std::string with_numbers(const char* sql) {
@@ -66,17 +51,19 @@ bool is_end_of_connection(const std::string& state) {
   return state.starts_with("08") || state.starts_with("57P");
 }
 
-// Counts the changes that others report on a channel.
-class Changes : public pqxx::notification_receiver {
+// Collects what other connections send on a channel.
+class Listener : public pqxx::notification_receiver {
  public:
-  Changes(pqxx::connection& connection, const std::string& channel)
+  Listener(pqxx::connection& connection, const std::string& channel)
       : notification_receiver(connection, channel), own_(connection.backendpid()) {}
-  void operator()(const std::string&, int process) override { seen_ = seen_ || process != own_; }
-  bool take() { return std::exchange(seen_, false); }
+  void operator()(const std::string& text, int process) override {
+    if (process != own_) texts_.push_back(text);
+  }
+  [[nodiscard]] std::vector<std::string> take() { return std::exchange(texts_, {}); }
 
  private:
   const int own_;
-  bool seen_ = false;
+  std::vector<std::string> texts_;
 };
 
 }  // namespace
@@ -108,7 +95,8 @@ struct PostgresEngine::Connection {
   pqxx::quiet_errorhandler quiet{link};
   std::unordered_map<std::string, std::string> names;  // of prepared statements, by their texts
   std::size_t count = 0;
-  std::optional<Changes> changes;
+  std::optional<Listener> changes;   // the names of tables
+  std::optional<Listener> presence;  // texts of store_presence()
 };
 
 class PostgresQuery : public EngineQuery {
@@ -163,7 +151,7 @@ class PostgresQuery : public EngineQuery {
   pqxx::result_size_type row_ = 0;
 };
 
-PostgresEngine::PostgresEngine(std::string url) : url_(with_defaults(std::move(url))) {
+PostgresEngine::PostgresEngine(std::string url) : url_(with_time_limits(std::move(url))) {
   connect();
 }
 
@@ -280,13 +268,26 @@ void PostgresEngine::set_version(std::int64_t version) {
               .c_str());
 }
 
-bool PostgresEngine::changed_elsewhere() {
+void PostgresEngine::listen() {
   if (connection_ && !connection_->changes) {
-    const std::string channel = single_text("SELECT 'vantelink_' || md5(current_schema())");
-    guarded([&] { connection_->changes.emplace(connection_->link, channel); });
+    const std::string schema = single_text("SELECT md5(current_schema())");
+    guarded([&] {
+      connection_->changes.emplace(connection_->link, "vantelink_" + schema);
+      connection_->presence.emplace(connection_->link, "vantelink_presence_" + schema);
+    });
   }
   guarded([&] { connection_->link.get_notifs(); });
-  return connection_->changes->take() || std::exchange(reconnected_, false);
+}
+
+bool PostgresEngine::changed_elsewhere() {
+  listen();
+  const bool changed = !connection_->changes->take().empty();
+  return std::exchange(reconnected_, false) || changed;
+}
+
+std::vector<std::string> PostgresEngine::take_reports() {
+  listen();
+  return connection_->presence->take();
 }
 
 bool PostgresEngine::lost() const {

@@ -1,7 +1,7 @@
 // PostgreSQL, by libpqxx: a database that many relays share.
 //
-// libpqxx is the C++ client library that the distribution packages. Its only rival there, SOCI, stores bytes as large
-// objects, apart from their rows.
+// libpqxx is the C++ client library that the distribution packages. Its only rival there, SOCI, stores bytes
+// as large objects, apart from their rows.
 #pragma once
 
 #include <memory>
@@ -37,6 +37,7 @@ class PostgresEngine : public Engine {
   [[nodiscard]] std::int64_t version() override;
   void set_version(std::int64_t version) override;
   [[nodiscard]] bool changed_elsewhere() override;
+  [[nodiscard]] std::vector<std::string> take_reports() override;
   [[nodiscard]] bool lost() const override;
   void reconnect() override;
   [[nodiscard]] bool last_commit_stored() override;
@@ -47,6 +48,8 @@ class PostgresEngine : public Engine {
   struct Connection;
 
   void connect();
+  // Takes in what the server has sent by itself.
+  void listen();
   // Runs a function that uses the connection, with libpqxx's errors translated.
   template <class Function>
   auto guarded(Function function) -> decltype(function());

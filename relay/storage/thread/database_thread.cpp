@@ -104,6 +104,11 @@ bool DatabaseThread::drain() {
   return held_jobs_ == 0;
 }
 
+void DatabaseThread::on_reports(std::function<void(const std::vector<std::string>&)> heard) {
+  const MutexLock guard(lock_);
+  heard_ = std::move(heard);
+}
+
 void DatabaseThread::on_outside_change(std::function<void()> changed) {
   const MutexLock guard(lock_);
   outside_change_ = std::move(changed);
@@ -288,20 +293,20 @@ std::exception_ptr DatabaseThread::run_job(Entry& entry) {
 void DatabaseThread::look_for_changes() {
   if (std::chrono::steady_clock::now() < next_look_) return;
   next_look_ = std::chrono::steady_clock::now() + bounds_.look;
-  std::function<void()> changed;
+  Engine& engine = store_->database().engine();
   try {
-    if (!store_->database().engine().changed_elsewhere()) return;
+    const bool is_changed = engine.changed_elsewhere();
+    const auto reports = engine.take_reports();
     const MutexLock guard(lock_);
-    changed = outside_change_;
+    if (is_changed && outside_change_) asio::post(loop_, outside_change_);
+    if (!reports.empty() && heard_) asio::post(loop_, [heard = heard_, reports] { heard(reports); });
   } catch (const DatabaseLost& failure) {
     loss_ = failure.what();
     Entries none;
     (void)connect_again(none);
-    return;
   } catch (const DatabaseError&) {
-    return;  // the next look compares with the old state again
+    // The next look compares with the old state again.
   }
-  if (changed) asio::post(loop_, changed);
 }
 
 }  // namespace vlk::relay

@@ -56,6 +56,8 @@ class DatabaseThread {
     std::string reason{};                // of a loss
     std::size_t waiting = 0;             // jobs that are queued or running
     std::chrono::milliseconds lasted{};  // of a loss that is over
+
+    [[nodiscard]] std::string sentence() const;  // for the log
   };
 
   // Callbacks run on `loop`, whose context outlives this object.
@@ -98,6 +100,8 @@ class DatabaseThread {
 
   // Sets a function that is called on the loop after another process has changed the database.
   void on_outside_change(std::function<void()> changed) RELAY_EXCLUDES(lock_);
+  // Sets a function that is called on the loop with what other relays have reported of their machines.
+  void on_reports(std::function<void(const std::vector<std::string>&)> heard) RELAY_EXCLUDES(lock_);
   // Sets a function that is called on the loop after the server was lost, and after it is back.
   void on_reach(std::function<void(const Reach&)> reached) RELAY_EXCLUDES(lock_);
   // Whether the database's server is lost. Callable from any thread.
@@ -207,6 +211,7 @@ class DatabaseThread {
   std::size_t hurrying_ RELAY_GUARDED_BY(lock_) = 0;  // callers that block until a job is done
   bool stopping_ RELAY_GUARDED_BY(lock_) = false;
   std::function<void()> outside_change_ RELAY_GUARDED_BY(lock_);
+  std::function<void(const std::vector<std::string>&)> heard_ RELAY_GUARDED_BY(lock_);
   std::function<void(const Reach&)> reached_ RELAY_GUARDED_BY(lock_);
   std::optional<std::chrono::steady_clock::time_point> lost_since_ RELAY_GUARDED_BY(lock_);
   std::thread thread_;

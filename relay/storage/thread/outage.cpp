@@ -78,6 +78,14 @@ void DatabaseThread::give_up_waiting(Entries& batch) {
   finish(taken);
 }
 
+std::string DatabaseThread::Reach::sentence() const {
+  const std::string jobs = std::to_string(waiting) + (waiting == 1 ? " change" : " changes");
+  if (lost)
+    return "the database is lost: " + reason + "; sessions go on, and " + jobs +
+           " and all later ones wait until it is back";
+  return "the database is back after " + std::to_string(lasted.count()) + " ms; " + jobs + " are stored now";
+}
+
 bool DatabaseThread::out_of_patience() const {
   return lost_since_ && std::chrono::steady_clock::now() >= *lost_since_ + bounds_.patience;
 }

@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "relay/session/parts.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/test_database.h"
 #include "support/temp_folder.h"
 

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/store.h"
 #include "relay/storage/test_database.h"

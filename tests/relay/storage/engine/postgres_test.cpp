@@ -15,7 +15,7 @@
 #include <boost/asio/write.hpp>
 #include <gtest/gtest.h>
 
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/store.h"
 #include "relay/storage/test_database.h"

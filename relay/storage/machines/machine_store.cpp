@@ -1,5 +1,5 @@
 // The statements on the tables of machines and enrolment windows.
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 
 #include <utility>
 
@@ -31,7 +31,7 @@ MachineState state_of(std::string_view name) {
 std::vector<MachineRecord> load_machines(Database& database) {
   Statement query(database,
                   "SELECT id, name, machine, os, hw_id, last_seen, secret_hash, enrolled_at, enrolled_from, "
-                  "group_id, state, reason, state_since, state_by FROM machines");
+                  "group_id, state, reason, state_since, state_by FROM machines ORDER BY id");
   std::vector<MachineRecord> result;
   while (query.step()) {
     MachineRecord machine;

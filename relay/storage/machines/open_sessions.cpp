@@ -1,5 +1,5 @@
 // Finds the sessions in the trail that have a beginning and no end.
-#include "relay/storage/open_sessions.h"
+#include "relay/storage/machines/open_sessions.h"
 
 #include <limits>
 #include <map>
@@ -21,10 +21,16 @@ constexpr std::string_view kEnded = rule_of(TrailKind::SessionEnded).code;
 // An engine may hold all rows of a result in memory.
 constexpr int kRowsAtOnce = 500;
 
+// The condition for rows of one relay.
+std::string of_relay(Database& database) {
+  return "coalesce(" + field_text(database.dialect(), "relay") + ", '') = ?";
+}
+
 // The sessions of earlier runs have ended: each start of the relay has written their ends.
-std::int64_t start_of_last_run(Database& database) {
-  Statement query(database, "SELECT coalesce(max(id), 0) FROM trail WHERE code = ?");
-  query.bind(kStarted).step();
+std::int64_t start_of_last_run(Database& database, const std::string& relay) {
+  const std::string sql = "SELECT coalesce(max(id), 0) FROM trail WHERE code = ? AND " + of_relay(database);
+  Statement query(database, sql.c_str());
+  query.bind(kStarted).bind(relay).step();
   return query.number(0);
 }
 
@@ -58,12 +64,14 @@ std::vector<OpenQuestion> open_questions(Database& database, std::int64_t since)
   return open;
 }
 
-void end_open_sessions(Database& database) {
-  const std::int64_t start = start_of_last_run(database);
+void end_open_sessions(Database& database, const std::string& relay) {
+  const std::int64_t start = start_of_last_run(database, relay);
   std::map<std::int64_t, TrailSubject> open;  // by the session's number
-  Statement asked(database,
-                  "SELECT session, actor, machine, address FROM trail WHERE code = ? AND id > ? ORDER BY id");
-  asked.bind(kAsked).bind(start);
+  const std::string sql =
+      "SELECT session, actor, machine, address FROM trail WHERE code = ? AND id > ? AND " +
+      of_relay(database) + " ORDER BY id";
+  Statement asked(database, sql.c_str());
+  asked.bind(kAsked).bind(start).bind(relay);
   while (asked.step()) {
     const std::int64_t number = asked.number(0);
     open[number] = {asked.text(1), asked.text(2), asked.text(3), static_cast<std::uint32_t>(number)};
