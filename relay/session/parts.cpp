@@ -29,10 +29,26 @@ Stored load(Store& store) {
   return {People::load(database), load_logins(database), load_machines(database)};
 }
 
+// Another relay may have blocked a machine that is connected to this one, or put it into quarantine.
+void apply_states(Parts& parts) {
+  for (const std::string& id : parts.machines.online()) {
+    const MachineRecord* machine = parts.machines.find(id);
+    const auto peer = parts.machines.connection(id);
+    if (!machine || !peer || machine->state == MachineState::Approved) continue;
+    if (may_connect(machine->state)) {
+      parts.sessions.end_all_of(*peer, "quarantined", true);
+    } else {
+      parts.sessions.end_all_of(*peer, "blocked");
+      peer->channel->cut("an administrator decided: " + std::string(state_name(machine->state)));
+    }
+  }
+}
+
 void apply(Parts& parts, Stored stored) {
   parts.people.replace(std::move(stored.people));
   parts.logins.replace(std::move(stored.logins));
   parts.machines.update(std::move(stored.machines));
+  apply_states(parts);
   parts.sessions.refresh_rights();  // machines can have moved to other groups
 }
 

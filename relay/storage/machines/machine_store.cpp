@@ -12,6 +12,30 @@ constexpr std::pair<MachineState, std::string_view> kStates[] = {
     {MachineState::Quarantined, "quarantined"}, {MachineState::UsedTwice, "used-twice"},
 };
 
+constexpr char kColumns[] =
+    "SELECT id, name, machine, os, hw_id, last_seen, secret_hash, enrolled_at, enrolled_from, group_id, "
+    "state, reason, "
+    "state_since, state_by FROM machines";
+
+MachineRecord machine_of(const Statement& row) {
+  MachineRecord machine;
+  machine.id = row.text(0);
+  machine.name = row.text(1);
+  machine.machine = row.text(2);
+  machine.os = row.text(3);
+  machine.hw_id = row.text(4);
+  machine.last_seen = row.number(5);
+  machine.secret_hash = row.bytes(6);
+  machine.enrolled_at = row.number(7);
+  machine.enrolled_from = row.text(8);
+  machine.group = row.number(9);
+  machine.state = state_of(row.text(10));
+  machine.reason = row.text(11);
+  machine.state_since = row.number(12);
+  machine.state_by = row.text(13);
+  return machine;
+}
+
 }  // namespace
 
 std::string_view state_name(MachineState state) {
@@ -29,29 +53,17 @@ MachineState state_of(std::string_view name) {
 }
 
 std::vector<MachineRecord> load_machines(Database& database) {
-  Statement query(database,
-                  "SELECT id, name, machine, os, hw_id, last_seen, secret_hash, enrolled_at, enrolled_from, "
-                  "group_id, state, reason, state_since, state_by FROM machines ORDER BY id");
+  Statement query(database, (std::string(kColumns) + " ORDER BY id").c_str());
   std::vector<MachineRecord> result;
-  while (query.step()) {
-    MachineRecord machine;
-    machine.id = query.text(0);
-    machine.name = query.text(1);
-    machine.machine = query.text(2);
-    machine.os = query.text(3);
-    machine.hw_id = query.text(4);
-    machine.last_seen = query.number(5);
-    machine.secret_hash = query.bytes(6);
-    machine.enrolled_at = query.number(7);
-    machine.enrolled_from = query.text(8);
-    machine.group = query.number(9);
-    machine.state = state_of(query.text(10));
-    machine.reason = query.text(11);
-    machine.state_since = query.number(12);
-    machine.state_by = query.text(13);
-    result.push_back(std::move(machine));
-  }
+  while (query.step())
+    result.push_back(machine_of(query));
   return result;
+}
+
+std::optional<MachineRecord> find_machine(Database& database, const std::string& id) {
+  Statement query(database, (std::string(kColumns) + " WHERE id = ?").c_str());
+  if (!query.bind(id).step()) return std::nullopt;
+  return machine_of(query);
 }
 
 void add_machine(Database& database, const MachineRecord& machine) {

@@ -60,6 +60,7 @@ struct EnrolmentWindow {
 
 // All functions are to be called inside a transaction and throw DatabaseError.
 [[nodiscard]] std::vector<MachineRecord> load_machines(Database& database);
+[[nodiscard]] std::optional<MachineRecord> find_machine(Database& database, const std::string& id);
 void add_machine(Database& database, const MachineRecord& machine);
 void rename_machine(Database& database, const std::string& id, const std::string& name);
 void touch_machines(Database& database, const std::vector<std::string>& ids, std::int64_t when);

@@ -175,6 +175,27 @@ TEST_F(ClusterTest, DeadRelayIsRemovedWithItsMachinesAndItsSessionsEnd) {
   }));
 }
 
+TEST_F(ClusterTest, MachineThatIsBlockedAtOneRelayIsCutFromTheOther) {
+  const auto agent = connect_to_other("Esja");
+  const std::string id = wait_for_machine("Esja", "online")["id"];
+  const auto blocked = post(port_, "/api/machines/block", {{"ids", {id}}, {"reason", "stolen"}}, log_in());
+  ASSERT_EQ(blocked.status, 200u) << blocked.text;
+  EXPECT_TRUE(logged("an administrator decided: blocked"));
+}
+
+// A machine that is refused as unknown would forget its identity.
+TEST_F(ClusterTest, MachineThatTheOtherRelayHasJustEnrolledIsKnown) {
+  Database(database_in(folder_)).execute("ALTER TABLE machines DISABLE TRIGGER USER");  // no report arrives
+  connect_agent("Katla")->stop();
+  agent::AgentConfig config = vantelink_fakes::saved_config();
+  ASSERT_FALSE(config.agent_id.empty());
+  config.server_port = other_->port();
+  agent::AgentClient client(config, {});
+  client.start();
+  EXPECT_TRUE(logged("agent=" + config.agent_id + " online as \"Katla\""));
+  EXPECT_EQ(stored("SELECT count(*) FROM machines"), std::multiset<std::string>{"1"});
+}
+
 // The server's crash empties the tables of relays.
 TEST_F(ClusterTest, RelayThatWasTakenForDeadEntersItselfAgain) {
   const auto agent = connect_to_other("Esja");
