@@ -119,21 +119,26 @@ void run_apart(void (*print)(const std::string&), const std::string& url) {
 
 }  // namespace
 
-std::vector<RelayRow> fill(Database& database, std::size_t relays, std::size_t machines) {
+void fill_machines(Database& database, std::size_t machines) {
+  database.execute(machine_rows(machines).c_str());
+  database.execute("VACUUM ANALYZE machines");
+}
+
+std::vector<RelayRow> fill_presence(Database& database, std::size_t relays) {
   std::vector<RelayRow> rows;
   Transaction transaction(database);
+  database.execute("TRUNCATE relays CASCADE");
   for (std::size_t i = 0; i < relays; ++i) {
     const std::string name = "relay-" + std::to_string(i);
     const std::string address = "https://" + name + ".example.org";
     rows.push_back({join_relays(database, name, address), name, address});
   }
-  database.execute(machine_rows(machines).c_str());
   const std::string number = "row_number() OVER ()::bigint % " + std::to_string(relays);
   database.execute(("INSERT INTO presence(machine, relay) SELECT id, " + std::to_string(rows.front().id) +
                     " + " + number + " FROM machines")
                        .c_str());
   transaction.commit();
-  database.execute("VACUUM ANALYZE");
+  database.execute("VACUUM ANALYZE presence");
   database.execute("CHECKPOINT");
   return rows;
 }

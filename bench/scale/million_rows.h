@@ -10,10 +10,12 @@
 
 namespace vantelink_bench {
 
-// Enters the relays, and so many machines as connected to them in turn. Returns the relays' rows. All
-// functions here throw DatabaseError or std::runtime_error.
-std::vector<vlk::relay::RelayRow> fill(vlk::relay::Database& database, std::size_t relays,
-                                       std::size_t machines);
+// Adds the machines. All functions here throw DatabaseError or std::runtime_error.
+void fill_machines(vlk::relay::Database& database, std::size_t machines);
+
+// Enters the relays in place of all others, and the machines as connected to them in turn. Returns the
+// relays' rows.
+std::vector<vlk::relay::RelayRow> fill_presence(vlk::relay::Database& database, std::size_t relays);
 
 // Prints the size of the rows on the disk.
 void print_sizes(vlk::relay::Database& database, std::size_t machines);

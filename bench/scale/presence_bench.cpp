@@ -28,6 +28,7 @@ namespace {
 
 using namespace vantelink_bench;
 using vlk::relay::Database;
+using vlk::relay::RelayRow;
 
 constexpr double kSteady = 36'000;                  // seconds from one connection of a machine to its next
 constexpr double kChurn = 600;                      // the same while the machines come and go all the time
@@ -86,28 +87,29 @@ struct Figures {
 // The machines and relays of one run.
 class Installation {
  public:
-  Installation(const DatabaseServer& server, const Options& options) : server_(server), time_(options.time) {
+  // `database` has the machines, connected to the relays `rows`.
+  Installation(const DatabaseServer& server, Database& database, const std::vector<RelayRow>& rows,
+               std::chrono::seconds time)
+      : server_(server), time_(time) {
     traffic_.url = server.url();
-    vlk::relay::Store store(server.url());
-    const auto rows = fill(store.database(), options.relays, options.machines);
-    print_sizes(store.database(), options.machines);
-    print_loads(server.url());
     std::map<std::int64_t, std::vector<std::uint32_t>> own;
-    for (auto& row : load_presence(store.database())) {
+    for (auto& row : load_presence(database)) {
       own[row.relay].push_back(static_cast<std::uint32_t>(traffic_.machines.size()));
       traffic_.machines.push_back(std::move(row.machine));
     }
     for (const auto& row : rows)
       relays_.push_back(std::make_unique<PresenceRelay>(traffic_, relays_, row, std::move(own[row.id])));
-    for (const auto& relay : relays_)
-      relay->note_life_now();
-    PresenceRelay::start(relays_);
     control_.emplace(server.url());
   }
   ~Installation() { stop(); }
   Installation(const Installation&) = delete;
   Installation& operator=(const Installation&) = delete;
 
+  void start() {
+    for (const auto& relay : relays_)
+      relay->note_life_now();
+    PresenceRelay::start(relays_);
+  }
   void set_traffic(double seconds_connected, bool gathered) {
     traffic_.seconds_connected = seconds_connected;
     traffic_.gathered = gathered;
@@ -120,6 +122,7 @@ class Installation {
   }
   void stop() {
     traffic_.stopping = true;
+    PresenceRelay::wait(relays_);
     relays_.clear();
   }
   [[nodiscard]] const std::vector<std::string>& machines() const { return traffic_.machines; }
@@ -194,31 +197,53 @@ void print_ratio(const char* title, const Figures& single, const Figures& gather
               single.stores / gathered.stores, single.server / gathered.server, single.p99 / gathered.p99);
 }
 
+struct Both {
+  Figures gathered;
+  Figures single;
+};
+
+// Returns the figures of the steady traffic, and those of churn without the second ones.
+std::pair<Both, Both> run_phases(Installation& all) {
+  Both steady, churn;
+  steady.gathered = all.measure("steady: each machine connects again once in 10 hours");
+  all.set_traffic(kSteady, false);
+  steady.single = all.measure("the same with a transaction for each machine");
+  all.set_traffic(kSteady, true);
+  (void)all.measure("storm: a relay dies, its machines are at the others within 15 s",
+                    [&] { all.kill_one(); });
+  all.set_traffic(kChurn, true);
+  churn.gathered = all.measure("churn: each machine connects again once in 10 minutes");
+  all.set_traffic(kSteady, true);
+  // The last one, because a relay whose wait for the lock took too long does not store anything afterwards.
+  (void)all.measure("steady, while one relay reads everything again", [&] { all.read_again(); });
+  return {steady, churn};
+}
+
 void run(const Options& options) {
   vlk::relay::start_sodium();
   const vantelink_test::TempFolder folder;
   const DatabaseServer server(folder.path());
   std::printf("%zu relays, %zu machines\n", options.relays, options.machines);
-  Installation all(server, options);
-  const Figures steady = all.measure("steady: each machine connects again once in 10 hours");
-  all.set_traffic(kSteady, false);
-  const Figures steady_single = all.measure("the same with a transaction for each machine");
-  all.set_traffic(kSteady, true);
-  (void)all.measure("storm: a relay dies, its machines are at the others within 15 s",
-                    [&] { all.kill_one(); });
-  all.set_traffic(kChurn, true);
-  const Figures churn = all.measure("churn: each machine connects again once in 10 minutes");
-  all.set_traffic(kChurn, false);
-  const Figures churn_single = all.measure("the same with a transaction for each machine");
-  all.set_traffic(kSteady, true);
-  // The last one, because a relay whose wait for the lock took too long does not store anything afterwards.
-  (void)all.measure("steady, while one relay reads everything again", [&] { all.read_again(); });
-  all.stop();
+  vlk::relay::Store store(server.url());
+  fill_machines(store.database(), options.machines);
+  auto rows = fill_presence(store.database(), options.relays);
+  print_sizes(store.database(), options.machines);
+  print_loads(server.url());
+  auto all = std::make_unique<Installation>(server, store.database(), rows, options.time);
+  all->start();
+  auto [steady, churn] = run_phases(*all);
+  all = nullptr;
+  // Relays that fall behind take each other for dead, so no other measurement follows in this installation.
+  rows = fill_presence(store.database(), options.relays);
+  all = std::make_unique<Installation>(server, store.database(), rows, options.time);
+  all->start();
+  all->set_traffic(kChurn, false);
+  churn.single = all->measure("churn with a transaction for each machine");
+  all->stop();
   std::printf("\n");
-  print_ratio("steady", steady_single, steady);
-  print_ratio("churn", churn_single, churn);
-  Database database(server.url());
-  print_other_writes(database, all.machines(), options.machines / options.relays);
+  print_ratio("steady", steady.single, steady.gathered);
+  print_ratio("churn", churn.single, churn.gathered);
+  print_other_writes(store.database(), all->machines(), options.machines / options.relays);
 }
 
 }  // namespace

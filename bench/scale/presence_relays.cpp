@@ -50,6 +50,12 @@ void PresenceRelay::start(const Relays& relays) {
     relay->thread_ = std::thread([&own = *relay] { own.serve(); });
 }
 
+void PresenceRelay::wait(const Relays& relays) {
+  for (const auto& relay : relays) {
+    if (relay->thread_.joinable()) relay->thread_.join();
+  }
+}
+
 void PresenceRelay::die(std::chrono::milliseconds within) {
   dead_ = true;
   thread_.join();

@@ -62,6 +62,8 @@ class PresenceRelay {
 
   // Lets all of them begin. All must be connected, so that each hears all reports of the others.
   static void start(const Relays& relays);
+  // Waits until they have noticed Traffic::stopping. They use each other, so none is destroyed before.
+  static void wait(const Relays& relays);
   // Ends the relay like a crash. Its machines connect to the others at times that are spread over `within`.
   void die(std::chrono::milliseconds within);
   [[nodiscard]] bool dead() const { return dead_; }
