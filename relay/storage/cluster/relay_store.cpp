@@ -58,23 +58,30 @@ std::int64_t join_relays(Database& database, const std::string& name, const std:
   return id;
 }
 
+// The column `draining` is named only if it changes: each statement that names it is reported to all relays.
 bool note_life(Database& database, const RelayRow& relay) {
-  Statement(database,
-            ("UPDATE relays SET heard_at = " + std::string(kNow) + ", draining = ? WHERE id = ?").c_str())
+  const std::string heard = "UPDATE relays SET heard_at = " + std::string(kNow);
+  Statement(database, (heard + " WHERE id = ? AND draining = ?").c_str())
+      .bind(relay.id)
+      .bind(relay.draining)
+      .run();
+  if (database.changes() > 0) return true;
+  Statement(database, (heard + ", draining = ? WHERE id = ?").c_str())
       .bind(relay.draining)
       .bind(relay.id)
       .run();
   return database.changes() > 0;
 }
 
+// Relays are looked for first, because a deletion is reported even if it removes nothing.
 std::vector<std::string> remove_silent_relays(Database& database, std::int64_t seconds) {
-  Statement silent(
-      database,
-      ("DELETE FROM relays WHERE heard_at < " + std::string(kNow) + " - ?::bigint RETURNING name").c_str());
-  silent.bind(seconds);
+  const std::string silent = " FROM relays WHERE heard_at < " + std::string(kNow) + " - ?::bigint";
+  if (!Statement(database, ("SELECT 1" + silent).c_str()).bind(seconds).step()) return {};
+  Statement removed(database, ("DELETE" + silent + " RETURNING name").c_str());
+  removed.bind(seconds);
   std::vector<std::string> names;
-  while (silent.step())
-    names.push_back(silent.text(0));
+  while (removed.step())
+    names.push_back(removed.text(0));
   return names;
 }
 

@@ -231,7 +231,14 @@ std::int64_t PostgresEngine::last_id() {
 
 void PostgresEngine::begin_writing() {
   committing_.clear();
-  execute(kBeginWriting);
+  try {
+    execute(kBeginWriting);
+  } catch (const DatabaseLost&) {
+    throw;
+  } catch (const DatabaseError&) {
+    execute("ROLLBACK");  // the transaction has begun without the lock
+    throw;
+  }
   in_transaction_ = true;
 }
 

@@ -15,6 +15,7 @@
 #include <boost/asio/write.hpp>
 #include <gtest/gtest.h>
 
+#include "relay/storage/cluster/relay_store.h"
 #include "relay/storage/machines/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/store.h"
@@ -115,6 +116,40 @@ TEST_F(PostgresTest, ChangeOfAnotherConnectionIsSeenAndAnOwnOneIsNot) {
   EXPECT_FALSE(engine.changed_elsewhere()) << "the time \"last seen\" is not reported";
   rename_machine(other.database(), "m", "name");
   wait_for_news();
+}
+
+TEST_F(PostgresTest, TransactionThatDoesNotGetTheLockLeavesTheConnectionUsable) {
+  Database other(address_);
+  other.engine().begin_writing();
+  database().execute("SET lock_timeout = '20ms'");
+  EXPECT_THROW(database().engine().begin_writing(), DatabaseError);
+  EXPECT_FALSE(database().engine().in_transaction());
+  other.engine().commit();
+  Transaction transaction(database());
+  store_setting(database(), {"a", ""});
+  transaction.commit();
+  EXPECT_EQ(count("SELECT count(*) FROM settings"), 1);
+}
+
+// Each change lets all other relays read everything again.
+TEST_F(PostgresTest, NoteOfLifeIsNoChange) {
+  Store other(address_);
+  RelayRow relay{join_relays(other.database(), "north", "https://north.example"), "north", {}, false};
+  Engine& engine = database().engine();
+  (void)engine.changed_elsewhere();
+  EXPECT_TRUE(note_life(other.database(), relay));
+  EXPECT_TRUE(remove_silent_relays(other.database(), 60).empty());
+  // The server delivers in order: with the report that is waited for, an earlier one would be there too.
+  store_presence(other.database(), relay.id, {"m"}, {});
+  while (engine.take_reports().empty())
+    std::this_thread::yield();
+  EXPECT_FALSE(engine.changed_elsewhere());
+  relay.draining = true;
+  EXPECT_TRUE(note_life(other.database(), relay));
+  while (!engine.changed_elsewhere())
+    std::this_thread::yield();
+  EXPECT_EQ(load_relays(other.database()).at(0).draining, true);
+  EXPECT_EQ(remove_silent_relays(other.database(), -60), std::vector<std::string>{"north"});
 }
 
 TEST_F(PostgresTest, LostConnectionIsReportedAndConnectsAgain) {
