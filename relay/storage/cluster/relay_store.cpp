@@ -4,20 +4,14 @@
 #include <algorithm>
 #include <charconv>
 
+#include "relay/storage/engine/text_array.h"
+
 namespace vlk::relay {
 namespace {
 
 constexpr char kNow[] = "extract(epoch FROM clock_timestamp())::bigint";
 // A notification has less than 8,000 bytes; a machine's id has at most 64.
 constexpr std::size_t kLongestReport = 7'800;
-
-// The ids as an array of PostgreSQL. An id is made by a relay and has no quotation mark or backslash.
-std::string array_of(const std::vector<std::string>& ids) {
-  std::string text = "{";
-  for (const std::string& id : ids)
-    text += (text.size() > 1 ? ",\"" : "\"") + id + '"';
-  return text + '}';
-}
 
 class Report {
  public:
@@ -111,14 +105,14 @@ void store_presence(Database& database, std::int64_t relay, const std::vector<st
   if (!gone.empty()) {
     Statement(database, "DELETE FROM presence WHERE relay = ? AND machine = ANY(?::text[])")
         .bind(relay)
-        .bind(array_of(gone))
+        .bind(text_array(gone))
         .run();
   }
   if (!came.empty()) {
     Statement(database,
               "INSERT INTO presence(machine, relay) SELECT unnest(?::text[]), ? "
               "ON CONFLICT(machine) DO UPDATE SET relay = excluded.relay")
-        .bind(array_of(came))
+        .bind(text_array(came))
         .bind(relay)
         .run();
   }

@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "relay/storage/engine/text_array.h"
+
 namespace vlk::relay {
 namespace {
 
@@ -93,6 +95,14 @@ void rename_machine(Database& database, const std::string& id, const std::string
 }
 
 void touch_machines(Database& database, const std::vector<std::string>& ids, std::int64_t when) {
+  if (database.dialect() == Dialect::Postgresql) {
+    // Each statement is a question to the server, and other relays wait for the transaction.
+    Statement(database, "UPDATE machines SET last_seen = ? WHERE id = ANY(?::text[])")
+        .bind(when)
+        .bind(text_array(ids))
+        .run();
+    return;
+  }
   for (const std::string& id : ids) {
     Statement(database, "UPDATE machines SET last_seen = ? WHERE id = ?").bind(when).bind(id).run();
   }
