@@ -21,12 +21,6 @@ std::span<const OptionRule> serving() {
        "folder of the database and the relay's own certificate; created if it is missing; default "
        "./vantelink-data",
        "\"vantelink-data\"", Kind::Value, text_setter(&Options::data)},
-      {"database", "URL",
-       "PostgreSQL database that takes the place of the file in the data folder, such as "
-       "postgresql://relay@db.example.org/relay; a URL with a password belongs into the configuration file "
-       "or "
-       "the environment, where other users cannot read it",
-       "\"postgresql://relay@db.example.org/relay\"", Kind::Value, database_setter()},
       {"console", "DIR", "folder of the console's files; default the console in the program",
        "\"/usr/share/vantelink/console\"", Kind::Value, text_setter(&Options::console)},
       {"updates", "DIR",
@@ -65,6 +59,12 @@ std::span<const OptionRule> serving() {
 
 std::span<const OptionRule> cluster() {
   static const OptionRule rules[] = {
+      {"database", "URL",
+       "PostgreSQL database that takes the place of the file in the data folder, such as "
+       "postgresql://relay@db.example.org/relay; a URL with a password belongs into the configuration file "
+       "or "
+       "the environment, where other users cannot read it",
+       "\"postgresql://relay@db.example.org/relay\"", Kind::Value, database_setter()},
       {"relay-name", "NAME",
        "name of this relay among several that share the database; SIGUSR1 moves its machines to the others",
        "\"north\"", Kind::Value, text_setter(&Options::relay_name)},
@@ -183,7 +183,7 @@ std::span<const OptionGroup> option_groups() {
       {"Log-ins", "", log_ins()},
       {"Behind a proxy", "", proxies()},
       {"Limits", "", bounds()},
-      {"Several relays",
+      {"PostgreSQL and several relays",
        "Relays that share a PostgreSQL database lead browsers to the one that has the machine.", cluster()},
       {"Monitoring", "", monitoring()},
       {"Certificate",

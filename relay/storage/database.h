@@ -20,6 +20,8 @@ class Database {
   // Opens the file or the URL. A file that is missing is created with mode 0600. Throws DatabaseError.
   explicit Database(const std::string& address);
   ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
   Database(Database&&) noexcept;
   Database& operator=(Database&&) noexcept;
 

@@ -118,9 +118,9 @@ JsonReply log_in(Api& api, Call& call) {
 
 // The ticket is worth the log-in at another relay, with its stage and its end.
 JsonReply log_in_with_ticket(Api& api, Call& call) {
-  const ApiError unknown(HttpStatus::unauthorized, "The ticket is not valid any more.");
+  const auto unknown = [] { return ApiError(HttpStatus::unauthorized, "The ticket is not valid any more."); };
   const std::string ticket = text_in(call.body, "ticket");
-  if (!api.parts.cluster.joined() || ticket.empty() || ticket.size() > kLongestName) throw unknown;
+  if (!api.parts.cluster.joined() || ticket.empty() || ticket.size() > kLongestName) throw unknown();
   if (api.attempts.refused(kTicketAttempts, call.source))
     throw ApiError(HttpStatus::too_many_requests, "Too many failures. Wait ten minutes and try again.");
   (void)api.attempts.add(kTicketAttempts, call.source);
@@ -141,7 +141,7 @@ JsonReply log_in_with_ticket(Api& api, Call& call) {
     return std::optional(Moved{*row, taken->home});
   };
   const std::optional<Moved> moved = co_await api.parts.database.run(job);
-  if (!moved || moved->login.expires_at <= wall_seconds()) throw unknown;
+  if (!moved || moved->login.expires_at <= wall_seconds()) throw unknown();
   api.attempts.succeeded(kTicketAttempts, call.source);
   api.parts.logins.add(moved->login);
   call.cookie = login_cookie(token, moved->login.expires_at - wall_seconds());

@@ -73,7 +73,7 @@ void Cluster::flush() {
   std::size_t bytes = 0;
   for (const auto& [machine, online] : std::exchange(news_, {})) {
     (online ? came : gone).push_back(machine);
-    bytes += sizeof machine + machine.size();
+    bytes += sizeof(std::string) + machine.size();
   }
   const auto work = [id = own_.id, came, gone](Store& store) {
     store_presence(store.database(), id, came, gone);

@@ -23,6 +23,8 @@ class PostgresEngine : public Engine {
   // server that has not answered the TCP connection for 10 seconds is taken for lost. Throws DatabaseError.
   explicit PostgresEngine(std::string url);
   ~PostgresEngine() override;
+  PostgresEngine(const PostgresEngine&) = delete;
+  PostgresEngine& operator=(const PostgresEngine&) = delete;
 
   [[nodiscard]] Dialect dialect() const override { return Dialect::Postgresql; }
   [[nodiscard]] std::unique_ptr<EngineQuery> prepare(const char* sql) override;
