@@ -117,7 +117,8 @@ asio::awaitable<void> AgentLogin::enroll(const nlohmann::json& fields) {
       trail_entry<TrailKind::MachineConnected>(subject_of(record.id), record.name)};
   const auto work = [record, rows, window](Store& store) {
     add_machine(store.database(), record);
-    if (window) use_enrolment_window(store.database(), window->id);
+    if (window && !use_enrolment_window(store.database(), window->id))
+      throw DatabaseError("the enrolment window was closed by another relay");
     append_trail(store.database(), rows);
   };
   try {

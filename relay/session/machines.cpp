@@ -28,9 +28,12 @@ void Machines::update(std::vector<MachineRecord> stored) {
     const auto known = before.find(record.id);
     if (known == before.end() || listed(known->second) != listed(record)) mark_changed(record.id);
     if (known != before.end()) {
-      // These are newer here than in the database, because nobody waits until they are stored.
-      record.name = known->second.name;
-      record.last_seen = known->second.last_seen;
+      // These are newer here than in the database, because nobody waits until they are stored; unless another
+      // relay has the machine.
+      const bool is_here = !presence_ || online_.contains(record.id);
+      if (!is_here && record.name != known->second.name) mark_changed(record.id);
+      if (is_here) record.name = known->second.name;
+      record.last_seen = std::max(record.last_seen, known->second.last_seen);
       before.erase(known);
     }
     records_[record.id] = std::move(record);

@@ -132,7 +132,7 @@ Snapshot::Snapshot(Database& database) : database_(database) {
 
 Snapshot::~Snapshot() {
   try {
-    database_.execute("ROLLBACK");  // works after an error too
+    if (database_.engine().in_transaction()) database_.execute("ROLLBACK");  // works after an error too
   } catch (const DatabaseError&) {
     // The transaction ended with the error that is being reported.
   }

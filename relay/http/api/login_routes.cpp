@@ -130,7 +130,8 @@ JsonReply log_in_with_ticket(Api& api, Call& call) {
     const auto taken = take_ticket(store.database(), hash, relay);
     auto row = taken ? find_login(store.database(), taken->login) : std::nullopt;
     const auto person = row ? find_person(store.database(), row->person) : std::nullopt;
-    if (!person || person->disabled || row->stage != LoginStage::Full) return std::optional<Moved>();
+    if (!person || person->disabled || row->stage != LoginStage::Full || row->expires_at <= wall_seconds())
+      return std::optional<Moved>();
     row->token_hash = own;
     row->created_at = row->last_used = wall_seconds();
     row->address = source;
@@ -141,7 +142,7 @@ JsonReply log_in_with_ticket(Api& api, Call& call) {
     return std::optional(Moved{*row, taken->home});
   };
   const std::optional<Moved> moved = co_await api.parts.database.run(job);
-  if (!moved || moved->login.expires_at <= wall_seconds()) throw unknown();
+  if (!moved) throw unknown();
   api.attempts.succeeded(kTicketAttempts, call.source);
   api.parts.logins.add(moved->login);
   call.cookie = login_cookie(token, moved->login.expires_at - wall_seconds());

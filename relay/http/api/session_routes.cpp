@@ -90,9 +90,11 @@ JsonReply give_ticket(Api& api, Call& call) {
   const std::string origin(call.request.at(boost::beast::http::field::origin));
   const std::string ticket = random_token(kTicketBytes);
   const auto job = [hash = hash_secret(ticket), valid = Ticket{relay->id, login->row.id, origin}](
-                       Store& store) { add_ticket(store.database(), hash, valid); };
+                       Store& store) { return add_ticket(store.database(), hash, valid); };
   const Json answer = {{"address", relay->address}, {"ticket", ticket}};
-  co_await api.parts.database.run(job);
+  if (!co_await api.parts.database.run(job))
+    throw ApiError(HttpStatus::too_many_requests, "Too many machines at other relays were opened. Try again.",
+                   "busy");
   co_return answer;
 }
 

@@ -63,9 +63,8 @@ class OwnCertificate {
   OwnCertificate(std::string data, std::vector<std::string> hosts, Now now = wall_seconds);
 
   // Completes a renewal that was cut off, makes the authority if nothing is in its place, and the leaf in any
-  // case. Returns sentences for the
-  // operator. Throws std::runtime_error with a sentence if the relay has no certificate to show; nothing that
-  // machines may trust is replaced or removed.
+  // case. Returns sentences for the operator. Throws std::runtime_error with a sentence if the relay has no
+  // certificate to show; nothing that machines may trust is replaced or removed.
   [[nodiscard]] std::vector<std::string> prepare();
   // Makes the leaf again if it has to be, and at least one look after the files have changed. Does not throw.
   [[nodiscard]] State look();

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -94,18 +93,14 @@ void keep(const std::string& data, const std::string& file, const std::string& k
 }
 
 CertificateFiles kept_files(const std::string& data) {
-  const std::time_t now = std::time(nullptr);
-  std::tm time{};
-  ::gmtime_r(&now, &time);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &time);
-  std::string name = text;
+  const std::string time = time_for_name();
+  std::string name = time;
   const auto files = [&] {
     return CertificateFiles{data + "/relay-cert-before-" + name + ".pem",
                             data + "/relay-key-before-" + name + ".pem"};
   };
   for (int i = 2; fs::exists(files().certificate) || fs::exists(files().key); ++i)
-    name = std::string(text) + '-' + std::to_string(i);
+    name = time + '-' + std::to_string(i);
   return files();
 }
 

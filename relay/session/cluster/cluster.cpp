@@ -23,8 +23,8 @@ void Cluster::join(const Settings& settings, const std::string& trail_key) {
   if (database_.run_and_wait(first_key) != trail_key) {
     throw std::runtime_error(
         "the audit trail of this database is signed with another key; copy trail-key.pem and trail-key.pub "
-        "from the "
-        "data folder of another relay to the one of this relay, and start it again");
+        "from "
+        "the data folder of another relay to the one of this relay, and start it again");
   }
   settings_ = settings;
   own_.name = settings.name;
@@ -78,13 +78,13 @@ void Cluster::flush() {
   const auto work = [id = own_.id, came, gone](Store& store) {
     store_presence(store.database(), id, came, gone);
   };
-  // What could not be stored is noted again, unless it has changed meanwhile.
+  // What could not be stored is noted again, as it is by then.
   const auto done = [this, came, gone](const std::string& failure) {
     if (failure.empty()) return;
-    for (const std::string& machine : came)
-      news_.emplace(machine, true);
-    for (const std::string& machine : gone)
-      news_.emplace(machine, false);
+    for (const auto* machines : {&came, &gone}) {
+      for (const std::string& machine : *machines)
+        news_[machine] = machines_.connection(machine) != nullptr;
+    }
   };
   database_.post(work, done, bytes);
 }
@@ -98,7 +98,8 @@ void Cluster::beat() {
   const auto work = [own = own_, id, silent, silence = settings_.silence](Store& store) {
     if (!note_life(store.database(), own)) *id = join_relays(store.database(), own.name, own.address);
     // The sessions of a dead relay have ended, and it cannot write so itself.
-    for (const std::string& name : * silent = remove_silent_relays(store.database(), silence.count()))
+    *silent = remove_silent_relays(store.database(), silence.count());
+    for (const std::string& name : *silent)
       end_open_sessions(store.database(), name);
   };
   database_.post(work, [this, id, silent](const std::string& failure) {

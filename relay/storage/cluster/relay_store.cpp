@@ -37,6 +37,10 @@ class Report {
   std::string text_;
 };
 
+void remove_old_tickets(Database& database) {
+  Statement(database, ("DELETE FROM tickets WHERE expires_at <= " + std::string(kNow)).c_str()).run();
+}
+
 }  // namespace
 
 std::int64_t join_relays(Database& database, const std::string& name, const std::string& address) {
@@ -138,7 +142,10 @@ std::optional<PresenceNews> read_presence_news(std::string_view text) {
   return news;
 }
 
-void add_ticket(Database& database, const Bytes& token_hash, const Ticket& ticket) {
+bool add_ticket(Database& database, const Bytes& token_hash, const Ticket& ticket) {
+  remove_old_tickets(database);
+  Statement valid(database, "SELECT count(*) FROM tickets WHERE login = ?");
+  if (valid.bind(ticket.login).step() && valid.number(0) >= kTicketsPerLogin) return false;
   const std::string sql =
       "INSERT INTO tickets(token_hash, relay, login, home, expires_at) VALUES(?, ?, ?, ?, " +
       std::string(kNow) + " + ?::bigint)";
@@ -149,10 +156,11 @@ void add_ticket(Database& database, const Bytes& token_hash, const Ticket& ticke
       .bind(ticket.home)
       .bind(kTicketSeconds)
       .run();
+  return true;
 }
 
 std::optional<Ticket> take_ticket(Database& database, const Bytes& token_hash, std::int64_t relay) {
-  Statement(database, ("DELETE FROM tickets WHERE expires_at <= " + std::string(kNow)).c_str()).run();
+  remove_old_tickets(database);
   Statement taken(database, "DELETE FROM tickets WHERE token_hash = ? AND relay = ? RETURNING login, home");
   if (!taken.bind(token_hash).bind(relay).step()) return std::nullopt;
   return Ticket{relay, taken.number(0), taken.text(1)};

@@ -62,7 +62,10 @@ struct Ticket {
   std::string home{};      // the origin of the page that asked for it
 };
 inline constexpr std::int64_t kTicketSeconds = 20;
-void add_ticket(Database& database, const Bytes& token_hash, const Ticket& ticket);
+// At most so many tickets of a log-in are valid at a time.
+inline constexpr std::int64_t kTicketsPerLogin = 10;
+// Removes the tickets that nobody used in time. Returns false if the log-in has too many.
+[[nodiscard]] bool add_ticket(Database& database, const Bytes& token_hash, const Ticket& ticket);
 // Removes the ticket, and those that nobody used in time. Returns it if it is valid for this relay.
 [[nodiscard]] std::optional<Ticket> take_ticket(Database& database, const Bytes& token_hash,
                                                 std::int64_t relay);

@@ -77,7 +77,8 @@ class Engine {
   // errors, for instance when the disk is full or the connection is lost. Throws nothing.
   [[nodiscard]] virtual bool in_transaction() const = 0;
 
-  // Lets every later statement that changes something fail.
+  // Lets every later statement that changes something fail. A connection that is lost then connects again by
+  // itself.
   virtual void forbid_changes() = 0;
   // The version of the tables; 0 if there are none.
   [[nodiscard]] virtual std::int64_t version() = 0;

@@ -174,6 +174,8 @@ void PostgresEngine::connect() {
 
 template <class Function>
 auto PostgresEngine::guarded(Function function) -> decltype(function()) {
+  // Nothing of a connection that only reads is lost with it.
+  if (!connection_ && reads_only_) connect();
   if (!connection_) throw DatabaseLost("The database's server is not connected.");
   try {
     return function();
@@ -309,7 +311,15 @@ void PostgresEngine::reconnect() {
 
 bool PostgresEngine::last_commit_stored() {
   if (committing_.empty()) return false;
-  const std::string status = single_text(("SELECT pg_xact_status('" + committing_ + "')").c_str());
+  std::string status;
+  try {
+    status = single_text(("SELECT pg_xact_status('" + committing_ + "')").c_str());
+  } catch (const DatabaseLost&) {
+    throw;
+  } catch (const DatabaseError&) {
+    // The server does not know the transaction: it has taken the place of another one, which had not passed
+    // it on.
+  }
   // The server has not noticed yet that the transaction's connection is lost.
   if (status == "in progress") throw DatabaseLost("The database's server still decides about a transaction.");
   committing_.clear();

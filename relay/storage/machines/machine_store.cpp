@@ -151,12 +151,13 @@ std::int64_t add_enrolment_window(Database& database, const EnrolmentWindow& win
   return database.last_id();
 }
 
-void use_enrolment_window(Database& database, std::int64_t id) {
+bool use_enrolment_window(Database& database, std::int64_t id) {
   Statement(database,
             "UPDATE enrolment_windows SET machines_left = machines_left - 1 "
-            "WHERE id = ? AND machines_left > 0")
+            "WHERE id = ? AND (machines_left > 0 OR machines_left IS NULL)")
       .bind(id)
       .run();
+  return database.changes() > 0;
 }
 
 void remove_enrolment_window(Database& database, std::int64_t id) {

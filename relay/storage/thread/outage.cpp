@@ -19,6 +19,11 @@ constexpr std::chrono::milliseconds kLongestPause{1000};
 // Returns true when the server is connected, and false at a stop. Each job that the loss cut off in its
 // commit is settled if it is stored.
 bool DatabaseThread::connect_again(Entries& batch) {
+  {
+    // At a stop there is one attempt, not one for each transaction that is left.
+    const MutexLock guard(lock_);
+    if (stopping_ && lost_since_) return false;
+  }
   note_loss();
   std::chrono::milliseconds pause = kFirstPause;
   for (;;) {
@@ -45,7 +50,7 @@ bool DatabaseThread::try_to_connect() {
       job->settled = stored || job->settled;
     committing_.clear();
     return true;
-  } catch (const DatabaseError& failure) {
+  } catch (const DatabaseError&) {
     return false;
   }
 }

@@ -122,6 +122,26 @@ TEST_F(ClusterTest, TicketEndsWithItsTimeAndWithItsLogIn) {
   EXPECT_EQ(post(other_->port(), "/api/login/ticket", {{"ticket", ended.body["ticket"]}}).status, 401u);
 }
 
+TEST_F(ClusterTest, LogInHasFewTicketsAtATime) {
+  const auto agent = connect_to_other("Esja");
+  const std::string id = wait_for_machine("Esja", "online")["id"];
+  const std::string cookie = log_in();
+  for (std::int64_t i = 0; i < kTicketsPerLogin; ++i)
+    EXPECT_EQ(post(port_, "/api/tickets", {{"machine", id}}, cookie).status, 200u);
+  EXPECT_EQ(post(port_, "/api/tickets", {{"machine", id}}, cookie).status, 429u);
+  EXPECT_EQ(post(port_, "/api/tickets", {{"machine", id}}, log_in()).status, 200u)
+      << "each log-in has its own";
+  Database(database_in(folder_)).execute("UPDATE tickets SET expires_at = 5");
+  EXPECT_EQ(post(port_, "/api/tickets", {{"machine", id}}, cookie).status, 200u);
+  EXPECT_EQ(stored("SELECT count(*) FROM tickets"), std::multiset<std::string>{"1"});
+}
+
+TEST_F(ClusterTest, NewNameOfAMachineAtTheOtherRelayIsShown) {
+  const auto agent = connect_to_other("Esja");
+  agent->set_display_name("Hekla");
+  wait_for_machine("Hekla", "online");
+}
+
 TEST_F(ClusterTest, MachineThatConnectsToTheOtherRelayIsCutFromThisOne) {
   const auto agent = connect_agent("Katla");
   agent::AgentConfig config = vantelink_fakes::saved_config();

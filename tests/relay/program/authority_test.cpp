@@ -14,6 +14,7 @@
 #include "relay/program/authority/command.h"
 #include "relay/program/backup_fixture.h"
 #include "relay/program/check/checks.h"
+#include "relay/program/findings_text.h"
 #include "support/peers/relay_process.h"
 #include "support/waiting.h"
 
@@ -48,14 +49,7 @@ class AuthorityCommandTest : public BackupTest {
   std::string checked() {
     Findings findings;
     check_certificate(options_, findings);
-    std::string text;
-    for (const Finding& finding : findings.list()) {
-      text += finding.level == Finding::Level::Ok        ? "ok: "
-              : finding.level == Finding::Level::Warning ? "warning: "
-                                                         : "wrong: ";
-      text += finding.text + '\n';
-    }
-    return text;
+    return text_of(findings);
   }
   void expect_checked(const std::string& text) {
     const std::string all = checked();

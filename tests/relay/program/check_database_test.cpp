@@ -6,6 +6,7 @@
 
 #include "relay/program/backup/command.h"
 #include "relay/program/check/checks.h"
+#include "relay/program/findings_text.h"
 #include "relay/storage/schema.h"
 #include "relay/storage/store.h"
 #include "relay/storage/test_database.h"
@@ -19,10 +20,7 @@ class CheckDatabaseTest : public testing::Test {
   std::string found() {
     Findings findings;
     check_database(options_, findings);
-    std::string text;
-    for (const Finding& finding : findings.list())
-      text += (finding.level == Finding::Level::Ok ? "ok: " : "wrong: ") + finding.text + '\n';
-    return text;
+    return text_of(findings);
   }
 
   vantelink_test::TempFolder folder_;

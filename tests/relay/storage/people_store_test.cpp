@@ -123,12 +123,16 @@ TEST_F(PeopleStoreTest, MachinesOfARemovedGroupMoveToTheFirstGroup) {
 TEST_F(PeopleStoreTest, EnrolmentWindowCountsMachines) {
   const std::int64_t id = add_enrolment_window(database_, {0, kFirstGroup, 100, 2, "ada", 1});
   const std::int64_t endless = add_enrolment_window(database_, {0, kFirstGroup, 100, {}, "ada", 1});
-  use_enrolment_window(database_, id);
-  use_enrolment_window(database_, endless);
+  EXPECT_TRUE(use_enrolment_window(database_, id));
+  EXPECT_TRUE(use_enrolment_window(database_, endless));
   const auto windows = load_enrolment_windows(database_);
   EXPECT_EQ(windows.at(0).machines_left, 1);
   EXPECT_FALSE(windows.at(1).machines_left.has_value());
+  EXPECT_TRUE(use_enrolment_window(database_, id));
+  EXPECT_FALSE(use_enrolment_window(database_, id)) << "full";
+  EXPECT_EQ(load_enrolment_windows(database_).at(0).machines_left, 0);
   remove_enrolment_window(database_, id);
+  EXPECT_FALSE(use_enrolment_window(database_, id)) << "gone";
   EXPECT_EQ(load_enrolment_windows(database_).size(), 1u);
 }
 

@@ -5,10 +5,10 @@
 #include <poll.h>
 
 #include <array>
+#include <fstream>
 #include <future>
 #include <string_view>
 #include <thread>
-#include <utility>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -179,10 +179,15 @@ TEST_F(PostgresTest, LossWithinATransactionStoresNothing) {
   EXPECT_EQ(count("SELECT count(*) FROM settings"), 0);
 }
 
-// Passes two connections on to the server, and cuts the first one in place of the answer to a COMMIT.
+// Passes a connection on to a server, which it cuts in place of the answer to a COMMIT, and the next one to
+// the same or another server.
 class CuttingProxy {
  public:
-  explicit CuttingProxy(unsigned short port) : port_(port), thread_([this] { serve(); }) {}
+  CuttingProxy(unsigned short first, unsigned short second)
+      : thread_([this, first, second] {
+          pass_on(first, true);
+          pass_on(second, false);
+        }) {}
   ~CuttingProxy() { thread_.join(); }
   CuttingProxy(const CuttingProxy&) = delete;
   CuttingProxy& operator=(const CuttingProxy&) = delete;
@@ -190,14 +195,10 @@ class CuttingProxy {
 
  private:
   using tcp = boost::asio::ip::tcp;
-  void serve() {
-    pass_on(true);
-    pass_on(false);
-  }
-  void pass_on(bool cuts) {
+  void pass_on(unsigned short port, bool cuts) {
     tcp::socket client = acceptor_.accept();
     tcp::socket server(io_);
-    server.connect({boost::asio::ip::address_v4::loopback(), port_});
+    server.connect({boost::asio::ip::address_v4::loopback(), port});
     bool commits = false;
     std::array<char, 65536> buffer{};
     boost::system::error_code error;
@@ -213,26 +214,54 @@ class CuttingProxy {
     }
   }
 
-  const unsigned short port_;
   boost::asio::io_context io_;
   tcp::acceptor acceptor_{io_, {boost::asio::ip::address_v4::loopback(), 0}};
   std::thread thread_;
 };
 
+// The port in an address, and the address with another one.
+unsigned short port_in(const std::string& address) {
+  const std::size_t colon = address.rfind(':');
+  return static_cast<unsigned short>(std::stoi(address.substr(colon + 1)));
+}
+std::string with_port(const std::string& address, unsigned short port) {
+  const std::size_t colon = address.rfind(':');
+  return address.substr(0, colon + 1) + std::to_string(port) + address.substr(address.find('/', colon));
+}
+
 TEST_F(PostgresTest, TransactionWhoseAnswerIsLostIsKnownToBeStored) {
-  const std::size_t colon = address_.rfind(':');
-  const std::size_t end = address_.find('/', colon);
-  CuttingProxy proxy(static_cast<unsigned short>(std::stoi(address_.substr(colon + 1, end - colon - 1))));
-  const std::string server = std::exchange(
-      address_, address_.substr(0, colon + 1) + std::to_string(proxy.port()) + address_.substr(end));
-  Database other(address_);
-  address_ = server;
+  const unsigned short port = port_in(address_);
+  CuttingProxy proxy(port, port);
+  Database other(with_port(address_, proxy.port()));
   other.engine().begin_writing();
   store_setting(other, {"a", ""});
   EXPECT_THROW(other.engine().commit(), DatabaseLost);
   EXPECT_EQ(count("SELECT count(*) FROM settings"), 1);
   other.engine().reconnect();
   EXPECT_TRUE(other.engine().last_commit_stored());
+}
+
+// A server that has taken the place of another one without its last transactions has not given their numbers
+// yet.
+TEST_F(PostgresTest, TransactionThatTheNextServerDoesNotKnowIsNotStored) {
+  const vantelink_test::TempFolder folder;
+  ASSERT_TRUE(run_test_server("start", folder.path()));
+  std::ifstream file(folder.path() / "url");
+  std::string next;
+  std::getline(file, next);
+  database().execute("CREATE TABLE numbers(x INTEGER)");
+  for (int i = 0; i < 300; ++i)  // more transactions than a new server has had
+    database().execute("INSERT INTO numbers VALUES(1)");
+  {
+    CuttingProxy proxy(port_in(address_), port_in(next));
+    Database other(with_port(address_, proxy.port()));
+    other.engine().begin_writing();
+    store_setting(other, {"a", ""});
+    EXPECT_THROW(other.engine().commit(), DatabaseLost);
+    other.engine().reconnect();
+    EXPECT_FALSE(other.engine().last_commit_stored());
+  }
+  EXPECT_TRUE(run_test_server("stop", folder.path()));
 }
 
 TEST_F(PostgresTest, ServerThatIsNotThereIsNamedWithoutThePassword) {

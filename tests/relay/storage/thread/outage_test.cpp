@@ -128,6 +128,22 @@ TEST_F(OutageTest, ShortOutageIsNotSeenByCallers) {
   EXPECT_EQ(stored(), std::vector<std::string>{"waited-for"});
 }
 
+// The readers of the trail have connections of their own.
+TEST_F(OutageTest, ConnectionThatOnlyReadsConnectsAgainByItself) {
+  Database reader = Database::read_only(address_);
+  const auto read = [&] {
+    const Snapshot snapshot(reader);
+    return load_settings(reader).size();
+  };
+  EXPECT_EQ(read(), 0u);
+  server("kill");
+  EXPECT_THROW(read(), DatabaseLost);
+  EXPECT_THROW(read(), DatabaseLost);
+  server("restart");
+  EXPECT_EQ(read(), 0u);
+  EXPECT_THROW(store_setting(reader, {"a", ""}), DatabaseError) << "it still only reads";
+}
+
 TEST_F(OutageTest, EndWithoutTheServerIsReportedAndDoesNotWait) {
   server("kill");
   post("left");
