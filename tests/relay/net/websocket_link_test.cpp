@@ -1,0 +1,168 @@
+// What a WebSocketLink takes from its channel's queue, and in which order it arrives at the peer.
+#include "relay/net/websocket_link.h"
+
+#include <deque>
+#include <memory>
+#include <string>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+
+#include "relay/net/tls/tls_pair.h"
+#include "wire/websocket.h"
+
+namespace vlk::relay {
+namespace {
+
+namespace http = boost::beast::http;
+
+constexpr std::size_t kPart = 16'000;
+constexpr std::size_t kMessage = 64 * 1024;
+constexpr std::size_t kMessages = 40;
+
+class WebSocketLinkTest : public TlsPair {
+ protected:
+  WebSocketLinkTest() {
+    http::request<http::string_body> request(http::verb::get, "/console", 11);
+    request.set(http::field::host, "localhost");
+    request.set(http::field::upgrade, "websocket");
+    request.set(http::field::connection, "Upgrade");
+    request.set(http::field::sec_websocket_key, "AAAAAAAAAAAAAAAAAAAAAA==");
+    request.set(http::field::sec_websocket_version, "13");
+    boost::asio::co_spawn(io_, accept(std::move(request)), boost::asio::detached);
+    std::string answer;
+    until([&] {
+      answer += read_some();
+      return link_ && answer.ends_with("\r\n\r\n");
+    });
+    boost::asio::co_spawn(io_, read_all(), boost::asio::detached);
+  }
+  ~WebSocketLinkTest() override {
+    link_->channel()->cut("the test has ended");
+    go_on();
+  }
+
+  boost::asio::awaitable<void> accept(http::request<http::string_body> request) {
+    WebSocketLink::Settings settings{"test", 1 << 20, {true, kPart}, std::chrono::seconds(10)};
+    std::string problem;
+    auto stream = *stream_;
+    link_ = co_await WebSocketLink::accept(stream, std::move(request), std::move(settings), problem);
+  }
+  boost::asio::awaitable<void> read_all() {
+    while (const auto incoming = co_await link_->read())
+      arrived_.emplace_back(incoming->bytes.begin(), incoming->bytes.end());
+    ended_ = true;
+  }
+
+  void send_frame(std::uint8_t opcode, const std::string& content) {
+    const auto frame =
+        encode_frame(opcode, reinterpret_cast<const unsigned char*>(content.data()), content.size(), true);
+    write({frame.begin(), frame.end()});
+  }
+  // The next frame that the peer gets.
+  WsFrame next() {
+    std::optional<WsFrame> frame;
+    until([&] {
+      const std::string bytes = read_some();
+      parser_.feed(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+      frame = parser_.next();
+      return frame.has_value();
+    });
+    return *frame;
+  }
+  static std::string text_of(const WsFrame& frame) { return {frame.payload.begin(), frame.payload.end()}; }
+  // Queues messages of the bulk lane, more than the system takes while the peer reads nothing.
+  void fill_up() {
+    for (std::size_t i = 0; i < kMessages; ++i)
+      channel().send_binary(std::make_shared<const Bytes>(kMessage, 'x'), 0, Lane::Bulk);
+    for (std::size_t before = 0; before != channel().waiting_bytes();) {
+      before = channel().waiting_bytes();
+      go_on();
+    }
+  }
+  Channel& channel() { return *link_->channel(); }
+
+  std::shared_ptr<WebSocketLink> link_;
+  std::deque<std::string> arrived_;
+  bool ended_ = false;
+  WsParser parser_;
+};
+
+TEST_F(WebSocketLinkTest, MessagesOfOneStepArriveInOneRecord) {
+  channel().send_text("one");
+  channel().send_text("two");
+  std::string record;
+  until([&] { return !(record = read_some()).empty(); });
+  EXPECT_EQ(record, "\x81\x03one\x81\x03two");
+}
+
+TEST_F(WebSocketLinkTest, NothingMoreLeavesTheQueueWhileThePeerReadsNothing) {
+  fill_up();
+  const std::size_t waiting = channel().waiting_bytes();
+  for (int i = 0; i < 10; ++i) {
+    channel().send_binary(std::make_shared<const Bytes>(100, 'y'), 0, Lane::Bulk);
+    go_on();
+  }
+  EXPECT_EQ(channel().waiting_bytes(), waiting + 1000);
+  channel().send_text("urgent");
+  std::size_t before = 0;
+  for (WsFrame frame = next(); text_of(frame) != "urgent"; frame = next())
+    before += frame.payload.size() - 2;
+  EXPECT_EQ(before, kMessages * kMessage - waiting);
+}
+
+TEST_F(WebSocketLinkTest, FramesOfTheProtocolStandBetweenWholeFrames) {
+  fill_up();
+  send_frame(kWsPing, "here?");
+  send_frame(kWsBinary, "key");
+  channel().ping(Clock::now());
+  std::size_t parts = 0, pongs = 0, pings = 0;
+  for (std::size_t bytes = 0; bytes < kMessages * kMessage || pongs == 0 || pings == 0;) {
+    const WsFrame frame = next();
+    if (frame.opcode == kWsPong) ++pongs;
+    if (frame.opcode == kWsPing) ++pings;
+    if (frame.opcode != kWsBinary) continue;
+    ++parts;
+    bytes += frame.payload.size() - 2;
+  }
+  EXPECT_EQ(parts, kMessages * ((kMessage + kPart - 1) / kPart));
+  until([&] { return !arrived_.empty(); });
+  EXPECT_EQ(arrived_.front(), "key");
+  EXPECT_FALSE(parser_.failed);
+}
+
+TEST_F(WebSocketLinkTest, CloseFrameFollowsEverythingThatWaits) {
+  fill_up();
+  channel().close(CloseCode::GoingAway, "enough", std::chrono::seconds(30));
+  std::size_t bytes = 0;
+  WsFrame frame = next();
+  for (; frame.opcode == kWsBinary; frame = next())
+    bytes += frame.payload.size() - 2;
+  EXPECT_EQ(bytes, kMessages * kMessage);
+  EXPECT_EQ(frame.opcode, kWsClose);
+}
+
+TEST_F(WebSocketLinkTest, NothingFollowsTheAnswerToThePeersCloseFrame) {
+  fill_up();
+  send_frame(kWsClose, "\x03\xE8");
+  WsFrame frame = next();
+  while (frame.opcode == kWsBinary)
+    frame = next();
+  EXPECT_EQ(frame.opcode, kWsClose);
+  until([&] { return ended_; });
+  until([&] {
+    (void)read_some();
+    return (SSL_get_shutdown(client_.get()) & SSL_RECEIVED_SHUTDOWN) != 0;
+  });
+  EXPECT_TRUE(channel().is_cut() || channel().closing());
+}
+
+TEST_F(WebSocketLinkTest, CutEndsAWriteThatWaits) {
+  fill_up();
+  channel().cut("no more");
+  until([&] { return ended_; });
+  EXPECT_TRUE(channel().idle());
+}
+
+}  // namespace
+}  // namespace vlk::relay
