@@ -50,12 +50,12 @@ std::string address_of(std::size_t number) {
 void add_session(TimedEnds& ends, unsigned short port, std::size_t number, const std::string& cookie) {
   auto machine = std::make_unique<End>(port, address_of(number));
   auto viewer = std::make_unique<End>(port, address_of(number));
-  machine->peer.start_tls();
+  machine->start_tls();
   machine->peer.upgrade();
   machine->peer.send_message(Msg::Hello, 0, R"({"role":"agent"})");
   machine->peer.send_message(Msg::Enroll, 0, R"({"name":"machine"})");
   const std::string id = Json::parse(machine->peer.read_message(Msg::EnrollResult))["agent_id"];
-  viewer->peer.start_tls();
+  viewer->start_tls();
   viewer->peer.upgrade("/console",
                        "Origin: https://localhost\r\nCookie: __Host-vantelink_session=" + cookie + "\r\n");
   viewer->peer.send(RawPeer::frame(vlk::kWsText, Json{{"type", "open"}, {"agent", id}}.dump()));
@@ -127,9 +127,9 @@ Delays through_copy(std::size_t sessions, const Load& load, std::chrono::seconds
     TimedEnds ends(load);
     for (std::size_t number = 0; number < sessions; ++number) {
       auto machine = std::make_unique<End>(listener.port);
-      machine->peer.start_tls();
+      machine->start_tls();
       auto viewer = std::make_unique<End>(listener.port);
-      viewer->peer.start_tls();
+      viewer->start_tls();
       ends.add(std::move(machine), std::move(viewer));
     }
     delays = ends.measure(time);

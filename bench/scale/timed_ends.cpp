@@ -44,6 +44,13 @@ std::string input(std::size_t number) {
 
 }  // namespace
 
+void End::start_tls() {
+  peer.limit_waits(kPatience);
+  peer.start_tls();
+  const int on = 1;
+  ::setsockopt(SSL_get_fd(peer.tls()), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 TimedEnds::TimedEnds(Load load)
     : load_(load), poll_(::epoll_create1(EPOLL_CLOEXEC)), thread_([this] { run(); }) {}
 
@@ -58,8 +65,7 @@ void TimedEnds::add(std::unique_ptr<End> machine, std::unique_ptr<End> viewer) {
   machine->other = viewer.get();
   viewer->other = machine.get();
   for (End* end : {machine.get(), viewer.get()}) {
-    const int socket = SSL_get_fd(end->peer.tls()), on = 1;
-    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    const int socket = SSL_get_fd(end->peer.tls());
     ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK);
     epoll_event event{EPOLLIN, {end}};
     ::epoll_ctl(poll_, EPOLL_CTL_ADD, socket, &event);
