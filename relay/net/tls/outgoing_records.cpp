@@ -51,6 +51,11 @@ void OutgoingRecords::collect(std::span<const std::uint8_t> bytes) {
     shared().bytes.clear();
     shared().owner = this;
   }
+  // A rest that always gets more before the system has taken all of it does not keep what was taken.
+  if (rest_at_ > rest_.size() / 2) {
+    rest_.erase(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(rest_at_));
+    rest_at_ = 0;
+  }
   Bytes& buffer = rest_.empty() ? shared().bytes : rest_;
   buffer.insert(buffer.end(), bytes.begin(), bytes.end());
   collected_ += bytes.size();

@@ -34,6 +34,8 @@ class OutgoingRecords {
   // The bytes that OpenSSL has written so far, and those of them that the system has taken.
   [[nodiscard]] std::uint64_t collected() const { return collected_; }
   [[nodiscard]] std::uint64_t sent() const { return sent_; }
+  // The bytes of memory that this object owns.
+  [[nodiscard]] std::size_t memory() const { return rest_.capacity(); }
 
  private:
   static int write(BIO* bio, const char* bytes, std::size_t size, std::size_t* written);

@@ -70,7 +70,8 @@ TlsStream::Step TlsStream::State::read(const asio::mutable_buffer& buffer) {
   answers_end = records.collected();
   const Error error = send_some();
   if (step.wait == Step::Wait::None) return step;
-  return {records.empty() ? step.wait : Step::Wait::Write, error, 0};
+  if (error) return {Step::Wait::None, error, 0};
+  return records.empty() ? step : Step{Step::Wait::Write, {}, 0};
 }
 
 TlsStream::Step TlsStream::State::send(std::uint64_t end) {
@@ -85,9 +86,15 @@ TlsStream::Error TlsStream::State::send_some() {
   return problem == 0 ? Error() : Error(problem, boost::system::system_category());
 }
 
-// Small buffers, such as a frame's header and its content, or several frames, go out in one record.
+// Also sends what was encrypted before a problem: no other connection may write before the call of send().
 TlsStream::Error TlsStream::State::write(std::span<const asio::const_buffer> buffers) {
   if (!usable()) return asio::error::operation_aborted;
+  const Error problem = encrypt(buffers), error = send_some();
+  return problem ? problem : error;
+}
+
+// Small buffers, such as a frame's header and its content, or several frames, become one record.
+TlsStream::Error TlsStream::State::encrypt(std::span<const asio::const_buffer> buffers) {
   char joined[kRecord];
   std::size_t size = 0;
   for (const asio::const_buffer& buffer : buffers) {
@@ -108,10 +115,7 @@ TlsStream::Error TlsStream::State::write(std::span<const asio::const_buffer> buf
       left -= count;
     }
   }
-  if (size > 0) {
-    if (const Error error = write_record(joined, size)) return error;
-  }
-  return send_some();
+  return size > 0 ? write_record(joined, size) : Error();
 }
 
 TlsStream::Error TlsStream::State::write_record(const char* bytes, std::size_t size) {

@@ -111,6 +111,7 @@ class TlsStream {
     [[nodiscard]] bool usable() const { return ssl && socket.is_open(); }
     [[nodiscard]] Step outcome(int result, std::size_t size);
     [[nodiscard]] Error send_some();
+    [[nodiscard]] Error encrypt(std::span<const boost::asio::const_buffer> buffers);
     [[nodiscard]] Error write_record(const char* bytes, std::size_t size);
   };
 

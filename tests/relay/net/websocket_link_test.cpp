@@ -1,6 +1,7 @@
 // What a WebSocketLink takes from its channel's queue, and in which order it arrives at the peer.
 #include "relay/net/websocket_link.h"
 
+#include <algorithm>
 #include <deque>
 #include <memory>
 #include <string>
@@ -8,6 +9,7 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 
+#include "relay/net/tcp/tcp_progress.h"
 #include "relay/net/tls/tls_pair.h"
 #include "wire/websocket.h"
 
@@ -22,14 +24,14 @@ constexpr std::size_t kMessages = 40;
 
 class WebSocketLinkTest : public TlsPair {
  protected:
-  WebSocketLinkTest() {
+  explicit WebSocketLinkTest(Channel::Division division = {true, kPart}) {
     http::request<http::string_body> request(http::verb::get, "/console", 11);
     request.set(http::field::host, "localhost");
     request.set(http::field::upgrade, "websocket");
     request.set(http::field::connection, "Upgrade");
     request.set(http::field::sec_websocket_key, "AAAAAAAAAAAAAAAAAAAAAA==");
     request.set(http::field::sec_websocket_version, "13");
-    boost::asio::co_spawn(io_, accept(std::move(request)), boost::asio::detached);
+    boost::asio::co_spawn(io_, accept(std::move(request), division), boost::asio::detached);
     std::string answer;
     until([&] {
       answer += read_some();
@@ -42,8 +44,8 @@ class WebSocketLinkTest : public TlsPair {
     go_on();
   }
 
-  boost::asio::awaitable<void> accept(http::request<http::string_body> request) {
-    WebSocketLink::Settings settings{"test", 1 << 20, {true, kPart}, std::chrono::seconds(10)};
+  boost::asio::awaitable<void> accept(http::request<http::string_body> request, Channel::Division division) {
+    WebSocketLink::Settings settings{"test", 1 << 20, division, std::chrono::seconds(10)};
     std::string problem;
     auto stream = *stream_;
     link_ = co_await WebSocketLink::accept(stream, std::move(request), std::move(settings), problem);
@@ -157,11 +159,89 @@ TEST_F(WebSocketLinkTest, NothingFollowsTheAnswerToThePeersCloseFrame) {
   EXPECT_TRUE(channel().is_cut() || channel().closing());
 }
 
+// The bytes that leave the queue of bulk messages at once, while the peer reads: the most of them.
+TEST_F(WebSocketLinkTest, KeyPressWaitsBehindABoundedBatch) {
+  stream_->socket().set_option(boost::asio::socket_base::send_buffer_size(1 << 22));
+  limit_unsent(stream_->socket().native_handle(), 1 << 22);
+  for (std::size_t i = 0; i < kMessages; ++i)
+    channel().send_binary(std::make_shared<const Bytes>(kMessage, 'x'), 0, Lane::Bulk);
+  std::size_t most = 0;
+  for (std::size_t before = channel().waiting_bytes(); before > 0; before = channel().waiting_bytes()) {
+    io_.restart();
+    ASSERT_GT(io_.poll_one(), 0u);
+    most = std::max(most, before - channel().waiting_bytes());
+  }
+  EXPECT_GT(most, 48u * 1024);
+  EXPECT_LE(most, 64u * 1024);
+}
+
+TEST_F(WebSocketLinkTest, SlowSystemGetsASmallBatch) {
+  fill_up();
+  std::size_t most = 0;
+  for (std::size_t before = channel().waiting_bytes(); before > 0;) {
+    (void)read_some();
+    io_.restart();
+    io_.poll_one();
+    most = std::max(most, before - channel().waiting_bytes());
+    before = channel().waiting_bytes();
+  }
+  EXPECT_LE(most, 2 * kPart);
+}
+
+TEST_F(WebSocketLinkTest, PeerThatReadsNothingGetsOneAnswerToItsPings) {
+  fill_up();
+  for (int i = 0; i < 100; ++i)
+    send_frame(kWsPing, std::to_string(i));
+  send_frame(kWsBinary, "key");
+  for (int i = 0; i < 200; ++i)
+    go_on();
+  EXPECT_TRUE(arrived_.empty());
+  std::size_t pongs = 0;
+  for (std::size_t bytes = 0; bytes < kMessages * kMessage || pongs < 100;) {
+    const WsFrame frame = next();
+    if (frame.opcode == kWsBinary) bytes += frame.payload.size() - 2;
+    if (frame.opcode != kWsPong) continue;
+    EXPECT_EQ(text_of(frame), std::to_string(pongs));
+    ++pongs;
+  }
+  until([&] { return !arrived_.empty(); });
+}
+
 TEST_F(WebSocketLinkTest, CutEndsAWriteThatWaits) {
   fill_up();
   channel().cut("no more");
   until([&] { return ended_; });
   EXPECT_TRUE(channel().idle());
+}
+
+// With fragments, as a machine gets its messages.
+class FragmentingLinkTest : public WebSocketLinkTest {
+ protected:
+  FragmentingLinkTest() : WebSocketLinkTest({false, kPart}) {}
+};
+
+TEST_F(FragmentingLinkTest, ControlFramesStandBetweenTheFragmentsOfAMessage) {
+  fill_up();
+  send_frame(kWsPing, "here?");
+  channel().ping(Clock::now());
+  channel().send_text("urgent");
+  std::size_t pongs = 0, pings = 0, messages = 0, texts = 0;
+  bool mixed = false, between = false;
+  while (messages < kMessages || texts == 0 || pongs == 0 || pings == 0) {
+    const WsFrame frame = next();
+    between = between || (parser_.in_fragment && frame.opcode >= kWsClose);
+    if (frame.opcode == kWsPong) ++pongs;
+    if (frame.opcode == kWsPing) ++pings;
+    if (frame.opcode == kWsText) ++texts;
+    if (frame.opcode != kWsBinary) continue;
+    ++messages;
+    mixed = mixed || frame.payload != std::vector<std::uint8_t>(kMessage, 'x');
+  }
+  EXPECT_FALSE(mixed);
+  EXPECT_TRUE(between);
+  EXPECT_EQ(pongs, 1u);
+  EXPECT_EQ(texts, 1u);
+  EXPECT_FALSE(parser_.failed);
 }
 
 }  // namespace

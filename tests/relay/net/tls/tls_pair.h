@@ -22,13 +22,17 @@ class TlsPair : public testing::Test {
  protected:
   using tcp = boost::asio::ip::tcp;
 
-  TlsPair() {
+  // `version` is the newest one of TLS that the client speaks; with TLS 1.2, it uses AES-128-GCM.
+  explicit TlsPair(int version = TLS1_3_VERSION) {
+    SSL_set_max_proto_version(client_.get(), version);
+    SSL_set_cipher_list(client_.get(), "ECDHE-ECDSA-AES128-GCM-SHA256");
     const auto identity = vantelink_test::TestAuthority::issue_self_signed({"localhost"});
     SSL_CTX_use_certificate(server_context_.get(), identity.certificate.get());
     SSL_CTX_use_PrivateKey(server_context_.get(), identity.key.get());
     SSL_CTX_set_mode(server_context_.get(), SSL_MODE_RELEASE_BUFFERS | SSL_MODE_ENABLE_PARTIAL_WRITE |
                                                 SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     SSL_CTX_set_read_ahead(server_context_.get(), 1);
+    SSL_CTX_set_options(server_context_.get(), SSL_OP_NO_RENEGOTIATION);
     tcp::acceptor acceptor(io_, {boost::asio::ip::address_v4::loopback(), 0});
     socket_.open(tcp::v4());
     socket_.set_option(boost::asio::socket_base::receive_buffer_size(4096));

@@ -119,6 +119,32 @@ TEST_F(TlsWritesTest, PeerThatReadsNothingIsNotReadFromWhileItWaitsForAnAnswer) 
   go_on();
 }
 
+TEST_F(TlsWritesTest, BytesBehindChangesOfTheKeyAreReadAtOnce) {
+  for (const int changes : {1, 2, 3}) {
+    for (int i = 0; i < changes; ++i) {
+      SSL_key_update(client_.get(), SSL_KEY_UPDATE_REQUESTED);
+      ASSERT_EQ(SSL_do_handshake(client_.get()), 1);
+    }
+    write("text");
+    read_on();
+    until([&] { return got_.has_value(); });
+    EXPECT_EQ(*got_, "text");
+    EXPECT_TRUE(stream_->all_sent());
+  }
+}
+
+TEST_F(TlsWritesTest, ReadingThatCannotAnswerEnds) {
+  stream_->socket().shutdown(asio::socket_base::shutdown_send);
+  // OpenSSL answers the first one when it gets the second one.
+  for (int i = 0; i < 2; ++i) {
+    SSL_key_update(client_.get(), SSL_KEY_UPDATE_REQUESTED);
+    ASSERT_EQ(SSL_do_handshake(client_.get()), 1);
+  }
+  read_on();
+  until([&] { return got_.has_value(); });
+  EXPECT_EQ(*got_, Error(asio::error::broken_pipe).message());
+}
+
 TEST_F(TlsWritesTest, EndOfTheSendingEndsTheWaitForBytesThatWait) {
   EXPECT_FALSE(write_now(much()));
   wait_until_sent();
