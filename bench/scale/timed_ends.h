@@ -35,7 +35,8 @@ struct Delays {
 struct End {
   explicit End(unsigned short port, const std::string& from = "127.0.0.1") : peer(port, from) {}
   // Also turns Nagle's algorithm off, as the agent does: otherwise the second of two messages that are sent
-  // one after the other waits for a confirmation, which the system holds back for 40 ms.
+  // one after the other waits for a confirmation, which the system holds back for 40 ms. From then on, a read
+  // that blocks fails after ten seconds.
   void start_tls();
 
   vlk::relay::RawPeer peer;

@@ -159,6 +159,28 @@ TEST_F(WebSocketLinkTest, NothingFollowsTheAnswerToThePeersCloseFrame) {
   EXPECT_TRUE(channel().is_cut() || channel().closing());
 }
 
+TEST_F(WebSocketLinkTest, MessageThatIsSentWhileTheAnswerToACloseFrameWaitsIsNotWritten) {
+  const Bytes content(1'000'000, 'x');
+  const auto frame = encode_frame(kWsBinary, content.data(), content.size(), false);
+  const boost::asio::const_buffer buffer = boost::asio::buffer(frame);
+  ASSERT_FALSE(stream_->write({&buffer, 1}));
+  send_frame(kWsClose, "\x03\xE8");
+  go_on();
+  channel().send_text("late");
+  bool late = false;
+  const auto read = [&] {
+    const std::string bytes = read_some();
+    parser_.feed(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    while (const auto arrived = parser_.next())
+      late = late || arrived->opcode == kWsText;
+    return late || ended_;
+  };
+  until(read);
+  for (int i = 0; i < 1000; ++i)
+    read();
+  EXPECT_FALSE(late);
+}
+
 // The bytes that leave the queue of bulk messages at once, while the peer reads: the most of them.
 TEST_F(WebSocketLinkTest, KeyPressWaitsBehindABoundedBatch) {
   stream_->socket().set_option(boost::asio::socket_base::send_buffer_size(1 << 22));
