@@ -93,6 +93,7 @@ class WebSocketLinkTest : public TlsPair {
 TEST_F(WebSocketLinkTest, MessagesOfOneStepArriveInOneRecord) {
   channel().send_text("one");
   channel().send_text("two");
+  EXPECT_EQ(channel().waiting_bytes(), 0u);
   std::string record;
   until([&] { return !(record = read_some()).empty(); });
   EXPECT_EQ(record, "\x81\x03one\x81\x03two");
@@ -234,6 +235,7 @@ TEST_F(WebSocketLinkTest, CutEndsAWriteThatWaits) {
   channel().cut("no more");
   until([&] { return ended_; });
   EXPECT_TRUE(channel().idle());
+  EXPECT_FALSE(channel().full());
 }
 
 // With fragments, as a machine gets its messages.
