@@ -16,6 +16,7 @@
 #include "relay/storage/trail/check/verify.h"
 #include "relay/storage/trail/key.h"
 #include "relay/storage/trail/query.h"
+#include "relay/storage/trail/tables.h"
 
 namespace {
 

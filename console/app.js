@@ -10,6 +10,7 @@ import { nameOf } from './base/names.js';
 import { fillIn, texts } from './base/texts.js';
 import * as api from './link/api.js';
 import { Link } from './link/link.js';
+import { arrive, watchRelay, wayTo } from './link/relays.js';
 import { askToForget } from './machines/forget.js';
 import { MachineList } from './machines/machine_list.js';
 import { attachPassword } from './machines/password.js';
@@ -52,7 +53,8 @@ async function openMachine(/** @type {Machine} */ machine) {
 }
 
 /** Asks what the relay wants to know before a session, and requests the session again. */
-async function answerQuestion(/** @type {'step-up' | 'reason'} */ question) {
+async function answerQuestion(/** @type {'step-up' | 'reason' | 'elsewhere'} */ question) {
+  if (question === 'elsewhere') return followMachine();
   const machine = machines.machines.find(({ id }) => id === session.agent);
   if (!machine) return;
   // One-time codes may have been set up or switched off since the log-in.
@@ -60,6 +62,24 @@ async function answerQuestion(/** @type {'step-up' | 'reason'} */ question) {
   const answer = question === 'reason' ? await askReason(machine) : await stepUp(machine, now?.totp === true);
   if (answer === null || answer === false) session.leave();
   else session.answer(answer === true ? undefined : answer);
+}
+
+/** Whether the relay is being asked where a machine is. */
+let following = false;
+
+/** Goes to the relay that has the session's machine. */
+async function followMachine() {
+  if (following) return;
+  following = true;
+  try {
+    const address = await wayTo(session.agent);
+    session.depart();
+    location.assign(address);
+  } catch (error) {
+    // The machine is on its way: the next list of machines says where it is.
+    if (api.statusOf(error) !== 404) showNotice(texts.failed);
+  }
+  following = false;
 }
 
 async function forgetMachine(/** @type {Machine} */ machine) {
@@ -159,6 +179,11 @@ onDetail(session, 'left', (/** @type {string} */ remark) => {
   if (!machines.focus(session.agent)) byId('machines-title').focus();
 });
 onDetail(session, 'question', answerQuestion);
+watchRelay(
+  link,
+  () => (session.inUse ? session.agent : ''),
+  () => session.depart(),
+);
 onDetail(session, 'place', showPlace);
 onDetail(session, 'restarting', (/** @type {{agent: string, on: boolean}} */ { agent, on }) =>
   machines.showRestarting(agent, on),
@@ -188,4 +213,4 @@ onDetail(logIn, 'entered', (/** @type {{me: Me, remark: string, byForm: boolean}
 logIn.addEventListener('asked', leave);
 attachPassword(() => showRemark(texts.passwordChanged));
 for (const id of ['logout', 'pages-logout']) byId(id).addEventListener('click', () => logIn.logOut());
-logIn.start();
+arrive().then(() => logIn.start());

@@ -3,7 +3,7 @@
 #include <array>
 #include <string_view>
 
-#include "relay/session/transfers.h"
+#include "relay/session/files/transfers.h"
 #include "relay/wire/clip_note.h"
 #include "require.h"
 #include "wire/json.h"

@@ -22,7 +22,7 @@
 #include "relay/net/tcp/listen.h"
 #include "relay/net/tcp/tcp_progress.h"
 #include "relay/net/websocket_link.h"
-#include "relay/storage/open_sessions.h"
+#include "relay/storage/machines/open_sessions.h"
 #include "relay/storage/trail/chain.h"
 
 namespace asio = boost::asio;
@@ -58,23 +58,23 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       log_(log),
       limits_(limits),
       connections_(limits, log),
-      certificate_(settings.certificate, limits.certificate_look, io_.get_executor(), log),
+      certificate_(settings.certificate, limits.certificate_look, io_.get_executor(), log, settings.own),
       acceptor_(listen(io_.get_executor(), settings.address, settings.port, "--port")),
-      database_file_(store->database().file()),
-      trail_key_(TrailKey::load_or_make(std::filesystem::path(database_file_).parent_path().string())),
+      database_address_(store->database().address()),
+      trail_key_(TrailKey::load_or_make(settings.data)),
       database_(std::move(store), io_.get_executor()),
       trail_keeper_(database_, trail_key_, log),
-      trail_reader_(database_file_, trail_key_),
-      spools_(std::filesystem::path(database_file_).parent_path() / "spool", io_.get_executor(),
+      trail_reader_(database_address_, trail_key_),
+      spools_(std::filesystem::path(settings.data) / "spool", io_.get_executor(),
               {limits.spool, limits.spools}),
       parts_(database_, spools_, log, limits),
       admission_(parts_, log),
       updates_({settings.updates, settings.update_key, limits.update_look,
                 [this](TrailEntry row) { parts_.audit.write(std::move(row)); }},
                io_.get_executor(), log),
-      monitoring_({connections_, parts_, database_, spools_, log, certificate_, lag_, limits,
-                   std::filesystem::path(database_file_).parent_path()},
-                  io_.get_executor(), [this] { return acceptor_.is_open() && !stopping_; }),
+      monitoring_({connections_, parts_, database_, spools_, log, certificate_, lag_, limits, settings.data},
+                  io_.get_executor(),
+                  [this] { return acceptor_.is_open() && !stopping_ && !parts_.cluster.draining(); }),
       api_(parts_, admission_, updates_, trail_reader_, log, limits),
       enrolments_(limits.enrolments_per_address, limits.failure_window, limits.counted_keys),
       refusals_(limits.refusals_per_address, limits.failure_window, limits.counted_keys),
@@ -82,18 +82,22 @@ Server::Server(const Settings& settings, std::unique_ptr<Store> store, const Log
       agent_log_ins_(limits.log_ins_per_machine, limits.failure_window, limits.counted_keys),
       agents_{parts_, admission_, log, limits, enrolments_, refusals_, renames_, agent_log_ins_},
       http_(make_http_service()) {
-  parts_.sessions.restore_questions(database_.run_and_wait([&limits](Store& stored) {
+  const std::string& name = settings.cluster.name;
+  parts_.sessions.restore_questions(database_.run_and_wait([&](Store& stored) {
     auto questions = open_questions(stored.database(), wall_milliseconds() - limits.lost_question.count());
-    end_open_sessions(stored.database());
-    append_trail(stored.database(),
-                 std::array{trail_entry<TrailKind::RelayStarted>({.actor = kTrailRelay}, kRelayVersion)});
+    end_open_sessions(stored.database(), name);
+    const auto own_name = name.empty() ? std::nullopt : std::optional(name);
+    append_trail(stored.database(), std::array{trail_entry<TrailKind::RelayStarted>(
+                                        {.actor = kTrailRelay}, kRelayVersion, own_name)});
     return questions;
   }));
+  if (!name.empty()) join_cluster(settings.cluster);
   database_.on_outside_change([this] {
     parts_.reload();
     admission_.reload();
     monitoring_.reload();
   });
+  database_.on_reach([this](const DatabaseThread::Reach& reach) { log_.write("", "", reach.sentence()); });
   api_.on_status([this] { return monitoring_.status(); });
   if (settings.operators) monitoring_.open(*settings.operators);
   const auto ended = [this](const std::exception_ptr& failure) {
@@ -125,7 +129,9 @@ void Server::run() {
   parts_.sessions.end_all("relay-stopped");
   parts_.audit.write(trail_entry<TrailKind::RelayStopped>({.actor = kTrailRelay}));
   trail_keeper_.sign();
-  database_.drain();
+  parts_.cluster.leave();
+  const bool stored = database_.drain();
+  if (!stored) log_.write("", "", "the relay ends without its database; what waits for it is not stored");
   if (!failure_) return;
   try {
     std::rethrow_exception(failure_);
@@ -148,11 +154,22 @@ void Server::stop() {
   });
 }
 
+void Server::join_cluster(const Cluster::Settings& settings) {
+  parts_.sessions.set_relay(settings.name);
+  parts_.cluster.join(settings, key_fingerprint(trail_key_.public_part()));
+  database_.on_reports([this](const std::vector<std::string>& reports) { parts_.cluster.hear(reports); });
+  parts_.cluster.reload();
+}
+
+void Server::drain() {
+  asio::post(io_, [this] { parts_.cluster.drain(); });
+}
+
 void Server::follow_trail(std::unique_ptr<TrailSink> sink) {
   const auto report = [this](const std::string& problem) {
     asio::post(io_, [this, problem] { log_.write("", "", problem); });
   };
-  trail_followers_.push_back(std::make_unique<TrailFollower>(database_file_, std::move(sink), report));
+  trail_followers_.push_back(std::make_unique<TrailFollower>(database_address_, std::move(sink), report));
 }
 
 void Server::reopen_trail_logs() {
@@ -183,6 +200,7 @@ asio::awaitable<void> Server::tick() {
     lag_.add(timer.expiry(), now);
     connections_.tick(now);
     parts_.watchdog.tick(now);
+    parts_.cluster.tick(now);
     admission_.tick(wall_seconds());
     trail_keeper_.tick(trail_now());
     certificate_.tick(wall_seconds());

@@ -39,15 +39,18 @@ class Server {
   struct Settings {
     std::string address = "127.0.0.1";
     unsigned short port = 0;  // 0 means any free port
+    std::string data;         // folder of the keys and the spool
     std::string console;      // folder of the console's files; empty for those in the program
     std::string updates;      // folder of the agents' updates; need not exist
     std::string update_key;   // public key of the updates; without it none is offered
     CertificateFiles certificate;
+    std::shared_ptr<OwnCertificate> own;  // prepared; null if `certificate` has an operator's files
     // Proxies that name the real source of a connection: by the PROXY protocol, version 2, or in this header
     // of each request. At most one of the two is used.
     std::vector<Network> proxies;
     bool proxy_protocol = false;
     std::string proxy_header;
+    Cluster::Settings cluster;                  // without a name for a single relay
     std::optional<OperatorsAddress> operators;  // the port for operators; none if it is not set
   };
   // Opens the port. `log` and `limits` outlive the server. Throws std::runtime_error with a sentence for the
@@ -62,6 +65,8 @@ class Server {
   // Closes all connections, then makes run() return. Callable from any thread and from a signal handler of
   // context().
   void stop();
+  // Moves the machines to the other relays that share the database. Callable like stop().
+  void drain();
   [[nodiscard]] boost::asio::io_context& context() { return io_; }
   // The number of connections that are open or have not been cleared away yet.
   [[nodiscard]] std::size_t connections() const { return connections_.size(); }
@@ -80,6 +85,7 @@ class Server {
  private:
   // What serve_http() needs of this server.
   [[nodiscard]] HttpService make_http_service();
+  void join_cluster(const Cluster::Settings& settings);
   boost::asio::awaitable<void> accept();
   boost::asio::awaitable<void> tick();
   boost::asio::awaitable<void> serve(boost::asio::ip::tcp::socket socket);
@@ -107,7 +113,7 @@ class Server {
   boost::asio::io_context io_{1};
   LiveCertificate certificate_;
   boost::asio::ip::tcp::acceptor acceptor_;
-  const std::string database_file_;
+  const std::string database_address_;
   const TrailKey trail_key_;
   DatabaseThread database_;
   TrailKeeper trail_keeper_;

@@ -15,7 +15,7 @@
 #include "relay/base/secrets.h"
 #include "relay/browser.h"
 #include "relay/net/line/slow_line.h"
-#include "relay/net/tls/certificate.h"
+#include "relay/net/tls/own_certificate.h"
 #include "relay/storage/store.h"
 #include "support/peers/relay_process.h"
 #include "support/temp_folder.h"
@@ -38,8 +38,9 @@ struct Files {
   Files() : data(folder.path() / "data"), large(folder.path() / "large") {
     start_sodium();
     std::filesystem::create_directories(data);
-    std::string remark;
-    certificate = self_made_certificate(data, {"localhost"}, remark).certificate;
+    OwnCertificate own(data, {"localhost"});
+    static_cast<void>(own.prepare());
+    certificate = own.trusted().certificate;
     Store store(data / "relay.db");
     store.add_user("admin", hash_password(kPassword));
     store.open_enrolment(kPatience.count());

@@ -25,19 +25,23 @@ constexpr std::chrono::seconds kSettle{20};  // longer than the interval of the 
 struct Options {
   std::size_t agents = 10'000;
   std::chrono::seconds time{60};
+  std::string database{};  // the URL of a PostgreSQL database, empty and thrown away; without it, a file
 };
 
 Options parsed(int argc, char** argv) {
   Options options;
-  const std::string agents = "--agents=", time = "--seconds=", filter = "--benchmark_filter=";
+  const std::string agents = "--agents=", time = "--seconds=", filter = "--benchmark_filter=",
+                    database = "--database=";
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     if (argument.starts_with(agents)) {
       options.agents = std::stoul(argument.substr(agents.size()));
     } else if (argument.starts_with(time)) {
       options.time = std::chrono::seconds(std::stol(argument.substr(time.size())));
+    } else if (argument.starts_with(database)) {
+      options.database = argument.substr(database.size());
     } else if (!argument.starts_with(filter)) {
-      throw std::runtime_error("the options are " + agents + "N and " + time + "N");
+      throw std::runtime_error("the options are " + agents + "N, " + time + "N and " + database + "URL");
     }
   }
   return options;
@@ -57,8 +61,13 @@ void run(const Options& options) {
   const std::string data = folder.path() / "data";
   std::filesystem::create_directories(data);
   vlk::relay::start_sodium();
-  vlk::relay::Store(data + "/relay.db").open_enrolment(600, std::nullopt);
-  const std::vector<std::string> arguments = {"--enrolments", "1000000"};
+  const std::string& database = options.database;
+  vlk::relay::Store(database.empty() ? data + "/relay.db" : database).open_enrolment(600, std::nullopt);
+  std::vector<std::string> arguments = {"--enrolments", "1000000"};
+  if (!database.empty()) {
+    arguments.insert(arguments.end(), {"--database", database, "--relay-name", "bench", "--relay-address",
+                                       "https://localhost"});
+  }
   auto relay = std::make_unique<RelayProcess>(data, arguments);
   const int port = relay->port();
   const double empty = memory(relay->pid());
@@ -73,8 +82,8 @@ void run(const Options& options) {
   fleet.wait_for_loss();
   const auto begin = Clock::now();
   relay = nullptr;
-  relay = std::make_unique<RelayProcess>(
-      data, std::vector<std::string>{"--enrolments", "1000000", "--port", std::to_string(port)});
+  arguments.insert(arguments.end(), {"--port", std::to_string(port)});
+  relay = std::make_unique<RelayProcess>(data, arguments);
   fleet.wait_for_all();
   const double back = std::chrono::duration<double>(Clock::now() - begin).count();
   std::this_thread::sleep_for(kSettle);

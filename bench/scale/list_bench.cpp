@@ -14,7 +14,7 @@
 
 #include "relay/base/secrets.h"
 #include "relay/browser.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/store.h"
 #include "support/peers/raw_agent.h"
 #include "support/peers/relay_process.h"

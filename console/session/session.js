@@ -27,10 +27,10 @@ import { showTitle } from './title.js';
  * Keeps the channel open while the session is accepted. Events: 'state' after each change of `state`,
  * 'ending' just before the channel closes, 'starting' when the page says that it waits for the first picture,
  * 'remedy' when the representative chooses what may help when that is late (detail: an action of the message),
- * 'restarting' (detail: {agent, on}), 'question' when the relay wants to know more before the session (detail:
- * 'step-up' or 'reason'), 'returning' before the channel opens (detail: Return), 'place' when
- * the page can return to another session than before (detail: its number, null for none), 'left' (detail: a remark
- * for the list of machines, '' for none).
+ * 'restarting' (detail: {agent, on}), 'question' when something is to be done before the session (detail: 'step-up',
+ * 'reason', or 'elsewhere' for a machine at another relay), 'returning' before the channel opens (detail: Return),
+ * 'place' when the page can return to another session than before (detail: its number, null for none), 'left' (detail:
+ * a remark for the list of machines, '' for none).
  * @typedef {{streaming: boolean, choices: unknown}} Return the machine streams already; what was chosen in the session
  */
 export class Session extends EventTarget {
@@ -102,6 +102,11 @@ export class Session extends EventTarget {
   /** Whether a session is requested or under way; an interrupted session is under way. */
   get inUse() {
     return !['none', 'ended'].includes(this.#state);
+  }
+
+  /** The page goes to another relay, where the session continues. */
+  depart() {
+    this.#stop('ended');
   }
 
   /** The id of the machine; '' before the first session. */
@@ -196,10 +201,8 @@ export class Session extends EventTarget {
   /** Handles the relay's refusal of the request. */
   receiveError(/** @type {ControlMessage} */ { message, code, agent, representative }) {
     if (this.#state !== 'requested' || agent !== this.#agent) return;
-    if (code === 'step-up' || code === 'reason') {
-      emit(this, 'question', code);
-      return;
-    }
+    if (['step-up', 'reason', 'elsewhere'].includes(String(code))) return emit(this, 'question', code);
+    if (code === 'elsewhere') this.#interrupt();
     if (code === 'asked-already') {
       this.#stop('interrupted');
       this.#countdown.startCounting();

@@ -3,7 +3,7 @@
 
 #include "relay/base/secrets.h"
 #include "relay/http/api/endpoints.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/trail/check/verify.h"
 #include "require.h"
 #include "world/api_script.h"

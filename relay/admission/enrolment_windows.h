@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 
 namespace vlk::relay {
 

@@ -3,10 +3,22 @@
 
 #include <algorithm>
 
+#include <nlohmann/json.hpp>
+
 namespace vlk::relay {
 
 bool has_control(std::string_view text) {
   return std::ranges::any_of(text, is_control);
+}
+
+bool is_text(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return false;
+  try {
+    (void)nlohmann::json(text).dump();  // throws for a text that is not valid UTF-8
+    return true;
+  } catch (const nlohmann::json::exception&) {
+    return false;
+  }
 }
 
 std::string without_controls(std::string text) {

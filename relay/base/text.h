@@ -19,6 +19,9 @@ namespace vlk::relay {
 
 [[nodiscard]] bool has_control(std::string_view text);
 
+// True for valid UTF-8 without a null character: what a PostgreSQL server stores.
+[[nodiscard]] bool is_text(std::string_view text);
+
 // Returns `text` with a space in place of each control character.
 [[nodiscard]] std::string without_controls(std::string text);
 

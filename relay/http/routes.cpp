@@ -69,6 +69,9 @@ asio::awaitable<Reply> HttpApi::answer(const Request& request, std::string peer,
   } catch (const DatabaseBusy&) {
     refused = ApiError(HttpStatus::service_unavailable, "The relay has too much to do. Try again.", "busy",
                        kRetryBusy);
+  } catch (const DatabaseLost& failure) {
+    refused = ApiError(HttpStatus::service_unavailable, "The relay cannot reach its database. Try again.",
+                       "no-database", kRetryBusy);
   } catch (const std::exception& failure) {
     problem = failure.what();
   }

@@ -8,7 +8,7 @@
 
 #include "relay/http/replies.h"
 #include "relay/session/machines.h"
-#include "relay/storage/database_thread.h"
+#include "relay/storage/thread/database_thread.h"
 #include "relay/storage/trail/reader.h"
 
 namespace vlk::relay {

@@ -117,7 +117,8 @@ asio::awaitable<void> AgentLogin::enroll(const nlohmann::json& fields) {
       trail_entry<TrailKind::MachineConnected>(subject_of(record.id), record.name)};
   const auto work = [record, rows, window](Store& store) {
     add_machine(store.database(), record);
-    if (window) use_enrolment_window(store.database(), window->id);
+    if (window && !use_enrolment_window(store.database(), window->id))
+      throw DatabaseError("the enrolment window was closed by another relay");
     append_trail(store.database(), rows);
   };
   try {
@@ -138,6 +139,11 @@ asio::awaitable<void> AgentLogin::enroll(const nlohmann::json& fields) {
 
 asio::awaitable<void> AgentLogin::log_in(const nlohmann::json& fields) {
   const std::string id = text_field(fields, "agent_id");
+  if (parts_.cluster.joined() && !parts_.machines.find(id)) {
+    if (context_.refusals.exhausted(source_, Clock::now()))
+      co_return hold_back("TOO_MANY", "Too many log-ins from this address were refused. Try again later.");
+    co_await find_new_machine(id);
+  }
   const MachineRecord* known = parts_.machines.find(id);
   // The secret is compared for unknown agents too, so that the time does not show which ids exist.
   const bool same =
@@ -168,6 +174,14 @@ asio::awaitable<void> AgentLogin::log_in(const nlohmann::json& fields) {
   if (channel_.closing()) co_return;
   parts_.machines.set_name(id, name);
   go_online(id);
+}
+
+// Another relay may have enrolled the machine a moment ago. A machine that is refused as unknown would forget
+// its identity.
+asio::awaitable<void> AgentLogin::find_new_machine(const std::string& id) {
+  const auto work = [id](Store& store) { return find_machine(store.database(), id); };
+  const std::optional<MachineRecord> found = co_await parts_.database.run(work);
+  if (found && !parts_.machines.find(id)) parts_.machines.add(*found);
 }
 
 // The name that a machine has from this log-in on. Each new name is stored, so it counts like one that is

@@ -39,6 +39,7 @@ class AgentLogin {
                                          MachineState state) const;
   boost::asio::awaitable<void> enroll(const nlohmann::json& fields);
   boost::asio::awaitable<void> log_in(const nlohmann::json& fields);
+  boost::asio::awaitable<void> find_new_machine(const std::string& id);
   [[nodiscard]] bool take_place(MachineState state);
   void go_online(const std::string& id);
   void refuse_order(const std::string& reason);

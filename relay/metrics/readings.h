@@ -12,8 +12,8 @@
 #include "relay/net/connections.h"
 #include "relay/net/tls/live_certificate.h"
 #include "relay/session/parts.h"
-#include "relay/storage/database_thread.h"
 #include "relay/storage/spool/spools.h"
+#include "relay/storage/thread/database_thread.h"
 
 namespace vlk::relay {
 

@@ -110,6 +110,7 @@ void add_storage(Exposition& all, const Sources& sources, const Readings& now) {
   all.begin("disk_free_bytes", "Free bytes on the file system of a folder.", Type::Gauge)
       .value(number(now.data_free), {{"folder", "data"}})
       .value(number(now.spool_free), {{"folder", "spool"}});
+  all.gauge("database_connected", "1 while the database can be reached.", sources.database.lost() ? 0 : 1);
   all.gauge("database_jobs", "Jobs that wait for the database or run.", number(now.database.jobs));
   all.gauge("database_jobs_limit", "The largest value of vantelink_relay_database_jobs.",
             number(sources.database.bounds().jobs));
@@ -135,8 +136,12 @@ void add_process(Exposition& all, const Sources& sources, const Readings& now) {
 }
 
 void add_certificate(Exposition& all, const LiveCertificate& certificate, std::int64_t now) {
-  all.gauge("certificate_end_seconds", "Seconds until the certificate ends; negative after its end.",
-            number(certificate.ends() - now));
+  all.begin("certificate_end_seconds",
+            "Seconds until the certificate, or the relay's own authority, ends; negative after its end.",
+            Type::Gauge)
+      .value(number(certificate.ends() - now), {{"certificate", "relay"}});
+  if (certificate.authority_ends() != 0)
+    all.value(number(certificate.authority_ends() - now), {{"certificate", "authority"}});
   all.begin("certificate_reloads_total", "Readings of the changed certificate, by what became of them.",
             Type::Counter)
       .value(number(certificate.reloads()), {{"result", "used"}})

@@ -16,14 +16,21 @@ constexpr double kMost = 0.99;  // of the database's jobs
 
 Json database_json(const Sources& sources, const Readings& now) {
   const auto most = now.database.times.bound_of(kMost);
-  return {{"jobs", now.database.jobs},
+  return {{"connected", !sources.database.lost()},
+          {"jobs", now.database.jobs},
           {"jobs_limit", sources.database.bounds().jobs},
           {"most_within_ms", most ? Json(most->count()) : Json()}};
+}
+
+Json authority_json(std::int64_t ends, std::int64_t now) {
+  if (ends == 0) return {};
+  return {{"ends", ends}, {"ends_soon", ends - now <= kCertificateWarning}};
 }
 
 Json certificate_json(const LiveCertificate& certificate, std::int64_t now) {
   return {{"ends", certificate.ends()},
           {"ends_soon", certificate.ends() - now <= kCertificateWarning},
+          {"authority", authority_json(certificate.authority_ends(), now)},
           {"problem", certificate.problem().empty() ? Json() : Json(certificate.problem())}};
 }
 

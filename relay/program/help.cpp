@@ -17,11 +17,16 @@ Commands
   check                what is wrong with the set-up that the same options describe? Changes nothing; exit code 0 if
                        nothing is wrong, 1 otherwise; the relay may run meanwhile
   backup FILE [--data DIR]
-                       write the database, the keys and the self-signed certificate to one file, also while the relay
-                       runs
+                       write the database, the keys and the relay's authority to one file, also while the relay runs
   restore FILE [--data DIR] [--replace]
                        put a backup into a data folder that has no database; with --replace what the folder has is
                        kept in before-restore-TIME. The relay must be stopped. Everybody logs in again
+  authority prepare [--data DIR] [--host NAME ...]
+                       make the certificate of a new authority, relay-next-cert.pem in the data folder, so that machines
+                       trust it before it is used
+  authority renew [--data DIR] [--host NAME ...]
+                       use the prepared authority, or a new one; the one before is kept beside it. A relay that runs
+                       notices it. Machines that do not trust the new one cannot connect
   verify-trail FILE [--key FILE]
                        check an export of the audit trail, or a file of --trail-log: was a row changed or removed?
   verify-trail --data DIR [--key FILE]

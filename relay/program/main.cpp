@@ -14,6 +14,7 @@
 #include "relay/base/version.h"
 #include "relay/net/descriptors.h"
 #include "relay/net/private_files.h"
+#include "relay/program/authority/command.h"
 #include "relay/program/backup/command.h"
 #include "relay/program/check/command.h"
 #include "relay/program/folder/data_folder.h"
@@ -95,8 +96,14 @@ void reopen_at_hang_up(boost::asio::signal_set& signals, Server& server) {
   });
 }
 
+// The database's file or URL.
+std::string database_of(const Options& options, const DataFolder& data) {
+  return options.database.empty() ? data.database() : options.database;
+}
+
 Server::Settings settings_of(const Options& options) {
   Server::Settings settings;
+  settings.data = options.data;
   settings.address = options.address;
   settings.port = options.port;
   settings.console = options.console;
@@ -107,6 +114,8 @@ Server::Settings settings_of(const Options& options) {
     settings.proxies.push_back(parse_network(proxy).value());
   settings.proxy_protocol = options.proxy_protocol;
   settings.proxy_header = options.proxy_header;
+  settings.cluster.name = options.relay_name;
+  settings.cluster.address = options.relay_address;
   if (!options.metrics.empty()) settings.operators = parse_operators_address(options.metrics);
   return settings;
 }
@@ -128,13 +137,14 @@ Limits limits_of(const Options& options) {
 int serve(const Options& options, const DataFolder& data) {
   const FileLock claim = claim_for_relay(data.path());
   raise_descriptor_limit(options.connections);
-  auto store = std::make_unique<Store>(data.database());
+  auto store = std::make_unique<Store>(database_of(options, data));
   const Log log(standard_error_sink(), {}, log_format_of(options.log_format).value());
   Server::Settings settings = settings_of(options);
   if (options.certificate.empty()) {
-    std::string remark;
-    settings.certificate = self_made_certificate(options.data, options.hosts, remark);
-    if (!remark.empty()) log.write("", "", remark);
+    settings.own = std::make_shared<OwnCertificate>(options.data, options.hosts);
+    for (const std::string& remark : settings.own->prepare())
+      log.write("", "", remark);
+    settings.certificate = settings.own->served();
   }
   require_private(settings.certificate.key, "the private key");
   prepare_first_start(options.data, *store);
@@ -142,6 +152,10 @@ int serve(const Options& options, const DataFolder& data) {
   Server server(settings, std::move(store), log, limits);
   if (!options.trail_log.empty()) server.follow_trail(std::make_unique<TrailLogFile>(options.trail_log));
   if (!options.trail_syslog.empty()) server.follow_trail(std::make_unique<TrailSyslog>(options.trail_syslog));
+  boost::asio::signal_set drain_signals(server.context(), SIGUSR1);
+  drain_signals.async_wait([&](const boost::system::error_code& error, int) {
+    if (!error) server.drain();
+  });
   boost::asio::signal_set hang_ups(server.context(), SIGHUP);
   reopen_at_hang_up(hang_ups, server);
   boost::asio::signal_set signals(server.context(), SIGINT, SIGTERM);
@@ -178,12 +192,15 @@ int run(const Options& options) {
     case Action::Restore:
       restore_command(options, std::cout);
       return 0;
+    case Action::Authority:
+      authority_command(options, std::cout);
+      return 0;
     default:
       break;
   }
   const DataFolder data(options.data);
   if (options.action == Action::Serve) return serve(options, data);
-  Store store(data.database());
+  Store store(database_of(options, data));
   return change_user(options, store);
 }
 

@@ -18,7 +18,7 @@ std::span<const OptionRule> serving() {
        "IP address to listen on; default 0.0.0.0, which means all of IPv4; :: means IPv6 and IPv4",
        "\"0.0.0.0\"", Kind::Value, text_setter(&Options::address)},
       {"data", "DIR",
-       "folder of the database and the self-signed certificate; created if it is missing; default "
+       "folder of the database and the relay's own certificate; created if it is missing; default "
        "./vantelink-data",
        "\"vantelink-data\"", Kind::Value, text_setter(&Options::data)},
       {"console", "DIR", "folder of the console's files; default the console in the program",
@@ -53,6 +53,24 @@ std::span<const OptionRule> serving() {
       {"trail-syslog", "TO",
        "copy the audit trail to syslog by RFC 5424; TO is a socket such as /dev/log, or HOST:PORT for UDP",
        "\"/dev/log\"", Kind::Value, text_setter(&Options::trail_syslog)},
+  };
+  return rules;
+}
+
+std::span<const OptionRule> cluster() {
+  static const OptionRule rules[] = {
+      {"database", "URL",
+       "PostgreSQL database that takes the place of the file in the data folder, such as "
+       "postgresql://relay@db.example.org/relay; a URL with a password belongs into the configuration file "
+       "or "
+       "the environment, where other users cannot read it",
+       "\"postgresql://relay@db.example.org/relay\"", Kind::Value, database_setter()},
+      {"relay-name", "NAME",
+       "name of this relay among several that share the database; SIGUSR1 moves its machines to the others",
+       "\"north\"", Kind::Value, text_setter(&Options::relay_name)},
+      {"relay-address", "URL",
+       "where browsers reach this relay, such as https://north.relay.example.org; needed with --relay-name",
+       "\"https://north.relay.example.org\"", Kind::Value, address_setter()},
   };
   return rules;
 }
@@ -114,7 +132,7 @@ std::span<const OptionRule> certificate() {
       {"key", "FILE", "private key of the certificate, PEM", "\"/etc/vantelink/relay-key.pem\"", Kind::Value,
        text_setter(&Options::key)},
       {"host", "NAME",
-       "name or address in the self-signed certificate; default localhost; may be repeated; agents and "
+       "name or address in the relay's own certificate; default localhost; may be repeated; agents and "
        "browsers must use one of these names",
        "[\"localhost\"]", Kind::List, host_setter()},
   };
@@ -165,10 +183,13 @@ std::span<const OptionGroup> option_groups() {
       {"Log-ins", "", log_ins()},
       {"Behind a proxy", "", proxies()},
       {"Limits", "", bounds()},
+      {"PostgreSQL and several relays",
+       "Relays that share a PostgreSQL database lead browsers to the one that has the machine.", cluster()},
       {"Monitoring", "", monitoring()},
       {"Certificate",
-       "Without --cert the first start makes a self-signed certificate in the data folder, and later starts "
-       "use it.",
+       "Without --cert the first start makes a certificate authority for the names of --host in the data "
+       "folder. Machines trust its certificate, relay-cert.pem; the certificate that it signs for the relay "
+       "renews itself.",
        certificate()},
       {"Configuration",
        "Each option above can also be set in the environment: VANTELINK_RELAY_PORT for --port, and so on. A "

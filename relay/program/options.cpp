@@ -64,6 +64,7 @@ CommandLine::CommandLine(Options& options) {
   CLI::App* const restore = add("restore", Action::Restore);
   restore->add_option("FILE", options.file);
   restore->add_flag("--replace", options.replace);
+  add("authority", Action::Authority)->add_option("STEP", options.step);
   // The command has a --data and a --key of its own, which no environment or file sets: it judges exactly
   // what it was given.
   CLI::App* const verify = add("verify-trail", Action::VerifyTrail)->fallthrough(false);
@@ -143,7 +144,9 @@ std::string variable_value(const Environment& environment, const std::string& na
 bool fits_command(Action action, const OptionRule& rule) {
   const std::string name = rule.name;
   if (action == Action::Check) return rule.kind != OptionRule::Kind::Action || name == "config";
-  if (action == Action::Backup || action == Action::Restore) return name == "data" || name == "config";
+  if (action == Action::Backup || action == Action::Restore)
+    return name == "data" || name == "database" || name == "config";
+  if (action == Action::Authority) return name == "data" || name == "config" || name == "host";
   return action != Action::VerifyTrail;
 }
 
@@ -209,6 +212,10 @@ void check_combinations(const Options& options) {
     throw Refusal("--machines can only be given with --open-enrolment.");
   if (!options.role.empty() && options.action != Action::AddUser)
     throw Refusal("--role can only be given with --add-user.");
+  if (options.relay_name.empty() != options.relay_address.empty())
+    throw Refusal("--relay-name and --relay-address must be given together.");
+  if (!options.relay_name.empty() && options.database.empty())
+    throw Refusal("--relay-name needs --database: several relays share a PostgreSQL database.");
   const bool says_how = options.proxy_protocol || !options.proxy_header.empty();
   if (options.proxies.empty() == says_how || (options.proxy_protocol && !options.proxy_header.empty())) {
     throw Refusal(
@@ -225,6 +232,8 @@ void check_command(const CommandLine& line, const Options& options) {
   }
   const bool needs_file = line.action() == Action::Backup || line.action() == Action::Restore;
   if (needs_file && options.file.empty()) throw Refusal(line.command() + " needs the name of a file.");
+  if (line.action() == Action::Authority && options.step != "prepare" && options.step != "renew")
+    throw Refusal("authority needs the word prepare or renew.");
 }
 
 void read_all(const std::vector<std::string>& arguments, const Environment& environment, Options& options) {

@@ -23,6 +23,7 @@ enum class Action {
   Check,
   Backup,
   Restore,
+  Authority,
   VerifyTrail
 };
 
@@ -34,6 +35,7 @@ struct Options {
   std::string role;                 // for AddUser: the name of a role; default: "representative"
   std::string file;                 // for Backup and Restore
   bool replace = false;             // for Restore: set the data that exists aside
+  std::string step;                 // for Authority: "prepare" or "renew"
   TrailCall trail;                  // for VerifyTrail
   std::string config;               // the configuration file that was read; empty for none
   unsigned short login_hours = 12;  // how long a log-in lasts
@@ -54,8 +56,11 @@ struct Options {
   std::string console;               // folder of the console's files
   std::string updates;               // folder of the agents' updates; default: the folder "updates" in `data`
   std::string update_key;            // PEM file of the public key that verifies updates; none: empty
-  std::vector<std::string> hosts;    // names in the self-signed certificate; default: "localhost"
+  std::vector<std::string> hosts;    // names of the relay's own certificate; default: "localhost"
   std::string log_format = "text";   // "text" or "json"
+  std::string database;              // URL of a PostgreSQL database; empty for the file in the data folder
+  std::string relay_name;            // among the relays that share the database; empty for a single relay
+  std::string relay_address;         // where browsers reach this relay, if several share the database
   std::string metrics;               // ADDRESS:PORT of the port for operators; empty for none
   std::string trail_log;     // file to which the rows of the trail are copied as JSON lines; empty for none
   std::string trail_syslog;  // socket or HOST:PORT of syslog for the rows of the trail; empty for none

@@ -1,12 +1,15 @@
 // Checks the values of settings.
 #include "relay/program/setters.h"
 
+#include <algorithm>
 #include <charconv>
+#include <string_view>
 
 #include "relay/base/log.h"
 #include "relay/metrics/operators_port.h"
 #include "relay/net/source/proxies.h"
 #include "relay/people/people.h"
+#include "relay/storage/engine/address.h"
 
 namespace vlk::relay {
 namespace {
@@ -99,6 +102,29 @@ Setter user_setter(Action action) {
     }
     options.user = value;
     return set_action(options, action, problem);
+  };
+}
+
+Setter database_setter() {
+  return [](Options& options, const std::string& value, const std::string& where, std::string& problem) {
+    options.database = value;
+    if (is_postgresql(value)) return true;
+    problem = where + " needs a URL that begins with postgresql://, not \"" + value +
+              "\"; a database in a file is in the folder that --data names.";
+    return false;
+  };
+}
+
+Setter address_setter() {
+  return [](Options& options, const std::string& value, const std::string& where, std::string& problem) {
+    options.relay_address = value;
+    constexpr std::string_view kScheme = "https://";
+    const std::string rest = value.substr(std::min(value.size(), kScheme.size()));
+    if (value.starts_with(kScheme) && !rest.empty() && rest.find_first_of("/?# \"") == std::string::npos)
+      return true;
+    problem = where + " needs an address such as https://relay.example.org:8443, without a path, not \"" +
+              value + "\".";
+    return false;
   };
 }
 

@@ -16,6 +16,8 @@ namespace vlk::relay {
 [[nodiscard]] Setter idle_setter();
 [[nodiscard]] Setter host_setter();
 [[nodiscard]] Setter proxy_setter();
+[[nodiscard]] Setter database_setter();
+[[nodiscard]] Setter address_setter();
 [[nodiscard]] Setter metrics_setter();
 [[nodiscard]] Setter log_format_setter();
 // true or false.

@@ -28,9 +28,12 @@ void Machines::update(std::vector<MachineRecord> stored) {
     const auto known = before.find(record.id);
     if (known == before.end() || listed(known->second) != listed(record)) mark_changed(record.id);
     if (known != before.end()) {
-      // These are newer here than in the database, because nobody waits until they are stored.
-      record.name = known->second.name;
-      record.last_seen = known->second.last_seen;
+      // These are newer here than in the database, because nobody waits until they are stored; unless another
+      // relay has the machine.
+      const bool is_here = !presence_ || online_.contains(record.id);
+      if (!is_here && record.name != known->second.name) mark_changed(record.id);
+      if (is_here) record.name = known->second.name;
+      record.last_seen = std::max(record.last_seen, known->second.last_seen);
       before.erase(known);
     }
     records_[record.id] = std::move(record);
@@ -54,6 +57,8 @@ std::shared_ptr<AgentPeer> Machines::log_in(const std::shared_ptr<AgentPeer>& pe
   mark_changed(id);
   log_.write(peer->address, id, "online as \"" + records_[id].name + "\"");
   auto older = std::exchange(online_[id], peer);
+  elsewhere_.erase(id);
+  if (presence_) presence_(id, true);
   if (older) log_.write(older->address, id, "replaced by a newer log-in from " + peer->address);
   return older;
 }
@@ -66,6 +71,7 @@ void Machines::remove_connection(const std::shared_ptr<AgentPeer>& peer) {
   if (found == online_.end() || found->second != peer) return;
   online_.erase(found);
   mark_changed(peer->id);
+  if (presence_) presence_(peer->id, false);
   const auto record = records_.find(peer->id);
   if (record == records_.end()) return;
   record->second.last_seen = wall_seconds();
@@ -175,7 +181,7 @@ void Machines::touch(std::vector<std::string> ids, std::int64_t when) {
 boost::asio::awaitable<Machines::Forgotten> Machines::forget(std::string id, TrailEntry row) {
   thread_.check();
   if (!records_.contains(id)) co_return Forgotten::Unknown;
-  if (online_.contains(id)) co_return Forgotten::Connected;
+  if (online_.contains(id) || elsewhere(id) != 0) co_return Forgotten::Connected;
   const auto work = [id, row](Store& store) {
     remove_machine(store.database(), id);
     append_trail(store.database(), std::span(&row, 1));
@@ -246,12 +252,13 @@ const std::string& Machines::entry(const std::string& id) const {
   const auto peer = connection(id);
   const auto use = in_use_.find(id);
   const bool used = use != in_use_.end();
+  const bool connected = peer || elsewhere(id) != 0;
   nlohmann::json machine = {{"id", id},
                             {"name", record.name},
                             {"machine", record.machine},
                             {"os", record.os},
-                            {"state", used ? "session" : (peer ? "online" : "offline")},
-                            {"last_seen", peer ? wall_seconds() : record.last_seen},
+                            {"state", used ? "session" : (connected ? "online" : "offline")},
+                            {"last_seen", connected ? wall_seconds() : record.last_seen},
                             {"round_trip_ms", nullptr},
                             {"representative", nullptr},
                             {"others", 0},

@@ -7,14 +7,16 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <boost/asio/awaitable.hpp>
 
 #include "relay/base/log.h"
 #include "relay/base/threads/thread_checker.h"
 #include "relay/session/peers.h"
-#include "relay/storage/database_thread.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
+#include "relay/storage/thread/database_thread.h"
 #include "relay/storage/trail/entry.h"
 
 namespace vlk::relay {
@@ -79,6 +81,21 @@ class Machines {
 
   // Sets which representative is in a session with the machine, and how many others are; empty for nobody.
   void set_representative(const std::string& id, const std::string& representative, std::size_t others = 0);
+  // The other relay to which a machine is connected, by the relay's id; 0 for none.
+  void set_elsewhere(const std::string& id, std::int64_t relay);
+  // The machine is not connected to that relay any more.
+  void left_relay(const std::string& id, std::int64_t relay);
+  void replace_elsewhere(std::map<std::string, std::int64_t> elsewhere);
+  [[nodiscard]] std::int64_t elsewhere(const std::string& id) const;
+  // Sets a function that is called when a machine has connected to this relay or has left it.
+  void on_presence(std::function<void(const std::string& id, bool online)> changed) {
+    presence_ = std::move(changed);
+  }
+  // The ids of the machines that are connected to this relay.
+  [[nodiscard]] std::vector<std::string> online() const;
+  // Cuts the connections of at most so many machines, those in a session last. Returns how many.
+  std::size_t cut_some(std::size_t count, const std::string& reason);
+
   // Sets whether a box of an earlier request for a session may stand on the machine's screen.
   void set_asked(const std::string& id, bool asked);
 
@@ -102,6 +119,8 @@ class Machines {
   std::map<std::string, MachineRecord> records_;  // by machine id
   std::set<std::shared_ptr<AgentPeer>> connections_;
   std::map<std::string, std::shared_ptr<AgentPeer>> online_;  // by machine id
+  std::map<std::string, std::int64_t> elsewhere_;             // ids of relays, by machine id
+  std::function<void(const std::string&, bool)> presence_;
   struct Use {
     std::string representative;
     std::size_t others = 0;

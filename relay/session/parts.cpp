@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "relay/base/threads/thread_checker.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/trail/chain.h"
 
 namespace asio = boost::asio;
@@ -29,10 +29,26 @@ Stored load(Store& store) {
   return {People::load(database), load_logins(database), load_machines(database)};
 }
 
+// Another relay may have blocked a machine that is connected to this one, or put it into quarantine.
+void apply_states(Parts& parts) {
+  for (const std::string& id : parts.machines.online()) {
+    const MachineRecord* machine = parts.machines.find(id);
+    const auto peer = parts.machines.connection(id);
+    if (!machine || !peer || machine->state == MachineState::Approved) continue;
+    if (may_connect(machine->state)) {
+      parts.sessions.end_all_of(*peer, "quarantined", true);
+    } else {
+      parts.sessions.end_all_of(*peer, "blocked");
+      peer->channel->cut("an administrator decided: " + std::string(state_name(machine->state)));
+    }
+  }
+}
+
 void apply(Parts& parts, Stored stored) {
   parts.people.replace(std::move(stored.people));
   parts.logins.replace(std::move(stored.logins));
   parts.machines.update(std::move(stored.machines));
+  apply_states(parts);
   parts.sessions.refresh_rights();  // machines can have moved to other groups
 }
 
@@ -138,6 +154,7 @@ void Parts::remove_login_that_is_over(const LoginRow& row, bool idle) {
 }
 
 void Parts::reload() {
+  cluster.reload();
   asio::co_spawn(database.loop(), load_again(*this), asio::detached);
 }
 

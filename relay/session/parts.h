@@ -5,15 +5,16 @@
 #include "relay/people/logins.h"
 #include "relay/people/people.h"
 #include "relay/session/browsers.h"
+#include "relay/session/cluster/cluster.h"
 #include "relay/session/counters.h"
 #include "relay/session/files/downloads.h"
+#include "relay/session/files/transfers.h"
 #include "relay/session/files/upload_counts.h"
 #include "relay/session/machines.h"
 #include "relay/session/router.h"
 #include "relay/session/table/sessions.h"
 #include "relay/session/trail/audit_trail.h"
 #include "relay/session/trail/clip_notes.h"
-#include "relay/session/transfers.h"
 #include "relay/session/watch/measures.h"
 #include "relay/session/watch/watchdog.h"
 
@@ -41,6 +42,7 @@ struct Parts {
   AuditTrail audit;
   ClipNotes clips{audit};
   Machines machines;
+  Cluster cluster{database, machines, log};
   Browsers browsers;
   PressedInput pressed;
   UploadCounts uploads;

@@ -12,12 +12,12 @@
 #include "relay/base/memory/memory_budget.h"
 #include "relay/base/threads/thread_checker.h"
 #include "relay/session/files/downloads.h"
+#include "relay/session/files/transfers.h"
 #include "relay/session/peers.h"
 #include "relay/session/table/sessions.h"
 #include "relay/session/trail/audit_trail.h"
 #include "relay/session/trail/clip_notes.h"
 #include "relay/session/trail/folder_notes.h"
-#include "relay/session/transfers.h"
 #include "relay/wire/envelope.h"
 
 namespace vlk::relay {

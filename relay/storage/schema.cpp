@@ -2,9 +2,11 @@
 #include "relay/storage/schema.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "relay/storage/trail/chain.h"
+#include "relay/storage/trail/tables.h"
 
 namespace vlk::relay {
 namespace {
@@ -62,6 +64,47 @@ CREATE INDEX logins_by_person ON logins(person);
 CREATE TABLE settings(key TEXT PRIMARY KEY, value TEXT NOT NULL);
 )sql";
 
+// For several relays with one database. What these tables have is gone with the relays: it is not logged, so
+// a crash of the server empties them, and the relays write them again.
+constexpr char kRelays[] = R"sql(
+CREATE TABLE relays(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT NOT NULL UNIQUE, address TEXT NOT NULL,
+  started_at INTEGER NOT NULL, heard_at INTEGER NOT NULL, draining INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE presence(
+  machine TEXT PRIMARY KEY, relay INTEGER NOT NULL REFERENCES relays(id) ON DELETE CASCADE);
+CREATE INDEX presence_by_relay ON presence(relay);
+CREATE TABLE tickets(
+  token_hash BLOB PRIMARY KEY, relay INTEGER NOT NULL REFERENCES relays(id) ON DELETE CASCADE,
+  login INTEGER NOT NULL REFERENCES logins(id) ON DELETE CASCADE,
+  home TEXT NOT NULL, expires_at INTEGER NOT NULL);
+)sql";
+
+// Reports each change of a table to the other relays that use the database. What a relay writes all the time
+// is not among it: the rows of the trail, and when a machine or a log-in was last seen.
+constexpr char kReports[] = R"sql(
+CREATE FUNCTION report_change() RETURNS trigger LANGUAGE plpgsql AS $$
+BEGIN
+  PERFORM pg_notify('vantelink_' || md5(current_schema()), TG_TABLE_NAME);
+  RETURN NULL;
+END $$;
+)sql";
+
+// The tables whose changes are reported, and the columns of each that count; none for all.
+constexpr std::pair<const char*, const char*> kReported[] = {
+    {"groups", ""},
+    {"machines", "name, machine, os, secret_hash, group_id, state, reason, state_since, state_by"},
+    {"enrolment_windows", ""},
+    {"people", ""},
+    {"backup_codes", ""},
+    {"teams", ""},
+    {"team_members", ""},
+    {"rights", ""},
+    {"invitations", ""},
+    {"logins", "stage, expires_at, idle_limit"},
+    {"settings", ""},
+    {"relays", "address, draining"},
+};
+
 constexpr char kSetOldAside[] = R"sql(
 DROP INDEX logins_by_user;
 ALTER TABLE logins RENAME TO old_logins;
@@ -102,10 +145,37 @@ void copy_audit_rows(Database& database) {
   append();
 }
 
+void report_change_of(Database& database, const std::string& table, const std::string& columns) {
+  const std::string update = columns.empty() ? "UPDATE" : "UPDATE OF " + columns;
+  database.execute(("CREATE TRIGGER report_" + table + " AFTER INSERT OR DELETE OR " + update + " ON " +
+                    table + " FOR EACH STATEMENT EXECUTE FUNCTION report_change()")
+                       .c_str());
+}
+
+void report_changes(Database& database) {
+  database.execute(kReports);
+  for (const auto& [table, columns] : kReported)
+    report_change_of(database, table, columns);
+}
+
+void create_relays(Database& database) {
+  std::string sql = kRelays;
+  if (database.dialect() == Dialect::Postgresql) {
+    for (std::size_t at = 0; (at = sql.find("CREATE TABLE", at)) != std::string::npos; at += 20)
+      sql.insert(at + 6, " UNLOGGED");
+  }
+  database.define(sql);
+}
+
 void create_tables(Database& database) {
-  database.execute(kMachines);
-  database.execute(kPeople);
+  database.define(kMachines);
+  database.define(kPeople);
   create_trail(database);
+  create_relays(database);
+  if (database.dialect() == Dialect::Sqlite) return;
+  // The first group was stored with its number.
+  database.execute("SELECT setval(pg_get_serial_sequence('groups', 'id'), 1)");
+  report_changes(database);
 }
 
 void migrate_from_1(Database& database) {
@@ -119,9 +189,7 @@ void migrate_from_1(Database& database) {
 }  // namespace
 
 std::int64_t schema_version(Database& database) {
-  Statement version(database, "PRAGMA user_version");
-  version.step();
-  return version.number(0);
+  return database.engine().version();
 }
 
 void prepare_schema(Database& database) {
@@ -133,8 +201,11 @@ void prepare_schema(Database& database) {
   if (found == 0) create_tables(database);
   if (found == 1) migrate_from_1(database);
   if (found == 2) database.execute("ALTER TABLE groups ADD COLUMN four_eyes INTEGER NOT NULL DEFAULT 0");
-  if (found < kSchemaVersion)
-    database.execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
+  if (found == 2 || found == 3) {
+    create_relays(database);
+    if (database.dialect() == Dialect::Postgresql) report_change_of(database, "relays", "address, draining");
+  }
+  if (found < kSchemaVersion) database.engine().set_version(kSchemaVersion);
   transaction.commit();
 }
 

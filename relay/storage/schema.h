@@ -8,7 +8,7 @@
 namespace vlk::relay {
 
 // The version of the tables that this relay writes.
-inline constexpr std::int64_t kSchemaVersion = 3;
+inline constexpr std::int64_t kSchemaVersion = 4;
 
 // The version of a database's tables; 0 if it has none. Throws DatabaseError.
 [[nodiscard]] std::int64_t schema_version(Database& database);

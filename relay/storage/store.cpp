@@ -4,7 +4,7 @@
 #include <array>
 
 #include "relay/base/clock.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/people/people_store.h"
 #include "relay/storage/schema.h"
@@ -20,7 +20,7 @@ const TrailSubject kCommandLine{.actor = kTrailCommandLine};
 
 }  // namespace
 
-Store::Store(const std::string& file) : database_(file) {
+Store::Store(const std::string& address) : database_(address) {
   prepare_schema(database_);
 }
 

@@ -1,5 +1,4 @@
-// The relay's stored state, all in one SQLite file: machines, people and what they may do, and the audit
-// trail.
+// The relay's stored state: machines, people and what they may do, and the audit trail.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +13,9 @@ namespace vlk::relay {
 // Each function throws DatabaseError if it fails. A function that failed has changed nothing.
 class Store {
  public:
-  // Opens the file, or creates it, and migrates the tables of an older version.
-  explicit Store(const std::string& file);
+  // Opens the file, or creates it, or connects to the URL. Creates the tables, or migrates those of an older
+  // version.
+  explicit Store(const std::string& address);
 
   // The functions in machine_store.h, people/ and trail/ work on this.
   [[nodiscard]] Database& database() { return database_; }

@@ -7,11 +7,13 @@
 #include <future>
 
 #include <boost/asio/post.hpp>
-#include <openssl/pem.h>
+#include <openssl/x509.h>
 
 #include "fakes/fakes.h"
 #include "relay/base/secrets.h"
+#include "relay/net/tls/own_certificate.h"
 #include "relay/server.h"
+#include "relay/storage/test_database.h"
 
 #ifdef __SANITIZE_ADDRESS__
 // Declared here because not every compiler installs the sanitizer's header.
@@ -23,13 +25,9 @@ namespace {
 
 constexpr std::int64_t kEnrolmentMinutes = 60;
 
-std::vector<unsigned char> der_of(const std::string& file) {
-  const std::unique_ptr<std::FILE, decltype(&std::fclose)> stream(std::fopen(file.c_str(), "r"),
-                                                                  &std::fclose);
-  const std::unique_ptr<X509, decltype(&X509_free)> certificate(
-      PEM_read_X509(stream.get(), nullptr, nullptr, nullptr), &X509_free);
+std::vector<unsigned char> der_of(const X509* certificate) {
   unsigned char* bytes = nullptr;
-  const int size = i2d_X509(certificate.get(), &bytes);
+  const int size = i2d_X509(certificate, &bytes);
   std::vector<unsigned char> result(bytes, bytes + size);
   OPENSSL_free(bytes);
   return result;
@@ -65,17 +63,23 @@ void RelayTest::SetUp() {
   std::filesystem::create_directory(folder_ / "console");
   std::ofstream(folder_ / "console/index.html") << "the console";
   limits_.tick = limits_.update_look = limits_.certificate_look = std::chrono::milliseconds(10);
-  std::string remark;
-  certificate_ = self_made_certificate(folder_, {"localhost"}, remark);
-  vantelink_fakes::script().roots = {der_of(certificate_.certificate)};
+  make_certificate();
   log_ = std::make_unique<Log>([this](std::string_view line) {
     const std::lock_guard<std::mutex> guard(log_lock_);
     log_text_.append(line).append("\n");
   });
-  Store store(folder_ / "relay.db");
+  Store store(database_in(folder_));
   store.add_user("admin", hash_password(kPassword));
   store.open_enrolment(kEnrolmentMinutes);
   start();
+}
+
+void RelayTest::make_certificate() {
+  const CertificateAndKey authority = make_authority({"localhost"}, wall_seconds());
+  certificate_ = {folder_ / "cert.pem", folder_ / "key.pem"};
+  write_pair(certificate_,
+             make_leaf(authority.certificate, authority.key, names_for({"localhost"}), wall_seconds()));
+  vantelink_fakes::script().roots = {der_of(authority.certificate.get())};
 }
 
 void RelayTest::TearDown() {
@@ -86,6 +90,7 @@ void RelayTest::TearDown() {
 
 void RelayTest::start() {
   Server::Settings settings;
+  settings.data = folder_;
   settings.console = folder_ / "console";
   settings.updates = folder_ / "updates";
   settings.update_key = update_key_;
@@ -94,8 +99,10 @@ void RelayTest::start() {
   settings.proxy_protocol = proxy_protocol_;
   settings.proxy_header = proxy_header_;
   settings.certificate = certificate_;
+  settings.own = own_;
   settings.operators = operators_;
-  server_ = std::make_unique<Server>(settings, std::make_unique<Store>(folder_ / "relay.db"), *log_, limits_);
+  settings.cluster = cluster_;
+  server_ = std::make_unique<Server>(settings, std::make_unique<Store>(database_in(folder_)), *log_, limits_);
   port_ = server_->port();
   thread_ = std::thread([this] {
     try {
@@ -194,7 +201,7 @@ std::multiset<std::string> RelayTest::stored(const char* query) {
     on_relay([] {});
     server_->database().drain();
   }
-  Database database(folder_ / "relay.db");
+  Database database(database_in(folder_));
   Statement statement(database, query);
   std::multiset<std::string> rows;
   while (statement.step())

@@ -20,11 +20,13 @@
 #include "relay/metrics/operators_port.h"
 #include "relay/net/source/proxies.h"
 #include "relay/net/tls/certificate.h"
+#include "relay/session/cluster/cluster.h"
 #include "relay/storage/store.h"
 #include "support/waiting.h"
 
 namespace vlk::relay {
 
+class OwnCertificate;
 class Server;
 
 using vantelink_test::eventually;
@@ -43,6 +45,8 @@ class RelayTest : public testing::Test {
 
   void start();  // starts the relay with `limits_`
   void stop();
+  // Sets `certificate_` to a leaf for localhost of an authority that agents trust.
+  virtual void make_certificate();
   // Runs `work` on the relay's thread and waits until it is done. `work` changes the relay's limits, for
   // instance.
   void on_relay(const std::function<void()>& work);
@@ -69,6 +73,7 @@ class RelayTest : public testing::Test {
   std::filesystem::path folder_;
   Limits limits_;
   CertificateFiles certificate_;
+  std::shared_ptr<OwnCertificate> own_;  // none, unless make_certificate() sets it
   // The options with these names, for the next start().
   std::string update_key_;
   std::string address_ = "127.0.0.1";
@@ -76,6 +81,7 @@ class RelayTest : public testing::Test {
   bool proxy_protocol_ = false;
   std::string proxy_header_;
   std::optional<OperatorsAddress> operators_;
+  Cluster::Settings cluster_;
   std::string failure_;  // what ended the relay
   std::mutex log_lock_;
   std::string log_text_;

@@ -59,6 +59,13 @@ function list(title, lines) {
   return section(title, make('dl', { className: 'facts' }, ...parts));
 }
 
+/** @param {import('../parts/certificate.js').End} authority @returns {Line} */
+const authorityLine = ({ ends, ends_soon: soon }) => [
+  OWN.authority,
+  moment(ends),
+  ...(soon ? [' ', tag(OWN.soon, 'bad')] : []),
+];
+
 /** @param {Status} status @returns {Line[]} */
 function relayLines({ version, started, certificate, backup }) {
   return [
@@ -69,6 +76,7 @@ function relayLines({ version, started, certificate, backup }) {
       moment(certificate.ends),
       ...(certificate.ends_soon ? [' ', tag(OWN.soon, 'bad')] : []),
     ],
+    ...(certificate.authority ? [authorityLine(certificate.authority)] : []),
     ...(certificate.problem
       ? [/** @type {Line} */ ([OWN.certificateProblem, tidy(certificate.problem)])]
       : []),

@@ -6,7 +6,10 @@ export const statusEnglish = {
     started: 'Running since',
     certificate: 'Certificate valid until',
     soon: 'ends soon',
-    certificateProblem: 'New certificate not used',
+    authority: 'Certificate authority valid until',
+    certificateProblem: 'Problem of the certificate',
+    authorityEnds: (/** @type {number} */ days, /** @type {string} */ when) =>
+      `The relay's certificate authority ends in ${days === 1 ? 'one day' : `${days} days`} (${when}). Prepare a new one and let all machines trust it before that.`,
     certificateEnds: (/** @type {number} */ days, /** @type {string} */ when) =>
       `The relay's certificate ends in ${days === 1 ? 'one day' : `${days} days`} (${when}). Agents and browsers cannot connect after that.`,
     certificateEnded: (/** @type {string} */ when) =>

@@ -122,6 +122,7 @@ export const trailEnglish = {
       hardware: 'hardware id',
       state: 'state',
       replaces: 'takes over',
+      relay: 'relay',
       address: 'address',
       answer: 'answer',
       from: 'from',

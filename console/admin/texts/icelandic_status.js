@@ -9,7 +9,10 @@ export const statusIcelandic = {
     started: 'Í gangi síðan',
     certificate: 'Skilríki gilda til',
     soon: 'rennur bráðum út',
-    certificateProblem: 'Ný skilríki ekki notuð',
+    authority: 'Vottunarstöð gildir til',
+    certificateProblem: 'Vandi með skilríki',
+    authorityEnds: (/** @type {number} */ days, /** @type {string} */ when) =>
+      `Vottunarstöð miðlarans rennur út eftir ${days} ${singular(days) ? 'dag' : 'daga'} (${when}). Útbúðu nýja og láttu allar tölvur treysta henni fyrir þann tíma.`,
     certificateEnds: (/** @type {number} */ days, /** @type {string} */ when) =>
       `Skilríki miðlarans renna út eftir ${days} ${singular(days) ? 'dag' : 'daga'} (${when}). Eftir það geta tölvur og vafrar ekki tengst.`,
     certificateEnded: (/** @type {string} */ when) =>

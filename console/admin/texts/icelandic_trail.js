@@ -122,6 +122,7 @@ export const trailIcelandic = {
       hardware: 'auðkenni vélbúnaðar',
       state: 'staða',
       replaces: 'tekur við af',
+      relay: 'miðlari',
       address: 'IP-tala',
       answer: 'svar',
       from: 'frá',

@@ -14,6 +14,7 @@ constexpr Endpoint kEndpoints[] = {
     // Log-in
     {verb::post, "/api/login", kNobodyYet, kEveryone, log_in},
     {verb::post, "/api/login/code", kTotpStage, kEveryone, log_in_with_code},
+    {verb::post, "/api/login/ticket", kNobodyYet, kEveryone, log_in_with_ticket},
     {verb::get, "/api/me", kEachStage, kEveryone, who_am_i},
     {verb::post, "/api/logout", kEachStage, kEveryone, log_out},
     {verb::post, "/api/password", kPasswordStage | kFullStage, kEveryone, change_password},
@@ -63,6 +64,7 @@ constexpr Endpoint kEndpoints[] = {
     {verb::delete_, "/api/sessions/{}", kFullStage, kAdministrators, end_session},
     {verb::get, "/api/logins", kFullStage, kEveryone, list_logins},
     {verb::delete_, "/api/logins/{}", kFullStage, kEveryone, end_login},
+    {verb::post, "/api/tickets", kFullStage, kAdministrators | kRepresentatives, give_ticket},
     {verb::get, "/api/updates", kFullStage, kAdministrators, list_updates},
     // The trail, which HttpApi answers itself
     {verb::get, "/api/trail", kFullStage, kAdministrators | kAuditors, nullptr},

@@ -7,6 +7,7 @@ namespace vlk::relay {
 
 // login_routes.cpp
 [[nodiscard]] JsonReply log_in(Api& api, Call& call);
+[[nodiscard]] JsonReply log_in_with_ticket(Api& api, Call& call);
 [[nodiscard]] JsonReply log_in_with_code(Api& api, Call& call);
 [[nodiscard]] JsonReply log_out(Api& api, Call& call);
 [[nodiscard]] JsonReply who_am_i(Api& api, Call& call);
@@ -45,6 +46,7 @@ namespace vlk::relay {
 [[nodiscard]] JsonReply set_rights(Api& api, Call& call);
 
 // session_routes.cpp
+[[nodiscard]] JsonReply give_ticket(Api& api, Call& call);
 [[nodiscard]] JsonReply list_updates(Api& api, Call& call);
 [[nodiscard]] JsonReply list_agents(Api& api, Call& call);
 [[nodiscard]] JsonReply forget_agent(Api& api, Call& call);

@@ -1,6 +1,7 @@
 // Log-in in stages, log-out, passwords and step-up.
 #include "relay/base/secrets.h"
 #include "relay/http/api/handlers.h"
+#include "relay/storage/cluster/relay_store.h"
 
 namespace asio = boost::asio;
 
@@ -10,6 +11,8 @@ namespace {
 constexpr std::size_t kTokenBytes = 32;
 constexpr std::int64_t kUnfinished = 600;  // seconds that a log-in lasts which is not full
 constexpr std::size_t kLongestName = 200;
+// Under this name, which no person can have, wrong tickets are counted.
+constexpr char kTicketAttempts[] = "\nticket";
 
 std::string login_cookie(const std::string& token, std::int64_t seconds) {
   return std::string(kLoginCookie) + '=' + token +
@@ -41,6 +44,12 @@ LoginRow new_login(const Api& api, const Call& call, const Person& person, const
   row.address = call.source;
   return row;
 }
+
+// A log-in that continues here, and where it came from.
+struct Moved {
+  LoginRow login{};
+  std::string home{};
+};
 
 }  // namespace
 
@@ -105,6 +114,39 @@ JsonReply log_in(Api& api, Call& call) {
   api.parts.logins.add(row);
   call.cookie = login_cookie(token, api.parts.people.settings(api.limits).login_seconds);
   co_return Json{{"name", name}, {"role", role_name(role)}, {"stage", stage_name(row.stage)}};
+}
+
+// The ticket is worth the log-in at another relay, with its stage and its end.
+JsonReply log_in_with_ticket(Api& api, Call& call) {
+  const auto unknown = [] { return ApiError(HttpStatus::unauthorized, "The ticket is not valid any more."); };
+  const std::string ticket = text_in(call.body, "ticket");
+  if (!api.parts.cluster.joined() || ticket.empty() || ticket.size() > kLongestName) throw unknown();
+  if (api.attempts.refused(kTicketAttempts, call.source))
+    throw ApiError(HttpStatus::too_many_requests, "Too many failures. Wait ten minutes and try again.");
+  (void)api.attempts.add(kTicketAttempts, call.source);
+  const std::string token = random_token(kTokenBytes);
+  const auto job = [hash = hash_secret(ticket), own = hash_secret(token), relay = api.parts.cluster.own().id,
+                    source = call.source, peer = call.peer](Store& store) {
+    const auto taken = take_ticket(store.database(), hash, relay);
+    auto row = taken ? find_login(store.database(), taken->login) : std::nullopt;
+    const auto person = row ? find_person(store.database(), row->person) : std::nullopt;
+    if (!person || person->disabled || row->stage != LoginStage::Full || row->expires_at <= wall_seconds())
+      return std::optional<Moved>();
+    row->token_hash = own;
+    row->created_at = row->last_used = wall_seconds();
+    row->address = source;
+    row->id = add_login(store.database(), *row);
+    const auto entry =
+        trail_entry<TrailKind::LoginSucceeded>({.actor = person->name, .address = peer}, "moved");
+    append_trail(store.database(), std::span(&entry, 1));
+    return std::optional(Moved{*row, taken->home});
+  };
+  const std::optional<Moved> moved = co_await api.parts.database.run(job);
+  if (!moved) throw unknown();
+  api.attempts.succeeded(kTicketAttempts, call.source);
+  api.parts.logins.add(moved->login);
+  call.cookie = login_cookie(token, moved->login.expires_at - wall_seconds());
+  co_return Json{{"stage", stage_name(moved->login.stage)}, {"home", moved->home}};
 }
 
 JsonReply log_in_with_code(Api& api, Call& call) {

@@ -6,6 +6,8 @@
 namespace vlk::relay {
 namespace {
 
+constexpr std::size_t kTicketBytes = 32;
+
 const char* state_name(SessionState state) {
   if (state == SessionState::Held) return "held";
   return state == SessionState::Accepted ? "accepted" : "waiting";
@@ -73,6 +75,27 @@ JsonReply list_updates(Api& api, Call&) {
 JsonReply show_status(Api& api, Call&) {
   if (!api.status) not_found();
   co_return api.status();
+}
+
+// Leads the browser to the relay to which the machine is connected.
+JsonReply give_ticket(Api& api, Call& call) {
+  const std::string id = text_in(call.body, "machine");
+  const MachineRecord* machine = api.parts.machines.find(id);
+  const Rights rights = machine ? api.parts.people.rights_of(call.caller.person, machine->group) : kNoRights;
+  const RelayRow* relay = rights & kSee ? api.parts.cluster.relay_of(id) : nullptr;
+  if (!relay) throw ApiError(HttpStatus::not_found, "The machine is not connected to another relay.");
+  const Login* login = api.parts.logins.find(call.caller.token_hash, wall_seconds());
+  if (!login) throw ApiError(HttpStatus::unauthorized, "Please log in.");
+  // The request came from the relay's own page, whose origin is one of the relay's names.
+  const std::string origin(call.request.at(boost::beast::http::field::origin));
+  const std::string ticket = random_token(kTicketBytes);
+  const auto job = [hash = hash_secret(ticket), valid = Ticket{relay->id, login->row.id, origin}](
+                       Store& store) { return add_ticket(store.database(), hash, valid); };
+  const Json answer = {{"address", relay->address}, {"ticket", ticket}};
+  if (!co_await api.parts.database.run(job))
+    throw ApiError(HttpStatus::too_many_requests, "Too many machines at other relays were opened. Try again.",
+                   "busy");
+  co_return answer;
 }
 
 JsonReply forget_agent(Api& api, Call& call) {

@@ -16,7 +16,7 @@ struct Freed {
     Free(object);
   }
 };
-using Key = std::unique_ptr<EVP_PKEY, Freed<EVP_PKEY_free>>;
+using PrivateKey = std::unique_ptr<EVP_PKEY, Freed<EVP_PKEY_free>>;
 using Certificate = std::unique_ptr<X509, Freed<X509_free>>;
 using Bio = std::unique_ptr<BIO, Freed<BIO_free_all>>;
 

@@ -1,7 +1,6 @@
 // Watches the files of the certificate.
 #include "relay/net/tls/live_certificate.h"
 
-#include <ctime>
 #include <filesystem>
 #include <stdexcept>
 #include <utility>
@@ -21,26 +20,8 @@ namespace {
 constexpr std::int64_t kDay = std::int64_t{24} * 3600;  // seconds
 constexpr std::uintmax_t kMostBytes = 1u << 20;         // of a file
 
-std::int64_t seconds_of(const ASN1_TIME* time) {
-  std::tm parts{};
-  if (ASN1_TIME_to_tm(time, &parts) != 1) throw std::runtime_error("a date of the certificate is not valid");
-  return static_cast<std::int64_t>(::timegm(&parts));
-}
-
-std::int64_t end_of(const TlsContext& tls) {
-  return seconds_of(X509_get0_notAfter(SSL_CTX_get0_certificate(tls.get())));
-}
-
-std::int64_t begin_of(const TlsContext& tls) {
-  return seconds_of(X509_get0_notBefore(SSL_CTX_get0_certificate(tls.get())));
-}
-
-std::string date_text(std::int64_t seconds) {
-  const auto time = static_cast<std::time_t>(seconds);
-  std::tm parts{};
-  ::gmtime_r(&time, &parts);
-  char text[32];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
+const X509* leaf_of(const TlsContext& tls) {
+  return SSL_CTX_get0_certificate(tls.get());
 }
 
 // A pipe, for instance, would hold up the thread.
@@ -53,15 +34,23 @@ void require_readable(const std::string& file) {
 }  // namespace
 
 LiveCertificate::LiveCertificate(CertificateFiles files, std::chrono::milliseconds interval,
-                                 boost::asio::any_io_executor executor, const Log& log)
+                                 boost::asio::any_io_executor executor, const Log& log,
+                                 std::shared_ptr<OwnCertificate> own)
     : files_(std::move(files)),
       interval_(interval),
       executor_(std::move(executor)),
       log_(log),
+      own_(std::move(own)),
+      now_(own_ ? own_->now() : wall_seconds),
       tls_(nullptr, &SSL_CTX_free) {
   // The stamp is taken first, so that a change during the reading is seen as one.
   std::string seen = stamp();
   use(make_tls(files_));
+  if (own_) {
+    const ThreadChecker::Setup setup;
+    renewed_ = own_->look();
+    apply(renewed_);
+  }
   watcher_ = std::thread([this, seen = std::move(seen)] { watch(seen); });
 }
 
@@ -101,6 +90,7 @@ void LiveCertificate::watch(std::string seen) {
       if (end_) return;
       asked = std::exchange(asked_, false);
     }
+    if (own_) renew();
     const std::string now = stamp();
     const bool settled = now == std::exchange(last, now);
     if (!asked && (!settled || (now == seen && !failed))) continue;
@@ -113,19 +103,26 @@ void LiveCertificate::watch(std::string seen) {
   }
 }
 
+void LiveCertificate::renew() {
+  OwnCertificate::State state = own_->look();
+  if (state == renewed_) return;
+  renewed_ = state;
+  boost::asio::post(executor_, [this, state = std::move(state)] { apply(state); });
+}
+
 LiveCertificate::Found LiveCertificate::look() const {
   try {
     require_readable(files_.certificate);
     require_readable(files_.key);
     require_private(files_.key, "the private key");
     TlsContext tls = make_tls(files_);
-    const std::int64_t now = wall_seconds();
-    if (end_of(tls) <= now)
+    const std::int64_t now = now_();
+    if (end_of(leaf_of(tls)) <= now)
       throw std::runtime_error("the certificate " + files_.certificate + " ended at " +
-                               date_text(end_of(tls)));
-    if (begin_of(tls) > now)
+                               date_text(end_of(leaf_of(tls))));
+    if (begin_of(leaf_of(tls)) > now)
       throw std::runtime_error("the certificate " + files_.certificate + " is valid only from " +
-                               date_text(begin_of(tls)) + " on");
+                               date_text(begin_of(leaf_of(tls))) + " on");
     return {std::move(tls), {}};
   } catch (const std::exception& failure) {
     return {TlsContext(nullptr, &SSL_CTX_free), failure.what()};
@@ -147,18 +144,33 @@ void LiveCertificate::apply(Found found) {
   log_.write("", "", "the certificate stays as it was, because " + problem_);
 }
 
+void LiveCertificate::apply(OwnCertificate::State state) {
+  thread_.check();
+  if (!state.problem.empty() && state.problem != own_state_.problem)
+    log_.write("", "", "the certificate is not as it should be: " + state.problem);
+  own_state_ = std::move(state);
+}
+
 void LiveCertificate::use(TlsContext tls) {
-  begins_ = begin_of(tls);
-  ends_ = end_of(tls);
+  begins_ = begin_of(leaf_of(tls));
+  ends_ = end_of(leaf_of(tls));
   tls_ = std::move(tls);
 }
 
 void LiveCertificate::tick(std::int64_t now) {
-  if (ends_ - now > kCertificateWarning || now - warned_ < kDay) return;
+  const std::int64_t authority = own_state_.authority_ends;
+  const bool of_authority = authority != 0 && authority - now <= kCertificateWarning;
+  const std::int64_t end = of_authority ? authority : ends_;
+  if (end - now > kCertificateWarning || now - warned_ < kDay) return;
   warned_ = now;
-  const std::string when = date_text(ends_) + " (" + files_.certificate + ")";
-  if (ends_ <= now) return log_.write("", "", "the certificate ended at " + when);
-  log_.write("", "", "the certificate ends in " + std::to_string((ends_ - now) / kDay) + " days, at " + when);
+  // A leaf is made again by itself; what machines trust is replaced by the operator.
+  const bool trusted = own_ && (of_authority || authority == 0);
+  const std::string what = of_authority ? "the relay's authority" : "the certificate";
+  const std::string when = date_text(end) + " (" +
+                           (trusted ? own_->trusted().certificate : files_.certificate) + ")" +
+                           (trusted ? "; make a new authority with: vantelink-relay authority prepare" : "");
+  if (end <= now) return log_.write("", "", what + " ended at " + when);
+  log_.write("", "", what + " ends in " + std::to_string((end - now) / kDay) + " days, at " + when);
 }
 
 }  // namespace vlk::relay

@@ -8,6 +8,7 @@
 
 #include "relay/program/backup/backup.h"
 #include "relay/program/backup/restore.h"
+#include "relay/storage/engine/address.h"
 #include "relay/storage/trail/entry.h"
 
 namespace vlk::relay {
@@ -19,9 +20,19 @@ std::string mebibytes(std::uintmax_t bytes) {
   return text;
 }
 
+// The server has its own tools, which know how to copy a database that changes.
+void require_file(const Options& options) {
+  if (options.database.empty()) return;
+  throw std::runtime_error(
+      "the database is " + shown_address(options.database) +
+      "; back it up and restore it with pg_dump and pg_restore, and copy the files *.pem of " + options.data +
+      " beside it");
+}
+
 }  // namespace
 
 void backup_command(const Options& options, std::ostream& out) {
+  require_file(options);
   // A data folder that is made because its name was mistyped would be backed up empty.
   if (!std::filesystem::is_directory(options.data))
     throw std::runtime_error("there is no data folder " + options.data + "; name it with --data");
@@ -32,6 +43,7 @@ void backup_command(const Options& options, std::ostream& out) {
 }
 
 void restore_command(const Options& options, std::ostream& out) {
+  require_file(options);
   const DataFolder data(options.data, FileLock::Mode::Exclusive);
   const FileLock no_relay = claim_for_relay(options.data);
   const BackupRestored restored = restore_backup(data, options.file, options.replace);

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <filesystem>
 #include <stdexcept>
 #include <vector>
@@ -82,14 +81,10 @@ std::vector<std::string> prepare(const std::string& draft, const std::string& so
 
 // The name of a new folder for the old data.
 std::string name_for_kept(const std::string& data) {
-  const std::time_t now = std::time(nullptr);
-  std::tm time{};
-  ::gmtime_r(&now, &time);
-  char text[64];
-  std::strftime(text, sizeof text, "before-restore-%Y%m%dT%H%M%SZ", &time);
-  std::string name = text;
+  const std::string time = "before-restore-" + time_for_name();
+  std::string name = time;
   for (int i = 2; fs::exists(fs::path(data) / name); ++i)
-    name = std::string(text) + '-' + std::to_string(i);
+    name = time + '-' + std::to_string(i);
   return name;
 }
 

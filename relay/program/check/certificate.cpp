@@ -1,59 +1,34 @@
 // Checks the certificate and its key.
 #include "relay/net/tls/certificate.h"
 
-#include <ctime>
 #include <filesystem>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
-#include <openssl/bio.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include "relay/base/clock.h"
 #include "relay/net/private_files.h"
-#include "relay/net/tls/handles.h"
+#include "relay/net/tls/own_certificate.h"
 #include "relay/net/tls/tls_context.h"
 #include "relay/program/check/checks.h"
-#include "relay/storage/trail/entry.h"
+#include "relay/program/folder/data_folder.h"
 
 namespace vlk::relay {
 namespace {
 
-constexpr std::time_t kDaySeconds = 24 * 3600;
+constexpr std::int64_t kDaySeconds = 24 * 3600;
 
-// The relay has nobody to ask for a pass phrase.
-int no_pass_phrase(char*, int, int, void*) {
-  return 0;
+std::string day_of(std::int64_t time) {
+  return date_text(time).substr(0, 10);
 }
 
-std::vector<Certificate> read_chain(const std::string& file) {
-  const Bio bio(BIO_new_file(file.c_str(), "r"));
-  std::vector<Certificate> chain;
-  while (bio) {
-    Certificate next(PEM_read_bio_X509(bio.get(), nullptr, no_pass_phrase, nullptr));
-    if (!next) break;
-    chain.push_back(std::move(next));
-  }
-  return chain;
-}
-
-Key read_key(const std::string& file) {
-  const Bio bio(BIO_new_file(file.c_str(), "r"));
-  return Key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr, no_pass_phrase, nullptr) : nullptr);
-}
-
-std::time_t time_of(const ASN1_TIME* time) {
-  std::tm parts{};
-  return ASN1_TIME_to_tm(time, &parts) == 1 ? ::timegm(&parts) : 0;
-}
-
-std::string day_of(std::time_t time) {
-  return iso_time(std::int64_t{time} * 1000).substr(0, 10);
-}
+// What to do about a certificate of the relay's own that cannot go on.
+constexpr char kNewAuthority[] =
+    "; make a new authority with: vantelink-relay authority prepare, and use it with: vantelink-relay "
+    "authority renew";
 
 // Checks one pair of files and remembers where they are, for the messages.
 class CertificateCheck {
@@ -66,7 +41,8 @@ class CertificateCheck {
     chain_ = read_chain(files_.certificate);
     if (chain_.empty()) {
       return findings_.wrong("the certificate " + files_.certificate +
-                             " cannot be read, or has no certificate in PEM form" + remedy());
+                             " cannot be read, or has no certificate in PEM form" +
+                             (self_made_ ? "; restore it from a backup" : remedy()));
     }
     if (has_key && check_pair()) check_order();
     check_times();
@@ -76,8 +52,7 @@ class CertificateCheck {
 
  private:
   [[nodiscard]] std::string remedy() const {
-    return self_made_ ? "; delete " + files_.certificate + " and " + files_.key +
-                            " and restart the relay, which makes new ones"
+    return self_made_ ? std::string(kNewAuthority)
                       : "; get a new one from its authority, and check --cert and --key";
   }
   bool check_key_file() {
@@ -128,11 +103,11 @@ class CertificateCheck {
     }
   }
   void check_times() {
-    const std::time_t now = std::time(nullptr);
-    std::time_t last = 0;
+    const std::int64_t now = wall_seconds();
+    std::int64_t last = 0;
     for (const Certificate& certificate : chain_) {
-      const std::time_t begin = time_of(X509_get0_notBefore(certificate.get()));
-      const std::time_t end = time_of(X509_get0_notAfter(certificate.get()));
+      const std::int64_t begin = begin_of(certificate.get());
+      const std::int64_t end = end_of(certificate.get());
       if (begin > now) {
         return findings_.wrong("the certificate " + files_.certificate + " is not valid before " +
                                day_of(begin) + "; check the clock, or get another");
@@ -157,8 +132,90 @@ class CertificateCheck {
   const bool self_made_;
   Findings& findings_;
   std::vector<Certificate> chain_;
-  Key key_;
+  PrivateKey key_;
 };
+
+// Checks the leaf of the relay's own authority. A relay that runs should have made it again by itself.
+void check_leaf(const Options& options, const Certificate& authority, Findings& findings) {
+  const std::string file = leaf_files(options.data).certificate;
+  const std::int64_t now = wall_seconds();
+  const std::string fault = fault_of_leaf(leaf_files(options.data), authority, options.hosts, now);
+  if (fault.empty()) {
+    return findings.ok("the relay's certificate " + file + " is valid until " +
+                       day_of(end_of(read_chain(file).front().get())) + " and renews itself");
+  }
+  if (!relay_of(options.data)) return findings.ok("the next start of the relay makes " + file);
+  const std::vector<Certificate> chain = read_chain(file);
+  const std::string text = "the relay's certificate " + file + ' ' + fault +
+                           "; restart the relay, and see in its log why it was not made again";
+  if (chain.empty() || end_of(chain.front().get()) <= now) return findings.wrong(text);
+  findings.warning(text);
+}
+
+void check_authority(const Options& options, Findings& findings) {
+  const CertificateFiles files = trusted_files(options.data);
+  const Certificate authority = std::move(read_pair(files).chain.front());
+  const std::int64_t now = wall_seconds();
+  const std::int64_t end = end_of(authority.get());
+  const std::string name = "the authority " + files.certificate;
+  if (begin_of(authority.get()) > now) {
+    findings.wrong(name + " is not valid before " + day_of(begin_of(authority.get())) + "; check the clock");
+  } else if (end <= now) {
+    findings.wrong(name + " has expired on " + day_of(end) + kNewAuthority);
+  } else if (end - now <= kCertificateWarning) {
+    findings.warning(name + " is valid until " + day_of(end) + ", for less than " +
+                     std::to_string(kCertificateWarning / kDaySeconds) + " days" + kNewAuthority);
+  } else {
+    findings.ok(name + " is valid until " + day_of(end));
+  }
+  for (const std::string& host : options.hosts) {
+    if (permits(authority, host)) {
+      findings.ok("the authority permits " + host);
+    } else {
+      findings.wrong(name + " does not permit " + host + ", so agents and browsers cannot use this name" +
+                     kNewAuthority);
+    }
+  }
+  check_leaf(options, authority, findings);
+}
+
+void check_next_authority(const Options& options, Findings& findings) {
+  const CertificateFiles next = next_files(options.data);
+  std::error_code error;
+  if (!std::filesystem::exists(next.certificate, error)) return;
+  const ChainAndKey pair = read_pair(next);
+  for (const std::string& name : names_not_permitted(pair.chain.front(), options.hosts))
+    return findings.warning("the prepared authority " + next.certificate + " does not permit " + name +
+                            "; if no machine trusts it yet, remove it and prepare another");
+  findings.ok("the authority " + next.certificate +
+              " is prepared; when all machines trust it, use it with: vantelink-relay authority renew");
+}
+
+// An authority, or the self-signed certificate of an older version.
+void check_own_certificate(const Options& options, Findings& findings) {
+  const CertificateFiles files = trusted_files(options.data);
+  std::error_code error;
+  if (!std::filesystem::exists(files.certificate, error)) {
+    if (std::filesystem::exists(files.key, error) &&
+        std::filesystem::exists(leaf_files(options.data).certificate, error))
+      return findings.wrong(files.certificate + " is missing; restore it from a backup");
+    return findings.ok("the next start of the relay makes an authority in " + options.data);
+  }
+  const std::vector<Certificate> chain = read_chain(files.certificate);
+  try {
+    if (!chain.empty() && is_authority(chain.front().get())) {
+      check_authority(options, findings);
+    } else {
+      CertificateCheck(files, true, findings).run(options.hosts);
+      if (!chain.empty())
+        findings.warning("the certificate " + files.certificate +
+                         " is a self-signed one of an older version, and is not renewed" + kNewAuthority);
+    }
+    check_next_authority(options, findings);
+  } catch (const std::runtime_error& failure) {
+    findings.wrong(failure.what());
+  }
+}
 
 }  // namespace
 
@@ -171,12 +228,7 @@ void check_certificate(const Options& options, Findings& findings) {
         .run(named ? options.hosts : std::vector<std::string>());
     return;
   }
-  const CertificateFiles files{options.data + "/relay-cert.pem", options.data + "/relay-key.pem"};
-  std::error_code error;
-  const bool has_certificate = std::filesystem::exists(files.certificate, error);
-  if (!has_certificate)
-    return findings.ok("the next start of the relay makes a self-signed certificate in " + options.data);
-  CertificateCheck(files, true, findings).run(options.hosts);
+  check_own_certificate(options, findings);
 }
 
 }  // namespace vlk::relay

@@ -24,8 +24,9 @@ namespace vlk::relay {
 namespace {
 
 // Files that only the relay's user may open.
-constexpr const char* kPrivateFiles[] = {"relay.db",      "relay.db-wal",  "relay.db-shm",
-                                         "relay-key.pem", "trail-key.pem", "first-password"};
+constexpr const char* kPrivateFiles[] = {"relay.db",      "relay.db-wal",   "relay.db-shm",
+                                         "relay-key.pem", "relay-leaf.pem", "relay-next-key.pem",
+                                         "trail-key.pem", "first-password"};
 // The lock of those who write the database, in the file of its shared memory; SQLite's format of that file
 // fixes its place.
 constexpr off_t kWriteLockAt = 120;
@@ -117,6 +118,30 @@ void check_content(const std::string& file, Findings& findings) {
   if (findings.list().size() == before) findings.ok("the database " + file + " is whole");
 }
 
+// The relay's user needs a database whose tables it may create, and the extension for searches by text.
+void check_server(const std::string& url, Findings& findings) {
+  const std::string shown = shown_address(url);
+  try {
+    Database database = Database::read_only(url);
+    const std::size_t before = findings.list().size();
+    if (schema_version(database) == 0) {
+      if (!Statement(database, "SELECT 1 FROM pg_available_extensions WHERE name = 'pg_trgm'").step())
+        findings.wrong("the server of " + shown +
+                       " does not have the extension pg_trgm; install the server's "
+                       "package of contributed extensions");
+      Statement right(database, "SELECT 1 WHERE has_schema_privilege(current_schema(), 'CREATE')");
+      if (!right.step())
+        findings.wrong("the user of " + shown + " may not create tables; make it the owner of the database");
+    } else {
+      check_version(database, findings);
+      check_newest_row(database, findings);
+    }
+    if (findings.list().size() == before) findings.ok("the database " + shown + " can be used");
+  } catch (const std::runtime_error& failure) {
+    findings.wrong("the database " + shown + " cannot be used: " + failure.what());
+  }
+}
+
 }  // namespace
 
 void check_data_folder(const Options& options, Findings& findings) {
@@ -144,6 +169,7 @@ void check_data_folder(const Options& options, Findings& findings) {
 }
 
 void check_database(const Options& options, Findings& findings) {
+  if (!options.database.empty()) return check_server(options.database, findings);
   const std::string file = options.data + '/' + kDatabaseFile;
   std::error_code error;
   if (!fs::exists(file, error)) {

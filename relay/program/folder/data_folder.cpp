@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -76,6 +77,15 @@ std::optional<pid_t> relay_of(const std::string& folder) {
   if (::access(file.c_str(), R_OK) != 0) return std::nullopt;
   if (FileLock::take(file, FileLock::Mode::Shared)) return std::nullopt;
   return process_in(file);
+}
+
+std::string time_for_name() {
+  const std::time_t now = std::time(nullptr);
+  std::tm time{};
+  ::gmtime_r(&now, &time);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &time);
+  return text;
 }
 
 }  // namespace vlk::relay

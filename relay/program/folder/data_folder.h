@@ -36,4 +36,7 @@ class DataFolder {
 // Changes nothing.
 [[nodiscard]] std::optional<pid_t> relay_of(const std::string& folder);
 
+// The present time for the name of something that is kept, as in "20261123T124500Z".
+[[nodiscard]] std::string time_for_name();
+
 }  // namespace vlk::relay

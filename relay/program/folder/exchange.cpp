@@ -17,10 +17,10 @@ namespace {
 constexpr char kList[] = "list";
 
 // All files that an exchange removes from the data folder. A write-ahead log belongs to its database: with
-// another database it would be applied to pages that it does not fit.
+// another database it would be applied to pages that it does not fit. The relay makes its leaf again.
 std::vector<std::string> replaced_files() {
-  std::vector<std::string> names = {"relay.db-wal", "relay.db-shm", "relay.db-journal", "relay.db",
-                                    "first-password"};
+  std::vector<std::string> names = {"relay.db-wal", "relay.db-shm",   "relay.db-journal",
+                                    "relay.db",     "first-password", "relay-leaf.pem"};
   for (const SmallFile& file : kSmallFiles)
     names.emplace_back(file.name);
   return names;

@@ -20,8 +20,9 @@ struct SmallFile {
   const char* name;
   unsigned mode;  // permission bits
 };
-inline constexpr SmallFile kSmallFiles[] = {
-    {"relay-cert.pem", 0644}, {"relay-key.pem", 0600}, {"trail-key.pem", 0600}, {"trail-key.pub", 0644}};
+inline constexpr SmallFile kSmallFiles[] = {{"relay-cert.pem", 0644},      {"relay-key.pem", 0600},
+                                            {"relay-next-cert.pem", 0644}, {"relay-next-key.pem", 0600},
+                                            {"trail-key.pem", 0600},       {"trail-key.pub", 0644}};
 
 // Makes an empty kDraftFolder and returns its path. Throws std::runtime_error.
 [[nodiscard]] std::string make_draft(const std::string& data);

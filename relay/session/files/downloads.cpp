@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "relay/session/transfers.h"
+#include "relay/session/files/transfers.h"
 
 namespace vlk::relay {
 

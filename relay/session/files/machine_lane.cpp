@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "relay/session/files/pieces.h"
-#include "relay/session/transfers.h"
+#include "relay/session/files/transfers.h"
 
 namespace vlk::relay {
 namespace {

@@ -56,6 +56,8 @@ bool Sessions::admit(ConsolePeer& console, const std::string& agent_id, const st
     return refuse("\"" + machine->name + "\" is in quarantine: " + machine->reason,
                   {{"code", "quarantined"}, {"reason", machine->reason}});
   }
+  if (!machines_.connection(agent_id) && machines_.elsewhere(agent_id) != 0)
+    return refuse("\"" + machine->name + "\" is connected to another relay.", {{"code", "elsewhere"}});
   if (!machines_.connection(agent_id))
     return refuse("\"" + machine->name + "\" is offline.", {{"code", "offline"}});
   if (session_with(agent_id, console.person)) {
@@ -106,9 +108,9 @@ void Sessions::open(const std::shared_ptr<ConsolePeer>& console, const std::stri
   settle(session.agent);
   log_.write(console->address, agent_id,
              "session " + std::to_string(session.number) + " requested by " + console->representative);
-  audit_.note(session,
-              trail_entry<TrailKind::SessionAsked>({}, machines_.find(agent_id)->name,
-                                                   reason.empty() ? std::nullopt : std::optional(reason)));
+  audit_.note(session, trail_entry<TrailKind::SessionAsked>(
+                           {}, machines_.find(agent_id)->name,
+                           reason.empty() ? std::nullopt : std::optional(reason), relay_));
 }
 
 }  // namespace vlk::relay

@@ -20,6 +20,7 @@
 #include "relay/people/people.h"
 #include "relay/session/browsers.h"
 #include "relay/session/files/downloads.h"
+#include "relay/session/files/transfers.h"
 #include "relay/session/files/upload_counts.h"
 #include "relay/session/machines.h"
 #include "relay/session/peers.h"
@@ -28,8 +29,7 @@
 #include "relay/session/table/session_states.h"
 #include "relay/session/trail/audit_trail.h"
 #include "relay/session/trail/clip_notes.h"
-#include "relay/session/transfers.h"
-#include "relay/storage/open_sessions.h"
+#include "relay/storage/machines/open_sessions.h"
 
 namespace vlk::relay {
 
@@ -47,6 +47,8 @@ class Sessions {
 
   // Takes over the questions of an earlier run, whose boxes may still stand on the machines' screens.
   void restore_questions(const std::vector<OpenQuestion>& questions);
+  // Sets the name that rows of the trail have, if several relays share the database.
+  void set_relay(const std::string& name) { relay_ = name; }
   // Requests a session from the machine. If the relay refuses, for instance because the machine is offline,
   // the browser receives an error message. `reason` is what the representative typed, or empty. A session
   // that this log-in has with the machine and whose browser is away is resumed instead.
@@ -207,6 +209,7 @@ class Sessions {
   const Log& log_;
   const Limits& limits_;
   std::map<std::uint32_t, Session> sessions_;  // by session number
+  std::optional<std::string> relay_;           // this relay's name, if several share the database
   std::uint32_t last_number_;
   RateCounter cuts_;                 // by the machine's id
   RateCounter resumes_;              // by the machine's id

@@ -9,7 +9,7 @@
 #include "relay/base/log.h"
 #include "relay/base/threads/thread_checker.h"
 #include "relay/session/peers.h"
-#include "relay/storage/database_thread.h"
+#include "relay/storage/thread/database_thread.h"
 #include "relay/storage/trail/entry.h"
 
 namespace vlk::relay {

@@ -6,7 +6,7 @@
 #include "relay/base/clock.h"
 #include "relay/base/log.h"
 #include "relay/base/threads/thread_checker.h"
-#include "relay/storage/database_thread.h"
+#include "relay/storage/thread/database_thread.h"
 #include "relay/storage/trail/key.h"
 
 namespace vlk::relay {

@@ -14,7 +14,7 @@
 #include "relay/session/table/sessions.h"
 #include "relay/session/watch/measures.h"
 #include "relay/session/watch/quality_control.h"
-#include "relay/storage/database_thread.h"
+#include "relay/storage/thread/database_thread.h"
 
 namespace vlk::relay {
 

@@ -39,7 +39,7 @@ std::int64_t last_copied(Database& database, const TrailEnd& last) {
 
 TrailFollower::TrailFollower(const std::string& file, std::unique_ptr<TrailSink> sink, Report report)
     : database_(file), sink_(std::move(sink)), report_(std::move(report)) {
-  database_.execute("PRAGMA query_only = ON");
+  database_.engine().forbid_changes();
   const auto last = sink_->last_row();
   last_id_ = last ? last_copied(database_, *last) : trail_end(database_).id;
   thread_ = std::thread([this] { work(); });

@@ -13,6 +13,24 @@ constexpr std::pair<LoginStage, std::string_view> kStages[] = {
     {LoginStage::Full, "full"},
 };
 
+constexpr char kLoginColumns[] =
+    "SELECT id, token_hash, person, stage, created_at, last_used, expires_at, idle_limit, address FROM "
+    "logins";
+
+LoginRow login_of(const Statement& row) {
+  LoginRow login;
+  login.id = row.number(0);
+  login.token_hash = row.bytes(1);
+  login.person = row.number(2);
+  login.stage = stage_of(row.text(3));
+  login.created_at = row.number(4);
+  login.last_used = row.number(5);
+  login.expires_at = row.number(6);
+  login.idle_limit = row.number(7);
+  login.address = row.text(8);
+  return login;
+}
+
 }  // namespace
 
 std::string_view stage_name(LoginStage stage) {
@@ -92,24 +110,17 @@ void replace_rights(Database& database, std::int64_t group, const std::vector<Ri
 }
 
 std::vector<LoginRow> load_logins(Database& database) {
-  Statement query(database,
-                  "SELECT id, token_hash, person, stage, created_at, last_used, expires_at, idle_limit, "
-                  "address FROM logins");
+  Statement query(database, kLoginColumns);
   std::vector<LoginRow> result;
-  while (query.step()) {
-    LoginRow login;
-    login.id = query.number(0);
-    login.token_hash = query.bytes(1);
-    login.person = query.number(2);
-    login.stage = stage_of(query.text(3));
-    login.created_at = query.number(4);
-    login.last_used = query.number(5);
-    login.expires_at = query.number(6);
-    login.idle_limit = query.number(7);
-    login.address = query.text(8);
-    result.push_back(std::move(login));
-  }
+  while (query.step())
+    result.push_back(login_of(query));
   return result;
+}
+
+std::optional<LoginRow> find_login(Database& database, std::int64_t id) {
+  Statement query(database, (std::string(kLoginColumns) + " WHERE id = ?").c_str());
+  if (!query.bind(id).step()) return std::nullopt;
+  return login_of(query);
 }
 
 std::int64_t add_login(Database& database, const LoginRow& login) {
@@ -164,6 +175,16 @@ std::vector<Setting> load_settings(Database& database) {
   while (query.step())
     result.push_back({query.text(0), query.text(1)});
   return result;
+}
+
+std::string keep_first(Database& database, const Setting& setting) {
+  Statement(database, "INSERT INTO settings VALUES(?, ?) ON CONFLICT DO NOTHING")
+      .bind(setting.key)
+      .bind(setting.value)
+      .run();
+  Statement stored(database, "SELECT value FROM settings WHERE key = ?");
+  stored.bind(setting.key).step();
+  return stored.text(0);
 }
 
 void store_setting(Database& database, const Setting& setting) {

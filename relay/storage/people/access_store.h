@@ -73,6 +73,7 @@ void replace_rights(Database& database, std::int64_t group, const std::vector<Ri
 
 [[nodiscard]] std::vector<LoginRow> load_logins(Database& database);
 // Returns the new log-in's id.
+[[nodiscard]] std::optional<LoginRow> find_login(Database& database, std::int64_t id);
 std::int64_t add_login(Database& database, const LoginRow& login);
 // Stores the stage, last_used, expires_at and idle_limit of the log-in with this id.
 bool update_login(Database& database, const LoginRow& login);
@@ -83,6 +84,8 @@ bool remove_login(Database& database, const Bytes& token_hash);
 void remove_logins_of(Database& database, std::int64_t person, const Bytes& keep);
 
 [[nodiscard]] std::vector<Setting> load_settings(Database& database);
+// Stores the setting unless there is one with its key. Returns the value that is then stored.
+[[nodiscard]] std::string keep_first(Database& database, const Setting& setting);
 void store_setting(Database& database, const Setting& setting);
 
 }  // namespace vlk::relay

@@ -77,6 +77,12 @@ std::optional<Person> find_person(Database& database, const std::string& name) {
   return person_of(query);
 }
 
+std::optional<Person> find_person(Database& database, std::int64_t id) {
+  Statement query(database, (std::string(kColumns) + " WHERE id = ?").c_str());
+  if (!query.bind(id).step()) return std::nullopt;
+  return person_of(query);
+}
+
 std::optional<std::int64_t> add_person(Database& database, const Person& person) {
   Statement insert(database,
                    "INSERT INTO people(name, password, role, must_change, disabled, totp_secret, "

@@ -57,6 +57,7 @@ struct BackupCode {
 // return false, and change nothing, if there is no such row.
 [[nodiscard]] std::vector<Person> load_people(Database& database);
 [[nodiscard]] std::optional<Person> find_person(Database& database, const std::string& name);
+[[nodiscard]] std::optional<Person> find_person(Database& database, std::int64_t id);
 // Returns the new person's id; nothing if the name exists already. The member `id` is not used.
 [[nodiscard]] std::optional<std::int64_t> add_person(Database& database, const Person& person);
 // Stores all members of the person with this id. A name that another person has is a DatabaseError.

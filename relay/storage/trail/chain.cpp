@@ -13,66 +13,6 @@
 namespace vlk::relay {
 namespace {
 
-// trail_steps has the ids of rows whose time is before that of the row before them, because the clock was set
-// back. Between two such rows the time never falls, so that a time can be found by halving.
-//
-// The text index is filled by a trigger, so that each writer keeps it complete. It holds no copy of the
-// texts.
-constexpr char kTables[] = R"sql(
-CREATE TABLE trail(
-  id INTEGER PRIMARY KEY, time INTEGER NOT NULL, code TEXT NOT NULL, actor TEXT NOT NULL, machine TEXT NOT NULL,
-  address TEXT NOT NULL, session INTEGER, fields TEXT NOT NULL, hash BLOB NOT NULL) STRICT;
-CREATE INDEX trail_by_code ON trail(code, id);
-CREATE INDEX trail_by_actor ON trail(actor, id);
-CREATE INDEX trail_by_machine ON trail(machine, id);
-CREATE INDEX trail_by_actor_and_code ON trail(actor, code, id);
-CREATE INDEX trail_by_machine_and_code ON trail(machine, code, id);
-CREATE TABLE trail_anchor(
-  one INTEGER PRIMARY KEY CHECK(one = 1), first_id INTEGER NOT NULL, previous_hash BLOB NOT NULL,
-  signature BLOB NOT NULL) STRICT;
-INSERT INTO trail_anchor VALUES(1, 1, zeroblob(32), x'');
-CREATE TABLE trail_heads(
-  last_id INTEGER PRIMARY KEY, day TEXT NOT NULL, hash BLOB NOT NULL, signature BLOB NOT NULL) STRICT;
-CREATE TABLE trail_steps(id INTEGER PRIMARY KEY) STRICT;
-CREATE VIEW trail_texts(id, text) AS
-  SELECT id, actor || char(10) || address || char(10) || coalesce((
-    SELECT group_concat(atom, char(10)) FROM json_tree(fields) WHERE type = 'text'), '') FROM trail;
-CREATE VIRTUAL TABLE trail_words USING fts5(
-  text, content='trail_texts', content_rowid='id', tokenize='trigram', columnsize=0);
-)sql";
-
-constexpr char kTriggers[] = R"sql(
-CREATE TRIGGER trail_inserted AFTER INSERT ON trail BEGIN
-  INSERT INTO trail_words(rowid, text) SELECT id, text FROM trail_texts WHERE id = new.id;
-END;
-CREATE TRIGGER trail_removed BEFORE DELETE ON trail BEGIN
-  SELECT raise(ABORT, 'rows of the trail are removed only below its anchor')
-    WHERE old.id >= (SELECT first_id FROM trail_anchor);
-  INSERT INTO trail_words(trail_words, rowid, text)
-    SELECT 'delete', id, text FROM trail_texts WHERE id = old.id;
-END;
-CREATE TRIGGER trail_changed BEFORE UPDATE ON trail BEGIN
-  SELECT raise(ABORT, 'rows of the trail are not changed');
-END;
-CREATE TRIGGER trail_follows BEFORE INSERT ON trail BEGIN
-  SELECT raise(ABORT, 'rows of the trail are added only at its end')
-    WHERE new.id <= (SELECT coalesce(max(id), 0) FROM trail)
-       OR new.id < (SELECT first_id FROM trail_anchor) OR length(new.hash) <> 32;
-END;
-CREATE TRIGGER trail_anchor_kept BEFORE UPDATE ON trail_anchor BEGIN
-  SELECT raise(ABORT, 'the anchor of the trail only moves forward') WHERE new.first_id < old.first_id;
-END;
-CREATE TRIGGER trail_anchor_removed BEFORE DELETE ON trail_anchor BEGIN
-  SELECT raise(ABORT, 'the anchor of the trail is not removed');
-END;
-CREATE TRIGGER trail_head_changed BEFORE UPDATE ON trail_heads BEGIN
-  SELECT raise(ABORT, 'signed heads are not changed');
-END;
-CREATE TRIGGER trail_head_removed BEFORE DELETE ON trail_heads BEGIN
-  SELECT raise(ABORT, 'signed heads are not removed');
-END;
-)sql";
-
 constexpr std::int64_t kOutOfOrderMs = 10'000;
 constexpr std::size_t kDayLength = 10;  // characters of "2026-11-22"
 
@@ -101,11 +41,6 @@ void bind_row(Statement& statement, const TrailRow& row) {
 }
 
 }  // namespace
-
-void create_trail(Database& database) {
-  database.execute(kTables);
-  database.execute(kTriggers);
-}
 
 Bytes row_hash(const TrailRow& row, const Bytes& previous) {
   const TrailSubject& subject = row.entry.subject;

@@ -29,9 +29,6 @@ class TrailKey;
 
 inline constexpr std::size_t kTrailHashSize = 32;
 
-// Creates the tables, indexes and triggers of the trail. To be called within a transaction.
-void create_trail(Database& database);
-
 // The hash of the row. `previous` is the hash of the row before it.
 [[nodiscard]] Bytes row_hash(const TrailRow& row, const Bytes& previous);
 

@@ -28,13 +28,20 @@ std::string valid_text(const std::string& text) {
   return Json::parse(quoted).get<std::string>();
 }
 
+// A null character is replaced: PostgreSQL stores none, not even as an escape in JSON.
+std::string field_text(const std::string& text) {
+  std::string result = shortened(text);
+  std::ranges::replace(result, '\0', ' ');
+  return result;
+}
+
 Json json_of(const TrailValue& value) {
-  if (const auto* text = std::get_if<std::string>(&value)) return shortened(*text);
+  if (const auto* text = std::get_if<std::string>(&value)) return field_text(*text);
   if (const auto* number = std::get_if<std::int64_t>(&value)) return *number;
   if (const auto* truth = std::get_if<bool>(&value)) return *truth;
   Json list = Json::array();
   for (const std::string& text : std::get<std::vector<std::string>>(value))
-    list.push_back(shortened(text));
+    list.push_back(field_text(text));
   return list;
 }
 

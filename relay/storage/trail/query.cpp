@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "relay/base/text.h"
+#include "relay/storage/trail/tables.h"
 
 namespace vlk::relay {
 namespace {
@@ -24,16 +25,6 @@ struct IdRange {
 std::size_t characters(const std::string& text) {
   return static_cast<std::size_t>(
       std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-// The text as one string of the index's query language, in which nothing else has a meaning.
-std::string quoted(const std::string& text) {
-  std::string result = "\"";
-  for (const char c : text) {
-    if (c == '"') result += '"';
-    result += c;
-  }
-  return result + '"';
 }
 
 std::int64_t time_of(Database& database, std::int64_t id) {
@@ -78,24 +69,23 @@ std::vector<IdRange> ranges_of(Database& database, const TrailFilter& filter, Id
 
 // The statement that finds the rows of a range. Its parameters: the filter's texts, the range, the limit. The
 // text index is the narrowest way in where the filter has a text.
-std::string search_sql(const TrailFilter& filter, bool upwards) {
+std::string search_sql(Dialect dialect, const TrailFilter& filter, bool upwards) {
   std::string sql = "SELECT " + std::string(kTrailColumns) + " FROM trail WHERE ";
   if (filter.person) sql += "actor = ? AND ";
   if (filter.machine) sql += "machine = ? AND ";
   if (filter.kind) sql += "code = ? AND ";
-  if (filter.text) {
-    sql += "id IN (SELECT rowid FROM trail_words WHERE trail_words MATCH ? AND rowid BETWEEN ? AND ?) AND ";
-  }
+  if (filter.text) sql += text_condition(dialect) + " AND ";
   return sql + "id BETWEEN ? AND ? ORDER BY id " + (upwards ? "" : "DESC ") + "LIMIT ?";
 }
 
 void search_range(Database& database, const TrailFilter& filter, const IdRange& range, bool upwards,
                   std::size_t limit, std::vector<TrailRow>& rows) {
-  Statement query(database, search_sql(filter, upwards).c_str());
+  Statement query(database, search_sql(database.dialect(), filter, upwards).c_str());
   for (const auto* text : {&filter.person, &filter.machine, &filter.kind}) {
     if (*text) query.bind(**text);
   }
-  if (filter.text) query.bind(quoted(*filter.text)).bind(range.first).bind(range.last);
+  if (filter.text)
+    query.bind(text_pattern(database.dialect(), *filter.text)).bind(range.first).bind(range.last);
   query.bind(range.first).bind(range.last).bind(static_cast<std::int64_t>(limit - rows.size()));
   while (query.step())
     rows.push_back(read_trail_row(query));
@@ -150,29 +140,12 @@ TrailPage search(Database& database, const TrailFilter& filter, IdRange all, boo
   return page;
 }
 
-// All statements of a search see the same rows.
-class Snapshot {
- public:
-  explicit Snapshot(Database& database) : database_(database) { database_.execute("BEGIN"); }
-  ~Snapshot() {
-    try {
-      database_.execute("COMMIT");
-    } catch (const DatabaseError&) {
-      // The transaction ended with the error that is being reported.
-    }
-  }
-  Snapshot(const Snapshot&) = delete;
-  Snapshot& operator=(const Snapshot&) = delete;
-
- private:
-  Database& database_;
-};
-
 }  // namespace
 
 std::string filter_fault(const TrailFilter& filter) {
   for (const auto* text : {&filter.person, &filter.machine, &filter.kind, &filter.text}) {
     if (*text && (*text)->size() > kLongestSearch) return "A text of the filter is too long.";
+    if (*text && !is_text(**text)) return "A text of the filter is not valid UTF-8, or has a null character.";
   }
   if (!filter.text) return {};
   if (has_control(*filter.text)) return "The text to search for has a control character.";

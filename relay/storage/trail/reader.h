@@ -28,7 +28,7 @@ class TrailReader {
  public:
   // `file` is the database; it exists and has its tables. Throws DatabaseError.
   TrailReader(const std::string& file, const TrailKey& key) : database_(file), key_(key) {
-    database_.execute("PRAGMA query_only = ON");
+    database_.engine().forbid_changes();
   }
   // Waits for the search that is being made.
   ~TrailReader() { pool_.join(); }

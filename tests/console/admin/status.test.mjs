@@ -40,6 +40,24 @@ test('the page shows how the relay is, and changes by itself', async (t) => {
   await fact(p, 'Machines online').getByText('1', { exact: true }).waitFor();
 });
 
+test('the page shows the authority, and the warning names it when that is what ends', async (t) => {
+  const { p } = await pageOf(t, shared, { at });
+  assert.equal(await fact(p, 'Certificate authority valid until').count(), 0, 'an operator has another one');
+  const ends = Math.floor(Date.now() / 1000) + 20.5 * 24 * 3600;
+  await p.route('**/api/status', async (route) => {
+    const response = await route.fetch();
+    const json = await response.json();
+    json.certificate.authority = { ends, ends_soon: true };
+    await route.fulfill({ response, json });
+  });
+  await p.reload();
+  await fact(p, 'Certificate authority valid until').getByText('ends soon').waitFor();
+  await p
+    .locator('#pages-warning')
+    .getByText(/^The relay's certificate authority ends in 20 days \(/)
+    .waitFor();
+});
+
 test('administrators are warned before the certificate ends, until there is a new one', async (t) => {
   const { p } = await pageOf(t, shared, { at: '#admin/people' });
   const warning = p.locator('#pages-warning');

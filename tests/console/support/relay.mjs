@@ -14,17 +14,19 @@ export const PASSWORD = 'correct horse battery';
 
 /**
  * people: whether there is an administrator, with the name and password above. enrolment: whether new machines are
- * approved at once.
- * @typedef {{people?: boolean, enrolment?: boolean}} SetUp
+ * approved at once. database: the URL of a PostgreSQL database, if there is one.
+ * @typedef {{people?: boolean, enrolment?: boolean, database?: string}} SetUp
  */
 
 export class Relay {
   /** @param {string[]} [options] added to the command line @param {SetUp} [setUp] */
-  constructor(options = [], { people = true, enrolment = true } = {}) {
+  constructor(options = [], { people = true, enrolment = true, database = '' } = {}) {
     this.options = options;
     this.data = mkdtempSync(join(tmpdir(), 'vantelink-console-'));
+    /** Where the relay's data are. */
+    this.place = ['--data', this.data, ...(database ? ['--database', database] : [])];
     if (people) this.addUser(USER, PASSWORD);
-    if (enrolment) execFileSync(PROGRAM, ['--data', this.data, '--open-enrolment', '600']);
+    if (enrolment) execFileSync(PROGRAM, [...this.place, '--open-enrolment', '600']);
     this.log = '';
     this.port = 0;
     /** @type {import('node:child_process').ChildProcess | null} */
@@ -39,7 +41,7 @@ export class Relay {
   }
 
   addUser(/** @type {string} */ name, /** @type {string} */ password) {
-    execFileSync(PROGRAM, ['--data', this.data, '--add-user', name, '--role', 'administrator'], {
+    execFileSync(PROGRAM, [...this.place, '--add-user', name, '--role', 'administrator'], {
       input: `${password}\n`,
     });
   }
@@ -67,8 +69,7 @@ export class Relay {
       '127.0.0.1',
       '--port',
       String(this.port),
-      '--data',
-      this.data,
+      ...this.place,
       ...this.options,
     ]);
     this.process = child;

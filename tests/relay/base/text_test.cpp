@@ -51,5 +51,21 @@ TEST(ByteReaderTest, ReadingPastTheEndConsumesNoBytes) {
   EXPECT_EQ(reader.take(3), "\1\2\3");
 }
 
+TEST(Text, OnlyValidUtf8WithoutNullCharactersIsText) {
+  for (const std::string_view text : {"", "abc\x7F\x01", "\xC2\x80", "\xE0\xA0\x80", "\xED\x9F\xBF",
+                                      "\xEE\x80\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "a\xC3\xB0z"}) {
+    EXPECT_TRUE(is_text(text)) << text;
+  }
+  for (const std::string_view text :
+       {std::string_view("\0", 1), std::string_view("a\0b", 3), std::string_view("\x80"),
+        std::string_view("\xC3"), std::string_view("\xC1\xBF"), std::string_view("\xE0\x9F\xBF"),
+        std::string_view("\xED\xA0\x80"), std::string_view("\xE2\x82"), std::string_view("\xE2\x82z"),
+        std::string_view("\xF0\x8F\xBF\xBF"), std::string_view("\xF4\x90\x80\x80"),
+        std::string_view("\xF5\x80\x80\x80"), std::string_view("\xF1\x80\x80"), std::string_view("\xFF"),
+        std::string_view("\xC3\xC3")}) {
+    EXPECT_FALSE(is_text(text)) << text;
+  }
+}
+
 }  // namespace
 }  // namespace vlk::relay

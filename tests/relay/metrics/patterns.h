@@ -1,5 +1,5 @@
-// <regex> without a false report: under AddressSanitizer, GCC 12 takes the state inside std::regex for uninitialised
-// (GCC bug 105562).
+// <regex> without a false report: under AddressSanitizer, GCC 12 takes the state inside std::regex for
+// uninitialised (GCC bug 105562).
 #pragma once
 
 #if defined(__GNUC__) && !defined(__clang__)

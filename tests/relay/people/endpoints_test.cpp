@@ -15,6 +15,8 @@ constexpr LoginStage kStages[] = {LoginStage::Password, LoginStage::Totp, LoginS
 const std::map<std::string, std::pair<unsigned, unsigned>> kOpenToMore = {
     {"POST /api/login", {kNobodyYet, kEveryone}},
     {"POST /api/login/code", {kTotpStage, kEveryone}},
+    {"POST /api/login/ticket", {kNobodyYet, kEveryone}},
+    {"POST /api/tickets", {kFullStage, kAdministrators | kRepresentatives}},
     {"GET /api/me", {kEachStage, kEveryone}},
     {"POST /api/logout", {kEachStage, kEveryone}},
     {"POST /api/password", {kPasswordStage | kFullStage, kEveryone}},
@@ -84,7 +86,7 @@ TEST_F(EndpointsTest, RequestIsRefusedUnlessRoleAndStageAllowIt) {
   }
 }
 
-TEST_F(EndpointsTest, NoRequestButTheTwoToGetInIsAnsweredWithoutALogIn) {
+TEST_F(EndpointsTest, NoRequestButTheThreeToGetInIsAnsweredWithoutALogIn) {
   for (const Endpoint& endpoint : endpoints()) {
     if (endpoint.stages == kNobodyYet) continue;
     EXPECT_EQ(call(method_of(endpoint), target_of(endpoint)).status, 401u) << endpoint.path;

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "relay/base/secrets.h"
-#include "relay/net/tls/certificate.h"
+#include "relay/net/tls/own_certificate.h"
 #include "relay/program/backup/backup.h"
 #include "relay/program/backup/restore.h"
 #include "relay/program/folder/exchange.h"
@@ -25,8 +25,8 @@ class BackupTest : public testing::Test {
   BackupTest() {
     start_sodium();
     const DataFolder folder(data_);
-    std::string remark;
-    static_cast<void>(self_made_certificate(data_, {"relay.example"}, remark));
+    static_cast<void>(OwnCertificate(data_, {"relay.example"}).prepare());
+    write_pair(next_files(data_), make_authority({"relay.example"}, wall_seconds()));
     Store store(folder.database());
     for (const char* name : {"ada", "bjarni", "carla"})
       store.add_user(name, "hash of " + std::string(name));

@@ -13,6 +13,7 @@
 
 #include "relay/program/backup_fixture.h"
 #include "relay/program/check/checks.h"
+#include "relay/program/findings_text.h"
 #include "support/certificates.h"
 
 namespace vlk::relay {
@@ -37,14 +38,7 @@ class CheckTest : public BackupTest {
   std::string found(Check check) {
     Findings findings;
     check(options_, findings);
-    std::string text;
-    for (const Finding& finding : findings.list()) {
-      text += finding.level == Finding::Level::Ok        ? "ok: "
-              : finding.level == Finding::Level::Warning ? "warning: "
-                                                         : "wrong: ";
-      text += finding.text + '\n';
-    }
-    return text;
+    return text_of(findings);
   }
   void expect_found(Check check, const std::string& text) {
     const std::string all = found(check);
@@ -98,7 +92,7 @@ TEST_F(CheckTest, RestoreThatWasCutOffIsFound) {
 TEST_F(CheckTest, VersionOfTheDatabaseIsJudged) {
   change_folder("PRAGMA user_version = 2");
   expect_found(check_database, "warning: the database was written by an older version");
-  change_folder("PRAGMA user_version = 4");
+  change_folder("PRAGMA user_version = 5");
   expect_found(check_database, "wrong: the database was written by a newer version");
 }
 

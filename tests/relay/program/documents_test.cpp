@@ -57,7 +57,7 @@ TEST(DocumentsTest, ManualPageHasNoOptionThatDoesNotExist) {
 TEST(DocumentsTest, CommandsAreInTheHelpTextAndTheManuals) {
   const std::string page = source_file("packaging/relay/vantelink-relay.8");
   const std::string manual = source_file("docs/relay.md");
-  for (const char* command : {"check", "backup", "restore", "verify-trail"}) {
+  for (const char* command : {"check", "backup", "restore", "authority", "verify-trail"}) {
     EXPECT_NE(help_text().find(std::string("\n  ") + command + ' '), std::string::npos) << command;
     EXPECT_NE(page.find(".B " + escaped(command)), std::string::npos) << command;
     EXPECT_NE(manual.find(std::string("vantelink-relay ") + command + ' '), std::string::npos) << command;

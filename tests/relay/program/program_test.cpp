@@ -195,7 +195,7 @@ TEST_F(ProgramTest, CheckFindsTheRunningRelayWellAndReturnsOneForAFault) {
       std::string::npos)
       << output_;
   EXPECT_EQ(run("check --address 127.0.0.1 --port " + port + " --host other.invalid", ""), 1) << output_;
-  EXPECT_NE(output_.find("wrong: the certificate " + data_ + "/relay-cert.pem is not for other.invalid"),
+  EXPECT_NE(output_.find("wrong: the authority " + data_ + "/relay-cert.pem does not permit other.invalid"),
             std::string::npos)
       << output_;
 }

@@ -13,7 +13,8 @@
 #include <nlohmann/json.hpp>
 
 #include "relay/session/parts.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
+#include "relay/storage/test_database.h"
 #include "support/temp_folder.h"
 
 namespace vlk::relay {
@@ -68,7 +69,7 @@ class PartsTest : public testing::Test {
   void break_audit_trail();
 
   vantelink_test::TempFolder folder_;
-  const std::string file_ = (folder_.path() / "relay.db").string();
+  const std::string file_ = database_in(folder_.path());
   std::string log_text_;
   const Log log_;
   Limits limits_;

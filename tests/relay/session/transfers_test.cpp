@@ -1,6 +1,6 @@
 // File transfers: their numbers, the decisions about their messages, and the end messages that a machine is
 // owed. Also the audit note about clipboard files.
-#include "relay/session/transfers.h"
+#include "relay/session/files/transfers.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -12,7 +12,7 @@
 #include "relay/base/secrets.h"
 #include "relay/browser.h"
 #include "relay/links/raw_session.h"
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/store.h"
 #include "relay/storage/trail/chain.h"
 #include "support/peers/raw_agent.h"

@@ -1,5 +1,5 @@
 // The ends of the sessions that were open when the relay's process ended without a stop.
-#include "relay/storage/open_sessions.h"
+#include "relay/storage/machines/open_sessions.h"
 
 #include <array>
 #include <string>
@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "relay/storage/store.h"
+#include "relay/storage/test_database.h"
 #include "relay/storage/trail/chain.h"
 #include "support/temp_folder.h"
 
@@ -17,9 +18,10 @@ namespace {
 class OpenSessionsTest : public testing::Test {
  protected:
   void append(const TrailEntry& entry) { append_trail(store_.database(), std::span(&entry, 1)); }
-  void start() { append(trail_entry<TrailKind::RelayStarted>({}, "1")); }
+  void start() { append(trail_entry<TrailKind::RelayStarted>({}, "1", relay_)); }
   void ask(std::uint32_t number) {
-    append(trail_entry<TrailKind::SessionAsked>({"ada", "a", "10.0.0.2:2000", number}, "name", std::nullopt));
+    append(trail_entry<TrailKind::SessionAsked>({"ada", "a", "10.0.0.2:2000", number}, "name", std::nullopt,
+                                                relay_));
   }
   void end(std::uint32_t number) {
     append(trail_entry<TrailKind::SessionEnded>({"ada", "a", "10.0.0.2:2000", number}, "closed", 5));
@@ -36,7 +38,8 @@ class OpenSessionsTest : public testing::Test {
   }
 
   vantelink_test::TempFolder folder_;
-  Store store_{(folder_.path() / "relay.db").string()};
+  std::optional<std::string> relay_;  // whose rows are appended
+  Store store_{database_in(folder_.path())};
 };
 
 TEST_F(OpenSessionsTest, OnlySessionsWithoutAnEndGetARowAndOnlyOnce) {
@@ -81,6 +84,19 @@ TEST_F(OpenSessionsTest, QuestionWithoutAnAnswerOfTheMachineIsOpen) {
 TEST_F(OpenSessionsTest, NewDatabaseHasNoOpenSession) {
   end_open_sessions(store_.database());
   EXPECT_TRUE(died().empty());
+}
+
+TEST_F(OpenSessionsTest, RelayEndsItsOwnSessionsOnly) {
+  relay_ = "north";
+  start();
+  ask(1);
+  relay_ = "south";
+  start();
+  ask(2);
+  end_open_sessions(store_.database());
+  EXPECT_TRUE(died().empty());
+  end_open_sessions(store_.database(), "north");
+  EXPECT_EQ(died(), std::vector<std::string>{"1 ada a 10.0.0.2:2000"});
 }
 
 }  // namespace

@@ -3,9 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/store.h"
+#include "relay/storage/test_database.h"
 #include "support/temp_folder.h"
 
 namespace vlk::relay {
@@ -21,7 +22,7 @@ class PeopleStoreTest : public testing::Test {
   }
 
   vantelink_test::TempFolder folder_;
-  Store store_{(folder_.path() / "relay.db").string()};
+  Store store_{database_in(folder_.path())};
   Database& database_ = store_.database();
 };
 
@@ -122,12 +123,16 @@ TEST_F(PeopleStoreTest, MachinesOfARemovedGroupMoveToTheFirstGroup) {
 TEST_F(PeopleStoreTest, EnrolmentWindowCountsMachines) {
   const std::int64_t id = add_enrolment_window(database_, {0, kFirstGroup, 100, 2, "ada", 1});
   const std::int64_t endless = add_enrolment_window(database_, {0, kFirstGroup, 100, {}, "ada", 1});
-  use_enrolment_window(database_, id);
-  use_enrolment_window(database_, endless);
+  EXPECT_TRUE(use_enrolment_window(database_, id));
+  EXPECT_TRUE(use_enrolment_window(database_, endless));
   const auto windows = load_enrolment_windows(database_);
   EXPECT_EQ(windows.at(0).machines_left, 1);
   EXPECT_FALSE(windows.at(1).machines_left.has_value());
+  EXPECT_TRUE(use_enrolment_window(database_, id));
+  EXPECT_FALSE(use_enrolment_window(database_, id)) << "full";
+  EXPECT_EQ(load_enrolment_windows(database_).at(0).machines_left, 0);
   remove_enrolment_window(database_, id);
+  EXPECT_FALSE(use_enrolment_window(database_, id)) << "gone";
   EXPECT_EQ(load_enrolment_windows(database_).size(), 1u);
 }
 

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "relay/storage/people/access_store.h"
 #include "relay/storage/people/people_store.h"
 #include "relay/storage/store.h"
@@ -49,7 +49,7 @@ class SchemaTest : public testing::Test {
 
 TEST_F(SchemaTest, NewDatabaseHasTheFirstGroupAndNothingElse) {
   Store store(file_);
-  EXPECT_EQ(number("PRAGMA user_version"), 3);
+  EXPECT_EQ(number("PRAGMA user_version"), 4);
   const auto groups = load_groups(store.database());
   ASSERT_EQ(groups.size(), 1u);
   EXPECT_EQ(groups[0].id, kFirstGroup);
@@ -61,7 +61,7 @@ TEST_F(SchemaTest, NewDatabaseHasTheFirstGroupAndNothingElse) {
 TEST_F(SchemaTest, PeopleAndLogInsOfVersion1BecomeAdministratorsAndFullLogIns) {
   Database(file_).execute(kVersion1);
   Store store(file_);
-  EXPECT_EQ(number("PRAGMA user_version"), 3);
+  EXPECT_EQ(number("PRAGMA user_version"), 4);
   const auto people = load_people(store.database());
   ASSERT_EQ(people.size(), 1u);
   EXPECT_EQ(people[0].name, "ada");
@@ -123,9 +123,9 @@ TEST_F(SchemaTest, MigrationThatFailsLeavesTheDatabaseOfVersion1) {
 }
 
 TEST_F(SchemaTest, DatabaseOfANewerVersionIsRefused) {
-  Database(file_).execute("PRAGMA user_version = 4");
+  Database(file_).execute("PRAGMA user_version = 5");
   EXPECT_THROW(Store{file_}, DatabaseError);
-  EXPECT_EQ(number("PRAGMA user_version"), 4);
+  EXPECT_EQ(number("PRAGMA user_version"), 5);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 #include "support/temp_folder.h"
 
 namespace vlk::relay {

@@ -53,8 +53,7 @@ std::function<void(const unsigned char*, std::size_t)> ClipboardTest::sink() {
 void ClipboardTest::on_clipboard(const std::function<void()>& work) {
   clip::Script before;
   std::swap(before, clip::script);
-  // Wine's clipboard manager can have the clipboard open for a moment.
-  EXPECT_TRUE(vantelink_test::eventually([] { return OpenClipboard(ClipboardWindow) != FALSE; }));
+  EXPECT_TRUE(OpenClipboard(ClipboardWindow));
   work();
   CloseClipboard();
   std::swap(before, clip::script);

@@ -53,8 +53,9 @@ int verify_trail_command(const TrailCall& call, std::ostream& out, std::ostream&
   }
   try {
     const auto key = key_of(call);
-    const TrailVerdict verdict =
-        call.data.empty() ? verify_export(call.file, key) : verify_database(call.data + "/relay.db", key);
+    const std::string address = call.data.empty() ? call.file : call.data + "/relay.db";
+    const bool is_database = !call.data.empty() || is_postgresql(call.file);
+    const TrailVerdict verdict = is_database ? verify_database(address, key) : verify_export(call.file, key);
     print(verdict, key, out);
     return verdict.intact ? kTrailIntact : kTrailTouched;
   } catch (const std::exception& failure) {

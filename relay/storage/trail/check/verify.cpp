@@ -17,6 +17,8 @@ namespace {
 // The longest line of an export: a row with the longest fields is far below it.
 constexpr std::size_t kLongestLine = std::size_t{16} << 20;
 
+constexpr int kRowsAtOnce = 1000;
+
 std::string row_name(std::int64_t id) {
   return "Row " + std::to_string(id);
 }
@@ -109,6 +111,24 @@ class ExportReader {
   bool ended_ = false;
 };
 
+// Gives the checker the rows from an id on, in steps, since an engine may hold all rows of a result in
+// memory.
+void add_rows_from(Database& database, std::int64_t first, TrailChecker& checker) {
+  const std::string sql =
+      "SELECT " + std::string(kTrailColumns) + " FROM trail WHERE id >= ? ORDER BY id LIMIT ?";
+  for (bool more = true; more;) {
+    more = false;
+    Statement rows(database, sql.c_str());
+    rows.bind(first).bind(kRowsAtOnce);
+    while (checker.verdict().intact && rows.step()) {
+      const TrailRow row = read_trail_row(rows);
+      checker.add_row(row);
+      first = row.id + 1;
+      more = true;
+    }
+  }
+}
+
 }  // namespace
 
 TrailChecker::TrailChecker(std::optional<Bytes> key, std::optional<TrailAnchor> anchor)
@@ -185,16 +205,14 @@ TrailVerdict TrailChecker::finish() {
   return verdict_;
 }
 
-TrailVerdict verify_database(const std::string& file, const std::optional<Bytes>& key) {
-  Database database = Database::read_only(file);
-  database.execute("BEGIN");  // rows that a running relay adds meanwhile are not seen
+TrailVerdict verify_database(const std::string& address, const std::optional<Bytes>& key) {
+  Database database = Database::read_only(address);
+  const Snapshot snapshot(database);  // rows that a running relay adds meanwhile are not seen
   TrailChecker checker(key, trail_anchor(database));
   Statement heads(database, "SELECT day, last_id, hash, signature FROM trail_heads ORDER BY last_id");
   while (heads.step())
     checker.add_head({heads.text(0), heads.number(1), heads.bytes(2), heads.bytes(3)});
-  Statement rows(database, ("SELECT " + std::string(kTrailColumns) + " FROM trail ORDER BY id").c_str());
-  while (checker.verdict().intact && rows.step())
-    checker.add_row(read_trail_row(rows));
+  add_rows_from(database, 0, checker);
   return checker.finish();
 }
 
@@ -203,11 +221,7 @@ TrailVerdict verify_after_last_head(Database& database) {
   Statement head(database, "SELECT last_id, hash FROM trail_heads ORDER BY last_id DESC LIMIT 1");
   if (head.step() && head.number(0) >= start.first_id) start = {head.number(0) + 1, head.bytes(1), {}};
   TrailChecker checker(std::nullopt, start);
-  Statement rows(database,
-                 ("SELECT " + std::string(kTrailColumns) + " FROM trail WHERE id >= ? ORDER BY id").c_str());
-  rows.bind(start.first_id);
-  while (checker.verdict().intact && rows.step())
-    checker.add_row(read_trail_row(rows));
+  add_rows_from(database, start.first_id, checker);
   return checker.finish();
 }
 

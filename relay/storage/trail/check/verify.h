@@ -49,7 +49,7 @@ class TrailChecker {
 };
 
 // Checks the database without changing it. Throws DatabaseError if it cannot be read.
-[[nodiscard]] TrailVerdict verify_database(const std::string& file, const std::optional<Bytes>& key);
+[[nodiscard]] TrailVerdict verify_database(const std::string& address, const std::optional<Bytes>& key);
 
 // Checks the rows after the last signed head, without signatures. Throws DatabaseError.
 [[nodiscard]] TrailVerdict verify_after_last_head(Database& database);

@@ -28,4 +28,10 @@ void overwrite_pair(const CertificateFiles& files, const TestPair& pair);
 // The certificate, as PEM, that a server on this port of 127.0.0.1 shows; empty if the handshake fails.
 std::string served_certificate(unsigned short port);
 
+// Why a client that trusts only the certificates in the file `trusted`, and is otherwise set up as OpenSSL is
+// by default, refuses a server with these files under the name or address `host` at the date `now`, in
+// seconds since 1970. Empty if the handshake succeeds.
+std::string refusal_of(const CertificateFiles& server, const std::string& trusted, const std::string& host,
+                       std::int64_t now);
+
 }  // namespace vlk::relay

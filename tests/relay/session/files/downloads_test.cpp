@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "relay/base/secrets.h"
+#include "relay/session/files/transfers.h"
 #include "relay/session/transfer_bytes.h"
-#include "relay/session/transfers.h"
 #include "support/temp_folder.h"
 
 namespace vlk::relay {

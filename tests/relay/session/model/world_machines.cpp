@@ -1,6 +1,6 @@
 // Steps of machines, administrators, the clock and the relay's own restart.
 #include "relay/session/model/world.h"
-#include "relay/storage/open_sessions.h"
+#include "relay/storage/machines/open_sessions.h"
 
 namespace vlk::relay::model {
 

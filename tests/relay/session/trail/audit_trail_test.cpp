@@ -54,7 +54,7 @@ TEST_F(AuditTrailTest, SessionWithTooManyWaitingRowsEndsAndOtherSessionsGoOn) {
   const std::uint32_t quiet = accepted(session_.console, session_.agent);
   settle();
   Database other(file_);
-  other.execute("BEGIN IMMEDIATE");
+  other.engine().begin_writing();
   for (int i = 0; i < 2001; ++i)
     parts_->audit.note(*parts_->sessions.find(busy), trail_entry<TrailKind::ControlRestart>({}));
   EXPECT_NE(parts_->sessions.find(busy), nullptr) << "the sender may still use it";

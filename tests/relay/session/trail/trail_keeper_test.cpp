@@ -5,6 +5,7 @@
 
 #include "relay/session/parts_fixture.h"
 #include "relay/storage/people/access_store.h"
+#include "relay/storage/test_database.h"
 #include "relay/storage/trail/chain.h"
 #include "relay/storage/trail/check/verify.h"
 
@@ -64,7 +65,9 @@ TEST_F(TrailKeeperTest, HeadIsSignedOnceADay) {
 
 TEST_F(TrailKeeperTest, TouchedRowIsReportedAtTheStart) {
   append(3, now_);
-  Database(file_).execute("DROP TRIGGER trail_changed; UPDATE trail SET actor = 'eve' WHERE id = 2");
+  Database intruder(file_);
+  drop_trail_triggers(intruder);
+  intruder.execute("UPDATE trail SET actor = 'eve' WHERE id = 2");
   const TrailKeeper keeper(database_, key_, log_);
   EXPECT_TRUE(logged("the audit trail was touched: Row 2 was changed"));
   EXPECT_TRUE(audited().back().starts_with(R"(trail.broken {"row":2,"problem":"Row 2 was changed)"));

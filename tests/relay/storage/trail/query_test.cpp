@@ -112,8 +112,9 @@ TEST_F(QueryTest, TextsHaveNoMeaningOtherThanThemselves) {
 }
 
 TEST_F(QueryTest, RefusesTextsThatCannotBeSearched) {
-  for (const std::string& text : {std::string("ab"), std::string("á\xC3\xB0"), std::string(),
-                                  std::string("a\0bc", 4), std::string(1000, 'a'), std::string("a\nbc")}) {
+  for (const std::string& text :
+       {std::string("ab"), std::string("á\xC3\xB0"), std::string(), std::string("a\0bc", 4),
+        std::string("ab\xFF\xFE"), std::string(1000, 'a'), std::string("a\nbc")}) {
     EXPECT_NE(filter_fault({.text = text}), "") << text;
   }
   EXPECT_NE(filter_fault({.person = std::string(1000, 'a')}), "");

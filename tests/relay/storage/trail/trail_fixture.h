@@ -10,8 +10,10 @@
 #include <gtest/gtest.h>
 
 #include "relay/base/secrets.h"
+#include "relay/storage/test_database.h"
 #include "relay/storage/trail/chain.h"
 #include "relay/storage/trail/key.h"
+#include "relay/storage/trail/tables.h"
 #include "support/temp_folder.h"
 
 namespace vlk::relay {
@@ -21,7 +23,7 @@ class TrailTest : public testing::Test {
   TrailTest() {
     start_sodium();
     folder = std::make_unique<vantelink_test::TempFolder>();
-    file = (folder->path() / "relay.db").string();
+    file = database_in(folder->path());
     database.emplace(file);
     Transaction transaction(*database);
     create_trail(*database);
@@ -43,10 +45,7 @@ class TrailTest : public testing::Test {
 
   // Changes the tables behind the triggers' back, as somebody with access to the file can.
   void tamper(const std::string& sql) {
-    for (const char* trigger : {"trail_changed", "trail_removed", "trail_follows", "trail_anchor_kept",
-                                "trail_head_changed", "trail_head_removed"}) {
-      database->execute(("DROP TRIGGER IF EXISTS " + std::string(trigger)).c_str());
-    }
+    drop_trail_triggers(*database);
     database->execute(sql.c_str());
   }
 

@@ -60,6 +60,7 @@ struct EnrolmentWindow {
 
 // All functions are to be called inside a transaction and throw DatabaseError.
 [[nodiscard]] std::vector<MachineRecord> load_machines(Database& database);
+[[nodiscard]] std::optional<MachineRecord> find_machine(Database& database, const std::string& id);
 void add_machine(Database& database, const MachineRecord& machine);
 void rename_machine(Database& database, const std::string& id, const std::string& name);
 void touch_machines(Database& database, const std::vector<std::string>& ids, std::int64_t when);
@@ -71,8 +72,9 @@ void remove_machine(Database& database, const std::string& id);
 [[nodiscard]] std::vector<EnrolmentWindow> load_enrolment_windows(Database& database);
 // Returns the new window's id.
 std::int64_t add_enrolment_window(Database& database, const EnrolmentWindow& window);
-// Counts one machine. A window without a number of machines does not change.
-void use_enrolment_window(Database& database, std::int64_t id);
+// Counts one machine. A window without a number of machines does not change. Returns false if the window is
+// gone or full, because machines enrolled at another relay.
+[[nodiscard]] bool use_enrolment_window(Database& database, std::int64_t id);
 void remove_enrolment_window(Database& database, std::int64_t id);
 
 }  // namespace vlk::relay

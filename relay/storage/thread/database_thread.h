@@ -34,18 +34,31 @@ struct DatabaseBusy : DatabaseError {
 // Runs jobs in the order in which they were given. The jobs of the last few milliseconds share a transaction,
 // because each commit waits for the disk; a job that fails is undone alone. A job is done when its
 // transaction is committed. A job may be undone and run a second time, so it keeps what it captures.
+//
+// While the connection to the database's server is lost, jobs that nobody waits for stay in the queue and are
+// run as soon as the server is back; the others fail after a short time.
 class DatabaseThread {
  public:
   struct Bounds {
-    std::size_t jobs = 20'000;            // queued or running
-    std::size_t bytes = 16u << 20;        // of all queued or running jobs, as their senders state them
-    std::size_t batch = 1000;             // jobs of one transaction
-    std::chrono::milliseconds gather{3};  // how long a transaction waits for further jobs
-    std::chrono::milliseconds look{200};  // interval of the checks for changes by other processes
+    std::size_t jobs = 20'000;                 // queued or running
+    std::size_t bytes = 16u << 20;             // of all queued or running jobs, as their senders state them
+    std::size_t batch = 1000;                  // jobs of one transaction
+    std::chrono::milliseconds gather{3};       // how long a transaction waits for further jobs
+    std::chrono::milliseconds look{200};       // interval of the checks for changes by other processes
+    std::chrono::milliseconds patience{5000};  // how long callers wait for a server that is lost
   };
   using Job = std::function<void(Store&)>;
   // Receives an empty text after the commit, otherwise what failed.
   using OnDone = std::function<void(const std::string& failure)>;
+  // What has happened to the connection to the database's server.
+  struct Reach {
+    bool lost = false;
+    std::string reason{};                // of a loss
+    std::size_t waiting = 0;             // jobs that are queued or running
+    std::chrono::milliseconds lasted{};  // of a loss that is over
+
+    [[nodiscard]] std::string sentence() const;  // for the log
+  };
 
   // Callbacks run on `loop`, whose context outlives this object.
   DatabaseThread(std::unique_ptr<Store> store, boost::asio::any_io_executor loop, const Bounds& bounds);
@@ -82,11 +95,17 @@ class DatabaseThread {
   }
 
   // Blocks the calling thread until all queued jobs are committed and their callbacks have been given to the
-  // loop.
-  void drain() RELAY_EXCLUDES(lock_);
+  // loop. Returns false if jobs are left because the server has been lost for longer than bounds().patience.
+  bool drain() RELAY_EXCLUDES(lock_);
 
   // Sets a function that is called on the loop after another process has changed the database.
   void on_outside_change(std::function<void()> changed) RELAY_EXCLUDES(lock_);
+  // Sets a function that is called on the loop with what other relays have reported of their machines.
+  void on_reports(std::function<void(const std::vector<std::string>&)> heard) RELAY_EXCLUDES(lock_);
+  // Sets a function that is called on the loop after the server was lost, and after it is back.
+  void on_reach(std::function<void(const Reach&)> reached) RELAY_EXCLUDES(lock_);
+  // Whether the database's server is lost. Callable from any thread.
+  [[nodiscard]] bool lost() RELAY_EXCLUDES(lock_);
 
   [[nodiscard]] const boost::asio::any_io_executor& loop() const { return loop_; }
 
@@ -130,15 +149,25 @@ class DatabaseThread {
   using Done = std::function<void(std::exception_ptr)>;
   struct Entry {
     Job work;
-    Done done;
+    Done done;  // empty after it was called
     std::size_t bytes = 0;
-    bool blocking = false;  // `done` is called on the database's thread
+    enum class Waiter {
+      Nobody,
+      Loop,
+      Thread
+    } waiter = Waiter::Nobody;  // Thread: `done` is called on the database's
     std::chrono::steady_clock::time_point given = std::chrono::steady_clock::now();
+    std::exception_ptr error{};
+    bool settled = false;  // stored, or failed for good
   };
+  using Entries = std::vector<Entry>;
   struct Completion {
     Done done;
     std::exception_ptr error;
   };
+  static constexpr char kNotReached[] = "The database cannot be reached; try again later.";
+  // What one transaction came to. Undone: its jobs can be tried again one by one.
+  enum class Outcome { Settled, Undone, Lost };
 
   [[nodiscard]] boost::asio::awaitable<void> submit(Job work, std::size_t bytes);
   void submit_and_wait(Job work);
@@ -146,21 +175,32 @@ class DatabaseThread {
   void enqueue(Entry entry) RELAY_EXCLUDES(lock_);
 
   void serve();
-  [[nodiscard]] std::vector<Entry> next_batch() RELAY_EXCLUDES(lock_);
+  [[nodiscard]] Entries next_batch() RELAY_EXCLUDES(lock_);
   void wait_for_jobs() RELAY_REQUIRES(lock_);
-  void finish(const std::vector<Entry>& batch) RELAY_EXCLUDES(lock_);
-  void run_batch(std::vector<Entry>& batch);
-  [[nodiscard]] std::vector<std::exception_ptr> run_jobs(std::vector<Entry>& batch);
-  bool run_together(std::span<Entry> jobs, std::span<std::exception_ptr> errors);
+  void finish(const Entries& batch) RELAY_EXCLUDES(lock_);
+  void run_batch(Entries& batch);
+  void run_jobs(Entries& batch);
+  [[nodiscard]] Outcome run_together(std::span<Entry* const> jobs);
   [[nodiscard]] std::exception_ptr run_job(Entry& entry);
+  void complete(std::span<Entry* const> jobs);
   void look_for_changes() RELAY_EXCLUDES(lock_);
+
+  // What happens while the server is lost.
+  [[nodiscard]] bool connect_again(Entries& batch) RELAY_EXCLUDES(lock_);
+  [[nodiscard]] bool try_to_connect();
+  void give_up_waiting(Entries& batch) RELAY_EXCLUDES(lock_);
+  [[nodiscard]] bool out_of_patience() const RELAY_REQUIRES(lock_);
+  void note_loss() RELAY_EXCLUDES(lock_);
+  void note_return() RELAY_EXCLUDES(lock_);
+  void report(const Reach& reach) RELAY_REQUIRES(lock_);
 
   const std::unique_ptr<Store> store_;
   const boost::asio::any_io_executor loop_;
   const Bounds bounds_;
   std::atomic<std::uint64_t> commits_ = 0;
-  std::int64_t version_ = 0;  // of the data, as SQLite counts other connections' changes
   std::chrono::steady_clock::time_point next_look_{};
+  std::vector<Entry*> committing_;  // the jobs of the last commit that was begun
+  std::string loss_;                // why the server was lost
 
   Mutex lock_;
   ConditionVariable changed_;
@@ -171,6 +211,9 @@ class DatabaseThread {
   std::size_t hurrying_ RELAY_GUARDED_BY(lock_) = 0;  // callers that block until a job is done
   bool stopping_ RELAY_GUARDED_BY(lock_) = false;
   std::function<void()> outside_change_ RELAY_GUARDED_BY(lock_);
+  std::function<void(const std::vector<std::string>&)> heard_ RELAY_GUARDED_BY(lock_);
+  std::function<void(const Reach&)> reached_ RELAY_GUARDED_BY(lock_);
+  std::optional<std::chrono::steady_clock::time_point> lost_since_ RELAY_GUARDED_BY(lock_);
   std::thread thread_;
 };
 

@@ -9,9 +9,10 @@
 
 namespace vlk::relay {
 
-// Appends a row to the trail for the end of each session that the last run of the relay left open. To be
-// called inside a transaction, before the row for the start of this run. Throws DatabaseError.
-void end_open_sessions(Database& database);
+// Appends a row to the trail for the end of each session that the last run of the relay left open. `relay` is
+// the relay's name if several share the database, and empty otherwise. To be called inside a transaction,
+// before the row for the start of this run. Throws DatabaseError.
+void end_open_sessions(Database& database, const std::string& relay = {});
 
 // A request for a session that the machine has not answered.
 struct OpenQuestion {

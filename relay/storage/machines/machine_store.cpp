@@ -1,7 +1,9 @@
 // The statements on the tables of machines and enrolment windows.
-#include "relay/storage/machine_store.h"
+#include "relay/storage/machines/machine_store.h"
 
 #include <utility>
+
+#include "relay/storage/engine/text_array.h"
 
 namespace vlk::relay {
 namespace {
@@ -11,6 +13,30 @@ constexpr std::pair<MachineState, std::string_view> kStates[] = {
     {MachineState::Refused, "refused"},         {MachineState::Blocked, "blocked"},
     {MachineState::Quarantined, "quarantined"}, {MachineState::UsedTwice, "used-twice"},
 };
+
+constexpr char kColumns[] =
+    "SELECT id, name, machine, os, hw_id, last_seen, secret_hash, enrolled_at, enrolled_from, group_id, "
+    "state, reason, "
+    "state_since, state_by FROM machines";
+
+MachineRecord machine_of(const Statement& row) {
+  MachineRecord machine;
+  machine.id = row.text(0);
+  machine.name = row.text(1);
+  machine.machine = row.text(2);
+  machine.os = row.text(3);
+  machine.hw_id = row.text(4);
+  machine.last_seen = row.number(5);
+  machine.secret_hash = row.bytes(6);
+  machine.enrolled_at = row.number(7);
+  machine.enrolled_from = row.text(8);
+  machine.group = row.number(9);
+  machine.state = state_of(row.text(10));
+  machine.reason = row.text(11);
+  machine.state_since = row.number(12);
+  machine.state_by = row.text(13);
+  return machine;
+}
 
 }  // namespace
 
@@ -29,29 +55,17 @@ MachineState state_of(std::string_view name) {
 }
 
 std::vector<MachineRecord> load_machines(Database& database) {
-  Statement query(database,
-                  "SELECT id, name, machine, os, hw_id, last_seen, secret_hash, enrolled_at, enrolled_from, "
-                  "group_id, state, reason, state_since, state_by FROM machines");
+  Statement query(database, (std::string(kColumns) + " ORDER BY id").c_str());
   std::vector<MachineRecord> result;
-  while (query.step()) {
-    MachineRecord machine;
-    machine.id = query.text(0);
-    machine.name = query.text(1);
-    machine.machine = query.text(2);
-    machine.os = query.text(3);
-    machine.hw_id = query.text(4);
-    machine.last_seen = query.number(5);
-    machine.secret_hash = query.bytes(6);
-    machine.enrolled_at = query.number(7);
-    machine.enrolled_from = query.text(8);
-    machine.group = query.number(9);
-    machine.state = state_of(query.text(10));
-    machine.reason = query.text(11);
-    machine.state_since = query.number(12);
-    machine.state_by = query.text(13);
-    result.push_back(std::move(machine));
-  }
+  while (query.step())
+    result.push_back(machine_of(query));
   return result;
+}
+
+std::optional<MachineRecord> find_machine(Database& database, const std::string& id) {
+  Statement query(database, (std::string(kColumns) + " WHERE id = ?").c_str());
+  if (!query.bind(id).step()) return std::nullopt;
+  return machine_of(query);
 }
 
 void add_machine(Database& database, const MachineRecord& machine) {
@@ -81,6 +95,14 @@ void rename_machine(Database& database, const std::string& id, const std::string
 }
 
 void touch_machines(Database& database, const std::vector<std::string>& ids, std::int64_t when) {
+  if (database.dialect() == Dialect::Postgresql) {
+    // Each statement is a question to the server, and other relays wait for the transaction.
+    Statement(database, "UPDATE machines SET last_seen = ? WHERE id = ANY(?::text[])")
+        .bind(when)
+        .bind(text_array(ids))
+        .run();
+    return;
+  }
   for (const std::string& id : ids) {
     Statement(database, "UPDATE machines SET last_seen = ? WHERE id = ?").bind(when).bind(id).run();
   }
@@ -129,12 +151,13 @@ std::int64_t add_enrolment_window(Database& database, const EnrolmentWindow& win
   return database.last_id();
 }
 
-void use_enrolment_window(Database& database, std::int64_t id) {
+bool use_enrolment_window(Database& database, std::int64_t id) {
   Statement(database,
             "UPDATE enrolment_windows SET machines_left = machines_left - 1 "
-            "WHERE id = ? AND machines_left > 0")
+            "WHERE id = ? AND (machines_left > 0 OR machines_left IS NULL)")
       .bind(id)
       .run();
+  return database.changes() > 0;
 }
 
 void remove_enrolment_window(Database& database, std::int64_t id) {

@@ -1,5 +1,5 @@
 // Decides about the messages of file transfers.
-#include "relay/session/transfers.h"
+#include "relay/session/files/transfers.h"
 
 #include <algorithm>
 #include <iterator>

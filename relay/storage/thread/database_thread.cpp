@@ -1,5 +1,5 @@
 // The queue of the database's jobs, and the transactions in which they run.
-#include "relay/storage/database_thread.h"
+#include "relay/storage/thread/database_thread.h"
 
 #include <algorithm>
 #include <future>
@@ -17,12 +17,6 @@ namespace {
 // What a queued job costs besides what its sender states.
 constexpr std::size_t kJobBytes = 256;
 
-std::int64_t data_version(Database& database) {
-  Statement query(database, "PRAGMA data_version");
-  query.step();
-  return query.number(0);
-}
-
 std::string message_of(const std::exception_ptr& error) {
   if (!error) return {};
   try {
@@ -38,9 +32,10 @@ DatabaseThread::DatabaseThread(std::unique_ptr<Store> store, asio::any_io_execut
     : store_(std::move(store)),
       loop_(std::move(loop)),
       bounds_(bounds),
-      version_(data_version(store_->database())),
-      next_look_(std::chrono::steady_clock::now() + bounds.look),
-      thread_([this] { serve(); }) {}
+      next_look_(std::chrono::steady_clock::now() + bounds.look) {
+  (void)store_->database().engine().changed_elsewhere();  // changes are counted from now on
+  thread_ = std::thread([this] { serve(); });
+}
 
 DatabaseThread::~DatabaseThread() {
   {
@@ -53,10 +48,14 @@ DatabaseThread::~DatabaseThread() {
 
 asio::awaitable<void> DatabaseThread::submit(Job work, std::size_t bytes) {
   if (!has_room(bytes)) throw DatabaseBusy();
+  {
+    const MutexLock guard(lock_);
+    if (out_of_patience()) throw DatabaseLost(kNotReached);
+  }
   const auto start = [this, &work, bytes](auto handler) {
     const auto resume = std::make_shared<decltype(handler)>(std::move(handler));
     enqueue({std::move(work), [resume](std::exception_ptr error) { std::move (*resume)(std::move(error)); },
-             bytes, false});
+             bytes, Entry::Waiter::Loop});
   };
   co_await asio::async_initiate<const asio::use_awaitable_t<>, void(std::exception_ptr)>(start,
                                                                                          asio::use_awaitable);
@@ -73,7 +72,7 @@ void DatabaseThread::submit_and_wait(Job work) {
     const MutexLock guard(lock_);
     ++hurrying_;
   }
-  enqueue({std::move(work), done, 0, true});
+  enqueue({std::move(work), done, 0, Entry::Waiter::Thread});
   result.wait();
   {
     const MutexLock guard(lock_);
@@ -87,16 +86,27 @@ void DatabaseThread::post(Job work, OnDone done, std::size_t bytes) {
     return asio::post(loop_, [done = std::move(done)] { done(DatabaseBusy().what()); });
   }
   const auto report = [done = std::move(done)](const std::exception_ptr& error) { done(message_of(error)); };
-  enqueue({std::move(work), report, bytes, false});
+  enqueue({std::move(work), report, bytes});
 }
 
-void DatabaseThread::drain() {
+bool DatabaseThread::drain() {
   const MutexLock guard(lock_);
   ++hurrying_;
   changed_.notify_all();
-  while (held_jobs_ > 0)
-    changed_.wait(lock_);
+  while (held_jobs_ > 0 && !out_of_patience()) {
+    if (lost_since_) {
+      changed_.wait_until(lock_, *lost_since_ + bounds_.patience);
+    } else {
+      changed_.wait(lock_);
+    }
+  }
   --hurrying_;
+  return held_jobs_ == 0;
+}
+
+void DatabaseThread::on_reports(std::function<void(const std::vector<std::string>&)> heard) {
+  const MutexLock guard(lock_);
+  heard_ = std::move(heard);
 }
 
 void DatabaseThread::on_outside_change(std::function<void()> changed) {
@@ -125,7 +135,7 @@ void DatabaseThread::enqueue(Entry entry) {
 
 void DatabaseThread::serve() {
   for (;;) {
-    std::vector<Entry> batch = next_batch();
+    Entries batch = next_batch();
     look_for_changes();
     if (batch.empty()) {
       const MutexLock guard(lock_);
@@ -139,12 +149,12 @@ void DatabaseThread::serve() {
 
 // Waits for a job, and then for the further jobs of its transaction. Returns no job at a stop or when it is
 // time to look for changes.
-std::vector<DatabaseThread::Entry> DatabaseThread::next_batch() {
+DatabaseThread::Entries DatabaseThread::next_batch() {
   const MutexLock guard(lock_);
   wait_for_jobs();
   const std::size_t count = std::min(queue_.size(), bounds_.batch);
   const auto end = queue_.begin() + static_cast<std::ptrdiff_t>(count);
-  std::vector<Entry> batch(std::make_move_iterator(queue_.begin()), std::make_move_iterator(end));
+  Entries batch(std::make_move_iterator(queue_.begin()), std::make_move_iterator(end));
   queue_.erase(queue_.begin(), end);
   return batch;
 }
@@ -159,7 +169,7 @@ void DatabaseThread::wait_for_jobs() {
     changed_.wait_until(lock_, end);
 }
 
-void DatabaseThread::finish(const std::vector<Entry>& batch) {
+void DatabaseThread::finish(const Entries& batch) {
   const auto now = std::chrono::steady_clock::now();
   const MutexLock guard(lock_);
   held_jobs_ -= batch.size();
@@ -170,16 +180,29 @@ void DatabaseThread::finish(const std::vector<Entry>& batch) {
   changed_.notify_all();
 }
 
-void DatabaseThread::run_batch(std::vector<Entry>& batch) {
-  std::vector<std::exception_ptr> errors = run_jobs(batch);
-  for (Entry& entry : batch)
+void DatabaseThread::run_batch(Entries& batch) {
+  run_jobs(batch);
+  while (store_->database().engine().lost() && connect_again(batch))
+    run_jobs(batch);
+  std::vector<Entry*> all;
+  for (Entry& entry : batch) {
+    if (!entry.settled) entry.error = std::make_exception_ptr(DatabaseLost(kNotReached));
     entry.work = nullptr;
+    all.push_back(&entry);
+  }
+  complete(all);
+}
+
+// Calls what waits for the jobs, each once.
+void DatabaseThread::complete(std::span<Entry* const> jobs) {
   auto completions = std::make_shared<std::vector<Completion>>();
-  for (std::size_t i = 0; i < batch.size(); ++i) {
-    if (batch[i].blocking) {
-      batch[i].done(errors[i]);
+  for (Entry* const job : jobs) {
+    if (!job->done) continue;
+    const Done done = std::exchange(job->done, nullptr);
+    if (job->waiter == Entry::Waiter::Thread) {
+      done(job->error);
     } else {
-      completions->push_back({std::move(batch[i].done), std::move(errors[i])});
+      completions->push_back({done, job->error});
     }
   }
   if (completions->empty()) return;
@@ -189,38 +212,58 @@ void DatabaseThread::run_batch(std::vector<Entry>& batch) {
   });
 }
 
-// Returns the error of each job. If the transaction fails as a whole, for instance because the disk is full,
-// each of its jobs gets a transaction of its own, so that only the jobs that cannot be stored fail.
-std::vector<std::exception_ptr> DatabaseThread::run_jobs(std::vector<Entry>& batch) {
-  std::vector<std::exception_ptr> errors(batch.size());
-  if (run_together(batch, errors) || batch.size() == 1) return errors;
-  for (std::size_t i = 0; i < batch.size(); ++i)
-    run_together(std::span(batch).subspan(i, 1), std::span(errors).subspan(i, 1));
-  return errors;
+// Runs the jobs that are not settled. If their transaction fails as a whole, for instance because the disk is
+// full, each of them gets a transaction of its own, so that only the jobs that cannot be stored fail.
+void DatabaseThread::run_jobs(Entries& batch) {
+  std::vector<Entry*> jobs;
+  for (Entry& entry : batch) {
+    if (!entry.settled) jobs.push_back(&entry);
+  }
+  if (jobs.empty() || run_together(jobs) != Outcome::Undone) return;
+  for (Entry* job : jobs) {
+    // The error of a transaction of one job is the job's.
+    const Outcome outcome = jobs.size() == 1 ? Outcome::Undone : run_together({&job, 1});
+    if (outcome == Outcome::Lost) return;
+    job->settled = true;
+  }
 }
 
-// Runs the jobs in one transaction. Returns false if none of them is stored although they could be tried
-// again one by one. While another process holds the database's lock, each attempt waits long, so there is
-// only one.
-bool DatabaseThread::run_together(std::span<Entry> jobs, std::span<std::exception_ptr> errors) {
+// Runs the jobs in one transaction. While another process holds the database's lock, each attempt waits long,
+// so there is only one.
+DatabaseThread::Outcome DatabaseThread::run_together(std::span<Entry* const> jobs) {
   Database& database = store_->database();
+  const auto settle = [&] {
+    for (Entry* const job : jobs)
+      job->settled = true;
+    return Outcome::Settled;
+  };
   bool begun = false;
+  committing_.clear();
   try {
     Transaction transaction(database);
     begun = true;
-    for (std::size_t i = 0; i < jobs.size(); ++i) {
-      errors[i] = run_job(jobs[i]);
-      if (!database.in_transaction()) {
-        std::ranges::fill(errors, errors[i]);
-        return false;
-      }
+    for (Entry* const job : jobs) {
+      job->error = run_job(*job);
+      if (database.engine().in_transaction()) continue;
+      if (database.engine().lost()) return Outcome::Lost;
+      const std::exception_ptr error = job->error;
+      for (Entry* const other : jobs)
+        other->error = error;
+      return Outcome::Undone;
     }
+    committing_.assign(jobs.begin(), jobs.end());
     transaction.commit();
+    committing_.clear();
     ++commits_;
-    return true;
+    return settle();
+  } catch (const DatabaseLost& failure) {
+    loss_ = failure.what();
+    return Outcome::Lost;
   } catch (const DatabaseError&) {
-    std::ranges::fill(errors, std::current_exception());
-    return !begun;
+    committing_.clear();
+    for (Entry* const job : jobs)
+      job->error = std::current_exception();
+    return begun ? Outcome::Undone : settle();
   }
 }
 
@@ -231,10 +274,13 @@ std::exception_ptr DatabaseThread::run_job(Entry& entry) {
   try {
     database.execute("SAVEPOINT job");
     entry.work(*store_);
+  } catch (const DatabaseLost& failure) {
+    loss_ = failure.what();
+    error = std::current_exception();
   } catch (...) {
     error = std::current_exception();
   }
-  if (!database.in_transaction()) return error;
+  if (!database.engine().in_transaction()) return error;
   try {
     if (error) database.execute("ROLLBACK TO job");
     database.execute("RELEASE job");
@@ -247,16 +293,20 @@ std::exception_ptr DatabaseThread::run_job(Entry& entry) {
 void DatabaseThread::look_for_changes() {
   if (std::chrono::steady_clock::now() < next_look_) return;
   next_look_ = std::chrono::steady_clock::now() + bounds_.look;
-  std::function<void()> changed;
+  Engine& engine = store_->database().engine();
   try {
-    const std::int64_t version = data_version(store_->database());
-    if (std::exchange(version_, version) == version) return;
+    const bool is_changed = engine.changed_elsewhere();
+    const auto reports = engine.take_reports();
     const MutexLock guard(lock_);
-    changed = outside_change_;
+    if (is_changed && outside_change_) asio::post(loop_, outside_change_);
+    if (!reports.empty() && heard_) asio::post(loop_, [heard = heard_, reports] { heard(reports); });
+  } catch (const DatabaseLost& failure) {
+    loss_ = failure.what();
+    Entries none;
+    (void)connect_again(none);
   } catch (const DatabaseError&) {
-    return;  // the next look compares with the old version again
+    // The next look compares with the old state again.
   }
-  if (changed) asio::post(loop_, changed);
 }
 
 }  // namespace vlk::relay
