@@ -146,6 +146,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   [[nodiscard]] bool divides_into_parts() const { return outbox_.division().parts; }
   // Returns the next piece, to be written. Its bytes count as queued until written() reports them.
   [[nodiscard]] std::optional<Piece> take() { return outbox_.take(); }
+  // The size of the next piece in bytes; 0 if there is none.
+  [[nodiscard]] std::size_t next_size() const { return outbox_.next_size(); }
   void written(const Piece& piece);
   // Reports that the queue is empty and nothing is being written.
   void finished_work() { working_ = false; }

@@ -15,9 +15,9 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/websocket.hpp>
 
+#include "relay/net/queue/frame_batch.h"
 #include "relay/net/tcp/tcp_progress.h"
 #include "relay/net/tls/tls_stream.h"
-#include "relay/wire/part.h"
 #include "wire/messages.h"
 
 namespace asio = boost::asio;
@@ -31,6 +31,9 @@ constexpr auto kAsTuple = asio::as_tuple(asio::use_awaitable);
 // Bytes that are read at once. The buffer for the first of them lies ready while a connection is idle.
 constexpr std::size_t kFirstChunk = 512;
 constexpr std::size_t kReadChunk = 16 * 1024;  // the content of a TLS record
+// Limits of a batch in bytes; one piece may be larger than the first.
+constexpr std::size_t kLeastBatch = 16 * 1024;
+constexpr std::size_t kMostBatch = 64 * 1024;
 constexpr std::size_t kDropChunk = 16 * 1024;
 constexpr std::size_t kLongestReason = 123;  // bytes (RFC 6455, 5.5)
 constexpr std::chrono::milliseconds kLater{20};
@@ -70,16 +73,17 @@ bool is_invalid(const beast::error_code& error) {
 }  // namespace
 
 struct WebSocketLink::Socket {
-  explicit Socket(TlsStream its_stream) : stream(std::move(its_stream)) {}
+  Socket(TlsStream its_stream, bool parts) : stream(std::move(its_stream)), batch(parts) {}
   [[nodiscard]] TlsStream& tls() { return stream.next_layer(); }
 
   websocket::stream<TlsStream, false> stream;
+  FrameBatch batch;  // is written next, or is being written
 };
 
 asio::awaitable<std::shared_ptr<WebSocketLink>> WebSocketLink::accept(
     TlsStream stream, beast::http::request<beast::http::string_body> request, Settings settings,
     std::string& problem) {
-  auto socket = std::make_unique<Socket>(std::move(stream));
+  auto socket = std::make_unique<Socket>(std::move(stream), settings.division.parts);
   // The watchdog enforces the time limits after the upgrade.
   socket->stream.set_option(
       websocket::stream_base::timeout{settings.handshake, websocket::stream_base::none(), false});
@@ -110,6 +114,7 @@ WebSocketLink::WebSocketLink(std::unique_ptr<Socket> socket, const Settings& set
     : socket_(std::move(socket)),
       channel_(
           std::make_shared<Channel>(socket_->stream.get_executor(), settings.queue_bytes, settings.division)),
+      batch_bytes_(kLeastBatch),
       deadline_(socket_->stream.get_executor()) {
   socket_->stream.auto_fragment(false);
   socket_->stream.control_callback([this](auto, auto) { channel_->count_as_heard(Clock::now()); });
@@ -180,7 +185,9 @@ void WebSocketLink::carry_out() {
   if (channel_->is_cut()) return close_socket();
   if (channel_->close_request()) start_deadline(channel_->close_request()->deadline);
   if (channel_->ping_requested()) send_ping();
-  if (!channel_->has_work() || writing_) return;
+  if (!channel_->has_work()) return;
+  fill();
+  if (writing_) return;
   writing_ = true;
   asio::co_spawn(
       socket_->stream.get_executor(), [self = shared_from_this()] { return self->write_all(); },
@@ -216,10 +223,13 @@ void WebSocketLink::send_ping() {
 asio::awaitable<void> WebSocketLink::write_all() {
   const auto self = shared_from_this();
   bool good = true;
-  while (good) {
-    const auto piece = channel_->take();
-    if (!piece) break;
-    good = co_await write_piece(*piece);
+  fill();
+  while (good && !socket_->batch.empty()) {
+    good = co_await write_batch();
+    fill();
+    // A long queue does not hold the executor.
+    if (good && !socket_->batch.empty())
+      co_await asio::post(socket_->tls().get_executor(), asio::use_awaitable);
   }
   if (good && channel_->close_request() && !channel_->is_cut()) {
     co_await close_politely(*channel_->close_request());
@@ -227,6 +237,37 @@ asio::awaitable<void> WebSocketLink::write_all() {
   }
   writing_ = false;
   channel_->finished_work();
+}
+
+// Messages leave the queue as soon as nothing is being written, so those that are sent one after the other in
+// one step of the relay are written together, and none of them seems to wait for a slow peer. While the
+// system does not take a batch, they stay in the queue, and what is urgent overtakes the others.
+void WebSocketLink::fill() {
+  FrameBatch& batch = socket_->batch;
+  if (batch_begun_ || channel_->is_cut()) return;
+  while (batch.empty() || batch.bytes() + channel_->next_size() <= batch_bytes_) {
+    auto piece = channel_->take();
+    if (!piece) return;
+    batch.add(std::move(*piece));
+  }
+}
+
+// The frames do not pass through Beast, which writes only control frames of its own; TlsStream sends each
+// write whole. Only a system that takes everything at once gets large batches.
+asio::awaitable<bool> WebSocketLink::write_batch() {
+  TlsStream& tls = socket_->tls();
+  batch_begun_ = true;
+  // Beast sends nothing after a close frame either.
+  beast::error_code error = asio::error::operation_aborted;
+  if (socket_->stream.is_open()) error = tls.write(socket_->batch.buffers());
+  batch_bytes_ = tls.all_sent() ? std::min(2 * batch_bytes_, kMostBatch) : kLeastBatch;
+  if (!error && !tls.all_sent()) std::tie(error) = co_await tls.async_sent(kAsTuple);
+  if (error) channel_->cut("writing failed: " + error.message());
+  const FrameBatch done = std::exchange(socket_->batch, FrameBatch(channel_->divides_into_parts()));
+  batch_begun_ = false;
+  if (channel_->is_cut()) co_return false;
+  done.each([this](const Channel::Piece& piece) { channel_->written(piece); });
+  co_return true;
 }
 
 // Sends the close frame and waits until the peer closes the connection. Beast's own close operation cannot be
@@ -256,25 +297,6 @@ asio::awaitable<void> WebSocketLink::drain() {
   std::size_t count = 0;
   while (!error && !channel_->is_cut())
     std::tie(error, count) = co_await tls.socket().async_read_some(asio::buffer(unread), kAsTuple);
-}
-
-asio::awaitable<bool> WebSocketLink::write_piece(const Channel::Piece& piece) {
-  auto& stream = socket_->stream;
-  const bool whole = piece.first && piece.last;
-  const bool part = channel_->divides_into_parts() && !whole;
-  if (piece.first || part) stream.text(piece.text && !part);
-  const auto header = part_header(piece.first, piece.last, piece.text, static_cast<std::uint8_t>(piece.lane));
-  const auto bytes = piece.bytes();
-  const std::array<asio::const_buffer, 3> buffers = {
-      asio::buffer(header.data(), part ? header.size() : 0),
-      asio::buffer(bytes[0].data(), bytes[0].size()),
-      asio::buffer(bytes[1].data(), bytes[1].size()),
-  };
-  const auto [error, written] = co_await stream.async_write_some(piece.last || part, buffers, kAsTuple);
-  if (error) channel_->cut("writing failed: " + error.message());
-  if (channel_->is_cut()) co_return false;
-  channel_->written(piece);
-  co_return true;
 }
 
 }  // namespace vlk::relay

@@ -73,16 +73,20 @@ class WebSocketLink : public std::enable_shared_from_this<WebSocketLink> {
   boost::asio::awaitable<void> close_politely(const Channel::CloseRequest& request);
   boost::asio::awaitable<void> drain();
   boost::asio::awaitable<void> write_all();
-  boost::asio::awaitable<bool> write_piece(const Channel::Piece& piece);
+  // Takes the next pieces from the queue, unless the system has not taken the last ones yet.
+  void fill();
+  boost::asio::awaitable<bool> write_batch();
 
   const std::unique_ptr<Socket> socket_;
   std::function<Keep(Incoming&)> keep_;
   const std::shared_ptr<Channel> channel_;
   bool reading_ = false;
   bool writing_ = false;
+  bool batch_begun_ = false;  // a batch is being written
   bool pinging_ = false;
   bool socket_closed_ = false;
   bool deadline_started_ = false;
+  std::size_t batch_bytes_ = 0;         // the size of the next batch of frames
   boost::asio::steady_timer deadline_;  // the deadline of Channel::close()
 };
 

@@ -55,7 +55,7 @@ bool Outbox::add_picture(OutgoingMessage message, Clock::time_point now) {
   return true;
 }
 
-std::optional<Lane> Outbox::next_lane() {
+std::optional<Lane> Outbox::next_lane() const {
   const auto waits = [&](Lane lane) { return !queue(lane).empty(); };
   if (!division_.parts) {
     // The fragments of two WebSocket messages cannot alternate.
@@ -92,6 +92,11 @@ std::optional<OutgoingPiece> Outbox::take() {
   message.taken += size;
   if (last) queue(*lane).pop_front();
   return piece;
+}
+
+std::size_t Outbox::next_size() const {
+  const auto lane = next_lane();
+  return lane ? std::min(division_.piece_bytes, queue(*lane).front().left()) : 0;
 }
 
 void Outbox::count(const OutgoingPiece& piece, Clock::time_point now) const {

@@ -94,6 +94,8 @@ class Outbox {
 
   // Returns the next piece, to be written. Its bytes count until written() reports them.
   [[nodiscard]] std::optional<OutgoingPiece> take();
+  // The size of the piece that take() would return; 0 if there is none.
+  [[nodiscard]] std::size_t next_size() const;
   void written(const OutgoingPiece& piece, Clock::time_point now);
   // What became of the pictures with this tag since the last call.
   [[nodiscard]] PictureTally take_tally(std::uint32_t tag);
@@ -132,7 +134,7 @@ class Outbox {
   [[nodiscard]] Queue& queue(Lane lane) { return lanes_[static_cast<std::size_t>(lane)]; }
   [[nodiscard]] const Queue& queue(Lane lane) const { return lanes_[static_cast<std::size_t>(lane)]; }
   [[nodiscard]] static bool counts(Lane lane, const OutgoingMessage& message);
-  [[nodiscard]] std::optional<Lane> next_lane();
+  [[nodiscard]] std::optional<Lane> next_lane() const;
   [[nodiscard]] std::size_t counted_in(Lane lane) const { return counted_[static_cast<std::size_t>(lane)]; }
   [[nodiscard]] std::size_t& counted_in(Lane lane) { return counted_[static_cast<std::size_t>(lane)]; }
   void count(const OutgoingPiece& piece, Clock::time_point now) const;

@@ -1,10 +1,13 @@
-// TLS over a TCP socket, without buffers of its own: an idle connection costs little more than OpenSSL's
-// state.
+// TLS over a TCP socket, without buffers of its own while nothing waits: an idle connection costs little more
+// than OpenSSL's state.
 #pragma once
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <span>
+#include <type_traits>
 #include <utility>
 
 #include <boost/asio/any_io_executor.hpp>
@@ -15,9 +18,13 @@
 #include <boost/beast/websocket/teardown.hpp>
 #include <openssl/ssl.h>
 
+#include "relay/net/tls/outgoing_records.h"
+#include "relay/net/tls/steps.h"
+
 namespace vlk::relay {
 
-// A stream as Boost.Beast needs it. Used on the relay's one thread. At most one read and one write at a time.
+// A stream as Boost.Beast needs it. Used on the relay's one thread. At most one read at a time; the bytes of
+// several writes are sent in the order in which the writes began, each whole.
 class TlsStream {
  public:
   using Error = boost::system::error_code;
@@ -35,29 +42,43 @@ class TlsStream {
   // later read and write fails.
   void finish() { state_->finish(); }
 
+  // Encrypts all these bytes and gives the system as many as it takes at once. The rest waits here, so call
+  // this again only after async_sent(). Returns the problem that ends the connection, if there is one.
+  [[nodiscard]] Error write(std::span<const boost::asio::const_buffer> buffers) {
+    return state_->write(buffers);
+  }
+  // True if no bytes wait for the system.
+  [[nodiscard]] bool all_sent() const { return state_->records.empty(); }
+
+  // Completes when the system has taken all bytes that were written before this call.
+  template <class Token>
+  auto async_sent(Token&& token) {
+    const auto attempt = [end = state_->records.collected()](State& state) { return state.send(end); };
+    return compose<void(Error), false>(attempt, std::forward<Token>(token));
+  }
   template <class Token>
   auto async_handshake(Token&& token) {
     const auto attempt = [](State& state) { return state.handshake(); };
-    return boost::asio::async_compose<Token, void(Error)>(
-        Operation<decltype(attempt), false>{state_, attempt}, token, state_->socket);
+    return compose<void(Error), false>(attempt, std::forward<Token>(token));
   }
+  // Completes within the turn of the read before, if one is running.
   template <class Buffers, class Token>
-  // Completes from the context, so callers do not recurse.
+  // Completes from the context or a turn, so callers do not recurse.
   // NOLINTNEXTLINE(misc-no-recursion)
   auto async_read_some(const Buffers& buffers, Token&& token) {
     const auto attempt = [buffer = first_of<boost::asio::mutable_buffer>(buffers)](State& state) {
       return state.read(buffer);
     };
-    return boost::asio::async_compose<Token, void(Error, std::size_t)>(
-        Operation<decltype(attempt), true>{state_, attempt}, token, state_->socket);
+    return compose<void(Error, std::size_t), true>(attempt, std::forward<Token>(token));
   }
   template <class Buffers, class Token>
   // Completes from the context, so callers do not recurse.
   // NOLINTNEXTLINE(misc-no-recursion)
   auto async_write_some(const Buffers& buffers, Token&& token) {
-    const auto attempt = [run = run_of(buffers)](State& state) { return state.write(run); };
-    return boost::asio::async_compose<Token, void(Error, std::size_t)>(
-        Operation<decltype(attempt), true>{state_, attempt}, token, state_->socket);
+    const auto attempt = [run = run_of(buffers), write = WriteSome{}](State& state) mutable {
+      return write(state, run);
+    };
+    return compose<void(Error, std::size_t), false>(attempt, std::forward<Token>(token));
   }
 
  private:
@@ -74,17 +95,36 @@ class TlsStream {
     State(boost::asio::ip::tcp::socket its_socket, SSL_CTX* context);
     Step handshake();
     Step read(const boost::asio::mutable_buffer& buffer);
-    Step write(const Run& run);
+    // Completes when the system has taken so many of the collected bytes.
+    Step send(std::uint64_t end);
+    Error write(std::span<const boost::asio::const_buffer> buffers);
     void close();
     void finish();
-    [[nodiscard]] Step outcome(int result, std::size_t size);
 
     boost::asio::ip::tcp::socket socket;
+    OutgoingRecords records;  // outlives `ssl`
     std::unique_ptr<SSL, decltype(&SSL_free)> ssl;
+    Steps reads;
+    std::uint64_t answers_end = 0;  // of the collected bytes: what OpenSSL wrote while it read
+
+   private:
+    [[nodiscard]] bool usable() const { return ssl && socket.is_open(); }
+    [[nodiscard]] Step outcome(int result, std::size_t size);
+    [[nodiscard]] Error send_some();
+    [[nodiscard]] Error encrypt(std::span<const boost::asio::const_buffer> buffers);
+    [[nodiscard]] Error write_record(const char* bytes, std::size_t size);
+  };
+
+  // One write of Boost.Beast: of at most a record, so a peer that does not read makes no more bytes wait.
+  struct WriteSome {
+    Step operator()(State& state, const Run& run);
+    bool begun = false;
+    std::size_t size = 0;
+    std::uint64_t end = 0;
   };
 
   // Repeats an attempt until it is done. Completes never within the call that began the operation.
-  template <class Attempt, bool with_size>
+  template <class Attempt, bool with_size, bool in_turn>
   struct Operation {
     std::shared_ptr<State> state;
     Attempt attempt;
@@ -105,19 +145,35 @@ class TlsStream {
         }
         if (!waited) {
           posted = true;
-          const auto executor = state->socket.get_executor();
-          return boost::asio::post(executor, std::move(self));
+          const auto owner = state;
+          if constexpr (in_turn) {
+            if (owner->reads.keep(self, step.size)) return;
+          }
+          return boost::asio::post(owner->socket.get_executor(), std::move(self));
         }
       }
       const Step done = step;
-      state.reset();
-      if constexpr (with_size) {
-        self.complete(done.error, done.size);
+      const auto owner = std::move(state);
+      const auto complete = [&] {
+        if constexpr (with_size) {
+          self.complete(done.error, done.size);
+        } else {
+          self.complete(done.error);
+        }
+      };
+      if constexpr (in_turn) {
+        owner->reads.run(complete);
       } else {
-        self.complete(done.error);
+        complete();
       }
     }
   };
+  template <class Signature, bool in_turn, class Attempt, class Token>
+  auto compose(Attempt attempt, Token&& token) {
+    constexpr bool with_size = !std::is_same_v<Signature, void(Error)>;
+    return boost::asio::async_compose<Token, Signature>(
+        Operation<Attempt, with_size, in_turn>{state_, std::move(attempt)}, token, state_->socket);
+  }
 
   template <class Buffer, class Buffers>
   static Buffer first_of(const Buffers& buffers) {

@@ -147,19 +147,32 @@ std::size_t RawPeer::read_bytes(std::size_t most) {
   return static_cast<std::size_t>(count);
 }
 
-std::string RawPeer::read_message(Msg type) {
+WsFrame RawPeer::read_frame() {
   for (;;) {
-    while (const auto frame = parser_.next()) {
-      Envelope envelope;
-      if (!decode_envelope(frame->payload.data(), frame->payload.size(), envelope)) continue;
-      if (envelope.type != static_cast<std::uint8_t>(type)) continue;
-      session_ = envelope.session_id;
-      return {envelope.payload.begin(), envelope.payload.end()};
-    }
-    unsigned char bytes[4096];
+    if (auto frame = parser_.next()) return std::move(*frame);
+    unsigned char bytes[16 * 1024];
     const int count = read_some(bytes, sizeof bytes);
     if (count <= 0) throw std::runtime_error("the relay closed the connection");
     parser_.feed(bytes, static_cast<std::size_t>(count));
+  }
+}
+
+std::string RawPeer::read_message(Msg type) {
+  for (;;) {
+    const WsFrame frame = read_frame();
+    Envelope envelope;
+    if (!decode_envelope(frame.payload.data(), frame.payload.size(), envelope)) continue;
+    if (envelope.type != static_cast<std::uint8_t>(type)) continue;
+    session_ = envelope.session_id;
+    return {envelope.payload.begin(), envelope.payload.end()};
+  }
+}
+
+void RawPeer::read_text(const std::string& part) {
+  for (;;) {
+    const WsFrame frame = read_frame();
+    const std::string text(frame.payload.begin(), frame.payload.end());
+    if (frame.opcode == kWsText && text.find(part) != std::string::npos) return;
   }
 }
 

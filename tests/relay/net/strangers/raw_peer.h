@@ -43,6 +43,10 @@ class RawPeer {
   void send_message(Msg type, std::uint32_t session, const std::string& json);
   // Reads up to a message of the type, and returns its content.
   std::string read_message(Msg type);
+  // Reads the next message, or part of one, or control frame.
+  [[nodiscard]] WsFrame read_frame();
+  // Reads up to a text with this part.
+  void read_text(const std::string& part);
   // Reads some bytes as they are, at most so many, and returns their number.
   [[nodiscard]] std::size_t read_bytes(std::size_t most);
   [[nodiscard]] std::uint32_t last_session() const { return session_; }
@@ -53,7 +57,10 @@ class RawPeer {
   void close();
   void reset();       // as when the peer's system has failed
   void half_close();  // closes only the sending direction
-  void finish();      // sends what ends the TLS connection, and keeps the TCP connection open
+  // The connection after start_tls(), and what has arrived and was not read yet.
+  [[nodiscard]] SSL* tls() const { return ssl_.get(); }
+  [[nodiscard]] WsParser& parser() { return parser_; }
+  void finish();  // sends what ends the TLS connection, and keeps the TCP connection open
 
  private:
   int read_some(unsigned char* bytes, int size);
