@@ -21,7 +21,7 @@ std::vector<EnrolmentWindow> load(Store& store) {
 
 asio::awaitable<void> load_again(Parts& parts, EnrolmentWindows& windows, const Log& log) {
   try {
-    auto stored = co_await parts.database.run(load);
+    auto stored = co_await parts.database.run_reading(load);
     windows.load(std::move(stored));
   } catch (const std::exception& failure) {
     log.write("", "", std::string("the enrolment windows are not read: ") + failure.what());

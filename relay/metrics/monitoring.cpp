@@ -41,7 +41,7 @@ Monitoring::Monitoring(Sources sources, asio::any_io_executor executor, std::fun
 void Monitoring::reload() {
   const auto found = std::make_shared<std::int64_t>(0);
   const auto look = [found](Store& store) { *found = last_backup(store.database()); };
-  sources_.database.post(look, [found, known = last_backup_](const std::string& failure) {
+  sources_.database.post_reading(look, [found, known = last_backup_](const std::string& failure) {
     if (failure.empty()) *known = *found;
   });
 }

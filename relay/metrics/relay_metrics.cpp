@@ -126,6 +126,14 @@ void add_storage(Exposition& all, const Sources& sources, const Readings& now) {
       .value(number(sources.log.left_out()), {{"result", "left_out"}});
 }
 
+// All are 0 for a relay that shares its database with no other.
+void add_cluster(Exposition& all, const Parts& parts) {
+  all.gauge("other_relays", "Further relays of the database that live.", number(parts.cluster.others()));
+  all.gauge("machines_elsewhere", "Machines that are connected to other relays.",
+            number(parts.machines.count_elsewhere()));
+  all.gauge("draining", "1 while the relay moves its machines away.", parts.cluster.draining() ? 1 : 0);
+}
+
 void add_process(Exposition& all, const Sources& sources, const Readings& now) {
   all.gauge("resident_memory_bytes", "Memory of the process.", number(now.resident));
   all.gauge("open_descriptors", "Open file descriptors.", number(now.descriptors));
@@ -160,6 +168,7 @@ std::string metrics_text(const Sources& sources, std::int64_t started, std::int6
   add_people(all, sources, readings);
   add_traffic(all, sources, readings);
   add_storage(all, sources, readings);
+  add_cluster(all, sources.parts);
   add_process(all, sources, readings);
   add_certificate(all, sources.certificate, now);
   return all.text();

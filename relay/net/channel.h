@@ -55,7 +55,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   }
   // Counts a message that has arrived.
   void count_arrived(const Incoming& incoming) const;
-  // The bytes of all queued messages.
+  // The bytes of all messages in the queue, without the pieces that were taken from it.
   [[nodiscard]] std::size_t waiting_bytes() const { return outbox_.waiting_bytes(); }
 
   // Queue a message, unless the channel is closing. discard() finds messages by their `tag`; 0 means that the
@@ -72,13 +72,13 @@ class Channel : public std::enable_shared_from_this<Channel> {
                                   const std::optional<OutgoingHeader>& header = {});
   // True while a large message with this tag is queued.
   [[nodiscard]] bool has_large(std::uint32_t tag) const { return outbox_.has_large(tag); }
-  // The bytes of the queued messages with this tag that are not written yet.
+  // The bytes of the messages with this tag that are in the queue.
   [[nodiscard]] std::size_t queued_bytes(Lane lane, std::uint32_t tag) const {
     return outbox_.queued_bytes(lane, tag);
   }
   // What became of the pictures of the stream with this tag since the last call.
   [[nodiscard]] PictureTally take_tally(std::uint32_t tag) { return outbox_.take_tally(tag); }
-  // Act on the bulk messages with this tag of which nothing is written yet: remove those for which `unwanted`
+  // Act on the bulk messages with this tag of which nothing was taken yet: remove those for which `unwanted`
   // returns true; or let them be written before every message that is sent from now on.
   void discard_bulk(std::uint32_t tag, const std::function<bool(const Bytes&)>& unwanted);
   void promote_bulk(std::uint32_t tag);
@@ -144,7 +144,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   [[nodiscard]] bool ping_requested() const { return ping_requested_; }
   [[nodiscard]] const std::optional<CloseRequest>& close_request() const { return close_request_; }
   [[nodiscard]] bool divides_into_parts() const { return outbox_.division().parts; }
-  // Returns the next piece, to be written. Its bytes count as queued until written() reports them.
+  // Takes the next piece from the queue, to be written. counted_bytes() has its bytes until written() reports
+  // them.
   [[nodiscard]] std::optional<Piece> take() { return outbox_.take(); }
   // The size of the next piece in bytes; 0 if there is none.
   [[nodiscard]] std::size_t next_size() const { return outbox_.next_size(); }

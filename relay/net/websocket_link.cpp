@@ -222,6 +222,8 @@ void WebSocketLink::send_ping() {
 
 asio::awaitable<void> WebSocketLink::write_all() {
   const auto self = shared_from_this();
+  // What is sent next in this step of the relay is written together with what is sent now.
+  co_await asio::post(socket_->tls().get_executor(), asio::use_awaitable);
   bool good = true;
   fill();
   while (good && !socket_->batch.empty()) {

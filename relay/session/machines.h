@@ -87,6 +87,7 @@ class Machines {
   void left_relay(const std::string& id, std::int64_t relay);
   void replace_elsewhere(std::map<std::string, std::int64_t> elsewhere);
   [[nodiscard]] std::int64_t elsewhere(const std::string& id) const;
+  [[nodiscard]] std::size_t count_elsewhere() const { return elsewhere_.size(); }
   // Sets a function that is called when a machine has connected to this relay or has left it.
   void on_presence(std::function<void(const std::string& id, bool online)> changed) {
     presence_ = std::move(changed);

@@ -69,7 +69,7 @@ std::string fields_of(const Group& group, Rights rights) {
 
 asio::awaitable<void> load_again(Parts& parts) {
   try {
-    apply(parts, co_await parts.database.run(load));
+    apply(parts, co_await parts.database.run_reading(load));
   } catch (const std::exception& failure) {
     parts.log.write("", "", std::string("a change of the database is not applied: ") + failure.what());
   }
@@ -112,7 +112,7 @@ Parts::Parts(DatabaseThread& database_thread, Spools& spools, const Log& log_lin
       if (peer->view->key != view->key) browsers.set_view(*peer, std::move(view));
     }
   });
-  apply(*this, database.run_and_wait(load));
+  apply(*this, database.run_and_wait(load, DatabaseThread::Access::Reads));
   (void)machines.take_changed();  // the first browser gets the whole list
   database.on_outside_change([this] { reload(); });
 }

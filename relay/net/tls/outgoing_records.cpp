@@ -62,15 +62,15 @@ void OutgoingRecords::collect(std::span<const std::uint8_t> bytes) {
 }
 
 int OutgoingRecords::send(int socket) {
-  if (empty()) return 0;
-  if (rest_.empty() && shared().owner != this) return ECONNABORTED;
+  if (problem_ == 0 && !empty() && rest_.empty() && shared().owner != this) problem_ = ECONNABORTED;
+  if (problem_ != 0 || empty()) return problem_;
   const Bytes& buffer = rest_.empty() ? shared().bytes : rest_;
   const auto waiting = std::span(buffer).subspan(rest_at_);
   const ssize_t result = ::send(socket, waiting.data(), waiting.size(), MSG_NOSIGNAL);
   if (result < 0 && errno != EAGAIN && errno != EINTR) {
-    const int problem = errno;
+    problem_ = errno;
     clear();
-    return problem;
+    return problem_;
   }
   const std::size_t taken = result < 0 ? 0 : static_cast<std::size_t>(result);
   sent_ += taken;

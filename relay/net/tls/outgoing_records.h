@@ -26,8 +26,10 @@ class OutgoingRecords {
   [[nodiscard]] BIO* make_bio();
   // Gives the system what waits, as far as it takes it at once. To be called after each call of OpenSSL that
   // may have written, before another connection writes. Returns 0, or errno's value; then the bytes are
-  // dropped.
+  // dropped, and every later call fails too, because the peer would miss them.
   [[nodiscard]] int send(int socket);
+  // What has failed; 0 if nothing has.
+  [[nodiscard]] int problem() const { return problem_; }
   void clear();
 
   [[nodiscard]] bool empty() const { return collected_ == sent_; }
@@ -45,6 +47,7 @@ class OutgoingRecords {
   std::size_t rest_at_ = 0;  // the first of these bytes that still waits
   std::uint64_t collected_ = 0;
   std::uint64_t sent_ = 0;
+  int problem_ = 0;
 };
 
 }  // namespace vlk::relay

@@ -76,7 +76,7 @@ TlsStream::Step TlsStream::State::read(const asio::mutable_buffer& buffer) {
 
 TlsStream::Step TlsStream::State::send(std::uint64_t end) {
   if (!usable()) return {Step::Wait::None, asio::error::operation_aborted, 0};
-  if (records.sent() >= end) return {};
+  if (records.sent() >= end && records.problem() == 0) return {};
   if (const Error error = send_some()) return {Step::Wait::None, error, 0};
   return {records.sent() >= end ? Step::Wait::None : Step::Wait::Write, {}, 0};
 }

@@ -61,9 +61,9 @@ class TlsStream {
     const auto attempt = [](State& state) { return state.handshake(); };
     return compose<void(Error), false>(attempt, std::forward<Token>(token));
   }
-  // Completes within the turn of the read before, if one is running.
+  // Completes within the turn of the read before, if one is running, otherwise from the context: callers do
+  // not recurse.
   template <class Buffers, class Token>
-  // Completes from the context or a turn, so callers do not recurse.
   // NOLINTNEXTLINE(misc-no-recursion)
   auto async_read_some(const Buffers& buffers, Token&& token) {
     const auto attempt = [buffer = first_of<boost::asio::mutable_buffer>(buffers)](State& state) {

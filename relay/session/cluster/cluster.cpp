@@ -22,9 +22,8 @@ void Cluster::join(const Settings& settings, const std::string& trail_key) {
   };
   if (database_.run_and_wait(first_key) != trail_key) {
     throw std::runtime_error(
-        "the audit trail of this database is signed with another key; copy trail-key.pem and trail-key.pub "
-        "from "
-        "the data folder of another relay to the one of this relay, and start it again");
+        "the audit trail of this database is signed with another key; copy trail-key.pem and "
+        "trail-key.pub from the data folder of another relay to the one of this relay, and start it again");
   }
   settings_ = settings;
   own_.name = settings.name;
@@ -126,7 +125,7 @@ void Cluster::reload() {
   const auto work = [loaded](Store& store) {
     *loaded = {load_relays(store.database()), load_presence(store.database())};
   };
-  database_.post(work, [this, loaded](const std::string& failure) {
+  database_.post_reading(work, [this, loaded](const std::string& failure) {
     if (failure.empty()) return apply(std::move(loaded->relays), loaded->presence);
     log_.write("", "", "the list of relays is not read: " + failure);
   });

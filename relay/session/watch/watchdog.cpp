@@ -12,17 +12,17 @@ namespace {
 
 constexpr int kLooksInALimit = 8;  // at a machine without a session, within its shortest time limit
 constexpr std::int64_t kMostRounds = 8;
+// So many heartbeats to machines in a session are sent at once, and at least one to each sixteenth machine.
+// About 36 groups are sent in a second.
+constexpr std::size_t kHeartbeatsAtOnce = 16;
+constexpr std::size_t kHeartbeatsShare = 16;
 
 }  // namespace
 
 void Watchdog::tick(Clock::time_point now) {
   thread_.check();
-  std::set<std::shared_ptr<AgentPeer>> in_session;
-  for (const auto& [number, session] : sessions_.all()) {
-    if (session.running()) in_session.insert(session.agent);
-  }
-  for (const auto& peer : in_session)
-    watch_agent(*peer, true, now);
+  const Agents in_session = agents_in_session();
+  watch_agents_in_session(in_session, now);
   watch_idle_agents(in_session, now);
   for (const auto& peer : browsers_.all())
     watch_browser(*peer, now);
@@ -33,6 +33,33 @@ void Watchdog::tick(Clock::time_point now) {
   // Changes of the list are sent once in each tick, because all agents reconnect at once after a restart of
   // the relay.
   browsers_.send_changes();
+}
+
+Watchdog::Agents Watchdog::agents_in_session() const {
+  Agents agents;
+  for (const auto& [number, session] : sessions_.all()) {
+    if (session.running()) agents.insert(session.agent);
+  }
+  return agents;
+}
+
+void Watchdog::send_heartbeats(Clock::time_point now) {
+  thread_.check();
+  if (heartbeats_wait_) watch_agents_in_session(agents_in_session(), now);
+}
+
+// Begins after the machine that got the last heartbeat, so that none is left out when the groups come late.
+void Watchdog::watch_agents_in_session(const Agents& agents, Clock::time_point now) {
+  heartbeats_left_ = std::max(kHeartbeatsAtOnce, agents.size() / kHeartbeatsShare);
+  heartbeats_wait_ = false;
+  auto next = agents.upper_bound(last_greeted_);
+  for (std::size_t left = agents.size(); left > 0; --left) {
+    if (next == agents.end()) next = agents.begin();
+    const std::shared_ptr<AgentPeer>& peer = *next++;
+    const std::size_t before = heartbeats_left_;
+    watch_agent(*peer, true, now);
+    if (heartbeats_left_ != before) last_greeted_ = peer;
+  }
 }
 
 // Stores when machines were seen and log-ins were used.
@@ -52,8 +79,7 @@ void Watchdog::record_use(Clock::time_point now) {
 
 // Machines without a session are looked at in turn, since a look at ten thousand of them takes milliseconds.
 // Their time limits are long.
-void Watchdog::watch_idle_agents(const std::set<std::shared_ptr<AgentPeer>>& in_session,
-                                 Clock::time_point now) {
+void Watchdog::watch_idle_agents(const Agents& in_session, Clock::time_point now) {
   const auto& all = machines_.connections();
   const auto shortest =
       std::min({limits_.heartbeat, limits_.agent_silence, limits_.handshake, limits_.refused_hold});
@@ -83,7 +109,14 @@ void Watchdog::watch_agent(AgentPeer& peer, bool in_session, Clock::time_point n
   if (now - channel.last_heard() >= limits_.agent_silence) return channel.cut("silent for too long");
   if (channel.write_stall(now) >= limits_.agent_silence) return channel.cut("does not read");
   const auto often = in_session ? std::optional<Clock::duration>(limits_.session_heartbeat) : std::nullopt;
-  if (peer.heartbeats.due(now, limits_.heartbeat, often)) send_heartbeat(peer, now);
+  if (!peer.heartbeats.due(now, limits_.heartbeat, often)) return;
+  // A machine that is due for longer than the others of a session is not held back: its silence would count.
+  if (in_session && heartbeats_left_ == 0 && !peer.heartbeats.due(now, limits_.heartbeat, std::nullopt)) {
+    heartbeats_wait_ = true;
+    return;
+  }
+  if (in_session && heartbeats_left_ > 0) --heartbeats_left_;
+  send_heartbeat(peer, now);
 }
 
 void Watchdog::send_heartbeat(AgentPeer& peer, Clock::time_point now) {

@@ -2,6 +2,7 @@
 // disconnected; unanswered requests end; browsers whose log-in ended are closed.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <set>
 
@@ -36,9 +37,17 @@ class Watchdog {
 
   // To be called at the interval Limits::tick.
   void tick(Clock::time_point now);
+  // Whether machines in a session have a heartbeat due. With many sessions a tick sends some of them only, so
+  // that pictures do not wait for all.
+  [[nodiscard]] bool heartbeats_wait() const { return heartbeats_wait_; }
+  // Sends the next of them; to be called several times between two ticks.
+  void send_heartbeats(Clock::time_point now);
 
  private:
-  void watch_idle_agents(const std::set<std::shared_ptr<AgentPeer>>& in_session, Clock::time_point now);
+  using Agents = std::set<std::shared_ptr<AgentPeer>>;
+  [[nodiscard]] Agents agents_in_session() const;
+  void watch_agents_in_session(const Agents& agents, Clock::time_point now);
+  void watch_idle_agents(const Agents& in_session, Clock::time_point now);
   void watch_agent(AgentPeer& peer, bool in_session, Clock::time_point now);
   void send_heartbeat(AgentPeer& peer, Clock::time_point now);
   void watch_browser(ConsolePeer& peer, Clock::time_point now);
@@ -56,7 +65,10 @@ class Watchdog {
   DatabaseThread& database_;
   const Log& log_;
   const Limits& limits_;
-  std::shared_ptr<AgentPeer> looked_at_;  // the last of the machines without a session
+  std::size_t heartbeats_left_ = 0;  // that may be sent to machines in a session now
+  bool heartbeats_wait_ = false;
+  std::shared_ptr<AgentPeer> last_greeted_;  // that has got a heartbeat, of the machines in a session
+  std::shared_ptr<AgentPeer> looked_at_;     // the last of the machines without a session
   Clock::time_point use_recorded_ = Clock::now();
 };
 

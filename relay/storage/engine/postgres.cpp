@@ -10,6 +10,7 @@
 
 #include "relay/base/secrets.h"
 #include "relay/storage/engine/address.h"
+#include "relay/storage/engine/listener.h"
 
 namespace vlk::relay {
 namespace {
@@ -18,8 +19,8 @@ namespace {
 // of all other relays, and it notices a relay that is cut off as soon as the relay notices the server.
 constexpr char kSession[] =
     "SET client_min_messages = warning; SET standard_conforming_strings = on; SET bytea_output = hex; "
-    "SET idle_in_transaction_session_timeout = '10s'; SET lock_timeout = '10s'; SET tcp_keepalives_idle = 5; "
-    "SET tcp_keepalives_interval = 2; SET tcp_keepalives_count = 3";
+    "SET idle_in_transaction_session_timeout = '10s'; SET lock_timeout = '10s'; SET tcp_keepalives_idle = 3; "
+    "SET tcp_keepalives_interval = 1; SET tcp_keepalives_count = 3; SET tcp_user_timeout = 5000";
 // Writing transactions of one schema wait for each other.
 constexpr char kBeginWriting[] =
     "BEGIN; SELECT pg_advisory_xact_lock(hashtextextended('vantelink ' || current_schema(), 0))";
@@ -50,21 +51,6 @@ std::string first_line(const char* message) {
 bool is_end_of_connection(const std::string& state) {
   return state.starts_with("08") || state.starts_with("57P");
 }
-
-// Collects what other connections send on a channel.
-class Listener : public pqxx::notification_receiver {
- public:
-  Listener(pqxx::connection& connection, const std::string& channel)
-      : notification_receiver(connection, channel), own_(connection.backendpid()) {}
-  void operator()(const std::string& text, int process) override {
-    if (process != own_) texts_.push_back(text);
-  }
-  [[nodiscard]] std::vector<std::string> take() { return std::exchange(texts_, {}); }
-
- private:
-  const int own_;
-  std::vector<std::string> texts_;
-};
 
 }  // namespace
 

@@ -2,32 +2,13 @@
 #include "relay/storage/thread/database_thread.h"
 
 #include <algorithm>
-#include <future>
 #include <span>
 
-#include <boost/asio/async_result.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/use_awaitable.hpp>
 
 namespace asio = boost::asio;
 
 namespace vlk::relay {
-namespace {
-
-// What a queued job costs besides what its sender states.
-constexpr std::size_t kJobBytes = 256;
-
-std::string message_of(const std::exception_ptr& error) {
-  if (!error) return {};
-  try {
-    std::rethrow_exception(error);
-  } catch (const std::exception& failure) {
-    return failure.what();
-  }
-}
-
-}  // namespace
-
 DatabaseThread::DatabaseThread(std::unique_ptr<Store> store, asio::any_io_executor loop, const Bounds& bounds)
     : store_(std::move(store)),
       loop_(std::move(loop)),
@@ -44,49 +25,6 @@ DatabaseThread::~DatabaseThread() {
     changed_.notify_all();
   }
   thread_.join();
-}
-
-asio::awaitable<void> DatabaseThread::submit(Job work, std::size_t bytes) {
-  if (!has_room(bytes)) throw DatabaseBusy();
-  {
-    const MutexLock guard(lock_);
-    if (out_of_patience()) throw DatabaseLost(kNotReached);
-  }
-  const auto start = [this, &work, bytes](auto handler) {
-    const auto resume = std::make_shared<decltype(handler)>(std::move(handler));
-    enqueue({std::move(work), [resume](std::exception_ptr error) { std::move (*resume)(std::move(error)); },
-             bytes, Entry::Waiter::Loop});
-  };
-  co_await asio::async_initiate<const asio::use_awaitable_t<>, void(std::exception_ptr)>(start,
-                                                                                         asio::use_awaitable);
-}
-
-void DatabaseThread::submit_and_wait(Job work) {
-  std::promise<void> promise;
-  std::future<void> result = promise.get_future();
-  const auto done = [&promise](const std::exception_ptr& error) {
-    if (error) return promise.set_exception(error);
-    promise.set_value();
-  };
-  {
-    const MutexLock guard(lock_);
-    ++hurrying_;
-  }
-  enqueue({std::move(work), done, 0, Entry::Waiter::Thread});
-  result.wait();
-  {
-    const MutexLock guard(lock_);
-    --hurrying_;
-  }
-  result.get();
-}
-
-void DatabaseThread::post(Job work, OnDone done, std::size_t bytes) {
-  if (!has_room(bytes)) {
-    return asio::post(loop_, [done = std::move(done)] { done(DatabaseBusy().what()); });
-  }
-  const auto report = [done = std::move(done)](const std::exception_ptr& error) { done(message_of(error)); };
-  enqueue({std::move(work), report, bytes});
 }
 
 bool DatabaseThread::drain() {
@@ -114,23 +52,9 @@ void DatabaseThread::on_outside_change(std::function<void()> changed) {
   outside_change_ = std::move(changed);
 }
 
-// Only the loop gives bounded jobs, so the room that it finds does not shrink before it uses it.
-bool DatabaseThread::has_room(std::size_t bytes) {
-  const MutexLock guard(lock_);
-  return held_jobs_ < bounds_.jobs && held_bytes_ + bytes + kJobBytes <= bounds_.bytes;
-}
-
 DatabaseThread::Load DatabaseThread::load() {
   const MutexLock guard(lock_);
   return {held_jobs_, held_bytes_, times_};
-}
-
-void DatabaseThread::enqueue(Entry entry) {
-  const MutexLock guard(lock_);
-  ++held_jobs_;
-  held_bytes_ += entry.bytes + kJobBytes;
-  queue_.push_back(std::move(entry));
-  changed_.notify_all();
 }
 
 void DatabaseThread::serve() {
@@ -153,7 +77,9 @@ DatabaseThread::Entries DatabaseThread::next_batch() {
   const MutexLock guard(lock_);
   wait_for_jobs();
   const std::size_t count = std::min(queue_.size(), bounds_.batch);
-  const auto end = queue_.begin() + static_cast<std::ptrdiff_t>(count);
+  const auto most = queue_.begin() + static_cast<std::ptrdiff_t>(count);
+  const auto end = std::find_if(queue_.begin(), most,
+                                [&](const Entry& entry) { return entry.access != queue_.front().access; });
   Entries batch(std::make_move_iterator(queue_.begin()), std::make_move_iterator(end));
   queue_.erase(queue_.begin(), end);
   return batch;
@@ -163,7 +89,7 @@ void DatabaseThread::wait_for_jobs() {
   while (queue_.empty() && !stopping_ && std::chrono::steady_clock::now() < next_look_)
     changed_.wait_until(lock_, next_look_);
   if (queue_.empty()) return;
-  const auto end = std::chrono::steady_clock::now() + bounds_.gather;
+  const auto end = queue_.front().given + bounds_.gather;
   while (queue_.size() < bounds_.batch && hurrying_ == 0 && !stopping_ &&
          std::chrono::steady_clock::now() < end)
     changed_.wait_until(lock_, end);
@@ -228,8 +154,8 @@ void DatabaseThread::run_jobs(Entries& batch) {
   }
 }
 
-// Runs the jobs in one transaction. While another process holds the database's lock, each attempt waits long,
-// so there is only one.
+// Runs the jobs, all of which write or all of which read, in one transaction. While another process holds the
+// database's lock, each attempt waits long, so there is only one.
 DatabaseThread::Outcome DatabaseThread::run_together(std::span<Entry* const> jobs) {
   Database& database = store_->database();
   const auto settle = [&] {
@@ -240,7 +166,13 @@ DatabaseThread::Outcome DatabaseThread::run_together(std::span<Entry* const> job
   bool begun = false;
   committing_.clear();
   try {
-    Transaction transaction(database);
+    std::optional<Transaction> transaction;
+    std::optional<Snapshot> snapshot;
+    if (jobs.front()->access == Access::Writes) {
+      transaction.emplace(database);
+    } else {
+      snapshot.emplace(database);
+    }
     begun = true;
     for (Entry* const job : jobs) {
       job->error = run_job(*job);
@@ -251,8 +183,11 @@ DatabaseThread::Outcome DatabaseThread::run_together(std::span<Entry* const> job
         other->error = error;
       return Outcome::Undone;
     }
+    snapshot.reset();
+    if (database.engine().lost()) loss_ = "it has closed the connection";
+    if (!transaction) return settle();
     committing_.assign(jobs.begin(), jobs.end());
-    transaction.commit();
+    transaction->commit();
     committing_.clear();
     ++commits_;
     return settle();

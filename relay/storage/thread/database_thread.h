@@ -31,9 +31,10 @@ struct DatabaseBusy : DatabaseError {
   DatabaseBusy() : DatabaseError("The database has too much to do; try again later.") {}
 };
 
-// Runs jobs in the order in which they were given. The jobs of the last few milliseconds share a transaction,
-// because each commit waits for the disk; a job that fails is undone alone. A job is done when its
-// transaction is committed. A job may be undone and run a second time, so it keeps what it captures.
+// Runs jobs in the order in which they were given. Jobs of the last few milliseconds share a transaction as
+// long as all of them write or all of them read, because each commit waits for the disk; a job that fails is
+// undone alone. A job is done when its transaction is committed. A job may be undone and run a second time,
+// so it keeps what it captures.
 //
 // While the connection to the database's server is lost, jobs that nobody waits for stay in the queue and are
 // run as soon as the server is back; the others fail after a short time.
@@ -48,6 +49,7 @@ class DatabaseThread {
     std::chrono::milliseconds patience{5000};  // how long callers wait for a server that is lost
   };
   using Job = std::function<void(Store&)>;
+  enum class Access { Writes, Reads };
   // Receives an empty text after the commit, otherwise what failed.
   using OnDone = std::function<void(const std::string& failure)>;
   // What has happened to the connection to the database's server.
@@ -77,20 +79,26 @@ class DatabaseThread {
   template <class Work>
   [[nodiscard]] boost::asio::awaitable<std::invoke_result_t<Work&, Store&>> run(Work& work,
                                                                                 std::size_t bytes = 0) {
-    using Copy = std::decay_t<Work>;
-    return finish(std::make_shared<Call<Copy>>(Call<Copy>{work, {}}), bytes);
+    return finish(call_of(work), bytes, Access::Writes);
+  }
+  // The same for work that changes nothing: no other relay waits for it, and it waits for none. It sees what
+  // the jobs before it have stored, and nothing that is stored meanwhile.
+  template <class Work>
+  [[nodiscard]] boost::asio::awaitable<std::invoke_result_t<Work&, Store&>> run_reading(Work& work) {
+    return finish(call_of(work), 0, Access::Reads);
   }
 
   // Runs `work` without a wait, then calls `done` on the loop.
   void post(Job work, OnDone done, std::size_t bytes = 0);
+  void post_reading(Job work, OnDone done);  // for work that changes nothing, as run_reading()
 
   // Runs `work(Store&)` and blocks the calling thread until the commit; for the start of the relay and for
   // tests. Throws like run(), but is not bounded.
   template <class Work>
-  std::invoke_result_t<Work&, Store&> run_and_wait(Work work) {
+  std::invoke_result_t<Work&, Store&> run_and_wait(Work work, Access access = Access::Writes) {
     using Result = std::invoke_result_t<Work&, Store&>;
     Call<Work> call{std::move(work), {}};
-    submit_and_wait([&call](Store& store) { call.make(store); });
+    submit_and_wait([&call](Store& store) { call.make(store); }, access);
     if constexpr (!std::is_void_v<Result>) return std::move(*call.result);
   }
 
@@ -138,10 +146,14 @@ class DatabaseThread {
     }
   };
   template <class Work>
+  static std::shared_ptr<Call<std::decay_t<Work>>> call_of(Work& work) {
+    return std::make_shared<Call<std::decay_t<Work>>>(Call<std::decay_t<Work>>{work, {}});
+  }
+  template <class Work>
   boost::asio::awaitable<std::invoke_result_t<Work&, Store&>> finish(std::shared_ptr<Call<Work>> call,
-                                                                     std::size_t bytes) {
+                                                                     std::size_t bytes, Access access) {
     Job job = [call](Store& store) { call->make(store); };
-    co_await submit(std::move(job), bytes);
+    co_await submit(std::move(job), bytes, access);
     if constexpr (!std::is_void_v<std::invoke_result_t<Work&, Store&>>) {
       co_return std::move(*call->result);
     }
@@ -149,13 +161,14 @@ class DatabaseThread {
   using Done = std::function<void(std::exception_ptr)>;
   struct Entry {
     Job work;
-    Done done;  // empty after it was called
+    Done done{};  // empty after it was called
     std::size_t bytes = 0;
     enum class Waiter {
       Nobody,
       Loop,
       Thread
     } waiter = Waiter::Nobody;  // Thread: `done` is called on the database's
+    Access access = Access::Writes;
     std::chrono::steady_clock::time_point given = std::chrono::steady_clock::now();
     std::exception_ptr error{};
     bool settled = false;  // stored, or failed for good
@@ -165,12 +178,13 @@ class DatabaseThread {
     Done done;
     std::exception_ptr error;
   };
+  static constexpr std::size_t kJobBytes = 256;  // what a queued job costs besides what its sender states
   static constexpr char kNotReached[] = "The database cannot be reached; try again later.";
   // What one transaction came to. Undone: its jobs can be tried again one by one.
   enum class Outcome { Settled, Undone, Lost };
 
-  [[nodiscard]] boost::asio::awaitable<void> submit(Job work, std::size_t bytes);
-  void submit_and_wait(Job work);
+  [[nodiscard]] boost::asio::awaitable<void> submit(Job work, std::size_t bytes, Access access);
+  void submit_and_wait(Job work, Access access);
   [[nodiscard]] bool has_room(std::size_t bytes) RELAY_EXCLUDES(lock_);
   void enqueue(Entry entry) RELAY_EXCLUDES(lock_);
 
@@ -180,6 +194,7 @@ class DatabaseThread {
   void finish(const Entries& batch) RELAY_EXCLUDES(lock_);
   void run_batch(Entries& batch);
   void run_jobs(Entries& batch);
+  void post_entry(Entry entry, OnDone done);
   [[nodiscard]] Outcome run_together(std::span<Entry* const> jobs);
   [[nodiscard]] std::exception_ptr run_job(Entry& entry);
   void complete(std::span<Entry* const> jobs);

@@ -3,6 +3,7 @@
 
 #include "fakes/fakes.h"
 #include "relay/base/clock.h"
+#include "relay/metrics/operator_client.h"
 #include "relay/relay_fixture.h"
 #include "relay/server.h"
 #include "relay/storage/cluster/relay_store.h"
@@ -18,6 +19,7 @@ class ClusterTest : public RelayTest {
     if (!uses_postgresql()) GTEST_SKIP() << "This test needs a PostgreSQL server.";
     cluster_.name = "north";
     cluster_.address = "https://north.example";
+    operators_ = parse_operators_address("127.0.0.1:0");
     cluster_.flush = cluster_.beat = std::chrono::milliseconds(20);
     RelayTest::SetUp();
     start_other();
@@ -134,6 +136,21 @@ TEST_F(ClusterTest, LogInHasFewTicketsAtATime) {
   Database(database_in(folder_)).execute("UPDATE tickets SET expires_at = 5");
   EXPECT_EQ(post(port_, "/api/tickets", {{"machine", id}}, cookie).status, 200u);
   EXPECT_EQ(stored("SELECT count(*) FROM tickets"), std::multiset<std::string>{"1"});
+}
+
+TEST_F(ClusterTest, OtherRelaysAndTheirMachinesAreMetrics) {
+  const auto shows = [&](const std::string& line) {
+    const auto answer = ask_operators_port(server_->monitoring().port().value(), "/metrics");
+    return answer.text.find("vantelink_relay_" + line + '\n') != std::string::npos;
+  };
+  const auto agent = connect_to_other("Esja");
+  EXPECT_TRUE(shows("other_relays 1"));
+  EXPECT_TRUE(shows("machines_elsewhere 1"));
+  EXPECT_TRUE(shows("draining 0"));
+  stop_other();
+  EXPECT_TRUE(eventually([&] { return shows("other_relays 0") && shows("machines_elsewhere 0"); }));
+  server_->drain();
+  EXPECT_TRUE(eventually([&] { return shows("draining 1"); }));
 }
 
 TEST_F(ClusterTest, NewNameOfAMachineAtTheOtherRelayIsShown) {

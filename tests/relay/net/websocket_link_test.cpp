@@ -8,6 +8,7 @@
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
 
 #include "relay/net/tcp/tcp_progress.h"
 #include "relay/net/tls/tls_pair.h"
@@ -91,9 +92,11 @@ class WebSocketLinkTest : public TlsPair {
 };
 
 TEST_F(WebSocketLinkTest, MessagesOfOneStepArriveInOneRecord) {
-  channel().send_text("one");
-  channel().send_text("two");
-  EXPECT_EQ(channel().waiting_bytes(), 0u);
+  boost::asio::post(io_, [&] {
+    channel().send_text("one");
+    channel().send_text("two");
+    EXPECT_EQ(channel().waiting_bytes(), 0u);
+  });
   std::string record;
   until([&] { return !(record = read_some()).empty(); });
   EXPECT_EQ(record, "\x81\x03one\x81\x03two");

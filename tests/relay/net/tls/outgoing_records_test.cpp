@@ -130,6 +130,8 @@ TEST_F(OutgoingRecordsTest, BytesForAPeerThatIsGoneAreDropped) {
   EXPECT_EQ(records_.send(sockets_[0]), EPIPE);
   EXPECT_TRUE(records_.empty());
   EXPECT_EQ(records_.memory(), 0u);
+  EXPECT_EQ(records_.problem(), EPIPE);
+  EXPECT_EQ(records_.send(sockets_[0]), EPIPE) << "what was dropped does not count as sent";
 }
 
 }  // namespace

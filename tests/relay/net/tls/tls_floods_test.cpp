@@ -79,6 +79,7 @@ class TlsFloodsTest : public TlsPair {
   }
   void read_on() {
     stream_->async_read_some(boost::asio::buffer(read_), [this](TlsStream::Error error, std::size_t) {
+      error_ = error;
       if (!error) read_on();
     });
   }
@@ -91,12 +92,14 @@ class TlsFloodsTest : public TlsPair {
       for (int i = 0; i < 10; ++i)
         go_on();
     } while (stream_->socket().available() < left);
+    EXPECT_FALSE(error_) << error_.message();
     stream_->close();
     go_on();
     return left;
   }
 
   std::array<char, 1024> read_{};
+  TlsStream::Error error_{};  // of the last read
 };
 
 class TlsFloodsOldTest : public TlsFloodsTest {

@@ -1,5 +1,6 @@
 // Time limits of peers, heartbeats and periodic writes. The tests pass the time to each tick.
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,40 @@ TEST_F(WatchdogTest, MachineWithARunningSessionGetsAHeartbeatEachSecond) {
   (void)to_agent(peer);
   tick(10 * limits_.session_heartbeat);
   EXPECT_EQ(to_agent(peer), Lines{}) << "the session has ended";
+}
+
+TEST_F(WatchdogTest, HeartbeatsOfManySessionsAreSentInSeveralGroups) {
+  std::vector<Agent> machines;
+  for (int i = 0; i < 40; ++i) {
+    machines.push_back(log_in(std::to_string(i)));
+    const auto viewer = browse("person " + std::to_string(i / 10));
+    parts_->sessions.accept(*machines.back(), ask(viewer, machines.back()));
+  }
+  const auto greeted = [&](Clock::time_point now) {
+    std::set<std::string> ids;
+    for (const auto& peer : machines) {
+      const Lines messages = to_agent(peer);
+      if (std::ranges::none_of(messages, [](const auto& text) { return text.starts_with("4/"); })) continue;
+      ids.insert(peer->id);
+      for (const std::uint32_t number : {1u, 2u, 3u})
+        (void)parts_->machines.heartbeat_echo(*peer, number, now + kShort);
+    }
+    return ids;
+  };
+  tick({});
+  EXPECT_EQ(greeted(start_).size(), 40u) << "the first heartbeat is not held back";
+  std::set<std::string> all;
+  auto now = start_ + limits_.session_heartbeat + kShort;
+  parts_->watchdog.tick(now);
+  for (int group = 0; group < 3; ++group) {
+    const auto ids = greeted(now);
+    EXPECT_EQ(ids.size(), 16u);
+    all.insert(ids.begin(), ids.end());
+    EXPECT_TRUE(parts_->watchdog.heartbeats_wait());
+    now += 2 * limits_.session_heartbeat;  // so late that the first ones are due again
+    parts_->watchdog.send_heartbeats(now);
+  }
+  EXPECT_EQ(all.size(), 40u) << "none is left out";
 }
 
 TEST_F(WatchdogTest, SilentAgentIsDisconnected) {

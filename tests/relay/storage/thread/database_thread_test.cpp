@@ -10,6 +10,7 @@
 #include <boost/asio/use_future.hpp>
 #include <gtest/gtest.h>
 
+#include "relay/storage/people/access_store.h"
 #include "relay/storage/test_database.h"
 #include "support/temp_folder.h"
 
@@ -211,6 +212,40 @@ TEST_F(DatabaseThreadTest, LockOfAnotherConnectionDelaysJobsOnly) {
   other.execute("COMMIT");
   settle();
   EXPECT_EQ(stored(), "a");
+}
+
+TEST_F(DatabaseThreadTest, JobThatReadsDoesNotWaitForTheLockOfAnotherConnection) {
+  Database other(file_);
+  start();
+  other.engine().begin_writing();
+  auto load = [](Store& store) { return load_settings(store.database()).size(); };
+  auto found = asio::co_spawn(io_, thread_->run_reading(load), asio::use_future);
+  run_callbacks();
+  thread_->post_reading([](Store& store) { (void)load_settings(store.database()); }, remember());
+  settle();
+  EXPECT_EQ(found.get(), 0u);
+  EXPECT_EQ(thread_->run_and_wait(load, DatabaseThread::Access::Reads), 0u);
+  EXPECT_EQ(thread_->commits(), 0u);
+  EXPECT_TRUE(failures_.empty());
+}
+
+TEST_F(DatabaseThreadTest, JobThatReadsSeesWhatTheJobsBeforeItHaveStored) {
+  start();
+  std::promise<void> release;
+  thread_->post([held = release.get_future().share()](Store&) { held.wait(); }, remember());
+  std::string sizes;
+  const auto read = [&](Store& store) { sizes += std::to_string(load_settings(store.database()).size()); };
+  for (const char* key : {"a", "b"}) {
+    thread_->post(insert(key), remember());
+    thread_->post_reading(read, remember());
+    thread_->post_reading([](Store&) { throw DatabaseError("failed"); }, remember());
+    thread_->post_reading(read, remember());
+  }
+  release.set_value();
+  settle();
+  EXPECT_EQ(sizes, "1122");
+  EXPECT_EQ(stored(), "ab");
+  EXPECT_EQ(failures_, std::vector<std::string>(2, "failed"));
 }
 
 TEST_F(DatabaseThreadTest, LoadCountsWhatWaitsAndTheTimesOfWhatIsDone) {

@@ -21,15 +21,20 @@ class DatabaseServer {
   DatabaseServer& operator=(const DatabaseServer&) = delete;
 
   [[nodiscard]] const std::string& url() const { return url_; }
+  [[nodiscard]] const std::string& port() const { return port_; }
+  // Ends the server as a crash does, and starts it again. Throws std::runtime_error.
+  void crash_and_restart();
   // The time that all processes of the server have used a processor so far, in seconds. The time of processes
   // that have ended is missing. Throws std::runtime_error.
   [[nodiscard]] double processor() const;
 
  private:
+  void find_process();
   [[nodiscard]] std::string content(const std::filesystem::path& file) const;
 
   const std::filesystem::path folder_;
   std::string url_;
+  std::string port_;
   pid_t pid_ = 0;
 };
 

@@ -22,7 +22,18 @@ bool run_tool(const std::string& verb, const std::filesystem::path& folder) {
 DatabaseServer::DatabaseServer(std::filesystem::path folder) : folder_(std::move(folder)) {
   if (!run_tool("start", folder_)) throw std::runtime_error("no PostgreSQL server starts");
   url_ = content(folder_ / "url");
+  port_ = content(folder_ / "port");
+  find_process();
+}
+
+void DatabaseServer::find_process() {
   pid_ = static_cast<pid_t>(std::stol(content(content(folder_ / "data") + "/postmaster.pid")));
+}
+
+void DatabaseServer::crash_and_restart() {
+  if (!run_tool("kill", folder_) || !run_tool("restart", folder_))
+    throw std::runtime_error("the PostgreSQL server does not start again");
+  find_process();
 }
 
 DatabaseServer::~DatabaseServer() {
