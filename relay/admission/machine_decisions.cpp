@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "relay/storage/cluster/relay_store.h"
 #include "relay/storage/trail/chain.h"
 
 namespace vlk::relay {
@@ -15,6 +16,7 @@ using enum MachineState;
 using Why = DecisionRefused::Why;
 
 constexpr std::int64_t kSecondsPerMinute = 60;
+constexpr char kDisconnected[] = "disconnected";
 
 TrailSubject subject(const MachineDecisions::By& by, const std::string& machine = {}) {
   return {.actor = by.person, .machine = machine, .address = by.address};
@@ -66,7 +68,14 @@ std::string MachineDecisions::checked_group(std::int64_t group) const {
 }
 
 MachineDecisions::Done MachineDecisions::carry_out(std::vector<Change> changes) {
-  const auto work = [changes](Store& store) {
+  // The relay that has such a machine cuts its connection, which the row says of it.
+  std::vector<std::string> elsewhere;
+  for (const Change& change : changes) {
+    if (change.cut == kDisconnected && parts_.machines.elsewhere(change.machine.id) != 0)
+      elsewhere.push_back(change.machine.id);
+  }
+  const auto work = [changes, elsewhere, own = parts_.cluster.own().id](Store& store) {
+    if (!elsewhere.empty()) report_disconnection(store.database(), own, elsewhere);
     for (const Change& change : changes) {
       Database& database = store.database();
       if (change.removed) {
@@ -127,7 +136,7 @@ MachineDecisions::Done MachineDecisions::replace(const By& by, const std::string
   MachineRecord machine = checked({id}, {Waiting}, "does not wait for approval.").front();
   const MachineRecord before =
       checked({older}, {Approved, Blocked, Quarantined, UsedTwice}, "cannot be replaced.").front();
-  if (parts_.machines.connection(older))
+  if (parts_.machines.connection(older) || parts_.machines.elsewhere(older) != 0)
     throw DecisionRefused(Why::Conflict, '"' + before.name + "\" is connected; it cannot be replaced.");
   set_state(machine, Approved, "", by.person);
   machine.group = before.group;
@@ -200,7 +209,7 @@ MachineDecisions::Done MachineDecisions::disconnect(const By& by, const Ids& ids
   std::vector<Change> changes;
   for (MachineRecord& machine : checked(ids, {}, "")) {
     auto row = trail_entry<TrailKind::MachineDisconnected>(subject(by, machine.id), machine.name);
-    changes.push_back({std::move(machine), std::move(row), false, "disconnected"});
+    changes.push_back({std::move(machine), std::move(row), false, kDisconnected});
   }
   return carry_out(std::move(changes));
 }

@@ -112,6 +112,12 @@ Parts::Parts(DatabaseThread& database_thread, Spools& spools, const Log& log_lin
       if (peer->view->key != view->key) browsers.set_view(*peer, std::move(view));
     }
   });
+  cluster.on_disconnection([this](const std::string& machine) {
+    const auto peer = machines.connection(machine);
+    if (!peer) return;
+    sessions.end_all_of(*peer, "disconnected");
+    peer->channel->cut("an administrator decided: disconnected");
+  });
   apply(*this, database.run_and_wait(load, DatabaseThread::Access::Reads));
   (void)machines.take_changed();  // the first browser gets the whole list
   database.on_outside_change([this] { reload(); });

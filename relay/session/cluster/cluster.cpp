@@ -148,6 +148,8 @@ void Cluster::hear(const std::vector<std::string>& reports) {
   for (const std::string& report : reports) {
     const auto news = read_presence_news(report);
     if (!news || news->relay == own_.id) continue;
+    for (const std::string& machine : news->cut)
+      disconnect_(machine);
     for (const std::string& machine : news->gone)
       machines_.left_relay(machine, news->relay);
     for (const std::string& machine : news->came) {

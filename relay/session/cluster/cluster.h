@@ -3,10 +3,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "relay/base/clock.h"
@@ -46,6 +48,8 @@ class Cluster {
   void tick(Clock::time_point now);
   // Reads everything again, because relays have come or gone, or because reports may have been missed.
   void reload();
+  // Sets a function that is called for each machine that another relay's administrator disconnects.
+  void on_disconnection(std::function<void(const std::string& machine)> act) { disconnect_ = std::move(act); }
   // What other relays have reported of their machines.
   void hear(const std::vector<std::string>& reports);
 
@@ -73,6 +77,7 @@ class Cluster {
   const Log& log_;
   Settings settings_;
   RelayRow own_;
+  std::function<void(const std::string&)> disconnect_;
   std::map<std::int64_t, RelayRow> others_;  // by id
   std::map<std::string, bool> news_;         // machines that came or went since the last flush
   Clock::time_point next_flush_{};

@@ -127,6 +127,13 @@ void store_presence(Database& database, std::int64_t relay, const std::vector<st
   report.send();
 }
 
+void report_disconnection(Database& database, std::int64_t relay, const std::vector<std::string>& machines) {
+  Report report(database, relay);
+  for (const std::string& id : machines)
+    report.add('!', id);
+  report.send();
+}
+
 std::optional<PresenceNews> read_presence_news(std::string_view text) {
   PresenceNews news;
   const char* const end = text.data() + text.size();
@@ -135,8 +142,13 @@ std::optional<PresenceNews> read_presence_news(std::string_view text) {
   text.remove_prefix(static_cast<std::size_t>(at - text.data()));
   while (!text.empty()) {
     const std::size_t size = std::min(text.find(' ', 1), text.size());
-    if (size < 3 || text[0] != ' ' || (text[1] != '+' && text[1] != '-')) return std::nullopt;
-    (text[1] == '+' ? news.came : news.gone).emplace_back(text.substr(2, size - 2));
+    if (size < 3 || text[0] != ' ') return std::nullopt;
+    auto* const machines = text[1] == '+'   ? &news.came
+                           : text[1] == '-' ? &news.gone
+                           : text[1] == '!' ? &news.cut
+                                            : nullptr;
+    if (!machines) return std::nullopt;
+    machines->emplace_back(text.substr(2, size - 2));
     text.remove_prefix(size);
   }
   return news;

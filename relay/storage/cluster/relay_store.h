@@ -47,11 +47,16 @@ struct PresenceRow {
 void store_presence(Database& database, std::int64_t relay, const std::vector<std::string>& came,
                     const std::vector<std::string>& gone);
 
-// What store_presence() reports: the relay's id, and the ids of machines. Nothing for another text.
+// Asks the other relays to cut the connections of machines.
+void report_disconnection(Database& database, std::int64_t relay, const std::vector<std::string>& machines);
+
+// What store_presence() and report_disconnection() report: the relay's id, and the ids of machines. Nothing
+// for another text.
 struct PresenceNews {
   std::int64_t relay = 0;
   std::vector<std::string> came{};
   std::vector<std::string> gone{};
+  std::vector<std::string> cut{};
 };
 [[nodiscard]] std::optional<PresenceNews> read_presence_news(std::string_view text);
 

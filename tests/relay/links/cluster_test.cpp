@@ -138,6 +138,24 @@ TEST_F(ClusterTest, LogInHasFewTicketsAtATime) {
   EXPECT_EQ(stored("SELECT count(*) FROM tickets"), std::multiset<std::string>{"1"});
 }
 
+TEST_F(ClusterTest, MachineAtTheOtherRelayCanBeDisconnected) {
+  const auto agent = connect_to_other("Esja");
+  const std::string id = wait_for_machine("Esja", "online")["id"];
+  Browser viewer(other_->port());
+  unsigned status = 0;
+  const std::string cookie =
+      post(other_->port(), "/api/login", {{"name", "admin"}, {"password", kPassword}}).cookie;
+  ASSERT_TRUE(viewer.open_console(cookie, status)) << status;
+  viewer.open_session(id);
+  EXPECT_EQ(post(port_, "/api/machines/disconnect", {{"ids", {id}}}, log_in()).status, 200u);
+  Json message;
+  do {
+    message = viewer.read_text("session");
+  } while (message["state"] != "ended");
+  EXPECT_EQ(message["reason"], "disconnected");
+  EXPECT_TRUE(logged("an administrator decided: disconnected"));
+}
+
 TEST_F(ClusterTest, OtherRelaysAndTheirMachinesAreMetrics) {
   const auto shows = [&](const std::string& line) {
     const auto answer = ask_operators_port(server_->monitoring().port().value(), "/metrics");
