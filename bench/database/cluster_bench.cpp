@@ -77,6 +77,7 @@ class Scene {
     start("south");
     begin_sessions();
   }
+  ~Scene() = default;
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
 

@@ -66,7 +66,8 @@ std::unique_ptr<RawPeer> Relays::connect(const std::string& from, unsigned short
   {
     const std::lock_guard guard(lock_);
     ports = in_turn_;
-    std::ranges::rotate(ports, ports.begin() + static_cast<std::ptrdiff_t>(turn_++ % ports.size()));
+    const auto first = ports.begin() + static_cast<std::ptrdiff_t>(turn_++ % ports.size());
+    std::rotate(ports.begin(), first, ports.end());
   }
   for (const unsigned short candidate : ports) {
     port = candidate;

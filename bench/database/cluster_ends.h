@@ -82,6 +82,9 @@ class RelayedMachine final : public RelayedEnd {
  public:
   using RelayedEnd::RelayedEnd;
   ~RelayedMachine() override { stop(); }
+  RelayedMachine(const RelayedMachine&) = delete;
+  RelayedMachine& operator=(const RelayedMachine&) = delete;
+
   // The machine's id; empty before its enrolment.
   [[nodiscard]] std::string id() const;
 
@@ -107,6 +110,8 @@ class RelayedViewer final : public RelayedEnd {
   RelayedViewer(Relays& relays, std::string from, std::string cookie, std::string machine)
       : RelayedEnd(relays, std::move(from)), cookie_(std::move(cookie)), machine_(std::move(machine)) {}
   ~RelayedViewer() override { stop(); }
+  RelayedViewer(const RelayedViewer&) = delete;
+  RelayedViewer& operator=(const RelayedViewer&) = delete;
 
   struct Seen {
     std::size_t pictures = 0;

@@ -59,6 +59,8 @@ class PresenceRelay {
   // Connects; throws DatabaseError. `row` is the relay's row. `own` has numbers of the traffic's machines.
   PresenceRelay(Traffic& traffic, Relays& relays, vlk::relay::RelayRow row, std::vector<std::uint32_t> own);
   ~PresenceRelay();
+  PresenceRelay(const PresenceRelay&) = delete;
+  PresenceRelay& operator=(const PresenceRelay&) = delete;
 
   // Lets all of them begin. All must be connected, so that each hears all reports of the others.
   static void start(const Relays& relays);

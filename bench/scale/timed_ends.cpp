@@ -115,7 +115,7 @@ void TimedEnds::send_due(Clock::time_point now) {
 }
 
 std::string TimedEnds::message(const End& from, std::size_t number, Clock::time_point now) const {
-  const std::string payload = from.machine ? picture(load_.picture_bytes, number, now) : input(number);
+  std::string payload = from.machine ? picture(load_.picture_bytes, number, now) : input(number);
   if (!from.messages) return payload;
   return envelope_frame(from.machine ? Msg::StreamFrame : Msg::InputEvent, from.session, payload);
 }

@@ -27,8 +27,10 @@ class Steps {
     return true;
   }
 
-  // Runs `first`, then the steps that are kept meanwhile.
+  // Runs `first`, then the steps that are kept meanwhile. A step that calls this function runs its `first`
+  // and returns.
   template <class First>
+  // NOLINTNEXTLINE(misc-no-recursion)
   void run(First first) {
     if (running_) return first();
     const Running running(*this);

@@ -154,7 +154,7 @@ class TlsStream {
       }
       const Step done = step;
       const auto owner = std::move(state);
-      const auto complete = [&] {
+      const auto complete = [&] {  // NOLINT(misc-no-recursion)
         if constexpr (with_size) {
           self.complete(done.error, done.size);
         } else {
@@ -169,6 +169,7 @@ class TlsStream {
     }
   };
   template <class Signature, bool in_turn, class Attempt, class Token>
+  // NOLINTNEXTLINE(misc-no-recursion)
   auto compose(Attempt attempt, Token&& token) {
     constexpr bool with_size = !std::is_same_v<Signature, void(Error)>;
     return boost::asio::async_compose<Token, Signature>(

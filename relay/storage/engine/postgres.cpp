@@ -21,6 +21,7 @@ constexpr char kSession[] =
     "SET client_min_messages = warning; SET standard_conforming_strings = on; SET bytea_output = hex; "
     "SET idle_in_transaction_session_timeout = '10s'; SET lock_timeout = '10s'; SET tcp_keepalives_idle = 3; "
     "SET tcp_keepalives_interval = 1; SET tcp_keepalives_count = 3; SET tcp_user_timeout = 5000";
+constexpr char kReadOnly[] = "SET default_transaction_read_only = on";
 // Writing transactions of one schema wait for each other.
 constexpr char kBeginWriting[] =
     "BEGIN; SELECT pg_advisory_xact_lock(hashtextextended('vantelink ' || current_schema(), 0))";
@@ -143,26 +144,9 @@ PostgresEngine::PostgresEngine(std::string url) : url_(with_time_limits(std::mov
 
 PostgresEngine::~PostgresEngine() = default;
 
-void PostgresEngine::connect() {
-  try {
-    connection_ = std::make_unique<Connection>(url_);
-  } catch (const std::exception& failure) {
-    throw DatabaseLost("Cannot connect to " + shown_address(url_) + ": " + first_line(failure.what()));
-  }
-  try {
-    execute(kSession);
-    if (reads_only_) forbid_changes();
-  } catch (const DatabaseError&) {
-    connection_.reset();
-    throw;
-  }
-}
-
+// Turns the errors of libpqxx into those of the relay.
 template <class Function>
-auto PostgresEngine::guarded(Function function) -> decltype(function()) {
-  // Nothing of a connection that only reads is lost with it.
-  if (!connection_ && reads_only_) connect();
-  if (!connection_) throw DatabaseLost("The database's server is not connected.");
+auto PostgresEngine::checked(Function function) -> decltype(function()) {
   try {
     return function();
   } catch (const pqxx::broken_connection& failure) {
@@ -174,6 +158,32 @@ auto PostgresEngine::guarded(Function function) -> decltype(function()) {
   } catch (const std::exception& failure) {
     throw DatabaseError("The database failed: " + first_line(failure.what()));
   }
+}
+
+void PostgresEngine::connect() {
+  try {
+    connection_ = std::make_unique<Connection>(url_);
+  } catch (const std::exception& failure) {
+    throw DatabaseLost("Cannot connect to " + shown_address(url_) + ": " + first_line(failure.what()));
+  }
+  try {
+    checked([&] {
+      pqxx::nontransaction work(connection_->link);
+      work.exec(kSession);
+      if (reads_only_) work.exec(kReadOnly);
+    });
+  } catch (const DatabaseError&) {
+    connection_.reset();
+    throw;
+  }
+}
+
+template <class Function>
+auto PostgresEngine::guarded(Function function) -> decltype(function()) {
+  // Nothing of a connection that only reads is lost with it.
+  if (!connection_ && reads_only_) connect();
+  if (!connection_) throw DatabaseLost("The database's server is not connected.");
+  return checked(std::move(function));
 }
 
 void PostgresEngine::lose(const std::string& reason) {
@@ -245,7 +255,7 @@ void PostgresEngine::commit() {
 }
 
 void PostgresEngine::forbid_changes() {
-  execute("SET default_transaction_read_only = on");
+  execute(kReadOnly);
   reads_only_ = true;
 }
 

@@ -52,9 +52,12 @@ class PostgresEngine : public Engine {
   void connect();
   // Takes in what the server has sent by itself.
   void listen();
-  // Runs a function that uses the connection, with libpqxx's errors translated.
+  // Runs a function that uses the connection; one that only reads and is lost is made again first.
   template <class Function>
   auto guarded(Function function) -> decltype(function());
+  // Runs a function that uses the connection, with libpqxx's errors translated.
+  template <class Function>
+  auto checked(Function function) -> decltype(function());
   [[noreturn]] void lose(const std::string& reason);
   // Runs one statement with its values, null ones included.
   [[nodiscard]] pqxx::result run(const std::string& sql, const Values& values);

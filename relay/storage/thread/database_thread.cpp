@@ -76,10 +76,12 @@ void DatabaseThread::serve() {
 DatabaseThread::Entries DatabaseThread::next_batch() {
   const MutexLock guard(lock_);
   wait_for_jobs();
+  if (queue_.empty()) return {};
   const std::size_t count = std::min(queue_.size(), bounds_.batch);
   const auto most = queue_.begin() + static_cast<std::ptrdiff_t>(count);
-  const auto end = std::find_if(queue_.begin(), most,
-                                [&](const Entry& entry) { return entry.access != queue_.front().access; });
+  const Access access = queue_.front().access;
+  const auto end =
+      std::find_if(queue_.begin(), most, [access](const Entry& entry) { return entry.access != access; });
   Entries batch(std::make_move_iterator(queue_.begin()), std::make_move_iterator(end));
   queue_.erase(queue_.begin(), end);
   return batch;

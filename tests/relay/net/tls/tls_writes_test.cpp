@@ -195,10 +195,12 @@ TEST_F(TlsWritesTest, OneTurnReadsABoundedNumberOfTimes) {
     });
   };
   next();
-  for (int before = 0; reads < 100; before = reads, ++turns) {
+  while (reads < 100) {
+    const int before = reads;
     io_.restart();
     io_.run_one();
     most = std::max(most, reads - before);
+    ++turns;
   }
   EXPECT_FALSE(nested);
   EXPECT_GT(most, 8);
