@@ -11,6 +11,7 @@
 #include "relay/base/secrets.h"
 #include "relay/storage/engine/address.h"
 #include "relay/storage/engine/listener.h"
+#include "relay/storage/engine/parameters.h"
 
 namespace vlk::relay {
 namespace {
@@ -27,20 +28,6 @@ constexpr char kBeginWriting[] =
     "BEGIN; SELECT pg_advisory_xact_lock(hashtextextended('vantelink ' || current_schema(), 0))";
 // Statements that stay prepared on the server.
 constexpr std::size_t kPrepared = 250;
-
-// Writes the parameters as PostgreSQL does: $1, $2. No statement of the relay has a question mark elsewhere.
-std::string with_numbers(const char* sql) {
-  std::string result;
-  int number = 0;
-  for (const char* c = sql; *c != '\0'; ++c) {
-    if (*c == '?') {
-      result += '$' + std::to_string(++number);
-    } else {
-      result += *c;
-    }
-  }
-  return result;
-}
 
 // The first line of a message of the server or of libpq.
 std::string first_line(const char* message) {
