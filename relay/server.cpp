@@ -1,7 +1,6 @@
 // Accepts connections and passes each request to the code for its path.
 #include "relay/server.h"
 
-#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <optional>
@@ -11,7 +10,6 @@
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
 

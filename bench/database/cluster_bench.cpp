@@ -3,12 +3,8 @@
 //
 // --sessions=N sets the number of sessions. The last fault needs the right to change the rules of iptables
 // for the loopback interface.
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -16,6 +12,7 @@
 #include "cluster_ends.h"
 #include "database_server.h"
 #include "faults.h"
+#include "options.h"
 #include "relay/base/secrets.h"
 #include "relay/browser.h"
 #include "relay/storage/store.h"
@@ -248,25 +245,12 @@ void Scene::cut_off_the_server(const DatabaseServer& server) {
   report(log_ins, before);
 }
 
-std::size_t parsed(int argc, char** argv) {
-  const std::string sessions = "--sessions=", filter = "--benchmark_filter=";
-  std::size_t count = 100;
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument.starts_with(sessions)) {
-      count = std::stoul(argument.substr(sessions.size()));
-    } else if (!argument.starts_with(filter)) {
-      throw std::runtime_error("the option is " + sessions + "N");
-    }
-  }
-  return count;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    const std::size_t sessions = parsed(argc, argv);
+    std::size_t sessions = 100;
+    read_options(argc, argv, {{"sessions", [&](const auto& value) { sessions = std::stoul(value); }}});
     const vantelink_test::TempFolder folder;
     DatabaseServer server(folder.path());
     Scene scene(sessions, server.url());

@@ -251,7 +251,6 @@ void RelayedViewer::handle(const vlk::WsFrame& frame) {
     } else if (type == "session" && text["state"] == "ended") {
       ask_ = Clock::now() + kAskAgain;
     } else if (type == "error") {
-      seen_.refused = text["message"];
       ask_ = Clock::now() + kAskAgain;
       if (text.value("code", "") != "elsewhere") return;
       follow_ = true;

@@ -118,7 +118,6 @@ class RelayedViewer final : public RelayedEnd {
     std::size_t sessions = 0;   // that were accepted
     Clock::duration longest{};  // without a picture since forget(), up to now
     Clock::time_point last_picture{};
-    std::string refused{};  // the last refusal's sentence
   };
   [[nodiscard]] Seen seen() const;
   void forget();
@@ -132,7 +131,7 @@ class RelayedViewer final : public RelayedEnd {
 
   mutable std::mutex lock_;
   Seen seen_;
-  std::string cookie_;
+  const std::string cookie_;
   const std::string machine_;
   unsigned short moved_to_ = 0;  // the port of the relay that a ticket has led to
   std::string moved_cookie_;

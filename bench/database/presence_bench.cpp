@@ -19,6 +19,7 @@
 
 #include "database_server.h"
 #include "million_rows.h"
+#include "options.h"
 #include "presence_relays.h"
 #include "relay/base/secrets.h"
 #include "relay/storage/store.h"
@@ -43,20 +44,11 @@ struct Options {
 
 Options parsed(int argc, char** argv) {
   Options options;
-  const std::string machines = "--machines=", relays = "--relays=", time = "--seconds=",
-                    filter = "--benchmark_filter=";
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument.starts_with(machines)) {
-      options.machines = std::stoul(argument.substr(machines.size()));
-    } else if (argument.starts_with(relays)) {
-      options.relays = std::stoul(argument.substr(relays.size()));
-    } else if (argument.starts_with(time)) {
-      options.time = std::chrono::seconds(std::stol(argument.substr(time.size())));
-    } else if (!argument.starts_with(filter)) {
-      throw std::runtime_error("the options are " + machines + "N, " + relays + "N and " + time + "N");
-    }
-  }
+  read_options(
+      argc, argv,
+      {{"machines", [&](const auto& value) { options.machines = std::stoul(value); }},
+       {"relays", [&](const auto& value) { options.relays = std::stoul(value); }},
+       {"seconds", [&](const auto& value) { options.time = std::chrono::seconds(std::stol(value)); }}});
   return options;
 }
 

@@ -5,7 +5,6 @@
 // --seconds=N sets the time of each measurement.
 #include <fcntl.h>
 #include <sys/epoll.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "options.h"
 #include "relay/base/secrets.h"
 #include "relay/browser.h"
 #include "relay/storage/store.h"
@@ -35,13 +35,6 @@ using vlk::relay::RawPeer;
 constexpr char kPassword[] = "correct horse battery";
 constexpr std::size_t kSessionsOfALogin = 16;
 constexpr std::size_t kPeersOfAnAddress = 100;
-
-void raise_open_files() {
-  rlimit limit{};
-  ::getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-}
 
 std::string address_of(std::size_t number) {
   return "127.0.1." + std::to_string(1 + number / kPeersOfAnAddress);
@@ -155,26 +148,14 @@ void print(std::size_t sessions, const char* what, std::vector<double> relay, st
   std::fflush(stdout);
 }
 
-std::chrono::seconds parsed(int argc, char** argv) {
-  const std::string time = "--seconds=", filter = "--benchmark_filter=";
-  std::chrono::seconds result{20};
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument.starts_with(time)) {
-      result = std::chrono::seconds(std::stol(argument.substr(time.size())));
-    } else if (!argument.starts_with(filter)) {
-      throw std::runtime_error("the option is " + time + "N");
-    }
-  }
-  return result;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    const auto time = parsed(argc, argv);
-    raise_open_files();
+    std::chrono::seconds time{20};
+    read_options(argc, argv,
+                 {{"seconds", [&](const auto& value) { time = std::chrono::seconds(std::stol(value)); }}});
+    (void)raise_open_files();
     std::printf("%8s %-8s %17s %19s %17s %8s\n", "sessions", "message", "relay p50, p99 ms",
                 "copy p50, p99 ms", "ratio p50, p99", "messages");
     for (const auto& [sessions, a_second] : {std::pair<std::size_t, double>{100, 5}, {1000, 1}}) {

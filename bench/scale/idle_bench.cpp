@@ -1,14 +1,13 @@
 // What 10,000 machines cost a relay while nothing happens, and how long they need to come back after its end.
 //
 // --agents=N sets the number of machines, --seconds=N the time in which the processor's use is measured.
-#include <sys/resource.h>
-
 #include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "fleet.h"
+#include "options.h"
 #include "process.h"
 #include "relay/base/secrets.h"
 #include "relay/storage/store.h"
@@ -30,33 +29,17 @@ struct Options {
 
 Options parsed(int argc, char** argv) {
   Options options;
-  const std::string agents = "--agents=", time = "--seconds=", filter = "--benchmark_filter=",
-                    database = "--database=";
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument.starts_with(agents)) {
-      options.agents = std::stoul(argument.substr(agents.size()));
-    } else if (argument.starts_with(time)) {
-      options.time = std::chrono::seconds(std::stol(argument.substr(time.size())));
-    } else if (argument.starts_with(database)) {
-      options.database = argument.substr(database.size());
-    } else if (!argument.starts_with(filter)) {
-      throw std::runtime_error("the options are " + agents + "N, " + time + "N and " + database + "URL");
-    }
-  }
+  read_options(
+      argc, argv,
+      {{"agents", [&](const auto& value) { options.agents = std::stoul(value); }},
+       {"seconds", [&](const auto& value) { options.time = std::chrono::seconds(std::stol(value)); }},
+       {"database", [&](const auto& value) { options.database = value; }}});
   return options;
 }
 
-void raise_open_files(std::size_t agents) {
-  rlimit limit{};
-  ::getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-  if (limit.rlim_cur < agents + 100) throw std::runtime_error("raise the limit of open files with ulimit -n");
-}
-
 void run(const Options& options) {
-  raise_open_files(options.agents);
+  if (raise_open_files() < options.agents + 100)
+    throw std::runtime_error("raise the limit of open files with ulimit -n");
   const vantelink_test::TempFolder folder;
   const std::string data = folder.path() / "data";
   std::filesystem::create_directories(data);

@@ -16,6 +16,7 @@
 #include <string>
 #include <thread>
 
+#include "options.h"
 #include "process.h"
 #include "relay/base/secrets.h"
 #include "relay/browser.h"
@@ -170,25 +171,13 @@ double through_copy(std::size_t size, std::chrono::seconds time) {
   return count;
 }
 
-std::chrono::seconds parsed(int argc, char** argv) {
-  const std::string time = "--seconds=", filter = "--benchmark_filter=";
-  std::chrono::seconds result{5};
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument.starts_with(time)) {
-      result = std::chrono::seconds(std::stol(argument.substr(time.size())));
-    } else if (!argument.starts_with(filter)) {
-      throw std::runtime_error("the option is " + time + "N");
-    }
-  }
-  return result;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    const auto time = parsed(argc, argv);
+    std::chrono::seconds time{5};
+    read_options(argc, argv,
+                 {{"seconds", [&](const auto& value) { time = std::chrono::seconds(std::stol(value)); }}});
     std::printf("%-10s %22s %22s %8s\n", "message", "relay, each CPU second", "copy, each CPU second",
                 "ratio");
     for (const std::size_t size : {std::size_t{64} * 1024, std::size_t{100}}) {

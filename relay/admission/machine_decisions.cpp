@@ -68,7 +68,7 @@ std::string MachineDecisions::checked_group(std::int64_t group) const {
 }
 
 MachineDecisions::Done MachineDecisions::carry_out(std::vector<Change> changes) {
-  // The relay that has such a machine cuts its connection, which the row says of it.
+  // Their connections are cut by the relays that have them.
   std::vector<std::string> elsewhere;
   for (const Change& change : changes) {
     if (change.cut == kDisconnected && parts_.machines.elsewhere(change.machine.id) != 0)

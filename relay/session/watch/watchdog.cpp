@@ -13,7 +13,7 @@ namespace {
 constexpr int kLooksInALimit = 8;  // at a machine without a session, within its shortest time limit
 constexpr std::int64_t kMostRounds = 8;
 // So many heartbeats to machines in a session are sent at once, and at least one to each sixteenth machine.
-// About 36 groups are sent in a second.
+// About 32 groups are sent in a second.
 constexpr std::size_t kHeartbeatsAtOnce = 16;
 constexpr std::size_t kHeartbeatsShare = 16;
 

@@ -9,6 +9,7 @@
 namespace asio = boost::asio;
 
 namespace vlk::relay {
+
 DatabaseThread::DatabaseThread(std::unique_ptr<Store> store, asio::any_io_executor loop, const Bounds& bounds)
     : store_(std::move(store)),
       loop_(std::move(loop)),
@@ -185,9 +186,11 @@ DatabaseThread::Outcome DatabaseThread::run_together(std::span<Entry* const> job
         other->error = error;
       return Outcome::Undone;
     }
-    snapshot.reset();
-    if (database.engine().lost()) loss_ = "it has closed the connection";
-    if (!transaction) return settle();
+    if (!transaction) {
+      snapshot.reset();
+      if (database.engine().lost()) loss_ = "it has closed the connection";
+      return settle();
+    }
     committing_.assign(jobs.begin(), jobs.end());
     transaction->commit();
     committing_.clear();

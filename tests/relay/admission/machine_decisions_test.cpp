@@ -193,6 +193,11 @@ TEST_F(MachineDecisionsTest, ReplacementTakesTheGroupAndRemovesTheOlderEntry) {
             "\"name of old\" is connected; it cannot be replaced.");
   older->channel->cut("test");
   parts_->machines.remove_connection(older);
+  parts_->machines.set_elsewhere("old", 7);
+  EXPECT_EQ(decide([&] { return decisions_.replace(by_, "new", "old"); }),
+            "\"name of old\" is connected; it cannot be replaced.")
+      << "to another relay";
+  parts_->machines.left_relay("old", 7);
   EXPECT_EQ(decide([&] { return decisions_.replace(by_, "new", "old"); }), "");
   expect_state("new", Approved);
   EXPECT_EQ(stored("new").group, 2);
