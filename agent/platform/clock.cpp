@@ -1,8 +1,9 @@
-// The steady clock of the standard library.
+// The steady clock of the standard library, with sleeps that never end early.
 #include "platform/clock.h"
 
 #include <chrono>
-#include <thread>
+
+#include "platform/pause.h"
 
 namespace vlk {
 
@@ -16,9 +17,8 @@ Clock steady_clock() {
       },
       [](std::int64_t deadline) {
         const Steady::time_point end{nanoseconds(deadline)};
-        // On Windows, the library's sleep_until ends early, because it rounds down to whole milliseconds.
-        while (Steady::now() < end)
-          std::this_thread::sleep_for(std::chrono::ceil<std::chrono::milliseconds>(end - Steady::now()));
+        for (auto now = Steady::now(); now < end; now = Steady::now())
+          pause_for(std::chrono::duration_cast<nanoseconds>(end - now).count());
       },
   };
 }
