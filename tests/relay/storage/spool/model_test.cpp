@@ -4,7 +4,7 @@
 #include <map>
 #include <random>
 
-#include "relay/storage/spool_fixture.h"
+#include "relay/storage/spool/spool_fixture.h"
 
 namespace vlk::relay {
 namespace {

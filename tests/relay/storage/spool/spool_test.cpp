@@ -3,8 +3,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "relay/storage/spool/spool_fixture.h"
 #include "relay/storage/spool/spools.h"
-#include "relay/storage/spool_fixture.h"
 
 namespace vlk::relay {
 namespace {

@@ -7,7 +7,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "relay/storage/spool_fixture.h"
+#include "relay/storage/spool/spool_fixture.h"
 
 namespace vlk::relay {
 namespace {
