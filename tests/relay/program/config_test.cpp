@@ -70,6 +70,15 @@ TEST_F(ConfigTest, CommandLineReplacesEnvironmentAndEnvironmentReplacesFile) {
   EXPECT_EQ(options_.hosts, std::vector<std::string>{"c.example"});
 }
 
+TEST_F(ConfigTest, TimeForConsentIsFromOneToSixHundredSeconds) {
+  for (const char* const bad : {"0", "601", "-1", "1.5", "x", ""})
+    EXPECT_NE(read("", {"--consent", bad}), "") << bad;
+  for (const unsigned good : {1u, 600u}) {
+    ASSERT_EQ(read("", {"--consent", std::to_string(good)}), "");
+    EXPECT_EQ(options_.consent_s, good);
+  }
+}
+
 TEST_F(ConfigTest, EnvironmentNamesTheFile) {
   folder_.write("other.conf", "port = 7\n");
   variables_ = {{"VANTELINK_RELAY_CONFIG", folder_.path() / "other.conf"}};

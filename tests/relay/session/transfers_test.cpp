@@ -87,6 +87,17 @@ TEST_F(TransfersTest, RequestsWithInvalidNumbersOrPathsAreRefusedAndSoAreTruncat
 
 // The agent's JSON reader searches the text for keys, and must find exactly the values that the relay
 // checked.
+TEST_F(TransfersTest, RefusalNamesTheNumberOrZeroIfItCannotBeRead) {
+  const std::uint32_t own = transfers_.give(7);
+  EXPECT_EQ(send(Msg::FileTransferEnd, "{").transfer, 0u);
+  EXPECT_EQ(send(Msg::FileTransferEnd, R"({"transfer_id":)" + std::to_string(own + 9) + "}").transfer,
+            own + 9);
+  EXPECT_EQ(send(Msg::FileChunk, "x").transfer, 0u);
+  EXPECT_EQ(send(Msg::FileChunk, chunk(own, "x")).transfer, own);
+  EXPECT_EQ(send(Msg::UploadBegin, "{").transfer, 0u);
+  EXPECT_EQ(request(Msg::UploadBegin, own, "").transfer, own);
+}
+
 TEST_F(TransfersTest, RequestsAreRewrittenSoThatTheMachineReadsWhatWasChecked) {
   const std::string own = std::to_string(transfers_.give(7));
   const std::string hidden =

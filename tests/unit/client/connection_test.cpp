@@ -1,10 +1,15 @@
 // The connection with a real TLS peer: connecting, authenticating and reconnecting.
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
+#include <atomic>
 #include <future>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "client/agent_client.h"
+#include "unit/client/system_calls_seam.h"
 #include "unit/support/link_fixture.h"
 
 namespace vlk::agent {
@@ -90,6 +95,21 @@ TEST_F(LinkTest, RetryDelayIsResetAfterTheFirstWaitThatFollowsAnUpgrade) {
   EXPECT_EQ(std::vector<std::int64_t>(sleeps.begin(), sleeps.begin() + 6),
             (std::vector<std::int64_t>{500, 1000, 2000, 4000, 500, 500}));
   clock.release();
+}
+
+TEST_F(LinkTest, SocketOfTheConnectionSendsWithoutDelay) {
+  std::atomic<int> without_delay = 0;
+  vantelink_test::SystemCalls calls;
+  calls.set_option = [&](int level, int option) {
+    without_delay += static_cast<int>(level == IPPROTO_TCP && option == TCP_NODELAY);
+  };
+  const vantelink_test::ReplacedSystemCalls replaced(calls);
+  ScriptedServer server(authority());
+  make_client(server);
+  client_->start();
+  const auto peer = server.accept_upgraded();
+  EXPECT_EQ(without_delay, 2) << "one is the socket of the test's server";
+  client_.reset();
 }
 
 TEST_F(LinkTest, StartingTheClientTwiceOpensOneConnection) {

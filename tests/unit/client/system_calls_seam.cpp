@@ -5,9 +5,11 @@
 #include <netdb.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 namespace vantelink_test {
@@ -61,6 +63,14 @@ int connect(int descriptor, const sockaddr* address, socklen_t size) {
   if (proceed(&SystemCalls::connect)) return system(descriptor, address, size);
   errno = ECONNREFUSED;
   return -1;
+}
+
+int setsockopt(int descriptor, int level, int option, const void* value, socklen_t size) {
+  static auto* const system = vantelink_test::next<decltype(setsockopt)>("setsockopt");
+  int number = 0;
+  std::memcpy(&number, value, std::min<std::size_t>(size, sizeof number));
+  if (number != 0) proceed(&SystemCalls::set_option, level, option);
+  return system(descriptor, level, option, value, size);
 }
 
 int RAND_bytes(unsigned char* bytes, int count) {

@@ -175,6 +175,21 @@ TEST(Parser, AllowsControlFramesBetweenFragments) {
   EXPECT_EQ(message->payload, (Bytes{1, 2, 3, 4}));
 }
 
+TEST(Parser, ReturnsControlFramesWithoutTheFinalBitAndStartsNoMessageWithThem) {
+  for (const std::uint8_t opcode : {kWsClose, kWsPing, kWsPong}) {
+    WsParser parser;
+    feed(parser, frame(opcode, {7}, false));
+    const auto control = parser.next();
+    ASSERT_TRUE(control) << int{opcode};
+    EXPECT_EQ(control->opcode, opcode);
+    EXPECT_FALSE(control->fin);
+    EXPECT_EQ(control->payload, Bytes{7});
+    feed(parser, frame(kWsContinuation, {1}));
+    EXPECT_FALSE(parser.next());
+    EXPECT_TRUE(parser.failed) << "a control frame does not begin a message";
+  }
+}
+
 TEST(Parser, FailsForAContinuationFrameWithoutAStartedMessage) {
   WsParser parser;
   feed(parser, frame(kWsContinuation, {1}));

@@ -136,6 +136,17 @@ TEST(H264Stream, FirstBFrameAfterADeclaredFrameOrderIsReportedOnceAndLaterSetsDe
   EXPECT_TRUE(send(joined({kHead, kStart, slice(1)})).first);
 }
 
+TEST(H264Stream, BSlicesAreThoseOfWholeSlicesAndOfTheFirstPartition) {
+  for (std::uint8_t unit = 0; unit < 32; ++unit) {
+    if (unit == 7) continue;  // a parameter set, which the bits of a slice are not
+    H264Stream stream;
+    Bytes key = joined({kHead, kStart, kSet, kStart, slice(kI, 0x65)});
+    EXPECT_TRUE(stream.complete(key, kHead.size()));
+    Bytes message = joined({kHead, kStart, slice(kB, unit)});
+    EXPECT_EQ(stream.complete(message, kHead.size()), unit != 1 && unit != 2) << int{unit};
+  }
+}
+
 TEST(H264Stream, ParameterSetInAMessageThatHasABFrameDeclaresNoFrameOrder) {
   const auto frame = [](const Bytes& set) {
     return joined({kHead, kStart, set, kStart, slice(kI, 0x65), kStart, slice(kP), kStart, slice(kB)});
