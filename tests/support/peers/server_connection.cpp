@@ -200,8 +200,12 @@ bool ServerConnection::wait_closed(Milliseconds timeout) {
   }
 }
 
-void ServerConnection::update_keys() {
-  SSL_key_update(ssl_.get(), SSL_KEY_UPDATE_REQUESTED);
+bool ServerConnection::update_keys() {
+  return SSL_key_update(ssl_.get(), SSL_KEY_UPDATE_REQUESTED) == 1;
+}
+
+bool ServerConnection::issue_ticket() {
+  return SSL_new_session_ticket(ssl_.get()) == 1;
 }
 
 void ServerConnection::end_sending() {

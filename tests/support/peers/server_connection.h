@@ -63,8 +63,10 @@ class ServerConnection {
   // Whether the client closes the connection before the timeout; what it sends until then is recorded.
   [[nodiscard]] bool wait_closed(Milliseconds timeout = kPatience);
 
-  // Updates the keys of both directions (TLS 1.3).
-  void update_keys();
+  // Update the keys of both directions, and issue a session ticket, with the next bytes (TLS 1.3). False if
+  // the previous ones have not left yet.
+  bool update_keys();
+  bool issue_ticket();
   void end_sending();  // sends TLS's close_notify; what the client sends can still be read
   void close();        // sends close_notify and closes the socket
   void cut_off();      // closes the socket without close_notify
