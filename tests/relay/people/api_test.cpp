@@ -78,6 +78,19 @@ TEST_F(PeopleApiTest, CodeIsNeededAtTheLogInAndWorksOnce) {
   EXPECT_TRUE(recorded("totp.enabled") && recorded("backup-code.used"));
 }
 
+TEST_F(PeopleApiTest, WrongCodesWaitAndTheAnswerNamesTheSeconds) {
+  set_up_totp(root_);
+  const std::string cookie = log_in_as("root", LoginStage::Totp);
+  Answer answer;
+  for (int wrong = 0; wrong < 30 && answer.status != 429; ++wrong) {
+    EXPECT_EQ(answer.retry_after, "");
+    answer = call("POST", "/api/login/code", {{"code", "000000"}}, cookie);
+  }
+  EXPECT_EQ(answer.status, 429u);
+  EXPECT_EQ(answer.body["code"], "too-many");
+  EXPECT_EQ(answer.retry_after, "5");
+}
+
 TEST_F(PeopleApiTest, RoleThatNeedsCodesSetsThemUpAtTheLogIn) {
   add("eva", Role::Auditor);
   ASSERT_EQ(call("PATCH", "/api/settings", {{"totp_required", {"auditor"}}}, root_).status, 200u);
