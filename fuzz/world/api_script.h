@@ -4,13 +4,15 @@
 #include <optional>
 #include <string>
 
+#include "input.h"
 #include "relay/http/routes.h"
 #include "relay/storage/trail/key.h"
 #include "relay/storage/trail/reader.h"
-#include "world/input.h"
 #include "world/world.h"
 
 namespace vlk::relay::fuzz {
+
+using vlk::fuzz::Input;
 
 // After each request: it was answered; what its sender may not do has changed nothing; a change has a row in
 // the trail; what is in memory is what is stored.

@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "world/input.h"
+#include "input.h"
 #include "world/world.h"
 
 namespace vlk::relay::fuzz {
+
+using vlk::fuzz::Input;
 
 // After each step: what reached the browser or the machine belongs to an accepted session with the right to
 // it. At the end: the trail has a row for everything that passed, and its chain fits.

@@ -6,10 +6,9 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
-#include "relay/base/bytes.h"
-
-namespace vlk::relay::fuzz {
+namespace vlk::fuzz {
 
 class Input {
  public:
@@ -24,14 +23,14 @@ class Input {
     return value;
   }
   // As many bytes as the next byte says, or those that are left.
-  Bytes bytes() {
+  std::vector<std::uint8_t> bytes() {
     const std::size_t count = std::min<std::size_t>(byte(), left_.size());
-    Bytes taken(left_.begin(), left_.begin() + static_cast<std::ptrdiff_t>(count));
+    std::vector<std::uint8_t> taken(left_.begin(), left_.begin() + static_cast<std::ptrdiff_t>(count));
     left_ = left_.subspan(count);
     return taken;
   }
   std::string text() {
-    const Bytes taken = bytes();
+    const std::vector<std::uint8_t> taken = bytes();
     return {taken.begin(), taken.end()};
   }
 
@@ -39,4 +38,4 @@ class Input {
   std::span<const std::uint8_t> left_;
 };
 
-}  // namespace vlk::relay::fuzz
+}  // namespace vlk::fuzz
