@@ -38,9 +38,13 @@ const auto& chosen(const Choices& choices, std::uint8_t number) {
   return choices[number % std::size(choices)];
 }
 
-// What a path names: the text up to its first character 0, as the system reads it.
+// The path as the system reads it: up to its first character 0.
+std::wstring up_to_zero(const std::wstring& path) {
+  return path.substr(0, path.find(L'\0'));
+}
+
 std::wstring named(const std::string& path) {
-  return Utf8ToWide(path).c_str();
+  return up_to_zero(Utf8ToWide(path));
 }
 
 std::string text_of(const Bytes& bytes) {
@@ -159,7 +163,7 @@ Bytes FileScript::begin() {
   // The folders above the file, from the outermost on, and then only the file.
   for (std::size_t i = 3; i < whole.size(); ++i) {
     if (whole[i] != L'\\') continue;
-    const std::wstring folder = whole.substr(0, i).c_str();
+    const std::wstring folder = up_to_zero(whole.substr(0, i));
     REQUIRE(name.starts_with(folder));
     calls_.push_back("folder " + WideToUtf8(folder));
     if (!files_.contains(folder)) folders_.insert(folder);
@@ -211,7 +215,7 @@ Bytes FileScript::list() {
   if (!path_.empty()) {
     std::wstring folder = Utf8ToWide(path_);
     if (folder.back() != L'\\') folder += L'\\';
-    calls_.push_back("list " + WideToUtf8((folder + L'*').c_str()));
+    calls_.push_back("list " + WideToUtf8(up_to_zero(folder + L'*')));
   }
   return message(Msg::DirListRequest, JsonWriter().add_string("path", path_).finish());
 }

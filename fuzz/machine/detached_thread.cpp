@@ -2,10 +2,13 @@
 // on the calling thread, so that each run of an input makes the same calls in the same order.
 #include "platform/threads/detached_thread.h"
 
+#include <utility>
+
 namespace vlk {
 
 void start_detached_thread(std::function<void()> work) {
-  work();
+  const std::function<void()> own = std::move(work);  // as the thread would own it
+  own();
 }
 
 }  // namespace vlk

@@ -21,12 +21,12 @@ SSL_CTX* SSL_CTX_new(const SSL_METHOD*) {
   return new ssl_ctx_st;
 }
 
-void SSL_CTX_free(SSL_CTX* context) {
-  delete context;
+void SSL_CTX_free(SSL_CTX* ctx) {
+  delete ctx;
 }
 
-SSL* SSL_new(SSL_CTX* context) {
-  REQUIRE(context != nullptr);
+SSL* SSL_new(SSL_CTX* ctx) {
+  REQUIRE(ctx != nullptr);
   return new ssl_st;
 }
 
@@ -34,13 +34,13 @@ void SSL_free(SSL* ssl) {
   delete ssl;
 }
 
-int SSL_set_fd(SSL* ssl, int socket) {
-  ssl->socket = static_cast<vlk::SocketHandle>(socket);
+int SSL_set_fd(SSL* s, int fd) {
+  s->socket = static_cast<vlk::SocketHandle>(fd);
   return 1;
 }
 
-long SSL_ctrl(SSL*, int command, long, void* name) {
-  REQUIRE(command == SSL_CTRL_SET_TLSEXT_HOSTNAME && name != nullptr);
+long SSL_ctrl(SSL*, int cmd, long, void* parg) {
+  REQUIRE(cmd == SSL_CTRL_SET_TLSEXT_HOSTNAME && parg != nullptr);
   return 1;
 }
 
@@ -49,17 +49,16 @@ int SSL_connect(SSL* ssl) {
   return 1;
 }
 
-int SSL_write(SSL* ssl, const void* data, int size) {
+int SSL_write(SSL* ssl, const void* buf, int num) {
   REQUIRE(ssl->connected);
-  return vlk::send_all(ssl->socket, static_cast<const unsigned char*>(data), static_cast<std::size_t>(size))
-             ? size
-             : -1;
+  const auto* const data = static_cast<const unsigned char*>(buf);
+  return vlk::send_all(ssl->socket, data, static_cast<std::size_t>(num)) ? num : -1;
 }
 
-int SSL_read(SSL* ssl, void* buffer, int size) {
+int SSL_read(SSL* ssl, void* buf, int num) {
   REQUIRE(ssl->connected);
-  return static_cast<int>(
-      vlk::receive_some(ssl->socket, static_cast<unsigned char*>(buffer), static_cast<std::size_t>(size)));
+  auto* const data = static_cast<unsigned char*>(buf);
+  return static_cast<int>(vlk::receive_some(ssl->socket, data, static_cast<std::size_t>(num)));
 }
 
 int SSL_shutdown(SSL*) {

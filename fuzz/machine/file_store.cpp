@@ -14,6 +14,11 @@ namespace {
 FileStore* store = nullptr;
 constexpr std::uint32_t kDrives = 1u << 2 | 1u << 25;  // C and Z
 
+// The path as the system reads it.
+std::wstring up_to_zero(const std::wstring& path) {
+  return path.substr(0, path.find(L'\0'));
+}
+
 }  // namespace
 
 // One open file, with a position of its own.
@@ -80,7 +85,7 @@ std::uint32_t LogicalDrives() {
 }
 
 void VisitFolder(const std::wstring& pattern, const std::function<void(const FolderEntry&)>& visit) {
-  const std::wstring whole = pattern.c_str();
+  const std::wstring whole = fuzz::up_to_zero(pattern);
   store->calls.push_back("list " + WideToUtf8(whole));
   if (!whole.ends_with(L"\\*")) return;
   const std::wstring prefix = whole.substr(0, whole.size() - 1);
@@ -99,13 +104,13 @@ void VisitFolder(const std::wstring& pattern, const std::function<void(const Fol
 }
 
 void CreateFolder(const std::wstring& path) {
-  const std::wstring whole = path.c_str();
+  const std::wstring whole = fuzz::up_to_zero(path);
   store->calls.push_back("folder " + WideToUtf8(whole));
   if (!store->files.contains(whole)) store->folders.insert(whole);
 }
 
 UniqueStream OpenFile(const std::wstring& path, const wchar_t* mode) {
-  const std::wstring whole = path.c_str();
+  const std::wstring whole = fuzz::up_to_zero(path);
   store->calls.push_back(WideToUtf8(mode) + ' ' + WideToUtf8(whole));
   return UniqueStream(store->open(whole, mode[0] == L'w'));
 }
