@@ -27,11 +27,11 @@ class Server {
   virtual void interrupted() {}
 };
 
-// Makes `server` the peer of all connections for the lifetime of the object; at most one object exists at a
+// Makes `peer` the server of all connections for the lifetime of the object; at most one object exists at a
 // time. Requires at its end that each socket was closed exactly once.
 class Network {
  public:
-  explicit Network(Server& server);
+  explicit Network(Server& peer);
   ~Network();
   Network(const Network&) = delete;
   Network& operator=(const Network&) = delete;

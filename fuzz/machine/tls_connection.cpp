@@ -46,9 +46,9 @@ void TlsConnection::shutdown() {
 
 }  // namespace vlk::agent
 
-extern "C" int RAND_bytes(unsigned char* bytes, int count) {
+extern "C" int RAND_bytes(unsigned char* buf, int num) {
   static std::atomic<std::uint32_t> state{1};
-  for (int i = 0; i < count; ++i)
-    bytes[i] = static_cast<unsigned char>(((state += 0x9E3779B9u) * 0x85EBCA6Bu) >> 24);
+  for (int i = 0; i < num; ++i)
+    buf[i] = static_cast<unsigned char>(((state += 0x9E3779B9u) * 0x85EBCA6Bu) >> 24);
   return 1;
 }
