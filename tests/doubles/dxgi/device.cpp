@@ -26,12 +26,12 @@ struct Texture : Object {
   Texture& operator=(const Texture&) = delete;
 
   D3D11_TEXTURE2D_DESC desc = {};
-  // Of a desktop texture:
-  std::int32_t number = 0;     // of its picture
-  std::shared_ptr<bool> held;  // false after the frame was released
+  std::shared_ptr<Frame> frame;  // of a desktop texture
   // Of a staging texture:
   std::uint32_t pitch = 0;
   std::unique_ptr<TextureMemory> memory;
+  std::int64_t change = 0;       // number of the mirror's picture that the memory shows; 0 without one
+  std::weak_ptr<Mirror> mirror;  // the mirror of this picture
   bool mapped = false;
 };
 
@@ -104,19 +104,44 @@ bool can_copy(const Object* context, const Texture* to, const Texture* from) {
          a.ArraySize == b.ArraySize && a.SampleDesc.Count == b.SampleDesc.Count;
 }
 
+// Makes the staging texture `to` show the mirror's last picture. A mirror whose size has changed copies
+// nothing: its duplication is lost.
+void copy_mirror(Texture& to, Frame& frame) {
+  PictureCopy copy;
+  copy.pixels = to.memory->get();
+  copy.pitch = to.pitch;
+  copy.width = static_cast<std::int32_t>(to.desc.Width);
+  copy.height = static_cast<std::int32_t>(to.desc.Height);
+  // Numbers of different connections are not comparable.
+  if (to.mirror.lock() == frame.mirror) copy.number = to.change;
+  frame.mirror->update_copy(copy);
+  to.mirror = frame.mirror;
+  to.change = copy.number;
+  if (copy.number > 0) frame.change = copy.number;
+}
+
+// Copies the picture of a desktop texture to a staging texture.
+void copy_picture(Texture& to, const Texture& from) {
+  if (from.frame->mirror) {
+    copy_mirror(to, *from.frame);
+  } else {
+    paint_picture(to.memory->get(), to.desc.Width, to.desc.Height, to.pitch,
+                  static_cast<std::uint32_t>(from.frame->number), static_cast<std::uint32_t>(from.place));
+  }
+}
+
 // A call that Windows forbids copies nothing, as on a real device.
 void WINAPI copy_resource(Object* self, Texture* to, Texture* from) {
   if (!can_copy(self, to, from)) {
     misuse(DesktopMisuse::CopyArguments);
   } else if (to->mapped || from->mapped) {
     misuse(DesktopMisuse::CopyWhileMapped);
-  } else if (from->held && !*from->held) {
+  } else if (from->frame && !from->frame->held) {
     misuse(DesktopMisuse::ReleasedFrameUsed);
   } else if (!to->memory || from->memory) {
     misuse(DesktopMisuse::CopyArguments);
   } else if (to->pitch >= to->desc.Width * kBytesPerPixel) {  // smaller only as an absurdity
-    paint_picture(to->memory->get(), to->desc.Width, to->desc.Height, to->pitch,
-                  static_cast<std::uint32_t>(from->number), static_cast<std::uint32_t>(from->place));
+    copy_picture(*to, *from);
   }
 }
 
@@ -154,14 +179,12 @@ MethodTable& context_methods() {
 
 }  // namespace
 
-Object* make_desktop_texture(Object* device, std::int32_t place, SIZE size, std::int32_t number,
-                             std::shared_ptr<bool> held) {
+Object* make_desktop_texture(Object* device, std::int32_t place, SIZE size, std::shared_ptr<Frame> frame) {
   auto* const texture = make<Texture>(Kind::Texture, texture_methods(), device, place);
   texture->desc = plain_texture(static_cast<UINT>(size.cx), static_cast<UINT>(size.cy));
   texture->desc.BindFlags = D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE;
   texture->desc.MiscFlags = D3D11_RESOURCE_MISC_SHARED;
-  texture->number = number;
-  texture->held = std::move(held);
+  texture->frame = std::move(frame);
   return texture;
 }
 

@@ -23,7 +23,8 @@ struct Duplication : Object {
 
   RECT area = {};  // of the output when the duplication was created
   bool lost = false;
-  std::shared_ptr<bool> held;      // true while a frame is held; null before the first frame
+  std::shared_ptr<Mirror> mirror;  // null for the scripted desktop
+  std::shared_ptr<Frame> frame;    // the last one; null before the first
   std::int64_t change_shown = -1;  // number of the desktop's change in the last frame
 };
 
@@ -35,24 +36,41 @@ std::int64_t now() {
          count.QuadPart % frequency.QuadPart * kNanoseconds / frequency.QuadPart;
 }
 
-// The number of the desktop's last change. The desktop changes at the refresh rate.
-std::int64_t last_change() {
+// The number of the desktop's last change. The scripted desktop changes at the refresh rate.
+std::int64_t last_change(const Duplication* self) {
+  if (self->mirror) return self->mirror->published();
   const std::int32_t rate = desktop_board().refresh_rate;
   return now() / (kNanoseconds / (rate > 0 ? rate : kDefaultRefreshRate));
 }
 
 bool holds_frame(const Duplication* self) {
-  return self->held && *self->held;
+  return self->frame && self->frame->held;
 }
 
 // Notes that the output has changed its mode or left the desktop, which ends its duplication.
 void follow_output(Duplication* self) {
-  const RECT area = area_of(self->place);
+  RECT area = {};
+  if (self->mirror) {
+    const SIZE size = self->mirror->size();
+    area = {0, 0, size.cx, size.cy};
+  } else {
+    area = area_of(self->place);
+  }
   if (!EqualRect(&area, &self->area) || !attached(self->place)) self->lost = true;
 }
 
-// Waits for a change of the desktop, and returns its result.
+// Waits for a change of the mirrored desktop, and returns the result.
+HRESULT wait_for_mirror(Duplication* self, UINT timeout_ms) {
+  const HRESULT result =
+      self->lost ? DXGI_ERROR_ACCESS_LOST : self->mirror->wait_for_change(self->change_shown, timeout_ms);
+  follow_output(self);
+  if (result == DXGI_ERROR_ACCESS_LOST) self->lost = true;
+  return self->lost ? DXGI_ERROR_ACCESS_LOST : result;
+}
+
+// Waits for a change of the desktop, and returns the result.
 HRESULT wait_for_change(Duplication* self, UINT timeout_ms) {
+  if (self->mirror) return wait_for_mirror(self, timeout_ms);
   const std::int64_t deadline = now() + std::int64_t{timeout_ms} * 1000000;
   for (;;) {
     follow_output(self);
@@ -62,7 +80,7 @@ HRESULT wait_for_change(Duplication* self, UINT timeout_ms) {
         self->lost = result == DXGI_ERROR_ACCESS_LOST;
         return result;
       }
-      if (last_change() != self->change_shown) return S_OK;
+      if (last_change(self) != self->change_shown) return S_OK;
     }
     if (timeout_ms != INFINITE && now() >= deadline) return DXGI_ERROR_WAIT_TIMEOUT;
     Sleep(1);
@@ -70,10 +88,11 @@ HRESULT wait_for_change(Duplication* self, UINT timeout_ms) {
 }
 
 // The size of the desktop's texture. The picture of a turned output is not turned: it lies on its side.
-SIZE texture_size(std::int32_t place) {
-  const RECT area = area_of(place);
+SIZE texture_size(const Duplication* self) {
+  const RECT area = self->mirror ? self->area : area_of(self->place);
   SIZE size = {area.right - area.left, area.bottom - area.top};
-  const DXGI_MODE_ROTATION rotation = rotation_of(place);
+  if (self->mirror) return size;
+  const DXGI_MODE_ROTATION rotation = rotation_of(self->place);
   if (rotation == DXGI_MODE_ROTATION_ROTATE90 || rotation == DXGI_MODE_ROTATION_ROTATE270)
     std::swap(size.cx, size.cy);
   const DesktopBoard& board = desktop_board();
@@ -89,6 +108,8 @@ HRESULT WINAPI acquire_next_frame(Duplication* self, UINT timeout_ms, DXGI_OUTDU
   *info = {};
   desktop_board().wait = static_cast<std::int32_t>(timeout_ms);
   if (holds_frame(self)) return misuse(DesktopMisuse::FrameNotReleased, DXGI_ERROR_INVALID_CALL);
+  // The texture of the last frame may have been given a later picture than that of its time.
+  if (self->frame && self->mirror) self->change_shown = self->frame->change;
   const HRESULT result = wait_for_change(self, timeout_ms);
   if (result == DXGI_ERROR_WAIT_TIMEOUT) {
     ++desktop_board().time_outs;
@@ -97,28 +118,29 @@ HRESULT WINAPI acquire_next_frame(Duplication* self, UINT timeout_ms, DXGI_OUTDU
   }
   if (FAILED(result)) return result;
 
-  const std::int64_t change = last_change();
+  const std::int64_t change = last_change(self);
   info->AccumulatedFrames =
       self->change_shown < 0 ? 1 : static_cast<UINT>(change - self->change_shown);  // merged into this frame
   QueryPerformanceCounter(&info->LastPresentTime);
   self->change_shown = change;
-  self->held = std::make_shared<bool>(true);
-  const std::int32_t number = ++desktop_board().frames;
+  self->frame = std::make_shared<Frame>();
+  self->frame->number = ++desktop_board().frames;
+  self->frame->mirror = self->mirror;
+  self->frame->change = change;
   if (!is(DesktopAbsurdity::NullResource))
-    *resource =
-        make_desktop_texture(self->parent, self->place, texture_size(self->place), number, self->held);
+    *resource = make_desktop_texture(self->parent, self->place, texture_size(self), self->frame);
   return S_OK;
 }
 
 HRESULT WINAPI release_frame(Duplication* self) {
   if (!holds_frame(self)) return misuse(DesktopMisuse::NoFrameHeld, DXGI_ERROR_INVALID_CALL);
-  *self->held = false;
+  self->frame->held = false;
   follow_output(self);
   return self->lost ? DXGI_ERROR_ACCESS_LOST : S_OK;
 }
 
 void WINAPI describe_duplication(Duplication* self, DXGI_OUTDUPL_DESC* desc) {
-  const SIZE size = texture_size(self->place);
+  const SIZE size = texture_size(self);
   *desc = {};
   desc->ModeDesc.Width = static_cast<UINT>(size.cx);
   desc->ModeDesc.Height = static_cast<UINT>(size.cy);
@@ -138,8 +160,9 @@ MethodTable& duplication_methods() {
 
 }  // namespace
 
-Object* make_duplication(Object* device, std::int32_t place) {
+Object* make_duplication(Object* device, std::int32_t place, std::shared_ptr<Mirror> mirror) {
   auto* const duplication = make<Duplication>(Kind::Duplication, duplication_methods(), device, place);
+  duplication->mirror = std::move(mirror);
   duplication->area = area_of(place);
   ++living[place];
   return duplication;

@@ -6,6 +6,7 @@
 #include <dxgi1_2.h>
 
 #include "tests/doubles/board_win32.h"
+#include "tests/doubles/dxgi/mirror.h"
 #include "tests/doubles/dxgi/objects.h"
 
 namespace vantelink_doubles {
@@ -93,6 +94,10 @@ HRESULT misuse(DesktopMisuse kind, HRESULT result) {
 }
 
 RECT area_of(std::int32_t place) {
+  if (shows_mirror()) {
+    const SIZE size = mirror_size();
+    return {0, 0, size.cx, size.cy};
+  }
   const DesktopBoard& board = desktop_board();
   if (board.output_count <= 0) return {0, 0, kDefaultWidth, kDefaultHeight};
   const OutputCells& output = board.outputs[place];
@@ -101,7 +106,7 @@ RECT area_of(std::int32_t place) {
 
 bool attached(std::int32_t place) {
   const DesktopBoard& board = desktop_board();
-  return board.output_count <= 0 || board.outputs[place].unattached == 0;
+  return shows_mirror() || board.output_count <= 0 || board.outputs[place].unattached == 0;
 }
 
 }  // namespace vantelink_doubles

@@ -3,7 +3,10 @@
 #include <d3d11.h>
 #include <dxgi1_2.h>
 
+#include <utility>
+
 #include "tests/doubles/dxgi/duplication.h"
+#include "tests/doubles/dxgi/mirror.h"
 #include "tests/doubles/dxgi/objects.h"
 #include "tests/windows/support/holdings.h"
 
@@ -14,6 +17,7 @@ namespace {
 constexpr std::int32_t kMostDuplicatingPrograms = 4;
 
 int output_count() {
+  if (shows_mirror()) return 1;
   const std::int32_t count = desktop_board().output_count;
   return count <= 0 ? 1 : count > kMostOutputs ? kMostOutputs : count;
 }
@@ -35,7 +39,9 @@ HRESULT WINAPI duplicate_output(Object* self, Object* device, Object** duplicati
   if (is_duplicated(self->place)) return misuse(DesktopMisuse::SecondDuplication);
   if (desktop_board().duplicate_result != 0) return desktop_board().duplicate_result;
   if (desktop_board().other_programs >= kMostDuplicatingPrograms) return DXGI_ERROR_NOT_CURRENTLY_AVAILABLE;
-  *duplication = make_duplication(device, self->place);
+  std::shared_ptr<Mirror> mirror;
+  if (shows_mirror() && !(mirror = Mirror::connect())) return DXGI_ERROR_NOT_CURRENTLY_AVAILABLE;
+  *duplication = make_duplication(device, self->place, std::move(mirror));
   ++desktop_board().duplications;
   return S_OK;
 }

@@ -5,13 +5,20 @@
 
 #include <memory>
 
+#include "tests/doubles/dxgi/mirror.h"
 #include "tests/doubles/dxgi/objects.h"
 
 namespace vantelink_doubles {
 
-// Creates the desktop texture of an acquired frame with the picture of this number. The picture is painted
-// when the texture is copied. While `*held` is false the frame is released, and its texture must not be used.
-Object* make_desktop_texture(Object* device, std::int32_t place, SIZE size, std::int32_t number,
-                             std::shared_ptr<bool> held);
+// A frame that a duplication has returned. Its texture gets its content when it is copied.
+struct Frame {
+  bool held = true;                // false after the release; the texture must then not be used
+  std::int32_t number = 0;         // of the picture that is painted, unless there is a mirror
+  std::shared_ptr<Mirror> mirror;  // provides the picture
+  std::int64_t change = 0;         // number of the mirror's picture that the texture shows
+};
+
+// Creates the desktop texture of an acquired frame.
+Object* make_desktop_texture(Object* device, std::int32_t place, SIZE size, std::shared_ptr<Frame> frame);
 
 }  // namespace vantelink_doubles
