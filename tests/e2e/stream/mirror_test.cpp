@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <optional>
 
 #include "e2e/support/stream_fixture.h"
@@ -88,6 +90,32 @@ class MirrorStream : public StreamTest {
       if (error < kMostError) return;
       ASSERT_TRUE(std::chrono::steady_clock::now() < deadline) << "the mean error is " << error;
     }
+  }
+
+  // Reads frames for this time, and prints how many there were and what share of a processor each process
+  // used.
+  void measure(const char* what, int seconds) {
+    const int display = std::atoi(file_bytes(desk->folder() + "/xvfb.pid").c_str());
+    const std::pair<const char*, int> processes[] = {
+        {"agent", pid_}, {"desktop_mirror", mirror_->pid()}, {"X server", display}};
+    ASSERT_TRUE(answers());
+    double before[3] = {};
+    for (int i = 0; i < 3; ++i)
+      before[i] = processor_seconds(processes[i].second);
+    const auto begin = std::chrono::steady_clock::now();
+    const auto passed = [&] {
+      return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    };
+    int frames = 0;
+    for (; passed() < seconds; ++frames)
+      next_frame();
+    const double time = passed();
+    std::printf("%s, %s: %.1f frames a second", config_.c_str(), what, frames / time);
+    for (int i = 0; i < 3; ++i) {
+      std::printf("; %s %.3f of a processor", processes[i].first,
+                  (processor_seconds(processes[i].second) - before[i]) / time);
+    }
+    std::printf("\n");
   }
 
   int program_ = 0;  // the process of the other Windows program
@@ -178,6 +206,19 @@ TEST_F(MirrorStream, StreamContinuesByGdiWhenTheDuplicationEnds) {
   ASSERT_TRUE(eventually([&] { return (*desktop)->frames > frames; }));
   EXPECT_EQ((*desktop)->duplications, 2);
   expect_screen();
+}
+
+// Prints figures. VANTELINK_MIRROR_SECONDS is the length of each measurement and VANTELINK_SCREEN the size of
+// the screen.
+TEST_F(MirrorStream, Rate) {
+  const char* const length = std::getenv("VANTELINK_MIRROR_SECONDS");
+  if (length == nullptr) GTEST_SKIP() << "measures only if VANTELINK_MIRROR_SECONDS is set";
+  start_mirror();
+  start_stream(R"({"max_fps":60})");
+  next_picture();
+  measure("still", std::atoi(length));
+  paint(1, 60);
+  measure("busy", std::atoi(length));
 }
 
 TEST_F(MirrorStream, MirrorEndsWithItsOwner) {
