@@ -85,6 +85,7 @@ struct DesktopBoard {
   Cell device_adapter;  // number of the last device's adapter
   Cell frames;          // number of returned frames; the last picture shows the same number
   Cell time_outs;
+  Cell wakes;        // frames of the mirrored desktop for which AcquireNextFrame waited
   Cell wait;         // timeout of the last AcquireNextFrame, in milliseconds
   Cell losses;       // AcquireNextFrame calls that failed, except by a time-out
   Cell misuses;      // number of forbidden calls

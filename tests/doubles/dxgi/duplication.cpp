@@ -61,11 +61,14 @@ void follow_output(Duplication* self) {
 
 // Waits for a change of the mirrored desktop, and returns the result.
 HRESULT wait_for_mirror(Duplication* self, UINT timeout_ms) {
+  const bool waits = self->mirror->published() == self->change_shown;
   const HRESULT result =
       self->lost ? DXGI_ERROR_ACCESS_LOST : self->mirror->wait_for_change(self->change_shown, timeout_ms);
-  follow_output(self);
   if (result == DXGI_ERROR_ACCESS_LOST) self->lost = true;
-  return self->lost ? DXGI_ERROR_ACCESS_LOST : result;
+  follow_output(self);
+  if (self->lost) return DXGI_ERROR_ACCESS_LOST;
+  if (waits && result == S_OK) ++desktop_board().wakes;
+  return result;
 }
 
 // Waits for a change of the desktop, and returns the result.

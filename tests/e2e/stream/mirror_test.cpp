@@ -168,6 +168,14 @@ TEST_F(MirrorStream, StillScreenIsSentOnceASecond) {
   EXPECT_GT((*desktop)->time_outs, time_outs + 3);
 }
 
+TEST_F(MirrorStream, ChangeOfAStillScreenEndsTheWaitForIt) {
+  start_mirror();
+  start_stream();
+  next_frame();
+  paint(1, 4);
+  ASSERT_TRUE(eventually([&] { return (*desktop)->wakes >= 5; }));
+}
+
 TEST_F(MirrorStream, PicturesOfABusyScreenComeInOrder) {
   start_mirror();
   paint(1, 60);
