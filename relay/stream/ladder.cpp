@@ -24,6 +24,9 @@ constexpr std::array kRungs{
 // A line of 0.5 Mbit/s carries this rate, and a fast line has a higher one after 5 s.
 constexpr std::int32_t kFirstBitrate = 340'000;
 constexpr std::int32_t kIdleFps = 15;
+// The highest rate that is asked for while little changes: it is sharp, and lets 60 pictures a second follow
+// a key.
+constexpr std::int32_t kStillBitrate = 5'600'000;
 
 constexpr milliseconds kAim{150};
 // The time that a key frame takes on a free line: above the first, the rates go down; below the second, a
@@ -164,7 +167,7 @@ void Ladder::move(const LadderReport& report) {
     return;
   }
   if (!may_go_up) return;
-  if (const auto higher = higher_rung(now)) go_up(*higher, now);
+  if (const auto higher = higher_rung(report)) go_up(*higher, now);
 }
 
 // Reads what the report says about the line.
@@ -263,7 +266,8 @@ std::optional<std::size_t> Ladder::lower_for_key_frames() const {
   return std::min(rung_ - 1, rung_below(kUsableShare * keys.carried, preset_));
 }
 
-std::optional<std::size_t> Ladder::higher_rung(Clock::time_point now) const {
+std::optional<std::size_t> Ladder::higher_rung(const LadderReport& report) const {
+  const Clock::time_point now = report.now;
   if (last_down_ && now - *last_down_ < kBetweenUp) return std::nullopt;
   if (recent_.back().viewer_bits == 0) return std::nullopt;
   double used = 0;
@@ -271,8 +275,11 @@ std::optional<std::size_t> Ladder::higher_rung(Clock::time_point now) const {
     if (second.late) return std::nullopt;
     used = std::max(used, second.bits);
   }
-  // A stream that does not use its bits would not use more, and shows nothing about the line.
-  if (used < kUsableShare * asked_.bitrate) return std::nullopt;
+  // At full pace, a stream that does not use its bits would not use more, and shows nothing about the line.
+  // Of a duplicated desktop that hardly changes, each picture is as poor as the rate allows, although most of
+  // the bits remain; its key frames show what the line carries.
+  const bool uses = used >= kUsableShare * asked_.bitrate;
+  if (!uses && (report.full_pace || asked_.bitrate >= kStillBitrate)) return std::nullopt;
   const KeyFrames keys = key_frames(2);
   if (keys.carried == 0) return std::nullopt;
   // The stream and its key frames grow with the rate, and both must fit.
@@ -280,7 +287,7 @@ std::optional<std::size_t> Ladder::higher_rung(Clock::time_point now) const {
   const double most =
       std::min({kUsableShare * keys.carried, kGreatestStepUp * asked_.bitrate,
                 asked_.bitrate * duration<double>(kKeyFrameAim).count() / std::max(key_seconds, 0.001)});
-  std::size_t rung = rung_below(most, preset_);
+  std::size_t rung = rung_below(uses ? most : std::min<double>(most, kStillBitrate), preset_);
   if (now < blocked_until_) rung = std::min(rung, blocked_ - 1);
   if (failed_ && rung_ < blocked_) rung = std::min(rung, blocked_);
   return rung > rung_ ? std::optional(rung) : std::nullopt;

@@ -138,9 +138,30 @@ TEST_F(LadderTest, RatesDoNotRiseIfTheirKeyFramesWouldBeLate) {
   }
 }
 
-TEST_F(LadderTest, RatesDoNotRiseWhileTheScreenIsStill) {
+TEST_F(LadderTest, RatesRiseToASharpPictureWhileADuplicatedDesktopIsStill) {
+  std::vector<StreamRates> steps;
   for (int i = 0; i < 100; ++i)
-    EXPECT_FALSE(ladder_.report(still()));
+    if (const auto rates = ladder_.report(still())) steps.push_back(*rates);
+  ASSERT_GT(steps.size(), 1u);
+  EXPECT_EQ(steps.back(), (StreamRates{60, 5'600'000}));
+  EXPECT_EQ(seconds_to_step(20), 1) << "as soon as the stream uses them, they rise further";
+}
+
+TEST_F(LadderTest, RatesDoNotRiseWhileAStillScreenIsSentAtFullPace) {
+  for (int i = 0; i < 100; ++i) {
+    LadderReport report = still();
+    report.full_pace = true;
+    const auto rates = ladder_.report(report);
+    EXPECT_TRUE(!rates || rates->bitrate == 340'000) << i;
+  }
+}
+
+TEST_F(LadderTest, RatesOfAStillDesktopStayIfItsKeyFramesAreSlow) {
+  for (int i = 0; i < 100; ++i) {
+    LadderReport report = still();
+    report.viewers[0].pictures.worst = 90ms;
+    EXPECT_FALSE(ladder_.report(report)) << i;
+  }
 }
 
 TEST_F(LadderTest, RatesDoNotRiseWithin20SecondsAfterALateReport) {
@@ -151,6 +172,7 @@ TEST_F(LadderTest, RatesDoNotRiseWithin20SecondsAfterALateReport) {
 TEST_F(LadderTest, RatesDoNotRiseWhileNobodySees) {
   for (int i = 0; i < 20; ++i) {
     LadderReport report = in_time();
+    report.full_pace = true;
     if (i < 10) report.bytes = 3000;
     if (i >= 10) report.viewers.clear();
     EXPECT_FALSE(ladder_.report(report)) << i;
