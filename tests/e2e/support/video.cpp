@@ -170,6 +170,19 @@ Difference difference(const Picture& picture, Expected expected) {
   return {sum.squares / samples, sum.levels / samples};
 }
 
+Difference difference_from(const Picture& picture, const PngPicture& screen) {
+  require(picture.width <= screen.width && picture.height <= screen.height,
+          "the picture is larger than the screen");
+  const auto screen_width = static_cast<std::size_t>(screen.width);
+  return difference(picture, [&](std::size_t column, std::size_t row, std::size_t channel) {
+    return static_cast<std::uint8_t>(screen.pixels[(row * screen_width + column) * 4 + 2 - channel]);
+  });
+}
+
+double decibels(double mean_square) {
+  return mean_square == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / mean_square);
+}
+
 }  // namespace
 
 double similarity(const Picture& picture, std::uint32_t number, std::uint32_t output) {
@@ -178,22 +191,17 @@ double similarity(const Picture& picture, std::uint32_t number, std::uint32_t ou
   Bytes expected(width * height * 4);
   vantelink_doubles::paint_picture(expected.data(), static_cast<std::uint32_t>(width),
                                    static_cast<std::uint32_t>(height), width * 4, number, output);
-  const double mean = difference(picture, [&](std::size_t column, std::size_t row, std::size_t channel) {
-                        return expected[(row * width + column) * 4 + channel];
-                      }).squares;
-  return mean == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / mean);
+  return decibels(difference(picture, [&](std::size_t column, std::size_t row, std::size_t channel) {
+                    return expected[(row * width + column) * 4 + channel];
+                  }).squares);
+}
+
+double similarity(const Picture& picture, const PngPicture& screen) {
+  return decibels(difference_from(picture, screen).squares);
 }
 
 double mean_error(const Picture& picture, const PngPicture& screen) {
-  require(picture.width <= screen.width && picture.height <= screen.height,
-          "the picture is larger than the screen");
-  const auto screen_width = static_cast<std::size_t>(screen.width);
-  return difference(picture,
-                    [&](std::size_t column, std::size_t row, std::size_t channel) {
-                      return static_cast<std::uint8_t>(
-                          screen.pixels[(row * screen_width + column) * 4 + 2 - channel]);
-                    })
-      .levels;
+  return difference_from(picture, screen).levels;
 }
 
 }  // namespace vantelink_test

@@ -59,4 +59,8 @@ double similarity(const Picture& picture, std::uint32_t number, std::uint32_t ou
 // and red, in levels.
 double mean_error(const Picture& picture, const PngPicture& screen);
 
+// The picture's similarity to the top left part of a picture of the screen: the peak signal-to-noise ratio
+// over blue, green and red, in decibels, and at most 100.
+double similarity(const Picture& picture, const PngPicture& screen);
+
 }  // namespace vantelink_test

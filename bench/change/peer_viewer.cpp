@@ -1,0 +1,149 @@
+// Starts the program and runs the library's client.
+#include "peer_viewer.h"
+
+#include <fcntl.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <rfb/rfbclient.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "support/waiting.h"
+#include "tests/doubles/scripted_picture.h"
+
+namespace vantelink_bench {
+namespace {
+
+constexpr int kLoopMicroseconds = 100000;  // the longest wait until the thread looks whether it has to end
+
+char client_tag;  // its address is the key of the viewer in the client's data
+
+unsigned short free_port() {
+  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  if (::bind(socket, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+      ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+    throw std::runtime_error("no port is free");
+  ::close(socket);
+  return ntohs(address.sin_port);
+}
+
+// Starts a program of the search path, without input and output.
+pid_t started(const std::string& display, const std::vector<std::string>& command) {
+  std::vector<char*> words;
+  for (const std::string& word : command)
+    words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  const pid_t process = ::fork();
+  if (process != 0) return process;
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const int nothing = ::open("/dev/null", O_RDWR);
+  for (int descriptor = 0; descriptor < 3; ++descriptor)
+    ::dup2(nothing, descriptor);
+  ::setenv("DISPLAY", display.c_str(), 1);
+  ::execvp(words[0], words.data());
+  ::_exit(127);
+}
+
+std::uint64_t bytes_received(int socket) {
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  if (::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
+    throw std::runtime_error("the system counts no bytes of a connection");
+  return info.tcpi_bytes_received;
+}
+
+}  // namespace
+
+PeerViewer::PeerViewer(const std::string& display, const Peer& peer) {
+  const unsigned short port = free_port();
+  std::vector<std::string> command = peer.command;
+  for (std::string& word : command) {
+    if (word == "{port}") word = std::to_string(port);
+  }
+  process_ = started(display, command);
+  rfbEnableClientLogging = FALSE;
+  if (!vantelink_test::eventually([&] {
+        connect(port);
+        return client_ != nullptr;
+      }))
+    throw std::runtime_error(peer.name + " accepts no connection");
+  thread_ = std::thread([this] { run(); });
+}
+
+PeerViewer::~PeerViewer() {
+  ending_ = true;
+  if (process_ > 0) ::kill(process_, SIGKILL);
+  if (thread_.joinable()) thread_.join();
+  if (process_ > 0) ::waitpid(process_, nullptr, 0);
+  if (client_ == nullptr) return;
+  std::free(client_->frameBuffer);
+  rfbClientCleanup(client_);
+}
+
+// Leaves client_ null if the program does not listen yet. The library frees a client that cannot connect.
+void PeerViewer::connect(unsigned short port) {
+  rfbClient* const client = rfbGetClient(8, 3, 4);
+  client->serverHost = ::strdup("127.0.0.1");
+  client->serverPort = port;
+  client->FinishedFrameBufferUpdate = &PeerViewer::on_update;
+  rfbClientSetClientData(client, &client_tag, this);
+  if (rfbInitClient(client, nullptr, nullptr)) client_ = client;
+}
+
+void PeerViewer::run() {
+  try {
+    while (!ending_) {
+      const int waiting = WaitForMessage(client_, kLoopMicroseconds);
+      if (waiting == 0) continue;
+      const std::lock_guard lock(mutex_);
+      if (waiting < 0 || !HandleRFBServerMessage(client_)) throw std::runtime_error("the connection ended");
+    }
+  } catch (const std::exception& failure) {
+    if (!ending_) fail(std::string("a peer's viewer: ") + failure.what());
+  }
+}
+
+void PeerViewer::on_update(rfbClient* client) {
+  auto* const viewer = static_cast<PeerViewer*>(rfbClientGetClientData(client, &client_tag));
+  std::vector<std::uint8_t> green(vantelink_doubles::kSquare * static_cast<std::size_t>(client->width));
+  for (std::size_t i = 0; i < green.size(); ++i)
+    green[i] = client->frameBuffer[i * 4 + 1];
+  viewer->see(vantelink_doubles::read_number(green.data(), static_cast<std::size_t>(client->width)),
+              bytes_received(client->sock));
+}
+
+double PeerViewer::similarity(const vantelink_test::PngPicture& screen) const {
+  const std::lock_guard lock(mutex_);
+  if (client_->width != screen.width || client_->height != screen.height)
+    throw std::runtime_error("the peer's picture has another size than the screen");
+  double squares = 0;
+  for (std::size_t i = 0; i < screen.pixels.size(); ++i) {
+    if (i % 4 == 3) continue;
+    const double error = static_cast<std::uint8_t>(screen.pixels[i]) - client_->frameBuffer[i];
+    squares += error * error;
+  }
+  const double mean = squares / (static_cast<double>(screen.pixels.size()) * 3 / 4);
+  return mean == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / mean);
+}
+
+// The library writes from the reading thread too, so the two take turns.
+void PeerViewer::press_key() {
+  const std::lock_guard lock(mutex_);
+  for (const bool down : {true, false}) {
+    if (!SendKeyEvent(client_, XK_a, down)) throw std::runtime_error("a peer takes no key");
+  }
+}
+
+}  // namespace vantelink_bench
