@@ -68,9 +68,10 @@ AgentViewer::~AgentViewer() {
 }
 
 void AgentViewer::start_helper(const CapturePath& path) {
-  std::string command;
+  std::string command = "'" VANTELINK_SOURCE_DIR "/";
   for (const std::string& word : path.helper)
-    command += '\'' + filled(word, folder_) + "' ";
+    command += filled(word, folder_) + "' '";
+  command.pop_back();
   const std::string output = folder_ + "/helper.out";
   processes_.push_back(std::stoi(
       desk_.host(command + "> '" + output + "' 2> '" + folder_ + "/helper.err' < /dev/null & echo $!")));

@@ -13,14 +13,15 @@
 
 namespace vantelink_bench {
 
-// A way by which the agent captures the screen. In all texts, {folder} stands for the folder of the agent's
-// executable, and {windows-folder} for the same folder as programs under Wine see it.
+// A way by which the agent captures the screen. In the texts of environment and helper, {folder} stands for
+// the folder of the agent's executable, and {windows-folder} for the same folder as programs under Wine see
+// it.
 struct CapturePath {
   std::string name{};
   std::vector<std::string> environment{};  // of the agent: NAME=VALUE
   std::vector<std::string> files{};        // copied into the agent's folder; paths in this source tree
-  // A program of this host that is started on the desk's display before the agent, and its arguments. It has
-  // to print a line when it is ready. Empty for none.
+  // A program of this host, as a path in this source tree, and its arguments. It is started on the desk's
+  // display before the agent, and has to print a line when it is ready. Empty for none.
   std::vector<std::string> helper{};
 };
 

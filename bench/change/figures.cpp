@@ -16,17 +16,18 @@ double quantile(std::vector<double>& values, double share) {
   return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
 }
 
-// The peer's median, and our ratio to it: empty places if there is none.
+// The peer's median, and our ratios to its median and its processor time: empty places for what there is not.
 std::string compared(const Figures& ours, const std::vector<Figures>& table, const std::string& peer) {
   const auto theirs = std::ranges::find_if(
       table, [&](const Figures& one) { return one.scene == ours.scene && one.side == peer; });
-  char text[64];
-  std::snprintf(text, sizeof text, " %8s %6s %6s", "", "", "");
-  if (!ours.peer && theirs != table.end() && theirs->median > 0 && theirs->cores > 0) {
-    std::snprintf(text, sizeof text, " %8.1f %6.2f %6.2f", theirs->median, ours.median / theirs->median,
-                  ours.cores / theirs->cores);
-  }
-  return text;
+  const auto place = [](int width, int digits, double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, " %*.*f", width, digits, value);
+    return value > 0 ? std::string(text) : std::string(static_cast<std::size_t>(width) + 1, ' ');
+  };
+  const auto ratio = [&](double our, double their) { return place(6, 2, their > 0 ? our / their : 0); };
+  if (ours.peer || theirs == table.end()) return std::string(23, ' ');
+  return place(8, 1, theirs->median) + ratio(ours.median, theirs->median) + ratio(ours.cores, theirs->cores);
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ Pixels film() {
     for (std::uint32_t y = 0; y < kFilmHeight; ++y) {
       for (std::uint32_t x = 0; x < kFilmWidth; ++x) {
         // The periods are multiples of the way that the gradients move until the film repeats.
-        const auto noise = static_cast<std::uint32_t>(random() >> 8) % 12;
+        const auto noise = static_cast<std::uint32_t>(random() >> 8) % 32;
         const std::uint32_t red = vantelink_doubles::triangle(x + y / 2 + picture * 16, 400, 20, 235);
         const std::uint32_t green = vantelink_doubles::triangle(x + 2 * y + picture * 12, 300, 20, 200);
         const std::uint32_t blue =

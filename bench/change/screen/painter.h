@@ -45,6 +45,8 @@ class Painter {
     window_.hide();
     return number_;
   }
+  // Whether another window has covered the scene since prepare(), so that it has to be prepared again.
+  bool was_covered() { return window_.was_covered(); }
   // What is on the screen.
   vantelink_test::PngPicture screen() const { return window_.screen(); }
 

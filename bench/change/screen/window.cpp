@@ -41,6 +41,7 @@ struct CoveringWindow::State {
   Display* display = nullptr;
   Window window = 0;
   GC context = nullptr;
+  bool covered = false;
   XImage* film = nullptr;
   XShmSegmentInfo memory{};
 };
@@ -55,6 +56,8 @@ CoveringWindow::CoveringWindow(const std::string& display) : state_(std::make_un
   state_->window = XCreateSimpleWindow(state_->display, desktop, 0, 0, static_cast<unsigned>(width()),
                                        static_cast<unsigned>(height()), 0, 0, 0xFFFFFF);
   state_->context = XCreateGC(state_->display, state_->window, 0, nullptr);
+  XSelectInput(state_->display, state_->window, VisibilityChangeMask);
+  XSetGraphicsExposures(state_->display, state_->context, False);
   XWarpPointer(state_->display, 0, desktop, 0, 0, 0, 0, width() - 1, height() - 1);
   finish();
 }
@@ -79,6 +82,8 @@ int CoveringWindow::height() const {
 
 void CoveringWindow::show() {
   XMapRaised(state_->display, state_->window);
+  XSync(state_->display, True);  // discards the reports from the time before
+  state_->covered = false;
 }
 
 void CoveringWindow::hide() {
@@ -133,7 +138,17 @@ void CoveringWindow::put_film(int row, int rows, int left, int top) {
 }
 
 void CoveringWindow::finish() {
-  XSync(state_->display, True);
+  XSync(state_->display, False);
+}
+
+bool CoveringWindow::was_covered() {
+  finish();
+  while (XPending(state_->display) > 0) {
+    XEvent event;
+    XNextEvent(state_->display, &event);
+    state_->covered |= event.type == VisibilityNotify && event.xvisibility.state != VisibilityUnobscured;
+  }
+  return state_->covered;
 }
 
 vantelink_test::PngPicture CoveringWindow::screen() const {

@@ -23,6 +23,8 @@ class CoveringWindow {
   int height() const;
   void show();  // above the windows of Wine's programs
   void hide();
+  // Whether another window has covered a part of this one since show().
+  bool was_covered();
   void fill(std::uint32_t colour);
   // Draws pixels, `width` in a row, at this place.
   void put(const Pixels& pixels, int left, int top, int width);
