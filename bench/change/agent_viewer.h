@@ -36,6 +36,8 @@ class AgentViewer : public Viewer {
   // Throws std::runtime_error when the agent does not start or sends another codec than asked for.
   AgentViewer(const vantelink_test::Desk& desk, const CapturePath& path, const StreamWish& wish);
   ~AgentViewer() override;
+  AgentViewer(const AgentViewer&) = delete;
+  AgentViewer& operator=(const AgentViewer&) = delete;
 
   std::vector<pid_t> processes() const override { return processes_; }
   double similarity(const vantelink_test::PngPicture& screen) const override;

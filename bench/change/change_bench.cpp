@@ -42,6 +42,7 @@ constexpr char kKeys[] = "keys";  // the scene in which the viewer presses keys
 
 std::vector<std::string> scene_names() {
   std::vector<std::string> names;
+  names.reserve(kScenes.size() + 1);
   for (const Scene scene : kScenes)
     names.emplace_back(name_of(scene));
   names.emplace_back(kKeys);
@@ -75,6 +76,7 @@ std::vector<Side> sides_of(const Desk& desk, const std::string& display) {
   const std::vector<CapturePath> paths = {{.name = "GDI"}};
   const std::vector<StreamWish> wishes = {{"h264", 30}, {"h264", 60}, {"mjpeg", 30}};
   std::vector<Side> sides;
+  sides.reserve(peers.size() + paths.size() * wishes.size());
   for (const Peer& peer : peers)
     sides.push_back({peer.name, true, [=] { return std::make_unique<PeerViewer>(display, peer); }});
   for (const CapturePath& path : paths) {
@@ -100,6 +102,7 @@ struct Play {
 
 std::vector<Play> plays_of(const Desk& desk, Painter& painter, Viewer& viewer) {
   std::vector<Play> plays;
+  plays.reserve(kScenes.size() + 1);
   for (const Scene scene : kScenes) {
     plays.push_back({name_of(scene), [&painter, scene] { return painter.prepare(scene); },
                      [&painter, scene](Clock::duration time) { return painter.play(scene, time); }});

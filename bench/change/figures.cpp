@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 
 namespace vantelink_bench {
@@ -13,7 +14,7 @@ constexpr double kWithoutDifference = 100;  // decibels; see Viewer::similarity
 double quantile(std::vector<double>& values, double share) {
   if (values.empty()) return 0;
   std::ranges::sort(values);
-  return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+  return values[static_cast<std::size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
 }
 
 // The peer's median, and our ratios to its median and its processor time: empty places for what there is not.

@@ -40,10 +40,11 @@ unsigned short free_port() {
 }
 
 // Starts a program of the search path, without input and output.
-pid_t started(const std::string& display, const std::vector<std::string>& command) {
+pid_t started(const std::string& display, std::vector<std::string> command) {
   std::vector<char*> words;
-  for (const std::string& word : command)
-    words.push_back(const_cast<char*>(word.c_str()));
+  words.reserve(command.size() + 1);
+  for (std::string& word : command)
+    words.push_back(word.data());
   words.push_back(nullptr);
   const pid_t process = ::fork();
   if (process != 0) return process;
@@ -88,7 +89,7 @@ PeerViewer::~PeerViewer() {
   if (thread_.joinable()) thread_.join();
   if (process_ > 0) ::waitpid(process_, nullptr, 0);
   if (client_ == nullptr) return;
-  std::free(client_->frameBuffer);
+  std::free(client_->frameBuffer);  // NOLINT(cppcoreguidelines-no-malloc): the library has allocated it
   rfbClientCleanup(client_);
 }
 
@@ -142,7 +143,8 @@ double PeerViewer::similarity(const vantelink_test::PngPicture& screen) const {
 void PeerViewer::press_key() {
   const std::lock_guard lock(mutex_);
   for (const bool down : {true, false}) {
-    if (!SendKeyEvent(client_, XK_a, down)) throw std::runtime_error("a peer takes no key");
+    if (!SendKeyEvent(client_, XK_a, static_cast<rfbBool>(down ? TRUE : FALSE)))
+      throw std::runtime_error("a peer takes no key");
   }
 }
 

@@ -23,6 +23,8 @@ class PeerViewer : public Viewer {
   // quality and compression. Throws std::runtime_error when no connection is made.
   PeerViewer(const std::string& display, const Peer& peer);
   ~PeerViewer() override;
+  PeerViewer(const PeerViewer&) = delete;
+  PeerViewer& operator=(const PeerViewer&) = delete;
 
   std::vector<pid_t> processes() const override { return {process_}; }
   double similarity(const vantelink_test::PngPicture& screen) const override;

@@ -27,7 +27,8 @@ void draw(Pixels& pixels, int width, int left, int top, std::uint32_t number) {
   for (int y = 0; y < 10; ++y) {
     for (int x = 0; x < 6; ++x) {
       if ((glyph >> (y / 2 * 3 + x / 2) & 1) != 0)
-        pixels[static_cast<std::size_t>((top + y) * width + left + x)] = kInk;
+        pixels[static_cast<std::size_t>(top + y) * static_cast<std::size_t>(width) +
+               static_cast<std::size_t>(left + x)] = kInk;
     }
   }
 }

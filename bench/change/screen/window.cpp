@@ -100,6 +100,7 @@ void CoveringWindow::fill(std::uint32_t colour) {
 void CoveringWindow::put(const Pixels& pixels, int left, int top, int width) {
   const int rows = static_cast<int>(pixels.size()) / width;
   // XPutImage only reads the pixels.
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
   char* const data = reinterpret_cast<char*>(const_cast<std::uint32_t*>(pixels.data()));
   XImage* const image = XCreateImage(state_->display, DefaultVisual(state_->display, 0), 24, ZPixmap, 0, data,
                                      static_cast<unsigned>(width), static_cast<unsigned>(rows), 32, 0);
