@@ -57,11 +57,11 @@ void print(const std::vector<Figures>& table) {
   for (const Figures& row : table) {
     if (row.peer && std::ranges::find(peers, row.side) == peers.end()) peers.push_back(row.side);
   }
-  std::printf("%-9s %-14s %8s %7s %7s %6s %9s %9s %6s %7s %6s %7s %6s", "", "", "change", "to", "changes",
+  std::printf("%-9s %-16s %8s %7s %7s %6s %9s %9s %6s %7s %6s %7s %6s", "", "", "change", "to", "changes",
               "not", "pictures", "received", "CPU", "ms CPU", "Xvfb", "wine-", "PSNR");
   for (const std::string& peer : peers)
     std::printf(" %8s %6s %6s", peer.substr(0, 8).c_str(), "ratio", "ratio");
-  std::printf("\n%-9s %-14s %8s %7s %7s %6s %9s %9s %6s %7s %6s %7s %6s", "scene", "side", "pixel 50",
+  std::printf("\n%-9s %-16s %8s %7s %7s %6s %9s %9s %6s %7s %6s %7s %6s", "scene", "side", "pixel 50",
               "99 ms", "", "shown", "a second", "kB/s", "cores", "picture", "cores", "server", "dB");
   for (std::size_t i = 0; i < peers.size(); ++i)
     std::printf(" %8s %6s %6s", "50 ms", "delay", "CPU");
@@ -69,7 +69,7 @@ void print(const std::vector<Figures>& table) {
   for (const Figures& row : table) {
     char likeness[16] = "equal";
     if (row.likeness < kWithoutDifference) std::snprintf(likeness, sizeof likeness, "%.1f", row.likeness);
-    std::printf("%-9s %-14s %8.1f %7.1f %7zu %6zu %9.1f %9.0f %6.3f %7.2f %6.3f %7.3f %6s", row.scene.c_str(),
+    std::printf("%-9s %-16s %8.1f %7.1f %7zu %6zu %9.1f %9.0f %6.3f %7.2f %6.3f %7.3f %6s", row.scene.c_str(),
                 row.side.c_str(), row.median, row.late, row.changes, row.missed, row.pictures,
                 row.bytes / 1000, row.cores, row.milliseconds_a_picture(), row.display, row.server, likeness);
     for (const std::string& peer : peers)
