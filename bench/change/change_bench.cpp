@@ -73,7 +73,14 @@ std::vector<Side> sides_of(const Desk& desk, const std::string& display) {
       {"x11vnc", {"x11vnc", "-rfbport", "{port}", "-localhost", "-nopw", "-forever", "-quiet"}},
       {"TigerVNC", {"X0tigervnc", "-rfbport", "{port}", "-localhost", "-SecurityTypes", "None"}},
   };
-  const std::vector<CapturePath> paths = {{.name = "GDI"}};
+  const std::vector<CapturePath> paths = {
+      {.name = "GDI"},
+      {.name = "mirror",
+       .environment = {"WINEDLLOVERRIDES=mscoree,mshtml,winedbg.exe=;dxgi,d3d11=n,b",
+                       "VANTELINK_DESKTOP_MIRROR={windows-folder}\\mirror"},
+       .files = {"build/windows/tests/doubles/dxgi.dll", "build/windows/tests/doubles/d3d11.dll"},
+       .helper = {"build/host/tests/doubles/desktop_mirror", "{folder}/mirror"}},
+  };
   const std::vector<StreamWish> wishes = {{"h264", 30}, {"h264", 60}, {"mjpeg", 30}};
   std::vector<Side> sides;
   sides.reserve(peers.size() + paths.size() * wishes.size());
