@@ -5,6 +5,9 @@ import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../../c
 import { LinkMsg, Msg } from '../../../console/link/messages.js';
 import { until } from './waiting.mjs';
 
+// For other tests that need a WebSocket: packages are found from this folder only.
+export { WebSocket };
+
 export const AgentMsg = Object.freeze({ ...LinkMsg, ...Msg });
 
 /** The length of an event in bytes, indexed by the event's first byte. */

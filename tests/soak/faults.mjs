@@ -1,0 +1,182 @@
+// The faults of a run: lines that are cut, held or swallow, processes that are killed, and certificates that change.
+import { execFileSync } from 'node:child_process';
+import { X509Certificate } from 'node:crypto';
+import { chmodSync, readFileSync, renameSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { connect } from 'node:tls';
+import { EVERYTHING, GivenUp } from './world.mjs';
+
+/** @typedef {import('./world.mjs').World} World */
+/** @typedef {import('./machines.mjs').Machine} Machine */
+/** @typedef {import('./random.mjs').Random} Random */
+/** @typedef {import('./representative.mjs').Representative} Representative */
+/** @typedef {import('../console/support/relay.mjs').Relay} Relay */
+
+const MOST_BETWEEN_MS = 12_000;
+const MOST_HELD_MS = 6000;
+const MOST_SWALLOWED_MS = 20_000;
+/** An agent waits for 30 s at most before it connects again; the rest is for a machine with other work. */
+const RETURN_MS = 100_000;
+/** The relay learns at once that a process was killed, because its system closes the connection. */
+const OFFLINE_MS = 20_000;
+const pause = (/** @type {number} */ ms) => new Promise((done) => setTimeout(done, ms));
+
+/** A certificate authority and the certificates of the relay. */
+export class Certificates {
+  /** @param {string} folder */
+  constructor(folder) {
+    this.folder = folder;
+    this.authority = join(folder, 'ca.pem');
+    this.certificate = join(folder, 'relay.pem');
+    this.key = join(folder, 'relay.key');
+    const subject = ['-subj', '/CN=Soak authority', '-days', '3650', '-out', this.authority];
+    this.#openssl('req', '-x509', '-nodes', '-newkey', 'rsa:2048', '-keyout', join(folder, 'ca.key'), ...subject);
+    this.renew();
+  }
+
+  /** Makes another certificate of the same authority in the place of the one before. @returns its fingerprint */
+  renew() {
+    const at = (/** @type {string} */ name) => join(this.folder, name);
+    writeFileSync(at('names'), 'subjectAltName=DNS:localhost,IP:127.0.0.1\n');
+    this.#openssl('ecparam', '-genkey', '-noout', '-name', 'prime256v1', '-out', at('new.key'));
+    this.#openssl('req', '-new', '-key', at('new.key'), '-subj', '/CN=localhost', '-out', at('new.csr'));
+    const signed = ['-CA', this.authority, '-CAkey', at('ca.key'), '-CAcreateserial', '-extfile', at('names')];
+    this.#openssl('x509', '-req', '-in', at('new.csr'), ...signed, '-days', '365', '-out', at('new.pem'));
+    chmodSync(at('new.key'), 0o600);
+    renameSync(at('new.key'), this.key);
+    renameSync(at('new.pem'), this.certificate);
+    return new X509Certificate(readFileSync(this.certificate)).fingerprint256;
+  }
+
+  #openssl(/** @type {string[]} */ ...words) {
+    execFileSync('openssl', words, { stdio: 'ignore' });
+  }
+}
+
+/** The fingerprint of the certificate that new connections get. @param {number} port @returns {Promise<string>} */
+function shown(port) {
+  return new Promise((done, failed) => {
+    const socket = connect({ port, host: '127.0.0.1', servername: 'localhost', rejectUnauthorized: false }, () => {
+      done(socket.getPeerCertificate().fingerprint256);
+      socket.destroy();
+    });
+    socket.on('error', failed);
+  });
+}
+
+export class Faults {
+  /** Whether processes may still be killed: not while their memory is measured. */
+  kills = true;
+
+  /**
+   * @param {World} world @param {Relay} relay @param {Machine[]} machines @param {Representative} observer
+   * @param {Certificates} certificates @param {Random} random
+   */
+  constructor(world, relay, machines, observer, certificates, random) {
+    this.world = world;
+    this.relay = relay;
+    this.machines = machines;
+    this.observer = observer;
+    this.certificates = certificates;
+    this.random = random;
+  }
+
+  /** Causes one fault after the other until the run ends. */
+  async run() {
+    const always = [this.cut, this.hold, this.swallow, this.renewCertificate];
+    const deadly = [this.killAgent, this.killAgent, this.endAgent, this.killRelay];
+    while (!this.world.ending) {
+      await pause(this.random.integer(1000, MOST_BETWEEN_MS));
+      if (this.world.ending) return;
+      const fault = this.random.one(this.kills ? [...always, ...deadly] : always);
+      await fault.call(this).catch(judged);
+    }
+  }
+
+  cut() {
+    return this.#onMachine('cut', async ({ proxy }) => proxy.cut());
+  }
+
+  /** Nothing is lost, so the session survives if the relay waits long enough. */
+  hold() {
+    return this.#onMachine('hold', async ({ proxy }) => {
+      proxy.hold();
+      await pause(this.random.integer(200, MOST_HELD_MS));
+      proxy.release();
+    });
+  }
+
+  swallow() {
+    return this.#onMachine('swallow', async ({ proxy }) => {
+      proxy.swallow();
+      await pause(this.random.integer(1000, MOST_SWALLOWED_MS));
+      proxy.mend();
+    });
+  }
+
+  killAgent() {
+    return this.#onMachine('kill', async (machine) => {
+      await machine.kill();
+      await this.#offline(machine);
+      await machine.start();
+    });
+  }
+
+  endAgent() {
+    return this.#onMachine('end', async (machine) => {
+      const status = await machine.end();
+      if (status !== 0) this.world.wrong(`${machine.name} ended with status ${status}`);
+      await this.#offline(machine);
+      await machine.start();
+    });
+  }
+
+  async killRelay() {
+    const fault = this.world.beginFault('relay killed', EVERYTHING);
+    for (const machine of this.machines) machine.loggedIn = 0;
+    await this.relay.kill();
+    await pause(this.random.integer(0, 2000));
+    await this.relay.start();
+    await this.observer.connect();
+    await Promise.all(this.machines.map((machine) => this.#online(machine)));
+    this.world.endFault(fault);
+  }
+
+  /** Sessions go on, and new connections get the new certificate. */
+  async renewCertificate() {
+    this.world.counts.faults++;
+    this.world.kinds.set('certificate', (this.world.kinds.get('certificate') ?? 0) + 1);
+    this.world.note('a new certificate');
+    const fingerprint = this.certificates.renew();
+    this.relay.process?.kill('SIGHUP');
+    const used = async () => (await shown(this.relay.port)) === fingerprint;
+    await this.world.until('the relay shows the new certificate', used);
+  }
+
+  /** @param {string} kind @param {(machine: Machine) => Promise<void>} happen */
+  async #onMachine(kind, happen) {
+    const machine = this.random.one(this.machines);
+    const fault = this.world.beginFault(kind, machine.name);
+    const keepsConnection = kind === 'hold';
+    if (!keepsConnection) machine.loggedIn = 0;
+    await happen(machine);
+    await this.#online(machine);
+    this.world.endFault(fault);
+  }
+
+  #offline(/** @type {Machine} */ { name }) {
+    const offline = () => this.observer.entry(name)?.state === 'offline';
+    return this.world.until(`${name} is seen offline`, offline, { deadlineMs: OFFLINE_MS });
+  }
+
+  /** Waits until the machine has logged in again, if it says so itself, and the list says so too. */
+  #online(/** @type {Machine} */ machine) {
+    const back = () => (machine.loggedIn > 0 || !machine.speaks) && this.observer.online(machine.name);
+    return this.world.until(`${machine.name} is online again`, back, { deadlineMs: RETURN_MS });
+  }
+}
+
+/** What was not met in time is noted already. */
+function judged(/** @type {unknown} */ error) {
+  if (!(error instanceof GivenUp)) throw error;
+}
