@@ -87,7 +87,8 @@ void Sessions::resume(const std::shared_ptr<ConsolePeer>& console, std::uint32_t
 
 void Sessions::show_recent(const Session& session) {
   const RecentPictures& recent = session.agent->recent;
-  if (!recent.complete()) return;
+  // Without them, the viewer could not show the stream's first picture, which may be on its way.
+  if (!recent.settings()) return;
   Channel& channel = *session.console->channel;
   const auto send = [&](const std::shared_ptr<const Bytes>& bytes, PictureKind kind) {
     (void)channel.send_picture(bytes, session.number, kind, header_for(*bytes, session.number));

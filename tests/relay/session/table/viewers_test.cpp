@@ -80,6 +80,16 @@ TEST_F(ViewersTest, SecondSessionWatchesTheStreamOfTheFirst) {
   EXPECT_FALSE(shows(second_));
 }
 
+TEST_F(ViewersTest, SessionThatJoinsBeforeTheFirstPictureGetsTheSettings) {
+  agent_->recent.add(hold(envelope_of(Msg::StreamConfig, first_, "c"), {}), PictureKind::Settings,
+                     parts_->recent_pictures);
+  parts_->sessions.accept(*agent_, second_);
+  const Lines lines = to(ben_);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(Json::parse(lines[0])["streaming"], true);
+  EXPECT_EQ(lines[1], "82/" + std::to_string(second_) + " c");
+}
+
 TEST_F(ViewersTest, OnlyTheSessionThatSteersControlsTheMachineAndItsStream) {
   join();
   EXPECT_EQ(rights(first_), kAllRights);
