@@ -4,11 +4,13 @@ import { createHash } from 'node:crypto';
 import { appendFileSync, closeSync, mkdirSync, openSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 
-/** @typedef {import('./proxy.mjs').Proxy} Proxy */
+/** @typedef {import('./proxy.mjs').LineProxy} LineProxy */
 /** @typedef {import('./world.mjs').World} World */
 /** @typedef {import('./random.mjs').Random} Random */
 /** @typedef {{root: string, out: string, trusted: string, tree: string}} Place */
 
+/** A machine whose user has not answered is not asked for two minutes. */
+export const NOT_ASKED_AGAIN_MS = 125_000;
 /** The sizes of the files: none, one byte, around the agent's chunk, and large. */
 const FILE_SIZES = [0, 1, 100_000, 262_144, 262_145, 3_000_001, 24_000_005];
 
@@ -36,7 +38,7 @@ export class Machine {
   refused = [];
   pid = 0;
 
-  /** @param {string} name @param {World} world @param {Proxy} proxy @param {Place} place @param {Random} random */
+  /** @param {string} name @param {World} world @param {LineProxy} proxy @param {Place} place @param {Random} random */
   constructor(name, world, proxy, place, random) {
     this.name = name;
     this.world = world;
@@ -51,6 +53,13 @@ export class Machine {
       writeFileSync(join(this.folder, `file-${size}`), bytes);
       this.files.push({ name: `file-${size}`, size, hash: sha256(bytes) });
     }
+  }
+
+  /** The relay counts questions that it knew before its start, and whose answer it may have missed, from then on. */
+  relayStarted() {
+    const now = performance.now();
+    const last = this.questions ? now : Math.max(this.unanswered, this.questionGone);
+    if (now - last < NOT_ASKED_AGAIN_MS) this.unanswered = now;
   }
 
   /** Whether the machine says by itself what it has received. */
@@ -99,7 +108,7 @@ export class Machine {
     // Not 'exit', after which lines can still arrive.
     this.#ended = new Promise((done) => child.once('close', (code) => done(code)));
     let rest = '';
-    child.stdout.on('data', (text) => {
+    child.stdout?.on('data', (text) => {
       const lines = (rest + text).split('\n');
       rest = lines.pop() ?? '';
       for (const line of lines) this.#read(line);

@@ -21,7 +21,8 @@ const MOST_COUNT_GROWTH = 8;
 function sampleOf(pid) {
   try {
     const status = readFileSync(`/proc/${pid}/status`, 'utf8');
-    const number = (/** @type {string} */ key) => Number(new RegExp(`^${key}:\\s*(\\d+)`, 'm').exec(status)?.[1]);
+    const number = (/** @type {string} */ key) =>
+      Number(new RegExp(`^${key}:\\s*(\\d+)`, 'm').exec(status)?.[1]);
     const memory = number('VmRSS') / 1024;
     if (!(memory > 0)) return null;
     const files = readdirSync(`/proc/${pid}/fd`).length;

@@ -32,8 +32,11 @@ export class PictureCheck {
   #stamp = -1;
   /** The run of the agent that answered the request; a session does not outlive it. */
   #run = '';
-  /** Whether the relay may show pictures again that have arrived before: to a new viewer, and after a return. */
-  #repeats = true;
+  /**
+   * How often the relay may still show pictures again that have arrived before: once to a new viewer, after a return, and
+   * for each StreamStart of a viewer who does not steer. The configuration of a new stream can overtake these.
+   */
+  #repeats = 0;
   /** Whether the next picture is the first of its configuration. */
   #first = false;
 
@@ -42,14 +45,12 @@ export class PictureCheck {
   }
 
   mayRepeat() {
-    this.#repeats = true;
+    this.#repeats++;
   }
 
   configured() {
     this.#first = true;
     this.#stamp = -1;
-    if (this.#repeats) this.#counter = 0;
-    this.#repeats = false;
   }
 
   /** @param {Uint8Array} payload @param {Config | null} config @returns {number} the picture's stamp */
@@ -61,24 +62,28 @@ export class PictureCheck {
     // The stream of a new StreamStart counts from 0, and its configuration is sent before.
     if (stamp <= this.#stamp) this.#wrong(`the stamp ${stamp} after ${this.#stamp}`);
     this.#stamp = stamp;
-    this.#first = false;
     if (this.#session.machine.counts) this.#checkMark(markOf(content));
+    this.#first = false;
     return stamp;
   }
 
   checkThumbnail(/** @type {Uint8Array} */ bytes) {
     const content = Buffer.from(bytes);
     const { machine } = this.#session;
-    if (machine.counts && markOf(content)?.name !== machine.name) this.#wrong('a damaged or foreign thumbnail');
-    if (!machine.counts && content.readUInt16BE() !== JPEG) this.#wrong('a thumbnail that is not a JPEG file');
+    if (machine.counts && markOf(content)?.name !== machine.name)
+      this.#wrong('a damaged or foreign thumbnail');
+    if (!machine.counts && content.readUInt16BE() !== JPEG)
+      this.#wrong('a thumbnail that is not a JPEG file');
   }
 
   #checkCodec(/** @type {Buffer} */ content, /** @type {Config} */ config) {
     const at = content.indexOf(START_CODE);
     const isH264 = at === 0 || (at === 1 && content[0] === 0);
     if (isH264 !== (config.codec === 'h264')) this.#wrong(`a picture that is not ${config.codec}`);
-    if (isH264 && this.#first && !this.#hasParameters(content)) this.#wrong('the first picture is not a key frame');
-    if (!isH264 && !this.#session.machine.counts && content.readUInt16BE() !== JPEG) this.#wrong('a broken JPEG file');
+    if (isH264 && this.#first && !this.#hasParameters(content))
+      this.#wrong('the first picture is not a key frame');
+    if (!isH264 && !this.#session.machine.counts && content.readUInt16BE() !== JPEG)
+      this.#wrong('a broken JPEG file');
   }
 
   /** Whether a sequence parameter set is in the picture; encoders may put a delimiter before it. */
@@ -93,7 +98,8 @@ export class PictureCheck {
     const { name, run, counter } = mark;
     if (name !== this.#session.machine.name) this.#wrong(`a picture of ${name}`);
     if (this.#run && run !== this.#run) this.#wrong(`a picture of run ${run} after one of run ${this.#run}`);
-    if (counter <= this.#counter) this.#wrong(`picture ${counter} after picture ${this.#counter}`);
+    if (counter <= this.#counter && this.#first && this.#repeats > 0) this.#repeats--;
+    else if (counter <= this.#counter) this.#wrong(`picture ${counter} after picture ${this.#counter}`);
     this.#run = run;
     this.#counter = counter;
     this.#session.monitor = mark.monitor;

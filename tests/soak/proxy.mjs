@@ -3,7 +3,7 @@ import { connect, createServer } from 'node:net';
 
 /** @typedef {import('node:net').Socket} Socket */
 
-export class Proxy {
+export class LineProxy {
   /** @type {Set<Socket>} both ends of each connection */
   #sockets = new Set();
   #held = false;
@@ -19,7 +19,7 @@ export class Proxy {
 
   /** @param {() => number} target */
   static async listening(target) {
-    const proxy = new Proxy(target);
+    const proxy = new LineProxy(target);
     await new Promise((done) => proxy.#server.listen(0, '127.0.0.1', () => done(null)));
     return proxy;
   }

@@ -1,9 +1,11 @@
 // A representative without a browser: a log-in, its WebSocket to the relay, the list of machines and the sessions.
+
+import { decodeEnvelope } from '../../console/link/envelope.js';
 import { parseControl } from '../../console/link/link.js';
 import { PartJoiner } from '../../console/link/parts.js';
-import { decodeEnvelope } from '../../console/link/envelope.js';
 import { Api, Refused } from '../console/support/admin/api.mjs';
 import { WebSocket } from '../console/support/scripted_agent.mjs';
+import { NOT_ASKED_AGAIN_MS } from './machines.mjs';
 import { Session } from './session.mjs';
 import { EVERYTHING } from './world.mjs';
 
@@ -17,9 +19,10 @@ const PING_MS = 2000;
 const REPORT_MS = 250;
 /** The relay answers a message about a session that has just ended by an error. */
 const LATE_MS = 10_000;
-/** A machine whose user has not answered is not asked for two minutes. */
+/** What has waited for a representative who did not read arrives within this time. */
+const STALE_MS = 5000;
+/** The relay may have refused a request before a question was answered that is known to be answered here. */
 const QUESTION_GONE_MS = 3000;
-const NOT_ASKED_AGAIN_MS = 125_000;
 
 export class Representative {
   /** The relay's list of machines, by their ids. @type {Map<string, Entry>} */
@@ -38,6 +41,8 @@ export class Representative {
   #socket = null;
   #joiner = new PartJoiner();
   #version = 0;
+  #stalledAt = Number.POSITIVE_INFINITY;
+  #stalledUntil = Number.NEGATIVE_INFINITY;
   #pings = 0;
   #timers = [
     setInterval(() => this.control({ type: 'ping', id: ++this.#pings }), PING_MS),
@@ -79,8 +84,19 @@ export class Representative {
   /** Stops reading. @returns a function that reads on */
   stall() {
     const socket = this.#socket;
+    this.#stalledAt = performance.now();
+    this.#stalledUntil = Number.POSITIVE_INFINITY;
     socket?.pause();
-    return () => socket?.resume();
+    return () => {
+      this.#stalledUntil = performance.now() + STALE_MS;
+      socket?.resume();
+    };
+  }
+
+  /** Since when a fault excuses what arrives now: what waited while nothing was read may be old. */
+  get since() {
+    const now = performance.now();
+    return now < this.#stalledUntil ? Math.min(this.#stalledAt, now) : now;
   }
 
   close() {
@@ -108,7 +124,8 @@ export class Representative {
 
   #refused(/** @type {Error} */ error) {
     // A restarted relay knows the log-in.
-    if (/ 40[13]/.test(error.message) || error instanceof Refused) this.world.wrong(`${this.name}: ${error.message}`);
+    if (/ 40[13]/.test(error.message) || error instanceof Refused)
+      this.world.wrong(`${this.name}: ${error.message}`);
     return false;
   }
 
@@ -135,7 +152,7 @@ export class Representative {
     if (socket !== this.#socket) return;
     this.#socket = null;
     this.#joiner.clear();
-    if (!this.leaving && !this.world.excuses(EVERYTHING))
+    if (!this.leaving && !this.world.excuses(EVERYTHING, this.since))
       this.world.wrong(`the relay closed ${this.name}'s connection (${code})`);
   }
 
@@ -158,12 +175,18 @@ export class Representative {
     else if (message.type === 'error') this.#error(message);
     else if (message.type === 'session' && message.state === 'waiting' && this.asking) this.#asked(message);
     else if (typeof message.session === 'number') this.#ofSession(message.session, message);
-    else if (message.type === 'transfer') for (const one of this.sessions.values()) one.transfers.number(message);
+    else if (message.type === 'transfer')
+      for (const one of this.sessions.values()) one.transfers.number(message);
   }
 
   #ofSession(/** @type {number} */ number, /** @type {ControlMessage} */ message) {
     // A machine without a user to ask accepts before the relay has said that it waits.
-    if (message.type === 'session' && message.state === 'accepted' && this.asking && !this.sessions.has(number))
+    if (
+      message.type === 'session' &&
+      message.state === 'accepted' &&
+      this.asking &&
+      !this.sessions.has(number)
+    )
       this.#asked(message);
     const session = this.sessions.get(number);
     if (session) session.control(message);
@@ -187,7 +210,8 @@ export class Representative {
   }
 
   #changedList(/** @type {ControlMessage} */ { version, changed, removed }) {
-    if (version !== ++this.#version) this.world.wrong(`${this.name}: version ${version} after ${this.#version - 1}`);
+    if (version !== ++this.#version)
+      this.world.wrong(`${this.name}: version ${version} after ${this.#version - 1}`);
     for (const entry of /** @type {Entry[]} */ (changed)) this.list.set(entry.id, entry);
     for (const id of /** @type {string[]} */ (removed)) this.list.delete(id);
   }
@@ -202,16 +226,17 @@ export class Representative {
     }
     const late = performance.now() - this.changed < LATE_MS;
     const ofTransfer = [...this.sessions.values()].some((one) => one.transfers.failed(message));
-    const excused = this.machines.some(({ name }) => this.world.excuses(name));
+    const excused = this.machines.some(({ name }) => this.world.excuses(name, this.since));
     if (!late && !ofTransfer && !excused) this.world.wrong(`${this.name}: ${text}`);
   }
 
   /** Whether what is known of the machine explains that a request for a session was refused. */
   #explains(/** @type {ControlMessage} */ { code }, /** @type {Machine} */ machine) {
     const now = performance.now();
-    if (code === 'offline') return this.world.excuses(machine.name);
+    if (code === 'offline') return this.world.excuses(machine.name, this.since);
     // Another representative's question, which may have been answered meanwhile, or one whose answer was lost.
-    if (code === 'asked-already' && (machine.questions > 1 || now - machine.questionGone < QUESTION_GONE_MS)) return true;
+    if (code === 'asked-already' && (machine.questions > 1 || now - machine.questionGone < QUESTION_GONE_MS))
+      return true;
     if (code === 'asked-already') return now - machine.unanswered < NOT_ASKED_AGAIN_MS;
     return code === 'asked-too-often' && machine.refused.filter((at) => now - at < 61_000).length >= 3;
   }

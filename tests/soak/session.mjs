@@ -26,6 +26,8 @@ export class Session {
   /** Whether an answer to resume() has not come yet. */
   resuming = false;
   steers = false;
+  /** Whether any session of the machine steers. */
+  isSteered = false;
   /** Whether the representative has started the stream. */
   streaming = false;
   /** The monitor of the last picture. */
@@ -151,8 +153,8 @@ export class Session {
     const machine = this.machine.name;
     if (reason === 'closed' && this.closing) return;
     if (reason === 'declined' && asked) return this.#checkRefusal();
-    // The machine's connection has ended, or the relay was started again, or the agent's while nobody had the session.
-    if (['agent-gone', 'replaced', 'no-answer', 'gone'].includes(reason) && this.world.excuses(machine)) return;
+    const ofFaults = ['agent-gone', 'replaced', 'no-answer', 'gone'];
+    if (ofFaults.includes(reason) && this.world.excuses(machine, this.owner.since)) return;
     this.world.wrong(`${this.label} has ended: ${reason}`);
   }
 
@@ -168,6 +170,7 @@ export class Session {
   #viewers(/** @type {Viewer[]} */ viewers) {
     const steered = this.steers;
     this.steers = viewers.some(({ session, steers }) => steers && session === this.number);
+    this.isSteered = viewers.some(({ steers }) => steers);
     if (viewers.filter(({ steers }) => steers).length > 1)
       this.world.wrong(`${this.label}: several sessions steer: ${JSON.stringify(viewers)}`);
     if (steered !== this.steers) this.owner.changed = performance.now();
@@ -194,7 +197,9 @@ export class Session {
       this.machine.clips.set(hash, true);
       this.world.counts.clips++;
     } else if (this.machine.speaks) {
-      this.world.wrong(`${this.label}: a clip of kind ${payload[0]} and ${payload.length} bytes that nobody sent`);
+      this.world.wrong(
+        `${this.label}: a clip of kind ${payload[0]} and ${payload.length} bytes that nobody sent`,
+      );
     } else if (payload[0] < 1 || payload[0] > CLIP_FILES) {
       this.world.wrong(`${this.label}: a clip of kind ${payload[0]}`);
     }

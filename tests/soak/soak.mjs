@@ -3,12 +3,13 @@
 //     node tests/soak/soak.mjs MINUTES [--agent wine|native] [--seed N] [--tree asan|tsan|host]
 //
 // `./dev soak` builds what it needs first. The exit status is 1 on a wrong observation or a growth above its limit.
+import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { parseArgs } from 'node:util';
 import { fileURLToPath } from 'node:url';
+import { parseArgs } from 'node:util';
 import { emptied, Machine, WineMachine } from './machines.mjs';
 import { Measurement } from './measure.mjs';
-import { Proxy } from './proxy.mjs';
+import { LineProxy } from './proxy.mjs';
 import { Random } from './random.mjs';
 import { World } from './world.mjs';
 
@@ -33,7 +34,8 @@ if (!(minutes > 0) || !/^(wine|native)$/.test(values.agent) || !/^(asan|tsan|hos
   console.error('usage: soak.mjs MINUTES [--agent wine|native] [--seed N] [--tree asan|tsan|host]');
   process.exit(2);
 }
-const out = emptied(join(ROOT, 'build/soak'));
+// Runs of different kinds can go on at the same time.
+const out = emptied(join(ROOT, 'build/soak', `${values.agent}-${tree}`));
 const relayTree = tree === 'tsan' ? 'host' : tree;
 process.env.VANTELINK_RELAY = join(ROOT, 'build', relayTree, 'vantelink-relay');
 // Freed memory that the sanitizer keeps would look like a leak, so it keeps little.
@@ -49,10 +51,17 @@ const { HOLD_SECONDS, visits } = await import('./visits.mjs');
 
 const random = new Random(Number(values.seed));
 const world = new World(join(out, 'events.log'));
-console.log(`soak: ${minutes} min, agent ${values.agent}, tree ${tree}, seed ${values.seed}; logs in build/soak/`);
+console.log(`soak: ${minutes} min, agent ${values.agent}, tree ${tree}, seed ${values.seed}; logs in ${out}`);
 
 const certificates = new Certificates(emptied(join(out, 'certificates')));
-const served = ['--cert', certificates.certificate, '--key', certificates.key, '--hold', String(HOLD_SECONDS)];
+const served = [
+  '--cert',
+  certificates.certificate,
+  '--key',
+  certificates.key,
+  '--hold',
+  String(HOLD_SECONDS),
+];
 const relay = new Relay([...served, '--console', join(ROOT, 'console')]);
 for (const name of ['observer', ...REPRESENTATIVES]) relay.addUser(name, passwordOf(name));
 await relay.start();
@@ -60,7 +69,7 @@ await relay.start();
 /** @type {Machine[]} */
 const machines = [];
 for (const name of isWine ? ['desk-1', 'desk-2'] : ['machine-1', 'machine-2', 'machine-3']) {
-  const proxy = await Proxy.listening(() => relay.port);
+  const proxy = await LineProxy.listening(() => relay.port);
   const place = { root: ROOT, out, trusted: certificates.authority, tree };
   machines.push(new (isWine ? WineMachine : Machine)(name, world, proxy, place, random.split()));
 }
@@ -75,7 +84,8 @@ function sample() {
 
 /** Prints what has been done so far. */
 function report(/** @type {string} */ when) {
-  const { opened, accepted, declined, resumed, frames, bytes, inputs, clips, downloads, uploads } = world.counts;
+  const { opened, accepted, declined, resumed, frames, bytes, inputs, clips, downloads, uploads } =
+    world.counts;
   const { continued, faults, excused, wrong } = world.counts;
   console.log(
     `${when}: sessions ${opened} asked ${accepted} accepted ${declined} declined ${resumed} resumed, ` +
@@ -87,7 +97,10 @@ function report(/** @type {string} */ when) {
 
 /** Ends all processes, and checks what they say at their end. */
 async function end() {
-  await world.until('all sessions have ended', async () => !(await observer.api.get('sessions')).sessions.length);
+  await world.until(
+    'all sessions have ended',
+    async () => !(await observer.api.get('sessions')).sessions.length,
+  );
   for (const machine of machines) {
     const status = await machine.end();
     if (status !== 0) world.wrong(`${machine.name} ended with status ${status}`);
@@ -116,7 +129,11 @@ async function run() {
   let minute = 0;
   timers.push(setInterval(() => report(`minute ${++minute}`), MINUTE_MS));
   const half = (minutes * MINUTE_MS) / 2;
-  timers.push(setTimeout(() => ((faults.kills = false), measurement.begin()), half));
+  const measured = () => {
+    faults.kills = false;
+    measurement.begin();
+  };
+  timers.push(setTimeout(measured, half));
   const over = () => performance.now() - began > 2 * half || world.counts.wrong > 50;
   await world.until('the run ends', over, { deadlineMs: Number.POSITIVE_INFINITY });
   world.ending = true;
@@ -126,6 +143,15 @@ async function run() {
   for (const person of people) person.close();
 }
 
+// Ctrl-C ends the processes too.
+for (const signal of ['SIGINT', 'SIGTERM']) {
+  process.once(signal, async () => {
+    for (const machine of machines) machine.remove();
+    for (const machine of machines) if (machine.pid) await machine.kill();
+    await relay.remove();
+    process.exit(130);
+  });
+}
 try {
   await run();
   await end();
@@ -139,7 +165,9 @@ console.log('growth in the second half of the run, by least squares:');
 const growing = measurement.verdict();
 for (const what of growing) console.log(`GROWS: ${what}`);
 const { wrong } = world.counts;
-console.log(wrong || growing.length ? `FAILED: ${wrong} wrong observations, ${growing.length} growths` : 'PASSED');
-(await import('node:fs')).writeFileSync(join(out, 'relay.log'), relay.log);
+console.log(
+  wrong || growing.length ? `FAILED: ${wrong} wrong observations, ${growing.length} growths` : 'PASSED',
+);
+writeFileSync(join(out, 'relay.log'), relay.log);
 await relay.remove();
 process.exit(wrong || growing.length ? 1 : 0);

@@ -60,12 +60,17 @@ export class Transfers {
     const session = this.#session;
     const transfer = await this.#begun('download', file.name);
     transfer.cancelled = cancel;
-    session.sendJson(Msg.DownloadRequest, { transfer_id: transfer.id, path: session.machine.path(file.name) });
+    session.sendJson(Msg.DownloadRequest, {
+      transfer_id: transfer.id,
+      path: session.machine.path(file.name),
+    });
     if (cancel) session.sendJson(Msg.FileTransferEnd, { transfer_id: transfer.id });
     await this.#until(transfer, () => transfer.state === 'ended');
     if (cancel) return;
     if (transfer.bytes !== file.size || transfer.hash.digest('hex') !== file.hash)
-      session.world.wrong(`${session.label}: ${file.name} arrived with ${transfer.bytes} bytes or another content`);
+      session.world.wrong(
+        `${session.label}: ${file.name} arrived with ${transfer.bytes} bytes or another content`,
+      );
     session.world.counts.downloads++;
   }
 
@@ -102,7 +107,9 @@ export class Transfers {
     const transfer = this.#open.get(id);
     if (transfer?.cancelled) return;
     if (transfer?.kind !== 'download' || transfer.state !== 'open' || index !== transfer.chunks)
-      return session.world.wrong(`${session.label}: chunk ${index} of transfer ${id} after ${transfer?.chunks}`);
+      return session.world.wrong(
+        `${session.label}: chunk ${index} of transfer ${id} after ${transfer?.chunks}`,
+      );
     transfer.chunks++;
     transfer.bytes += payload.length - HEADER_BYTES;
     transfer.hash.update(payload.subarray(HEADER_BYTES));
@@ -137,7 +144,8 @@ export class Transfers {
     for (const transfer of this.#open.values()) {
       const isKept = kept.some(({ transfer: id }) => id === transfer.id);
       if (transfer.cancelled) transfer.state = unwanted.includes(transfer.id) ? 'open' : 'ended';
-      else if (isKept) this.#session.command({ type: 'continue', transfer: transfer.id, bytes: transfer.bytes });
+      else if (isKept)
+        this.#session.command({ type: 'continue', transfer: transfer.id, bytes: transfer.bytes });
       else this.#lose(transfer);
     }
   }
@@ -170,7 +178,9 @@ export class Transfers {
   #lose(/** @type {Transfer} */ transfer) {
     const { world, label } = this.#session;
     if (transfer.kind === 'download' && transfer.chunks > 0)
-      world.wrong(`${label}: the relay has not kept the download ${transfer.id} after ${transfer.bytes} bytes`);
+      world.wrong(
+        `${label}: the relay has not kept the download ${transfer.id} after ${transfer.bytes} bytes`,
+      );
     if (!transfer.isSent) transfer.state = 'lost';
   }
 
@@ -199,7 +209,10 @@ export class Transfers {
       if (transfer.state === 'lost') return 'its beginning was lost with the connection';
       return this.#session.state === 'ended' && `the session has ended: ${this.#session.reason}`;
     };
-    return world.until(`${label}: the ${transfer.kind} of ${transfer.name}`, ended, { machine: machine.name, over });
+    return world.until(`${label}: the ${transfer.kind} of ${transfer.name}`, ended, {
+      machine: machine.name,
+      over,
+    });
   }
 
   /** Sends as much of an upload as may be on its way, and its end. @param {Transfer} transfer @param {Buffer} content */

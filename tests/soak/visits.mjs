@@ -1,14 +1,15 @@
 // What a representative does: asks for a session, works in it at random, leaves in one of several ways, and begins again.
 import { Msg } from '../../console/link/messages.js';
-import { sha256 } from './machines.mjs';
+import { NOT_ASKED_AGAIN_MS, sha256 } from './machines.mjs';
 import { Session } from './session.mjs';
-import { GivenUp } from './world.mjs';
+import { GivenUp, RETURN_MS } from './world.mjs';
 
 /** @typedef {import('./representative.mjs').Representative} Representative */
 /** @typedef {import('./random.mjs').Random} Random */
 /** @typedef {import('./machines.mjs').Machine} Machine */
 
 const ACTIONS_OF_A_VISIT = 12;
+const ASKS_ANYWAY_ONE_IN = 10;
 /** More than the window, so that the relay has not taken all of it when the connection ends. */
 const LARGE_UPLOAD_BYTES = 9_000_000;
 const MOST_STALL_MS = 8000;
@@ -34,8 +35,26 @@ class Visit {
 
   async work() {
     await this.watch();
-    const actions = [this.watch, this.watch, this.codec, this.monitor, this.input, this.input, this.clip, this.list];
-    actions.push(this.thumbnails, this.download, this.upload, this.steer, this.restartStream, this.stall, this.reload);
+    await this.steer();
+    const actions = [
+      this.watch,
+      this.watch,
+      this.codec,
+      this.monitor,
+      this.input,
+      this.input,
+      this.clip,
+      this.list,
+    ];
+    actions.push(
+      this.thumbnails,
+      this.download,
+      this.upload,
+      this.steer,
+      this.restartStream,
+      this.stall,
+      this.reload,
+    );
     for (let i = this.random.integer(1, ACTIONS_OF_A_VISIT); i > 0 && !this.world.ending; i--)
       await this.random.one(actions).call(this);
     await Promise.all(this.#transfers);
@@ -68,7 +87,10 @@ class Visit {
     if (!session.steers) return;
     session.sendJson(Msg.MonitorSelect, { monitor_id: monitor });
     const shown = () => !this.machine.counts || session.monitor === monitor;
-    await this.#steered(`pictures of monitor ${monitor}`, () => session.config?.monitor_id === monitor && shown());
+    await this.#steered(
+      `pictures of monitor ${monitor}`,
+      () => session.config?.monitor_id === monitor && shown(),
+    );
   }
 
   async input() {
@@ -136,10 +158,14 @@ class Visit {
 
   async steer() {
     const { session } = this;
-    if (session.steers || this.random.integer(0, 2) > 0) return;
-    session.command({ type: 'take-over' });
+    if (session.steers || (session.isSteered && this.random.integer(0, 2) > 0)) return;
+    session.command({ type: session.isSteered ? 'take-over' : 'steer' });
     // Another one can take the control in turn before it is seen here.
-    await session.until('control is taken over', () => session.steers || this.world.ending, () => true);
+    await session.until(
+      'control is taken over',
+      () => session.steers || this.world.ending,
+      () => true,
+    );
   }
 
   /** Stops reading for a time, as a browser on a bad line does. */
@@ -240,25 +266,35 @@ async function asked(owner, machine) {
   return session;
 }
 
+/** A machine that can be asked now, or now and then any. @param {Representative} owner @param {Random} random */
+function chosen({ machines }, random) {
+  const now = performance.now();
+  const free = machines.filter((one) => !one.questions && now - one.unanswered > NOT_ASKED_AGAIN_MS);
+  return random.integer(1, ASKS_ANYWAY_ONE_IN) === 1 || !free.length
+    ? random.one(machines)
+    : random.one(free);
+}
+
 /** Visits machines until the run ends. @param {Representative} owner @param {Random} random */
 export async function visits(owner, random) {
-  const { world, machines } = owner;
+  const { world } = owner;
   while (!world.ending) {
-    const machine = random.one(machines);
-    try {
-      if (!owner.connected) await owner.connect();
-      await world.until(`${owner.name} sees ${machine.name} online`, () => owner.online(machine.name), {
-        machine: machine.name,
-        over: () => (world.ending ? 'the run ends' : !owner.connected && 'the connection has ended'),
-        deadlineMs: 90_000,
-      });
-      const session = await asked(owner, machine);
-      if (session.state === 'accepted') await visited(new Visit(session, random));
-      else await pause(random.integer(500, 2000));
-    } catch (error) {
-      ignored(error);
-    }
+    await visitOne(owner, chosen(owner, random), random).catch(ignored);
   }
+}
+
+/** @param {Representative} owner @param {Machine} machine @param {Random} random */
+async function visitOne(owner, machine, random) {
+  const { world } = owner;
+  if (!owner.connected) await owner.connect();
+  await world.until(`${owner.name} sees ${machine.name} online`, () => owner.online(machine.name), {
+    machine: machine.name,
+    over: () => (world.ending ? 'the run ends' : !owner.connected && 'the connection has ended'),
+    deadlineMs: RETURN_MS,
+  });
+  const session = await asked(owner, machine);
+  if (session.state === 'accepted') await visited(new Visit(session, random));
+  else await pause(random.integer(500, 2000));
 }
 
 async function visited(/** @type {Visit} */ visit) {

@@ -3,8 +3,10 @@ import { appendFileSync, writeFileSync } from 'node:fs';
 
 /** Every expectation is met within this time unless a fault excuses it. */
 export const DEADLINE_MS = 45_000;
+/** An agent waits for 30 s at most before it connects again; the rest is for a computer with other work. */
+export const RETURN_MS = 100_000;
 /** A fault still excuses what is seen this long after its end. */
-const AFTER_FAULT_MS = 3000;
+const AFTER_FAULT_MS = 6000;
 const LAST_EVENTS = 40;
 /** No more faults than these are remembered. */
 const MOST_FAULTS = 200;
