@@ -1,4 +1,5 @@
-// The faults of a run: lines that are cut, held or swallow, processes that are killed, and certificates that change.
+// The faults of a run: lines that are cut, held or swallow, processes that are killed, and certificates that
+// change.
 import { execFileSync } from 'node:child_process';
 import { X509Certificate } from 'node:crypto';
 import { chmodSync, readFileSync, renameSync, writeFileSync } from 'node:fs';
@@ -18,8 +19,8 @@ const MOST_SWALLOWED_MS = 20_000;
 /** The relay learns at once that a process was killed, because its system closes the connection. */
 const OFFLINE_MS = 20_000;
 /**
- * Under Wine the connection of a killed process sometimes stays open, so the relay notices it only by the machine's silence
- * of 45 s.
+ * Under Wine the connection of a killed process sometimes stays open, so the relay notices it only by the
+ * machine's silence of 45 s.
  */
 const SILENT_MS = 75_000;
 const pause = (/** @type {number} */ ms) => new Promise((done) => setTimeout(done, ms));
@@ -46,7 +47,10 @@ export class Certificates {
     this.renew();
   }
 
-  /** Makes another certificate of the same authority in the place of the one before. @returns its fingerprint */
+  /**
+   * Makes another certificate of the same authority in the place of the one before.
+   * @returns its fingerprint
+   */
   renew() {
     const at = (/** @type {string} */ name) => join(this.folder, name);
     writeFileSync(at('names'), 'subjectAltName=DNS:localhost,IP:127.0.0.1\n');
@@ -73,7 +77,11 @@ export class Certificates {
   }
 }
 
-/** The fingerprint of the certificate that new connections get. @param {number} port @returns {Promise<string>} */
+/**
+ * The fingerprint of the certificate that new connections get.
+ * @param {number} port
+ * @returns {Promise<string>}
+ */
 function shown(port) {
   return new Promise((done, failed) => {
     const socket = connect(

@@ -19,11 +19,17 @@ export const sha256 = (/** @type {Uint8Array} */ bytes) => createHash('sha256').
 export class Machine {
   /** @type {{name: string, size: number, hash: string}[]} */
   files = [];
-  /** Lines of the agent's process, parsed. @type {Map<number, boolean>} sessions and whether they were accepted */
+  /**
+   * Lines of the agent's process, parsed.
+   * @type {Map<number, boolean>} sessions and whether they were accepted
+   */
   answers = new Map();
   /** The lengths of the input batches that the agent has received. @type {number[]} */
   inputs = [];
-  /** The clips that the agent is to send back, by their hash, and whether they came. @type {Map<string, boolean>} */
+  /**
+   * The clips that the agent is to send back, by their hash, and whether they came.
+   * @type {Map<string, boolean>}
+   */
   clips = new Map();
   /** When the agent last logged in. */
   loggedIn = 0;
@@ -38,7 +44,13 @@ export class Machine {
   refused = [];
   pid = 0;
 
-  /** @param {string} name @param {World} world @param {LineProxy} proxy @param {Place} place @param {Random} random */
+  /**
+   * @param {string} name
+   * @param {World} world
+   * @param {LineProxy} proxy
+   * @param {Place} place
+   * @param {Random} random
+   */
   constructor(name, world, proxy, place, random) {
     this.name = name;
     this.world = world;
@@ -55,7 +67,10 @@ export class Machine {
     }
   }
 
-  /** The relay counts questions that it knew before its start, and whose answer it may have missed, from then on. */
+  /**
+   * The relay counts questions that it knew before its start, and whose answer it may have missed, from then
+   * on.
+   */
   relayStarted() {
     const now = performance.now();
     const last = this.questions ? now : Math.max(this.unanswered, this.questionGone);

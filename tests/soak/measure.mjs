@@ -1,19 +1,23 @@
 // Memory, open descriptors and threads of the processes, their growth, and the verdict about it.
 import { readdirSync, readFileSync } from 'node:fs';
 
-/** @typedef {{at: number, memory: number, files: number, threads: number}} Sample at in hours, memory in MiB */
+/**
+ * @typedef {{at: number, memory: number, files: number, threads: number}} Sample at in hours, memory in MiB
+ */
 /** @typedef {'memory' | 'files' | 'threads'} Quantity */
 
 const HOUR_MS = 3_600_000;
 /** The growth that is always too much, for each hour of the measured half. */
 const MIB_PER_HOUR = 1;
-/** What memory may grow besides, once, because a short run has not touched all of it before its second half. */
+/**
+ * What memory may grow besides, once, because a short run has not touched all of it before its second half.
+ */
 const WARM_UP_MIB = 6;
 /** Sanitizers keep freed memory and the stacks of allocations. */
 const SANITIZED_WARM_UP_MIB = 40;
 /**
- * Descriptors and threads come and go with connections and transfers. The margin is the same for every length of a run, so
- * what leaks with each session or fault exceeds it after some minutes.
+ * Descriptors and threads come and go with connections and transfers. The margin is the same for every length
+ * of a run, so what leaks with each session or fault exceeds it after some minutes.
  */
 const MOST_COUNT_GROWTH = 8;
 
@@ -32,7 +36,11 @@ function sampleOf(pid) {
   }
 }
 
-/** The slope of a least-squares line through the values, for each hour. @param {Sample[]} samples @param {Quantity} of */
+/**
+ * The slope of a least-squares line through the values, for each hour.
+ * @param {Sample[]} samples
+ * @param {Quantity} of
+ */
 export function slope(samples, of) {
   const count = samples.length;
   const meanAt = samples.reduce((sum, { at }) => sum + at, 0) / count;
@@ -45,7 +53,11 @@ export function slope(samples, of) {
   return below > 0 ? above / below : 0;
 }
 
-/** By how much the least value of the last third exceeds that of the first. @param {Sample[]} samples @param {Quantity} of */
+/**
+ * By how much the least value of the last third exceeds that of the first.
+ * @param {Sample[]} samples
+ * @param {Quantity} of
+ */
 function floorGrowth(samples, of) {
   const third = Math.ceil(samples.length / 3);
   const least = (/** @type {Sample[]} */ part) => Math.min(...part.map((sample) => sample[of]));

@@ -1,4 +1,5 @@
-// The checks of a stream's pictures: they belong to the machine that was asked, none is damaged, and none comes twice.
+// The checks of a stream's pictures: they belong to the machine that was asked, none is damaged, and none
+// comes twice.
 
 /** @typedef {import('./session.mjs').Session} Session */
 /** @typedef {import('./session.mjs').Config} Config */
@@ -12,7 +13,10 @@ const NAL_TYPE = 0x1f;
 const SPS = 7;
 const JPEG = 0xffd8;
 
-/** What a picture of soak_agent says. @typedef {{name: string, run: string, counter: number, monitor: number}} Mark */
+/**
+ * What a picture of soak_agent says.
+ * @typedef {{name: string, run: string, counter: number, monitor: number}} Mark
+ */
 
 /** @param {Buffer} content @returns {Mark | null} null when the picture is damaged */
 function markOf(content) {
@@ -33,8 +37,9 @@ export class PictureCheck {
   /** The run of the agent that answered the request; a session does not outlive it. */
   #run = '';
   /**
-   * How often the relay may still show pictures again that have arrived before: once to a new viewer, after a return, and
-   * for each StreamStart of a viewer who does not steer. The configuration of a new stream can overtake these.
+   * How often the relay may still show pictures again that have arrived before: once to a new viewer, after a
+   * return, and for each StreamStart of a viewer who does not steer. The configuration of a new stream can
+   * overtake these.
    */
   #repeats = 0;
   /** Whether the next picture is the first of its configuration. */

@@ -1,4 +1,5 @@
-// Random numbers that follow from a seed, so that a run can be repeated as far as the machine's timing allows.
+// Random numbers that follow from a seed, so that a run can be repeated as far as the machine's timing
+// allows.
 import { createCipheriv } from 'node:crypto';
 
 export class Random {

@@ -1,4 +1,5 @@
-// A representative without a browser: a log-in, its WebSocket to the relay, the list of machines and the sessions.
+// A representative without a browser: a log-in, its WebSocket to the relay, the list of machines and the
+// sessions.
 
 import { decodeEnvelope } from '../../console/link/envelope.js';
 import { parseControl } from '../../console/link/link.js';
@@ -234,7 +235,8 @@ export class Representative {
   #explains(/** @type {ControlMessage} */ { code }, /** @type {Machine} */ machine) {
     const now = performance.now();
     if (code === 'offline') return this.world.excuses(machine.name, this.since);
-    // Another representative's question, which may have been answered meanwhile, or one whose answer was lost.
+    // Another representative's question, which may have been answered meanwhile, or one whose answer was
+    // lost.
     if (code === 'asked-already' && (machine.questions > 1 || now - machine.questionGone < QUESTION_GONE_MS))
       return true;
     if (code === 'asked-already') return now - machine.unanswered < NOT_ASKED_AGAIN_MS;

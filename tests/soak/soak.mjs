@@ -2,7 +2,8 @@
 //
 //     node tests/soak/soak.mjs MINUTES [--agent wine|native] [--seed N] [--tree asan|tsan|host]
 //
-// `./dev soak` builds what it needs first. The exit status is 1 on a wrong observation or a growth above its limit.
+// `./dev soak` builds what it needs first. The exit status is 1 on a wrong observation or a growth above its
+// limit.
 import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';

@@ -55,7 +55,9 @@ export class Transfers {
     this.#session = session;
   }
 
-  /** Fetches a file of the machine and compares it. With `cancel`, ends the download after its first chunk. */
+  /**
+   * Fetches a file of the machine and compares it. With `cancel`, ends the download after its first chunk.
+   */
   async download(/** @type {{name: string, size: number, hash: string}} */ file, cancel = false) {
     const session = this.#session;
     const transfer = await this.#begun('download', file.name);
@@ -202,7 +204,11 @@ export class Transfers {
     return transfer;
   }
 
-  /** Waits for the end, also across a return of the browser. @param {Transfer} transfer @param {() => boolean} ended */
+  /**
+   * Waits for the end, also across a return of the browser.
+   * @param {Transfer} transfer
+   * @param {() => boolean} ended
+   */
   #until(transfer, ended) {
     const { world, label, machine } = this.#session;
     const over = () => {
@@ -215,7 +221,11 @@ export class Transfers {
     });
   }
 
-  /** Sends as much of an upload as may be on its way, and its end. @param {Transfer} transfer @param {Buffer} content */
+  /**
+   * Sends as much of an upload as may be on its way, and its end.
+   * @param {Transfer} transfer
+   * @param {Buffer} content
+   */
   #sendMore(transfer, content) {
     const ready = () => transfer.flows && this.#session.owner.connected;
     while (ready() && this.#window > 0 && transfer.bytes < content.length) this.#sendChunk(transfer, content);

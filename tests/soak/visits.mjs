@@ -1,4 +1,5 @@
-// What a representative does: asks for a session, works in it at random, leaves in one of several ways, and begins again.
+// What a representative does: asks for a session, works in it at random, leaves in one of several ways, and
+// begins again.
 import { Msg } from '../../console/link/messages.js';
 import { NOT_ASKED_AGAIN_MS, sha256 } from './machines.mjs';
 import { Session } from './session.mjs';
@@ -218,8 +219,8 @@ class Visit {
   }
 
   /**
-   * Waits for what only the session that steers can cause, and only while no other session has ended, because the
-   * agent then stops the stream and the clipboard of all until the relay starts them again.
+   * Waits for what only the session that steers can cause, and only while no other session has ended, because
+   * the agent then stops the stream and the clipboard of all until the relay starts them again.
    * @param {string} what @param {() => boolean} condition
    */
   #steered(what, condition) {
@@ -266,7 +267,11 @@ async function asked(owner, machine) {
   return session;
 }
 
-/** A machine that can be asked now, or now and then any. @param {Representative} owner @param {Random} random */
+/**
+ * A machine that can be asked now, or now and then any.
+ * @param {Representative} owner
+ * @param {Random} random
+ */
 function chosen({ machines }, random) {
   const now = performance.now();
   const free = machines.filter((one) => !one.questions && now - one.unanswered > NOT_ASKED_AGAIN_MS);

@@ -90,8 +90,8 @@ export class World {
   }
 
   /**
-   * Waits for a condition. Throws GivenUp when it is not met in time, or when `over` says why it cannot be met any
-   * more; a condition that is not met in time and that no fault excuses is a wrong observation.
+   * Waits for a condition. Throws GivenUp when it is not met in time, or when `over` says why it cannot be
+   * met any more; a condition that is not met in time and that no fault excuses is a wrong observation.
    * @template T
    * @param {string} what the condition, for the message
    * @param {() => T | Promise<T>} condition

@@ -164,8 +164,8 @@ class Sessions {
   // Takes the session away from the browser that has it.
   void leave_browser(const Session& session);
   void report_end(ConsolePeer& console, std::uint32_t number);
-  // Sends the browser the settings of the stream, if they are known, and the pictures that it needs in order to
-  // show the present one.
+  // Sends the browser the settings of the stream, if they are known, and the pictures that it needs in order
+  // to show the present one.
   static void show_recent(const Session& session);
   static void stop_stream(Session& session);
   // Whether a browser is there that watches the machine's stream.
