@@ -41,8 +41,8 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr long kRoundNanoseconds = 20'000'000;  // between two looks at the tasks
 constexpr std::int64_t kMillisecond = 1'000'000;
-constexpr int kMostAnswerMs = 3000;
-constexpr int kRejectEvery = 8;  // of so many requests, one is refused on average
+constexpr unsigned kMostAnswerMs = 3000;
+constexpr unsigned kRejectEvery = 8;  // of so many requests, one is refused on average
 constexpr std::uint8_t kTextClip = 1;
 
 void say(const std::string& line) {
@@ -156,7 +156,8 @@ class SoakAgent {
   // As if a question were on the screen until the local user answers.
   void ask(std::uint32_t session) {
     const bool yes = random_() % kRejectEvery != 0;
-    const std::int64_t at = clock_.now() + random_() % kMostAnswerMs * kMillisecond;
+    const auto wait_ms = static_cast<std::int64_t>(random_() % kMostAnswerMs);
+    const std::int64_t at = clock_.now() + wait_ms * kMillisecond;
     asked_[session] = yes;
     tasks_.add(at, [this, session] {
       const auto found = asked_.find(session);

@@ -8,6 +8,8 @@ const LETTERS = 26;
 /** Longer than every picture of soak_agent. */
 const ALPHABET = Buffer.from(Array.from({ length: 400_000 }, (_, i) => 97 + (i % LETTERS)));
 const STAMP_BYTES = 8;
+/** So long after a change of the control, the rest of another stream may arrive. */
+const OVERTAKEN_MS = 10_000;
 const START_CODE = Buffer.from([0, 0, 1]);
 const NAL_TYPE = 0x1f;
 const SPS = 7;
@@ -63,9 +65,9 @@ export class PictureCheck {
     const stamp = Number(new DataView(payload.buffer, payload.byteOffset).getBigUint64(0, true));
     const content = Buffer.from(payload.buffer, payload.byteOffset, payload.length).subarray(STAMP_BYTES);
     if (!config) this.#wrong('a picture before the first configuration');
-    else this.#checkCodec(content, config);
+    else if (!this.#isOvertaken) this.#checkCodec(content, config);
     // The stream of a new StreamStart counts from 0, and its configuration is sent before.
-    if (stamp <= this.#stamp) this.#wrong(`the stamp ${stamp} after ${this.#stamp}`);
+    if (stamp <= this.#stamp && !this.#isOvertaken) this.#wrong(`the stamp ${stamp} after ${this.#stamp}`);
     this.#stamp = stamp;
     if (this.#session.machine.counts) this.#checkMark(markOf(content));
     this.#first = false;
@@ -89,6 +91,15 @@ export class PictureCheck {
       this.#wrong('the first picture is not a key frame');
     if (!isH264 && !this.#session.machine.counts && content.readUInt16BE() !== JPEG)
       this.#wrong('a broken JPEG file');
+  }
+
+  /**
+   * A session that has joined has had a short stream of its own, whose configuration the relay has dropped. When the
+   * session gets the control meanwhile, the relay passes on the rest of that stream, before the new one's
+   * configuration.
+   */
+  get #isOvertaken() {
+    return performance.now() - this.#session.steeringChanged < OVERTAKEN_MS;
   }
 
   /** Whether a sequence parameter set is in the picture; encoders may put a delimiter before it. */

@@ -191,6 +191,8 @@ export class Representative {
       this.#asked(message);
     const session = this.sessions.get(number);
     if (session) session.control(message);
+    // The answer to a request to resume a session whose end was on its way.
+    else if (message.reason === 'gone') this.world.note(`${this.name}: session ${number} is gone`);
     else this.world.wrong(`${this.name} received ${message.type} of session ${number}`);
   }
 

@@ -26,8 +26,9 @@ export class Session {
   /** Whether an answer to resume() has not come yet. */
   resuming = false;
   steers = false;
-  /** Whether any session of the machine steers. */
-  isSteered = false;
+  /** The session of the machine that steers, 0 for none, -1 while that is unknown; and when it changed last. */
+  steering = -1;
+  steeringChanged = Number.NEGATIVE_INFINITY;
   /** Whether the representative has started the stream. */
   streaming = false;
   /** The monitor of the last picture. */
@@ -169,8 +170,10 @@ export class Session {
 
   #viewers(/** @type {Viewer[]} */ viewers) {
     const steered = this.steers;
-    this.steers = viewers.some(({ session, steers }) => steers && session === this.number);
-    this.isSteered = viewers.some(({ steers }) => steers);
+    const steering = viewers.find(({ steers }) => steers)?.session ?? 0;
+    if (steering !== this.steering && this.steering >= 0) this.steeringChanged = performance.now();
+    this.steering = steering;
+    this.steers = steering === this.number;
     if (viewers.filter(({ steers }) => steers).length > 1)
       this.world.wrong(`${this.label}: several sessions steer: ${JSON.stringify(viewers)}`);
     if (steered !== this.steers) this.owner.changed = performance.now();

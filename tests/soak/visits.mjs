@@ -56,8 +56,10 @@ class Visit {
       this.stall,
       this.reload,
     );
-    for (let i = this.random.integer(1, ACTIONS_OF_A_VISIT); i > 0 && !this.world.ending; i--)
+    for (let i = this.random.integer(1, ACTIONS_OF_A_VISIT); i > 0 && !this.world.ending; i--) {
+      if (this.session.over) break;
       await this.random.one(actions).call(this);
+    }
     await Promise.all(this.#transfers);
   }
 
@@ -159,8 +161,8 @@ class Visit {
 
   async steer() {
     const { session } = this;
-    if (session.steers || (session.isSteered && this.random.integer(0, 2) > 0)) return;
-    session.command({ type: session.isSteered ? 'take-over' : 'steer' });
+    if (session.steers || (session.steering > 0 && this.random.integer(0, 2) > 0)) return;
+    session.command({ type: session.steering > 0 ? 'take-over' : 'steer' });
     // Another one can take the control in turn before it is seen here.
     await session.until(
       'control is taken over',
