@@ -24,6 +24,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -236,6 +237,8 @@ int main(int count, char** words) {
       say("{\"event\":\"input\",\"bytes\":" + line.substr(line.find(' ') + 1) + '}');
   });
 
+  // ThreadSanitizer starts a thread of its own together with the first one.
+  std::thread([] {}).join();
   const std::ptrdiff_t at_start = threads();
   SoakAgent(std::move(config), static_cast<std::uint32_t>(std::stoul(given.at("--seed")))).run(ending);
   // Downloads end by themselves as soon as they cannot send.
