@@ -13,8 +13,11 @@ const MIB_PER_HOUR = 1;
  * What memory may grow besides, once, because a short run has not touched all of it before its second half.
  */
 const WARM_UP_MIB = 6;
-/** Sanitizers keep freed memory and the stacks of allocations. */
-const SANITIZED_WARM_UP_MIB = 40;
+/**
+ * Sanitizers keep freed memory and the stacks of allocations. Under Wine an agent with a stream has some 30 MiB
+ * more than without, so its floor depends on whether it was idle for a moment.
+ */
+const RESTLESS_WARM_UP_MIB = 40;
 /**
  * Descriptors and threads come and go with connections and transfers. The margin is the same for every length
  * of a run, so what leaks with each session or fault exceeds it after some minutes.
@@ -69,11 +72,11 @@ export class Measurement {
   #samples = new Map();
   /** @type {Map<string, number>} */
   #pids = new Map();
-  #sanitized;
+  #restless;
 
-  /** @param {boolean} sanitized */
-  constructor(sanitized) {
-    this.#sanitized = sanitized;
+  /** @param {(name: string) => boolean} restless whether the memory of this process goes up and down much */
+  constructor(restless) {
+    this.#restless = restless;
   }
 
   /** Forgets what was measured before, so that only the second half of the run counts. */
@@ -110,7 +113,7 @@ export class Measurement {
         const perHour = slope(samples, of);
         const floor = floorGrowth(samples, of);
         words.push(`${of} ${perHour.toFixed(1)}/h (floor ${floor.toFixed(1)})`);
-        const most = this.#most(of, hours);
+        const most = this.#most(name, of, hours);
         // Load that rises and falls tilts the line, but only what is never given back lifts the floor too.
         if (perHour * hours > most && floor > most) found.push(`${name}: ${words[words.length - 1]}`);
       }
@@ -119,8 +122,9 @@ export class Measurement {
     return found;
   }
 
-  #most(/** @type {Quantity} */ of, /** @type {number} */ hours) {
+  /** @param {string} name @param {Quantity} of @param {number} hours */
+  #most(name, of, hours) {
     if (of !== 'memory') return MOST_COUNT_GROWTH;
-    return MIB_PER_HOUR * hours + (this.#sanitized ? SANITIZED_WARM_UP_MIB : WARM_UP_MIB);
+    return MIB_PER_HOUR * hours + (this.#restless(name) ? RESTLESS_WARM_UP_MIB : WARM_UP_MIB);
   }
 }

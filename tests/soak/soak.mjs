@@ -76,7 +76,9 @@ for (const name of isWine ? ['desk-1', 'desk-2'] : ['machine-1', 'machine-2', 'm
 }
 const observer = new Representative('observer', world, relay, machines);
 const people = REPRESENTATIVES.map((name) => new Representative(name, world, relay, machines));
-const measurement = new Measurement(tree !== 'host');
+const measurement = new Measurement((name) =>
+  name === 'relay' ? relayTree !== 'host' : isWine || tree !== 'host',
+);
 
 function sample() {
   measurement.take('relay', relay.process?.pid ?? 0);
