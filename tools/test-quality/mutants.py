@@ -25,7 +25,9 @@ REPLACEMENTS = (
 # A statement in a line of its own that can be left out: a call, an assignment or an increment. A declaration begins with
 # two words, so it does not match.
 STATEMENT = re.compile(r"^\s+(?:\+\+|--|co_await )?[\w:.>\-\[\]*]+(?:\(.*\)| [-+|&]?= .*|\+\+|--)?;$")
-NOT_REMOVED = re.compile(r"^\s+(?:return|co_return|break|continue|using|case|default|throw|delete)\b|^\s+[\w:]+;$")
+# An assertion about the calling thread is not removed, because a correct program does the same without it.
+NOT_REMOVED = re.compile(
+    r"^\s+(?:return|co_return|break|continue|using|case|default|throw|delete)\b|^\s+[\w:]+;$|\bthread_\.check\(\);$")
 # The first line of a void function's body, in which an early return can be put.
 VOID_FUNCTION = re.compile(r"^(?:\w.*)?\bvoid [\w:]+\(.*\) ?(?:const )?(?:noexcept )?\{$")
 # Lines of declarations and of the preprocessor, and lines whose change cannot be seen: a log line's text is checked by few

@@ -1,4 +1,4 @@
-// Hexadecimal digits.
+// Hexadecimal digits, and the lengths of passwords.
 #include "relay/base/secrets.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +16,13 @@ TEST(Hex, BytesAndDigitsAreConvertedBothWays) {
 TEST(Hex, TextThatIsNotPairsOfDigitsGivesNothing) {
   for (const char* const text : {"0", "000", "0g", "g0", "00 11", "00:11", "zz", "00zz", " 00", "00 "})
     EXPECT_EQ(from_hex(text), Bytes{}) << text;
+}
+
+TEST(PasswordFault, PasswordsHaveFromTenTo1024Bytes) {
+  EXPECT_EQ(password_fault(std::string(9, 'x')), "needs at least 10 characters");
+  EXPECT_EQ(password_fault(std::string(10, 'x')), "");
+  EXPECT_EQ(password_fault(std::string(1024, 'x')), "");
+  EXPECT_EQ(password_fault(std::string(1025, 'x')), "can have at most 1024 bytes");
 }
 
 }  // namespace
