@@ -24,7 +24,6 @@ class LeakTest : public StreamTest, public testing::WithParamInterface<const cha
   // The memory by which the heaps may grow until they reach their final size. In a full run, a leak of 4 KiB
   // at each start, or of 32 KiB in each round of switches, is more than that.
   static constexpr long kMemorySlack = 3 * 1024;  // kilobytes
-  // A heap that has not reached its final size grows once more, a leak grows each time that the rounds run.
   static constexpr int kRepetitions = 3;
   // Handles or objects of threads and caches that exist at some of the counts only.
   static constexpr int kSlack = 8;
@@ -70,22 +69,21 @@ class LeakTest : public StreamTest, public testing::WithParamInterface<const cha
 
   // Runs `round` `count` times and expects the same resources before and after. `openings` is the number of
   // times that a round opens an encoder or tries to. Ten rounds run before the first census, because they
-  // create the objects that are created only once. If the memory has grown, everything runs again.
+  // create the objects that are created only once. On a busy machine some of these come later, and heaps
+  // reach their final size later, so all runs again if something has grown: a leak grows each time.
   void expect_no_growth(int count, int openings, const std::function<void()>& round) {
     peer_ = start({}, environment_);
     peer_->read_until(Msg::Hello);
     for (int i = 0; i < 10; ++i)
       round();
-    long growth = 0;  // kilobytes
-    for (int i = 0; i < kRepetitions; ++i) {
-      growth = memory_growth(count, openings, round);
-      if (growth <= kMemorySlack || HasFailure()) break;
-    }
-    EXPECT_LE(growth, kMemorySlack);
+    std::string grown = "not run";
+    for (int i = 0; i < kRepetitions && !grown.empty() && !HasFailure(); ++i)
+      grown = growth(count, openings, round);
+    EXPECT_EQ(grown, "");
   }
 
-  // Returns the kilobytes by which the memory has grown in the rounds. All other resources are checked.
-  long memory_growth(int count, int openings, const std::function<void()>& round) {
+  // Returns the names of the resources that are more after the rounds than before them.
+  std::string growth(int count, int openings, const std::function<void()>& round) {
     const Census before = take_census();
     for (int i = 0; i < count; ++i)
       round();
@@ -94,12 +92,14 @@ class LeakTest : public StreamTest, public testing::WithParamInterface<const cha
                 count, before.handles, after.handles, before.gdi_objects, after.gdi_objects, before.threads,
                 after.threads, before.kilobytes, after.kilobytes);
     EXPECT_GT(before.handles, 0);
-    EXPECT_LE(after.handles, before.handles + leaked_by_wine(count * openings) + kSlack);
-    EXPECT_LE(after.gdi_objects, before.gdi_objects + kSlack);
+    std::string grown;
+    if (after.handles > before.handles + leaked_by_wine(count * openings) + kSlack) grown += "handles ";
+    if (after.gdi_objects > before.gdi_objects + kSlack) grown += "GDI objects ";
     // A thread that has ended for Windows exists for the system a little longer, and Wine keeps idle threads
     // of its pools for some seconds.
-    EXPECT_TRUE(eventually([&] { return threads() <= before.threads; })) << threads();
-    return after.kilobytes - before.kilobytes;
+    if (!eventually([&] { return threads() <= before.threads; })) grown += "threads ";
+    if (after.kilobytes > before.kilobytes + kMemorySlack) grown += "memory ";
+    return grown;
   }
 
   void expect_no_growth_by_switches(Msg type, const std::array<const char*, 2>& there_and_back,

@@ -40,9 +40,15 @@ std::wstring CaptureTest::file_with(const wchar_t* name, const std::string& byte
 }
 
 std::wstring CaptureTest::file_of(const wchar_t* name, std::uint64_t size) const {
-  write(folder_ + name, "");
-  std::filesystem::resize_file(folder_ + name, size);
-  return folder_ + name;
+  // The file has no content on the disk. The library's resize_file() would refuse a size for which the disk
+  // has no room.
+  const std::wstring path = folder_ + name;
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  LARGE_INTEGER end;
+  end.QuadPart = static_cast<LONGLONG>(size);
+  EXPECT_TRUE(SetFilePointerEx(file, end, nullptr, FILE_BEGIN) && SetEndOfFile(file)) << size;
+  CloseHandle(file);
+  return path;
 }
 
 std::string CaptureTest::update() {
