@@ -125,20 +125,22 @@ std::vector<Play> plays_of(const Desk& desk, Painter& painter, Viewer& viewer) {
 }
 
 // Prepares the scene until the viewer shows its first number and has caught up with all before. A window that
-// a Windows program opens meanwhile may cover the first try.
+// a Windows program opens or closes meanwhile may hide what the first tries paint.
 void prepare(const Viewer& viewer, Painter& painter, const Play& play) {
-  constexpr std::chrono::milliseconds kRest{500};
-  do {
+  constexpr std::chrono::milliseconds kRest{500}, kTry{8000};
+  constexpr int kTries = 5;
+  for (int tries = 0; tries < kTries; ++tries) {
     const Moment first = play.prepare();
     const auto shown = [&] {
       return viewer.received().pictures > 0 && std::ranges::any_of(viewer.seen(), [&](const Moment& picture) {
                return picture.number == first.number;
              });
     };
-    if (!vantelink_test::eventually([&] { return shown() || painter.was_covered(); }))
-      throw std::runtime_error("a viewer never shows the first picture");
+    const bool seen = vantelink_test::eventually([&] { return shown() || painter.was_covered(); }, kTry);
     std::this_thread::sleep_for(kRest);
-  } while (painter.was_covered());
+    if (seen && !painter.was_covered()) return;
+  }
+  throw std::runtime_error("the viewer does not show the first picture of the scene " + play.scene);
 }
 
 Figures measure(const Viewer& viewer, Painter& painter, const Play& play, const DeskProcesses& desk,
