@@ -3,15 +3,27 @@
 
 #include <signal.h>
 
+#include <filesystem>
 #include <random>
+#include <stdexcept>
 #include <thread>
 
 namespace vantelink_bench {
 
+namespace {
+
+// The program on the desk. Throws std::runtime_error if it is not built.
+std::string program() {
+  std::string path = VANTELINK_SOURCE_DIR "/build/windows/tests/change_keys.exe";
+  if (!std::filesystem::exists(path))
+    throw std::runtime_error(path + " is not built; './dev bench change' builds it");
+  return path;
+}
+
+}  // namespace
+
 Keys::Keys(const vantelink_test::Desk& desk, std::uint32_t first)
-    : program_(
-          desk.spawn({VANTELINK_SOURCE_DIR "/build/windows/tests/change_keys.exe", std::to_string(first)})),
-      first_{first, Clock::now()} {}
+    : program_(desk.spawn({program(), std::to_string(first)})), first_{first, Clock::now()} {}
 
 Keys::~Keys() {
   ::kill(program_, SIGKILL);
