@@ -75,7 +75,8 @@ void AgentViewer::start_helper(const CapturePath& path) {
   const std::string output = folder_ + "/helper.out";
   processes_.push_back(std::stoi(
       desk_.host(command + "> '" + output + "' 2> '" + folder_ + "/helper.err' < /dev/null & echo $!")));
-  if (!eventually([&] { return fs::file_size(output) > 0; }))
+  // The shell makes the file a little later.
+  if (!eventually([&] { return fs::exists(output) && fs::file_size(output) > 0; }))
     throw std::runtime_error(path.helper[0] + " does not become ready");
 }
 

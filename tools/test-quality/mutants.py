@@ -30,8 +30,7 @@ NOT_REMOVED = re.compile(
     r"^\s+(?:return|co_return|break|continue|using|case|default|throw|delete)\b|^\s+[\w:]+;$|\bthread_\.check\(\);$")
 # The first line of a void function's body, in which an early return can be put.
 VOID_FUNCTION = re.compile(r"^(?:\w.*)?\bvoid [\w:]+\(.*\) ?(?:const )?(?:noexcept )?\{$")
-# Lines of declarations and of the preprocessor, and lines whose change cannot be seen: a log line's text is checked by few
-# tests, and a static assertion by none.
+# Comments, declarations without code, lines of the preprocessor, and static assertions, which no test checks.
 IGNORED = re.compile(r"^\s*(?://|#|\*|static_assert|template|using |namespace|\})")
 
 

@@ -17,22 +17,31 @@ TEST_F(ForeignTransfersTest, NumberIsRefusedForAnotherBrowsersSessionAndForOneTh
     EXPECT_EQ(answer["request"], 5);
     return answer["message"].get<std::string>();
   };
-  auto browser = console();
+  const std::string cookie = log_in();
+  auto browser = console(0, cookie);
   const std::uint32_t session = browser->open_session(vantelink_fakes::saved_config().agent_id);
   auto other = console();
   EXPECT_EQ(refusal(*other, session), "There is no such session.");
   EXPECT_EQ(refusal(*other, 0), "There is no such session.");
-  // What the other browser says about the first one's download changes nothing.
+  // The first browser does not confirm the end of its download, and the other one's confirmation changes
+  // nothing.
   std::ofstream(folder_ / "read") << "content";
   browser->send({{"type", "transfer"}, {"session", session}, {"request", 5}});
   const Json transfer = browser->read_text("transfer")["transfer"];
   const Json wanted = {{"transfer_id", transfer}, {"path", folder_ / "read"}};
   browser->send_envelope(Msg::DownloadRequest, session, wanted.dump());
+  EXPECT_EQ(Json::parse(browser->read_envelope(Msg::FileTransferEnd).payload)["ok"], true);
   other->send(
       {{"type", "stored"}, {"session", session}, {"transfer", transfer}, {"bytes", 7}, {"end", true}});
   other->send({{"type", "ping"}, {"id", 1}});
   other->read_text("pong");
-  EXPECT_EQ(Json::parse(browser->read_envelope(Msg::FileTransferEnd).payload)["ok"], true);
+  browser.reset();
+  EXPECT_TRUE(logged("session " + std::to_string(session) + " is held"));
+  browser = console(0, cookie);
+  browser->send({{"type", "resume"}, {"session", session}});
+  const Json open = browser->read_text("session")["transfers"];
+  ASSERT_EQ(open.size(), 1u);
+  EXPECT_EQ(open[0]["transfer"], transfer);
 
   const auto waiting = connect_agent("Bíður", false);
   const Json machine = wait_for_machine("Bíður", "online");
