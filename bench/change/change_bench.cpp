@@ -1,8 +1,8 @@
 // Change to pixel: the time from a change on the screen until a viewer has a picture that shows it, with the
 // shipped executable on a desk and with two other programs that send the desk's X screen. The viewer of each
-// is in this process and connected over loopback. Both times are read on this machine, so there is no clock
-// to compare. In the scene keys, the viewer presses a key to which a Windows program answers with the change;
-// the time begins at the press.
+// is in this process and connected over loopback, or is a page in Chromium: the console, or noVNC. Both times
+// are read on this machine, so there is no clock to compare. In the scene keys, the viewer presses a key to
+// which a Windows program answers with the change; the time begins at the press.
 //
 // --seconds=N sets the time of each scene with each side, --filter=REGEX chooses from the names SCENE/SIDE.
 #include <algorithm>
@@ -16,15 +16,16 @@
 #include <stdexcept>
 #include <thread>
 
-#include "agent_viewer.h"
 #include "e2e/support/agent_fixture.h"
 #include "figures.h"
 #include "keys.h"
 #include "options.h"
-#include "peer_viewer.h"
 #include "process.h"
 #include "screen/painter.h"
 #include "support/waiting.h"
+#include "viewers/agent_viewer.h"
+#include "viewers/browser_viewer.h"
+#include "viewers/peer_viewer.h"
 
 namespace {
 
@@ -83,14 +84,20 @@ std::vector<Side> sides_of(const Desk& desk, const std::string& display) {
   };
   const std::vector<StreamWish> wishes = {{"h264", 30}, {"h264", 60}, {"mjpeg", 30}};
   std::vector<Side> sides;
-  sides.reserve(peers.size() + paths.size() * wishes.size());
+  sides.reserve(2 * peers.size() + paths.size() * (wishes.size() + 1));
   for (const Peer& peer : peers)
     sides.push_back({peer.name, true, [=] { return std::make_unique<PeerViewer>(display, peer); }});
+  for (const Peer& peer : peers) {
+    sides.push_back(
+        {peer.name + " noVNC", true, [=] { return std::make_unique<PeerPageViewer>(display, peer); }});
+  }
   for (const CapturePath& path : paths) {
     for (const StreamWish& wish : wishes) {
       sides.push_back({path.name + ' ' + wish.codec + ' ' + std::to_string(wish.pictures_a_second), false,
                        [=, &desk] { return std::make_unique<AgentViewer>(desk, path, wish); }});
     }
+    sides.push_back(
+        {path.name + " console", false, [=, &desk] { return std::make_unique<ConsoleViewer>(desk, path); }});
   }
   return sides;
 }

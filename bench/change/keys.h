@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "support/desk/desk.h"
-#include "viewer.h"
+#include "viewers/viewer.h"
 
 namespace vantelink_bench {
 

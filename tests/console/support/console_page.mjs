@@ -14,6 +14,9 @@ const SHOTS = join(dirname(fileURLToPath(import.meta.url)), '../../../build/cons
  * @typedef {import('playwright-core').BrowserContextOptions & {script?: string, at?: string,
  *   prepare?: (context: import('playwright-core').BrowserContext) => Promise<void>}} PageOptions
  */
+/** For programs outside this folder, which do not find the package. */
+/** @typedef {import('playwright-core').Browser} Browser */
+/** @typedef {import('playwright-core').Page} Page */
 /** @typedef {{id?: string}} Machine */
 /** @typedef {{x: number, y: number}} Point */
 

@@ -1,12 +1,12 @@
 // A simulated machine: speaks the agent's protocol to a relay, records what it receives and answers as the
 // test specifies.
-import WebSocket from 'ws';
+import WebSocket, { WebSocketServer } from 'ws';
 import { decodeEnvelope, encodeEnvelope, encodeJson, readJson } from '../../../console/link/envelope.js';
 import { LinkMsg, Msg } from '../../../console/link/messages.js';
 import { until } from './waiting.mjs';
 
 // For other tests that need a WebSocket: packages are found from this folder only.
-export { WebSocket };
+export { WebSocket, WebSocketServer };
 
 export const AgentMsg = Object.freeze({ ...LinkMsg, ...Msg });
 

@@ -7,23 +7,11 @@
 #include <thread>
 
 #include "e2e/support/video.h"
-#include "support/desk/desk.h"
 #include "support/peers/scripted_server.h"
-#include "viewer.h"
+#include "viewers/agent_process.h"
+#include "viewers/viewer.h"
 
 namespace vantelink_bench {
-
-// A way by which the agent captures the screen. In the texts of environment and helper, {folder} stands for
-// the folder of the agent's executable, and {windows-folder} for the same folder as programs under Wine see
-// it.
-struct CapturePath {
-  std::string name{};
-  std::vector<std::string> environment{};  // of the agent: NAME=VALUE
-  std::vector<std::string> files{};        // copied into the agent's folder; paths in this source tree
-  // A program of this host, as a path in this source tree, and its arguments. It is started on the desk's
-  // display before the agent, and has to print a line when it is ready. Empty for none.
-  std::vector<std::string> helper{};
-};
 
 // What the viewer asks of the agent.
 struct StreamWish {
@@ -39,21 +27,18 @@ class AgentViewer : public Viewer {
   AgentViewer(const AgentViewer&) = delete;
   AgentViewer& operator=(const AgentViewer&) = delete;
 
-  std::vector<pid_t> processes() const override { return processes_; }
+  std::vector<pid_t> processes() const override { return agent_.processes(); }
   double similarity(const vantelink_test::PngPicture& screen) const override;
   void press_key() override;
 
  private:
-  void start_helper(const CapturePath& path);
   void run(const std::string& codec);
   void take(const vlk::Envelope& envelope, const std::string& codec);
   void decode(const vlk::Envelope& envelope);
 
-  const vantelink_test::Desk& desk_;
-  std::string folder_;
   vantelink_test::TestAuthority authority_;
   vantelink_test::ScriptedServer server_{authority_};
-  std::vector<pid_t> processes_;  // the agent is the last
+  AgentProcess agent_;
   std::mutex connection_mutex_;
   std::unique_ptr<vantelink_test::ServerConnection> connection_;  // guarded by connection_mutex_
   std::optional<vantelink_test::VideoDecoder> decoder_;

@@ -44,8 +44,9 @@ class Viewer {
   std::vector<Moment> seen() const;
 
  protected:
-  // The viewer's thread calls these two.
+  // The viewer's thread calls these.
   void see(std::uint32_t number, std::uint64_t bytes_so_far);
+  void see(const Moment& picture, const Received& so_far);
   void fail(const std::string& why);
 
  private:
@@ -54,5 +55,9 @@ class Viewer {
   std::vector<Moment> seen_;  // guarded by mutex_
   std::string failure_;       // guarded by mutex_
 };
+
+// The similarity of a picture of the screen's size to the screen, as Viewer::similarity. `pixels` are 4 bytes
+// each, beginning with red, green and blue.
+double likeness(const vantelink_test::PngPicture& screen, const std::uint8_t* pixels);
 
 }  // namespace vantelink_bench

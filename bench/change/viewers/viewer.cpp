@@ -1,6 +1,7 @@
 // Records what a viewer sees.
-#include "viewer.h"
+#include "viewers/viewer.h"
 
+#include <cmath>
 #include <stdexcept>
 
 #include "support/waiting.h"
@@ -26,9 +27,26 @@ void Viewer::see(std::uint32_t number, std::uint64_t bytes_so_far) {
   seen_.push_back({number, now});
 }
 
+void Viewer::see(const Moment& picture, const Received& so_far) {
+  const std::lock_guard lock(mutex_);
+  received_ = so_far;
+  seen_.push_back(picture);
+}
+
 void Viewer::fail(const std::string& why) {
   const std::lock_guard lock(mutex_);
   failure_ = why;
+}
+
+double likeness(const vantelink_test::PngPicture& screen, const std::uint8_t* pixels) {
+  double squares = 0;
+  for (std::size_t i = 0; i < screen.pixels.size(); ++i) {
+    if (i % 4 == 3) continue;
+    const double error = static_cast<std::uint8_t>(screen.pixels[i]) - pixels[i];
+    squares += error * error;
+  }
+  const double mean = squares / (static_cast<double>(screen.pixels.size()) * 3 / 4);
+  return mean == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / mean);
 }
 
 void Viewer::wait_for_picture() const {

@@ -1,18 +1,12 @@
 // Starts the agent, reads its stream and decodes each picture.
-#include "agent_viewer.h"
+#include "viewers/agent_viewer.h"
 
-#include <signal.h>
-
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
-
-#include "e2e/support/agent_fixture.h"
 
 namespace vantelink_bench {
 namespace {
 
-namespace fs = std::filesystem;
 using namespace vantelink_test;
 using vlk::Msg;
 
@@ -23,34 +17,13 @@ constexpr Milliseconds kLook{100};         // the longest wait until the thread 
 // An agent sends a picture of a still screen each second.
 constexpr std::chrono::seconds kLongestSilence{4};
 
-std::string filled(std::string text, const std::string& folder) {
-  for (const auto& [name, value] :
-       {std::pair<std::string, std::string>{"{folder}", folder}, {"{windows-folder}", wine_path(folder)}}) {
-    for (std::size_t at = 0; (at = text.find(name)) != std::string::npos;)
-      text.replace(at, name.size(), value);
-  }
-  return text;
-}
-
 }  // namespace
 
 AgentViewer::AgentViewer(const Desk& desk, const CapturePath& path, const StreamWish& wish)
-    : desk_(desk), folder_(desk.folder() + "/agent") {
-  fs::remove_all(folder_);
-  fs::create_directories(folder_);
-  fs::copy_file(kAgent, folder_ + "/VantelinkAgent.exe");
-  for (const std::string& file : path.files) {
-    const fs::path from = fs::path(VANTELINK_SOURCE_DIR) / file;
-    fs::copy_file(from, fs::path(folder_) / from.filename());
-  }
-  std::ofstream(folder_ + "/ca.pem") << authority_.pem();
-  if (!path.helper.empty()) start_helper(path);
-  std::vector<std::string> environment = {"SSL_CERT_FILE=" + folder_ + "/ca.pem"};
-  for (const std::string& variable : path.environment)
-    environment.push_back(filled(variable, folder_));
-  processes_.push_back(desk.spawn({folder_ + "/VantelinkAgent.exe", "--host", "localhost", "--port",
-                                   std::to_string(server_.port()), "--unattended"},
-                                  environment));
+    : agent_(desk, path) {
+  const std::string authority = agent_.folder() + "/ca.pem";
+  std::ofstream(authority) << authority_.pem();
+  agent_.start(server_.port(), authority);
   connection_ = server_.accept_upgraded();
   connection_->read_until(Msg::Hello);
   connection_->send_envelope(Msg::StreamStart, kSession,
@@ -62,22 +35,7 @@ AgentViewer::AgentViewer(const Desk& desk, const CapturePath& path, const Stream
 
 AgentViewer::~AgentViewer() {
   ending_ = true;
-  for (const pid_t process : processes_)
-    ::kill(process, SIGKILL);
   if (thread_.joinable()) thread_.join();
-}
-
-void AgentViewer::start_helper(const CapturePath& path) {
-  std::string command = "'" VANTELINK_SOURCE_DIR "/";
-  for (const std::string& word : path.helper)
-    command += filled(word, folder_) + "' '";
-  command.pop_back();
-  const std::string output = folder_ + "/helper.out";
-  processes_.push_back(std::stoi(
-      desk_.host(command + "> '" + output + "' 2> '" + folder_ + "/helper.err' < /dev/null & echo $!")));
-  // The shell makes the file a little later.
-  if (!eventually([&] { return fs::exists(output) && fs::file_size(output) > 0; }))
-    throw std::runtime_error(path.helper[0] + " does not become ready");
 }
 
 // Waits for input without the mutex, so that a key is sent at once. The agent writes each message on its own,

@@ -1,17 +1,11 @@
 // Starts the program and runs the library's client.
-#include "peer_viewer.h"
+#include "viewers/peer_viewer.h"
 
-#include <fcntl.h>
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <rfb/rfbclient.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -26,37 +20,6 @@ constexpr int kLoopMicroseconds = 100000;  // the longest wait until the thread 
 
 char client_tag;  // its address is the key of the viewer in the client's data
 
-unsigned short free_port() {
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  if (::bind(socket, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-      ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0)
-    throw std::runtime_error("no port is free");
-  ::close(socket);
-  return ntohs(address.sin_port);
-}
-
-// Starts a program of the search path, without input and output.
-pid_t started(const std::string& display, std::vector<std::string> command) {
-  std::vector<char*> words;
-  words.reserve(command.size() + 1);
-  for (std::string& word : command)
-    words.push_back(word.data());
-  words.push_back(nullptr);
-  const pid_t process = ::fork();
-  if (process != 0) return process;
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const int nothing = ::open("/dev/null", O_RDWR);
-  for (int descriptor = 0; descriptor < 3; ++descriptor)
-    ::dup2(nothing, descriptor);
-  ::setenv("DISPLAY", display.c_str(), 1);
-  ::execvp(words[0], words.data());
-  ::_exit(127);
-}
-
 std::uint64_t bytes_received(int socket) {
   tcp_info info{};
   socklen_t size = sizeof info;
@@ -67,16 +30,10 @@ std::uint64_t bytes_received(int socket) {
 
 }  // namespace
 
-PeerViewer::PeerViewer(const std::string& display, const Peer& peer) {
-  const unsigned short port = free_port();
-  std::vector<std::string> command = peer.command;
-  for (std::string& word : command) {
-    if (word == "{port}") word = std::to_string(port);
-  }
-  process_ = started(display, command);
+PeerViewer::PeerViewer(const std::string& display, const Peer& peer) : process_(display, peer) {
   rfbEnableClientLogging = FALSE;
   if (!vantelink_test::eventually([&] {
-        connect(port);
+        connect(process_.port());
         return client_ != nullptr;
       }))
     throw std::runtime_error(peer.name + " accepts no connection");
@@ -85,9 +42,7 @@ PeerViewer::PeerViewer(const std::string& display, const Peer& peer) {
 
 PeerViewer::~PeerViewer() {
   ending_ = true;
-  if (process_ > 0) ::kill(process_, SIGKILL);
   if (thread_.joinable()) thread_.join();
-  if (process_ > 0) ::waitpid(process_, nullptr, 0);
   if (client_ == nullptr) return;
   std::free(client_->frameBuffer);  // NOLINT(cppcoreguidelines-no-malloc): the library has allocated it
   rfbClientCleanup(client_);
@@ -129,14 +84,7 @@ double PeerViewer::similarity(const vantelink_test::PngPicture& screen) const {
   const std::lock_guard lock(mutex_);
   if (client_->width != screen.width || client_->height != screen.height)
     throw std::runtime_error("the peer's picture has another size than the screen");
-  double squares = 0;
-  for (std::size_t i = 0; i < screen.pixels.size(); ++i) {
-    if (i % 4 == 3) continue;
-    const double error = static_cast<std::uint8_t>(screen.pixels[i]) - client_->frameBuffer[i];
-    squares += error * error;
-  }
-  const double mean = squares / (static_cast<double>(screen.pixels.size()) * 3 / 4);
-  return mean == 0 ? 100 : 10 * std::log10(255.0 * 255.0 / mean);
+  return likeness(screen, client_->frameBuffer);
 }
 
 // The library writes from the reading thread too, so the two take turns.

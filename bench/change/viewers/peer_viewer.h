@@ -5,17 +5,12 @@
 #include <string>
 #include <thread>
 
-#include "viewer.h"
+#include "viewers/peer_process.h"
+#include "viewers/viewer.h"
 
 struct _rfbClient;
 
 namespace vantelink_bench {
-
-// A program of the distribution. {port} in its arguments stands for the port of loopback to listen on.
-struct Peer {
-  std::string name{};
-  std::vector<std::string> command{};
-};
 
 class PeerViewer : public Viewer {
  public:
@@ -26,7 +21,7 @@ class PeerViewer : public Viewer {
   PeerViewer(const PeerViewer&) = delete;
   PeerViewer& operator=(const PeerViewer&) = delete;
 
-  std::vector<pid_t> processes() const override { return {process_}; }
+  std::vector<pid_t> processes() const override { return {process_.id()}; }
   double similarity(const vantelink_test::PngPicture& screen) const override;
   void press_key() override;
 
@@ -35,7 +30,7 @@ class PeerViewer : public Viewer {
   void run();
   static void on_update(_rfbClient* client);
 
-  pid_t process_ = -1;
+  PeerProcess process_;
   _rfbClient* client_ = nullptr;
   mutable std::mutex mutex_;  // guards the client's picture
   std::atomic<bool> ending_ = false;
