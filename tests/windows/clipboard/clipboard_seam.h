@@ -1,11 +1,13 @@
 // The clipboard's system calls, controlled by a test: each call is recorded and passed on to the real
-// clipboard, or fails on demand. The tick count changes only when the test sets it.
+// clipboard, or fails on demand, also as a counted call (counted_calls.h). The tick count changes only when
+// the test sets it.
 #pragma once
 
 #include <windows.h>
 
 #include <cstddef>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,7 @@ struct Script {
 
   Lines calls;
   std::map<HGLOBAL, std::size_t> memory;  // allocated blocks that were not freed, with their sizes
+  std::set<HGLOBAL> given;                // those that the clipboard or a stream owns
   UINT memory_flags = GMEM_MOVEABLE;      // flags of all allocations, or the last flags that differ
   // Offset of the pixels in the last bitmap that the image library received.
   std::ptrdiff_t pixel_offset = -1;

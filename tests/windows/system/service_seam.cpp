@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tests/windows/support/counted_calls.h"
 #include "tests/windows/support/seam.h"
 
 namespace vlk::test {
@@ -15,7 +16,7 @@ namespace {
 const DWORD test_thread = GetCurrentThreadId();
 
 bool works(const std::string& name) {
-  return !script.failing.contains(name);
+  return !script.failing.contains(name) && !call_fails(name.c_str());
 }
 
 std::string narrow(const wchar_t* text) {
@@ -25,15 +26,18 @@ std::string narrow(const wchar_t* text) {
   return result;
 }
 
-std::string own_path() {
+// Asked for before a test can make the call fail.
+const std::string own_path = [] {
   wchar_t path[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, path, MAX_PATH);
   return narrow(path);
-}
+}();
 
 // The names of the scripted handles.
 const std::vector<std::string> names = {"manager", "service", "queried", "primary", "process", "thread"};
 constexpr std::uintptr_t kFirstHandle = 0xABC00000;
+
+constexpr DWORD kNoConsole = 0xFFFFFFFF;
 
 // The agent waits for the process, so the process's handle is an event that is never set.
 HANDLE handle(const std::string& name) {
@@ -62,6 +66,12 @@ void note(const std::string& call) {
   script.calls.push_back(call);
 }
 
+// A command without a path, which an agent writes that cannot ask for its own, is recorded as a call.
+void expect_command(const wchar_t* command, const std::string& switches) {
+  if (narrow(command) == "\"\" " + switches) return note("no path");
+  EXPECT_EQ(narrow(command), '"' + own_path + "\" " + switches);
+}
+
 std::string hex(DWORD value) {
   char text[16];
   std::snprintf(text, sizeof text, "%lx", value);
@@ -78,7 +88,7 @@ SC_HANDLE WINAPI create_service(SC_HANDLE manager, LPCWSTR name, LPCWSTR display
                                 LPCWSTR dependencies, LPCWSTR account, LPCWSTR password) {
   EXPECT_TRUE(group == nullptr && tag == nullptr && dependencies == nullptr && account == nullptr &&
               password == nullptr);
-  EXPECT_EQ(narrow(path), '"' + own_path() + "\" --service");
+  expect_command(path, "--service");
   note("CreateService " + name_of(manager) + '|' + narrow(name) + '|' + narrow(display) + '|' + hex(access) +
        ' ' + hex(type) + ' ' + hex(start) + ' ' + hex(error));
   if (works("CreateService")) return open("service");
@@ -144,7 +154,7 @@ BOOL WINAPI start_dispatcher(const SERVICE_TABLE_ENTRYW* table) {
 }
 
 DWORD WINAPI console_session() {
-  return script.session;
+  return works("Session") ? script.session : kNoConsole;
 }
 
 BOOL WINAPI duplicate_token(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES attributes,
@@ -163,7 +173,7 @@ BOOL WINAPI create_process(HANDLE token, LPCWSTR application, LPWSTR command,
                            LPSTARTUPINFOW startup, LPPROCESS_INFORMATION process) {
   EXPECT_TRUE(application == nullptr && process_attributes == nullptr && thread_attributes == nullptr &&
               !inherit && folder == nullptr);
-  EXPECT_EQ(narrow(command), '"' + own_path() + "\" --unattended --from-service");
+  expect_command(command, "--unattended --from-service");
   STARTUPINFOW expected = {};
   expected.cb = 104;
   expected.lpDesktop = startup->lpDesktop;
@@ -178,7 +188,7 @@ BOOL WINAPI create_process(HANDLE token, LPCWSTR application, LPWSTR command,
 
 BOOL WINAPI terminate_process(HANDLE process, UINT code) {
   note("Terminate " + name_of(process) + ' ' + std::to_string(code));
-  return TRUE;
+  return works("Terminate");
 }
 
 BOOL WINAPI close_handle(HANDLE value) {
@@ -192,7 +202,8 @@ BOOL WINAPI close_handle(HANDLE value) {
 DWORD WINAPI wait_for_objects(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
   static auto* const system = real<decltype(wait_for_objects)>("kernel32.dll", "WaitForMultipleObjects");
   if (script.on_wait && GetCurrentThreadId() == test_thread) script.on_wait(count, milliseconds);
-  return system(count, handles, all, milliseconds);
+  if (!works("Wait")) return WAIT_FAILED;
+  return system(count, handles, all, script.waits_end_at_once ? 0 : milliseconds);
 }
 
 BOOL WINAPI allocate_sid(PSID_IDENTIFIER_AUTHORITY authority, BYTE count, DWORD first, DWORD second, DWORD,
@@ -200,18 +211,20 @@ BOOL WINAPI allocate_sid(PSID_IDENTIFIER_AUTHORITY authority, BYTE count, DWORD 
   note("Sid " + std::to_string(authority->Value[5]) + ' ' + std::to_string(count) + ' ' +
        std::to_string(first) + ' ' + std::to_string(second));
   if (!works("Sid")) return FALSE;
-  *sid = handle("service");
+  *sid = open("service");
   return TRUE;
 }
 
 BOOL WINAPI check_membership(HANDLE token, PSID sid, PBOOL member) {
   note("Member " + name_of(token) + ' ' + name_of(sid));
-  if (works("Member")) *member = script.member;
-  return works("Member");
+  if (!works("Member")) return FALSE;
+  *member = script.member;
+  return TRUE;
 }
 
 PVOID WINAPI free_sid(PSID sid) {
   note("FreeSid " + name_of(sid));
+  --script.open_handles;
   return nullptr;
 }
 
@@ -269,6 +282,7 @@ BOOL WINAPI CreateEnvironmentBlock(LPVOID* environment, HANDLE token, BOOL inher
   note("CreateEnvironment " + name_of(token));
   if (!works("CreateEnvironment")) return FALSE;
   *environment = &block;
+  ++script.open_handles;
   return TRUE;
 }
 
@@ -276,6 +290,7 @@ BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment) {
   using namespace vlk::test;
   EXPECT_EQ(environment, &block);
   note("DestroyEnvironment");
+  --script.open_handles;
   return TRUE;
 }
 }

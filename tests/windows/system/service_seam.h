@@ -14,7 +14,8 @@ namespace vlk::test {
 
 using Lines = std::vector<std::string>;
 
-// What the scripted system answers. Its handles are numbers that no real handle has.
+// What the scripted system answers. Its handles are numbers that no real handle has. Its calls are also
+// counted calls (counted_calls.h) under the names that `failing` has.
 struct ServiceScript {
   Lines calls;
   std::set<std::string> failing;  // names of the calls that fail
@@ -26,8 +27,9 @@ struct ServiceScript {
   std::function<void(DWORD)> on_query;
   // Called before each wait for the stop or the agent, with the number of handles and the time limit.
   std::function<void(DWORD handles, DWORD milliseconds)> on_wait;
-  bool member = true;  // whether the token belongs to the Administrators group
-  int open_handles = 0;
+  bool waits_end_at_once = false;  // waits report their time limit without waiting
+  bool member = true;              // whether the token belongs to the Administrators group
+  int open_handles = 0;            // also counts the SID and the environment block
 };
 extern ServiceScript script;
 extern DWORD last_check_point;  // increases during the whole process, across all tests
