@@ -52,7 +52,9 @@ bool SessionScript::allowed(const EnvelopeHeader& header, const Bytes& message, 
   // Of a session that is held, the relay itself releases what is pressed and stops the stream.
   const bool of_relay = to_machine && session && session->state == SessionState::Held &&
                         (header.type == Msg::InputEvent || header.type == Msg::StreamStop);
-  if (!session || of_relay || (was_slow_ && !to_machine)) rights = past_rights_[header.session];
+  // A session can be accepted and then held within one step, before its rights are noted.
+  if (of_relay) rights = session->rights | past_rights_[header.session];
+  if (!session || (was_slow_ && !to_machine)) rights = past_rights_[header.session];
   return to_machine ? allows_to_machine(rights, header.type, payload_of(message))
                     : allows_to_browser(rights, header.type, payload_of(message));
 }
