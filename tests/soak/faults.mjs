@@ -98,6 +98,7 @@ function shown(port) {
 export class Faults {
   /** Whether processes may still be killed: not while their memory is measured. */
   kills = true;
+  underWay = false;
 
   /**
    * @param {World} world @param {Relay} relay @param {Machine[]} machines @param {Representative} observer
@@ -119,8 +120,11 @@ export class Faults {
     while (!this.world.ending) {
       await pause(this.random.integer(1000, MOST_BETWEEN_MS));
       if (this.world.ending) return;
+      if (this.world.resting) continue;
+      this.underWay = true;
       const fault = this.random.one(this.kills ? [...always, ...deadly] : always);
       await fault.call(this).catch(judged);
+      this.underWay = false;
     }
   }
 

@@ -10,14 +10,18 @@ const HOUR_MS = 3_600_000;
 /** The growth that is always too much, for each hour of the measured half. */
 const MIB_PER_HOUR = 1;
 /**
- * What memory may grow besides, once, because a short run has not touched all of it before its second half.
+ * What memory may grow besides, once, because a short run has not touched all of it before its second half. The
+ * memory is compared at rest. In a run without enough rests, it is compared while an agent with a stream has some
+ * 30 MiB more than one without.
  */
 const WARM_UP_MIB = 6;
 /**
- * Sanitizers keep freed memory and the stacks of allocations. Under Wine an agent with a stream has some 30 MiB
- * more than without, so its floor depends on whether it was idle for a moment.
+ * A sanitizer keeps freed memory and the stack of each place that allocates, also at rest; it finds leaks itself, at
+ * the end.
  */
 const RESTLESS_WARM_UP_MIB = 40;
+/** So many rests show whether the memory at rest grows. */
+const ENOUGH_RESTS = 6;
 /**
  * Descriptors and threads come and go with connections and transfers. The margin is the same for every length
  * of a run, so what leaks with each session or fault exceeds it after some minutes.
@@ -70,28 +74,67 @@ function floorGrowth(samples, of) {
 export class Measurement {
   /** The samples of each process since its last start or since begin(). @type {Map<string, Sample[]>} */
   #samples = new Map();
+  /** For each process, the sample with the least memory of each rest. @type {Map<string, Map<number, Sample>>} */
+  #rests = new Map();
   /** @type {Map<string, number>} */
   #pids = new Map();
-  #restless;
+  #sanitized;
+  #streams;
 
-  /** @param {(name: string) => boolean} restless whether the memory of this process goes up and down much */
-  constructor(restless) {
-    this.#restless = restless;
+  /**
+   * @param {(name: string) => boolean} sanitized whether a sanitizer is part of this process
+   * @param {(name: string) => boolean} streams whether a stream needs much of its memory
+   */
+  constructor(sanitized, streams) {
+    this.#sanitized = sanitized;
+    this.#streams = streams;
   }
 
   /** Forgets what was measured before, so that only the second half of the run counts. */
   begin() {
     this.#samples.clear();
+    this.#rests.clear();
   }
 
   /** @param {string} name @param {number} pid */
   take(name, pid) {
     const sample = pid ? sampleOf(pid) : null;
     if (!sample) return;
-    if (this.#pids.get(name) !== pid) this.#samples.delete(name);
-    this.#pids.set(name, pid);
+    this.#know(name, pid);
     const known = this.#samples.get(name) ?? [];
     this.#samples.set(name, [...known, sample]);
+  }
+
+  /**
+   * Measures a process that has nothing to do. The least memory of one rest counts, because what the last session
+   * has used is freed in its own time.
+   * @param {number} rest the number of the rest @param {string} name @param {number} pid
+   */
+  takeAtRest(rest, name, pid) {
+    const sample = pid ? sampleOf(pid) : null;
+    if (!sample) return;
+    this.#know(name, pid);
+    const known = this.#rests.get(name) ?? new Map();
+    const least = known.get(rest);
+    if (!least || sample.memory < least.memory) known.set(rest, sample);
+    this.#rests.set(name, known);
+  }
+
+  /** Forgets what was measured of an earlier process of this name. @param {string} name @param {number} pid */
+  #know(name, pid) {
+    if (this.#pids.get(name) === pid) return;
+    this.#pids.set(name, pid);
+    this.#samples.delete(name);
+    this.#rests.delete(name);
+  }
+
+  /** The memory of each process in its last rest, in one line. */
+  get restLine() {
+    const parts = [...this.#rests].map(([name, rests]) => {
+      const last = [...rests.values()].pop();
+      return `${name} ${last?.memory.toFixed(1)} MiB`;
+    });
+    return parts.join(', ');
   }
 
   /** The last values of each process, in one line. */
@@ -108,23 +151,29 @@ export class Measurement {
     const found = [];
     for (const [name, samples] of this.#samples) {
       const hours = samples[samples.length - 1].at - samples[0].at;
+      const rests = [...(this.#rests.get(name) ?? new Map()).values()];
+      const rested = rests.length >= ENOUGH_RESTS;
       const words = [];
       for (const of of /** @type {Quantity[]} */ (['memory', 'files', 'threads'])) {
-        const perHour = slope(samples, of);
-        const floor = floorGrowth(samples, of);
+        const measured = of === 'memory' && rested ? rests : samples;
+        const perHour = slope(measured, of);
+        const floor = floorGrowth(measured, of);
         words.push(`${of} ${perHour.toFixed(1)}/h (floor ${floor.toFixed(1)})`);
-        const most = this.#most(name, of, hours);
+        const most = this.#most(name, of, hours, rested);
         // Load that rises and falls tilts the line, but only what is never given back lifts the floor too.
         if (perHour * hours > most && floor > most) found.push(`${name}: ${words[words.length - 1]}`);
       }
-      console.log(`  ${name}: ${words.join(', ')}, over ${(hours * 60).toFixed(1)} min`);
+      console.log(
+        `  ${name}: ${words.join(', ')}, over ${(hours * 60).toFixed(1)} min and ${rests.length} rests`,
+      );
     }
     return found;
   }
 
-  /** @param {string} name @param {Quantity} of @param {number} hours */
-  #most(name, of, hours) {
+  /** @param {string} name @param {Quantity} of @param {number} hours @param {boolean} rested */
+  #most(name, of, hours, rested) {
     if (of !== 'memory') return MOST_COUNT_GROWTH;
-    return MIB_PER_HOUR * hours + (this.#restless(name) ? RESTLESS_WARM_UP_MIB : WARM_UP_MIB);
+    const restless = this.#sanitized(name) || (this.#streams(name) && !rested);
+    return MIB_PER_HOUR * hours + (restless ? RESTLESS_WARM_UP_MIB : WARM_UP_MIB);
   }
 }

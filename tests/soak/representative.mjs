@@ -76,6 +76,7 @@ export class Representative {
 
   /** Destroys the connection without a closing handshake, as a crash of the browser does. */
   drop() {
+    this.world.note(`${this.name} drops the connection`);
     this.leaving = true;
     this.#socket?.terminate();
     this.#socket = null;
@@ -85,10 +86,12 @@ export class Representative {
   /** Stops reading. @returns a function that reads on */
   stall() {
     const socket = this.#socket;
+    this.world.note(`${this.name} reads nothing`);
     this.#stalledAt = performance.now();
     this.#stalledUntil = Number.POSITIVE_INFINITY;
     socket?.pause();
     return () => {
+      this.world.note(`${this.name} reads again`);
       this.#stalledUntil = performance.now() + STALE_MS;
       socket?.resume();
     };

@@ -49,6 +49,7 @@ const { Relay } = await import('../console/support/relay.mjs');
 const { passwordOf, Representative } = await import('./representative.mjs');
 const { Certificates, Faults } = await import('./faults.mjs');
 const { HOLD_SECONDS, visits } = await import('./visits.mjs');
+const { rests } = await import('./rests.mjs');
 
 const random = new Random(Number(values.seed));
 const world = new World(join(out, 'events.log'));
@@ -69,20 +70,29 @@ await relay.start();
 
 /** @type {Machine[]} */
 const machines = [];
-for (const name of isWine ? ['desk-1', 'desk-2'] : ['machine-1', 'machine-2', 'machine-3']) {
+for (const name of [1, 2, 3].map((number) => `${isWine ? 'desk' : 'machine'}-${number}`)) {
   const proxy = await LineProxy.listening(() => relay.port);
   const place = { root: ROOT, out, trusted: certificates.authority, tree };
   machines.push(new (isWine ? WineMachine : Machine)(name, world, proxy, place, random.split()));
 }
 const observer = new Representative('observer', world, relay, machines);
 const people = REPRESENTATIVES.map((name) => new Representative(name, world, relay, machines));
-const measurement = new Measurement((name) =>
-  name === 'relay' ? relayTree !== 'host' : isWine || tree !== 'host',
+const measurement = new Measurement(
+  (name) => (name === 'relay' ? relayTree : isWine ? 'host' : tree) !== 'host',
+  (name) => isWine && name !== 'relay',
 );
 
 function sample() {
   measurement.take('relay', relay.process?.pid ?? 0);
   for (const { name, pid } of machines) measurement.take(name, pid);
+}
+
+let restCount = 0;
+/** Measures the processes, which have nothing to do. @param {boolean} first whether the rest has just begun */
+function lookAtRest(first) {
+  if (first) restCount++;
+  measurement.takeAtRest(restCount, 'relay', relay.process?.pid ?? 0);
+  for (const { name, pid } of machines) measurement.takeAtRest(restCount, name, pid);
 }
 
 /** Prints what has been done so far. */
@@ -128,6 +138,8 @@ async function run() {
   const began = performance.now();
   const faults = new Faults(world, relay, machines, observer, certificates, random.split());
   const actors = [faults.run(), ...people.map((person) => visits(person, random.split()))];
+  const rested = () => console.log(`at rest: ${measurement.restLine}`);
+  actors.push(rests(world, faults, observer, lookAtRest, rested));
   const timers = [setInterval(sample, SAMPLE_MS)];
   let minute = 0;
   timers.push(setInterval(() => report(`minute ${++minute}`), MINUTE_MS));

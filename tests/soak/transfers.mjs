@@ -32,6 +32,9 @@ class Transfer {
   flows = true;
   /** Whether the end of an upload was sent. */
   isSent = false;
+  /** How many bytes of all uploads were sent before this one, and the bytes of its file. */
+  position = 0;
+  size = 0;
 
   /** @param {'download' | 'upload'} kind @param {string} name */
   constructor(kind, name) {
@@ -81,6 +84,7 @@ export class Transfers {
     const session = this.#session;
     const transfer = await this.#begun('upload', name);
     const path = session.machine.path(name);
+    [transfer.position, transfer.size] = [this.#sent, content.length];
     session.sendJson(Msg.UploadBegin, { transfer_id: transfer.id, path, size: content.length });
     const host = join(session.machine.folder, name);
     const arrived = () => {
@@ -138,7 +142,8 @@ export class Transfers {
   resumed(/** @type {ControlMessage} */ message) {
     const kept = /** @type {Kept[]} */ (message.transfers ?? []);
     const counts = /** @type {{taken?: number, passed?: number}} */ (message.uploads ?? {});
-    this.#sent = counts.taken ?? this.#sent;
+    const taken = counts.taken ?? this.#sent;
+    this.#sent = taken;
     this.#passed = counts.passed ?? this.#passed;
     const unwanted = /** @type {number[]} */ (message.unwanted ?? []);
     for (const { transfer: id } of kept)
@@ -148,7 +153,7 @@ export class Transfers {
       if (transfer.cancelled) transfer.state = unwanted.includes(transfer.id) ? 'open' : 'ended';
       else if (isKept)
         this.#session.command({ type: 'continue', transfer: transfer.id, bytes: transfer.bytes });
-      else this.#lose(transfer);
+      else this.#lose(transfer, taken);
     }
   }
 
@@ -176,14 +181,19 @@ export class Transfers {
     return this.#open.get(Number(id))?.cancelled ?? false;
   }
 
-  /** The relay has not kept the transfer: it has ended, or its beginning was lost with the connection. */
-  #lose(/** @type {Transfer} */ transfer) {
+  /**
+   * The relay has not kept the transfer: it has ended, or its beginning was lost with the connection, maybe with all of
+   * a small file. The relay has taken `taken` bytes of all uploads.
+   * @param {Transfer} transfer @param {number} taken
+   */
+  #lose(transfer, taken) {
     const { world, label } = this.#session;
     if (transfer.kind === 'download' && transfer.chunks > 0)
       world.wrong(
         `${label}: the relay has not kept the download ${transfer.id} after ${transfer.bytes} bytes`,
       );
-    if (!transfer.isSent) transfer.state = 'lost';
+    const hasBegun = transfer.size > 0 && taken > transfer.position;
+    if (!transfer.isSent || (transfer.kind === 'upload' && !hasBegun)) transfer.state = 'lost';
   }
 
   /** Whether any transfer has begun to move bytes and has not ended. */

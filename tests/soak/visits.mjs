@@ -56,7 +56,7 @@ class Visit {
       this.stall,
       this.reload,
     );
-    for (let i = this.random.integer(1, ACTIONS_OF_A_VISIT); i > 0 && !this.world.ending; i--) {
+    for (let i = this.random.integer(1, ACTIONS_OF_A_VISIT); i > 0 && !this.world.stopping; i--) {
       if (this.session.over) break;
       await this.random.one(actions).call(this);
     }
@@ -166,7 +166,7 @@ class Visit {
     // Another one can take the control in turn before it is seen here.
     await session.until(
       'control is taken over',
-      () => session.steers || this.world.ending,
+      () => session.steers || this.world.stopping,
       () => true,
     );
   }
@@ -286,6 +286,10 @@ function chosen({ machines }, random) {
 export async function visits(owner, random) {
   const { world } = owner;
   while (!world.ending) {
+    if (world.resting) {
+      await pause(100);
+      continue;
+    }
     await visitOne(owner, chosen(owner, random), random).catch(ignored);
   }
 }
@@ -296,7 +300,7 @@ async function visitOne(owner, machine, random) {
   if (!owner.connected) await owner.connect();
   await world.until(`${owner.name} sees ${machine.name} online`, () => owner.online(machine.name), {
     machine: machine.name,
-    over: () => (world.ending ? 'the run ends' : !owner.connected && 'the connection has ended'),
+    over: () => (world.stopping ? 'the work ends' : !owner.connected && 'the connection has ended'),
     deadlineMs: RETURN_MS,
   });
   const session = await asked(owner, machine);

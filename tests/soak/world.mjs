@@ -38,6 +38,8 @@ export class World {
   kinds = new Map();
   /** Set when no new work is to begin. */
   ending = false;
+  /** Set while the work is interrupted, so that the processes can be measured at rest. */
+  resting = false;
   /** @type {Fault[]} */
   #faults = [];
   /** @type {string[]} */
@@ -48,6 +50,11 @@ export class World {
   constructor(/** @type {string} */ log) {
     this.#log = log;
     writeFileSync(log, '');
+  }
+
+  /** Whether what goes on is to end soon. */
+  get stopping() {
+    return this.ending || this.resting;
   }
 
   note(/** @type {string} */ event) {
