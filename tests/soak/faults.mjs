@@ -1,5 +1,5 @@
-// The faults of a run: lines that are cut, held or swallow, processes that are killed, and certificates that
-// change.
+// The faults of a run: lines that are cut, held or swallow, processes that are killed, certificates that change,
+// and wall clocks that jump.
 import { execFileSync } from 'node:child_process';
 import { X509Certificate } from 'node:crypto';
 import { chmodSync, readFileSync, renameSync, writeFileSync } from 'node:fs';
@@ -10,6 +10,7 @@ import { EVERYTHING, GivenUp, RETURN_MS } from './world.mjs';
 /** @typedef {import('./world.mjs').World} World */
 /** @typedef {import('./machines.mjs').Machine} Machine */
 /** @typedef {import('./random.mjs').Random} Random */
+/** @typedef {import('./clock/wall_clock.mjs').WallClock} WallClock */
 /** @typedef {import('./representative.mjs').Representative} Representative */
 /** @typedef {import('../console/support/relay.mjs').Relay} Relay */
 
@@ -23,6 +24,8 @@ const OFFLINE_MS = 20_000;
  * machine's silence of 45 s.
  */
 const SILENT_MS = 75_000;
+/** The time of an answer, and rounding. */
+const CLOCK_DIFFERENCE_S = 5;
 const pause = (/** @type {number} */ ms) => new Promise((done) => setTimeout(done, ms));
 
 /** A certificate authority and the certificates of the relay. */
@@ -102,20 +105,21 @@ export class Faults {
 
   /**
    * @param {World} world @param {Relay} relay @param {Machine[]} machines @param {Representative} observer
-   * @param {Certificates} certificates @param {Random} random
+   * @param {Certificates} certificates @param {WallClock} clock of the relay @param {Random} random
    */
-  constructor(world, relay, machines, observer, certificates, random) {
+  constructor(world, relay, machines, observer, certificates, clock, random) {
     this.world = world;
     this.relay = relay;
     this.machines = machines;
     this.observer = observer;
     this.certificates = certificates;
+    this.clock = clock;
     this.random = random;
   }
 
   /** Causes one fault after the other until the run ends. */
   async run() {
-    const always = [this.cut, this.hold, this.swallow, this.renewCertificate];
+    const always = [this.cut, this.hold, this.swallow, this.renewCertificate, this.jumpClock];
     const deadly = [this.killAgent, this.killAgent, this.endAgent, this.killRelay];
     while (!this.world.ending) {
       await pause(this.random.integer(1000, MOST_BETWEEN_MS));
@@ -180,13 +184,30 @@ export class Faults {
 
   /** Sessions go on, and new connections get the new certificate. */
   async renewCertificate() {
-    this.world.counts.faults++;
-    this.world.kinds.set('certificate', (this.world.kinds.get('certificate') ?? 0) + 1);
+    this.world.countFault('certificate');
     this.world.note('a new certificate');
     const fingerprint = this.certificates.renew();
     this.relay.process?.kill('SIGHUP');
     const used = async () => (await shown(this.relay.port)) === fingerprint;
     await this.world.until('the relay shows the new certificate', used);
+  }
+
+  /** The date of the relay or of an agent changes, and nothing else that anybody sees. */
+  async jumpClock() {
+    const { random, world, clock } = this;
+    world.countFault('clock');
+    const jumping = this.machines.filter(({ jumps }) => jumps);
+    const machine = jumping.length && random.next() < 0.5 ? random.one(jumping) : null;
+    const jumped = machine?.clock ?? clock;
+    jumped.jump(random);
+    world.note(`the clock of ${machine?.name ?? 'the relay'} is ${jumped.seconds} s ahead`);
+    if (machine) return;
+    const dated = async () => {
+      const { machines } = await this.observer.api.get('machines');
+      const date = Date.now() / 1000 + clock.seconds;
+      return machines.some(({ last_seen }) => Math.abs(last_seen - date) < CLOCK_DIFFERENCE_S);
+    };
+    await world.until('the relay has the new date', dated);
   }
 
   /** @param {string} kind @param {(machine: Machine) => Promise<void>} happen */

@@ -3,6 +3,7 @@ import { execFileSync, spawn } from 'node:child_process';
 import { createHash } from 'node:crypto';
 import { appendFileSync, closeSync, mkdirSync, openSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
+import { WallClock } from './clock/wall_clock.mjs';
 
 /** @typedef {import('./proxy.mjs').LineProxy} LineProxy */
 /** @typedef {import('./world.mjs').World} World */
@@ -57,6 +58,7 @@ export class Machine {
     this.proxy = proxy;
     this.place = place;
     this.random = random;
+    this.clock = new WallClock(place.out, name);
     this.folder = join(place.out, 'files', name);
     this.log = join(place.out, `${name}.log`);
     mkdirSync(this.folder, { recursive: true });
@@ -87,6 +89,11 @@ export class Machine {
     return true;
   }
 
+  /** Whether the wall clock of the agent can jump. */
+  get jumps() {
+    return true;
+  }
+
   /** The drive on which the agent sees the host's root folder. */
   get drive() {
     return 'C:';
@@ -114,7 +121,11 @@ export class Machine {
     words.push('--identity', identity, '--seed', this.random.integer(1, 2 ** 31 - 2));
     const errors = openSync(this.log, 'a');
     const child = spawn(program, words.map(String), {
-      env: { ...process.env, SSL_CERT_FILE: this.place.trusted },
+      env: {
+        ...process.env,
+        SSL_CERT_FILE: this.place.trusted,
+        ...this.clock.environment(this.place.root, this.place.tree),
+      },
       stdio: ['ignore', 'pipe', errors],
     });
     closeSync(errors);
@@ -170,6 +181,10 @@ export class WineMachine extends Machine {
   }
 
   get counts() {
+    return false;
+  }
+
+  get jumps() {
     return false;
   }
 

@@ -8,6 +8,7 @@ import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
+import { WallClock } from './clock/wall_clock.mjs';
 import { emptied, Machine, WineMachine } from './machines.mjs';
 import { Measurement } from './measure.mjs';
 import { LineProxy } from './proxy.mjs';
@@ -64,7 +65,10 @@ const served = [
   '--hold',
   String(HOLD_SECONDS),
 ];
-const relay = new Relay([...served, '--console', join(ROOT, 'console')]);
+const clock = new WallClock(out, 'relay');
+const relay = new Relay([...served, '--console', join(ROOT, 'console')], {
+  environment: clock.environment(ROOT, relayTree),
+});
 for (const name of ['observer', ...REPRESENTATIVES]) relay.addUser(name, passwordOf(name));
 await relay.start();
 
@@ -126,6 +130,8 @@ async function end() {
   child?.kill('SIGTERM');
   const status = await ended;
   if (status !== 0 || FINDINGS.test(relay.log)) world.wrong(`the relay ended with status ${status}`);
+  // Written in the order of what happened, whatever the date was, and through each kill.
+  relay.verifyTrail();
 }
 
 async function run() {
@@ -136,7 +142,7 @@ async function run() {
   for (const machine of machines) await machine.start();
   for (const { name } of machines) await world.until(`${name} is online`, () => observer.online(name));
   const began = performance.now();
-  const faults = new Faults(world, relay, machines, observer, certificates, random.split());
+  const faults = new Faults(world, relay, machines, observer, certificates, clock, random.split());
   const actors = [faults.run(), ...people.map((person) => visits(person, random.split()))];
   const rested = () => console.log(`at rest: ${measurement.restLine}`);
   actors.push(rests(world, faults, observer, lookAtRest, rested));

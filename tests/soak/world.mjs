@@ -77,10 +77,15 @@ export class World {
     const fault = { kind, on, from: performance.now(), until: Number.POSITIVE_INFINITY };
     this.#faults.push(fault);
     if (this.#faults.length > MOST_FAULTS) this.#faults.shift();
-    this.counts.faults++;
-    this.kinds.set(kind, (this.kinds.get(kind) ?? 0) + 1);
+    this.countFault(kind);
     this.note(`fault ${kind} on ${on}`);
     return fault;
+  }
+
+  /** Counts a fault that excuses nothing, too. */
+  countFault(/** @type {string} */ kind) {
+    this.counts.faults++;
+    this.kinds.set(kind, (this.kinds.get(kind) ?? 0) + 1);
   }
 
   endFault(/** @type {Fault} */ fault) {

@@ -14,14 +14,16 @@ export const PASSWORD = 'correct horse battery';
 
 /**
  * people: whether there is an administrator, with the name and password above. enrolment: whether new machines are
- * approved at once. database: the URL of a PostgreSQL database, if there is one.
- * @typedef {{people?: boolean, enrolment?: boolean, database?: string}} SetUp
+ * approved at once. database: the URL of a PostgreSQL database, if there is one. environment: variables of the running
+ * relay besides the test's own.
+ * @typedef {{people?: boolean, enrolment?: boolean, database?: string, environment?: Record<string, string>}} SetUp
  */
 
 export class Relay {
   /** @param {string[]} [options] added to the command line @param {SetUp} [setUp] */
-  constructor(options = [], { people = true, enrolment = true, database = '' } = {}) {
+  constructor(options = [], { people = true, enrolment = true, database = '', environment = {} } = {}) {
     this.options = options;
+    this.environment = environment;
     this.data = mkdtempSync(join(tmpdir(), 'vantelink-console-'));
     /** Where the relay's data are. */
     this.place = ['--data', this.data, ...(database ? ['--database', database] : [])];
@@ -64,14 +66,10 @@ export class Relay {
 
   /** Starts the relay. A second start uses the same port, so that browsers and agents find it. */
   async start() {
-    const child = spawn(PROGRAM, [
-      '--address',
-      '127.0.0.1',
-      '--port',
-      String(this.port),
-      ...this.place,
-      ...this.options,
-    ]);
+    const served = ['--address', '127.0.0.1', '--port', String(this.port)];
+    const child = spawn(PROGRAM, [...served, ...this.place, ...this.options], {
+      env: { ...process.env, ...this.environment },
+    });
     this.process = child;
     child.stdout.on('data', (text) => {
       this.log += text;
@@ -95,6 +93,11 @@ export class Relay {
     const gone = new Promise((done) => child.once('exit', done));
     child.kill('SIGKILL');
     await gone;
+  }
+
+  /** Checks the rows of its trail, which may go on meanwhile. Throws if one was changed. */
+  verifyTrail() {
+    execFileSync(PROGRAM, ['verify-trail', '--data', this.data]);
   }
 
   async remove() {

@@ -30,7 +30,7 @@
 
 #include "client/agent_client.h"
 #include "fakes/fakes.h"
-#include "soak/scene.h"
+#include "soak/agent/scene.h"
 #include "support/waiting.h"
 
 namespace {

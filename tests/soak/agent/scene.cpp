@@ -1,6 +1,6 @@
 // Pictures without pixels: what the relay passes on is bytes, so the text in them is enough to recognise
 // each.
-#include "soak/scene.h"
+#include "soak/agent/scene.h"
 
 #include <array>
 #include <atomic>
