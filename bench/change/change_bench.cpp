@@ -37,6 +37,7 @@ struct Side {
   std::string name{};
   bool peer = false;
   std::function<std::unique_ptr<Viewer>()> start{};
+  bool rises = false;  // the rate of its pictures rises at the beginning
 };
 
 constexpr char kKeys[] = "keys";  // the scene in which the viewer presses keys
@@ -96,8 +97,8 @@ std::vector<Side> sides_of(const Desk& desk, const std::string& display) {
       sides.push_back({path.name + ' ' + wish.codec + ' ' + std::to_string(wish.pictures_a_second), false,
                        [=, &desk] { return std::make_unique<AgentViewer>(desk, path, wish); }});
     }
-    sides.push_back(
-        {path.name + " console", false, [=, &desk] { return std::make_unique<ConsoleViewer>(desk, path); }});
+    sides.push_back({path.name + " console", false,
+                     [=, &desk] { return std::make_unique<ConsoleViewer>(desk, path); }, true});
   }
   return sides;
 }
@@ -150,6 +151,14 @@ void prepare(const Viewer& viewer, Painter& painter, const Play& play) {
   throw std::runtime_error("the viewer does not show the first picture of the scene " + play.scene);
 }
 
+// A session in the console begins with few pictures a second. The relay raises them in steps, each at least
+// 10 s after the one before, while the pictures use the bits that they have.
+void let_rise(const Viewer& viewer, Painter& painter) {
+  constexpr std::chrono::seconds kRise{35};
+  prepare(viewer, painter, {"film", [&painter] { return painter.prepare(Scene::Film); }});
+  (void)painter.play(Scene::Film, kRise);
+}
+
 Figures measure(const Viewer& viewer, Painter& painter, const Play& play, const DeskProcesses& desk,
                 std::chrono::seconds time) {
   // A viewer of H.264 has had a key frame after this time, and a refinement of the picture.
@@ -198,6 +207,7 @@ std::vector<Figures> measure_all(const Options& options) {
     if (std::ranges::none_of(scene_names(), chosen)) continue;
     const std::unique_ptr<Viewer> viewer = side.start();
     viewer->wait_for_picture();
+    if (side.rises) let_rise(*viewer, painter);
     for (const Play& play : plays_of(desk, painter, *viewer)) {
       if (!chosen(play.scene)) continue;
       std::fprintf(stderr, "%s/%s\n", play.scene.c_str(), side.name.c_str());
