@@ -34,6 +34,8 @@ export class Representative {
   asking = null;
   /** The error that answered the last request for a session. @type {ControlMessage | null} */
   refusal = null;
+  /** Sessions that the relay was asked to resume and has not answered. @type {Set<number>} */
+  resuming = new Set();
   /** Whether the connection's end is expected. */
   leaving = false;
   /** When something of a session changed so that the relay may refuse what was sent before. */
@@ -194,9 +196,14 @@ export class Representative {
       this.#asked(message);
     const session = this.sessions.get(number);
     if (session) session.control(message);
-    // The answer to a request to resume a session whose end was on its way.
-    else if (message.reason === 'gone') this.world.note(`${this.name}: session ${number} is gone`);
-    else this.world.wrong(`${this.name} received ${message.type} of session ${number}`);
+    // The answer to a request to resume a session that has ended before, with the reason of its end.
+    else if (message.state === 'ended' && this.resuming.has(number))
+      this.world.note(`${this.name}: session ${number} is gone (${message.reason})`);
+    else
+      this.world.wrong(
+        `${this.name} received ${message.type} of session ${number}: ${JSON.stringify(message)}`,
+      );
+    if (message.type === 'session') this.resuming.delete(number);
   }
 
   #asked(/** @type {ControlMessage} */ message) {

@@ -192,6 +192,7 @@ class Visit {
     await pause(this.random.integer(0, MOST_AWAY_MS));
     await owner.connect();
     session.resuming = true;
+    owner.resuming.add(session.number);
     session.command({ type: 'resume' });
     await session.until('the session is resumed', () => !session.resuming);
   }
