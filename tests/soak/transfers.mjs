@@ -173,6 +173,7 @@ export class Transfers {
   /** The browser has lost its connection. */
   interrupt() {
     for (const transfer of this.#open.values()) transfer.flows = false;
+    for (const transfer of this.#requested.values()) transfer.state = 'lost';
     this.#requested.clear();
   }
 
@@ -208,9 +209,16 @@ export class Transfers {
   async #begun(/** @type {'download' | 'upload'} */ kind, /** @type {string} */ name) {
     const transfer = new Transfer(kind, name);
     const request = ++requests;
+    const session = this.#session;
     this.#requested.set(request, transfer);
-    this.#session.command({ type: 'transfer', request });
-    await this.#session.until('a transfer has a number', () => transfer.id);
+    session.command({ type: 'transfer', request });
+    // The browser may be connected again before anybody looks whether it is.
+    const over = () =>
+      transfer.state === 'lost' ? 'the request was lost with the connection' : session.over;
+    await session.world.until(`${session.label}: a transfer has a number`, () => transfer.id, {
+      machine: session.machine.name,
+      over,
+    });
     return transfer;
   }
 
