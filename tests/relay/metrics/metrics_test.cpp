@@ -88,6 +88,15 @@ TEST_F(MetricsTest, MachinesBrowsersSessionsAndTheirMessagesAreCounted) {
                            "loop_lag_seconds_count", "log_lines_total{result=\"written\"}",
                            "message_memory_limit_bytes", "spool_limit_bytes", "database_jobs_limit"})
     EXPECT_TRUE(exceeds(name, 0)) << name;
+  const auto values = metric_values(ask("/metrics").text);
+  for (const char* name : {"messages_total", "message_bytes_total"})
+    for (const char* peer : {"agent", "browser"})
+      for (const char* way : {"in", "out"})
+        for (const char* kind : {"picture", "bulk", "other"}) {
+          const std::string series = std::string("vantelink_relay_") + name + "{peer=\"" + peer +
+                                     "\",direction=\"" + way + "\",kind=\"" + kind + "\"}";
+          EXPECT_TRUE(values.contains(series)) << series;
+        }
   const std::string text = ask("/metrics").text;
   EXPECT_EQ(text.find("desk of ada"), std::string::npos);
   EXPECT_EQ(text.find("admin"), std::string::npos);

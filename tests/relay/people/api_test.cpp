@@ -165,6 +165,25 @@ TEST_F(PeopleApiTest, StepUpNeedsThePasswordAndCountsForSomeMinutes) {
   EXPECT_TRUE(recorded("step-up.succeeded") && recorded("step-up.failed"));
 }
 
+TEST_F(PeopleApiTest, StepUpExtendsTheLogIn) {
+  LoginRow before = parts_->logins.all().front()->row;
+  before.expires_at -= 10;
+  before.last_used -= 10;
+  parts_->logins.update(before);
+  const Answer done = call("POST", "/api/step-up", {{"password", kGoodPassword}}, root_);
+  ASSERT_EQ(done.status, 200u) << done.body;
+  const LoginRow after = parts_->logins.all().front()->row;
+  EXPECT_GE(after.expires_at, before.expires_at + 10);
+  EXPECT_GE(after.last_used, before.last_used + 10);
+  EXPECT_NEAR(done.body["until"].get<double>(), static_cast<double>(wall_seconds() + kStepUpSeconds), 30);
+  settle();
+  Database file(file_);
+  Statement stored(file, "SELECT expires_at, last_used FROM logins");
+  ASSERT_TRUE(stored.step());
+  EXPECT_EQ(stored.number(0), after.expires_at);
+  EXPECT_GE(stored.number(1), before.last_used + 10);
+}
+
 TEST_F(PeopleApiTest, OthersSeeAndEndOnlyTheirOwnLogIns) {
   add("ada", Role::Representative);
   const std::string cookie = log_in_as("ada");

@@ -50,6 +50,22 @@ TEST_F(MachinesTest, StateOfAListedMachineIsOnlineSessionOrOffline) {
   EXPECT_EQ(stored_machines().front().last_seen, entry("a")["last_seen"]);
 }
 
+TEST_F(MachinesTest, MachinesInASessionAreCutLastAndInACallOfTheirOwn) {
+  const auto used = log_in("a");
+  const auto free = log_in("b");
+  const auto further = log_in("c");
+  parts_->machines.set_representative("a", "ada");
+  EXPECT_EQ(parts_->machines.cut_some(1, "test"), 1u);
+  EXPECT_TRUE(free->channel->closing());
+  EXPECT_FALSE(used->channel->closing() || further->channel->closing());
+  EXPECT_EQ(parts_->machines.cut_some(5, "test"), 1u);
+  EXPECT_TRUE(further->channel->closing());
+  EXPECT_FALSE(used->channel->closing());
+  EXPECT_EQ(parts_->machines.cut_some(5, "test"), 1u);
+  EXPECT_TRUE(used->channel->closing());
+  EXPECT_EQ(parts_->machines.cut_some(5, "test"), 0u);
+}
+
 TEST_F(MachinesTest, NewerConnectionOfAMachineReplacesItsOlderConnection) {
   const auto older = log_in("a");
   const auto newer = connect();
